@@ -1,0 +1,40 @@
+# Every third-party library, found once. Which room may use which one is told in docs/architecture.md.
+
+# OpenCV with SURF: the one that scripts/bootstrap.sh built, else one of the machine's own.
+execute_process(
+  COMMAND bash -c ". '${PROJECT_SOURCE_DIR}/scripts/opencv-recipe.sh' && opencv_prefix"
+  OUTPUT_VARIABLE ORVO_OPENCV_PREFIX OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(ORVO_OPENCV_COMPONENTS core imgproc photo features2d calib3d video xfeatures2d)
+find_package(OpenCV 4.7 QUIET COMPONENTS ${ORVO_OPENCV_COMPONENTS} HINTS ${ORVO_OPENCV_PREFIX})
+if(NOT OpenCV_FOUND)
+  message(FATAL_ERROR "No OpenCV of 4.7 or newer with xfeatures2d was found. Run scripts/bootstrap.sh, which builds one (about ten minutes, once).")
+endif()
+message(STATUS "OpenCV ${OpenCV_VERSION} in ${OpenCV_DIR}")
+# OpenCV's targets carry their headers as system headers, but Debian's /usr/include must never come before them.
+
+find_package(TBB REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(JPEG REQUIRED)
+find_package(PNG REQUIRED)
+find_package(TIFF REQUIRED)
+find_package(OpenEXR REQUIRED)
+find_package(nlohmann_json REQUIRED)
+pkg_check_modules(LCMS2 REQUIRED IMPORTED_TARGET lcms2)
+pkg_check_modules(LIBRAW REQUIRED IMPORTED_TARGET libraw)
+pkg_check_modules(EXIV2 REQUIRED IMPORTED_TARGET exiv2)
+pkg_check_modules(HEIF REQUIRED IMPORTED_TARGET libheif)
+pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
+pkg_check_modules(LENSFUN REQUIRED IMPORTED_TARGET lensfun)
+pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
+if(ORVO_APPS)
+  find_package(CLI11 REQUIRED)
+endif()
+if(ORVO_TESTS)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+if(ORVO_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,45 @@
+# How every target of the project is made, so that folders only say what is theirs.
+
+find_program(ORVO_CCACHE ccache)
+if(ORVO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${ORVO_CCACHE})
+endif()
+
+# Warnings, sanitizers and vector code of our own targets.
+add_library(orvo_build_options INTERFACE)
+target_compile_options(orvo_build_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  # The products of a fused multiply-add are rounded once, those of a plain one twice. Left to the compiler, the same
+  # expression could round differently in the vector body and in the tail of a loop, so results would depend on how
+  # rows are cut among threads.
+  -ffp-contract=off
+  # The root function is only ever asked for numbers that have one, and nobody reads errno.
+  -fno-math-errno)
+if(ORVO_SANITIZE)
+  target_compile_options(orvo_build_options INTERFACE -fsanitize=${ORVO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(orvo_build_options INTERFACE -fsanitize=${ORVO_SANITIZE})
+endif()
+
+# orvo_library(NAME SOURCES a.cpp... [USES public targets...] [INTERNAL private targets...])
+# A static library of one room. Headers stand in include/NAME/ beside the sources.
+function(orvo_library NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;INTERNAL" ${ARGN})
+  add_library(${NAME} STATIC ${ARG_SOURCES})
+  target_include_directories(${NAME}
+    PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
+    PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/src)
+  target_link_libraries(${NAME} PUBLIC ${ARG_USES} PRIVATE $<BUILD_INTERFACE:orvo_build_options> ${ARG_INTERNAL})
+endfunction()
+
+# orvo_test(NAME LABEL folder SOURCES a_test.cpp... USES targets...)
+# One GoogleTest program; each TEST is a test of ctest, labelled with its folder.
+function(orvo_test NAME)
+  if(NOT ORVO_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;USES" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  target_include_directories(${NAME} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/src)
+  target_link_libraries(${NAME} PRIVATE orvo_build_options ${ARG_USES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 900)
+endfunction()

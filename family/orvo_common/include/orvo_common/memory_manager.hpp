@@ -1,0 +1,99 @@
+/// The allocator of large sample planes.
+#pragma once
+
+#include <orvo_common/export.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <new>
+
+namespace orvo {
+
+/// Hands out 64-byte aligned planes and keeps freed ones for reuse, so that a pipeline which makes and drops
+/// planes of one size over and over does not go to the system each time (a fresh 300 MB plane costs a page fault
+/// every 4 KB). Usable from any thread.
+class ORVO_EXPORT MemoryManager
+{
+public:
+    static constexpr std::size_t kAlignment = 64; ///< bytes: a cache line, and the widest vector register
+
+    static MemoryManager& instance();
+
+    MemoryManager();
+    ~MemoryManager();
+    MemoryManager(const MemoryManager&) = delete;
+    MemoryManager& operator=(const MemoryManager&) = delete;
+
+    /// A plane of at least `bytes` bytes, contents not set; `zeroed` asks for zeros. Throws std::bad_alloc. A size of
+    /// 0 gives a valid pointer to nothing. The caller gives it back through free().
+    [[nodiscard]] void* allocate(std::size_t bytes, bool zeroed);
+
+    /// Takes back a plane of allocate(); an empty pointer is allowed. A pointer of another origin is a bug of the
+    /// caller and ends the program.
+    void free(void* plane) noexcept;
+
+    /// Bytes handed out and not given back. Kept planes do not count.
+    [[nodiscard]] std::size_t liveBytes() const;
+    /// The largest liveBytes() since the start or the last resetPeak().
+    [[nodiscard]] std::size_t peakBytes() const;
+    void resetPeak();
+
+    /// Bytes of freed planes kept for reuse; at most cacheLimit().
+    [[nodiscard]] std::size_t cachedBytes() const;
+    [[nodiscard]] std::size_t cacheLimit() const;
+    /// Kept planes beyond `bytes` go back to the system, now and later.
+    void setCacheLimit(std::size_t bytes);
+    /// All kept planes go back to the system.
+    void trim();
+
+private:
+    struct State;
+    std::unique_ptr<State> state;
+};
+
+/// MemoryManager as the allocator of a standard container.
+template <typename T>
+struct ManagedAllocator
+{
+    using value_type = T;
+
+    ManagedAllocator() noexcept = default;
+    template <typename U>
+    ManagedAllocator(const ManagedAllocator<U>&) noexcept
+    {}
+
+    [[nodiscard]] T* allocate(std::size_t count)
+    {
+        if (count > static_cast<std::size_t>(-1) / sizeof(T))
+            throw std::bad_array_new_length();
+        return static_cast<T*>(MemoryManager::instance().allocate(count * sizeof(T), false));
+    }
+    void deallocate(T* pointer, std::size_t) noexcept { MemoryManager::instance().free(pointer); }
+
+    template <typename U>
+    bool operator==(const ManagedAllocator<U>&) const noexcept
+    {
+        return true;
+    }
+};
+
+/// Owns one plane of MemoryManager for the length of a scope: `count` values of T, contents not set.
+template <typename T>
+class ManagedPlane
+{
+public:
+    explicit ManagedPlane(std::size_t count, bool zeroed = false)
+        : samples(static_cast<T*>(MemoryManager::instance().allocate(count * sizeof(T), zeroed)))
+    {}
+    [[nodiscard]] T* data() const noexcept { return samples.get(); }
+    T& operator[](std::size_t index) const noexcept { return samples.get()[index]; }
+
+private:
+    struct Return
+    {
+        void operator()(T* pointer) const noexcept { MemoryManager::instance().free(pointer); }
+    };
+    std::unique_ptr<T, Return> samples;
+};
+
+} // namespace orvo

@@ -1,0 +1,13 @@
+/// Fresh ids as text.
+#pragma once
+
+#include <orvo_common/export.hpp>
+
+#include <string>
+
+namespace orvo {
+
+/// A fresh random id, version 4 of RFC 4122, in its 36-character lower-case form. Usable from any thread.
+[[nodiscard]] ORVO_EXPORT std::string generateUUID();
+
+} // namespace orvo

@@ -1,0 +1,7 @@
+#include <orvo_common/console_trace.hpp>
+
+namespace grfx {
+
+ConsoleTrace cout;
+
+} // namespace grfx

@@ -1,0 +1,181 @@
+#include <orvo_common/memory_manager.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <unistd.h>
+#include <unordered_map>
+
+namespace orvo {
+namespace {
+
+// Below this a plane is not worth keeping: the system's allocator serves small blocks from its own lists.
+constexpr std::size_t kSmallestKept = std::size_t{1} << 20;
+
+// Sizes are rounded up to this, so that planes of nearly the same size can stand in for each other.
+constexpr std::size_t kGranule = std::size_t{64} << 10;
+
+// A kept plane serves a wish down to this share of its size; a looser fit would hold memory that nobody asked for.
+constexpr double kTightestFit = 0.8;
+
+// Kept planes never take more than this share of the machine's memory.
+constexpr std::size_t kCacheShareOfMemory = 32;
+
+std::size_t defaultCacheLimit()
+{
+    const long pages = sysconf(_SC_PHYS_PAGES);
+    const long pageBytes = sysconf(_SC_PAGE_SIZE);
+    if (pages <= 0 || pageBytes <= 0)
+        return std::size_t{256} << 20;
+    return static_cast<std::size_t>(pages) / kCacheShareOfMemory * static_cast<std::size_t>(pageBytes);
+}
+
+std::size_t roundedUp(std::size_t bytes)
+{
+    const std::size_t unit = bytes >= kSmallestKept ? kGranule : MemoryManager::kAlignment;
+    if (bytes > static_cast<std::size_t>(-1) - unit)
+        throw std::bad_alloc();
+    return std::max(unit, (bytes + unit - 1) / unit * unit);
+}
+
+} // namespace
+
+struct MemoryManager::State
+{
+    mutable std::mutex mutex;
+    std::unordered_map<void*, std::size_t> handedOut; // address -> bytes of the block
+    std::multimap<std::size_t, void*> kept;           // bytes of the block -> address
+    std::size_t live = 0;
+    std::size_t peak = 0;
+    std::size_t keptBytes = 0;
+    std::size_t limit = defaultCacheLimit();
+
+    // Both below: with the mutex held.
+    void* takeKept(std::size_t bytes, std::size_t& blockBytes)
+    {
+        const auto found = kept.lower_bound(bytes);
+        if (found == kept.end() || static_cast<double>(bytes) < kTightestFit * static_cast<double>(found->first))
+            return nullptr;
+        blockBytes = found->first;
+        void* const block = found->second;
+        keptBytes -= blockBytes;
+        kept.erase(found);
+        return block;
+    }
+
+    void shrinkTo(std::size_t bytes)
+    {
+        while (keptBytes > bytes) {
+            const auto largest = std::prev(kept.end());
+            keptBytes -= largest->first;
+            std::free(largest->second);
+            kept.erase(largest);
+        }
+    }
+};
+
+MemoryManager& MemoryManager::instance()
+{
+    // Never destroyed: planes held by other objects of static life may come back after it would have been.
+    static MemoryManager* const manager = new MemoryManager;
+    return *manager;
+}
+
+MemoryManager::MemoryManager() : state(std::make_unique<State>()) {}
+
+MemoryManager::~MemoryManager() { trim(); }
+
+void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
+{
+    std::size_t blockBytes = roundedUp(bytes);
+    void* block = nullptr;
+    {
+        const std::lock_guard lock(state->mutex);
+        block = state->takeKept(blockBytes, blockBytes);
+    }
+    if (block == nullptr) {
+        block = std::aligned_alloc(kAlignment, blockBytes);
+        if (block == nullptr) {
+            trim(); // what is kept for reuse may be just what is missing
+            block = std::aligned_alloc(kAlignment, blockBytes);
+        }
+        if (block == nullptr)
+            throw std::bad_alloc();
+    }
+    if (zeroed)
+        std::memset(block, 0, bytes);
+    const std::lock_guard lock(state->mutex);
+    state->handedOut.emplace(block, blockBytes);
+    state->live += blockBytes;
+    state->peak = std::max(state->peak, state->live);
+    return block;
+}
+
+void MemoryManager::free(void* plane) noexcept
+{
+    if (plane == nullptr)
+        return;
+    const std::lock_guard lock(state->mutex);
+    const auto found = state->handedOut.find(plane);
+    if (found == state->handedOut.end()) {
+        std::fputs("MemoryManager::free: a plane that was not handed out, or was given back twice\n", stderr);
+        std::abort();
+    }
+    const std::size_t blockBytes = found->second;
+    state->handedOut.erase(found);
+    state->live -= blockBytes;
+    if (blockBytes < kSmallestKept || state->keptBytes + blockBytes > state->limit) {
+        std::free(plane);
+        return;
+    }
+    state->kept.emplace(blockBytes, plane);
+    state->keptBytes += blockBytes;
+}
+
+std::size_t MemoryManager::liveBytes() const
+{
+    const std::lock_guard lock(state->mutex);
+    return state->live;
+}
+
+std::size_t MemoryManager::peakBytes() const
+{
+    const std::lock_guard lock(state->mutex);
+    return state->peak;
+}
+
+void MemoryManager::resetPeak()
+{
+    const std::lock_guard lock(state->mutex);
+    state->peak = state->live;
+}
+
+std::size_t MemoryManager::cachedBytes() const
+{
+    const std::lock_guard lock(state->mutex);
+    return state->keptBytes;
+}
+
+std::size_t MemoryManager::cacheLimit() const
+{
+    const std::lock_guard lock(state->mutex);
+    return state->limit;
+}
+
+void MemoryManager::setCacheLimit(std::size_t bytes)
+{
+    const std::lock_guard lock(state->mutex);
+    state->limit = bytes;
+    state->shrinkTo(bytes);
+}
+
+void MemoryManager::trim()
+{
+    const std::lock_guard lock(state->mutex);
+    state->shrinkTo(0);
+}
+
+} // namespace orvo

@@ -1,0 +1,118 @@
+#include <orvo_common/memory_manager.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+using orvo::ManagedAllocator;
+using orvo::ManagedPlane;
+using orvo::MemoryManager;
+
+namespace {
+
+constexpr std::size_t kPlane = std::size_t{4} << 20;
+
+bool isAligned(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer) % MemoryManager::kAlignment == 0; }
+
+} // namespace
+
+TEST(MemoryManager, PlanesAreAligned)
+{
+    MemoryManager manager;
+    for (const std::size_t bytes : {std::size_t{0}, std::size_t{1}, std::size_t{63}, std::size_t{65}, kPlane + 1}) {
+        void* const plane = manager.allocate(bytes, false);
+        EXPECT_TRUE(isAligned(plane)) << bytes;
+        manager.free(plane);
+    }
+    EXPECT_EQ(manager.liveBytes(), 0u);
+}
+
+TEST(MemoryManager, CountsLiveAndPeak)
+{
+    MemoryManager manager;
+    void* const a = manager.allocate(kPlane, false);
+    void* const b = manager.allocate(2 * kPlane, false);
+    EXPECT_EQ(manager.liveBytes(), 3 * kPlane);
+    manager.free(b);
+    EXPECT_EQ(manager.liveBytes(), kPlane);
+    EXPECT_EQ(manager.peakBytes(), 3 * kPlane);
+    manager.resetPeak();
+    EXPECT_EQ(manager.peakBytes(), kPlane);
+    manager.free(a);
+    EXPECT_EQ(manager.liveBytes(), 0u);
+}
+
+TEST(MemoryManager, ReusesAFreedPlaneUpToTheLimit)
+{
+    MemoryManager manager;
+    manager.setCacheLimit(kPlane);
+    void* const first = manager.allocate(kPlane, false);
+    void* const second = manager.allocate(kPlane, false);
+    manager.free(first);
+    manager.free(second); // beyond the limit: goes back to the system
+    EXPECT_EQ(manager.cachedBytes(), kPlane);
+    EXPECT_EQ(manager.allocate(kPlane - 100, false), first);
+    EXPECT_EQ(manager.cachedBytes(), 0u);
+    manager.free(first);
+    manager.trim();
+    EXPECT_EQ(manager.cachedBytes(), 0u);
+}
+
+TEST(MemoryManager, AMuchLargerKeptPlaneIsNotSpentOnASmallWish)
+{
+    MemoryManager manager;
+    manager.setCacheLimit(64 * kPlane);
+    manager.free(manager.allocate(16 * kPlane, false));
+    void* const small = manager.allocate(kPlane, false);
+    EXPECT_EQ(manager.liveBytes(), kPlane);
+    manager.free(small);
+}
+
+TEST(MemoryManager, ZeroedPlanesAreZeroAlsoWhenReused)
+{
+    MemoryManager manager;
+    void* const dirty = manager.allocate(kPlane, false);
+    std::memset(dirty, 0xFF, kPlane);
+    manager.free(dirty);
+    const auto* const clean = static_cast<unsigned char*>(manager.allocate(kPlane, true));
+    for (std::size_t i = 0; i < kPlane; i += 997)
+        ASSERT_EQ(clean[i], 0);
+    manager.free(const_cast<unsigned char*>(clean));
+}
+
+TEST(MemoryManager, AnImpossibleSizeThrows)
+{
+    MemoryManager manager;
+    EXPECT_THROW((void)manager.allocate(static_cast<std::size_t>(-1), false), std::bad_alloc);
+    EXPECT_EQ(manager.liveBytes(), 0u);
+}
+
+TEST(MemoryManager, ManyThreadsLeaveTheCountWhereItWas)
+{
+    MemoryManager manager;
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t)
+        threads.emplace_back([&manager, t] {
+            for (std::size_t i = 0; i < 200; ++i)
+                manager.free(manager.allocate((i % 5 + t) * 300000 + 1, false));
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(manager.liveBytes(), 0u);
+}
+
+TEST(MemoryManager, ServesVectorsAndScopes)
+{
+    const std::size_t before = MemoryManager::instance().liveBytes();
+    {
+        std::vector<float, ManagedAllocator<float>> values(1000, 2.0f);
+        const ManagedPlane<float> plane(1000);
+        EXPECT_TRUE(isAligned(values.data()));
+        EXPECT_TRUE(isAligned(plane.data()));
+        EXPECT_GT(MemoryManager::instance().liveBytes(), before);
+    }
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
+}

@@ -1,0 +1,68 @@
+/// Colour spaces of pictures.
+#pragma once
+
+#include <orvo_common/export.hpp>
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace orvo {
+
+/// A colour space, immutable, shared behind std::shared_ptr. Either a matrix profile (three primaries and a curve for
+/// each), any other profile that LittleCMS reads, or none at all. Usable from any thread.
+class ORVO_EXPORT ColorProfile
+{
+public:
+    ColorProfile(const ColorProfile&) = delete;
+    ColorProfile& operator=(const ColorProfile&) = delete;
+    ~ColorProfile();
+
+    /// A profile from the bytes of an ICC file; empty if they are no usable RGB, gray or CMYK profile.
+    [[nodiscard]] static std::shared_ptr<ColorProfile> fromIcc(std::span<const unsigned char> icc);
+
+    /// A stable text: equal for profiles that describe the same space, whatever their names.
+    [[nodiscard]] const std::string& hash() const;
+
+    /// By value: whether hash() is the same.
+    bool operator==(const ColorProfile& other) const;
+
+    /// The bytes of an ICC file of this space; empty for None().
+    [[nodiscard]] const std::vector<unsigned char>& icc() const;
+
+    /// Samples are proportional to light.
+    [[nodiscard]] bool isLinear() const;
+
+    /// Name for people, such as "sRGB".
+    [[nodiscard]] const std::string& description() const;
+
+    struct Impl; ///< for the colour transform of this room
+    [[nodiscard]] const Impl& impl() const { return *implementation; }
+    explicit ColorProfile(std::unique_ptr<Impl> implementation);
+
+private:
+    std::unique_ptr<Impl> implementation;
+};
+
+/// The shared instances.
+struct ORVO_EXPORT ColorProfileType
+{
+    /// IEC 61966-2-1.
+    static std::shared_ptr<ColorProfile> sRGB();
+    /// The working space: the primaries of ProPhoto RGB (ISO 22028-2), white D50, the transfer curve of sRGB. Wide
+    /// enough that no camera colour is lost, and the curve keeps tone operations at home on both spaces.
+    static std::shared_ptr<ColorProfile> melissaRGB();
+    /// The primaries of melissaRGB() with samples proportional to light: what undeveloped raw pictures have.
+    static std::shared_ptr<ColorProfile> linearMelissaRGB();
+    /// The primaries of sRGB() with samples proportional to light: what EXR files hold.
+    static std::shared_ptr<ColorProfile> linearSRGB();
+    /// Data without a profile: never converted.
+    static std::shared_ptr<ColorProfile> None();
+};
+
+/// The transfer curve of sRGB, continued beyond 1 and mirrored below 0, so that it has an inverse everywhere.
+[[nodiscard]] ORVO_EXPORT float linearFromSRGBCurve(float encoded);
+[[nodiscard]] ORVO_EXPORT float srgbCurveFromLinear(float linear);
+
+} // namespace orvo

@@ -1,0 +1,87 @@
+/// The family's document image: pixels with their metadata.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/image_data.hpp>
+#include <orvo_core/image_metadata.hpp>
+
+#include <memory>
+#include <string>
+
+namespace orvo {
+
+/// Where an image's pixels come from: memory.
+class ORVO_EXPORT ImageSource
+{
+public:
+    /// Pixels that others may hold too and that nobody changes.
+    ImageSource(std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels,
+                std::shared_ptr<const ImageMetadata> metadata, std::shared_ptr<AdditionalRawMetadata> rawMetadata);
+
+    /// Pixels made for this image alone, such as a reader's. Image::imageData() hands them out without a copy.
+    [[nodiscard]] static std::shared_ptr<ImageSource> owning(std::shared_ptr<_ImageData<PixelRGB<float>>> pixels,
+                                                             std::shared_ptr<const ImageMetadata> metadata,
+                                                             std::shared_ptr<AdditionalRawMetadata> rawMetadata);
+
+    [[nodiscard]] const std::shared_ptr<const _ImageData<PixelRGB<float>>>& pixels() const { return shared; }
+    [[nodiscard]] const std::shared_ptr<_ImageData<PixelRGB<float>>>& ownPixels() const { return owned; }
+    [[nodiscard]] const std::shared_ptr<const ImageMetadata>& metadata() const { return description; }
+    [[nodiscard]] const std::shared_ptr<AdditionalRawMetadata>& rawMetadata() const { return rawDescription; }
+
+private:
+    std::shared_ptr<const _ImageData<PixelRGB<float>>> shared;
+    std::shared_ptr<_ImageData<PixelRGB<float>>> owned; // empty, or the same picture as `shared`
+    std::shared_ptr<const ImageMetadata> description;
+    std::shared_ptr<AdditionalRawMetadata> rawDescription;
+};
+
+/// The base of Image: extent and metadata.
+class ORVO_EXPORT BaseImage
+{
+public:
+    virtual ~BaseImage();
+    [[nodiscard]] virtual _Size<int> size() const = 0;
+    [[nodiscard]] virtual std::shared_ptr<const ImageMetadata> metadata() const = 0;
+    [[nodiscard]] _Rect<int> rect() const { return {0, 0, size().width, size().height}; }
+    [[nodiscard]] int width() const { return size().width; }
+    [[nodiscard]] int height() const { return size().height; }
+};
+
+/// Held by std::shared_ptr. Reading it from several threads is safe.
+class ORVO_EXPORT Image final : public BaseImage
+{
+public:
+    /// Throws std::invalid_argument if `source` or its pixels are empty.
+    explicit Image(std::shared_ptr<ImageSource> source);
+    ~Image() override;
+
+    [[nodiscard]] _Size<int> size() const override;
+    [[nodiscard]] std::shared_ptr<const ImageMetadata> metadata() const override;
+    [[nodiscard]] std::shared_ptr<AdditionalRawMetadata> getAdditionalRawMetadata() const;
+
+    /// The pixels of `rect` at `size`; a zero size is the picture's own. The whole picture at its own size is the
+    /// very pixels of an image that owns them (a reader's): who changes them changes the image. Otherwise a new
+    /// picture.
+    [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> imageData(_Size<int> size, _Rect<int> rect,
+                                                                         bool flag) const;
+
+    /// The unedited picture; at full size without a copy.
+    [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
+    developedOriginalImageData(const ResizeParameters& parameters) const;
+
+    /// A text that is the same as long as the content is.
+    [[nodiscard]] const std::string& getGUID() const { return guid; }
+
+private:
+    std::shared_ptr<ImageSource> source;
+    std::string guid;
+};
+
+/// Wraps pixels in a new Image, without a copy; its metadata tell the size only.
+[[nodiscard]] ORVO_EXPORT std::shared_ptr<Image>
+CreateOrvoImage(std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels);
+[[nodiscard]] ORVO_EXPORT std::shared_ptr<Image>
+CreateOrvoImage(std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels,
+                std::shared_ptr<const ImageMetadata> metadata);
+
+} // namespace orvo

@@ -1,0 +1,94 @@
+/// What is known of a picture beside its pixels.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/color_profile.hpp>
+#include <orvo_core/geometry.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvo {
+
+/// Metadata blocks of the file as they stood in it, carried over to what is made from it. Immutable once shared.
+struct ORVO_EXPORT EmbeddedMetadata
+{
+    std::vector<unsigned char> exif; ///< a TIFF structure without the "Exif\0\0" prefix
+    std::vector<unsigned char> iptc; ///< IPTC-IIM records
+    std::string xmp;                 ///< an XMP packet
+};
+
+/// A copyable record. Numbers that the file does not tell are 0.
+struct ORVO_EXPORT ImageMetadata
+{
+    _Size<int> size;               ///< upright pixels
+    bool isRaw = false;            ///< the raw mark: a raw camera file whose pixels still need development
+    bool isDeveloped = false;      ///< the developed mark: raw pixels that have been through development
+    bool isFinished = false;       ///< the second developed mark: made by a merge, never to be developed again
+
+    float baselineExposure = 0.0f; ///< EV that the camera wants added in development; raw only
+    float linearResponseLimit = 1.0f; ///< share of full scale up to which the sensor is linear; raw only
+
+    float isoSpeed = 0.0f;
+    float shutterSeconds = 0.0f;
+    float aperture = 0.0f;         ///< f-number
+    float exposureBias = 0.0f;     ///< EV as the camera wrote it; already in the three above where they are told
+    float exposureOffset = 0.0f;   ///< EV; for a file without exposure data the log2 of its mean linear luminance
+
+    float temperature = 0.0f;      ///< white balance in kelvin
+    float tint = 0.0f;
+
+    std::string cameraMake;
+    std::string cameraModel;
+    std::string lensModel;
+    float focalLength = 0.0f;      ///< mm
+    float cropFactor = 0.0f;       ///< 36 mm over the sensor's width
+    float subjectDistance = 0.0f;  ///< m
+
+    std::shared_ptr<ColorProfile> fileProfile;           ///< the colour space of the file, never empty after a read
+    std::shared_ptr<const EmbeddedMetadata> embedded;    ///< may be empty
+
+    /// Time, aperture and sensitivity are all told.
+    [[nodiscard]] bool hasExposure() const { return shutterSeconds > 0.0f && aperture > 0.0f && isoSpeed > 0.0f; }
+};
+
+/// What the raw reader found beside the pixels. Immutable after wait(), except for prepareLensCorrection().
+class ORVO_EXPORT AdditionalRawMetadata
+{
+public:
+    virtual ~AdditionalRawMetadata();
+
+    /// Returns once everything is there.
+    virtual void wait() = 0;
+    /// EV by which the picture should be brightened to look normally exposed.
+    [[nodiscard]] virtual float getAutoDetectedTone() = 0;
+    /// Says that a lens correction will be asked for, so that its data can be looked up.
+    virtual void prepareLensCorrection() = 0;
+    /// Whether prepareLensCorrection() was called.
+    [[nodiscard]] virtual bool isLensCorrectionPrepared() const = 0;
+    /// Whether chromatic aberration is still in the pixels; applying the correction dismisses it.
+    [[nodiscard]] virtual bool hasPendingChromaticAberration() const = 0;
+    virtual void dismissChromaticAberration() = 0;
+};
+
+/// An AdditionalRawMetadata whose values are known at once.
+class ORVO_EXPORT AdditionalRawMetadataSync final : public AdditionalRawMetadata
+{
+public:
+    explicit AdditionalRawMetadataSync(float autoDetectedTone = 0.0f);
+    ~AdditionalRawMetadataSync() override;
+    void wait() override {}
+    [[nodiscard]] float getAutoDetectedTone() override { return tone; }
+    void prepareLensCorrection() override { lensPrepared = true; }
+    [[nodiscard]] bool isLensCorrectionPrepared() const override { return lensPrepared; }
+    [[nodiscard]] bool hasPendingChromaticAberration() const override { return chromaticPending; }
+    void dismissChromaticAberration() override { chromaticPending = false; }
+
+private:
+    float tone;
+    bool lensPrepared = false;
+    bool chromaticPending = true;
+};
+
+} // namespace orvo

@@ -1,0 +1,134 @@
+#!/usr/bin/env bash
+# Makes a Debian 12 machine ready to build orvo_extensions: packages, then an OpenCV with SURF.
+# Running it again costs a second or two and changes nothing.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/bootstrap.sh [--bench] [--tools]
+
+Installs what building, testing and running orvo_extensions needs, and builds OpenCV 4.7.0
+with SURF into a cache folder unless the machine has a usable OpenCV already.
+
+  --bench   also the programs that the benchmarks compare with (enfuse)
+  --tools   also clang, clang-format and clang-tidy, for work on the code
+  --help    this text
+
+ORVO_DEPS names the cache folder; without it, it is orvo below $XDG_CACHE_HOME or ~/.cache.
+TEXT
+}
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+. "$here/opencv-recipe.sh"
+
+say() { printf 'bootstrap: %s\n' "$*"; }
+die() { printf 'bootstrap: %s\n' "$*" >&2; exit 1; }
+
+packages=(
+  ca-certificates g++ cmake ninja-build ccache pkg-config git python3 python3-venv
+  libtbb-dev libeigen3-dev libprotobuf-dev protobuf-compiler zlib1g-dev
+  libraw-dev libexiv2-dev liblensfun-dev liblcms2-dev libheif-dev
+  libjpeg-dev libpng-dev libtiff-dev libwebp-dev libopenexr-dev
+  libspdlog-dev nlohmann-json3-dev libcli11-dev uuid-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+)
+for argument in "$@"; do
+  case $argument in
+    --bench) packages+=(enfuse python3) ;;
+    --tools) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev) ;;
+    --help|-h) usage; exit 0 ;;
+    *) usage >&2; die "unknown argument '$argument'" ;;
+  esac
+done
+
+install_packages() {
+  command -v dpkg-query >/dev/null || die "this script knows Debian's package manager only; install these yourself: ${packages[*]}"
+  local missing=() package
+  for package in "${packages[@]}"; do
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+  done
+  if [ ${#missing[@]} -eq 0 ]; then
+    say "all Debian packages are there"
+    return
+  fi
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || die "root is needed to install packages; run as root: apt-get install ${missing[*]}"
+    as_root=(sudo)
+  fi
+  say "installing ${#missing[@]} Debian packages: ${missing[*]}"
+  "${as_root[@]}" apt-get update -qq || die "apt-get update failed; is the network up and /etc/apt/sources.list right?"
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null ||
+    die "apt-get could not install the packages above; this project is made for Debian 12"
+}
+
+# Whether the OpenCV that CMake finds (or the one below prefix $1) has all modules and a SURF that works.
+usable_opencv() {
+  local scratch answer=1
+  scratch=$(mktemp -d)
+  if cmake -S "$here/../cmake/opencv_probe" -B "$scratch" -G Ninja ${1:+-DCMAKE_PREFIX_PATH="$1"} >"$scratch/log" 2>&1 &&
+    cmake --build "$scratch" >>"$scratch/log" 2>&1 && "$scratch/opencv_probe" >>"$scratch/log" 2>&1; then
+    answer=0
+  fi
+  rm -rf "$scratch"
+  return $answer
+}
+
+# Runs the build while telling every half minute how far it is; the whole output goes to log file $2.
+build_with_progress() {
+  local folder=$1 log=$2 pid
+  NINJA_STATUS='[%f of %t] ' ninja -C "$folder" install >"$log" 2>&1 &
+  pid=$!
+  trap 'kill "$pid" 2>/dev/null; exit 130' INT TERM
+  local since=$SECONDS told=$SECONDS
+  while kill -0 "$pid" 2>/dev/null; do
+    sleep 1
+    if [ $((SECONDS - told)) -ge 30 ]; then
+      told=$SECONDS
+      say "  OpenCV: $(grep -o '^\[[0-9]* of [0-9]*\]' "$log" | tail -n 1) after $((SECONDS - since)) s"
+    fi
+  done
+  trap - INT TERM
+  wait "$pid"
+}
+
+build_opencv() {
+  local prefix work log
+  prefix=$(opencv_prefix)
+  work="$prefix.build"
+  log="$prefix.log"
+  mkdir -p "$(dirname "$prefix")" || die "cannot make the cache folder $(dirname "$prefix"); set ORVO_DEPS to one that can be written"
+  exec 9>"$prefix.lock"
+  flock 9  # two bootstraps at once: the second waits, then finds the work done
+  [ ! -f "$prefix/complete" ] || return 0
+  local free
+  free=$(df -Pm "$(dirname "$prefix")" | awk 'NR == 2 {print $4}')
+  [ "$free" -ge 2500 ] || die "building OpenCV needs 2500 MB below $(dirname "$prefix"), only $free MB are free; set ORVO_DEPS to another disk"
+  say "building OpenCV $opencv_version once, into $prefix (about ten minutes on two cores)"
+  rm -rf "$work" "$prefix"
+  mkdir -p "$work"
+  say "  fetching its source from PyPI"
+  { python3 -m venv "$work/venv" && "$work/venv/bin/pip" install -q "setuptools<66" wheel scikit-build &&
+    "$work/venv/bin/pip" download -q --no-deps --no-build-isolation --no-binary :all: -d "$work" "$opencv_python_package"; } \
+    >"$log" 2>&1 || die "could not fetch $opencv_python_package from PyPI; see $log"
+  mkdir "$work/source"
+  tar -xf "$work"/opencv-contrib-python-*.tar.gz -C "$work/source" --strip-components=1 || die "the fetched source is damaged; run this script again"
+  say "  configuring"
+  cmake -S "$work/source/opencv" -B "$work/build" -G Ninja -DCMAKE_INSTALL_PREFIX="$prefix" \
+    -DOPENCV_EXTRA_MODULES_PATH="$work/source/opencv_contrib/modules" "${opencv_options[@]}" >>"$log" 2>&1 ||
+    die "configuring OpenCV failed; see $log"
+  build_with_progress "$work/build" "$log" || die "building OpenCV failed; see $log"
+  usable_opencv "$prefix" || die "the new OpenCV in $prefix finds no SURF key points; see $log"
+  rm -rf "$work"
+  touch "$prefix/complete"  # last, so that a build that was cut off is never taken for a whole one
+  say "OpenCV is ready"
+}
+
+install_packages
+if [ -f "$(opencv_prefix)/complete" ]; then
+  say "OpenCV $opencv_version is there: $(opencv_prefix)"
+elif usable_opencv ""; then
+  say "the machine's own OpenCV will do"
+else
+  build_opencv
+fi

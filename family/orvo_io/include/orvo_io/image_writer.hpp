@@ -1,0 +1,46 @@
+/// Writes picture files.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/image_data.hpp>
+#include <orvo_core/image_metadata.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace orvo {
+
+enum class ImageFileFormat { Jpeg, Png, Tiff, Exr };
+
+struct ImageWriteSettings
+{
+    ImageFileFormat format = ImageFileFormat::Tiff;
+    /// Bits of a sample: JPEG 8; PNG and TIFF 8 or 16; EXR 16 (half) or 32 (float).
+    int bits = 16;
+    /// JPEG only, 1..100.
+    int jpegQuality = 95;
+    /// Colour space of the file; empty: sRGB(). EXR always holds linear light with the primaries of sRGB.
+    std::shared_ptr<ColorProfile> profile;
+    /// Carried into the file (EXIF, IPTC, XMP); orientation is written as upright, pixel size as it is, an embedded
+    /// preview is dropped. Empty: none.
+    std::shared_ptr<const ImageMetadata> metadata;
+    /// Asked every few rows; true stops the writing, and writeImage() returns false.
+    std::function<bool()> cancel;
+};
+
+/// Format and bits by the ending of the name: .jpg .jpeg .png .tif .tiff .exr in any case. Throws std::invalid_argument
+/// that names the file and the endings that are known.
+[[nodiscard]] ORVO_EXPORT ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path);
+
+/// Writes `picture` to `path`, replacing a file that is there. Colours are converted row by row, so nothing of the
+/// picture's size is held beside it. Values outside 0..1 are limited, except in EXR; NaN is written as 0. 8-bit
+/// samples are rounded, with the ICC profile embedded. Returns false if it was cancelled, with the file removed. Throws
+/// std::runtime_error that names the file and the cause (no permission, disk full, ...), with a partly written file
+/// removed, and std::invalid_argument on settings that do not fit the format or an empty picture. The write is not atomic: a caller who wants that
+/// writes beside and renames.
+ORVO_EXPORT bool writeImage(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
+                            const ImageWriteSettings& settings);
+
+} // namespace orvo

@@ -1,12 +1,13 @@
 #include <orvo_common/memory_manager.hpp>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <unistd.h>
 #include <unordered_map>
 
 namespace orvo {

@@ -15,7 +15,10 @@ namespace {
 
 constexpr std::size_t kPlane = std::size_t{4} << 20;
 
-bool isAligned(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer) % MemoryManager::kAlignment == 0; }
+bool isAligned(const void* pointer)
+{
+    return reinterpret_cast<std::uintptr_t>(pointer) % MemoryManager::kAlignment == 0;
+}
 
 } // namespace
 

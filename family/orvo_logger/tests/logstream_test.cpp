@@ -2,12 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
-#include <stdlib.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace orvo;
 using testing::ElementsAre;
@@ -127,7 +127,4 @@ TEST(LogStream, ADroppedSinkHearsNothing)
     EXPECT_EQ(heard, 1);
 }
 
-TEST(FunctionSignature, NamesTheCaller)
-{
-    EXPECT_THAT(functionSignature(), HasSubstr("TestBody"));
-}
+TEST(FunctionSignature, NamesTheCaller) { EXPECT_THAT(functionSignature(), HasSubstr("TestBody")); }

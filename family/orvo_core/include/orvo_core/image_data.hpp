@@ -61,11 +61,9 @@ public:
     void convertTo(const std::shared_ptr<ColorProfile>& newProfile);
 
     /// For masks. The part of `rect` outside the picture is left out.
-    void fillRect(const float& value, _Rect<int> rect)
-        requires std::same_as<T, float>;
+    void fillRect(const float& value, _Rect<int> rect) requires std::same_as<T, float>;
     /// Limits all samples to 0..1.
-    void clamp()
-        requires std::same_as<T, float>;
+    void clamp() requires std::same_as<T, float>;
 
 private:
     _Size<int> extent;

@@ -22,32 +22,32 @@ struct ORVO_EXPORT EmbeddedMetadata
 /// A copyable record. Numbers that the file does not tell are 0.
 struct ORVO_EXPORT ImageMetadata
 {
-    _Size<int> size;               ///< upright pixels
-    bool isRaw = false;            ///< the raw mark: a raw camera file whose pixels still need development
-    bool isDeveloped = false;      ///< the developed mark: raw pixels that have been through development
-    bool isFinished = false;       ///< the second developed mark: made by a merge, never to be developed again
+    _Size<int> size;          ///< upright pixels
+    bool isRaw = false;       ///< the raw mark: a raw camera file whose pixels still need development
+    bool isDeveloped = false; ///< the developed mark: raw pixels that have been through development
+    bool isFinished = false;  ///< the second developed mark: made by a merge, never to be developed again
 
-    float baselineExposure = 0.0f; ///< EV that the camera wants added in development; raw only
+    float baselineExposure = 0.0f;    ///< EV that the camera wants added in development; raw only
     float linearResponseLimit = 1.0f; ///< share of full scale up to which the sensor is linear; raw only
 
     float isoSpeed = 0.0f;
     float shutterSeconds = 0.0f;
-    float aperture = 0.0f;         ///< f-number
-    float exposureBias = 0.0f;     ///< EV as the camera wrote it; already in the three above where they are told
-    float exposureOffset = 0.0f;   ///< EV; for a file without exposure data the log2 of its mean linear luminance
+    float aperture = 0.0f;       ///< f-number
+    float exposureBias = 0.0f;   ///< EV as the camera wrote it; already in the three above where they are told
+    float exposureOffset = 0.0f; ///< EV; for a file without exposure data the log2 of its mean linear luminance
 
-    float temperature = 0.0f;      ///< white balance in kelvin
+    float temperature = 0.0f; ///< white balance in kelvin
     float tint = 0.0f;
 
     std::string cameraMake;
     std::string cameraModel;
     std::string lensModel;
-    float focalLength = 0.0f;      ///< mm
-    float cropFactor = 0.0f;       ///< 36 mm over the sensor's width
-    float subjectDistance = 0.0f;  ///< m
+    float focalLength = 0.0f;     ///< mm
+    float cropFactor = 0.0f;      ///< 36 mm over the sensor's width
+    float subjectDistance = 0.0f; ///< m
 
-    std::shared_ptr<ColorProfile> fileProfile;           ///< the colour space of the file, never empty after a read
-    std::shared_ptr<const EmbeddedMetadata> embedded;    ///< may be empty
+    std::shared_ptr<ColorProfile> fileProfile;        ///< the colour space of the file, never empty after a read
+    std::shared_ptr<const EmbeddedMetadata> embedded; ///< may be empty
 
     /// Time, aperture and sensitivity are all told.
     [[nodiscard]] bool hasExposure() const { return shutterSeconds > 0.0f && aperture > 0.0f && isoSpeed > 0.0f; }

@@ -13,14 +13,15 @@
 namespace orvo {
 
 /// What the reader does on the way. A set of bits.
-enum class ImageReaderOpenFlag : std::int32_t {
+enum class ImageReaderOpenFlag : std::int32_t
+{
     None = 0,
-    Upright = 0x2,            ///< turn and mirror as the orientation tag says
-    Embedded = 0x4,           ///< keep the EXIF, IPTC and XMP blocks, to be carried over
-    WorkingSpace = 0x8,       ///< convert to the wanted colour space; otherwise the samples stay as the file has them
-    Undeveloped = 0x10,       ///< give raw files as linear light for a later development, not developed by LibRaw
-    Complete = 0x1000,        ///< refuse a file whose pixels are cut off, instead of filling what is missing
-    Bracket = 0x101e,         ///< all of the above: what every bracket operation loads with
+    Upright = 0x2,      ///< turn and mirror as the orientation tag says
+    Embedded = 0x4,     ///< keep the EXIF, IPTC and XMP blocks, to be carried over
+    WorkingSpace = 0x8, ///< convert to the wanted colour space; otherwise the samples stay as the file has them
+    Undeveloped = 0x10, ///< give raw files as linear light for a later development, not developed by LibRaw
+    Complete = 0x1000,  ///< refuse a file whose pixels are cut off, instead of filling what is missing
+    Bracket = 0x101e,   ///< all of the above: what every bracket operation loads with
 };
 
 /// The file to open.

@@ -12,7 +12,13 @@
 
 namespace orvo {
 
-enum class ImageFileFormat { Jpeg, Png, Tiff, Exr };
+enum class ImageFileFormat
+{
+    Jpeg,
+    Png,
+    Tiff,
+    Exr
+};
 
 struct ImageWriteSettings
 {
@@ -38,8 +44,8 @@ struct ImageWriteSettings
 /// picture's size is held beside it. Values outside 0..1 are limited, except in EXR; NaN is written as 0. 8-bit
 /// samples are rounded, with the ICC profile embedded. Returns false if it was cancelled, with the file removed. Throws
 /// std::runtime_error that names the file and the cause (no permission, disk full, ...), with a partly written file
-/// removed, and std::invalid_argument on settings that do not fit the format or an empty picture. The write is not atomic: a caller who wants that
-/// writes beside and renames.
+/// removed, and std::invalid_argument on settings that do not fit the format or an empty picture. The write is not
+/// atomic: a caller who wants that writes beside and renames.
 ORVO_EXPORT bool writeImage(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
                             const ImageWriteSettings& settings);
 

@@ -14,7 +14,8 @@
 namespace orvo {
 
 /// How much a log line matters. The values are part of the interface.
-enum class LogMessageType : std::int32_t {
+enum class LogMessageType : std::int32_t
+{
     Trace = 0,      ///< progress of single steps
     Progress = 2,   ///< what an operation is doing; the level of a stream that was given none
     Warning = 3,    ///< a recoverable problem
@@ -34,8 +35,7 @@ public:
     logstream& operator<<(const std::string& piece);
     logstream& operator<<(const std::wstring& piece);
     template <typename Number>
-        requires(std::integral<Number> || std::floating_point<Number>)
-    logstream& operator<<(Number number)
+    requires(std::integral<Number> || std::floating_point<Number>) logstream& operator<<(Number number)
     {
         if constexpr (std::same_as<Number, bool>)
             return append(number ? "1" : "0");
@@ -82,8 +82,7 @@ ORVO_EXPORT void logErrorMessage(const std::string& text) noexcept;
 }
 
 /// The full signature of the function that calls this, as messages carry it.
-[[nodiscard]] inline std::string
-functionSignature(const std::source_location& where = std::source_location::current())
+[[nodiscard]] inline std::string functionSignature(const std::source_location& where = std::source_location::current())
 {
     return where.function_name();
 }

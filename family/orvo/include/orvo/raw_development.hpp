@@ -1,0 +1,40 @@
+/// Development of raw frames: from linear light to the working space.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/image_data.hpp>
+#include <orvo_core/image_metadata.hpp>
+
+#include <functional>
+#include <memory>
+
+namespace orvo {
+
+using PicturePointer = std::shared_ptr<_ImageData<PixelRGB<float>>>;
+
+/// Develops a raw frame in place for merging: linearMelissaRGB() in, melissaRGB() out. `exposure` is a shift in EV:
+/// one more doubles linear mid-tones. Clipped highlights are recovered where a channel still has them and run
+/// smoothly into white; the tone curve leaves mid-tones linear, so that rungs of a ladder fit each other. With
+/// `chromatic` lateral chromatic aberration is corrected first. `metadata` gives the baseline exposure. Does nothing
+/// to a picture that is not linear, such as one already developed.
+ORVO_EXPORT void develop_for_hdr(PicturePointer& image, const std::shared_ptr<const ImageMetadata>& metadata,
+                                 const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, float exposure,
+                                 bool chromatic);
+
+/// Development for a finished look.
+class ORVO_EXPORT RawImageDevelop
+{
+public:
+    using ThumbnailGetter = std::function<PicturePointer()>;
+
+    /// Develops `source` (linearMelissaRGB()) into `target` (melissaRGB()), which may be the same pointer. `thumbnail`
+    /// is asked for a small version of the source, on which the overall tone is judged. `tone`: EV that the raw reader
+    /// suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the zero
+    /// rectangle for all. `flag` asks for the neutral tone curve instead of the contrasty one. `cancel` true leaves
+    /// the target as it was.
+    void develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,
+                 const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength, _Rect<int> rect,
+                 bool flag, const std::function<bool()>& cancel) const;
+};
+
+} // namespace orvo

@@ -1,0 +1,119 @@
+/// Merging an exposure bracket, or a single frame, into one picture.
+///
+/// Bracket operations run on the caller's thread and wait for their own parallel loops. make_HDR lets no exception
+/// out: it answers empty pointers, and the reason is in the log.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/image.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace orvo {
+
+/// How strongly moving subjects are looked for. Every step up marks more of the picture.
+enum class DeghostAmount : std::int32_t
+{
+    Lowest = 0,
+    Low = 1,
+    Medium = 2,
+    High = 3,
+    Highest = 4
+};
+
+/// Carried by HDRSettings for the application; the merge works with its own constants.
+struct ORVO_EXPORT HDRSettingsLL
+{
+    HDRSettingsLL();
+    HDRSettingsLL(const HDRSettingsLL&);
+    HDRSettingsLL& operator=(const HDRSettingsLL&);
+
+    float edgeGain = 1.0f;
+    float edgeThreshold = 0.5f;
+    float detail = -2.0f;
+    std::int32_t samples = 0;
+};
+
+/// Limits of an exposure ladder, carried for the application; the merge works with its own constants.
+struct HDREvLimits
+{
+    float rawLow = -4.0f;
+    float low = -3.0f;
+    float rawHigh = 4.0f;
+    float high = 3.0f;
+    std::int32_t rawCount = 6;
+    std::int32_t count = 4;
+};
+
+/// What a merge is to do. A copy shares the cancel flag, so that whoever keeps it can stop a merge that got a copy.
+struct ORVO_EXPORT HDRSettings
+{
+    HDRSettings();
+    HDRSettings(const HDRSettings&);
+    HDRSettings(HDRSettings&&) noexcept;
+    HDRSettings& operator=(const HDRSettings&);
+    HDRSettings& operator=(HDRSettings&&) noexcept;
+    ~HDRSettings();
+
+    /// Align the frames of a handheld bracket.
+    bool alignment = false;
+    /// Take out ghosts of moving subjects.
+    bool ghostReduction = false;
+    /// Index into the given paths of the frame whose subjects are kept; out of range: the middle frame by exposure.
+    std::int32_t ghostRefImageIdx = 0;
+    DeghostAmount deghostAmount = DeghostAmount::Lowest;
+    /// Any thread may set the byte to stop the merge. Empty: it cannot be stopped.
+    std::shared_ptr<volatile unsigned char> cancelFlag;
+    /// Kept for the application, not read here.
+    bool optionA = true;
+    /// Correct lateral chromatic aberration.
+    bool chromaticAberrations = false;
+    /// Kept for the application, not read here.
+    bool optionB = true;
+    /// Above 0: automatic white balance of the result, up to 1 for all of the cast.
+    float whiteBalance = 0.0f;
+    /// Above 0: enhancement of fine detail in the result, up to 1.
+    float details = 0.0f;
+    /// Correct distortion and vignetting of raw frames by the lens of the metadata.
+    bool lensCorrection = false;
+    /// The three below: kept for the application, not read here.
+    HDREvLimits evLimits;
+    float strength = 1.0f;
+    HDRSettingsLL ll;
+
+    /// Whether there is a cancel flag and it is set.
+    [[nodiscard]] bool canceled() const;
+};
+
+/// What has been reached. A bracket reports 0, 1, 2, 3, 4, 5, 6, a single frame 200, 1, 2, 3, 5, 6.
+enum class HDRMergingPhaseName : std::int32_t
+{
+    BracketStarted = 0,
+    FramesLoaded = 1,
+    LadderBuilt = 2,
+    FirstFrameBlended = 3,
+    SecondFrameBlended = 4,
+    Blended = 5,
+    Normalized = 6,
+    SingleFrameStarted = 200,
+};
+
+/// Merges a bracket of any order, or a single frame, by a luminance-mask exposure blend (no radiance map, no tone
+/// mapping): the frames are sorted by exposure, brought to a regular ladder of exposures, aligned and deghosted if
+/// asked, and folded from the brightest to the darkest, each mixed in through a mask made of its own luminance.
+///
+/// All frames must have one size; that is not checked here. `size` has no effect. `onPhase` is called on the caller's
+/// thread; empty: the phases are logged. Result: the merged picture, in melissaRGB(), and the pixels of the middle
+/// frame as loaded (developed if raw); both empty on failure and on cancel. Peak: one picture for each frame and each
+/// rung of the ladder, the result, and a fifth of a picture for masks; deghosting adds three pictures and alignment
+/// a second copy of all frames.
+[[nodiscard]] ORVO_EXPORT std::pair<std::shared_ptr<Image>, std::shared_ptr<_ImageData<PixelRGB<float>>>>
+make_HDR(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> size,
+         std::function<void(HDRMergingPhaseName)> onPhase);
+
+} // namespace orvo

@@ -7,6 +7,7 @@
 #include <orvo_common/export.hpp>
 #include <orvo_core/image.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -68,7 +69,7 @@ struct ORVO_EXPORT HDRSettings
     std::int32_t ghostRefImageIdx = 0;
     DeghostAmount deghostAmount = DeghostAmount::Lowest;
     /// Any thread may set the byte to stop the merge. Empty: it cannot be stopped.
-    std::shared_ptr<volatile unsigned char> cancelFlag;
+    std::shared_ptr<std::atomic<unsigned char>> cancelFlag;
     /// Kept for the application, not read here.
     bool optionA = true;
     /// Correct lateral chromatic aberration.

@@ -1,0 +1,177 @@
+#include "bracket/align_frames.hpp"
+
+#include "bracket/estimate_pair.hpp"
+#include "bracket/frame_matrix.hpp"
+#include "bracket/inscribed_rect.hpp"
+
+#include <orvo_image_processing/auto_exposure.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <opencv2/imgproc.hpp>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+namespace orvo {
+namespace {
+
+// Shorter side at which key points are looked for: enough for sub-pixel homographies, small enough to be quick.
+constexpr double kDetectionSide = 1024.0;
+
+// An alignment that leaves less than this share of a side has gone wrong, or would cost more picture than it is worth.
+constexpr double kSmallestShare = 0.9;
+
+// White of the 8-bit pictures that features are looked for in.
+constexpr double kWhite8 = 255.0;
+
+struct FrameInfo
+{
+    cv::Mat image;  // looks at the frame's pixels
+    cv::Mat scaled; // at the detection scale
+    std::string name;
+    int width = 0;
+    int height = 0;
+    std::vector<cv::KeyPoint> keypoints;
+};
+
+using FrameInfos = std::vector<std::shared_ptr<FrameInfo>>;
+
+FrameInfos describeFrames(const std::vector<HDRFrame>& frames, int width, int height, double scale)
+{
+    FrameInfos infos(frames.size());
+    const auto describe = [&](std::size_t i) {
+        auto info = std::make_shared<FrameInfo>();
+        info->image = viewOfFrame(frames[i].image->data(), width, height);
+        info->name = "frame_" + std::to_string(i);
+        info->width = info->image.cols;
+        info->height = info->image.rows;
+        const cv::Size size(static_cast<int>(scale * width), static_cast<int>(scale * height));
+        cv::resize(info->image, info->scaled, size, 0, 0, cv::INTER_LINEAR);
+        infos[i] = std::move(info);
+    };
+    tbb::parallel_for(std::size_t{0}, frames.size(), describe, tbb::auto_partitioner());
+    return infos;
+}
+
+// 8-bit forms of two neighbours, the first at the exposure of the second: key points depend on contrast.
+void equalizeExposure(const cv::Mat& a, const cv::Mat& b, cv::Mat& a8, cv::Mat& b8)
+{
+    cv::Mat a2;
+    cv::Mat b2;
+    cv::cvtColor(a, a2, cv::COLOR_BGR2RGB);
+    cv::cvtColor(b, b2, cv::COLOR_BGR2RGB);
+    cv::Mat tmp = b2.clone();
+    autoExposureAdjustRGB(tmp.ptr<float>(), a2.ptr<float>(), a2.cols, a2.rows);
+    cv::cvtColor(a2, tmp, cv::COLOR_BGR2RGB);
+    tmp.convertTo(a8, CV_8UC3, kWhite8);
+    b.convertTo(b8, CV_8UC3, kWhite8);
+}
+
+cv::Mat registerNeighbours(FrameInfos& infos, std::size_t i, double scale)
+{
+    FrameInfo& first = *infos[i - 1];
+    FrameInfo& second = *infos[i];
+    const bool useScaled = first.scaled.cols > 0;
+    cv::Mat a8;
+    cv::Mat b8;
+    equalizeExposure(useScaled ? first.scaled : first.image, useScaled ? second.scaled : second.image, a8, b8);
+    if (first.keypoints.empty())
+        first.keypoints = detectKeypoints(a8);
+    if (second.keypoints.empty())
+        second.keypoints = detectKeypoints(b8);
+    if (i == 1 && first.keypoints.empty())
+        first.keypoints = second.keypoints;
+    cv::Mat homography;
+    // A pair that fails stays in the chain as identity; estimatePair() has told why.
+    (void)estimatePair(a8, first.keypoints, b8, second.keypoints, homography, scale, first.width, first.height);
+    return homography;
+}
+
+// Maps frame k onto the reference frame.
+cv::Mat referenceFromFrame(const std::vector<cv::Mat>& neighbours, std::size_t k, std::size_t reference)
+{
+    cv::Mat transform = cv::Mat::eye(3, 3, CV_64F);
+    for (std::size_t j = std::min(k, reference) + 1; j <= std::max(k, reference); ++j)
+        transform = transform * neighbours[j - 1];
+    return k < reference ? cv::Mat(transform.inv()) : transform;
+}
+
+cv::Rect2d commonRectangle(const FrameInfos& infos, const std::vector<cv::Mat>& transforms, bool crop)
+{
+    cv::Rect2d common(0, 0, infos[0]->image.cols, infos[0]->image.rows);
+    for (std::size_t k = 0; k < infos.size(); ++k) {
+        const auto corners = projectedCorners(transforms[k], infos[k]->width, infos[k]->height);
+        if (crop)
+            common &= cv::Rect2d(
+                inscribedRect(corners, static_cast<float>(infos[k]->width), static_cast<float>(infos[k]->height)));
+        else
+            common |= cv::Rect2d(cv::boundingRect(corners));
+    }
+    return common;
+}
+
+bool isUsable(const cv::Rect2d& common, int width, int height)
+{
+    return common.x >= 0 && common.y >= 0 && common.width <= width && common.height <= height &&
+           common.width >= kSmallestShare * width && common.height >= kSmallestShare * height;
+}
+
+std::shared_ptr<_ImageData<PixelRGB<float>>> warped(const FrameInfo& info, const cv::Mat& transform, cv::Size size,
+                                                    const std::shared_ptr<ColorProfile>& profile)
+{
+    auto result = std::make_shared<_ImageData<PixelRGB<float>>>(_Size<int>(size.width, size.height), profile);
+    cv::Mat target = viewOfFrame(result->data(), size.width, size.height); // of the size asked for: written in place
+    cv::warpPerspective(info.image.getUMat(cv::ACCESS_READ), target, transform, size, cv::INTER_NEAREST,
+                        cv::BORDER_CONSTANT, cv::Scalar());
+    return result;
+}
+
+} // namespace
+
+void requireSizeOfFirst(const std::vector<HDRFrame>& frames)
+{
+    for (const HDRFrame& frame : frames) {
+        if (!frame.image || frame.image->pixelCount() < frames[0].image->pixelCount())
+            throw std::invalid_argument("the frame " + frame.path.string() +
+                                        " is smaller than the first of its bracket");
+    }
+}
+
+void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop)
+{
+    requireSizeOfFirst(frames);
+    const int width = frames[0].image->width();
+    const int height = frames[0].image->height();
+    const double scale = std::min(1.0, kDetectionSide / std::min(width, height));
+    LOG(__orvolog() << "[Alignment] Alignment scale: " << scale);
+    FrameInfos infos = describeFrames(frames, width, height, scale);
+
+    std::vector<cv::Mat> neighbours; // neighbours[i - 1] maps frame i onto frame i - 1
+    for (std::size_t i = 1; i < infos.size(); ++i)
+        neighbours.push_back(registerNeighbours(infos, i, scale));
+    std::vector<cv::Mat> transforms;
+    for (std::size_t k = 0; k < infos.size(); ++k)
+        transforms.push_back(referenceFromFrame(neighbours, k, static_cast<std::size_t>(referenceIndex)));
+
+    cv::Rect2d common = commonRectangle(infos, transforms, crop);
+    const bool failed = !isUsable(common, width, height);
+    if (failed)
+        common = cv::Rect2d(0, 0, width, height);
+    const cv::Size size(static_cast<int>(std::ceil(common.width)), static_cast<int>(std::ceil(common.height)));
+    const cv::Mat shift = (cv::Mat_<double>(3, 3) << 1, 0, -common.x, 0, 1, -common.y, 0, 0, 1);
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        const auto& profile = frames[k].image->colorProfile();
+        if (failed) {
+            LOG(__orvolog() << "[Alignment] Failed to align frame #" << k);
+            auto kept = std::make_shared<_ImageData<PixelRGB<float>>>(_Size<int>(width, height), profile);
+            matToFrame(infos[k]->image, kept->data());
+            frames[k].image = std::move(kept);
+        } else {
+            frames[k].image = warped(*infos[k], shift * transforms[k], size, profile);
+        }
+    }
+}
+
+} // namespace orvo

@@ -1,0 +1,160 @@
+#include "bracket/compute_mask.hpp"
+
+#include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/fast_blur.hpp>
+#include <orvo_image_processing/local_laplacian.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace orvo {
+namespace {
+
+constexpr float kWhite15 = 32767.0f;
+constexpr float kInverseWhite15 = 3.0518509e-05f; // 1 / 32767
+
+// The local Laplacian filter: detail to a quarter, no floor, nine intensity samples, and edges above half of the scale.
+constexpr float kDetail = -2.0f;
+constexpr float kFloor = 0.0f;
+constexpr int kIntensitySamples = 9;
+constexpr float kEdgeThreshold = 0.5f;
+
+// Hides the steps of the doubled plane.
+constexpr int kSmoothRadius = 1;
+
+float luminance(const PixelRGB<float>& pixel) { return 0.299f * pixel.r + 0.587f * pixel.g + 0.114f * pixel.b; }
+
+std::int16_t quantised(float mean)
+{
+    const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f; // also brings NaN to 0
+    return static_cast<std::int16_t>(limited * kWhite15);
+}
+
+// The source positions that one target cell covers, and how much of the first and the last.
+struct Span
+{
+    int first;
+    int end; // one past the last
+    float firstShare;
+    float lastShare;
+
+    [[nodiscard]] float share(int i) const
+    {
+        if (i == first)
+            return firstShare;
+        return i == end - 1 ? lastShare : 1.0f;
+    }
+};
+
+Span spanOf(int cell, int sourceSize, int targetSize)
+{
+    const float ratio = static_cast<float>(sourceSize) / static_cast<float>(targetSize);
+    const float start = static_cast<float>(cell) * ratio;
+    const float stop = static_cast<float>(cell + 1) * ratio;
+    Span span{};
+    span.first = static_cast<int>(std::floor(start));
+    span.end = std::min(static_cast<int>(std::ceil(stop)), sourceSize);
+    span.firstShare = std::floor(start) + 1.0f - start;
+    const float lastShare = stop - std::floor(stop);
+    span.lastShare = lastShare > 0.0f ? lastShare : 1.0f; // a cell that ends on a border covers its last pixel whole
+    return span;
+}
+
+std::vector<Span> spansOf(int sourceSize, int targetSize)
+{
+    std::vector<Span> spans(static_cast<std::size_t>(targetSize));
+    for (int cell = 0; cell < targetSize; ++cell)
+        spans[static_cast<std::size_t>(cell)] = spanOf(cell, sourceSize, targetSize);
+    return spans;
+}
+
+// Twice the size in both directions: every cell is the plain mean of four pixels.
+void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::int16_t* target, int targetWidth)
+{
+    for (int x = 0; x < targetWidth; ++x) {
+        const float sum = luminance(upper[2 * x]) + luminance(upper[2 * x + 1]) + luminance(lower[2 * x]) +
+                          luminance(lower[2 * x + 1]);
+        target[x] = quantised(sum * 0.25f);
+    }
+}
+
+void averageRow(const PixelRGB<float>* pixels, int width, const Span& rows, const std::vector<Span>& columns,
+                std::int16_t* target)
+{
+    for (std::size_t x = 0; x < columns.size(); ++x) {
+        float sum = 0.0f;
+        float weights = 0.0f;
+        for (int sy = rows.first; sy < rows.end; ++sy) {
+            const PixelRGB<float>* const row = pixels + static_cast<std::ptrdiff_t>(sy) * width;
+            for (int sx = columns[x].first; sx < columns[x].end; ++sx) {
+                const float weight = rows.share(sy) * columns[x].share(sx);
+                sum += weight * luminance(row[sx]);
+                weights += weight;
+            }
+        }
+        target[x] = quantised(sum / weights);
+    }
+}
+
+} // namespace
+
+void downsample_area(const PixelRGB<float>* pixels, int width, int height, std::int16_t* target, int targetWidth,
+                     int targetHeight)
+{
+    const bool isHalf = width == 2 * targetWidth && height == 2 * targetHeight;
+    const std::vector<Span> rows = spansOf(height, targetHeight);
+    const std::vector<Span> columns = spansOf(width, targetWidth);
+    forEachRow(targetHeight, [&](int y) {
+        std::int16_t* const row = target + static_cast<std::ptrdiff_t>(y) * targetWidth;
+        const PixelRGB<float>* const upper = pixels + static_cast<std::ptrdiff_t>(2 * y) * width;
+        if (isHalf)
+            halveRow(upper, upper + width, row, targetWidth);
+        else
+            averageRow(pixels, width, rows[static_cast<std::size_t>(y)], columns, row);
+    });
+}
+
+void upsample_near(const float* source, int sourceWidth, int sourceHeight, float* target, int width, int height)
+{
+    std::vector<int> columns(static_cast<std::size_t>(width));
+    for (int x = 0; x < width; ++x)
+        columns[static_cast<std::size_t>(x)] = static_cast<int>(static_cast<std::int64_t>(x) * sourceWidth / width);
+    forEachRow(height, [&](int y) {
+        const auto sourceY = static_cast<std::ptrdiff_t>(static_cast<std::int64_t>(y) * sourceHeight / height);
+        const float* const from = source + sourceY * sourceWidth;
+        float* const to = target + static_cast<std::ptrdiff_t>(y) * width;
+        for (int x = 0; x < width; ++x)
+            to[x] = from[columns[static_cast<std::size_t>(x)]];
+    });
+}
+
+std::vector<float, ManagedAllocator<float>> computeMask(const PixelRGB<float>* pixels, int width, int height,
+                                                        float weight)
+{
+    const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    std::vector<float, ManagedAllocator<float>> result(count);
+    if (count == 0)
+        return result;
+    // A picture one pixel wide or high has no half; it is its own.
+    const int halfWidth = std::max(width / 2, 1);
+    const int halfHeight = std::max(height / 2, 1);
+    const std::size_t halfCount = static_cast<std::size_t>(halfWidth) * static_cast<std::size_t>(halfHeight);
+    const ManagedPlane<float> plane(count, true);
+    {
+        const ManagedPlane<std::int16_t> gray(halfCount, true);
+        downsample_area(pixels, width, height, gray.data(), halfWidth, halfHeight);
+        grfx::local_laplacian_gray16(gray.data(), halfWidth, halfHeight, halfWidth, kDetail, kFloor, kIntensitySamples,
+                                     kEdgeThreshold, 1.0f - weight);
+        forEachRange(halfCount, [&](std::size_t first, std::size_t last) {
+            for (std::size_t p = first; p < last; ++p)
+                plane[p] = static_cast<float>(gray[p]) * kInverseWhite15;
+        });
+    }
+    upsample_near(plane.data(), halfWidth, halfHeight, result.data(), width, height);
+    grfx_fast_blur_gray(plane.data(), result.data(), width, height, kSmoothRadius);
+    grfx_fast_blur_gray(result.data(), plane.data(), width, height, kSmoothRadius);
+    return result;
+}
+
+} // namespace orvo

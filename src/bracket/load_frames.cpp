@@ -1,0 +1,122 @@
+#include "bracket/load_frames.hpp"
+
+#include <orvo/lens_correction.hpp>
+#include <orvo/raw_development.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+
+namespace orvo {
+namespace {
+
+// Longest width of the picture on which raw development judges the overall tone.
+constexpr int kToneThumbnailWidth = 512;
+
+template <typename Frame, typename Cancelled>
+std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
+                               const Cancelled& cancelled)
+{
+    std::vector<Frame> frames;
+    for (const auto& path : paths) {
+        if (cancelled())
+            return {};
+        Frame frame = loadFrame<Frame>(path, flags, {}, lensCorrection);
+        if (frame.image)
+            frames.push_back(std::move(frame));
+    }
+    return frames;
+}
+
+template <typename Frame, typename Cancelled>
+std::vector<Frame> loadInParallel(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
+                                  const Cancelled& cancelled)
+{
+    std::vector<Frame> frames(paths.size());
+    const auto loadOne = [&](std::size_t i) {
+        if (cancelled())
+            return;
+        Frame frame = loadFrame<Frame>(paths[i], flags, {}, lensCorrection);
+        if (frame.image)
+            frames[i] = std::move(frame);
+    };
+    tbb::parallel_for(std::size_t{0}, paths.size(), loadOne, tbb::auto_partitioner());
+    if (cancelled())
+        return {};
+    return frames;
+}
+
+template <typename Frame, typename Cancelled>
+std::vector<Frame> loadAll(const std::vector<std::filesystem::path>& paths, ImageReaderOpenFlag flags, bool sequential,
+                           bool lensCorrection, int referenceIndex, const Cancelled& cancelled)
+{
+    const int flagBits = static_cast<int>(flags);
+    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(paths, flagBits, lensCorrection, cancelled)
+                                           : loadInParallel<Frame>(paths, flagBits, lensCorrection, cancelled);
+    // The index counts paths; where files dropped out of a raw series it may lie beyond the frames.
+    const bool isPath = referenceIndex >= 0 && static_cast<std::size_t>(referenceIndex) < paths.size();
+    if (isPath && static_cast<std::size_t>(referenceIndex) < frames.size())
+        frames[static_cast<std::size_t>(referenceIndex)].isGhostReference = true;
+    return frames;
+}
+
+} // namespace
+
+template <typename Frame>
+Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, bool lensCorrection)
+{
+    const auto image = ImageReader::instance().open({path, {}}, {}, static_cast<ImageReaderOpenFlag>(flags), nullptr,
+                                                    std::string(), -1);
+    if (!image) {
+        LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << path.wstring());
+        return {};
+    }
+    Frame frame;
+    frame.image = image->imageData(size, {}, true);
+    frame.metadata = image->metadata();
+    frame.rawMetadata = image->getAdditionalRawMetadata();
+    if (lensCorrection && frame.rawMetadata)
+        frame.rawMetadata->prepareLensCorrection();
+    frame.path = path;
+    return frame;
+}
+
+template HDRFrame loadFrame(const std::filesystem::path&, int, _Size<int>, bool);
+template FocusStackerFrame loadFrame(const std::filesystem::path&, int, _Size<int>, bool);
+
+std::vector<HDRFrame> loadFrames(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings,
+                                 ImageReaderOpenFlag flags, bool sequential)
+{
+    return loadAll<HDRFrame>(paths, flags, sequential, settings.lensCorrection, settings.ghostRefImageIdx,
+                             [&] { return settings.canceled(); });
+}
+
+std::vector<FocusStackerFrame> loadFrames(const std::vector<std::filesystem::path>& paths,
+                                          const BracketSettings::FocusStacking& settings, ImageReaderOpenFlag flags,
+                                          bool sequential)
+{
+    return loadAll<FocusStackerFrame>(paths, flags, sequential, settings.rawAutoCorrection.lensCorrection,
+                                      settings.ghostReduction.referenceIndex, [] { return false; });
+}
+
+bool areAllRaw(const std::vector<std::filesystem::path>& paths)
+{
+    return std::all_of(paths.begin(), paths.end(), [](const auto& path) { return isRawImageFile(path); });
+}
+
+void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, std::shared_ptr<const ImageMetadata> metadata,
+             std::shared_ptr<AdditionalRawMetadata> rawMetadata, bool chromatic)
+{
+    const int thumbWidth = std::min(image->width(), kToneThumbnailWidth);
+    const int thumbHeight = thumbWidth * image->height() / image->width();
+    const auto thumbnail = [&image, thumbWidth, thumbHeight] {
+        return image->resize({thumbWidth, thumbHeight}, {}, true);
+    };
+    const RawImageDevelop developer;
+    developer.develop(image, image, thumbnail, metadata, rawMetadata->getAutoDetectedTone(), 1.0f, {}, false,
+                      [] { return false; });
+    LensCorrectionUnit::applyAndDismissRawCA(image, metadata, rawMetadata, chromatic);
+}
+
+} // namespace orvo

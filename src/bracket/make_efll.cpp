@@ -1,0 +1,281 @@
+#include "bracket/make_efll.hpp"
+
+#include "bracket/align_frames.hpp"
+#include "bracket/compute_mask.hpp"
+#include "bracket/deghosting.hpp"
+#include "bracket/load_frames.hpp"
+#include "bracket/resample_frames.hpp"
+
+#include <orvo/bracket_exposure.hpp>
+#include <orvo/finishing.hpp>
+#include <orvo/lens_correction.hpp>
+#include <orvo/raw_development.hpp>
+#include <orvo_common/console_trace.hpp>
+#include <orvo_common/text.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/auto_exposure.hpp>
+#include <orvo_image_processing/debug_drawer.hpp>
+#include <orvo_image_processing/exposure_curve.hpp>
+#include <orvo_io/settings.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+namespace orvo {
+namespace {
+
+using Picture = _ImageData<PixelRGB<float>>;
+using Merged = std::pair<std::shared_ptr<Image>, std::shared_ptr<Picture>>;
+
+// Weight of the brightest blended frame; the others fall linearly to 0 for the darkest.
+constexpr float kLargestWeight = 0.75f;
+// A resampled ladder of finished pictures has less behind it than raw files or a long bracket, and is blended softer.
+constexpr float kResampledMaskScale = 0.8f;
+constexpr std::size_t kMostResampledFrames = 3;
+
+// One exposure map for all channels.
+constexpr int kAllChannels = 0;
+
+// Marks the diagnostic line, so that a sink can tell it from progress.
+constexpr std::uint64_t kDiagnosticMark = 16;
+
+// Tells the phases in order; once the fourth is told, blending goes on in silence.
+class Phases
+{
+public:
+    Phases(const std::function<void(HDRMergingPhaseName)>& callback, bool isSinglePath)
+        : onPhase(callback), single(isSinglePath)
+    {}
+
+    void report(int phase) const { onPhase(static_cast<HDRMergingPhaseName>(phase)); }
+    void ladderBuilt()
+    {
+        running = 2;
+        report(running);
+    }
+    void frameBlended()
+    {
+        if (running >= 4)
+            return;
+        running = single && running == 3 ? 5 : running + 1;
+        report(running);
+    }
+    void allBlended() const { report(running + 1); }
+    void normalized() const { report(running + 2); }
+
+private:
+    const std::function<void(HDRMergingPhaseName)>& onPhase;
+    bool single;
+    int running = 0;
+};
+
+void logPhase(HDRMergingPhaseName phase)
+{
+    LOG(__orvolog() << LogMessageType::Trace << "Merging phase: " << static_cast<int>(phase));
+}
+
+void tellIsRaw(bool isRaw)
+{
+    logstream line = __orvolog();
+    line.marks = kDiagnosticMark;
+    LOG(line << LogMessageType::Diagnostic << "isRaw " << isRaw << "\n");
+}
+
+// The parallel loader leaves an empty frame where a file could not be read; its log line has told why.
+void requireAllLoaded(const std::vector<HDRFrame>& frames, const std::vector<std::filesystem::path>& paths)
+{
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        if (!frames[i].image)
+            throw std::runtime_error("the frame " + paths[i].string() + " could not be loaded");
+}
+
+// Frames whose pixels nobody asks for again give them back before the ladder is blended.
+void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
+{
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        if (i != kept)
+            frames[i].image.reset();
+}
+
+// The last rung's pixels: its own, if nobody else holds them and nobody asks for them again, otherwise a copy.
+std::shared_ptr<Picture> startOfBlend(HDRFrame& last)
+{
+    return last.image.use_count() == 1 ? std::move(last.image) : last.image->copy({});
+}
+
+void blendIn(Picture& result, const Picture& rung, const std::vector<float, ManagedAllocator<float>>& mask)
+{
+    PixelRGB<float>* const target = result.data();
+    const PixelRGB<float>* const source = rung.data();
+    forEachRange(result.pixelCount(), [&](std::size_t first, std::size_t last) {
+        for (std::size_t p = first; p < last; ++p) {
+            const float m = std::clamp(mask[p], 0.0f, 1.0f);
+            target[p].r = (source[p].r - target[p].r) * m + target[p].r;
+            target[p].g = (source[p].g - target[p].g) * m + target[p].g;
+            target[p].b = (source[p].b - target[p].b) * m + target[p].b;
+        }
+    });
+}
+
+// Folds the ladder from its last rung to the first; empty if cancelled. Rungs give back their pixels as they go.
+std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, float maskScale, const HDRSettings& settings,
+                                     Phases& phases)
+{
+    const std::size_t n = ladder.size();
+    const auto profile = ladder[0].image->colorProfile();
+    std::shared_ptr<Picture> result = startOfBlend(ladder[n - 1]);
+    result->setColorProfile(profile);
+    for (std::size_t i = n - 1; i-- > 0;) {
+        const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
+        {
+            const auto mask = computeMask(ladder[i].image->data(), result->width(), result->height(), weight);
+            blendIn(*result, *ladder[i].image, mask);
+        }
+        ladder[i].image.reset();
+        phases.frameBlended();
+        if (settings.canceled())
+            return nullptr;
+    }
+    return result;
+}
+
+// A single frame is brought back to the exposure that it had in the middle of its ladder.
+void restoreExposure(const Picture& middleRung, Picture& result)
+{
+    auto_exposure_data_t data;
+    autoExposureEstimateRGB(middleRung.data(), result.data(), result.width(), result.height(), data, kAllChannels);
+    grfx::cout << "Auto exposure: expV " << data.expV << " expM " << data.expM << " expR " << data.expR << " contr "
+               << data.contr << "\n";
+    float* const samples = &result.data()->r;
+    forEachRange(result.pixelCount() * 3, [&](std::size_t first, std::size_t last) {
+        applyExposureInPlace(samples + first, last - first, data.expV, data.expR, data.expM);
+    });
+}
+
+std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings)
+{
+    const auto told = [](bool value) { return value ? "true" : "false"; };
+    std::ostringstream text;
+    text << "HDR was created for settings:\n";
+    for (const auto& path : paths)
+        text << ws2s(path.wstring()) << "\n";
+    text << "alingment...................." << told(settings.alignment) << "\n"
+         << "chromaticAberrations.." << told(settings.chromaticAberrations) << "\n"
+         << "ghostReduction..........." << told(settings.ghostReduction) << "\n"
+         << "ghostRefImageIdx......." << settings.ghostRefImageIdx << "\n"
+         << "deghostAmount..........." << static_cast<int>(settings.deghostAmount) << "\n";
+    return text.str();
+}
+
+// What is left to do on a raw merge: lens, development of the middle frame, chromatic aberration.
+void finishRaw(HDRFrame& middle, std::shared_ptr<Picture>& result, std::shared_ptr<Picture>& linear,
+               const std::shared_ptr<ImageMetadata>& metadata, const HDRSettings& settings)
+{
+    if (settings.lensCorrection) {
+        result = applyAutoLensCorrection(result, metadata, middle.rawMetadata);
+        linear = applyAutoLensCorrection(linear, metadata, middle.rawMetadata);
+    }
+    if (!middle.developed) {
+        develop_for_hdr(linear, metadata, middle.rawMetadata, 0.0f, settings.chromaticAberrations);
+        LensCorrectionUnit::applyAndDismissRawCA(result, metadata, middle.rawMetadata, settings.chromaticAberrations);
+        metadata->isDeveloped = true;
+    }
+}
+
+Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vector<std::filesystem::path>& paths,
+              const HDRSettings& settings)
+{
+    std::shared_ptr<Picture> linear = middle.image;
+    auto metadata =
+        middle.metadata ? std::make_shared<ImageMetadata>(*middle.metadata) : std::make_shared<ImageMetadata>();
+    if (metadata->isRaw)
+        finishRaw(middle, result, linear, metadata, settings);
+    metadata->isFinished = true;
+    metadata->isRaw = false;
+    metadata->size = result->size();
+    if (settings.whiteBalance > 0.0f)
+        applyWB(result, settings.whiteBalance);
+    if (settings.details > 0.0f)
+        applyDetails(result->data(), result->width(), result->height(), settings.details);
+    if (orvosettings().get<bool>("DebugDrawer.enable", false))
+        DebugDrawer::draw(result, summaryOf(paths, settings), {0.0f, static_cast<float>(result->height() / 2)});
+    return {CreateOrvoImage(result, metadata), linear};
+}
+
+} // namespace
+
+Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> /*size*/,
+                 std::function<void(HDRMergingPhaseName)> onPhase)
+{
+    if (!onPhase)
+        onPhase = logPhase;
+    if (paths.empty())
+        return {};
+    Phases phases(onPhase, paths.size() == 1);
+    phases.report(static_cast<int>(paths.size() == 1 ? HDRMergingPhaseName::SingleFrameStarted
+                                                     : HDRMergingPhaseName::BracketStarted));
+
+    const bool allRaw = areAllRaw(paths);
+    std::vector<HDRFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, allRaw);
+    if (settings.canceled())
+        return {};
+    if (frames.size() != paths.size()) {
+        std::cerr << functionSignature() << " make_EFLL: not all images were loaded" << std::endl;
+        return {};
+    }
+    requireAllLoaded(frames, paths);
+    if (!allRaw && settings.chromaticAberrations)
+        for (HDRFrame& frame : frames)
+            applyChromaticAbberationsCorrection(frame.image);
+    phases.report(static_cast<int>(HDRMergingPhaseName::FramesLoaded));
+
+    fillEVsAndSort(frames);
+    requireSizeOfFirst(frames);
+    // The correction of chromatic aberration needs raw frames as the lens drew them, so warping waits for it.
+    const bool alignsLate = allRaw && settings.chromaticAberrations;
+    if (settings.alignment && paths.size() > 1 && !alignsLate)
+        alignFrames(frames, static_cast<int>(frames.size() / 2), true);
+    if (settings.canceled())
+        return {};
+
+    const bool single = frames.size() == 1;
+    const bool isRaw = hasRawMark(frames[0]);
+    const float maskScale = isRaw || frames.size() > kMostResampledFrames ? 1.0f : kResampledMaskScale;
+    tellIsRaw(isRaw);
+    float unused = 0.0f;
+    auto [ladder, ghostIndex] = resampleFrames(frames, settings, unused);
+    if (ladder.empty())
+        return {};
+    phases.ladderBuilt();
+    if (alignsLate && !single && settings.alignment)
+        alignFrames(ladder, static_cast<int>(ladder.size() / 2), true);
+    if (!single && settings.ghostReduction) {
+        if (ghostIndex == -1)
+            ghostIndex = static_cast<int>(static_cast<std::uint64_t>(getGhostReductionIndex(frames)) *
+                                          (ladder.size() - 1) / (frames.size() - 1));
+        processDeghosting<HDRFrame>(ladder, settings.deghostAmount, ghostIndex);
+    }
+    if (settings.canceled())
+        return {};
+
+    const std::size_t mid = frames.size() / 2;
+    dropPixelsExcept(frames, mid);
+    // Only a single frame's exposure is judged by its middle rung; holding it otherwise would cost a picture.
+    const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
+    auto result = blendLadder(ladder, maskScale, settings, phases);
+    if (!result)
+        return {};
+    phases.allBlended();
+    normalize_for_hdr(result->data(), result->width(), result->height());
+    if (single)
+        restoreExposure(*middleRung, *result);
+    else
+        phases.normalized();
+    return finish(frames[mid], std::move(result), paths, settings);
+}
+
+} // namespace orvo

@@ -1,0 +1,145 @@
+#include "bracket/resample_frames.hpp"
+
+#include <orvo/bracket_exposure.hpp>
+#include <orvo/raw_development.hpp>
+#include <orvo_common/console_trace.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/exposure_curve.hpp>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+
+namespace orvo {
+namespace {
+
+// Brackets of more frames than this are fine enough to be blended as they are.
+constexpr std::size_t kMostResampledFrames = 3;
+
+// EVs on either side of a single frame, and the span that two or three frames are widened to. Raw files hold more than
+// a finished picture does.
+constexpr float kSingleReachRaw = 3.0f;
+constexpr float kSingleReach = 2.0f;
+constexpr float kMinimumSpanRaw = 5.0f;
+constexpr float kMinimumSpan = 4.0f;
+
+// EVs between rungs that a ladder aims at, and the number of steps it may have. Never fewer than three steps, so that
+// the blend always has a dark, a bright and two middle rungs.
+constexpr float kStepSingle = 1.0f;
+constexpr float kStep = 1.5f;
+constexpr float kMostStepsSingle = 4.0f;
+constexpr float kMostSteps = 6.0f;
+constexpr float kFewestSteps = 3.0f;
+
+// Added to the top of the range, so that the error of adding steps does not lose the last rung: one step of
+// 16 bit.
+constexpr float kTopMargin = std::bit_cast<float>(0x37800080u);
+
+// Roll-off of the exposure curve that fills rungs from developed pictures: where it starts, and the tone it keeps.
+constexpr float kRollOffStart = 0.9f;
+constexpr float kRollOffPivot = 0.5f;
+
+struct Ladder
+{
+    float low;
+    float high;
+    float step;
+};
+
+Ladder planLadder(const std::vector<HDRFrame>& frames, bool isRaw)
+{
+    const bool isSingle = frames.size() == 1;
+    float low = isRaw ? -kSingleReachRaw : -kSingleReach;
+    float high = isRaw ? kSingleReachRaw : kSingleReach;
+    if (!isSingle) {
+        low = frames.front().ev;
+        high = frames.back().ev;
+        const float minimumSpan = isRaw ? kMinimumSpanRaw : kMinimumSpan;
+        if (minimumSpan > high - low) {
+            const float centre = (low + high) * 0.5f;
+            low = centre - minimumSpan * 0.5f;
+            high = centre + minimumSpan * 0.5f;
+        }
+    }
+    const bool isSingleFinished = isSingle && !isRaw;
+    const float stepBase = isSingleFinished ? kStepSingle : kStep;
+    const float maxCount = isSingleFinished ? kMostStepsSingle : kMostSteps;
+    const float span = high - low;
+    const float count = std::max(std::min(maxCount, std::ceil(span / stepBase)), kFewestSteps);
+    return {low, high, span / count};
+}
+
+std::size_t nearestFrame(const std::vector<HDRFrame>& frames, float target)
+{
+    std::size_t nearest = 0;
+    float best = std::numeric_limits<float>::max();
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const float distance = std::abs(target - frames[i].ev);
+        if (distance < best) {
+            best = distance;
+            nearest = i;
+        }
+    }
+    return nearest;
+}
+
+std::shared_ptr<_ImageData<PixelRGB<float>>> pixelsAtExposure(const HDRFrame& frame, float delta, bool chromatic)
+{
+    auto image = frame.image->copy({});
+    if (hasRawMark(frame)) {
+        develop_for_hdr(image, frame.metadata, frame.rawMetadata, delta, chromatic);
+    } else {
+        float* const samples = &image->data()->r;
+        forEachRange(image->pixelCount() * 3, [&](std::size_t first, std::size_t last) {
+            applyExposureInPlace(samples + first, last - first, delta * 0.1f + 1.0f, kRollOffStart, kRollOffPivot);
+        });
+    }
+    return image;
+}
+
+// The frames themselves as the ladder. Only pixels go on: the result's metadata come from the frames.
+std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromatic)
+{
+    std::vector<HDRFrame> ladder;
+    for (HDRFrame& frame : frames) {
+        if (hasRawMark(frame)) {
+            develop_for_hdr(frame.image, frame.metadata, frame.rawMetadata, 0.0f, chromatic);
+            markDeveloped(frame);
+        }
+        ladder.emplace_back().image = frame.image;
+    }
+    return ladder;
+}
+
+} // namespace
+
+std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,
+                                                      float& /*unused*/)
+{
+    const bool isRaw = hasRawMark(frames.front());
+    const int reference = getGhostReductionIndex(frames);
+    if (frames.size() > kMostResampledFrames)
+        return {framesAsLadder(frames, settings.chromaticAberrations), settings.ghostReduction ? reference : -1};
+
+    const Ladder plan = planLadder(frames, isRaw);
+    grfx::cout << "Framees EV resampling from " << plan.low << " to " << plan.high << " step " << plan.step << "\n";
+    std::vector<HDRFrame> ladder;
+    int ghostIndex = -1;
+    const float limit = plan.high + kTopMargin;
+    for (float target = plan.low; limit >= target; target += plan.step) {
+        const std::size_t nearest = nearestFrame(frames, target);
+        HDRFrame rung = frames[nearest];
+        rung.image = pixelsAtExposure(frames[nearest], target - frames[nearest].ev, settings.chromaticAberrations);
+        rung.ev = target;
+        if (settings.ghostReduction && static_cast<int>(nearest) == reference)
+            ghostIndex = static_cast<int>(ladder.size());
+        ladder.push_back(std::move(rung));
+        grfx::cout << "Frame inserted: " << target << "\n";
+        if (settings.canceled())
+            return {std::vector<HDRFrame>(), 0};
+    }
+    return {std::move(ladder), ghostIndex};
+}
+
+} // namespace orvo

@@ -1,0 +1,23 @@
+/// Brings a short bracket to a regular ladder of exposures.
+#pragma once
+
+#include "bracket/frames.hpp"
+
+#include <orvo_extensions/hdr.hpp>
+
+#include <tuple>
+#include <vector>
+
+namespace orvo {
+
+/// `frames` are sorted by rising ev. One to three frames give a ladder of 4 to 7 rungs between the ends of the bracket,
+/// each filled from the nearest frame shifted to the rung's exposure: raw frames by development, others by the
+/// exposure curve. Four or more frames are the ladder themselves: raw ones are developed in place, and the entries
+/// share their pixels.
+///
+/// Result: the ladder, and the rung that stands for the ghost reference, -1 if none was fixed. A cancelled run gives
+/// an empty ladder and 0. `unused` is not written. Peak: the frames and one picture for each rung.
+[[nodiscard]] std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames,
+                                                                    const HDRSettings& settings, float& unused);
+
+} // namespace orvo

@@ -1,0 +1,39 @@
+#include "bracket/frames.hpp"
+
+#include <orvo/bracket_exposure.hpp>
+#include <orvo_extensions/bracket.hpp>
+#include <orvo_io/image_reader.hpp>
+
+namespace orvo {
+namespace {
+
+// A thumbnail only proves that the file is a picture, so the smallest that readers make is enough.
+constexpr int kThumbnailSide = 32;
+
+} // namespace
+
+std::pair<std::vector<std::filesystem::path>, std::vector<float>>
+getSortedPathsAndEVsFromPaths(const std::vector<std::filesystem::path>& paths)
+{
+    std::vector<HDRFrame> frames;
+    for (const auto& path : paths) {
+        auto metadata = ImageReader::readMetadata(path);
+        auto thumbnail = ImageReader::instance().getThumbnailBySide(path, kThumbnailSide, true, nullptr, {});
+        if (!thumbnail)
+            continue;
+        HDRFrame frame;
+        frame.path = path;
+        frame.image = std::move(thumbnail);
+        frame.metadata = std::move(metadata);
+        frames.push_back(std::move(frame));
+    }
+    fillEVsAndSort(frames);
+    std::pair<std::vector<std::filesystem::path>, std::vector<float>> sorted;
+    for (const HDRFrame& frame : frames) {
+        sorted.first.push_back(frame.path);
+        sorted.second.push_back(frame.ev);
+    }
+    return sorted;
+}
+
+} // namespace orvo

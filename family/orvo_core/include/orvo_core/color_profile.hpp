@@ -11,7 +11,8 @@
 namespace orvo {
 
 /// A colour space, immutable, shared behind std::shared_ptr. Either a matrix profile (three primaries and a curve for
-/// each), any other profile that LittleCMS reads, or none at all. Usable from any thread.
+/// each), any other profile that LittleCMS reads, or none at all. Usable from any thread. An empty pointer in a picture
+/// means the same as ColorProfileType::None().
 class ORVO_EXPORT ColorProfile
 {
 public:
@@ -19,7 +20,8 @@ public:
     ColorProfile& operator=(const ColorProfile&) = delete;
     ~ColorProfile();
 
-    /// A profile from the bytes of an ICC file; empty if they are no usable RGB, gray or CMYK profile.
+    /// A profile from the bytes of an ICC file; empty if they are no usable RGB, gray or CMYK profile. A gray profile
+    /// of one curve serves RGB pixels too: it has that curve and the primaries of sRGB, so neutral stays neutral.
     [[nodiscard]] static std::shared_ptr<ColorProfile> fromIcc(std::span<const unsigned char> icc);
 
     /// A stable text: equal for profiles that describe the same space, whatever their names.
@@ -30,6 +32,9 @@ public:
 
     /// The bytes of an ICC file of this space; empty for None().
     [[nodiscard]] const std::vector<unsigned char>& icc() const;
+
+    /// Samples of a pixel: 1 gray, 3 RGB (None() too), 4 CMYK.
+    [[nodiscard]] int channelCount() const;
 
     /// Samples are proportional to light.
     [[nodiscard]] bool isLinear() const;

@@ -48,12 +48,15 @@ public:
     /// A new picture of `size` that shows `rect` (the zero rectangle: all; the zero size: the size of `rect`).
     /// Area average when it shrinks, Catmull-Rom cubic when it grows, each axis by itself, in the encoded values as
     /// they stand; sample centres stay where they are, so nothing moves by half a pixel. A part outside the picture
-    /// repeats its edge. `flag` is always true here. Peak: the result and one plane of (size.width x rect.height).
+    /// repeats its edge. `flag` is always true here. Throws std::invalid_argument on a negative size and where pixels
+    /// are asked for of a part that has none. Peak: the result and one plane of (size.width x rect.height).
     [[nodiscard]] std::shared_ptr<_ImageData> resize(_Size<int> size, const _Rect<int>& rect, bool flag) const;
 
     /// Writes this picture, converted to `target`'s profile, into `target`, which has this picture's size (otherwise
-    /// std::invalid_argument). For PixelRGB and PixelRGBA; alpha is copied. None() on either side copies unchanged.
-    /// Colorimetric with black as it is, values outside 0..1 kept by matrix profiles. `flag` is always true here.
+    /// std::invalid_argument). For PixelRGB and PixelRGBA; alpha is copied, and so is a mask as a whole. None() on
+    /// either side copies unchanged. Relative colorimetric with black as it is, values outside 0..1 kept by matrix
+    /// profiles. Throws std::invalid_argument on a profile that does not describe RGB pixels (CMYK), std::runtime_error
+    /// if the tables of a profile do not serve this direction. `flag` is always true here.
     void colorTransform(std::shared_ptr<_ImageData>& target, bool flag) const;
     /// Converts to `profile` into a picture that it makes in `target`.
     void colorTransform(std::shared_ptr<_ImageData>& target, std::shared_ptr<ColorProfile> profile, bool flag) const;
@@ -82,6 +85,7 @@ public:
     MaskImage(_Size<int> size, float value);
     explicit MaskImage(_Size<int> size);
     ~MaskImage() override;
+    /// As _ImageData::resize(), limited to 0..1.
     [[nodiscard]] std::shared_ptr<MaskImage> resize(_Size<int> size, const _Rect<int>& rect, bool flag) const;
 };
 

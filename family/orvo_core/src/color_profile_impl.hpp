@@ -1,0 +1,64 @@
+/// What a ColorProfile holds, and the handles of LittleCMS. For this room alone.
+#pragma once
+
+#include "matrix3.hpp"
+#include "transfer_curve.hpp"
+
+#include <orvo_core/color_profile.hpp>
+
+#include <lcms2.h>
+
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace orvo {
+
+/// White of the profile connection space, D50 (0.9642, 1, 0.8249), in the 1/65536 of ICC files.
+inline constexpr Vector3 kD50 = {63190.0 / 65536, 1.0, 54061.0 / 65536};
+
+struct ColorProfile::Impl
+{
+    enum class Kind
+    {
+        kNone,
+        kMatrix, ///< curves and primaries; gray too
+        kTables, ///< whatever else LittleCMS reads
+    };
+
+    Kind kind = Kind::kNone;
+    int channels = 3;
+    std::vector<unsigned char> icc;
+    std::string hash;
+    std::string description;
+    Matrix3 xyzFromLinear{};           ///< to D50; kMatrix only
+    std::vector<TransferCurve> curves; ///< three; kMatrix only
+};
+
+/// Our own context of LittleCMS, which says nothing on any stream.
+[[nodiscard]] cmsContext lcmsContext();
+
+struct LcmsCloser
+{
+    void operator()(void* profile) const { cmsCloseProfile(profile); }
+};
+struct LcmsDeleter
+{
+    void operator()(void* transform) const { cmsDeleteTransform(transform); }
+    void operator()(cmsToneCurve* curve) const { cmsFreeToneCurve(curve); }
+    void operator()(cmsMLU* text) const { cmsMLUfree(text); }
+};
+using LcmsProfile = std::unique_ptr<void, LcmsCloser>;
+using LcmsTransform = std::unique_ptr<void, LcmsDeleter>;
+
+/// Handles are not shared among threads: each user opens the bytes anew. Empty if they are no profile.
+[[nodiscard]] LcmsProfile openLcmsProfile(const std::vector<unsigned char>& icc);
+
+/// The layout of `channels` interleaved floats of a profile of that many channels.
+[[nodiscard]] constexpr cmsUInt32Number lcmsFormat(int channels)
+{
+    return channels == 1 ? TYPE_GRAY_FLT : channels == 4 ? TYPE_CMYK_FLT : TYPE_RGB_FLT;
+}
+
+} // namespace orvo

@@ -1,0 +1,28 @@
+/// Text drawn into a picture, for developers.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/image_data.hpp>
+
+#include <memory>
+#include <string>
+
+namespace orvo {
+
+/// Draws text that can be read on any ground: light letters with a dark rim. The size follows the picture (a line is
+/// about a fortieth of its shorter side, at least 12 pixels). What does not fit into the picture is cut off.
+class ORVO_EXPORT DebugDrawer
+{
+public:
+    /// Lines are parted by "\n"; `position` is the upper left corner of the first one, in pixels, and may lie outside.
+    /// Characters outside printable ASCII show as "?". An empty pointer or an empty picture is left alone.
+    static void draw(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::string& text,
+                     _Point<int> position);
+    static void draw(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::string& text,
+                     _Point<float> position);
+};
+
+/// One line in the upper left corner; line breaks become blanks.
+ORVO_EXPORT void writeOnFrame(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::string& text);
+
+} // namespace orvo

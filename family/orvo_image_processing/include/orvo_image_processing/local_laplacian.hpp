@@ -1,0 +1,32 @@
+/// Detail and range of a grey plane, without halos.
+#pragma once
+
+#include <orvo_common/export.hpp>
+
+#include <cstdint>
+
+namespace orvo::grfx {
+
+/// Local Laplacian filter, in place: Paris, Hasinoff, Kautz, "Local Laplacian filters", 2011, by the sampling of
+/// intensities of Aubry, Paris, Hasinoff, Kautz, Durand, "Fast local Laplacian filters", 2014.
+///
+/// `data` holds `height` rows of `width` samples, `stride` samples apart (at least `width`), 0..32767; negative samples
+/// count as 0. The detail around a pixel of intensity g is that of the picture after a curve through g: a difference
+/// d from g of up to t = `edgeThreshold` (fraction of full scale, limited to 1/1024..1) is detail, what it has above t
+/// is an edge and is multiplied by `edgeGain`.
+///   detail     log2 of the gain of small differences; with G = 2^detail, d <= t becomes t G x / (1 + (G - 1) x),
+///              x = d / t: slope G at 0, t stays t. Negative smooths, 0 keeps. Limited to -6..6.
+///   floor      differences below it (fraction of full scale) are noise and are not amplified, those above twice the
+///              floor fully, with a smooth passage; 0: none. Smoothing does not look at it.
+///   samples    number of intensities at which the curve is sampled, 0..1 evenly; 9 are plenty for t of 1/4 and more.
+///              Limited to 2..256.
+///   edgeGain   1 keeps the range, below 1 compresses it; negative counts as 0. Limited to 4.
+/// A parameter that is not a number counts as neutral. detail 0 with edgeGain 1 is the identity.
+///
+/// Time grows with width * height * samples. The samples are worked one after another, so scratch does not grow with
+/// them: 2 float planes of the picture's size (one whole, three pyramids from half size down) and some rows per thread.
+/// Any thread; parallel; the same bits for any number of threads. Throws std::bad_alloc.
+ORVO_EXPORT void local_laplacian_gray16(std::int16_t* data, int width, int height, int stride, float detail,
+                                        float floor, int samples, float edgeThreshold, float edgeGain);
+
+} // namespace orvo::grfx

@@ -1,0 +1,134 @@
+#include "tone_map_fit.hpp"
+#include "vector_clones.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/auto_exposure.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+namespace orvo {
+
+namespace {
+
+using detail::FittedCurve;
+using detail::PatchPairs;
+using detail::ToneCurve;
+
+// The curve as a table over the square root of the value, which is fine where a strong exposure is steep. Two units of
+// the root cover 0..4; beyond, the last piece goes on.
+constexpr int kTableSize = 8192;
+constexpr float kTableReach = 2.0f;
+constexpr float kPerRoot = static_cast<float>(kTableSize - 1) / kTableReach;
+constexpr float kLargestRoot = 1e6f;
+
+constexpr float kMiddleLow = 0.2f; // limits of the middle tone told as pivot
+constexpr float kMiddleHigh = 0.6f;
+
+void fillTable(float* table, const ToneCurveMap& map)
+{
+    const ToneCurve curve(map);
+    float largest = 0.0f;
+    for (int i = 0; i < kTableSize; ++i) {
+        const float root = static_cast<float>(i) / kPerRoot;
+        largest = std::max(largest, curve(root * root)); // rising, against the rounding of the pieces
+        table[i] = largest;
+    }
+}
+
+/// `tables`: one for each channel, one after another.
+ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables)
+{
+    const float* const channel[3] = {tables, tables + kTableSize, tables + 2 * kTableSize};
+    for (std::size_t i = 0; i < pixels; ++i)
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float v = samples[3 * i + c];
+            const float root = std::sqrt(v > 0.0f ? v : 0.0f);
+            const float place = (root < kLargestRoot ? root : kLargestRoot) * kPerRoot;
+            const float whole = place < static_cast<float>(kTableSize - 2) ? place : static_cast<float>(kTableSize - 2);
+            const int index = static_cast<int>(whole);
+            const float low = channel[c][index];
+            samples[3 * i + c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
+        }
+}
+
+bool isNeutral(const auto_exposure_data_t& data)
+{
+    return std::all_of(data.curves.begin(), data.curves.end(), [](const ToneCurveMap& map) { return map.knots == 0; });
+}
+
+FittedCurve fitAllChannels(const PatchPairs& pairs)
+{
+    std::vector<float> a;
+    std::vector<float> b;
+    for (std::size_t c = 0; c < 3; ++c) {
+        a.insert(a.end(), pairs.a[c].begin(), pairs.a[c].end());
+        b.insert(b.end(), pairs.b[c].begin(), pairs.b[c].end());
+    }
+    return detail::fitCurve(a, b);
+}
+
+} // namespace
+
+void autoExposureEstimateRGB(const float* a, const float* b, int width, int height, auto_exposure_data_t& data,
+                             int mode)
+{
+    data = {};
+    const PatchPairs pairs = detail::collectPatches(a, b, width, height);
+    if (pairs.equal)
+        return;
+    std::array<FittedCurve, 4> fits; // the channels, then all together
+    forEachRow(4, [&](int i) {
+        const auto c = static_cast<std::size_t>(i);
+        if (i == 3)
+            fits[c] = fitAllChannels(pairs);
+        else if ((mode >> i & 1) != 0)
+            fits[c] = detail::fitCurve(pairs.a[c], pairs.b[c]);
+    });
+    const FittedCurve& common = fits[3];
+    data.expV = 1.0f + common.map.ev * 0.1f;
+    data.expM = std::clamp(common.middle, kMiddleLow, kMiddleHigh);
+    data.contr = common.contrast;
+    // A channel without enough usable tones of its own follows the others.
+    for (std::size_t c = 0; c < 3; ++c)
+        data.curves[c] = fits[c].map.knots > 0 ? fits[c].map : common.map;
+}
+
+void autoExposureApplyRGB(const float*, float* b, int width, int height, const auto_exposure_data_t& data)
+{
+    if (width <= 0 || height <= 0 || isNeutral(data))
+        return;
+    const ManagedPlane<float> tables(3 * kTableSize);
+    for (std::size_t c = 0; c < 3; ++c)
+        fillTable(tables.data() + c * kTableSize, data.curves[c]);
+    forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
+                 [&](std::size_t first, std::size_t last) { applyTables(b + 3 * first, last - first, tables.data()); });
+}
+
+void autoExposureAdjustRGB(const float* a, float* b, int width, int height)
+{
+    auto_exposure_data_t data;
+    autoExposureEstimateRGB(a, b, width, height, data, 7);
+    autoExposureApplyRGB(a, b, width, height, data);
+}
+
+void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,
+                             auto_exposure_data_t& data, int mode)
+{
+    autoExposureEstimateRGB(reinterpret_cast<const float*>(a), reinterpret_cast<const float*>(b), width, height, data,
+                            mode);
+}
+
+void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
+                          const auto_exposure_data_t& data)
+{
+    autoExposureApplyRGB(reinterpret_cast<const float*>(a), reinterpret_cast<float*>(b), width, height, data);
+}
+
+void autoExposureAdjustRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height)
+{
+    autoExposureAdjustRGB(reinterpret_cast<const float*>(a), reinterpret_cast<float*>(b), width, height);
+}
+
+} // namespace orvo

@@ -1,0 +1,341 @@
+#include "tone_map_fit.hpp"
+
+#include "encoded_gain.hpp"
+
+#include <orvo_core/parallel.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+
+namespace orvo::detail {
+
+namespace {
+
+// Patches along each side of a square grid: enough for 128 quantiles of 128 patches each.
+constexpr int kGridSide = 128;
+// Side of a patch in pixels: 64 values bring the noise down by 8, and 8 pixels swallow a small misalignment.
+constexpr int kLargestPatch = 8;
+constexpr int kQuantiles = 128;
+constexpr std::size_t kFewestPairs = 32;
+constexpr int kFewestQuantiles = 4;
+// Encoded values taken as usable: above the first steps of 8 bits, where rounding decides, and below the shoulder of
+// clipping.
+constexpr float kDarkest = 1.5f / 255;
+constexpr float kBrightest = 0.97f;
+// A frame with a patch above this is not clipped at 1, but where its largest value stands.
+constexpr float kAboveWhite = 1.02f;
+// The shoulder towards the target's white starts at this share of it.
+constexpr float kKneeShare = 0.96f;
+// Pairs further from the map than this many medians, and than the encoded value, show something that moved.
+constexpr float kOutlierMedians = 4.0f;
+constexpr float kOutlierLeast = 0.02f;
+// A median distance above this says that the frames do not lie on each other; then no pair can be judged.
+constexpr float kAlignedMedian = 0.05f;
+constexpr int kRefits = 3;
+// Below this the two frames are one: less than a tenth of a step of 8 bits in all quantiles.
+constexpr float kSame = 1.0f / 4096;
+constexpr float kSteepest = 4.0f; // slope of the spline against the plain exposure; cameras stay below 2
+constexpr float kEndSlopeLeast = 0.1f;
+constexpr float kEvLimit = 12.0f;
+
+float linear(float v) { return v <= kToeEnd ? v / kToeSlope : std::pow((v + kOffset) / kScale, kGamma); }
+
+/// Even steps to the eye, and finite at black.
+float evenTone(float v) { return std::log2(v + kOffset); }
+
+struct Quantile
+{
+    float b, a;
+};
+
+float middleOf(std::vector<float> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+float whiteOf(const std::vector<float>& values)
+{
+    const float largest = *std::max_element(values.begin(), values.end());
+    return largest > kAboveWhite ? largest : 1.0f;
+}
+
+/// The values at the same ranks in both frames. A rising map takes rank to rank, whatever its shape.
+std::vector<Quantile> matchedQuantiles(std::vector<float> a, std::vector<float> b)
+{
+    std::sort(a.begin(), a.end());
+    std::sort(b.begin(), b.end());
+    const std::size_t bins = std::min<std::size_t>(kQuantiles, a.size());
+    std::vector<Quantile> quantiles(bins);
+    for (std::size_t i = 0; i < bins; ++i) {
+        const std::size_t rank = (2 * i + 1) * a.size() / (2 * bins);
+        quantiles[i] = {b[rank], a[rank]};
+    }
+    return quantiles;
+}
+
+std::vector<Quantile> usable(const std::vector<Quantile>& all, float whiteA, float whiteB)
+{
+    std::vector<Quantile> kept;
+    for (const Quantile& q : all)
+        if (q.a > kDarkest && q.a < kBrightest * whiteA && q.b > kDarkest && q.b < kBrightest * whiteB)
+            kept.push_back(q);
+    return kept;
+}
+
+float exposureOf(const std::vector<Quantile>& quantiles)
+{
+    std::vector<float> steps;
+    for (const Quantile& q : quantiles)
+        steps.push_back(std::log2(linear(q.a) / linear(q.b)));
+    return std::clamp(middleOf(std::move(steps)), -kEvLimit, kEvLimit);
+}
+
+float contrastOf(const std::vector<Quantile>& quantiles)
+{
+    double x = 0.0;
+    double y = 0.0;
+    double xx = 0.0;
+    double xy = 0.0;
+    for (const Quantile& q : quantiles) {
+        const auto u = static_cast<double>(std::log2(linear(q.b)));
+        const auto v = static_cast<double>(std::log2(linear(q.a)));
+        x += u;
+        y += v;
+        xx += u * u;
+        xy += u * v;
+    }
+    const auto n = static_cast<double>(quantiles.size());
+    const double spread = xx - x * x / n;
+    constexpr double kLeastSpread = 0.25; // stops squared, a quantile: a flat picture tells no contrast
+    return spread > kLeastSpread * n ? static_cast<float>(std::clamp((xy - x * y / n) / spread, 0.25, 4.0)) : 1.0f;
+}
+
+/// Knots at about even steps of tone, each the mean of at least two quantiles.
+void placeKnots(ToneCurveMap& map, const std::vector<Quantile>& quantiles)
+{
+    ToneCurveMap exposureOnly;
+    exposureOnly.ev = map.ev;
+    exposureOnly.white = std::numeric_limits<float>::max();
+    const ToneCurve plain(exposureOnly);
+    const float low = evenTone(plain(quantiles.front().b));
+    const float high = evenTone(plain(quantiles.back().b));
+    const float span = (high - low) / static_cast<float>(ToneCurveMap::kMostKnots - 2);
+    float sumFrom = 0.0f;
+    float sumTo = 0.0f;
+    int count = 0;
+    float start = low;
+    const auto close = [&] {
+        const float from = sumFrom / static_cast<float>(count);
+        float to = sumTo / static_cast<float>(count);
+        sumFrom = sumTo = 0.0f;
+        count = 0;
+        const float lastFrom = map.knots > 0 ? map.from[static_cast<std::size_t>(map.knots - 1)] : 0.0f;
+        const float lastTo = map.knots > 0 ? map.to[static_cast<std::size_t>(map.knots - 1)] : 0.0f;
+        constexpr float kApart = 1e-3f; // closer knots have no slope to speak of
+        if (map.knots == ToneCurveMap::kMostKnots || from < lastFrom + kApart)
+            return;
+        to = std::clamp(to, lastTo, lastTo + kSteepest * (from - lastFrom));
+        map.from[static_cast<std::size_t>(map.knots)] = from;
+        map.to[static_cast<std::size_t>(map.knots)] = to;
+        ++map.knots;
+    };
+    for (const Quantile& q : quantiles) {
+        const float z = plain(q.b);
+        sumFrom += z;
+        sumTo += q.a;
+        ++count;
+        if (count >= 2 && evenTone(z) - start >= span) {
+            start = evenTone(z);
+            close();
+        }
+    }
+    if (count >= 2)
+        close();
+}
+
+FittedCurve fitOnce(const std::vector<float>& a, const std::vector<float>& b)
+{
+    FittedCurve fit;
+    if (a.size() < kFewestPairs)
+        return fit;
+    const float whiteA = whiteOf(a);
+    const std::vector<Quantile> all = matchedQuantiles(a, b);
+    const std::vector<Quantile> quantiles = usable(all, whiteA, whiteOf(b));
+    const bool same =
+        std::all_of(all.begin(), all.end(), [](const Quantile& q) { return std::abs(q.a - q.b) < kSame; });
+    if (same || quantiles.size() < kFewestQuantiles)
+        return fit;
+    fit.middle = quantiles[quantiles.size() / 2].b;
+    fit.contrast = contrastOf(quantiles);
+    fit.map.ev = exposureOf(quantiles);
+    fit.map.white = whiteA;
+    placeKnots(fit.map, quantiles);
+    return fit;
+}
+
+/// Drops the pairs that the map does not explain. False if there is nothing to drop or no way to judge.
+bool dropOutliers(const ToneCurveMap& map, std::vector<float>& a, std::vector<float>& b)
+{
+    const ToneCurve curve(map);
+    std::vector<float> distances(a.size());
+    for (std::size_t i = 0; i < a.size(); ++i)
+        distances[i] = std::abs(std::min(curve(std::max(0.0f, b[i])), map.white) - std::min(a[i], map.white));
+    const float median = middleOf(distances);
+    if (median > kAlignedMedian)
+        return false;
+    const float limit = std::max(kOutlierLeast, kOutlierMedians * median);
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (distances[i] > limit)
+            continue;
+        a[kept] = a[i];
+        b[kept] = b[i];
+        ++kept;
+    }
+    const bool dropped = kept < a.size();
+    a.resize(kept);
+    b.resize(kept);
+    return dropped;
+}
+
+struct PatchMeans
+{
+    float a[3], b[3];
+};
+
+PatchMeans meansOfPatch(const float* a, const float* b, std::size_t width, int left, int top, int side)
+{
+    PatchMeans means{};
+    for (int y = top; y < top + side; ++y) {
+        const std::size_t row = 3 * (static_cast<std::size_t>(y) * width + static_cast<std::size_t>(left));
+        for (std::size_t i = 0; i < 3 * static_cast<std::size_t>(side); i += 3)
+            for (std::size_t c = 0; c < 3; ++c) {
+                means.a[c] += a[row + i + c];
+                means.b[c] += b[row + i + c];
+            }
+    }
+    const float scale = 1.0f / static_cast<float>(side * side);
+    for (int c = 0; c < 3; ++c) {
+        means.a[c] *= scale;
+        means.b[c] *= scale;
+    }
+    return means;
+}
+
+} // namespace
+
+PatchPairs collectPatches(const float* a, const float* b, int width, int height)
+{
+    PatchPairs pairs;
+    if (width <= 0 || height <= 0)
+        return pairs;
+    const double pixels = static_cast<double>(width) * static_cast<double>(height);
+    const int cell = std::max(1, static_cast<int>(std::ceil(std::sqrt(pixels) / kGridSide)));
+    const int side = std::min({cell, kLargestPatch, width, height});
+    const int columns = std::max(1, width / cell);
+    const int rows = std::max(1, height / cell);
+    std::vector<PatchMeans> means(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows));
+    forEachRow(rows, [&](int row) {
+        const int top = std::min(row * cell + (cell - side) / 2, height - side);
+        for (int column = 0; column < columns; ++column) {
+            const int left = std::min(column * cell + (cell - side) / 2, width - side);
+            means[static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+                  static_cast<std::size_t>(column)] =
+                meansOfPatch(a, b, static_cast<std::size_t>(width), left, top, side);
+        }
+    });
+    pairs.equal = true;
+    for (const PatchMeans& m : means) {
+        float total = 0.0f; // turns to NaN on any value that is not finite
+        for (int c = 0; c < 3; ++c)
+            total += (m.a[c] + m.b[c]) * 0.0f;
+        if (!(total == 0.0f))
+            continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            pairs.a[c].push_back(m.a[c]);
+            pairs.b[c].push_back(m.b[c]);
+            pairs.equal = pairs.equal && m.a[c] == m.b[c];
+        }
+    }
+    return pairs;
+}
+
+FittedCurve fitCurve(const std::vector<float>& a, const std::vector<float>& b)
+{
+    FittedCurve fit = fitOnce(a, b);
+    std::vector<float> keptA = a;
+    std::vector<float> keptB = b;
+    for (int i = 0; i < kRefits && fit.map.knots > 0 && dropOutliers(fit.map, keptA, keptB); ++i) {
+        const FittedCurve better = fitOnce(keptA, keptB);
+        if (better.map.knots == 0)
+            break;
+        fit = better;
+    }
+    return fit;
+}
+
+ToneCurve::ToneCurve(const ToneCurveMap& map)
+    : gain(std::exp2(map.ev)), encodedGain(std::exp2(map.ev / kGamma)), knee(std::numeric_limits<float>::max()),
+      bend(0.0f)
+{
+    for (int k = 0; k < std::min(map.knots, ToneCurveMap::kMostKnots); ++k, ++points) {
+        x[static_cast<std::size_t>(points)] = map.from[static_cast<std::size_t>(k)];
+        y[static_cast<std::size_t>(points)] = map.to[static_cast<std::size_t>(k)];
+    }
+    // Rising cubic pieces with an unbroken slope: Fritsch, Butland, 1984 (weighted harmonic mean of the secants).
+    const auto secant = [&](std::size_t k) { return (y[k + 1] - y[k]) / (x[k + 1] - x[k]); };
+    const auto last = static_cast<std::size_t>(points - 1);
+    slope[0] = last > 0 ? secant(0) : 1.0f;
+    slope[last] = last > 0 ? std::max(secant(last - 1), kEndSlopeLeast) : 1.0f;
+    for (std::size_t k = 1; k < last; ++k) {
+        const float before = secant(k - 1);
+        const float after = secant(k);
+        const float h0 = x[k] - x[k - 1];
+        const float h1 = x[k + 1] - x[k];
+        slope[k] = before > 0.0f && after > 0.0f
+                       ? 3.0f * (h0 + h1) / ((2.0f * h1 + h0) / before + (h1 + 2.0f * h0) / after)
+                       : 0.0f;
+    }
+    const float top = spline(plain(std::max(1.0f, map.white)));
+    const float room = map.white * (1.0f - kKneeShare);
+    const float span = top - map.white * kKneeShare;
+    if (span > room) {
+        knee = map.white * kKneeShare;
+        bend = (span / room - 1.0f) / span;
+    }
+}
+
+float ToneCurve::plain(float v) const
+{
+    if (gain == 1.0f)
+        return v;
+    return gain > 1.0f ? plainBrighter(v, gain, encodedGain) : plainDarker(v, gain, encodedGain);
+}
+
+float ToneCurve::spline(float z) const
+{
+    const auto last = static_cast<std::size_t>(points - 1);
+    if (z >= x[last])
+        return y[last] + slope[last] * (z - x[last]);
+    std::size_t k = 0;
+    while (z >= x[k + 1])
+        ++k;
+    const float h = x[k + 1] - x[k];
+    const float t = (z - x[k]) / h;
+    const float s = 1.0f - t;
+    return s * s * ((1.0f + 2.0f * t) * y[k] + t * h * slope[k]) +
+           t * t * ((1.0f + 2.0f * s) * y[k + 1] - s * h * slope[k + 1]);
+}
+
+float ToneCurve::operator()(float v) const
+{
+    const float value = spline(plain(v));
+    const float above = value - knee;
+    return above > 0.0f ? knee + above / (1.0f + above * bend) : value;
+}
+
+} // namespace orvo::detail

@@ -3,16 +3,15 @@
 #include <orvo_common/text.hpp>
 #include <orvo_common/uuid.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <regex>
 
 TEST(GenerateUUID, IsFreshAndWellFormed)
 {
-    const std::regex version4("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
     const std::string a = orvo::generateUUID();
-    EXPECT_TRUE(std::regex_match(a, version4)) << a;
+    EXPECT_THAT(a, testing::MatchesRegex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}"));
     EXPECT_NE(a, orvo::generateUUID());
 }
 
@@ -52,6 +51,6 @@ TEST(ScopedTimer, TellsItsScope)
     {
         const orvo::ScopedTimer timer("blend", 0);
     }
-    EXPECT_TRUE(std::regex_match(testing::internal::GetCapturedStdout(), std::regex("blend: [0-9]+ ms\n")));
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::MatchesRegex("blend: [0-9]+ ms\n"));
     grfx::cout.quiet = before;
 }

@@ -128,6 +128,17 @@ std::string hashOf(const Impl& impl)
     return text;
 }
 
+// The header begins with the size of the whole file.
+bool isWhole(std::span<const unsigned char> icc)
+{
+    if (icc.size() < kIccHeaderBytes || icc.size() > kLargestIcc)
+        return false;
+    std::size_t told = 0;
+    for (const unsigned char byte : icc.first(4))
+        told = told << 8 | byte;
+    return told <= icc.size();
+}
+
 std::string descriptionOf(cmsHPROFILE profile)
 {
     std::array<char, 256> text{};
@@ -215,7 +226,7 @@ bool readPrimaries(cmsHPROFILE profile, Impl& impl)
         impl.curves.emplace_back([curve](double x) { return valueOf(curve, x); });
     }
     normaliseWhite(impl.xyzFromLinear);
-    return inverse(impl.xyzFromLinear).has_value();
+    return true;
 }
 
 bool readMatrix(cmsHPROFILE profile, Impl& impl)
@@ -326,7 +337,7 @@ ColorProfile::~ColorProfile() = default;
 
 std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned char> icc)
 {
-    if (icc.size() < kIccHeaderBytes || icc.size() > kLargestIcc)
+    if (!isWhole(icc))
         return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->icc.assign(icc.begin(), icc.end());
@@ -338,7 +349,10 @@ std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned cha
         return nullptr;
     impl->description = descriptionOf(profile.get());
     impl->kind = Impl::Kind::kMatrix;
-    if (!readMatrix(profile.get(), *impl)) {
+    if (readMatrix(profile.get(), *impl)) {
+        if (!inverse(impl->xyzFromLinear))
+            return nullptr; // primaries that span no space
+    } else {
         impl->kind = Impl::Kind::kTables;
         impl->curves.clear();
         if (!lcmsReads(profile.get(), impl->channels))

@@ -1,0 +1,68 @@
+/// Merges an exposure bracket from picture files into one picture file.
+#pragma once
+
+#include <jobs/frames_job.hpp>
+#include <jobs/job.hpp>
+#include <orvo_core/color_profile.hpp>
+#include <orvo_core/geometry.hpp>
+#include <orvo_extensions/hdr.hpp>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvo::jobs {
+
+struct HdrJobRequest
+{
+    std::vector<std::filesystem::path> frames; ///< in any order; one alone is enhanced by itself
+    std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; replaced if it is there
+    bool align = false;                        ///< the frames were taken by hand
+    std::optional<DeghostAmount> deghost;      ///< take out ghosts of moving subjects; empty: no
+    /// Index into `frames` of the frame whose moving subjects are kept; empty: the middle one by exposure.
+    std::optional<std::size_t> ghostReference;
+    bool chromaticAberrations = false; ///< correct colour fringes
+    bool lensCorrection = false;       ///< correct distortion and vignetting, raw frames only
+    float whiteBalance = 0.0f;         ///< 0..1, share of the colour cast that is removed; 0: none
+    float details = 0.0f;              ///< 0..1, strength of the enhancement of fine detail; 0: none
+    std::optional<int> jpegQuality;    ///< 1..100; empty: the writer's own
+    std::optional<int> bits;           ///< bits of a sample that the format can hold; empty: the writer's own
+    /// Colour space of the file. Empty: that of the middle frame's file if it is an RGB matrix profile with a curve,
+    /// else sRGB (a CMYK or gray profile cannot hold the result, and a linear one would waste the bits of the file).
+    std::shared_ptr<ColorProfile> profile;
+    int threads = 0; ///< at most so many for all loops of the process while the job runs; 0: no limit
+};
+
+struct StepTime
+{
+    JobStep step = JobStep::Check;
+    double milliseconds = 0.0;
+};
+
+struct HdrJobResult : JobResult
+{
+    std::filesystem::path output;
+    _Size<int> size;                  ///< of the result; alignment crops, so it may be smaller than a frame
+    int bits = 0;                     ///< of a sample of the file
+    std::string profile;              ///< name of the file's colour space
+    std::vector<BracketFrame> frames; ///< by rising exposure
+    std::vector<StepTime> steps;      ///< those that were begun, also if the job failed
+    PeakMemory peak;
+    std::vector<std::string> warnings; ///< what the log complained about though the job was done
+};
+
+/// Checks the request before anything starts, merges, writes beside the output and renames. The metadata of the middle
+/// frame are carried over. The count of peak plane bytes of the process is reset at the start.
+///
+/// Progress follows the phases of the merge: Check 0, Load 0.05, Ladder 0.25, Blend 0.45, 0.6 and 0.75 with each phase
+/// of the blend, Finish 0.85 (and 0.88), Write 0.9, and 1 at the end. The fractions are shares of time of a handheld
+/// bracket of three 24 megapixel JPEGs with alignment and deghosting.
+///
+/// Refused: no file, a path given twice in whatever spelling, a value out of range, an unknown ending, an output that
+/// is one of the inputs. Failed: everything that the files or the machine cause, frames of different sizes too.
+/// Cancelled while loading, between the steps of the merge, and while writing.
+[[nodiscard]] HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks = {});
+
+} // namespace orvo::jobs

@@ -1,0 +1,177 @@
+#include "checks.hpp"
+
+#include "log_reasons.hpp"
+
+#include <jobs/beside_file.hpp>
+#include <orvo_io/image_reader.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace orvo::jobs {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void refuse(const std::string& message) { throw JobError(JobOutcome::Refused, message); }
+[[noreturn]] void fail(const std::string& message) { throw JobError(JobOutcome::Failed, message); }
+
+struct FormatFacts
+{
+    const char* name;
+    std::vector<int> bits;
+};
+
+FormatFacts factsOf(ImageFileFormat format)
+{
+    switch (format) {
+    case ImageFileFormat::Jpeg:
+        return {"JPEG", {8}};
+    case ImageFileFormat::Png:
+        return {"PNG", {8, 16}};
+    case ImageFileFormat::Tiff:
+        return {"TIFF", {8, 16}};
+    case ImageFileFormat::Exr:
+        return {"EXR", {16, 32}};
+    }
+    return {"", {}};
+}
+
+void setBits(ImageWriteSettings& settings, const fs::path& output, int bits)
+{
+    const FormatFacts facts = factsOf(settings.format);
+    if (std::find(facts.bits.begin(), facts.bits.end(), bits) == facts.bits.end()) {
+        std::string known;
+        for (const int each : facts.bits)
+            known += (known.empty() ? "" : " or ") + std::to_string(each);
+        refuse(output.string() + ": " + facts.name + " holds samples of " + known + " bits, " + std::to_string(bits) +
+               " were asked for");
+    }
+    settings.bits = bits;
+}
+
+void setQuality(ImageWriteSettings& settings, const fs::path& output, int quality)
+{
+    if (settings.format != ImageFileFormat::Jpeg)
+        refuse(output.string() + ": only JPEG has a quality to choose, this is " + factsOf(settings.format).name);
+    if (quality < 1 || quality > 100)
+        refuse("the JPEG quality is " + std::to_string(quality) + ", expected 1 to 100");
+    settings.jpegQuality = quality;
+}
+
+void checkShare(const char* name, float value)
+{
+    if (!(value >= 0.0f && value <= 1.0f))
+        refuse(std::string("the amount of ") + name + " is " + std::to_string(value) + ", expected 0 to 1");
+}
+
+std::string sizeText(_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+bool isSameFile(const fs::path& a, const fs::path& b)
+{
+    std::error_code error; // one that does not exist is no other file
+    return fs::equivalent(a, b, error);
+}
+
+} // namespace
+
+ImageWriteSettings checkRequest(const HdrJobRequest& request)
+{
+    if (request.frames.empty())
+        refuse("no picture files were given, at least one is needed");
+    if (request.output.empty() || std::count(request.frames.begin(), request.frames.end(), fs::path()) != 0)
+        refuse("a file name is empty");
+    if (request.ghostReference && *request.ghostReference >= request.frames.size())
+        refuse("the ghost reference is frame number " + std::to_string(*request.ghostReference + 1) + ", but only " +
+               std::to_string(request.frames.size()) + " were given");
+    if (request.deghost && (*request.deghost < DeghostAmount::Lowest || *request.deghost > DeghostAmount::Highest))
+        refuse("the strength of ghost removal is " + std::to_string(static_cast<int>(*request.deghost)) +
+               ", expected 0 to 4");
+    checkShare("white balance", request.whiteBalance);
+    checkShare("detail", request.details);
+    try {
+        ImageWriteSettings settings = writeSettingsForPath(request.output);
+        if (request.bits)
+            setBits(settings, request.output, *request.bits);
+        if (request.jpegQuality)
+            setQuality(settings, request.output, *request.jpegQuality);
+        return settings;
+    } catch (const std::invalid_argument& error) {
+        refuse(error.what());
+    }
+}
+
+void checkIsFile(const fs::path& path)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (!fs::exists(status))
+        fail(path.string() + ": " + (fs::status_known(status) ? "there is no such file" : error.message()));
+    if (fs::is_directory(status))
+        fail(path.string() + ": this is a folder, a picture file was expected");
+    if (!fs::is_regular_file(status))
+        fail(path.string() + ": this is a device or a pipe, a picture file was expected");
+    if (::access(path.c_str(), R_OK) != 0)
+        fail(path.string() + ": the file cannot be read: " + std::generic_category().message(errno));
+    if (fs::file_size(path, error) == 0 && !error)
+        fail(path.string() + ": the file is empty, a picture was expected");
+}
+
+void checkAllDiffer(const std::vector<fs::path>& paths)
+{
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        for (std::size_t j = i + 1; j < paths.size(); ++j)
+            if (isSameFile(paths[i], paths[j]))
+                refuse(paths[i] == paths[j]
+                           ? paths[i].string() + ": the file was given twice"
+                           : paths[i].string() + " and " + paths[j].string() + " are the same file, given twice");
+}
+
+void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs)
+{
+    for (const fs::path& input : inputs)
+        if (isSameFile(input, output))
+            refuse(output.string() + ": the output would replace an input (" + input.string() + ")");
+    std::error_code error;
+    const fs::file_status status = fs::status(output, error);
+    if (fs::is_directory(status))
+        fail(output.string() + ": this is a folder, a file name was expected");
+    if (fs::exists(status) && !fs::is_regular_file(status))
+        fail(output.string() + ": this is a device or a pipe, which cannot be replaced by a picture");
+    if (fs::exists(status) && ::access(output.c_str(), W_OK) != 0)
+        fail(output.string() + ": the file is there already and is write-protected");
+    const fs::path folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
+    if (!fs::is_directory(folder, error))
+        fail(output.string() + ": there is no folder " + folder.string());
+    const BesideFile probe(output); // only making a file shows whether one can be made
+}
+
+std::shared_ptr<const ImageMetadata> checkIsPicture(const fs::path& path)
+{
+    const LogCapture log;
+    const auto metadata = ImageReader::readMetadata(path);
+    if (!metadata)
+        fail(reasonForFile(log, path, "this is no picture that can be read"));
+    const std::int64_t pixels = std::int64_t{metadata->size.width} * metadata->size.height;
+    if (pixels > ImageReadOptions{}.maxPixels)
+        fail(path.string() + ": " + sizeText(metadata->size) + " pixels are too many, at most " +
+             std::to_string(ImageReadOptions{}.maxPixels / 1'000'000) + " million are read");
+    return metadata;
+}
+
+void checkSizesAgree(const std::vector<fs::path>& paths,
+                     const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
+{
+    for (std::size_t i = 1; i < paths.size(); ++i)
+        if (metadata[i]->size != metadata[0]->size)
+            fail("the frames are not of one size: " + paths[0].string() + " has " + sizeText(metadata[0]->size) +
+                 " pixels, " + paths[i].string() + " has " + sizeText(metadata[i]->size));
+}
+
+} // namespace orvo::jobs

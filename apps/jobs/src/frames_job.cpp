@@ -1,0 +1,71 @@
+#include "checks.hpp"
+#include "log_reasons.hpp"
+#include "run_job.hpp"
+#include "sorted_frames.hpp"
+
+#include <orvo_extensions/bracket.hpp>
+
+#include <algorithm>
+
+namespace orvo::jobs {
+namespace {
+
+/// The given files that can be sorted; the others are told in `result`.
+std::vector<std::filesystem::path> readableFiles(const std::vector<std::filesystem::path>& paths,
+                                                 const JobCallbacks& callbacks, FramesJobResult& result)
+{
+    std::vector<std::filesystem::path> readable;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        throwIfCancelled(callbacks);
+        if (callbacks.progress)
+            callbacks.progress({JobStep::Check, static_cast<double>(i) / static_cast<double>(paths.size())});
+        try {
+            checkIsFile(paths[i]);
+            (void)checkIsPicture(paths[i]);
+            readable.push_back(paths[i]);
+        } catch (const JobError& error) {
+            result.unreadable.push_back({paths[i], error.what()});
+        }
+    }
+    return readable;
+}
+
+} // namespace
+
+std::vector<BracketFrame> sortedFrames(const std::vector<std::filesystem::path>& readable,
+                                       const std::vector<std::filesystem::path>& given)
+{
+    const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(readable);
+    std::vector<bool> taken(given.size(), false); // a path that was given twice has two places
+    std::vector<BracketFrame> frames;
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
+        std::size_t place = 0;
+        while (place + 1 < given.size() && (taken[place] || given[place] != sorted[i]))
+            ++place;
+        taken[place] = true;
+        frames.push_back({sorted[i], place + 1, evs[i]});
+    }
+    return frames;
+}
+
+FramesJobResult framesJob(const std::vector<std::filesystem::path>& paths, const JobCallbacks& callbacks)
+{
+    FramesJobResult result;
+    runJob(result, callbacks, [&] {
+        if (paths.empty())
+            throw JobError(JobOutcome::Refused, "no picture files were given, at least one is needed");
+        const auto readable = readableFiles(paths, callbacks, result);
+        const LogCapture log;
+        result.frames = sortedFrames(readable, paths);
+        for (const auto& path : readable)
+            if (std::none_of(result.frames.begin(), result.frames.end(),
+                             [&](const BracketFrame& frame) { return frame.path == path; }))
+                result.unreadable.push_back({path, reasonForFile(log, path, "no thumbnail can be made of it")});
+        if (!result.unreadable.empty())
+            throw JobError(JobOutcome::Failed, std::to_string(result.unreadable.size()) + " of " +
+                                                   std::to_string(paths.size()) + " files cannot be read");
+    });
+    return result;
+}
+
+} // namespace orvo::jobs

@@ -1,0 +1,47 @@
+#include <jobs/job.hpp>
+
+namespace orvo::jobs {
+
+const char* stepName(JobStep step)
+{
+    switch (step) {
+    case JobStep::Check:
+        return "check";
+    case JobStep::Render:
+        return "render";
+    case JobStep::Load:
+        return "load";
+    case JobStep::Ladder:
+        return "ladder";
+    case JobStep::Blend:
+        return "blend";
+    case JobStep::Finish:
+        return "finish";
+    case JobStep::Write:
+        return "write";
+    }
+    return "";
+}
+
+const char* stepText(JobStep step)
+{
+    switch (step) {
+    case JobStep::Check:
+        return "checking the files";
+    case JobStep::Render:
+        return "rendering the scene";
+    case JobStep::Load:
+        return "reading the frames";
+    case JobStep::Ladder:
+        return "matching the frames";
+    case JobStep::Blend:
+        return "blending";
+    case JobStep::Finish:
+        return "finishing";
+    case JobStep::Write:
+        return "writing";
+    }
+    return "";
+}
+
+} // namespace orvo::jobs

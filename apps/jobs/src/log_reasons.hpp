@@ -1,0 +1,20 @@
+/// Finds in the log of a run why it failed.
+#pragma once
+
+#include <orvo_logger/log_capture.hpp>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace orvo::jobs {
+
+/// Why `file` could not be read: the first complaint in `log` that names it; else `otherwise`. Always names the file.
+[[nodiscard]] std::string reasonForFile(const LogCapture& log, const std::filesystem::path& file,
+                                        const std::string& otherwise);
+
+/// Why a merge of `files` gave nothing: the complaint about the first file that could not be opened; else the last
+/// error; else the last warning.
+[[nodiscard]] std::string reasonOfMerge(const LogCapture& log, const std::vector<std::filesystem::path>& files);
+
+} // namespace orvo::jobs

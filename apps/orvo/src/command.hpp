@@ -1,0 +1,31 @@
+/// The commands of the program.
+#pragma once
+
+#include <jobs/job.hpp>
+
+namespace orvo::cli {
+
+/// What the program tells its caller.
+enum ExitCode : int
+{
+    kDone = 0,
+    kFailed = 1,
+    kWrongUsage = 2,
+    kCancelled = 130 ///< as shells tell a program that Ctrl-C ended
+};
+
+struct Command
+{
+    const char* name;
+    const char* summary;
+    int (*run)(int argc, char** argv); ///< `argv[0]` is the name of the command; returns an ExitCode
+};
+
+int runHdr(int argc, char** argv);
+int runFrames(int argc, char** argv);
+int runDemo(int argc, char** argv);
+
+/// The exit code of a job that ended so. Its message, if any, goes to standard error.
+[[nodiscard]] int tellOutcome(const jobs::JobResult& result, const char* command);
+
+} // namespace orvo::cli

@@ -1,0 +1,56 @@
+/// orvo demo: makes example pictures and merges them.
+#include "interrupt.hpp"
+#include "options.hpp"
+#include "progress_bar.hpp"
+
+#include <jobs/demo_job.hpp>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Makes example brackets in a folder, merges each of them, and tells what every file is.\n"
+    "The pictures are computed, so nothing but the program is needed.\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  orvo demo /tmp/orvo-demo\n"
+                                  "  orvo demo /tmp/orvo-demo --size 3000\n";
+
+std::string asText(const jobs::DemoJobResult& result)
+{
+    std::string text;
+    for (const auto& bracket : result.brackets) {
+        text += bracket.about + "\n";
+        for (const auto& frame : bracket.frames)
+            text += "    " + printable(frame.string()) + "\n";
+        text += "  merged: " + printable(bracket.merged.output.string()) + "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+int runDemo(int argc, char** argv)
+{
+    Options app("demo", kAbout);
+    std::string folder;
+    jobs::DemoJobRequest request;
+    app.add_option("DIR", folder, "folder for the pictures; made if it is not there")->type_name("")->required();
+    app.add_option("--size", request.size, "longer side of the pictures in pixels")->type_name("N");
+    app.add_flag("--keep", request.keep, "keep frames that are in DIR already, make only missing ones");
+    app.footer(kExamples);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    request.folder = folder;
+
+    jobs::DemoJobResult result;
+    {
+        ProgressBar bar(Talk::BarOnly);
+        const InterruptGuard interrupt(bar.isBar());
+        const SilentStandardError silence;
+        result = jobs::demoJob(request, {bar.follower(), interrupt.cancelFlag()});
+    }
+    say(asText(result));
+    return tellOutcome(result, "demo");
+}
+
+} // namespace orvo::cli

@@ -1,0 +1,16 @@
+/// JSON as the program prints it.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace orvo::cli {
+
+/// Indented by two. File names need not be UTF-8, JSON must be: bytes that are none become U+FFFD.
+[[nodiscard]] inline std::string jsonText(const nlohmann::ordered_json& json)
+{
+    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+} // namespace orvo::cli

@@ -1,0 +1,109 @@
+/// orvo: operations of the library on files, for people at a terminal and for scripts.
+#include "command.hpp"
+#include "nearest.hpp"
+#include "output.hpp"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace orvo::cli {
+namespace {
+
+constexpr std::array kCommands = {
+    Command{"hdr", "merge an exposure bracket into one picture", runHdr},
+    Command{"frames", "list the frames of a bracket by exposure", runFrames},
+    Command{"demo", "make example pictures and merge them", runDemo},
+};
+
+std::string mainHelp()
+{
+    std::string text = "orvo merges photographs.\n"
+                       "\n"
+                       "Usage: orvo COMMAND [OPTIONS] ...\n"
+                       "\n"
+                       "Commands:\n";
+    constexpr std::size_t kNameColumn = 9;
+    for (const Command& command : kCommands) {
+        const std::string name = command.name;
+        text += "  " + name + std::string(kNameColumn - name.size(), ' ') + command.summary + "\n";
+    }
+    return text + "\n"
+                  "Options:\n"
+                  "  -h,--help    print this help; 'orvo COMMAND --help' tells more of a command\n"
+                  "  --version    print the version\n"
+                  "\n"
+                  "Examples:\n"
+                  "  Three pictures taken by hand, with people walking by:\n"
+                  "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg --align --deghost 2\n"
+                  "  See what the program does, without pictures of your own:\n"
+                  "    orvo demo /tmp/orvo-demo\n";
+}
+
+int unknownCommand(const std::string& typed)
+{
+    std::array<std::string_view, kCommands.size()> names;
+    std::transform(kCommands.begin(), kCommands.end(), names.begin(), [](const Command& c) { return c.name; });
+    const std::string_view meant = nearestWord(typed, names);
+    complain("there is no command '" + typed + "'" +
+             (meant.empty() ? std::string() : "; did you mean '" + std::string(meant) + "'?"));
+    hintAtHelp("");
+    return kWrongUsage;
+}
+
+int run(int argc, char** argv)
+{
+    if (argc < 2) {
+        complain("no command was given");
+        hintAtHelp("");
+        return kWrongUsage;
+    }
+    const std::string word = argv[1];
+    if (word == "--help" || word == "-h") {
+        say(mainHelp());
+        return kDone;
+    }
+    if (word == "--version") {
+        say("orvo " ORVO_VERSION "\n");
+        return kDone;
+    }
+    for (const Command& command : kCommands)
+        if (word == command.name)
+            return command.run(argc - 1, argv + 1);
+    return unknownCommand(word);
+}
+
+} // namespace
+
+int tellOutcome(const jobs::JobResult& result, const char* command)
+{
+    if (result.done())
+        return kDone;
+    complain(result.message);
+    switch (result.outcome) {
+    case jobs::JobOutcome::Refused:
+        hintAtHelp(command);
+        return kWrongUsage;
+    case jobs::JobOutcome::Cancelled:
+        return kCancelled;
+    default:
+        return kFailed;
+    }
+}
+
+} // namespace orvo::cli
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away shows as an error of writing, not as the program's death
+    try {
+        return orvo::cli::finishOutput(orvo::cli::run(argc, argv));
+    } catch (const std::exception& error) {
+        orvo::cli::complain(error.what());
+        return orvo::cli::kFailed;
+    }
+}

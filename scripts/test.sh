@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Sets everything up, builds, and runs all tests.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/test.sh [PRESET [CTEST ARGUMENTS...]]
+
+PRESET is release (the default), debug, asan, tsan or fuzz. ORVO_TEST_DATA names a folder of
+real pictures; without it the tests that need them are skipped.
+
+  scripts/test.sh asan -L bracket      only the tests labelled bracket, with the address sanitizer
+TEXT
+}
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+preset=${1:-release}
+case $preset in
+  --help|-h) usage; exit 0 ;;
+  release|debug|asan|tsan) "$here/bootstrap.sh" ;;
+  fuzz) "$here/bootstrap.sh" --tools ;;
+  *) usage >&2; exit 2 ;;
+esac
+[ $# -eq 0 ] || shift
+cd "$here/.."
+cmake --preset "$preset"
+cmake --build --preset "$preset" --parallel "$(nproc)"
+ctest --preset "$preset" --parallel "$(nproc)" "$@"

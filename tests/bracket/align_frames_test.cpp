@@ -1,0 +1,196 @@
+#include "bracket/align_frames.hpp"
+
+#include "support/pictures.hpp"
+
+#include <orvo_core/parallel.hpp>
+#include <orvo_logger/log_capture.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+
+using namespace orvo;
+using namespace orvo::test;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+namespace {
+
+HDRFrame frameOf(std::shared_ptr<Picture> picture)
+{
+    HDRFrame frame;
+    frame.image = std::move(picture);
+    return frame;
+}
+
+std::vector<HDRFrame> shiftedFrames(const std::vector<std::array<double, 2>>& shifts, int width = 480, int height = 360)
+{
+    std::vector<HDRFrame> frames;
+    for (const auto& shift : shifts)
+        frames.push_back(frameOf(textured(width, height, shift[0], shift[1])));
+    return frames;
+}
+
+// Turns the texture about the middle of the frame.
+std::shared_ptr<Picture> turned(int width, int height, double degrees)
+{
+    const double a = degrees * 3.14159265358979 / 180;
+    return drawn(width, height, [=](int px, int py) {
+        const double x = px - width / 2.0;
+        const double y = py - height / 2.0;
+        return texture(std::cos(a) * x - std::sin(a) * y + width / 2.0, std::sin(a) * x + std::cos(a) * y + height / 2.0);
+    });
+}
+
+// Nearest-neighbour warping leaves at most half a pixel in each direction.
+double meanDifference(const Picture& a, const Picture& b)
+{
+    double sum = 0;
+    for (std::size_t i = 0; i < a.pixelCount(); ++i)
+        sum += static_cast<double>(std::abs(a.data()[i].r - b.data()[i].r));
+    return sum / static_cast<double>(a.pixelCount());
+}
+
+} // namespace
+
+TEST(AlignFrames, BringsShiftedFramesTogether)
+{
+    auto frames = shiftedFrames({{0, 0}, {6, -4}, {-5, 8}});
+    alignFrames(frames, 1, true);
+    const auto size = frames[0].image->size();
+    EXPECT_LT(size.width, 480);
+    EXPECT_LT(size.height, 360);
+    EXPECT_GE(size.width, 432);
+    for (const HDRFrame& frame : frames) {
+        EXPECT_EQ(frame.image->size(), size);
+        EXPECT_LT(meanDifference(*frame.image, *frames[1].image), 0.01);
+    }
+}
+
+TEST(AlignFrames, WithoutCropTheResultIsTheFrameItself)
+{
+    // The rectangle around all warped frames is larger than the frame, so the alignment is given up.
+    auto frames = shiftedFrames({{0, 0}, {6, -4}});
+    const auto before = frames[1].image;
+    const LogCapture capture;
+    alignFrames(frames, 0, false);
+    EXPECT_EQ(frames[0].image->size(), _Size<int>(480, 360));
+    EXPECT_TRUE(sameBytes(*frames[1].image, *before));
+    EXPECT_NE(frames[1].image, before) << "a copy of its own";
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains("[Alignment] Failed to align frame #0"));
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains("[Alignment] Failed to align frame #1"));
+}
+
+TEST(AlignFrames, AlignsAcrossExposures)
+{
+    auto frames = shiftedFrames({{0, 0}, {4, 3}});
+    for (std::size_t i = 0; i < frames[0].image->pixelCount(); ++i) {
+        auto& p = frames[0].image->data()[i];
+        p = {p.r * 0.5f, p.g * 0.5f, p.b * 0.5f};
+    }
+    alignFrames(frames, 1, true);
+    auto& dark = *frames[0].image;
+    for (std::size_t i = 0; i < dark.pixelCount(); ++i)
+        dark.data()[i].r *= 2.0f;
+    EXPECT_LT(meanDifference(dark, *frames[1].image), 0.01);
+}
+
+TEST(AlignFrames, ASideUpTo1024KeepsItsScale)
+{
+    auto frames = shiftedFrames({{0, 0}}, 300, 1024);
+    const LogCapture capture;
+    alignFrames(frames, 0, true);
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre("[Alignment] Alignment scale: 1"));
+}
+
+TEST(AlignFrames, ALargerSideIsScaledDown)
+{
+    auto frames = shiftedFrames({{0, 0}}, 2048, 2560);
+    const LogCapture capture;
+    alignFrames(frames, 0, true);
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre("[Alignment] Alignment scale: 0.5"));
+}
+
+TEST(AlignFrames, OneFrameIsTheCommonRectangle)
+{
+    auto frames = shiftedFrames({{0, 0}}, 100, 80);
+    const auto before = frames[0].image;
+    alignFrames(frames, 0, true);
+    EXPECT_TRUE(sameBytes(*frames[0].image, *before));
+}
+
+TEST(AlignFrames, TooMuchRotationFailsAllFrames)
+{
+    std::vector<HDRFrame> frames = {frameOf(turned(480, 360, 0)), frameOf(turned(480, 360, 0.3)),
+                                    frameOf(turned(480, 360, 9))};
+    std::vector<std::shared_ptr<Picture>> before;
+    for (const HDRFrame& frame : frames)
+        before.push_back(frame.image);
+    const LogCapture capture;
+    alignFrames(frames, 0, true);
+    for (std::size_t k = 0; k < 3; ++k) {
+        EXPECT_TRUE(sameBytes(*frames[k].image, *before[k])) << k;
+        EXPECT_THAT(capture.texts(LogMessageType::Progress),
+                    Contains("[Alignment] Failed to align frame #" + std::to_string(k)));
+    }
+}
+
+TEST(AlignFrames, APairThatFailsCountsAsStandingStill)
+{
+    // A blank frame in the middle: both its pairs fail, and all three frames stay where they are.
+    std::vector<HDRFrame> frames = {frameOf(textured(480, 360)), frameOf(plain(480, 360, 0.4f)),
+                                    frameOf(textured(480, 360))};
+    const auto before = frames[2].image;
+    const LogCapture capture;
+    alignFrames(frames, 1, true);
+    EXPECT_EQ(capture.texts(LogMessageType::Warning).size(), 2u);
+    EXPECT_TRUE(sameBytes(*frames[2].image, *before));
+}
+
+TEST(AlignFrames, ABlankFirstFrameTakesThePointsOfTheSecond)
+{
+    std::vector<HDRFrame> frames = {frameOf(plain(480, 360, 0.4f)), frameOf(textured(480, 360)),
+                                    frameOf(textured(480, 360, 3, 2))};
+    const LogCapture capture;
+    alignFrames(frames, 1, true);
+    // Key points of one side only: found 0 is what an unmatched side gives; here the first frame has points again and
+    // is compared with them.
+    EXPECT_THAT(capture.texts(LogMessageType::Warning), testing::SizeIs(1));
+    EXPECT_LT(meanDifference(*frames[1].image, *frames[2].image), 0.01);
+}
+
+TEST(AlignFrames, KeepsTheColourProfile)
+{
+    auto frames = shiftedFrames({{0, 0}, {2, 1}});
+    frames[0].image->setColorProfile(ColorProfileType::linearMelissaRGB());
+    alignFrames(frames, 0, true);
+    EXPECT_TRUE(*frames[0].image->colorProfile() == *ColorProfileType::linearMelissaRGB());
+}
+
+TEST(AlignFrames, ALargerFrameIsReadAsIfItHadTheSizeOfTheFirst)
+{
+    std::vector<HDRFrame> frames = {frameOf(textured(480, 360)), frameOf(textured(500, 400))};
+    alignFrames(frames, 0, true);
+    EXPECT_EQ(frames[0].image->size(), frames[1].image->size());
+}
+
+TEST(AlignFrames, ASmallerFrameIsRefused)
+{
+    std::vector<HDRFrame> frames = {frameOf(textured(480, 360)), frameOf(textured(100, 100))};
+    EXPECT_THROW(alignFrames(frames, 0, true), std::invalid_argument);
+}
+
+TEST(AlignFrames, DoesNotDependOnThreads)
+{
+    auto many = shiftedFrames({{0, 0}, {5.3, -3.7}, {-2, 4.4}});
+    auto single = shiftedFrames({{0, 0}, {5.3, -3.7}, {-2, 4.4}});
+    alignFrames(many, 1, true);
+    {
+        const WorkerLimit limit(1);
+        alignFrames(single, 1, true);
+    }
+    for (std::size_t k = 0; k < 3; ++k)
+        EXPECT_TRUE(sameBytes(*many[k].image, *single[k].image)) << k;
+}

@@ -1,0 +1,151 @@
+#include "bracket/estimate_pair.hpp"
+
+#include "support/pictures.hpp"
+
+#include <orvo_core/parallel.hpp>
+#include <orvo_logger/log_capture.hpp>
+
+#include <opencv2/imgproc.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace orvo;
+using namespace orvo::test;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr int kWidth = 400;
+constexpr int kHeight = 300;
+
+cv::Mat picture8(double shiftX, double shiftY)
+{
+    cv::Mat mat(kHeight, kWidth, CV_8UC3);
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x) {
+            const auto p = texture(x + shiftX, y + shiftY);
+            mat.at<cv::Vec3b>(y, x) = {cv::saturate_cast<uchar>(p.r * 255), cv::saturate_cast<uchar>(p.g * 255),
+                                       cv::saturate_cast<uchar>(p.b * 255)};
+        }
+    return mat;
+}
+
+struct Pair
+{
+    cv::Mat first;
+    cv::Mat second;
+    std::vector<cv::KeyPoint> keypoints1;
+    std::vector<cv::KeyPoint> keypoints2;
+    cv::Mat homography;
+
+    Pair(const cv::Mat& a, const cv::Mat& b)
+        : first(a), second(b), keypoints1(detectKeypoints(a)), keypoints2(detectKeypoints(b))
+    {}
+    bool estimate(double scale = 1.0)
+    {
+        return estimatePair(first, keypoints1, second, keypoints2, homography, scale, kWidth, kHeight);
+    }
+    [[nodiscard]] bool isIdentity() const
+    {
+        return cv::norm(homography, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF) == 0;
+    }
+};
+
+} // namespace
+
+TEST(EstimatePair, MapsTheSecondFrameOntoTheFirst)
+{
+    Pair pair(picture8(0, 0), picture8(7, -4));
+    ASSERT_TRUE(pair.estimate());
+    EXPECT_NEAR(pair.homography.at<double>(0, 2), 7, 0.2);
+    EXPECT_NEAR(pair.homography.at<double>(1, 2), -4, 0.2);
+}
+
+TEST(EstimatePair, GivesTheHomographyAtFullScale)
+{
+    Pair pair(picture8(0, 0), picture8(7, -4));
+    ASSERT_TRUE(pair.estimate(0.5));
+    EXPECT_NEAR(pair.homography.at<double>(0, 2), 14, 0.4);
+    EXPECT_NEAR(pair.homography.at<double>(1, 2), -8, 0.4);
+}
+
+TEST(EstimatePair, IsTheSameInEveryRunAndForAnyThreads)
+{
+    Pair a(picture8(0, 0), picture8(3.3, 2.1));
+    Pair b(picture8(0, 0), picture8(3.3, 2.1));
+    ASSERT_TRUE(a.estimate());
+    {
+        const WorkerLimit limit(1);
+        ASSERT_TRUE(b.estimate());
+    }
+    EXPECT_EQ(cv::norm(a.homography, b.homography, cv::NORM_INF), 0);
+}
+
+TEST(EstimatePair, OneEmptySideFailsWithACountOfZeroAndSharesThePoints)
+{
+    const cv::Mat blank(kHeight, kWidth, CV_8UC3, cv::Scalar(90, 90, 90));
+    for (const bool firstIsBlank : {true, false}) {
+        Pair pair(firstIsBlank ? blank : picture8(0, 0), firstIsBlank ? picture8(0, 0) : blank);
+        const LogCapture capture;
+        EXPECT_FALSE(pair.estimate());
+        EXPECT_TRUE(pair.isIdentity());
+        EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                    ElementsAre("[Alignment] Not enough matches found between a pair of images (found 0)"));
+        EXPECT_FALSE(pair.keypoints1.empty());
+        EXPECT_EQ(pair.keypoints1.size(), pair.keypoints2.size());
+    }
+}
+
+TEST(EstimatePair, TwoBlankFramesFail)
+{
+    const cv::Mat blank(kHeight, kWidth, CV_8UC3, cv::Scalar(90, 90, 90));
+    Pair pair(blank, blank);
+    const LogCapture capture;
+    EXPECT_FALSE(pair.estimate());
+    EXPECT_TRUE(pair.isIdentity());
+    EXPECT_EQ(capture.texts(LogMessageType::Warning).size(), 1u);
+}
+
+TEST(EstimatePair, FewerThanNineMatchesFail)
+{
+    Pair pair(picture8(0, 0), picture8(2, 1));
+    pair.keypoints1.resize(8);
+    const LogCapture capture;
+    EXPECT_FALSE(pair.estimate());
+    EXPECT_TRUE(pair.isIdentity());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                ElementsAre(testing::StartsWith("[Alignment] Not enough matches found between a pair of images (found ")));
+}
+
+TEST(EstimatePair, FramesThatShowDifferentThingsFailOnInliers)
+{
+    cv::Mat noise1(kHeight, kWidth, CV_8UC3);
+    cv::Mat noise2(kHeight, kWidth, CV_8UC3);
+    cv::RNG rng(5);
+    rng.fill(noise1, cv::RNG::UNIFORM, 0, 255);
+    rng.fill(noise2, cv::RNG::UNIFORM, 0, 255);
+    cv::GaussianBlur(noise1, noise1, {}, 3);
+    cv::GaussianBlur(noise2, noise2, {}, 3);
+    cv::normalize(noise1, noise1, 0, 255, cv::NORM_MINMAX);
+    cv::normalize(noise2, noise2, 0, 255, cv::NORM_MINMAX);
+    Pair pair(noise1, noise2);
+    const LogCapture capture;
+    EXPECT_FALSE(pair.estimate());
+    EXPECT_TRUE(pair.isIdentity());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                ElementsAre("[Alignment] Not enough inliners to find a reliable transformation."));
+}
+
+TEST(EstimatePair, AMatcherThatThrowsIsToldAndFails)
+{
+    // One key point too few descriptors on neither side: a picture of a type that SURF takes but the matcher cannot
+    // compare does not exist, so the failure is made by more descriptors than the matcher indexes.
+    Pair pair(picture8(0, 0), picture8(2, 1));
+    const std::vector<cv::KeyPoint> many(300000, pair.keypoints2.front());
+    pair.keypoints2 = many;
+    const LogCapture capture;
+    EXPECT_FALSE(pair.estimate());
+    EXPECT_TRUE(pair.isIdentity());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning), ElementsAre(testing::StartsWith("[Alignment] ")));
+}

@@ -1,0 +1,197 @@
+#include "bracket/load_frames.hpp"
+
+#include "support/files.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <orvo_logger/log_capture.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace orvo;
+using namespace orvo::test;
+using testing::Contains;
+using testing::ElementsAre;
+
+namespace {
+
+class LoadFrames : public testing::Test
+{
+protected:
+    TemporaryFolder folder;
+    std::vector<std::filesystem::path> paths = {
+        writtenTo(folder / "mid.tif", *texturedAt(0.8f)),
+        writtenTo(folder / "dark.tif", *texturedAt(0.4f)),
+        writtenTo(folder / "bright.tif", *texturedAt(1.2f)),
+    };
+
+    std::filesystem::path textFile()
+    {
+        std::ofstream(folder / "text.jpg") << "this is no picture";
+        return folder / "text.jpg";
+    }
+};
+
+HDRSettings cancelled()
+{
+    HDRSettings settings;
+    settings.cancelFlag = std::make_shared<std::atomic<unsigned char>>(1);
+    return settings;
+}
+
+constexpr auto kFlags = ImageReaderOpenFlag::Bracket;
+
+} // namespace
+
+TEST_F(LoadFrames, FlagsKeepTheirValue) { EXPECT_EQ(static_cast<int>(kFlags), 4126); }
+
+TEST_F(LoadFrames, FillsTheRecord)
+{
+    const auto frame = loadFrame<HDRFrame>(paths[0], 4126, {}, false);
+    ASSERT_TRUE(frame.image);
+    EXPECT_EQ(frame.path, paths[0]);
+    EXPECT_EQ(frame.image->size(), _Size<int>(160, 120));
+    EXPECT_LT(largestDifference(*frame.image, *texturedAt(0.8f)), 1e-4f);
+    ASSERT_TRUE(frame.metadata);
+    EXPECT_FALSE(hasRawMark(frame));
+    EXPECT_FALSE(frame.developed);
+    EXPECT_FALSE(frame.isGhostReference);
+    EXPECT_EQ(frame.ev, 0.0f);
+}
+
+TEST_F(LoadFrames, ASizeCanBeAskedFor)
+{
+    const auto frame = loadFrame<FocusStackerFrame>(paths[0], 4126, {80, 60}, false);
+    EXPECT_EQ(frame.image->size(), _Size<int>(80, 60));
+}
+
+TEST_F(LoadFrames, AFileThatCannotBeOpenedGivesAnEmptyFrameAndALine)
+{
+    const LogCapture capture;
+    const auto frame = loadFrame<HDRFrame>(folder / "none.jpg", 4126, {}, true);
+    EXPECT_FALSE(frame.image);
+    EXPECT_FALSE(frame.metadata);
+    EXPECT_TRUE(frame.path.empty());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                Contains("Can't open image at path: " + (folder / "none.jpg").string()));
+}
+
+TEST_F(LoadFrames, AnEmptyListGivesAnEmptyVector)
+{
+    EXPECT_TRUE(loadFrames({}, HDRSettings(), kFlags, false).empty());
+    EXPECT_TRUE(loadFrames({}, HDRSettings(), kFlags, true).empty());
+    EXPECT_TRUE(loadFrames({}, BracketSettings::FocusStacking(), kFlags, true).empty());
+}
+
+TEST_F(LoadFrames, ParallelAndSequentialGiveTheSame)
+{
+    const auto parallel = loadFrames(paths, HDRSettings(), kFlags, false);
+    const auto sequential = loadFrames(paths, HDRSettings(), kFlags, true);
+    ASSERT_EQ(parallel.size(), 3u);
+    ASSERT_EQ(sequential.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(parallel[i].path, paths[i]);
+        EXPECT_TRUE(sameBytes(*parallel[i].image, *sequential[i].image));
+    }
+}
+
+TEST_F(LoadFrames, AFailedLoadDropsOutOfASequenceButLeavesItsSlotInParallel)
+{
+    paths[1] = textFile();
+    const auto sequential = loadFrames(paths, HDRSettings(), kFlags, true);
+    ASSERT_EQ(sequential.size(), 2u);
+    EXPECT_EQ(sequential[1].path, paths[2]);
+    const auto parallel = loadFrames(paths, HDRSettings(), kFlags, false);
+    ASSERT_EQ(parallel.size(), 3u);
+    EXPECT_FALSE(parallel[1].image);
+    EXPECT_TRUE(parallel[2].image);
+}
+
+TEST_F(LoadFrames, ACancelBeforeTheCallGivesAnEmptyVector)
+{
+    const LogCapture capture;
+    EXPECT_TRUE(loadFrames(paths, cancelled(), kFlags, true).empty());
+    EXPECT_TRUE(loadFrames(paths, cancelled(), kFlags, false).empty());
+    EXPECT_TRUE(capture.lines().empty()) << "nothing was opened";
+}
+
+TEST_F(LoadFrames, MarksTheGhostReferenceByPath)
+{
+    HDRSettings settings;
+    settings.ghostRefImageIdx = 2;
+    for (const bool sequential : {true, false}) {
+        const auto frames = loadFrames(paths, settings, kFlags, sequential);
+        EXPECT_FALSE(frames[0].isGhostReference);
+        EXPECT_TRUE(frames[2].isGhostReference);
+    }
+    BracketSettings::FocusStacking stacking;
+    stacking.ghostReduction.referenceIndex = 1;
+    EXPECT_TRUE(loadFrames(paths, stacking, kFlags, false)[1].isGhostReference);
+}
+
+TEST_F(LoadFrames, AGhostReferenceOutOfRangeMarksNothing)
+{
+    for (const int index : {-1, 3, 1000}) {
+        HDRSettings settings;
+        settings.ghostRefImageIdx = index;
+        for (const auto& frame : loadFrames(paths, settings, kFlags, false))
+            EXPECT_FALSE(frame.isGhostReference) << index;
+    }
+}
+
+TEST_F(LoadFrames, AGhostReferenceBeyondTheFramesLeftMarksNothing)
+{
+    paths[0] = textFile();
+    HDRSettings settings;
+    settings.ghostRefImageIdx = 2; // a path, but only two frames are left
+    for (const auto& frame : loadFrames(paths, settings, kFlags, true))
+        EXPECT_FALSE(frame.isGhostReference);
+}
+
+TEST_F(LoadFrames, PathsSortByRisingExposure)
+{
+    const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(paths);
+    EXPECT_THAT(sorted, ElementsAre(paths[1], paths[0], paths[2]));
+    ASSERT_EQ(evs.size(), 3u);
+    EXPECT_LT(evs[0], 0.0f);
+    EXPECT_EQ(evs[1], 0.0f);
+    EXPECT_GT(evs[2], 0.0f);
+}
+
+TEST_F(LoadFrames, AnUnreadableFileDropsOutOfTheSortedPaths)
+{
+    paths.push_back(textFile());
+    const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(paths);
+    EXPECT_EQ(sorted.size(), 3u);
+    EXPECT_EQ(evs.size(), 3u);
+    EXPECT_THAT(sorted, testing::Not(Contains(paths[3])));
+}
+
+TEST_F(LoadFrames, NoPathsSortToNothing)
+{
+    const auto [sorted, evs] = getSortedPathsAndEVsFromPaths({});
+    EXPECT_TRUE(sorted.empty());
+    EXPECT_TRUE(evs.empty());
+}
+
+TEST_F(LoadFrames, OrdinaryFilesAreNotRaw)
+{
+    EXPECT_FALSE(areAllRaw(paths));
+    EXPECT_TRUE(areAllRaw({}));
+}
+
+TEST_F(LoadFrames, DevelopBringsARawFrameToTheWorkingSpace)
+{
+    auto image = drawn(700, 300, [](int x, int) { const float v = static_cast<float>(x) / 700; return PixelRGB<float>{v, v, v}; });
+    image->setColorProfile(ColorProfileType::linearMelissaRGB());
+    auto metadata = std::make_shared<ImageMetadata>();
+    metadata->isRaw = true;
+    develop(image, metadata, std::make_shared<AdditionalRawMetadataSync>(), false);
+    EXPECT_EQ(image->size(), _Size<int>(700, 300));
+    EXPECT_TRUE(*image->colorProfile() == *ColorProfileType::melissaRGB());
+    EXPECT_GT(image->row(100)[350].g, 0.5f) << "encoded, so a linear middle is brighter";
+    for (int x = 1; x < 700; ++x)
+        ASSERT_GE(image->row(100)[x].g, image->row(100)[x - 1].g);
+}

@@ -1,0 +1,339 @@
+#include "bracket/make_efll.hpp"
+#include "frame/call_frame.hpp"
+#include "support/files.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <orvo_common/console_trace.hpp>
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_extensions/hdr.hpp>
+#include <orvo_io/settings.hpp>
+#include <orvo_logger/log_capture.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace orvo;
+using namespace orvo::test;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+using Paths = std::vector<std::filesystem::path>;
+
+class MakeHdr : public testing::Test
+{
+protected:
+    TemporaryFolder folder;
+    std::vector<int> phases;
+
+    std::function<void(HDRMergingPhaseName)> record()
+    {
+        return [this](HDRMergingPhaseName phase) { phases.push_back(static_cast<int>(phase)); };
+    }
+
+    Paths bracket(std::size_t count)
+    {
+        Paths paths;
+        for (std::size_t i = 0; i < count; ++i) {
+            const float gain = 0.35f + 1.1f * static_cast<float>(i) / static_cast<float>(std::max<std::size_t>(count - 1, 1));
+            paths.push_back(writtenTo(folder / ("frame" + std::to_string(i) + ".tif"), *texturedAt(gain)));
+        }
+        return paths;
+    }
+
+    static auto merge(const Paths& paths, const HDRSettings& settings, std::function<void(HDRMergingPhaseName)> onPhase)
+    {
+        return make_HDR(paths, settings, {}, std::move(onPhase));
+    }
+};
+
+template <typename Merged>
+bool isEmpty(const Merged& merged)
+{
+    return !merged.first && !merged.second;
+}
+
+std::shared_ptr<const Picture> pixelsOf(const Image& image) { return image.developedOriginalImageData({}); }
+
+HDRSettings withFlag(const std::shared_ptr<std::atomic<unsigned char>>& flag)
+{
+    HDRSettings settings;
+    settings.cancelFlag = flag;
+    return settings;
+}
+
+std::filesystem::path textFile(const std::filesystem::path& path)
+{
+    std::ofstream(path) << "no picture";
+    return path;
+}
+
+} // namespace
+
+TEST_F(MakeHdr, ABracketReportsItsPhasesInOrder)
+{
+    for (const std::size_t count : {2u, 3u, 4u, 6u}) {
+        phases.clear();
+        const auto merged = merge(bracket(count), {}, record());
+        ASSERT_TRUE(merged.first) << count;
+        EXPECT_THAT(phases, ElementsAre(0, 1, 2, 3, 4, 5, 6)) << count;
+    }
+}
+
+TEST_F(MakeHdr, ASingleFrameReportsItsOwnPhases)
+{
+    const auto merged = merge(bracket(1), {}, record());
+    ASSERT_TRUE(merged.first);
+    EXPECT_THAT(phases, ElementsAre(200, 1, 2, 3, 5, 6));
+}
+
+TEST_F(MakeHdr, NoPathsGiveNothingAndReportNothing)
+{
+    EXPECT_TRUE(isEmpty(merge({}, {}, record())));
+    EXPECT_TRUE(phases.empty());
+}
+
+TEST_F(MakeHdr, WithoutACallbackThePhasesAreLogged)
+{
+    const LogCapture capture;
+    ASSERT_TRUE(merge(bracket(2), {}, nullptr).first);
+    EXPECT_THAT(capture.texts(LogMessageType::Trace),
+                ElementsAre("Merging phase: 0", "Merging phase: 1", "Merging phase: 2", "Merging phase: 3",
+                            "Merging phase: 4", "Merging phase: 5", "Merging phase: 6"));
+}
+
+TEST_F(MakeHdr, TellsWhetherTheFramesAreRaw)
+{
+    const LogCapture capture;
+    ASSERT_TRUE(merge(bracket(2), {}, record()).first);
+    EXPECT_THAT(capture.lines(), Contains(LogCapture::Line{LogMessageType::Diagnostic, "isRaw 0\n", 16}));
+}
+
+TEST_F(MakeHdr, TheResultIsAFinishedPictureAndTheMiddleFrameComesAlong)
+{
+    const auto paths = bracket(3);
+    const auto merged = merge(paths, {}, record());
+    ASSERT_TRUE(merged.first);
+    EXPECT_EQ(merged.first->size(), _Size<int>(160, 120));
+    const auto metadata = merged.first->metadata();
+    EXPECT_TRUE(metadata->isFinished);
+    EXPECT_FALSE(metadata->isRaw);
+    EXPECT_EQ(metadata->size, _Size<int>(160, 120));
+    EXPECT_LT(largestDifference(*merged.second, *texturedAt(0.9f)), 1e-3f) << "frame 1 of 0.35, 0.9, 1.45";
+}
+
+TEST_F(MakeHdr, AShuffledBracketGivesTheSameBytes)
+{
+    auto paths = bracket(3);
+    const auto sorted = merge(paths, {}, record());
+    std::swap(paths[0], paths[2]);
+    std::swap(paths[0], paths[1]);
+    const auto shuffled = merge(paths, {}, record());
+    EXPECT_TRUE(sameBytes(*pixelsOf(*sorted.first), *pixelsOf(*shuffled.first)));
+}
+
+TEST_F(MakeHdr, ASingleFrameStaysNearItself)
+{
+    const auto merged = merge({writtenTo(folder / "one.tif", *texturedAt(0.8f))}, {}, record());
+    ASSERT_TRUE(merged.first);
+    double mean = 0;
+    double expected = 0;
+    const auto pixels = pixelsOf(*merged.first);
+    for (std::size_t i = 0; i < pixels->pixelCount(); ++i) {
+        mean += static_cast<double>(pixels->data()[i].g);
+        expected += static_cast<double>(merged.second->data()[i].g);
+    }
+    EXPECT_NEAR(mean / expected, 1.0, 0.1) << "automatic exposure brings it back";
+}
+
+TEST_F(MakeHdr, ASingleFrameTracesItsAutomaticExposure)
+{
+    grfx::cout.quiet = 0;
+    testing::internal::CaptureStdout();
+    (void)merge(bracket(1), {}, record());
+    const std::string trace = testing::internal::GetCapturedStdout();
+    grfx::cout.quiet = 1;
+    EXPECT_THAT(trace, testing::ContainsRegex("Auto exposure: expV [-0-9.e]+ expM [-0-9.e]+ expR [-0-9.e]+ contr [-0-9.e]+\n"));
+}
+
+TEST_F(MakeHdr, ASingleFrameSkipsAlignmentAndDeghosting)
+{
+    HDRSettings settings;
+    settings.alignment = true;
+    settings.ghostReduction = true;
+    const LogCapture capture;
+    ASSERT_TRUE(merge(bracket(1), settings, record()).first);
+    for (const auto& line : capture.lines()) {
+        EXPECT_THAT(line.text, testing::Not(HasSubstr("[Alignment]")));
+        EXPECT_THAT(line.text, testing::Not(HasSubstr("[Deghosting]")));
+    }
+}
+
+TEST_F(MakeHdr, AlignsAndDeghostsABracketWhenAsked)
+{
+    HDRSettings settings;
+    settings.alignment = true;
+    settings.ghostReduction = true;
+    settings.ghostRefImageIdx = 1;
+    settings.deghostAmount = DeghostAmount::Medium;
+    const LogCapture capture;
+    ASSERT_TRUE(merge(bracket(3), settings, record()).first);
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains("[Alignment] Alignment scale: 1"));
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains(testing::StartsWith("[Deghosting] ")));
+}
+
+TEST_F(MakeHdr, TheSizeArgumentHasNoEffect)
+{
+    const auto paths = bracket(2);
+    const auto plainMerge = make_HDR(paths, {}, {}, record());
+    const auto sized = make_HDR(paths, {}, {17, 3}, record());
+    EXPECT_TRUE(sameBytes(*pixelsOf(*plainMerge.first), *pixelsOf(*sized.first)));
+}
+
+TEST_F(MakeHdr, WhiteBalanceAndDetailsAtZeroAreSkipped)
+{
+    const auto paths = bracket(2);
+    const auto base = merge(paths, {}, record());
+    HDRSettings settings;
+    settings.details = 0.8f;
+    const auto detailed = merge(paths, settings, record());
+    EXPECT_FALSE(sameBytes(*pixelsOf(*base.first), *pixelsOf(*detailed.first)));
+    settings.details = -1.0f;
+    settings.whiteBalance = -1.0f;
+    const auto negative = merge(paths, settings, record());
+    EXPECT_TRUE(sameBytes(*pixelsOf(*base.first), *pixelsOf(*negative.first)));
+    settings.whiteBalance = 1.0f;
+    const auto balanced = merge(paths, settings, record());
+    EXPECT_FALSE(sameBytes(*pixelsOf(*base.first), *pixelsOf(*balanced.first)));
+}
+
+TEST_F(MakeHdr, ACancelBeforeTheStartGivesNothing)
+{
+    const auto flag = std::make_shared<std::atomic<unsigned char>>(1);
+    EXPECT_TRUE(isEmpty(merge(bracket(3), withFlag(flag), record())));
+    EXPECT_THAT(phases, ElementsAre(0));
+}
+
+TEST_F(MakeHdr, ACancelAtEachPhaseGivesNothingAndNoFurtherPhase)
+{
+    const auto paths = bracket(3);
+    // Set in the callback of a phase, the flag is seen at the next point that looks: none comes after the fourth phase
+    // of a ladder of four rungs but the last blend.
+    for (const int stopAt : {0, 1, 2, 3, 4}) {
+        phases.clear();
+        const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
+        const auto merged = merge(paths, withFlag(flag), [&](HDRMergingPhaseName phase) {
+            phases.push_back(static_cast<int>(phase));
+            if (static_cast<int>(phase) == stopAt)
+                *flag = 1;
+        });
+        EXPECT_TRUE(isEmpty(merged)) << stopAt;
+        ASSERT_FALSE(phases.empty());
+        EXPECT_EQ(phases.back(), stopAt);
+    }
+}
+
+TEST_F(MakeHdr, ACancelledSettingsRecordCanBeUsedAgain)
+{
+    const auto flag = std::make_shared<std::atomic<unsigned char>>(1);
+    const HDRSettings settings = withFlag(flag);
+    const auto paths = bracket(2);
+    EXPECT_TRUE(isEmpty(merge(paths, settings, record())));
+    *flag = 0;
+    EXPECT_TRUE(merge(paths, settings, record()).first);
+}
+
+TEST_F(MakeHdr, AnUnreadableFileFailsWithALineThatNamesIt)
+{
+    auto paths = bracket(2);
+    paths.push_back(textFile(folder / "notes.jpg"));
+    const LogCapture capture;
+    EXPECT_TRUE(isEmpty(merge(paths, {}, record())));
+    EXPECT_THAT(capture.texts(LogMessageType::Error),
+                ElementsAre(testing::AllOf(testing::StartsWith("Error in make_HDR: "), HasSubstr("notes.jpg"))));
+}
+
+TEST_F(MakeHdr, AnExceptionOfTheCallbackStopsAtTheBoundary)
+{
+    const LogCapture capture;
+    EXPECT_TRUE(isEmpty(merge(bracket(2), {}, [](HDRMergingPhaseName) { throw std::runtime_error("no more phases"); })));
+    EXPECT_TRUE(isEmpty(merge(bracket(2), {}, [](HDRMergingPhaseName) { throw 7; })));
+    EXPECT_THAT(capture.texts(LogMessageType::Error),
+                ElementsAre("Error in make_HDR: no more phases", "Unknown error in make_HDR."));
+}
+
+TEST_F(MakeHdr, FramesLargerThanTheFirstAreNotDetected)
+{
+    Paths paths = {writtenTo(folder / "small.tif", *texturedAt(0.3f, 100, 80)),
+                   writtenTo(folder / "large.tif", *texturedAt(1.2f, 120, 90))};
+    const auto merged = merge(paths, {}, record());
+    ASSERT_TRUE(merged.first);
+}
+
+TEST_F(MakeHdr, FramesSmallerThanTheFirstAreRefused)
+{
+    Paths paths = {writtenTo(folder / "large.tif", *texturedAt(0.3f, 120, 90)),
+                   writtenTo(folder / "small.tif", *texturedAt(1.2f, 100, 80))};
+    const LogCapture capture;
+    EXPECT_TRUE(isEmpty(merge(paths, {}, record())));
+    EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre(HasSubstr("small.tif")));
+}
+
+TEST_F(MakeHdr, DrawsItsSettingsWhenAsked)
+{
+    const auto paths = bracket(2);
+    const auto base = merge(paths, {}, record());
+    orvosettings().set("DebugDrawer.enable", true);
+    const auto drawn = merge(paths, {}, record());
+    orvosettings().remove("DebugDrawer.enable");
+    ASSERT_TRUE(drawn.first);
+    const auto a = pixelsOf(*base.first);
+    const auto b = pixelsOf(*drawn.first);
+    EXPECT_FALSE(sameBytes(*a, *b));
+    const std::size_t upperRows = static_cast<std::size_t>(a->width()) * 50 * sizeof(PixelRGB<float>);
+    EXPECT_EQ(std::memcmp(a->data(), b->data(), upperRows), 0) << "the text starts at half the height";
+}
+
+TEST_F(MakeHdr, DoesNotDependOnThreads)
+{
+    HDRSettings settings;
+    settings.alignment = true;
+    settings.ghostReduction = true;
+    settings.deghostAmount = DeghostAmount::High;
+    settings.details = 0.5f;
+    settings.whiteBalance = 0.5f;
+    const auto paths = bracket(3);
+    const auto many = merge(paths, settings, record());
+    const WorkerLimit limit(1);
+    const auto single = merge(paths, settings, record());
+    EXPECT_TRUE(sameBytes(*pixelsOf(*many.first), *pixelsOf(*single.first)));
+    EXPECT_TRUE(sameBytes(*many.second, *single.second));
+}
+
+TEST_F(MakeHdr, GivesItsMemoryBack)
+{
+    const auto paths = bracket(3);
+    const std::size_t before = MemoryManager::instance().liveBytes();
+    {
+        const auto merged = merge(paths, {}, record());
+        EXPECT_GT(MemoryManager::instance().liveBytes(), before);
+    }
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
+}
+
+TEST(CallFrame, AnswersTheEmptyResultAndLogs)
+{
+    const LogCapture capture;
+    const auto failing = runInCallFrame("make_HDR", []() -> std::shared_ptr<int> { throw std::runtime_error("why"); });
+    EXPECT_FALSE(failing);
+    const auto unknown = runInCallFrame("make_HDR", []() -> std::shared_ptr<int> { throw 1; });
+    EXPECT_FALSE(unknown);
+    EXPECT_EQ(*runInCallFrame("make_HDR", [] { return std::make_shared<int>(3); }), 3);
+    EXPECT_THAT(capture.lines(), ElementsAre(LogCapture::Line{LogMessageType::Error, "Error in make_HDR: why", 0},
+                                             LogCapture::Line{LogMessageType::Error, "Unknown error in make_HDR.", 0}));
+}

@@ -6,14 +6,17 @@ namespace orvo {
 
 struct WorkerLimit::Control
 {
-    tbb::global_control limit;
+    explicit Control(int threads)
+        : limit(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads))
+    {}
+
+    tbb::global_control limit; // can be copied, but then the copy limits nothing: only ever made in its place
 };
 
 WorkerLimit::WorkerLimit(int threads)
 {
     if (threads > 0)
-        control = std::make_unique<Control>(Control{
-            tbb::global_control(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads))});
+        control = std::make_unique<Control>(threads);
 }
 
 WorkerLimit::~WorkerLimit() = default;

@@ -81,10 +81,14 @@ namespace details {
 ORVO_EXPORT void logErrorMessage(const std::string& text) noexcept;
 }
 
-/// The full signature of the function that calls this, as messages carry it.
+/// The full signature of the function that calls this, as messages carry it. Clang before 16 knows its bare name only.
+#ifdef __cpp_lib_source_location
 [[nodiscard]] inline std::string functionSignature(const std::source_location& where = std::source_location::current())
 {
     return where.function_name();
 }
+#else
+[[nodiscard]] inline std::string functionSignature(const char* name = __builtin_FUNCTION()) { return name; }
+#endif
 
 } // namespace orvo

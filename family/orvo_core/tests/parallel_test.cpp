@@ -1,0 +1,70 @@
+#include <orvo_core/parallel.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+using namespace orvo;
+
+namespace {
+
+// The threads that a loop ran on. Each row waits a little, so that one thread cannot take all before others wake.
+std::size_t threadsOfALoop()
+{
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    forEachRow(200, [&](int) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        const std::lock_guard lock(mutex);
+        threads.insert(std::this_thread::get_id());
+    });
+    return threads.size();
+}
+
+} // namespace
+
+TEST(WorkerLimit, HoldsWhileItLives)
+{
+    {
+        const WorkerLimit limit(1);
+        EXPECT_EQ(threadsOfALoop(), 1u);
+        {
+            const WorkerLimit looser(4); // the strictest one holds
+            EXPECT_EQ(threadsOfALoop(), 1u);
+        }
+        const WorkerLimit none(0);
+        EXPECT_EQ(threadsOfALoop(), 1u);
+    }
+    if (std::thread::hardware_concurrency() > 1) {
+        EXPECT_GT(threadsOfALoop(), 1u);
+    }
+}
+
+TEST(ForEachRow, VisitsEachRowOnce)
+{
+    for (const int height : {-1, 0, 1, 7, 1000}) {
+        std::vector<std::atomic<int>> visits(static_cast<std::size_t>(std::max(0, height)));
+        forEachRow(height, [&](int y) { ++visits[static_cast<std::size_t>(y)]; });
+        for (const auto& count : visits)
+            EXPECT_EQ(count, 1);
+    }
+}
+
+TEST(ForEachRange, CoversEachSampleOnce)
+{
+    for (const std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{4097}, std::size_t{100000}}) {
+        std::vector<std::atomic<int>> visits(count);
+        forEachRange(count, [&](std::size_t first, std::size_t last) {
+            for (std::size_t i = first; i < last; ++i)
+                ++visits[i];
+        });
+        for (const auto& visit : visits)
+            ASSERT_EQ(visit, 1);
+    }
+}

@@ -87,6 +87,8 @@ ImageWriteSettings checkRequest(const HdrJobRequest& request)
         refuse("no picture files were given, at least one is needed");
     if (request.output.empty() || std::count(request.frames.begin(), request.frames.end(), fs::path()) != 0)
         refuse("a file name is empty");
+    if (request.ghostReference && !request.deghost)
+        refuse("a ghost reference was given, but no removal of ghosts was asked for");
     if (request.ghostReference && *request.ghostReference >= request.frames.size())
         refuse("the ghost reference is frame number " + std::to_string(*request.ghostReference + 1) + ", but only " +
                std::to_string(request.frames.size()) + " were given");

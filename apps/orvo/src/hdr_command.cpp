@@ -45,14 +45,13 @@ void bindMergeOptions(Options& app, HdrOptions& options)
     constexpr int kMostFrames = 1'000'000; // beyond any bracket; the job knows how many there are
     auto& request = options.request;
     app.add_flag("--align", request.align, "the frames were taken by hand: bring them into line");
-    auto* const deghost =
-        app.add_option("--deghost", options.deghost, "take out ghosts of what moved, 0 (least) to 4 (most)");
-    deghost->type_name("N")->check(between(0, 4));
+    app.add_option("--deghost", options.deghost, "take out ghosts of what moved, 0 (least) to 4 (most)")
+        ->type_name("N")
+        ->check(between(0, 4));
     app.add_option("--ghost-reference", options.ghostReference,
                    "keep what moved as it is in the Nth of the FILES, from 1")
         ->type_name("N")
-        ->check(between(1, kMostFrames))
-        ->needs(deghost);
+        ->check(between(1, kMostFrames));
     app.add_flag("--chromatic", request.chromaticAberrations, "remove colour fringes (chromatic aberration)");
     app.add_flag("--lens", request.lensCorrection, "correct distortion and dark corners; raw files only");
     app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (not) to 1 (wholly)")

@@ -1,0 +1,50 @@
+# Completion of orvo for bash. A test compares the options with those of --help.
+
+_orvo()
+{
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    COMPREPLY=()
+
+    if ((COMP_CWORD == 1)); then
+        mapfile -t COMPREPLY < <(compgen -W 'hdr frames demo --help --version' -- "$word")
+        return
+    fi
+    case $before in
+        -o | --output | --log)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
+            return
+            ;;
+        --deghost)
+            mapfile -t COMPREPLY < <(compgen -W '0 1 2 3 4' -- "$word")
+            return
+            ;;
+        --bits)
+            mapfile -t COMPREPLY < <(compgen -W '8 16 32' -- "$word")
+            return
+            ;;
+        --quality | --ghost-reference | --white-balance | --details | --threads | --size)
+            return
+            ;;
+    esac
+    if [[ $word == -* ]]; then
+        local options
+        case ${COMP_WORDS[1]} in
+            hdr)
+                options='--help -o --output --quality --bits --align --deghost --ghost-reference --chromatic --lens
+                    --white-balance --details --threads --quiet --json --log'
+                ;;
+            frames) options='--help --json' ;;
+            demo) options='--help --size --keep' ;;
+        esac
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+    elif [[ ${COMP_WORDS[1]} == demo ]]; then
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$word")
+    else
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+    fi
+}
+
+complete -F _orvo orvo

@@ -37,6 +37,13 @@ _Rect<int> clipped(_Rect<int> rect, _Size<int> size)
     return {left, top, std::max(0, right - left), std::max(0, bottom - top)};
 }
 
+// Clang 14 compiles the members for masks alone with every type of pixel, though nobody can call them there.
+template <typename T>
+float* asFloats(T* samples)
+{
+    return reinterpret_cast<float*>(samples);
+}
+
 } // namespace
 
 template <typename T>
@@ -74,14 +81,14 @@ void _ImageData<T>::fillRect(const float& value, _Rect<int> rect) requires std::
 {
     const _Rect<int> part = clipped(rect, extent);
     const float fill = value; // `value` may be one of the samples that are written
-    forEachRow(part.height, [&](int y) { std::fill_n(row(part.y + y) + part.x, part.width, fill); });
+    forEachRow(part.height, [&](int y) { std::fill_n(asFloats(row(part.y + y)) + part.x, part.width, fill); });
 }
 
 template <typename T>
 void _ImageData<T>::clamp() requires std::same_as<T, float>
 {
     forEachRow(extent.height, [&](int y) {
-        float* const values = row(y);
+        float* const values = asFloats(row(y));
         // What is not a number compares false and becomes 0, as clampValue() has it.
         for (int x = 0; x < extent.width; ++x)
             values[x] = values[x] > 0.0f ? (values[x] < 1.0f ? values[x] : 1.0f) : 0.0f;

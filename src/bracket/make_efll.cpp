@@ -150,10 +150,7 @@ void restoreExposure(const Picture& middleRung, Picture& result)
     autoExposureEstimateRGB(middleRung.data(), result.data(), result.width(), result.height(), data, kAllChannels);
     grfx::cout << "Auto exposure: expV " << data.expV << " expM " << data.expM << " expR " << data.expR << " contr "
                << data.contr << "\n";
-    float* const samples = &result.data()->r;
-    forEachRange(result.pixelCount() * 3, [&](std::size_t first, std::size_t last) {
-        applyExposureInPlace(samples + first, last - first, data.expV, data.expR, data.expM);
-    });
+    applyExposureInPlace(&result.data()->r, result.pixelCount() * 3, data.expV, data.expR, data.expM);
 }
 
 std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings)
@@ -202,7 +199,7 @@ Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vect
     if (settings.details > 0.0f)
         applyDetails(result->data(), result->width(), result->height(), settings.details);
     if (orvosettings().get<bool>("DebugDrawer.enable", false))
-        DebugDrawer::draw(result, summaryOf(paths, settings), {0.0f, static_cast<float>(result->height() / 2)});
+        DebugDrawer::draw(result, summaryOf(paths, settings), _Point<int>(0, result->height() / 2));
     return {CreateOrvoImage(result, metadata), linear};
 }
 

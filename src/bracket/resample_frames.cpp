@@ -3,7 +3,6 @@
 #include <orvo/bracket_exposure.hpp>
 #include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
-#include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
 
 #include <algorithm>
@@ -90,10 +89,8 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> pixelsAtExposure(const HDRFrame& fr
     if (hasRawMark(frame)) {
         develop_for_hdr(image, frame.metadata, frame.rawMetadata, delta, chromatic);
     } else {
-        float* const samples = &image->data()->r;
-        forEachRange(image->pixelCount() * 3, [&](std::size_t first, std::size_t last) {
-            applyExposureInPlace(samples + first, last - first, delta * 0.1f + 1.0f, kRollOffStart, kRollOffPivot);
-        });
+        applyExposureInPlace(&image->data()->r, image->pixelCount() * 3, delta * 0.1f + 1.0f, kRollOffStart,
+                             kRollOffPivot);
     }
     return image;
 }

@@ -1,5 +1,4 @@
 #include "bracket/align_frames_streaming.hpp"
-
 #include "bracket/frame_matrix.hpp"
 #include "support/pictures.hpp"
 
@@ -31,7 +30,9 @@ std::vector<Consumed> align(const std::vector<FocusStackerFrame>& frames, std::s
 {
     std::vector<Consumed> consumed;
     alignFramesStreaming([&](int i) { return frames[static_cast<std::size_t>(i)]; },
-                         [&](int i, FocusStackerFrame& frame, _Rect<int> valid) { consumed.push_back({i, frame, valid}); },
+                         [&](int i, FocusStackerFrame& frame, _Rect<int> valid) {
+                             consumed.push_back({i, frame, valid});
+                         },
                          frames.size(), reference);
     return consumed;
 }
@@ -53,7 +54,8 @@ TEST(FrameMatrix, CopiesThereAndBack)
 
 TEST(AlignFramesStreaming, HandsOnEveryFrameInOrder)
 {
-    const auto consumed = align({frameOf(textured(200, 160)), frameOf(textured(200, 160, 1.5, 1)), frameOf(textured(200, 160, -1, 2))}, 1);
+    const auto consumed = align(
+        {frameOf(textured(200, 160)), frameOf(textured(200, 160, 1.5, 1)), frameOf(textured(200, 160, -1, 2))}, 1);
     ASSERT_EQ(consumed.size(), 3u);
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(consumed[static_cast<std::size_t>(i)].index, i);
@@ -107,8 +109,8 @@ TEST(AlignFramesStreaming, ASmallerFrameIsRefused)
 
 TEST(RegisterECC, TellsWhereTheReferenceLiesInTheFrame)
 {
-    const cv::Mat t = registerECC(frameOf(textured(320, 240)), frameOf(textured(320, 240, 4, -3)), 0.5f,
-                                  cv::Mat::eye(3, 3, CV_32F));
+    const cv::Mat t =
+        registerECC(frameOf(textured(320, 240)), frameOf(textured(320, 240, 4, -3)), 0.5f, cv::Mat::eye(3, 3, CV_32F));
     EXPECT_EQ(t.type(), CV_32F);
     EXPECT_NEAR(t.at<float>(0, 2), -4.0f, 0.1f);
     EXPECT_NEAR(t.at<float>(1, 2), 3.0f, 0.1f);

@@ -1,5 +1,4 @@
 #include "bracket/align_frames.hpp"
-
 #include "support/pictures.hpp"
 
 #include <orvo_core/parallel.hpp>
@@ -40,7 +39,8 @@ std::shared_ptr<Picture> turned(int width, int height, double degrees)
     return drawn(width, height, [=](int px, int py) {
         const double x = px - width / 2.0;
         const double y = py - height / 2.0;
-        return texture(std::cos(a) * x - std::sin(a) * y + width / 2.0, std::sin(a) * x + std::cos(a) * y + height / 2.0);
+        return texture(std::cos(a) * x - std::sin(a) * y + width / 2.0,
+                       std::sin(a) * x + std::cos(a) * y + height / 2.0);
     });
 }
 

@@ -1,5 +1,4 @@
 #include "bracket/compute_mask.hpp"
-
 #include "support/pictures.hpp"
 
 #include <orvo_core/parallel.hpp>
@@ -31,8 +30,8 @@ std::vector<double> slowDownsample(const Picture& picture, int targetWidth, int 
                     const double w = std::max(0.0, std::min((x + 1) * rx, sx + 1.0) - std::max(x * rx, sx + 0.0));
                     const double h = std::max(0.0, std::min((y + 1) * ry, sy + 1.0) - std::max(y * ry, sy + 0.0));
                     const auto& p = picture.row(sy)[sx];
-                    const double luminance =
-                        0.299 * static_cast<double>(p.r) + 0.587 * static_cast<double>(p.g) + 0.114 * static_cast<double>(p.b);
+                    const double luminance = 0.299 * static_cast<double>(p.r) + 0.587 * static_cast<double>(p.g) +
+                                             0.114 * static_cast<double>(p.b);
                     sum += w * h * luminance;
                     area += w * h;
                 }
@@ -92,7 +91,9 @@ TEST(ComputeMask, AConstantPictureIsItsOwnLuminance)
 
 TEST(ComputeMask, IsHighWhereTheFrameIsBright)
 {
-    const auto picture = drawn(200, 100, [](int x, int) { return x < 100 ? PixelRGB<float>{0.1f, 0.1f, 0.1f} : PixelRGB<float>{0.9f, 0.9f, 0.9f}; });
+    const auto picture = drawn(200, 100, [](int x, int) {
+        return x < 100 ? PixelRGB<float>{0.1f, 0.1f, 0.1f} : PixelRGB<float>{0.9f, 0.9f, 0.9f};
+    });
     const auto mask = computeMask(picture->data(), 200, 100, 0.0f);
     EXPECT_NEAR(mask[50 * 200 + 40], 0.1f, 0.02f);
     EXPECT_NEAR(mask[50 * 200 + 160], 0.9f, 0.02f);
@@ -100,7 +101,9 @@ TEST(ComputeMask, IsHighWhereTheFrameIsBright)
 
 TEST(ComputeMask, AGreaterWeightFlattensLargeEdges)
 {
-    const auto picture = drawn(200, 100, [](int x, int) { return x < 100 ? PixelRGB<float>{0.05f, 0.05f, 0.05f} : PixelRGB<float>{0.95f, 0.95f, 0.95f}; });
+    const auto picture = drawn(200, 100, [](int x, int) {
+        return x < 100 ? PixelRGB<float>{0.05f, 0.05f, 0.05f} : PixelRGB<float>{0.95f, 0.95f, 0.95f};
+    });
     const auto contrast = [&](float weight) {
         const auto mask = computeMask(picture->data(), 200, 100, weight);
         return mask[50 * 200 + 110] - mask[50 * 200 + 90];
@@ -130,7 +133,8 @@ TEST(ComputeMask, SmoothsDetailMoreThanEdges)
 
 TEST(ComputeMask, AwkwardSizesAndValues)
 {
-    for (const _Size<int> size : {_Size<int>(1, 1), _Size<int>(1, 7), _Size<int>(7, 1), _Size<int>(2, 2), _Size<int>(641, 3)}) {
+    for (const _Size<int> size :
+         {_Size<int>(1, 1), _Size<int>(1, 7), _Size<int>(7, 1), _Size<int>(2, 2), _Size<int>(641, 3)}) {
         auto picture = textured(size.width, size.height);
         picture->data()[0] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), -1.0f};
         const auto mask = computeMask(picture->data(), size.width, size.height, 0.3f);

@@ -1,5 +1,4 @@
 #include "bracket/deghosting.hpp"
-
 #include "support/pictures.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -122,7 +121,8 @@ TEST(Deghosting, ValuesAreLimitedWhereTheyEnterAFrame)
     auto reference = sceneAlone();
     for (int y = 90; y < 130; ++y)
         for (int x = 70; x < 90; ++x)
-            reference->row(y)[x] = (x % 2 == 0) ? PixelRGB<float>{-3.0f, 0.1f, 0.1f} : PixelRGB<float>{9.0f, -4.0f, 0.1f};
+            reference->row(y)[x] =
+                (x % 2 == 0) ? PixelRGB<float>{-3.0f, 0.1f, 0.1f} : PixelRGB<float>{9.0f, -4.0f, 0.1f};
     std::vector<HDRFrame> frames = {frameOf(sceneAlone()), frameOf(reference)};
     processDeghosting(frames, DeghostAmount::Highest, 1);
     for (std::size_t i = 0; i < frames[0].image->pixelCount(); ++i) {

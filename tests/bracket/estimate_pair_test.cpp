@@ -1,14 +1,12 @@
 #include "bracket/estimate_pair.hpp"
-
 #include "support/pictures.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/log_capture.hpp>
 
-#include <opencv2/imgproc.hpp>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -114,8 +112,9 @@ TEST(EstimatePair, FewerThanNineMatchesFail)
     const LogCapture capture;
     EXPECT_FALSE(pair.estimate());
     EXPECT_TRUE(pair.isIdentity());
-    EXPECT_THAT(capture.texts(LogMessageType::Warning),
-                ElementsAre(testing::StartsWith("[Alignment] Not enough matches found between a pair of images (found ")));
+    EXPECT_THAT(
+        capture.texts(LogMessageType::Warning),
+        ElementsAre(testing::StartsWith("[Alignment] Not enough matches found between a pair of images (found ")));
 }
 
 TEST(EstimatePair, FramesThatShowDifferentThingsFailOnInliers)

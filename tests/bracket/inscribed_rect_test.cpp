@@ -1,8 +1,7 @@
 #include "bracket/inscribed_rect.hpp"
 
-#include <opencv2/core.hpp>
-
 #include <gtest/gtest.h>
+#include <opencv2/core.hpp>
 
 #include <cmath>
 

@@ -1,5 +1,4 @@
 #include "bracket/load_frames.hpp"
-
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -184,7 +183,10 @@ TEST_F(LoadFrames, OrdinaryFilesAreNotRaw)
 
 TEST_F(LoadFrames, DevelopBringsARawFrameToTheWorkingSpace)
 {
-    auto image = drawn(700, 300, [](int x, int) { const float v = static_cast<float>(x) / 700; return PixelRGB<float>{v, v, v}; });
+    auto image = drawn(700, 300, [](int x, int) {
+        const float v = static_cast<float>(x) / 700;
+        return PixelRGB<float>{v, v, v};
+    });
     image->setColorProfile(ColorProfileType::linearMelissaRGB());
     auto metadata = std::make_shared<ImageMetadata>();
     metadata->isRaw = true;

@@ -40,7 +40,8 @@ protected:
     {
         Paths paths;
         for (std::size_t i = 0; i < count; ++i) {
-            const float gain = 0.35f + 1.1f * static_cast<float>(i) / static_cast<float>(std::max<std::size_t>(count - 1, 1));
+            const float gain =
+                0.35f + 1.1f * static_cast<float>(i) / static_cast<float>(std::max<std::size_t>(count - 1, 1));
             paths.push_back(writtenTo(folder / ("frame" + std::to_string(i) + ".tif"), *texturedAt(gain)));
         }
         return paths;
@@ -158,7 +159,8 @@ TEST_F(MakeHdr, ASingleFrameTracesItsAutomaticExposure)
     (void)merge(bracket(1), {}, record());
     const std::string trace = testing::internal::GetCapturedStdout();
     grfx::cout.quiet = 1;
-    EXPECT_THAT(trace, testing::ContainsRegex("Auto exposure: expV [-0-9.e]+ expM [-0-9.e]+ expR [-0-9.e]+ contr [-0-9.e]+\n"));
+    EXPECT_THAT(
+        trace, testing::ContainsRegex("Auto exposure: expV [-0-9.e]+ expM [-0-9.e]+ expR [-0-9.e]+ contr [-0-9.e]+\n"));
 }
 
 TEST_F(MakeHdr, ASingleFrameSkipsAlignmentAndDeghosting)
@@ -261,7 +263,8 @@ TEST_F(MakeHdr, AnUnreadableFileFailsWithALineThatNamesIt)
 TEST_F(MakeHdr, AnExceptionOfTheCallbackStopsAtTheBoundary)
 {
     const LogCapture capture;
-    EXPECT_TRUE(isEmpty(merge(bracket(2), {}, [](HDRMergingPhaseName) { throw std::runtime_error("no more phases"); })));
+    EXPECT_TRUE(
+        isEmpty(merge(bracket(2), {}, [](HDRMergingPhaseName) { throw std::runtime_error("no more phases"); })));
     EXPECT_TRUE(isEmpty(merge(bracket(2), {}, [](HDRMergingPhaseName) { throw 7; })));
     EXPECT_THAT(capture.texts(LogMessageType::Error),
                 ElementsAre("Error in make_HDR: no more phases", "Unknown error in make_HDR."));

@@ -85,7 +85,8 @@ TEST(SymmetryTest, OrderDoesNotDependOnThreads)
 
 TEST(CutOutliers, FewerThanTwentyStayAsTheyAre)
 {
-    Displaced set(19, [](int i) { return i == 3 ? 500.0f : 1.0f; }, [](int) { return 0.0f; });
+    Displaced set(
+        19, [](int i) { return i == 3 ? 500.0f : 1.0f; }, [](int) { return 0.0f; });
     cutOutliers(set.matches, set.first, set.second, kSide, kSide);
     EXPECT_EQ(set.matches.size(), 19u);
     EXPECT_EQ(set.matches[3].queryIdx, 3);
@@ -93,8 +94,10 @@ TEST(CutOutliers, FewerThanTwentyStayAsTheyAre)
 
 TEST(CutOutliers, AJumpOnXCutsThere)
 {
-    // 100 matches: three quarters move by 2 px, the rest by 300 px and more. The first decile with a jump is the eighth.
-    Displaced set(100, [](int i) { return i % 4 == 0 ? 300.0f : 2.0f; }, [](int) { return 1.0f; });
+    // 100 matches: three quarters move by 2 px, the rest by 300 px and more. The first decile with a jump is the
+    // eighth.
+    Displaced set(
+        100, [](int i) { return i % 4 == 0 ? 300.0f : 2.0f; }, [](int) { return 1.0f; });
     cutOutliers(set.matches, set.first, set.second, kSide, kSide);
     EXPECT_EQ(set.matches.size(), 80u);
     for (std::size_t i = 0; i < 75; ++i)
@@ -103,7 +106,8 @@ TEST(CutOutliers, AJumpOnXCutsThere)
 
 TEST(CutOutliers, AJumpOnYSortsByY)
 {
-    Displaced set(100, [](int) { return 1.0f; }, [](int i) { return i % 2 == 0 ? 100.0f : 2.0f; });
+    Displaced set(
+        100, [](int) { return 1.0f; }, [](int i) { return i % 2 == 0 ? 100.0f : 2.0f; });
     cutOutliers(set.matches, set.first, set.second, kSide, kSide);
     EXPECT_EQ(set.matches.size(), 50u);
     for (const auto& m : set.matches)
@@ -122,14 +126,16 @@ TEST(CutOutliers, OnATieXComesFirst)
 TEST(CutOutliers, TheFirstDecileCountsAgainstTheFirstDisplacementItself)
 {
     // A steady growth of 4 px a decile from a first displacement of 0 is a jump at once: 4/1000 is above 0.003.
-    Displaced steady(200, [](int i) { return static_cast<float>(i) * 0.2f; }, [](int) { return 0.0f; });
+    Displaced steady(
+        200, [](int i) { return static_cast<float>(i) * 0.2f; }, [](int) { return 0.0f; });
     cutOutliers(steady.matches, steady.first, steady.second, kSide, kSide);
     EXPECT_EQ(steady.matches.size(), 20u);
 }
 
 TEST(CutOutliers, WithoutAJumpTheFarthestTenthGoes)
 {
-    Displaced set(105, [](int i) { return 1.0f + 0.001f * static_cast<float>(i); }, [](int) { return 0.0f; });
+    Displaced set(
+        105, [](int i) { return 1.0f + 0.001f * static_cast<float>(i); }, [](int) { return 0.0f; });
     cutOutliers(set.matches, set.first, set.second, kSide, kSide);
     EXPECT_EQ(set.matches.size(), 90u);
     EXPECT_EQ(set.matches.back().queryIdx, 89);
@@ -138,7 +144,8 @@ TEST(CutOutliers, WithoutAJumpTheFarthestTenthGoes)
 TEST(CutOutliers, ACutBelowTwentyChangesNothing)
 {
     // A jump at the first decile of 100 would leave 10 matches.
-    Displaced set(100, [](int i) { return i < 10 ? 0.0f : 50.0f; }, [](int) { return 0.0f; });
+    Displaced set(
+        100, [](int i) { return i < 10 ? 0.0f : 50.0f; }, [](int) { return 0.0f; });
     cutOutliers(set.matches, set.first, set.second, kSide, kSide);
     EXPECT_EQ(set.matches.size(), 100u);
 }

@@ -1,5 +1,4 @@
 #include "bracket/resample_frames.hpp"
-
 #include "support/pictures.hpp"
 
 #include <orvo_common/console_trace.hpp>
@@ -111,7 +110,8 @@ TEST(ResampleFrames, ARungComesFromTheNearestFrameThroughTheCurve)
     const float centres[] = {-2, 0, 0, 2};
     for (std::size_t i = 0; i < 4; ++i) {
         const float delta = result.ladder[i].ev - centres[i];
-        EXPECT_EQ(result.ladder[i].image->data()[0].g, apply_exposure(sources[i], delta * 0.1f + 1.0f, 0.9f, 0.5f)) << i;
+        EXPECT_EQ(result.ladder[i].image->data()[0].g, apply_exposure(sources[i], delta * 0.1f + 1.0f, 0.9f, 0.5f))
+            << i;
     }
 }
 

@@ -1,8 +1,9 @@
 /// A folder of a test's own, removed with all that is in it.
 #pragma once
 
-#include <filesystem>
 #include <stdlib.h>
+
+#include <filesystem>
 #include <string>
 
 namespace orvo::test {

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs the build folder $1 below $2, builds the outside project of folder $3 against it and merges two frames.
+set -euo pipefail
+build=$1 scratch=$2 source=$3
+rm -rf "$scratch"
+mkdir -p "$scratch"
+cmake --install "$build" --prefix "$scratch/prefix" >"$scratch/install.log"
+cmake -S "$source" -B "$scratch/build" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >"$scratch/configure.log"
+cmake --build "$scratch/build" >"$scratch/build.log" || { cat "$scratch/build.log" >&2; exit 1; }
+"$scratch/prefix/bin/orvo" demo --size 300 "$scratch/demo" >"$scratch/demo.log" 2>&1 || { cat "$scratch/demo.log" >&2; exit 1; }
+frames=$(find "$scratch/demo" -name '*.jpg' -path '*bracket*' ! -name '*merged*' | sort | head -n 3)
+# shellcheck disable=SC2086 # the demo's names hold no blanks
+"$scratch/build/consumer" $frames "$scratch/merged.png"
+test -s "$scratch/merged.png"
+PKG_CONFIG_PATH=$(dirname "$(find "$scratch/prefix" -name orvo_extensions.pc)") pkg-config --cflags --libs orvo_extensions
+test -s "$scratch/prefix/share/man/man1/orvo.1"
+# What is not exported stays hidden: none of the third-party libraries' names come out of the shared library.
+library=$(find "$scratch/prefix" -name 'liborvo_extensions.so' | head -n 1)
+if nm -DC --defined-only "$library" | grep -E ' [TW] (cv|Exiv2|nlohmann|spdlog|LibRaw)' | grep -vE 'std::|tbb::' | head; then
+  count=$(nm -DC --defined-only "$library" | grep -cE ' T (cv|Exiv2|nlohmann|spdlog|LibRaw)' || true)
+  test "$count" -eq 0
+fi

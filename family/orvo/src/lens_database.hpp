@@ -1,0 +1,31 @@
+// What lensfun knows of a lens, behind an interface of our own: its header is seen by lens_database.cpp alone.
+#pragma once
+
+#include <orvo_core/geometry.hpp>
+#include <orvo_core/image_metadata.hpp>
+
+#include <memory>
+
+namespace orvo::details {
+
+/// The faults of one lens at one setting, for pictures of one size. Usable from any thread.
+class LensModel
+{
+public:
+    virtual ~LensModel() = default;
+
+    [[nodiscard]] virtual bool bends() const = 0;
+    [[nodiscard]] virtual bool darkens() const = 0;
+
+    /// Where the pixels of row `y` of the corrected picture lie in the uncorrected one: x, y of each in turn. Only if
+    /// bends(). Scaled so that the corrected picture is filled.
+    virtual void sourcePlaces(int y, float* places) const = 0;
+
+    /// By how much the light at a place of the uncorrected picture has to be raised. Only if darkens().
+    [[nodiscard]] virtual float gainAt(float x, float y) const = 0;
+};
+
+/// Empty if the camera or its lens is unknown, if nothing was measured of it, or if there is no database.
+[[nodiscard]] std::unique_ptr<LensModel> findLensModel(const ImageMetadata& metadata, _Size<int> size);
+
+} // namespace orvo::details

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Whole merges side by side: orvo hdr, Debian's enfuse, OpenCV's exposure fusion. Prints Markdown tables.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/bench_merge.sh speed|quality [FOLDER]
+
+  speed    renders brackets of 3 and 5 frames of 24 megapixels and tells wall time and peak memory
+  quality  merges every set below $ORVO_TEST_DATA/brackets and tells MEF-SSIM and clipped pixels
+
+Results are kept in FOLDER (by default build/bench). Needs the release preset built and
+scripts/bootstrap.sh --bench.
+TEXT
+}
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+bin=${ORVO_BIN:-$root/build/release/bin}
+mode=${1:-}
+work=${2:-$root/build/bench}
+case $mode in speed|quality) ;; --help|-h) usage; exit 0 ;; *) usage >&2; exit 2 ;; esac
+for program in "$bin/orvo" "$bin/bench_score" enfuse; do
+  command -v "$program" >/dev/null || { echo "bench_merge: $program is missing; see --help" >&2; exit 1; }
+done
+mkdir -p "$work"
+
+# Runs a command and prints "SECONDS MEGABYTES", its wall time and peak memory.
+measure() {
+  python3 - "$@" <<'PYTHON'
+import os, subprocess, sys, time
+start = time.monotonic()
+process = subprocess.Popen(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+complaint = process.stderr.read()
+_, status, usage = os.wait4(process.pid, 0)
+if status != 0:
+    sys.exit(complaint.decode(errors="replace"))
+print(f"{time.monotonic() - start:.1f} {usage.ru_maxrss / 1024:.0f}")
+PYTHON
+}
+
+speed() {
+  for count in 3 5; do
+    local folder=$work/speed_$count
+    [ -d "$folder" ] || "$bin/bench_render" "$folder" "$count" 6000 4000
+    echo
+    echo "$count frames of 24 megapixels, JPEG in, 8-bit TIFF out:"
+    echo
+    echo "| program | seconds | peak MB |"
+    echo "|---|---|---|"
+    row() { local name=$1; shift; read -r seconds megabytes < <(measure "$@"); echo "| $name | $seconds | $megabytes |"; }
+    row "orvo hdr" "$bin/orvo" hdr "$folder"/*.jpg -o "$folder/out_orvo.tif" --bits 8 --quiet
+    row "orvo hdr --align --deghost 2" "$bin/orvo" hdr "$folder"/*.jpg -o "$folder/out_orvo_all.tif" --bits 8 --align --deghost 2 --quiet
+    row "enfuse" enfuse -o "$folder/out_enfuse.tif" "$folder"/*.jpg
+    row "OpenCV exposure fusion" "$bin/bench_opencv_fusion" "$folder/out_opencv.tif" "$folder"/*.jpg
+  done
+}
+
+quality() {
+  : "${ORVO_TEST_DATA:?bench_merge: set ORVO_TEST_DATA to the folder of real pictures}"
+  echo "| set | orvo | enfuse | OpenCV | clipped % orvo | enfuse | OpenCV |"
+  echo "|---|---|---|---|---|---|---|"
+  for set in "$ORVO_TEST_DATA"/brackets/*/; do
+    local name files
+    name=$(basename "$set")
+    mapfile -t files < <(find "$set" -maxdepth 1 -iname '*.jpg' | sort)
+    local out=$work/quality_$name
+    mkdir -p "$out"
+    "$bin/orvo" hdr "${files[@]}" -o "$out/orvo.png" --bits 8 --quiet
+    [ -s "$out/enfuse.tif" ] || enfuse -o "$out/enfuse.tif" "${files[@]}" >/dev/null 2>&1
+    [ -s "$out/opencv.png" ] || "$bin/bench_opencv_fusion" "$out/opencv.png" "${files[@]}"
+    local scores=() clips=() score clip
+    for fused in orvo.png enfuse.tif opencv.png; do
+      read -r score clip < <("$bin/bench_score" "$out/$fused" "${files[@]}" || echo "failed -")
+      scores+=("$score")
+      clips+=("$clip")
+    done
+    echo "| $name | ${scores[0]} | ${scores[1]} | ${scores[2]} | ${clips[0]} | ${clips[1]} | ${clips[2]} |"
+  done
+}
+
+"$mode"

@@ -60,13 +60,10 @@ bool isNeutral(const auto_exposure_data_t& data)
 
 FittedCurve fitAllChannels(const PatchPairs& pairs)
 {
-    std::vector<float> a;
-    std::vector<float> b;
-    for (std::size_t c = 0; c < 3; ++c) {
-        a.insert(a.end(), pairs.a[c].begin(), pairs.a[c].end());
-        b.insert(b.end(), pairs.b[c].begin(), pairs.b[c].end());
-    }
-    return detail::fitCurve(a, b);
+    std::vector<detail::PatchPair> all;
+    for (const auto& channel : pairs.channels)
+        all.insert(all.end(), channel.begin(), channel.end());
+    return detail::fitCurve(all);
 }
 
 } // namespace
@@ -84,7 +81,7 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
         if (i == 3)
             fits[c] = fitAllChannels(pairs);
         else if ((mode >> i & 1) != 0)
-            fits[c] = detail::fitCurve(pairs.a[c], pairs.b[c]);
+            fits[c] = detail::fitCurve(pairs.channels[c]);
     });
     const FittedCurve& common = fits[3];
     data.expV = 1.0f + common.map.ev * 0.1f;

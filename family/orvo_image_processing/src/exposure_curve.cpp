@@ -42,19 +42,19 @@ struct Constants
 
 ORVO_INLINE float brighter(float value, const Constants& c)
 {
-    const float limited = value < kInputLimit ? value : kInputLimit;
-    const float v = limited > 0.0f ? limited : 0.0f;
+    const float positive = value > 0.0f ? value : 0.0f; // also what is not a number
+    const float v = positive < kInputLimit ? positive : kInputLimit;
     const float plain = plainBrighter(v, c.gain, c.encodedGain);
     const float above = plain - c.knee;
     const float rolled = c.knee + above / (1.0f + above * c.bend);
-    const float positive = above > 0.0f ? rolled : plain;
-    return value < 0.0f ? value * c.gain : positive;
+    const float result = above > 0.0f ? rolled : plain;
+    return value < 0.0f ? value * c.gain : result;
 }
 
 ORVO_INLINE float darker(float value, const Constants& c)
 {
-    const float limited = value < kInputLimit ? value : kInputLimit;
-    const float v = limited > 0.0f ? limited : 0.0f;
+    const float positive = value > 0.0f ? value : 0.0f; // also what is not a number
+    const float v = positive < kInputLimit ? positive : kInputLimit;
     const float plain = plainDarker(v, c.gain, c.encodedGain);
     const float above = (v - c.knee) * c.bend;
     const float t = above > 0.0f ? above : 0.0f;

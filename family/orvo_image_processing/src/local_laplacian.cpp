@@ -30,7 +30,9 @@ struct Curve
     float intensity;
     float threshold;
     float perThreshold;
-    float detailGain;
+    float detailGain; // G
+    float smoothing;  // 1 - G when detail is smoothed, else 0
+    float amplifying; // G - 1 when it is amplified, else 0
     float edgeGain;
     float noiseFloor; // 0: none
     float perNoiseFloor;
@@ -43,7 +45,7 @@ ORVO_INLINE float remapped(float v, const Curve& c)
     const float size = d < 0.0f ? -d : d;
     const float inside = size < c.threshold ? size : c.threshold;
     const float x = inside * c.perThreshold;
-    const float gained = c.detailGain * inside / (1.0f + (c.detailGain - 1.0f) * x);
+    const float gained = inside * (c.detailGain + c.smoothing * x) / (1.0f + c.amplifying * x);
     const float s = (size - c.noiseFloor) * c.perNoiseFloor;
     const float limited = s < 1.0f ? (s > 0.0f ? s : 0.0f) : 1.0f;
     const float passage = limited * limited * (3.0f - 2.0f * limited);
@@ -303,6 +305,8 @@ void local_laplacian_gray16(std::int16_t* data, int width, int height, int strid
     curve.threshold = sane(edgeThreshold, 0.5f, kSmallestThreshold, 1.0f);
     curve.perThreshold = 1.0f / curve.threshold;
     curve.detailGain = gain;
+    curve.smoothing = std::max(0.0f, 1.0f - gain);
+    curve.amplifying = std::max(0.0f, gain - 1.0f);
     curve.edgeGain = edges;
     const float noise = gain > 1.0f ? sane(floor, 0.0f, 0.0f, 1.0f) : 0.0f;
     // Without a floor the passage is complete from the first difference on.

@@ -7,17 +7,19 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 #include <limits>
+#include <optional>
 
 namespace orvo::detail {
 
 namespace {
 
-// Patches along each side of a square grid: enough for 128 quantiles of 128 patches each.
+// Patches along each side of a square grid: enough for 256 quantiles of 64 patches each.
 constexpr int kGridSide = 128;
 // Side of a patch in pixels: 64 values bring the noise down by 8, and 8 pixels swallow a small misalignment.
 constexpr int kLargestPatch = 8;
-constexpr int kQuantiles = 128;
+constexpr int kQuantiles = 256;
 constexpr std::size_t kFewestPairs = 32;
 constexpr int kFewestQuantiles = 4;
 // Encoded values taken as usable: above the first steps of 8 bits, where rounding decides, and below the shoulder of
@@ -28,12 +30,14 @@ constexpr float kBrightest = 0.97f;
 constexpr float kAboveWhite = 1.02f;
 // The shoulder towards the target's white starts at this share of it.
 constexpr float kKneeShare = 0.96f;
-// Pairs further from the map than this many medians, and than the encoded value, show something that moved.
+// A sample above this share of white counts as clipped: 8-bit coding lets it ring by some steps.
+constexpr float kClipped = 0.98f;
+// The median distance, in stops, of the pairs from their median step, above which the frames cannot lie on each other.
+constexpr float kAlignedStops = 0.5f;
+// Pairs further from the map than this, and than this many median distances, show something that moved. The first map
+// is only a gain, and a camera's curve may leave it far; later ones are closer.
+constexpr float kOutlierDistances[] = {0.15f, 0.06f, 0.03f, 0.02f};
 constexpr float kOutlierMedians = 4.0f;
-constexpr float kOutlierLeast = 0.02f;
-// A median distance above this says that the frames do not lie on each other; then no pair can be judged.
-constexpr float kAlignedMedian = 0.05f;
-constexpr int kRefits = 3;
 // Below this the two frames are one: less than a tenth of a step of 8 bits in all quantiles.
 constexpr float kSame = 1.0f / 4096;
 constexpr float kSteepest = 4.0f; // slope of the spline against the plain exposure; cameras stay below 2
@@ -57,15 +61,32 @@ float middleOf(std::vector<float> values)
     return *middle;
 }
 
-float whiteOf(const std::vector<float>& values)
+struct Whites
 {
-    const float largest = *std::max_element(values.begin(), values.end());
-    return largest > kAboveWhite ? largest : 1.0f;
+    float a = 1.0f;
+    float b = 1.0f;
+};
+
+Whites whitesOf(const std::vector<PatchPair>& pairs)
+{
+    Whites largest{0.0f, 0.0f};
+    for (const PatchPair& pair : pairs) {
+        largest.a = std::max(largest.a, pair.a);
+        largest.b = std::max(largest.b, pair.b);
+    }
+    const auto white = [](float value) { return value > kAboveWhite ? value : 1.0f; };
+    return {white(largest.a), white(largest.b)};
 }
 
 /// The values at the same ranks in both frames. A rising map takes rank to rank, whatever its shape.
-std::vector<Quantile> matchedQuantiles(std::vector<float> a, std::vector<float> b)
+std::vector<Quantile> matchedQuantiles(const std::vector<PatchPair>& pairs)
 {
+    std::vector<float> a;
+    std::vector<float> b;
+    for (const PatchPair& pair : pairs) {
+        a.push_back(pair.a);
+        b.push_back(pair.b);
+    }
     std::sort(a.begin(), a.end());
     std::sort(b.begin(), b.end());
     const std::size_t bins = std::min<std::size_t>(kQuantiles, a.size());
@@ -77,12 +98,16 @@ std::vector<Quantile> matchedQuantiles(std::vector<float> a, std::vector<float> 
     return quantiles;
 }
 
-std::vector<Quantile> usable(const std::vector<Quantile>& all, float whiteA, float whiteB)
+bool isUsable(float a, float b, const Whites& whites)
+{
+    return a > kDarkest && a < kBrightest * whites.a && b > kDarkest && b < kBrightest * whites.b;
+}
+
+std::vector<Quantile> usable(const std::vector<Quantile>& all, const Whites& whites)
 {
     std::vector<Quantile> kept;
-    for (const Quantile& q : all)
-        if (q.a > kDarkest && q.a < kBrightest * whiteA && q.b > kDarkest && q.b < kBrightest * whiteB)
-            kept.push_back(q);
+    std::copy_if(all.begin(), all.end(), std::back_inserter(kept),
+                 [&](const Quantile& q) { return isUsable(q.a, q.b, whites); });
     return kept;
 }
 
@@ -157,14 +182,13 @@ void placeKnots(ToneCurveMap& map, const std::vector<Quantile>& quantiles)
         close();
 }
 
-FittedCurve fitOnce(const std::vector<float>& a, const std::vector<float>& b)
+FittedCurve fitQuantiles(const std::vector<PatchPair>& pairs, const Whites& whites)
 {
     FittedCurve fit;
-    if (a.size() < kFewestPairs)
+    if (pairs.size() < kFewestPairs)
         return fit;
-    const float whiteA = whiteOf(a);
-    const std::vector<Quantile> all = matchedQuantiles(a, b);
-    const std::vector<Quantile> quantiles = usable(all, whiteA, whiteOf(b));
+    const std::vector<Quantile> all = matchedQuantiles(pairs);
+    const std::vector<Quantile> quantiles = usable(all, whites);
     const bool same =
         std::all_of(all.begin(), all.end(), [](const Quantile& q) { return std::abs(q.a - q.b) < kSame; });
     if (same || quantiles.size() < kFewestQuantiles)
@@ -172,39 +196,48 @@ FittedCurve fitOnce(const std::vector<float>& a, const std::vector<float>& b)
     fit.middle = quantiles[quantiles.size() / 2].b;
     fit.contrast = contrastOf(quantiles);
     fit.map.ev = exposureOf(quantiles);
-    fit.map.white = whiteA;
+    fit.map.white = whites.a;
     placeKnots(fit.map, quantiles);
     return fit;
 }
 
-/// Drops the pairs that the map does not explain. False if there is nothing to drop or no way to judge.
-bool dropOutliers(const ToneCurveMap& map, std::vector<float>& a, std::vector<float>& b)
+/// The gain that most pairs agree on, if the frames lie on each other.
+std::optional<ToneCurveMap> commonGain(const std::vector<PatchPair>& pairs, const Whites& whites)
+{
+    std::vector<float> steps;
+    for (const PatchPair& pair : pairs)
+        if (!pair.torn && isUsable(pair.a, pair.b, whites))
+            steps.push_back(std::log2(linear(pair.a) / linear(pair.b)));
+    if (steps.size() < kFewestPairs)
+        return std::nullopt;
+    ToneCurveMap map;
+    map.white = whites.a;
+    map.ev = std::clamp(middleOf(steps), -kEvLimit, kEvLimit);
+    for (float& step : steps)
+        step = std::abs(step - map.ev);
+    return middleOf(std::move(steps)) < kAlignedStops ? std::optional(map) : std::nullopt;
+}
+
+/// The whole pairs that the map explains.
+std::vector<PatchPair> explainedPairs(const ToneCurveMap& map, const std::vector<PatchPair>& pairs, float allowance)
 {
     const ToneCurve curve(map);
-    std::vector<float> distances(a.size());
-    for (std::size_t i = 0; i < a.size(); ++i)
-        distances[i] = std::abs(std::min(curve(std::max(0.0f, b[i])), map.white) - std::min(a[i], map.white));
-    const float median = middleOf(distances);
-    if (median > kAlignedMedian)
-        return false;
-    const float limit = std::max(kOutlierLeast, kOutlierMedians * median);
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        if (distances[i] > limit)
-            continue;
-        a[kept] = a[i];
-        b[kept] = b[i];
-        ++kept;
-    }
-    const bool dropped = kept < a.size();
-    a.resize(kept);
-    b.resize(kept);
-    return dropped;
+    std::vector<float> distances(pairs.size());
+    std::transform(pairs.begin(), pairs.end(), distances.begin(), [&](const PatchPair& pair) {
+        return std::abs(std::min(curve(std::max(0.0f, pair.b)), map.white) - std::min(pair.a, map.white));
+    });
+    const float limit = std::max(allowance, std::min(kOutlierDistances[0], kOutlierMedians * middleOf(distances)));
+    std::vector<PatchPair> kept;
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+        if (distances[i] <= limit && !pairs[i].torn)
+            kept.push_back(pairs[i]);
+    return kept;
 }
 
 struct PatchMeans
 {
     float a[3], b[3];
+    float largestA[3], largestB[3];
 };
 
 PatchMeans meansOfPatch(const float* a, const float* b, std::size_t width, int left, int top, int side)
@@ -216,6 +249,8 @@ PatchMeans meansOfPatch(const float* a, const float* b, std::size_t width, int l
             for (std::size_t c = 0; c < 3; ++c) {
                 means.a[c] += a[row + i + c];
                 means.b[c] += b[row + i + c];
+                means.largestA[c] = std::max(means.largestA[c], a[row + i + c]);
+                means.largestB[c] = std::max(means.largestB[c], b[row + i + c]);
             }
     }
     const float scale = 1.0f / static_cast<float>(side * side);
@@ -226,13 +261,34 @@ PatchMeans meansOfPatch(const float* a, const float* b, std::size_t width, int l
     return means;
 }
 
+bool isTorn(float mean, float largest) { return largest > kClipped && largest < kAboveWhite && mean < kClipped; }
+
+/// The patches as pairs. A value that is not finite turns the sum of its patch, and only that, into no number.
+PatchPairs pairsOf(const std::vector<PatchMeans>& means)
+{
+    PatchPairs pairs;
+    pairs.equal = true;
+    for (const PatchMeans& m : means) {
+        float total = 0.0f;
+        for (int c = 0; c < 3; ++c)
+            total += (m.a[c] + m.b[c]) * 0.0f;
+        if (!(total == 0.0f))
+            continue;
+        for (std::size_t c = 0; c < 3; ++c) {
+            pairs.channels[c].push_back(
+                {m.a[c], m.b[c], isTorn(m.a[c], m.largestA[c]) || isTorn(m.b[c], m.largestB[c])});
+            pairs.equal = pairs.equal && m.a[c] == m.b[c];
+        }
+    }
+    return pairs;
+}
+
 } // namespace
 
 PatchPairs collectPatches(const float* a, const float* b, int width, int height)
 {
-    PatchPairs pairs;
     if (width <= 0 || height <= 0)
-        return pairs;
+        return {};
     const double pixels = static_cast<double>(width) * static_cast<double>(height);
     const int cell = std::max(1, static_cast<int>(std::ceil(std::sqrt(pixels) / kGridSide)));
     const int side = std::min({cell, kLargestPatch, width, height});
@@ -248,31 +304,22 @@ PatchPairs collectPatches(const float* a, const float* b, int width, int height)
                 meansOfPatch(a, b, static_cast<std::size_t>(width), left, top, side);
         }
     });
-    pairs.equal = true;
-    for (const PatchMeans& m : means) {
-        float total = 0.0f; // turns to NaN on any value that is not finite
-        for (int c = 0; c < 3; ++c)
-            total += (m.a[c] + m.b[c]) * 0.0f;
-        if (!(total == 0.0f))
-            continue;
-        for (std::size_t c = 0; c < 3; ++c) {
-            pairs.a[c].push_back(m.a[c]);
-            pairs.b[c].push_back(m.b[c]);
-            pairs.equal = pairs.equal && m.a[c] == m.b[c];
-        }
-    }
-    return pairs;
+    return pairsOf(means);
 }
 
-FittedCurve fitCurve(const std::vector<float>& a, const std::vector<float>& b)
+FittedCurve fitCurve(const std::vector<PatchPair>& pairs)
 {
-    FittedCurve fit = fitOnce(a, b);
-    std::vector<float> keptA = a;
-    std::vector<float> keptB = b;
-    for (int i = 0; i < kRefits && fit.map.knots > 0 && dropOutliers(fit.map, keptA, keptB); ++i) {
-        const FittedCurve better = fitOnce(keptA, keptB);
+    const Whites whites = whitesOf(pairs);
+    const std::optional<ToneCurveMap> gain = commonGain(pairs, whites);
+    if (!gain)
+        return fitQuantiles(pairs, whites);
+    FittedCurve fit;
+    fit.map = *gain;
+    // Always from all pairs: tones which an early map did not explain come back with a better one.
+    for (const float allowance : kOutlierDistances) {
+        const FittedCurve better = fitQuantiles(explainedPairs(fit.map, pairs, allowance), whites);
         if (better.map.knots == 0)
-            break;
+            return better;
         fit = better;
     }
     return fit;

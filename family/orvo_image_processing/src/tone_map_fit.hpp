@@ -8,25 +8,30 @@
 
 namespace orvo::detail {
 
-/// Means of the same small patches of both frames, one value for each patch and channel.
+/// Means of the same small patch in both frames, in one channel.
+struct PatchPair
+{
+    float a, b;
+    bool torn; ///< clipped in part in one of the frames, so that its mean there is too dark
+};
+
 struct PatchPairs
 {
-    std::array<std::vector<float>, 3> a;
-    std::array<std::vector<float>, 3> b;
+    std::array<std::vector<PatchPair>, 3> channels;
     bool equal = false; ///< no patch differs in any bit of its mean
 };
 
 /// `a`, `b`: interleaved samples. Patches with a value that is not finite are left out.
 [[nodiscard]] PatchPairs collectPatches(const float* a, const float* b, int width, int height);
 
-/// The curve from `b` to `a` over the given pairs, with the slope of log light against log light and the middle tone.
+/// The curve from b to a over the given pairs, with the slope of log light against log light and the middle tone of b.
 struct FittedCurve
 {
     ToneCurveMap map;
     float contrast = 1.0f;
     float middle = 0.5f;
 };
-[[nodiscard]] FittedCurve fitCurve(const std::vector<float>& a, const std::vector<float>& b);
+[[nodiscard]] FittedCurve fitCurve(const std::vector<PatchPair>& pairs);
 
 /// One value through the map, for v >= 0.
 class ToneCurve

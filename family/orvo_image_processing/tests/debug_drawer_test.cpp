@@ -1,1 +1,103 @@
+#include "test_planes.hpp"
 
+#include <orvo_image_processing/debug_drawer.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+
+using orvo::_Point;
+using orvo::DebugDrawer;
+using orvo::PixelRGB;
+using Picture = orvo::_ImageData<PixelRGB<float>>;
+
+namespace {
+
+std::shared_ptr<Picture> plain(int width, int height, float value)
+{
+    return std::make_shared<Picture>(orvo::_Size<int>(width, height), PixelRGB<float>{value, value, value}, nullptr);
+}
+
+int changedInRows(const Picture& image, float ground, int first, int last)
+{
+    int count = 0;
+    for (int y = std::max(0, first); y < std::min(last, image.height()); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            count += image.row(y)[x].g != ground ? 1 : 0;
+    return count;
+}
+
+std::pair<float, float> extremes(const Picture& image)
+{
+    float low = 1e9f;
+    float high = -1e9f;
+    for (std::size_t i = 0; i < image.pixelCount(); ++i) {
+        low = std::min(low, image.data()[i].g);
+        high = std::max(high, image.data()[i].g);
+    }
+    return {low, high};
+}
+
+} // namespace
+
+TEST(DebugDrawer, CanBeReadOnAnyGround)
+{
+    for (const float ground : {0.0f, 0.5f, 1.0f}) {
+        auto image = plain(400, 200, ground);
+        DebugDrawer::draw(image, "Alignment: true", _Point<int>(5, 50));
+        const auto [low, high] = extremes(*image);
+        EXPECT_LT(low, 0.1f) << ground;
+        EXPECT_GT(high, 0.85f) << ground;
+    }
+}
+
+TEST(DebugDrawer, DrawsLineBelowLineFromItsPosition)
+{
+    auto one = plain(600, 400, 0.5f);
+    auto three = plain(600, 400, 0.5f);
+    DebugDrawer::draw(one, "HHHH", _Point<int>(0, 200));
+    DebugDrawer::draw(three, "HHHH\nHHHH\n\nHHHH", _Point<int>(0, 200));
+    EXPECT_EQ(changedInRows(*one, 0.5f, 0, 200), 0);
+    EXPECT_GT(changedInRows(*one, 0.5f, 200, 212), 50);
+    EXPECT_EQ(changedInRows(*one, 0.5f, 222, 400), 0);
+    EXPECT_GT(changedInRows(*three, 0.5f, 236, 248), 50);
+    EXPECT_EQ(changedInRows(*three, 0.5f, 260, 400), 0);
+}
+
+TEST(DebugDrawer, SizeFollowsThePicture)
+{
+    auto small = plain(600, 400, 0.5f);
+    auto large = plain(3000, 2000, 0.5f);
+    DebugDrawer::draw(small, "M", _Point<float>(0.0f, 0.0f));
+    DebugDrawer::draw(large, "M", _Point<float>(0.0f, 0.0f));
+    EXPECT_GT(changedInRows(*large, 0.5f, 0, 2000), 6 * changedInRows(*small, 0.5f, 0, 400));
+}
+
+TEST(DebugDrawer, CutsWhatDoesNotFit)
+{
+    const std::string endless(100000, 'W');
+    for (const auto& [width, height] : planes::awkwardSizes()) {
+        auto image = plain(width, height, 0.5f);
+        DebugDrawer::draw(image, endless, _Point<int>(-7, -3));
+        DebugDrawer::draw(image, "\x01\xff\n\n", _Point<int>(0, 0));
+        DebugDrawer::draw(image, "far", _Point<int>(std::numeric_limits<int>::max(), std::numeric_limits<int>::min()));
+        DebugDrawer::draw(image, "nowhere", _Point<float>(std::nanf(""), std::numeric_limits<float>::infinity()));
+        orvo::writeOnFrame(image, "text");
+    }
+    auto image = plain(300, 200, 0.5f);
+    DebugDrawer::draw(image, endless, _Point<int>(0, 190));
+    EXPECT_GT(changedInRows(*image, 0.5f, 190, 200), 50);
+    std::shared_ptr<Picture> none;
+    DebugDrawer::draw(none, "text", _Point<int>(0, 0));
+    orvo::writeOnFrame(none, "text");
+    EXPECT_EQ(none, nullptr);
+}
+
+TEST(DebugDrawer, WritesOneLineInTheCorner)
+{
+    auto image = plain(600, 400, 0.5f);
+    orvo::writeOnFrame(image, "frame\n17");
+    EXPECT_GT(changedInRows(*image, 0.5f, 0, 24), 100);
+    EXPECT_EQ(changedInRows(*image, 0.5f, 32, 400), 0);
+}

@@ -13,7 +13,7 @@ namespace orvo {
 /// shoulder at white.
 struct ToneCurveMap
 {
-    static constexpr int kMostKnots = 20;
+    static constexpr int kMostKnots = 32;
     float ev = 0.0f;
     int knots = 0;                        ///< 0: identity
     std::array<float, kMostKnots> from{}; ///< encoded, after the plain gain; rising, first above 0

@@ -25,10 +25,11 @@ namespace orvo {
 /// (a light grey) where the plain gain gives 0.54. Kept small because the curve acts on each channel by itself, and
 /// the steeper it is, the more it shifts the hue of nearly white colours.
 ///
-/// Holds everywhere: rising in v and in a, continuous with its slope, 0 stays 0, negative values stay negative (plain
-/// factor), what is not a number becomes 0, inputs above 1 give finite results (inputs are limited to 1e6), a == 1
-/// is the exact identity for every input. The transfer curve is the variant of sRGB whose two pieces meet without a
-/// break of slope (0.0392857, 12.9232102); it differs from the standard's rounded constants by less than 1e-4.
+/// Holds everywhere: rising in v, and up to white in a (white itself stays at 1 while it can); continuous with its
+/// slope, 0 stays 0, negative values stay negative (plain factor), what is not a number becomes 0, inputs above 1 give
+/// finite results (inputs are limited to 1e6), a == 1 is the exact identity for every input. The transfer curve is the
+/// variant of sRGB whose two pieces meet without a break of slope (0.0392857, 12.9232102); it differs from the
+/// standard's rounded constants by less than 1e-4.
 class ORVO_EXPORT ExposureCurve
 {
 public:

@@ -14,10 +14,12 @@ namespace orvo::grfx {
 /// count as 0. The detail around a pixel of intensity g is that of the picture after a curve through g: a difference
 /// d from g of up to t = `edgeThreshold` (fraction of full scale, limited to 1/1024..1) is detail, what it has above t
 /// is an edge and is multiplied by `edgeGain`.
-///   detail     log2 of the gain of small differences; with G = 2^detail, d <= t becomes t G x / (1 + (G - 1) x),
-///              x = d / t: slope G at 0, t stays t. Negative smooths, 0 keeps. Limited to -6..6.
+///   detail     log2 of the gain G of small differences, limited to -6..6; 0 keeps, negative smooths. With x = d / t
+///              a detail becomes t (G x + (1 - G) x^2) when smoothed, t G x / (1 + (G - 1) x) when amplified: slope G
+///              at 0, and t stays t.
 ///   floor      differences below it (fraction of full scale) are noise and are not amplified, those above twice the
-///              floor fully, with a smooth passage; 0: none. Smoothing does not look at it.
+///              floor fully, with a smooth passage; 0: none. Smoothing does not look at it. Takes full effect where the
+///              samples lie closer than half of it.
 ///   samples    number of intensities at which the curve is sampled, 0..1 evenly; 9 are plenty for t of 1/4 and more.
 ///              Limited to 2..256.
 ///   edgeGain   1 keeps the range, below 1 compresses it; negative counts as 0. Limited to 4.

@@ -13,7 +13,7 @@ namespace {
 
 constexpr float kFullScale16 = 32767.0f;
 constexpr float kMostDetail = 1.0f;   // log2 of the gain of small differences at value 1
-constexpr float kNoise = 0.005f;      // encoded; smaller changes of luminance would raise noise, see cored()
+constexpr float kNoise = 0.0045f;     // encoded; smaller changes of luminance would raise noise, see cored()
 constexpr float kEdge = 0.2f;         // encoded; larger differences are edges and stay as they are
 constexpr int kIntensities = 12;      // closer than kEdge / 2, so that none falls between two of them
 constexpr float kShadowGuard = 0.02f; // added to luminance before ratios, so that black does not gain colour noise

@@ -23,14 +23,19 @@ constexpr float kShoulder = 0.7f;
 // since the channels clip one after the other, and white balance turns what is left into magenta.
 constexpr float kClipStart = 0.7f;
 
+// Green, as a share of the same range, between which a bright magenta comes to count as the rim of a clipped area and
+// no longer as the colour of a lamp.
+constexpr float kRimStart = 0.35f;
+constexpr float kRimEnd = 0.7f;
+
 // What a fully clipped tone is worth above what the sensor says, in EV: the light there was at least full scale, and
 // on average a good deal more.
-constexpr float kClippedExcess = 0.5f;
+constexpr float kClippedExcess = 0.4f;
 
 // Share of a negative exposure that a fully clipped tone does not follow. A darker frame of a real bracket would show
 // these places near white, so a rung made from this frame must not show them gray; all the same a rung must be darker
 // than the one above it, or the merge could not tell which holds the better highlights.
-constexpr float kClippedHold = 0.75f;
+constexpr float kClippedHold = 0.45f;
 
 // Strength of the finished look's contrast: a slope of 1.2 in the middle, 0.6 and 0.5 at the ends.
 constexpr float kContrast = 0.9f;
@@ -110,11 +115,16 @@ private:
     [[nodiscard]] float recoverClipped(PixelRGB<float>& pixel) const
     {
         const float r = std::max(pixel.r, 0.0f);
-        const float g = std::max(pixel.g, 0.0f);
         const float b = std::max(pixel.b, 0.0f);
-        const float sum = r + g + b;
-        if (!(sum > clipStart)) // then the measure below cannot reach clipStart either
+        if (!(r + std::max(pixel.g, 0.0f) + b > clipStart)) // then none of the measures below reaches clipStart
             return gain;
+        // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta tells of it.
+        const float missing = std::min(r, b) - pixel.g;
+        if (missing > 0.0f)
+            pixel.g += missing * smoothStep(clipStart, clipEnd, std::max(r, b)) *
+                       smoothStep(kRimStart * clipEnd, kRimEnd * clipEnd, pixel.g);
+        const float g = std::max(pixel.g, 0.0f);
+        const float sum = r + g + b;
         // A smooth stand-in for the second largest channel, equal to the level of a neutral: a lamp of one strong
         // colour keeps it, while two channels at the limit leave nothing to tell a hue from.
         const float pairs = (r * g + g * b + b * r) / sum;

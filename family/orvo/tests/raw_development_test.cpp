@@ -120,9 +120,18 @@ TEST(DevelopForHdr, TurnsClippedColourToNeutralWhite)
             const float least = std::min({p.r, p.g, p.b});
             EXPECT_LT(most - least, 1e-5f) << exposure;
             EXPECT_LE(most, 1.0f);
-            EXPECT_GT(least, exposure >= 0.0f ? 0.95f : 0.88f) << exposure;
+            // Brighter than the gain alone would leave it, and no gray even three stops down.
+            EXPECT_GT(least, exposure >= 0.0f ? 0.94f : 0.6f) << exposure;
         }
     }
+}
+
+TEST(DevelopForHdr, TakesMagentaOutOfTheRimOfClippedAreas)
+{
+    const Pixel rim = developed({1.0f, 0.75f, 0.95f}, 0.0f);
+    EXPECT_GE(rim.g, std::min(rim.r, rim.b) - 1e-5f);
+    const Pixel lamp = developed({0.9f, 0.2f, 0.9f}, 0.0f);
+    EXPECT_LT(lamp.g, 0.7f * lamp.r);
 }
 
 TEST(DevelopForHdr, KeepsAStrongColourAtTheLimit)

@@ -15,13 +15,14 @@ namespace orvo::detail {
 
 namespace {
 
-// Patches along each side of a square grid: enough for 256 quantiles of 64 patches each.
+// Patches along each side of a square grid: enough for 1024 quantiles of 16 patches each.
 constexpr int kGridSide = 128;
 // Side of a patch in pixels: 64 values bring the noise down by 8, and 8 pixels swallow a small misalignment.
 constexpr int kLargestPatch = 8;
-constexpr int kQuantiles = 256;
+constexpr int kQuantiles = 1024;
 constexpr std::size_t kFewestPairs = 32;
 constexpr int kFewestQuantiles = 4;
+constexpr int kQuantilesPerKnot = 4; // fewer are too easily a reflex or a lamp
 // Encoded values taken as usable: above the first steps of 8 bits, where rounding decides, and below the shoulder of
 // clipping.
 constexpr float kDarkest = 1.5f / 255;
@@ -34,13 +35,20 @@ constexpr float kKneeShare = 0.96f;
 constexpr float kClipped = 0.98f;
 // The median distance, in stops, of the pairs from their median step, above which the frames cannot lie on each other.
 constexpr float kAlignedStops = 0.5f;
-// Pairs further from the map than this, and than this many median distances, show something that moved. The first map
-// is only a gain, and a camera's curve may leave it far; later ones are closer.
-constexpr float kOutlierDistances[] = {0.15f, 0.06f, 0.03f, 0.02f};
+// Pairs that stand further than this, and than this many median distances, from what most pairs of their tone show
+// something that moved. The first map is only a gain; later ones leave less to the tone's own median.
+constexpr float kOutlierDistances[] = {0.06f, 0.03f, 0.02f};
+constexpr float kOutlierMost = 0.15f;
 constexpr float kOutlierMedians = 4.0f;
+// Pairs of about one tone are judged together, and neighbouring groups vote: a subject of one tone that moved can win
+// its own group, however large it is, but not its neighbours'.
+constexpr float kGroupTone = 0.07f; // in steps of evenTone(), where 0..1 spans 4.3
+constexpr std::size_t kGroupLeast = 8;
+constexpr std::size_t kVoters = 5;
 // Below this the two frames are one: less than a tenth of a step of 8 bits in all quantiles.
 constexpr float kSame = 1.0f / 4096;
-constexpr float kSteepest = 4.0f; // slope of the spline against the plain exposure; cameras stay below 2
+// Slope of the spline against the plain exposure: a strongly darkened picture's nearly white tones reach 20.
+constexpr float kSteepest = 32.0f;
 constexpr float kEndSlopeLeast = 0.1f;
 constexpr float kEvLimit = 12.0f;
 
@@ -139,47 +147,67 @@ float contrastOf(const std::vector<Quantile>& quantiles)
     return spread > kLeastSpread * n ? static_cast<float>(std::clamp((xy - x * y / n) / spread, 0.25, 4.0)) : 1.0f;
 }
 
-/// Knots at about even steps of tone, each the mean of at least two quantiles.
+/// Gathers quantiles into knots of a map.
+class KnotPlacer
+{
+public:
+    explicit KnotPlacer(ToneCurveMap& map_) : map(map_) {}
+
+    void add(float from, float to)
+    {
+        sumFrom += from;
+        sumTo += to;
+        ++count;
+    }
+    [[nodiscard]] bool hasEnough() const { return count >= kQuantilesPerKnot; }
+
+    /// Makes the mean of what was added a knot, unless it is too close to the one before to have a slope.
+    void close()
+    {
+        const float from = sumFrom / static_cast<float>(count);
+        const float to = sumTo / static_cast<float>(count);
+        sumFrom = sumTo = 0.0f;
+        count = 0;
+        constexpr float kApart = 1e-3f;
+        if (map.knots == ToneCurveMap::kMostKnots || from < lastFrom + kApart)
+            return;
+        lastTo = std::clamp(to, lastTo, lastTo + kSteepest * (from - lastFrom));
+        lastFrom = from;
+        map.from[static_cast<std::size_t>(map.knots)] = lastFrom;
+        map.to[static_cast<std::size_t>(map.knots)] = lastTo;
+        ++map.knots;
+    }
+    [[nodiscard]] bool holdsRest() const { return hasEnough() || (map.knots == 0 && count > 0); }
+
+private:
+    ToneCurveMap& map;
+    float sumFrom = 0.0f;
+    float sumTo = 0.0f;
+    int count = 0;
+    float lastFrom = 0.0f;
+    float lastTo = 0.0f;
+};
+
+/// Knots at about even steps along the curve: of tone in either frame, since a shoulder is flat in one of them.
 void placeKnots(ToneCurveMap& map, const std::vector<Quantile>& quantiles)
 {
     ToneCurveMap exposureOnly;
     exposureOnly.ev = map.ev;
     exposureOnly.white = std::numeric_limits<float>::max();
     const ToneCurve plain(exposureOnly);
-    const float low = evenTone(plain(quantiles.front().b));
-    const float high = evenTone(plain(quantiles.back().b));
-    const float span = (high - low) / static_cast<float>(ToneCurveMap::kMostKnots - 2);
-    float sumFrom = 0.0f;
-    float sumTo = 0.0f;
-    int count = 0;
-    float start = low;
-    const auto close = [&] {
-        const float from = sumFrom / static_cast<float>(count);
-        float to = sumTo / static_cast<float>(count);
-        sumFrom = sumTo = 0.0f;
-        count = 0;
-        const float lastFrom = map.knots > 0 ? map.from[static_cast<std::size_t>(map.knots - 1)] : 0.0f;
-        const float lastTo = map.knots > 0 ? map.to[static_cast<std::size_t>(map.knots - 1)] : 0.0f;
-        constexpr float kApart = 1e-3f; // closer knots have no slope to speak of
-        if (map.knots == ToneCurveMap::kMostKnots || from < lastFrom + kApart)
-            return;
-        to = std::clamp(to, lastTo, lastTo + kSteepest * (from - lastFrom));
-        map.from[static_cast<std::size_t>(map.knots)] = from;
-        map.to[static_cast<std::size_t>(map.knots)] = to;
-        ++map.knots;
-    };
+    const auto progress = [&](const Quantile& q) { return evenTone(plain(q.b)) + evenTone(q.a); };
+    float start = progress(quantiles.front());
+    const float span = (progress(quantiles.back()) - start) / static_cast<float>(ToneCurveMap::kMostKnots - 2);
+    KnotPlacer placer(map);
     for (const Quantile& q : quantiles) {
-        const float z = plain(q.b);
-        sumFrom += z;
-        sumTo += q.a;
-        ++count;
-        if (count >= 2 && evenTone(z) - start >= span) {
-            start = evenTone(z);
-            close();
+        placer.add(plain(q.b), q.a);
+        if (placer.hasEnough() && progress(q) - start >= span) {
+            start = progress(q);
+            placer.close();
         }
     }
-    if (count >= 2)
-        close();
+    if (placer.holdsRest())
+        placer.close();
 }
 
 FittedCurve fitQuantiles(const std::vector<PatchPair>& pairs, const Whites& whites)
@@ -218,18 +246,57 @@ std::optional<ToneCurveMap> commonGain(const std::vector<PatchPair>& pairs, cons
     return middleOf(std::move(steps)) < kAlignedStops ? std::optional(map) : std::nullopt;
 }
 
-/// The whole pairs that the map explains.
-std::vector<PatchPair> explainedPairs(const ToneCurveMap& map, const std::vector<PatchPair>& pairs, float allowance)
+/// Where the groups of one tone begin among pairs sorted by b, and the end of the last.
+std::vector<std::size_t> groupBorders(const std::vector<PatchPair>& pairs)
+{
+    std::vector<std::size_t> borders{0};
+    for (std::size_t i = 1; i < pairs.size(); ++i) {
+        const float width = evenTone(std::max(0.0f, pairs[i].b)) - evenTone(std::max(0.0f, pairs[borders.back()].b));
+        if (width >= kGroupTone && i - borders.back() >= kGroupLeast && pairs.size() - i >= kGroupLeast)
+            borders.push_back(i);
+    }
+    borders.push_back(pairs.size());
+    return borders;
+}
+
+/// For each pair how far most pairs of about its tone lie from the map. A camera's curve moves all of a tone together,
+/// a subject that moved only some.
+std::vector<float> usualDistances(const std::vector<float>& distances, const std::vector<std::size_t>& borders)
+{
+    const std::size_t groups = borders.size() - 1;
+    const auto at = [&](std::size_t i) { return distances.begin() + static_cast<std::ptrdiff_t>(i); };
+    std::vector<float> middles(groups);
+    for (std::size_t g = 0; g < groups; ++g)
+        middles[g] = middleOf({at(borders[g]), at(borders[g + 1])});
+    std::vector<float> usual;
+    for (std::size_t g = 0; g < groups; ++g) {
+        const std::size_t reach = std::min({kVoters / 2, g, groups - 1 - g}); // even on both sides: no lag at the ends
+        const auto voter = middles.begin() + static_cast<std::ptrdiff_t>(g);
+        usual.resize(borders[g + 1], middleOf({voter - static_cast<std::ptrdiff_t>(reach),
+                                               voter + static_cast<std::ptrdiff_t>(reach) + 1}));
+    }
+    return usual;
+}
+
+/// The whole pairs, of pairs sorted by b, that do what most of their tone do.
+std::vector<PatchPair> usualPairs(const ToneCurveMap& map, const std::vector<PatchPair>& pairs, float allowance)
 {
     const ToneCurve curve(map);
+    if (pairs.empty())
+        return {};
     std::vector<float> distances(pairs.size());
     std::transform(pairs.begin(), pairs.end(), distances.begin(), [&](const PatchPair& pair) {
-        return std::abs(std::min(curve(std::max(0.0f, pair.b)), map.white) - std::min(pair.a, map.white));
+        return std::min(pair.a, map.white) - std::min(curve(std::max(0.0f, pair.b)), map.white);
     });
-    const float limit = std::max(allowance, std::min(kOutlierDistances[0], kOutlierMedians * middleOf(distances)));
+    // The spread is judged by tone, too: where the true curve is much steeper than the map, a whole group spreads.
+    const std::vector<std::size_t> borders = groupBorders(pairs);
+    const std::vector<float> usual = usualDistances(distances, borders);
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+        distances[i] = std::abs(distances[i] - usual[i]);
+    const std::vector<float> spread = usualDistances(distances, borders);
     std::vector<PatchPair> kept;
     for (std::size_t i = 0; i < pairs.size(); ++i)
-        if (distances[i] <= limit && !pairs[i].torn)
+        if (distances[i] <= std::max(allowance, std::min(kOutlierMost, kOutlierMedians * spread[i])))
             kept.push_back(pairs[i]);
     return kept;
 }
@@ -313,11 +380,15 @@ FittedCurve fitCurve(const std::vector<PatchPair>& pairs)
     const std::optional<ToneCurveMap> gain = commonGain(pairs, whites);
     if (!gain)
         return fitQuantiles(pairs, whites);
+    std::vector<PatchPair> whole;
+    std::copy_if(pairs.begin(), pairs.end(), std::back_inserter(whole),
+                 [](const PatchPair& pair) { return !pair.torn; });
+    std::stable_sort(whole.begin(), whole.end(), [](const PatchPair& x, const PatchPair& y) { return x.b < y.b; });
     FittedCurve fit;
     fit.map = *gain;
     // Always from all pairs: tones which an early map did not explain come back with a better one.
     for (const float allowance : kOutlierDistances) {
-        const FittedCurve better = fitQuantiles(explainedPairs(fit.map, pairs, allowance), whites);
+        const FittedCurve better = fitQuantiles(usualPairs(fit.map, whole, allowance), whites);
         if (better.map.knots == 0)
             return better;
         fit = better;

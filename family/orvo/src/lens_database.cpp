@@ -8,6 +8,17 @@
 #include <mutex>
 #include <string>
 
+#if defined(__SANITIZE_ADDRESS__)
+#define ORVO_LEAK_CHECKED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ORVO_LEAK_CHECKED
+#endif
+#endif
+#ifdef ORVO_LEAK_CHECKED
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace orvo::details {
 namespace {
 
@@ -65,7 +76,14 @@ public:
     }
 
 private:
-    Database() : found(database.Load() == LF_NO_ERROR) {}
+    Database()
+    {
+#ifdef ORVO_LEAK_CHECKED
+        // lensfun 0.3.3 forgets the names of the folders that it looks into, once per process.
+        const __lsan::ScopedDisabler disabler;
+#endif
+        found = database.Load() == LF_NO_ERROR;
+    }
 
     static bool covers(const lfLens& lens, float focalLength)
     {
@@ -78,7 +96,7 @@ private:
 
     lfDatabase database;
     std::mutex lookUp;
-    bool found;
+    bool found = false;
 };
 
 float known(float value, float otherwise) { return std::isfinite(value) && value > 0.0f ? value : otherwise; }

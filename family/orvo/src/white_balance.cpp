@@ -22,6 +22,7 @@ constexpr float kClipped = 0.9f;       // linear; a clipped pixel has lost its c
 constexpr float kDark = 0.005f;        // linear luminance; below it there is noise
 constexpr std::size_t kLeastPixels = 64;
 constexpr double kGrayRange = 0.35;      // log2 distance from the estimate within which a pixel counts as gray
+constexpr double kDisagreement = 0.5;    // log2 distance of two views of the cast at which little trust is left
 constexpr double kMostTemperature = 2.0; // log2 of red over blue: from daylight to candles and deep shade
 constexpr double kMostTint = 0.35;       // log2 of green over the mean of the others: lights hardly differ that way
 constexpr double kNoCast = 0.005;        // log2; less cannot be seen
@@ -105,11 +106,20 @@ public:
             if (grays)
                 cast = mean(cast, *grays);
         }
-        return limited(cast);
+        const double share = edges ? trust(*shades, *edges) : 1.0;
+        return limited({cast.red * share, cast.blue * share});
     }
 
 private:
     static Cast mean(const Cast& a, const Cast& b) { return {(a.red + b.red) / 2.0, (a.blue + b.blue) / 2.0}; }
+
+    // Under one light both views see the same cast. Where they do not, the colour is one of things: a blue sky has the
+    // areas and yellow trees have the edges. Then nothing is certain, and less is changed.
+    static double trust(const Cast& areas, const Cast& edges)
+    {
+        const double apart = std::hypot(areas.red - edges.red, areas.blue - edges.blue) / kDisagreement;
+        return std::exp(-apart * apart);
+    }
 
     static Cast limited(const Cast& cast)
     {

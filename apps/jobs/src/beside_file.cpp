@@ -61,15 +61,16 @@ std::filesystem::path behindLinks(const std::filesystem::path& path)
     return error ? std::filesystem::absolute(path) : real;
 }
 
-/// Makes an empty file with a free name. The name does not hold the target's, which may be as long as a name can be.
-std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const std::filesystem::path& ending)
+/// Makes an empty file with a free name in a folder, for a `target` as its user named it. The name does not hold the
+/// target's, which may be as long as a name can be.
+std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const std::filesystem::path& target)
 {
     constexpr int kAttempts = 8; // names are random; a second attempt is already a surprise
     constexpr std::size_t kNameDigits = 13;
     int cause = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         auto path = folder / (".orvo-" + generateUUID().substr(0, kNameDigits));
-        path += ending;
+        path += target.extension();
         const int file = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (file >= 0) {
             ::close(file);
@@ -79,14 +80,14 @@ std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const s
         if (cause != EEXIST)
             break;
     }
-    throw JobError(JobOutcome::Failed, folder.string() + ": no file can be written in this folder: " +
-                                           std::generic_category().message(cause));
+    throw JobError(JobOutcome::Failed, target.string() + ": no file can be written in the folder " + folder.string() +
+                                           ": " + std::generic_category().message(cause));
 }
 
 } // namespace
 
 BesideFile::BesideFile(const std::filesystem::path& target_)
-    : target(behindLinks(target_)), beside(makeEmptyFile(target.parent_path(), target.extension())),
+    : target(behindLinks(target_)), beside(makeEmptyFile(target.parent_path(), target_)),
       slot(claimSlot(beside.string()))
 {}
 

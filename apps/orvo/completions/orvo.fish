@@ -6,7 +6,7 @@ complete -c orvo -n __fish_use_subcommand -f -a demo -d 'make example pictures a
 complete -c orvo -s h -l help -d 'print help'
 complete -c orvo -n __fish_use_subcommand -l version -d 'print the version'
 
-set -l hdr -n '__fish_seen_subcommand_from hdr'
+set --local hdr -n '__fish_seen_subcommand_from hdr'
 complete -c orvo $hdr -s o -l output -r -d 'the result'
 complete -c orvo $hdr -l quality -x -d 'quality of a JPEG, 1 to 100'
 complete -c orvo $hdr -l bits -x -a '8 16 32' -d 'bits of a sample'

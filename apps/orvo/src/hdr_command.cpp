@@ -7,8 +7,11 @@
 #include <jobs/hdr_job.hpp>
 #include <orvo_logger/logstream.hpp>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace orvo::cli {
@@ -102,6 +105,18 @@ void completeRequest(HdrOptions& options)
         request.ghostReference = static_cast<std::size_t>(*options.ghostReference - 1); // people count from 1
 }
 
+/// Log lines are appended to a file, whatever it is: it must not be one of the pictures.
+bool logIsAPicture(const HdrOptions& options)
+{
+    const std::filesystem::path log = options.log;
+    std::error_code missing; // a file that is not there is no other file
+    const auto isLog = [&](const std::filesystem::path& file) {
+        return file.lexically_normal() == log.lexically_normal() || std::filesystem::equivalent(file, log, missing);
+    };
+    return isLog(options.request.output) ||
+           std::any_of(options.request.frames.begin(), options.request.frames.end(), isLog);
+}
+
 double totalMilliseconds(const jobs::HdrJobResult& result)
 {
     double total = 0.0;
@@ -161,10 +176,18 @@ int runHdr(int argc, char** argv)
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
     completeRequest(options);
-    if (!options.log.empty())
+    if (!options.log.empty()) {
+        if (logIsAPicture(options)) {
+            complain(options.log + ": the log would be written into a picture");
+            hintAtHelp("hdr");
+            return kWrongUsage;
+        }
         setLogFile(options.log);
+    }
 
+    LOG(__orvolog() << "orvo " ORVO_VERSION " hdr: " << options.files.size() << " frames to " << options.output);
     const jobs::HdrJobResult result = runJob(options);
+    LOG(__orvolog() << "orvo hdr: " << (result.done() ? "done" : result.message));
     if (!result.done())
         return tellOutcome(result, "hdr");
     if (!options.quiet)

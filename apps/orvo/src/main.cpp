@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -48,7 +49,9 @@ int unknownCommand(const std::string& typed)
 {
     std::array<std::string_view, kCommands.size()> names;
     std::transform(kCommands.begin(), kCommands.end(), names.begin(), [](const Command& c) { return c.name; });
-    const std::string_view meant = nearestWord(typed, names);
+    std::string lower = typed;
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    const std::string_view meant = nearestWord(lower, names);
     complain("there is no command '" + typed + "'" +
              (meant.empty() ? std::string() : "; did you mean '" + std::string(meant) + "'?"));
     hintAtHelp("");

@@ -30,7 +30,7 @@ std::size_t distance(std::string_view a, std::string_view b)
 std::string_view nearestWord(std::string_view typed, std::span<const std::string_view> known)
 {
     std::string_view best;
-    std::size_t bestDistance = typed.size();
+    std::size_t bestDistance = typed.size() + 1;
     for (const std::string_view word : known) {
         const std::size_t here = distance(typed, word);
         // Half of the letters right, or there is no likeness left.

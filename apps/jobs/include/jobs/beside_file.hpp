@@ -12,7 +12,7 @@ namespace orvo::jobs {
 class BesideFile
 {
 public:
-    /// Throws JobError (Failed) that names the folder and the cause if no file can be made in it.
+    /// Throws JobError (Failed) that names the target, its folder and the cause if no file can be made in it.
     explicit BesideFile(const std::filesystem::path& target);
     ~BesideFile();
     BesideFile(const BesideFile&) = delete;

@@ -1,0 +1,117 @@
+#include "brackets.hpp"
+
+#include <orvo_io/image_writer.hpp>
+#include <scenes/radiance_scene.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <fstream>
+
+namespace orvo::test {
+namespace {
+
+void writeExposed(const std::filesystem::path& path, const scenes::RadianceScene& scene, double ev)
+{
+    _ImageData<PixelRGB<float>> picture(scene.size(), ColorProfileType::sRGB());
+    const float gain = static_cast<float>(std::exp2(ev));
+    for (int y = 0; y < picture.height(); ++y) {
+        scene.radianceRow(scenes::kIdentity, y, picture.width(), picture.row(y));
+        for (int x = 0; x < picture.width(); ++x) {
+            auto& p = picture.row(y)[x];
+            p = clampValue(
+                {srgbCurveFromLinear(p.r * gain), srgbCurveFromLinear(p.g * gain), srgbCurveFromLinear(p.b * gain)});
+        }
+    }
+    ImageWriteSettings write = writeSettingsForPath(path);
+    write.profile = ColorProfileType::sRGB();
+    writeImage(path, picture, write);
+}
+
+scenes::RadianceScene sceneFor(const FrameSettings& settings)
+{
+    return scenes::RadianceScene({.size = {settings.width, settings.height}});
+}
+
+std::string bigEndian(std::uint32_t value, int bytes)
+{
+    std::string text;
+    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+        text += static_cast<char>(value >> shift & 0xffU);
+    return text;
+}
+
+/// The checksum of PNG chunks: ISO/IEC 15948, annex D.
+std::uint32_t crc(const std::string& text)
+{
+    std::uint32_t value = 0xffffffffU;
+    for (const char c : text) {
+        value ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit)
+            value = (value & 1U) != 0 ? value >> 1U ^ 0xedb88320U : value >> 1U;
+    }
+    return ~value;
+}
+
+std::string pngChunk(const std::string& typeAndData)
+{
+    constexpr std::size_t kTypeBytes = 4;
+    return bigEndian(static_cast<std::uint32_t>(typeAndData.size() - kTypeBytes), 4) + typeAndData +
+           bigEndian(crc(typeAndData), 4);
+}
+
+} // namespace
+
+std::vector<std::filesystem::path> writeBracket(const std::filesystem::path& folder, const FrameSettings& settings)
+{
+    const auto scene = sceneFor(settings);
+    std::vector<std::filesystem::path> paths;
+    double ev = -kStepEv;
+    for (const char* const name : {"b.jpg", "c.jpg", "a.jpg"}) {
+        paths.push_back(folder / name);
+        writeExposed(paths.back(), scene, ev);
+        ev += kStepEv;
+    }
+    return paths;
+}
+
+void writeFrame(const std::filesystem::path& path, const FrameSettings& settings)
+{
+    writeExposed(path, sceneFor(settings), 0.0);
+}
+
+std::vector<std::string> names(const std::vector<std::filesystem::path>& paths)
+{
+    std::vector<std::string> result;
+    for (const auto& path : paths)
+        result.push_back(path.filename().string());
+    return result;
+}
+
+void writeText(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string pngHeader(std::uint32_t width, std::uint32_t height)
+{
+    using namespace std::string_literals;
+    const std::string eightBitRgb = "\x08\x02\x00\x00\x00"s;
+    return "\x89PNG\r\n\x1a\n"s + pngChunk("IHDR" + bigEndian(width, 4) + bigEndian(height, 4) + eightBitRgb) +
+           pngChunk("IDAT"s + "\x78\x9c\x03\x00\x00\x00\x00\x01"s) + pngChunk("IEND");
+}
+
+std::string jpegHeader(std::uint16_t width, std::uint16_t height)
+{
+    using namespace std::string_literals;
+    const std::string threeComponents = "\x03\x01\x11\x00\x02\x11\x00\x03\x11\x00"s;
+    const std::string frame = "\x08"s + bigEndian(height, 2) + bigEndian(width, 2) + threeComponents;
+    const std::string quantizers = "\x00"s + std::string(64, '\x10');
+    const std::string scan = "\x03\x01\x00\x02\x00\x03\x00\x00\x3f\x00"s;
+    const auto segment = [](char marker, const std::string& data) {
+        return "\xff"s + marker + bigEndian(static_cast<std::uint32_t>(data.size() + 2), 2) + data;
+    };
+    return "\xff\xd8"s + segment('\xdb', quantizers) + segment('\xc0', frame) + segment('\xda', scan) + "\xff\xd9"s;
+}
+
+} // namespace orvo::test

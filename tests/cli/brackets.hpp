@@ -1,0 +1,38 @@
+/// Small brackets and broken files for the program.
+#pragma once
+
+#include "support/temporary_folder.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace orvo::test {
+
+struct FrameSettings
+{
+    int width = 240;
+    int height = 160;
+    bool exposureData = true; ///< EXIF tells time, aperture and sensitivity
+};
+
+inline constexpr double kStepEv = 2.0;         ///< between neighbouring frames of writeBracket()
+inline constexpr std::size_t kMiddleFrame = 1; ///< of writeBracket()
+
+/// Three JPEG frames of the room scene from dark to bright; their names do not sort like that.
+std::vector<std::filesystem::path> writeBracket(const std::filesystem::path& folder,
+                                                const FrameSettings& settings = {});
+
+/// One JPEG frame of the same scene.
+void writeFrame(const std::filesystem::path& path, const FrameSettings& settings);
+
+[[nodiscard]] std::vector<std::string> names(const std::vector<std::filesystem::path>& paths);
+
+void writeText(const std::filesystem::path& path, const std::string& text);
+
+/// The beginning of a file that promises a picture of this size and holds none of it.
+[[nodiscard]] std::string pngHeader(std::uint32_t width, std::uint32_t height);
+[[nodiscard]] std::string jpegHeader(std::uint16_t width, std::uint16_t height);
+
+} // namespace orvo::test

@@ -1,0 +1,67 @@
+// The man page and the completions of the shells know every option that the program has, and no other.
+#include "program.hpp"
+
+#include <gmock/gmock.h>
+
+#include <regex>
+#include <set>
+
+namespace orvo::test {
+namespace {
+
+using testing::IsSupersetOf;
+using testing::UnorderedElementsAreArray;
+
+std::set<std::string> matches(const std::string& text, const std::string& pattern)
+{
+    std::set<std::string> found;
+    const std::regex expression(pattern);
+    for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at)
+        found.insert((*at)[1]);
+    return found;
+}
+
+/// Long options of the program and of all its commands, without the dashes.
+std::set<std::string> optionsOfTheProgram()
+{
+    std::set<std::string> options;
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--help"}, {"hdr", "--help"}, {"frames", "--help"}, {"demo", "--help"}})
+        // An option stands at the start of its line of the help, maybe behind its short form.
+        options.merge(matches("\n" + runOrvo(words).out, R"(\n  (?:-\w,)?--([a-z][a-z-]*))"));
+    return options;
+}
+
+std::string document(const std::string& name) { return fileText(std::filesystem::path(ORVO_DOCUMENTS) / name); }
+
+TEST(Completions, TheProgramHasTheOptionsOfThisTest)
+{
+    EXPECT_THAT(optionsOfTheProgram(), IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep"}));
+}
+
+TEST(Completions, ManPage)
+{
+    const std::string page = std::regex_replace(document("man/orvo.1"), std::regex(R"(\\-)"), "-");
+    EXPECT_THAT(matches(page, "--([a-z][a-z-]*)"), UnorderedElementsAreArray(optionsOfTheProgram()));
+}
+
+TEST(Completions, Bash)
+{
+    EXPECT_THAT(matches(document("completions/orvo.bash"), "--([a-z][a-z-]*)"),
+                UnorderedElementsAreArray(optionsOfTheProgram()));
+}
+
+TEST(Completions, Zsh)
+{
+    EXPECT_THAT(matches(document("completions/_orvo"), "--([a-z][a-z-]*)"),
+                UnorderedElementsAreArray(optionsOfTheProgram()));
+}
+
+TEST(Completions, Fish)
+{
+    EXPECT_THAT(matches(document("completions/orvo.fish"), " -l ([a-z][a-z-]*)"),
+                UnorderedElementsAreArray(optionsOfTheProgram()));
+}
+
+} // namespace
+} // namespace orvo::test

@@ -1,0 +1,82 @@
+// orvo demo
+#include "program.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <orvo_io/image_reader.hpp>
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+namespace orvo::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::vector<fs::path> picturesBelow(const fs::path& folder)
+{
+    std::vector<fs::path> pictures;
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+        if (entry.is_regular_file())
+            pictures.push_back(entry.path());
+    return pictures;
+}
+
+TEST(Demo, MakesBracketsMergesThemAndTellsWhatIsWhat)
+{
+    const TemporaryFolder folder;
+    const Finished run = runOrvo({"demo", folder / "deep/demo", "--size", "192"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_THAT(run.err, IsEmpty());
+    const auto pictures = picturesBelow(folder.path());
+    ASSERT_GE(pictures.size(), 12u); // three brackets of at least three frames, and what was made of them
+    for (const fs::path& picture : pictures) {
+        EXPECT_THAT(run.out, HasSubstr(picture.string()));
+        const auto metadata = ImageReader::readMetadata(picture);
+        ASSERT_TRUE(metadata) << picture;
+        EXPECT_LE(metadata->size.width, 192);
+    }
+    for (const char* const ending : {".jpg", ".tif", ".dng"})
+        EXPECT_THAT(run.out, HasSubstr(ending));
+}
+
+TEST(Demo, KeepLeavesFramesThatAreThere)
+{
+    const TemporaryFolder folder;
+    ASSERT_EQ(runOrvo({"demo", folder.path(), "--size", "160"}).exitCode, 0);
+    std::vector<fs::file_time_type> before;
+    std::vector<fs::path> frames;
+    for (const fs::path& picture : picturesBelow(folder.path()))
+        if (picture.string().find("merged") == std::string::npos)
+            frames.push_back(picture);
+    for (const fs::path& frame : frames)
+        before.push_back(fs::last_write_time(frame));
+    ASSERT_EQ(runOrvo({"demo", folder.path(), "--keep", "--size", "160"}).exitCode, 0);
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        EXPECT_EQ(fs::last_write_time(frames[i]), before[i]) << frames[i];
+    ASSERT_EQ(runOrvo({"demo", folder.path(), "--size", "160"}).exitCode, 0);
+    EXPECT_NE(fs::last_write_time(frames[0]), before[0]);
+}
+
+TEST(Demo, SizeOutOfRange)
+{
+    const TemporaryFolder folder;
+    const Finished run = runOrvo({"demo", folder / "demo", "--size", "3"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_THAT(run.err, AllOf(HasSubstr("--size"), HasSubstr("found 3")));
+    EXPECT_FALSE(fs::exists(folder / "demo"));
+}
+
+TEST(Demo, FolderThatCannotBeMade)
+{
+    const Finished run = runOrvo({"demo", "/proc/demo", "--size", "160"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.errLines().size(), 1u);
+    EXPECT_THAT(run.err, HasSubstr("/proc/demo"));
+}
+
+} // namespace
+} // namespace orvo::test

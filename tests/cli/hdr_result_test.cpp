@@ -1,0 +1,209 @@
+// Merges that succeed: the file, the report, the log.
+#include "brackets.hpp"
+#include "program.hpp"
+
+#include <orvo_io/image_reader.hpp>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+
+namespace orvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class HdrResult : public testing::Test
+{
+protected:
+    Finished merge(std::vector<std::string> more)
+    {
+        more.insert(more.begin(), "hdr");
+        more.insert(more.end(), bracket.begin(), bracket.end());
+        return runOrvo(more, {.workingFolder = folder.path()});
+    }
+
+    [[nodiscard]] std::shared_ptr<const ImageMetadata> metadataOf(const std::string& name) const
+    {
+        return ImageReader::readMetadata(folder / name);
+    }
+
+    TemporaryFolder folder;
+    std::vector<std::string> bracket = names(writeBracket(folder.path()));
+};
+
+TEST_F(HdrResult, EveryFormatCanBeReadAgain)
+{
+    for (const char* const name : {"out.jpg", "out.png", "out.tif", "out.exr", "OUT.JPEG", "out.tiff"}) {
+        SCOPED_TRACE(name);
+        const Finished run = merge({"-o", name});
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        EXPECT_THAT(run.err, IsEmpty());
+        EXPECT_THAT(run.out, HasSubstr(std::string(name) + ": 240 x 160 pixels from 3 frames"));
+        const auto metadata = metadataOf(name);
+        ASSERT_TRUE(metadata);
+        EXPECT_EQ(metadata->size, (_Size<int>{240, 160}));
+    }
+}
+
+TEST_F(HdrResult, AllOptionsTogether)
+{
+    const Finished run = merge({"-o", "out.png", "--align", "--deghost", "2", "--ghost-reference", "2", "--chromatic",
+                                "--lens", "--white-balance", "0.5", "--details", "0.3", "--bits", "8"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(metadataOf("out.png"));
+}
+
+TEST_F(HdrResult, CarriesMetadataOfTheMiddleFrame)
+{
+    ASSERT_EQ(merge({"-o", "out.jpg"}).exitCode, 0);
+    const auto middle = metadataOf(bracket[kMiddleFrame]);
+    const auto merged = metadataOf("out.jpg");
+    ASSERT_TRUE(middle && merged);
+    ASSERT_TRUE(middle->hasExposure());
+    EXPECT_FLOAT_EQ(merged->shutterSeconds, middle->shutterSeconds);
+    EXPECT_FLOAT_EQ(merged->isoSpeed, middle->isoSpeed);
+    EXPECT_EQ(merged->cameraModel, middle->cameraModel);
+    EXPECT_EQ(merged->fileProfile->hash(), middle->fileProfile->hash());
+}
+
+TEST_F(HdrResult, QuietPrintsNothing)
+{
+    const Finished run = merge({"-o", "out.jpg", "--quiet"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.out, IsEmpty());
+    EXPECT_THAT(run.err, IsEmpty());
+    EXPECT_TRUE(std::filesystem::exists(folder / "out.jpg"));
+}
+
+TEST_F(HdrResult, PlainLinesTellTheSteps)
+{
+    const Finished run = merge({"-o", "out.jpg"});
+    std::size_t at = 0;
+    for (const char* const step : {"checking", "reading", "matching", "blending", "finishing", "writing", "out.jpg"}) {
+        at = run.out.find(step, at);
+        ASSERT_NE(at, std::string::npos) << step << " is missing or out of order in\n" << run.out;
+    }
+}
+
+TEST_F(HdrResult, JsonTellsEverything)
+{
+    const Finished run = merge({"--json", "-o", "out.tif"});
+    ASSERT_EQ(run.exitCode, 0);
+    const auto json = nlohmann::json::parse(run.out);
+    EXPECT_EQ(json.at("output"), "out.tif");
+    EXPECT_EQ(json.at("size").at("width"), 240);
+    EXPECT_EQ(json.at("size").at("height"), 160);
+    EXPECT_EQ(json.at("bits"), 16);
+    EXPECT_THAT(json.at("profile").get<std::string>(), HasSubstr("sRGB"));
+    ASSERT_EQ(json.at("frames").size(), 3u);
+    EXPECT_EQ(json.at("frames")[kMiddleFrame].at("ev"), 0.0);
+    EXPECT_LT(json.at("frames")[0].at("ev").get<double>(), -1.0);
+    EXPECT_GT(json.at("frames")[2].at("ev").get<double>(), 1.0);
+    std::vector<std::string> phases;
+    for (const auto& phase : json.at("phases")) {
+        phases.push_back(phase.at("name"));
+        EXPECT_GE(phase.at("milliseconds").get<double>(), 0.0);
+    }
+    EXPECT_THAT(phases, ElementsAre("check", "load", "ladder", "blend", "finish", "write"));
+    EXPECT_GT(json.at("milliseconds").get<double>(), 0.0);
+    constexpr std::uint64_t kOnePicture = 240 * 160 * 12; // bytes of one picture of floats
+    EXPECT_GT(json.at("peak_memory_bytes").at("planes").get<std::uint64_t>(), 3 * kOnePicture);
+    EXPECT_GT(json.at("peak_memory_bytes").at("process").get<std::uint64_t>(), 3 * kOnePicture);
+    EXPECT_TRUE(json.at("warnings").is_array());
+}
+
+TEST_F(HdrResult, JsonOfANameThatIsNotUtf8)
+{
+    std::filesystem::rename(folder / bracket[0], folder / "\xff.jpg");
+    bracket[0] = "\xff.jpg";
+    const Finished run = merge({"--json", "-o", "out.jpg"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(nlohmann::json::parse(run.out).at("frames")[0].at("path"), "\xEF\xBF\xBD.jpg");
+}
+
+TEST_F(HdrResult, OneFrameAlone)
+{
+    bracket.resize(1);
+    const Finished run = merge({"--json", "-o", "out.jpg"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto json = nlohmann::json::parse(run.out);
+    std::vector<std::string> phases;
+    for (const auto& phase : json.at("phases"))
+        phases.push_back(phase.at("name"));
+    EXPECT_THAT(phases, ElementsAre("check", "load", "ladder", "blend", "finish", "write"));
+}
+
+TEST_F(HdrResult, SameBytesForAnyNumberOfThreads)
+{
+    for (const char* const threads : {"1", "2"})
+        ASSERT_EQ(
+            merge({"-o", std::string(threads) + ".tif", "--align", "--deghost", "2", "--threads", threads}).exitCode,
+            0);
+    EXPECT_TRUE(fileText(folder / "1.tif") == fileText(folder / "2.tif"));
+}
+
+TEST_F(HdrResult, OrderOfTheFilesDoesNotMatter)
+{
+    ASSERT_EQ(merge({"-o", "a.tif"}).exitCode, 0);
+    std::swap(bracket[0], bracket[2]);
+    ASSERT_EQ(merge({"-o", "b.tif"}).exitCode, 0);
+    EXPECT_TRUE(fileText(folder / "a.tif") == fileText(folder / "b.tif"));
+}
+
+TEST_F(HdrResult, QualitySetsTheSizeOfAJpeg)
+{
+    ASSERT_EQ(merge({"-o", "low.jpg", "--quality", "30"}).exitCode, 0);
+    ASSERT_EQ(merge({"-o", "high.jpg", "--quality", "98"}).exitCode, 0);
+    EXPECT_LT(2 * std::filesystem::file_size(folder / "low.jpg"), std::filesystem::file_size(folder / "high.jpg"));
+}
+
+TEST_F(HdrResult, LogIsWritten)
+{
+    ASSERT_EQ(merge({"-o", "out.jpg", "--log", "run.txt"}).exitCode, 0);
+    EXPECT_FALSE(fileText(folder / "run.txt").empty());
+    ASSERT_EQ(merge({"-o", "out.jpg", "--log", "."}).exitCode, 0);
+    EXPECT_FALSE(fileText(folder / "log_orvo.txt").empty());
+}
+
+TEST_F(HdrResult, LogThatCannotBeWritten)
+{
+    const std::string place = bracket[0] + "/run.txt"; // below a file nothing can be
+    const Finished run = merge({"-o", "out.jpg", "--log", place});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr(place)));
+}
+
+TEST_F(HdrResult, LogIsNeverWrittenIntoAPicture)
+{
+    const std::string before = fileText(folder / bracket[0]);
+    const Finished run = merge({"-o", "out.jpg", "--log", "./" + bracket[0]});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_THAT(run.err, HasSubstr(bracket[0]));
+    EXPECT_TRUE(fileText(folder / bracket[0]) == before);
+    EXPECT_EQ(merge({"-o", "out.jpg", "--log", "out.jpg"}).exitCode, 2);
+}
+
+TEST_F(HdrResult, NamesWithBlanksAccentsBracketsAndDashes)
+{
+    const std::vector<std::string> strange{"two words.jpg", "vingt-et-un \xC3\xA9t\xC3\xA9s.jpg", "-o.jpg"};
+    for (std::size_t i = 0; i < strange.size(); ++i)
+        std::filesystem::rename(folder / bracket[i], folder / strange[i]);
+    bracket.assign(strange.begin(), strange.end());
+    bracket.insert(bracket.begin(), "--");
+    EXPECT_EQ(merge({"--output=-out \xC3\xA9.jpg"}).exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists(folder / "-out \xC3\xA9.jpg"));
+}
+
+TEST_F(HdrResult, NameInSquareBrackets)
+{
+    std::filesystem::rename(folder / bracket[0], folder / "[1,2]");
+    bracket[0] = "[1,2]";
+    EXPECT_EQ(merge({"-o", "out.jpg"}).exitCode, 0);
+}
+
+} // namespace
+} // namespace orvo::test

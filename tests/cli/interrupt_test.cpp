@@ -1,0 +1,58 @@
+// Ctrl-C.
+#include "brackets.hpp"
+#include "program.hpp"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+namespace orvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Interrupt : public testing::Test
+{
+protected:
+    /// Frames that take a while, so that the signal comes in the middle.
+    static constexpr FrameSettings kLarge{.width = 1200, .height = 800};
+
+    /// Starts a merge, sends `signals` once `line` was printed, and expects that nothing is left.
+    void expectCancelled(const std::string& line, const std::vector<int>& signals)
+    {
+        const auto before = namesIn(folder.path());
+        std::vector<std::string> arguments{"hdr", "-o", "out.tif", "--align", "--deghost", "2"};
+        arguments.insert(arguments.end(), bracket.begin(), bracket.end());
+        Program program(arguments, {.workingFolder = folder.path()});
+        program.waitFor(line);
+        for (const int signal : signals)
+            program.send(signal);
+        const Finished run = program.wait();
+        EXPECT_EQ(run.exitCode, 130) << run.err;
+        EXPECT_EQ(namesIn(folder.path()), before);
+        if (signals.size() == 1) {
+            EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("cancelled")));
+        }
+    }
+
+    TemporaryFolder folder;
+    std::vector<std::string> bracket = names(writeBracket(folder.path(), kLarge));
+};
+
+TEST_F(Interrupt, WhileLoading) { expectCancelled("reading", {SIGINT}); }
+
+TEST_F(Interrupt, WhileMerging) { expectCancelled("matching", {SIGINT}); }
+
+TEST_F(Interrupt, WhileBlending) { expectCancelled("blending", {SIGINT}); }
+
+TEST_F(Interrupt, ByTheSystem)
+{
+    expectCancelled("reading", {SIGTERM});
+    expectCancelled("reading", {SIGHUP});
+}
+
+TEST_F(Interrupt, TwiceEndsAtOnce) { expectCancelled("reading", {SIGINT, SIGTERM}); }
+
+} // namespace
+} // namespace orvo::test

@@ -1,0 +1,93 @@
+// What depends on where the streams lead: bar or lines, pipes that close, disks that are full.
+#include "brackets.hpp"
+#include "program.hpp"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <regex>
+
+namespace orvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+class Terminal : public testing::Test
+{
+protected:
+    Finished merge(std::vector<std::string> more, Streams streams)
+    {
+        more.insert(more.begin(), {"hdr", "-o", "out.jpg"});
+        more.insert(more.end(), bracket.begin(), bracket.end());
+        streams.workingFolder = folder.path();
+        return runOrvo(more, streams);
+    }
+
+    TemporaryFolder folder;
+    std::vector<std::string> bracket = names(writeBracket(folder.path()));
+};
+
+constexpr const char* kEmptyLine = "\r\033[K";
+
+TEST_F(Terminal, ShowsOneBarAndTakesItAway)
+{
+    const Finished run = merge({}, {.errorIsTerminal = true});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.err, Not(HasSubstr("\n"))) << "the bar stays on one line";
+    EXPECT_THAT(run.err, EndsWith(kEmptyLine));
+    std::vector<int> percents;
+    const std::regex percent(R"((\d+) %)");
+    for (std::sregex_iterator at(run.err.begin(), run.err.end(), percent), end; at != end; ++at)
+        percents.push_back(std::stoi((*at)[1]));
+    ASSERT_GE(percents.size(), 8u);
+    EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
+    EXPECT_EQ(percents.back(), 100);
+    EXPECT_THAT(run.out, Not(HasSubstr("reading"))) << "the bar tells it";
+}
+
+TEST_F(Terminal, BarBesideJson)
+{
+    const Finished run = merge({"--json"}, {.errorIsTerminal = true});
+    EXPECT_THAT(run.err, HasSubstr("100 %"));
+    EXPECT_TRUE(nlohmann::json::parse(run.out).is_object());
+}
+
+TEST_F(Terminal, QuietShowsNoBar)
+{
+    const Finished run = merge({"--quiet"}, {.errorIsTerminal = true});
+    EXPECT_THAT(run.err, IsEmpty());
+    EXPECT_THAT(run.out, IsEmpty());
+}
+
+TEST_F(Terminal, ErrorComesAfterTheBar)
+{
+    const Finished run = merge({"nowhere.jpg"}, {.errorIsTerminal = true});
+    EXPECT_EQ(run.exitCode, 1);
+    const auto bar = run.err.rfind(kEmptyLine);
+    ASSERT_NE(bar, std::string::npos);
+    EXPECT_THAT(run.err.substr(bar), HasSubstr("orvo: nowhere.jpg: "));
+}
+
+TEST_F(Terminal, ReaderThatGoesAwayIsNoError)
+{
+    for (const char* const option : {"--json", "--bits=8"}) {
+        const Finished run = merge({option}, {.readerGoesAway = true});
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_THAT(run.err, IsEmpty());
+    }
+    EXPECT_EQ(runOrvo({"hdr", "--help"}, {.readerGoesAway = true}).exitCode, 0);
+}
+
+TEST_F(Terminal, OutputThatIsFullIsAnError)
+{
+    const Finished run = merge({"--json"}, {.standardOutput = "/dev/full"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("standard output cannot be written: No space left")));
+}
+
+} // namespace
+} // namespace orvo::test

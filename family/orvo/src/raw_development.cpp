@@ -286,14 +286,10 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
 
     const bool converted = !isLinearWorkingSpace(from->colorProfile());
     const Developer developer = finishedLook(metadata.get(), tone, strength, flag, tones);
-    if (!inPlace || converted) {
-        forEachRow(part.height, [&](int y) {
-            if (!inPlace)
-                std::copy_n(from->row(part.y + y) + part.x, part.width, to->row(y));
-        });
-        if (converted)
-            to->convertTo(ColorProfileType::linearMelissaRGB());
-    }
+    if (!inPlace)
+        forEachRow(part.height, [&](int y) { std::copy_n(from->row(part.y + y) + part.x, part.width, to->row(y)); });
+    if (converted)
+        to->convertTo(ColorProfileType::linearMelissaRGB());
     PixelRGB<float>* const pixels = to->data();
     forEachRange(to->pixelCount(), [&](std::size_t first, std::size_t last) {
         for (std::size_t i = first; i != last; ++i)

@@ -23,10 +23,10 @@ ORVO_EXPORT void normalize_for_hdr(PixelRGB<float>* pixels, int width, int heigh
 /// green. Clipped whites stay white. A cast below 0.005 EV leaves the picture bit for bit.
 ORVO_EXPORT void applyWB(PicturePointer& image, float value);
 
-/// Local contrast of fine structure on encoded luminance, by the local Laplacian filter. `value` above 0..1: log2 of the
-/// gain of small differences. Differences above 0.2 are edges and get no halo; changes below about 0.005 would raise
-/// noise and are held back. Hue stays, and no channel leaves 0..1 by it. Peak: one plane of 16 bits and the filter's
-/// own two of floats.
+/// Local contrast of fine structure on encoded luminance, by the local Laplacian filter. `value` above 0..1: log2 of
+/// the gain of small differences. Differences above 0.2 are edges and get no halo; changes below about 0.005 would
+/// raise noise and are held back. Hue stays, and no channel leaves 0..1 by it. Peak: one plane of 16 bits and the
+/// filter's own two of floats.
 ORVO_EXPORT void applyDetails(PixelRGB<float>* pixels, int width, int height, float value);
 
 } // namespace orvo

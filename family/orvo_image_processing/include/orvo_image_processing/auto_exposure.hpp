@@ -36,13 +36,13 @@ struct auto_exposure_data_t
 /// transfer curve or a camera's own, 1.0 full scale. `mode` has a bit per channel (1, 2, 4): a set bit gives the
 /// channel a curve by itself, the others share one made of all channels.
 ///
-/// How: means of small patches on a grid of at most 128 x 128 are matched by their quantiles, which neither noise nor a
+/// How: means of at most some 16000 small patches on a grid are matched by their quantiles, which neither noise nor a
 /// shift between the frames disturbs; where the frames lie on each other, patches that disagree with the map (subjects
 /// that moved) are then dropped from both sides and the rest is matched again. Only quantiles that are neither
 /// clipped nor black in both frames count; outside them the plain exposure goes on. Fewer than 32 usable patches,
 /// or equal frames, give the neutral record. Patches with values that are not finite do not count.
 ///
-/// Time does not depend on the content; scratch is some hundred KB. Any thread; parallel; the same result for any
+/// Time does not depend on the content; scratch is a few MB. Any thread; parallel; the same result for any
 /// number of threads. Throws std::bad_alloc.
 ORVO_EXPORT void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,
                                          auto_exposure_data_t& data, int mode);

@@ -1,0 +1,184 @@
+// OpenEXR: scan lines and tiles, half, float and integer, colour or luminance.
+#include "codecs.hpp"
+#include "exr_stream.hpp"
+#include "icc_matrix.hpp"
+
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputPart.h>
+#include <ImfMultiPartInputFile.h>
+#include <ImfPartType.h>
+#include <ImfRgbaFile.h>
+#include <ImfStandardAttributes.h>
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+namespace orvo::io {
+namespace {
+
+int partOf(const Imf::MultiPartInputFile& file, const ReadJob& job)
+{
+    if (job.part.empty()) {
+        if (job.index >= file.parts())
+            throw ReadFailure("picture " + std::to_string(job.index) + " was asked for, the file has " +
+                              std::to_string(file.parts()));
+        return std::max(job.index, 0);
+    }
+    for (int i = 0; i < file.parts(); ++i)
+        if (file.header(i).hasName() && file.header(i).name() == job.part)
+            return i;
+    throw ReadFailure("picture \"" + job.part + "\" was asked for, the file has none of that name");
+}
+
+// Empty: not told, which means the primaries of sRGB.
+std::shared_ptr<ColorProfile> profileOf(const Imf::Header& header)
+{
+    if (!Imf::hasChromaticities(header))
+        return ColorProfileType::linearSRGB();
+    const Imf::Chromaticities& c = Imf::chromaticities(header);
+    const Chromaticities numbers = {c.red.x, c.red.y, c.green.x, c.green.y, c.blue.x, c.blue.y, c.white.x, c.white.y};
+    const auto near = [](double a, double b) { return std::abs(a - b) < 0.0005; };
+    const Chromaticities& s = kSRGBChromaticities;
+    if (near(numbers.redX, s.redX) && near(numbers.redY, s.redY) && near(numbers.greenX, s.greenX) &&
+        near(numbers.greenY, s.greenY) && near(numbers.blueX, s.blueX) && near(numbers.blueY, s.blueY) &&
+        near(numbers.whiteX, s.whiteX) && near(numbers.whiteY, s.whiteY))
+        return ColorProfileType::linearSRGB();
+    auto profile = profileFromChromaticities(numbers, 1.0);
+    return profile ? profile : ColorProfileType::linearSRGB();
+}
+
+void readExposure(const Imf::Header& header, ImageMetadata& record)
+{
+    const auto told = [](float v) { return std::isfinite(v) && v > 0.0f ? v : 0.0f; };
+    if (Imf::hasExpTime(header))
+        record.shutterSeconds = told(Imf::expTime(header));
+    if (Imf::hasAperture(header))
+        record.aperture = told(Imf::aperture(header));
+    if (Imf::hasIsoSpeed(header))
+        record.isoSpeed = told(Imf::isoSpeed(header));
+}
+
+// What the channels are called; with one name the picture is gray.
+std::vector<std::string> channelNames(const Imf::ChannelList& channels)
+{
+    const auto plain = [&](const char* name) {
+        const Imf::Channel* const channel = channels.findChannel(name);
+        return channel != nullptr && channel->xSampling == 1 && channel->ySampling == 1;
+    };
+    if (plain("R") && plain("G") && plain("B"))
+        return {"R", "G", "B"};
+    if (plain("Y") && channels.findChannel("RY") == nullptr)
+        return {"Y"};
+    return {};
+}
+
+void readPlainRows(Imf::InputPart& part, const std::vector<std::string>& names, const SampleLayout& layout, int left,
+                   int top, PictureSink& sink)
+{
+    const auto channels = static_cast<std::size_t>(layout.channels);
+    while (sink.rowsDone() < layout.height) {
+        int rows = layout.height;
+        const int first = sink.rowsDone();
+        unsigned char* const memory = sink.nextRows(rows);
+        // OpenEXR addresses memory by the coordinates of the data window.
+        char* const base = reinterpret_cast<char*>(memory) -
+                           static_cast<std::ptrdiff_t>(layout.rowBytes()) * (top + first) -
+                           static_cast<std::ptrdiff_t>(channels * sizeof(float)) * left;
+        Imf::FrameBuffer frame;
+        for (std::size_t c = 0; c < names.size(); ++c)
+            frame.insert(names[c],
+                         Imf::Slice(Imf::FLOAT, base + c * sizeof(float), channels * sizeof(float), layout.rowBytes()));
+        part.setFrameBuffer(frame);
+        part.readPixels(top + first, top + first + rows - 1);
+        sink.commit(rows);
+    }
+}
+
+// Luminance with chroma at half the size: OpenEXR's own filter makes colours of it.
+void readLuminanceChroma(const SourceFile& file, const SampleLayout& layout, int left, int top, PictureSink& sink)
+{
+    file.rewind();
+    ExrInput stream(file.stream());
+    Imf::RgbaInputFile rgba(stream);
+    std::vector<Imf::Rgba> pixels(static_cast<std::size_t>(layout.width));
+    std::vector<float> row(static_cast<std::size_t>(layout.width) * 3);
+    for (int y = 0; y < layout.height; ++y) {
+        rgba.setFrameBuffer(pixels.data() - left - static_cast<std::ptrdiff_t>(top + y) * layout.width, 1,
+                            static_cast<std::size_t>(layout.width));
+        rgba.readPixels(top + y);
+        for (std::size_t x = 0; x < pixels.size(); ++x) {
+            row[3 * x] = pixels[x].r;
+            row[3 * x + 1] = pixels[x].g;
+            row[3 * x + 2] = pixels[x].b;
+        }
+        sink.put(row.data());
+    }
+}
+
+} // namespace
+
+ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
+{
+    file.rewind();
+    ExrInput stream(file.stream());
+    // Without reconstruction of a missing table of rows: a cut-off file says so by itself.
+    std::optional<Imf::MultiPartInputFile> whole;
+    try {
+        whole.emplace(stream, 0, true);
+    } catch (const std::exception& error) {
+        throw ReadFailure(std::string("no readable EXR: ") + error.what());
+    }
+    const int number = partOf(*whole, job);
+    const Imf::Header& header = whole->header(number);
+    if (header.hasType() && Imf::isDeepData(header.type()))
+        throw ReadFailure("a flat picture was expected, one with deep samples was found");
+    const Imath::Box2i window = header.dataWindow();
+    const std::int64_t width = static_cast<std::int64_t>(window.max.x) - window.min.x + 1;
+    const std::int64_t height = static_cast<std::int64_t>(window.max.y) - window.min.y + 1;
+    checkExtent(file, job, width, height, height / 256 * 8); // the table holds 8 bytes for at most 256 rows
+
+    ReadAnswer answer;
+    readExposure(header, answer.facts.record);
+    const auto profile = profileOf(header);
+    answer.facts.record.fileProfile = profile;
+    settleRecord({static_cast<int>(width), static_cast<int>(height)}, job, answer.facts);
+    if (job.depth == ReadDepth::Facts)
+        return answer;
+
+    const std::vector<std::string> names = channelNames(header.channels());
+    SampleLayout layout;
+    layout.width = static_cast<int>(width);
+    layout.height = static_cast<int>(height);
+    layout.channels = layout.colors = names.size() == 1 ? 1 : 3;
+    layout.type = SampleType::Float32;
+    layout.full = 1.0;
+    // Colours of the format are multiplied by alpha already, which is the same as laid over black.
+    PictureSink sink = makeSink(layout, job, answer.facts, profile);
+    std::string failure;
+    try {
+        if (names.empty()) {
+            const Imf::ChannelList& channels = header.channels();
+            if (channels.findChannel("Y") == nullptr || number != 0)
+                throw ReadFailure("channels R, G, B or Y were expected");
+            readLuminanceChroma(file, layout, window.min.x, window.min.y, sink);
+        } else {
+            Imf::InputPart part(*whole, number);
+            readPlainRows(part, names, layout, window.min.x, window.min.y, sink);
+        }
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const ReadFailure&) {
+        throw;
+    } catch (const std::exception& error) {
+        failure = error.what();
+    }
+    if (sink.rowsDone() < layout.height)
+        noteCutOff(sink.rowsDone(), layout.height, failure, job, answer);
+    answer.picture = sink.finish();
+    return answer;
+}
+
+} // namespace orvo::io

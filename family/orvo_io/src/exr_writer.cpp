@@ -1,0 +1,88 @@
+#include "exr_stream.hpp"
+#include "icc_matrix.hpp"
+#include "row_source.hpp"
+
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfOutputFile.h>
+#include <ImfStandardAttributes.h>
+#include <half.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace orvo::io {
+namespace {
+
+constexpr float kLargestHalf = 65504.0f;
+
+Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
+{
+    Imf::Header header(size.width, size.height);
+    // Blocks of 16 rows: the usual choice for pictures that are read back in rows.
+    header.compression() = Imf::ZIP_COMPRESSION;
+    const Imf::PixelType type = settings.bits == 16 ? Imf::HALF : Imf::FLOAT;
+    for (const char* const name : {"R", "G", "B"})
+        header.channels().insert(name, Imf::Channel(type));
+    const auto point = [](double x, double y) { return Imath::V2f(static_cast<float>(x), static_cast<float>(y)); };
+    constexpr Chromaticities c = kSRGBChromaticities;
+    Imf::addChromaticities(header, Imf::Chromaticities(point(c.redX, c.redY), point(c.greenX, c.greenY),
+                                                       point(c.blueX, c.blueY), point(c.whiteX, c.whiteY)));
+    if (settings.metadata) {
+        // The format has no EXIF, but these three.
+        if (settings.metadata->shutterSeconds > 0.0f)
+            Imf::addExpTime(header, settings.metadata->shutterSeconds);
+        if (settings.metadata->aperture > 0.0f)
+            Imf::addAperture(header, settings.metadata->aperture);
+        if (settings.metadata->isoSpeed > 0.0f)
+            Imf::addIsoSpeed(header, settings.metadata->isoSpeed);
+    }
+    return header;
+}
+
+} // namespace
+
+void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+{
+    ExrOutput stream(file.stream());
+    RowSource source(picture, settings.profile, RowFormat::Linear, settings.cancel);
+    const bool isHalf = settings.bits == 16;
+    const auto samples = static_cast<std::size_t>(picture.width()) * 3;
+    std::vector<half> halves(isHalf ? samples : 0);
+    std::vector<float> floats(isHalf ? 0 : samples);
+    try {
+        Imf::OutputFile out(stream, headerFor(picture.size(), settings));
+        char* const base = isHalf ? reinterpret_cast<char*>(halves.data()) : reinterpret_cast<char*>(floats.data());
+        const std::size_t bytes = isHalf ? sizeof(half) : sizeof(float);
+        Imf::FrameBuffer frame;
+        // A row stride of 0: every row is handed over in the same memory.
+        for (std::size_t c = 0; c < 3; ++c)
+            frame.insert(c == 0   ? "R"
+                         : c == 1 ? "G"
+                                  : "B",
+                         Imf::Slice(isHalf ? Imf::HALF : Imf::FLOAT, base + c * bytes, 3 * bytes, 0));
+        out.setFrameBuffer(frame);
+        for (int y = 0; y < picture.height(); ++y) {
+            const auto* const row = reinterpret_cast<const float*>(source.row(y));
+            if (isHalf)
+                for (std::size_t i = 0; i < samples; ++i)
+                    halves[i] =
+                        half(std::clamp(row[i], -kLargestHalf, kLargestHalf)); // infinity would spoil every mean
+            else
+                std::copy_n(row, samples, floats.begin());
+            out.writePixels(1);
+        }
+    } catch (const WriteCancelled&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw file.failure(stream.systemError(), error.what());
+    }
+    // The file's table of rows is written when `out` is destroyed, where nothing can be thrown.
+    if (stream.systemError() != 0)
+        throw file.failure(stream.systemError(), "cannot be written");
+}
+
+} // namespace orvo::io

@@ -1,0 +1,162 @@
+#include "metadata.hpp"
+#include "row_source.hpp"
+
+#include <jerror.h> // needs jpeglib.h before it
+#include <jpeglib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace orvo::io {
+namespace {
+
+constexpr std::size_t kLargestMarker = 65533; // bytes after the two of the length
+
+struct JpegState
+{
+    jpeg_compress_struct info;
+    jpeg_error_mgr errors;
+    std::jmp_buf back;
+    char message[JMSG_LENGTH_MAX];
+    int systemError;
+};
+
+[[noreturn]] void onError(j_common_ptr info)
+{
+    auto& state = *static_cast<JpegState*>(info->client_data);
+    state.systemError = info->err->msg_code == JERR_FILE_WRITE ? (errno != 0 ? errno : EIO) : 0;
+    info->err->format_message(info, state.message);
+    std::longjmp(state.back, 1);
+}
+
+class Encoder
+{
+public:
+    explicit Encoder(OutputFile& file_) : file(file_)
+    {
+        state.info = {};
+        state.info.err = jpeg_std_error(&state.errors);
+        state.info.client_data = &state;
+        state.errors.error_exit = onError;
+        state.errors.emit_message = [](j_common_ptr, int) {};
+        state.errors.output_message = [](j_common_ptr) {};
+        state.systemError = 0;
+        guarded([this] {
+            jpeg_create_compress(&state.info);
+            state.info.client_data = &state;
+            jpeg_stdio_dest(&state.info, file.stream());
+        });
+    }
+    ~Encoder() { jpeg_destroy_compress(&state.info); }
+    Encoder(const Encoder&) = delete;
+    Encoder& operator=(const Encoder&) = delete;
+
+    // As in the reader: no frame with anything to destroy between libjpeg and this.
+    template <typename Call>
+    void guarded(const Call& call)
+    {
+        if (!attempt(call))
+            throw file.failure(state.systemError, state.message);
+    }
+
+    // A marker of `mark` and `bytes`. False if it does not fit.
+    bool marker(int app, std::string_view mark, const unsigned char* bytes, std::size_t count)
+    {
+        if (count == 0 || mark.size() + count > kLargestMarker)
+            return false;
+        guarded([&] {
+            jpeg_write_m_header(&state.info, JPEG_APP0 + app, static_cast<unsigned>(mark.size() + count));
+            for (const char c : mark)
+                jpeg_write_m_byte(&state.info, static_cast<unsigned char>(c));
+            for (std::size_t i = 0; i < count; ++i)
+                jpeg_write_m_byte(&state.info, bytes[i]);
+        });
+        return true;
+    }
+
+    JpegState state;
+
+private:
+    template <typename Call>
+    bool attempt(const Call& call)
+    {
+        if (setjmp(state.back) != 0)
+            return false;
+        call();
+        return true;
+    }
+
+    OutputFile& file;
+};
+
+void writeMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<int> size)
+{
+    using namespace std::string_view_literals;
+    constexpr auto kExifMark = "Exif\0\0"sv;
+    if (!settings.metadata || !settings.metadata->embedded)
+        return;
+    const bool isSRGB = *settings.profile == *ColorProfileType::sRGB();
+    const EmbeddedMetadata blocks =
+        blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestMarker - kExifMark.size());
+    encoder.marker(1, kExifMark, blocks.exif.data(), blocks.exif.size());
+    // XMP beyond one marker would need the extended form, which hardly any program reads; it is left out.
+    encoder.marker(1, "http://ns.adobe.com/xap/1.0/\0"sv, reinterpret_cast<const unsigned char*>(blocks.xmp.data()),
+                   blocks.xmp.size());
+    if (!blocks.iptc.empty()) {
+        const auto resources = photoshopFromIptc(blocks.iptc);
+        encoder.marker(13, "Photoshop 3.0\0"sv, resources.data(), resources.size());
+    }
+}
+
+void writeIcc(Encoder& encoder, const std::vector<unsigned char>& icc)
+{
+    constexpr std::size_t kPiece = kLargestMarker - 14;
+    const std::size_t pieces = (icc.size() + kPiece - 1) / kPiece;
+    if (pieces == 0 || pieces > 255)
+        return; // no profile, or one of 16 MB, for which the format has no room
+    for (std::size_t i = 0; i < pieces; ++i) {
+        std::string mark("ICC_PROFILE\0", 12);
+        mark += static_cast<char>(i + 1);
+        mark += static_cast<char>(pieces);
+        encoder.marker(2, mark, icc.data() + i * kPiece, std::min(kPiece, icc.size() - i * kPiece));
+    }
+}
+
+} // namespace
+
+void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+{
+    constexpr int kFullColorQuality = 90; // from here on colours keep their resolution
+    Encoder encoder(file);
+    jpeg_compress_struct& info = encoder.state.info;
+    encoder.guarded([&] {
+        info.image_width = static_cast<JDIMENSION>(picture.width());
+        info.image_height = static_cast<JDIMENSION>(picture.height());
+        info.input_components = 3;
+        info.in_color_space = JCS_RGB;
+        jpeg_set_defaults(&info);
+        jpeg_set_quality(&info, settings.jpegQuality, TRUE);
+        if (settings.jpegQuality >= kFullColorQuality)
+            info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1;
+        info.optimize_coding = FALSE; // two passes would hold the whole picture's coefficients
+        // EXIF demands to stand first, where JFIF would stand.
+        if (settings.metadata && settings.metadata->embedded && !settings.metadata->embedded->exif.empty())
+            info.write_JFIF_header = FALSE;
+        jpeg_start_compress(&info, TRUE);
+    });
+    writeMetadata(encoder, settings, picture.size());
+    writeIcc(encoder, settings.profile->icc());
+    RowSource source(picture, settings.profile, RowFormat::Bits8, settings.cancel);
+    for (int y = 0; y < picture.height(); ++y) {
+        // libjpeg takes its rows without const and leaves them as they are.
+        JSAMPROW row = const_cast<unsigned char*>(source.row(y));
+        encoder.guarded([&info, &row] { jpeg_write_scanlines(&info, &row, 1); });
+    }
+    encoder.guarded([&info] { jpeg_finish_compress(&info); });
+}
+
+} // namespace orvo::io

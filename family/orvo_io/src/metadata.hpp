@@ -1,0 +1,64 @@
+// EXIF, IPTC and XMP blocks to the record of a picture, and back into the blocks of a file to be written. Exiv2 stays
+// behind this header.
+#pragma once
+
+#include <orvo_core/image_metadata.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace orvo::io {
+
+// What a file's blocks tell beside ImageMetadata.
+struct BlockFacts
+{
+    ImageMetadata record;
+    int orientation = 1;                // EXIF, 1..8
+    bool adobe = false;                 // EXIF says that the colour space is Adobe RGB
+    bool hasBias = false;               // record.exposureBias was told
+    std::vector<unsigned char> preview; // a JPEG, may be empty
+    std::vector<unsigned char> icc;     // of readFactsOfFile() only
+};
+
+// Reads the blocks; a damaged one counts as missing. record.embedded keeps them if `keep`. Never throws but
+// std::bad_alloc. Usable from any thread.
+[[nodiscard]] BlockFacts readFacts(EmbeddedMetadata blocks, bool keep, bool wantPreview);
+
+// The same for files whose blocks are their own directories: TIFF and raw files. The preview is the largest JPEG.
+[[nodiscard]] BlockFacts readFactsOfFile(const std::filesystem::path& path, bool keep);
+
+// IPTC records inside the Photoshop resources of a JPEG; empty if there are none.
+[[nodiscard]] std::vector<unsigned char> iptcFromPhotoshop(std::span<const unsigned char> resources);
+// The other way.
+[[nodiscard]] std::vector<unsigned char> photoshopFromIptc(std::span<const unsigned char> iptc);
+
+// The blocks of a picture to be written: upright, of `size`, in sRGB or not, without the preview and whatever tells of
+// the pixels of the file they came from. A block that cannot be read is left out.
+[[nodiscard]] EmbeddedMetadata blocksForWriting(const EmbeddedMetadata& blocks, _Size<int> size, bool isSRGB,
+                                                std::size_t exifLimit);
+
+// One entry of a TIFF directory, native byte order.
+struct DirectoryEntry
+{
+    std::uint16_t tag;
+    std::uint16_t type;  // TIFF 6.0, 1..12
+    std::uint64_t count; // values
+    std::vector<unsigned char> value;
+};
+
+// The directories of an EXIF block that a TIFF file keeps beside its own: those of the exposure and of the place, and
+// the texts for the main directory. MakerNote is left out: its offsets do not survive the move.
+struct ExifDirectories
+{
+    std::vector<DirectoryEntry> main; // texts: maker, model, artist, ...
+    std::vector<DirectoryEntry> photo;
+    std::vector<DirectoryEntry> gps;
+};
+[[nodiscard]] ExifDirectories directoriesOf(const std::vector<unsigned char>& exif);
+
+} // namespace orvo::io

@@ -1,0 +1,43 @@
+// libtiff on a stream of ours, with its messages kept instead of printed.
+#pragma once
+
+#include <tiffio.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace orvo::io {
+
+class TiffStream
+{
+public:
+    // `mode` as TIFFOpen takes it. `stream` stays the caller's. handle() is empty if libtiff refuses.
+    TiffStream(std::FILE* stream, const char* mode, std::int64_t largestAllocation);
+    ~TiffStream();
+    TiffStream(const TiffStream&) = delete;
+    TiffStream& operator=(const TiffStream&) = delete;
+
+    [[nodiscard]] TIFF* handle() const { return tiff; }
+    // The first error, empty if there was none.
+    [[nodiscard]] const std::string& error() const { return message; }
+    // The number of the system's error that writing met first, 0 for none.
+    [[nodiscard]] int systemError() const { return failed; }
+    // Writes what is left and closes; false if that failed.
+    bool close();
+
+private:
+    static tmsize_t read(thandle_t self, void* bytes, tmsize_t count);
+    static tmsize_t write(thandle_t self, void* bytes, tmsize_t count);
+    static toff_t seek(thandle_t self, toff_t offset, int whence);
+    static toff_t size(thandle_t self);
+    static int onError(TIFF* tiff, void* self, const char* module, const char* format, va_list arguments);
+
+    std::FILE* stream;
+    TIFF* tiff = nullptr;
+    std::string message;
+    int failed = 0;
+};
+
+} // namespace orvo::io

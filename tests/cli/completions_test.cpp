@@ -28,7 +28,7 @@ std::set<std::string> optionsOfTheProgram()
     for (const std::vector<std::string>& words :
          {std::vector<std::string>{"--help"}, {"hdr", "--help"}, {"frames", "--help"}, {"demo", "--help"}})
         // An option stands at the start of its line of the help, maybe behind its short form.
-        options.merge(matches("\n" + runOrvo(words).out, R"(\n  (?:-\w,)?--([a-z][a-z-]*))"));
+        options.merge(matches(runOrvo(words).out, R"(\n  (?:-\w,)?--([a-z][a-z-]*))"));
     return options;
 }
 

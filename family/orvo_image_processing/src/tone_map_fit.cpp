@@ -40,6 +40,10 @@ constexpr float kAlignedStops = 0.5f;
 constexpr float kOutlierDistances[] = {0.06f, 0.03f, 0.02f};
 constexpr float kOutlierMost = 0.15f;
 constexpr float kOutlierMedians = 4.0f;
+// Pairs of one tone that scatter more than this, and than this many times what pairs of all tones do, follow no curve:
+// a tone that only a moved subject has. The map goes on there as it does beside it.
+constexpr float kScatterLeast = 0.03f;
+constexpr float kScatterMedians = 4.0f;
 // Pairs of about one tone are judged together, and neighbouring groups vote: a subject of one tone that moved can win
 // its own group, however large it is, but not its neighbours'.
 constexpr float kGroupTone = 0.07f; // in steps of evenTone(), where 0..1 spans 4.3
@@ -294,9 +298,11 @@ std::vector<PatchPair> usualPairs(const ToneCurveMap& map, const std::vector<Pat
     for (std::size_t i = 0; i < pairs.size(); ++i)
         distances[i] = std::abs(distances[i] - usual[i]);
     const std::vector<float> spread = usualDistances(distances, borders);
+    const float mostScatter = std::max(kScatterLeast, kScatterMedians * middleOf(spread));
     std::vector<PatchPair> kept;
     for (std::size_t i = 0; i < pairs.size(); ++i)
-        if (distances[i] <= std::max(allowance, std::min(kOutlierMost, kOutlierMedians * spread[i])))
+        if (spread[i] <= mostScatter &&
+            distances[i] <= std::max(allowance, std::min(kOutlierMost, kOutlierMedians * spread[i])))
             kept.push_back(pairs[i]);
     return kept;
 }

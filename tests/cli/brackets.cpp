@@ -1,36 +1,15 @@
 #include "brackets.hpp"
 
-#include <orvo_io/image_writer.hpp>
-#include <scenes/radiance_scene.hpp>
+#include <scenes/bracket_files.hpp>
 
-#include <algorithm>
-#include <array>
-#include <cmath>
 #include <fstream>
 
 namespace orvo::test {
 namespace {
 
-void writeExposed(const std::filesystem::path& path, const scenes::RadianceScene& scene, double ev)
+scenes::Bracket bracketOf(const FrameSettings& settings, const std::vector<double>& evs)
 {
-    _ImageData<PixelRGB<float>> picture(scene.size(), ColorProfileType::sRGB());
-    const float gain = static_cast<float>(std::exp2(ev));
-    for (int y = 0; y < picture.height(); ++y) {
-        scene.radianceRow(scenes::kIdentity, y, picture.width(), picture.row(y));
-        for (int x = 0; x < picture.width(); ++x) {
-            auto& p = picture.row(y)[x];
-            p = clampValue(
-                {srgbCurveFromLinear(p.r * gain), srgbCurveFromLinear(p.g * gain), srgbCurveFromLinear(p.b * gain)});
-        }
-    }
-    ImageWriteSettings write = writeSettingsForPath(path);
-    write.profile = ColorProfileType::sRGB();
-    writeImage(path, picture, write);
-}
-
-scenes::RadianceScene sceneFor(const FrameSettings& settings)
-{
-    return scenes::RadianceScene({.size = {settings.width, settings.height}});
+    return scenes::Bracket({.scene = {.size = {settings.width, settings.height}}, .evs = evs});
 }
 
 std::string bigEndian(std::uint32_t value, int bytes)
@@ -64,20 +43,16 @@ std::string pngChunk(const std::string& typeAndData)
 
 std::vector<std::filesystem::path> writeBracket(const std::filesystem::path& folder, const FrameSettings& settings)
 {
-    const auto scene = sceneFor(settings);
-    std::vector<std::filesystem::path> paths;
-    double ev = -kStepEv;
-    for (const char* const name : {"b.jpg", "c.jpg", "a.jpg"}) {
-        paths.push_back(folder / name);
-        writeExposed(paths.back(), scene, ev);
-        ev += kStepEv;
-    }
-    return paths;
+    const auto shots =
+        scenes::writeBracket(bracketOf(settings, {kStepEv, -kStepEv, 0.0}), folder, {.exif = settings.exposureData});
+    return {shots[1], shots[2], shots[0]};
 }
 
 void writeFrame(const std::filesystem::path& path, const FrameSettings& settings)
 {
-    writeExposed(path, sceneFor(settings), 0.0);
+    const auto written = scenes::writeFrame(bracketOf(settings, {0.0}), 0, path.parent_path(),
+                                            {.exif = settings.exposureData, .prefix = "single"});
+    std::filesystem::rename(written, path);
 }
 
 std::vector<std::string> names(const std::vector<std::filesystem::path>& paths)

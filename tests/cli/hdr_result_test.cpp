@@ -66,6 +66,7 @@ TEST_F(HdrResult, CarriesMetadataOfTheMiddleFrame)
     ASSERT_TRUE(middle->hasExposure());
     EXPECT_FLOAT_EQ(merged->shutterSeconds, middle->shutterSeconds);
     EXPECT_FLOAT_EQ(merged->isoSpeed, middle->isoSpeed);
+    EXPECT_FLOAT_EQ(merged->aperture, middle->aperture);
     EXPECT_EQ(merged->cameraModel, middle->cameraModel);
     EXPECT_EQ(merged->fileProfile->hash(), middle->fileProfile->hash());
 }

@@ -26,20 +26,20 @@ struct Reached
 
 // See hdrJob() for where the fractions come from.
 constexpr double kCheckStarts = 0.0;
-constexpr double kWriteStarts = 0.9;
+constexpr double kWriteStarts = 0.95;
 using Phase = HDRMergingPhaseName;
 constexpr Reached kBracket[] = {
-    {Phase::BracketStarted, {JobStep::Load, 0.05}},      {Phase::FramesLoaded, {JobStep::Ladder, 0.25}},
-    {Phase::LadderBuilt, {JobStep::Blend, 0.45}},        {Phase::FirstFrameBlended, {JobStep::Blend, 0.6}},
-    {Phase::SecondFrameBlended, {JobStep::Blend, 0.75}}, {Phase::Blended, {JobStep::Finish, 0.85}},
-    {Phase::Normalized, {JobStep::Finish, 0.88}},
+    {Phase::BracketStarted, {JobStep::Load, 0.01}},      {Phase::FramesLoaded, {JobStep::Ladder, 0.15}},
+    {Phase::LadderBuilt, {JobStep::Blend, 0.4}},         {Phase::FirstFrameBlended, {JobStep::Blend, 0.75}},
+    {Phase::SecondFrameBlended, {JobStep::Blend, 0.85}}, {Phase::Blended, {JobStep::Finish, 0.93}},
+    {Phase::Normalized, {JobStep::Finish, 0.94}},
 };
 // A single frame tells one phase less: it jumps over 4, so that its 5 means that two frames are blended, and its 6 that
 // all are.
 constexpr Reached kSingle[] = {
-    {Phase::SingleFrameStarted, {JobStep::Load, 0.05}}, {Phase::FramesLoaded, {JobStep::Ladder, 0.25}},
-    {Phase::LadderBuilt, {JobStep::Blend, 0.45}},       {Phase::FirstFrameBlended, {JobStep::Blend, 0.6}},
-    {Phase::Blended, {JobStep::Blend, 0.75}},           {Phase::Normalized, {JobStep::Finish, 0.85}},
+    {Phase::SingleFrameStarted, {JobStep::Load, 0.01}}, {Phase::FramesLoaded, {JobStep::Ladder, 0.15}},
+    {Phase::LadderBuilt, {JobStep::Blend, 0.4}},        {Phase::FirstFrameBlended, {JobStep::Blend, 0.75}},
+    {Phase::Blended, {JobStep::Blend, 0.85}},           {Phase::Normalized, {JobStep::Finish, 0.93}},
 };
 
 HDRSettings mergeSettings(const HdrJobRequest& request, const JobCallbacks& callbacks)

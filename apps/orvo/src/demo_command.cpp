@@ -35,7 +35,9 @@ int runDemo(int argc, char** argv)
     std::string folder;
     jobs::DemoJobRequest request;
     app.add_option("DIR", folder, "folder for the pictures; made if it is not there")->type_name("")->required();
-    app.add_option("--size", request.size, "longer side of the pictures in pixels")->type_name("N");
+    app.add_option("--size", request.size, "longer side of the pictures in pixels; else 1536")
+        ->type_name("N")
+        ->check(between(jobs::kSmallestDemo, jobs::kLargestDemo));
     app.add_flag("--keep", request.keep, "keep frames that are in DIR already, make only missing ones");
     app.footer(kExamples);
     if (const auto exitCode = app.read(argc, argv))

@@ -9,28 +9,34 @@
 
 namespace orvo::jobs {
 
+inline constexpr int kSmallestDemo = 96;  ///< pixels; frames below could not be aligned
+inline constexpr int kUsualDemo = 1536;   ///< pixels; fills a screen, takes seconds
+inline constexpr int kLargestDemo = 9600; ///< pixels; as the largest cameras have
+
 struct DemoJobRequest
 {
     std::filesystem::path folder; ///< made if it is not there
-    int size = 0;                 ///< longer side of the frames in pixels; 0: the usual one
-    bool keep = false;            ///< frames that an earlier demo left in the folder are used instead of new ones
+    int size = kUsualDemo;        ///< longer side of the frames in pixels, kSmallestDemo..kLargestDemo
+    bool keep = false;            ///< frames that lie in the folder from before are used, only missing ones are made
 };
 
 /// One bracket of the demonstration.
 struct DemoBracket
 {
-    std::string about;                         ///< what it shows and how it was merged, one sentence for people
-    std::vector<std::filesystem::path> frames; ///< by rising exposure
+    std::string about;                         ///< what it shows and how it is merged, for people
+    std::vector<std::filesystem::path> frames; ///< in the order of the shots
     HdrJobResult merged;
 };
 
 struct DemoJobResult : JobResult
 {
-    std::vector<DemoBracket> brackets;
+    std::vector<DemoBracket> brackets; ///< those that are done
 };
 
-/// Renders each bracket into the folder and merges it there. Refused: a size out of kDemoSizes. An error of one bracket
-/// ends the job; the files made so far stay.
+/// Renders each bracket into a folder of its own below the given one and merges it: a handheld one of JPEGs with a
+/// person walking, one of 16-bit TIFFs from a tripod, one of raw DNGs. Each frame is put in place when it is whole.
+/// Refused: a size out of range. An error ends the job; what was made so far stays. Cancelled between frames and as
+/// hdrJob().
 [[nodiscard]] DemoJobResult demoJob(const DemoJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

@@ -177,7 +177,7 @@ void seenRow(const RadianceScene& scene, const Shot& shot, const Homography& map
     if (!shot.subject)
         return;
     for (int x = 0; x < width; ++x) {
-        const auto at = apply(map, {static_cast<double>(x), static_cast<double>(y)});
+        const auto at = mapPoint(map, {static_cast<double>(x), static_cast<double>(y)});
         const SubjectSample subject = sampleSubject(*shot.subject, at.x, at.y);
         if (subject.coverage > 0.0f)
             row[x] = mix(row[x], subject.light, subject.coverage);
@@ -201,7 +201,7 @@ std::shared_ptr<MaskImage> subjectMask(const RadianceScene& scene, const Shot& s
     const Homography map = sceneFromFrame(shot.view, scene.size());
     const auto coverRow = [&](int y) {
         for (int x = 0; x < mask->width(); ++x) {
-            const auto at = apply(map, {static_cast<double>(x), static_cast<double>(y)});
+            const auto at = mapPoint(map, {static_cast<double>(x), static_cast<double>(y)});
             mask->row(y)[x] = sampleSubject(*shot.subject, at.x, at.y).coverage;
         }
     };

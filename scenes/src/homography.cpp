@@ -29,7 +29,7 @@ Homography inverse(const Homography& m)
     return result;
 }
 
-_Point<double> apply(const Homography& m, _Point<double> point)
+_Point<double> mapPoint(const Homography& m, _Point<double> point)
 {
     const double scale = 1.0 / (m[6] * point.x + m[7] * point.y + m[8]);
     return {(m[0] * point.x + m[1] * point.y + m[2]) * scale, (m[3] * point.x + m[4] * point.y + m[5]) * scale};

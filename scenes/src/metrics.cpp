@@ -85,8 +85,8 @@ double cornerError(const Homography& found, const Homography& truth, _Size<int> 
     double worst = 0.0;
     for (const double x : {0.0, size.width - 1.0})
         for (const double y : {0.0, size.height - 1.0}) {
-            const auto p = apply(found, {x, y});
-            const auto q = apply(truth, {x, y});
+            const auto p = mapPoint(found, {x, y});
+            const auto q = mapPoint(truth, {x, y});
             const double away = std::hypot(p.x - q.x, p.y - q.y);
             worst = std::isnan(away) ? std::numeric_limits<double>::infinity() : std::max(worst, away);
         }

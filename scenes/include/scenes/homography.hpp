@@ -17,6 +17,6 @@ inline constexpr Homography kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 [[nodiscard]] Homography compose(const Homography& outer, const Homography& inner);
 /// Throws std::invalid_argument if the matrix has no inverse.
 [[nodiscard]] Homography inverse(const Homography& map);
-[[nodiscard]] _Point<double> apply(const Homography& map, _Point<double> point);
+[[nodiscard]] _Point<double> mapPoint(const Homography& map, _Point<double> point);
 
 } // namespace orvo::scenes

@@ -9,7 +9,10 @@ namespace {
 
 scenes::Bracket bracketOf(const FrameSettings& settings, const std::vector<double>& evs)
 {
-    return scenes::Bracket({.scene = {.size = {settings.width, settings.height}}, .evs = evs});
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = {settings.width, settings.height};
+    recipe.evs = evs;
+    return scenes::Bracket(recipe);
 }
 
 std::string bigEndian(std::uint32_t value, int bytes)

@@ -178,6 +178,19 @@ Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<
     return thumbnail;
 }
 
+// Raw files are measured in their linear light: their thumbnails are developed to look right at any exposure.
+std::shared_ptr<RGBPicture> pictureToMeasure(const SourceFile& file, bool isRaw)
+{
+    if (!isRaw)
+        return readThumbnail(file, kMeasuredSide, nullptr, {}).picture;
+    ReadJob job;
+    job.depth = ReadDepth::Reduced;
+    job.side = kMeasuredSide;
+    job.flags = ImageReaderOpenFlag::Undeveloped;
+    job.maxPixels = kUsualMaxPixels;
+    return io::readRaw(file, job).picture;
+}
+
 } // namespace
 
 ImageReader::ImageReader() = default;
@@ -225,7 +238,7 @@ std::shared_ptr<const ImageMetadata> ImageReader::readMetadata(const std::filesy
         io::BlockFacts facts = readAny(file, job).facts;
         if (!facts.record.hasExposure()) {
             try {
-                facts.record.exposureOffset = measuredOffset(*readThumbnail(file, kMeasuredSide, nullptr, {}).picture);
+                facts.record.exposureOffset = measuredOffset(*pictureToMeasure(file, facts.record.isRaw));
             } catch (const ReadFailure& failure) {
                 // The bias is the only thing left that tells frames of a series apart.
                 facts.record.exposureOffset = facts.hasBias ? facts.record.exposureBias : 0.0f;

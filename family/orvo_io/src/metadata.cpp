@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <mutex>
@@ -47,6 +48,8 @@ public:
         const auto found = data.findKey(Exiv2::ExifKey(key));
         return found == data.end() || found->count() < 1 ? nullptr : &*found;
     }
+
+    [[nodiscard]] const Exiv2::ExifData& all() const { return data; }
 
     // A finite number; 0 / 0 and the like count as not told.
     [[nodiscard]] std::optional<double> number(const char* key) const
@@ -128,6 +131,18 @@ float apertureOf(const Tags& tags)
     return apex && std::abs(*apex) <= kLargestBias ? static_cast<float>(std::exp2(*apex / 2.0)) : 0.0f;
 }
 
+// Older cameras tell the sensitivity in their maker's block only.
+float makersIso(const Tags& tags)
+{
+    const auto found = Exiv2::isoSpeed(tags.all());
+    if (found == tags.all().end())
+        return 0.0f;
+    const std::string text = found->print(&tags.all());
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    return end != text.c_str() && value > 0.0 && value <= kLargestIso ? static_cast<float>(value) : 0.0f;
+}
+
 float isoOf(const Tags& tags)
 {
     // The short tag ends at 65535; beyond, the long ones hold the number.
@@ -137,7 +152,7 @@ float isoOf(const Tags& tags)
     const float longer = tags.positive(
         {"Exif.Photo.ISOSpeed", "Exif.Photo.RecommendedExposureIndex", "Exif.Photo.StandardOutputSensitivity"},
         kLargestIso);
-    return longer > 0.0f ? longer : iso;
+    return longer > 0.0f ? longer : std::max(iso, makersIso(tags));
 }
 
 // 36 mm over the sensor's width.
@@ -177,7 +192,7 @@ void fillFacts(const Exiv2::ExifData& exif, BlockFacts& facts)
         if (const auto lens = Exiv2::lensName(exif); lens != exif.end()) {
             const std::string name = lens->print(&exif);
             // Exiv2 prints numbers that it does not know as "(123)".
-            if (!name.empty() && name.front() != '(')
+            if (!name.empty() && name.front() != '(' && name != "n/a")
                 record.lensModel = name;
         }
     record.focalLength = tags.positive({"Exif.Photo.FocalLength", "Exif.Image.FocalLength"}, kLargestFocal);

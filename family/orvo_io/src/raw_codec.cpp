@@ -69,6 +69,17 @@ void fillRecord(LibRaw& raw, ImageMetadata& record)
     record.exposureOffset = record.baselineExposure;
 }
 
+using Square = std::array<std::array<double, 3>, 3>;
+
+Square squareOf(const float (&rows)[4][3])
+{
+    Square out{};
+    for (std::size_t r = 0; r < 3; ++r)
+        for (std::size_t c = 0; c < 3; ++c)
+            out[r][c] = static_cast<double>(rows[r][c]);
+    return out;
+}
+
 // Colour temperature and tint of the camera's white balance: the chromaticity that its neutral stands for, through the
 // camera's matrix; McCamy 1992 for the temperature. The tint is the distance from the Planckian locus (Krystek 1985
 // for its place in CIE 1960 u, v), in units of 1/3000, positive towards magenta.
@@ -84,16 +95,16 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
             return;
         neutral[i] = static_cast<double>(color.cam_mul[1]) / static_cast<double>(color.cam_mul[i]);
     }
-    // cam_xyz * xyz = neutral, by Cramer's rule.
-    const auto m = [&](int r, int c) { return static_cast<double>(color.cam_xyz[r][c]); };
-    const auto determinant = [](const std::array<std::array<double, 3>, 3>& a) {
+    // The matrix from XYZ to the camera: LibRaw's own, else the one of the file that is nearest to daylight.
+    const auto determinant = [](const Square& a) {
         return a[0][0] * (a[1][1] * a[2][2] - a[1][2] * a[2][1]) - a[0][1] * (a[1][0] * a[2][2] - a[1][2] * a[2][0]) +
                a[0][2] * (a[1][0] * a[2][1] - a[1][1] * a[2][0]);
     };
-    std::array<std::array<double, 3>, 3> matrix{};
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c)
-            matrix[static_cast<std::size_t>(r)][static_cast<std::size_t>(c)] = m(r, c);
+    Square matrix = squareOf(color.cam_xyz);
+    for (const int set : {1, 0})
+        if (!(std::abs(determinant(matrix)) > 1e-6))
+            matrix = squareOf(color.dng_color[set].colormatrix);
+    // matrix * xyz = neutral, by Cramer's rule.
     const double whole = determinant(matrix);
     if (!(std::abs(whole) > 1e-6))
         return;
@@ -113,7 +124,6 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
     const double kelvin = 449.0 * n * n * n + 3525.0 * n * n + 6823.3 * n + 5520.33;
     if (!(kelvin > 1000.0 && kelvin < 50000.0))
         return;
-    record.temperature = static_cast<float>(kelvin);
     const double t = kelvin;
     const double u0 =
         (0.860117757 + 1.54118254e-4 * t + 1.28641212e-7 * t * t) / (1.0 + 8.42420235e-4 * t + 7.08145163e-7 * t * t);
@@ -123,7 +133,12 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
     const double du = 4.0 * x / scale - u0;
     const double dv = 6.0 * y / scale - v0;
     constexpr double kTintUnit = 3000.0;
-    record.tint = static_cast<float>((dv < 0.0 ? 1.0 : -1.0) * std::hypot(du, dv) * kTintUnit);
+    constexpr double kLargestTint = 150.0; // beyond, the multipliers are no white balance: pixels balanced before
+    const double tint = (dv < 0.0 ? 1.0 : -1.0) * std::hypot(du, dv) * kTintUnit;
+    if (std::abs(tint) > kLargestTint)
+        return;
+    record.temperature = static_cast<float>(kelvin);
+    record.tint = static_cast<float>(tint);
 }
 
 using Multipliers = std::array<float, 4>;
@@ -330,7 +345,7 @@ ReadAnswer readRaw(const SourceFile& file, const ReadJob& job)
     ReadAnswer answer;
     answer.facts = readFactsOfFile(file.path(), job.wants(ImageReaderOpenFlag::Embedded));
     answer.facts.orientation = exifOrientation(sizes.flip);
-    const bool undeveloped = job.wants(ImageReaderOpenFlag::Undeveloped) && job.depth != ReadDepth::Reduced;
+    const bool undeveloped = job.wants(ImageReaderOpenFlag::Undeveloped);
     ImageMetadata& record = answer.facts.record;
     fillRecord(*raw, record);
     fillWhiteBalance(*raw, record);

@@ -78,12 +78,13 @@ void Settings::load(const std::filesystem::path& file)
     const auto refuse = [&](const std::string& text) {
         throw std::runtime_error("Settings::load: " + file.string() + ": " + text);
     };
+    // A folder opens like a file and fails when it is read.
+    if (!std::filesystem::is_regular_file(file))
+        refuse("a file was expected, nothing or something else was found");
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         refuse("cannot be opened");
     const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    if (stream.bad() || (text.empty() && std::filesystem::is_directory(file)))
-        refuse("cannot be read");
     json read;
     try {
         read = json::parse(text);

@@ -373,6 +373,8 @@ ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
     if (job.depth == ReadDepth::Facts)
         return answer;
 
+    if (!stream.missingValue().empty())
+        noteDamage("the file is cut off: " + stream.missingValue(), job, answer);
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     if (!direct) {
         readThroughRgba(tiff, facts, layout, sink);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <new>
+#include <string_view>
 
 namespace orvo::io {
 
@@ -12,8 +13,7 @@ TiffStream::TiffStream(std::FILE* stream_, const char* mode, std::int64_t larges
         throw std::bad_alloc();
     TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(largestAllocation));
     TIFFOpenOptionsSetErrorHandlerExtR(options, onError, this);
-    TIFFOpenOptionsSetWarningHandlerExtR(
-        options, [](TIFF*, void*, const char*, const char*, va_list) { return 1; }, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, onWarning, this);
     tiff = TIFFClientOpenExt(
         "picture", mode, this, read, write, seek, [](thandle_t) { return 0; }, size,
         [](thandle_t, void**, toff_t*) { return 0; }, [](thandle_t, void*, toff_t) {}, options);
@@ -70,6 +70,17 @@ toff_t TiffStream::size(thandle_t self)
     const off_t end = ftello(own->stream);
     fseeko(own->stream, here, SEEK_SET);
     return static_cast<toff_t>(end);
+}
+
+int TiffStream::onWarning(TIFF*, void* self, const char*, const char* format, va_list arguments)
+{
+    // libtiff leaves a tag out that it cannot read, and says so in a warning of this form.
+    auto* const own = static_cast<TiffStream*>(self);
+    char text[256];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    if (own->missing.empty() && std::string_view(text).find("IO error during reading of") != std::string_view::npos)
+        own->missing = text;
+    return 1;
 }
 
 int TiffStream::onError(TIFF*, void* self, const char* module, const char* format, va_list arguments)

@@ -22,6 +22,8 @@ public:
     [[nodiscard]] TIFF* handle() const { return tiff; }
     // The first error, empty if there was none.
     [[nodiscard]] const std::string& error() const { return message; }
+    // A tag whose value lies beyond the end of the file; empty if there is none.
+    [[nodiscard]] const std::string& missingValue() const { return missing; }
     // The number of the system's error that writing met first, 0 for none.
     [[nodiscard]] int systemError() const { return failed; }
     // Writes what is left and closes; false if that failed.
@@ -32,11 +34,13 @@ private:
     static tmsize_t write(thandle_t self, void* bytes, tmsize_t count);
     static toff_t seek(thandle_t self, toff_t offset, int whence);
     static toff_t size(thandle_t self);
+    static int onWarning(TIFF* tiff, void* self, const char* module, const char* format, va_list arguments);
     static int onError(TIFF* tiff, void* self, const char* module, const char* format, va_list arguments);
 
     std::FILE* stream;
     TIFF* tiff = nullptr;
     std::string message;
+    std::string missing;
     int failed = 0;
 };
 

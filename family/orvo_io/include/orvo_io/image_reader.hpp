@@ -42,10 +42,24 @@ struct ImageReadOptions
 
 /// The reader of the process. Every member is usable from any thread, also from inside parallel loops.
 ///
-/// Formats: JPEG (gray, RGB, CMYK), PNG, TIFF, WebP, OpenEXR, HEIC and AVIF, camera raw. 8 and 16 bit integers and
-/// floats, palettes; alpha is laid over black. An unreadable, cut-off, hostile or gigantic file gives an empty result
+/// Formats, told by their content and not by their name: JPEG (gray, RGB, CMYK), PNG, TIFF, WebP, OpenEXR, HEIC and
+/// AVIF, camera raw. 8 and 16 bit integers and floats, palettes; alpha is laid over black in the encoded values. NaN
+/// becomes 0, infinities the largest half float. An unreadable, cut-off, hostile or gigantic file gives an empty result
 /// and a log line of level Warning which names the file, what was expected and what was found; never an exception,
-/// never a crash.
+/// never a crash. Only regular files are opened.
+///
+/// Colours: the ICC block of the file; without one EXIF's Adobe RGB, the numbers of PNG and HEIC, else sRGB. EXR is
+/// linear with its own primaries, sRGB's where it tells none. Ink without a profile is multiplied plainly:
+/// (1 - c)(1 - k). Without WorkingSpace samples stay as the file has them, gray repeated, but ink comes as sRGB.
+///
+/// Undeveloped raw: white balanced by the camera's numbers, interpolated, linear, in linearMelissaRGB(). 1.0 is where
+/// the channel of the smallest white balance factor (nearly always green) fills its sensor; the others go beyond. A
+/// channel that is clipped is raised to the brightest one of its pixel, so what is clipped throughout is neutral and at
+/// least 1. Frames of one camera share the scale, whatever is in them. Without Undeveloped: as LibRaw develops, sRGB.
+///
+/// Exposure: a file that tells time, aperture and sensitivity has an exposureOffset of 0 (raw: its baseline exposure).
+/// Any other gets the log2 of its mean linear luminance, at least -14, even if it tells a bias: what is measured is
+/// surer than what was meant. The bias counts where nothing can be measured.
 class ORVO_EXPORT ImageReader
 {
 public:
@@ -53,17 +67,20 @@ public:
 
     virtual ~ImageReader();
 
-    /// Opens a file; its pixels are read at once. `known`: metadata that is already there, so that it need not be read
-    /// again; may be empty. `presets` is free for the raw development and empty here. `index`: the picture of a file
-    /// that holds several, -1 for the main one. Peak: the result plus a few rows for what is decoded row by row
-    /// (JPEG, PNG, TIFF, EXR), plus one plane of the file's own samples for the rest.
+    /// Opens a file; its pixels are read at once. `known`: metadata that is already there, which is taken over instead
+    /// of being read and measured again; size and file profile are still the file's; may be empty. `presets` is free
+    /// for the raw development and empty here. `index`: the picture of a TIFF, EXR or HEIC that holds several, -1 for
+    /// the main one; `part` of the request is the name of a picture of an EXR.
+    /// Peak: the result plus some 32 rows for what is decoded row by row (JPEG, PNG, TIFF, EXR); plus libjpeg's
+    /// coefficients (up to 6 bytes a pixel) for progressive JPEG, one plane of the file's own samples for interlaced
+    /// PNG, WebP and HEIC, and LibRaw's planes (about 10 bytes a pixel) for raw.
     [[nodiscard]] virtual std::shared_ptr<Image> open(const ImageReadRequest& request, const ImageReadOptions& options,
                                                       ImageReaderOpenFlag flags,
                                                       std::shared_ptr<const ImageMetadata> known,
                                                       const std::string& presets, int index);
 
     /// Metadata without decoding the picture; empty if the file is no picture. A file without exposure data gets the
-    /// log2 of the mean linear luminance of its thumbnail as exposureOffset.
+    /// log2 of the mean linear luminance of its thumbnail as exposureOffset (raw: of a half-size linear picture).
     [[nodiscard]] static std::shared_ptr<const ImageMetadata> readMetadata(const std::filesystem::path& path);
 
     /// A small sRGB picture with the longest side `side`, upright: the embedded preview or a reduced decode, so no

@@ -41,11 +41,14 @@ struct ImageWriteSettings
 [[nodiscard]] ORVO_EXPORT ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path);
 
 /// Writes `picture` to `path`, replacing a file that is there. Colours are converted row by row, so nothing of the
-/// picture's size is held beside it. Values outside 0..1 are limited, except in EXR; NaN is written as 0. 8-bit
-/// samples are rounded, with the ICC profile embedded. Returns false if it was cancelled, with the file removed. Throws
-/// std::runtime_error that names the file and the cause (no permission, disk full, ...), with a partly written file
-/// removed, and std::invalid_argument on settings that do not fit the format or an empty picture. The write is not
-/// atomic: a caller who wants that writes beside and renames.
+/// picture's size is held beside it (32 rows are). Values outside 0..1 are limited, except in EXR; NaN is written as 0.
+/// Integer samples are rounded to the nearest. JPEG, PNG and TIFF embed the ICC profile. JPEG keeps colours at full
+/// size from quality 90 on; TIFF is deflated and becomes BigTIFF beyond 4 GB; EXR carries the exposure of the metadata.
+/// The maker's block of EXIF goes into JPEG (where it fits) and PNG, not into TIFF, where its offsets would be wrong.
+/// Returns false if it was cancelled, with the file removed. Throws std::runtime_error that names the file and the
+/// cause (no permission, disk full, ...), with a partly written file removed, and std::invalid_argument on settings
+/// that do not fit the format or an empty picture. The write is not atomic: a caller who wants that writes beside and
+/// renames. Usable from any thread.
 ORVO_EXPORT bool writeImage(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
                             const ImageWriteSettings& settings);
 

@@ -1,0 +1,275 @@
+// Files that are cut off, damaged, gigantic or no pictures at all.
+#include "test_files.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_logger/log_capture.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cmath>
+#include <fstream>
+#include <random>
+
+namespace orvo::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr auto kAsIs = static_cast<ImageReaderOpenFlag>(static_cast<int>(ImageReaderOpenFlag::Bracket) &
+                                                        ~static_cast<int>(ImageReaderOpenFlag::Complete));
+
+class HostileFiles : public ::testing::Test
+{
+protected:
+    // One file of each kind, each of some kilobytes: noise, so that pixels fill most of the file.
+    std::vector<std::filesystem::path> makeAll()
+    {
+        const int w = 64;
+        const int h = 48;
+        auto picture = gradient(w, h);
+        std::mt19937 random(5);
+        for (std::size_t i = 0; i < picture->pixelCount(); ++i)
+            picture->data()[i].g = static_cast<float>(random() % 256) / 255.0f;
+        std::vector<std::filesystem::path> files;
+        for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+            ImageWriteSettings settings = writeSettingsForPath(name);
+            auto metadata = std::make_shared<ImageMetadata>();
+            EmbeddedMetadata blocks;
+            blocks.exif = exifBlock({.orientation = 6, .timeAbove = 1, .timeBelow = 50, .make = "Maker"});
+            metadata->embedded = std::make_shared<const EmbeddedMetadata>(blocks);
+            settings.metadata = metadata;
+            files.push_back(folder / name);
+            writeImage(files.back(), *picture, settings);
+        }
+        Bytes rgb;
+        Bytes rgba;
+        for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
+            const auto& p = picture->data()[i];
+            for (const float v : {p.r, p.g, p.b, 1.0f}) {
+                rgba.push_back(static_cast<unsigned char>(std::lround(v * 255.0f)));
+                if (rgba.size() % 4 != 0)
+                    rgb.push_back(rgba.back());
+            }
+        }
+        files.push_back(folder / "progressive.jpg");
+        makeJpeg(files.back(), w, h, rgb, {.progressive = true, .quality = 90});
+        files.push_back(folder / "interlaced.png");
+        makePng(files.back(), w, h, rgb, {.interlaced = true});
+        files.push_back(folder / "tiled.tif");
+        makeTiff(files.back(), w, h, rgb, {.tiled = true});
+        files.push_back(folder / "planar.tif");
+        makeTiff(files.back(), w, h, rgb, {.planar = true});
+        files.push_back(folder / "a.webp");
+        makeWebP(files.back(), w, h, rgba);
+        return files;
+    }
+
+    // All that a file can be asked for; nothing may crash or throw.
+    static void tryEverything(const std::filesystem::path& path)
+    {
+        (void)openFile(path);
+        (void)openFile(path, kAsIs);
+        (void)ImageReader::readMetadata(path);
+        (void)ImageReader::instance().getThumbnailBySide(path, 16, true, nullptr, {});
+        (void)isRawImageFile(path);
+    }
+
+    void expectRefused(const std::filesystem::path& path, const std::string& reason)
+    {
+        const LogCapture log;
+        EXPECT_FALSE(openFile(path)) << path;
+        const auto lines = log.texts(LogMessageType::Warning);
+        ASSERT_EQ(lines.size(), 1u) << path;
+        EXPECT_THAT(lines[0], HasSubstr(path.string()));
+        EXPECT_THAT(lines[0], HasSubstr(reason));
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(HostileFiles, CutOffAnywhere)
+{
+    for (const auto& file : makeAll()) {
+        ASSERT_TRUE(openFile(file)) << file;
+        const Bytes whole = readBytes(file);
+        const auto cut = folder / ("cut" + file.extension().string());
+        for (int part = 1; part < 40; ++part) {
+            const std::size_t length = whole.size() * static_cast<std::size_t>(part) / 40;
+            writeBytes(cut, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
+            {
+                const LogCapture log;
+                EXPECT_FALSE(openFile(cut)) << file << " cut to " << length << " of " << whole.size();
+                const auto lines = log.texts(LogMessageType::Warning);
+                ASSERT_EQ(lines.size(), 1u) << file << length;
+                EXPECT_THAT(lines[0], HasSubstr(cut.string()));
+            }
+            tryEverything(cut);
+        }
+    }
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), 0u);
+}
+
+TEST_F(HostileFiles, CutOffTellsRowsAndKeepsThem)
+{
+    auto picture = gradient(200, 160, 255);
+    std::mt19937 random(3); // noise, so that the rows fill the file
+    for (std::size_t i = 0; i < picture->pixelCount(); ++i)
+        picture->data()[i].g += static_cast<float>(random() % 3) / 255.0f;
+    ImageWriteSettings settings = writeSettingsForPath("a.png");
+    for (const char* const name : {"a.jpg", "a.png"}) {
+        settings = writeSettingsForPath(name);
+        const auto file = folder / name;
+        writeImage(file, *picture, settings);
+        Bytes whole = readBytes(file);
+        whole.resize(whole.size() * 6 / 10);
+        writeBytes(file, whole);
+        expectRefused(file, "the picture is cut off: ");
+        expectRefused(file, " of 160 rows are there");
+        const LogCapture log;
+        const auto read = openAsSRGB(file, kAsIs);
+        ASSERT_TRUE(read) << name;
+        EXPECT_EQ(log.texts(LogMessageType::Warning).size(), 1u);
+        const auto top = read->copy({0, 0, 200, 32});
+        EXPECT_LT(worstDifference(*top, *picture->copy({0, 0, 200, 32})), 0.03) << name;
+        EXPECT_TRUE(ImageReader::instance().getThumbnailBySide(file, 20, true, nullptr, {})) << name;
+    }
+}
+
+TEST_F(HostileFiles, FlippedBytes)
+{
+    std::mt19937 random(11);
+    for (const auto& file : makeAll()) {
+        const Bytes whole = readBytes(file);
+        const auto bent = folder / ("bent" + file.extension().string());
+        for (int round = 0; round < 60; ++round) {
+            Bytes bytes = whole;
+            // Half of the rounds hit the headers, where damage leads farthest.
+            const std::size_t reach = round % 2 == 0 ? std::min<std::size_t>(bytes.size(), 300) : bytes.size();
+            for (int flips = 0; flips < 1 + round % 8; ++flips)
+                bytes[random() % reach] = static_cast<unsigned char>(random());
+            writeBytes(bent, bytes);
+            tryEverything(bent);
+        }
+    }
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), 0u);
+}
+
+TEST_F(HostileFiles, GiganticIsRefusedBeforeItCosts)
+{
+    const auto picture = gradient(16, 16, 255);
+    writeImage(folder / "a.png", *picture, writeSettingsForPath("a.png"));
+    Bytes bytes = readBytes(folder / "a.png");
+    const auto setSize = [&bytes](std::uint32_t side) {
+        for (const std::size_t at : {16u, 20u})
+            for (std::size_t i = 0; i < 4; ++i)
+                bytes[at + i] = static_cast<unsigned char>(side >> (24 - 8 * i));
+        std::uint32_t crc = 0xFFFFFFFFu; // of the header chunk (PNG, annex D)
+        for (std::size_t i = 12; i < 29; ++i) {
+            crc ^= bytes[i];
+            for (int bit = 0; bit < 8; ++bit)
+                crc = (crc & 1u) != 0 ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
+        }
+        crc = ~crc;
+        for (std::size_t i = 0; i < 4; ++i)
+            bytes[29 + i] = static_cast<unsigned char>(crc >> (24 - 8 * i));
+    };
+    MemoryManager::instance().resetPeak();
+    setSize(60000);
+    writeBytes(folder / "huge.png", bytes);
+    expectRefused(folder / "huge.png", "60000 x 60000 pixels is larger than the limit of 1000000000 pixels");
+    EXPECT_FALSE(ImageReader::readMetadata(folder / "huge.png"));
+    EXPECT_FALSE(ImageReader::instance().getThumbnailBySide(folder / "huge.png", 32, true, nullptr, {}));
+    setSize(30000);
+    writeBytes(folder / "bomb.png", bytes);
+    expectRefused(folder / "bomb.png", "a picture of 30000 x 30000 pixels was announced, the file has only");
+    EXPECT_LT(MemoryManager::instance().peakBytes(), std::size_t{1} << 20);
+
+    Bytes jpeg;
+    makeJpeg(folder / "a.jpg", 16, 16, Bytes(768, 99), {});
+    jpeg = readBytes(folder / "a.jpg");
+    for (std::size_t i = 0; i + 9 < jpeg.size(); ++i)
+        if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
+            for (const std::size_t at : {i + 5, i + 7}) {
+                jpeg[at] = 0xEA; // 60000
+                jpeg[at + 1] = 0x60;
+            }
+            break;
+        }
+    writeBytes(folder / "huge.jpg", jpeg);
+    expectRefused(folder / "huge.jpg", "60000 x 60000 pixels is larger");
+
+    ImageReadOptions small;
+    small.maxPixels = 255;
+    EXPECT_FALSE(
+        ImageReader::instance().open({folder / "a.png", ""}, small, ImageReaderOpenFlag::Bracket, nullptr, "", -1));
+    small.maxPixels = 256;
+    EXPECT_TRUE(
+        ImageReader::instance().open({folder / "a.png", ""}, small, ImageReaderOpenFlag::Bracket, nullptr, "", -1));
+}
+
+TEST_F(HostileFiles, NoPicturesAreRefusedWithAReason)
+{
+    expectRefused(folder / "missing.jpg", "No such file");
+    expectRefused(folder.path(), "a folder was found");
+    writeBytes(folder / "empty.jpg", {});
+    expectRefused(folder / "empty.jpg", "an empty file was found");
+    std::ofstream(folder / "text.jpg") << "hello, this is no picture\n";
+    expectRefused(folder / "text.jpg", "it begins with 68 65 6c 6c 6f");
+    ASSERT_EQ(::mkfifo((folder / "pipe.jpg").c_str(), 0600), 0);
+    expectRefused(folder / "pipe.jpg", "a pipe or device was found");
+    expectRefused("/dev/zero", "a pipe or device was found");
+    for (const char* const name : {"missing.jpg", "empty.jpg", "text.jpg", "pipe.jpg"}) {
+        EXPECT_FALSE(isRawImageFile(folder / name)) << name;
+        EXPECT_FALSE(ImageReader::readMetadata(folder / name)) << name;
+        EXPECT_FALSE(ImageReader::instance().getThumbnailBySide(folder / name, 32, true, nullptr, {})) << name;
+    }
+}
+
+TEST_F(HostileFiles, ContentCountsNotTheName)
+{
+    writeImage(folder / "a.png", *gradient(20, 10, 255), writeSettingsForPath("a.png"));
+    std::filesystem::rename(folder / "a.png", folder / "a.jpg");
+    EXPECT_TRUE(openFile(folder / "a.jpg"));
+}
+
+TEST_F(HostileFiles, FinishedPicturesAreNotRaw)
+{
+    for (const auto& file : makeAll())
+        EXPECT_FALSE(isRawImageFile(file)) << file;
+    // A developed TIFF that tells a camera is still no raw file, gray or not.
+    auto metadata = std::make_shared<ImageMetadata>();
+    EmbeddedMetadata blocks;
+    blocks.exif = exifBlock({.timeAbove = 1, .timeBelow = 50, .make = "Canon"});
+    metadata->embedded = std::make_shared<const EmbeddedMetadata>(blocks);
+    for (const int bits : {8, 16}) {
+        ImageWriteSettings settings = writeSettingsForPath("c.tif");
+        settings.bits = bits;
+        settings.metadata = metadata;
+        writeImage(folder / "c.tif", *gradient(64, 48), settings);
+        EXPECT_EQ(ImageReader::readMetadata(folder / "c.tif")->cameraMake, "Canon");
+        EXPECT_FALSE(isRawImageFile(folder / "c.tif"));
+    }
+    for (const int bits : {8, 16}) {
+        makeTiff(folder / "g.tif", 64, 48, Bytes(64u * 48u * static_cast<unsigned>(bits) / 8u, 77),
+                 {.channels = 1, .bits = bits, .photometric = 1});
+        EXPECT_FALSE(isRawImageFile(folder / "g.tif")) << bits;
+        EXPECT_TRUE(openFile(folder / "g.tif")) << bits;
+    }
+}
+
+TEST_F(HostileFiles, PartsThatAreNotThere)
+{
+    writeImage(folder / "a.png", *gradient(20, 10, 255), writeSettingsForPath("a.png"));
+    const auto open = [&](const std::string& part, int index) {
+        return ImageReader::instance().open({folder / "a.png", part}, {}, ImageReaderOpenFlag::Bracket, nullptr, "",
+                                            index);
+    };
+    EXPECT_TRUE(open("", 0));
+    EXPECT_FALSE(open("", 1));
+    EXPECT_FALSE(open("left", -1));
+}
+
+} // namespace
+} // namespace orvo::test

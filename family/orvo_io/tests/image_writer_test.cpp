@@ -1,0 +1,306 @@
+#include "test_files.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+
+#include <exiv2/exiv2.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <limits>
+
+namespace orvo::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::string messageOf(const std::function<void()>& call)
+{
+    try {
+        call();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "nothing was thrown";
+}
+
+class ImageWriterTest : public ::testing::Test
+{
+protected:
+    TemporaryFolder folder;
+};
+
+TEST_F(ImageWriterTest, RoundTrips)
+{
+    struct Case
+    {
+        const char* name;
+        int bits;
+        double tolerance;
+    };
+    // Half a step of the samples, and what floats add to it.
+    const double kHalf8 = 0.5 / 255 + 1e-6;
+    const double kHalf16 = 0.5 / 65535 + 1e-6;
+    for (const _Size<int> size : {_Size<int>(1, 1), _Size<int>(1, 9), _Size<int>(333, 5), _Size<int>(130, 97)}) {
+        const auto picture = gradient(size.width, size.height);
+        for (const Case& c : {Case{"a.png", 8, kHalf8}, Case{"a.png", 16, kHalf16}, Case{"a.tif", 8, kHalf8},
+                              Case{"a.tif", 16, kHalf16}, Case{"a.exr", 32, 1e-5}, Case{"a.exr", 16, 1e-3},
+                              Case{"a.jpg", 8, 3.5 / 255}}) {
+            ImageWriteSettings settings = writeSettingsForPath(c.name);
+            settings.bits = c.bits;
+            settings.jpegQuality = 100;
+            ASSERT_TRUE(writeImage(folder / c.name, *picture, settings));
+            const auto read = openAsSRGB(folder / c.name);
+            ASSERT_TRUE(read) << c.name;
+            EXPECT_LE(worstDifference(*read, *picture), c.tolerance) << c.name << c.bits << " " << size.width;
+        }
+    }
+}
+
+TEST_F(ImageWriterTest, ConvertsToTheWantedProfileAndEmbedsIt)
+{
+    auto picture = uniform(30, 20, 0.3f, 0.6f, 0.4f);
+    picture->convertTo(ColorProfileType::melissaRGB());
+    for (const char* const name : {"a.png", "a.tif", "a.jpg"})
+        for (const auto& profile : {ColorProfileType::sRGB(), ColorProfileType::melissaRGB()}) {
+            ImageWriteSettings settings = writeSettingsForPath(name);
+            settings.profile = profile;
+            writeImage(folder / name, *picture, settings);
+            const auto image = openFile(folder / name);
+            ASSERT_TRUE(image) << name;
+            EXPECT_EQ(*image->metadata()->fileProfile, *profile) << name;
+            EXPECT_LT(worstDifference(*pixelsOf(image), *picture), 2.0 / 255) << name;
+        }
+}
+
+TEST_F(ImageWriterTest, RoundsAndLimits)
+{
+    auto picture = uniform(4, 1, 0.0f, 0.0f, 0.0f);
+    picture->row(0)[0] = {-1.0f, 2.0f, std::numeric_limits<float>::quiet_NaN()};
+    picture->row(0)[1] = {0.49f / 255, 0.51f / 255, 254.49f / 255};
+    picture->row(0)[2] = {254.51f / 255, std::numeric_limits<float>::infinity(), 0.5f};
+    ImageWriteSettings settings = writeSettingsForPath("a.png");
+    settings.bits = 8;
+    writeImage(folder / "a.png", *picture, settings);
+    const auto read = openAsSRGB(folder / "a.png");
+    const auto at = [&](int x, float r, float g, float b) {
+        EXPECT_NEAR(read->row(0)[x].r * 255, r, 1e-3) << x;
+        EXPECT_NEAR(read->row(0)[x].g * 255, g, 1e-3) << x;
+        EXPECT_NEAR(read->row(0)[x].b * 255, b, 1e-3) << x;
+    };
+    at(0, 0, 255, 0);
+    at(1, 0, 1, 254);
+    at(2, 255, 255, 128);
+}
+
+TEST_F(ImageWriterTest, ExrKeepsWhatIsBeyond)
+{
+    auto picture = uniform(8, 4, 4.0f, -0.5f, 0.25f);
+    picture->setColorProfile(ColorProfileType::linearSRGB());
+    picture->row(0)[0] = {std::numeric_limits<float>::quiet_NaN(), 1e9f, 0.0f};
+    ImageWriteSettings settings = writeSettingsForPath("a.exr");
+    auto metadata = std::make_shared<ImageMetadata>();
+    metadata->shutterSeconds = 0.01f;
+    metadata->aperture = 4.0f;
+    metadata->isoSpeed = 200.0f;
+    settings.metadata = metadata;
+    writeImage(folder / "a.exr", *picture, settings);
+    const auto image = openFile(folder / "a.exr", ImageReaderOpenFlag::Bracket, ColorProfileType::linearSRGB());
+    ASSERT_TRUE(image);
+    EXPECT_TRUE(image->metadata()->fileProfile->isLinear());
+    EXPECT_EQ(pixelsOf(image)->row(3)[7], (PixelRGB<float>{4.0f, -0.5f, 0.25f}));
+    EXPECT_EQ(pixelsOf(image)->row(0)[0], (PixelRGB<float>{0.0f, 65504.0f, 0.0f}));
+    EXPECT_FLOAT_EQ(image->metadata()->shutterSeconds, 0.01f);
+    EXPECT_TRUE(image->metadata()->hasExposure());
+}
+
+TEST_F(ImageWriterTest, CarriesMetadata)
+{
+    Exiv2::ExifData exif;
+    exif["Exif.Image.Make"] = "Maker";
+    exif["Exif.Image.Model"] = "Model 7";
+    exif["Exif.Image.Copyright"] = "somebody";
+    exif["Exif.Image.Orientation"] = std::uint16_t{6};
+    exif["Exif.Image.StripOffsets"] = std::uint32_t{8};
+    exif["Exif.Photo.ExposureTime"] = Exiv2::URational(1, 125);
+    exif["Exif.Photo.FNumber"] = Exiv2::URational(8, 1);
+    exif["Exif.Photo.ISOSpeedRatings"] = std::uint16_t{320};
+    exif["Exif.Photo.LensModel"] = "Lens 50mm";
+    exif["Exif.Photo.PixelXDimension"] = std::uint32_t{9999};
+    exif["Exif.GPSInfo.GPSLatitudeRef"] = "N";
+    exif["Exif.GPSInfo.GPSLatitude"] = "48/1 30/1 0/1";
+    Exiv2::ExifThumb(exif).setJpegThumbnail(reinterpret_cast<const Exiv2::byte*>("\xFF\xD8\xFF\xD9"), 4);
+    Exiv2::Blob blob;
+    Exiv2::ExifParser::encode(blob, Exiv2::littleEndian, exif);
+    Exiv2::IptcData iptc;
+    iptc["Iptc.Application2.Caption"] = "a caption";
+    Exiv2::XmpData xmp;
+    xmp["Xmp.dc.creator"] = "the creator";
+    xmp["Xmp.tiff.Orientation"] = "6";
+    EmbeddedMetadata blocks;
+    blocks.exif = blob;
+    const Exiv2::DataBuf iptcBytes = Exiv2::IptcParser::encode(iptc);
+    blocks.iptc.assign(iptcBytes.pData_, iptcBytes.pData_ + iptcBytes.size_);
+    Exiv2::XmpParser::encode(blocks.xmp, xmp);
+    auto metadata = std::make_shared<ImageMetadata>();
+    metadata->embedded = std::make_shared<const EmbeddedMetadata>(blocks);
+
+    const auto picture = gradient(60, 40);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif"}) {
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        settings.metadata = metadata;
+        writeImage(folder / name, *picture, settings);
+        const auto read = ImageReader::readMetadata(folder / name);
+        ASSERT_TRUE(read) << name;
+        EXPECT_EQ(read->size, _Size<int>(60, 40)) << name;
+        EXPECT_EQ(read->cameraMake, "Maker") << name;
+        EXPECT_EQ(read->cameraModel, "Model 7") << name;
+        EXPECT_EQ(read->lensModel, "Lens 50mm") << name;
+        EXPECT_FLOAT_EQ(read->shutterSeconds, 0.008f) << name;
+        EXPECT_FLOAT_EQ(read->aperture, 8.0f) << name;
+        EXPECT_FLOAT_EQ(read->isoSpeed, 320.0f) << name;
+        ASSERT_TRUE(read->embedded) << name;
+
+        // What another program sees in the file.
+        const auto other = Exiv2::ImageFactory::open((folder / name).string());
+        other->readMetadata();
+        Exiv2::ExifData& seen = other->exifData();
+        EXPECT_EQ(seen["Exif.Image.Orientation"].toLong(), 1) << name;
+        EXPECT_EQ(seen["Exif.Photo.PixelXDimension"].toLong(), 60) << name;
+        EXPECT_EQ(seen["Exif.Image.Copyright"].toString(), "somebody") << name;
+        EXPECT_EQ(seen["Exif.GPSInfo.GPSLatitude"].toString(), "48/1 30/1 0/1") << name;
+        EXPECT_EQ(Exiv2::ExifThumbC(seen).copy().size_, 0) << name;
+        if (std::string(name) != "a.tif") {
+            EXPECT_EQ(seen.findKey(Exiv2::ExifKey("Exif.Image.StripOffsets")), seen.end()) << name;
+        }
+        EXPECT_EQ(other->xmpData()["Xmp.dc.creator"].toString(), "the creator") << name;
+        EXPECT_EQ(other->xmpData()["Xmp.tiff.Orientation"].toString(), "1") << name;
+        EXPECT_EQ(other->iptcData()["Iptc.Application2.Caption"].toString(), "a caption") << name;
+
+        // And on into the next file.
+        ImageWriteSettings next = writeSettingsForPath("again.jpg");
+        next.metadata = read;
+        writeImage(folder / "again.jpg", *picture, next);
+        const auto again = ImageReader::readMetadata(folder / "again.jpg");
+        EXPECT_EQ(again->lensModel, "Lens 50mm") << name;
+        EXPECT_FALSE(again->embedded->xmp.empty()) << name;
+        EXPECT_FALSE(again->embedded->iptc.empty()) << name;
+    }
+}
+
+TEST_F(ImageWriterTest, MetadataOfNonsenseIsLeftOut)
+{
+    auto metadata = std::make_shared<ImageMetadata>();
+    EmbeddedMetadata blocks;
+    blocks.exif = Bytes(500, 0xAB);
+    blocks.iptc = Bytes(500, 0xCD);
+    blocks.xmp = "<this is not XMP";
+    metadata->embedded = std::make_shared<const EmbeddedMetadata>(blocks);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        settings.metadata = metadata;
+        EXPECT_TRUE(writeImage(folder / name, *gradient(20, 10), settings)) << name;
+        EXPECT_TRUE(openFile(folder / name)) << name;
+    }
+}
+
+TEST_F(ImageWriterTest, FailuresNameFileAndCause)
+{
+    const auto picture = gradient(400, 300);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        const ImageWriteSettings settings = writeSettingsForPath(name);
+        const auto missing = folder / "nowhere" / name;
+        EXPECT_THAT(messageOf([&] { writeImage(missing, *picture, settings); }),
+                    ::testing::AllOf(HasSubstr(missing.string()), HasSubstr("No such file or directory")));
+        EXPECT_THAT(messageOf([&] { writeImage(folder.path(), *picture, settings); }), HasSubstr("Is a directory"));
+        EXPECT_THAT(messageOf([&] { writeImage("/dev/full", *picture, settings); }),
+                    ::testing::AllOf(HasSubstr("/dev/full"), HasSubstr("No space left on device")))
+            << name;
+        EXPECT_TRUE(std::filesystem::exists("/dev/full"));
+    }
+    if (::geteuid() != 0) {
+        std::filesystem::create_directory(folder / "shut");
+        std::filesystem::permissions(folder / "shut",
+                                     std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+        EXPECT_THAT(messageOf([&] { writeImage(folder / "shut" / "a.png", *picture, writeSettingsForPath("a.png")); }),
+                    HasSubstr("Permission denied"));
+    }
+}
+
+TEST_F(ImageWriterTest, CancelRemovesTheFile)
+{
+    const auto picture = gradient(200, 300);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        int asked = 0;
+        settings.cancel = [&asked] { return ++asked > 3; };
+        EXPECT_FALSE(writeImage(folder / name, *picture, settings)) << name;
+        EXPECT_EQ(asked, 4) << name;
+        EXPECT_FALSE(std::filesystem::exists(folder / name)) << name;
+    }
+}
+
+TEST_F(ImageWriterTest, RefusesSettingsThatDoNotFit)
+{
+    const auto picture = gradient(10, 10);
+    const auto attempt = [&](ImageFileFormat format, int bits, int quality = 95) {
+        ImageWriteSettings settings;
+        settings.format = format;
+        settings.bits = bits;
+        settings.jpegQuality = quality;
+        writeImage(folder / "a", *picture, settings);
+    };
+    EXPECT_THROW(attempt(ImageFileFormat::Jpeg, 16), std::invalid_argument);
+    EXPECT_THROW(attempt(ImageFileFormat::Jpeg, 8, 0), std::invalid_argument);
+    EXPECT_THROW(attempt(ImageFileFormat::Jpeg, 8, 101), std::invalid_argument);
+    EXPECT_THROW(attempt(ImageFileFormat::Png, 32), std::invalid_argument);
+    EXPECT_THROW(attempt(ImageFileFormat::Tiff, 1), std::invalid_argument);
+    EXPECT_THROW(attempt(ImageFileFormat::Exr, 8), std::invalid_argument);
+    EXPECT_FALSE(std::filesystem::exists(folder / "a"));
+    const Picture empty({0, 5}, ColorProfileType::sRGB());
+    EXPECT_THROW(writeImage(folder / "a.png", empty, writeSettingsForPath("a.png")), std::invalid_argument);
+    EXPECT_EQ(writeSettingsForPath("x.JPEG").format, ImageFileFormat::Jpeg);
+    EXPECT_EQ(writeSettingsForPath("x.TIF").bits, 16);
+    EXPECT_THROW((void)writeSettingsForPath("x.bmp"), std::invalid_argument);
+    EXPECT_THROW((void)writeSettingsForPath("x"), std::invalid_argument);
+}
+
+TEST_F(ImageWriterTest, AnyNumberOfThreadsWritesTheSameBytes)
+{
+    const auto picture = gradient(211, 150);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        Bytes single;
+        for (const int workers : {1, 2}) {
+            const WorkerLimit limit(workers);
+            ImageWriteSettings settings = writeSettingsForPath(name);
+            settings.profile = ColorProfileType::melissaRGB();
+            writeImage(folder / name, *picture, settings);
+            if (workers == 1)
+                single = readBytes(folder / name);
+            else
+                EXPECT_EQ(readBytes(folder / name), single) << name;
+        }
+    }
+}
+
+TEST_F(ImageWriterTest, NoSecondPlane)
+{
+    const auto picture = gradient(1000, 800);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        MemoryManager::instance().trim(); // a kept plane may be larger than what it is used for
+        const std::size_t before = MemoryManager::instance().liveBytes();
+        MemoryManager::instance().resetPeak();
+        writeImage(folder / name, *picture, writeSettingsForPath(name));
+        EXPECT_LT(MemoryManager::instance().peakBytes() - before, picture->pixelCount()) << name;
+        EXPECT_EQ(MemoryManager::instance().liveBytes(), before) << name;
+        MemoryManager::instance().resetPeak();
+        const auto image = openFile(folder / name);
+        ASSERT_TRUE(image);
+        EXPECT_LT(MemoryManager::instance().peakBytes() - before, picture->pixelCount() * 13) << name;
+    }
+}
+
+} // namespace
+} // namespace orvo::test

@@ -88,8 +88,10 @@ void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& setting
     if (!blocks.xmp.empty())
         TIFFSetField(tiff, TIFFTAG_XMLPACKET, static_cast<std::uint32_t>(blocks.xmp.size()), blocks.xmp.data());
     if (!blocks.iptc.empty()) {
-        blocks.iptc.resize((blocks.iptc.size() + 3) / 4 * 4); // counted in words of 4 bytes
-        TIFFSetField(tiff, TIFFTAG_RICHTIFFIPTC, static_cast<std::uint32_t>(blocks.iptc.size() / 4),
+        // Versions of libtiff differ in whether they count this tag in bytes or in words of 4.
+        const bool words = TIFFFieldDataType(TIFFFieldWithTag(tiff, TIFFTAG_RICHTIFFIPTC)) == TIFF_LONG;
+        blocks.iptc.resize((blocks.iptc.size() + 3) / 4 * 4);
+        TIFFSetField(tiff, TIFFTAG_RICHTIFFIPTC, static_cast<std::uint32_t>(blocks.iptc.size() / (words ? 4 : 1)),
                      blocks.iptc.data());
     }
 }

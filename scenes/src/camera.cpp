@@ -170,41 +170,66 @@ float NoiseSource::noisy(float linear, std::uint64_t sample) const
     return linear + std::sqrt(variance) * normalNumber(seed + sample * kGolden);
 }
 
-void seenRow(const RadianceScene& scene, const Shot& shot, const Homography& map, int y, int width,
-             PixelRGB<float>* row)
+Sight::Sight(const RadianceScene& scene_, const Shot& shot)
+    : scene(scene_), subject(shot.subject), map(sceneFromFrame(shot.view, scene_.size()))
 {
-    scene.radianceRow(map, y, width, row);
-    if (!shot.subject)
+    if (!subject)
         return;
-    for (int x = 0; x < width; ++x) {
-        const auto at = mapPoint(map, {static_cast<double>(x), static_cast<double>(y)});
-        const SubjectSample subject = sampleSubject(*shot.subject, at.x, at.y);
-        if (subject.coverage > 0.0f)
-            row[x] = mix(row[x], subject.light, subject.coverage);
+    const Homography frameFromScene = inverse(map);
+    const _Rect<double> bounds = subjectBounds(*subject);
+    double left = HUGE_VAL, top = HUGE_VAL, right = -HUGE_VAL, bottom = -HUGE_VAL;
+    for (const double x : {bounds.x, bounds.x + bounds.width})
+        for (const double y : {bounds.y, bounds.y + bounds.height}) {
+            const auto corner = mapPoint(frameFromScene, {x, y});
+            left = std::min(left, corner.x);
+            right = std::max(right, corner.x);
+            top = std::min(top, corner.y);
+            bottom = std::max(bottom, corner.y);
+        }
+    subjectBox = {left, top, right - left, bottom - top};
+}
+
+template <typename Visit>
+void Sight::overSubject(int y, int width, const Visit& visit) const
+{
+    if (!subject || y < subjectBox.y || y > subjectBox.y + subjectBox.height)
+        return;
+    const double last = std::min(width - 1.0, subjectBox.x + subjectBox.width);
+    for (double x = std::max(0.0, std::ceil(subjectBox.x)); x <= last; ++x) {
+        const auto at = mapPoint(map, {x, static_cast<double>(y)});
+        const SubjectSample sample = sampleSubject(*subject, at.x, at.y);
+        if (sample.coverage > 0.0f)
+            visit(static_cast<int>(x), sample);
     }
+}
+
+void Sight::row(int y, int width, PixelRGB<float>* light) const
+{
+    scene.radianceRow(map, y, width, light);
+    overSubject(y, width,
+                [&](int x, const SubjectSample& sample) { light[x] = mix(light[x], sample.light, sample.coverage); });
+}
+
+void Sight::coverageRow(int y, int width, float* coverageOut) const
+{
+    std::fill(coverageOut, coverageOut + width, 0.0f);
+    overSubject(y, width, [&](int x, const SubjectSample& sample) { coverageOut[x] = sample.coverage; });
 }
 
 std::shared_ptr<Picture> seenRadiance(const RadianceScene& scene, const Shot& shot)
 {
     auto picture = std::make_shared<Picture>(scene.size(), ColorProfileType::linearSRGB());
-    const Homography map = sceneFromFrame(shot.view, scene.size());
-    const auto seeRow = [&](int y) { seenRow(scene, shot, map, y, picture->width(), picture->row(y)); };
+    const Sight sight(scene, shot);
+    const auto seeRow = [&](int y) { sight.row(y, picture->width(), picture->row(y)); };
     forEachRow(picture->height(), seeRow);
     return picture;
 }
 
 std::shared_ptr<MaskImage> subjectMask(const RadianceScene& scene, const Shot& shot)
 {
-    auto mask = std::make_shared<MaskImage>(scene.size(), 0.0f);
-    if (!shot.subject)
-        return mask;
-    const Homography map = sceneFromFrame(shot.view, scene.size());
-    const auto coverRow = [&](int y) {
-        for (int x = 0; x < mask->width(); ++x) {
-            const auto at = mapPoint(map, {static_cast<double>(x), static_cast<double>(y)});
-            mask->row(y)[x] = sampleSubject(*shot.subject, at.x, at.y).coverage;
-        }
-    };
+    auto mask = std::make_shared<MaskImage>(scene.size());
+    const Sight sight(scene, shot);
+    const auto coverRow = [&](int y) { sight.coverageRow(y, mask->width(), mask->row(y)); };
     forEachRow(mask->height(), coverRow);
     return mask;
 }
@@ -214,14 +239,14 @@ std::shared_ptr<Picture> takePicture(const RadianceScene& scene, const CameraSet
     const bool linear = camera.response == ResponseCurve::Linear;
     auto picture =
         std::make_shared<Picture>(scene.size(), linear ? ColorProfileType::linearSRGB() : ColorProfileType::sRGB());
-    const Homography map = sceneFromFrame(shot.view, scene.size());
+    const Sight sight(scene, shot);
     const float gain = static_cast<float>(std::exp2(exposureValue(shot.exposure)));
     const NoiseSource noise(camera.noise, shot.exposure, shot.noiseSeed);
     const CurveTable curve(camera.response);
     const auto exposeRow = [&](int y) {
         PixelRGB<float>* row = picture->row(y);
         const int width = picture->width();
-        seenRow(scene, shot, map, y, width, row);
+        sight.row(y, width, row);
         float* samples = &row->r;
         const std::uint64_t first = static_cast<std::uint64_t>(y) * static_cast<std::uint64_t>(width) * 3;
         const auto count = static_cast<std::uint64_t>(width) * 3;

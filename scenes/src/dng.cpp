@@ -34,7 +34,7 @@ RawPlane exposeSensor(const RadianceScene& scene, const CameraSettings& camera, 
 {
     RawPlane raw{{scene.size().width / 2 * 2, scene.size().height / 2 * 2}, {}};
     raw.samples.resize(static_cast<std::size_t>(raw.size.width) * static_cast<std::size_t>(raw.size.height));
-    const Homography map = sceneFromFrame(shot.view, scene.size());
+    const Sight sight(scene, shot);
     const float gain = static_cast<float>(std::exp2(exposureValue(shot.exposure)));
     const NoiseSource noise(camera.noise, shot.exposure, shot.noiseSeed);
     const std::array<float, 3> channelGain = {gain * static_cast<float>(kPassed[0]),
@@ -42,7 +42,7 @@ RawPlane exposeSensor(const RadianceScene& scene, const CameraSettings& camera, 
                                               gain * static_cast<float>(kPassed[2])};
     const auto exposeRow = [&](int y) {
         std::vector<PixelRGB<float>> light(static_cast<std::size_t>(raw.size.width));
-        seenRow(scene, shot, map, y, raw.size.width, light.data());
+        sight.row(y, raw.size.width, light.data());
         const std::size_t first = static_cast<std::size_t>(y) * light.size();
         for (std::size_t x = 0; x < light.size(); ++x) {
             const std::size_t channel = static_cast<std::size_t>(y & 1) + (x & 1); // RGGB

@@ -17,12 +17,14 @@ Light paintSky(const Spot& p, std::uint32_t seed)
     const float away = std::sqrt(square(p.u - kSunU) + square(p.v - kSunV));
     sky = sky + Light{13.0f, 10.0f, 6.0f} * std::exp(-away / 0.10f);
 
-    // Clouds: two layers of stretched noise; the side towards the sun is bright, the belly gray.
-    const float lift = 1.0f + 1.5f * height;
-    const float body = layeredNoise(p.u, p.v * lift, 7.0f, p.px, seed + 11u, 0.58f);
-    const float density = smooth(0.02f, 0.55f, body + 0.18f - 0.3f * std::abs(height - 0.5f));
+    // Clouds lie on a ceiling: towards the horizon they come together and flatten. The side towards the sun is bright,
+    // the belly gray.
+    const float distance = 1.0f / (0.30f + 0.70f * height);
+    const Spot q{(p.u - 0.71f) * (0.7f + 0.3f * distance), 0.55f * distance, p.px * distance};
+    const float body = layeredNoise(q.u, q.v, 7.0f, q.px, seed + 11u, 0.58f);
+    const float density = smooth(0.05f, 0.55f, body + 0.10f) * smooth(0.02f, 0.15f, height);
     if (density > 0.0f) {
-        const float towardsSun = body - layeredNoise(p.u + 0.02f, p.v * lift - 0.02f, 7.0f, p.px, seed + 11u, 0.58f, 3);
+        const float towardsSun = body - layeredNoise(q.u + 0.02f, q.v + 0.02f, 7.0f, q.px, seed + 11u, 0.58f, 3);
         const Light cloud = mix({7.0f, 7.6f, 8.6f}, {19.0f, 17.5f, 15.5f}, limited(0.55f + 1.2f * towardsSun));
         sky = mix(sky, cloud, density * 0.9f);
     }

@@ -5,9 +5,26 @@
 
 namespace orvo::scenes {
 
-/// Light of the scene with the walker in frame row `y`.
-void seenRow(const RadianceScene& scene, const Shot& shot, const Homography& sceneFromFrameMap, int y, int width,
-             PixelRGB<float>* row);
+/// What reaches the sensor in one shot, row by row.
+class Sight
+{
+public:
+    Sight(const RadianceScene& scene, const Shot& shot);
+    /// Light of the scene with the walker, pixels (0, y) .. (width - 1, y) of the frame.
+    void row(int y, int width, PixelRGB<float>* light) const;
+    /// The walker's coverage of the same pixels.
+    void coverageRow(int y, int width, float* coverage) const;
+
+private:
+    /// Calls `visit(x, sample)` where the walker covers something of row `y`.
+    template <typename Visit>
+    void overSubject(int y, int width, const Visit& visit) const;
+
+    const RadianceScene& scene;
+    std::optional<SubjectPlacement> subject;
+    Homography map;
+    _Rect<double> subjectBox; // frame pixels outside which the walker is not
+};
 
 /// Adds noise to linear samples of one channel of a pixel, full scale 1.
 class NoiseSource

@@ -135,8 +135,9 @@ void setMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<int
 
 void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
 {
-    // Photographs: level 3 is some four times faster than level 6 and 2 to 3 percent larger; one filter suffices.
-    constexpr int kDeflateLevel = 3;
+    // Measured on photographs: against level 3, level 1 takes two thirds of the time and makes files 6 to 10 percent
+    // larger; trying more filters than these two costs more than it saves.
+    constexpr int kDeflateLevel = 1;
     Encoder encoder(file);
     PngState& state = encoder.state;
     const std::vector<unsigned char>& icc = settings.profile->icc();

@@ -6,10 +6,13 @@
 #include <exiv2/exiv2.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cmath>
+#include <csignal>
 #include <limits>
+#include <random>
 
 namespace orvo::test {
 namespace {
@@ -227,6 +230,28 @@ TEST_F(ImageWriterTest, FailuresNameFileAndCause)
         EXPECT_THAT(messageOf([&] { writeImage(folder / "shut" / "a.png", *picture, writeSettingsForPath("a.png")); }),
                     HasSubstr("Permission denied"));
     }
+}
+
+TEST_F(ImageWriterTest, PartlyWrittenFileIsRemoved)
+{
+    // A limit on the size of files stands for a disk that fills up half way.
+    auto picture = gradient(400, 300);
+    std::mt19937 random(2); // noise, so that every format needs more than the limit
+    for (std::size_t i = 0; i < picture->pixelCount(); ++i)
+        picture->data()[i].g = static_cast<float>(random() % 1000) / 999.0f;
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+    for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        rlimit limited = old;
+        limited.rlim_cur = 40'000; // bytes
+        ::setrlimit(RLIMIT_FSIZE, &limited);
+        const std::string message = messageOf([&] { writeImage(folder / name, *picture, writeSettingsForPath(name)); });
+        ::setrlimit(RLIMIT_FSIZE, &old);
+        EXPECT_THAT(message, ::testing::AllOf(HasSubstr((folder / name).string()), HasSubstr("File too large")));
+        EXPECT_FALSE(std::filesystem::exists(folder / name)) << name;
+    }
+    std::signal(SIGXFSZ, oldHandler);
 }
 
 TEST_F(ImageWriterTest, CancelRemovesTheFile)

@@ -43,7 +43,8 @@ int main(int argc, char** argv)
         cv::createMergeMertens()->process(frames, fused);
         Picture result({fused.cols, fused.rows}, orvo::ColorProfileType::sRGB());
         for (int y = 0; y < fused.rows; ++y)
-            std::memcpy(result.row(y), fused.ptr(y), static_cast<std::size_t>(fused.cols) * sizeof(orvo::PixelRGB<float>));
+            std::memcpy(result.row(y), fused.ptr(y),
+                        static_cast<std::size_t>(fused.cols) * sizeof(orvo::PixelRGB<float>));
         orvo::writeImage(argv[1], result, orvo::writeSettingsForPath(argv[1]));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bench_opencv_fusion: %s\n", error.what());

@@ -48,14 +48,6 @@ Resampled resample(std::vector<HDRFrame>& input, const HDRSettings& settings = {
     return result;
 }
 
-std::vector<float> evsOf(const std::vector<HDRFrame>& ladder)
-{
-    std::vector<float> evs;
-    for (const HDRFrame& frame : ladder)
-        evs.push_back(frame.ev);
-    return evs;
-}
-
 void expectRungs(const std::vector<HDRFrame>& ladder, float low, float high, float step, std::size_t count)
 {
     ASSERT_EQ(ladder.size(), count);

@@ -1,11 +1,14 @@
 #include <orvo/finishing.hpp>
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_common/scoped_timer.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/local_laplacian.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace orvo {
@@ -16,11 +19,27 @@ constexpr float kTop = 2.0f;    // brighter pixels count as this bright
 constexpr double kTail = 0.001; // share of the pixels beyond each of the two points
 constexpr int kBands = 64;      // of rows, with a histogram each: integers, so any order of adding gives the same
 
-constexpr float kNormalBlack = 0.02f; // a black point up to here is normal
-constexpr float kNormalWhite = 0.98f; // and a white point from here to 1
-constexpr float kMostBlack = 0.05f;   // no more is taken off: haze is part of many pictures
-constexpr float kMostGain = 1.2f;     // a quarter of a stop, encoded: gentle
+constexpr float kNormalBlack = 0.015f; // a black point up to here is normal
+constexpr float kNormalWhite = 0.985f; // and a white point from here to 1
+constexpr float kMostBlack = 0.1f;     // no more is taken off: haze is part of many pictures
+constexpr float kMostGain = 1.6f;      // less than a stop, encoded
 constexpr float kLeastGain = 0.7f;
+
+// A blend that no longer reaches the ends of the scale has been flattened inside as well: the mean of a bright and a
+// dark frame holds half of each frame's contrast. From the first share of missing scale on local contrast is raised,
+// from the second on fully, by a local Laplacian filter, which leaves edges without halo.
+constexpr float kNoticedLoss = 0.04f;
+constexpr float kFullLoss = 0.1f;
+constexpr float kDetail = 0.55f;       // log2 of the gain of the finest differences
+constexpr float kDetailFloor = 0.004f; // a step of 8 bits is noise
+constexpr int kDetailSamples = 9;
+constexpr float kDetailThreshold = 0.4f;
+
+// Stretched tones run smoothly below white instead of ending there: from the first on, never beyond the second.
+constexpr float kShoulder = 0.95f;
+constexpr float kTopTone = 0.997f;
+// And no tone loses more than nine tenths of its light.
+constexpr float kDarkestShare = 0.1f;
 
 // White points below these are meant to be dark: brightening fades out between them.
 constexpr float kNightWhite = 0.35f;
@@ -98,6 +117,107 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
     return {valueOf(low), valueOf(high)};
 }
 
+struct Levels
+{
+    float black = 0.0f; // taken off luminance
+    float gain = 1.0f;
+    float detail = 0.0f; // share of the local contrast that is raised, 0..1
+    [[nodiscard]] bool isNeutral() const { return black == 0.0f && gain == 1.0f && detail == 0.0f; }
+};
+
+Levels plan(const Points& points)
+{
+    Levels levels;
+    const float contrast = smoothStep(kFlatRange, kFullRange, points.white - points.black);
+    const float daylight = smoothStep(kNightWhite, kDayWhite, points.white);
+    levels.black = std::clamp(points.black - kNormalBlack, 0.0f, kMostBlack) * contrast;
+    const float range = points.white - levels.black;
+    if (points.white > 1.0f)
+        levels.gain = std::max(1.0f / points.white, kLeastGain);
+    else if (range < kNormalWhite && range > 0.0f)
+        levels.gain = 1.0f + (std::min(kNormalWhite / range, kMostGain) - 1.0f) * contrast * daylight;
+    const float loss = points.black + std::max(0.0f, 1.0f - points.white);
+    levels.detail = smoothStep(kNoticedLoss, kFullLoss, loss) * contrast * daylight;
+    return levels;
+}
+
+// Luminance with its local contrast raised, less luminance, at half size: fine noise stays as it is, and a quarter of
+// the work is enough.
+class LocalContrast
+{
+public:
+    LocalContrast(const PixelRGB<float>* pixels, int fullWidth, int fullHeight)
+        : width(std::max(fullWidth / 2, 1)), height(std::max(fullHeight / 2, 1)),
+          change(static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
+    {
+        const ManagedPlane<std::int16_t> raised(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+        const int right = std::min(1, fullWidth - 1);
+        const int down = std::min(1, fullHeight - 1) * fullWidth;
+        forEachRow(height, [&](int y) {
+            const PixelRGB<float>* const row = pixels + static_cast<std::ptrdiff_t>(2 * y) * fullWidth;
+            for (int x = 0; x < width; ++x) {
+                const PixelRGB<float>* const p = row + 2 * x;
+                const float mean =
+                    0.25f * (luminance(p[0]) + luminance(p[right]) + luminance(p[down]) + luminance(p[down + right]));
+                const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f;
+                raised[at(x, y)] = static_cast<std::int16_t>(limited * kWhite15);
+                change[at(x, y)] = limited;
+            }
+        });
+        grfx::local_laplacian_gray16(raised.data(), width, height, width, kDetail, kDetailFloor, kDetailSamples,
+                                     kDetailThreshold, 1.0f);
+        forEachRow(height, [&](int y) {
+            for (int x = 0; x < width; ++x)
+                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / kWhite15 - change[at(x, y)];
+        });
+    }
+
+    // Bilinear, for the pixel (x, y) of the full size.
+    [[nodiscard]] float changeAt(int x, int y) const
+    {
+        const int left = std::clamp((x - 1) / 2, 0, width - 1);
+        const int top = std::clamp((y - 1) / 2, 0, height - 1);
+        const int right = std::min(left + 1, width - 1);
+        const int below = std::min(top + 1, height - 1);
+        const float u = x == 0 ? 0.0f : (x % 2 == 0 ? 0.75f : 0.25f);
+        const float v = y == 0 ? 0.0f : (y % 2 == 0 ? 0.75f : 0.25f);
+        const float upper = change[at(left, top)] * (1.0f - u) + change[at(right, top)] * u;
+        const float lower = change[at(left, below)] * (1.0f - u) + change[at(right, below)] * u;
+        return upper * (1.0f - v) + lower * v;
+    }
+
+private:
+    static constexpr float kWhite15 = 32767.0f;
+    [[nodiscard]] std::size_t at(int x, int y) const
+    {
+        return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
+    }
+
+    int width;
+    int height;
+    ManagedPlane<float> change;
+};
+
+// Luminance loses `black`; near it a parabola of the same slope takes over, so that shadows end at 0 without being cut
+// off.
+float leveled(float y, const Levels& levels)
+{
+    const float black = levels.black;
+    if (black == 0.0f)
+        return y * levels.gain;
+    return levels.gain * (y >= 2.0f * black ? y - black : y * std::max(y, 0.0f) / (4.0f * black));
+}
+
+// Below white with an unbroken slope. Tones that were at white before may be there again.
+float shouldered(float strongest, float before)
+{
+    const float top = std::max(kTopTone, std::min(before, 1.0f));
+    if (strongest <= kShoulder)
+        return strongest;
+    const float above = strongest - kShoulder;
+    return kShoulder + above / (1.0f + above / (top - kShoulder));
+}
+
 } // namespace
 
 void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
@@ -105,37 +225,26 @@ void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
     if (pixels == nullptr || width <= 0 || height <= 0)
         return;
     const ScopedTimer timer("normalize_for_hdr", 0);
-    const Points points = measure(pixels, width, height);
-    const float contrast = smoothStep(kFlatRange, kFullRange, points.white - points.black);
-    const float black = std::clamp(points.black - kNormalBlack, 0.0f, kMostBlack) * contrast;
-    float gain = 1.0f;
-    if (points.white > 1.0f)
-        gain = std::max(1.0f / points.white, kLeastGain);
-    else if (points.white - black < kNormalWhite && points.white > black)
-        gain = 1.0f + (std::min(kNormalWhite / (points.white - black), kMostGain) - 1.0f) * contrast *
-                          smoothStep(kNightWhite, kDayWhite, points.white);
-    if (black == 0.0f && gain == 1.0f)
+    const Levels levels = plan(measure(pixels, width, height));
+    if (levels.isNeutral())
         return;
-
-    // Luminance loses `black`; near it a parabola of the same slope takes over, so that shadows end at 0 without being
-    // cut off.
-    const auto factorAt = [black, gain](float y) {
-        if (black == 0.0f)
-            return gain;
-        return gain * (y >= 2.0f * black ? 1.0f - black / y : std::max(y, 0.0f) / (4.0f * black));
-    };
-    const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t i = first; i != last; ++i) {
-            PixelRGB<float>& p = pixels[i];
+    std::optional<LocalContrast> local;
+    if (levels.detail > 0.0f)
+        local.emplace(pixels, width, height);
+    forEachRow(height, [&](int row) {
+        PixelRGB<float>* const line = pixels + static_cast<std::ptrdiff_t>(row) * width;
+        for (int x = 0; x < width; ++x) {
+            PixelRGB<float>& p = line[x];
             const float y = luminance(p);
-            if (!std::isfinite(y))
+            if (!std::isfinite(y) || y <= 0.0f)
                 continue;
-            float factor = factorAt(y);
-            // The few beyond the white point are not pushed out of the scale.
+            float target = leveled(y, levels);
+            if (local)
+                target += levels.gain * levels.detail * local->changeAt(x, row);
+            float factor = std::max(target, kDarkestShare * y) / y;
             const float strongest = std::max({p.r, p.g, p.b});
-            if (factor > 1.0f && strongest * factor > 1.0f)
-                factor = std::max(1.0f, 1.0f / strongest);
+            if (factor > 1.0f)
+                factor = std::max(1.0f, shouldered(strongest * factor, strongest) / strongest);
             p.r *= factor;
             p.g *= factor;
             p.b *= factor;

@@ -1,10 +1,13 @@
-/// Pixel types. With float samples 1.0 is full scale; values outside 0..1 can occur.
+/// Pixel types. Exported, since GCC hides what has a hidden template argument. With float samples 1.0 is full scale;
+/// values outside 0..1 can occur.
 #pragma once
+
+#include <orvo_common/export.hpp>
 
 namespace orvo {
 
 template <typename T>
-struct PixelRGB
+struct ORVO_EXPORT PixelRGB
 {
     T r{};
     T g{};
@@ -13,7 +16,7 @@ struct PixelRGB
 };
 
 template <typename T>
-struct PixelRGBA
+struct ORVO_EXPORT PixelRGBA
 {
     T r{};
     T g{};

@@ -1,0 +1,290 @@
+// The bracket operations against rendered scenes whose truth is known.
+#include "bracket/align_frames.hpp"
+#include "bracket/deghosting.hpp"
+#include "bracket/estimate_pair.hpp"
+#include "bracket/load_frames.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <orvo/bracket_exposure.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_extensions/bracket.hpp>
+#include <orvo_extensions/hdr.hpp>
+#include <orvo_image_processing/auto_exposure.hpp>
+#include <scenes/bracket_files.hpp>
+#include <scenes/metrics.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace orvo;
+using namespace orvo::test;
+using scenes::Bracket;
+using scenes::BracketRecipe;
+using scenes::CameraView;
+using scenes::Homography;
+using scenes::Picture;
+
+namespace {
+
+CameraView steadyHand()
+{
+    CameraView amplitude;
+    amplitude.rotationDegrees = 0.4;
+    amplitude.shiftX = 14;
+    amplitude.shiftY = 10;
+    amplitude.zoom = 1.002;
+    return amplitude;
+}
+
+BracketRecipe handheld(std::size_t frames, std::uint64_t seed)
+{
+    BracketRecipe recipe;
+    recipe.scene.size = {1536, 1024};
+    recipe.evs.clear();
+    for (std::size_t i = 0; i < frames; ++i)
+        recipe.evs.push_back(-2.0 + 2.0 * static_cast<double>(i));
+    recipe.camera.response = scenes::ResponseCurve::Filmic;
+    recipe.camera.noise = scenes::SensorNoise{};
+    recipe.views = scenes::handShake(frames, frames / 2, steadyHand(), seed);
+    return recipe;
+}
+
+std::vector<HDRFrame> framesOf(const Bracket& bracket)
+{
+    std::vector<HDRFrame> frames;
+    for (std::size_t i = 0; i < bracket.size(); ++i) {
+        HDRFrame frame;
+        frame.image = bracket.frame(i).picture;
+        frame.image->convertTo(ColorProfileType::melissaRGB());
+        frames.push_back(std::move(frame));
+    }
+    return frames;
+}
+
+cv::Mat eightBit(const Picture& picture)
+{
+    cv::Mat mat;
+    cv::Mat(picture.height(), picture.width(), CV_32FC3, const_cast<PixelRGB<float>*>(picture.data()))
+        .convertTo(mat, CV_8UC3, 255.0);
+    return mat;
+}
+
+// What the aligner does with two neighbours, to see the homography itself.
+Homography estimated(const Bracket& bracket, std::size_t first, std::size_t second)
+{
+    const auto frames = framesOf(bracket);
+    const auto a = frames[first].image->copy({});
+    autoExposureAdjustRGB(frames[second].image->data(), a->data(), a->width(), a->height());
+    const cv::Mat a8 = eightBit(*a);
+    const cv::Mat b8 = eightBit(*frames[second].image);
+    auto keypoints1 = detectKeypoints(a8);
+    auto keypoints2 = detectKeypoints(b8);
+    cv::Mat found;
+    EXPECT_TRUE(estimatePair(a8, keypoints1, b8, keypoints2, found, 1.0, a->width(), a->height()));
+    Homography result{};
+    std::copy(found.begin<double>(), found.end<double>(), result.begin());
+    return result;
+}
+
+} // namespace
+
+TEST(SceneTruth, HandheldNeighboursRegisterToHalfAPixel)
+{
+    std::vector<double> errors;
+    for (const std::uint64_t seed : {1u, 2u, 3u}) {
+        const Bracket bracket(handheld(3, seed));
+        for (const std::size_t second : {1u, 2u})
+            errors.push_back(scenes::cornerError(estimated(bracket, second - 1, second),
+                                                 bracket.frameFromFrame(second - 1, second), {1536, 1024}));
+    }
+    std::nth_element(errors.begin(), errors.begin() + 3, errors.end());
+    EXPECT_LT(errors[3], 0.5) << testing::PrintToString(errors);
+    RecordProperty("median_corner_error_px", std::to_string(errors[3]));
+}
+
+TEST(SceneTruth, AlignedFramesShowTheSamePlaces)
+{
+    const Bracket bracket(handheld(3, 5));
+    auto frames = framesOf(bracket);
+    alignFrames(frames, 1, true);
+    // Against the same scene from a tripod, aligned to the middle frame, whose view is the tripod's.
+    auto steady = handheld(3, 5);
+    steady.views.clear();
+    steady.camera.noise.reset();
+    auto truth = framesOf(Bracket(steady));
+    const auto size = frames[0].image->size();
+    EXPECT_GT(size.width, 1536 * 9 / 10);
+    const int left = (1536 - size.width) / 2;
+    // The common rectangle need not be centred: look for the offset by the middle frame, which was only cropped.
+    double best = 1e9;
+    _Point<int> offset;
+    for (int dy = 0; dy <= 1024 - size.height; ++dy)
+        for (int dx = 0; dx <= 1536 - size.width; ++dx) {
+            double sum = 0;
+            for (int k = 0; k < 200; ++k) {
+                const int x = 40 + (k * 67) % (size.width - 80);
+                const int y = 40 + (k * 41) % (size.height - 80);
+                sum +=
+                    static_cast<double>(std::abs(frames[1].image->row(y)[x].g - truth[1].image->row(y + dy)[x + dx].g));
+            }
+            if (sum < best) {
+                best = sum;
+                offset = {dx, dy};
+            }
+        }
+    EXPECT_NEAR(offset.x, left, 20);
+    for (const std::size_t k : {0u, 2u}) {
+        double error = 0;
+        double unaligned = 0;
+        for (int y = 8; y < size.height - 8; y += 3)
+            for (int x = 8; x < size.width - 8; x += 3) {
+                const float expected = truth[k].image->row(y + offset.y)[x + offset.x].g;
+                error += static_cast<double>(std::abs(frames[k].image->row(y)[x].g - expected));
+                unaligned +=
+                    static_cast<double>(std::abs(truth[k].image->row(y + offset.y)[x + offset.x + 8].g - expected));
+            }
+        EXPECT_LT(error, 0.35 * unaligned) << "far less than eight pixels off";
+    }
+}
+
+TEST(SceneTruth, AMovedSubjectLeavesLessThanOnePercentWrong)
+{
+    BracketRecipe recipe;
+    recipe.scene.size = {1200, 800};
+    recipe.camera.response = scenes::ResponseCurve::Srgb;
+    recipe.evs = {-1.5, 0.0, 1.5};
+    recipe.subjects = {{330.0, 760.0, 420.0, 0.6}, {640.0, 760.0, 420.0, 1.2}, {930.0, 760.0, 420.0, 0.3}};
+    const Bracket bracket(recipe);
+    auto frames = framesOf(bracket);
+    // Truth: each frame with the walker where the reference has him.
+    auto still = recipe;
+    still.subjects.assign(3, recipe.subjects[1]);
+    const auto truth = framesOf(Bracket(still));
+    processDeghosting(frames, DeghostAmount::High, 1);
+    for (const std::size_t k : {0u, 2u}) {
+        // Only where the reference can be brought to the frame's exposure: neither blown out nor black in it.
+        const auto mask = bracket.frame(k).subject;
+        const auto there = bracket.frame(1).subject;
+        for (int y = 0; y < mask->height(); ++y)
+            for (int x = 0; x < mask->width(); ++x) {
+                const auto& r = frames[1].image->row(y)[x];
+                const float mean = (r.r + r.g + r.b) / 3;
+                const bool judged = mean < 0.95f;
+                mask->row(y)[x] = judged ? std::max(mask->row(y)[x], there->row(y)[x]) : 0.0f;
+            }
+        EXPECT_LT(scenes::wrongShare(*frames[k].image, *truth[k].image, *mask, 0.08f), 0.01) << "frame " << k;
+    }
+}
+
+TEST(SceneTruth, AShuffledBracketComesOutInOrder)
+{
+    const TemporaryFolder folder;
+    BracketRecipe recipe;
+    recipe.scene.size = {320, 240};
+    recipe.evs = {2.0, -4.0, 0.0, 4.0, -2.0};
+    recipe.camera.noise = scenes::SensorNoise{};
+    const Bracket bracket(recipe);
+    for (const bool exif : {true, false}) {
+        for (const auto format : {scenes::BracketFileFormat::Jpeg, scenes::BracketFileFormat::Tiff16}) {
+            scenes::BracketFileSettings settings;
+            settings.exif = exif;
+            settings.format = format;
+            settings.prefix = exif ? "exif" : "bare";
+            const auto paths = scenes::writeBracket(bracket, folder.path(), settings);
+            const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(paths);
+            EXPECT_THAT(sorted, testing::ElementsAre(paths[1], paths[4], paths[2], paths[0], paths[3])) << exif;
+            ASSERT_EQ(evs.size(), 5u);
+            EXPECT_EQ(evs[2], 0.0f);
+            for (std::size_t i = 0; exif && i < 5; ++i)
+                EXPECT_NEAR(evs[i], -4.0f + 2.0f * static_cast<float>(i), 0.02f);
+        }
+    }
+}
+
+TEST(SceneTruth, RawFramesLoadSequentiallyAndMerge)
+{
+    const TemporaryFolder folder;
+    BracketRecipe recipe;
+    recipe.scene.size = {480, 320};
+    recipe.camera.noise = scenes::SensorNoise{};
+    scenes::BracketFileSettings settings;
+    settings.format = scenes::BracketFileFormat::Dng;
+    const auto paths = scenes::writeBracket(Bracket(recipe), folder.path(), settings);
+    EXPECT_TRUE(areAllRaw(paths));
+    for (const bool chromatic : {false, true}) {
+        HDRSettings merge;
+        merge.alignment = true;
+        merge.chromaticAberrations = chromatic; // aligns after development
+        std::vector<int> phases;
+        const auto [merged, middle] =
+            make_HDR(paths, merge, {}, [&](HDRMergingPhaseName phase) { phases.push_back(static_cast<int>(phase)); });
+        ASSERT_TRUE(merged);
+        EXPECT_FALSE(merged->metadata()->isRaw);
+        EXPECT_TRUE(merged->metadata()->isFinished);
+        EXPECT_TRUE(merged->metadata()->isDeveloped);
+        EXPECT_TRUE(*middle->colorProfile() == *ColorProfileType::melissaRGB()) << "developed";
+        EXPECT_THAT(phases, testing::ElementsAre(0, 1, 2, 3, 4, 5, 6));
+    }
+}
+
+TEST(SceneTruth, ASequentialLoadThatLosesAFileFailsOnStandardError)
+{
+    const TemporaryFolder folder;
+    BracketRecipe recipe;
+    recipe.scene.size = {160, 120};
+    scenes::BracketFileSettings settings;
+    settings.format = scenes::BracketFileFormat::Dng;
+    const auto paths = scenes::writeBracket(Bracket(recipe), folder.path(), settings);
+    // Cut in its pixels, so that it still counts as raw.
+    std::filesystem::resize_file(paths[1], std::filesystem::file_size(paths[1]) * 3 / 4);
+    ASSERT_TRUE(areAllRaw(paths));
+    testing::internal::CaptureStderr();
+    const auto [merged, middle] = make_HDR(paths, {}, {}, nullptr);
+    const std::string complaint = testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(merged);
+    EXPECT_FALSE(middle);
+    EXPECT_THAT(complaint, testing::EndsWith(" make_EFLL: not all images were loaded\n"));
+    EXPECT_THAT(complaint, testing::HasSubstr("make_EFLL("));
+}
+
+TEST(SceneTruth, AMixOfRawAndOtherFilesMerges)
+{
+    const TemporaryFolder folder;
+    BracketRecipe recipe;
+    recipe.scene.size = {240, 160};
+    const Bracket bracket(recipe);
+    scenes::BracketFileSettings settings;
+    auto paths = scenes::writeBracket(bracket, folder.path(), settings);
+    settings.format = scenes::BracketFileFormat::Dng;
+    paths[1] = scenes::writeFrame(bracket, 1, folder.path(), settings);
+    EXPECT_FALSE(areAllRaw(paths));
+    EXPECT_TRUE(make_HDR(paths, {}, {}, nullptr).first);
+}
+
+TEST(SceneTruth, MergesOpenShadowsAndKeepHighlights)
+{
+    const TemporaryFolder folder;
+    BracketRecipe recipe;
+    recipe.scene.size = {600, 400};
+    recipe.evs = {-5.0, 0.0, 5.0};
+    const auto paths = scenes::writeBracket(Bracket(recipe), folder.path(), {});
+    const auto [merged, middle] = make_HDR(paths, {}, {}, nullptr);
+    ASSERT_TRUE(merged);
+    const auto pixels = merged->developedOriginalImageData({});
+    const auto shares = [](const Picture& picture) {
+        std::pair<int, int> ends;
+        for (std::size_t i = 0; i < picture.pixelCount(); ++i) {
+            ends.first += picture.data()[i].g < 0.03f ? 1 : 0;
+            ends.second += picture.data()[i].g > 0.995f ? 1 : 0;
+        }
+        return ends;
+    };
+    const auto before = shares(*middle);
+    const auto after = shares(*pixels);
+    EXPECT_LT(after.first, before.first / 4) << "deep shadows of the middle frame are open";
+    EXPECT_LT(after.second, before.second / 4) << "its blown highlights are back";
+}

@@ -30,13 +30,15 @@ using scenes::Picture;
 
 namespace {
 
+// A practised hand at 1536 pixels of width. More than 0.3 percent of a side is where the aligner's outlier cut begins to
+// keep the tenth of the matches that moved least, which costs accuracy at the corners.
 CameraView steadyHand()
 {
     CameraView amplitude;
-    amplitude.rotationDegrees = 0.4;
-    amplitude.shiftX = 14;
-    amplitude.shiftY = 10;
-    amplitude.zoom = 1.002;
+    amplitude.rotationDegrees = 0.12;
+    amplitude.shiftX = 4;
+    amplitude.shiftY = 3;
+    amplitude.zoom = 1.0005;
     return amplitude;
 }
 

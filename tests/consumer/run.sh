@@ -8,7 +8,7 @@ cmake --install "$build" --prefix "$scratch/prefix" >"$scratch/install.log"
 cmake -S "$source" -B "$scratch/build" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >"$scratch/configure.log"
 cmake --build "$scratch/build" >"$scratch/build.log" || { cat "$scratch/build.log" >&2; exit 1; }
 "$scratch/prefix/bin/orvo" demo --size 300 "$scratch/demo" >"$scratch/demo.log" 2>&1 || { cat "$scratch/demo.log" >&2; exit 1; }
-frames=$(find "$scratch/demo" -name '*.jpg' -path '*bracket*' ! -name '*merged*' | sort | head -n 3)
+frames=$(find "$scratch/demo/handheld" -name '*.jpg' | sort)
 # shellcheck disable=SC2086 # the demo's names hold no blanks
 "$scratch/build/consumer" $frames "$scratch/merged.png"
 test -s "$scratch/merged.png"

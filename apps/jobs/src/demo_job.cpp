@@ -49,7 +49,7 @@ const std::array<Exhibit, 3>& exhibits()
                 scenes::BracketFileFormat::Dng,
                 ".dng",
                 ".tif",
-                {0.0, -2.0, 2.0},
+                {0.0, -3.0, 3.0},
                 true,
                 false},
     };
@@ -67,15 +67,15 @@ scenes::BracketRecipe recipeOf(const Exhibit& exhibit, _Size<int> size)
     if (exhibit.format == scenes::BracketFileFormat::Jpeg)
         recipe.camera.response = scenes::ResponseCurve::Filmic;
     if (exhibit.handheld) {
-        constexpr double kShake = 0.015; // of the picture's height: a calm hand
-        constexpr double kTurnDegrees = 0.4;
+        constexpr double kShake = 0.004; // of the picture's height: a calm hand
+        constexpr double kTurnDegrees = 0.12;
         const scenes::CameraView amplitude{
             .rotationDegrees = kTurnDegrees, .shiftX = kShake * size.height, .shiftY = kShake * size.height};
         recipe.views = scenes::handShake(exhibit.evs.size(), 0, amplitude, /*seed=*/7);
     }
     for (std::size_t i = 0; exhibit.walker && i < exhibit.evs.size(); ++i) {
         const double step = static_cast<double>(i);
-        recipe.subjects.push_back({.x = (0.30 + 0.12 * step) * size.width, // from the shelf to the window
+        recipe.subjects.push_back({.x = (0.66 + 0.11 * step) * size.width, // along the brick wall
                                    .y = 0.97 * size.height,
                                    .height = 0.6 * size.height,
                                    .stride = 0.5 + 0.7 * step});

@@ -7,6 +7,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <optional>
+#include <vector>
 
 namespace orvo {
 
@@ -37,20 +40,37 @@ void fillTable(float* table, const ToneCurveMap& map)
     }
 }
 
-/// `tables`: one for each channel, one after another.
-ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables)
+// White holds no colour. The channels' curves are fitted apart and end at different heights, which would dye all that
+// is clipped; pixels whose darkest channel is beyond the first of these run together until they meet at the second.
+constexpr float kMeetFrom = 0.97f;
+constexpr float kMeetAt = 1.0f;
+
+/// `tables`: one for each channel, one after another. `clippedTone`: the least that white becomes.
+ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables,
+                                    float clippedTone)
 {
     const float* const channel[3] = {tables, tables + kTableSize, tables + 2 * kTableSize};
-    for (std::size_t i = 0; i < pixels; ++i)
+    for (std::size_t i = 0; i < pixels; ++i) {
+        float* const p = samples + 3 * i;
+        float out[3];
+        float darkest = kLargestRoot;
+        float brightest = clippedTone;
         for (std::size_t c = 0; c < 3; ++c) {
-            const float v = samples[3 * i + c];
+            const float v = p[c];
             const float root = std::sqrt(v > 0.0f ? v : 0.0f);
             const float place = (root < kLargestRoot ? root : kLargestRoot) * kPerRoot;
             const float whole = place < static_cast<float>(kTableSize - 2) ? place : static_cast<float>(kTableSize - 2);
             const int index = static_cast<int>(whole);
             const float low = channel[c][index];
-            samples[3 * i + c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
+            out[c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
+            darkest = v < darkest ? v : darkest;
+            brightest = out[c] > brightest ? out[c] : brightest;
         }
+        const float reach = (darkest - kMeetFrom) / (kMeetAt - kMeetFrom);
+        const float t = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
+        for (std::size_t c = 0; c < 3; ++c)
+            p[c] = out[c] + (brightest - out[c]) * t;
+    }
 }
 
 bool isNeutral(const auto_exposure_data_t& data)
@@ -64,6 +84,25 @@ FittedCurve fitAllChannels(const PatchPairs& pairs)
     for (const auto& channel : pairs.channels)
         all.insert(all.end(), channel.begin(), channel.end());
     return detail::fitCurve(all);
+}
+
+// What the first frame shows where the second is clipped in all channels: the middle brightness of those patches; none
+// if there are too few.
+std::optional<float> toneOfClipped(const PatchPairs& pairs)
+{
+    constexpr float kClippedMean = 0.98f;
+    constexpr std::size_t kFewest = 16;
+    std::vector<float> tones;
+    for (std::size_t i = 0; i < pairs.channels[0].size(); ++i) {
+        const auto of = [&](std::size_t c) -> const detail::PatchPair& { return pairs.channels[c][i]; };
+        if (std::min({of(0).b, of(1).b, of(2).b}) > kClippedMean)
+            tones.push_back((of(0).a + of(1).a + of(2).a) / 3.0f);
+    }
+    if (tones.size() < kFewest)
+        return std::nullopt;
+    const auto middle = tones.begin() + static_cast<std::ptrdiff_t>(tones.size() / 2);
+    std::nth_element(tones.begin(), middle, tones.end());
+    return *middle;
 }
 
 } // namespace
@@ -90,6 +129,7 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
     // A channel without enough usable tones of its own follows the others.
     for (std::size_t c = 0; c < 3; ++c)
         data.curves[c] = fits[c].map.knots > 0 ? fits[c].map : common.map;
+    data.clippedTone = toneOfClipped(pairs);
 }
 
 void autoExposureApplyRGB(const float*, float* b, int width, int height, const auto_exposure_data_t& data)
@@ -100,7 +140,9 @@ void autoExposureApplyRGB(const float*, float* b, int width, int height, const a
     for (std::size_t c = 0; c < 3; ++c)
         fillTable(tables.data() + c * kTableSize, data.curves[c]);
     forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
-                 [&](std::size_t first, std::size_t last) { applyTables(b + 3 * first, last - first, tables.data()); });
+                 [&](std::size_t first, std::size_t last) {
+                     applyTables(b + 3 * first, last - first, tables.data(), data.clippedTone.value_or(0.0f));
+                 });
 }
 
 void autoExposureAdjustRGB(const float* a, float* b, int width, int height)

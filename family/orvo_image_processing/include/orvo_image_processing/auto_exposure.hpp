@@ -5,6 +5,7 @@
 #include <orvo_core/pixel.hpp>
 
 #include <array>
+#include <optional>
 
 namespace orvo {
 
@@ -30,6 +31,7 @@ struct auto_exposure_data_t
     float expM = 0.5f;  ///< encoded middle tone of the changed frame, which gets its exact exposure; 0.2..0.6
     float contr = 1.0f; ///< slope of log light against log light; told only, the curves hold it already
     std::array<ToneCurveMap, 3> curves; ///< in channel order
+    std::optional<float> clippedTone;   ///< encoded tone in the first frame of what is clipped in the second
 };
 
 /// Estimates the map that takes `b` to the exposure of `a`. Both are `width` x `height`, encoded with the sRGB
@@ -47,7 +49,8 @@ struct auto_exposure_data_t
 ORVO_EXPORT void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,
                                          auto_exposure_data_t& data, int mode);
 
-/// Applies the map to `b`, in place, in parallel. `a` is not read. A neutral record changes no bit. Otherwise
+/// Applies the map to `b`, in place, in parallel: `a` is not read. Towards white the channels run together, so that
+/// what is clipped stays neutral. A neutral record changes no bit. Otherwise
 /// negative values and what is not a number become 0; finite values stay finite.
 ORVO_EXPORT void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
                                       const auto_exposure_data_t& data);

@@ -56,8 +56,10 @@ Span spanOf(int cell, int sourceSize, int targetSize)
     span.first = static_cast<int>(std::floor(start));
     span.end = std::min(static_cast<int>(std::ceil(stop)), sourceSize);
     span.firstShare = std::floor(start) + 1.0f - start;
+    // A cell that ends on a border covers its last pixel whole, and so does the last cell, whose end may come out a
+    // little beyond the picture.
     const float lastShare = stop - std::floor(stop);
-    span.lastShare = lastShare > 0.0f ? lastShare : 1.0f; // a cell that ends on a border covers its last pixel whole
+    span.lastShare = lastShare > 0.0f && stop < static_cast<float>(sourceSize) ? lastShare : 1.0f;
     return span;
 }
 

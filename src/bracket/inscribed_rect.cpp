@@ -2,6 +2,7 @@
 
 #include <opencv2/calib3d.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 
@@ -10,6 +11,9 @@ namespace {
 
 // Squared pixels; farther intersections belong to a transform that has gone wrong.
 constexpr float kFarthest = 1e10f;
+
+// Pixels; a corner beyond it is cut to it, since neither it nor the width between two such fits an int otherwise.
+constexpr float kOutermost = 1e9f;
 
 // Where the line through `origin` along `direction` meets the line through a and b; nothing if they are parallel.
 std::optional<cv::Point2f> intersection(cv::Point2f origin, cv::Point2f direction, cv::Point2f a, cv::Point2f b)
@@ -57,7 +61,9 @@ cv::Rect inscribedRect(const std::vector<cv::Point2f>& corners, float width, flo
     }
     const float dx = std::abs(found.x - centre.x);
     const float dy = std::abs(found.y - centre.y);
-    const auto rounded = [](float v) { return static_cast<int>(std::rint(v)); };
+    const auto rounded = [](float v) { // what is not a number counts as outermost
+        return static_cast<int>(std::rint(v > -kOutermost ? std::min(v, kOutermost) : -kOutermost));
+    };
     return {cv::Point(rounded(centre.x + dx), rounded(centre.y + dy)),
             cv::Point(rounded(centre.x - dx), rounded(centre.y - dy))};
 }

@@ -58,6 +58,20 @@ TEST(DownsampleArea, IsTheMeanOfTheCoveredArea)
     }
 }
 
+TEST(DownsampleArea, TheLastColumnAndRowCountInFull)
+{
+    // At these sizes the ends of the last cell come out a little beyond the picture.
+    const auto picture = drawn(55, 55, [](int x, int y) {
+        const float v = x == 54 || y == 54 ? 1.0f : 0.0f;
+        return PixelRGB<float>{v, v, v};
+    });
+    std::vector<std::int16_t> half(27 * 27);
+    downsample_area(picture->data(), 55, 55, half.data(), 27, 27);
+    const auto expected = slowDownsample(*picture, 27, 27);
+    for (std::size_t i = 0; i < half.size(); ++i)
+        EXPECT_NEAR(half[i], expected[i], 2.0) << "cell " << i;
+}
+
 TEST(DownsampleArea, LimitsAndTruncates)
 {
     std::int16_t cell = -1;

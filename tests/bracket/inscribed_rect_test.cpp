@@ -4,6 +4,7 @@
 #include <opencv2/core.hpp>
 
 #include <cmath>
+#include <limits>
 
 using namespace orvo;
 
@@ -75,4 +76,15 @@ TEST(InscribedRect, AWildTransformStaysFinite)
 {
     const std::vector<cv::Point2f> corners = {{-1e9f, -1e9f}, {1e9f, -1e9f}, {1e9f, 1e9f}, {-1e9f, 1e9f}};
     EXPECT_TRUE(inscribedRect(corners, 100, 100).empty()) << "intersections beyond 1e5 pixels do not count";
+}
+
+TEST(InscribedRect, CornersThatFitNoIntegerStayOutside)
+{
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const cv::Rect frame(0, 0, 100, 100);
+    for (const cv::Point2f away : {cv::Point2f(1e20f, 1e20f), cv::Point2f(-1e20f, 3e9f), cv::Point2f(nan, 0)}) {
+        const std::vector<cv::Point2f> corners = {away, away + cv::Point2f(100, 0), away + cv::Point2f(100, 100),
+                                                  away + cv::Point2f(0, 100)};
+        EXPECT_TRUE((inscribedRect(corners, 100, 100) & frame).empty());
+    }
 }

@@ -9,6 +9,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 
 namespace orvo {
 namespace {
@@ -66,7 +67,12 @@ Ladder planLadder(const std::vector<HDRFrame>& frames, bool isRaw)
     const float maxCount = isSingleFinished ? kMostStepsSingle : kMostSteps;
     const float span = high - low;
     const float count = std::max(std::min(maxCount, std::ceil(span / stepBase)), kFewestSteps);
-    return {low, high, span / count};
+    const float step = span / count;
+    // Exposures that are not finite, or so large that a step is lost in them, come from broken metadata. The ladder
+    // would never reach its top.
+    if (!(low + step > low && high + step > high && std::isfinite(high + step)))
+        throw std::runtime_error("the exposure values of the frames make no ladder");
+    return {low, high, step};
 }
 
 std::size_t nearestFrame(const std::vector<HDRFrame>& frames, float target)

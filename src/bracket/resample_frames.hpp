@@ -16,7 +16,8 @@ namespace orvo {
 /// share their pixels.
 ///
 /// Result: the ladder, and the rung that stands for the ghost reference, -1 if none was fixed. A cancelled run gives
-/// an empty ladder and 0. `unused` is not written. Peak: the frames and one picture for each rung.
+/// an empty ladder and 0. `unused` is not written. Exposure values that no ladder can be made of (not finite) throw
+/// std::runtime_error. Peak: the frames and one picture for each rung.
 [[nodiscard]] std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames,
                                                                     const HDRSettings& settings, float& unused);
 

@@ -7,6 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <stdexcept>
+
 using namespace orvo;
 using namespace orvo::test;
 using testing::HasSubstr;
@@ -219,4 +222,15 @@ TEST(ResampleFrames, TracesTheLadder)
     grfx::cout.quiet = 1;
     EXPECT_THAT(trace, testing::StartsWith("Framees EV resampling from -2 to 2 step 1.33333\nFrame inserted: -2\n"));
     EXPECT_THAT(trace, HasSubstr("Frame inserted: 2\n"));
+}
+
+TEST(ResampleFrames, ExposuresThatMakeNoLadderAreRefused)
+{
+    const float infinity = std::numeric_limits<float>::infinity();
+    for (const auto& evs : {std::vector<float>{0, 0, infinity}, std::vector<float>{-infinity, 0},
+                            std::vector<float>{0, std::numeric_limits<float>::quiet_NaN()},
+                            std::vector<float>{1e9f, 1e9f}}) { // four EV are lost in 1e9
+        auto input = frames(evs);
+        EXPECT_THROW(resample(input), std::runtime_error) << testing::PrintToString(evs);
+    }
 }

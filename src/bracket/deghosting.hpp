@@ -11,8 +11,8 @@ namespace orvo {
 
 /// Finds where any frame differs from frame `referenceIndex` in its fine structure, grows that into one soft mask, and
 /// replaces those areas of every other frame by the reference brought to that frame's exposure. Areas blown out in the
-/// reference are left alone. The pixels of the frames are written in place, limited to 0..2 where they are mixed; a
-/// frame that shares its pixels with another shares the change. The reference is never written.
+/// reference are left alone. The pixels of the frames are written in place, all of them limited to 0..2; a frame that
+/// shares its pixels with another shares the change. The reference is never written.
 ///
 /// Frame: HDRFrame or FocusStackerFrame, all of one size. Peak: three pictures and three planes beside the frames.
 template <typename Frame>

@@ -1,4 +1,5 @@
 #include "bracket/frames.hpp"
+#include "frame/call_frame.hpp"
 
 #include <orvo/bracket_exposure.hpp>
 #include <orvo_extensions/bracket.hpp>
@@ -10,10 +11,9 @@ namespace {
 // A thumbnail only proves that the file is a picture, so the smallest that readers make is enough.
 constexpr int kThumbnailSide = 32;
 
-} // namespace
+using PathsAndEVs = std::pair<std::vector<std::filesystem::path>, std::vector<float>>;
 
-std::pair<std::vector<std::filesystem::path>, std::vector<float>>
-getSortedPathsAndEVsFromPaths(const std::vector<std::filesystem::path>& paths)
+PathsAndEVs sortedByExposure(const std::vector<std::filesystem::path>& paths)
 {
     std::vector<HDRFrame> frames;
     for (const auto& path : paths) {
@@ -28,12 +28,19 @@ getSortedPathsAndEVsFromPaths(const std::vector<std::filesystem::path>& paths)
         frames.push_back(std::move(frame));
     }
     fillEVsAndSort(frames);
-    std::pair<std::vector<std::filesystem::path>, std::vector<float>> sorted;
+    PathsAndEVs sorted;
     for (const HDRFrame& frame : frames) {
         sorted.first.push_back(frame.path);
         sorted.second.push_back(frame.ev);
     }
     return sorted;
+}
+
+} // namespace
+
+PathsAndEVs getSortedPathsAndEVsFromPaths(const std::vector<std::filesystem::path>& paths)
+{
+    return runInCallFrame("getSortedPathsAndEVsFromPaths", [&] { return sortedByExposure(paths); });
 }
 
 } // namespace orvo

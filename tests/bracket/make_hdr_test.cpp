@@ -1,8 +1,13 @@
+#include "bracket/compute_mask.hpp"
+#include "bracket/load_frames.hpp"
 #include "bracket/make_efll.hpp"
+#include "bracket/resample_frames.hpp"
 #include "frame/call_frame.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
+#include <orvo/bracket_exposure.hpp>
+#include <orvo/finishing.hpp>
 #include <orvo_common/console_trace.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
@@ -187,6 +192,69 @@ TEST_F(MakeHdr, AlignsAndDeghostsABracketWhenAsked)
     ASSERT_TRUE(merge(bracket(3), settings, record()).first);
     EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains("[Alignment] Alignment scale: 1"));
     EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains(testing::StartsWith("[Deghosting] ")));
+}
+
+TEST_F(MakeHdr, TheGhostReferenceIsFoundAgainOnTheLadder)
+{
+    // Three equal files: every rung comes from the first of them, so that another reference has no rung of its own and
+    // its place is taken by proportion.
+    Paths paths;
+    for (const char* name : {"a.tif", "b.tif", "c.tif"})
+        paths.push_back(writtenTo(folder / name, *texturedAt(0.8f)));
+    HDRSettings settings;
+    settings.ghostReduction = true;
+    const char* const expected[] = {"refIdx: 3deghost", "refIdx: 1deghost", "refIdx: 3deghost"};
+    for (const int reference : {0, 1, 2}) {
+        settings.ghostRefImageIdx = reference;
+        const LogCapture capture;
+        ASSERT_TRUE(merge(paths, settings, record()).first);
+        EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre(HasSubstr(expected[reference])));
+    }
+}
+
+TEST_F(MakeHdr, TheBlendFoldsTheLadderFromItsLastRung)
+{
+    // The definition, step by step. A resampled ladder of finished pictures is blended softer than a long bracket.
+    const auto folded = [](const Paths& paths, float maskScale) {
+        auto frames = loadFrames(paths, HDRSettings(), ImageReaderOpenFlag::Bracket, false);
+        fillEVsAndSort(frames);
+        float unused = 0;
+        const auto ladder = std::get<0>(resampleFrames(frames, HDRSettings(), unused));
+        const std::size_t n = ladder.size();
+        const auto result = ladder[n - 1].image->copy({});
+        for (std::size_t i = n - 1; i-- > 0;) {
+            const float weight = static_cast<float>(i) / static_cast<float>(n - 1) * 0.75f * maskScale;
+            const auto& rung = *ladder[i].image;
+            const auto mask = computeMask(rung.data(), rung.width(), rung.height(), weight);
+            for (std::size_t p = 0; p < rung.pixelCount(); ++p) {
+                const float m = std::clamp(mask[p], 0.0f, 1.0f);
+                auto& to = result->data()[p];
+                const auto& from = rung.data()[p];
+                to = {to.r + (from.r - to.r) * m, to.g + (from.g - to.g) * m, to.b + (from.b - to.b) * m};
+            }
+        }
+        normalize_for_hdr(result->data(), result->width(), result->height());
+        return result;
+    };
+    constexpr float kRoundings = 1e-5f;
+    for (const std::size_t count : {2u, 3u, 4u, 5u}) {
+        // A dark and a bright half: the weight of a rung acts on large edges alone.
+        Paths paths;
+        for (std::size_t i = 0; i < count; ++i) {
+            const float gain = 0.4f + 0.7f * static_cast<float>(i) / static_cast<float>(count - 1);
+            const auto picture = drawn(160, 120, [gain](int x, int y) {
+                const auto p = texture(x, y);
+                const float light = gain * (x < 80 ? 0.05f : 1.7f);
+                return PixelRGB<float>{p.r * light, p.g * light, p.b * light};
+            });
+            paths.push_back(writtenTo(folder / ("halves" + std::to_string(i) + ".tif"), *picture));
+        }
+        const auto merged = merge(paths, {}, record());
+        ASSERT_TRUE(merged.first);
+        const float maskScale = count > 3 ? 1.0f : 0.8f;
+        EXPECT_LT(largestDifference(*pixelsOf(*merged.first), *folded(paths, maskScale)), kRoundings) << count;
+        EXPECT_GT(largestDifference(*folded(paths, 0.8f), *folded(paths, 1.0f)), 10 * kRoundings) << count;
+    }
 }
 
 TEST_F(MakeHdr, TheSizeArgumentHasNoEffect)

@@ -10,6 +10,8 @@
 #include <orvo_extensions/bracket.hpp>
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
+#include <orvo_io/image_reader.hpp>
+#include <orvo_logger/log_capture.hpp>
 #include <scenes/bracket_files.hpp>
 #include <scenes/metrics.hpp>
 
@@ -222,8 +224,17 @@ TEST(SceneTruth, RawFramesLoadSequentiallyAndMerge)
         merge.alignment = true;
         merge.chromaticAberrations = chromatic; // aligns after development
         std::vector<int> phases;
+        const LogCapture capture;
         const auto [merged, middle] =
             make_HDR(paths, merge, {}, [&](HDRMergingPhaseName phase) { phases.push_back(static_cast<int>(phase)); });
+        const auto lines = capture.lines();
+        const auto at = [&lines](const std::string& start) {
+            return std::find_if(lines.begin(), lines.end(),
+                                [&](const auto& line) { return line.text.rfind(start, 0) == 0; });
+        };
+        ASSERT_NE(at("[Alignment]"), lines.end());
+        ASSERT_NE(at("isRaw 1"), lines.end());
+        EXPECT_EQ(at("[Alignment]") > at("isRaw 1"), chromatic);
         ASSERT_TRUE(merged);
         EXPECT_FALSE(merged->metadata()->isRaw);
         EXPECT_TRUE(merged->metadata()->isFinished);
@@ -265,6 +276,25 @@ TEST(SceneTruth, AMixOfRawAndOtherFilesMerges)
     paths[1] = scenes::writeFrame(bracket, 1, folder.path(), settings);
     EXPECT_FALSE(areAllRaw(paths));
     EXPECT_TRUE(make_HDR(paths, {}, {}, nullptr).first);
+}
+
+TEST(SceneTruth, TheMergeCarriesTheMetadataOfTheMiddleFrame)
+{
+    const TemporaryFolder folder;
+    for (const std::size_t count : {3u, 4u, 5u}) { // four and more frames go into the ladder without their metadata
+        BracketRecipe recipe;
+        recipe.scene.size = {160, 120};
+        recipe.evs.clear();
+        for (std::size_t i = 0; i < count; ++i)
+            recipe.evs.push_back(-3.0 + 2.0 * static_cast<double>(i));
+        const auto paths = scenes::writeBracket(Bracket(recipe), folder.path(), {});
+        const auto expected = ImageReader::readMetadata(paths[count / 2]);
+        const auto other = ImageReader::readMetadata(paths[0]);
+        const auto merged = make_HDR(paths, {}, {}, nullptr).first;
+        ASSERT_TRUE(merged);
+        ASSERT_NE(expected->shutterSeconds, other->shutterSeconds);
+        EXPECT_EQ(merged->metadata()->shutterSeconds, expected->shutterSeconds) << count;
+    }
 }
 
 TEST(SceneTruth, MergesOpenShadowsAndKeepHighlights)

@@ -108,11 +108,11 @@ enum class HDRMergingPhaseName : std::int32_t
 /// mapping): the frames are sorted by exposure, brought to a regular ladder of exposures, aligned and deghosted if
 /// asked, and folded from the brightest to the darkest, each mixed in through a mask made of its own luminance.
 ///
-/// All frames must have one size; that is not checked here. `size` has no effect. `onPhase` is called on the caller's
+/// All frames must have one size: that of the first by exposure counts for all, and a smaller one is refused. `size`
+/// has no effect. `onPhase` is called on the caller's
 /// thread; empty: the phases are logged. Result: the merged picture, in melissaRGB(), and the pixels of the middle
 /// frame as loaded (developed if raw); both empty on failure and on cancel. Peak: one picture for each frame and each
-/// rung of the ladder, the result, and a fifth of a picture for masks; deghosting adds three pictures and alignment
-/// a second copy of all frames.
+/// rung of the ladder, and a fifth of a picture for masks; deghosting adds four pictures, alignment one.
 [[nodiscard]] ORVO_EXPORT std::pair<std::shared_ptr<Image>, std::shared_ptr<_ImageData<PixelRGB<float>>>>
 make_HDR(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> size,
          std::function<void(HDRMergingPhaseName)> onPhase);

@@ -101,10 +101,19 @@ void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
             frames[i].image.reset();
 }
 
-// The last rung's pixels: its own, if nobody else holds them and nobody asks for them again, otherwise a copy.
-std::shared_ptr<Picture> startOfBlend(HDRFrame& last)
+// The last rung's pixels, as a picture of the first rung's size: its own, if they have that size, nobody else holds
+// them and nobody asks for them again, otherwise a copy. A larger rung is read as if it had the first one's size.
+std::shared_ptr<Picture> startOfBlend(HDRFrame& last, _Size<int> size)
 {
-    return last.image.use_count() == 1 ? std::move(last.image) : last.image->copy({});
+    if (last.image.use_count() == 1 && last.image->size() == size)
+        return std::move(last.image);
+    auto start = std::make_shared<Picture>(size, last.image->colorProfile());
+    const std::size_t rowPixels = static_cast<std::size_t>(size.width);
+    forEachRow(size.height, [&](int y) {
+        std::memcpy(start->row(y), last.image->data() + static_cast<std::size_t>(y) * rowPixels,
+                    rowPixels * sizeof(PixelRGB<float>));
+    });
+    return start;
 }
 
 void blendIn(Picture& result, const Picture& rung, const std::vector<float, ManagedAllocator<float>>& mask)
@@ -127,7 +136,7 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, float maskSc
 {
     const std::size_t n = ladder.size();
     const auto profile = ladder[0].image->colorProfile();
-    std::shared_ptr<Picture> result = startOfBlend(ladder[n - 1]);
+    std::shared_ptr<Picture> result = startOfBlend(ladder[n - 1], ladder[0].image->size());
     result->setColorProfile(profile);
     for (std::size_t i = n - 1; i-- > 0;) {
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
@@ -218,6 +227,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
 
     const bool allRaw = areAllRaw(paths);
     std::vector<HDRFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, allRaw);
+    // First of all, since a cancelled load gives no frames, and who cancelled need not be told that some are missing.
     if (settings.canceled())
         return {};
     if (frames.size() != paths.size()) {

@@ -14,11 +14,14 @@ template <typename Body>
 [[nodiscard]] auto runInCallFrame(const char* functionName, const Body& body) -> decltype(body())
 {
     try {
-        return body();
-    } catch (const std::exception& error) {
-        LOG(__orvolog() << LogMessageType::Error << "Error in " << functionName << ": " << error.what());
-    } catch (...) {
-        LOG(__orvolog() << LogMessageType::Error << "Unknown error in " << functionName << ".");
+        try {
+            return body();
+        } catch (const std::exception& error) {
+            LOG(__orvolog() << LogMessageType::Error << "Error in " << functionName << ": " << error.what());
+        } catch (...) {
+            LOG(__orvolog() << LogMessageType::Error << "Unknown error in " << functionName << ".");
+        }
+    } catch (...) { // NOLINT(bugprone-empty-catch): not even memory for the log line
     }
     return {};
 }

@@ -340,10 +340,21 @@ TEST_F(MakeHdr, AnExceptionOfTheCallbackStopsAtTheBoundary)
 
 TEST_F(MakeHdr, FramesLargerThanTheFirstAreNotDetected)
 {
-    Paths paths = {writtenTo(folder / "small.tif", *texturedAt(0.3f, 100, 80)),
-                   writtenTo(folder / "large.tif", *texturedAt(1.2f, 120, 90))};
-    const auto merged = merge(paths, {}, record());
-    ASSERT_TRUE(merged.first);
+    // Every frame is read as if it had the size of the first, on a resampled ladder and on one of the frames
+    // themselves.
+    for (const std::size_t count : {2u, 4u}) {
+        Paths paths;
+        for (std::size_t i = 0; i < count; ++i) {
+            const float gain = 0.3f + 0.9f * static_cast<float>(i) / static_cast<float>(count - 1);
+            const bool isFirst = i == 0;
+            paths.push_back(writtenTo(folder / ("size" + std::to_string(i) + ".tif"),
+                                      isFirst ? *texturedAt(gain, 100, 80) : *texturedAt(gain, 120, 90)));
+        }
+        const auto merged = merge(paths, {}, record());
+        ASSERT_TRUE(merged.first) << count;
+        EXPECT_EQ(merged.first->size(), _Size<int>(100, 80)) << count;
+        EXPECT_EQ(pixelsOf(*merged.first)->size(), _Size<int>(100, 80)) << count;
+    }
 }
 
 TEST_F(MakeHdr, FramesSmallerThanTheFirstAreRefused)

@@ -32,8 +32,8 @@ using scenes::Picture;
 
 namespace {
 
-// A practised hand at 1536 pixels of width. More than 0.3 percent of a side is where the aligner's outlier cut begins to
-// keep the tenth of the matches that moved least, which costs accuracy at the corners.
+// A practised hand at 1536 pixels of width. More than 0.3 percent of a side is where the aligner's outlier cut begins
+// to keep the tenth of the matches that moved least, which costs accuracy at the corners.
 CameraView steadyHand()
 {
     CameraView amplitude;
@@ -168,7 +168,7 @@ TEST(SceneTruth, AMovedSubjectLeavesLessThanOnePercentWrong)
     auto still = recipe;
     still.subjects.assign(3, recipe.subjects[1]);
     const auto truth = framesOf(Bracket(still));
-    processDeghosting(frames, DeghostAmount::High, 1);
+    processDeghosting(frames, DeghostAmount::Highest, 1);
     for (const std::size_t k : {0u, 2u}) {
         // Only where the reference can be brought to the frame's exposure: neither blown out nor black in it.
         const auto mask = bracket.frame(k).subject;
@@ -317,6 +317,6 @@ TEST(SceneTruth, MergesOpenShadowsAndKeepHighlights)
     };
     const auto before = shares(*middle);
     const auto after = shares(*pixels);
-    EXPECT_LT(after.first, before.first / 4) << "deep shadows of the middle frame are open";
+    EXPECT_LT(after.first, before.first / 2) << "deep shadows of the middle frame are open";
     EXPECT_LT(after.second, before.second / 4) << "its blown highlights are back";
 }

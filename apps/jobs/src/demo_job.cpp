@@ -33,7 +33,7 @@ const std::array<Exhibit, 3>& exhibits()
                 scenes::BracketFileFormat::Jpeg,
                 ".jpg",
                 ".jpg",
-                {0.0, -2.0, 2.0},
+                {0.0, -3.0, 3.0},
                 true,
                 true},
         Exhibit{"tripod",

@@ -19,7 +19,7 @@ constexpr float kTop = 2.0f;    // brighter pixels count as this bright
 constexpr double kTail = 0.001; // share of the pixels beyond each of the two points
 constexpr int kBands = 64;      // of rows, with a histogram each: integers, so any order of adding gives the same
 
-constexpr float kNormalBlack = 0.015f; // a black point up to here is normal
+constexpr float kNormalBlack = 0.01f;  // a black point up to here is normal
 constexpr float kNormalWhite = 0.985f; // and a white point from here to 1
 constexpr float kMostBlack = 0.1f;     // no more is taken off: haze is part of many pictures
 constexpr float kMostGain = 1.6f;      // less than a stop, encoded
@@ -29,8 +29,13 @@ constexpr float kLeastGain = 0.7f;
 // dark frame holds half of each frame's contrast. From the first share of missing scale on local contrast is raised,
 // from the second on fully, by a local Laplacian filter, which leaves edges without halo.
 constexpr float kNoticedLoss = 0.04f;
-constexpr float kFullLoss = 0.1f;
-constexpr float kDetail = 0.55f;       // log2 of the gain of the finest differences
+constexpr float kFullLoss = 0.12f;
+// Such a blend is darker than its frames, too: each of many dark frames takes its share. A middle tone below the first
+// is lifted up to it, by at most the second, the gain of the deepest shadows less one.
+constexpr float kDarkMiddle = 0.34f;
+constexpr float kMostLift = 0.5f;
+constexpr float kDetail = 0.93f;       // log2 of the gain of the finest differences
+constexpr float kFineGain = 1.4f;      // plain, and less: the finest differences hold the noise
 constexpr float kDetailFloor = 0.004f; // a step of 8 bits is noise
 constexpr int kDetailSamples = 9;
 constexpr float kDetailThreshold = 0.4f;
@@ -38,12 +43,12 @@ constexpr float kDetailThreshold = 0.4f;
 // Stretched tones run smoothly below white instead of ending there: from the first on, never beyond the second.
 constexpr float kShoulder = 0.95f;
 constexpr float kTopTone = 0.997f;
-// And no tone loses more than nine tenths of its light.
-constexpr float kDarkestShare = 0.1f;
+// Local contrast takes no more from a tone than leaves this share of it, so that no shadow is lost.
+constexpr float kDarkestShare = 0.6f;
 
 // White points below these are meant to be dark: brightening fades out between them.
-constexpr float kNightWhite = 0.35f;
-constexpr float kDayWhite = 0.75f;
+constexpr float kNightWhite = 0.3f;
+constexpr float kDayWhite = 0.6f;
 
 // The same for the distance of the points: a wall of fog, or one colour, has no contrast that could be restored.
 constexpr float kFlatRange = 0.1f;
@@ -58,6 +63,19 @@ struct BandHistograms
 };
 
 float luminance(const PixelRGB<float>& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; } // as the merge has it
+
+// The strongest channel in sRGB, in which most pictures end up: what fills the wide working space is beyond white
+// there. Light is taken as the square of the value, near enough to judge white by.
+float strongestChannel(const PixelRGB<float>& p)
+{
+    const float r = p.r * p.r;
+    const float g = p.g * p.g;
+    const float b = p.b * p.b;
+    const float red = 2.0364f * r - 0.7376f * g - 0.2988f * b;
+    const float green = 1.2232f * g - 0.2257f * r + 0.0025f * b;
+    const float blue = 1.1452f * b - 0.0105f * r - 0.1347f * g;
+    return std::sqrt(std::max({red, green, blue, 0.0f}));
+}
 
 std::size_t binOf(float value)
 {
@@ -76,10 +94,16 @@ float smoothStep(float from, float to, float value)
 struct Points
 {
     float black = 0.0f;
+    float middle = 0.5f;
     float white = 1.0f;
+    float light = 1.0f; // the white point of luminance alone
 };
 
-// Black by luminance; white by the strongest channel, so that no channel is driven into clipping.
+// White is between the luminance and the strongest channel of the brightest pixels: by the latter alone one coloured
+// lamp would keep the picture dark, and what the former drives over white the shoulder takes back.
+constexpr float kShareOfStrongest = 0.4f;
+
+// Black by luminance.
 Points measure(const PixelRGB<float>* pixels, int width, int height)
 {
     std::vector<BandHistograms> bands(kBands);
@@ -92,7 +116,7 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
             if (!std::isfinite(y))
                 continue;
             ++own.luminance[binOf(y)];
-            ++own.strongest[binOf(std::max({p->r, p->g, p->b}))];
+            ++own.strongest[binOf(strongestChannel(*p))];
         }
     });
     std::vector<std::uint64_t> dark(kBins);
@@ -111,10 +135,17 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
     std::size_t low = 0;
     for (std::uint64_t sum = dark[0]; sum <= beyond; sum += dark[low])
         ++low;
-    std::size_t high = kBins - 1;
-    for (std::uint64_t sum = bright[high]; sum <= beyond; sum += bright[high])
-        --high;
-    return {valueOf(low), valueOf(high)};
+    const auto whiteOf = [beyond](const std::vector<std::uint64_t>& counts) {
+        std::size_t high = kBins - 1;
+        for (std::uint64_t sum = counts[high]; sum <= beyond; sum += counts[high])
+            --high;
+        return valueOf(high);
+    };
+    const float white = whiteOf(dark) + (whiteOf(bright) - whiteOf(dark)) * kShareOfStrongest;
+    std::size_t middle = 0;
+    for (std::uint64_t sum = dark[0]; sum <= total / 2; sum += dark[middle])
+        ++middle;
+    return {valueOf(low), valueOf(middle), white, whiteOf(dark)};
 }
 
 struct Levels
@@ -122,7 +153,8 @@ struct Levels
     float black = 0.0f; // taken off luminance
     float gain = 1.0f;
     float detail = 0.0f; // share of the local contrast that is raised, 0..1
-    [[nodiscard]] bool isNeutral() const { return black == 0.0f && gain == 1.0f && detail == 0.0f; }
+    float lift = 0.0f;   // of dark middle tones
+    [[nodiscard]] bool isNeutral() const { return black == 0.0f && gain == 1.0f && detail == 0.0f && lift == 0.0f; }
 };
 
 Levels plan(const Points& points)
@@ -132,22 +164,26 @@ Levels plan(const Points& points)
     const float daylight = smoothStep(kNightWhite, kDayWhite, points.white);
     levels.black = std::clamp(points.black - kNormalBlack, 0.0f, kMostBlack) * contrast;
     const float range = points.white - levels.black;
-    if (points.white > 1.0f)
-        levels.gain = std::max(1.0f / points.white, kLeastGain);
+    if (points.light > 1.0f)
+        levels.gain = std::max(1.0f / points.light, kLeastGain);
     else if (range < kNormalWhite && range > 0.0f)
         levels.gain = 1.0f + (std::min(kNormalWhite / range, kMostGain) - 1.0f) * contrast * daylight;
     const float loss = points.black + std::max(0.0f, 1.0f - points.white);
     levels.detail = smoothStep(kNoticedLoss, kFullLoss, loss) * contrast * daylight;
+    const float middle = std::max(points.middle - levels.black, 0.0f) * levels.gain;
+    if (middle > 0.0f && middle < kDarkMiddle)
+        levels.lift = std::min((kDarkMiddle - middle) / (middle * (1.0f - kDarkMiddle)), kMostLift) * levels.detail;
     return levels;
 }
 
-// Luminance with its local contrast raised, less luminance, at half size: fine noise stays as it is, and a quarter of
-// the work is enough.
+// What luminance gains where its local contrast is raised. The filter works at half size, for a quarter of the time;
+// the finest differences, which that does not see, are raised by the same curve.
 class LocalContrast
 {
 public:
     LocalContrast(const PixelRGB<float>* pixels, int fullWidth, int fullHeight)
         : width(std::max(fullWidth / 2, 1)), height(std::max(fullHeight / 2, 1)),
+          base(static_cast<std::size_t>(width) * static_cast<std::size_t>(height)),
           change(static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
     {
         const ManagedPlane<std::int16_t> raised(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
@@ -161,33 +197,55 @@ public:
                     0.25f * (luminance(p[0]) + luminance(p[right]) + luminance(p[down]) + luminance(p[down + right]));
                 const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f;
                 raised[at(x, y)] = static_cast<std::int16_t>(limited * kWhite15);
-                change[at(x, y)] = limited;
+                base[at(x, y)] = limited;
             }
         });
         grfx::local_laplacian_gray16(raised.data(), width, height, width, kDetail, kDetailFloor, kDetailSamples,
                                      kDetailThreshold, 1.0f);
         forEachRow(height, [&](int y) {
             for (int x = 0; x < width; ++x)
-                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / kWhite15 - change[at(x, y)];
+                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / kWhite15 - base[at(x, y)];
         });
     }
 
-    // Bilinear, for the pixel (x, y) of the full size.
-    [[nodiscard]] float changeAt(int x, int y) const
+    // For the pixel (x, y) of the full size, of luminance `value`.
+    [[nodiscard]] float gainAt(int x, int y, float value) const
+    {
+        const Corners corners = cornersOf(x, y);
+        const float fine = value - bilinear(base, corners);
+        const float size = std::min(std::abs(fine), kDetailThreshold);
+        const float raised =
+            std::max(0.0f, kFineGain * size / (1.0f + (kFineGain - 1.0f) * size / kDetailThreshold) - size);
+        const float kept = smoothStep(kDetailFloor, 2.0f * kDetailFloor, size) * raised;
+        return bilinear(change, corners) + (fine < 0.0f ? -kept : kept);
+    }
+
+private:
+    static constexpr float kWhite15 = 32767.0f;
+    struct Corners
+    {
+        std::size_t upperLeft, upperRight, lowerLeft, lowerRight;
+        float u, v; // shares of right and lower
+    };
+
+    // A sample of the half size lies between two pixels of the full one.
+    [[nodiscard]] Corners cornersOf(int x, int y) const
     {
         const int left = std::clamp((x - 1) / 2, 0, width - 1);
         const int top = std::clamp((y - 1) / 2, 0, height - 1);
         const int right = std::min(left + 1, width - 1);
         const int below = std::min(top + 1, height - 1);
-        const float u = x == 0 ? 0.0f : (x % 2 == 0 ? 0.75f : 0.25f);
-        const float v = y == 0 ? 0.0f : (y % 2 == 0 ? 0.75f : 0.25f);
-        const float upper = change[at(left, top)] * (1.0f - u) + change[at(right, top)] * u;
-        const float lower = change[at(left, below)] * (1.0f - u) + change[at(right, below)] * u;
-        return upper * (1.0f - v) + lower * v;
+        const auto share = [](int i) { return i == 0 ? 0.0f : (i % 2 == 0 ? 0.75f : 0.25f); };
+        return {at(left, top), at(right, top), at(left, below), at(right, below), share(x), share(y)};
     }
 
-private:
-    static constexpr float kWhite15 = 32767.0f;
+    static float bilinear(const ManagedPlane<float>& plane, const Corners& c)
+    {
+        const float upper = plane[c.upperLeft] + (plane[c.upperRight] - plane[c.upperLeft]) * c.u;
+        const float lower = plane[c.lowerLeft] + (plane[c.lowerRight] - plane[c.lowerLeft]) * c.u;
+        return upper + (lower - upper) * c.v;
+    }
+
     [[nodiscard]] std::size_t at(int x, int y) const
     {
         return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
@@ -195,7 +253,8 @@ private:
 
     int width;
     int height;
-    ManagedPlane<float> change;
+    ManagedPlane<float> base;   // luminance
+    ManagedPlane<float> change; // what the filter adds to it
 };
 
 // Luminance loses `black`; near it a parabola of the same slope takes over, so that shadows end at 0 without being cut
@@ -203,9 +262,9 @@ private:
 float leveled(float y, const Levels& levels)
 {
     const float black = levels.black;
-    if (black == 0.0f)
-        return y * levels.gain;
-    return levels.gain * (y >= 2.0f * black ? y - black : y * std::max(y, 0.0f) / (4.0f * black));
+    const float left = y >= 2.0f * black ? y - black : y * y / (4.0f * black);
+    const float scaled = left * levels.gain;
+    return scaled < 1.0f ? scaled * (1.0f + levels.lift) / (1.0f + levels.lift * scaled) : scaled;
 }
 
 // Below white with an unbroken slope. Tones that were at white before may be there again.
@@ -240,10 +299,11 @@ void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
                 continue;
             float target = leveled(y, levels);
             if (local)
-                target += levels.gain * levels.detail * local->changeAt(x, row);
-            float factor = std::max(target, kDarkestShare * y) / y;
-            const float strongest = std::max({p.r, p.g, p.b});
-            if (factor > 1.0f)
+                target =
+                    std::max(target + levels.gain * levels.detail * local->gainAt(x, row, y), kDarkestShare * target);
+            float factor = target / y;
+            const float strongest = strongestChannel(p);
+            if (factor > 1.0f && strongest > 0.0f)
                 factor = std::max(1.0f, shouldered(strongest * factor, strongest) / strongest);
             p.r *= factor;
             p.g *= factor;

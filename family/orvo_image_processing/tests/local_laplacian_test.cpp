@@ -93,7 +93,8 @@ double curve(double v, double g, const Settings& s)
     const double size = std::abs(v - g);
     const double inside = std::min(size, t);
     const double x = inside / t;
-    double detail = t * (gain > 1 ? gain * x / (1 + (gain - 1) * x) : gain * x + (1 - gain) * x * x);
+    double detail =
+        t * (gain > 1 ? gain * x / (1 + (gain - 1) * x) : gain * x + (1 - gain) * x * x * (0.25 + 0.75 * x));
     if (s.detail > 0 && s.floor > 0) {
         const double p = std::clamp(size / static_cast<double>(s.floor) - 1, 0.0, 1.0);
         detail = inside + (detail - inside) * p * p * (3 - 2 * p);

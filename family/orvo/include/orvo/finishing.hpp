@@ -6,13 +6,12 @@
 
 namespace orvo {
 
-/// Gently brings black and white points to the ends of the scale, by one factor for the three channels of a pixel, so
-/// that hue stays. Black is the 0.1 percent quantile of luminance (0.299 R + 0.587 G + 0.114 B, encoded values), white
-/// the 99.9 percent quantile of the strongest channel, so that no channel is driven into clipping. A black point up to
-/// 0.02 and a white point of 0.98..1 are normal and left: an already normal picture changes by less than one percent.
-/// At most 0.05 is taken off black; brightening goes to a factor of 1.2 at most, fades out for white points from 0.75
-/// to 0.35 (night stays night), and all stretching for distances of the points from 0.35 to 0.1 (fog stays fog). A
-/// white point above 1 is brought down by a factor of 0.7 at most. Needs no plane.
+/// Gently brings black and white points, at robust quantiles, near the ends of the scale, keeping hue. A blend that
+/// does not reach the ends has been flattened inside as well: as far as it falls short of them its local contrast is
+/// raised, by a local Laplacian filter, which leaves edges without halo, and a dark middle tone is lifted. Nothing is
+/// driven into clipping in sRGB. A picture that reaches both ends changes by less than one percent; nights and fog stay
+/// what they are. Encoded values, in place. Peak: a plane of a quarter of the pixels in floats, and what the filter
+/// holds there.
 ORVO_EXPORT void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height);
 
 /// Automatic white balance. `value` above 0..1: the share of the estimated cast that is removed, in linear light (the

@@ -15,8 +15,8 @@ namespace orvo::grfx {
 /// d from g of up to t = `edgeThreshold` (fraction of full scale, limited to 1/1024..1) is detail, what it has above t
 /// is an edge and is multiplied by `edgeGain`.
 ///   detail     log2 of the gain G of small differences, limited to -6..6; 0 keeps, negative smooths. With x = d / t
-///              a detail becomes t (G x + (1 - G) x^2) when smoothed, t G x / (1 + (G - 1) x) when amplified: slope G
-///              at 0, and t stays t.
+///              a detail becomes t (G x + (1 - G) (x^2 / 4 + 3 x^3 / 4)) when smoothed, t G x / (1 + (G - 1) x) when
+///              amplified: slope G at 0, and t stays t.
 ///   floor      differences below it (fraction of full scale) are noise and are not amplified, those above twice the
 ///              floor fully, with a smooth passage; 0: none. Smoothing does not look at it. Takes full effect where the
 ///              samples lie closer than half of it.

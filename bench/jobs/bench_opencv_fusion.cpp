@@ -1,7 +1,7 @@
 // OpenCV's exposure fusion of the same files, read and written by the same code: bench_opencv_fusion OUT FRAMES...
 // Mertens, Kautz, Van Reeth, Pacific Graphics 2007, with OpenCV's default weights.
-#include <orvo_core/image.hpp>
-#include <orvo_io/image_reader.hpp>
+#include "bench_pictures.hpp"
+
 #include <orvo_io/image_writer.hpp>
 
 #include <opencv2/photo.hpp>
@@ -11,17 +11,11 @@
 
 namespace {
 
-using Picture = orvo::_ImageData<orvo::PixelRGB<float>>;
+using orvo::bench::Picture;
 
 cv::Mat load8(const char* path)
 {
-    orvo::ImageReadOptions options;
-    options.profile = orvo::ColorProfileType::sRGB();
-    const auto image =
-        orvo::ImageReader::instance().open({path, {}}, options, orvo::ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
-    if (!image)
-        throw std::runtime_error(std::string("cannot read ") + path);
-    const auto pixels = image->imageData({}, {}, true);
+    const auto pixels = orvo::bench::loadInSRGB(path);
     cv::Mat mat;
     cv::Mat(pixels->height(), pixels->width(), CV_32FC3, pixels->data()).convertTo(mat, CV_8UC3, 255.0);
     return mat;

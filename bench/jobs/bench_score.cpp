@@ -1,30 +1,21 @@
 // Scores a fused picture against its bracket: bench_score FUSED FRAMES...
 // Prints MEF-SSIM (Ma, Zeng, Wang, IEEE TIP 24(11), 2015) and the percentage of clipped pixels, apart by a tab.
-#include <orvo_core/image.hpp>
-#include <orvo_io/image_reader.hpp>
+#include "bench_pictures.hpp"
+
 #include <scenes/mef_ssim.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <vector>
 
 namespace {
 
-using Picture = orvo::_ImageData<orvo::PixelRGB<float>>;
+using orvo::bench::loadInSRGB;
+using orvo::bench::Picture;
 
 // A channel within half a step of an end of the 8-bit scale holds no more information.
 constexpr float kHalfStep = 0.5f / 255.0f;
-
-std::shared_ptr<Picture> load(const char* path)
-{
-    orvo::ImageReadOptions options;
-    options.profile = orvo::ColorProfileType::sRGB();
-    const auto image =
-        orvo::ImageReader::instance().open({path, {}}, options, orvo::ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
-    if (!image)
-        throw std::runtime_error(std::string("cannot read ") + path);
-    return image->imageData({}, {}, true);
-}
 
 // Pixels with any channel at an end of the scale.
 double clippedPercent(const Picture& picture)
@@ -48,10 +39,10 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        const auto fused = load(argv[1]);
+        const auto fused = loadInSRGB(argv[1]);
         std::vector<std::shared_ptr<const Picture>> frames;
         for (int i = 2; i < argc; ++i)
-            frames.push_back(load(argv[i]));
+            frames.push_back(loadInSRGB(argv[i]));
         std::printf("%.4f\t%.3f\n", orvo::scenes::mefSsim(frames, *fused), clippedPercent(*fused));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bench_score: %s\n", error.what());

@@ -24,6 +24,7 @@
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 namespace orvo {
 namespace {
@@ -35,7 +36,6 @@ using Merged = std::pair<std::shared_ptr<Image>, std::shared_ptr<Picture>>;
 constexpr float kLargestWeight = 0.75f;
 // A resampled ladder of finished pictures has less behind it than raw files or a long bracket, and is blended softer.
 constexpr float kResampledMaskScale = 0.8f;
-constexpr std::size_t kMostResampledFrames = 3;
 
 // One exposure map for all channels.
 constexpr int kAllChannels = 0;
@@ -130,20 +130,28 @@ void blendIn(Picture& result, const Picture& rung, const std::vector<float, Mana
     });
 }
 
-// Folds the ladder from its last rung to the first; empty if cancelled. Rungs give back their pixels as they go.
-std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, float maskScale, const HDRSettings& settings,
-                                     Phases& phases)
+// Folds the ladder from its last rung to the first; empty if cancelled. Rungs give back their pixels as they go. With
+// `shifts` they are brought to their exposure only now, so that no more than one of them is held beside the frames.
+std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, float maskScale,
+                                     const HDRSettings& settings, Phases& phases)
 {
     const std::size_t n = ladder.size();
-    const auto profile = ladder[0].image->colorProfile();
-    std::shared_ptr<Picture> result = startOfBlend(ladder[n - 1], ladder[0].image->size());
-    result->setColorProfile(profile);
+    const auto shift = [&](std::size_t i) {
+        if (!shifts.empty())
+            shiftRung(ladder[i], shifts[i], settings.chromaticAberrations);
+    };
+    const _Size<int> size = ladder[0].image->size();
+    shift(n - 1);
+    std::shared_ptr<Picture> result = startOfBlend(ladder[n - 1], size);
     for (std::size_t i = n - 1; i-- > 0;) {
+        shift(i);
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
         {
             const auto mask = computeMask(ladder[i].image->data(), result->width(), result->height(), weight);
             blendIn(*result, *ladder[i].image, mask);
         }
+        if (i == 0)
+            result->setColorProfile(ladder[0].image->colorProfile());
         ladder[i].image.reset();
         phases.frameBlended();
         if (settings.canceled())
@@ -253,8 +261,21 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     const bool isRaw = hasRawMark(frames[0]);
     const float maskScale = isRaw || frames.size() > kMostResampledFrames ? 1.0f : kResampledMaskScale;
     tellIsRaw(isRaw);
-    float unused = 0.0f;
-    auto [ladder, ghostIndex] = resampleFrames(frames, settings, unused);
+    // Only who looks at several rungs at once needs them all: warping and deghosting, and a single frame's exposure,
+    // which is judged by its middle rung.
+    const bool needsWholeLadder =
+        single || frames.size() > kMostResampledFrames || settings.ghostReduction || (alignsLate && settings.alignment);
+    std::vector<HDRFrame> ladder;
+    std::vector<float> shifts;
+    int ghostIndex = -1;
+    if (needsWholeLadder) {
+        float unused = 0.0f;
+        std::tie(ladder, ghostIndex) = resampleFrames(frames, settings, unused);
+    } else {
+        PlannedLadder plan = planRungs(frames, settings);
+        ladder = std::move(plan.rungs);
+        shifts = std::move(plan.shifts);
+    }
     if (ladder.empty())
         return {};
     phases.ladderBuilt();
@@ -273,7 +294,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     dropPixelsExcept(frames, mid);
     // Only a single frame's exposure is judged by its middle rung; holding it otherwise would cost a picture.
     const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
-    auto result = blendLadder(ladder, maskScale, settings, phases);
+    auto result = blendLadder(ladder, shifts, maskScale, settings, phases);
     if (!result)
         return {};
     phases.allBlended();

@@ -14,9 +14,6 @@
 namespace orvo {
 namespace {
 
-// Brackets of more frames than this are fine enough to be blended as they are.
-constexpr std::size_t kMostResampledFrames = 3;
-
 // EVs on either side of a single frame, and the span that two or three frames are widened to. Raw files hold more than
 // a finished picture does.
 constexpr float kSingleReachRaw = 3.0f;
@@ -89,18 +86,6 @@ std::size_t nearestFrame(const std::vector<HDRFrame>& frames, float target)
     return nearest;
 }
 
-std::shared_ptr<_ImageData<PixelRGB<float>>> pixelsAtExposure(const HDRFrame& frame, float delta, bool chromatic)
-{
-    auto image = frame.image->copy({});
-    if (hasRawMark(frame)) {
-        develop_for_hdr(image, frame.metadata, frame.rawMetadata, delta, chromatic);
-    } else {
-        applyExposureInPlace(&image->data()->r, image->pixelCount() * 3, delta * 0.1f + 1.0f, kRollOffStart,
-                             kRollOffPivot);
-    }
-    return image;
-}
-
 // The frames themselves as the ladder. Only pixels go on: the result's metadata come from the frames.
 std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromatic)
 {
@@ -117,32 +102,50 @@ std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromat
 
 } // namespace
 
-std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,
-                                                      float& /*unused*/)
+PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings)
 {
-    const bool isRaw = hasRawMark(frames.front());
     const int reference = getGhostReductionIndex(frames);
-    if (frames.size() > kMostResampledFrames)
-        return {framesAsLadder(frames, settings.chromaticAberrations), settings.ghostReduction ? reference : -1};
-
-    const Ladder plan = planLadder(frames, isRaw);
+    const Ladder plan = planLadder(frames, hasRawMark(frames.front()));
     grfx::cout << "Framees EV resampling from " << plan.low << " to " << plan.high << " step " << plan.step << "\n";
-    std::vector<HDRFrame> ladder;
-    int ghostIndex = -1;
+    PlannedLadder ladder;
     const float limit = plan.high + kTopMargin;
     for (float target = plan.low; limit >= target; target += plan.step) {
         const std::size_t nearest = nearestFrame(frames, target);
-        HDRFrame rung = frames[nearest];
-        rung.image = pixelsAtExposure(frames[nearest], target - frames[nearest].ev, settings.chromaticAberrations);
-        rung.ev = target;
         if (settings.ghostReduction && static_cast<int>(nearest) == reference)
-            ghostIndex = static_cast<int>(ladder.size());
-        ladder.push_back(std::move(rung));
+            ladder.ghostIndex = static_cast<int>(ladder.rungs.size());
+        ladder.rungs.push_back(frames[nearest]);
+        ladder.rungs.back().ev = target;
+        ladder.shifts.push_back(target - frames[nearest].ev);
         grfx::cout << "Frame inserted: " << target << "\n";
+    }
+    return ladder;
+}
+
+void shiftRung(HDRFrame& rung, float shift, bool chromatic)
+{
+    if (rung.image.use_count() > 1)
+        rung.image = rung.image->copy({});
+    if (hasRawMark(rung))
+        develop_for_hdr(rung.image, rung.metadata, rung.rawMetadata, shift, chromatic);
+    else
+        applyExposureInPlace(&rung.image->data()->r, rung.image->pixelCount() * 3, shift * 0.1f + 1.0f, kRollOffStart,
+                             kRollOffPivot);
+}
+
+std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,
+                                                      float& /*unused*/)
+{
+    if (frames.size() > kMostResampledFrames)
+        return {framesAsLadder(frames, settings.chromaticAberrations),
+                settings.ghostReduction ? getGhostReductionIndex(frames) : -1};
+
+    PlannedLadder plan = planRungs(frames, settings);
+    for (std::size_t i = 0; i < plan.rungs.size(); ++i) {
+        shiftRung(plan.rungs[i], plan.shifts[i], settings.chromaticAberrations);
         if (settings.canceled())
             return {std::vector<HDRFrame>(), 0};
     }
-    return {std::move(ladder), ghostIndex};
+    return {std::move(plan.rungs), plan.ghostIndex};
 }
 
 } // namespace orvo

@@ -10,6 +10,24 @@
 
 namespace orvo {
 
+/// Brackets of more frames than this are fine enough to be blended as they are.
+inline constexpr std::size_t kMostResampledFrames = 3;
+
+/// A ladder whose rungs still share the pixels of their frames.
+struct PlannedLadder
+{
+    std::vector<HDRFrame> rungs; ///< in order of rising ev
+    std::vector<float> shifts;   ///< EV from the frame to its rung, at equal indices
+    int ghostIndex = -1;         ///< the last rung from the ghost reference; -1 without ghost reduction
+};
+
+/// Plans the ladder of one to three frames sorted by rising ev. Throws std::runtime_error if their exposure values make
+/// none.
+[[nodiscard]] PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings);
+
+/// Brings a planned rung to its exposure: in a copy of its pixels, or in place if nobody else holds them.
+void shiftRung(HDRFrame& rung, float shift, bool chromatic);
+
 /// `frames` are sorted by rising ev. One to three frames give a ladder of 4 to 7 rungs between the ends of the bracket,
 /// each filled from the nearest frame shifted to the rung's exposure: raw frames by development, others by the
 /// exposure curve. Four or more frames are the ladder themselves: raw ones are developed in place, and the entries

@@ -5,13 +5,15 @@
 
 int main()
 {
-    // Bright blobs of 12 pixels on a dark ground, which any blob detector finds.
+    // Bright discs of many radii on a dark ground. Some radii give none, where two sizes of the filter answer alike.
+    constexpr int kCell = 48;
     cv::Mat picture(256, 256, CV_8U, cv::Scalar(20));
-    for (int y = 0; y < 256; ++y)
-        for (int x = 0; x < 256; ++x) {
-            const int dx = x % 48 - 24;
-            const int dy = y % 48 - 24;
-            if (dx * dx + dy * dy < 36)
+    for (int y = 0; y < picture.rows; ++y)
+        for (int x = 0; x < picture.cols; ++x) {
+            const int dx = x % kCell - kCell / 2;
+            const int dy = y % kCell - kCell / 2;
+            const int radius = 3 + (x / kCell + 5 * (y / kCell)) % 8;
+            if (dx * dx + dy * dy < radius * radius)
                 picture.at<unsigned char>(y, x) = 220;
         }
     std::vector<cv::KeyPoint> keypoints;

@@ -29,13 +29,13 @@ constexpr float kLeastGain = 0.7f;
 // dark frame holds half of each frame's contrast. From the first share of missing scale on local contrast is raised,
 // from the second on fully, by a local Laplacian filter, which leaves edges without halo.
 constexpr float kNoticedLoss = 0.04f;
-constexpr float kFullLoss = 0.12f;
+constexpr float kFullLoss = 0.1f;
 // Such a blend is darker than its frames, too: each of many dark frames takes its share. A middle tone below the first
 // is lifted up to it, by at most the second, the gain of the deepest shadows less one.
 constexpr float kDarkMiddle = 0.34f;
 constexpr float kMostLift = 0.5f;
 constexpr float kDetail = 0.93f;       // log2 of the gain of the finest differences
-constexpr float kFineGain = 1.4f;      // plain, and less: the finest differences hold the noise
+constexpr float kFineGain = 1.5f;      // plain, and less: the finest differences hold the noise
 constexpr float kDetailFloor = 0.004f; // a step of 8 bits is noise
 constexpr int kDetailSamples = 9;
 constexpr float kDetailThreshold = 0.4f;

@@ -4,7 +4,7 @@
 execute_process(
   COMMAND bash -c ". '${PROJECT_SOURCE_DIR}/scripts/opencv-recipe.sh' && opencv_prefix"
   OUTPUT_VARIABLE ORVO_OPENCV_PREFIX OUTPUT_STRIP_TRAILING_WHITESPACE)
-set(ORVO_OPENCV_COMPONENTS core imgproc photo features2d calib3d video xfeatures2d)
+set(ORVO_OPENCV_COMPONENTS core imgproc photo features2d flann calib3d video xfeatures2d stitching dnn objdetect)
 find_package(OpenCV 4.7 QUIET COMPONENTS ${ORVO_OPENCV_COMPONENTS} HINTS ${ORVO_OPENCV_PREFIX})
 if(NOT OpenCV_FOUND)
   message(FATAL_ERROR "No OpenCV of 4.7 or newer with xfeatures2d was found. Run scripts/bootstrap.sh, which builds one (about ten minutes, once).")
@@ -28,6 +28,7 @@ pkg_check_modules(EXIV2 REQUIRED IMPORTED_TARGET exiv2)
 pkg_check_modules(HEIF REQUIRED IMPORTED_TARGET libheif)
 pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
 pkg_check_modules(LENSFUN REQUIRED IMPORTED_TARGET lensfun)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswscale)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 if(ORVO_APPS)
   find_package(CLI11 REQUIRED)

@@ -29,6 +29,8 @@ packages=(
   libtbb-dev libeigen3-dev libprotobuf-dev protobuf-compiler zlib1g-dev
   libraw-dev libexiv2-dev liblensfun-dev libglib2.0-dev liblcms2-dev libheif-dev
   libjpeg-dev libpng-dev libtiff-dev libwebp-dev libopenexr-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
+  opencv-data
   libspdlog-dev nlohmann-json3-dev libcli11-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )

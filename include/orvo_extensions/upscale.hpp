@@ -1,0 +1,24 @@
+/// Enlarging a picture by learned filters or a network.
+#pragma once
+
+#include <orvo/image_loader.hpp>
+#include <orvo/upscaling.hpp>
+#include <orvo_common/export.hpp>
+#include <orvo_core/image.hpp>
+
+#include <filesystem>
+#include <memory>
+
+namespace orvo {
+
+/// Opens `source`, enlarges it as `settings` say (upscaleX()), sharpens its faces unless told not to, and wraps the
+/// result with the file's metadata, which then tell the new size.
+///
+/// `state` and `statePath` say how the document is to be opened; default constructed ones open the file plainly.
+/// Result: the picture in melissaRGB(); empty on failure. A file that cannot be read gives an empty result without a
+/// log line; what an exception says is logged. Blocks the calling thread; cannot be cancelled.
+[[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> upscaleAI(const std::filesystem::path& source,
+                                                           const UpscaleAISettings& settings, StateSettings state,
+                                                           std::filesystem::path statePath);
+
+} // namespace orvo

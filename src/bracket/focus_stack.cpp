@@ -1,0 +1,177 @@
+#include "bracket/focus_stack.hpp"
+
+#include "bracket/align_frames_streaming.hpp"
+#include "bracket/deghosting.hpp"
+#include "bracket/load_frames.hpp"
+
+#include <orvo/lens_correction.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <stdexcept>
+
+namespace orvo {
+namespace {
+
+using Picture = _ImageData<PixelRGB<float>>;
+using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
+
+// The frames of a series: each is loaded when it is first asked for, and kept.
+class Series
+{
+public:
+    Series(const std::vector<std::filesystem::path>& paths_, const BracketSettings::FocusStacking& settings_)
+        : paths(paths_), settings(settings_), frames(paths_.size())
+    {}
+
+    // A copy that shares the pixels: who warps it gives it new ones, who deghosts it changes the series.
+    FocusStackerFrame frame(int index)
+    {
+        if (index < 0 || static_cast<std::size_t>(index) >= frames.size())
+            throw std::out_of_range("frame " + std::to_string(index) + " was asked for, but the series has " +
+                                    std::to_string(frames.size()));
+        FocusStackerFrame& slot = frames[static_cast<std::size_t>(index)];
+        if (!slot.image)
+            slot = loaded(paths[static_cast<std::size_t>(index)]);
+        return slot;
+    }
+
+    // Takes what moves against the ghost reference out of a frame, in the pixels that the frame holds.
+    void deghost(const FocusStackerFrame& frame_, int index)
+    {
+        if (!settings.ghostReduction.enabled || index == settings.ghostReduction.referenceIndex)
+            return;
+        std::vector<FocusStackerFrame> pair = {frame(settings.ghostReduction.referenceIndex), frame_};
+        requireSameSize(pair[0], pair[1]);
+        processDeghosting(pair, static_cast<DeghostAmount>(settings.ghostReduction.amount), 0);
+    }
+
+    static void requireSameSize(const FocusStackerFrame& reference, const FocusStackerFrame& other)
+    {
+        const auto expected = reference.image->size();
+        const auto found = other.image->size();
+        if (expected == found)
+            return;
+        const auto text = [](_Size<int> size) {
+            return std::to_string(size.width) + " x " + std::to_string(size.height);
+        };
+        throw std::invalid_argument("all frames must have one size: " + other.path.string() + " is " + text(found) +
+                                    " pixels, but " + reference.path.string() + " is " + text(expected));
+    }
+
+private:
+    const std::vector<std::filesystem::path>& paths;
+    const BracketSettings::FocusStacking& settings;
+    std::vector<FocusStackerFrame> frames;
+
+    FocusStackerFrame loaded(const std::filesystem::path& path) const
+    {
+        auto result = loadFrame<FocusStackerFrame>(path, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
+                                                   settings.rawAutoCorrection.lensCorrection);
+        if (result.image && hasRawMark(result)) {
+            develop(result.image, result.metadata, result.rawMetadata, false);
+            markDeveloped(result);
+        }
+        return result;
+    }
+};
+
+// Gives the stacker every frame but the reference, which it has. Returns the rectangle in which all of them are valid.
+_Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFrame& reference, int referenceIndex,
+                          int count, bool align)
+{
+    const int width = reference.image->width();
+    const int height = reference.image->height();
+    const auto add = [&](int index, const FocusStackerFrame& frame) {
+        Series::requireSameSize(reference, frame);
+        series.deghost(frame, index);
+        stacker.addFrame(frame.image->data(), width, height, 0);
+    };
+    _Rect<int> common(0, 0, width, height);
+    if (!align) {
+        for (int index = 0; index < count; ++index)
+            if (index != referenceIndex)
+                add(index, series.frame(index));
+        return common;
+    }
+    // A frame of another size has to be refused before it is registered.
+    const auto sameSizedFrame = [&](int index) {
+        FocusStackerFrame frame = series.frame(index);
+        Series::requireSameSize(reference, frame);
+        return frame;
+    };
+    const auto consume = [&](int index, FocusStackerFrame& frame, const _Rect<int>& valid) {
+        if (index == referenceIndex)
+            return;
+        add(index, frame);
+        common = commonRectangle(common, valid);
+    };
+    alignFramesStreaming(sameSizedFrame, consume, static_cast<std::size_t>(count),
+                         static_cast<std::size_t>(referenceIndex));
+    return common;
+}
+
+// What single frames get when they are opened is done once, on the merged picture.
+void correctLens(std::shared_ptr<Picture>& result, const std::shared_ptr<ImageMetadata>& metadata,
+                 const FocusStackerFrame& reference, const BracketSettings::RawAutoCorrection& wanted)
+{
+    if (metadata->isRaw) {
+        if (wanted.lensCorrection)
+            result = applyAutoLensCorrection(result, metadata, reference.rawMetadata);
+        LensCorrectionUnit::applyAndDismissRawCA(result, metadata, reference.rawMetadata, wanted.chromaticAberrations);
+    } else if (wanted.chromaticAberrations) {
+        applyChromaticAbberationsCorrection(result);
+    }
+}
+
+} // namespace
+
+_Rect<int> commonRectangle(const _Rect<int>& a, const _Rect<int>& b)
+{
+    const int left = std::max(a.x, b.x);
+    const int top = std::max(a.y, b.y);
+    const int right = std::min(a.x + a.width, b.x + b.width);
+    const int bottom = std::min(a.y + a.height, b.y + b.height);
+    if (right <= left || bottom <= top)
+        return {};
+    return {left, top, right - left, bottom - top};
+}
+
+std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
+                                        const BracketSettings::FocusStacking& settings,
+                                        const StackerFactory& makeStacker, const std::string& caller)
+{
+    const int count = static_cast<int>(paths.size());
+    const int referenceIndex = settings.adjust.enabled ? settings.adjust.referenceIndex : count / 2;
+    Series series(paths, settings);
+    for (int index = 0; index < count; ++index) {
+        if (!series.frame(index).image) {
+            std::cerr << caller << " makeFocusStack: Image "
+                      << paths[static_cast<std::size_t>(index)].filename().string() << " could not be loaded"
+                      << std::endl;
+            return {};
+        }
+    }
+
+    const FocusStackerFrame reference = series.frame(referenceIndex);
+    const int width = reference.image->width();
+    const int height = reference.image->height();
+    auto result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
+    _Rect<int> common;
+    {
+        const auto stacker = makeStacker(width, height);
+        series.deghost(reference, referenceIndex);
+        stacker->addFrame(reference.image->data(), width, height, 0);
+        common = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust.enabled);
+        stacker->getResult(result->data(), width, height);
+    }
+
+    auto metadata = std::make_shared<ImageMetadata>(*reference.metadata);
+    correctLens(result, metadata, reference, settings.rawAutoCorrection);
+    metadata->isRaw = false;
+    // Frames that have nothing in common leave an empty rectangle, which stands for the whole picture.
+    std::shared_ptr<const Picture> cropped = result->resize(common.size(), common, true);
+    return CreateOrvoImage(cropped, metadata);
+}
+
+} // namespace orvo

@@ -1,0 +1,60 @@
+#include "frame/upscale_ai.hpp"
+
+#include "frame/call_frame.hpp"
+
+#include <orvo/deblur_ai_effect.hpp>
+#include <orvo_common/uuid.hpp>
+
+namespace orvo {
+namespace {
+
+std::shared_ptr<Image> opened(const UpscaleSteps& steps, const std::filesystem::path& source,
+                              const UpscaleAISettings& settings, const StateSettings& state,
+                              const std::filesystem::path& statePath)
+{
+    const std::vector<unsigned char> bytes = ImageLoader::load(source);
+    if (ImageLoader::getSize(bytes) == _Size<int>())
+        return {};
+    auto picture = open(bytes, state, statePath);
+    if (!picture)
+        return {};
+    const std::shared_ptr<ImageMetadata> metadata = copyMetadata(bytes);
+    ImageLoader::dispose(bytes);
+    auto upscaled = steps.upscale(picture, settings);
+    picture.reset();
+    if (!upscaled)
+        return {};
+    if (settings.faces)
+        upscaled = steps.sharpenFaces(upscaled);
+    metadata->size = upscaled->size();
+    return CreateOrvoImage(upscaled, metadata);
+}
+
+} // namespace
+
+UpscaleSteps UpscaleSteps::ofTheLibrary()
+{
+    UpscaleSteps steps;
+    steps.upscale = [](const auto& picture, const UpscaleAISettings& settings) {
+        return upscaleX(picture, settings, nullptr, nullptr, mlCacheInfo());
+    };
+    steps.sharpenFaces = [](const PicturePointer& picture) {
+        return DeblurAIEffect::deblurFaces(generateUUID(), picture, 1.0f, true, true, nullptr);
+    };
+    return steps;
+}
+
+std::shared_ptr<Image> upscaleWith(const UpscaleSteps& steps, const std::filesystem::path& source,
+                                   const UpscaleAISettings& settings, const StateSettings& state,
+                                   const std::filesystem::path& statePath)
+{
+    return runInCallFrame("upscaleAI", [&] { return opened(steps, source, settings, state, statePath); });
+}
+
+std::shared_ptr<Image> upscaleAI(const std::filesystem::path& source, const UpscaleAISettings& settings,
+                                 StateSettings state, std::filesystem::path statePath)
+{
+    return upscaleWith(UpscaleSteps::ofTheLibrary(), source, settings, state, statePath);
+}
+
+} // namespace orvo

@@ -1,0 +1,28 @@
+/// The steps of an upscaling.
+#pragma once
+
+#include <orvo_extensions/upscale.hpp>
+
+#include <functional>
+
+namespace orvo {
+
+/// What enlarges a picture and what sharpens its faces.
+struct UpscaleSteps
+{
+    using PicturePointer = std::shared_ptr<_ImageData<PixelRGB<float>>>;
+
+    std::function<PicturePointer(const std::shared_ptr<const _ImageData<PixelRGB<float>>>&, const UpscaleAISettings&)>
+        upscale;
+    std::function<PicturePointer(const PicturePointer&)> sharpenFaces;
+
+    /// Those of the library: upscaleX(), and DeblurAIEffect::deblurFaces() under a fresh id.
+    [[nodiscard]] static UpscaleSteps ofTheLibrary();
+};
+
+/// upscaleAI() with these steps.
+[[nodiscard]] std::shared_ptr<Image> upscaleWith(const UpscaleSteps& steps, const std::filesystem::path& source,
+                                                 const UpscaleAISettings& settings, const StateSettings& state,
+                                                 const std::filesystem::path& statePath);
+
+} // namespace orvo

@@ -1,0 +1,370 @@
+#include "bracket/focus_stack.hpp"
+#include "support/files.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_extensions/focus_stack.hpp>
+#include <orvo_logger/log_capture.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace orvo;
+using namespace orvo::test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+using Paths = std::vector<std::filesystem::path>;
+using Settings = BracketSettings::FocusStacking;
+
+// Notes what it is given and answers the first frame.
+class NotingStacker : public grfx::IFocusStacking<PixelRGB<float>>
+{
+public:
+    struct Added
+    {
+        float firstRed;
+        _Size<int> size;
+        int flag;
+    };
+
+    NotingStacker(std::vector<Added>& notes_, int& results_) : notes(notes_), results(results_) {}
+
+    void addFrame(const PixelRGB<float>* pixels, int width, int height, int flag) override
+    {
+        notes.push_back({pixels[0].r, {width, height}, flag});
+        if (first.empty())
+            first.assign(pixels, pixels + static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    }
+    void reset() override { first.clear(); }
+    [[nodiscard]] int frameCount() const override { return static_cast<int>(notes.size()); }
+    void getResult(PixelRGB<float>* pixels, int, int) override
+    {
+        ++results;
+        std::copy(first.begin(), first.end(), pixels);
+    }
+
+private:
+    std::vector<Added>& notes;
+    int& results;
+    std::vector<PixelRGB<float>> first;
+};
+
+class FocusStack : public testing::Test
+{
+protected:
+    TemporaryFolder folder;
+    std::vector<NotingStacker::Added> added;
+    int results = 0;
+
+    std::shared_ptr<Image> stackNoted(const Paths& paths, const Settings& settings)
+    {
+        const auto makeStacker = [this](int, int) { return std::make_unique<NotingStacker>(added, results); };
+        return stackFocusSeries(paths, settings, makeStacker, "caller");
+    }
+
+    std::filesystem::path file(const std::string& name, const Picture& picture)
+    {
+        return writtenTo(folder / (name + ".tif"), picture);
+    }
+
+    // Gray frames whose first red value tells them apart.
+    Paths grays(const std::vector<float>& values)
+    {
+        Paths paths;
+        for (const float value : values)
+            paths.push_back(file("gray" + std::to_string(paths.size()), *plain(64, 48, value)));
+        return paths;
+    }
+
+    std::filesystem::path textFile(const std::string& name)
+    {
+        std::ofstream(folder / name) << "no picture";
+        return folder / name;
+    }
+};
+
+Settings unaligned()
+{
+    Settings settings;
+    settings.adjust.enabled = false;
+    return settings;
+}
+
+Settings alignedTo(int reference)
+{
+    Settings settings;
+    settings.adjust.referenceIndex = reference;
+    return settings;
+}
+
+std::vector<float> reds(const std::vector<NotingStacker::Added>& added)
+{
+    std::vector<float> values;
+    for (const auto& note : added)
+        values.push_back(std::round(note.firstRed * 100.0f) / 100.0f);
+    return values;
+}
+
+std::shared_ptr<const Picture> pixelsOf(const Image& image) { return image.developedOriginalImageData({}); }
+
+// A texture that is sharp on one half and a smooth mean on the other.
+std::shared_ptr<Picture> sharpOnOneSide(bool left)
+{
+    return drawn(160, 120, [left](int x, int y) {
+        const bool isSharp = (x < 80) == left;
+        const auto value = 0.5f + (isSharp ? 0.2f * static_cast<float>(std::sin(0.9 * x) * std::sin(1.1 * y)) : 0.0f);
+        return PixelRGB<float>{value, value, value};
+    });
+}
+
+} // namespace
+
+TEST_F(FocusStack, ASinglePathGivesTheStackerTheReferenceOnly)
+{
+    const auto picture = textured(64, 48);
+    const auto image = stackNoted({file("one", *picture)}, {});
+    ASSERT_TRUE(image);
+    EXPECT_THAT(added, SizeIs(1));
+    EXPECT_EQ(results, 1);
+    EXPECT_LT(largestDifference(*pixelsOf(*image), *picture), 1e-4f);
+}
+
+TEST_F(FocusStack, ASinglePathGivesThatFramesContent)
+{
+    const auto picture = textured(64, 48);
+    for (const Settings& settings : {Settings(), unaligned()}) {
+        const auto image = makeFocusStack({file("one", *picture)}, settings);
+        ASSERT_TRUE(image);
+        EXPECT_LT(largestDifference(*pixelsOf(*image), *picture), 1e-4f);
+    }
+}
+
+TEST_F(FocusStack, WithoutAlignmentTheMiddlePathIsTheReferenceAndGoesFirst)
+{
+    auto settings = unaligned();
+    settings.adjust.referenceIndex = 3; // counts only while aligning
+    ASSERT_TRUE(stackNoted(grays({0.1f, 0.2f, 0.3f, 0.4f}), settings));
+    EXPECT_THAT(reds(added), ElementsAre(0.3f, 0.1f, 0.2f, 0.4f));
+}
+
+TEST_F(FocusStack, TheAlignmentReferenceGoesFirst)
+{
+    ASSERT_TRUE(stackNoted(grays({0.1f, 0.2f, 0.3f, 0.4f}), alignedTo(1)));
+    EXPECT_THAT(reds(added), ElementsAre(0.2f, 0.1f, 0.3f, 0.4f));
+}
+
+TEST_F(FocusStack, EveryFrameIsAddedAtTheReferencesSizeWithFlagZero)
+{
+    ASSERT_TRUE(stackNoted(grays({0.1f, 0.2f, 0.3f}), unaligned()));
+    for (const auto& note : added) {
+        EXPECT_EQ(note.size, _Size<int>(64, 48));
+        EXPECT_EQ(note.flag, 0);
+    }
+    EXPECT_EQ(results, 1);
+}
+
+TEST_F(FocusStack, WithoutAlignmentTheResultHasTheReferencesSize)
+{
+    const auto image = makeFocusStack(
+        {file("a", *textured(160, 120)), file("b", *textured(160, 120, 4, 3)), file("c", *textured(160, 120, 8, 6))},
+        unaligned());
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), _Size<int>(160, 120));
+}
+
+TEST_F(FocusStack, AlignmentShrinksTheCropRectangle)
+{
+    const auto image = makeFocusStack(
+        {file("a", *textured(320, 240)), file("b", *textured(320, 240, 4, 3)), file("c", *textured(320, 240, -5, 2))},
+        alignedTo(0));
+    ASSERT_TRUE(image);
+    // Each frame loses what it moved on both sides, since its inner rectangle is centred; the common part loses both.
+    EXPECT_NEAR(image->width(), 320 - 9, 2);
+    EXPECT_NEAR(image->height(), 240 - 3, 3);
+    EXPECT_EQ(image->metadata()->size, _Size<int>(320, 240)) << "a copy of the reference's metadata";
+}
+
+TEST_F(FocusStack, TheCropShowsTheReferenceInPlace)
+{
+    const auto reference = textured(320, 240);
+    const auto image = makeFocusStack({file("a", *reference), file("b", *textured(320, 240, 6, 4))}, alignedTo(0));
+    ASSERT_TRUE(image);
+    const auto pixels = pixelsOf(*image);
+    float best = 1.0f;
+    for (int y = 0; y <= 240 - image->height(); ++y)
+        for (int x = 0; x <= 320 - image->width(); ++x)
+            best =
+                std::min(best, largestDifference(*pixels, *reference->copy({x, y, image->width(), image->height()})));
+    EXPECT_LT(best, 0.03f);
+}
+
+TEST(CommonRectangle, IsWhatBothShare)
+{
+    EXPECT_EQ(commonRectangle({0, 0, 100, 80}, {10, 5, 100, 60}), _Rect<int>(10, 5, 90, 60));
+    EXPECT_EQ(commonRectangle({10, 5, 20, 20}, {0, 0, 100, 80}), _Rect<int>(10, 5, 20, 20));
+}
+
+TEST(CommonRectangle, IsAllZeroWhereNothingIsShared)
+{
+    const _Rect<int> frame(10, 10, 20, 20);
+    for (const auto& other :
+         {_Rect<int>(30, 10, 5, 20), _Rect<int>(10, 30, 20, 5), _Rect<int>(0, 0, 10, 10), _Rect<int>()})
+        EXPECT_EQ(commonRectangle(frame, other), _Rect<int>());
+}
+
+TEST(CommonRectangle, AnEmptyOneStandsForTheWholePicture)
+{
+    const auto whole = textured(64, 48);
+    const auto cropped = whole->resize(_Rect<int>().size(), {}, true);
+    EXPECT_TRUE(sameBytes(*cropped, *whole));
+}
+
+TEST_F(FocusStack, TakesTheSharpPartOfEachFrame)
+{
+    const auto image =
+        makeFocusStack({file("left", *sharpOnOneSide(true)), file("right", *sharpOnOneSide(false))}, unaligned());
+    ASSERT_TRUE(image);
+    const auto pixels = pixelsOf(*image);
+    float worst = 0.0f;
+    for (int y = 8; y < 112; ++y)
+        for (int x = 8; x < 152; ++x) {
+            if (std::abs(x - 80) < 8)
+                continue;
+            const auto expected = 0.5f + 0.2f * static_cast<float>(std::sin(0.9 * x) * std::sin(1.1 * y));
+            worst = std::max(worst, std::abs(pixels->row(y)[x].g - expected));
+        }
+    EXPECT_LT(worst, 0.04f);
+}
+
+TEST_F(FocusStack, TheMetadataAreTheReferencesWithoutTheRawMark)
+{
+    const auto image = stackNoted(grays({0.1f, 0.2f, 0.3f}), unaligned());
+    ASSERT_TRUE(image);
+    EXPECT_FALSE(image->metadata()->isRaw);
+    EXPECT_TRUE(image->metadata()->fileProfile);
+}
+
+TEST_F(FocusStack, AnUnreadableFrameIsToldOnStandardErrorAndGivesNothing)
+{
+    auto paths = grays({0.1f, 0.2f});
+    paths.push_back(textFile("broken.jpg"));
+    const LogCapture capture;
+    testing::internal::CaptureStderr();
+    const auto image = makeFocusStack(paths, unaligned());
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(image);
+    EXPECT_THAT(told, testing::EndsWith(" makeFocusStack: Image broken.jpg could not be loaded\n"));
+    EXPECT_THAT(told, HasSubstr("makeFocusStack"));
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                testing::Contains("Can't open image at path: " + paths.back().string()));
+    EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty()) << "an ordinary refusal, no exception";
+}
+
+TEST_F(FocusStack, AnEmptyListGivesNothingAndALine)
+{
+    const LogCapture capture;
+    EXPECT_FALSE(makeFocusStack({}, {}));
+    EXPECT_THAT(capture.texts(LogMessageType::Error),
+                ElementsAre("Error in makeFocusStack: frame 0 was asked for, but the series has 0"));
+}
+
+TEST_F(FocusStack, AReferenceOutOfRangeGivesNothingAndALine)
+{
+    for (const int reference : {-1, 2}) {
+        const LogCapture capture;
+        EXPECT_FALSE(makeFocusStack(grays({0.1f, 0.2f}), alignedTo(reference)));
+        EXPECT_THAT(capture.texts(LogMessageType::Error),
+                    ElementsAre(testing::StartsWith("Error in makeFocusStack: frame " + std::to_string(reference))));
+    }
+}
+
+TEST_F(FocusStack, AnExceptionOfAnyKindIsLoggedInTheCallFrame)
+{
+    const auto paths = grays({0.1f, 0.2f});
+    const auto failing = [](int, int) -> std::unique_ptr<grfx::IFocusStacking<PixelRGB<float>>> {
+        throw std::runtime_error("no stacker");
+    };
+    EXPECT_THROW((void)stackFocusSeries(paths, unaligned(), failing, "caller"), std::runtime_error);
+    auto settings = unaligned();
+    settings.ghostReduction.enabled = true;
+    settings.ghostReduction.referenceIndex = 7;
+    const LogCapture capture;
+    EXPECT_FALSE(makeFocusStack(paths, settings));
+    EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre(testing::StartsWith("Error in makeFocusStack: ")));
+}
+
+TEST_F(FocusStack, FramesOfDifferentSizesAreRefusedByName)
+{
+    const Paths paths = {file("a", *textured(64, 48)), file("b", *textured(48, 64))};
+    for (const Settings& settings : {Settings(), unaligned()}) {
+        const LogCapture capture;
+        EXPECT_FALSE(makeFocusStack(paths, settings));
+        EXPECT_THAT(capture.texts(LogMessageType::Error),
+                    ElementsAre(testing::AllOf(HasSubstr("all frames must have one size"), HasSubstr("a.tif"),
+                                               HasSubstr("b.tif"), HasSubstr("48 x 64"), HasSubstr("64 x 48"))));
+    }
+}
+
+TEST_F(FocusStack, DeghostingTakesTheReferencesSubject)
+{
+    // A disc that stands elsewhere in the second frame.
+    const auto scene = [](int discX) {
+        return drawn(320, 240, [discX](int x, int y) {
+            const bool inDisc = (x - discX) * (x - discX) + (y - 120) * (y - 120) < 30 * 30;
+            const auto p = texture(x, y);
+            return inDisc ? PixelRGB<float>{0.9f, 0.9f, 0.1f} : p;
+        });
+    };
+    const Paths paths = {file("a", *scene(80)), file("b", *scene(240))};
+    auto settings = unaligned();
+    settings.ghostReduction.enabled = true;
+    settings.ghostReduction.referenceIndex = 1;
+    settings.ghostReduction.amount = 4;
+    ASSERT_TRUE(stackNoted(paths, settings));
+    const auto image = makeFocusStack(paths, settings);
+    ASSERT_TRUE(image);
+    const auto pixels = pixelsOf(*image);
+    EXPECT_GT(pixels->row(120)[80].b, 0.3f) << "the disc of the other frame is gone";
+    EXPECT_LT(pixels->row(120)[240].b, 0.15f) << "the disc of the ghost reference is kept";
+}
+
+TEST_F(FocusStack, NoGhostIsLookedForUnlessAsked)
+{
+    const auto values = std::vector<float>{0.1f, 0.5f, 0.9f};
+    ASSERT_TRUE(stackNoted(grays(values), unaligned()));
+    EXPECT_THAT(reds(added), ElementsAre(0.5f, 0.1f, 0.9f)) << "frames arrive with the pixels of their files";
+}
+
+TEST_F(FocusStack, OneAndTwoThreadsGiveTheSameBytes)
+{
+    const Paths paths = {file("a", *textured(200, 160)), file("b", *textured(200, 160, 2, 1)),
+                         file("c", *textured(200, 160, -1, 2))};
+    auto settings = alignedTo(1);
+    settings.ghostReduction.enabled = true;
+    settings.ghostReduction.referenceIndex = 1;
+    std::shared_ptr<Image> one;
+    {
+        const WorkerLimit limit(1);
+        one = makeFocusStack(paths, settings);
+    }
+    const WorkerLimit limit(2);
+    const auto two = makeFocusStack(paths, settings);
+    ASSERT_TRUE(one && two);
+    EXPECT_TRUE(sameBytes(*pixelsOf(*one), *pixelsOf(*two)));
+}
+
+TEST_F(FocusStack, GivesAllMemoryBack)
+{
+    const Paths paths = {file("a", *textured(200, 160)), file("b", *textured(200, 160, 2, 1))};
+    const auto before = MemoryManager::instance().liveBytes();
+    ASSERT_TRUE(makeFocusStack(paths, alignedTo(0)));
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
+}

@@ -1,0 +1,311 @@
+#include "panorama/panorama_warper.hpp"
+
+#include "frame/vector_clones.hpp"
+#include "panorama/warp_rows.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <vector>
+
+namespace orvo {
+namespace {
+
+using Matrix = PanoramaWarper::Matrix;
+
+constexpr Matrix kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+
+// Points a side of the grid on which the place of an image is looked for.
+constexpr int kGridPoints = 100;
+
+struct Ray
+{
+    float x, y, z;
+};
+
+Ray turned(const Matrix& m, float x, float y, float z)
+{
+    return {m[0] * x + m[1] * y + m[2] * z, m[3] * x + m[4] * y + m[5] * z, m[6] * x + m[7] * y + m[8] * z};
+}
+
+bool isMatrix3(const cv::Mat& mat) { return mat.rows == 3 && mat.cols == 3 && mat.type() == CV_32F; }
+
+Matrix matrixOf(const cv::Matx33d& mat)
+{
+    Matrix result{};
+    std::transform(mat.val, mat.val + 9, result.begin(), [](double v) { return static_cast<float>(v); });
+    return result;
+}
+
+// What is beyond the range of a picture by far is as good as at its end; a number without bounds has no integer.
+int truncatedPosition(float value)
+{
+    constexpr float kFar = 1e9f;
+    return static_cast<int>(std::clamp(value, -kFar, kFar));
+}
+
+// Least and greatest of what is a number.
+struct Span
+{
+    float low = std::numeric_limits<float>::max();
+    float high = std::numeric_limits<float>::lowest();
+
+    void take(float value)
+    {
+        low = value < low ? value : low;
+        high = value > high ? value : high;
+    }
+    [[nodiscard]] bool isEmpty() const { return low > high; }
+};
+
+// The rows' own boxes of columns, from which the box of the whole picture is made.
+struct ColumnRange
+{
+    int first = std::numeric_limits<int>::max();
+    int last = std::numeric_limits<int>::min();
+};
+
+ColumnRange columnsInside(const float* x, const float* y, int count, const cv::Size& src)
+{
+    const auto width = static_cast<float>(src.width);
+    const auto height = static_cast<float>(src.height);
+    const auto isInside = [&](int i) { return x[i] >= 0.0f && x[i] < width && y[i] >= 0.0f && y[i] < height; };
+    int first = 0;
+    while (first < count && !isInside(first))
+        ++first;
+    if (first == count)
+        return {};
+    int last = count - 1;
+    while (!isInside(last))
+        --last;
+    return {first, last};
+}
+
+cv::Rect boxOf(const std::vector<ColumnRange>& rows)
+{
+    ColumnRange columns;
+    int top = -1;
+    int bottom = -1;
+    for (int r = 0; r < static_cast<int>(rows.size()); ++r) {
+        const ColumnRange& row = rows[static_cast<std::size_t>(r)];
+        if (row.first > row.last)
+            continue;
+        columns.first = std::min(columns.first, row.first);
+        columns.last = std::max(columns.last, row.last);
+        top = top < 0 ? r : top;
+        bottom = r;
+    }
+    if (top < 0)
+        return {};
+    return {columns.first, top, columns.last - columns.first + 1, bottom - top + 1};
+}
+
+// Both maps of a drawing, and where the image lies in it. The matrices look into the planes.
+struct Maps
+{
+    cv::Rect roi;
+    std::optional<ManagedPlane<float>> planes;
+    cv::Mat x;
+    cv::Mat y;
+};
+
+Maps computeMaps(const PanoramaWarper& warper, const cv::Size& src, const cv::Rect& rect, const cv::Size& size)
+{
+    Maps maps;
+    const cv::Rect roi = warper.detectResultRoi(src, rect, size);
+    if (roi.empty())
+        return maps;
+    const auto pixels = static_cast<std::size_t>(roi.width) * static_cast<std::size_t>(roi.height);
+    maps.planes.emplace(2 * pixels);
+    const cv::Mat x(roi.height, roi.width, CV_32F, maps.planes->data());
+    const cv::Mat y(roi.height, roi.width, CV_32F, maps.planes->data() + pixels);
+
+    const float stepX = static_cast<float>(rect.width) / static_cast<float>(size.width);
+    const float stepY = static_cast<float>(rect.height) / static_cast<float>(size.height);
+    const WarpRows rows(warper, roi.x, roi.width, stepX, static_cast<float>(rect.x));
+    std::vector<ColumnRange> inside(static_cast<std::size_t>(roi.height));
+    forEachRow(roi.height, [&](int r) {
+        auto* const xs = const_cast<float*>(x.ptr<float>(r));
+        auto* const ys = const_cast<float*>(y.ptr<float>(r));
+        rows.toImage(static_cast<float>(roi.y + r) * stepY + static_cast<float>(rect.y), xs, ys);
+        inside[static_cast<std::size_t>(r)] = columnsInside(xs, ys, roi.width, src);
+    });
+    const cv::Rect box = boxOf(inside);
+    if (box.empty())
+        return maps;
+    maps.roi = box + roi.tl();
+    maps.x = x(box);
+    maps.y = y(box);
+    return maps;
+}
+
+ORVO_VECTOR_CLONES void radiusRow(const float* __restrict x, const float* __restrict y, float centreX, float centreY,
+                                  float corner, float* __restrict radius, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        const float dx = x[i] - centreX;
+        const float dy = y[i] - centreY;
+        const float r = std::sqrt(dx * dx + dy * dy) / corner;
+        radius[i] = r < 1.0f ? r : 1.0f;
+    }
+}
+
+} // namespace
+
+static_assert(std::bit_cast<std::uint32_t>(2.0454545f) == 0x4002E8BAu, "the aspect of the bounds, to the bit");
+
+PanoramaWarper::PanoramaWarper(float scale_)
+    : scale(scale_), k(kIdentity), rinv(kIdentity), r_kinv(kIdentity), k_rinv(kIdentity), midRotation(kIdentity),
+      midRotationInv(kIdentity)
+{}
+
+PanoramaWarper::~PanoramaWarper() = default;
+
+cv::Rect PanoramaWarper::outputBounds() const
+{
+    return {static_cast<int>(-scale * kAspect), static_cast<int>(-scale), static_cast<int>(2.0f * scale * kAspect),
+            static_cast<int>(2.0f * scale)};
+}
+
+cv::Rect PanoramaWarper::detectResultRoi(const cv::Size& src, const cv::Rect& rect, const cv::Size& size) const
+{
+    if (src.empty() || rect.empty() || size.empty())
+        return {};
+    constexpr int kGaps = kGridPoints - 1;
+    const int dx = (src.width - 1 + kGaps - 1) / kGaps; // rounded up
+    const int dy = (src.height - 1 + kGaps - 1) / kGaps;
+    Span spanX;
+    Span spanY;
+    for (int j = 0; j < kGridPoints; ++j) {
+        for (int i = 0; i < kGridPoints; ++i) {
+            float u = 0.0f;
+            float v = 0.0f;
+            mapImageToPlane(static_cast<float>(std::min(i * dx, src.width - 1)),
+                            static_cast<float>(std::min(j * dy, src.height - 1)), u, v);
+            spanX.take((u - static_cast<float>(rect.x)) * static_cast<float>(size.width) /
+                       static_cast<float>(rect.width));
+            spanY.take((v - static_cast<float>(rect.y)) * static_cast<float>(size.height) /
+                       static_cast<float>(rect.height));
+        }
+    }
+    if (spanX.isEmpty() || spanY.isEmpty())
+        return {};
+    const int left = truncatedPosition(spanX.low);
+    const int top = truncatedPosition(spanY.low);
+    const cv::Rect found(left, top, truncatedPosition(spanX.high) - left + 1, truncatedPosition(spanY.high) - top + 1);
+    const cv::Rect roi = found & cv::Rect(cv::Point(), size);
+    return roi.empty() ? cv::Rect() : roi;
+}
+
+void PanoramaWarper::setCameraParams(cv::InputArray K, cv::InputArray R)
+{
+    const cv::Mat camera = K.getMat();
+    const cv::Mat rotation = R.getMat();
+    if (!isMatrix3(camera) || !isMatrix3(rotation))
+        return;
+    // The products in double, so that each entry is rounded once.
+    const cv::Matx33d cameraExact = cv::Matx33f(camera);
+    const cv::Matx33d rotationExact = cv::Matx33f(rotation);
+    k = matrixOf(cameraExact);
+    rinv = matrixOf(rotationExact.t());
+    r_kinv = matrixOf(rotationExact * cameraExact.inv());
+    k_rinv = matrixOf(cameraExact * rotationExact.t());
+}
+
+cv::Rect PanoramaWarper::buildMaps(const cv::Size& src, const cv::Rect& rect, const cv::Size& size,
+                                   cv::OutputArray xmap, cv::OutputArray ymap) const
+{
+    const Maps maps = computeMaps(*this, src, rect, size);
+    if (!maps.roi.empty()) {
+        maps.x.copyTo(xmap);
+        maps.y.copyTo(ymap);
+    }
+    return maps.roi;
+}
+
+cv::Rect PanoramaWarper::warp(cv::InputArray src, cv::InputArray mask, cv::OutputArray dst, cv::OutputArray dstMask,
+                              cv::OutputArray radius, const cv::Rect& rect, const cv::Size& size, cv::InputArray K,
+                              cv::InputArray R)
+{
+    if (src.empty() || (!mask.empty() && mask.size() != src.size()))
+        return {};
+    setCameraParams(K, R);
+    const Maps maps = computeMaps(*this, src.size(), rect, size);
+    if (maps.roi.empty())
+        return {};
+
+    radius.create(maps.roi.size(), CV_32F);
+    cv::Mat distance = radius.getMat();
+    const float centreX = static_cast<float>(src.cols()) * 0.5f;
+    const float centreY = static_cast<float>(src.rows()) * 0.5f;
+    const float corner = std::sqrt(centreX * centreX + centreY * centreY);
+    forEachRow(distance.rows, [&](int r) {
+        radiusRow(maps.x.ptr<float>(r), maps.y.ptr<float>(r), centreX, centreY, corner, distance.ptr<float>(r),
+                  distance.cols);
+    });
+
+    // cv::remap takes INTER_AREA for bilinear.
+    dst.create(maps.roi.size(), src.type());
+    cv::remap(src, dst, maps.x, maps.y, cv::INTER_AREA, cv::BORDER_REFLECT);
+    if (!mask.empty()) {
+        dstMask.create(maps.roi.size(), mask.type());
+        cv::remap(mask, dstMask, maps.x, maps.y, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+    }
+    return maps.roi;
+}
+
+void PanoramaWarper::mapImageToPlane(float x, float y, float& u, float& v) const
+{
+    const Ray ray = turned(r_kinv, x, y, 1.0f);
+    mapForward(ray.x, ray.y, ray.z, u, v);
+}
+
+void PanoramaWarper::mapPlaneToImage(float u, float v, float& x, float& y) const
+{
+    Ray ray{};
+    mapBackward(u, v, ray.x, ray.y, ray.z);
+    const Ray point = turned(k_rinv, ray.x, ray.y, ray.z);
+    const bool isAhead = point.z > 0.0f;
+    x = isAhead ? point.x / point.z : -1.0f;
+    y = isAhead ? point.y / point.z : -1.0f;
+}
+
+void PanoramaWarper::setIntermediate(cv::InputArray rotation, std::shared_ptr<PanoramaWarper> newIntermediate)
+{
+    const cv::Mat turn = rotation.getMat();
+    if (isMatrix3(turn)) {
+        const cv::Matx33d exact = cv::Matx33f(turn);
+        midRotation = matrixOf(exact);
+        midRotationInv = matrixOf(exact.t());
+    }
+    intermediate = std::move(newIntermediate);
+    const cv::Mat eye = cv::Mat::eye(3, 3, CV_32F);
+    setCameraParams(eye, eye);
+    if (intermediate)
+        intermediate->setCameraParams(eye, eye);
+}
+
+void PanoramaWarper::mapToIntermediate(float u, float v, float& x, float& y) const
+{
+    Ray ray{};
+    mapBackward(u, v, ray.x, ray.y, ray.z);
+    ray = turned(midRotationInv, ray.x, ray.y, ray.z);
+    (intermediate ? *intermediate : *this).mapForward(ray.x, ray.y, ray.z, x, y);
+}
+
+void PanoramaWarper::mapFromIntermediate(float x, float y, float& u, float& v) const
+{
+    Ray ray{};
+    (intermediate ? *intermediate : *this).mapBackward(x, y, ray.x, ray.y, ray.z);
+    ray = turned(midRotation, ray.x, ray.y, ray.z);
+    mapForward(ray.x, ray.y, ray.z, u, v);
+}
+
+} // namespace orvo

@@ -1,0 +1,309 @@
+#include "focus_stacking_activity.hpp"
+#include "focus_stacking_levels.hpp"
+#include "focus_stacking_range.hpp"
+
+#include <orvo_image_processing/focus_stacking.hpp>
+
+#include <cmath>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace grfx {
+
+namespace {
+
+using orvo::forEachRow;
+using orvo::ManagedPlane;
+using orvo::PixelRGB;
+using orvo::detail::Activity;
+using orvo::detail::expandRow;
+using orvo::detail::forEachBand;
+using orvo::detail::kChannels;
+using orvo::detail::Level;
+using orvo::detail::LevelExtent;
+using orvo::detail::SampleRange;
+using orvo::detail::ScratchRows;
+
+// Rows of a level that share their scratch.
+constexpr int kBandRows = 32;
+// A frame has to be better by this share of what is held: less cannot be seen, and frames that are alike, or mirrored
+// into one another by rounding, do not alternate.
+constexpr float kBetterBy = 1.0f / 64;
+// Below any activity, also that of absent pixels: what is held before the first frame.
+constexpr float kNothing = -4.0f;
+// Weights of the coarsest level are squared activities above noise, in fourth powers of full scale. Where nothing has
+// any the first frame counts alone: an activity of 1e-6 is a detail of 1e-3, as much as the eye sees.
+constexpr float kFirstWeight = 1e-12f;
+constexpr float kLaterWeight = 1e-20f;
+constexpr float kAbsentWeight = 1e-30f;
+// What noise leaves in the activity of the coarsest level, which holds that of all bands, by the noise of the finest:
+// the flattest windows have half of the mean, and the bands below it add a third to two thirds.
+constexpr float kNoiseOfAllBands = 3.0f;
+
+/// How far a frame's activity exceeds what is held by more than it has to.
+ORVO_VECTOR_CLONES void excess(float* __restrict gain, const float* __restrict activity, const float* __restrict held,
+                               float margin, int width)
+{
+    for (int x = 0; x < width; ++x) {
+        const float better = held[x] * kBetterBy;
+        gain[x] = activity[x] - held[x] - (better > margin ? better : margin);
+    }
+}
+
+ORVO_VECTOR_CLONES bool anyPositive(const float* gain, int width)
+{
+    int count = 0;
+    for (int x = 0; x < width; ++x)
+        count += gain[x] > 0.0f ? 1 : 0;
+    return count > 0;
+}
+
+/// held = gain > 0 ? sample - low : held
+ORVO_VECTOR_CLONES void keepDetail(float* __restrict held, const float* __restrict gain, const float* __restrict sample,
+                                   const float* __restrict low, int width)
+{
+    for (int x = 0; x < width; ++x)
+        held[x] = gain[x] > 0.0f ? sample[x] - low[x] : held[x];
+}
+
+ORVO_VECTOR_CLONES void keepActivity(float* __restrict held, const float* __restrict activity, float margin, int width)
+{
+    for (int x = 0; x < width; ++x) {
+        const float better = held[x] * kBetterBy;
+        const float gain = activity[x] - held[x] - (better > margin ? better : margin);
+        held[x] = gain > 0.0f ? activity[x] : held[x];
+    }
+}
+
+ORVO_VECTOR_CLONES void addRows(float* __restrict sum, const float* __restrict in, int width)
+{
+    for (int x = 0; x < width; ++x)
+        sum[x] += in[x];
+}
+
+std::string sizeText(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
+
+/// What is held of the frames so far.
+struct Merged
+{
+    Merged(const std::vector<LevelExtent>& extents) : range(extents[0])
+    {
+        for (std::size_t l = 0; l + 1 < extents.size(); ++l)
+            details.emplace_back(extents[l], kChannels);
+        for (std::size_t l = 1; l < extents.size(); ++l) {
+            activity.emplace_back(extents[l], 1);
+            std::fill_n(activity.back().row(0, 0), extents[l].pixels(), kNothing);
+        }
+        coarsest.emplace(extents.back(), kChannels + 1);
+        std::fill_n(coarsest->row(0, 0), (kChannels + 1) * extents.back().pixels(), 0.0f);
+    }
+
+    std::vector<Level> details;    ///< chosen coefficients of the picture and of all levels but the coarsest
+    std::vector<Level> activity;   ///< of the chosen ones, on the levels from the first below the picture
+    std::optional<Level> coarsest; ///< weighted sums, and the sum of weights
+    SampleRange range;
+    float noise = 0.0f; ///< the least of the frames': a frame without flat parts tells too much
+};
+
+class LaplacianFocusStacker final : public IFocusStacking<PixelRGB<float>>
+{
+public:
+    explicit LaplacianFocusStacker(std::vector<LevelExtent> extents_) : extents(std::move(extents_)) {}
+
+    void addFrame(const PixelRGB<float>* pixels, int width, int height, int flag) override
+    {
+        requireSize(width, height, "addFrame");
+        if (flag != 0)
+            throw std::invalid_argument("addFrame: flag is " + std::to_string(flag) + ", only 0 is known");
+        if (!merged)
+            merged.emplace(extents);
+        const auto filled = orvo::detail::fillAbsent(pixels, extents[0]);
+        const Level* const absent = filled ? &filled->absent : nullptr;
+        merged->range.include(pixels, absent);
+        merge(filled ? filled->pixels.data() : pixels, absent);
+        ++frames;
+    }
+
+    void reset() override
+    {
+        merged.reset();
+        frames = 0;
+    }
+
+    [[nodiscard]] int frameCount() const override { return frames; }
+
+    void getResult(PixelRGB<float>* pixels, int width, int height) override
+    {
+        requireSize(width, height, "getResult");
+        if (frames == 0)
+            throw std::logic_error("getResult: no frame has been added");
+        std::vector<Level> levels = collapse();
+        const Level& below = levels.back();
+        const Level& details = merged->details[0];
+        forEachBand(height, kBandRows, [&](int first, int last) {
+            const ScratchRows rows(kChannels + 1, width);
+            for (int y = first; y < last; ++y) {
+                for (int c = 0; c < kChannels; ++c) {
+                    expandRow(rows.row(c), rows.row(kChannels), below, c, y, width);
+                    addRows(rows.row(c), details.row(c, y), width);
+                }
+                merged->range.limitRow(pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(width),
+                                       rows.row(0), rows.row(1), rows.row(2), y);
+            }
+        });
+    }
+
+private:
+    void requireSize(int width, int height, const char* member) const
+    {
+        if (width != extents[0].width || height != extents[0].height)
+            throw std::invalid_argument(std::string(member) + ": the picture is " + sizeText(width, height) +
+                                        ", the stacker's size is " + sizeText(extents[0].width, extents[0].height));
+    }
+
+    void merge(const PixelRGB<float>* pixels, const Level* absent)
+    {
+        std::vector<Level> levels;
+        for (std::size_t l = 1; l < extents.size(); ++l) {
+            levels.emplace_back(extents[l], kChannels);
+            if (l == 1)
+                orvo::detail::reducePicture(levels[0], pixels, extents[0]);
+            else
+                orvo::detail::reduceLevel(levels[l - 1], levels[l - 2], kChannels);
+        }
+        Activity activity = orvo::detail::measureActivity(pixels, extents[0], levels);
+        if (absent != nullptr)
+            orvo::detail::markAbsent(activity, *absent);
+        merged->noise = frames == 0 ? activity.noise : std::min(merged->noise, activity.noise);
+        mergePicture(pixels, levels[0], activity.grids[0]);
+        for (std::size_t i = 0; i + 1 < levels.size(); ++i)
+            mergeLevel(levels[i], levels[i + 1], activity.grids[i], i);
+        addCoarsest(levels.back(), activity.grids.back());
+        for (std::size_t i = 0; i < levels.size(); ++i)
+            forEachRow(extents[i + 1].height, [&](int y) {
+                keepActivity(merged->activity[i].row(0, y), activity.grids[i].row(0, y), margin(i),
+                             extents[i + 1].width);
+            });
+    }
+
+    [[nodiscard]] float margin(std::size_t index) const
+    {
+        return frames == 0 ? 0.0f : orvo::detail::noiseMargin(merged->noise, index);
+    }
+
+    /// The picture's own coefficients, by the excess on the first grid, expanded.
+    void mergePicture(const PixelRGB<float>* pixels, const Level& below, const Level& grid)
+    {
+        const int width = extents[0].width;
+        const Level gains(extents[1], 1);
+        forEachRow(grid.height(), [&](int y) {
+            excess(gains.row(0, y), grid.row(0, y), merged->activity[0].row(0, y), margin(0), grid.width());
+        });
+        forEachBand(extents[0].height, kBandRows, [&](int first, int last) {
+            const ScratchRows rows(kChannels + 3, width);
+            float* const gain = rows.row(kChannels);
+            float* const low = rows.row(kChannels + 1);
+            float* const scratch = rows.row(kChannels + 2);
+            for (int y = first; y < last; ++y) {
+                expandRow(gain, scratch, gains, 0, y, width);
+                if (!anyPositive(gain, width))
+                    continue;
+                const auto start = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+                orvo::detail::splitRow(rows.row(0), rows.row(1), rows.row(2), &pixels[start].r, width);
+                for (int c = 0; c < kChannels; ++c) {
+                    expandRow(low, scratch, below, c, y, width);
+                    keepDetail(merged->details[0].row(c, y), gain, rows.row(c), low, width);
+                }
+            }
+        });
+    }
+
+    void mergeLevel(const Level& level, const Level& below, const Level& grid, std::size_t index)
+    {
+        const int width = level.width();
+        forEachBand(level.height(), kBandRows, [&](int first, int last) {
+            const ScratchRows rows(3, width);
+            for (int y = first; y < last; ++y) {
+                excess(rows.row(0), grid.row(0, y), merged->activity[index].row(0, y), margin(index), width);
+                if (!anyPositive(rows.row(0), width))
+                    continue;
+                for (int c = 0; c < kChannels; ++c) {
+                    expandRow(rows.row(1), rows.row(2), below, c, y, width);
+                    keepDetail(merged->details[index + 1].row(c, y), rows.row(0), level.row(c, y), rows.row(1), width);
+                }
+            }
+        });
+    }
+
+    void addCoarsest(const Level& level, const Level& grid)
+    {
+        const float least = frames == 0 ? kFirstWeight : kLaterWeight;
+        forEachRow(level.height(), [&](int y) {
+            for (int x = 0; x < level.width(); ++x) {
+                const float activity = grid.row(0, y)[x];
+                const float above = std::max(activity - kNoiseOfAllBands * merged->noise, 0.0f);
+                const float weight = activity < 0.0f ? kAbsentWeight : above * above + least;
+                for (int c = 0; c < kChannels; ++c)
+                    merged->coarsest->row(c, y)[x] += weight * level.row(c, y)[x];
+                merged->coarsest->row(kChannels, y)[x] += weight;
+            }
+        });
+    }
+
+    /// The levels from the coarsest up to the first below the picture, put together.
+    [[nodiscard]] std::vector<Level> collapse() const
+    {
+        std::vector<Level> levels;
+        levels.emplace_back(extents.back(), kChannels);
+        const Level& sums = *merged->coarsest;
+        forEachRow(sums.height(), [&](int y) {
+            for (int c = 0; c < kChannels; ++c)
+                for (int x = 0; x < sums.width(); ++x)
+                    levels[0].row(c, y)[x] = sums.row(c, y)[x] / sums.row(kChannels, y)[x];
+        });
+        for (std::size_t l = extents.size() - 2; l > 0; --l) {
+            levels.emplace_back(extents[l], kChannels);
+            const Level& below = levels[levels.size() - 2];
+            const Level& level = levels.back();
+            const Level& details = merged->details[l];
+            forEachBand(level.height(), kBandRows, [&](int first, int last) {
+                const ScratchRows rows(2, level.width());
+                for (int y = first; y < last; ++y)
+                    for (int c = 0; c < kChannels; ++c) {
+                        expandRow(rows.row(0), rows.row(1), below, c, y, level.width());
+                        addRows(rows.row(0), details.row(c, y), level.width());
+                        std::copy_n(rows.row(0), level.width(), level.row(c, y));
+                    }
+            });
+        }
+        return levels;
+    }
+
+    std::vector<LevelExtent> extents; ///< of the picture and the levels below it
+    std::optional<Merged> merged;
+    int frames = 0;
+};
+
+void require(bool holds, const char* name, const std::string& value, const char* bound)
+{
+    if (!holds)
+        throw std::invalid_argument(std::string("produceLaplacianFocusStacking: ") + name + " is " + value + ", " +
+                                    bound);
+}
+
+} // namespace
+
+template <>
+std::unique_ptr<IFocusStacking<PixelRGB<float>>>
+produceLaplacianFocusStacking<PixelRGB<float>>(int width, int height, float value, int levels, ESample sample)
+{
+    require(width >= 1, "width", std::to_string(width), "at least 1 is needed");
+    require(height >= 1, "height", std::to_string(height), "at least 1 is needed");
+    require(value >= 1.0f, "value", std::to_string(value), "at least 1 is needed");
+    require(levels >= 1, "levels", std::to_string(levels), "at least 1 is needed");
+    require(sample == ESample::Float, "sample", std::to_string(static_cast<int>(sample)), "only 0 is known");
+    return std::make_unique<LaplacianFocusStacker>(orvo::detail::levelExtents(width, height, value, levels));
+}
+
+} // namespace grfx

@@ -1,0 +1,264 @@
+#include "focus_stacking_activity.hpp"
+
+#include <cmath>
+
+namespace orvo::detail {
+
+namespace {
+
+// Rows of a grid that are made together. Each band makes two rows of its neighbours once more.
+constexpr int kBandRows = 32;
+// Rows of the picture under one row of the grid below it.
+constexpr int kTaps = 5;
+
+// What a grid takes over from the finer one: all of it, so that a coarse coefficient follows the fine detail around it
+// if there is any. The windows grow along, so its noise averages out.
+constexpr float kFinerShare = 1.0f;
+// What a grid takes over from the coarser one. Enough to decide where there is no fine detail, too little to let the
+// glow of a defocused edge, which is coarse, win over fine texture.
+constexpr float kCoarserShare = 0.125f;
+
+// Samples of a grid that tell its noise: the error of a quantile of so many is far below that of what it stands for.
+constexpr std::size_t kNoiseSamples = 1U << 16;
+// The flattest twentieth of the windows: few pictures have less that is out of focus or bare.
+constexpr double kFlatQuantile = 0.05;
+// Full-scale squared. No camera's noise is larger, so a picture full of texture does not pass for noise.
+constexpr float kMostNoise = 0.01f;
+// The energy of a window of noise fluctuates by about a third of its mean, and the flattest twentieth has half of the
+// mean. A difference of so many of it is beyond three deviations.
+constexpr float kMarginOfNoise = 3.0f;
+// The fluctuation of a grid against the next finer one. White noise has a quarter of its energy in the next band, that
+// of interpolated sensors up to half; what is taken over from the finer grid is averaged over four times the area.
+constexpr float kMarginFall = 0.5f;
+
+// Share of absent pixels in a sample of a level from which on it counts as absent: what has been filled in is near the
+// truth, and a lost pixel must not take the coarse levels of half the picture with it.
+constexpr float kAbsentShare = 1.0f / 64;
+// Samples to each side that a coefficient is made of, beyond its own.
+constexpr int kAbsentReach = 2;
+
+ORVO_VECTOR_CLONES void setEnergy(float* __restrict energy, const float* __restrict sample, const float* __restrict low,
+                                  int width)
+{
+    for (int x = 0; x < width; ++x)
+        energy[x] = (sample[x] - low[x]) * (sample[x] - low[x]);
+}
+
+ORVO_VECTOR_CLONES void addEnergy(float* __restrict energy, const float* __restrict sample, const float* __restrict low,
+                                  int width)
+{
+    for (int x = 0; x < width; ++x)
+        energy[x] += (sample[x] - low[x]) * (sample[x] - low[x]);
+}
+
+ORVO_VECTOR_CLONES void column121(float* __restrict out, const float* above, const float* middle, const float* below,
+                                  int width)
+{
+    for (int x = 0; x < width; ++x)
+        out[x] = ((above[x] + below[x]) + 2.0f * middle[x]) * (1.0f / 16);
+}
+
+/// `in` is padded.
+ORVO_VECTOR_CLONES void row121(float* __restrict out, const float* __restrict in, int width)
+{
+    for (int x = 0; x < width; ++x)
+        out[x] = (in[x - 1] + in[x + 1]) + 2.0f * in[x];
+}
+
+ORVO_VECTOR_CLONES void addScaled(float* __restrict sum, const float* __restrict in, float scale, int width)
+{
+    for (int x = 0; x < width; ++x)
+        sum[x] += in[x] * scale;
+}
+
+/// A band of rows of a plane, and one more at each end that the plane has.
+class Band
+{
+public:
+    Band(int first_, int last_, LevelExtent extent)
+        : first(std::max(first_ - 1, 0)), last(std::min(last_ + 1, extent.height)), width(extent.width),
+          rows(last - first + 1, width)
+    {}
+    [[nodiscard]] float* row(int y) const { return rows.row(std::clamp(y, first, last - 1) - first); }
+
+    /// Writes row `y`, smoothed by 1 2 1 in both directions.
+    void smoothed(float* out, int y) const
+    {
+        float* const line = rows.row(last - first);
+        column121(line, row(y - 1), row(y), row(y + 1), width);
+        padRow(line, width);
+        row121(out, line, width);
+    }
+
+    const int first, last;
+
+private:
+    int width;
+    ScratchRows rows;
+};
+
+/// Energy of the picture's own band, reduced onto the first grid and smoothed.
+class FinestEnergy
+{
+public:
+    FinestEnergy(const PixelRGB<float>* pixels_, LevelExtent extent_, const Level& below_)
+        : pixels(pixels_), extent(extent_), below(below_)
+    {}
+
+    void band(const Level& grid, int firstRow, int lastRow) const
+    {
+        const Band reduced(firstRow, lastRow, {below.width(), below.height()});
+        const ScratchRows ring(kTaps, extent.width);
+        const ScratchRows scratch(kScratch, extent.width);
+        int next = std::max(2 * reduced.first - 2, 0);
+        for (int y = reduced.first; y < reduced.last; ++y) {
+            for (; next <= std::min(2 * y + 2, extent.height - 1); ++next)
+                energy(ring.row(next % kTaps), scratch, next);
+            const auto near = [&](int at) { return ring.row(std::clamp(at, 0, extent.height - 1) % kTaps); };
+            reduceColumns(scratch.row(0), near(2 * y - 2), near(2 * y - 1), near(2 * y), near(2 * y + 1),
+                          near(2 * y + 2), extent.width);
+            padRow(scratch.row(0), extent.width);
+            narrowRow(reduced.row(y), scratch.row(0), extent.width);
+        }
+        for (int y = firstRow; y < lastRow; ++y)
+            reduced.smoothed(grid.row(0, y), y);
+    }
+
+private:
+    static constexpr int kScratch = kChannels + 2;
+
+    void energy(float* out, const ScratchRows& scratch, int y) const
+    {
+        const PixelRGB<float>* const row =
+            pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(extent.width);
+        splitRow(scratch.row(0), scratch.row(1), scratch.row(2), &row->r, extent.width);
+        for (int c = 0; c < kChannels; ++c) {
+            float* const low = scratch.row(kChannels);
+            expandRow(low, scratch.row(kChannels + 1), below, c, y, extent.width);
+            (c == 0 ? setEnergy : addEnergy)(out, scratch.row(c), low, extent.width);
+        }
+    }
+
+    const PixelRGB<float>* pixels;
+    LevelExtent extent;
+    const Level& below;
+};
+
+/// Energy of a level's band, smoothed.
+void levelEnergy(const Level& grid, const Level& level, const Level& below)
+{
+    forEachBand(grid.height(), kBandRows, [&](int firstRow, int lastRow) {
+        const Band energy(firstRow, lastRow, {level.width(), level.height()});
+        const ScratchRows scratch(2, level.width());
+        for (int y = energy.first; y < energy.last; ++y)
+            for (int c = 0; c < kChannels; ++c) {
+                expandRow(scratch.row(0), scratch.row(1), below, c, y, level.width());
+                (c == 0 ? setEnergy : addEnergy)(energy.row(y), level.row(c, y), scratch.row(0), level.width());
+            }
+        for (int y = firstRow; y < lastRow; ++y)
+            energy.smoothed(grid.row(0, y), y);
+    });
+}
+
+/// The kFlatQuantile of a grid's values.
+float flatEnergy(const Level& grid)
+{
+    const std::size_t count = LevelExtent{grid.width(), grid.height()}.pixels();
+    const std::size_t step = (count + kNoiseSamples - 1) / kNoiseSamples;
+    const float* const samples = grid.row(0, 0);
+    std::vector<float, ManagedAllocator<float>> some;
+    some.reserve(count / step + 1);
+    for (std::size_t i = 0; i < count; i += step)
+        some.push_back(samples[i]);
+    const auto at = static_cast<std::ptrdiff_t>(kFlatQuantile * static_cast<double>(some.size()));
+    std::nth_element(some.begin(), some.begin() + at, some.end());
+    return std::min(some[static_cast<std::size_t>(at)], kMostNoise);
+}
+
+void addFiner(const Level& grid, const Level& finer)
+{
+    forEachBand(grid.height(), kBandRows, [&](int first, int last) {
+        const ScratchRows scratch(2, finer.width());
+        for (int y = first; y < last; ++y) {
+            reduceColumns(scratch.row(0), finer.nearRow(0, 2 * y - 2), finer.nearRow(0, 2 * y - 1),
+                          finer.nearRow(0, 2 * y), finer.nearRow(0, 2 * y + 1), finer.nearRow(0, 2 * y + 2),
+                          finer.width());
+            padRow(scratch.row(0), finer.width());
+            narrowRow(scratch.row(1), scratch.row(0), finer.width());
+            addScaled(grid.row(0, y), scratch.row(1), kFinerShare, grid.width());
+        }
+    });
+}
+
+void addCoarser(const Level& grid, const Level& coarser)
+{
+    forEachBand(grid.height(), kBandRows, [&](int first, int last) {
+        const ScratchRows scratch(2, grid.width());
+        for (int y = first; y < last; ++y) {
+            expandRow(scratch.row(0), scratch.row(1), coarser, 0, y, grid.width());
+            addScaled(grid.row(0, y), scratch.row(0), kCoarserShare, grid.width());
+        }
+    });
+}
+
+} // namespace
+
+Activity measureActivity(const PixelRGB<float>* pixels, LevelExtent extent, const std::vector<Level>& levels)
+{
+    Activity activity;
+    const auto extentOf = [](const Level& level) { return LevelExtent{level.width(), level.height()}; };
+    activity.grids.emplace_back(extentOf(levels[0]), 1);
+    const FinestEnergy finest(pixels, extent, levels[0]);
+    forEachBand(levels[0].height(), kBandRows,
+                [&](int first, int last) { finest.band(activity.grids[0], first, last); });
+    activity.noise = flatEnergy(activity.grids[0]);
+    if (levels.size() > 1) {
+        const Level own(extentOf(levels[0]), 1);
+        levelEnergy(own, levels[0], levels[1]);
+        forEachRow(own.height(),
+                   [&](int y) { addScaled(activity.grids[0].row(0, y), own.row(0, y), 1.0f, own.width()); });
+    }
+    for (std::size_t i = 1; i < levels.size(); ++i) {
+        activity.grids.emplace_back(extentOf(levels[i]), 1);
+        const Level& grid = activity.grids.back();
+        if (i + 1 < levels.size())
+            levelEnergy(grid, levels[i], levels[i + 1]);
+        else // the coarsest level has no band of its own
+            forEachRow(grid.height(), [&](int y) { std::fill_n(grid.row(0, y), grid.width(), 0.0f); });
+        addFiner(grid, activity.grids[i - 1]);
+    }
+    for (std::size_t i = levels.size() - 1; i > 0; --i)
+        addCoarser(activity.grids[i - 1], activity.grids[i]);
+    return activity;
+}
+
+float noiseMargin(float noise, std::size_t index)
+{
+    return kMarginOfNoise * noise * std::pow(kMarginFall, static_cast<float>(index));
+}
+
+void markAbsent(Activity& activity, const Level& mask)
+{
+    std::vector<Level> shares;
+    for (const Level& grid : activity.grids) {
+        shares.emplace_back(LevelExtent{grid.width(), grid.height()}, 1);
+        reduceLevel(shares.back(), shares.size() == 1 ? mask : shares[shares.size() - 2], 1);
+    }
+    for (std::size_t i = 0; i < shares.size(); ++i) {
+        const Level& share = shares[i];
+        forEachRow(share.height(), [&](int y) {
+            const auto touched = [&](int x) {
+                for (int v = y - kAbsentReach; v <= y + kAbsentReach; ++v)
+                    for (int u = std::max(x - kAbsentReach, 0); u <= std::min(x + kAbsentReach, share.width() - 1); ++u)
+                        if (share.nearRow(0, v)[u] > kAbsentShare)
+                            return true;
+                return false;
+            };
+            for (int x = 0; x < share.width(); ++x)
+                if (touched(x))
+                    activity.grids[i].row(0, y)[x] = kAbsent;
+        });
+    }
+}
+
+} // namespace orvo::detail

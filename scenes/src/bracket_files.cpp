@@ -20,16 +20,6 @@ const char* endingOf(BracketFileFormat format)
     return "";
 }
 
-std::shared_ptr<const ImageMetadata> metadataOf(const ExifValues& exif, _Size<int> size)
-{
-    auto embedded = std::make_shared<EmbeddedMetadata>();
-    embedded->exif = exifBytes(exif);
-    auto metadata = std::make_shared<ImageMetadata>();
-    metadata->size = size;
-    metadata->embedded = embedded;
-    return metadata;
-}
-
 } // namespace
 
 std::filesystem::path writeFrame(const Bracket& bracket, std::size_t index, const std::filesystem::path& folder,
@@ -51,7 +41,7 @@ std::filesystem::path writeFrame(const Bracket& bracket, std::size_t index, cons
     write.jpegQuality = settings.jpegQuality;
     write.profile = picture->colorProfile();
     if (settings.exif)
-        write.metadata = metadataOf(exif, picture->size());
+        write.metadata = metadataWith(exif, picture->size());
     writeImage(path, *picture, write);
     return path;
 }

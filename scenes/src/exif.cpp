@@ -17,6 +17,8 @@ TiffDirectory exifDirectory(const ExifValues& values)
     exif.undefined(36864, "0232");
     exif.text(36867, values.dateTimeOriginal);
     exif.signedRationals(37380, number(values.exposureBias));
+    if (values.subjectDistance)
+        exif.rationals(37382, number(*values.subjectDistance));
     exif.rationals(37386, number(values.focalLength));
     return exif;
 }
@@ -37,6 +39,16 @@ std::vector<unsigned char> exifBytes(const ExifValues& values)
     first.append(block);
     exifDirectory(values).append(block);
     return block;
+}
+
+std::shared_ptr<const ImageMetadata> metadataWith(const ExifValues& values, _Size<int> size)
+{
+    auto embedded = std::make_shared<EmbeddedMetadata>();
+    embedded->exif = exifBytes(values);
+    auto metadata = std::make_shared<ImageMetadata>();
+    metadata->size = size;
+    metadata->embedded = embedded;
+    return metadata;
 }
 
 } // namespace orvo::scenes

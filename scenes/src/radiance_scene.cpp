@@ -1,4 +1,5 @@
 #include "room_painter.hpp"
+#include "spline.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <scenes/radiance_scene.hpp>
@@ -39,21 +40,6 @@ _Size<int> gridSize(const SceneSettings& settings)
     const int border = 2 * (marginOf(settings) + kSplineReach);
     return {settings.size.width + border, settings.size.height + border};
 }
-
-// Weights of the uniform cubic B-spline at a fraction 0..1 between the second and the third of four points.
-struct SplineWeights
-{
-    float w[4];
-    explicit SplineWeights(float t)
-    {
-        constexpr float kSixth = 1.0f / 6.0f;
-        const float s = 1.0f - t;
-        w[0] = s * s * s * kSixth;
-        w[1] = (4.0f + 3.0f * t * t * (t - 2.0f)) * kSixth;
-        w[2] = (4.0f + 3.0f * s * s * (s - 2.0f)) * kSixth;
-        w[3] = t * t * t * kSixth;
-    }
-};
 
 } // namespace
 

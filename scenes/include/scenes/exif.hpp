@@ -1,8 +1,11 @@
 /// EXIF blocks of the scene camera.
 #pragma once
 
+#include <orvo_core/image_metadata.hpp>
 #include <scenes/camera.hpp>
 
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,12 +18,16 @@ struct ExifValues
     std::string model = "Scene Camera";
     std::string dateTimeOriginal = "2026:06:21 16:30:00"; ///< form of EXIF; the same in every run
     ExposureSettings exposure;
-    double exposureBias = 0.0; ///< EV
-    double focalLength = 24.0; ///< mm
+    double exposureBias = 0.0;             ///< EV
+    double focalLength = 24.0;             ///< mm
+    std::optional<double> subjectDistance; ///< m, above 0; empty: not told
 };
 
 /// A TIFF structure without the "Exif\0\0" prefix, as EmbeddedMetadata::exif takes it (CIPA DC-008, Exif 2.32):
-/// Make, Model, ExposureTime, FNumber, ISO, ExposureBias, DateTimeOriginal, FocalLength.
+/// Make, Model, ExposureTime, FNumber, ISO, ExposureBias, DateTimeOriginal, SubjectDistance, FocalLength.
 [[nodiscard]] std::vector<unsigned char> exifBytes(const ExifValues& values);
+
+/// What writeImage() takes to put them into the file of a picture of `size`.
+[[nodiscard]] std::shared_ptr<const ImageMetadata> metadataWith(const ExifValues& values, _Size<int> size);
 
 } // namespace orvo::scenes

@@ -1,0 +1,103 @@
+/// Focus series with all that is true of them.
+#pragma once
+
+#include <orvo_core/image_data.hpp>
+#include <scenes/camera.hpp>
+#include <scenes/focus_lens.hpp>
+#include <scenes/homography.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace orvo::scenes {
+
+/// Distance from the lens in m of the nearest and the farthest point of the scene that the reference frame shows.
+inline constexpr double kNearestDistance = 0.40;
+inline constexpr double kFarthestDistance = 0.65;
+
+/// Movement of the camera. What it shows shifts by whole pictures, near and far alike: there is no parallax.
+struct FrameMotion
+{
+    double shiftX = 0.0;          ///< pixels by which the frame's middle lies to the right in the scene
+    double shiftY = 0.0;          ///< ... lies lower
+    double rotationDegrees = 0.0; ///< about the middle of the frame, clockwise as seen in the scene
+};
+
+/// What a series is to be. With the defaults every point of the scene has a circle of confusion below 0.7 pixels in at
+/// least one frame, so a picture that is sharp throughout can be had from them.
+struct FocusSeriesSettings
+{
+    _Size<int> size{1024, 768};          ///< of every frame in pixels, each side 16..65536
+    std::uint64_t seed = 1;              ///< another seed: other grain, weave and scratches on the same things
+    int frames = 8;                      ///< 1..1000; one frame alone is focused half-way
+    double nearFocus = kNearestDistance; ///< m, focus of the first frame, beyond the focal length
+    double farFocus = kFarthestDistance; ///< m, focus of the last one; those between are evenly spaced in 1/m
+    FocusLens lens;                      ///< such that no circle of confusion is wider than 64 pixels
+    /// Share by which the first frame shows things larger than the last one, -0.2..0.2: a lens that is moved out to
+    /// focus near magnifies more. It changes evenly from frame to frame, about the middle of the frame.
+    double breathing = 0.0;
+    FrameMotion drift;                ///< steady movement from each frame to the next: a rail askew
+    FrameMotion shake;                ///< largest deviation of each frame by an unsteady hand
+    std::uint64_t shakeSeed = 1;      ///< another seed: another hand
+    std::optional<int> reference;     ///< frame whose geometry is the scene's; empty: the middle one
+    std::optional<SensorNoise> noise; ///< empty: none
+    std::uint64_t noiseSeed = 1;      ///< each frame draws noise of its own from it
+    double isoSpeed = 100.0;          ///< above 0; amplifies noise and stands in files
+};
+
+class FocusScene;
+
+/// A table with things on it, before a papered wall: wood, lettering, ruler, ball, thread, straws and a fern, textured
+/// at several scales almost everywhere, with hard edges in depth. Composed for 3:2; other shapes see its middle part.
+///
+/// The scene is a stack of layers, each a plane in space with a coverage of its own. A frame is made of them from back
+/// to front: each layer is blurred by the disc that its depth calls for at each pixel, light and coverage together, and
+/// laid over what is behind. So a blurred near thing spreads over sharp far ones, which are there behind it. Departure
+/// from a real lens: that the light of two blurred layers at one pixel comes through different parts of the lens is not
+/// followed.
+///
+/// Layers are defined everywhere, as uniform cubic B-splines over painted grids, so a frame of any motion is exact; the
+/// light is blurred before its curve is applied. Painted once by the constructor; immutable and usable from any thread
+/// afterwards. Holds about 3 layers of 16 bytes per pixel. All results are the same for any number of threads.
+class FocusSeries
+{
+public:
+    /// Throws std::invalid_argument that names the field, its value and the bound; std::bad_alloc.
+    explicit FocusSeries(const FocusSeriesSettings& settings);
+
+    [[nodiscard]] const FocusSeriesSettings& settings() const { return recipe; }
+    [[nodiscard]] _Size<int> size() const { return recipe.size; }
+    [[nodiscard]] int frameCount() const { return recipe.frames; }
+    /// The frame whose geometry is that of truth() and of the maps below.
+    [[nodiscard]] int reference() const { return referenceIndex; }
+    /// m. Throws std::out_of_range, as all that take an index.
+    [[nodiscard]] double focusDistance(int index) const;
+    /// Exact map from pixels of frame `index` to those of the reference; kIdentity for the reference itself.
+    [[nodiscard]] Homography referenceFromFrame(int index) const;
+
+    /// What the camera takes: melissaRGB(), 0..1, not quantised. Peak: the result and one layer of 16 bytes per pixel.
+    [[nodiscard]] std::shared_ptr<Picture> frame(int index) const;
+    [[nodiscard]] std::vector<std::shared_ptr<Picture>> frames() const;
+
+    /// The picture that a lens of infinite depth of field would take in the geometry of the reference, without noise;
+    /// melissaRGB(). Peak: as frame().
+    [[nodiscard]] std::shared_ptr<Picture> truth() const;
+    /// Distance in m of what each pixel of truth() shows most of. No profile. Peak: the result.
+    [[nodiscard]] std::shared_ptr<_ImageData<float>> depth() const;
+    /// The frame, as a whole number from 0, in which that is sharpest: its circle of confusion is the smallest, of
+    /// equal ones the first. No profile. Peak: the result.
+    [[nodiscard]] std::shared_ptr<_ImageData<float>> sharpestFrame() const;
+
+private:
+    void checkIndex(int index) const;
+
+    FocusSeriesSettings recipe;
+    int referenceIndex = 0;
+    std::vector<double> focus;        // m, of each frame
+    std::vector<Homography> geometry; // reference from frame
+    std::shared_ptr<const FocusScene> scene;
+};
+
+} // namespace orvo::scenes

@@ -1,0 +1,34 @@
+/// From one white balance to another.
+#pragma once
+
+#include <orvo_core/pixel.hpp>
+
+#include <array>
+#include <optional>
+
+namespace orvo {
+
+/// Temperature in kelvin, and tint: the distance from the Planckian locus in CIE 1960 u, v times 3000, positive towards
+/// magenta.
+struct WhitePoint
+{
+    float temperature = 0.0f;
+    float tint = 0.0f;
+    bool operator==(const WhitePoint&) const = default;
+};
+
+/// Row after row, for pixels of linearMelissaRGB().
+using ColorMatrix = std::array<float, 9>;
+
+/// What makes the neutral of `wanted` neutral in pixels that were balanced for `present`, keeping the luminance of
+/// grays: a scaling of cone answers (Lam 1985, "Bradford"). Empty where nothing is to be done: the two are one, or
+/// either is unknown.
+[[nodiscard]] std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& wanted);
+
+[[nodiscard]] inline PixelRGB<float> shifted(const PixelRGB<float>& p, const ColorMatrix& m)
+{
+    return {m[0] * p.r + m[1] * p.g + m[2] * p.b, m[3] * p.r + m[4] * p.g + m[5] * p.b,
+            m[6] * p.r + m[7] * p.g + m[8] * p.b};
+}
+
+} // namespace orvo

@@ -1,0 +1,79 @@
+/// What a panorama is made from.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/geometry.hpp>
+#include <orvo_extensions/hdr.hpp>
+#include <orvo_extensions/warp_type.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+namespace orvo {
+
+/// How a panorama is stitched. A plain record. The engine works with its own constants; fields marked "kept" travel
+/// with the record for the application.
+struct ORVO_EXPORT PanoramaStitchingSettings
+{
+    PanoramaStitchingSettings();
+    PanoramaStitchingSettings(const PanoramaStitchingSettings&);
+    PanoramaStitchingSettings(PanoramaStitchingSettings&&) noexcept;
+    PanoramaStitchingSettings& operator=(const PanoramaStitchingSettings&);
+    PanoramaStitchingSettings& operator=(PanoramaStitchingSettings&&) noexcept;
+
+    bool option0 = false;                ///< kept
+    bool autoLensCorrection = false;     ///< raw files: distortion and vignetting by the lens of the metadata
+    bool rawChromaticAberration = false; ///< raw files: lateral chromatic aberration
+    bool devignette = false;             ///< files: fit and remove vignetting from the overlaps
+    bool option4 = true;                 ///< kept
+    bool option5 = false;                ///< kept
+    float scale0 = 0.6f;                 ///< kept, as is all up to warpType
+    float scale1 = 0.1f;
+    std::int32_t mode0 = 2;
+    std::int32_t mode1 = 1;
+    float factor0 = 0.65f;
+    std::int32_t mode2 = -1;
+    float factor1 = 0.5f;
+    float scale2 = -1.0f;
+    std::int32_t mode3 = 1;
+    std::int32_t mode4 = 1;
+    std::int32_t mode5 = 1;
+    std::int32_t warpType = 3; ///< a WarpType: the projection at the start
+    std::int32_t mode6 = 2;    ///< kept, as is all below
+    std::int32_t mode7 = 1;
+    std::int32_t mode8 = 2;
+    std::int32_t mode12 = 32;
+    std::int32_t mode9 = 2;
+    std::int32_t mode10 = 0;
+    std::int32_t mode11 = 2;
+    float scale3 = 5.0f;
+};
+
+/// Single pictures, in any order.
+struct PanoSource
+{
+    std::vector<std::filesystem::path> files;
+    PanoramaStitchingSettings settings;
+};
+
+/// An exposure bracket for each position, in any order. Merged by make_HDR() before they are stitched.
+struct PanoSourceHDR
+{
+    std::vector<std::vector<std::filesystem::path>> brackets;
+    PanoramaStitchingSettings settings;
+    HDRSettings hdr;
+};
+
+/// A pan.
+struct PanoSourceVideo
+{
+    std::filesystem::path file;
+    PanoramaStitchingSettings settings;
+    std::uint64_t start = 0;           ///< first frame
+    std::uint64_t end = 0;             ///< the frame after the last one
+    std::vector<std::uint64_t> frames; ///< frames that the user added by hand
+    std::vector<_Rect<int>> rects;     ///< for each of them the only part that may show
+};
+
+} // namespace orvo

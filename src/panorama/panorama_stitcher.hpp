@@ -1,0 +1,189 @@
+/// The engine behind a panorama: from pictures to any rectangle of the stitched sphere, in any projection.
+#pragma once
+
+#include "composer/panorama_hdr_provider.hpp"
+#include "composer/panorama_images_provider.hpp"
+#include "composer/panorama_video_provider.hpp"
+#include "panorama/panorama_devignette.hpp"
+#include "panorama/panorama_warper.hpp"
+
+#include <orvo_core/geometry.hpp>
+#include <orvo_core/image_data.hpp>
+#include <orvo_extensions/panorama.hpp>
+
+#include <opencv2/core.hpp>
+#include <opencv2/features2d.hpp>
+#include <opencv2/stitching/detail/camera.hpp>
+#include <opencv2/stitching/detail/exposure_compensate.hpp>
+#include <opencv2/stitching/detail/matchers.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <variant>
+#include <vector>
+
+namespace orvo {
+
+/// A rendered part of a panorama. `image` is in sRGB. Both pointers are empty if nothing was drawn.
+struct Panorama
+{
+    std::shared_ptr<_ImageData<PixelRGB<float>>> image;
+    std::shared_ptr<_ImageData<float>> mask; ///< 1 where the panorama has content
+    cv::Rect roi;                            ///< where `image` lies inside the requested size; empty if it fills it
+};
+
+/// Owns the source of the images, registers them as rotated cameras about one point (Brown, Lowe 2007), and draws.
+///
+/// Lengths: a sphere unit is one pixel of the spherical projection at the resolution of the sources. The seam scale is
+/// where seams, gains and vignetting are found, at most 0.1 megapixel a picture; the work scale is where features are
+/// found, at most 0.6 megapixel. Every step at the seam scale stands behind a dirty flag, so that a change of view
+/// repeats none of them.
+///
+/// Used by one thread at a time; only cancelLoad() may come from another one while a load runs. A cancel function
+/// returns true when the work is to stop, and must not be empty (std::bad_function_call). Exceptions of OpenCV pass.
+class PanoramaStitcher
+{
+public:
+    using CancelFunction = std::function<bool()>;
+
+    explicit PanoramaStitcher(const PanoSource& panoSource);
+    explicit PanoramaStitcher(const PanoSourceHDR& panoSource);
+    explicit PanoramaStitcher(const PanoSourceVideo& panoSource);
+
+    /// Reads the pictures and registers them. False if there are none, or they do not fit together.
+    bool loadImages(CancelFunction cancel);
+    /// Video only: replaces the frames that the user added by hand, and registers anew. The only parts of them that may
+    /// show are `rects`.
+    void reloadWithComposition(const std::vector<std::uint64_t>& frames, const std::vector<_Rect<int>>& rects);
+    /// Finds cameras for these pictures (CV_16SC3). Pictures that fit none of the others drop out.
+    bool estimateCameras(const std::vector<cv::Mat>& sources);
+    /// Brackets only: stops a merge that runs, or lets the next one run.
+    void cancelLoad(bool cancel);
+    /// The progress of loadImages(), 0 to 1.
+    void setLoadCallback(std::function<void(float)> progress);
+    /// 0 never estimated, 1 registered, 2 registration failed.
+    [[nodiscard]] std::int32_t getStatus() const { return status; }
+
+    /// The internal number of the projection that makePanorama() draws in.
+    [[nodiscard]] std::int32_t getWarpType() const { return warpKind; }
+    void setWarpType(std::int32_t kind) { warpKind = kind; }
+
+    /// The outer rectangle of a projection, the current one by default, in sphere units.
+    [[nodiscard]] cv::Rect projectionBounds(std::optional<std::int32_t> kind = std::nullopt) const;
+    /// Where the pictures lie on the sphere, in sphere units.
+    [[nodiscard]] cv::Rect roiInOutputPixels();
+    /// The size, shrunk in proportion until no side is above 32000.
+    [[nodiscard]] static cv::Size limitOutputSize(const cv::Size& size);
+
+    /// Between these two renders are fast and rough, and rotations count from where the view was at the start.
+    void beginViewAdjust();
+    void endViewAdjust();
+    /// Turns the view by fractions of the projection's bounds.
+    void setViewShift(const _Point<float>& shift);
+    /// Turns the view by `angle` radians about the ray through a point given as fractions of the projection's bounds.
+    void setViewRotation(float angle, const _Point<float>& centre);
+    void resetView();
+
+    /// Draws the part `rect` of the unrotated sphere, in sphere units, at `size`: `image` CV_16SC3, `mask` CV_8UC1.
+    /// Returns where the content lies inside `size`, and is what `image` and `mask` hold; empty if cancelled, or if no
+    /// picture reaches the rectangle (both are then CV_16SC3 and zero). Runs on the OpenCL device if there is one that
+    /// can hold the work, else, and for good after a failure there, on the CPU.
+    cv::Rect makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
+                             CancelFunction cancel);
+    /// Draws `rect`, counted from the origin of projectionBounds(), in the current projection and view, at `size`. With
+    /// `keepCanvas` the result has exactly that size, and is zero outside of the content.
+    Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
+                          CancelFunction cancel);
+    /// The form for the finished picture: `outputSize` counts only where no reprojection is needed.
+    Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, CancelFunction cancel,
+                          const _Size<int>& outputSize);
+
+    /// The pictures in use, at full size, and their cameras (focal length at the work scale). For reports and tests.
+    [[nodiscard]] const std::vector<cv::Mat>& usedImages() const { return images; }
+    [[nodiscard]] const std::vector<cv::Mat>& usedMasks() const { return masks; }
+    [[nodiscard]] const std::vector<cv::detail::CameraParams>& usedCameras() const { return cameras; }
+    /// For each picture in use its place in the list that was registered.
+    [[nodiscard]] const std::vector<int>& usedIndices() const { return indices; }
+    [[nodiscard]] float getWorkScale() const { return workScale; }
+    [[nodiscard]] float getWarpedImageScale() const { return warpedImageScale; }
+    [[nodiscard]] const cv::Mat& getViewRotation() const { return viewRotation; }
+    [[nodiscard]] const std::vector<cv::UMat>& usedSeamMasks() const { return seamMasks; }
+    [[nodiscard]] const PanoramaDevignette* usedDevignetteModel() const { return devignetteModel.get(); }
+
+private:
+    struct FullSizeParts;
+
+    std::int32_t status = 0;
+    std::variant<PanoramaImagesProvider, PanoramaHDRProvider, PanoramaVideoProvider> source;
+    std::vector<cv::Mat> images;
+    std::vector<cv::Mat> masks;
+    std::vector<int> indices;
+    float workScale = -1.0f;
+    float warpedImageScale = 1.0f;
+    std::vector<cv::detail::CameraParams> cameras;
+    bool fastRender = false;
+    bool rotateImageDirty = true;
+    cv::Mat rotateImage;
+    cv::Mat rotateMask;
+    cv::Rect rotateRect;
+    cv::Mat viewRotation = cv::Mat::eye(3, 3, CV_32F);
+    cv::Mat viewRotationBase = cv::Mat::eye(3, 3, CV_32F);
+    bool warpedDirty = true;
+    std::vector<cv::Point> corners;
+    std::vector<cv::UMat> warped8;
+    std::vector<cv::UMat> devignetted8;
+    std::vector<cv::Mat> warped16;
+    std::vector<cv::UMat> warpedMasks;
+    std::vector<cv::UMat> seamMasks;
+    std::vector<cv::Mat> radiusMaps;
+    std::unordered_map<std::int32_t, std::int32_t> warpedIndex;
+    cv::Rect resultRoi;
+    bool compensatorDirty = true;
+    cv::Ptr<cv::detail::ExposureCompensator> compensator;
+    bool devignetteDirty = true;
+    std::unique_ptr<PanoramaDevignette> devignetteModel;
+    cv::Ptr<cv::Feature2D> finder;
+    cv::Ptr<cv::detail::FeaturesMatcher> matcher;
+    bool seamsDirty = true;
+    std::int32_t warpKind;
+    bool useDevignette = false;
+
+    // Registration.
+    [[nodiscard]] std::size_t compositionFrameCount() const;
+    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures();
+    void makeMasks();
+    bool refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
+                       const std::vector<cv::detail::MatchesInfo>& pairwise);
+    void straighten();
+    void pointAtTheScene();
+
+    // What the renders share, at the seam scale.
+    [[nodiscard]] float sphereScale() const { return warpedImageScale / workScale; }
+    [[nodiscard]] double seamScale() const;
+    [[nodiscard]] std::pair<cv::Mat, cv::Mat> fullSizeCamera(std::size_t index) const;
+    void prepareWarpedImages();
+    void findSeams();
+    void cutSeamsOfCompositionFrame(std::int32_t frame, std::size_t baseCount);
+    void applyDevignette();
+    void prepareExposureCompensator();
+    void applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image, cv::InputArray mask,
+                                   const cv::Rect& rect, const cv::Size& size);
+
+    // Compositing.
+    cv::Rect composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
+                        const CancelFunction& cancel);
+    bool warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size, const CancelFunction& cancel);
+
+    // Reprojection.
+    [[nodiscard]] bool reprojectionNeeded() const;
+    void prepareRotateImage();
+    bool reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask, cv::Rect& shown,
+                   const CancelFunction& cancel);
+    cv::Rect copyFromRotateImage(const cv::Rect& part, const cv::Size& size, const cv::Rect& sphere, cv::Mat& picture,
+                                 cv::Mat& mask);
+};
+
+} // namespace orvo

@@ -1,0 +1,220 @@
+#include "panorama/compute_device.hpp"
+#include "panorama/fit_masks.hpp"
+#include "panorama/panorama_stitcher.hpp"
+
+#include <orvo_logger/logstream.hpp>
+
+#include <opencv2/imgproc.hpp>
+#include <opencv2/stitching/detail/blenders.hpp>
+#include <opencv2/stitching/detail/util.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+namespace orvo {
+namespace {
+
+constexpr std::int32_t kSpherical = 2;
+constexpr double kBlendShare = 5.0 / 100.0; // of the output's mean side: how wide pictures fade into each other
+constexpr int kMostBands = 9;
+
+cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
+{
+    using cv::detail::Blender;
+    if (blendWidth < 1.0)
+        return Blender::createDefault(Blender::NO, false);
+    cv::Ptr<Blender> blender = Blender::createDefault(Blender::MULTI_BAND, false);
+    auto* const multiBand = dynamic_cast<cv::detail::MultiBandBlender*>(blender.get());
+    multiBand->setNumBands(
+        std::min(static_cast<int>(std::ceil(std::log(blendWidth) / std::log(2.0)) - 1.0), kMostBands));
+    return blender;
+}
+
+// The matrix, mapped for reading and writing while it lives.
+std::vector<cv::Mat> writable(const std::vector<cv::UMat>& matrices)
+{
+    std::vector<cv::Mat> mapped;
+    for (const cv::UMat& matrix : matrices)
+        mapped.push_back(matrix.getMat(cv::ACCESS_RW));
+    return mapped;
+}
+
+} // namespace
+
+// The warped pictures of one render, at equal indices. The largest allocations of the library: each list is let go as
+// soon as no step needs it any more.
+struct PanoramaStitcher::FullSizeParts
+{
+    std::vector<std::int32_t> entries; // into the lists at the seam scale
+    std::vector<cv::Point> corners;
+    std::vector<cv::Size> sizes;
+    std::vector<cv::UMat> pictures;
+    std::vector<cv::UMat> wholeMasks;
+    std::vector<cv::UMat> seamed;
+    std::vector<cv::Mat> radii;
+    std::vector<cv::Mat> seams; // the matching part at the seam scale, may be empty
+};
+
+// Warps every picture that reaches the rectangle. False if cancelled.
+bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size,
+                                    const CancelFunction& cancel)
+{
+    const double sx = static_cast<double>(rect.width) / size.width;
+    const double sy = static_cast<double>(rect.height) / size.height;
+    const double scale = seamScale();
+    const auto warper = makeWarper(sphereScale(), kSpherical);
+    const cv::Rect bounds = warper->outputBounds();
+    const auto atSeamScale = [scale](double sphereUnits) {
+        return static_cast<int>(static_cast<int>(sphereUnits) * scale);
+    };
+    for (std::size_t i = 0; i < images.size(); ++i) {
+        if (cancel())
+            return false;
+        const auto entry = warpedIndex.find(static_cast<std::int32_t>(i));
+        if (entry == warpedIndex.end())
+            continue;
+        const auto [k, r] = fullSizeCamera(i);
+        cv::UMat picture;
+        cv::UMat mask;
+        cv::Mat radius;
+        const cv::Rect roi = warper->warp(images[i], masks[i], picture, mask, radius, rect, size, k, r);
+        if (roi.empty())
+            continue;
+        parts.entries.push_back(entry->second);
+        parts.corners.push_back(roi.tl());
+        parts.sizes.push_back(roi.size());
+        parts.pictures.push_back(picture);
+        parts.wholeMasks.push_back(mask);
+        parts.radii.push_back(useDevignette ? radius : cv::Mat());
+
+        const auto j = static_cast<std::size_t>(entry->second);
+        const cv::Rect footprint(atSeamScale(roi.x * sx + rect.x - bounds.x),
+                                 atSeamScale(roi.y * sy + rect.y - bounds.y), atSeamScale(roi.width * sx),
+                                 atSeamScale(roi.height * sy));
+        const cv::Rect shown = footprint & cv::Rect(corners[j], seamMasks[j].size());
+        cv::Mat seam;
+        if (shown.width != 0 && shown.height != 0)
+            seam = seamMasks[j].getMat(cv::ACCESS_READ)(shown - corners[j]);
+        parts.seams.push_back(seam);
+    }
+    return true;
+}
+
+cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
+                                      cv::OutputArray mask, const CancelFunction& cancel)
+{
+    if (cancel())
+        return {};
+    const auto drawNothing = [&] {
+        for (const cv::OutputArray& output : {image, mask}) {
+            output.create(size, CV_16SC3);
+            output.setTo(cv::Scalar::all(0));
+        }
+        return cv::Rect();
+    };
+    if (images.empty() || rect.empty() || size.empty())
+        return drawNothing();
+    prepareWarpedImages();
+    findSeams();
+    applyDevignette();
+    prepareExposureCompensator();
+
+    const double sx = static_cast<double>(rect.width) / size.width;
+    const double sy = static_cast<double>(rect.height) / size.height;
+    const double outputPerSeam = (1.0 / sy + 1.0 / sx) * 0.5 / seamScale();
+    const double blendWidth =
+        std::sqrt(1.0 * resultRoi.width * resultRoi.height * outputPerSeam * outputPerSeam) * kBlendShare;
+
+    // A margin keeps the bands of the blender from ending at the frame.
+    cv::Rect wide = rect;
+    if (blendWidth >= 1.0) {
+        const double margin = std::ceil(blendWidth);
+        wide = cv::Rect(static_cast<int>(rect.x - margin * sx), static_cast<int>(rect.y - margin * sy),
+                        static_cast<int>(rect.width + 2.0 * margin * sx),
+                        static_cast<int>(rect.height + 2.0 * margin * sy));
+    }
+    wide &= projectionBounds(kSpherical);
+    cv::Size wideSize = size;
+    if (wide != rect)
+        wideSize = cv::Size(static_cast<int>(wide.width / sx), static_cast<int>(wide.height / sy));
+    if (wide.empty() || wideSize.empty())
+        return drawNothing();
+
+    FullSizeParts parts;
+    if (!warpFullSize(parts, wide, wideSize, cancel))
+        return {};
+    if (parts.entries.empty())
+        return drawNothing();
+    const cv::Rect resultRect = cv::detail::resultRoi(parts.corners, parts.sizes);
+
+    for (std::size_t i = 0; i < parts.entries.size(); ++i) {
+        if (cancel())
+            return {};
+        cv::UMat seamed = parts.wholeMasks[i].clone();
+        if (!parts.seams[i].empty()) {
+            cv::UMat seam;
+            cv::resize(parts.seams[i], seam, seamed.size(), 0, 0, cv::INTER_NEAREST);
+            cv::bitwise_and(seamed, seam, seamed);
+        }
+        parts.seams[i].release();
+        parts.seamed.push_back(seamed);
+    }
+    {
+        std::vector<cv::Mat> seamed = writable(parts.seamed);
+        const std::vector<cv::Mat> whole = writable(parts.wholeMasks);
+        fitMasks(seamed, whole, parts.corners);
+        if (useDevignette && devignetteModel) {
+            std::vector<cv::Mat> pictures = writable(parts.pictures);
+            devignetteModel->process(pictures, seamed, whole, parts.corners, parts.radii);
+        }
+    }
+    parts.radii.clear();
+    parts.wholeMasks.clear();
+    for (std::size_t i = 0; i < parts.entries.size(); ++i)
+        applyExposureCompensation(parts.entries[i], parts.corners[i], parts.pictures[i], parts.seamed[i], wide,
+                                  wideSize);
+    if (cancel())
+        return {};
+
+    const cv::Ptr<cv::detail::Blender> blender = blenderFor(blendWidth);
+    blender->prepare(parts.corners, parts.sizes);
+    for (std::size_t i = 0; i < parts.entries.size(); ++i) {
+        blender->feed(parts.pictures[i], parts.seamed[i], parts.corners[i]);
+        parts.pictures[i].release();
+        parts.seamed[i].release();
+    }
+    cv::UMat result;
+    cv::UMat resultMask;
+    blender->blend(result, resultMask);
+
+    cv::Rect shown = resultRect;
+    if (wide != rect) {
+        const cv::Rect requested(static_cast<int>((rect.x - wide.x) / sx), static_cast<int>((rect.y - wide.y) / sy),
+                                 size.width, size.height);
+        const cv::Rect inside = resultRect & requested;
+        shown = cv::Rect();
+        if (!inside.empty()) {
+            result = result(inside - resultRect.tl());
+            resultMask = resultMask(inside - resultRect.tl());
+            shown = inside - requested.tl();
+        }
+    }
+    if (cancel())
+        return {};
+    if (shown.width > 0 && shown.height > 0) {
+        result.copyTo(image);
+        resultMask.copyTo(mask);
+    }
+    return shown;
+}
+
+cv::Rect PanoramaStitcher::makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
+                                           cv::OutputArray mask, CancelFunction cancel)
+{
+    const auto compose = [&] { return composeRaw(rect, size, image, mask, cancel); };
+    if (images.empty())
+        return compose();
+    return composeOnDevice(readDeviceMemory, compose, images, size, functionSignature());
+}
+
+} // namespace orvo

@@ -1,0 +1,349 @@
+#include "frame/image_bridge.hpp"
+#include "panorama/panorama_stitcher.hpp"
+
+#include <opencv2/imgproc.hpp>
+#include <opencv2/stitching/detail/util.hpp>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_group.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+
+namespace orvo {
+namespace {
+
+constexpr std::int32_t kSpherical = 2;
+constexpr float kRotateScale = 0.2f; // of the sphere that a drag draws from, against sphere units
+constexpr double kLongestSide = 32000.0;
+constexpr int kGrid = 100; // points a side, where the outline of a mapped rectangle is looked for
+
+template <typename Body>
+void parallelRows(int rows, const Body& body)
+{
+    tbb::task_group_context context(tbb::task_group_context::isolated);
+    tbb::parallel_for(
+        tbb::blocked_range<int>(0, rows),
+        [&](const tbb::blocked_range<int>& range) {
+            for (int row = range.begin(); row < range.end(); ++row)
+                body(row);
+        },
+        tbb::auto_partitioner(), context);
+}
+
+// The rectangle between two corners, both ends included; empty where they cross.
+cv::Rect between(int x0, int y0, int x1, int y1)
+{
+    if (x1 < x0 || y1 < y0)
+        return {};
+    return {x0, y0, x1 - x0 + 1, y1 - y0 + 1};
+}
+
+int floorInt(double value) { return static_cast<int>(std::floor(value)); }
+int ceilInt(double value) { return static_cast<int>(std::ceil(value)); }
+
+// Truncation that keeps to what an int holds: a pole maps to infinity in some projections.
+int limited(double value) { return static_cast<int>(std::clamp(value, -1e9, 1e9)); }
+
+// A rectangle of the panorama that is to be drawn at a size, and the scale between them.
+struct Request
+{
+    cv::Rect rect; // in units of the target projection
+    cv::Size size;
+
+    [[nodiscard]] float unitsPerColumn() const
+    {
+        return static_cast<float>(rect.width) / static_cast<float>(size.width);
+    }
+    [[nodiscard]] float unitsPerRow() const
+    {
+        return static_cast<float>(rect.height) / static_cast<float>(size.height);
+    }
+};
+
+// Where the content of the sphere, `roi` at the seam scale, can fall in the output.
+cv::Rect outputRectangle(const PanoramaWarper& target, const cv::Rect& roi, double seamScale, const cv::Rect& sphere,
+                         const Request& request)
+{
+    const double f = 1.0 / seamScale;
+    const int x0 = floorInt(roi.x * f);
+    const int y0 = floorInt(roi.y * f);
+    const int x1 = ceilInt((roi.x + roi.width) * f);
+    const int y1 = ceilInt((roi.y + roi.height) * f);
+    const int dx = ceilInt((x1 - x0) / (kGrid - 1.0));
+    const int dy = ceilInt((y1 - y0) / (kGrid - 1.0));
+    const float columnsPerUnit = static_cast<float>(request.size.width) / static_cast<float>(request.rect.width);
+    const float rowsPerUnit = static_cast<float>(request.size.height) / static_cast<float>(request.rect.height);
+    float left = FLT_MAX;
+    float top = FLT_MAX;
+    float right = -FLT_MAX;
+    float bottom = -FLT_MAX;
+    for (int j = 0; j < kGrid; ++j) {
+        for (int i = 0; i < kGrid; ++i) {
+            const int x = std::min(x0 + i * dx, x1);
+            const int y = std::min(y0 + j * dy, y1);
+            float u = 0;
+            float v = 0;
+            target.mapFromIntermediate(static_cast<float>(x + sphere.x), static_cast<float>(y + sphere.y), u, v);
+            u = (u - static_cast<float>(request.rect.x)) * columnsPerUnit;
+            v = (v - static_cast<float>(request.rect.y)) * rowsPerUnit;
+            left = std::min(left, u);
+            right = std::max(right, u);
+            top = std::min(top, v);
+            bottom = std::max(bottom, v);
+        }
+    }
+    return between(limited(std::max(0.0f, std::floor(left))), limited(std::max(0.0f, std::floor(top))),
+                   limited(std::min(static_cast<float>(request.size.width - 1), std::ceil(right))),
+                   limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(bottom))));
+}
+
+// For each pixel of `out` its place on the sphere, in sphere units.
+void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request& request, cv::Mat& mapX, cv::Mat& mapY)
+{
+    mapX.create(out.size(), CV_32FC1);
+    mapY.create(out.size(), CV_32FC1);
+    const float sx = request.unitsPerColumn();
+    const float sy = request.unitsPerRow();
+    parallelRows(out.height, [&](int row) {
+        float* const xs = mapX.ptr<float>(row);
+        float* const ys = mapY.ptr<float>(row);
+        const float v = static_cast<float>(out.y + row) * sy + static_cast<float>(request.rect.y);
+        for (int column = 0; column < out.width; ++column) {
+            const float u = static_cast<float>(out.x + column) * sx + static_cast<float>(request.rect.x);
+            target.mapToIntermediate(u, v, xs[column], ys[column]);
+        }
+    });
+}
+
+struct Range
+{
+    float low = FLT_MAX;
+    float high = -FLT_MAX;
+
+    void take(float value)
+    {
+        low = std::min(low, value);
+        high = std::max(high, value);
+    }
+    void take(const Range& other)
+    {
+        low = std::min(low, other.low);
+        high = std::max(high, other.high);
+    }
+};
+
+// The part of the sphere that the maps point into.
+cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& sphere)
+{
+    std::vector<Range> xs(static_cast<std::size_t>(mapX.rows));
+    std::vector<Range> ys(static_cast<std::size_t>(mapX.rows));
+    parallelRows(mapX.rows, [&](int row) {
+        const float* const x = mapX.ptr<float>(row);
+        const float* const y = mapY.ptr<float>(row);
+        for (int column = 0; column < mapX.cols; ++column) {
+            xs[static_cast<std::size_t>(row)].take(x[column]);
+            ys[static_cast<std::size_t>(row)].take(y[column]);
+        }
+    });
+    Range x;
+    Range y;
+    for (std::size_t row = 0; row < xs.size(); ++row) {
+        x.take(xs[row]);
+        y.take(ys[row]);
+    }
+    return between(std::max(limited(std::floor(x.low)), sphere.x), std::max(limited(std::floor(y.low)), sphere.y),
+                   std::min(limited(std::ceil(x.high)), sphere.x + sphere.width - 1),
+                   std::min(limited(std::ceil(y.high)), sphere.y + sphere.height - 1)) &
+           sphere;
+}
+
+// The size at which a part of the sphere is drawn: the output's resolution, but no side above the longest.
+cv::Size partSize(const cv::Rect& part, const Request& request)
+{
+    const double g = std::max(1.0 / request.unitsPerRow(), 1.0 / request.unitsPerColumn());
+    const int w = limited(part.width * g);
+    const int h = limited(part.height * g);
+    double k = 1.0;
+    if (w > kLongestSide)
+        k = kLongestSide / w;
+    if (h > kLongestSide && kLongestSide / h <= k)
+        k = kLongestSide / h;
+    return {static_cast<int>(w * k), static_cast<int>(h * k)};
+}
+
+// The pixels of `out` whose map points into a part of the sphere.
+cv::Rect coveredRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& out, const cv::Size& part)
+{
+    const auto rows = static_cast<std::size_t>(mapX.rows);
+    std::vector<int> left(rows, INT_MAX);
+    std::vector<int> right(rows, INT_MIN);
+    std::vector<int> top(rows, INT_MAX);
+    std::vector<int> bottom(rows, INT_MIN);
+    parallelRows(mapX.rows, [&](int row) {
+        const float* const x = mapX.ptr<float>(row);
+        const float* const y = mapY.ptr<float>(row);
+        const auto at = static_cast<std::size_t>(row);
+        for (int column = 0; column < mapX.cols; ++column) {
+            const bool inside = x[column] >= 0.0f && x[column] < static_cast<float>(part.width) && y[column] >= 0.0f &&
+                                y[column] < static_cast<float>(part.height);
+            if (!inside)
+                continue;
+            left[at] = std::min(left[at], out.x + column);
+            right[at] = std::max(right[at], out.x + column);
+            top[at] = std::min(top[at], out.y + row);
+            bottom[at] = std::max(bottom[at], out.y + row);
+        }
+    });
+    if (rows == 0)
+        return {};
+    return between(*std::min_element(left.begin(), left.end()), *std::min_element(top.begin(), top.end()),
+                   *std::max_element(right.begin(), right.end()), *std::max_element(bottom.begin(), bottom.end()));
+}
+
+} // namespace
+
+void PanoramaStitcher::prepareRotateImage()
+{
+    if (!rotateImageDirty)
+        return;
+    rotateImageDirty = false;
+    const cv::Rect bounds = projectionBounds(kSpherical);
+    const cv::Size size(static_cast<int>(static_cast<float>(bounds.width) * kRotateScale),
+                        static_cast<int>(static_cast<float>(bounds.height) * kRotateScale));
+    rotateRect = makePanoramaRaw(bounds, size, rotateImage, rotateMask, [] { return false; });
+}
+
+Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
+                                        CancelFunction cancel)
+{
+    const cv::Rect bounds = projectionBounds();
+    const Request request{cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
+                          cv::Size(size.width, size.height)};
+    cv::Mat picture;
+    cv::Mat mask;
+    cv::Rect shown;
+    if (request.rect.empty() || request.size.empty() || images.empty()) {
+        // Nothing to draw.
+    } else if (!reprojectionNeeded()) {
+        shown = makePanoramaRaw(request.rect, request.size, picture, mask, cancel);
+    } else if (!reproject(request.rect, request.size, picture, mask, shown, cancel)) {
+        return {};
+    }
+    if (cancel() || shown == cv::Rect())
+        return {};
+    if (!keepCanvas)
+        return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
+    cv::Mat canvas = cv::Mat::zeros(request.size, CV_16SC3);
+    cv::Mat canvasMask = cv::Mat::zeros(request.size, CV_8UC1);
+    if (shown.width > 0 && shown.height > 0) {
+        picture.copyTo(canvas(shown));
+        mask.copyTo(canvasMask(shown));
+    }
+    return {imageDataFromCVMat(canvas), ImageDataGrayFromCVMat(canvasMask), cv::Rect()};
+}
+
+bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask,
+                                 cv::Rect& shown, const CancelFunction& cancel)
+{
+    const Request request{rect, size};
+    const auto target = makeWarper(sphereScale(), warpKind);
+    const auto sphereWarper = makeWarper(sphereScale(), kSpherical);
+    if (!target)
+        return true;
+    target->setIntermediate(viewRotation, sphereWarper);
+    const cv::Rect sphere = sphereWarper->outputBounds();
+    prepareWarpedImages();
+    const cv::Rect out = outputRectangle(*target, resultRoi, seamScale(), sphere, request);
+    if (out.empty())
+        return true;
+
+    cv::Mat mapX;
+    cv::Mat mapY;
+    if (cancel())
+        return false;
+    sphereMaps(*target, out, request, mapX, mapY);
+    if (cancel())
+        return false;
+    const cv::Rect part = sphereRectangle(mapX, mapY, sphere);
+    const cv::Size drawnSize = partSize(part, request);
+    if (cancel())
+        return false;
+    if (part.width <= 0 || part.height <= 0)
+        return true;
+
+    cv::Mat drawn;
+    cv::Mat drawnMask;
+    const cv::Rect drawnRect = fastRender ? copyFromRotateImage(part, drawnSize, sphere, drawn, drawnMask)
+                                          : makePanoramaRaw(part, drawnSize, drawn, drawnMask, cancel);
+    if (drawnRect.width <= 0 || drawnRect.height <= 0)
+        return true;
+    if (cancel())
+        return false;
+    const float fx = static_cast<float>(drawnSize.width) / static_cast<float>(part.width);
+    const float fy = static_cast<float>(drawnSize.height) / static_cast<float>(part.height);
+    parallelRows(mapX.rows, [&](int row) {
+        float* const x = mapX.ptr<float>(row);
+        float* const y = mapY.ptr<float>(row);
+        for (int column = 0; column < mapX.cols; ++column) {
+            x[column] = (x[column] - static_cast<float>(part.x)) * fx - static_cast<float>(drawnRect.x);
+            y[column] = (y[column] - static_cast<float>(part.y)) * fy - static_cast<float>(drawnRect.y);
+        }
+    });
+    if (cancel())
+        return false;
+    const cv::Rect covered = coveredRectangle(mapX, mapY, out, drawnRect.size());
+    if (covered.empty())
+        return true;
+    const cv::Rect inMaps = covered - out.tl();
+    cv::remap(drawn, picture, mapX(inMaps), mapY(inMaps), cv::INTER_LINEAR, cv::BORDER_REFLECT);
+    cv::remap(drawnMask, mask, mapX(inMaps), mapY(inMaps), cv::INTER_NEAREST, cv::BORDER_CONSTANT);
+    shown = covered;
+    return true;
+}
+
+// A part of the sphere for a drag: out of the small sphere that was drawn once.
+cv::Rect PanoramaStitcher::copyFromRotateImage(const cv::Rect& part, const cv::Size& size, const cv::Rect& sphere,
+                                               cv::Mat& picture, cv::Mat& mask)
+{
+    prepareRotateImage();
+    const cv::Rect_<float> wanted(
+        static_cast<float>(part.x - sphere.x) * kRotateScale, static_cast<float>(part.y - sphere.y) * kRotateScale,
+        static_cast<float>(part.width) * kRotateScale, static_cast<float>(part.height) * kRotateScale);
+    const cv::Rect_<float> q = wanted & cv::Rect_<float>(rotateRect);
+    if (!(q.width > 1.0f && q.height > 1.0f))
+        return {};
+    const float fx = static_cast<float>(size.width) / static_cast<float>(part.width);
+    const float fy = static_cast<float>(size.height) / static_cast<float>(part.height);
+    const auto units = [](float atRotateScale) { return static_cast<int>(atRotateScale / kRotateScale); };
+    const auto pixels = [](int sphereUnits, float factor) {
+        return static_cast<int>(static_cast<float>(sphereUnits) * factor);
+    };
+    const cv::Rect drawn(pixels(units(q.x) - part.x + sphere.x, fx), pixels(units(q.y) - part.y + sphere.y, fy),
+                         pixels(units(q.width), fx), pixels(units(q.height), fy));
+    if (drawn.width <= 0 || drawn.height <= 0)
+        return {};
+    const cv::Rect_<float> there(q.x - static_cast<float>(rotateRect.x), q.y - static_cast<float>(rotateRect.y),
+                                 q.width, q.height);
+    copyPart(rotateImage, picture, there, drawn.size());
+    copyPart(rotateMask, mask, there, drawn.size());
+    return drawn;
+}
+
+Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>& size, CancelFunction cancel,
+                                        const _Size<int>& outputSize)
+{
+    if (reprojectionNeeded())
+        return makePanorama(rect, size, false, std::move(cancel));
+    const cv::Rect bounds = projectionBounds();
+    cv::Mat picture;
+    cv::Mat mask;
+    const cv::Rect shown =
+        makePanoramaRaw(cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
+                        cv::Size(outputSize.width, outputSize.height), picture, mask, std::move(cancel));
+    return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
+}
+
+} // namespace orvo

@@ -16,9 +16,9 @@ namespace orvo {
 /// How a document is to be opened. Passed through by the operations that take one.
 struct ORVO_EXPORT StateSettings
 {
-    std::string path;               ///< a file with the document's saved state; empty: none
+    std::string path;               ///< a file with the document's saved state; picture files have none
     std::function<bool()> canceled; ///< true when opening is to stop; empty: it cannot be stopped
-    std::string presets;            ///< presets of the raw development; empty: the defaults
+    std::string presets;            ///< presets of the raw development, handed to the reader; empty: the defaults
 };
 
 /// Loaded documents. A document is known by the serialised bytes of its identifier; nonsense bytes name none. Every
@@ -26,21 +26,26 @@ struct ORVO_EXPORT StateSettings
 class ORVO_EXPORT ImageLoader
 {
 public:
-    /// Registers the picture file and returns the bytes that identify it. The pixels are read by open(). A file that
-    /// is no picture gives bytes that name nothing; nothing is logged.
+    /// Registers the picture file and returns the bytes that identify it, new ones at each call. Metadata are read, the
+    /// pixels are not; open() does that. What does not begin like a picture gives no bytes, and nothing is logged; of a
+    /// picture whose metadata cannot be read ImageReader tells why.
     [[nodiscard]] static std::vector<unsigned char> load(const std::filesystem::path& path);
     /// Upright size; (0, 0) when the bytes name no picture.
     [[nodiscard]] static _Size<int> getSize(const std::vector<unsigned char>& bytes);
-    /// Releases what is held for the bytes.
+    /// Releases what is held for the bytes, which name nothing afterwards.
     static void dispose(const std::vector<unsigned char>& bytes);
 };
 
-/// The developed picture in melissaRGB(); empty if the bytes name none, the file cannot be decoded, or `state` says
-/// stop. `statePath`: presets of the raw development beside those of `state`.
+/// The picture in melissaRGB(), upright, raw files developed with the tone that the raw reader suggests. Empty if the
+/// bytes name none, if `state` says stop, or if the file cannot be decoded; in the last case ImageReader logs why, and
+/// the bytes are disposed of, since nothing can be done with them any more. `state.presets` and the file `statePath` go
+/// to documents that have presets; a picture file has none. Any thread; the same document may be opened from several.
+/// Peak: as ImageReader::open().
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<const _ImageData<PixelRGB<float>>>
 open(const std::vector<unsigned char>& bytes, const StateSettings& state, const std::filesystem::path& statePath);
 
-/// A copy of the document's metadata that the caller may change; empty if the bytes name none.
+/// A copy of the document's metadata that the caller may change; empty if the bytes name none. They describe what
+/// open() gives: raw files carry the developed mark.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<ImageMetadata> copyMetadata(const std::vector<unsigned char>& bytes);
 
 } // namespace orvo

@@ -20,24 +20,62 @@ struct ORVO_EXPORT UpscaleAISettings
     UpscaleAISettings& operator=(const UpscaleAISettings&) = default;
     UpscaleAISettings& operator=(UpscaleAISettings&&) noexcept = default;
 
-    std::int32_t passes = 1;  ///< how often the picture is enlarged, each time by the scale of the method (2 as built in)
-    std::int32_t denoise = 0; ///< noise that is smoothed before enlarging, 0 (none) to 3 (strong)
-    bool faces = true;        ///< sharpen faces afterwards
-    bool crisp = false;       ///< steepen soft edges after enlarging, without overshoot
-    bool builtIn = false;     ///< use the built-in filters even where a network is configured
+    /// How often the picture is enlarged, 1 to 4, each time by the scale of the method (2 as built in).
+    std::int32_t passes = 1;
+    /// How much of the noise is smoothed before enlarging: 0 nothing, 1 half, 2 four fifths, 3 nine tenths of its
+    /// variance.
+    std::int32_t denoise = 0;
+    bool faces = true;    ///< sharpen faces afterwards; not read by upscaleX()
+    bool crisp = false;   ///< steepen soft edges after enlarging, without overshoot
+    bool builtIn = false; ///< use the built-in filters even where a network is configured
 };
 
-/// Identifies what a network has computed already.
+/// Names what an upscaling computes, so that its result can be kept. `key` names the pixels: the same key and size must
+/// never stand for other pixels. `size` is the size of the picture; another one keeps nothing. An empty key (the
+/// default) keeps nothing either.
 struct ORVO_EXPORT mlCacheInfo
 {
     std::string key;
     _Size<int> size;
 };
 
-/// The enlarged picture; empty on failure and on cancel.
+/// The enlarged picture, in the colour profile of `image`; empty on cancel, and on failure after one log line of level
+/// Error that names what was expected and what was found.
+///
+/// Values are used as they are encoded, in melissaRGB() with the curve of sRGB, and may lie outside 0..1. Sample
+/// centres stay where they are.
+///
+/// Built in are filters learned from photographs, which double the picture (scripts/train_upscaler/train.py tells the
+/// method). The noise of the picture is measured and filters are taken that were learned with as much, so grain is
+/// enlarged no stronger than by cubic interpolation.
+///
+/// A network takes their place where the settings store (orvosettings()) names one:
+///   "Upscale.model"    text; path of a super-resolution network in ONNX of 3 channels (red, green, blue) or 1 (luma,
+///                      colours are then enlarged by cubic interpolation): 1 x C x H x W values, 1.0 full scale, become
+///                      1 x C x sH x sW, s from 1 to 8. A model that cannot be used is a failure.
+///   "Upscale.scale"    whole number; the s that the network must have. Without it: what a trial run shows.
+///   "Upscale.overlap"  whole number, 0..256, 16 by itself; samples of the picture that a tile sees beyond its part.
+///                      Tiles leave no seam if it is at least the reach of the network.
+///
+/// `mask`: where the method counts; has the size of `image`. 0: plain cubic interpolation (Catmull-Rom), 1: the method,
+/// between: a mixture. Empty: the method everywhere. `cancel`: read between tiles; empty: the call cannot be cancelled.
+/// `cacheInfo`: results are kept under its key, the size, the settings and the method (a network: its file's path, size
+/// and time), and a second call gives a copy. Results with a mask are not kept, nor those above 256 MB; together they
+/// take at most that much, the oldest go first.
+///
+/// Refused are passes outside 1..4, a denoise outside 0..3, a mask of another size, an empty picture, and results of
+/// more than 10^9 pixels.
+///
+/// Blocks its caller; any thread, parallel inside; the same bits for any number of threads. Peak: the picture and the
+/// result, plus less than a megabyte for each thread; `denoise` has four pictures of the size of `image` at its height,
+/// before the result is made; `crisp` keeps another 6 percent of the result; every pass after the first holds the
+/// result of the one before. A network needs its own memory for a tile of about 160 x 160. Throws std::bad_alloc.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,
          const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
          const mlCacheInfo& cacheInfo);
+
+/// Drops all results that upscaleX() keeps.
+ORVO_EXPORT void clearUpscaleCache();
 
 } // namespace orvo

@@ -1,0 +1,60 @@
+/// The learned filters of the upscaler as data: which filter serves a place, told by a tree of questions about it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace orvo::details {
+
+constexpr int kFilterRadius = 3; ///< of a patch, in samples of the small picture: 7 x 7
+constexpr int kTaps = (2 * kFilterRadius + 1) * (2 * kFilterRadius + 1) - 1; ///< without the middle, row by row
+constexpr int kPhases = 4;   ///< samples that a sample becomes: 00, 01, 10, 11 (row, column)
+constexpr int kFeatures = 9; ///< numbers that the questions are about
+
+/// The filters for one strength of noise.
+struct FilterBank
+{
+    /// A question: is the feature below the threshold? The next node is `below`, or the one after it. A leaf asks
+    /// with a threshold that is no number, which nothing reaches, and leads to itself; so a walk of `depth` steps ends
+    /// in a leaf from everywhere.
+    struct Node
+    {
+        std::uint32_t feature = 0;
+        float threshold = 0.0f;
+        std::uint32_t below = 0;
+    };
+
+    float noise = 0.0f; ///< standard deviation, in values, of the noise that the filters are for
+    int depth = 0;
+    std::vector<Node> nodes;
+    std::vector<std::uint32_t> leafOfNode;
+    std::vector<float> filters; ///< of a leaf: kTaps times kPhases, for the differences to the middle sample
+
+    [[nodiscard]] const float* filtersOf(std::uint32_t leaf) const
+    {
+        return filters.data() + static_cast<std::size_t>(leaf) * kTaps * kPhases;
+    }
+};
+
+class FilterBanks
+{
+public:
+    /// The filters in the library. Any thread.
+    [[nodiscard]] static const FilterBanks& builtIn();
+
+    /// From the bytes that scripts/train_upscaler/train.py writes. Throws std::runtime_error that tells what was
+    /// expected and what was found; whatever it accepts can be walked without leaving the tables.
+    [[nodiscard]] static FilterBanks parse(std::span<const unsigned char> bytes);
+
+    /// The bank whose noise is nearest, by ratio.
+    [[nodiscard]] const FilterBank& forNoise(float noise) const;
+    [[nodiscard]] const std::vector<FilterBank>& all() const { return banks; }
+
+private:
+    std::vector<FilterBank> banks; // by rising noise, never empty
+};
+
+} // namespace orvo::details

@@ -1,0 +1,158 @@
+#include <orvo/image_loader.hpp>
+#include <orvo/raw_development.hpp>
+#include <orvo_core/identifier.hpp>
+#include <orvo_io/image_reader.hpp>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+#include <unordered_map>
+#include <vector>
+
+namespace orvo {
+namespace {
+
+constexpr int kToneThumbnailWidth = 400; // pixels: enough to judge the overall tone
+
+struct Document
+{
+    std::filesystem::path path;
+    std::shared_ptr<const ImageMetadata> metadata;
+};
+
+using Bytes = std::vector<unsigned char>;
+using Key = std::shared_ptr<const Identifier>;
+
+// Documents by their identifiers.
+class Registry
+{
+public:
+    static Registry& instance()
+    {
+        static Registry registry;
+        return registry;
+    }
+
+    void add(const Key& key, Document document)
+    {
+        const std::lock_guard lock(mutex);
+        documents.emplace(key, std::move(document));
+    }
+
+    // A document without metadata if the bytes name none.
+    [[nodiscard]] Document find(const Bytes& bytes) const
+    {
+        const Key key = Identifier::deserialize(bytes);
+        if (!key)
+            return {};
+        const std::lock_guard lock(mutex);
+        const auto found = documents.find(key);
+        return found != documents.end() ? found->second : Document();
+    }
+
+    void remove(const Bytes& bytes)
+    {
+        const Key key = Identifier::deserialize(bytes);
+        if (!key)
+            return;
+        const std::lock_guard lock(mutex);
+        documents.erase(key);
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::unordered_map<Key, Document, Hasher, PredEqual> documents;
+};
+
+// Whether the file begins like one of the formats that the reader knows. The reader tells the log of every file that
+// is none, but here this is an ordinary answer.
+bool beginsLikePicture(const std::filesystem::path& path)
+{
+    using namespace std::string_view_literals;
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
+        return false;
+    std::array<char, 16> first{};
+    std::ifstream file(path, std::ios::binary);
+    file.read(first.data(), first.size());
+    const std::string_view text(first.data(), static_cast<std::size_t>(file.gcount()));
+    const auto has = [text](std::size_t at, std::string_view mark) {
+        return text.size() >= at + mark.size() && text.substr(at, mark.size()) == mark;
+    };
+    constexpr std::array kMarks = {
+        "\xFF\xD8\xFF"sv, "\x89PNG\r\n\x1a\n"sv, "\x76\x2f\x31\x01"sv, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv};
+    return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return has(0, mark); }) ||
+           (has(0, "RIFF"sv) && has(8, "WEBP"sv)) || has(4, "ftyp"sv) || isRawImageFile(path);
+}
+
+bool canceled(const StateSettings& state) { return state.canceled && state.canceled(); }
+
+void developRaw(PicturePointer& picture, const Image& image, const StateSettings& state)
+{
+    const auto raw = image.getAdditionalRawMetadata();
+    const auto thumbnail = [&picture] {
+        const int width = std::min(picture->width(), kToneThumbnailWidth);
+        const auto height = static_cast<std::int64_t>(width) * picture->height() / picture->width();
+        return picture->resize({width, std::max(1, static_cast<int>(height))}, {}, true);
+    };
+    RawImageDevelop().develop(picture, picture, thumbnail, image.metadata(), raw ? raw->getAutoDetectedTone() : 0.0f,
+                              1.0f, {}, false, [&state] { return canceled(state); });
+}
+
+} // namespace
+
+std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
+{
+    if (!beginsLikePicture(path))
+        return {};
+    auto metadata = ImageReader::readMetadata(path);
+    if (!metadata)
+        return {};
+    if (metadata->isRaw) {
+        auto developed = std::make_shared<ImageMetadata>(*metadata);
+        developed->isDeveloped = true;
+        metadata = std::move(developed);
+    }
+    const Key key = UUIDGenerator()();
+    Registry::instance().add(key, {path, std::move(metadata)});
+    Bytes bytes;
+    key->serialize(bytes);
+    return bytes;
+}
+
+_Size<int> ImageLoader::getSize(const std::vector<unsigned char>& bytes)
+{
+    const Document document = Registry::instance().find(bytes);
+    return document.metadata ? document.metadata->size : _Size<int>();
+}
+
+void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::instance().remove(bytes); }
+
+std::shared_ptr<const _ImageData<PixelRGB<float>>> open(const std::vector<unsigned char>& bytes,
+                                                        const StateSettings& state, const std::filesystem::path&)
+{
+    const Document document = Registry::instance().find(bytes);
+    if (!document.metadata || canceled(state))
+        return nullptr;
+    const auto image =
+        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, state.presets, -1);
+    if (!image) {
+        ImageLoader::dispose(bytes);
+        return nullptr;
+    }
+    PicturePointer picture = image->imageData({}, {}, true);
+    if (document.metadata->isRaw)
+        developRaw(picture, *image, state);
+    return canceled(state) ? nullptr : picture;
+}
+
+std::shared_ptr<ImageMetadata> copyMetadata(const std::vector<unsigned char>& bytes)
+{
+    const Document document = Registry::instance().find(bytes);
+    return document.metadata ? std::make_shared<ImageMetadata>(*document.metadata) : nullptr;
+}
+
+} // namespace orvo

@@ -1,0 +1,229 @@
+#include "network_upscaler.hpp"
+
+#include "cubic_rows.hpp"
+#include "noise_level.hpp"
+
+#include <opencv2/dnn.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace orvo::details {
+namespace {
+
+constexpr int kMostScale = 8;
+constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have a tenth of it
+// The part of a tile that is kept, about: large against the overlap, small enough for the planes of a deep network
+// (64 channels of such a tile are 4 MB).
+constexpr int kTileCore = 128;
+constexpr int kTileGrain = 8; // networks that halve their planes want sides that can be halved three times
+
+std::string dimensions(const cv::Mat& blob)
+{
+    std::string text;
+    for (int i = 0; i < blob.dims; ++i)
+        text += (i == 0 ? "" : " x ") + std::to_string(blob.size[i]);
+    return text.empty() ? "nothing" : text;
+}
+
+std::vector<uchar> readModel(const std::filesystem::path& model)
+{
+    const auto fail = [&](const std::string& found) {
+        throw NetworkFailure("upscaling network " + model.string() + ": a file of ONNX was expected, " + found);
+    };
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(model, error))
+        fail("there is no such file");
+    const std::uintmax_t size = std::filesystem::file_size(model, error);
+    if (error || size == 0 || size > kMostModelBytes)
+        fail("one of " + std::to_string(error ? 0 : size) + " bytes was found");
+    std::vector<uchar> bytes(static_cast<std::size_t>(size));
+    std::ifstream file(model, std::ios::binary);
+    if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+        fail("it cannot be read");
+    return bytes;
+}
+
+} // namespace
+
+struct NetworkUpscaler::State
+{
+    cv::dnn::Net net;
+    std::string name;
+    int channels = 0;
+    int scale = 0;
+    int overlap = 0;
+    int window = 0; // side of what the network sees
+    int core = 0;   // side of what is kept of it, in samples of the small picture
+
+    // One run; `input` has the channels and the window as its sides.
+    cv::Mat forward(const cv::Mat& input)
+    {
+        net.setInput(input);
+        return net.forward();
+    }
+
+    [[nodiscard]] cv::Mat blob(int depth) const
+    {
+        const int sizes[] = {1, depth, window, window};
+        return cv::Mat(4, sizes, CV_32F, cv::Scalar(0.5));
+    }
+
+    // The scale that the answer shows, 0 if it is none.
+    [[nodiscard]] int scaleOf(const cv::Mat& output, int depth) const
+    {
+        if (output.dims != 4 || output.type() != CV_32F || output.size[0] != 1 || output.size[1] != depth ||
+            output.size[2] != output.size[3] || output.size[2] % window != 0)
+            return 0;
+        return output.size[2] / window;
+    }
+
+    void load(const std::filesystem::path& model)
+    {
+        name = "upscaling network " + model.string();
+        const std::vector<uchar> bytes = readModel(model);
+        try {
+            net = cv::dnn::readNetFromONNX(bytes);
+            if (net.empty())
+                throw NetworkFailure(name + ": layers were expected, none were found");
+            net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
+            net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+        } catch (const NetworkFailure&) {
+            throw;
+        } catch (const std::exception& error) {
+            throw NetworkFailure(name + ": a file of ONNX was expected, OpenCV says: " + error.what());
+        }
+    }
+
+    // Finds out what the network takes and what it makes of it.
+    void probe()
+    {
+        const std::string expected = name + ": from 1 x C x " + std::to_string(window) + " x " +
+                                     std::to_string(window) +
+                                     " values with C = 3 or 1 it should give as many channels, enlarged by 1 to 8";
+        std::string found;
+        for (const int depth : {3, 1}) {
+            found += "; for C = " + std::to_string(depth) + " ";
+            try {
+                const cv::Mat output = forward(blob(depth));
+                scale = scaleOf(output, depth);
+                if (scale >= 1 && scale <= kMostScale) {
+                    channels = depth;
+                    return;
+                }
+                found += "it gives " + dimensions(output);
+            } catch (const std::exception& error) {
+                found += std::string("OpenCV says: ") + error.what();
+            }
+        }
+        throw NetworkFailure(expected + found);
+    }
+};
+
+NetworkUpscaler::NetworkUpscaler(const std::filesystem::path& model, std::optional<int> scale, int overlap)
+    : state(std::make_unique<State>())
+{
+    const std::string name = "upscaling network " + model.string();
+    if (overlap < 0 || overlap > kMostOverlap)
+        throw NetworkFailure(name + ": an overlap (Upscale.overlap) of 0 to " + std::to_string(kMostOverlap) +
+                             " was expected, " + std::to_string(overlap) + " was found");
+    if (scale && (*scale < 1 || *scale > kMostScale))
+        throw NetworkFailure(name + ": a scale (Upscale.scale) of 1 to " + std::to_string(kMostScale) +
+                             " was expected, " + std::to_string(*scale) + " was found");
+    state->overlap = overlap;
+    state->window = (kTileCore + 2 * overlap + kTileGrain - 1) / kTileGrain * kTileGrain;
+    state->core = state->window - 2 * overlap;
+    state->load(model);
+    state->probe();
+    if (scale && *scale != state->scale)
+        throw NetworkFailure(name + ": a network that enlarges by " + std::to_string(*scale) +
+                             " (Upscale.scale) was expected, this one enlarges by " + std::to_string(state->scale));
+}
+
+NetworkUpscaler::~NetworkUpscaler() = default;
+
+int NetworkUpscaler::scale() const { return state->scale; }
+
+namespace {
+
+float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
+
+// Fills the planes of `input` with the window of the picture that begins at (left, top).
+void fillWindow(const _ImageData<PixelRGB<float>>& source, int left, int top, cv::Mat& input)
+{
+    const int channels = input.size[1];
+    const int side = input.size[2];
+    for (int y = 0; y < side; ++y) {
+        const PixelRGB<float>* const row = source.row(std::clamp(top + y, 0, source.height() - 1));
+        float* const first = input.ptr<float>(0, 0, y);
+        for (int x = 0; x < side; ++x) {
+            const PixelRGB<float>& p = row[std::clamp(left + x, 0, source.width() - 1)];
+            if (channels == 1) {
+                first[x] = luma(p);
+            } else {
+                first[x] = p.r;
+                input.ptr<float>(0, 1, y)[x] = p.g;
+                input.ptr<float>(0, 2, y)[x] = p.b;
+            }
+        }
+    }
+}
+
+} // namespace
+
+bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageData<PixelRGB<float>>& target,
+                              const std::atomic<bool>* cancel)
+{
+    const int scale = state->scale;
+    const int core = state->core;
+    // The luma of a network of one channel is laid over the plainly enlarged colours.
+    if (state->channels == 1 && !enlargeByCubic(source, scale, target, cancel))
+        return false;
+    cv::Mat input = state->blob(state->channels);
+    const auto keep = [&](const cv::Mat& output, int left, int top) {
+        const int width = std::min(core, source.width() - left) * scale;
+        const int height = std::min(core, source.height() - top) * scale;
+        const int skip = state->overlap * scale;
+        for (int y = 0; y < height; ++y) {
+            PixelRGB<float>* const row = target.row(top * scale + y) + left * scale;
+            const PixelRGB<float>* const nearest = source.row(top + y / scale) + left;
+            const float* const first = output.ptr<float>(0, 0, skip + y) + skip;
+            if (state->channels == 1) {
+                for (int x = 0; x < width; ++x) {
+                    const float change = first[x] - luma(row[x]);
+                    if (std::isfinite(change))
+                        row[x] = {row[x].r + change, row[x].g + change, row[x].b + change};
+                }
+                continue;
+            }
+            const float* const second = output.ptr<float>(0, 1, skip + y) + skip;
+            const float* const third = output.ptr<float>(0, 2, skip + y) + skip;
+            for (int x = 0; x < width; ++x) {
+                const bool whole = std::isfinite(first[x]) && std::isfinite(second[x]) && std::isfinite(third[x]);
+                row[x] = whole ? PixelRGB<float>{first[x], second[x], third[x]} : nearest[x / scale];
+            }
+        }
+    };
+    try {
+        for (int top = 0; top < source.height(); top += core)
+            for (int left = 0; left < source.width(); left += core) {
+                if (cancel != nullptr && cancel->load(std::memory_order_relaxed))
+                    return false;
+                fillWindow(source, left - state->overlap, top - state->overlap, input);
+                const cv::Mat output = state->forward(input);
+                if (state->scaleOf(output, state->channels) != scale)
+                    throw NetworkFailure(state->name + ": a tile enlarged by " + std::to_string(scale) +
+                                         " was expected, it gave " + dimensions(output));
+                keep(output, left, top);
+            }
+    } catch (const cv::Exception& error) {
+        throw NetworkFailure(state->name +
+                             ": a tile of the picture was expected to pass, OpenCV says: " + error.what());
+    }
+    return true;
+}
+
+} // namespace orvo::details

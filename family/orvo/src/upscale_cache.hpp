@@ -1,0 +1,42 @@
+/// Results of upscaling that are kept for a second call.
+#pragma once
+
+#include <orvo_core/image_data.hpp>
+
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace orvo::details {
+
+/// Pictures by name, the one used last in front. Usable from any thread. Gives and takes copies, since callers may
+/// change their pictures.
+class UpscaleCache
+{
+public:
+    using Picture = _ImageData<PixelRGB<float>>;
+
+    /// Of the pixels of all pictures together.
+    static constexpr std::size_t kMostBytes = std::size_t{256} << 20;
+
+    static UpscaleCache& instance();
+
+    /// A copy; empty if there is none.
+    [[nodiscard]] std::shared_ptr<Picture> find(const std::string& name);
+    /// Keeps a copy, unless the picture is larger than all that may be kept.
+    void keep(const std::string& name, const Picture& picture);
+    void clear();
+
+private:
+    struct Entry
+    {
+        std::string name;
+        std::shared_ptr<const Picture> picture;
+    };
+    std::mutex mutex;
+    std::list<Entry> entries;
+};
+
+} // namespace orvo::details

@@ -1,0 +1,201 @@
+#include "crisp_edges.hpp"
+#include "cubic_rows.hpp"
+#include "learned_filters.hpp"
+#include "network_upscaler.hpp"
+#include "noise_level.hpp"
+#include "upscale_cache.hpp"
+
+#include <orvo/upscaling.hpp>
+#include <orvo_image_processing/guided_filter.hpp>
+#include <orvo_io/settings.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+
+namespace orvo {
+
+UpscaleAISettings::UpscaleAISettings() = default;
+
+namespace {
+
+using Picture = _ImageData<PixelRGB<float>>;
+
+constexpr int kMostPasses = 4; // 16 times each side as built in; beyond it nothing is left to be guessed from
+constexpr int kMostDenoise = 3;
+constexpr std::int64_t kMostPixels = 1'000'000'000; // of a result: what the reader takes in return
+constexpr int kBuiltInScale = 2;
+constexpr int kUsualOverlap = 16;
+
+// Smoothing before enlarging. A guided filter leaves noise of variance v at the share v / (v + eps), so eps is the
+// measured variance times 1, 4 and 9.
+constexpr float kSmoothingRadius = 4.0f;
+constexpr std::array<float, kMostDenoise + 1> kSmoothing = {0.0f, 1.0f, 4.0f, 9.0f};
+constexpr float kLeastNoise = 1.0f / 255.0f; // smoothing that was asked for does something to any picture
+
+// What is wrong with a request; its text goes to the log.
+class Refusal : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::string text(_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+void check(const Picture* image, const UpscaleAISettings& settings, const _ImageData<float>* mask)
+{
+    if (image == nullptr || image->pixelCount() == 0)
+        throw Refusal("a picture was expected, none was given");
+    if (settings.passes < 1 || settings.passes > kMostPasses)
+        throw Refusal("UpscaleAISettings.passes of 1 to " + std::to_string(kMostPasses) + " was expected, " +
+                      std::to_string(settings.passes) + " was found");
+    if (settings.denoise < 0 || settings.denoise > kMostDenoise)
+        throw Refusal("UpscaleAISettings.denoise of 0 to " + std::to_string(kMostDenoise) + " was expected, " +
+                      std::to_string(settings.denoise) + " was found");
+    if (mask != nullptr && mask->size() != image->size())
+        throw Refusal("a mask of " + text(image->size()) + " was expected, one of " + text(mask->size()) +
+                      " was found");
+}
+
+// Sides grow by this much altogether; refuses results that are too large.
+int totalScale(_Size<int> size, int passes, int scale)
+{
+    std::int64_t total = 1;
+    for (int i = 0; i < passes; ++i)
+        total *= scale;
+    const std::int64_t width = size.width * total;
+    const std::int64_t height = size.height * total;
+    if (std::max(width, height) > std::numeric_limits<int>::max() || width > kMostPixels / height)
+        throw Refusal("a result of at most " + std::to_string(kMostPixels) + " pixels was expected, " + text(size) +
+                      " enlarged by " + std::to_string(total) + " has more");
+    return static_cast<int>(total);
+}
+
+// The network that the settings store names.
+struct ConfiguredNetwork
+{
+    std::filesystem::path model;
+    std::optional<int> scale;
+    int overlap = kUsualOverlap;
+
+    static std::optional<ConfiguredNetwork> find()
+    {
+        constexpr int kUnset = std::numeric_limits<int>::min();
+        ConfiguredNetwork network;
+        network.model = orvosettings().get<std::string>("Upscale.model", {});
+        if (network.model.empty())
+            return std::nullopt;
+        const int scale = orvosettings().get<int>("Upscale.scale", kUnset);
+        if (scale != kUnset)
+            network.scale = scale;
+        network.overlap = orvosettings().get<int>("Upscale.overlap", kUsualOverlap);
+        return network;
+    }
+
+    // A changed file is another network.
+    [[nodiscard]] std::string name() const
+    {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(model, error);
+        const auto time = std::filesystem::last_write_time(model, error).time_since_epoch().count();
+        return model.string() + '|' + std::to_string(size) + '|' + std::to_string(time) + '|' +
+               std::to_string(scale.value_or(0)) + '|' + std::to_string(overlap);
+    }
+};
+
+std::string cacheName(const mlCacheInfo& info, const UpscaleAISettings& settings,
+                      const std::optional<ConfiguredNetwork>& network)
+{
+    return info.key + '|' + text(info.size) + '|' + std::to_string(settings.passes) + '|' +
+           std::to_string(settings.denoise) + '|' + std::to_string(settings.crisp) + '|' +
+           (network ? network->name() : "built in");
+}
+
+bool canceled(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
+
+std::shared_ptr<Picture> smoothed(const Picture& image, int denoise)
+{
+    const float noise = std::max(details::noiseLevel(image), kLeastNoise);
+    auto result = std::make_shared<Picture>(image.size(), image.colorProfile());
+    grfx_guided_filter_rgb_fast(image.data(), result->data(), image.width(), image.height(), kSmoothingRadius,
+                                kSmoothing[static_cast<std::size_t>(denoise)] * noise * noise);
+    return result;
+}
+
+// One pass; empty on cancel.
+std::shared_ptr<Picture> enlarged(const Picture& source, details::NetworkUpscaler* network,
+                                  const std::atomic<bool>* cancel)
+{
+    const int scale = network != nullptr ? network->scale() : kBuiltInScale;
+    auto target =
+        std::make_shared<Picture>(_Size<int>(source.width() * scale, source.height() * scale), source.colorProfile());
+    if (network != nullptr)
+        return network->enlarge(source, *target, cancel) ? target : nullptr;
+    const auto& bank = details::FilterBanks::builtIn().forNoise(details::noiseLevel(source));
+    return details::doubleByFilters(source, bank, *target, cancel) ? target : nullptr;
+}
+
+std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
+                                  const _ImageData<float>* mask, const std::atomic<bool>* cancel,
+                                  const std::optional<ConfiguredNetwork>& configured)
+{
+    std::unique_ptr<details::NetworkUpscaler> network;
+    if (configured)
+        network = std::make_unique<details::NetworkUpscaler>(configured->model, configured->scale, configured->overlap);
+    const int total = totalScale(image->size(), settings.passes, network ? network->scale() : kBuiltInScale);
+    std::shared_ptr<const Picture> source = image;
+    if (settings.denoise > 0) {
+        if (canceled(cancel))
+            return nullptr;
+        source = smoothed(*image, settings.denoise);
+    }
+    std::shared_ptr<Picture> result;
+    for (int pass = 0; pass < settings.passes; ++pass) {
+        result = enlarged(*source, network.get(), cancel);
+        if (!result)
+            return nullptr;
+        source = result;
+    }
+    source.reset();
+    network.reset();
+    if (settings.crisp && !details::steepenEdges(*result, cancel))
+        return nullptr;
+    if (mask != nullptr && !details::blendWithCubic(*image, *mask, total, *result, cancel))
+        return nullptr;
+    return canceled(cancel) ? nullptr : result;
+}
+
+} // namespace
+
+std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
+                                  const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
+                                  const mlCacheInfo& cacheInfo)
+{
+    try {
+        check(image.get(), settings, mask.get());
+        const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find();
+        const bool keep = !cacheInfo.key.empty() && cacheInfo.size == image->size() && !mask;
+        const std::string name = keep ? cacheName(cacheInfo, settings, network) : std::string();
+        if (keep && !canceled(cancel))
+            if (auto kept = details::UpscaleCache::instance().find(name))
+                return kept;
+        auto result = upscaled(image, settings, mask.get(), cancel, network);
+        if (keep && result)
+            details::UpscaleCache::instance().keep(name, *result);
+        return result;
+    } catch (const Refusal& refusal) {
+        details::logErrorMessage(std::string("Upscaling: ") + refusal.what());
+    } catch (const details::NetworkFailure& failure) {
+        details::logErrorMessage(failure.what());
+    }
+    return nullptr;
+}
+
+void clearUpscaleCache() { details::UpscaleCache::instance().clear(); }
+
+} // namespace orvo

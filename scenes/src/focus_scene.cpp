@@ -14,9 +14,10 @@ namespace orvo::scenes {
 
 namespace {
 
-// How far the surroundings are painted beyond the reference frame, as a share of its shorter side: for frames that
-// moved, and for blur.
+// How far everything is painted beyond the reference frame, for frames that moved: a share of its shorter side, and
+// pixels for the blur, which is as wide in a small picture.
 constexpr double kMargin = 0.06;
+constexpr int kMarginPixels = 16;
 constexpr int kSplineReach = 2; // coefficients that the spline needs beyond the last place that is looked up
 
 // The composition covers the picture, centred.
@@ -34,7 +35,8 @@ struct Placing
 
 _Rect<int> gridRect(const Thing& thing, const Placing& placing, _Size<int> size)
 {
-    const int margin = static_cast<int>(std::ceil(kMargin * std::min(size.width, size.height))) + kSplineReach;
+    const int margin =
+        static_cast<int>(std::ceil(kMargin * std::min(size.width, size.height))) + kMarginPixels + kSplineReach;
     int left = -margin;
     int top = -margin;
     int right = size.width + margin;
@@ -93,6 +95,26 @@ _Rect<int> mappedBounds(const Homography& map, const _Rect<double>& rect)
     const int y = static_cast<int>(std::floor(top));
     return {x, y, static_cast<int>(std::ceil(right)) - x + 1, static_cast<int>(std::ceil(bottom)) - y + 1};
 }
+
+// A map along one row, prepared once: every pixel of every layer asks for its place.
+class RowPlaces
+{
+public:
+    RowPlaces(const Homography& map, int y)
+        : h(map), startX(map[1] * y + map[2]), startY(map[4] * y + map[5]), startW(map[7] * y + map[8])
+    {}
+    [[nodiscard]] _Point<double> operator()(int x) const
+    {
+        const double scale = 1.0 / (h[6] * x + startW);
+        return {(h[0] * x + startX) * scale, (h[3] * x + startY) * scale};
+    }
+
+private:
+    const Homography& h;
+    double startX;
+    double startY;
+    double startW;
+};
 
 _Rect<int> grown(const _Rect<int>& rect, int by)
 {
@@ -169,15 +191,13 @@ void lay(const LayerView& view, const Homography& sceneFromFrame, const FocusSet
          Picture& picture)
 {
     const auto& [layer, target, widest] = view;
-    const auto placeOf = [&](int x, int y) {
-        return mapPoint(sceneFromFrame, {static_cast<double>(x), static_cast<double>(y)});
-    };
     const int reach = discs.reach(static_cast<float>(widest));
     const _Rect<int> seen = grown(target, reach);
     _ImageData<PixelRGBA<float>> sharp(seen.size(), ColorProfileType::None());
     const auto sampleRow = [&](int y) {
+        const RowPlaces places(sceneFromFrame, seen.y + y);
         for (int x = 0; x < seen.width; ++x) {
-            const auto place = placeOf(seen.x + x, seen.y + y);
+            const auto place = places(seen.x + x);
             sharp.row(y)[x] = layer->sample(place.x, place.y);
         }
     };
@@ -185,8 +205,9 @@ void lay(const LayerView& view, const Homography& sceneFromFrame, const FocusSet
     const auto layRow = [&](int y) {
         PixelRGB<float>* row = picture.row(target.y + y) + target.x;
         const PixelRGBA<float>* middle = sharp.row(y + reach) + reach;
+        const RowPlaces places(sceneFromFrame, target.y + y);
         for (int x = 0; x < target.width; ++x) {
-            const float radius = blurRadius(setting, layer->dioptres, placeOf(target.x + x, target.y + y));
+            const float radius = blurRadius(setting, layer->dioptres, places(target.x + x));
             const auto over = discs.mean(middle + x, seen.width, radius);
             const float rest = 1.0f - over.a;
             row[x] = {row[x].r * rest + over.r, row[x].g * rest + over.g, row[x].b * rest + over.b};

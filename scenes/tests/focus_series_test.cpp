@@ -1,5 +1,6 @@
 #include "disc_kernels.hpp"
 
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <scenes/focus_series.hpp>
 #include <scenes/metrics.hpp>
@@ -374,6 +375,24 @@ TEST(FocusSeries, ComesInAnySize)
         }
         EXPECT_EQ(frame->colorProfile()->hash(), ColorProfileType::melissaRGB()->hash());
     }
+}
+
+TEST(FocusSeries, HoldsNoMoreMemoryThanItSays)
+{
+    auto& memory = MemoryManager::instance();
+    const FocusSeriesSettings settings = ofSize(900, 600);
+    const std::size_t pixels = 900 * 600;
+    const std::size_t before = memory.liveBytes();
+    {
+        const FocusSeries series(settings);
+        const std::size_t held = memory.liveBytes() - before;
+        EXPECT_LT(held, 4 * 16 * pixels);
+        memory.resetPeak();
+        const auto frame = series.frame(0);
+        constexpr std::size_t kFrameAndLayer = 12 + 16;
+        EXPECT_LT(memory.peakBytes() - before - held, pixels * kFrameAndLayer * 11 / 10) << "a layer with its margin";
+    }
+    EXPECT_EQ(memory.liveBytes(), before);
 }
 
 TEST(FocusSeries, RefusesSettingsByName)

@@ -60,7 +60,8 @@ class FocusScene;
 ///
 /// Layers are defined everywhere, as uniform cubic B-splines over painted grids, so a frame of any motion is exact; the
 /// light is blurred before its curve is applied. Painted once by the constructor; immutable and usable from any thread
-/// afterwards. Holds about 3 layers of 16 bytes per pixel. All results are the same for any number of threads.
+/// afterwards. Holds at most 4 layers of 16 bytes per pixel (beyond 0.3 megapixels; smaller ones have a wider margin).
+/// All results are the same for any number of threads.
 class FocusSeries
 {
 public:

@@ -1,4 +1,5 @@
 #include "curve_tables.hpp"
+#include "white_point.hpp"
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
@@ -197,13 +198,14 @@ Tones judge(const _ImageData<PixelRGB<float>>* thumbnail)
     return {at(0.5), at(0.99)};
 }
 
-Developer finishedLook(const ImageMetadata* metadata, float tone, float strength, bool neutral, const Tones& tones)
+Developer finishedLook(const ImageMetadata* metadata, float tone, float strength, bool neutral, const Tones& tones,
+                       float extraExposure)
 {
     const float baseline = metadata != nullptr ? finiteOr0(metadata->baselineExposure) : 0.0f;
     float wanted = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
     if (wanted > 0.0f && tones.bright > 0.0f)
         wanted = std::min(wanted, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
-    const float exposure = limitedExposure(baseline + wanted);
+    const float exposure = limitedExposure(baseline + wanted + finiteOr0(extraExposure));
     Developer developer(exposure, metadata != nullptr ? metadata->linearResponseLimit : 1.0f);
     if (!neutral) {
         const float middle = srgbCurveFromLinear(std::clamp(tones.middle * std::exp2(exposure), 0.0f, 1.0f));
@@ -260,6 +262,11 @@ void develop_for_hdr(PicturePointer& image, const std::shared_ptr<const ImageMet
     image->setColorProfile(ColorProfileType::melissaRGB());
 }
 
+RawImageDevelop::RawImageDevelop() = default;
+RawImageDevelop::RawImageDevelop(float temperature, float tint, float exposure)
+    : wantedTemperature(temperature), wantedTint(tint), extraExposure(exposure)
+{}
+
 void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,
                               const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength,
                               _Rect<int> rect, bool flag, const std::function<bool()>& cancel) const
@@ -285,7 +292,10 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
         return;
 
     const bool converted = !isLinearWorkingSpace(from->colorProfile());
-    const Developer developer = finishedLook(metadata.get(), tone, strength, flag, tones);
+    const Developer developer = finishedLook(metadata.get(), tone, strength, flag, tones, extraExposure);
+    const auto balance = metadata ? whiteBalanceShift({metadata->cameraTemperature, metadata->cameraTint},
+                                                      {wantedTemperature, wantedTint})
+                                  : std::nullopt;
     if (!inPlace)
         forEachRow(part.height, [&](int y) { std::copy_n(from->row(part.y + y) + part.x, part.width, to->row(y)); });
     if (converted)
@@ -293,7 +303,7 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
     PixelRGB<float>* const pixels = to->data();
     forEachRange(to->pixelCount(), [&](std::size_t first, std::size_t last) {
         for (std::size_t i = first; i != last; ++i)
-            pixels[i] = developer(pixels[i]);
+            pixels[i] = developer(balance ? shifted(pixels[i], *balance) : pixels[i]);
     });
     to->setColorProfile(ColorProfileType::melissaRGB());
     target = std::move(to);

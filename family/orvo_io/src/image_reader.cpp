@@ -249,6 +249,16 @@ std::shared_ptr<const ImageMetadata> ImageReader::readMetadata(const std::filesy
     });
 }
 
+bool ImageReader::getTemperatureAndTint(float& temperature, float& tint, const std::filesystem::path& path)
+{
+    const auto metadata = readMetadata(path);
+    if (!metadata || !(metadata->temperature > 0.0f))
+        return false;
+    temperature = metadata->temperature;
+    tint = metadata->tint;
+    return true;
+}
+
 std::shared_ptr<_ImageData<PixelRGB<float>>> ImageReader::getThumbnailBySide(const std::filesystem::path& path,
                                                                              int side, bool flag,
                                                                              std::shared_ptr<const ImageMetadata> known,

@@ -139,6 +139,8 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
         return;
     record.temperature = static_cast<float>(kelvin);
     record.tint = static_cast<float>(tint);
+    record.cameraTemperature = record.temperature;
+    record.cameraTint = record.tint;
 }
 
 using Multipliers = std::array<float, 4>;

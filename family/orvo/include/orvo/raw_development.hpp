@@ -31,6 +31,12 @@ class ORVO_EXPORT RawImageDevelop
 public:
     using ThumbnailGetter = std::function<PicturePointer()>;
 
+    /// The white balance that is in the pixels, and no shift of exposure.
+    RawImageDevelop();
+    /// Another white balance, in kelvin and as tint (see ImageMetadata), for pixels whose camera's one the metadata
+    /// tell, and `exposure` in EV on top of all that is suggested. A temperature of 0 leaves the white balance.
+    RawImageDevelop(float temperature, float tint, float exposure);
+
     /// Develops `source` (linearMelissaRGB()) into `target` (melissaRGB()), which may be the same pointer. `thumbnail`
     /// is asked for a small version of the source, on which the overall tone is judged. `tone`: EV that the raw reader
     /// suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the zero
@@ -41,6 +47,11 @@ public:
     void develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,
                  const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength, _Rect<int> rect,
                  bool flag, const std::function<bool()>& cancel) const;
+
+private:
+    float wantedTemperature = 0.0f;
+    float wantedTint = 0.0f;
+    float extraExposure = 0.0f;
 };
 
 } // namespace orvo

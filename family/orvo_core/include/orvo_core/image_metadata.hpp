@@ -36,8 +36,10 @@ struct ORVO_EXPORT ImageMetadata
     float exposureBias = 0.0f;   ///< EV as the camera wrote it; already in the three above where they are told
     float exposureOffset = 0.0f; ///< EV; for a file without exposure data the log2 of its mean linear luminance
 
-    float temperature = 0.0f; ///< white balance in kelvin
-    float tint = 0.0f;
+    float temperature = 0.0f; ///< white balance in kelvin that development is to give; the camera's after a read
+    float tint = 0.0f;        ///< distance from the Planckian locus in CIE 1960 u, v times 3000, positive to magenta
+    float cameraTemperature = 0.0f; ///< white balance that is in undeveloped pixels; 0: unknown
+    float cameraTint = 0.0f;
 
     std::string cameraMake;
     std::string cameraModel;
@@ -51,6 +53,8 @@ struct ORVO_EXPORT ImageMetadata
 
     /// Time, aperture and sensitivity are all told.
     [[nodiscard]] bool hasExposure() const { return shutterSeconds > 0.0f && aperture > 0.0f && isoSpeed > 0.0f; }
+    /// A copy that may be changed down to what tells its colours. Profile and blocks are immutable and shared.
+    [[nodiscard]] std::shared_ptr<ImageMetadata> deepCopyDCP() const { return std::make_shared<ImageMetadata>(*this); }
 };
 
 /// What the raw reader found beside the pixels. Immutable after wait(), except for prepareLensCorrection().

@@ -83,6 +83,9 @@ public:
     /// log2 of the mean linear luminance of its thumbnail as exposureOffset (raw: of a half-size linear picture).
     [[nodiscard]] static std::shared_ptr<const ImageMetadata> readMetadata(const std::filesystem::path& path);
 
+    /// The white balance of a raw file, as ImageMetadata tells it. False, and nothing written, where the file has none.
+    [[nodiscard]] static bool getTemperatureAndTint(float& temperature, float& tint, const std::filesystem::path& path);
+
     /// A small sRGB picture with the longest side `side`, upright: the embedded preview or a reduced decode, so no
     /// more than needed is read. `flag` asks for exactly that side; without it a larger one may come. `known` may be
     /// empty, as may `cancel`, which is asked between steps. Empty on failure and on cancel.

@@ -190,15 +190,16 @@ LayerView viewOf(const FocusLayer& layer, const Homography& sceneFromFrame, cons
 void lay(const LayerView& view, const Homography& sceneFromFrame, const FocusSetting& setting, const DiscKernels& discs,
          Picture& picture)
 {
-    const auto& [layer, target, widest] = view;
-    const int reach = discs.reach(static_cast<float>(widest));
+    const FocusLayer& layer = *view.layer;
+    const _Rect<int>& target = view.target;
+    const int reach = discs.reach(static_cast<float>(view.widest));
     const _Rect<int> seen = grown(target, reach);
     _ImageData<PixelRGBA<float>> sharp(seen.size(), ColorProfileType::None());
     const auto sampleRow = [&](int y) {
         const RowPlaces places(sceneFromFrame, seen.y + y);
         for (int x = 0; x < seen.width; ++x) {
             const auto place = places(seen.x + x);
-            sharp.row(y)[x] = layer->sample(place.x, place.y);
+            sharp.row(y)[x] = layer.sample(place.x, place.y);
         }
     };
     forEachRow(seen.height, sampleRow);
@@ -207,7 +208,7 @@ void lay(const LayerView& view, const Homography& sceneFromFrame, const FocusSet
         const PixelRGBA<float>* middle = sharp.row(y + reach) + reach;
         const RowPlaces places(sceneFromFrame, target.y + y);
         for (int x = 0; x < target.width; ++x) {
-            const float radius = blurRadius(setting, layer->dioptres, places(target.x + x));
+            const float radius = blurRadius(setting, layer.dioptres, places(target.x + x));
             const auto over = discs.mean(middle + x, seen.width, radius);
             const float rest = 1.0f - over.a;
             row[x] = {row[x].r * rest + over.r, row[x].g * rest + over.g, row[x].b * rest + over.b};

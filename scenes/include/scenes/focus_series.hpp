@@ -26,7 +26,8 @@ struct FrameMotion
 };
 
 /// What a series is to be. With the defaults every point of the scene has a circle of confusion below 0.7 pixels in at
-/// least one frame, so a picture that is sharp throughout can be had from them.
+/// least one frame, so a picture that is sharp throughout can be had from them: the frames that sharpestFrame() names
+/// make one that is 53 dB from truth(). What is left stands at edges, where a blurred near thing veils sharp far ones.
 struct FocusSeriesSettings
 {
     _Size<int> size{1024, 768};          ///< of every frame in pixels, each side 16..65536

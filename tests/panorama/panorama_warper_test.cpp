@@ -18,6 +18,7 @@ namespace {
 constexpr int kNumbers[] = {0, 1, 2, 3, 4, 5};
 const cv::Size kImage(400, 300);
 constexpr float kFocal = 350.0f;
+constexpr float kExact = 512.0f; // a power of two, so that positions on a plane come out exactly
 
 cv::Mat camera(float focal = kFocal, cv::Size image = kImage)
 {
@@ -178,7 +179,8 @@ TEST(MapPlaneToImage, GivesMinusOneForWhatIsBehind)
     EXPECT_EQ(y, -1.0f);
     // Exactly beside: the third component is 0, which is not above 0. A camera whose axis is the plane's x.
     const auto plane = makeWarper(1.0f, 0);
-    plane->setCameraParams(eye(), (cv::Mat_<float>(3, 3) << 0, 0, 1, 0, 1, 0, -1, 0, 0));
+    const cv::Mat sideways = (cv::Mat_<float>(3, 3) << 0, 0, 1, 0, 1, 0, -1, 0, 0);
+    plane->setCameraParams(eye(), sideways);
     plane->mapPlaneToImage(0.0f, 5.0f, x, y);
     EXPECT_EQ(x, -1.0f);
     EXPECT_EQ(y, -1.0f);
@@ -189,8 +191,8 @@ TEST(MapPlaneToImage, GivesMinusOneForWhatIsBehind)
 TEST(DetectResultRoi, IsTheSpanOfTheGrid)
 {
     // A plane as large as the image shows it in its place, the last column and row included.
-    const auto warper = makeWarper(kFocal, 0);
-    warper->setCameraParams(camera(), eye());
+    const auto warper = makeWarper(kExact, 0);
+    warper->setCameraParams(camera(kExact), eye());
     const cv::Rect rect(-250, -200, 500, 400);
     EXPECT_EQ(warper->detectResultRoi(kImage, rect, {500, 400}), cv::Rect(50, 50, 400, 300));
     EXPECT_EQ(warper->detectResultRoi(kImage, rect, {250, 200}), cv::Rect(25, 25, 200, 150));
@@ -199,8 +201,8 @@ TEST(DetectResultRoi, IsTheSpanOfTheGrid)
 
 TEST(DetectResultRoi, IsCutToTheDrawing)
 {
-    const auto warper = makeWarper(kFocal, 0);
-    warper->setCameraParams(camera(), eye());
+    const auto warper = makeWarper(kExact, 0);
+    warper->setCameraParams(camera(kExact), eye());
     EXPECT_EQ(warper->detectResultRoi(kImage, {-100, -50, 100, 100}, {100, 100}), cv::Rect(0, 0, 100, 100));
     EXPECT_EQ(warper->detectResultRoi(kImage, {100, 50, 300, 300}, {300, 300}), cv::Rect(0, 0, 100, 100));
     EXPECT_EQ(warper->detectResultRoi(kImage, {500, 50, 300, 300}, {300, 300}), cv::Rect());

@@ -94,14 +94,15 @@ TEST(WarpRows, ToIntermediateIsWhatMapToIntermediateGives)
                     float toX = 0, toY = 0;
                     warper->mapToIntermediate(u, v, toX, toY);
                     const auto i = static_cast<std::size_t>(c);
-                    if (!(std::abs(toX) < 5 * kScale && std::abs(toY) < 5 * kScale))
-                        continue; // beside what a plane holds
+                    if (!(std::abs(toX) < 3 * kScale && std::abs(toY) < 3 * kScale))
+                        continue; // where a plane or a Mercator runs away, the last bit of a ray is much
                     // The single inverse cosine is worth less near the poles of the sphere.
                     const bool sphere = other == 2 || (other < 0 && number == 2);
                     const float nearPole = sphere && (toY < 200 || toY > 2300) ? 0.3f : 0.05f;
                     const float turnedOver = std::abs(std::abs(x[i] - toX) - 2 * 3.14159265f * kScale);
-                    if (turnedOver > 0.05f)
+                    if (turnedOver > 0.05f) {
                         ASSERT_NEAR(x[i], toX, 0.05f) << number << " to " << other << " at " << u << ", " << v;
+                    }
                     ASSERT_NEAR(y[i], toY, nearPole) << number << " to " << other << " at " << u << ", " << v;
                 }
             }

@@ -1,0 +1,420 @@
+#include "panorama/panorama_devignette.hpp"
+#include "panorama/panorama_warper.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/color_profile.hpp>
+#include <orvo_core/parallel.hpp>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+
+using namespace orvo;
+
+namespace {
+
+struct Gain
+{
+    double k1, k2, k3;
+    [[nodiscard]] double at(double r) const { return 1 + k1 * r * r + k2 * std::pow(r, 4) + k3 * std::pow(r, 6); }
+};
+
+// Light of a scene, all about a third, different everywhere.
+double light(double x, double y, int channel)
+{
+    return 0.3 + 0.1 * std::sin(x * 0.043 + channel) * std::cos(y * 0.057 - channel) + 0.05 * std::sin(x * 0.011);
+}
+
+short encoded(double linear)
+{
+    return static_cast<short>(srgbCurveFromLinear(static_cast<float>(linear)) * 32767.0f * 0.5f);
+}
+
+double decoded(short sample) { return static_cast<double>(linearFromSRGBCurve(2.0f * sample / 32767.0f)); }
+
+// Overlapping views of one flat scene, darkened by a lens.
+struct Views
+{
+    std::vector<cv::Mat> images, seams, masks, radii;
+    std::vector<cv::Point> corners;
+
+    void add(cv::Point corner, cv::Size size, const Gain& gain)
+    {
+        cv::Mat image(size, CV_16SC3);
+        cv::Mat radius(size, CV_32F);
+        const double cx = size.width * 0.5;
+        const double cy = size.height * 0.5;
+        for (int y = 0; y < size.height; ++y) {
+            for (int x = 0; x < size.width; ++x) {
+                const double r = std::min(1.0, std::hypot(x - cx, y - cy) / std::hypot(cx, cy));
+                radius.at<float>(y, x) = static_cast<float>(r);
+                for (int c = 0; c < 3; ++c)
+                    image.at<cv::Vec3s>(y, x)[c] = encoded(light(x + corner.x, y + corner.y, c) / gain.at(r));
+            }
+        }
+        // A border that is not seen, as around any warped picture.
+        cv::Mat mask(size, CV_8UC1, cv::Scalar(0));
+        mask(cv::Rect(2, 2, size.width - 4, size.height - 4)).setTo(255);
+        images.push_back(image);
+        radii.push_back(radius);
+        masks.push_back(mask);
+        seams.push_back(mask.clone());
+        corners.push_back(corner);
+    }
+
+    void fit(PanoramaDevignette& model) const { model.fit(images, seams, masks, corners, radii); }
+    void process(PanoramaDevignette& model) { model.process(images, seams, masks, corners, radii); }
+};
+
+Views row(int count, const Gain& gain, cv::Size size = {160, 120}, int step = 90)
+{
+    Views views;
+    for (int i = 0; i < count; ++i)
+        views.add({i * step, (i % 3) * 7}, size, gain);
+    return views;
+}
+
+bool sameBytes(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF) == 0.0; }
+
+// Pairs of one colour under `gain`, at the radii `a` and `b`.
+struct PairList
+{
+    std::vector<PixelRGB<float>> colorsA, colorsB;
+    std::vector<float> radiiA, radiiB;
+
+    void add(double linear, float a, float b, const Gain& gain)
+    {
+        const auto colour = [&](float r) {
+            const float v = srgbCurveFromLinear(static_cast<float>(linear / gain.at(r)));
+            return PixelRGB<float>{v, v, v};
+        };
+        colorsA.push_back(colour(a));
+        colorsB.push_back(colour(b));
+        radiiA.push_back(a);
+        radiiB.push_back(b);
+    }
+};
+
+} // namespace
+
+TEST(Devignette, StartsWithoutAGain)
+{
+    const devignette_t model;
+    EXPECT_EQ(model.k1, 0.0f);
+    EXPECT_EQ(model.k2, 0.0f);
+    EXPECT_EQ(model.k3, 0.0f);
+    EXPECT_FALSE(model.fitted);
+    EXPECT_EQ(model.gain(1.0f), 1.0f);
+}
+
+TEST(Devignette, GainIsAnEvenPolynomial)
+{
+    devignette_t model;
+    model.k1 = 0.5f;
+    model.k2 = 0.25f;
+    model.k3 = 2.0f;
+    EXPECT_FLOAT_EQ(model.gain(0.5f), 1.0f + 0.5f / 4 + 0.25f / 16 + 2.0f / 64);
+    EXPECT_FLOAT_EQ(model.gain(1.0f), 3.75f);
+}
+
+TEST(Devignette, WithoutPairsAllEndsAtTheLastMiddle)
+{
+    devignette_t model;
+    model.fit({}, {}, {}, {});
+    // Thirteen halvings of 0..5, always towards 0.
+    EXPECT_EQ(model.k1, 5.0f / 8192);
+    EXPECT_EQ(model.k2, 5.0f / 8192);
+    EXPECT_EQ(model.k3, 5.0f / 8192);
+}
+
+TEST(Devignette, FindsEachCoefficientOfPairs)
+{
+    for (const Gain& truth : {Gain{0.4, 0, 0}, Gain{0, 0.6, 0}, Gain{0.3, 0.2, 0.1}, Gain{1.5, 0.5, 0.2}}) {
+        PairList pairs;
+        for (int i = 0; i <= 100; ++i)
+            for (const double linear : {0.05, 0.2, 0.5})
+                pairs.add(linear, 0.01f * static_cast<float>(i), 0.005f * static_cast<float>((i * 37) % 101), truth);
+        devignette_t model;
+        model.fit(pairs.colorsA, pairs.colorsB, pairs.radiiA, pairs.radiiB);
+        for (float r = 0; r <= 1.0f; r += 0.05f)
+            EXPECT_NEAR(static_cast<double>(model.gain(r)) / truth.at(r), 1.0, 0.01)
+                << r << " of " << truth.k1 << ", " << truth.k2 << ", " << truth.k3;
+    }
+}
+
+TEST(Devignette, OnlyBrightensOutwards)
+{
+    // Brighter towards the corners: no gain of 1 or more helps.
+    PairList pairs;
+    for (int i = 0; i <= 100; ++i)
+        pairs.add(0.2, 0.01f * static_cast<float>(i), 0.2f, Gain{-0.3, 0, 0});
+    devignette_t model;
+    model.fit(pairs.colorsA, pairs.colorsB, pairs.radiiA, pairs.radiiB);
+    for (const float k : {model.k1, model.k2, model.k3}) {
+        EXPECT_GE(k, 0.0f);
+        EXPECT_LE(k, 0.001f);
+    }
+}
+
+TEST(Devignette, EqualPairsGiveNoGain)
+{
+    PairList pairs;
+    for (int i = 0; i <= 100; ++i)
+        pairs.add(0.2, 0.01f * static_cast<float>(i), 0.007f * static_cast<float>((i * 37) % 101), Gain{0, 0, 0});
+    devignette_t model;
+    model.fit(pairs.colorsA, pairs.colorsB, pairs.radiiA, pairs.radiiB);
+    EXPECT_NEAR(model.gain(1.0f), 1.0f, 0.003f);
+}
+
+TEST(PanoramaDevignette, BringsAKnownVignetteBack)
+{
+    for (const Gain& truth : {Gain{0.3, 0.15, 0.05}, Gain{0.8, 0.0, 0.3}, Gain{0.2, 0.3, 0.1}}) {
+        Views views = row(4, truth);
+        PanoramaDevignette model;
+        views.fit(model);
+        EXPECT_TRUE(model.model().fitted);
+        views.process(model);
+        double worst = 0.0;
+        for (std::size_t i = 0; i < views.images.size(); ++i)
+            for (int y = 2; y < 118; ++y)
+                for (int x = 2; x < 158; ++x)
+                    for (int c = 0; c < 3; ++c) {
+                        const double expected = light(x + views.corners[i].x, y + views.corners[i].y, c);
+                        const double found = decoded(views.images[i].at<cv::Vec3s>(y, x)[c]);
+                        worst = std::max(worst, std::abs(found / expected - 1.0));
+                    }
+        EXPECT_LT(worst, 0.02) << truth.k1 << ", " << truth.k2 << ", " << truth.k3;
+    }
+}
+
+TEST(PanoramaDevignette, WorksOnViewsOfTheWarper)
+{
+    // Two cameras side by side that look at a plain sky, drawn on the sphere with their true maps of radius. Their
+    // overlap is wide: in a narrow one the three powers of the radius can hardly be told apart, and the descent stops
+    // where the views agree with each other, though not quite with the truth.
+    const Gain truth{0.4, 0.2, 0.1};
+    const cv::Size size(300, 200);
+    const cv::Mat K = (cv::Mat_<float>(3, 3) << 320, 0, 150, 0, 320, 100, 0, 0, 1);
+    cv::Mat image(size, CV_16SC3);
+    for (int y = 0; y < size.height; ++y)
+        for (int x = 0; x < size.width; ++x)
+            for (int c = 0; c < 3; ++c)
+                image.at<cv::Vec3s>(y, x)[c] = encoded(
+                    0.2 * (c + 1) / truth.at(std::min(1.0, std::hypot(x - 150, y - 100) / std::hypot(150, 100))));
+    Views views;
+    for (const float turn : {-0.15f, 0.15f}) {
+        const cv::Mat R =
+            (cv::Mat_<float>(3, 3) << std::cos(turn), 0, std::sin(turn), 0, 1, 0, -std::sin(turn), 0, std::cos(turn));
+        const auto warper = makeWarper(320.0f, 2);
+        cv::Mat dst, mask, radius;
+        const cv::Rect roi = warper->warp(image, cv::Mat(size, CV_8UC1, cv::Scalar(255)), dst, mask, radius,
+                                          warper->outputBounds(), warper->outputBounds().size(), K, R);
+        views.images.push_back(dst);
+        views.masks.push_back(mask);
+        views.seams.push_back(mask.clone());
+        views.radii.push_back(radius);
+        views.corners.push_back(roi.tl());
+    }
+    PanoramaDevignette model;
+    views.fit(model);
+    for (float r = 0.1f; r <= 1.0f; r += 0.1f)
+        EXPECT_NEAR(static_cast<double>(model.model().gain(r)) / truth.at(r), 1.0, 0.02) << r;
+    views.process(model);
+    for (int c = 0; c < 3; ++c) {
+        const cv::Mat& first = views.images[0];
+        const cv::Vec3s centre = first.at<cv::Vec3s>(first.rows / 2, first.cols / 2);
+        EXPECT_NEAR(decoded(centre[c]), 0.2 * (c + 1), 0.004 * (c + 1));
+    }
+}
+
+TEST(PanoramaDevignette, OneViewGivesNoPairs)
+{
+    Views views = row(1, {1.0, 0.5, 0.2});
+    const cv::Mat before = views.images[0].clone();
+    PanoramaDevignette model;
+    views.fit(model);
+    EXPECT_TRUE(model.model().fitted);
+    EXPECT_NEAR(model.model().gain(1.0f), 1.0f, 0.002f);
+    views.process(model);
+    EXPECT_LE(cv::norm(before, views.images[0], cv::NORM_INF), 15.0) << "a thousandth, and the truncation";
+    PanoramaDevignette none;
+    none.fit({}, {}, {}, {}, {});
+    EXPECT_TRUE(none.model().fitted);
+}
+
+TEST(PanoramaDevignette, ASecondFitDoesNothing)
+{
+    PanoramaDevignette model;
+    row(3, {0.3, 0.1, 0.0}).fit(model);
+    const devignette_t before = model.model();
+    row(3, {1.5, 0.5, 0.5}).fit(model);
+    EXPECT_EQ(model.model().k1, before.k1);
+    EXPECT_EQ(model.model().k2, before.k2);
+    EXPECT_EQ(model.model().k3, before.k3);
+}
+
+TEST(PanoramaDevignette, OnlyNeighboursInTheListArePaired)
+{
+    // The first and the third view overlap, the second lies apart: no pairs.
+    Views views;
+    const Gain gain{0.8, 0.2, 0.1};
+    views.add({0, 0}, {160, 120}, gain);
+    views.add({5000, 0}, {160, 120}, gain);
+    views.add({80, 0}, {160, 120}, gain);
+    PanoramaDevignette model;
+    views.fit(model);
+    EXPECT_EQ(model.model().k1, 5.0f / 8192);
+}
+
+TEST(PanoramaDevignette, PairsLieOnTheOutlineOfTheOverlap)
+{
+    // What stands deep inside both masks, or under no mask, or on the rim of the matrix, is not looked at.
+    const Gain gain{0.5, 0.2, 0.0};
+    PanoramaDevignette clean;
+    row(2, gain).fit(clean);
+    Views spoiled = row(2, gain);
+    const cv::Rect overlap(90, 7, 70, 113); // on the plane
+    for (std::size_t i = 0; i < 2; ++i) {
+        cv::Mat& image = spoiled.images[i];
+        const cv::Point corner = spoiled.corners[i];
+        for (int y = 0; y < image.rows; ++y) {
+            for (int x = 0; x < image.cols; ++x) {
+                const cv::Point onPlane = corner + cv::Point(x, y);
+                const bool isOutside = !overlap.contains(onPlane);
+                const bool isDeep = cv::Rect(96, 13, 58, 100).contains(onPlane);
+                const bool isMasked = spoiled.masks[i].at<uchar>(y, x) == 0;
+                if (isOutside || isDeep || isMasked)
+                    image.at<cv::Vec3s>(y, x) = i == 0 ? cv::Vec3s(16000, 0, 9000) : cv::Vec3s(0, 0, 0);
+            }
+        }
+    }
+    PanoramaDevignette model;
+    spoiled.fit(model);
+    EXPECT_EQ(model.model().k1, clean.model().k1);
+    EXPECT_EQ(model.model().k2, clean.model().k2);
+    EXPECT_EQ(model.model().k3, clean.model().k3);
+    // And the outline is: spoiling it spoils the fit.
+    Views outline = row(2, gain);
+    outline.images[1](cv::Rect(2, 2, 1, 116)).setTo(cv::Scalar(16000, 16000, 16000));
+    PanoramaDevignette other;
+    outline.fit(other);
+    EXPECT_NE(other.model().k1, clean.model().k1);
+}
+
+TEST(PanoramaDevignette, SeamMasksAreNotRead)
+{
+    Views views = row(2, {0.5, 0.2, 0.0});
+    PanoramaDevignette with, without;
+    views.fit(with);
+    without.fit(views.images, {}, views.masks, views.corners, views.radii);
+    EXPECT_EQ(with.model().k1, without.model().k1);
+    Views other = row(2, {0.5, 0.2, 0.0});
+    views.process(with);
+    without.process(other.images, {}, other.masks, other.corners, other.radii);
+    EXPECT_TRUE(sameBytes(views.images[1], other.images[1]));
+}
+
+TEST(PanoramaDevignette, ProcessCorrectsWhatOneMaskAloneCovers)
+{
+    Views views = row(2, {0.5, 0.2, 0.0});
+    PanoramaDevignette model;
+    views.fit(model);
+    const cv::Vec3s before = views.images[0].at<cv::Vec3s>(4, 4); // far from the other view
+    views.process(model);
+    const cv::Vec3s after = views.images[0].at<cv::Vec3s>(4, 4);
+    const double r = static_cast<double>(views.radii[0].at<float>(4, 4));
+    for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(decoded(after[c]) / decoded(before[c]), 1 + 0.5 * r * r + 0.2 * r * r * r * r, 0.02);
+}
+
+TEST(PanoramaDevignette, ProcessLeavesWhatIsMaskedAlone)
+{
+    Views views = row(2, {0.5, 0.2, 0.0});
+    PanoramaDevignette model;
+    views.fit(model);
+    cv::randu(views.masks[0], 0, 2); // holes everywhere
+    const cv::Mat before = views.images[0].clone();
+    views.process(model);
+    int changed = 0;
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x) {
+            const bool isSame = views.images[0].at<cv::Vec3s>(y, x) == before.at<cv::Vec3s>(y, x);
+            if (views.masks[0].at<uchar>(y, x) == 0)
+                ASSERT_TRUE(isSame) << x << ", " << y;
+            else
+                changed += isSame ? 0 : 1;
+        }
+    }
+    EXPECT_GT(changed, 120 * 160 / 3);
+}
+
+TEST(PanoramaDevignette, ProcessDoesNotLimitToFullScale)
+{
+    Views views = row(2, {1.5, 0.5, 0.5});
+    PanoramaDevignette model;
+    views.fit(model);
+    views.images[0].setTo(cv::Scalar(16383, -500, 0));
+    views.radii[0].setTo(1.0f);
+    views.process(model);
+    const cv::Vec3s pixel = views.images[0].at<cv::Vec3s>(60, 80);
+    EXPECT_GT(pixel[0], 20000) << "blue stays blue, and above full scale";
+    EXPECT_LT(pixel[1], -500);
+    EXPECT_EQ(pixel[2], 0);
+}
+
+TEST(PanoramaDevignette, ProcessEndsAtTheTypesEnds)
+{
+    // Twice full scale in light times a gain of four would be beyond 16 bits.
+    Views views = row(2, {3.0, 0.0, 0.0});
+    PanoramaDevignette model;
+    views.fit(model);
+    ASSERT_GT(model.model().gain(1.0f), 3.5f);
+    views.images[0].setTo(cv::Scalar(30000, -30000, 16383));
+    views.radii[0].setTo(1.0f);
+    views.process(model);
+    EXPECT_EQ(views.images[0].at<cv::Vec3s>(60, 80)[0], 32767);
+    EXPECT_EQ(views.images[0].at<cv::Vec3s>(60, 80)[1], -32768);
+    EXPECT_GT(views.images[0].at<cv::Vec3s>(60, 80)[2], 28000);
+}
+
+TEST(PanoramaDevignette, AwkwardSizesAreNoTrouble)
+{
+    for (const cv::Size size : {cv::Size(1, 1), cv::Size(2, 7), cv::Size(3, 3), cv::Size(641, 3)}) {
+        Views views;
+        for (int i = 0; i < 2; ++i) {
+            views.images.emplace_back(size, CV_16SC3, cv::Scalar::all(5000));
+            views.masks.emplace_back(size, CV_8UC1, cv::Scalar(255));
+            views.seams.push_back(views.masks.back());
+            views.radii.emplace_back(size, CV_32F, cv::Scalar(0.5));
+            views.corners.emplace_back(i, 0);
+        }
+        PanoramaDevignette model;
+        views.fit(model);
+        views.process(model);
+        EXPECT_NEAR(views.images[1].at<cv::Vec3s>(0, 0)[0], 5000, 5);
+    }
+}
+
+TEST(PanoramaDevignette, DoesNotDependOnThreadsAndGivesItsMemoryBack)
+{
+    const std::size_t before = MemoryManager::instance().liveBytes();
+    const auto run = [](int workers) {
+        const WorkerLimit limit(workers);
+        Views views = row(4, {0.4, 0.2, 0.1}, {613, 411}, 300);
+        PanoramaDevignette model;
+        views.fit(model);
+        views.process(model);
+        return std::pair(model.model(), views.images);
+    };
+    const auto [modelOfOne, imagesOfOne] = run(1);
+    const auto [modelOfTwo, imagesOfTwo] = run(2);
+    EXPECT_EQ(modelOfOne.k1, modelOfTwo.k1);
+    EXPECT_EQ(modelOfOne.k2, modelOfTwo.k2);
+    EXPECT_EQ(modelOfOne.k3, modelOfTwo.k3);
+    for (std::size_t i = 0; i < imagesOfOne.size(); ++i)
+        EXPECT_TRUE(sameBytes(imagesOfOne[i], imagesOfTwo[i])) << i;
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
+}

@@ -1,6 +1,7 @@
 #include "face_detection.hpp"
 
 #include "face_boxes.hpp"
+#include "face_network.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/settings.hpp>
@@ -268,12 +269,38 @@ std::vector<Face> findWithCascades(const Picture& image, bool profiles, const st
     return faces;
 }
 
+// Nothing if the network cannot be used, which a log line tells.
+std::optional<std::vector<Face>> findWithNetwork(const Picture& image, const std::string& model)
+{
+    try {
+        const Search search(image);
+        std::vector<Face> faces = facesOfNetwork(model, colourCopy(image, search.whole, search.size));
+        for (Face& face : faces) {
+            const cv::Rect2d box = search.inPicture({face.x, face.y, face.width, face.height});
+            face = faceOf(box, std::move(face.eyes));
+            for (FaceDisc& eye : face.eyes)
+                eye = {eye.x / search.scale, eye.y / search.scale, eye.radius / search.scale};
+        }
+        return faces;
+    } catch (const std::exception& error) {
+        warn("deblurFaces: the network " + model + " (setting " + kModelKey +
+             ") cannot be used, faces are looked for with cascades: " + error.what());
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 std::vector<Face> findFaces(const Picture& image, bool profiles, const std::atomic<bool>* cancel)
 {
     if (std::min(image.width(), image.height()) < kSmallestFace)
         return {};
+    if (const std::string model = orvosettings().get(kModelKey, std::string()); !model.empty()) {
+        if (std::optional<std::vector<Face>> faces = findWithNetwork(image, model))
+            return *std::move(faces);
+        if (isSet(cancel))
+            return {};
+    }
     return findWithCascades(image, profiles, cancel);
 }
 

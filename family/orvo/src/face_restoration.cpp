@@ -39,7 +39,7 @@ constexpr float kTiny = 1e-12f;         // keeps 0 / 0 away
 constexpr double kOvershoot = 0.12;     // of the contrast of the surroundings,
 constexpr float kMostOvershoot = 0.02f; // and of full scale
 
-double medianOf(std::vector<float>& values)
+double medianOf(std::vector<float, ManagedAllocator<float>>& values)
 {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
@@ -48,7 +48,7 @@ double medianOf(std::vector<float>& values)
 
 double diagonalNoise(const cv::Mat& plane)
 {
-    std::vector<float> details;
+    std::vector<float, ManagedAllocator<float>> details;
     details.reserve(plane.total() / 4 + 1);
     for (int y = 0; y + 1 < plane.rows; y += 2) {
         const float* const a = plane.ptr<float>(y);
@@ -59,48 +59,50 @@ double diagonalNoise(const cv::Mat& plane)
     return details.empty() ? 0.0 : medianOf(details) / kMadOfUnitNoise;
 }
 
-// Squared slope at (x, y), and how much the slope rises towards either side.
-struct Slopes
+// Slopes of a plane, by central differences, away from its border.
+class Slopes
 {
-    explicit Slopes(const cv::Mat& plane)
-        : dx(plane.size(), CV_32F), dy(plane.size(), CV_32F), size(plane.size(), CV_32F)
+public:
+    explicit Slopes(const FacePlane& samples) : plane(samples) {}
+
+    [[nodiscard]] float across(int y, int x) const { return 0.5f * (plane.row(y)[x + 1] - plane.row(y)[x - 1]); }
+    [[nodiscard]] float down(int y, int x) const { return 0.5f * (plane.row(y + 1)[x] - plane.row(y - 1)[x]); }
+    [[nodiscard]] float size(int y, int x) const
     {
-        forEachRow(plane.rows, [&](int y) {
-            const float* const above = plane.ptr<float>(std::max(y - 1, 0));
-            const float* const here = plane.ptr<float>(y);
-            const float* const below = plane.ptr<float>(std::min(y + 1, plane.rows - 1));
-            for (int x = 0; x < plane.cols; ++x) {
-                const float h = 0.5f * (here[std::min(x + 1, plane.cols - 1)] - here[std::max(x - 1, 0)]);
-                const float v = 0.5f * (below[x] - above[x]);
-                dx.at<float>(y, x) = h;
-                dy.at<float>(y, x) = v;
-                size.at<float>(y, x) = std::sqrt(h * h + v * v);
-            }
-        });
+        const float h = across(y, x), v = down(y, x);
+        return std::sqrt(h * h + v * v);
     }
 
     // Steeper than both neighbours across the edge.
     [[nodiscard]] bool isCrest(int y, int x) const
     {
-        const float h = dx.at<float>(y, x), v = dy.at<float>(y, x);
-        const bool flat = std::abs(v) < 0.4142f * std::abs(h); // within 22.5 degrees of horizontal
-        const bool steep = std::abs(h) < 0.4142f * std::abs(v);
-        const int stepX = steep ? 0 : 1;
-        const int stepY = flat ? 0 : (steep || (h > 0.0f) == (v > 0.0f) ? 1 : -1);
-        const float s = size.at<float>(y, x);
-        return s >= size.at<float>(y + stepY, x + stepX) && s > size.at<float>(y - stepY, x - stepX);
+        constexpr float kTan22 = 0.4142f; // directions are rounded to eighths of a turn
+        const float h = across(y, x), v = down(y, x);
+        const bool level = std::abs(v) < kTan22 * std::abs(h);
+        const bool upright = std::abs(h) < kTan22 * std::abs(v);
+        const int stepX = upright ? 0 : 1;
+        const int stepY = level ? 0 : (upright || (h > 0.0f) == (v > 0.0f) ? 1 : -1);
+        const float here = size(y, x);
+        return here >= size(y + stepY, x + stepX) && here > size(y - stepY, x - stepX);
     }
 
-    cv::Mat dx, dy, size;
+private:
+    const FacePlane& plane;
 };
 
 double blurAtScale(const cv::Mat& luminance, double noise, double scale)
 {
-    cv::Mat once, twice;
-    cv::GaussianBlur(luminance, once, {}, kFirstBlur * scale, 0.0, cv::BORDER_REFLECT);
-    cv::GaussianBlur(luminance, twice, {}, kSecondBlur * scale, 0.0, cv::BORDER_REFLECT);
+    const int width = luminance.cols, height = luminance.rows;
+    if (width < 5 || height < 5)
+        return 0.0; // a crest looks two pixels around itself
+    const FacePlane once(luminance.size()), twice(luminance.size());
+    cv::GaussianBlur(luminance, once.mat(), {}, kFirstBlur * scale, 0.0, cv::BORDER_REFLECT);
+    cv::GaussianBlur(luminance, twice.mat(), {}, kSecondBlur * scale, 0.0, cv::BORDER_REFLECT);
     const Slopes first(once), second(twice);
-    std::vector<float> steepness(first.size.begin<float>(), first.size.end<float>());
+    std::vector<float, ManagedAllocator<float>> steepness; // of every fourth pixel, which tells the quantile as well
+    for (int y = 2; y + 2 < height; y += 2)
+        for (int x = 2; x + 2 < width; x += 2)
+            steepness.push_back(first.size(y, x));
     const auto top = steepness.begin() + static_cast<std::ptrdiff_t>(steepness.size() - steepness.size() / 100 - 1);
     std::nth_element(steepness.begin(), top, steepness.end());
     const double a2 = kFirstBlur * kFirstBlur * scale * scale + kDifferenceVariance;
@@ -109,12 +111,12 @@ double blurAtScale(const cv::Mat& luminance, double noise, double scale)
     const double noiseSlope = noise / (std::sqrt(8.0 * std::numbers::pi) * a2);
     const double least = std::max(kEdgeOverNoise * noiseSlope, kWeakestEdge * static_cast<double>(*top));
     std::vector<float> sigmas;
-    for (int y = 1; y + 1 < luminance.rows; ++y)
-        for (int x = 1; x + 1 < luminance.cols; ++x) {
-            const double s = static_cast<double>(first.size.at<float>(y, x));
-            if (s <= least || s <= 0.0 || !first.isCrest(y, x))
+    for (int y = 2; y + 2 < height; ++y)
+        for (int x = 2; x + 2 < width; ++x) {
+            const double s = static_cast<double>(first.size(y, x));
+            if (s <= least || !first.isCrest(y, x))
                 continue;
-            const double ratio = s / std::max(static_cast<double>(second.size.at<float>(y, x)), 1e-9);
+            const double ratio = s / std::max(static_cast<double>(second.size(y, x)), 1e-9);
             const double r2 = ratio * ratio;
             if (r2 <= 1.0)
                 continue; // softer than can be told

@@ -1,10 +1,12 @@
 // A drawn face, blurred by a known amount, must come back; what is no face must stay.
 
+#include "detection_network.hpp"
 #include "drawn_face.hpp"
 
 #include <orvo/deblur_ai_effect.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_io/image_reader.hpp>
 #include <orvo_io/settings.hpp>
 #include <orvo_logger/log_capture.hpp>
 
@@ -430,6 +432,119 @@ TEST_F(DeblurFaces, ProfileCascadesAreNeededForProfilesOnly)
         const PicturePointer after = DeblurAIEffect::deblurFaces("test", before, 1.0f, profiles, true, nullptr);
         EXPECT_GT(test::largestChange(*before, *after), 0.05f);
         EXPECT_EQ(log.texts(LogMessageType::Warning).size(), profiles ? 1u : 0u);
+    }
+}
+
+// Blurred discs with a red cell of 32 px: what the network of the tests takes for a face.
+PicturePointer redCell(orvo::_Size<int> size, int left, int top)
+{
+    const test::Discs discs(size);
+    const PicturePointer sharp =
+        test::drawn(size, ColorProfileType::sRGB(), [&](int x, int y) { return coloured(discs.at(x, y)); });
+    const PicturePointer picture = blurred(*sharp, 2.0);
+    for (int y = top; y < top + 32; ++y)
+        for (int x = left; x < left + 32; ++x)
+            picture->row(y)[x] = {1.0f, 0.0f, 0.0f};
+    return picture;
+}
+
+TEST_F(DeblurFaces, NetworkFindsInPlaceOfCascades)
+{
+    test::DetectionNetwork(416, 384, 110.0).write(folder / "red.onnx");
+    orvo::orvosettings().set("Faces.model", (folder / "red.onnx").string());
+    orvo::orvosettings().set("Faces.cascades", (folder / "missing").string());
+    const PicturePointer before = redCell({400, 380}, 192, 128);
+    const orvo::LogCapture log;
+    const PicturePointer after = deblur(before);
+    EXPECT_THAT(log.texts(LogMessageType::Warning), IsEmpty());
+    EXPECT_THAT(log.texts(LogMessageType::Diagnostic), ElementsAre(StartsWith("deblurFaces test: faces 1;")));
+    int changed = 0;
+    for (int y = 0; y < before->height(); ++y)
+        for (int x = 0; x < before->width(); ++x)
+            if (!same(before->row(y)[x], after->row(y)[x])) {
+                ASSERT_LT(std::hypot((x - 208) / 0.62, (y - 144) / 0.78), 110.0) << x << ", " << y;
+                ++changed;
+            }
+    EXPECT_GT(changed, 5000);
+    const orvo::WorkerLimit limit(1);
+    EXPECT_TRUE(test::bytesEqual(*after, *deblur(before)));
+}
+
+TEST_F(DeblurFaces, UnusableNetworkGivesWayToCascades)
+{
+    const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
+    const PicturePointer expected = deblur(before);
+    std::ofstream(folder / "text.onnx") << "no network at all";
+    std::string whole;
+    {
+        test::DetectionNetwork(416, 416, 110.0).write(folder / "whole.onnx");
+        std::ifstream file(folder / "whole.onnx", std::ios::binary);
+        whole.assign(std::istreambuf_iterator<char>(file), {});
+    }
+    std::ofstream(folder / "cut.onnx", std::ios::binary) << whole.substr(0, whole.size() / 2);
+    // Outputs of other names, and of other sizes than they should have.
+    const auto renamed = [&](std::string bytes, const std::string& from, const std::string& to) {
+        for (std::size_t at = bytes.find(from); at != std::string::npos; at = bytes.find(from, at + to.size()))
+            bytes.replace(at, from.size(), to);
+        return bytes;
+    };
+    std::ofstream(folder / "other.onnx", std::ios::binary) << renamed(whole, "cls_8", "cla_8");
+    std::ofstream(folder / "swapped.onnx", std::ios::binary)
+        << renamed(renamed(renamed(whole, "kps_8", "tmp_8"), "obj_8", "kps_8"), "tmp_8", "obj_8");
+    for (const char* const name : {"text.onnx", "cut.onnx", "missing.onnx", "other.onnx", "swapped.onnx"}) {
+        const std::string model = (folder / name).string();
+        orvo::orvosettings().set("Faces.model", model);
+        const orvo::LogCapture log;
+        EXPECT_TRUE(test::bytesEqual(*deblur(before), *expected)) << name;
+        EXPECT_THAT(log.texts(LogMessageType::Warning),
+                    ElementsAre(AllOf(StartsWith("deblurFaces: the network " + model), HasSubstr("Faces.model"),
+                                      HasSubstr("cascades"))));
+    }
+}
+
+// On photographs; the folder comes from the environment.
+class DeblurFacesOfPhotographs : public DeblurFaces
+{
+protected:
+    void SetUp() override
+    {
+        DeblurFaces::SetUp();
+        if (!IsSkipped() && !test::dataFolder())
+            GTEST_SKIP() << "ORVO_TEST_DATA does not name the folder of test pictures";
+    }
+
+    // Of half the size, at which the photographs are sharp.
+    static PicturePointer read(const std::string& name)
+    {
+        const auto image = orvo::ImageReader::instance().open({*test::dataFolder() / name, ""}, {},
+                                                              orvo::ImageReaderOpenFlag::Bracket, nullptr, "", -1);
+        if (!image)
+            return {};
+        const PicturePointer picture = image->imageData({}, {}, true);
+        return picture->resize({picture->width() / 2, picture->height() / 2}, {}, true);
+    }
+};
+
+TEST_F(DeblurFacesOfPhotographs, FourPeopleAtATable)
+{
+    const PicturePointer truth = read("single/faces_cafe/faces_cafe.jpg");
+    ASSERT_NE(truth, nullptr);
+    const PicturePointer before = blurred(*truth, 2.0);
+    const orvo::LogCapture log;
+    const PicturePointer after = deblur(before);
+    EXPECT_THAT(log.texts(LogMessageType::Diagnostic), ElementsAre(StartsWith("deblurFaces test: faces 4;")));
+    // Brow to chin, by eye.
+    for (const orvo::_Rect<int>& face : {orvo::_Rect<int>{180, 400, 190, 170}, orvo::_Rect<int>{500, 280, 180, 190},
+                                         orvo::_Rect<int>{880, 230, 180, 200}, orvo::_Rect<int>{1160, 250, 150, 160}})
+        EXPECT_GT(fidelity(*truth, *after, face), fidelity(*truth, *before, face) + 1.0) << "at " << face.x;
+}
+
+TEST_F(DeblurFacesOfPhotographs, NoFacesInLandscapes)
+{
+    for (const char* const name : {"single/lake_horizon/lake_horizon.jpg", "single/skiers/skiers.jpg"}) {
+        const PicturePointer before = read(name); // the skiers wear goggles; the fence has fooled a cascade
+        ASSERT_NE(before, nullptr) << name;
+        EXPECT_TRUE(test::bytesEqual(*before, *deblur(before))) << name;
     }
 }
 

@@ -37,14 +37,15 @@ public:
     /// Settings (orvosettings()): "Faces.cascades", text, the folder of the cascades, with or without the folders
     /// haarcascades and lbpcascades in it, "/usr/share/opencv4" if not set. If cascades are missing, one line of level
     /// Warning tells which, and no faces (or none in profile) are looked for. "Faces.model", text, an ONNX file of a
-    /// detection network of the YuNet family, as cv::FaceDetectorYN of OpenCV reads it, is used in place of the
-    /// cascades; if it cannot be read or run, one line of level Warning tells so and the cascades are used.
+    /// detection network with the outputs of YuNet (Wu, Peng, Yu 2023; cls_8 to kps_32, any input size), is used in
+    /// place of the cascades; if it cannot be read or run, one line of level Warning tells so and the cascades are
+    /// used.
     ///
     /// Throws std::invalid_argument if `image` is empty, std::bad_alloc. Blocks; parallel inside; the same bits for any
     /// number of threads; callable from several threads at once.
-    /// Peak: the new picture, and for one face at a time up to seven float planes of 1.5 x 1.9 times its box, which are
-    /// of at most 4 megapixels: a face larger than that is worked on in a smaller copy, its change enlarged (two planes
-    /// of the face at full size).
+    /// Peak: the new picture, and for one face at a time six float planes of 1.4 x 1.7 times its box, of at most 4
+    /// megapixels each: a face larger than that is worked on in a smaller copy, its change enlarged (one more plane of
+    /// that part at full size). While faces are looked for: a copy of at most 1280 px a side.
     [[nodiscard]] static std::shared_ptr<_ImageData<PixelRGB<float>>>
     deblurFaces(const std::string& id, const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, float amount,
                 bool profiles, bool features, const std::atomic<bool>* cancel);

@@ -1,105 +1,23 @@
-// Kernels on planes of 6 and 24 megapixels. Counters: "Mpx/s", and "copies", the time as a multiple of a plain parallel
-// copy of the planes that the kernel reads and writes, measured in the same run. Each result is looked at once, so that
-// a kernel which does nothing cannot win.
-#include <orvo_common/memory_manager.hpp>
-#include <orvo_core/parallel.hpp>
+// Filters on planes of 6 and 24 megapixels. Each result is looked at once, so that a kernel which does nothing cannot
+// win.
+#include "measure.hpp"
+
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
 #include <orvo_image_processing/fast_blur.hpp>
+#include <orvo_image_processing/focus_stacking.hpp>
 #include <orvo_image_processing/guided_filter.hpp>
 #include <orvo_image_processing/local_laplacian.hpp>
 
-#include <benchmark/benchmark.h>
-
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <string>
 
 namespace {
 
+using namespace orvo::bench;
 using orvo::ManagedPlane;
 using orvo::PixelRGB;
-
-struct Extent
-{
-    int width, height;
-    [[nodiscard]] std::size_t pixels() const
-    {
-        return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    }
-};
-
-Extent extentOf(const benchmark::State& state)
-{
-    return state.range(0) == 24 ? Extent{6000, 4000} : Extent{3000, 2000};
-}
-
-/// Slow waves with fine grain, 0.02 .. 0.98.
-float sample(std::size_t index, std::size_t width)
-{
-    const std::size_t x = index % width;
-    const std::size_t y = index / width;
-    const auto hash = static_cast<std::uint32_t>(index * 2654435761U);
-    const float grain = static_cast<float>(hash >> 16) * (0.1f / 65536);
-    const float wave = std::sin(static_cast<float>(x) * 0.004f) * std::cos(static_cast<float>(y) * 0.006f);
-    return 0.47f + 0.4f * wave + grain;
-}
-
-void fill(float* samples, std::size_t count, std::size_t width)
-{
-    orvo::forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t i = first; i < last; ++i)
-            samples[i] = sample(i, width);
-    });
-}
-
-void parallelCopy(void* to, const void* from, std::size_t bytes)
-{
-    orvo::forEachRange(bytes / 4, [&](std::size_t first, std::size_t last) {
-        std::memcpy(static_cast<char*>(to) + 4 * first, static_cast<const char*>(from) + 4 * first, 4 * (last - first));
-    });
-}
-
-/// Seconds of a copy: the fastest of five, since the first ones wake pages and workers.
-double copySeconds(std::size_t bytes)
-{
-    const ManagedPlane<char> from(bytes, true);
-    const ManagedPlane<char> to(bytes, true);
-    double best = 1e9;
-    for (int i = 0; i < 5; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        parallelCopy(to.data(), from.data(), bytes);
-        benchmark::DoNotOptimize(to.data()[bytes / 2]);
-        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
-    return best;
-}
-
-/// Runs `body` and tells its rate. `planeBytes` is the size of what it reads, which it also writes.
-template <typename Body>
-void measure(benchmark::State& state, Extent extent, std::size_t planeBytes, const Body& body)
-{
-    const double copy = copySeconds(planeBytes);
-    double seconds = 0.0;
-    for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
-        body();
-        const double taken = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        state.SetIterationTime(taken);
-        seconds += taken;
-    }
-    const auto rounds = static_cast<double>(state.iterations());
-    state.counters["Mpx/s"] = static_cast<double>(extent.pixels()) * rounds / seconds * 1e-6;
-    state.counters["copies"] = seconds / rounds / copy;
-}
-
-void require(benchmark::State& state, bool sane)
-{
-    if (!sane)
-        state.SkipWithError("the result is not what the kernel promises");
-}
 
 void guidedFilter(benchmark::State& state)
 {
@@ -192,5 +110,37 @@ void autoExposureApply(benchmark::State& state)
     require(state, data.curves[0].knots > 0 && std::isfinite(b[0]));
 }
 BENCHMARK(autoExposureApply)->Arg(6)->Arg(24)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+/// Two frames, each with its grain in one half, and the result: what a series of two costs.
+void focusStack(benchmark::State& state)
+{
+    const Extent extent = extentOf(state);
+    const ManagedPlane<PixelRGB<float>> left(extent.pixels());
+    const ManagedPlane<PixelRGB<float>> right(extent.pixels());
+    const ManagedPlane<PixelRGB<float>> target(extent.pixels());
+    const auto width = static_cast<std::size_t>(extent.width);
+    orvo::forEachRow(extent.height, [&](int y) {
+        for (std::size_t x = 0; x < width; ++x) {
+            const std::size_t i = static_cast<std::size_t>(y) * width + x;
+            const float grain = sample(i, width);
+            const float smooth =
+                0.25f * (sample(i, width) + sample(i + 1, width) + sample(i + 2, width) + sample(i + 3, width));
+            left[i] = x < width / 2 ? PixelRGB<float>{grain, grain, grain} : PixelRGB<float>{smooth, smooth, smooth};
+            right[i] = x < width / 2 ? PixelRGB<float>{smooth, smooth, smooth} : PixelRGB<float>{grain, grain, grain};
+        }
+    });
+    const auto stacker = grfx::produceLaplacianFocusStacking<PixelRGB<float>>(extent.width, extent.height, 8.0f, 8,
+                                                                              grfx::ESample::Float);
+    measure(state, extent, 24 * extent.pixels(), [&] {
+        stacker->reset();
+        stacker->addFrame(left.data(), extent.width, extent.height, 0);
+        stacker->addFrame(right.data(), extent.width, extent.height, 0);
+        stacker->getResult(target.data(), extent.width, extent.height);
+    });
+    const std::size_t middle = extent.pixels() / 2;
+    const auto near = [&](std::size_t i) { return std::abs(target[i].g - sample(i, width)) < 1e-3f; };
+    require(state, near(middle + width / 4) && near(middle + width * 3 / 4));
+}
+BENCHMARK(focusStack)->Arg(6)->Arg(24)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -16,10 +16,10 @@ constexpr int kTaps = 5;
 constexpr float kFinerShare = 1.0f;
 // What a grid takes over from the coarser one. Enough to decide where there is no fine detail, too little to let the
 // glow of a defocused edge, which is coarse, win over fine texture.
-constexpr float kCoarserShare = 0.125f;
+constexpr float kCoarserShare = 1.0f / 16;
 
 // Samples of a grid that tell its noise: the error of a quantile of so many is far below that of what it stands for.
-constexpr std::size_t kNoiseSamples = 1U << 16;
+constexpr double kNoiseSamples = 65536.0;
 // The flattest twentieth of the windows: few pictures have less that is out of focus or bare.
 constexpr double kFlatQuantile = 0.05;
 // Full-scale squared. No camera's noise is larger, so a picture full of texture does not pass for noise.
@@ -163,13 +163,12 @@ void levelEnergy(const Level& grid, const Level& level, const Level& below)
 /// The kFlatQuantile of a grid's values.
 float flatEnergy(const Level& grid)
 {
-    const std::size_t count = LevelExtent{grid.width(), grid.height()}.pixels();
-    const std::size_t step = (count + kNoiseSamples - 1) / kNoiseSamples;
-    const float* const samples = grid.row(0, 0);
+    const double cells = static_cast<double>(LevelExtent{grid.width(), grid.height()}.pixels());
+    const int step = std::max(1, static_cast<int>(std::ceil(std::sqrt(cells / kNoiseSamples))));
     std::vector<float, ManagedAllocator<float>> some;
-    some.reserve(count / step + 1);
-    for (std::size_t i = 0; i < count; i += step)
-        some.push_back(samples[i]);
+    for (int y = 0; y < grid.height(); y += step)
+        for (int x = 0; x < grid.width(); x += step)
+            some.push_back(grid.row(0, y)[x]);
     const auto at = static_cast<std::ptrdiff_t>(kFlatQuantile * static_cast<double>(some.size()));
     std::nth_element(some.begin(), some.begin() + at, some.end());
     return std::min(some[static_cast<std::size_t>(at)], kMostNoise);

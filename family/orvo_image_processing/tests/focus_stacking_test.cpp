@@ -1,4 +1,5 @@
 #include "focus_series.hpp"
+#include "focus_stacking_levels.hpp"
 
 #include <orvo_image_processing/focus_stacking.hpp>
 
@@ -89,7 +90,7 @@ TEST(FocusStacking, OneFrameComesBack)
 
 TEST(FocusStacking, AllSharpPictureComesBack)
 {
-    const focus::Series series = focus::staircase(418, 311, 6);
+    const focus::Series series = focus::staircase(318, 231, 6);
     const Picture result = stacked(series.frames);
     EXPECT_GT(focus::psnr(result, series.sharp), 40.0);
     for (const Picture& frame : series.frames)
@@ -98,7 +99,7 @@ TEST(FocusStacking, AllSharpPictureComesBack)
 
 TEST(FocusStacking, IsAsSharpAsTheSharpestFrameAtEachPixel)
 {
-    for (const focus::Series& series : {focus::staircase(418, 311, 6), focus::ramp(418, 311, 12)}) {
+    for (const focus::Series& series : {focus::staircase(318, 231, 6), focus::ramp(318, 231, 9)}) {
         const std::vector<float> result = focus::sharpness(stacked(series.frames));
         std::vector<float> best(result.size(), 0.0f);
         for (const Picture& frame : series.frames) {
@@ -125,7 +126,7 @@ TEST(FocusStacking, IsAsSharpAsTheSharpestFrameAtEachPixel)
 TEST(FocusStacking, LeavesNoHaloAroundAnOccluder)
 {
     // A bright card before a dark wall. Blurred, it glows over the wall; where the wall is sharp it must not.
-    const focus::Series series = focus::cardBeforeWall(400, 300);
+    const focus::Series series = focus::cardBeforeWall(300, 220);
     const Picture result = stacked(series.frames);
     for (const focus::Ring& ring : series.rings) {
         const double error = focus::meanError(result, series.sharp, ring);
@@ -134,6 +135,23 @@ TEST(FocusStacking, LeavesNoHaloAroundAnOccluder)
             best = std::min(best, focus::meanError(frame, series.sharp, ring));
         EXPECT_LT(error, best + 0.004) << ring.from << " to " << ring.to;
     }
+}
+
+TEST(FocusStacking, LeavesNoSeamWhereTheChoiceChanges)
+{
+    const focus::Series series = focus::halves(512, 256);
+    const Picture result = stacked(series.frames);
+    // At the border itself the picture's own level is one frame's or the other's; beyond, nothing of it is left.
+    const auto worstFrom = [&](int distance) {
+        float worst = 0.0f;
+        for (int y = 0; y < result.height; ++y)
+            for (int x = 256 + distance; x < 512; ++x)
+                for (const int at : {x, 511 - x})
+                    worst = std::max(worst, focus::difference(result.at(at, y), series.sharp.at(at, y)));
+        return worst;
+    };
+    EXPECT_LT(worstFrom(4), 0.03f);
+    EXPECT_LT(worstFrom(16), 0.005f);
 }
 
 TEST(FocusStacking, StaysInTheRangeOfTheFrames)
@@ -166,7 +184,7 @@ TEST(FocusStacking, FlatNoiseIsTheReferences)
 
 TEST(FocusStacking, NoiseDoesNotHideDetail)
 {
-    focus::Series series = focus::staircase(418, 311, 6);
+    focus::Series series = focus::staircase(318, 231, 6);
     std::uint32_t seed = 40;
     for (Picture& frame : series.frames)
         frame = focus::noisy(frame, 0.01f, ++seed);
@@ -279,6 +297,11 @@ TEST(FocusStacking, MemoryDoesNotGrowWithTheFrames)
             EXPECT_LT(planesOver(manager.liveBytes()), 7.4) << i;
             EXPECT_LT(planesOver(manager.peakBytes()), 9.5) << i;
         }
+        Picture holed = even;
+        holed.at(500, 300).r = std::numeric_limits<float>::infinity();
+        manager.resetPeak();
+        merging->addFrame(holed.pixels.data(), width, height, 0);
+        EXPECT_LT(planesOver(manager.peakBytes()), 13.5);
         manager.resetPeak();
         merging->getResult(result.pixels.data(), width, height);
         EXPECT_LT(planesOver(manager.peakBytes()), 8.6);
@@ -287,6 +310,19 @@ TEST(FocusStacking, MemoryDoesNotGrowWithTheFrames)
         merging->addFrame(odd.pixels.data(), width, height, 0);
     }
     EXPECT_EQ(manager.liveBytes(), before);
+}
+
+TEST(FocusStacking, LevelsEndWhereTheArgumentsTell)
+{
+    const auto count = [](int width, int height, float smallest, int most) {
+        return orvo::detail::levelExtents(width, height, smallest, most).size() - 1;
+    };
+    EXPECT_EQ(count(4000, 3000, 8.0f, 8), 8U);
+    EXPECT_EQ(count(4000, 3000, 8.0f, 3), 3U);
+    EXPECT_EQ(count(4000, 100, 8.0f, 8), 3U); // 100, 50, 25, 13
+    EXPECT_EQ(count(4000, 100, 13.0f, 8), 3U);
+    EXPECT_EQ(count(4000, 100, 13.5f, 8), 2U);
+    EXPECT_EQ(count(1, 1, 8.0f, 8), 1U);
 }
 
 TEST(FocusStacking, ResultChangesNothingAndResetForgets)

@@ -34,11 +34,17 @@ constexpr float kFullLoss = 0.1f;
 // is lifted up to it, by at most the second, the gain of the deepest shadows less one.
 constexpr float kDarkMiddle = 0.34f;
 constexpr float kMostLift = 0.5f;
-constexpr float kDetail = 0.93f;       // log2 of the gain of the finest differences
+constexpr float kDetail = 1.1f;        // log2 of the gain of the finest differences
 constexpr float kFineGain = 1.5f;      // plain, and less: the finest differences hold the noise
 constexpr float kDetailFloor = 0.004f; // a step of 8 bits is noise
 constexpr int kDetailSamples = 9;
 constexpr float kDetailThreshold = 0.4f;
+// What is bright in the blend is the mean of a dark frame and of brighter ones that hold nothing there, so highlights
+// have lost the most and get the whole of it. Shadows come from the brightest frame nearly as they were: there only
+// this share is raised, which spares their noise.
+constexpr float kShadowShare = 0.6f;
+constexpr float kShadowTone = 0.2f;
+constexpr float kHighlightTone = 0.6f;
 
 // Stretched tones run smoothly below white instead of ending there: from the first on, never beyond the second.
 constexpr float kShoulder = 0.95f;
@@ -298,9 +304,11 @@ void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
             if (!std::isfinite(y) || y <= 0.0f)
                 continue;
             float target = leveled(y, levels);
-            if (local)
-                target =
-                    std::max(target + levels.gain * levels.detail * local->gainAt(x, row, y), kDarkestShare * target);
+            if (local) {
+                const float share = kShadowShare + (1.0f - kShadowShare) * smoothStep(kShadowTone, kHighlightTone, y);
+                const float raised = levels.gain * levels.detail * share * local->gainAt(x, row, y);
+                target = std::max(target + raised, kDarkestShare * target);
+            }
             float factor = target / y;
             const float strongest = strongestChannel(p);
             if (factor > 1.0f && strongest > 0.0f)

@@ -1,5 +1,7 @@
 #include "composer/mf_capture.hpp"
 
+#include "composer/wide_path.hpp"
+
 #include <orvo_logger/logstream.hpp>
 
 #include <utility>
@@ -62,7 +64,7 @@ void MFCapture::readFrame(std::uint64_t index, cv::Mat& out)
 
 std::optional<MFCapture> openCapture(const std::filesystem::path& file)
 {
-    std::optional<MFCapture> capture(std::in_place, file.wstring());
+    std::optional<MFCapture> capture(std::in_place, wideFromPath(file));
     if (!capture->isOpen())
         capture.reset();
     return capture;

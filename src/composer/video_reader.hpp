@@ -50,7 +50,7 @@ struct OpenedVideo
     std::unique_ptr<VideoReader> reader;
 };
 
-/// Opens the first video stream of a local file, and nothing else that the file may refer to. Throws std::bad_alloc.
+/// Opens the first video stream of a local file (its name as wideFromPath() tells it), and nothing else that the file may refer to. Throws std::bad_alloc.
 [[nodiscard]] OpenedVideo openVideoReader(const std::wstring& path);
 
 } // namespace orvo

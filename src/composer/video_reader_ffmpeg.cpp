@@ -1,5 +1,6 @@
 // The video reader everywhere but on Windows: FFmpeg. No other file sees its headers.
 #include "composer/video_reader.hpp"
+#include "composer/wide_path.hpp"
 
 #include <orvo_logger/logstream.hpp>
 
@@ -484,12 +485,12 @@ void FfmpegReader::endOfData()
 OpenedVideo openVideoReader(const std::wstring& path)
 {
     quietenFfmpeg();
-    const std::filesystem::path file(path);
+    const std::filesystem::path file = pathFromWide(path);
     auto reader = std::make_unique<FfmpegReader>();
     const int code = reader->open(file);
     if (code == 0)
         return {VideoOpening::Opened, 0, std::move(reader)};
-    LOG(__orvolog() << LogMessageType::Warning << "FFmpeg cannot read " << path << ": " << errorText(code));
+    LOG(__orvolog() << LogMessageType::Warning << "FFmpeg cannot read " << file.native() << ": " << errorText(code));
     return {VideoOpening::Unreadable, code, nullptr};
 }
 

@@ -141,6 +141,7 @@ Encoder openEncoder(const AVFormatContext& muxer, _Size<int> size, const VideoFi
     if ((muxer.oformat->flags & AVFMT_GLOBALHEADER) != 0)
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     encoder->thread_count = 1;
+    encoder->log_level_offset = AV_LOG_TRACE; // encoders praise themselves on standard error
     tuneEncoder(*encoder, settings);
     checked(avcodec_open2(encoder.get(), codec, nullptr), "encoder");
     return encoder;
@@ -160,6 +161,12 @@ void writeDisplayMatrix(AVStream& stream, const VideoFileSettings& settings)
     }
 }
 
+// How long a frame stands where nothing else is told: at a constant rate one tick, else that of 50 frames a second.
+AVRational usualInterval(const AVCodecContext& encoder)
+{
+    return encoder.framerate.num != 0 ? av_inv_q(encoder.framerate) : AVRational{1, 50};
+}
+
 // Hands a frame, or none for the end, to the encoder and what comes out of it to the file.
 void encode(AVFormatContext& muxer, const AVStream& stream, AVCodecContext& encoder, const AVFrame* frame)
 {
@@ -172,6 +179,8 @@ void encode(AVFormatContext& muxer, const AVStream& stream, AVCodecContext& enco
         checked(code, "packet");
         av_packet_rescale_ts(packet.get(), encoder.time_base, stream.time_base);
         packet->stream_index = stream.index;
+        if (packet->duration == 0) // MP4 presents a last frame only as long as it is told to
+            packet->duration = av_rescale_q(1, usualInterval(encoder), stream.time_base);
         checked(av_interleaved_write_frame(&muxer, packet.get()), "packet");
     }
 }

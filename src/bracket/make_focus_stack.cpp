@@ -6,9 +6,9 @@
 namespace orvo {
 namespace {
 
-// Detail is judged over windows of this many pixels, and the pyramid has at most so many levels.
-constexpr float kStackerWindow = 8.0f;
-constexpr int kStackerLevels = 8;
+// The pyramid is as deep as a blur of a few hundred pixels needs, but its coarsest level keeps this smallest side.
+constexpr float kSmallestSide = 8.0f;
+constexpr int kMostLevels = 8;
 
 } // namespace
 
@@ -18,7 +18,7 @@ std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& 
     const std::string signature = functionSignature();
     return runInCallFrame("makeFocusStack", [&] {
         const auto makeStacker = [](int width, int height) {
-            return grfx::produceLaplacianFocusStacking<PixelRGB<float>>(width, height, kStackerWindow, kStackerLevels,
+            return grfx::produceLaplacianFocusStacking<PixelRGB<float>>(width, height, kSmallestSide, kMostLevels,
                                                                         grfx::ESample::Float);
         };
         return stackFocusSeries(paths, settings, makeStacker, signature);

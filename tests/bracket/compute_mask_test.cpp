@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <numeric>
 
 using namespace orvo;
@@ -157,6 +158,39 @@ TEST(ComputeMask, AwkwardSizesAndValues)
             ASSERT_TRUE(std::isfinite(m)) << size.width << "x" << size.height;
     }
     EXPECT_TRUE(computeMask(nullptr, 0, 0, 0.3f).empty());
+}
+
+// More rows than a band holds; odd sides, so that cells straddle the bands.
+TEST(ComputeMask, OfPixelsMadeAsTheyAreNeededIsThatOfAShiftedCopy)
+{
+    for (const _Size<int> size : {_Size<int>(90, 700), _Size<int>(91, 701), _Size<int>(33, 129)})
+        for (const float a : {0.9f, 1.0f, 1.2f}) {
+            const ExposureCurve curve(a, 0.9f, 0.5f);
+            const auto picture = textured(size.width, size.height);
+            const auto shifted = picture->copy({});
+            curve.applyInPlace(&shifted->data()->r, shifted->pixelCount() * 3);
+            RungPixels pixels(picture->data(), size.width, size.height, curve);
+            EXPECT_TRUE(computeMask(pixels, 0.4f) == computeMask(shifted->data(), size.width, size.height, 0.4f))
+                << size.width << "x" << size.height << " by " << a;
+        }
+}
+
+TEST(RungPixels, GivesAnyRowsAsTheCurveShowsThem)
+{
+    const ExposureCurve curve(1.1f, 0.9f, 0.5f);
+    const auto picture = textured(37, 50);
+    const auto untouched = picture->copy({});
+    RungPixels pixels(picture->data(), 37, 50, curve);
+    for (const auto& [first, end] : {std::pair{10, 12}, {0, 50}, {49, 50}, {3, 20}}) {
+        const PixelRGB<float>* const rows = pixels.rows(first, end);
+        const PixelRGB<float>* const source = untouched->row(first);
+        for (int i = 0; i < (end - first) * 37; ++i) {
+            ASSERT_EQ(rows[i].r, curve(source[i].r)) << first;
+            ASSERT_EQ(rows[i].g, curve(source[i].g)) << first;
+            ASSERT_EQ(rows[i].b, curve(source[i].b)) << first;
+        }
+    }
+    EXPECT_EQ(std::memcmp(picture->data(), untouched->data(), picture->pixelCount() * sizeof(PixelRGB<float>)), 0);
 }
 
 TEST(ComputeMask, DoesNotDependOnThreadsAndGivesItsMemoryBack)

@@ -5,6 +5,7 @@
 #include <orvo_image_processing/debug_drawer.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_logger/log_capture.hpp>
+#include <scenes/bracket_files.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -101,9 +102,15 @@ TEST_F(ExportAligned, AFileThatCannotBeOpenedIsAnExceptionForTheCaller)
                 testing::Contains("Can't open image at path: " + broken.string()));
 }
 
-TEST_F(ExportAligned, RawFilesThatCannotBeOpenedDropOut)
+TEST_F(ExportAligned, RawFilesThatCannotBeOpenedDropOutAndAreNotCounted)
 {
-    const auto broken = folder / "broken.dng";
-    std::ofstream(broken) << "no picture";
-    EXPECT_THAT(exportAligned({broken}, {}), SizeIs(0));
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = {192, 128};
+    recipe.evs = {-1.0, 0.0, 1.0};
+    const auto paths =
+        scenes::writeBracket(scenes::Bracket(recipe), folder.path(), {.format = scenes::BracketFileFormat::Dng});
+    std::filesystem::resize_file(paths[1], std::filesystem::file_size(paths[1]) / 2);
+    const auto images = exportAligned(paths, {});
+    ASSERT_THAT(images, SizeIs(2));
+    EXPECT_TRUE(sameBytes(*pixelsOf(*images[1]), *labelled(paths[2], "align result, image 2 out of 2")));
 }

@@ -6,6 +6,7 @@
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/focus_stack.hpp>
 #include <orvo_logger/log_capture.hpp>
+#include <scenes/bracket_files.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -250,6 +251,23 @@ TEST_F(FocusStack, TheMetadataAreTheReferencesWithoutTheRawMark)
     ASSERT_TRUE(image);
     EXPECT_FALSE(image->metadata()->isRaw);
     EXPECT_TRUE(image->metadata()->fileProfile);
+}
+
+TEST_F(FocusStack, RawFramesAreDevelopedAndTheirMarkIsCleared)
+{
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = {192, 128};
+    recipe.evs = {0.0, 0.0};
+    const auto paths =
+        scenes::writeBracket(scenes::Bracket(recipe), folder.path(), {.format = scenes::BracketFileFormat::Dng});
+    auto settings = unaligned();
+    settings.rawAutoCorrection.lensCorrection = true;
+    settings.rawAutoCorrection.chromaticAberrations = true;
+    const auto image = makeFocusStack(paths, settings);
+    ASSERT_TRUE(image);
+    EXPECT_FALSE(image->metadata()->isRaw);
+    EXPECT_TRUE(image->metadata()->isDeveloped);
+    EXPECT_TRUE(*pixelsOf(*image)->colorProfile() == *ColorProfileType::melissaRGB());
 }
 
 TEST_F(FocusStack, AnUnreadableFrameIsToldOnStandardErrorAndGivesNothing)

@@ -408,6 +408,26 @@ TEST_F(MakeHdr, GivesItsMemoryBack)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
 }
 
+// Three frames make four rungs, but no rung is held beside the frames: those, a mask and its scratch are all.
+TEST_F(MakeHdr, HoldsNoPictureForARungOfAShortBracket)
+{
+    constexpr int kWidth = 300;
+    constexpr int kHeight = 2400; // many bands
+    constexpr double kPicture = 12.0 * kWidth * kHeight;
+    Paths paths;
+    for (int i = 0; i < 3; ++i)
+        paths.push_back(writtenTo(folder / ("tall" + std::to_string(i) + ".tif"),
+                                  *texturedAt(0.4f + 0.5f * static_cast<float>(i), kWidth, kHeight)));
+    MemoryManager& memory = MemoryManager::instance();
+    const std::size_t before = memory.liveBytes();
+    const auto afterLoading = [&](HDRMergingPhaseName phase) {
+        if (phase == HDRMergingPhaseName::LadderBuilt)
+            memory.resetPeak();
+    };
+    ASSERT_TRUE(merge(paths, {}, afterLoading).first);
+    EXPECT_LT(static_cast<double>(memory.peakBytes() - before), 4.5 * kPicture);
+}
+
 TEST(CallFrame, AnswersTheEmptyResultAndLogs)
 {
     const LogCapture capture;

@@ -51,7 +51,7 @@ public:
 
     /// The bank whose noise is nearest, by ratio.
     [[nodiscard]] const FilterBank& forNoise(float noise) const;
-    [[nodiscard]] const std::vector<FilterBank>& all() const { return banks; }
+    [[nodiscard]] const std::vector<FilterBank>& all() const& { return banks; }
 
 private:
     std::vector<FilterBank> banks; // by rising noise, never empty

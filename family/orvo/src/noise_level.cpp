@@ -17,7 +17,15 @@ constexpr int kBareShare = 200;     // one in so many blocks must be bare
 constexpr float kBareExcess = 1.5f; // of variance over the estimate; both have an error of about a tenth
 // A fifth of what rounding to 8 bits leaves: a block below it is clipped or drawn, and tells nothing of the camera.
 constexpr float kNothing = 2e-4f;
-constexpr float kNotBare = -1.0f;
+// The quietest blocks are the first twentieth; their estimates lie so much below the noise by chance.
+constexpr std::size_t kQuietShare = 20;
+constexpr float kQuietExcess = 1.1f;
+
+struct BlockNoise
+{
+    float deviation = 0.0f; // 0 of a flat block
+    bool bare = false;
+};
 
 float luma(const PixelRGB<float>& p)
 {
@@ -25,8 +33,7 @@ float luma(const PixelRGB<float>& p)
     return std::isfinite(y) ? y : 0.0f;
 }
 
-// The deviation in one block, or kNotBare.
-float blockNoise(const _ImageData<PixelRGB<float>>& picture, int left, int top)
+BlockNoise blockNoise(const _ImageData<PixelRGB<float>>& picture, int left, int top)
 {
     std::array<std::array<float, kBlock>, kBlock> values;
     double sum = 0.0;
@@ -57,9 +64,17 @@ float blockNoise(const _ImageData<PixelRGB<float>>& picture, int left, int top)
         }
     // The squares of the operator's nine weights add up to 36.
     const double estimate = bends / (36.0 * (kBlock - 2) * (kBlock - 2));
-    if (estimate < static_cast<double>(kNothing) * kNothing || variance > kBareExcess * estimate)
-        return kNotBare;
-    return static_cast<float>(std::sqrt(estimate));
+    if (estimate < static_cast<double>(kNothing) * kNothing)
+        return {};
+    return {static_cast<float>(std::sqrt(estimate)), variance <= kBareExcess * estimate};
+}
+
+// The value with `before` values below it.
+float ranked(std::vector<float>& values, std::size_t before)
+{
+    const auto place = values.begin() + static_cast<std::ptrdiff_t>(before);
+    std::nth_element(values.begin(), place, values.end());
+    return *place;
 }
 
 } // namespace
@@ -70,23 +85,27 @@ float noiseLevel(const _ImageData<PixelRGB<float>>& picture)
     const int down = std::min(picture.height() / kBlock, kMostPerSide);
     if (across < 1 || down < 1)
         return 0.0f;
-    std::vector<float> found(static_cast<std::size_t>(across) * static_cast<std::size_t>(down));
+    std::vector<BlockNoise> blocks(static_cast<std::size_t>(across) * static_cast<std::size_t>(down));
     const auto place = [](int index, int count, int length) {
         return static_cast<int>(static_cast<std::int64_t>(length - kBlock) * index / std::max(1, count - 1));
     };
     forEachRow(down, [&](int j) {
         for (int i = 0; i < across; ++i)
-            found[static_cast<std::size_t>(j) * static_cast<std::size_t>(across) + static_cast<std::size_t>(i)] =
+            blocks[static_cast<std::size_t>(j) * static_cast<std::size_t>(across) + static_cast<std::size_t>(i)] =
                 blockNoise(picture, place(i, across, picture.width()), place(j, down, picture.height()));
     });
-    const std::size_t blocks = found.size();
-    found.erase(std::remove(found.begin(), found.end(), kNotBare), found.end());
-    const std::size_t least = std::min(blocks, std::max<std::size_t>(kLeastBlocks, blocks / kBareShare));
-    if (found.size() < least)
+    std::vector<float> all;
+    std::vector<float> bare;
+    for (const BlockNoise& block : blocks) {
+        if (block.deviation > 0.0f)
+            all.push_back(block.deviation);
+        if (block.bare)
+            bare.push_back(block.deviation);
+    }
+    const std::size_t least = std::min(blocks.size(), std::max<std::size_t>(kLeastBlocks, blocks.size() / kBareShare));
+    if (bare.size() < least)
         return 0.0f;
-    const auto middle = found.begin() + static_cast<std::ptrdiff_t>(found.size() / 2);
-    std::nth_element(found.begin(), middle, found.end());
-    return *middle;
+    return std::min(ranked(bare, bare.size() / 2), kQuietExcess * ranked(all, all.size() / kQuietShare));
 }
 
 } // namespace orvo::details

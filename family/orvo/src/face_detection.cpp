@@ -26,14 +26,14 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-constexpr int kSearchSide = 1280;    // px, longer side of the copy that is searched: a face of 2 percent of it is found
-constexpr int kSmallestFace = 24;    // px there: the window of the cascades
-constexpr int kProfileShare = 2;     // profiles are searched in a copy so much smaller, since their cascades are slow
-constexpr double kScaleStep = 1.15;  // between the sizes looked for
-constexpr int kFewNeighbours = 3;    // windows beside each other that make a find of a frontal cascade
-constexpr int kManyNeighbours = 5;   // and of one of profiles, which err more
-constexpr int kSupport = 22;         // windows that two cascades must have between them
-constexpr int kEyeSearchWidth = 160; // px, width of the copy of a face in which eyes are looked for
+constexpr int kSearchSide = 1280;   // px, longer side of the copy that is searched: a face of 2 percent of it is found
+constexpr int kSmallestFace = 24;   // px there: the window of the cascades
+constexpr double kScaleStep = 1.15; // between the sizes looked for
+constexpr int kFewNeighbours = 3;   // windows beside each other that make a find of one cascade
+constexpr double kFineScaleStep = 1.1; // for profiles, which are met by fewer windows
+constexpr int kProfileSupport = 8;     // windows that two cascades of profiles must have between them
+constexpr int kSupport = 22;           // windows that two frontal cascades must have between them
+constexpr int kEyeSearchWidth = 160;   // px, width of the copy of a face in which eyes are looked for
 constexpr int kEyeNeighbours = 3;
 
 const char* const kCascadesKey = "Faces.cascades";
@@ -125,7 +125,7 @@ std::optional<CascadeSet> loadCascades(bool profiles)
         set.eyes.push_back(files.load(name));
     const bool frontalComplete = files.missing.empty();
     if (profiles)
-        for (const char* const name : {"haarcascade_profileface.xml", "lbpcascade_profileface.xml"})
+        for (const char* const name : {"lbpcascade_profileface.xml", "haarcascade_profileface.xml"})
             set.profile.push_back(files.load(name));
     if (!files.missing.empty())
         warn("deblurFaces: " +
@@ -139,19 +139,42 @@ std::optional<CascadeSet> loadCascades(bool profiles)
     return set;
 }
 
-// Boxes are in pixels of a copy `share` times as large as `grey`.
 void collect(std::vector<FaceVote>& votes, cv::CascadeClassifier& cascade, int detector, const cv::Mat& grey,
-             int neighbours, bool mirrored, int share = 1)
+             double scaleStep)
 {
     std::vector<cv::Rect> boxes;
     std::vector<int> supports;
-    cascade.detectMultiScale(grey, boxes, supports, kScaleStep, neighbours, 0, {kSmallestFace, kSmallestFace});
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-        cv::Rect2d box = boxes[i];
-        if (mirrored)
-            box.x = grey.cols - box.x - box.width;
-        votes.push_back({{share * box.x, share * box.y, share * box.width, share * box.height}, detector, supports[i]});
+    cascade.detectMultiScale(grey, boxes, supports, scaleStep, kFewNeighbours, 0, {kSmallestFace, kSmallestFace});
+    for (std::size_t i = 0; i < boxes.size(); ++i)
+        votes.push_back({boxes[i], detector, supports[i]});
+}
+
+// Faces that look to the left and that both cascades of `profile` find. The second is slow, so it only looks around
+// what the first, quick one has found.
+std::vector<FaceCandidate> findProfiles(const cv::Mat& grey, std::vector<cv::CascadeClassifier>& profile,
+                                        const std::atomic<bool>* cancel)
+{
+    if (isSet(cancel))
+        return {};
+    std::vector<FaceVote> first;
+    collect(first, profile[0], 0, grey, kFineScaleStep);
+    std::vector<FaceCandidate> accepted;
+    for (const FaceVote& vote : first) {
+        if (isSet(cancel))
+            return {};
+        const cv::Point2d margin(vote.box.width, vote.box.height);
+        const cv::Rect around =
+            cv::Rect(cv::Rect2d(vote.box.tl() - margin, vote.box.br() + margin)) & cv::Rect(0, 0, grey.cols, grey.rows);
+        std::vector<FaceVote> both;
+        collect(both, profile[1], 1, grey(around), kFineScaleStep);
+        for (FaceVote& second : both)
+            second.box += cv::Point2d(around.tl());
+        both.push_back(vote);
+        for (const FaceCandidate& candidate : gathered(std::move(both)))
+            if (candidate.detectors >= 2 && candidate.support >= kProfileSupport)
+                accepted.push_back(candidate);
     }
+    return accepted;
 }
 
 // The pair of eyes in a face, in pixels of the picture; empty if there are not two where eyes belong.
@@ -220,6 +243,26 @@ Face faceOf(const cv::Rect2d& box, std::vector<FaceDisc> eyes)
     return {box.x, box.y, box.width, box.height, std::move(eyes)};
 }
 
+// Faces that look into the camera: what two cascades share, or one has found and both eyes confirm.
+std::vector<FaceCandidate> findFrontal(const Picture& image, const Search& search, const cv::Mat& grey,
+                                       CascadeSet& cascades, const std::atomic<bool>* cancel)
+{
+    int detector = 0;
+    std::vector<FaceVote> votes;
+    for (cv::CascadeClassifier& cascade : cascades.frontal) {
+        if (isSet(cancel))
+            return {};
+        collect(votes, cascade, detector++, grey, kScaleStep);
+    }
+    std::vector<FaceCandidate> accepted;
+    for (const FaceCandidate& candidate : gathered(std::move(votes))) {
+        const bool agreed = candidate.detectors >= 2 && candidate.support >= kSupport;
+        if (agreed || !findEyes(image, search.inPicture(candidate.box), cascades.eyes).empty())
+            accepted.push_back(candidate);
+    }
+    return accepted;
+}
+
 std::vector<Face> findWithCascades(const Picture& image, bool profiles, const std::atomic<bool>* cancel)
 {
     std::optional<CascadeSet> cascades = loadCascades(profiles);
@@ -227,38 +270,17 @@ std::vector<Face> findWithCascades(const Picture& image, bool profiles, const st
         return {};
     const Search search(image);
     const cv::Mat grey = greyCopy(image, search.whole, search.size);
-    int detector = 0;
-    std::vector<FaceVote> votes;
-    for (cv::CascadeClassifier& cascade : cascades->frontal) {
-        if (isSet(cancel))
-            return {};
-        collect(votes, cascade, detector++, grey, kFewNeighbours, false);
-    }
-    std::vector<FaceVote> sideVotes[2];
-    cv::Mat small, mirrored;
-    cv::resize(grey, small, {}, 1.0 / kProfileShare, 1.0 / kProfileShare, cv::INTER_AREA);
-    cv::flip(small, mirrored, 1);
-    for (cv::CascadeClassifier& cascade : cascades->profile) {
-        for (const bool mirror : {false, true}) {
-            if (isSet(cancel))
-                return {};
-            collect(sideVotes[mirror ? 1 : 0], cascade, detector, mirror ? mirrored : small, kManyNeighbours, mirror,
-                    kProfileShare);
+    std::vector<FaceCandidate> accepted = findFrontal(image, search, grey, *cascades, cancel);
+    if (!cascades->profile.empty()) {
+        for (const FaceCandidate& left : findProfiles(grey, cascades->profile, cancel))
+            accepted.push_back(left);
+        cv::Mat mirrored;
+        cv::flip(grey, mirrored, 1);
+        for (FaceCandidate right : findProfiles(mirrored, cascades->profile, cancel)) {
+            right.box.x = grey.cols - right.box.x - right.box.width;
+            accepted.push_back(right);
         }
-        ++detector;
     }
-
-    std::vector<FaceCandidate> accepted;
-    for (const FaceCandidate& candidate : gathered(std::move(votes))) {
-        const bool agreed = candidate.detectors >= 2 && candidate.support >= kSupport;
-        if (agreed || !findEyes(image, search.inPicture(candidate.box), cascades->eyes).empty())
-            accepted.push_back(candidate);
-    }
-    for (std::vector<FaceVote>& side : sideVotes)
-        for (const FaceCandidate& candidate : gathered(std::move(side)))
-            if (candidate.detectors >= 2 && candidate.support >= kSupport)
-                accepted.push_back(candidate);
-
     std::vector<Face> faces;
     for (const FaceCandidate& candidate : distinct(std::move(accepted))) {
         if (isSet(cancel))

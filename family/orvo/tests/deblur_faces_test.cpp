@@ -539,6 +539,19 @@ TEST_F(DeblurFacesOfPhotographs, FourPeopleAtATable)
         EXPECT_GT(fidelity(*truth, *after, face), fidelity(*truth, *before, face) + 1.0) << "at " << face.x;
 }
 
+// One of the guests behind them turns his head away, so far that only the cascades of profiles know him.
+TEST_F(DeblurFacesOfPhotographs, ProfilesOnRequest)
+{
+    const PicturePointer picture = read("single/faces_cafe/faces_cafe.jpg");
+    ASSERT_NE(picture, nullptr);
+    for (const bool profiles : {false, true}) {
+        const orvo::LogCapture log;
+        ASSERT_NE(DeblurAIEffect::deblurFaces("test", picture, 1.0f, profiles, true, nullptr), nullptr);
+        EXPECT_THAT(log.texts(LogMessageType::Diagnostic),
+                    ElementsAre(StartsWith(profiles ? "deblurFaces test: faces 5;" : "deblurFaces test: faces 4;")));
+    }
+}
+
 TEST_F(DeblurFacesOfPhotographs, NoFacesInLandscapes)
 {
     for (const char* const name : {"single/lake_horizon/lake_horizon.jpg", "single/skiers/skiers.jpg"}) {

@@ -1,0 +1,57 @@
+#include "frame/managed_mat.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+
+#include <opencv2/core.hpp>
+
+#include <memory>
+
+namespace orvo {
+namespace {
+
+class ManagedMatAllocator final : public cv::MatAllocator
+{
+public:
+    // `data` is given where a UMat is made of a matrix that stands; then nothing is allocated, and OpenCV's own
+    // allocator knows how to do that.
+    cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, std::size_t* step, cv::AccessFlag flags,
+                           cv::UMatUsageFlags usage) const override
+    {
+        if (data != nullptr)
+            return cv::Mat::getStdAllocator()->allocate(dims, sizes, type, data, step, flags, usage);
+        std::size_t total = CV_ELEM_SIZE(type);
+        for (int i = dims - 1; i >= 0; --i) { // rows without gaps
+            if (step != nullptr)
+                step[i] = total;
+            total *= static_cast<std::size_t>(sizes[i]);
+        }
+        auto made = std::make_unique<cv::UMatData>(this);
+        made->data = made->origdata = static_cast<uchar*>(MemoryManager::instance().allocate(total, false));
+        made->size = total;
+        return made.release();
+    }
+
+    bool allocate(cv::UMatData* data, cv::AccessFlag, cv::UMatUsageFlags) const override { return data != nullptr; }
+
+    void deallocate(cv::UMatData* data) const override
+    {
+        if (data == nullptr)
+            return;
+        MemoryManager::instance().free(data->origdata);
+        delete data; // NOLINT(cppcoreguidelines-owning-memory): made in allocate(), handed through OpenCV
+    }
+};
+
+} // namespace
+
+cv::Mat managedMat(int rows, int cols, int type)
+{
+    // Never deleted: matrices of static life may outlive any other object of static life.
+    static cv::MatAllocator* const allocator = new ManagedMatAllocator;
+    cv::Mat mat;
+    mat.allocator = allocator;
+    mat.create(rows, cols, type);
+    return mat;
+}
+
+} // namespace orvo

@@ -1,6 +1,7 @@
 #include "brackets.hpp"
 
 #include <scenes/bracket_files.hpp>
+#include <scenes/focus_series_files.hpp>
 
 #include <fstream>
 
@@ -56,6 +57,15 @@ void writeFrame(const std::filesystem::path& path, const FrameSettings& settings
     const auto written = scenes::writeFrame(bracketOf(settings, {0.0}), 0, path.parent_path(),
                                             {.exif = settings.exposureData, .prefix = "single"});
     std::filesystem::rename(written, path);
+}
+
+std::vector<std::filesystem::path> writeFocusSeries(const std::filesystem::path& folder, const FocusSettings& settings)
+{
+    scenes::FocusSeriesSettings series;
+    series.size = {settings.width, settings.height};
+    series.frames = settings.frames;
+    series.shake = {.shiftX = settings.shake, .shiftY = settings.shake};
+    return scenes::writeFocusSeries(scenes::FocusSeries(series), folder, {});
 }
 
 std::vector<std::string> names(const std::vector<std::filesystem::path>& paths)

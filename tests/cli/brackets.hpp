@@ -1,4 +1,4 @@
-/// Small brackets and broken files for the program.
+/// Small brackets, focus series and broken files for the program.
 #pragma once
 
 #include "support/temporary_folder.hpp"
@@ -17,6 +17,14 @@ struct FrameSettings
     bool exposureData = true; ///< EXIF tells time, aperture and sensitivity
 };
 
+struct FocusSettings
+{
+    int width = 240;
+    int height = 160;
+    int frames = 4;
+    double shake = 3.0; ///< pixels
+};
+
 inline constexpr double kStepEv = 2.0;         ///< between neighbouring frames of writeBracket()
 inline constexpr std::size_t kMiddleFrame = 1; ///< of writeBracket()
 
@@ -26,6 +34,10 @@ std::vector<std::filesystem::path> writeBracket(const std::filesystem::path& fol
 
 /// One JPEG frame of the same scene.
 void writeFrame(const std::filesystem::path& path, const FrameSettings& settings);
+
+/// A focus series of JPEG frames from near to far by a calm hand, named like their focus.
+std::vector<std::filesystem::path> writeFocusSeries(const std::filesystem::path& folder,
+                                                    const FocusSettings& settings = {});
 
 [[nodiscard]] std::vector<std::string> names(const std::vector<std::filesystem::path>& paths);
 

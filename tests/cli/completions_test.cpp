@@ -25,8 +25,12 @@ std::set<std::string> matches(const std::string& text, const std::string& patter
 std::set<std::string> optionsOfTheProgram()
 {
     std::set<std::string> options;
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"--help"}, {"hdr", "--help"}, {"frames", "--help"}, {"demo", "--help"}})
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"--help"},
+                                                  {"hdr", "--help"},
+                                                  {"stack", "--help"},
+                                                  {"label", "--help"},
+                                                  {"frames", "--help"},
+                                                  {"demo", "--help"}})
         // An option stands at the start of its line of the help, maybe behind its short form.
         options.merge(matches(runOrvo(words).out, R"(\n  (?:-\w,)?--([a-z][a-z-]*))"));
     return options;
@@ -36,7 +40,8 @@ std::string document(const std::string& name) { return fileText(std::filesystem:
 
 TEST(Completions, TheProgramHasTheOptionsOfThisTest)
 {
-    EXPECT_THAT(optionsOfTheProgram(), IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep"}));
+    EXPECT_THAT(optionsOfTheProgram(),
+                IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep", "reference", "format"}));
 }
 
 TEST(Completions, ManPage)

@@ -1,9 +1,9 @@
 // Outputs that cannot be written, and what stands at their place afterwards.
 #include "brackets.hpp"
 #include "program.hpp"
+#include "small_disk.hpp"
 
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -86,28 +86,6 @@ TEST_F(HdrOutput, FolderIsWriteProtected)
     fs::permissions(folder / "locked", fs::perms::owner_read | fs::perms::owner_exec);
     expectEnd("locked/out.jpg", 1, "denied");
 }
-
-/// A small disk of its own, taken away with the scope.
-class SmallDisk
-{
-public:
-    explicit SmallDisk(const fs::path& place_) : place(place_)
-    {
-        fs::create_directory(place);
-        mounted = ::mount("none", place.c_str(), "tmpfs", 0, "size=64k") == 0;
-    }
-    ~SmallDisk()
-    {
-        if (mounted)
-            ::umount(place.c_str());
-    }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-    bool mounted = false;
-
-private:
-    fs::path place;
-};
 
 TEST_F(HdrOutput, DiskIsFull)
 {

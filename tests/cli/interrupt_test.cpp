@@ -11,6 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 class Interrupt : public testing::Test
 {
@@ -50,6 +51,27 @@ TEST_F(Interrupt, ByTheSystem)
 {
     expectCancelled("reading", {SIGTERM});
     expectCancelled("reading", {SIGHUP});
+}
+
+TEST(InterruptOpaqueStep, EndsAtOnce)
+{
+    const TemporaryFolder folder;
+    const auto series = names(writeFocusSeries(folder.path(), {.width = 1200, .height = 800, .frames = 6}));
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const auto before = namesIn(folder.path());
+        const TemporaryFolder elsewhere;
+        std::vector<std::string> arguments{"stack", "-o", "out.tif", "--log", elsewhere / "log.txt"};
+        arguments.insert(arguments.end(), series.begin(), series.end());
+        Program program(arguments, {.workingFolder = folder.path()});
+        program.waitFor("stacking");
+        program.send(signal);
+        const Finished run = program.wait();
+        EXPECT_EQ(run.exitCode, 130);
+        EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
+        EXPECT_EQ(namesIn(folder.path()), before);
+        // After the step the log would tell how the job ended.
+        EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo stack:")));
+    }
 }
 
 TEST_F(Interrupt, TwiceEndsAtOnce) { expectCancelled("reading", {SIGINT, SIGTERM}); }

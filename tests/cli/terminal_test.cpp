@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <regex>
+#include <set>
 
 namespace orvo::test {
 namespace {
@@ -47,6 +48,23 @@ TEST_F(Terminal, ShowsOneBarAndTakesItAway)
     EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
     EXPECT_EQ(percents.back(), 100);
     EXPECT_THAT(run.out, Not(HasSubstr("reading"))) << "the bar tells it";
+}
+
+TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
+{
+    const auto series = names(writeFocusSeries(folder.path(), {.width = 900, .height = 600, .frames = 6}));
+    std::vector<std::string> arguments{"stack", "-o", "out.jpg"};
+    arguments.insert(arguments.end(), series.begin(), series.end());
+    const Finished run = runOrvo(arguments, {.workingFolder = folder.path(), .errorIsTerminal = true});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const std::regex step(R"(\r\[([#.]+)\] +\d+ s stacking the frames)");
+    std::set<std::string> pictures;
+    for (std::sregex_iterator at(run.err.begin(), run.err.end(), step), end; at != end; ++at)
+        pictures.insert((*at)[1]);
+    EXPECT_GE(pictures.size(), 2u) << "the block moves while the step goes on\n" << run.err;
+    EXPECT_THAT(run.err, Not(testing::ContainsRegex("% stacking")));
+    EXPECT_THAT(run.err, HasSubstr("100 %"));
+    EXPECT_THAT(run.err, EndsWith(kEmptyLine));
 }
 
 TEST_F(Terminal, BarBesideJson)

@@ -65,12 +65,6 @@ void setQuality(ImageWriteSettings& settings, const fs::path& output, int qualit
     settings.jpegQuality = quality;
 }
 
-void checkShare(const char* name, float value)
-{
-    if (!(value >= 0.0f && value <= 1.0f))
-        refuse(std::string("the amount of ") + name + " is " + std::to_string(value) + ", expected 0 to 1");
-}
-
 std::string sizeText(_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
 bool isSameFile(const fs::path& a, const fs::path& b)
@@ -81,28 +75,42 @@ bool isSameFile(const fs::path& a, const fs::path& b)
 
 } // namespace
 
-ImageWriteSettings checkRequest(const HdrJobRequest& request)
+void checkFileNames(const std::vector<fs::path>& inputs, const fs::path& output)
 {
-    if (request.frames.empty())
+    if (inputs.empty())
         refuse("no picture files were given, at least one is needed");
-    if (request.output.empty() || std::count(request.frames.begin(), request.frames.end(), fs::path()) != 0)
+    if (output.empty() || std::count(inputs.begin(), inputs.end(), fs::path()) != 0)
         refuse("a file name is empty");
-    if (request.ghostReference && !request.deghost)
-        refuse("a ghost reference was given, but no removal of ghosts was asked for");
-    if (request.ghostReference && *request.ghostReference >= request.frames.size())
-        refuse("the ghost reference is frame number " + std::to_string(*request.ghostReference + 1) + ", but only " +
-               std::to_string(request.frames.size()) + " were given");
-    if (request.deghost && (*request.deghost < DeghostAmount::Lowest || *request.deghost > DeghostAmount::Highest))
-        refuse("the strength of ghost removal is " + std::to_string(static_cast<int>(*request.deghost)) +
-               ", expected 0 to 4");
-    checkShare("white balance", request.whiteBalance);
-    checkShare("detail", request.details);
+}
+
+void checkReference(const std::string& name, const std::optional<std::size_t>& index, std::size_t count)
+{
+    if (index && *index >= count)
+        refuse("the " + name + " is frame number " + std::to_string(*index + 1) + ", but only " +
+               std::to_string(count) + (count == 1 ? " was given" : " were given"));
+}
+
+void checkDeghostAmount(const std::optional<DeghostAmount>& amount)
+{
+    if (amount && (*amount < DeghostAmount::Lowest || *amount > DeghostAmount::Highest))
+        refuse("the strength of ghost removal is " + std::to_string(static_cast<int>(*amount)) + ", expected 0 to 4");
+}
+
+void checkShare(const std::string& name, float value)
+{
+    if (!(value >= 0.0f && value <= 1.0f))
+        refuse("the amount of " + name + " is " + std::to_string(value) + ", expected 0 to 1");
+}
+
+ImageWriteSettings writeSettingsFor(const fs::path& output, const PictureJobRequest& request)
+{
     try {
-        ImageWriteSettings settings = writeSettingsForPath(request.output);
+        ImageWriteSettings settings = writeSettingsForPath(output);
         if (request.bits)
-            setBits(settings, request.output, *request.bits);
+            setBits(settings, output, *request.bits);
         if (request.jpegQuality)
-            setQuality(settings, request.output, *request.jpegQuality);
+            setQuality(settings, output, *request.jpegQuality);
+        settings.profile = request.profile;
         return settings;
     } catch (const std::invalid_argument& error) {
         refuse(error.what());

@@ -2,18 +2,33 @@
 /// line for people.
 #pragma once
 
-#include <jobs/hdr_job.hpp>
+#include <jobs/picture_job.hpp>
 #include <orvo_core/image_metadata.hpp>
+#include <orvo_extensions/hdr.hpp>
 #include <orvo_io/image_writer.hpp>
 
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace orvo::jobs {
 
-/// Values of the request that are wrong whatever lies on the disk. Returns the settings of the output's format.
-[[nodiscard]] ImageWriteSettings checkRequest(const HdrJobRequest& request);
+/// Inputs and output have names.
+void checkFileNames(const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& output);
+
+/// The index, if there is one, is one of `count` frames. `name`: what it is called, such as "ghost reference".
+void checkReference(const std::string& name, const std::optional<std::size_t>& index, std::size_t count);
+
+void checkDeghostAmount(const std::optional<DeghostAmount>& amount);
+
+/// The amount of `name` is 0..1.
+void checkShare(const std::string& name, float value);
+
+/// Format by the ending of the name, with what the request says of samples and colours.
+[[nodiscard]] ImageWriteSettings writeSettingsFor(const std::filesystem::path& output,
+                                                  const PictureJobRequest& request);
 
 /// The path leads to a regular file with something in it that may be read.
 void checkIsFile(const std::filesystem::path& path);

@@ -1,19 +1,12 @@
 #include "checks.hpp"
-#include "file_profile.hpp"
 #include "log_reasons.hpp"
-#include "measures.hpp"
-#include "run_job.hpp"
+#include "picture_run.hpp"
 #include "sorted_frames.hpp"
 
-#include <jobs/beside_file.hpp>
 #include <jobs/hdr_job.hpp>
-#include <orvo_common/memory_manager.hpp>
-#include <orvo_core/parallel.hpp>
-#include <orvo_io/image_writer.hpp>
 
 #include <algorithm>
 #include <span>
-#include <stdexcept>
 
 namespace orvo::jobs {
 namespace {
@@ -57,112 +50,49 @@ HDRSettings mergeSettings(const HdrJobRequest& request, const JobCallbacks& call
     return settings;
 }
 
-std::string replaced(std::string text, const std::string& what, const std::string& by)
+/// Values of the request that are wrong whatever lies on the disk.
+void checkRequest(const HdrJobRequest& request)
 {
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
-        text.replace(at, what.size(), by);
-    return text;
+    checkFileNames(request.frames, request.output);
+    if (request.ghostReference && !request.deghost)
+        throw JobError(JobOutcome::Refused, "a ghost reference was given, but no removal of ghosts was asked for");
+    checkReference("ghost reference", request.ghostReference, request.frames.size());
+    checkDeghostAmount(request.deghost);
+    checkShare("white balance", request.whiteBalance);
+    checkShare("detail", request.details);
 }
 
-/// One run of the job. Its answer is filled on the way, so that a failed one tells how far it came.
-class HdrRun
+std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& request)
 {
-public:
-    HdrRun(const HdrJobRequest& request_, const JobCallbacks& callbacks_, HdrJobResult& result_)
-        : request(request_), callbacks(callbacks_), result(result_), clock(result_.steps)
-    {}
+    run.report({JobStep::Check, kCheckStarts});
+    run.checkFiles(request.frames);
+    checkOutput(request.output, request.frames);
+    checkSizesAgree(request.frames, run.checkPictures(request.frames));
+    auto frames = sortedFrames(request.frames, request.frames);
+    for (const auto& path : request.frames)
+        if (std::none_of(frames.begin(), frames.end(), [&](const BracketFrame& frame) { return frame.path == path; }))
+            throw JobError(JobOutcome::Failed, reasonForFile(run.log, path, "the picture cannot be read"));
+    run.throwIfCancelled();
+    return frames;
+}
 
-    void run()
-    {
-        writeSettings = checkRequest(request);
-        check();
-        const std::shared_ptr<Image> merged = merge();
-        write(*merged);
-        keepWarnings();
-    }
-
-private:
-    void report(const JobProgress& progress)
-    {
-        clock.enter(progress.step);
-        if (callbacks.progress)
-            callbacks.progress(progress);
-    }
-
-    void check()
-    {
-        report({JobStep::Check, kCheckStarts});
-        for (const auto& path : request.frames)
-            checkIsFile(path);
-        checkAllDiffer(request.frames);
-        checkOutput(request.output, request.frames);
-        std::vector<std::shared_ptr<const ImageMetadata>> metadata;
-        for (const auto& path : request.frames) {
-            throwIfCancelled(callbacks);
-            metadata.push_back(checkIsPicture(path));
-        }
-        checkSizesAgree(request.frames, metadata);
-        result.frames = sortedFrames(request.frames, request.frames);
-        for (const auto& path : request.frames)
-            if (std::none_of(result.frames.begin(), result.frames.end(),
-                             [&](const BracketFrame& frame) { return frame.path == path; }))
-                throw JobError(JobOutcome::Failed, reasonForFile(log, path, "the picture cannot be read"));
-        throwIfCancelled(callbacks);
-    }
-
-    std::shared_ptr<Image> merge()
-    {
-        const auto table = request.frames.size() == 1 ? std::span<const Reached>(kSingle) : std::span(kBracket);
-        const auto onPhase = [&](HDRMergingPhaseName phase) {
-            const auto row = std::find_if(table.begin(), table.end(),
-                                          [&](const Reached& reached) { return reached.phase == phase; });
-            if (row != table.end())
-                report(row->progress);
-        };
-        // Only the merged picture is kept; the pixels of the middle frame go at once.
-        auto merged = make_HDR(request.frames, mergeSettings(request, callbacks), {}, onPhase).first;
-        throwIfCancelled(callbacks);
-        if (!merged)
-            throw JobError(JobOutcome::Failed, reasonOfMerge(log, request.frames));
-        return merged;
-    }
-
-    void write(const Image& merged)
-    {
-        report({JobStep::Write, kWriteStarts});
-        const auto metadata = merged.metadata();
-        writeSettings.profile = request.profile ? request.profile : profileForResult(metadata->fileProfile);
-        writeSettings.metadata = metadata;
-        writeSettings.cancel = [this] { return callbacks.cancelled(); };
-        const bool written = writeBesideAndRename(request.output, [&](const std::filesystem::path& beside) {
-            try {
-                if (!writeImage(beside, *merged.developedOriginalImageData({}), writeSettings))
-                    return false;
-            } catch (const std::runtime_error& error) { // names the file beside, which nobody knows
-                throw JobError(JobOutcome::Failed,
-                               replaced(replaced(error.what(), beside.string(), request.output.string()),
-                                        beside.filename().string(), request.output.string()));
-            }
-            report({JobStep::Write, 1.0}); // before the file is in place, since the callback may throw
-            return true;
-        });
-        if (!written)
-            throw JobError(JobOutcome::Cancelled, "cancelled");
-        result.size = merged.size();
-        result.bits = writeSettings.bits;
-        result.profile = writeSettings.format == ImageFileFormat::Exr ? ColorProfileType::linearSRGB()->description()
-                                                                      : writeSettings.profile->description();
-    }
-
-    void keepWarnings() { result.warnings = log.texts(LogMessageType::Warning); }
-
-    const HdrJobRequest& request;
-    const JobCallbacks& callbacks;
-    HdrJobResult& result;
-    const LogCapture log;
-    StepClock clock;
-    ImageWriteSettings writeSettings;
-};
+std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, const JobCallbacks& callbacks)
+{
+    const auto table = request.frames.size() == 1 ? std::span<const Reached>(kSingle) : std::span(kBracket);
+    const auto onPhase = [&](HDRMergingPhaseName phase) {
+        const auto row =
+            std::find_if(table.begin(), table.end(), [&](const Reached& reached) { return reached.phase == phase; });
+        if (row != table.end())
+            run.report(row->progress);
+    };
+    // Only the merged picture is kept; the pixels of the middle frame go at once.
+    auto merged = make_HDR(request.frames, mergeSettings(request, callbacks), {}, onPhase).first;
+    run.throwIfCancelled();
+    if (!merged)
+        throw JobError(JobOutcome::Failed,
+                       reasonOfRun(run.log, request.frames, "the merge gave no picture and no reason"));
+    return merged;
+}
 
 } // namespace
 
@@ -170,12 +100,14 @@ HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks)
 {
     HdrJobResult result;
     result.output = request.output;
-    MemoryManager::instance().resetPeak();
-    runJob(result, callbacks, [&] {
-        const WorkerLimit limit(request.threads);
-        HdrRun(request, callbacks, result).run();
+    runPictureJob(request, callbacks, result, [&](PictureRun& run) {
+        checkRequest(request);
+        const ImageWriteSettings settings = writeSettingsFor(request.output, request);
+        result.frames = checkFiles(run, request);
+        const std::shared_ptr<Image> merged = merge(run, request, callbacks);
+        run.report({JobStep::Write, kWriteStarts});
+        static_cast<WrittenPicture&>(result) = run.write(*merged, request.output, settings, 1.0);
     });
-    result.peak = peakMemory();
     return result;
 }
 

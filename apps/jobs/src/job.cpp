@@ -17,6 +17,12 @@ const char* stepName(JobStep step)
         return "blend";
     case JobStep::Finish:
         return "finish";
+    case JobStep::Stack:
+        return "stack";
+    case JobStep::Label:
+        return "label";
+    case JobStep::Upscale:
+        return "upscale";
     case JobStep::Write:
         return "write";
     }
@@ -38,6 +44,12 @@ const char* stepText(JobStep step)
         return "blending";
     case JobStep::Finish:
         return "finishing";
+    case JobStep::Stack:
+        return "stacking the frames";
+    case JobStep::Label:
+        return "labelling the frames";
+    case JobStep::Upscale:
+        return "enlarging the picture";
     case JobStep::Write:
         return "writing";
     }

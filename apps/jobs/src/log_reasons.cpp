@@ -1,12 +1,17 @@
 #include "log_reasons.hpp"
 
 #include <algorithm>
+#include <string_view>
 
 namespace orvo::jobs {
 namespace {
 
 /// The loader's line for every file that did not open. The reader has said before why.
 constexpr const char* kDidNotOpen = "Can't open image at path: ";
+
+/// The beginning of a call frame's line on an exception, and the end of it where memory was wanting.
+constexpr std::string_view kErrorIn = "Error in ";
+constexpr std::string_view kNoMemory = "std::bad_alloc";
 
 bool isComplaint(const LogCapture::Line& line)
 {
@@ -20,6 +25,17 @@ std::string oneLine(std::string text)
         text.pop_back();
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
+}
+
+/// What an operation's call frame logs of an exception: without the name of the function, which people do not know.
+std::string forPeople(const std::string& error)
+{
+    if (error.ends_with(kNoMemory))
+        return "there is not enough memory for pictures of this size";
+    constexpr std::string_view kSeparator = ": ";
+    const auto separator = error.find(kSeparator);
+    const bool namesFunction = error.starts_with(kErrorIn) && separator != std::string::npos;
+    return namesFunction ? error.substr(separator + kSeparator.size()) : error;
 }
 
 } // namespace
@@ -40,7 +56,8 @@ std::string reasonForFile(const LogCapture& log, const std::filesystem::path& fi
     return path + ": " + otherwise;
 }
 
-std::string reasonOfMerge(const LogCapture& log, const std::vector<std::filesystem::path>& files)
+std::string reasonOfRun(const LogCapture& log, const std::vector<std::filesystem::path>& files,
+                        const std::string& otherwise)
 {
     std::string lastWarning;
     std::string lastError;
@@ -54,8 +71,8 @@ std::string reasonOfMerge(const LogCapture& log, const std::vector<std::filesyst
             lastError = line.text;
     }
     if (!lastError.empty())
-        return oneLine(lastError);
-    return lastWarning.empty() ? "the merge gave no picture and no reason" : oneLine(lastWarning);
+        return forPeople(oneLine(lastError));
+    return lastWarning.empty() ? otherwise : oneLine(lastWarning);
 }
 
 } // namespace orvo::jobs

@@ -13,8 +13,9 @@ namespace orvo::jobs {
 [[nodiscard]] std::string reasonForFile(const LogCapture& log, const std::filesystem::path& file,
                                         const std::string& otherwise);
 
-/// Why a merge of `files` gave nothing: the complaint about the first file that could not be opened; else the last
-/// error; else the last warning.
-[[nodiscard]] std::string reasonOfMerge(const LogCapture& log, const std::vector<std::filesystem::path>& files);
+/// Why an operation on `files` gave nothing: the complaint about the first file that could not be opened; else the last
+/// error; else the last warning; else `otherwise`.
+[[nodiscard]] std::string reasonOfRun(const LogCapture& log, const std::vector<std::filesystem::path>& files,
+                                      const std::string& otherwise);
 
 } // namespace orvo::jobs

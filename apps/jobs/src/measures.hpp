@@ -1,7 +1,7 @@
 /// Times of steps, and memory.
 #pragma once
 
-#include <jobs/hdr_job.hpp>
+#include <jobs/picture_job.hpp>
 
 #include <chrono>
 #include <vector>

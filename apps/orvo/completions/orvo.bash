@@ -6,7 +6,12 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label frames demo --help --version' -- "$word")
+        return
+    fi
+    if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$word")
         return
     fi
     case $before in
@@ -23,7 +28,11 @@ _orvo()
             mapfile -t COMPREPLY < <(compgen -W '8 16 32' -- "$word")
             return
             ;;
-        --quality | --ghost-reference | --white-balance | --details | --threads | --size)
+        --format)
+            mapfile -t COMPREPLY < <(compgen -W 'jpeg png tiff exr' -- "$word")
+            return
+            ;;
+        --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size)
             return
             ;;
     esac
@@ -34,6 +43,11 @@ _orvo()
                 options='--help -o --output --quality --bits --align --deghost --ghost-reference --chromatic --lens
                     --white-balance --details --threads --quiet --json --log'
                 ;;
+            stack)
+                options='--help -o --output --quality --bits --no-align --reference --deghost --chromatic --lens
+                    --threads --quiet --json --log'
+                ;;
+            label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             frames) options='--help --json' ;;
             demo) options='--help --size --keep' ;;
         esac

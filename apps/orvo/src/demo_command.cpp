@@ -1,7 +1,6 @@
 /// orvo demo: makes example pictures and merges them.
-#include "interrupt.hpp"
+#include "job_watch.hpp"
 #include "options.hpp"
-#include "progress_bar.hpp"
 
 #include <jobs/demo_job.hpp>
 
@@ -46,10 +45,8 @@ int runDemo(int argc, char** argv)
 
     jobs::DemoJobResult result;
     {
-        ProgressBar bar(Talk::BarOnly);
-        const InterruptGuard interrupt(bar.isBar());
-        const SilentStandardError silence;
-        result = jobs::demoJob(request, {bar.follower(), interrupt.cancelFlag()});
+        JobWatch watch(Talk::BarOnly);
+        result = jobs::demoJob(request, watch.callbacks());
     }
     say(asText(result));
     return tellOutcome(result, "demo");

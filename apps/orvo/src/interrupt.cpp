@@ -15,26 +15,44 @@ namespace orvo::cli {
 namespace {
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::string_view kTakeBarAway = "\r\033[K";
+constexpr std::string_view kCancelledLine = "orvo: cancelled\n"; // as complain() writes it after a job
 constexpr std::string_view kStopping = "\nstopping after the step at hand; once more stops at once\n";
 
 // What the handler touches. It may run on any thread at any time.
 std::atomic<std::atomic<unsigned char>*> flagOfHandler{nullptr};
-std::atomic<bool> tellFromHandler{false};
+std::atomic<bool> barIsShown{false};
+std::atomic<bool> stepIsOpaque{false};
 static_assert(std::atomic<std::atomic<unsigned char>*>::is_always_lock_free);
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+void tell(std::string_view text)
+{
+    if (::write(STDERR_FILENO, text.data(), text.size()) < 0) {
+        // A terminal that has gone away needs no words.
+    }
+}
 
 extern "C" void onInterrupt(int)
 {
     const int errorBefore = errno;
     std::atomic<unsigned char>* const cancel = flagOfHandler.load();
-    if (cancel == nullptr || *cancel != 0) {
-        jobs::removeUnfinishedFiles();
-        ::_exit(kCancelled);
+    // The flag comes before the look at the step: a job that is about to begin an opaque one does it the other way
+    // round, so that one of both stops it.
+    const bool isFirst = cancel != nullptr && cancel->exchange(1) == 0;
+    if (isFirst && !stepIsOpaque) {
+        if (barIsShown)
+            tell(kStopping);
+        errno = errorBefore;
+        return;
     }
-    *cancel = 1;
-    if (tellFromHandler.load() && ::write(STDERR_FILENO, kStopping.data(), kStopping.size()) < 0) {
-        // A terminal that has gone away needs no words.
+    jobs::removeUnfinishedFiles();
+    if (isFirst) {
+        if (barIsShown)
+            tell(kTakeBarAway);
+        tell(kCancelledLine);
     }
-    errno = errorBefore;
+    ::_exit(kCancelled);
 }
 
 void setHandler(int signal, void (*handler)(int))
@@ -52,14 +70,17 @@ void setHandler(int signal, void (*handler)(int))
 
 } // namespace
 
-InterruptGuard::InterruptGuard(bool tell)
+InterruptGuard::InterruptGuard(bool bar)
     : flag(std::make_shared<std::atomic<unsigned char>>(static_cast<unsigned char>(0)))
 {
-    tellFromHandler = tell;
+    barIsShown = bar;
+    stepIsOpaque = false;
     flagOfHandler = flag.get();
     for (const int signal : kSignals)
         setHandler(signal, onInterrupt);
 }
+
+void InterruptGuard::follow(const jobs::JobProgress& progress) { stepIsOpaque = progress.opaque; }
 
 InterruptGuard::~InterruptGuard()
 {

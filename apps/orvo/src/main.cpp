@@ -17,13 +17,15 @@ namespace {
 
 constexpr std::array kCommands = {
     Command{"hdr", "merge an exposure bracket into one picture", runHdr},
+    Command{"stack", "merge a focus series into one picture that is sharp throughout", runStack},
+    Command{"label", "write frames once more, each with its number in the picture", runLabel},
     Command{"frames", "list the frames of a bracket by exposure", runFrames},
     Command{"demo", "make example pictures and merge them", runDemo},
 };
 
 std::string mainHelp()
 {
-    std::string text = "orvo merges photographs.\n"
+    std::string text = "orvo merges, stacks and enlarges photographs.\n"
                        "\n"
                        "Usage: orvo COMMAND [OPTIONS] ...\n"
                        "\n"
@@ -41,6 +43,8 @@ std::string mainHelp()
                   "Examples:\n"
                   "  Three pictures taken by hand, with people walking by:\n"
                   "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg --align --deghost 2\n"
+                  "  Pictures of one thing, each focused elsewhere:\n"
+                  "    orvo stack near.jpg middle.jpg far.jpg -o sharp.jpg\n"
                   "  See what the program does, without pictures of your own:\n"
                   "    orvo demo /tmp/orvo-demo\n";
 }

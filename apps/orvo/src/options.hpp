@@ -77,4 +77,21 @@ inline CLI::Validator between(double low, double high)
         "");
 }
 
+/// Accepts the names of a table, whose rows begin with them.
+template <typename Table>
+CLI::Validator oneOf(const Table& table)
+{
+    return CLI::Validator(
+        [&table](std::string& text) -> std::string {
+            std::string known;
+            for (const auto& row : table) {
+                if (text == row.first)
+                    return {};
+                known += (known.empty() ? "" : ", ") + std::string(row.first);
+            }
+            return "expected one of " + known + ", found " + text;
+        },
+        "");
+}
+
 } // namespace orvo::cli

@@ -15,8 +15,10 @@ namespace orvo::cli {
 namespace {
 
 constexpr int kWidestBar = 40;  // characters; longer ones are harder to read, not easier
-constexpr int kTextWidth = 30;  // characters beside the bar: brackets, percent, and the name of the step
+constexpr int kTextWidth = 32;  // characters beside the bar: brackets, percent, and the name of the step
 constexpr int kUsualWidth = 80; // of a terminal that does not tell its own
+constexpr int kBlock = 6;       // characters of what moves while a step tells nothing
+constexpr std::chrono::milliseconds kMove(250); // calm, but alive
 
 bool isTerminal()
 {
@@ -30,38 +32,85 @@ int terminalWidth()
     return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0 ? window.ws_col : kUsualWidth;
 }
 
+std::string rightAligned(long number)
+{
+    constexpr std::size_t kDigits = 3;
+    const std::string digits = std::to_string(number);
+    return std::string(kDigits - std::min(kDigits, digits.size()), ' ') + digits;
+}
+
+/// A block that goes to and fro in a bar of `length`, by one character each move.
+std::string movingBlock(int length, long moves)
+{
+    const int block = std::min(kBlock, length);
+    const int way = length - block;
+    const int phase = way == 0 ? 0 : static_cast<int>(moves % (2 * way));
+    std::string picture(static_cast<std::size_t>(length), '.');
+    const auto at = static_cast<std::size_t>(std::min(phase, 2 * way - phase));
+    return picture.replace(at, static_cast<std::size_t>(block), static_cast<std::size_t>(block), '#');
+}
+
 } // namespace
 
-ProgressBar::ProgressBar(Talk talk_) : talk(talk_), bar(talk_ != Talk::Silent && isTerminal()) {}
-
-std::function<void(const jobs::JobProgress&)> ProgressBar::follower()
+ProgressBar::ProgressBar(Talk talk_) : talk(talk_), bar(talk_ != Talk::Silent && isTerminal())
 {
-    return [this](const jobs::JobProgress& progress) { show(progress); };
+    if (bar)
+        mover = std::thread(&ProgressBar::keepMoving, this);
+}
+
+ProgressBar::~ProgressBar()
+{
+    if (!bar)
+        return;
+    {
+        const std::lock_guard lock(mutex);
+        isEnded = true;
+    }
+    ended.notify_one();
+    mover.join();
+    if (last)
+        std::fputs("\r\033[K", stderr);
 }
 
 void ProgressBar::show(const jobs::JobProgress& progress)
 {
-    if (bar) {
-        const int length = std::clamp(terminalWidth() - kTextWidth, 0, kWidestBar);
-        const int filled = static_cast<int>(std::lround(progress.fraction * length));
-        const std::string picture = std::string(static_cast<std::size_t>(filled), '#') +
-                                    std::string(static_cast<std::size_t>(length - filled), '.');
-        // The escape sequence of ECMA-48 that empties the line from the cursor on.
-        std::fprintf(stderr, "\r[%s] %3d %% %s\033[K", picture.c_str(),
-                     static_cast<int>(std::lround(progress.fraction * 100)), jobs::stepText(progress.step));
-        std::fflush(stderr);
-        shown = true;
-    } else if (talk == Talk::Full && lastStep != progress.step) {
+    const std::lock_guard lock(mutex);
+    const bool isNewStep = !last || last->step != progress.step;
+    last = progress;
+    if (isNewStep)
+        stepBegan = Clock::now();
+    if (bar)
+        draw();
+    else if (talk == Talk::Full && isNewStep)
         say(std::string(jobs::stepText(progress.step)) + "\n");
-    }
-    lastStep = progress.step;
 }
 
-void ProgressBar::clear()
+void ProgressBar::draw()
 {
-    if (shown)
-        std::fputs("\r\033[K", stderr);
-    shown = false;
+    const int length = std::clamp(terminalWidth() - kTextWidth, 0, kWidestBar);
+    const auto elapsed = Clock::now() - stepBegan;
+    std::string picture;
+    std::string amount;
+    if (last->opaque) {
+        picture = movingBlock(length, elapsed / kMove);
+        amount = rightAligned(elapsed / std::chrono::seconds(1)) + " s";
+    } else {
+        const int filled = static_cast<int>(std::lround(last->fraction * length));
+        picture = std::string(static_cast<std::size_t>(filled), '#') +
+                  std::string(static_cast<std::size_t>(length - filled), '.');
+        amount = rightAligned(std::lround(last->fraction * 100)) + " %";
+    }
+    // The escape sequence of ECMA-48 that empties the line from the cursor on.
+    std::fprintf(stderr, "\r[%s] %s %s\033[K", picture.c_str(), amount.c_str(), jobs::stepText(last->step));
+    std::fflush(stderr);
+}
+
+void ProgressBar::keepMoving()
+{
+    std::unique_lock lock(mutex);
+    while (!ended.wait_for(lock, kMove, [this] { return isEnded; }))
+        if (last && last->opaque)
+            draw();
 }
 
 } // namespace orvo::cli

@@ -3,9 +3,12 @@
 
 #include <jobs/job.hpp>
 
-#include <functional>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace orvo::cli {
 
@@ -16,30 +19,35 @@ enum class Talk
     Full,    ///< a bar on a terminal, else a line on standard output for each step
 };
 
-/// One bar at the bottom of the terminal that standard error is, taken away at the end.
+/// One bar at the bottom of the terminal that standard error is, taken away at the end. While a step is opaque it shows
+/// how long that has been going on, and moves.
 class ProgressBar
 {
 public:
     explicit ProgressBar(Talk talk);
-    ~ProgressBar() { clear(); }
+    ~ProgressBar();
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    /// To be given to a job; must not outlive the bar.
-    [[nodiscard]] std::function<void(const jobs::JobProgress&)> follower();
-
-    /// Takes the bar away, so that a line can be written in its place.
-    void clear();
+    /// Usable from one thread at a time.
+    void show(const jobs::JobProgress& progress);
 
     [[nodiscard]] bool isBar() const { return bar; }
 
 private:
-    void show(const jobs::JobProgress& progress);
+    using Clock = std::chrono::steady_clock;
 
-    Talk talk;
-    bool bar;
-    bool shown = false;
-    std::optional<jobs::JobStep> lastStep;
+    void draw();
+    void keepMoving();
+
+    const Talk talk;
+    const bool bar;
+    std::mutex mutex; // of all below
+    std::condition_variable ended;
+    bool isEnded = false;
+    std::optional<jobs::JobProgress> last;
+    Clock::time_point stepBegan;
+    std::thread mover; // last: it uses the rest
 };
 
 } // namespace orvo::cli

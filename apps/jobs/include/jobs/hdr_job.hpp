@@ -2,20 +2,16 @@
 #pragma once
 
 #include <jobs/frames_job.hpp>
-#include <jobs/job.hpp>
-#include <orvo_core/color_profile.hpp>
-#include <orvo_core/geometry.hpp>
+#include <jobs/picture_job.hpp>
 #include <orvo_extensions/hdr.hpp>
 
 #include <filesystem>
-#include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace orvo::jobs {
 
-struct HdrJobRequest
+struct HdrJobRequest : PictureJobRequest
 {
     std::vector<std::filesystem::path> frames; ///< in any order; one alone is enhanced by itself
     std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; replaced if it is there
@@ -27,34 +23,16 @@ struct HdrJobRequest
     bool lensCorrection = false;       ///< correct distortion and vignetting, raw frames only
     float whiteBalance = 0.0f;         ///< 0..1, share of the colour cast that is removed; 0: none
     float details = 0.0f;              ///< 0..1, strength of the enhancement of fine detail; 0: none
-    std::optional<int> jpegQuality;    ///< 1..100; empty: the writer's own
-    std::optional<int> bits;           ///< bits of a sample that the format can hold; empty: the writer's own
-    /// Colour space of the file. Empty: that of the middle frame's file if it is an RGB matrix profile with a curve,
-    /// else sRGB (a CMYK or gray profile cannot hold the result, and a linear one would waste the bits of the file).
-    std::shared_ptr<ColorProfile> profile;
-    int threads = 0; ///< at most so many for all loops of the process while the job runs; 0: no limit
 };
 
-struct StepTime
+/// The size is that of the result: alignment crops, so it may be smaller than a frame.
+struct HdrJobResult : PictureJobResult
 {
-    JobStep step = JobStep::Check;
-    double milliseconds = 0.0;
-};
-
-struct HdrJobResult : JobResult
-{
-    std::filesystem::path output;
-    _Size<int> size;                  ///< of the result; alignment crops, so it may be smaller than a frame
-    int bits = 0;                     ///< of a sample of the file
-    std::string profile;              ///< name of the file's colour space
     std::vector<BracketFrame> frames; ///< by rising exposure
-    std::vector<StepTime> steps;      ///< those that were begun, also if the job failed
-    PeakMemory peak;
-    std::vector<std::string> warnings; ///< what the log complained about though the job was done
 };
 
 /// Checks the request before anything starts, merges, writes beside the output and renames. The metadata of the middle
-/// frame are carried over. The count of peak plane bytes of the process is reset at the start.
+/// frame by exposure are carried over. The count of peak plane bytes of the process is reset at the start.
 ///
 /// Progress follows the phases of the merge: Check 0, Load 0.01, Ladder 0.15, Blend 0.4, 0.75 and 0.85 with each phase
 /// of the blend, Finish 0.93 (and 0.94), Write 0.95, and 1 at the end. The fractions are shares of time as measured on

@@ -26,13 +26,16 @@ enum class JobOutcome
 /// The steps of a job, in their order. Not every job has all.
 enum class JobStep
 {
-    Check,  ///< inputs and output are looked at, nothing is read in full
-    Render, ///< pictures of the demonstration are made
-    Load,   ///< frames are read
-    Ladder, ///< frames are aligned and brought to regular exposures
-    Blend,  ///< ghosts are taken out and the frames are mixed
-    Finish, ///< tones are normalized, colours and details adjusted
-    Write,  ///< the result is written
+    Check,   ///< inputs and output are looked at, nothing is read in full
+    Render,  ///< pictures of the demonstration are made
+    Load,    ///< frames are read
+    Ladder,  ///< frames are aligned and brought to regular exposures
+    Blend,   ///< ghosts are taken out and the frames are mixed
+    Finish,  ///< tones are normalized, colours and details adjusted
+    Stack,   ///< the frames of a focus series are read, aligned and merged
+    Label,   ///< frames are read and labelled
+    Upscale, ///< a picture is read and enlarged
+    Write,   ///< the result is written
 };
 
 /// One lower-case word for reports, such as "load".
@@ -44,6 +47,9 @@ struct JobProgress
 {
     JobStep step = JobStep::Check;
     double fraction = 0.0; ///< of the whole job, 0..1, never falling
+    /// Nothing more is told of the step until it ends, and the cancel flag is looked at only then. No file is being
+    /// written meanwhile, so a program that is asked to stop may end there and then.
+    bool opaque = false;
 };
 
 /// How a caller follows and stops a job. All of it may be empty.

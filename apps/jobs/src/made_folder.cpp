@@ -1,0 +1,30 @@
+#include "made_folder.hpp"
+
+#include <jobs/job.hpp>
+
+#include <system_error>
+
+namespace orvo::jobs {
+
+namespace fs = std::filesystem;
+
+MadeFolder::MadeFolder(const fs::path& folder)
+{
+    std::error_code error;
+    // Absolute and without "..": what is missing on the way is found by going up.
+    for (fs::path each = fs::absolute(folder).lexically_normal(); !fs::exists(each, error); each = each.parent_path())
+        if (each.has_filename())
+            made.push_back(each);
+    fs::create_directories(folder, error);
+    if (error)
+        throw JobError(JobOutcome::Failed, folder.string() + ": the folder cannot be made: " + error.message());
+}
+
+MadeFolder::~MadeFolder()
+{
+    std::error_code notEmpty; // then it stays
+    for (const fs::path& each : made)
+        fs::remove(each, notEmpty);
+}
+
+} // namespace orvo::jobs

@@ -1,0 +1,81 @@
+#include "checks.hpp"
+#include "log_reasons.hpp"
+#include "picture_run.hpp"
+
+#include <jobs/stack_job.hpp>
+#include <orvo_extensions/focus_stack.hpp>
+
+namespace orvo::jobs {
+namespace {
+
+// See stackJob() for where the fractions come from.
+constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
+constexpr JobProgress kStackStarts{JobStep::Stack, 0.02, /*opaque=*/true};
+constexpr JobProgress kWriteStarts{JobStep::Write, 0.95};
+
+/// Values of the request that are wrong whatever lies on the disk.
+void checkRequest(const StackJobRequest& request)
+{
+    checkFileNames(request.frames, request.output);
+    checkReference("reference", request.reference, request.frames.size());
+    if (request.reference && !request.align && !request.deghost)
+        throw JobError(JobOutcome::Refused,
+                       "a reference was given, but neither alignment nor removal of ghosts was asked for");
+    checkDeghostAmount(request.deghost);
+}
+
+BracketSettings::FocusStacking stackSettings(const StackJobRequest& request, std::size_t reference)
+{
+    BracketSettings::FocusStacking settings;
+    settings.rawAutoCorrection.chromaticAberrations = request.chromaticAberrations;
+    settings.rawAutoCorrection.lensCorrection = request.lensCorrection;
+    settings.adjust.enabled = request.align;
+    settings.adjust.referenceIndex = static_cast<std::int32_t>(reference);
+    settings.ghostReduction.enabled = request.deghost.has_value();
+    settings.ghostReduction.referenceIndex = static_cast<std::int32_t>(reference);
+    settings.ghostReduction.amount = static_cast<std::int32_t>(request.deghost.value_or(DeghostAmount::Lowest));
+    return settings;
+}
+
+void checkFiles(PictureRun& run, const StackJobRequest& request)
+{
+    run.report(kCheckStarts);
+    run.checkFiles(request.frames);
+    checkOutput(request.output, request.frames);
+    checkSizesAgree(request.frames, run.checkPictures(request.frames));
+    run.throwIfCancelled();
+}
+
+std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, std::size_t reference)
+{
+    run.report(kStackStarts);
+    auto stacked = makeFocusStack(request.frames, stackSettings(request, reference));
+    run.throwIfCancelled();
+    if (!stacked)
+        throw JobError(JobOutcome::Failed,
+                       reasonOfRun(run.log, request.frames, "the focus stack gave no picture and no reason"));
+    return stacked;
+}
+
+} // namespace
+
+StackJobResult stackJob(const StackJobRequest& request, const JobCallbacks& callbacks)
+{
+    StackJobResult result;
+    result.output = request.output;
+    result.frames = request.frames;
+    result.reference = request.reference.value_or(request.frames.size() / 2);
+    runPictureJob(request, callbacks, result, [&](PictureRun& run) {
+        checkRequest(request);
+        const ImageWriteSettings settings = writeSettingsFor(request.output, request);
+        checkFiles(run, request);
+        const std::shared_ptr<Image> stacked = stack(run, request, result.reference);
+        run.report(kWriteStarts);
+        static_cast<WrittenPicture&>(result) = run.write(*stacked, request.output, settings, 1.0);
+    });
+    if (result.done() && request.frames.size() == 1)
+        result.warnings.push_back(request.frames[0].string() + ": one frame alone is the result as it is");
+    return result;
+}
+
+} // namespace orvo::jobs

@@ -1,0 +1,105 @@
+/// orvo label: writes frames once more with their numbers.
+#include "picture_command.hpp"
+
+#include <jobs/label_job.hpp>
+
+#include <string>
+#include <vector>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Writes each frame of a series once more, with a line in the picture that says which one it\n"
+    "is: 'align result, image 2 out of 7'. So frames can be told apart when they are looked at\n"
+    "or sent to somebody. Nothing is aligned or corrected, and raw files look as the sensor\n"
+    "saw them. The pictures are named after the files.\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  See which frame of a focus series has which number:\n"
+                                  "    orvo label IMG_*.jpg -o labelled\n"
+                                  "  The same without loss:\n"
+                                  "    orvo label IMG_*.tif -o labelled --format tiff\n";
+
+const std::vector<std::pair<std::string, ImageFileFormat>> kFormats = {{"jpeg", ImageFileFormat::Jpeg},
+                                                                       {"png", ImageFileFormat::Png},
+                                                                       {"tiff", ImageFileFormat::Tiff},
+                                                                       {"exr", ImageFileFormat::Exr}};
+
+struct LabelOptions
+{
+    std::vector<std::string> files;
+    std::string folder;
+    std::string format = kFormats.front().first;
+    jobs::LabelJobRequest request;
+    RunOptions run;
+};
+
+void bindLabelOptions(Options& app, LabelOptions& options)
+{
+    app.add_option("-o,--output", options.folder, "folder for the pictures; made if it is not there")
+        ->type_name("DIR")
+        ->required();
+    app.add_option("--format", options.format, "jpeg, png, tiff or exr; else jpeg")
+        ->type_name("X")
+        ->check(oneOf(kFormats));
+}
+
+void completeRequest(LabelOptions& options)
+{
+    auto& request = options.request;
+    request.frames.assign(options.files.begin(), options.files.end());
+    request.folder = options.folder;
+    for (const auto& [name, format] : kFormats)
+        if (name == options.format)
+            request.format = format;
+}
+
+nlohmann::ordered_json asJson(const jobs::LabelJobResult& result)
+{
+    nlohmann::ordered_json json;
+    json["output"] = result.folder.string();
+    json["frames"] = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < result.frames.size(); ++i) {
+        nlohmann::ordered_json frame = {{"path", result.frames[i].source.string()}, {"number", i + 1}};
+        frame.update(writtenAsJson(result.frames[i].written));
+        json["frames"].push_back(frame);
+    }
+    return json;
+}
+
+std::string asText(const jobs::LabelJobResult& result)
+{
+    std::string text;
+    for (const auto& frame : result.frames)
+        text += writtenAsText(frame.written) + "\n";
+    return text + counted(result.frames.size(), "frame");
+}
+
+} // namespace
+
+int runLabel(int argc, char** argv)
+{
+    Options app("label", kAbout);
+    LabelOptions options;
+    bindFiles(app, options.files);
+    bindLabelOptions(app, options);
+    bindFormat(app, options.request);
+    bindRun(app, options.request, options.run);
+    app.footer(std::string(kExamples) + kExitCodes);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    completeRequest(options);
+
+    jobs::LabelJobResult result;
+    return runPictureCommand(
+        {.name = "label",
+         .run = options.run,
+         .inputs = options.request.frames,
+         .output = options.request.folder,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::labelJob(options.request, callbacks); },
+         .report = result,
+         .json = [&] { return asJson(result); },
+         .sentence = [&] { return asText(result); }});
+}
+
+} // namespace orvo::cli

@@ -1,0 +1,173 @@
+#include "picture_command.hpp"
+
+#include "job_watch.hpp"
+
+#include <orvo_logger/logstream.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <system_error>
+
+namespace orvo::cli {
+namespace {
+
+/// Log lines are appended to a file, whatever it is: it must not be one of the pictures.
+bool logIsAPicture(const PictureCommand& command)
+{
+    const std::filesystem::path log = command.run.log;
+    std::error_code missing; // a file that is not there is no other file
+    const auto isLog = [&](const std::filesystem::path& file) {
+        return file.lexically_normal() == log.lexically_normal() || std::filesystem::equivalent(file, log, missing);
+    };
+    const bool isOutput = !std::filesystem::is_directory(command.output, missing) && isLog(command.output);
+    return isOutput || std::any_of(command.inputs.begin(), command.inputs.end(), isLog);
+}
+
+double totalMilliseconds(const jobs::RunReport& report)
+{
+    double total = 0.0;
+    for (const auto& step : report.steps)
+        total += step.milliseconds;
+    return total;
+}
+
+std::string asJson(const PictureCommand& command)
+{
+    const jobs::RunReport& report = command.report;
+    nlohmann::ordered_json json = command.json();
+    json["phases"] = nlohmann::ordered_json::array();
+    for (const auto& step : report.steps)
+        json["phases"].push_back({{"name", jobs::stepName(step.step)}, {"milliseconds", step.milliseconds}});
+    json["milliseconds"] = totalMilliseconds(report);
+    json["peak_memory_bytes"] = {{"process", report.peak.process}, {"planes", report.peak.planes}};
+    json["warnings"] = report.warnings;
+    return jsonText(json);
+}
+
+std::string asSentence(const PictureCommand& command)
+{
+    char time[32];
+    constexpr double kMillisecondsPerSecond = 1000.0;
+    std::snprintf(time, sizeof time, " in %.1f s\n", totalMilliseconds(command.report) / kMillisecondsPerSecond);
+    return command.sentence() + time;
+}
+
+void runJob(const PictureCommand& command)
+{
+    const Talk talk = command.run.quiet ? Talk::Silent : command.run.json ? Talk::BarOnly : Talk::Full;
+    JobWatch watch(talk);
+    command.job(watch.callbacks());
+}
+
+} // namespace
+
+void bindFiles(Options& app, std::vector<std::string>& files)
+{
+    app.add_option("FILES", files, "JPEG, PNG, TIFF, WebP, EXR, HEIC, AVIF or camera raw")->type_name("")->required();
+}
+
+void bindOutput(Options& app, std::string& output)
+{
+    app.add_option("-o,--output", output, "the result: .jpg, .png, .tif or .exr")->type_name("FILE")->required();
+}
+
+void bindFormat(Options& app, jobs::PictureJobRequest& request)
+{
+    app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100; else 95")
+        ->type_name("N")
+        ->check(between(1, 100));
+    app.add_option("--bits", request.bits, "bits of a sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32")
+        ->type_name("N")
+        ->check(between(8, 32));
+}
+
+void bindFrameNumber(Options& app, const std::string& name, std::optional<int>& number, const std::string& about)
+{
+    constexpr int kMostFrames = 1'000'000; // beyond any bracket; the job knows how many there are
+    app.add_option(name, number, about)->type_name("N")->check(between(1, kMostFrames));
+}
+
+std::optional<std::size_t> frameIndex(const std::optional<int>& number)
+{
+    return number ? std::optional(static_cast<std::size_t>(*number - 1)) : std::nullopt;
+}
+
+void bindDeghost(Options& app, std::optional<int>& amount)
+{
+    app.add_option("--deghost", amount, "take out ghosts of what moved, 0 (least) to 4 (most)")
+        ->type_name("N")
+        ->check(between(0, 4));
+}
+
+std::optional<DeghostAmount> deghostAmount(const std::optional<int>& amount)
+{
+    return amount ? std::optional(static_cast<DeghostAmount>(*amount)) : std::nullopt;
+}
+
+void bindCorrections(Options& app, bool& chromaticAberrations, bool& lensCorrection)
+{
+    app.add_flag("--chromatic", chromaticAberrations, "remove colour fringes (chromatic aberration)");
+    app.add_flag("--lens", lensCorrection, "correct distortion and dark corners; raw files only");
+}
+
+void bindRun(Options& app, jobs::PictureJobRequest& request, RunOptions& run)
+{
+    constexpr int kMostThreads = 1024; // more than any machine has cores
+    app.add_option("--threads", request.threads, "use at most N processor cores")
+        ->type_name("N")
+        ->check(between(1, kMostThreads));
+    app.add_flag("--quiet", run.quiet, "print nothing but errors");
+    app.add_flag("--json", run.json, "print the result as JSON, for scripts");
+    app.add_option("--log", run.log, "append what is done to FILE, or to log_orvo.txt in a folder")->type_name("FILE");
+}
+
+int runPictureCommand(const PictureCommand& command)
+{
+    if (!command.run.log.empty()) {
+        if (logIsAPicture(command)) {
+            complain(command.run.log + ": the log would be written into a picture");
+            hintAtHelp(command.name);
+            return kWrongUsage;
+        }
+        setLogFile(command.run.log);
+    }
+
+    LOG(__orvolog() << "orvo " ORVO_VERSION " " << command.name << ": " << counted(command.inputs.size(), "file")
+                    << " to " << command.output.string());
+    runJob(command);
+    const jobs::RunReport& report = command.report;
+    LOG(__orvolog() << "orvo " << command.name << ": " << (report.done() ? "done" : report.message));
+    if (!report.done())
+        return tellOutcome(report, command.name.c_str());
+    if (!command.run.quiet)
+        for (const std::string& warning : report.warnings)
+            complain("note: " + warning);
+    if (command.run.json)
+        say(asJson(command));
+    else if (!command.run.quiet)
+        say(asSentence(command));
+    return kDone;
+}
+
+nlohmann::ordered_json sizeAsJson(_Size<int> size) { return {{"width", size.width}, {"height", size.height}}; }
+
+nlohmann::ordered_json writtenAsJson(const jobs::WrittenPicture& picture)
+{
+    return {{"output", picture.output.string()},
+            {"size", sizeAsJson(picture.size)},
+            {"bits", picture.bits},
+            {"profile", picture.profile}};
+}
+
+std::string writtenAsText(const jobs::WrittenPicture& picture)
+{
+    return printable(picture.output.string()) + ": " + std::to_string(picture.size.width) + " x " +
+           std::to_string(picture.size.height) + " pixels";
+}
+
+std::string counted(std::size_t count, const std::string& what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+} // namespace orvo::cli

@@ -1,0 +1,68 @@
+/// What the commands that make pictures of pictures share: options, running, and how the result is told.
+#pragma once
+
+#include "json_text.hpp"
+#include "options.hpp"
+
+#include <jobs/picture_job.hpp>
+#include <orvo_extensions/hdr.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvo::cli {
+
+inline constexpr const char* kExitCodes = "\nExit codes: 0 done, 1 failed, 2 wrong usage, 130 cancelled (Ctrl-C).\n";
+
+/// Options of a run that no job needs to know.
+struct RunOptions
+{
+    bool quiet = false;
+    bool json = false;
+    std::string log;
+};
+
+/// The pictures, FILES.
+void bindFiles(Options& app, std::vector<std::string>& files);
+/// The result, and how it is written: --output, --quality, --bits.
+void bindOutput(Options& app, std::string& output);
+void bindFormat(Options& app, jobs::PictureJobRequest& request);
+/// An option that counts the FILES from 1, as people do, and what the jobs make of it.
+void bindFrameNumber(Options& app, const std::string& name, std::optional<int>& number, const std::string& about);
+[[nodiscard]] std::optional<std::size_t> frameIndex(const std::optional<int>& number);
+/// --deghost, and what the jobs make of it.
+void bindDeghost(Options& app, std::optional<int>& amount);
+[[nodiscard]] std::optional<DeghostAmount> deghostAmount(const std::optional<int>& amount);
+/// --chromatic and --lens.
+void bindCorrections(Options& app, bool& chromaticAberrations, bool& lensCorrection);
+/// --threads, --quiet, --json, --log.
+void bindRun(Options& app, jobs::PictureJobRequest& request, RunOptions& run);
+
+/// A command that is about to run.
+struct PictureCommand
+{
+    std::string name;
+    RunOptions run;
+    std::vector<std::filesystem::path> inputs;
+    std::filesystem::path output; ///< a file, or the folder of several
+    std::function<void(const jobs::JobCallbacks&)> job;
+    const jobs::RunReport& report;                ///< filled by `job`
+    std::function<nlohmann::ordered_json()> json; ///< what is told of the result beside the run itself
+    std::function<std::string()> sentence;        ///< the same for people, without the time
+};
+
+/// Runs the job with progress, Ctrl-C and the log, tells its result, and returns the exit code.
+[[nodiscard]] int runPictureCommand(const PictureCommand& command);
+
+/// Members "size", "bits" and "profile" after "output".
+[[nodiscard]] nlohmann::ordered_json writtenAsJson(const jobs::WrittenPicture& picture);
+[[nodiscard]] nlohmann::ordered_json sizeAsJson(_Size<int> size);
+/// "out.jpg: 300 x 200 pixels"
+[[nodiscard]] std::string writtenAsText(const jobs::WrittenPicture& picture);
+/// "3 frames", "1 frame"
+[[nodiscard]] std::string counted(std::size_t count, const std::string& what);
+
+} // namespace orvo::cli

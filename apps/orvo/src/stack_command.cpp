@@ -1,0 +1,94 @@
+/// orvo stack: merges a focus series.
+#include "picture_command.hpp"
+
+#include <jobs/stack_job.hpp>
+
+#include <string>
+#include <vector>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Merges a focus series (the same view taken several times, each focused nearer or farther)\n"
+    "into one picture that is sharp throughout, from the near edge of a flower to the far one.\n"
+    "Give the files in the order of the focus. They are brought into line, since focusing\n"
+    "makes things a little larger or smaller.\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  A flower, focused from its front to its back:\n"
+                                  "    orvo stack IMG_01.jpg IMG_02.jpg IMG_03.jpg -o flower.jpg\n"
+                                  "  A rail and a lens that does not breathe: nothing to bring into line:\n"
+                                  "    orvo stack *.tif -o coin.tif --no-align\n"
+                                  "  Leaves that moved are kept as in the fourth file:\n"
+                                  "    orvo stack *.dng -o forest.tif --deghost 2 --reference 4\n";
+
+struct StackOptions
+{
+    std::vector<std::string> files;
+    std::string output;
+    bool noAlign = false;
+    std::optional<int> reference;
+    std::optional<int> deghost;
+    jobs::StackJobRequest request;
+    RunOptions run;
+};
+
+void bindStackOptions(Options& app, StackOptions& options)
+{
+    auto& request = options.request;
+    app.add_flag("--no-align", options.noAlign, "the frames are in line already: leave them as they are");
+    bindFrameNumber(app, "--reference", options.reference,
+                    "align to the Nth of the FILES, from 1; else the middle one");
+    bindDeghost(app, options.deghost);
+    bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
+}
+
+void completeRequest(StackOptions& options)
+{
+    auto& request = options.request;
+    request.frames.assign(options.files.begin(), options.files.end());
+    request.output = options.output;
+    request.align = !options.noAlign;
+    request.deghost = deghostAmount(options.deghost);
+    request.reference = frameIndex(options.reference);
+}
+
+nlohmann::ordered_json asJson(const jobs::StackJobResult& result)
+{
+    nlohmann::ordered_json json = writtenAsJson(result);
+    json["frames"] = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < result.frames.size(); ++i)
+        json["frames"].push_back({{"path", result.frames[i].string()}, {"number", i + 1}});
+    json["reference"] = result.reference + 1;
+    return json;
+}
+
+} // namespace
+
+int runStack(int argc, char** argv)
+{
+    Options app("stack", kAbout);
+    StackOptions options;
+    bindFiles(app, options.files);
+    bindOutput(app, options.output);
+    bindFormat(app, options.request);
+    bindStackOptions(app, options);
+    bindRun(app, options.request, options.run);
+    app.footer(std::string(kExamples) + kExitCodes);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    completeRequest(options);
+
+    jobs::StackJobResult result;
+    return runPictureCommand(
+        {.name = "stack",
+         .run = options.run,
+         .inputs = options.request.frames,
+         .output = options.request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::stackJob(options.request, callbacks); },
+         .report = result,
+         .json = [&] { return asJson(result); },
+         .sentence = [&] { return writtenAsText(result) + " from " + counted(result.frames.size(), "frame"); }});
+}
+
+} // namespace orvo::cli

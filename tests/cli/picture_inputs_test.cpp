@@ -1,0 +1,129 @@
+// Inputs of which no picture can be made, for every command: one line, the right exit code, and nothing left behind.
+#include "picture_commands.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+namespace orvo::test {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class PictureInputs : public PictureCommandTest
+{
+protected:
+    /// One bad file among good ones fails with one line that holds its name and `reason`.
+    void expectFailure(const std::string& bad, const std::string& reason)
+    {
+        expectEnd(goodBeside(bad), {}, 1, bad, reason);
+    }
+
+    void expectEnd(const std::vector<std::string>& files, const std::vector<std::string>& options, int exitCode,
+                   const std::string& file, const std::string& reason)
+    {
+        const auto before = namesIn(folder.path());
+        const Finished finished = run(GetParam().output, files, options);
+        EXPECT_EQ(finished.exitCode, exitCode) << finished.err;
+        const auto lines = finished.errLines();
+        ASSERT_FALSE(lines.empty());
+        EXPECT_EQ(lines.size(), exitCode == 1 ? 1u : 2u) << finished.err;
+        EXPECT_THAT(lines[0], AllOf(HasSubstr(file), HasSubstr(reason)));
+        EXPECT_EQ(namesIn(folder.path()), before) << "something was left behind";
+        EXPECT_LT(finished.peakMemoryKiB, kFewPicturesKiB);
+    }
+
+    // Small frames and the libraries take well below this; a picture of 60000 x 60000 would take 43 GB.
+    static constexpr long kFewPicturesKiB = 600'000;
+};
+
+TEST_P(PictureInputs, MissingFile) { expectFailure("nowhere.jpg", "no such file"); }
+
+TEST_P(PictureInputs, Folder)
+{
+    std::filesystem::create_directory(folder / "pictures");
+    expectFailure("pictures", "folder");
+}
+
+TEST_P(PictureInputs, Pipe) { expectFailure("/dev/null", "device"); }
+
+TEST_P(PictureInputs, EmptyFile)
+{
+    writeText(folder / "empty.jpg", "");
+    expectFailure("empty.jpg", "empty");
+}
+
+TEST_P(PictureInputs, TextNamedJpeg)
+{
+    writeText(folder / "letter.jpg", "Dear photographer,\nthis is no picture.\n");
+    expectFailure("letter.jpg", "picture");
+}
+
+TEST_P(PictureInputs, TruncatedJpeg)
+{
+    const std::string whole = fileText(folder / good[1]);
+    writeText(folder / "cut.jpg", whole.substr(0, whole.size() * 6 / 10));
+    expectFailure("cut.jpg", "");
+}
+
+TEST_P(PictureInputs, GiganticPngHeader)
+{
+    writeText(folder / "giant.png", pngHeader(60000, 60000));
+    expectFailure("giant.png", "60000");
+}
+
+TEST_P(PictureInputs, GiganticJpegHeader)
+{
+    writeText(folder / "giant.jpg", jpegHeader(60000, 60000));
+    expectFailure("giant.jpg", "60000");
+}
+
+TEST_P(PictureInputs, OnePathTwice)
+{
+    if (!GetParam().takesSeveral)
+        GTEST_SKIP() << "takes one file";
+    expectEnd(goodBeside(good[1]), {}, 2, good[1], "twice");
+    expectEnd(goodBeside("./" + good[1]), {}, 2, good[1], "same file");
+    std::filesystem::create_symlink(good[1], folder / "link.jpg");
+    expectEnd(goodBeside("link.jpg"), {}, 2, "link.jpg", "same file");
+}
+
+TEST_P(PictureInputs, EmptyName) { expectEnd({""}, {}, 2, "", "empty"); }
+
+TEST_P(PictureInputs, LineBreakInAName)
+{
+    expectEnd(goodBeside("two\nlines.jpg"), {}, 1, "two?lines.jpg", "no such file");
+}
+
+TEST_P(PictureInputs, UnknownOption) { expectEnd({good[0]}, {"--brackets"}, 2, "--brackets", "not expected"); }
+
+TEST_P(PictureInputs, LogIsNeverWrittenIntoAPicture)
+{
+    const std::string before = fileText(folder / good[0]);
+    expectEnd({good[0]}, {"--log", "./" + good[0]}, 2, good[0], "log");
+    EXPECT_TRUE(fileText(folder / good[0]) == before);
+}
+
+TEST_P(PictureInputs, NoFiles)
+{
+    const Finished finished = runOrvo({GetParam().name, "-o", GetParam().output});
+    EXPECT_EQ(finished.exitCode, 2);
+    EXPECT_THAT(finished.errLines(),
+                ElementsAre(HasSubstr("FILE"), HasSubstr("orvo " + std::string(GetParam().name) + " --help")));
+    EXPECT_THAT(finished.out, IsEmpty());
+}
+
+TEST_P(PictureInputs, NoOutput)
+{
+    const Finished finished = runOrvo({GetParam().name, "a.jpg"});
+    EXPECT_EQ(finished.exitCode, 2);
+    EXPECT_THAT(finished.errLines(), ElementsAre(HasSubstr("--output"), HasSubstr("--help")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, PictureInputs, testing::ValuesIn(kPictureCommands), nameOfCommand);
+
+} // namespace
+} // namespace orvo::test

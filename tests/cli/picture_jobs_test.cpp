@@ -1,0 +1,188 @@
+// Jobs whose long step is opaque, where the program does not reach: progress, cancel and exceptions at every step.
+#include "support/files.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <jobs/label_job.hpp>
+#include <jobs/stack_job.hpp>
+#include <orvo_io/image_reader.hpp>
+
+#include <gmock/gmock.h>
+
+#include <functional>
+
+namespace orvo::jobs {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct Job
+{
+    const char* name;
+    JobStep longStep;
+    RunReport (*run)(const test::TemporaryFolder& folder, const std::vector<std::filesystem::path>& frames,
+                     const JobCallbacks& callbacks);
+};
+
+constexpr Job kJobs[] = {
+    {"stack", JobStep::Stack,
+     [](const auto& folder, const auto& frames, const JobCallbacks& callbacks) -> RunReport {
+         StackJobRequest request;
+         request.frames = frames;
+         request.output = folder / "out.tif";
+         return stackJob(request, callbacks);
+     }},
+    {"label", JobStep::Label,
+     [](const auto& folder, const auto& frames, const JobCallbacks& callbacks) -> RunReport {
+         LabelJobRequest request;
+         request.frames = frames;
+         request.folder = folder / "out";
+         return labelJob(request, callbacks);
+     }},
+};
+
+class PictureJobs : public testing::TestWithParam<Job>
+{
+protected:
+    PictureJobs()
+    {
+        for (int i = 0; i < 3; ++i)
+            frames.push_back(test::writtenTo(folder / (std::to_string(i) + ".tif"), *test::textured(160, 120, i)));
+    }
+
+    [[nodiscard]] std::size_t filesInFolder() const
+    {
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(folder.path()), std::filesystem::directory_iterator()));
+    }
+
+    [[nodiscard]] RunReport run(const JobCallbacks& callbacks) const
+    {
+        return GetParam().run(folder, frames, callbacks);
+    }
+
+    test::TemporaryFolder folder;
+    std::vector<std::filesystem::path> frames;
+};
+
+TEST_P(PictureJobs, TellsStepsAndFractionsInOrder)
+{
+    std::vector<JobStep> steps;
+    std::vector<double> fractions;
+    const RunReport report = run({[&](const JobProgress& progress) {
+                                      if (steps.empty() || steps.back() != progress.step)
+                                          steps.push_back(progress.step);
+                                      fractions.push_back(progress.fraction);
+                                      EXPECT_EQ(progress.opaque, progress.step == GetParam().longStep);
+                                  },
+                                  {}});
+    ASSERT_TRUE(report.done()) << report.message;
+    EXPECT_THAT(steps, ElementsAre(JobStep::Check, GetParam().longStep, JobStep::Write));
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_EQ(fractions.front(), 0.0);
+    EXPECT_EQ(fractions.back(), 1.0);
+    EXPECT_EQ(report.steps.size(), steps.size());
+    EXPECT_THAT(report.message, IsEmpty());
+}
+
+TEST_P(PictureJobs, CancelAtAnyStepLeavesNothing)
+{
+    const std::size_t before = filesInFolder();
+    for (const JobStep step : {JobStep::Check, GetParam().longStep, JobStep::Write}) {
+        SCOPED_TRACE(stepName(step));
+        const auto flag = std::make_shared<std::atomic<unsigned char>>(static_cast<unsigned char>(0));
+        const RunReport report = run({[&](const JobProgress& progress) {
+                                          if (progress.step == step)
+                                              *flag = 1;
+                                      },
+                                      flag});
+        EXPECT_EQ(report.outcome, JobOutcome::Cancelled);
+        EXPECT_EQ(report.message, "cancelled");
+        EXPECT_EQ(report.steps.back().step, step) << "it went on";
+        EXPECT_EQ(filesInFolder(), before);
+    }
+}
+
+TEST_P(PictureJobs, ExceptionOfACallbackFailsTheJob)
+{
+    const std::size_t before = filesInFolder();
+    for (const JobStep step : {JobStep::Check, GetParam().longStep, JobStep::Write}) {
+        SCOPED_TRACE(stepName(step));
+        const RunReport report = run({[&](const JobProgress& progress) {
+                                          if (progress.step == step)
+                                              throw std::runtime_error("the window was closed");
+                                      },
+                                      {}});
+        EXPECT_EQ(report.outcome, JobOutcome::Failed);
+        EXPECT_THAT(report.message, HasSubstr("the window was closed"));
+        EXPECT_EQ(filesInFolder(), before);
+    }
+}
+
+void PrintTo(const Job& job, std::ostream* out) { *out << job.name; }
+
+std::string nameOfJob(const testing::TestParamInfo<Job>& tested) { return tested.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Jobs, PictureJobs, testing::ValuesIn(kJobs), nameOfJob);
+
+TEST(StackJob, RefusesWhatContradictsItself)
+{
+    const test::TemporaryFolder folder;
+    StackJobRequest request;
+    request.frames = {test::writtenTo(folder / "a.tif", *test::textured(60, 40))};
+    request.output = folder / "out.tif";
+    const auto refused = [&](auto change, const char* reason) {
+        StackJobRequest changed = request;
+        change(changed);
+        const StackJobResult result = stackJob(changed);
+        EXPECT_EQ(result.outcome, JobOutcome::Refused) << reason;
+        EXPECT_THAT(result.message, HasSubstr(reason));
+    };
+    refused([](StackJobRequest& r) { r.frames.clear(); }, "no picture files");
+    refused([](StackJobRequest& r) { r.output.clear(); }, "empty");
+    refused([](StackJobRequest& r) { r.reference = 1; }, "number 2, but only 1 was given");
+    refused([](StackJobRequest& r) { r.deghost = static_cast<DeghostAmount>(5); }, "is 5, expected 0 to 4");
+    refused(
+        [](StackJobRequest& r) {
+            r.align = false;
+            r.reference = 0;
+        },
+        "neither alignment");
+}
+
+TEST(StackJob, TakesTheProfileThatIsAskedFor)
+{
+    const test::TemporaryFolder folder;
+    StackJobRequest request;
+    request.frames = {test::writtenTo(folder / "a.tif", *test::textured(60, 40)),
+                      test::writtenTo(folder / "b.tif", *test::textured(60, 40))};
+    request.output = folder / "out.tif";
+    EXPECT_EQ(stackJob(request).profile, ColorProfileType::melissaRGB()->description());
+    request.profile = ColorProfileType::sRGB();
+    EXPECT_EQ(stackJob(request).profile, ColorProfileType::sRGB()->description());
+    EXPECT_EQ(ImageReader::readMetadata(request.output)->fileProfile->hash(), ColorProfileType::sRGB()->hash());
+}
+
+TEST(LabelJob, WhatIsWrittenStaysWhenALaterPictureFails)
+{
+    const test::TemporaryFolder folder;
+    LabelJobRequest request;
+    request.frames = {test::writtenTo(folder / "a.tif", *test::textured(160, 120)),
+                      test::writtenTo(folder / "b.tif", *test::textured(160, 120))};
+    request.folder = folder / "deep/out";
+    int pictures = 0;
+    const LabelJobResult result = labelJob(request, {[&](const JobProgress& progress) {
+                                                         // The step's beginning, then each picture when it is whole.
+                                                         if (progress.step == JobStep::Write && ++pictures == 3)
+                                                             throw std::runtime_error("stop");
+                                                     },
+                                                     {}});
+    EXPECT_EQ(result.outcome, JobOutcome::Failed);
+    ASSERT_EQ(result.frames.size(), 1u);
+    EXPECT_TRUE(std::filesystem::exists(folder / "deep/out/a.jpg"));
+    EXPECT_FALSE(std::filesystem::exists(folder / "deep/out/b.jpg"));
+}
+
+} // namespace
+} // namespace orvo::jobs

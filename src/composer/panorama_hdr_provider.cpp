@@ -22,6 +22,8 @@ PicturePointer mergeBracket(const Paths& paths, const HDRSettings& hdr,
     if (!image)
         return {};
     PicturePointer picture = image->imageData({}, {}, true);
+    if (!picture)
+        return {};
     const auto srgb = ColorProfileType::sRGB();
     if (!picture->colorProfile() || *picture->colorProfile() != *srgb) {
         PicturePointer converted;

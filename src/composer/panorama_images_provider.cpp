@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <string>
 
 namespace orvo {
 namespace {
@@ -105,7 +106,9 @@ std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled
     for (std::size_t i = 0; i < files.size(); ++i) {
         cv::Mat image = loadPanoramaFrame(files[i], lensFlags, medians);
         if (image.empty()) {
-            std::cerr << signature << " Image " << files[i].string() << " could not be loaded" << std::endl;
+            const std::u8string name = files[i].u8string();
+            std::cerr << signature << " Image " << std::string(name.begin(), name.end()) << " could not be loaded"
+                      << std::endl;
             return {};
         }
         images[i] = std::move(image);

@@ -2,6 +2,7 @@
 
 #include "composer/frame_stepper.hpp"
 #include "composer/key_frames.hpp"
+#include "composer/own_random_numbers.hpp"
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -31,21 +32,6 @@ constexpr int kFewestMatches = 6;
 
 // 8 bits to full scale 16383, with half a step so that white comes out whole: 16383.5 / 255.
 constexpr double kWorkingScale = 64.24901960784314;
-
-// OpenCV draws its random numbers, those of the search trees among them, from a generator that each thread drags along
-// from whatever it did before. A walk starts its own, so that it finds the same frames every time.
-class OwnRandomNumbers
-{
-public:
-    OwnRandomNumbers() : kept(cv::theRNG()) { cv::theRNG() = cv::RNG(kSeed); }
-    ~OwnRandomNumbers() { cv::theRNG() = kept; }
-    OwnRandomNumbers(const OwnRandomNumbers&) = delete;
-    OwnRandomNumbers& operator=(const OwnRandomNumbers&) = delete;
-
-private:
-    static constexpr std::uint64_t kSeed = 1;
-    cv::RNG kept;
-};
 
 // Features at working scale, and how far two frames agree in them.
 class FeatureMatching
@@ -125,7 +111,7 @@ std::vector<cv::Mat> selectVideoFrames(const std::filesystem::path& file, std::u
         return {};
     const auto step = static_cast<std::int32_t>(fps / kLookedAtPerSecond);
     const std::uint64_t span = end - start;
-    const OwnRandomNumbers ownRandomNumbers;
+    const OwnRandomNumbers ownRandomNumbers; // a walk finds the same frames every time
 
     cv::Mat frame;
     capture->readFrame(start, frame);

@@ -5,6 +5,7 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_group.h>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace orvo {

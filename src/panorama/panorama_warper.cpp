@@ -65,6 +65,16 @@ struct Span
     [[nodiscard]] bool isEmpty() const { return low > high; }
 };
 
+Span unitedOf(const std::array<Span, kGridPoints>& rows)
+{
+    Span all;
+    for (const Span& row : rows) {
+        all.low = std::min(all.low, row.low);
+        all.high = std::max(all.high, row.high);
+    }
+    return all;
+}
+
 // The rows' own boxes of columns, from which the box of the whole picture is made.
 struct ColumnRange
 {
@@ -181,20 +191,26 @@ cv::Rect PanoramaWarper::detectResultRoi(const cv::Size& src, const cv::Rect& re
     constexpr int kGaps = kGridPoints - 1;
     const int dx = (src.width - 1 + kGaps - 1) / kGaps; // rounded up
     const int dy = (src.height - 1 + kGaps - 1) / kGaps;
-    Span spanX;
-    Span spanY;
-    for (int j = 0; j < kGridPoints; ++j) {
+    std::array<Span, kGridPoints> rowsX;
+    std::array<Span, kGridPoints> rowsY;
+    forEachRow(kGridPoints, [&](int j) {
+        const auto y = static_cast<float>(std::min(j * dy, src.height - 1));
+        Span alongX;
+        Span alongY;
         for (int i = 0; i < kGridPoints; ++i) {
             float u = 0.0f;
             float v = 0.0f;
-            mapImageToPlane(static_cast<float>(std::min(i * dx, src.width - 1)),
-                            static_cast<float>(std::min(j * dy, src.height - 1)), u, v);
-            spanX.take((u - static_cast<float>(rect.x)) * static_cast<float>(size.width) /
-                       static_cast<float>(rect.width));
-            spanY.take((v - static_cast<float>(rect.y)) * static_cast<float>(size.height) /
-                       static_cast<float>(rect.height));
+            mapImageToPlane(static_cast<float>(std::min(i * dx, src.width - 1)), y, u, v);
+            alongX.take((u - static_cast<float>(rect.x)) * static_cast<float>(size.width) /
+                        static_cast<float>(rect.width));
+            alongY.take((v - static_cast<float>(rect.y)) * static_cast<float>(size.height) /
+                        static_cast<float>(rect.height));
         }
-    }
+        rowsX[static_cast<std::size_t>(j)] = alongX;
+        rowsY[static_cast<std::size_t>(j)] = alongY;
+    });
+    const Span spanX = unitedOf(rowsX);
+    const Span spanY = unitedOf(rowsY);
     if (spanX.isEmpty() || spanY.isEmpty())
         return {};
     const int left = truncatedPosition(spanX.low);

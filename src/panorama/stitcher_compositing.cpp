@@ -25,8 +25,9 @@ cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
         return Blender::createDefault(Blender::NO, false);
     cv::Ptr<Blender> blender = Blender::createDefault(Blender::MULTI_BAND, false);
     auto* const multiBand = dynamic_cast<cv::detail::MultiBandBlender*>(blender.get());
+    // A width of exactly 1 would give -1 bands, which the blender does not expect.
     multiBand->setNumBands(
-        std::min(static_cast<int>(std::ceil(std::log(blendWidth) / std::log(2.0)) - 1.0), kMostBands));
+        std::clamp(static_cast<int>(std::ceil(std::log(blendWidth) / std::log(2.0)) - 1.0), 0, kMostBands));
     return blender;
 }
 
@@ -106,9 +107,9 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     if (cancel())
         return {};
     const auto drawNothing = [&] {
-        for (const cv::OutputArray& output : {image, mask}) {
-            output.create(size, CV_16SC3);
-            output.setTo(cv::Scalar::all(0));
+        for (const cv::_OutputArray* output : {&image, &mask}) {
+            output->create(std::max(size.height, 0), std::max(size.width, 0), CV_16SC3);
+            output->setTo(cv::Scalar::all(0));
         }
         return cv::Rect();
     };
@@ -199,12 +200,12 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
             shown = inside - requested.tl();
         }
     }
-    if (cancel())
-        return {};
     if (shown.width > 0 && shown.height > 0) {
         result.copyTo(image);
         resultMask.copyTo(mask);
     }
+    if (cancel())
+        return {};
     return shown;
 }
 

@@ -1,3 +1,4 @@
+#include "composer/own_random_numbers.hpp"
 #include "panorama/panorama_stitcher.hpp"
 
 #include <orvo_common/text.hpp>
@@ -158,6 +159,7 @@ void PanoramaStitcher::makeMasks()
 
 bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
 {
+    const OwnRandomNumbers ownRandomNumbers; // the same pictures give the same cameras every time
     if (finder.empty())
         finder = cv::xfeatures2d::SURF::create(kSurfHessian, kSurfOctaves, kSurfLayers, false, false);
     if (matcher.empty())
@@ -166,7 +168,7 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
     masks.clear();
     cameras.clear();
     images = sources;
-    status = 2;
+    status = 2; // until proved otherwise: also what an exception leaves behind
     std::vector<cv::detail::ImageFeatures> features = findFeatures();
     std::vector<cv::detail::MatchesInfo> pairwise;
     indices.clear();

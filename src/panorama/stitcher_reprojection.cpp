@@ -1,5 +1,6 @@
 #include "frame/image_bridge.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/warp_rows.hpp"
 
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching/detail/util.hpp>
@@ -105,16 +106,11 @@ void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request
 {
     mapX.create(out.size(), CV_32FC1);
     mapY.create(out.size(), CV_32FC1);
-    const float sx = request.unitsPerColumn();
+    const WarpRows rows(target, out.x, out.width, request.unitsPerColumn(), static_cast<float>(request.rect.x));
     const float sy = request.unitsPerRow();
     parallelRows(out.height, [&](int row) {
-        float* const xs = mapX.ptr<float>(row);
-        float* const ys = mapY.ptr<float>(row);
         const float v = static_cast<float>(out.y + row) * sy + static_cast<float>(request.rect.y);
-        for (int column = 0; column < out.width; ++column) {
-            const float u = static_cast<float>(out.x + column) * sx + static_cast<float>(request.rect.x);
-            target.mapToIntermediate(u, v, xs[column], ys[column]);
-        }
+        rows.toIntermediate(v, mapX.ptr<float>(row), mapY.ptr<float>(row));
     });
 }
 
@@ -143,10 +139,14 @@ cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rec
     parallelRows(mapX.rows, [&](int row) {
         const float* const x = mapX.ptr<float>(row);
         const float* const y = mapY.ptr<float>(row);
+        Range xOfRow;
+        Range yOfRow;
         for (int column = 0; column < mapX.cols; ++column) {
-            xs[static_cast<std::size_t>(row)].take(x[column]);
-            ys[static_cast<std::size_t>(row)].take(y[column]);
+            xOfRow.take(x[column]);
+            yOfRow.take(y[column]);
         }
+        xs[static_cast<std::size_t>(row)] = xOfRow;
+        ys[static_cast<std::size_t>(row)] = yOfRow;
     });
     Range x;
     Range y;
@@ -185,17 +185,22 @@ cv::Rect coveredRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Re
     parallelRows(mapX.rows, [&](int row) {
         const float* const x = mapX.ptr<float>(row);
         const float* const y = mapY.ptr<float>(row);
+        const auto isInside = [&](int column) {
+            return x[column] >= 0.0f && x[column] < static_cast<float>(part.width) && y[column] >= 0.0f &&
+                   y[column] < static_cast<float>(part.height);
+        };
+        int first = 0;
+        while (first < mapX.cols && !isInside(first))
+            ++first;
+        if (first == mapX.cols)
+            return;
+        int last = mapX.cols - 1;
+        while (!isInside(last))
+            --last;
         const auto at = static_cast<std::size_t>(row);
-        for (int column = 0; column < mapX.cols; ++column) {
-            const bool inside = x[column] >= 0.0f && x[column] < static_cast<float>(part.width) && y[column] >= 0.0f &&
-                                y[column] < static_cast<float>(part.height);
-            if (!inside)
-                continue;
-            left[at] = std::min(left[at], out.x + column);
-            right[at] = std::max(right[at], out.x + column);
-            top[at] = std::min(top[at], out.y + row);
-            bottom[at] = std::max(bottom[at], out.y + row);
-        }
+        left[at] = out.x + first;
+        right[at] = out.x + last;
+        top[at] = bottom[at] = out.y + row;
     });
     if (rows == 0)
         return {};
@@ -343,6 +348,8 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     const cv::Rect shown =
         makePanoramaRaw(cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
                         cv::Size(outputSize.width, outputSize.height), picture, mask, std::move(cancel));
+    if (shown == cv::Rect())
+        return {};
     return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
 }
 

@@ -1,0 +1,106 @@
+#include "panorama/fit_masks.hpp"
+
+#include <orvo_core/parallel.hpp>
+
+#include <opencv2/core.hpp>
+
+#include <gtest/gtest.h>
+
+using namespace orvo;
+
+namespace {
+
+cv::Mat full(int width, int height) { return {height, width, CV_8UC1, cv::Scalar(255)}; }
+cv::Mat none(int width, int height) { return cv::Mat::zeros(height, width, CV_8UC1); }
+
+bool sameBytes(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF) == 0.0; }
+
+} // namespace
+
+TEST(FitMasks, APixelClaimedByTwoStaysWithTheFirst)
+{
+    std::vector<cv::Mat> masks = {full(6, 4), full(6, 4)};
+    const std::vector<cv::Mat> whole = {full(6, 4), full(6, 4)};
+    fitMasks(masks, whole, {{0, 0}, {3, 0}});
+    EXPECT_TRUE(sameBytes(masks[0], full(6, 4)));
+    EXPECT_EQ(cv::countNonZero(masks[1].colRange(0, 3)), 0);
+    EXPECT_EQ(cv::countNonZero(masks[1].colRange(3, 6)), 12);
+}
+
+TEST(FitMasks, AHoleGoesToTheFirstPictureThatHasDataThere)
+{
+    std::vector<cv::Mat> masks = {none(4, 2), none(4, 2), none(4, 2)};
+    const std::vector<cv::Mat> whole = {none(4, 2), full(4, 2), full(4, 2)};
+    fitMasks(masks, whole, {{0, 0}, {0, 0}, {0, 0}});
+    EXPECT_EQ(cv::countNonZero(masks[0]), 0);
+    EXPECT_EQ(cv::countNonZero(masks[1] == 1), 8) << "a filled pixel is 1";
+    EXPECT_EQ(cv::countNonZero(masks[2]), 0);
+}
+
+TEST(FitMasks, AClaimBehindAHoleWins)
+{
+    std::vector<cv::Mat> masks = {none(4, 2), full(4, 2)};
+    const std::vector<cv::Mat> whole = {full(4, 2), full(4, 2)};
+    fitMasks(masks, whole, {{0, 0}, {0, 0}});
+    EXPECT_EQ(cv::countNonZero(masks[0]), 0);
+    EXPECT_TRUE(sameBytes(masks[1], full(4, 2)));
+}
+
+TEST(FitMasks, WhereNobodyHasDataNobodyGetsThePixel)
+{
+    std::vector<cv::Mat> masks = {none(4, 2), none(4, 2)};
+    fitMasks(masks, {none(4, 2), none(4, 2)}, {{0, 0}, {10, -3}});
+    EXPECT_EQ(cv::countNonZero(masks[0]) + cv::countNonZero(masks[1]), 0);
+}
+
+TEST(FitMasks, IsAPartitionForAnyMasksAndAnyNumberOfThreads)
+{
+    cv::RNG random(7);
+    std::vector<cv::Mat> masks;
+    std::vector<cv::Mat> whole;
+    std::vector<cv::Point> corners;
+    for (int i = 0; i < 5; ++i) {
+        const cv::Size size(random.uniform(20, 60), random.uniform(20, 60));
+        cv::Mat noise(size, CV_8UC1);
+        random.fill(noise, cv::RNG::UNIFORM, 0, 4);
+        whole.push_back(noise > 0);
+        cv::Mat claim(size, CV_8UC1);
+        random.fill(claim, cv::RNG::UNIFORM, 0, 2);
+        masks.push_back((claim > 0) & whole.back());
+        corners.emplace_back(random.uniform(-30, 30), random.uniform(-30, 30));
+    }
+    const auto copies = [&] {
+        std::vector<cv::Mat> out;
+        for (const auto& mask : masks)
+            out.push_back(mask.clone());
+        return out;
+    };
+    auto fitted = copies();
+    {
+        const WorkerLimit limit(1);
+        fitMasks(fitted, whole, corners);
+    }
+    auto fittedByTwo = copies();
+    {
+        const WorkerLimit limit(2);
+        fitMasks(fittedByTwo, whole, corners);
+    }
+    cv::Mat owners = cv::Mat::zeros(200, 200, CV_8UC1);
+    cv::Mat covered = cv::Mat::zeros(200, 200, CV_8UC1);
+    for (std::size_t i = 0; i < masks.size(); ++i) {
+        EXPECT_TRUE(sameBytes(fitted[i], fittedByTwo[i]));
+        const cv::Rect place(corners[i] + cv::Point(70, 70), fitted[i].size());
+        cv::Mat there = owners(place);
+        there += cv::Mat((fitted[i] > 0) / 255);
+        cv::Mat coveredThere = covered(place);
+        coveredThere |= whole[i];
+    }
+    EXPECT_EQ(cv::countNonZero(owners > 1), 0);
+    EXPECT_EQ(cv::countNonZero(owners), cv::countNonZero(covered));
+}
+
+TEST(FitMasks, NoMasksAreNoError)
+{
+    std::vector<cv::Mat> masks;
+    EXPECT_NO_THROW(fitMasks(masks, {}, {}));
+}

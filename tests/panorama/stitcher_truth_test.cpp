@@ -1,0 +1,62 @@
+#include "sphere_sets.hpp"
+
+#include <gtest/gtest.h>
+
+using namespace orvo;
+using namespace orvo::test;
+using scenes::SphereScene;
+using scenes::SphereView;
+
+namespace {
+
+constexpr double kRotationBound = 0.05; // degrees
+constexpr double kFocalBound = 0.005;
+
+SphereView handheld()
+{
+    SphereView view;
+    view.size = {800, 600};
+    view.focal = 800.0;
+    view.noise = 0.01;
+    return view;
+}
+
+void expectRegistered(const std::vector<SphereView>& views)
+{
+    const SphereScene scene;
+    PanoramaStitcher stitcher{PanoSource()};
+    ASSERT_TRUE(stitcher.estimateCameras(seen(scene, views)));
+    EXPECT_EQ(stitcher.getStatus(), 1);
+    EXPECT_EQ(stitcher.usedCameras().size(), views.size());
+    const double rotation = medianRotationError(stitcher, views);
+    const double focal = worstFocalError(stitcher, views);
+    EXPECT_LT(rotation, kRotationBound);
+    EXPECT_LT(focal, kFocalBound);
+    std::cout << views.size() << " views: median rotation error " << rotation << " degrees, worst focal length "
+              << focal * 100.0 << " percent off\n";
+}
+
+} // namespace
+
+TEST(StitcherTruth, TwoViews) { expectRegistered(scenes::rowOfViews(2, 22.0, 0.0, handheld(), 2.0, 1)); }
+
+TEST(StitcherTruth, SixViewsInARow) { expectRegistered(scenes::rowOfViews(6, 22.0, -4.0, handheld(), 2.0, 2)); }
+
+TEST(StitcherTruth, TwelveViewsInTwoRows)
+{
+    auto views = scenes::rowOfViews(6, 24.0, -12.0, handheld(), 1.5, 3);
+    const auto upper = scenes::rowOfViews(6, 24.0, 14.0, handheld(), 1.5, 4);
+    views.insert(views.end(), upper.begin(), upper.end());
+    expectRegistered(views);
+}
+
+TEST(StitcherTruth, ThirtyViewsAllAround)
+{
+    SphereView view = handheld();
+    view.size = {640, 480};
+    view.focal = 620.0;
+    auto views = scenes::rowOfViews(15, 24.0, -10.0, view, 1.0, 5);
+    const auto upper = scenes::rowOfViews(15, 24.0, 12.0, view, 1.0, 6);
+    views.insert(views.end(), upper.begin(), upper.end());
+    expectRegistered(views);
+}

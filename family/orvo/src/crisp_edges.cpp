@@ -11,15 +11,16 @@
 namespace orvo::details {
 namespace {
 
-constexpr int kReach = 2;     // samples: an edge that was enlarged by 2 is about 4 wide
+constexpr int kStep = 2; // samples between taps: an edge that was enlarged by 2 is about 4 wide
+constexpr int kReach = 2 * kStep;
 constexpr int kBandRows = 64; // so that the rows kept aside are few
 constexpr int kKeptRows = 2 * kReach;
-constexpr float kPush = 1.2f; // of the distance to the mean; judged by eye, beyond it edges turn into steps
+constexpr float kPush = 3.0f; // of the distance to the mean; judged by eye, beyond it soft edges turn into steps
 // Values around that differ by so much are half treated: above the grain of a clean picture, below any edge one sees.
 constexpr float kVisible = 0.05f;
 constexpr int kChannels = 3;
 
-// Least, greatest and binomial mean of five rows.
+// Least, greatest and binomial mean of five rows, which stand kStep apart.
 ORVO_VECTOR_CLONES void gatherDown(const float* const* rows, float* __restrict low, float* __restrict high,
                                    float* __restrict mean, int count)
 {
@@ -35,13 +36,13 @@ ORVO_VECTOR_CLONES void gatherDown(const float* const* rows, float* __restrict l
     }
 }
 
-// The same across, three samples apart, and the step itself. The rows begin kReach pixels before the picture.
+// The same across, and the step itself. The rows begin kReach pixels before the picture.
 ORVO_VECTOR_CLONES void pushAcross(const float* __restrict middle, const float* __restrict low,
                                    const float* __restrict high, const float* __restrict mean, float* __restrict out,
                                    int count)
 {
-    constexpr int kNext = kChannels;
-    constexpr int kAfter = 2 * kChannels;
+    constexpr int kNext = kStep * kChannels;
+    constexpr int kAfter = 2 * kNext;
     for (int i = 0; i < count; ++i) {
         const float* const l = low + i + kReach * kChannels;
         const float* const h = high + i + kReach * kChannels;
@@ -74,7 +75,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const std::atomic<bool>*
         return true;
     const int bands = (height + kBandRows - 1) / kBandRows;
     const auto rowSize = static_cast<std::size_t>(width);
-    // The rows just outside of each band as they were: two above, two below.
+    // The rows just outside of each band as they were, half above and half below.
     const ManagedPlane<PixelRGB<float>> kept(static_cast<std::size_t>(bands) * kKeptRows * rowSize);
     const auto keptRow = [&](int band, int i) {
         return kept.data() + (static_cast<std::size_t>(band) * kKeptRows + static_cast<std::size_t>(i)) * rowSize;
@@ -109,12 +110,11 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const std::atomic<bool>*
         float* const high = low + kChannels * paddedSize;
         float* const mean = high + kChannels * paddedSize;
         for (int y = 0; y < rows; ++y) {
-            const float* around[2 * kReach + 1];
-            for (int i = -kReach; i <= kReach; ++i)
-                around[i + kReach] = reinterpret_cast<const float*>(beforeRow(y + i));
+            const float* around[5];
+            for (int i = 0; i < 5; ++i)
+                around[i] = reinterpret_cast<const float*>(beforeRow(y + kStep * (i - 2)));
             gatherDown(around, low, high, mean, static_cast<int>(kChannels * paddedSize));
-            pushAcross(around[kReach], low, high, mean, reinterpret_cast<float*>(picture.row(first + y)),
-                       kChannels * width);
+            pushAcross(around[2], low, high, mean, reinterpret_cast<float*>(picture.row(first + y)), kChannels * width);
         }
     });
     return !stopped;

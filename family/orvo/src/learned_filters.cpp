@@ -28,7 +28,7 @@ constexpr std::size_t kPlane = static_cast<std::size_t>(kStride) * kPlaneRows;
 constexpr float kEpsilon = 1e-4f;
 // How far a result may leave the range of the samples around it, as a part of that range. A line or a dot that was
 // blurred into its sample is a little more than the sample.
-constexpr float kBeyondRange = 0.15f;
+constexpr float kBeyondRange = 0.08f;
 constexpr float kLargest = 65504.0f; // of half floats, the limit of the picture reader too
 
 // A pixel in a vector register: red, green, blue, and nothing.

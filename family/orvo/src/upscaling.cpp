@@ -32,8 +32,8 @@ constexpr std::int64_t kMostPixels = 1'000'000'000; // of a result: what the rea
 constexpr int kBuiltInScale = 2;
 constexpr int kUsualOverlap = 16;
 
-// Smoothing before enlarging. A guided filter leaves noise of variance v at the share v / (v + eps), so eps is the
-// measured variance times 1, 4 and 9.
+// Smoothing before enlarging. Where there is only noise of variance v, a guided filter leaves the part v / (v + eps) of
+// each value's distance to the mean, so eps is the measured variance times 1, 4 and 9.
 constexpr float kSmoothingRadius = 4.0f;
 constexpr std::array<float, kMostDenoise + 1> kSmoothing = {0.0f, 1.0f, 4.0f, 9.0f};
 constexpr float kLeastNoise = 1.0f / 255.0f; // smoothing that was asked for does something to any picture
@@ -118,9 +118,9 @@ std::string cacheName(const mlCacheInfo& info, const UpscaleAISettings& settings
 
 bool canceled(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
 
-std::shared_ptr<Picture> smoothed(const Picture& image, int denoise)
+std::shared_ptr<Picture> smoothed(const Picture& image, int denoise, float measured)
 {
-    const float noise = std::max(details::noiseLevel(image), kLeastNoise);
+    const float noise = std::max(measured, kLeastNoise);
     auto result = std::make_shared<Picture>(image.size(), image.colorProfile());
     grfx_guided_filter_rgb_fast(image.data(), result->data(), image.width(), image.height(), kSmoothingRadius,
                                 kSmoothing[static_cast<std::size_t>(denoise)] * noise * noise);
@@ -128,7 +128,7 @@ std::shared_ptr<Picture> smoothed(const Picture& image, int denoise)
 }
 
 // One pass; empty on cancel.
-std::shared_ptr<Picture> enlarged(const Picture& source, details::NetworkUpscaler* network,
+std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::NetworkUpscaler* network,
                                   const std::atomic<bool>* cancel)
 {
     const int scale = network != nullptr ? network->scale() : kBuiltInScale;
@@ -136,7 +136,7 @@ std::shared_ptr<Picture> enlarged(const Picture& source, details::NetworkUpscale
         std::make_shared<Picture>(_Size<int>(source.width() * scale, source.height() * scale), source.colorProfile());
     if (network != nullptr)
         return network->enlarge(source, *target, cancel) ? target : nullptr;
-    const auto& bank = details::FilterBanks::builtIn().forNoise(details::noiseLevel(source));
+    const auto& bank = details::FilterBanks::builtIn().forNoise(noise);
     return details::doubleByFilters(source, bank, *target, cancel) ? target : nullptr;
 }
 
@@ -149,17 +149,19 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
         network = std::make_unique<details::NetworkUpscaler>(configured->model, configured->scale, configured->overlap);
     const int total = totalScale(image->size(), settings.passes, network ? network->scale() : kBuiltInScale);
     std::shared_ptr<const Picture> source = image;
-    if (settings.denoise > 0) {
-        if (canceled(cancel))
-            return nullptr;
-        source = smoothed(*image, settings.denoise);
-    }
+    if (canceled(cancel))
+        return nullptr;
+    // Measured before smoothing: what is left of the noise afterwards is not white, and must not be taken for detail.
+    float noise = details::noiseLevel(*image);
+    if (settings.denoise > 0)
+        source = smoothed(*image, settings.denoise, noise);
     std::shared_ptr<Picture> result;
     for (int pass = 0; pass < settings.passes; ++pass) {
-        result = enlarged(*source, network.get(), cancel);
+        result = enlarged(*source, noise, network.get(), cancel);
         if (!result)
             return nullptr;
         source = result;
+        noise = 0.0f; // enlarged, it is smooth
     }
     source.reset();
     network.reset();

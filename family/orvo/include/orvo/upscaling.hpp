@@ -23,7 +23,7 @@ struct ORVO_EXPORT UpscaleAISettings
     /// How often the picture is enlarged, 1 to 4, each time by the scale of the method (2 as built in).
     std::int32_t passes = 1;
     /// How much of the noise is smoothed before enlarging: 0 nothing, 1 half, 2 four fifths, 3 nine tenths of its
-    /// variance.
+    /// deviation.
     std::int32_t denoise = 0;
     bool faces = true;    ///< sharpen faces afterwards; not read by upscaleX()
     bool crisp = false;   ///< steepen soft edges after enlarging, without overshoot
@@ -42,17 +42,20 @@ struct ORVO_EXPORT mlCacheInfo
 /// The enlarged picture, in the colour profile of `image`; empty on cancel, and on failure after one log line of level
 /// Error that names what was expected and what was found.
 ///
-/// Values are used as they are encoded, in melissaRGB() with the curve of sRGB, and may lie outside 0..1. Sample
+/// Values are used as they are encoded, in melissaRGB() with the curve of sRGB, and may lie outside 0..1: it is
+/// the curve that edges look alike under, and networks are trained on, while the wide primaries lose no colour. Sample
 /// centres stay where they are.
 ///
 /// Built in are filters learned from photographs, which double the picture (scripts/train_upscaler/train.py tells the
-/// method). The noise of the picture is measured and filters are taken that were learned with as much, so grain is
-/// enlarged no stronger than by cubic interpolation.
+/// method). The noise of the picture is measured and filters are taken that were learned with as much, so noise of a
+/// deviation of 0.01 and more comes out no stronger than from cubic interpolation, and weaker noise no stronger than it
+/// went in.
 ///
 /// A network takes their place where the settings store (orvosettings()) names one:
 ///   "Upscale.model"    text; path of a super-resolution network in ONNX of 3 channels (red, green, blue) or 1 (luma,
 ///                      colours are then enlarged by cubic interpolation): 1 x C x H x W values, 1.0 full scale, become
-///                      1 x C x sH x sW, s from 1 to 8. A model that cannot be used is a failure.
+///                      1 x C x sH x sW, s from 1 to 8. Declared sides are kept to, free ones are chosen. A model that
+///                      cannot be used is a failure.
 ///   "Upscale.scale"    whole number; the s that the network must have. Without it: what a trial run shows.
 ///   "Upscale.overlap"  whole number, 0..256, 16 by itself; samples of the picture that a tile sees beyond its part.
 ///                      Tiles leave no seam if it is at least the reach of the network.
@@ -68,7 +71,7 @@ struct ORVO_EXPORT mlCacheInfo
 ///
 /// Blocks its caller; any thread, parallel inside; the same bits for any number of threads. Peak: the picture and the
 /// result, plus less than a megabyte for each thread; `denoise` has four pictures of the size of `image` at its height,
-/// before the result is made; `crisp` keeps another 6 percent of the result; every pass after the first holds the
+/// before the result is made; `crisp` keeps another eighth of the result; every pass after the first holds the
 /// result of the one before. A network needs its own memory for a tile of about 160 x 160. Throws std::bad_alloc.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,

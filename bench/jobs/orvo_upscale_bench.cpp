@@ -1,0 +1,207 @@
+// Halves photographs (or quarters them), enlarges them again in several ways and compares with what they were:
+//   orvo_upscale_bench [FOLDER] [--sheet PICTURE.png]
+// FOLDER holds the project's test pictures; without it the environment's ORVO_TEST_DATA does. Prints the peak signal to
+// noise ratio in dB over all channels of sRGB, the structural similarity of luma, and megapixels made a second. The
+// sheet shows parts of the pictures, enlarged twice: truth, Catmull-Rom, ours, ours with crisp edges.
+#include "bench_pictures.hpp"
+
+#include <orvo/upscaling.hpp>
+#include <orvo_io/image_writer.hpp>
+#include <scenes/metrics.hpp>
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+using orvo::bench::Picture;
+using PicturePointer = std::shared_ptr<Picture>;
+using Pixel = orvo::PixelRGB<float>;
+
+// What scripts/train_upscaler/train.py never learns from (its HELD_OUT).
+constexpr const char* kHeldOut[] = {
+    "single/faces_cafe/faces_cafe.jpg",        "single/skiers/skiers.jpg",
+    "single/lake_horizon/lake_horizon.jpg",    "single/waterfall_orientation6/waterfall_orientation6.jpg",
+    "single/p3_vs_srgb/iceland_srgb.jpg",      "brackets/street_tree/street_03.jpg",
+    "brackets/canal_boat/grandcanal_mean.jpg", "panorama/weir/weir_2.jpg",
+    "panorama/tower_library/IMG_8725.JPG",     "focus/pcb_usb/pcb_004.jpg"};
+
+struct Method
+{
+    const char* name;
+    std::function<PicturePointer(const PicturePointer& small, orvo::_Size<int> size)> run;
+};
+
+PicturePointer byOpenCV(const PicturePointer& small, orvo::_Size<int> size, int interpolation)
+{
+    auto result = std::make_shared<Picture>(size, small->colorProfile());
+    const cv::Mat from(small->height(), small->width(), CV_32FC3, small->data());
+    cv::Mat to(size.height, size.width, CV_32FC3, result->data());
+    cv::resize(from, to, to.size(), 0, 0, interpolation);
+    return result;
+}
+
+PicturePointer byUs(const PicturePointer& small, orvo::_Size<int> size, bool crisp)
+{
+    orvo::UpscaleAISettings settings;
+    settings.crisp = crisp;
+    settings.builtIn = true;
+    settings.passes = size.width / small->width() / 2; // 1 for 2 times, 2 for 4 times
+    auto result = orvo::upscaleX(small, settings, nullptr, nullptr, {});
+    if (!result)
+        throw std::runtime_error("upscaleX gave nothing");
+    return result;
+}
+
+const std::vector<Method> kMethods = {
+    {"nearest", [](const auto& small, auto size) { return byOpenCV(small, size, cv::INTER_NEAREST); }},
+    {"Catmull-Rom", [](const auto& small, auto size) { return small->resize(size, {}, true); }},
+    {"cubic -0.75", [](const auto& small, auto size) { return byOpenCV(small, size, cv::INTER_CUBIC); }},
+    {"Lanczos 4", [](const auto& small, auto size) { return byOpenCV(small, size, cv::INTER_LANCZOS4); }},
+    {"ours", [](const auto& small, auto size) { return byUs(small, size, false); }},
+    {"ours, crisp", [](const auto& small, auto size) { return byUs(small, size, true); }},
+};
+
+struct Score
+{
+    double psnr = 0.0;
+    double ssim = 0.0;
+    double megapixels = 0.0;
+    double seconds = 0.0;
+};
+
+// In the working space, with sides that can be quartered.
+PicturePointer load(const std::filesystem::path& path)
+{
+    const auto image =
+        orvo::ImageReader::instance().open({path, {}}, {}, orvo::ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+    if (!image)
+        throw std::runtime_error("cannot read " + path.string());
+    return image->imageData({}, {}, true)->copy({0, 0, image->width() / 4 * 4, image->height() / 4 * 4});
+}
+
+PicturePointer inSRGB(const Picture& picture)
+{
+    PicturePointer result;
+    picture.colorTransform(result, orvo::ColorProfileType::sRGB(), true);
+    for (std::size_t i = 0; i < result->pixelCount(); ++i)
+        result->data()[i] = orvo::clampValue(result->data()[i]);
+    return result;
+}
+
+PicturePointer reduced(const Picture& truth, int scale)
+{
+    return truth.resize({truth.width() / scale, truth.height() / scale}, {}, true);
+}
+
+Score measure(const Method& method, const PicturePointer& small, const Picture& truth, orvo::_Size<int> size)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const PicturePointer found = method.run(small, size);
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    const PicturePointer shown = inSRGB(*found);
+    return {orvo::scenes::psnr(*shown, truth), orvo::scenes::ssim(*shown, truth),
+            static_cast<double>(found->pixelCount()) / 1e6, time.count()};
+}
+
+void printTable(const std::filesystem::path& folder, int scale)
+{
+    std::printf("\n%d times%40s", scale, "");
+    for (const Method& method : kMethods)
+        std::printf("%16s", method.name);
+    std::printf("\n");
+    std::vector<Score> sums(kMethods.size());
+    for (const char* const name : kHeldOut) {
+        const PicturePointer truth = load(folder / name);
+        const PicturePointer small = reduced(*truth, scale);
+        const PicturePointer shown = inSRGB(*truth);
+        std::printf("%-47s", std::filesystem::path(name).filename().c_str());
+        for (std::size_t i = 0; i < kMethods.size(); ++i) {
+            const Score score = measure(kMethods[i], small, *shown, truth->size());
+            std::printf("   %6.2f %6.4f", score.psnr, score.ssim);
+            sums[i].psnr += score.psnr / std::size(kHeldOut);
+            sums[i].ssim += score.ssim / std::size(kHeldOut);
+            sums[i].megapixels += score.megapixels;
+            sums[i].seconds += score.seconds;
+        }
+        std::printf("\n");
+        std::fflush(stdout);
+    }
+    std::printf("%-47s", "mean");
+    for (const Score& sum : sums)
+        std::printf("   %6.2f %6.4f", sum.psnr, sum.ssim);
+    std::printf("\n%-47s", "megapixels a second");
+    for (const Score& sum : sums)
+        std::printf("%16.1f", sum.megapixels / sum.seconds);
+    std::printf("\n");
+}
+
+constexpr int kPart = 160;   // pixels of the truth in a cell of the sheet
+constexpr int kEnlarged = 2; // screen pixels for one of them
+constexpr int kCell = kPart * kEnlarged;
+
+void paint(Picture& sheet, int column, int row, const Picture& picture)
+{
+    const int left = (picture.width() - kPart) / 2;
+    const int top = (picture.height() - kPart) / 2;
+    for (int y = 0; y < kCell; ++y)
+        for (int x = 0; x < kCell; ++x)
+            sheet.row(row * kCell + y)[column * kCell + x] = picture.row(top + y / kEnlarged)[left + x / kEnlarged];
+}
+
+void writeSheet(const std::filesystem::path& folder, const std::filesystem::path& path)
+{
+    constexpr int kColumns = 4;
+    constexpr int kScale = 2;
+    const std::size_t shownMethods[] = {1, 4, 5};
+    Picture sheet({kColumns * kCell, static_cast<int>(std::size(kHeldOut)) * kCell},
+                  orvo::ColorProfileType::melissaRGB());
+    int row = 0;
+    for (const char* const name : kHeldOut) {
+        const PicturePointer truth = load(folder / name);
+        paint(sheet, 0, row, *truth);
+        const PicturePointer small = reduced(*truth, kScale);
+        int column = 1;
+        for (const std::size_t method : shownMethods)
+            paint(sheet, column++, row, *kMethods[method].run(small, truth->size()));
+        ++row;
+    }
+    orvo::writeImage(path, sheet, orvo::writeSettingsForPath(path));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const char* folder = std::getenv("ORVO_TEST_DATA");
+    const char* sheet = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--sheet") == 0 && i + 1 < argc)
+            sheet = argv[++i];
+        else
+            folder = argv[i];
+    }
+    if (folder == nullptr) {
+        std::fputs("usage: orvo_upscale_bench [FOLDER] [--sheet PICTURE.png]; or set ORVO_TEST_DATA\n", stderr);
+        return 2;
+    }
+    try {
+        for (const int scale : {2, 4})
+            printTable(folder, scale);
+        if (sheet != nullptr)
+            writeSheet(folder, sheet);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orvo_upscale_bench: %s\n", error.what());
+        return 1;
+    }
+}

@@ -10,7 +10,6 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
-#include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libswscale/swscale.h>
 }
@@ -32,11 +31,8 @@ namespace {
 
 // More than any camera films: 16K by 8.5K. A file that claims more is damaged or hostile.
 constexpr std::int64_t kMostPixels = 16384LL * 8640;
-constexpr int kMostDecoderThreads = 16; // libavcodec's own limit; each holds a frame
+constexpr int kMostThreads = 16; // libavcodec's own limit; each holds a frame
 constexpr int kFileBufferBytes = 1 << 16;
-// The converters write whole vectors, beyond the end of a row and of the last one.
-constexpr int kRowAlignmentPx = 64;
-constexpr int kSpareRows = 1;
 // Interpolated, exactly rounded colour: chroma copied to its neighbours leaves steps that key points hang on.
 constexpr int kConversionFlags = SWS_BILINEAR | SWS_FULL_CHR_H_INT | SWS_ACCURATE_RND;
 constexpr int kFullRange = 1;
@@ -220,24 +216,25 @@ int matrixOf(const AVFrame& frame)
     }
 }
 
+int workers() { return std::clamp(tbb::this_task_arena::max_concurrency(), 1, kMostThreads); }
+
 // Pixels of any format to 8-bit blue, green, red. Matrix and range are those that the frame names; its primaries and
 // transfer curve stay as they are.
 class ColourConverter
 {
 public:
     // The picture in memory of this object's, good until the next call; empty if the format cannot be converted.
-    [[nodiscard]] cv::Mat convert(const AVFrame& frame)
+    [[nodiscard]] cv::Mat convert(AVFrame& frame)
     {
         bool isFullRange = frame.color_range == AVCOL_RANGE_JPEG;
-        const AVPixelFormat format = plainFormat(static_cast<AVPixelFormat>(frame.format), isFullRange);
-        if (!prepare({frame.width, frame.height, format, matrixOf(frame), isFullRange}))
+        frame.format = plainFormat(static_cast<AVPixelFormat>(frame.format), isFullRange);
+        const Source wanted{frame.width, frame.height, frame.format, matrixOf(frame), isFullRange};
+        if (!(scaler && wanted == source) && !prepare(wanted))
             return {};
-        const int paddedWidth = (frame.width + kRowAlignmentPx - 1) / kRowAlignmentPx * kRowAlignmentPx;
-        padded.create(frame.height + kSpareRows, paddedWidth, CV_8UC3);
-        std::uint8_t* const planes[] = {padded.data, nullptr, nullptr, nullptr};
-        const int strides[] = {static_cast<int>(padded.step[0]), 0, 0, 0};
-        const int rows = sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, planes, strides);
-        return rows == frame.height ? padded(cv::Rect(0, 0, frame.width, frame.height)) : cv::Mat();
+        if (sws_scale_frame(scaler.get(), converted.get(), &frame) < 0)
+            return {};
+        return {frame.height, frame.width, CV_8UC3, converted->data[0],
+                static_cast<std::size_t>(converted->linesize[0])};
     }
 
 private:
@@ -245,33 +242,52 @@ private:
     {
         int width = 0;
         int height = 0;
-        AVPixelFormat format = AV_PIX_FMT_NONE;
+        int format = AV_PIX_FMT_NONE;
         int matrix = 0;
         bool isFullRange = false;
         bool operator==(const Source&) const = default;
     };
 
-    bool prepare(const Source& wanted)
-    {
-        if (scaler && wanted == source)
-            return true;
-        scaler.reset(sws_getContext(wanted.width, wanted.height, wanted.format, wanted.width, wanted.height,
-                                    AV_PIX_FMT_BGR24, kConversionFlags, nullptr, nullptr, nullptr));
-        if (!scaler)
-            return false;
-        source = wanted;
-        const int* const coefficients = sws_getCoefficients(wanted.matrix);
-        // Refused for sources that are red, green and blue already: they have no matrix.
-        sws_setColorspaceDetails(scaler.get(), coefficients, wanted.isFullRange ? kFullRange : 0,
-                                 sws_getCoefficients(SWS_CS_DEFAULT), kFullRange, kNoBrightness, kUnitContrast,
-                                 kUnitSaturation);
-        return true;
-    }
+    bool prepare(const Source& wanted);
 
     std::unique_ptr<SwsContext, ScalerCloser> scaler;
+    // The converters write whole vectors, beyond the ends of rows; FFmpeg's own frames have room for that.
+    std::unique_ptr<AVFrame, FrameCloser> converted;
     Source source;
-    cv::Mat padded;
 };
+
+bool ColourConverter::prepare(const Source& wanted)
+{
+    source = wanted;
+    scaler.reset(sws_alloc_context());
+    converted.reset(av_frame_alloc());
+    if (!scaler || !converted)
+        return false;
+    converted->width = wanted.width;
+    converted->height = wanted.height;
+    converted->format = AV_PIX_FMT_BGR24;
+    int code = av_frame_get_buffer(converted.get(), 0);
+    const auto set = [&](const char* option, std::int64_t value) {
+        code = std::min(code, av_opt_set_int(scaler.get(), option, value, 0));
+    };
+    set("srcw", wanted.width);
+    set("srch", wanted.height);
+    set("src_format", wanted.format);
+    set("dstw", wanted.width);
+    set("dsth", wanted.height);
+    set("dst_format", AV_PIX_FMT_BGR24);
+    set("sws_flags", kConversionFlags);
+    set("threads", workers());
+    if (code < 0 || sws_init_context(scaler.get(), nullptr, nullptr) < 0) {
+        scaler.reset();
+        return false;
+    }
+    // Refused for sources that are red, green and blue already: they have no matrix.
+    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(wanted.matrix), wanted.isFullRange ? kFullRange : 0,
+                             sws_getCoefficients(SWS_CS_DEFAULT), kFullRange, kNoBrightness, kUnitContrast,
+                             kUnitSaturation);
+    return true;
+}
 
 bool isTooLarge(const AVCodecParameters& parameters)
 {
@@ -426,7 +442,7 @@ int FfmpegReader::openDecoder()
     if (code >= 0) {
         decoder->pkt_timebase = stream.time_base;
         decoder->max_pixels = kMostPixels; // pictures may grow in the middle of a stream
-        decoder->thread_count = std::clamp(tbb::this_task_arena::max_concurrency(), 1, kMostDecoderThreads);
+        decoder->thread_count = workers();
         code = avcodec_open2(decoder.get(), codec, nullptr);
     }
     if (code < 0) {

@@ -22,6 +22,7 @@ using orvo::detail::forEachBand;
 using orvo::detail::kChannels;
 using orvo::detail::Level;
 using orvo::detail::LevelExtent;
+using orvo::detail::NoiseCurve;
 using orvo::detail::SampleRange;
 using orvo::detail::ScratchRows;
 
@@ -41,13 +42,17 @@ constexpr float kAbsentWeight = 1e-30f;
 // the flattest windows have half of the mean, and the bands below it add a third to two thirds.
 constexpr float kNoiseOfAllBands = 3.0f;
 
-/// How far a frame's activity exceeds what is held by more than it has to.
-ORVO_VECTOR_CLONES void excess(float* __restrict gain, const float* __restrict activity, const float* __restrict held,
-                               float margin, int width)
+/// How far a frame's activity exceeds what is held by more than it has to, and keeps the activity where it does.
+/// `margin` times the noise at the brightness of r, g, b cannot be told from noise.
+ORVO_VECTOR_CLONES void challenge(float* __restrict gain, float* __restrict held, const float* __restrict activity,
+                                  const float* __restrict r, const float* __restrict g, const float* __restrict b,
+                                  const NoiseCurve& noise, float margin, int width)
 {
     for (int x = 0; x < width; ++x) {
+        const float uncertain = margin * noise.at((r[x] + g[x] + b[x]) * (1.0f / kChannels));
         const float better = held[x] * kBetterBy;
-        gain[x] = activity[x] - held[x] - (better > margin ? better : margin);
+        gain[x] = activity[x] - held[x] - (better > uncertain ? better : uncertain);
+        held[x] = gain[x] > 0.0f ? activity[x] : held[x];
     }
 }
 
@@ -65,15 +70,6 @@ ORVO_VECTOR_CLONES void keepDetail(float* __restrict held, const float* __restri
 {
     for (int x = 0; x < width; ++x)
         held[x] = gain[x] > 0.0f ? sample[x] - low[x] : held[x];
-}
-
-ORVO_VECTOR_CLONES void keepActivity(float* __restrict held, const float* __restrict activity, float margin, int width)
-{
-    for (int x = 0; x < width; ++x) {
-        const float better = held[x] * kBetterBy;
-        const float gain = activity[x] - held[x] - (better > margin ? better : margin);
-        held[x] = gain > 0.0f ? activity[x] : held[x];
-    }
 }
 
 ORVO_VECTOR_CLONES void addRows(float* __restrict sum, const float* __restrict in, int width)
@@ -103,7 +99,7 @@ struct Merged
     std::vector<Level> activity;   ///< of the chosen ones, on the levels from the first below the picture
     std::optional<Level> coarsest; ///< weighted sums, and the sum of weights
     SampleRange range;
-    float noise = 0.0f; ///< the least of the frames': a frame without flat parts tells too much
+    NoiseCurve noise; ///< the least of the frames': a frame without flat parts tells too much
 };
 
 class LaplacianFocusStacker final : public IFocusStacking<PixelRGB<float>>
@@ -175,31 +171,36 @@ private:
         Activity activity = orvo::detail::measureActivity(pixels, extents[0], levels);
         if (absent != nullptr)
             orvo::detail::markAbsent(activity, *absent);
-        merged->noise = frames == 0 ? activity.noise : std::min(merged->noise, activity.noise);
-        mergePicture(pixels, levels[0], activity.grids[0]);
-        for (std::size_t i = 0; i + 1 < levels.size(); ++i)
-            mergeLevel(levels[i], levels[i + 1], activity.grids[i], i);
+        for (std::size_t i = 0; i < activity.noise.energy.size(); ++i) {
+            float& least = merged->noise.energy[i];
+            least = frames == 0 ? activity.noise.energy[i] : std::min(least, activity.noise.energy[i]);
+        }
         addCoarsest(levels.back(), activity.grids.back());
-        for (std::size_t i = 0; i < levels.size(); ++i)
-            forEachRow(extents[i + 1].height, [&](int y) {
-                keepActivity(merged->activity[i].row(0, y), activity.grids[i].row(0, y), margin(i),
-                             extents[i + 1].width);
-            });
+        for (std::size_t i = 0; i < levels.size(); ++i) {
+            const Level gains = challengeHeld(activity.grids[i], levels[i], i);
+            if (i == 0)
+                mergePicture(pixels, levels[0], gains);
+            if (i + 1 < levels.size())
+                mergeLevel(levels[i], levels[i + 1], gains, i);
+        }
     }
 
-    [[nodiscard]] float margin(std::size_t index) const
+    /// Where the gain is positive the frame wins, and its activity is held from now on.
+    [[nodiscard]] Level challengeHeld(const Level& grid, const Level& level, std::size_t index)
     {
-        return frames == 0 ? 0.0f : orvo::detail::noiseMargin(merged->noise, index);
+        Level gains(extents[index + 1], 1);
+        const float margin = frames == 0 ? 0.0f : orvo::detail::noiseMargin(index);
+        forEachRow(grid.height(), [&](int y) {
+            challenge(gains.row(0, y), merged->activity[index].row(0, y), grid.row(0, y), level.row(0, y),
+                      level.row(1, y), level.row(2, y), merged->noise, margin, grid.width());
+        });
+        return gains;
     }
 
-    /// The picture's own coefficients, by the excess on the first grid, expanded.
-    void mergePicture(const PixelRGB<float>* pixels, const Level& below, const Level& grid)
+    /// The picture's own coefficients, by the gains of the first grid, expanded.
+    void mergePicture(const PixelRGB<float>* pixels, const Level& below, const Level& gains)
     {
         const int width = extents[0].width;
-        const Level gains(extents[1], 1);
-        forEachRow(grid.height(), [&](int y) {
-            excess(gains.row(0, y), grid.row(0, y), merged->activity[0].row(0, y), margin(0), grid.width());
-        });
         forEachBand(extents[0].height, kBandRows, [&](int first, int last) {
             const ScratchRows rows(kChannels + 3, width);
             float* const gain = rows.row(kChannels);
@@ -219,18 +220,18 @@ private:
         });
     }
 
-    void mergeLevel(const Level& level, const Level& below, const Level& grid, std::size_t index)
+    void mergeLevel(const Level& level, const Level& below, const Level& gains, std::size_t index)
     {
         const int width = level.width();
         forEachBand(level.height(), kBandRows, [&](int first, int last) {
-            const ScratchRows rows(3, width);
+            const ScratchRows rows(2, width);
             for (int y = first; y < last; ++y) {
-                excess(rows.row(0), grid.row(0, y), merged->activity[index].row(0, y), margin(index), width);
-                if (!anyPositive(rows.row(0), width))
+                if (!anyPositive(gains.row(0, y), width))
                     continue;
                 for (int c = 0; c < kChannels; ++c) {
-                    expandRow(rows.row(1), rows.row(2), below, c, y, width);
-                    keepDetail(merged->details[index + 1].row(c, y), rows.row(0), level.row(c, y), rows.row(1), width);
+                    expandRow(rows.row(0), rows.row(1), below, c, y, width);
+                    keepDetail(merged->details[index + 1].row(c, y), gains.row(0, y), level.row(c, y), rows.row(0),
+                               width);
                 }
             }
         });
@@ -242,7 +243,8 @@ private:
         forEachRow(level.height(), [&](int y) {
             for (int x = 0; x < level.width(); ++x) {
                 const float activity = grid.row(0, y)[x];
-                const float above = std::max(activity - kNoiseOfAllBands * merged->noise, 0.0f);
+                const float brightness = (level.row(0, y)[x] + level.row(1, y)[x] + level.row(2, y)[x]) / kChannels;
+                const float above = std::max(activity - kNoiseOfAllBands * merged->noise.at(brightness), 0.0f);
                 const float weight = activity < 0.0f ? kAbsentWeight : above * above + least;
                 for (int c = 0; c < kChannels; ++c)
                     merged->coarsest->row(c, y)[x] += weight * level.row(c, y)[x];

@@ -22,11 +22,15 @@ constexpr float kCoarserShare = 1.0f / 16;
 constexpr double kNoiseSamples = 65536.0;
 // The flattest twentieth of the windows: few pictures have less that is out of focus or bare.
 constexpr double kFlatQuantile = 0.05;
+// Windows of one brightness that tell its noise; with fewer, that of the nearest one stands in.
+constexpr std::size_t kFewestInBin = 200;
+// How much noisier one brightness can be than the quietest: four times in amplitude. Beyond, it is texture.
+constexpr float kNoiseSpread = 16.0f;
 // Full-scale squared. No camera's noise is larger, so a picture full of texture does not pass for noise.
 constexpr float kMostNoise = 0.01f;
 // The energy of a window of noise fluctuates by about a third of its mean, and the flattest twentieth has half of the
-// mean. A difference of so many of it is beyond three deviations.
-constexpr float kMarginOfNoise = 3.0f;
+// mean. A difference of so many of it is beyond four deviations.
+constexpr float kMarginOfNoise = 4.0f;
 // The fluctuation of a grid against the next finer one. White noise has a quarter of its energy in the next band, that
 // of interpolated sensors up to half; what is taken over from the finer grid is averaged over four times the area.
 constexpr float kMarginFall = 0.5f;
@@ -160,18 +164,43 @@ void levelEnergy(const Level& grid, const Level& level, const Level& below)
     });
 }
 
-/// The kFlatQuantile of a grid's values.
-float flatEnergy(const Level& grid)
+/// Takes the quantile, reordering the values.
+float flatQuantile(std::vector<float>& energies)
 {
-    const double cells = static_cast<double>(LevelExtent{grid.width(), grid.height()}.pixels());
+    const auto at = static_cast<std::ptrdiff_t>(kFlatQuantile * static_cast<double>(energies.size()));
+    std::nth_element(energies.begin(), energies.begin() + at, energies.end());
+    return energies[static_cast<std::size_t>(at)];
+}
+
+/// The noise of a frame from the finest energies, and the level of the same extent, which tells the brightness.
+NoiseCurve noiseOf(const Level& energies, const Level& level)
+{
+    const double cells = static_cast<double>(LevelExtent{energies.width(), energies.height()}.pixels());
     const int step = std::max(1, static_cast<int>(std::ceil(std::sqrt(cells / kNoiseSamples))));
-    std::vector<float, ManagedAllocator<float>> some;
-    for (int y = 0; y < grid.height(); y += step)
-        for (int x = 0; x < grid.width(); x += step)
-            some.push_back(grid.row(0, y)[x]);
-    const auto at = static_cast<std::ptrdiff_t>(kFlatQuantile * static_cast<double>(some.size()));
-    std::nth_element(some.begin(), some.begin() + at, some.end());
-    return std::min(some[static_cast<std::size_t>(at)], kMostNoise);
+    std::array<std::vector<float>, NoiseCurve::kBins> bins;
+    std::vector<float> all;
+    for (int y = 0; y < energies.height(); y += step)
+        for (int x = 0; x < energies.width(); x += step) {
+            const float brightness = (level.row(0, y)[x] + level.row(1, y)[x] + level.row(2, y)[x]) / kChannels;
+            const float limited = std::clamp(brightness * NoiseCurve::kBins, 0.0f, NoiseCurve::kBins - 1.0f);
+            bins[static_cast<std::size_t>(limited)].push_back(energies.row(0, y)[x]);
+            all.push_back(energies.row(0, y)[x]);
+        }
+    const float whole = flatQuantile(all);
+    NoiseCurve noise;
+    int told = -1; // the last part that told its noise
+    for (int i = 0; i < NoiseCurve::kBins; ++i) {
+        std::vector<float>& own = bins[static_cast<std::size_t>(i)];
+        if (own.size() < kFewestInBin)
+            continue;
+        const float energy = std::min({flatQuantile(own), kNoiseSpread * whole, kMostNoise});
+        const int from = told < 0 ? 0 : (told + i + 1) / 2;
+        std::fill(noise.energy.begin() + from, noise.energy.end(), energy);
+        told = i;
+    }
+    if (told < 0)
+        noise.energy.fill(std::min(whole, kMostNoise));
+    return noise;
 }
 
 void addFiner(const Level& grid, const Level& finer)
@@ -210,7 +239,7 @@ Activity measureActivity(const PixelRGB<float>* pixels, LevelExtent extent, cons
     const FinestEnergy finest(pixels, extent, levels[0]);
     forEachBand(levels[0].height(), kBandRows,
                 [&](int first, int last) { finest.band(activity.grids[0], first, last); });
-    activity.noise = flatEnergy(activity.grids[0]);
+    activity.noise = noiseOf(activity.grids[0], levels[0]);
     if (levels.size() > 1) {
         const Level own(extentOf(levels[0]), 1);
         levelEnergy(own, levels[0], levels[1]);
@@ -231,10 +260,7 @@ Activity measureActivity(const PixelRGB<float>* pixels, LevelExtent extent, cons
     return activity;
 }
 
-float noiseMargin(float noise, std::size_t index)
-{
-    return kMarginOfNoise * noise * std::pow(kMarginFall, static_cast<float>(index));
-}
+float noiseMargin(std::size_t index) { return kMarginOfNoise * std::pow(kMarginFall, static_cast<float>(index)); }
 
 void markAbsent(Activity& activity, const Level& mask)
 {

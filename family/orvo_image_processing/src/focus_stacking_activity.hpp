@@ -3,10 +3,30 @@
 
 #include "focus_stacking_levels.hpp"
 
+#include <array>
 #include <cstddef>
 #include <vector>
 
 namespace orvo::detail {
+
+/// What noise puts into the activity of the picture's own band, by brightness: a sensor's noise differs between lights
+/// and shadows, and the encoding stretches it further.
+struct NoiseCurve
+{
+    static constexpr int kBins = 16;
+    /// At the centres of kBins equal parts of 0..1.
+    std::array<float, kBins> energy{};
+
+    /// Interpolated; constant beyond the first and the last centre.
+    [[nodiscard]] ORVO_INLINE float at(float brightness) const
+    {
+        const float position = brightness * kBins - 0.5f;
+        const float inside = position > 0.0f ? (position < kBins - 1 ? position : kBins - 1) : 0.0f;
+        const int bin = static_cast<int>(inside) < kBins - 2 ? static_cast<int>(inside) : kBins - 2;
+        const float low = energy[static_cast<std::size_t>(bin)];
+        return low + (energy[static_cast<std::size_t>(bin) + 1] - low) * (inside - static_cast<float>(bin));
+    }
+};
 
 /// Activity of one frame: in squares of samples, summed over the channels, never negative. `grids[l - 1]` has the
 /// extent of level l and decides for the coefficients of that level; the first also decides for those of the picture
@@ -14,16 +34,15 @@ namespace orvo::detail {
 struct Activity
 {
     std::vector<Level> grids;
-    /// What noise puts into the activity of the picture's own band, by its flattest windows.
-    float noise = 0.0f;
+    NoiseCurve noise; ///< by the flattest windows of the frame
 };
 
 /// `levels` are the Gaussian levels 1.. of the picture, at least one.
 [[nodiscard]] Activity measureActivity(const PixelRGB<float>* pixels, LevelExtent extent,
                                        const std::vector<Level>& levels);
 
-/// By how much an activity of grids[index] has to exceed another before it is more than `noise`.
-[[nodiscard]] float noiseMargin(float noise, std::size_t index);
+/// By how many times the noise an activity of grids[index] has to exceed another before it is more than noise.
+[[nodiscard]] float noiseMargin(std::size_t index);
 
 /// Activity that loses against any other: that of what is absent.
 constexpr float kAbsent = -1.0f;

@@ -172,14 +172,30 @@ TEST(FocusStacking, StaysInTheRangeOfTheFrames)
 
 TEST(FocusStacking, FlatNoiseIsTheReferences)
 {
+    // Shadows four times as noisy as lights, as an encoding makes them.
+    constexpr int kWidth = 300;
+    constexpr int kHeight = 200;
+    const auto deviation = [](int x) { return x < kWidth / 2 ? 0.02f : 0.005f; };
     std::vector<Picture> frames;
-    for (std::uint32_t seed = 1; seed <= 8; ++seed)
-        frames.push_back(focus::noisy(Picture(300, 200, {0.5f, 0.4f, 0.6f}), 0.02f, seed));
+    for (std::uint32_t seed = 1; seed <= 8; ++seed) {
+        Picture frame = focus::noisy(Picture(kWidth, kHeight), 1.0f, seed);
+        for (int y = 0; y < kHeight; ++y)
+            for (int x = 0; x < kWidth; ++x) {
+                auto& p = frame.at(x, y);
+                const float mean = x < kWidth / 2 ? 0.15f : 0.7f;
+                p = {mean + deviation(x) * p.r, mean + deviation(x) * p.g, mean + deviation(x) * p.b};
+            }
+        frames.push_back(frame);
+    }
     const Picture result = stacked(frames);
-    std::size_t foreign = 0;
-    for (std::size_t i = 0; i < result.pixels.size(); ++i)
-        foreign += focus::difference(result.pixels[i], frames[0].pixels[i]) > 0.005f ? 1U : 0U;
-    EXPECT_LT(foreign, result.pixels.size() / 200);
+    int foreign = 0;
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x) {
+            const bool atEdge = std::abs(x - kWidth / 2) < 32; // sharp in all frames, so any of them may win there
+            if (!atEdge && focus::difference(result.at(x, y), frames[0].at(x, y)) > 0.25f * deviation(x))
+                ++foreign;
+        }
+    EXPECT_LT(foreign, kWidth * kHeight / 1000);
 }
 
 TEST(FocusStacking, NoiseDoesNotHideDetail)

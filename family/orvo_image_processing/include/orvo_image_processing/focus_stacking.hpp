@@ -60,8 +60,8 @@ public:
 ///     fine detail the coarse ones decide for all. Consistency between levels is what Forster, Van De Ville, Berent,
 ///     Sage, Unser, "Complex wavelets for extended depth-of-field", 2004, vote for afterwards; here it costs no memory
 ///     of the frames. The finest two levels share one smooth map, which bounds regions between pixels.
-///   - A frame has to beat what is held by more than noise could: the noise is read off the flattest windows of the
-///     frames. Flat areas are therefore the reference's throughout.
+///   - A frame has to beat what is held by more than noise could: the noise at each brightness is read off the
+///     flattest windows of the frames. Flat areas are therefore the reference's throughout.
 ///   - The coarsest level is a mean weighted by squared activity.
 ///   - The result is limited at each sample to the range that the frames have there, which leaves no room for ringing
 ///     and halos where the choice changes.

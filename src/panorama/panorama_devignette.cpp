@@ -227,19 +227,41 @@ void collectPairs(const Placed& current, const Placed& before, Pairs& pairs)
 
 // -- Process --
 
+// The light of each sample that 16 bits can hold, so that a picture goes through one curve only. 256 KB, of which the
+// samples in range touch a quarter: they stay in the second cache.
+class LightOfSamples
+{
+public:
+    LightOfSamples()
+    {
+        for (int i = 0; i < kCount; ++i)
+            light[static_cast<std::size_t>(i)] = floatOf(static_cast<std::int16_t>(i - kZero));
+        curves().inverseGamma(light.data(), kCount);
+    }
+    // At the sample 0; negative ones stand before it.
+    [[nodiscard]] const float* atZero() const { return light.data() + kZero; }
+
+private:
+    static constexpr int kZero = 32768;
+    static constexpr int kCount = 2 * kZero;
+    std::array<float, kCount> light{};
+};
+
 struct Block
 {
     float channel[3][kBlock];
     float gain[kBlock];
 };
 
-ORVO_VECTOR_CLONES void readBlock(const std::int16_t* __restrict in, float* __restrict first, float* __restrict second,
+// Light times gain, channel by channel.
+ORVO_VECTOR_CLONES void readBlock(const float* __restrict light, const float* __restrict gain,
+                                  const std::int16_t* __restrict in, float* __restrict first, float* __restrict second,
                                   float* __restrict third, int count)
 {
     for (int i = 0; i < count; ++i) {
-        first[i] = floatOf(in[3 * i]);
-        second[i] = floatOf(in[3 * i + 1]);
-        third[i] = floatOf(in[3 * i + 2]);
+        first[i] = light[in[3 * i]] * gain[i];
+        second[i] = light[in[3 * i + 1]] * gain[i];
+        third[i] = light[in[3 * i + 2]] * gain[i];
     }
 }
 
@@ -259,16 +281,14 @@ void correctBlock(const devignette_t& model, const float* radius, const std::uin
 {
     if (std::all_of(mask, mask + count, [](std::uint8_t m) { return m == 0; }))
         return;
+    static const LightOfSamples light;
     Block block;
     auto& [first, second, third] = block.channel;
-    readBlock(samples, first, second, third, count);
     gainRow(radius, model.k1, model.k2, model.k3, block.gain, count);
-    for (float* const channel : {first, second, third}) {
-        curves().inverseGamma(channel, count);
-        for (int i = 0; i < count; ++i)
-            channel[i] *= block.gain[i];
-        curves().gamma(channel, count);
-    }
+    readBlock(light.atZero(), block.gain, samples, first, second, third, count);
+    curves().gamma(first, count);
+    curves().gamma(second, count);
+    curves().gamma(third, count);
     writeBlock(first, second, third, mask, samples, count);
 }
 

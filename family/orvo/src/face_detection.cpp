@@ -35,6 +35,9 @@ constexpr int kProfileSupport = 8;     // windows that two cascades of profiles 
 constexpr int kSupport = 22;           // windows that two frontal cascades must have between them
 constexpr int kEyeSearchWidth = 160;   // px, width of the copy of a face in which eyes are looked for
 constexpr int kEyeNeighbours = 3;
+// px of the picture: in narrower faces an eye has less than half the window of its cascade, and map signs pass for
+// eyes.
+constexpr int kNarrowestWithEyes = 60;
 
 const char* const kCascadesKey = "Faces.cascades";
 const char* const kModelKey = "Faces.model";
@@ -181,7 +184,7 @@ std::vector<FaceCandidate> findProfiles(const cv::Mat& grey, std::vector<cv::Cas
 std::vector<FaceDisc> findEyes(const Picture& image, const cv::Rect2d& face, std::vector<cv::CascadeClassifier>& eyes)
 {
     const cv::Rect box = cv::Rect(face) & cv::Rect(0, 0, image.width(), image.height());
-    if (box.width < kSmallestFace || box.height < kSmallestFace)
+    if (box.width < kNarrowestWithEyes || box.height < kNarrowestWithEyes)
         return {};
     const double scale = static_cast<double>(kEyeSearchWidth) / box.width;
     const cv::Size size(kEyeSearchWidth, std::max(1, cvRound(scale * box.height)));

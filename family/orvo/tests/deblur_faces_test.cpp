@@ -555,7 +555,8 @@ TEST_F(DeblurFacesOfPhotographs, ProfilesOnRequest)
 TEST_F(DeblurFacesOfPhotographs, NoFacesInLandscapes)
 {
     for (const char* const name : {"single/lake_horizon/lake_horizon.jpg", "single/skiers/skiers.jpg"}) {
-        const PicturePointer before = read(name); // the skiers wear goggles; the fence has fooled a cascade
+        // The skiers wear goggles; the fence behind them has fooled a cascade.
+        const PicturePointer before = read(name);
         ASSERT_NE(before, nullptr) << name;
         EXPECT_TRUE(test::bytesEqual(*before, *deblur(before))) << name;
     }

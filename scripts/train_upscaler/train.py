@@ -230,7 +230,7 @@ def write(path, banks):
     return len(out)
 
 
-def upscale(small, nodes, chroma=None):
+def upscale(small, nodes):
     """Twice the size by a tree: what the library does, for the table at the end."""
     table, turn = ft.features(small)
     table = table.reshape(ft.FEATURES, -1)

@@ -11,28 +11,46 @@
 namespace orvo::details {
 namespace {
 
-constexpr int kStep = 2; // samples between taps: an edge that was enlarged by 2 is about 4 wide
-constexpr int kReach = 2 * kStep;
-constexpr int kBandRows = 64; // so that the rows kept aside are few
+constexpr int kStep = 2;              // samples between the taps of the mean: an enlarged edge is about 4 wide
+constexpr int kReach = 2 * kStep;     // of the mean
+constexpr int kRows = 2 * kReach + 1; // that a row of the mean is made of
+constexpr int kBandRows = 64;         // so that the rows kept aside are few
 constexpr int kKeptRows = 2 * kReach;
-constexpr float kPush = 3.0f; // of the distance to the mean; judged by eye, beyond it soft edges turn into steps
-// Values around that differ by so much are half treated: above the grain of a clean picture, below any edge one sees.
-constexpr float kVisible = 0.05f;
+constexpr float kPush = 1.2f; // of the distance to the mean; judged by eye, twice as much turns leaves into flakes
+// Values around that differ by so much are half treated: above grain and fine texture, below the edges of things.
+constexpr float kVisible = 0.15f;
 constexpr int kChannels = 3;
 
-// Least, greatest and binomial mean of five rows, which stand kStep apart.
+ORVO_INLINE float binomial(float a, float b, float c, float d, float e)
+{
+    return (a + e + 4.0f * (b + d) + 6.0f * c) * (1.0f / 16.0f);
+}
+
+ORVO_INLINE float least(float a, float b, float c, float d, float e)
+{
+    return std::min(std::min(std::min(a, b), std::min(d, e)), c);
+}
+
+ORVO_INLINE float greatest(float a, float b, float c, float d, float e)
+{
+    return std::max(std::max(std::max(a, b), std::max(d, e)), c);
+}
+
+// Of the kRows rows around one: least and greatest of the five in the middle, mean of those that stand kStep apart.
 ORVO_VECTOR_CLONES void gatherDown(const float* const* rows, float* __restrict low, float* __restrict high,
                                    float* __restrict mean, int count)
 {
-    const float* __restrict const a = rows[0];
-    const float* __restrict const b = rows[1];
-    const float* __restrict const c = rows[2];
-    const float* __restrict const d = rows[3];
-    const float* __restrict const e = rows[4];
+    const float* __restrict const above = rows[0];
+    const float* __restrict const a = rows[2];
+    const float* __restrict const b = rows[3];
+    const float* __restrict const c = rows[4];
+    const float* __restrict const d = rows[5];
+    const float* __restrict const e = rows[6];
+    const float* __restrict const under = rows[8];
     for (int i = 0; i < count; ++i) {
-        low[i] = std::min(std::min(std::min(a[i], b[i]), std::min(d[i], e[i])), c[i]);
-        high[i] = std::max(std::max(std::max(a[i], b[i]), std::max(d[i], e[i])), c[i]);
-        mean[i] = (a[i] + e[i] + 4.0f * (b[i] + d[i]) + 6.0f * c[i]) * (1.0f / 16.0f);
+        low[i] = least(a[i], b[i], c[i], d[i], e[i]);
+        high[i] = greatest(a[i], b[i], c[i], d[i], e[i]);
+        mean[i] = binomial(above[i], a[i], c[i], e[i], under[i]);
     }
 }
 
@@ -41,19 +59,20 @@ ORVO_VECTOR_CLONES void pushAcross(const float* __restrict middle, const float* 
                                    const float* __restrict high, const float* __restrict mean, float* __restrict out,
                                    int count)
 {
-    constexpr int kNext = kStep * kChannels;
-    constexpr int kAfter = 2 * kNext;
+    constexpr int kOne = kChannels;
+    constexpr int kTwo = 2 * kOne;
+    constexpr int kFour = 4 * kOne;
     for (int i = 0; i < count; ++i) {
         const float* const l = low + i + kReach * kChannels;
         const float* const h = high + i + kReach * kChannels;
         const float* const m = mean + i + kReach * kChannels;
-        const float least = std::min(std::min(std::min(l[-kAfter], l[-kNext]), std::min(l[kNext], l[kAfter])), l[0]);
-        const float most = std::max(std::max(std::max(h[-kAfter], h[-kNext]), std::max(h[kNext], h[kAfter])), h[0]);
-        const float around = (m[-kAfter] + m[kAfter] + 4.0f * (m[-kNext] + m[kNext]) + 6.0f * m[0]) * (1.0f / 16.0f);
-        const float range = most - least;
+        const float bottom = least(l[-kTwo], l[-kOne], l[0], l[kOne], l[kTwo]);
+        const float top = greatest(h[-kTwo], h[-kOne], h[0], h[kOne], h[kTwo]);
+        const float around = binomial(m[-kFour], m[-kTwo], m[0], m[kTwo], m[kFour]);
+        const float range = top - bottom;
         const float weight = kPush * range * range / (range * range + kVisible * kVisible);
         const float v = middle[i + kReach * kChannels];
-        out[i] = std::min(std::max(v + weight * (v - around), least), most);
+        out[i] = std::min(std::max(v + weight * (v - around), bottom), top);
     }
 }
 
@@ -110,11 +129,12 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const std::atomic<bool>*
         float* const high = low + kChannels * paddedSize;
         float* const mean = high + kChannels * paddedSize;
         for (int y = 0; y < rows; ++y) {
-            const float* around[5];
-            for (int i = 0; i < 5; ++i)
-                around[i] = reinterpret_cast<const float*>(beforeRow(y + kStep * (i - 2)));
+            const float* around[kRows];
+            for (int i = 0; i < kRows; ++i)
+                around[i] = reinterpret_cast<const float*>(beforeRow(y + i - kReach));
             gatherDown(around, low, high, mean, static_cast<int>(kChannels * paddedSize));
-            pushAcross(around[2], low, high, mean, reinterpret_cast<float*>(picture.row(first + y)), kChannels * width);
+            pushAcross(around[kReach], low, high, mean, reinterpret_cast<float*>(picture.row(first + y)),
+                       kChannels * width);
         }
     });
     return !stopped;

@@ -257,7 +257,7 @@ TEST(Upscaling, CrispSteepensEdgesWithoutOvershoot)
     const auto plain = upscaled(soft);
     const auto result = upscaled(soft, crisp);
     const auto slope = [](const Picture& p) { return p.row(48)[96].g - p.row(48)[95].g; };
-    EXPECT_GT(slope(*result), 1.3f * slope(*plain));
+    EXPECT_GT(slope(*result), 1.1f * slope(*plain));
     const auto range = [](const Picture& p) {
         const auto [low, high] =
             std::minmax_element(p.row(48), p.row(49), [](const Pixel& a, const Pixel& b) { return a.g < b.g; });

@@ -254,8 +254,10 @@ void encodeFrames(AVFormatContext& muxer, const AVStream& stream, AVCodecContext
     frame->width = encoder.width;
     frame->height = encoder.height;
     checked(av_frame_get_buffer(frame.get(), 0), "memory");
+    // The converter reads whole vectors, beyond the end of the last row.
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(encoder.width) *
-                                     static_cast<std::size_t>(encoder.height) * kBytesPerPixel);
+                                         static_cast<std::size_t>(encoder.height) * kBytesPerPixel +
+                                     AV_INPUT_BUFFER_PADDING_SIZE);
     for (std::size_t i = 0; i < frames; ++i) {
         draw(i, pixels.data());
         checked(av_frame_make_writable(frame.get()), "memory"); // the encoder may still hold the last one

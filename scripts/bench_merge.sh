@@ -24,19 +24,7 @@ for program in "$bin/orvo" "$bin/bench_score" enfuse; do
 done
 mkdir -p "$work"
 
-# Runs a command and prints "SECONDS MEGABYTES", its wall time and peak memory.
-measure() {
-  python3 - "$@" <<'PYTHON'
-import os, subprocess, sys, time
-start = time.monotonic()
-process = subprocess.Popen(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-complaint = process.stderr.read()
-_, status, usage = os.wait4(process.pid, 0)
-if status != 0:
-    sys.exit(complaint.decode(errors="replace"))
-print(f"{time.monotonic() - start:.1f} {usage.ru_maxrss / 1024:.0f}")
-PYTHON
-}
+. "$root/scripts/bench_measure.sh"
 
 speed() {
   for count in 3 5; do
@@ -47,7 +35,6 @@ speed() {
     echo
     echo "| program | seconds | peak MB |"
     echo "|---|---|---|"
-    row() { local name=$1; shift; read -r seconds megabytes < <(measure "$@"); echo "| $name | $seconds | $megabytes |"; }
     row "orvo hdr" "$bin/orvo" hdr "$folder"/*.jpg -o "$folder/out_orvo.tif" --bits 8 --quiet
     row "orvo hdr --align --deghost 2" "$bin/orvo" hdr "$folder"/*.jpg -o "$folder/out_orvo_all.tif" --bits 8 --align --deghost 2 --quiet
     row "enfuse" enfuse -o "$folder/out_enfuse.tif" "$folder"/*.jpg

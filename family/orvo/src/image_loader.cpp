@@ -84,8 +84,14 @@ bool beginsLikePicture(const std::filesystem::path& path)
     };
     constexpr std::array kMarks = {
         "\xFF\xD8\xFF"sv, "\x89PNG\r\n\x1a\n"sv, "\x76\x2f\x31\x01"sv, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv};
+    // Videos are "ftyp" too, of other brands.
+    constexpr std::array kBrands = {"heic"sv, "heix"sv, "heim"sv, "heis"sv, "hevc"sv,
+                                    "hevx"sv, "mif1"sv, "msf1"sv, "avif"sv, "avis"sv};
     return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return has(0, mark); }) ||
-           (has(0, "RIFF"sv) && has(8, "WEBP"sv)) || has(4, "ftyp"sv) || isRawImageFile(path);
+           (has(0, "RIFF"sv) && has(8, "WEBP"sv)) ||
+           (has(4, "ftyp"sv) &&
+            std::any_of(kBrands.begin(), kBrands.end(), [&](std::string_view brand) { return has(8, brand); })) ||
+           isRawImageFile(path);
 }
 
 bool canceled(const StateSettings& state) { return state.canceled && state.canceled(); }

@@ -123,6 +123,10 @@ TEST_F(DocumentLoading, WhatIsNoPictureGivesNothingAndNoLogLine)
                                            file("empty.tif", ""),
                                            file("zeros.png", std::string(5000, '\0')),
                                            file("short", "\xFF\xD8"),
+                                           file("video.mp4", std::string("\0\0\0\x18"
+                                                                         "ftypisom\0\0\0\0",
+                                                                         16)),
+                                           file("sound.wav", "RIFF1234WAVEfmt "),
                                            folder,
                                            folder / "nowhere.jpg",
                                            {}};

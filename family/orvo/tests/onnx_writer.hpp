@@ -81,17 +81,27 @@ inline Message tensor(const std::string& name, const std::vector<int>& sizes, co
     return result.number(2, 1).text(8, name).text(9, raw);
 }
 
-/// A plane stack whose sides are free.
-inline Message values(const std::string& name, int channels)
+/// Height and width of a stack of planes; 0 leaves them free.
+struct Sides
 {
+    std::uint64_t height = 0;
+    std::uint64_t width = 0;
+};
+
+inline Message values(const std::string& name, int channels, const Sides& sides)
+{
+    const auto side = [](std::uint64_t length, const char* variable) {
+        return length == 0 ? Message().text(2, variable) : Message().number(1, length);
+    };
     Message shape;
     shape.message(1, Message().number(1, 1)).message(1, Message().number(1, static_cast<std::uint64_t>(channels)));
-    shape.message(1, Message().text(2, "h")).message(1, Message().text(2, "w"));
+    shape.message(1, side(sides.height, "h")).message(1, side(sides.width, "w"));
     return Message().text(1, name).message(2, Message().message(1, Message().number(1, 1).message(2, shape)));
 }
 
 /// A network from "in" to "out".
-inline std::string model(const std::vector<Message>& nodes, const std::vector<Message>& weights, int channels)
+inline std::string model(const std::vector<Message>& nodes, const std::vector<Message>& weights, int channels,
+                         const Sides& sides = {})
 {
     Message graph;
     for (const Message& each : nodes)
@@ -99,7 +109,7 @@ inline std::string model(const std::vector<Message>& nodes, const std::vector<Me
     graph.text(2, "test");
     for (const Message& each : weights)
         graph.message(5, each);
-    graph.message(11, values("in", channels)).message(12, values("out", channels));
+    graph.message(11, values("in", channels, sides)).message(12, values("out", channels, {}));
     return Message().number(1, 7).message(8, Message().text(1, "").number(2, 11)).message(7, graph).bytes;
 }
 
@@ -107,7 +117,8 @@ inline std::string identity(int channels) { return model({node("Identity", {"in"
 
 /// A convolution of every channel with `kernel` (side x side), given out `scale` x `scale` times, then put beside each
 /// other: nearest neighbour enlargement of the convolved picture.
-inline std::string convolveAndEnlarge(int channels, const std::vector<float>& kernel, int side, int scale)
+inline std::string convolveAndEnlarge(int channels, const std::vector<float>& kernel, int side, int scale,
+                                      const Sides& sides = {})
 {
     const int copies = scale * scale;
     std::vector<float> weights;
@@ -126,7 +137,7 @@ inline std::string convolveAndEnlarge(int channels, const std::vector<float>& ke
     if (scale > 1)
         nodes.push_back(node("DepthToSpace", {"planes"}, "out",
                              {integer("blocksize", static_cast<std::uint64_t>(scale)), word("mode", "DCR")}));
-    return model(nodes, {tensor("w", {copies * channels, channels, side, side}, weights)}, channels);
+    return model(nodes, {tensor("w", {copies * channels, channels, side, side}, weights)}, channels, sides);
 }
 
 /// A file of its own for each test program, removed at the end of the scope.

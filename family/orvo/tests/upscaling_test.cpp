@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <numbers>
+#include <thread>
 
 namespace {
 
@@ -352,6 +353,26 @@ TEST(Upscaling, StopsOnCancelAndGivesNothing)
     EXPECT_TRUE(log.lines().empty());
     const std::atomic<bool> goOn = false;
     EXPECT_TRUE(upscaleX(picture, {}, nullptr, &goOn, mlCacheInfo()));
+}
+
+TEST(Upscaling, StopsBetweenTilesWhenTold)
+{
+    const auto picture = test::noise({2400, 1600}, ColorProfileType::melissaRGB(), 4);
+    const std::size_t before = MemoryManager::instance().liveBytes();
+    std::atomic<bool> cancel = false;
+    std::atomic<bool> done = false;
+    std::thread user([&] {
+        // The result appears among the planes once the filters are at work.
+        while (!done && MemoryManager::instance().liveBytes() < before + 3 * picture->pixelCount() * sizeof(Pixel))
+            std::this_thread::yield();
+        cancel = true;
+    });
+    UpscaleAISettings settings;
+    settings.passes = 2;
+    EXPECT_FALSE(upscaleX(picture, settings, nullptr, &cancel, mlCacheInfo()));
+    done = true;
+    user.join();
+    EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
 }
 
 TEST(Upscaling, RefusesWhatItCannotDo)

@@ -39,7 +39,7 @@ ORVO_INLINE float limited(float value)
 
 ORVO_VECTOR_CLONES void toWorking(const float* __restrict in, std::int16_t* __restrict out, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         out[3 * i] = workingSample(in[3 * i + 2]);
         out[3 * i + 1] = workingSample(in[3 * i + 1]);
         out[3 * i + 2] = workingSample(in[3 * i]);
@@ -48,7 +48,7 @@ ORVO_VECTOR_CLONES void toWorking(const float* __restrict in, std::int16_t* __re
 
 ORVO_VECTOR_CLONES void fromWorking(const std::int16_t* __restrict in, float* __restrict out, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         out[3 * i] = limited(static_cast<float>(in[3 * i + 2]) * kWorkingStep);
         out[3 * i + 1] = limited(static_cast<float>(in[3 * i + 1]) * kWorkingStep);
         out[3 * i + 2] = limited(static_cast<float>(in[3 * i]) * kWorkingStep);
@@ -57,7 +57,7 @@ ORVO_VECTOR_CLONES void fromWorking(const std::int16_t* __restrict in, float* __
 
 ORVO_VECTOR_CLONES void fromBytes(const std::uint8_t* __restrict in, float* __restrict out, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         out[3 * i] = static_cast<float>(in[3 * i + 2]) * kByteStep;
         out[3 * i + 1] = static_cast<float>(in[3 * i + 1]) * kByteStep;
         out[3 * i + 2] = static_cast<float>(in[3 * i]) * kByteStep;
@@ -66,7 +66,7 @@ ORVO_VECTOR_CLONES void fromBytes(const std::uint8_t* __restrict in, float* __re
 
 ORVO_VECTOR_CLONES void fromGrayBytes(const std::uint8_t* __restrict in, float* __restrict out, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         const float value = static_cast<float>(in[i]) * kByteStep;
         out[3 * i] = value;
         out[3 * i + 1] = value;
@@ -140,7 +140,7 @@ ORVO_INLINE Floats4 floatsAt(const std::int16_t* samples)
 ORVO_VECTOR_CLONES void copyPartPixels(const std::int16_t* upper, const std::int16_t* lower, float down,
                                        const Between* columns, int count, std::int16_t* out)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         const Between& column = columns[i];
         const Weights weights(column.share, down);
         const Floats4 value =
@@ -182,7 +182,7 @@ void resamplePart(const cv::Mat& source, cv::Mat& target, const cv::Rect_<float>
             copyPartPixels(upper, lower, row.share, columns.data(), fast, out);
         for (int x = fast; x < target.cols; ++x)
             copyPartPixel<Sample, kChannels>(upper, lower, row.share, columns[static_cast<std::size_t>(x)],
-                                             out + kChannels * x);
+                                             out + std::ptrdiff_t{kChannels} * x);
     });
 }
 
@@ -212,7 +212,7 @@ cv::Mat cvMatFromImageData(std::shared_ptr<const _ImageData<PixelRGB<float>>> im
         for (int x = 0; x < width; x += kBlock) {
             const int count = std::min(kBlock, width - x);
             toSRGB->convert(&in[x].r, converted, count);
-            toWorking(&converted->r, out + 3 * x, count);
+            toWorking(&converted->r, out + std::ptrdiff_t{3} * x, count);
         }
     });
     return mat;

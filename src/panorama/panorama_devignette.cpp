@@ -258,7 +258,7 @@ ORVO_VECTOR_CLONES void readBlock(const float* __restrict light, const float* __
                                   const std::int16_t* __restrict in, float* __restrict first, float* __restrict second,
                                   float* __restrict third, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         first[i] = light[in[3 * i]] * gain[i];
         second[i] = light[in[3 * i + 1]] * gain[i];
         third[i] = light[in[3 * i + 2]] * gain[i];
@@ -269,7 +269,7 @@ ORVO_VECTOR_CLONES void writeBlock(const float* __restrict first, const float* _
                                    const float* __restrict third, const std::uint8_t* __restrict mask,
                                    std::int16_t* __restrict out, int count)
 {
-    for (int i = 0; i < count; ++i) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
         out[3 * i] = mask[i] != 0 ? sampleOf(first[i]) : out[3 * i];
         out[3 * i + 1] = mask[i] != 0 ? sampleOf(second[i]) : out[3 * i + 1];
         out[3 * i + 2] = mask[i] != 0 ? sampleOf(third[i]) : out[3 * i + 2];
@@ -335,7 +335,7 @@ void PanoramaDevignette::process(std::vector<cv::Mat>& images, const std::vector
         forEachRow(image.rows, [&](int y) {
             for (int x = 0; x < image.cols; x += kBlock)
                 correctBlock(devignette, radiusMaps[i].ptr<float>(y) + x, masks[i].ptr(y) + x,
-                             image.ptr<std::int16_t>(y) + 3 * x, std::min(kBlock, image.cols - x));
+                             image.ptr<std::int16_t>(y) + std::ptrdiff_t{3} * x, std::min(kBlock, image.cols - x));
         });
     }
 }

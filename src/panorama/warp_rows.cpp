@@ -205,7 +205,7 @@ void WarpRows::raysOf(float v, int first, int length, Rays& rays) const
         return stereographicRays(across.data() + first, v / scale, rays.x, rays.y, rays.z, length);
     case Kind::kOther:
         for (int i = 0; i < length; ++i)
-            warper.mapBackward(u[static_cast<std::size_t>(first + i)], v, rays.x[i], rays.y[i], rays.z[i]);
+            warper.mapBackward(u.data()[first + i], v, rays.x[i], rays.y[i], rays.z[i]);
     }
 }
 

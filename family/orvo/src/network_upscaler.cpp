@@ -140,6 +140,9 @@ struct NetworkUpscaler::State
         const auto declared = declaredInput(bytes);
         if (!declared)
             fail("a file of ONNX was expected, one without a graph that has an input was found");
+        const std::string damage = graphDamage(bytes);
+        if (!damage.empty())
+            fail("a sound file of ONNX was expected, " + damage);
         chooseWindow(*declared);
         std::string found;
         for (const int depth : {3, 1})

@@ -22,7 +22,8 @@ public:
 /// gives 1 x C x sH x sW, C being 3 (red, green, blue) or 1 (luma), s a whole number 1..8; which, a trial run tells. It
 /// sees the encoded values of the picture as they stand, 1.0 full scale: networks learn what sRGB's curve makes of
 /// edges, and the working space has that curve; so values outside of sRGB's primaries survive. A network of one channel
-/// enlarges the luma; the rest is Catmull-Rom. One picture at a time.
+/// enlarges the luma; the rest is Catmull-Rom. One picture at a time. A model is run like a program and must be trusted
+/// like one; what is plainly damaged is refused before OpenCV sees it.
 class NetworkUpscaler
 {
 public:

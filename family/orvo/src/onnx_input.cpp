@@ -1,6 +1,7 @@
 #include "onnx_input.hpp"
 
 #include <algorithm>
+#include <map>
 #include <stdexcept>
 
 // Numbers of fields as onnx.proto gives them.
@@ -10,9 +11,23 @@ namespace {
 using Bytes = std::span<const unsigned char>;
 
 constexpr std::uint64_t kModelGraph = 7;
+constexpr std::uint64_t kGraphNode = 1;
 constexpr std::uint64_t kGraphInitializer = 5;
 constexpr std::uint64_t kGraphInput = 11;
+constexpr std::uint64_t kNodeInput = 1;
+constexpr std::uint64_t kNodeOutput = 2;
+constexpr std::uint64_t kNodeOperation = 4;
+constexpr std::uint64_t kNodeAttribute = 5;
+constexpr std::uint64_t kAttributeName = 1;
+constexpr std::uint64_t kAttributeInteger = 3;
+constexpr std::uint64_t kAttributeTensor = 5;
+constexpr std::uint64_t kAttributeIntegers = 8;
+constexpr std::uint64_t kTensorSide = 1;
+constexpr std::uint64_t kTensorType = 2;
+constexpr std::uint64_t kTensorFloats = 4;
 constexpr std::uint64_t kTensorName = 8;
+constexpr std::uint64_t kTensorRaw = 9;
+constexpr std::uint64_t kTensorPlace = 14;
 constexpr std::uint64_t kValueName = 1;
 constexpr std::uint64_t kValueType = 2;
 constexpr std::uint64_t kTypeTensor = 1;
@@ -21,6 +36,9 @@ constexpr std::uint64_t kTensorShape = 2;
 constexpr std::uint64_t kShapeSide = 1;
 constexpr std::uint64_t kSideValue = 1;
 constexpr std::uint64_t kFloat = 1;
+
+constexpr std::uint64_t kMostWeights = std::uint64_t{1} << 30; // of one layer; no file that is read holds more
+constexpr std::uint64_t kMostCount = 4096;                     // samples of a kernel, a step or a block, and groups
 
 // Kinds of fields.
 constexpr std::uint64_t kVarint = 0;
@@ -162,6 +180,131 @@ Buffer declaration(const std::string& name, const std::array<int, 4>& sides)
     return value;
 }
 
+// Whole numbers of a repeated field, packed or not.
+void appendIntegers(const Field& field, std::vector<std::uint64_t>& values)
+{
+    if (field.content.empty()) {
+        values.push_back(field.value);
+        return;
+    }
+    for (Bytes rest = field.content; !rest.empty();)
+        values.push_back(takeVarint(rest));
+}
+
+struct Weight
+{
+    std::string name;
+    std::vector<std::uint64_t> sides;
+    std::string damage;
+};
+
+Weight readWeight(Bytes tensor)
+{
+    Weight weight;
+    std::uint64_t type = 0;
+    std::uint64_t place = 0;
+    std::optional<std::uint64_t> raw;
+    std::uint64_t floats = 0;
+    forEachField(tensor, [&](const Field& field) {
+        if (field.number == kTensorSide)
+            appendIntegers(field, weight.sides);
+        else if (field.number == kTensorType)
+            type = field.value;
+        else if (field.number == kTensorFloats)
+            floats += field.content.empty() ? 1 : field.content.size() / sizeof(float);
+        else if (field.number == kTensorName)
+            weight.name = textOf(field.content);
+        else if (field.number == kTensorRaw)
+            raw = field.content.size();
+        else if (field.number == kTensorPlace)
+            place = field.value;
+    });
+    std::uint64_t count = 1;
+    for (const std::uint64_t side : weight.sides) {
+        if (side > kMostWeights || count * side > kMostWeights) {
+            weight.damage = "weights " + weight.name + " of impossible sides were found";
+            return weight;
+        }
+        count *= side;
+    }
+    if (place != 0)
+        weight.damage = "weights in a file of their own (" + weight.name + ") were found";
+    else if (type == kFloat && (raw ? *raw / sizeof(float) : floats) != count)
+        weight.damage = "weights " + weight.name + " of " + std::to_string(raw ? *raw / sizeof(float) : floats) +
+                        " numbers instead of " + std::to_string(count) + " were found";
+    else if (raw && *raw < count)
+        weight.damage = "weights " + weight.name + " with missing bytes were found";
+    return weight;
+}
+
+struct Layer
+{
+    std::string operation;
+    std::vector<std::string> inputs;
+    std::vector<std::string> outputs;
+    std::string damage;
+};
+
+// Lengths, steps, groups and block sizes: OpenCV divides by them, and allocates by them.
+void checkAttribute(Bytes attribute, Layer& layer)
+{
+    std::string name;
+    std::vector<std::uint64_t> values;
+    forEachField(attribute, [&](const Field& field) {
+        if (field.number == kAttributeName)
+            name = textOf(field.content);
+        else if (field.number == kAttributeInteger || field.number == kAttributeIntegers)
+            appendIntegers(field, values);
+        else if (field.number == kAttributeTensor && layer.damage.empty())
+            layer.damage = readWeight(field.content).damage;
+    });
+    const bool counts =
+        name == "kernel_shape" || name == "strides" || name == "dilations" || name == "group" || name == "blocksize";
+    const bool sound = std::all_of(values.begin(), values.end(),
+                                   [](std::uint64_t value) { return value >= 1 && value <= kMostCount; });
+    const bool pads = name == "pads";
+    const bool small =
+        std::all_of(values.begin(), values.end(), [](std::uint64_t value) { return value <= kMostCount; });
+    if ((counts && (!sound || values.empty())) || (pads && layer.operation != "Pad" && !small))
+        layer.damage = "a layer " + layer.operation + " of impossible " + name + " was found";
+}
+
+Layer readLayer(Bytes node)
+{
+    Layer layer;
+    layer.operation = textOf(fieldOf(node, kNodeOperation));
+    forEachField(node, [&](const Field& field) {
+        if (field.number == kNodeInput)
+            layer.inputs.push_back(textOf(field.content));
+        else if (field.number == kNodeOutput)
+            layer.outputs.push_back(textOf(field.content));
+        else if (field.number == kNodeAttribute)
+            checkAttribute(field.content, layer);
+    });
+    return layer;
+}
+
+// Names that layers may take, with the sides of those that are weights.
+using Known = std::map<std::string, std::vector<std::uint64_t>>;
+
+std::string layerDamage(const Layer& layer, const Known& known)
+{
+    if (!layer.damage.empty())
+        return layer.damage;
+    if (layer.outputs.empty() || (layer.inputs.empty() && layer.operation != "Constant"))
+        return "a layer " + layer.operation + " without inputs or outputs was found";
+    for (const std::string& input : layer.inputs)
+        if (!input.empty() && !known.contains(input))
+            return "a layer " + layer.operation + " that takes " + input + ", which nothing gives, was found";
+    if (layer.operation == "Conv" || layer.operation == "ConvTranspose") {
+        const bool kernel = layer.inputs.size() >= 2 && known.contains(layer.inputs[1]);
+        // The kernel of a network may be computed by layers; then its sides are not told here.
+        if (!kernel || (!known.at(layer.inputs[1]).empty() && known.at(layer.inputs[1]).size() != 4))
+            return "a layer " + layer.operation + " without a kernel of 4 sides was found";
+    }
+    return {};
+}
+
 } // namespace
 
 std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model)
@@ -184,6 +327,39 @@ std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model)
         return input;
     } catch (const Malformed&) {
         return std::nullopt;
+    }
+}
+
+std::string graphDamage(std::span<const unsigned char> model)
+{
+    try {
+        const Bytes graph = fieldOf(model, kModelGraph);
+        Known known;
+        std::string damage;
+        const auto note = [&damage](const std::string& text) {
+            if (damage.empty())
+                damage = text;
+        };
+        forEachField(graph, [&](const Field& field) {
+            if (field.number == kGraphInput)
+                known.try_emplace(textOf(fieldOf(field.content, kValueName)));
+            if (field.number != kGraphInitializer)
+                return;
+            const Weight weight = readWeight(field.content);
+            note(weight.damage);
+            known[weight.name] = weight.sides;
+        });
+        forEachField(graph, [&](const Field& field) {
+            if (field.number != kGraphNode)
+                return;
+            const Layer layer = readLayer(field.content);
+            note(layerDamage(layer, known));
+            for (const std::string& output : layer.outputs)
+                known.try_emplace(output);
+        });
+        return damage;
+    } catch (const Malformed&) {
+        return "something else was found";
     }
 }
 

@@ -213,6 +213,37 @@ TEST_F(NetworkUpscaling, RefusesBadModels)
     expectRefused("/tmp", "no such file");
 }
 
+TEST_F(NetworkUpscaling, SurvivesDamagedModels)
+{
+    const std::string sound = convolveAndEnlarge(1, std::vector<float>(9, 0.1f), 3, 2);
+    const auto picture = test::noise({20, 20}, ColorProfileType::melissaRGB(), 1);
+    std::mt19937 random(7);
+    int refused = 0;
+    for (int i = 0; i < 150; ++i) {
+        std::string damaged = sound;
+        for (int k = 0; k < 3; ++k)
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        const ModelFile file(damaged);
+        use(file);
+        const LogCapture log;
+        const bool empty = upscaled(picture) == nullptr;
+        EXPECT_EQ(log.texts(orvo::LogMessageType::Error).size(), empty ? 1u : 0u);
+        refused += empty ? 1 : 0;
+    }
+    EXPECT_GT(refused, 50);
+    // A layer that takes what nothing gives, and weights that are shorter than their sides tell.
+    using namespace test::onnx;
+    for (const std::string& bytes :
+         {model({node("Conv", {"in", "absent"}, "out", {})}, {}, 3),
+          model({node("Conv", {"in", "w"}, "out", {})}, {tensor("w", {3, 3, 1, 1}, {1.0f})}, 3),
+          model({node("Conv", {"in", "w"}, "out", {integer("group", 0)})}, {tensor("w", {1, 3, 1, 1}, {1, 1, 1})},
+                3)}) {
+        const ModelFile file(bytes);
+        use(file);
+        expectRefused(file.path, "was expected");
+    }
+}
+
 TEST_F(NetworkUpscaling, RefusesWrongScalesAndOverlaps)
 {
     const ModelFile file(convolveAndEnlarge(3, {1.0f}, 1, 2));

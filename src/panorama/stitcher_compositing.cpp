@@ -1,3 +1,4 @@
+#include "panorama/blend_bands.hpp"
 #include "panorama/compute_device.hpp"
 #include "panorama/fit_masks.hpp"
 #include "panorama/panorama_stitcher.hpp"
@@ -10,24 +11,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace orvo {
 namespace {
 
 constexpr std::int32_t kSpherical = 2;
 constexpr double kBlendShare = 5.0 / 100.0; // of the output's mean side: how wide pictures fade into each other
-constexpr int kMostBands = 9;
 
 cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
 {
     using cv::detail::Blender;
-    if (blendWidth < 1.0)
+    const std::optional<int> bands = blendBands(blendWidth);
+    if (!bands)
         return Blender::createDefault(Blender::NO, false);
     cv::Ptr<Blender> blender = Blender::createDefault(Blender::MULTI_BAND, false);
-    auto* const multiBand = dynamic_cast<cv::detail::MultiBandBlender*>(blender.get());
-    // A width of exactly 1 would give -1 bands, which the blender does not expect.
-    multiBand->setNumBands(
-        std::clamp(static_cast<int>(std::ceil(std::log(blendWidth) / std::log(2.0)) - 1.0), 0, kMostBands));
+    dynamic_cast<cv::detail::MultiBandBlender&>(*blender).setNumBands(*bands);
     return blender;
 }
 

@@ -1,4 +1,5 @@
 // What all renders share: pictures, seams, vignetting and gains at the seam scale.
+#include "panorama/exposure_gains.hpp"
 #include "panorama/panorama_stitcher.hpp"
 
 #include <orvo_logger/logstream.hpp>
@@ -219,27 +220,10 @@ void PanoramaStitcher::prepareExposureCompensator()
 void PanoramaStitcher::applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image,
                                                  cv::InputArray, const cv::Rect& rect, const cv::Size& size)
 {
-    const auto warn = [signature = functionSignature()](const char* text) {
-        LOG(__orvolog() << LogMessageType::Warning << signature << ": " << text);
-    };
-    using namespace cv::detail;
-    if (dynamic_cast<GainCompensator*>(compensator.get()))
-        return warn("applyExposureCompensation does not implement for GainCompensator");
-    if (dynamic_cast<ChannelsCompensator*>(compensator.get()))
-        return warn("applyExposureCompensation does not implement for ChannelsCompensator");
-    auto* const blocks = dynamic_cast<BlocksCompensator*>(compensator.get());
-    if (!blocks)
-        return;
-    std::vector<cv::Mat> gains;
-    blocks->getMatGains(gains);
     const auto j = static_cast<std::size_t>(index);
-    if (j >= gains.size())
-        return warn("applyExposureCompensation error: out of bounds index");
-
-    cv::Mat gain;
-    cv::resize(gains[j], gain, warped8[j].size(), 0, 0, cv::INTER_LINEAR);
-    if (gain.channels() != 3)
-        cv::merge(std::vector<cv::Mat>{gain, gain, gain}, gain);
+    const cv::Mat gain = blockGains(compensator.get(), index, warped8[j].size(), functionSignature());
+    if (gain.empty())
+        return;
     const double sx = static_cast<double>(rect.width) / size.width;
     const double sy = static_cast<double>(rect.height) / size.height;
     const double scale = seamScale();

@@ -37,8 +37,7 @@ inline double medianRotationError(const PanoramaStitcher& stitcher, const std::v
     const auto& indices = stitcher.usedIndices();
     for (std::size_t i = 0; i < cameras.size(); ++i)
         for (std::size_t j = i + 1; j < cameras.size(); ++j) {
-            const auto found =
-                scenes::relative(rotationOfCamera(cameras[i].R), rotationOfCamera(cameras[j].R));
+            const auto found = scenes::relative(rotationOfCamera(cameras[i].R), rotationOfCamera(cameras[j].R));
             const auto truth = scenes::relative(views[static_cast<std::size_t>(indices[i])].rotation,
                                                 views[static_cast<std::size_t>(indices[j])].rotation);
             errors.push_back(scenes::angleBetween(found, truth));

@@ -1,0 +1,20 @@
+/// How many bands the pictures of a panorama are blended in.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+namespace orvo {
+
+/// For pictures that fade into each other over `width` output pixels; none below 1: they are then cut hard.
+[[nodiscard]] inline std::optional<int> blendBands(double width)
+{
+    constexpr int kMost = 9;
+    if (!(width >= 1.0))
+        return std::nullopt;
+    // A width of exactly 1 would give -1 bands, which the blender does not expect.
+    return std::clamp(static_cast<int>(std::ceil(std::log(width) / std::log(2.0)) - 1.0), 0, kMost);
+}
+
+} // namespace orvo

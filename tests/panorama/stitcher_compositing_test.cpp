@@ -1,0 +1,312 @@
+#include "panorama/blend_bands.hpp"
+#include "panorama/compute_device.hpp"
+#include "panorama/exposure_gains.hpp"
+#include "panorama_truth.hpp"
+
+#include <orvo_logger/log_capture.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace orvo;
+using namespace orvo::test;
+using scenes::SphereScene;
+using scenes::SphereView;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+bool sameBytes(const cv::Mat& a, const cv::Mat& b)
+{
+    return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
+           std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
+}
+
+// A drawn part of the sphere, in sphere units.
+struct Raw
+{
+    cv::Mat picture;
+    cv::Mat mask;
+    cv::Rect shown;
+};
+
+class StitcherCompositing : public testing::Test
+{
+protected:
+    SphereScene scene;
+    std::vector<SphereView> views = smallRow();
+    PanoSource source;
+    std::unique_ptr<PanoramaStitcher> stitcher;
+
+    void SetUp() override { forceCpu() = true; }
+    void TearDown() override { forceCpu() = false; }
+
+    void registerViews()
+    {
+        stitcher = std::make_unique<PanoramaStitcher>(source);
+        ASSERT_TRUE(stitcher->estimateCameras(seen(scene, views)));
+    }
+
+    // Where the pictures lie, in sphere units, and some more.
+    [[nodiscard]] cv::Rect content(int more = 20) const
+    {
+        const cv::Rect sphere = stitcher->projectionBounds(kSphericalKind);
+        const cv::Rect roi = stitcher->roiInOutputPixels();
+        return {sphere.x + roi.x - more, sphere.y + roi.y - more, roi.width + 2 * more, roi.height + 2 * more};
+    }
+
+    [[nodiscard]] Raw draw(const cv::Rect& rect, const cv::Size& size) const
+    {
+        Raw raw;
+        raw.shown = stitcher->makePanoramaRaw(rect, size, raw.picture, raw.mask, never);
+        return raw;
+    }
+
+    // Drawn at one pixel for one unit.
+    [[nodiscard]] Agreement compare(const Raw& raw, const cv::Rect& rect, int margin) const
+    {
+        Drawing drawing;
+        drawing.rect = cv::Rect(rect.tl() + raw.shown.tl(), raw.shown.size());
+        drawing.size = raw.shown.size();
+        return agreementOf(matrixOf(*imageDataFromCVMat(raw.picture)), raw.mask,
+                           truthOf(scene, *stitcher, views, drawing), margin);
+    }
+};
+
+} // namespace
+
+TEST_F(StitcherCompositing, ShowsTheScene)
+{
+    registerViews();
+    const cv::Rect rect = content();
+    const Raw raw = draw(rect, rect.size());
+    EXPECT_EQ(raw.picture.type(), CV_16SC3);
+    EXPECT_EQ(raw.mask.type(), CV_8UC1);
+    EXPECT_EQ(raw.picture.size(), raw.shown.size());
+    EXPECT_EQ(raw.mask.size(), raw.shown.size());
+    const Agreement agreement = compare(raw, rect, 8);
+    EXPECT_GT(agreement.pixels, 180000);
+    EXPECT_GT(agreement.psnr, 34.0);
+    EXPECT_LT(agreement.worstMean, 0.06) << "no ghost, no step at a seam";
+}
+
+TEST_F(StitcherCompositing, EvensOutExposures)
+{
+    for (std::size_t i = 0; i < views.size(); ++i)
+        views[i].ev = i % 2 == 0 ? 0.0 : -0.6;
+    registerViews();
+    const cv::Rect rect = content();
+    const Raw raw = draw(rect, rect.size());
+    const cv::Mat picture = matrixOf(*imageDataFromCVMat(raw.picture));
+    Drawing drawing;
+    drawing.rect = cv::Rect(rect.tl() + raw.shown.tl(), raw.shown.size());
+    drawing.size = raw.shown.size();
+    const cv::Mat truth = truthOf(scene, *stitcher, views, drawing);
+    // Mean brightness against the scene's, in upright stripes: views 0.6 EV apart differ by 20 percent of the encoded
+    // values, which must not be seen any more.
+    std::vector<double> ratios;
+    for (int x = 40; x + 40 < picture.cols - 40; x += 40) {
+        const cv::Rect stripe(x, picture.rows / 3, 40, picture.rows / 3);
+        ratios.push_back(cv::mean(picture(stripe))[1] / cv::mean(truth(stripe))[1]);
+    }
+    const auto [low, high] = std::minmax_element(ratios.begin(), ratios.end());
+    EXPECT_LT(*high / *low, 1.08);
+    for (std::size_t i = 1; i < ratios.size(); ++i)
+        EXPECT_LT(std::abs(ratios[i] / ratios[i - 1] - 1.0), 0.03) << "no step at stripe " << i;
+}
+
+TEST_F(StitcherCompositing, TakesVignettingOut)
+{
+    for (auto& view : views)
+        view.vignetting = {0.55, 0.1, 0.0};
+    source.settings.devignette = true;
+    registerViews();
+    const cv::Rect rect = content();
+    const Raw raw = draw(rect, rect.size());
+    ASSERT_NE(stitcher->usedDevignetteModel(), nullptr);
+    const devignette_t& model = stitcher->usedDevignetteModel()->model();
+    EXPECT_TRUE(model.fitted);
+    for (float r = 0.0f; r <= 1.0f; r += 0.1f) {
+        const double truth = 1.0 + r * r * (0.55 + r * r * 0.1);
+        EXPECT_NEAR(static_cast<double>(model.gain(r)) / truth, 1.0, 0.02) << "at radius " << r;
+    }
+    const Agreement corrected = compare(raw, rect, 12);
+    source.settings.devignette = false;
+    registerViews();
+    EXPECT_EQ(stitcher->usedDevignetteModel(), nullptr);
+    const Agreement plain = compare(draw(rect, rect.size()), rect, 12);
+    EXPECT_GT(corrected.psnr, plain.psnr + 3.0);
+}
+
+TEST_F(StitcherCompositing, ShowsARectanglePartlyBesideTheSphereWhereItBelongs)
+{
+    registerViews();
+    const cv::Rect sphere = stitcher->projectionBounds();
+    const cv::Rect plain(sphere.x, sphere.y, sphere.width, sphere.height);
+    const cv::Rect beyond(sphere.x - 100, sphere.y - 60, sphere.width + 200, sphere.height + 120);
+    const Raw inside = draw(plain, plain.size());
+    const Raw cut = draw(beyond, beyond.size());
+    ASSERT_FALSE(inside.shown.empty());
+    EXPECT_EQ(cut.shown, inside.shown + cv::Point(100, 60));
+    EXPECT_TRUE(sameBytes(cut.picture, inside.picture));
+    EXPECT_TRUE(sameBytes(cut.mask, inside.mask));
+}
+
+TEST_F(StitcherCompositing, AMarginKeepsTheFrameFromBeingSeen)
+{
+    registerViews();
+    const cv::Rect rect = content();
+    const Raw whole = draw(rect, rect.size());
+    const cv::Rect part(rect.x + 300, rect.y + 120, 200, 100);
+    const Raw small = draw(part, part.size());
+    ASSERT_EQ(small.shown, cv::Rect(0, 0, 200, 100));
+    const cv::Rect there(part.tl() - rect.tl() - whole.shown.tl(), part.size());
+    cv::Mat difference;
+    cv::absdiff(small.picture, whole.picture(there), difference);
+    EXPECT_LT(cv::mean(difference)[1], 0.004 * 16383) << "the same picture, though drawn on its own";
+}
+
+TEST_F(StitcherCompositing, ARectangleWithoutPicturesIsZeroAndEmpty)
+{
+    registerViews();
+    const cv::Rect sphere = stitcher->projectionBounds();
+    for (const cv::Rect& rect : {cv::Rect(sphere.x, sphere.y, 60, 40), cv::Rect(sphere.x - 500, sphere.y, 60, 40)}) {
+        const Raw raw = draw(rect, {30, 20});
+        EXPECT_EQ(raw.shown, cv::Rect());
+        for (const cv::Mat& output : {raw.picture, raw.mask}) {
+            EXPECT_EQ(output.type(), CV_16SC3);
+            EXPECT_EQ(output.size(), cv::Size(30, 20));
+            EXPECT_EQ(cv::norm(output, cv::NORM_INF), 0.0);
+        }
+    }
+}
+
+TEST_F(StitcherCompositing, ATinyPreviewIsCutHardAndStillRight)
+{
+    registerViews();
+    const cv::Rect rect = content(0);
+    const cv::Size size(18, 7);
+    const Raw raw = draw(rect, size);
+    EXPECT_GE(raw.shown.width, 16);
+    EXPECT_GE(raw.shown.height, 5);
+    EXPECT_EQ(raw.picture.size(), raw.shown.size());
+    const auto at = [&](const cv::Mat& picture) { return cv::mean(picture, raw.mask)[1]; };
+    const Raw large = draw(rect, rect.size());
+    cv::Mat reduced;
+    cv::resize(large.picture, reduced, raw.shown.size(), 0, 0, cv::INTER_AREA);
+    EXPECT_NEAR(at(raw.picture), at(reduced), 0.2 * at(reduced));
+}
+
+TEST(BlendBands, GrowWithTheWidthUpToNine)
+{
+    EXPECT_EQ(blendBands(0.0), std::nullopt);
+    EXPECT_EQ(blendBands(0.999), std::nullopt);
+    EXPECT_EQ(blendBands(1.0), 0);
+    EXPECT_EQ(blendBands(1.5), 0);
+    EXPECT_EQ(blendBands(2.5), 1);
+    EXPECT_EQ(blendBands(64.0), 5);
+    EXPECT_EQ(blendBands(65.0), 6);
+    EXPECT_EQ(blendBands(1000.0), 9);
+    EXPECT_EQ(blendBands(1e6), 9);
+}
+
+TEST_F(StitcherCompositing, CancelledAnywhereItIsEmptyAndSilent)
+{
+    registerViews();
+    const cv::Rect rect = content();
+    const cv::Size size(rect.width / 4, rect.height / 4);
+    ASSERT_FALSE(draw(rect, size).shown.empty());
+    const LogCapture capture;
+    int points = 0;
+    for (int n = 1; n < 100; ++n) {
+        int calls = 0;
+        cv::Mat picture;
+        cv::Mat mask;
+        const cv::Rect shown = stitcher->makePanoramaRaw(rect, size, picture, mask, CancelAt{n, &calls});
+        if (calls < n) {
+            EXPECT_FALSE(shown.empty());
+            break;
+        }
+        EXPECT_EQ(shown, cv::Rect()) << n;
+        points = n;
+    }
+    EXPECT_EQ(points, 1 + 4 + 4 + 1 + 1) << "the start, each picture, each mask, the gains, the end";
+    EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning), IsEmpty());
+}
+
+TEST_F(StitcherCompositing, GivesTheSameBytesForAnyThreads)
+{
+    source.settings.devignette = true;
+    registerViews();
+    const cv::Rect rect = content();
+    const cv::Size size(rect.width / 2, rect.height / 2);
+    Raw one;
+    {
+        const WorkerLimit limit(1);
+        one = draw(rect, size);
+    }
+    registerViews(); // seams, gains and vignetting anew
+    Raw two;
+    {
+        const WorkerLimit limit(2);
+        two = draw(rect, size);
+    }
+    EXPECT_EQ(one.shown, two.shown);
+    EXPECT_TRUE(sameBytes(one.picture, two.picture));
+    EXPECT_TRUE(sameBytes(one.mask, two.mask));
+}
+
+TEST_F(StitcherCompositing, SeamsCutThePicturesApart)
+{
+    registerViews();
+    (void)draw(content(), {200, 80});
+    const auto& seams = stitcher->usedSeamMasks();
+    ASSERT_EQ(seams.size(), 4u);
+    for (const cv::UMat& seam : seams) {
+        const int kept = cv::countNonZero(seam);
+        EXPECT_GT(kept, static_cast<int>(seam.total()) / 8);
+        EXPECT_LT(kept, static_cast<int>(seam.total()) * 95 / 100) << "something went to a neighbour";
+    }
+}
+
+TEST_F(StitcherCompositing, TellsThatTheCpuDoesTheWork)
+{
+    registerViews();
+    const LogCapture capture;
+    (void)draw(content(), {100, 40});
+    EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre("Trying to make panorama on CPU"));
+}
+
+TEST(BlockGains, OnlyCompensatorsOfBlocksHaveThem)
+{
+    using namespace cv::detail;
+    const LogCapture capture;
+    EXPECT_TRUE(blockGains(cv::makePtr<GainCompensator>().get(), 0, {8, 6}, "where").empty());
+    EXPECT_TRUE(blockGains(cv::makePtr<ChannelsCompensator>().get(), 0, {8, 6}, "where").empty());
+    EXPECT_TRUE(blockGains(cv::makePtr<NoExposureCompensator>().get(), 0, {8, 6}, "where").empty());
+    EXPECT_TRUE(blockGains(nullptr, 0, {8, 6}, "where").empty());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                ElementsAre("where: applyExposureCompensation does not implement for GainCompensator",
+                            "where: applyExposureCompensation does not implement for ChannelsCompensator"));
+}
+
+TEST(BlockGains, AreOfThreeChannelsAndOfTheSizeAskedFor)
+{
+    cv::detail::BlocksGainCompensator blocks(4, 4);
+    std::vector<cv::Mat> gains = {cv::Mat(2, 2, CV_32F, cv::Scalar(1.25))};
+    blocks.setMatGains(gains);
+    const LogCapture capture;
+    const cv::Mat gain = blockGains(&blocks, 0, {8, 6}, "where");
+    EXPECT_EQ(gain.type(), CV_32FC3);
+    EXPECT_EQ(gain.size(), cv::Size(8, 6));
+    EXPECT_EQ(cv::norm(gain - cv::Scalar::all(1.25), cv::NORM_INF), 0.0);
+    EXPECT_THAT(capture.lines(), IsEmpty());
+    EXPECT_TRUE(blockGains(&blocks, 1, {8, 6}, "where").empty());
+    EXPECT_TRUE(blockGains(&blocks, -1, {8, 6}, "where").empty());
+    const std::string line = "where: applyExposureCompensation error: out of bounds index";
+    EXPECT_THAT(capture.texts(LogMessageType::Warning), ElementsAre(line, line));
+}

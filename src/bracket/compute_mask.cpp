@@ -81,14 +81,15 @@ void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::i
     }
 }
 
-void averageRow(const PixelRGB<float>* pixels, int width, const Span& rows, const std::vector<Span>& columns,
-                std::int16_t* target)
+// `pixels` start at the row `firstRow` of the picture.
+void averageRow(const PixelRGB<float>* pixels, int firstRow, int width, const Span& rows,
+                const std::vector<Span>& columns, std::int16_t* target)
 {
     for (std::size_t x = 0; x < columns.size(); ++x) {
         float sum = 0.0f;
         float weights = 0.0f;
         for (int sy = rows.first; sy < rows.end; ++sy) {
-            const PixelRGB<float>* const row = pixels + static_cast<std::ptrdiff_t>(sy) * width;
+            const PixelRGB<float>* const row = pixels + static_cast<std::ptrdiff_t>(sy - firstRow) * width;
             for (int sx = columns[x].first; sx < columns[x].end; ++sx) {
                 const float weight = rows.share(sy) * columns[x].share(sx);
                 sum += weight * luminance(row[sx]);
@@ -99,22 +100,37 @@ void averageRow(const PixelRGB<float>* pixels, int width, const Span& rows, cons
     }
 }
 
+void downsample(RungPixels& pixels, std::int16_t* target, int targetWidth, int targetHeight)
+{
+    const int width = pixels.width();
+    const bool isHalf = width == 2 * targetWidth && pixels.height() == 2 * targetHeight;
+    const std::vector<Span> rows = spansOf(pixels.height(), targetHeight);
+    const std::vector<Span> columns = spansOf(width, targetWidth);
+    const int band = pixels.bandRows();
+    for (int top = 0; top < targetHeight; top += band) {
+        const int bottom = std::min(top + band, targetHeight);
+        const int firstRow = rows[static_cast<std::size_t>(top)].first;
+        const PixelRGB<float>* const source = pixels.rows(firstRow, rows[static_cast<std::size_t>(bottom - 1)].end);
+        forEachRow(bottom - top, [&](int i) {
+            const int y = top + i;
+            std::int16_t* const row = target + static_cast<std::ptrdiff_t>(y) * targetWidth;
+            if (isHalf) {
+                const PixelRGB<float>* const upper = source + static_cast<std::ptrdiff_t>(2 * y - firstRow) * width;
+                halveRow(upper, upper + width, row, targetWidth);
+            } else {
+                averageRow(source, firstRow, width, rows[static_cast<std::size_t>(y)], columns, row);
+            }
+        });
+    }
+}
+
 } // namespace
 
 void downsample_area(const PixelRGB<float>* pixels, int width, int height, std::int16_t* target, int targetWidth,
                      int targetHeight)
 {
-    const bool isHalf = width == 2 * targetWidth && height == 2 * targetHeight;
-    const std::vector<Span> rows = spansOf(height, targetHeight);
-    const std::vector<Span> columns = spansOf(width, targetWidth);
-    forEachRow(targetHeight, [&](int y) {
-        std::int16_t* const row = target + static_cast<std::ptrdiff_t>(y) * targetWidth;
-        const PixelRGB<float>* const upper = pixels + static_cast<std::ptrdiff_t>(2 * y) * width;
-        if (isHalf)
-            halveRow(upper, upper + width, row, targetWidth);
-        else
-            averageRow(pixels, width, rows[static_cast<std::size_t>(y)], columns, row);
-    });
+    RungPixels plain(pixels, width, height);
+    downsample(plain, target, targetWidth, targetHeight);
 }
 
 void upsample_near(const float* source, int sourceWidth, int sourceHeight, float* target, int width, int height)
@@ -134,10 +150,17 @@ void upsample_near(const float* source, int sourceWidth, int sourceHeight, float
 std::vector<float, ManagedAllocator<float>> computeMask(const PixelRGB<float>* pixels, int width, int height,
                                                         float weight)
 {
+    RungPixels plain(pixels, width, height);
+    return computeMask(plain, weight);
+}
+
+std::vector<float, ManagedAllocator<float>> computeMask(RungPixels& pixels, float weight)
+{
+    const int width = pixels.width();
+    const int height = pixels.height();
     const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    std::vector<float, ManagedAllocator<float>> result(count);
     if (count == 0)
-        return result;
+        return {};
     // A picture one pixel wide or high has no half; it is its own.
     const int halfWidth = std::max(width / 2, 1);
     const int halfHeight = std::max(height / 2, 1);
@@ -145,7 +168,7 @@ std::vector<float, ManagedAllocator<float>> computeMask(const PixelRGB<float>* p
     const ManagedPlane<float> plane(count, true);
     {
         const ManagedPlane<std::int16_t> gray(halfCount, true);
-        downsample_area(pixels, width, height, gray.data(), halfWidth, halfHeight);
+        downsample(pixels, gray.data(), halfWidth, halfHeight);
         grfx::local_laplacian_gray16(gray.data(), halfWidth, halfHeight, halfWidth, kDetail, kFloor, kIntensitySamples,
                                      kEdgeThreshold, 1.0f - weight);
         forEachRange(halfCount, [&](std::size_t first, std::size_t last) {
@@ -153,6 +176,7 @@ std::vector<float, ManagedAllocator<float>> computeMask(const PixelRGB<float>* p
                 plane[p] = static_cast<float>(gray[p]) * kInverseWhite15;
         });
     }
+    std::vector<float, ManagedAllocator<float>> result(count); // only now: the filter's scratch is gone
     upsample_near(plane.data(), halfWidth, halfHeight, result.data(), width, height);
     grfx_fast_blur_gray(plane.data(), result.data(), width, height, kSmoothRadius);
     grfx_fast_blur_gray(result.data(), plane.data(), width, height, kSmoothRadius);

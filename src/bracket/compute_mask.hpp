@@ -1,6 +1,8 @@
 /// The weight of a frame in the blend, from its own brightness.
 #pragma once
 
+#include "bracket/rung_pixels.hpp"
+
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/pixel.hpp>
 
@@ -11,10 +13,11 @@ namespace orvo {
 
 /// One weight a pixel, about 0..1: luminance (0.299, 0.587, 0.114 of the encoded values) with its detail smoothed and
 /// its large edges lowered to 1 - `weight` of their height, so that neighbouring areas are weighted alike and no edge
-/// gets a halo. Made at half size. Peak: the result, a plane of floats, and what the local Laplacian filter holds at
-/// half size.
+/// gets a halo. Made at half size. Peak: the result and a plane of floats.
 [[nodiscard]] std::vector<float, ManagedAllocator<float>> computeMask(const PixelRGB<float>* pixels, int width,
                                                                       int height, float weight);
+/// The same of a rung whose pixels are made as they are needed.
+[[nodiscard]] std::vector<float, ManagedAllocator<float>> computeMask(RungPixels& pixels, float weight);
 
 /// Luminance at a smaller size in 15 bits: each cell is the mean of the pixels that it covers, those at its border
 /// counted by the share covered, limited to 0..1 and truncated.

@@ -60,26 +60,23 @@ void copyPixels(Pixel* target, const Pixel* source, std::size_t count)
     });
 }
 
-// picture = |picture - its smooth version|, per channel.
-void keepStructure(Pixel* picture, Pixel* scratch, Size size)
+// What the guided filter takes away, limited to 0..1 by channel and summed. `smooth` is scratch.
+void measureStructure(const Pixel* picture, Pixel* smooth, float* structure, Size size)
 {
     const auto radius = static_cast<float>(size.width / kWidthsPerRadius);
-    grfx_guided_filter_rgb_fast(picture, scratch, size.width, size.height, radius, kGuidedEps);
-    float* const samples = &picture->r;
-    const float* const smooth = &scratch->r;
-    forEachRange(size.pixels() * 3, [&](std::size_t first, std::size_t last) {
-        for (std::size_t i = first; i < last; ++i)
-            samples[i] = std::abs(samples[i] - smooth[i]);
+    grfx_guided_filter_rgb_fast(picture, smooth, size.width, size.height, radius, kGuidedEps);
+    forEachRange(size.pixels(), [&](std::size_t first, std::size_t last) {
+        for (std::size_t p = first; p < last; ++p) {
+            const Pixel& v = picture[p];
+            const Pixel& s = smooth[p];
+            const Pixel limited = clampValue(Pixel{std::abs(v.r - s.r), std::abs(v.g - s.g), std::abs(v.b - s.b)});
+            structure[p] = limited.r + limited.g + limited.b;
+        }
     });
 }
 
-float channelSum(const Pixel& pixel)
-{
-    const Pixel limited = clampValue(pixel);
-    return limited.r + limited.g + limited.b;
-}
-
-void markDifferences(const Pixel* a, const Pixel* b, const Pixel* reference, float* ghostMask, float sensitivity,
+// `a` and `b` are the structure of the frame and of the reference at its exposure.
+void markDifferences(const float* a, const float* b, const Pixel* reference, float* ghostMask, float sensitivity,
                      std::size_t count)
 {
     forEachRange(count, [&](std::size_t first, std::size_t last) {
@@ -87,7 +84,7 @@ void markDifferences(const Pixel* a, const Pixel* b, const Pixel* reference, flo
             const Pixel& ref = reference[p];
             if (!((ref.r + ref.g + ref.b) / 3.0f * 255.0f < kBlownOut))
                 continue;
-            float d = std::abs(channelSum(a[p]) - channelSum(b[p]));
+            float d = std::abs(a[p] - b[p]);
             d = (d + d) * sensitivity;
             const float v = (std::clamp(d, 0.0f, 1.0f) - 0.5f) * kMarkContrast * sensitivity + 0.5f;
             if (v > 0.0f)
@@ -146,21 +143,21 @@ void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int ref
         return;
     const Pixel* const reference = frames[static_cast<std::size_t>(referenceIndex)].image->data();
     const ManagedPlane<float> ghostMask(count, true);
-    const ManagedPlane<Pixel> a(count);
     const ManagedPlane<Pixel> b(count);
+    // Structure while frames are compared, the mask while it grows: never both.
     const ManagedPlane<float> soft(count);
     const ManagedPlane<float> softBlur(count);
     std::vector<auto_exposure_data_t> exposureMaps(frames.size());
 
     for (std::size_t i = 0; i < frames.size(); ++i) {
-        copyPixels(a.data(), frames[i].image->data(), count);
+        const Pixel* const frame = frames[i].image->data();
         copyPixels(b.data(), reference, count);
-        autoExposureEstimateRGB(a.data(), b.data(), size.width, size.height, exposureMaps[i], kByChannel);
-        autoExposureApplyRGB(a.data(), b.data(), size.width, size.height, exposureMaps[i]);
+        autoExposureEstimateRGB(frame, reference, size.width, size.height, exposureMaps[i], kByChannel);
+        autoExposureApplyRGB(frame, b.data(), size.width, size.height, exposureMaps[i]);
         const ManagedPlane<Pixel> c(count);
-        keepStructure(a.data(), c.data(), size);
-        keepStructure(b.data(), c.data(), size);
-        markDifferences(a.data(), b.data(), reference, ghostMask.data(), sensitivity, count);
+        measureStructure(frame, c.data(), soft.data(), size);
+        measureStructure(b.data(), c.data(), softBlur.data(), size);
+        markDifferences(soft.data(), softBlur.data(), reference, ghostMask.data(), sensitivity, count);
     }
 
     growMask(ghostMask.data(), soft.data(), softBlur.data(), size);

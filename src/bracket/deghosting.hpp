@@ -14,7 +14,7 @@ namespace orvo {
 /// reference are left alone. The pixels of the frames are written in place, all of them limited to 0..2; a frame that
 /// shares its pixels with another shares the change. The reference is never written.
 ///
-/// Frame: HDRFrame or FocusStackerFrame, all of one size. Peak: three pictures and three planes beside the frames.
+/// Frame: HDRFrame or FocusStackerFrame, all of one size. Peak: two pictures and three planes beside the frames.
 template <typename Frame>
 void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex);
 

@@ -5,6 +5,7 @@
 #include "bracket/deghosting.hpp"
 #include "bracket/load_frames.hpp"
 #include "bracket/resample_frames.hpp"
+#include "bracket/rung_pixels.hpp"
 
 #include <orvo/bracket_exposure.hpp>
 #include <orvo/finishing.hpp>
@@ -93,7 +94,7 @@ void requireAllLoaded(const std::vector<HDRFrame>& frames, const std::vector<std
             throw std::runtime_error("the frame " + paths[i].string() + " could not be loaded");
 }
 
-// Frames whose pixels nobody asks for again give them back before the ladder is blended.
+// Frames whose pixels nobody asks for again leave them to the ladder, whose rungs can then take them in place.
 void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
 {
     for (std::size_t i = 0; i < frames.size(); ++i)
@@ -101,54 +102,89 @@ void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
             frames[i].image.reset();
 }
 
-// The last rung's pixels, as a picture of the first rung's size: its own, if they have that size, nobody else holds
-// them and nobody asks for them again, otherwise a copy. A larger rung is read as if it had the first one's size.
-std::shared_ptr<Picture> startOfBlend(HDRFrame& last, _Size<int> size)
+// What is folded: pixels of the size of the first rung, and the curve that still has to go over them.
+struct BlendStart
 {
+    std::shared_ptr<Picture> pixels;
+    ExposureCurve pending = curveOfShift(0.0f); // none
+};
+
+// The last rung as the start of the blend: its own pixels, if they have the first rung's size and nobody asks for them
+// again, or only the rung below does, which is blended first and reads them just before they change. Otherwise a copy.
+// A larger rung is read as if it had the first one's size.
+BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, bool chromatic)
+{
+    const std::size_t n = ladder.size();
+    const _Size<int> size = ladder[0].image->size();
+    HDRFrame& last = ladder[n - 1];
+    const bool isPair = last.image == ladder[n - 2].image && last.image.use_count() == 2;
+    if (!shifts.empty() && isPair && last.image->size() == size && !hasRawMark(last))
+        return {std::move(last.image), curveOfShift(shifts[n - 1])};
+    if (!shifts.empty())
+        shiftRung(last, shifts[n - 1], chromatic);
     if (last.image.use_count() == 1 && last.image->size() == size)
-        return std::move(last.image);
+        return {std::move(last.image)};
     auto start = std::make_shared<Picture>(size, last.image->colorProfile());
     const std::size_t rowPixels = static_cast<std::size_t>(size.width);
     forEachRow(size.height, [&](int y) {
         std::memcpy(start->row(y), last.image->data() + static_cast<std::size_t>(y) * rowPixels,
                     rowPixels * sizeof(PixelRGB<float>));
     });
-    return start;
+    return {std::move(start)};
 }
 
-void blendIn(Picture& result, const Picture& rung, const std::vector<float, ManagedAllocator<float>>& mask)
+// `pending` goes over the result's pixels before the rung is mixed in.
+void blendIn(Picture& result, const ExposureCurve& pending, RungPixels& rung,
+             const std::vector<float, ManagedAllocator<float>>& mask)
 {
-    PixelRGB<float>* const target = result.data();
-    const PixelRGB<float>* const source = rung.data();
-    forEachRange(result.pixelCount(), [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; ++p) {
-            const float m = std::clamp(mask[p], 0.0f, 1.0f);
-            target[p].r = (source[p].r - target[p].r) * m + target[p].r;
-            target[p].g = (source[p].g - target[p].g) * m + target[p].g;
-            target[p].b = (source[p].b - target[p].b) * m + target[p].b;
-        }
-    });
+    if (!pending.isIdentity())
+        rung.keepApart();
+    const int height = result.height();
+    const auto width = static_cast<std::size_t>(result.width());
+    for (int top = 0; top < height; top += rung.bandRows()) {
+        const int bottom = std::min(top + rung.bandRows(), height);
+        const PixelRGB<float>* const source = rung.rows(top, bottom);
+        PixelRGB<float>* const target = result.row(top);
+        pending.applyInPlace(&target->r, static_cast<std::size_t>(bottom - top) * width * 3);
+        const float* const weights = mask.data() + static_cast<std::size_t>(top) * width;
+        forEachRange(static_cast<std::size_t>(bottom - top) * width, [&](std::size_t first, std::size_t last) {
+            for (std::size_t p = first; p < last; ++p) {
+                const float m = std::clamp(weights[p], 0.0f, 1.0f);
+                target[p].r = (source[p].r - target[p].r) * m + target[p].r;
+                target[p].g = (source[p].g - target[p].g) * m + target[p].g;
+                target[p].b = (source[p].b - target[p].b) * m + target[p].b;
+            }
+        });
+    }
+}
+
+// The pixels of a rung that is not yet at its exposure. Developed pictures are brought there as they are read; raw ones
+// are developed whole.
+RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, bool chromatic)
+{
+    if (!hasRawMark(rung))
+        return {rung.image->data(), size.width, size.height, curveOfShift(shift)};
+    shiftRung(rung, shift, chromatic);
+    return {rung.image->data(), size.width, size.height};
 }
 
 // Folds the ladder from its last rung to the first; empty if cancelled. Rungs give back their pixels as they go. With
-// `shifts` they are brought to their exposure only now, so that no more than one of them is held beside the frames.
+// `shifts` they are brought to their exposure only now, so that no rung of its own is held beside the frames.
 std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, float maskScale,
                                      const HDRSettings& settings, Phases& phases)
 {
     const std::size_t n = ladder.size();
-    const auto shift = [&](std::size_t i) {
-        if (!shifts.empty())
-            shiftRung(ladder[i], shifts[i], settings.chromaticAberrations);
-    };
     const _Size<int> size = ladder[0].image->size();
-    shift(n - 1);
-    std::shared_ptr<Picture> result = startOfBlend(ladder[n - 1], size);
+    BlendStart start = startOfBlend(ladder, shifts, settings.chromaticAberrations);
+    const std::shared_ptr<Picture> result = std::move(start.pixels);
     for (std::size_t i = n - 1; i-- > 0;) {
-        shift(i);
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
         {
-            const auto mask = computeMask(ladder[i].image->data(), result->width(), result->height(), weight);
-            blendIn(*result, *ladder[i].image, mask);
+            RungPixels pixels = shifts.empty() ? RungPixels(ladder[i].image->data(), size.width, size.height)
+                                               : pixelsOf(ladder[i], shifts[i], size, settings.chromaticAberrations);
+            const auto mask = computeMask(pixels, weight);
+            blendIn(*result, start.pending, pixels, mask);
+            start.pending = curveOfShift(0.0f);
         }
         if (i == 0)
             result->setColorProfile(ladder[0].image->colorProfile());
@@ -158,6 +194,17 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::v
             return nullptr;
     }
     return result;
+}
+
+// Brings the rungs to their exposure; false if cancelled.
+bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, const HDRSettings& settings)
+{
+    for (std::size_t i = 0; i < shifts.size(); ++i) {
+        shiftRung(ladder[i], shifts[i], settings.chromaticAberrations);
+        if (settings.canceled())
+            return false;
+    }
+    return true;
 }
 
 // A single frame is brought back to the exposure that it had in the middle of its ladder.
@@ -261,20 +308,25 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     const bool isRaw = hasRawMark(frames[0]);
     const float maskScale = isRaw || frames.size() > kMostResampledFrames ? 1.0f : kResampledMaskScale;
     tellIsRaw(isRaw);
-    // Only who looks at several rungs at once needs them all: warping and deghosting, and a single frame's exposure,
-    // which is judged by its middle rung.
-    const bool needsWholeLadder =
-        single || frames.size() > kMostResampledFrames || settings.ghostReduction || (alignsLate && settings.alignment);
     std::vector<HDRFrame> ladder;
     std::vector<float> shifts;
     int ghostIndex = -1;
-    if (needsWholeLadder) {
+    if (single || frames.size() > kMostResampledFrames) {
         float unused = 0.0f;
         std::tie(ladder, ghostIndex) = resampleFrames(frames, settings, unused);
     } else {
         PlannedLadder plan = planRungs(frames, settings);
         ladder = std::move(plan.rungs);
         shifts = std::move(plan.shifts);
+        ghostIndex = plan.ghostIndex;
+    }
+    const std::size_t mid = frames.size() / 2;
+    dropPixelsExcept(frames, mid);
+    // Only who looks at several rungs at once needs them all at their exposure before the blend.
+    if (settings.ghostReduction || (alignsLate && settings.alignment)) {
+        if (!shiftAll(ladder, shifts, settings))
+            return {};
+        shifts.clear();
     }
     if (ladder.empty())
         return {};
@@ -290,8 +342,6 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     if (settings.canceled())
         return {};
 
-    const std::size_t mid = frames.size() / 2;
-    dropPixelsExcept(frames, mid);
     // Only a single frame's exposure is judged by its middle rung; holding it otherwise would cost a picture.
     const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
     auto result = blendLadder(ladder, shifts, maskScale, settings, phases);

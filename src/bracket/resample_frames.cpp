@@ -121,6 +121,8 @@ PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& 
     return ladder;
 }
 
+ExposureCurve curveOfShift(float shift) { return {shift * 0.1f + 1.0f, kRollOffStart, kRollOffPivot}; }
+
 void shiftRung(HDRFrame& rung, float shift, bool chromatic)
 {
     if (rung.image.use_count() > 1)
@@ -128,8 +130,7 @@ void shiftRung(HDRFrame& rung, float shift, bool chromatic)
     if (hasRawMark(rung))
         develop_for_hdr(rung.image, rung.metadata, rung.rawMetadata, shift, chromatic);
     else
-        applyExposureInPlace(&rung.image->data()->r, rung.image->pixelCount() * 3, shift * 0.1f + 1.0f, kRollOffStart,
-                             kRollOffPivot);
+        curveOfShift(shift).applyInPlace(&rung.image->data()->r, rung.image->pixelCount() * 3);
 }
 
 std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,

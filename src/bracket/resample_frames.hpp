@@ -4,6 +4,7 @@
 #include "bracket/frames.hpp"
 
 #include <orvo_extensions/hdr.hpp>
+#include <orvo_image_processing/exposure_curve.hpp>
 
 #include <tuple>
 #include <vector>
@@ -24,6 +25,9 @@ struct PlannedLadder
 /// Plans the ladder of one to three frames sorted by rising ev. Throws std::runtime_error if their exposure values make
 /// none.
 [[nodiscard]] PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings);
+
+/// The curve that brings a developed picture to a rung `shift` EV away.
+[[nodiscard]] ExposureCurve curveOfShift(float shift);
 
 /// Brings a planned rung to its exposure: in a copy of its pixels, or in place if nobody else holds them.
 void shiftRung(HDRFrame& rung, float shift, bool chromatic);

@@ -1,0 +1,48 @@
+#include "bracket/rung_pixels.hpp"
+
+#include <orvo_core/parallel.hpp>
+
+#include <algorithm>
+#include <cstring>
+
+namespace orvo {
+namespace {
+
+// Some megabytes of a large picture: enough for all threads, little beside a picture.
+constexpr int kBandRows = 128;
+
+const ExposureCurve kAsItIs(1.0f, 0.9f, 0.5f);
+
+} // namespace
+
+RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height)
+    : RungPixels(pixels, width, height, kAsItIs)
+{}
+
+RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height, const ExposureCurve& curve)
+    : source(pixels), columns(width), lines(height), exposure(curve)
+{}
+
+int RungPixels::bandRows() const { return handsOutSource() ? std::max(lines, 1) : kBandRows; }
+
+const PixelRGB<float>* RungPixels::rows(int first, int end)
+{
+    const PixelRGB<float>* const wanted = source + static_cast<std::ptrdiff_t>(first) * columns;
+    if (handsOutSource())
+        return wanted;
+    const auto rowPixels = static_cast<std::size_t>(columns);
+    if (bandCapacity < end - first) {
+        band.reset();
+        band = std::make_unique<ManagedPlane<PixelRGB<float>>>(static_cast<std::size_t>(end - first) * rowPixels);
+        bandCapacity = end - first;
+    }
+    PixelRGB<float>* const made = band->data();
+    forEachRow(end - first, [&](int y) {
+        const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(y) * columns;
+        std::memcpy(made + offset, wanted + offset, rowPixels * sizeof(PixelRGB<float>));
+    });
+    exposure.applyInPlace(&made->r, static_cast<std::size_t>(end - first) * rowPixels * 3);
+    return made;
+}
+
+} // namespace orvo

@@ -1,6 +1,7 @@
 #include "panorama/panorama_devignette.hpp"
 #include "panorama/panorama_warper.hpp"
 
+#include <orvo_common/console_trace.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/color_profile.hpp>
 #include <orvo_core/parallel.hpp>
@@ -167,6 +168,15 @@ TEST(Devignette, EqualPairsGiveNoGain)
     devignette_t model;
     model.fit(pairs.colorsA, pairs.colorsB, pairs.radiiA, pairs.radiiB);
     EXPECT_NEAR(model.gain(1.0f), 1.0f, 0.003f);
+}
+
+TEST(Devignette, TellsItsTimeToTheDevelopersTrace)
+{
+    testing::internal::CaptureStdout();
+    grfx::cout.quiet = 0;
+    devignette_t().fit({}, {}, {}, {});
+    grfx::cout.quiet = 1;
+    EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("devignette::fit: ", 0), 0u);
 }
 
 TEST(PanoramaDevignette, BringsAKnownVignetteBack)

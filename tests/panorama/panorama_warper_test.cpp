@@ -348,6 +348,72 @@ TEST(Warp, ShowsTheImageWhereTheMapsSay)
     }
 }
 
+TEST(Warp, ShowsTheSphereThatTheCameraSaw)
+{
+    // A smooth light for every direction, seen through the camera and drawn in each projection: the drawing shows the
+    // light of the direction that the projection gives to the place.
+    const auto light = [](cv::Vec3d d, int channel) {
+        d /= cv::norm(d);
+        return 8000 + 5000 * std::sin(6 * d[0] + channel) * std::cos(5 * d[1] - channel) + 2000 * d[2];
+    };
+    const cv::Mat K = camera();
+    const cv::Mat R = rotation(0.25f, -0.35f, 0.15f);
+    const cv::Matx33d rays = cv::Matx33d(cv::Matx33f(R)) * cv::Matx33d(cv::Matx33f(K)).inv();
+    cv::Mat image(kImage, CV_16SC3);
+    for (int y = 0; y < kImage.height; ++y)
+        for (int x = 0; x < kImage.width; ++x)
+            for (int c = 0; c < 3; ++c)
+                image.at<cv::Vec3s>(y, x)[c] = cv::saturate_cast<short>(light(rays * cv::Vec3d(x, y, 1), c));
+    for (const int number : kNumbers) {
+        const auto warper = makeWarper(400.0f, number);
+        const cv::Rect rect = number == 4 ? cv::Rect(-900, -900, 1800, 1800) : warper->outputBounds();
+        const cv::Size size(rect.width * 3 / 4, rect.height * 2 / 3);
+        cv::Mat dst, dstMask, radius, x, y;
+        const cv::Rect roi = warper->warp(image, cv::noArray(), dst, dstMask, radius, rect, size, K, R);
+        ASSERT_EQ(warper->buildMaps(kImage, rect, size, x, y), roi);
+        int compared = 0;
+        for (int r = 0; r < roi.height; ++r) {
+            for (int c = 0; c < roi.width; ++c) {
+                const float mx = x.at<float>(r, c);
+                const float my = y.at<float>(r, c);
+                if (mx < 1 || mx > 398 || my < 1 || my > 298)
+                    continue;
+                cv::Vec3f ray;
+                warper->mapBackward(
+                    static_cast<float>(rect.x + (roi.x + c) * rect.width / static_cast<double>(size.width)),
+                    static_cast<float>(rect.y + (roi.y + r) * rect.height / static_cast<double>(size.height)), ray[0],
+                    ray[1], ray[2]);
+                ++compared;
+                for (int channel = 0; channel < 3; ++channel)
+                    ASSERT_NEAR(dst.at<cv::Vec3s>(r, c)[channel], light(cv::Vec3d(ray), channel), 8) << number;
+            }
+        }
+        EXPECT_GT(compared, 20000) << number;
+    }
+}
+
+TEST(Warp, AwkwardSizesAreNoTrouble)
+{
+    for (const int number : kNumbers) {
+        for (const cv::Size size :
+             {cv::Size(1, 1), cv::Size(1, 7), cv::Size(7, 1), cv::Size(641, 3), cv::Size(2, 300)}) {
+            const auto warper = makeWarper(300.0f, number);
+            const cv::Rect rect = number == 4 ? cv::Rect(-900, -900, 1800, 1800) : warper->outputBounds();
+            for (const cv::Size drawing : {rect.size(), cv::Size(1, 1), cv::Size(1, 50), cv::Size(301, 2)}) {
+                cv::Mat dst, dstMask, radius;
+                const cv::Rect roi =
+                    warper->warp(cv::Mat(size, CV_16SC3, cv::Scalar::all(700)), cv::Mat(size, CV_8UC1, cv::Scalar(255)),
+                                 dst, dstMask, radius, rect, drawing, camera(200.0f, size), rotation(0.1f, 0.2f, 0));
+                ASSERT_EQ(roi & cv::Rect(cv::Point(), drawing), roi);
+                ASSERT_EQ(dst.size(), roi.size());
+                if (!roi.empty()) {
+                    EXPECT_EQ(cv::norm(dst, cv::Mat(roi.size(), CV_16SC3, cv::Scalar::all(700)), cv::NORM_INF), 0.0);
+                }
+            }
+        }
+    }
+}
+
 TEST(Warp, IsOpenCVsRemapByTheMaps)
 {
     const auto warper = makeWarper(280.0f, 2);

@@ -130,7 +130,9 @@ Encoder openEncoder(const AVFormatContext& muxer, _Size<int> size, const VideoFi
     Encoder encoder(there(avcodec_alloc_context3(codec), "memory"));
     encoder->width = size.width;
     encoder->height = size.height;
-    encoder->pix_fmt = settings.fullColourPlanes ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
+    encoder->pix_fmt = settings.fullColourPlanes ? AV_PIX_FMT_YUV444P
+                       : settings.tenBits        ? AV_PIX_FMT_YUV420P10
+                                                 : AV_PIX_FMT_YUV420P;
     encoder->time_base = settings.timesMs.empty() ? AVRational{settings.rateDenominator, settings.rateNumerator}
                                                   : AVRational{1, kMillisecondsPerSecond};
     if (settings.timesMs.empty())

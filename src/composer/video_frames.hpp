@@ -17,10 +17,10 @@ namespace orvo {
 /// The key frames of frames `start` .. `end` - 1: the first one, then always the last one that overlaps its predecessor
 /// enough to be stitched, 37 at most. About ten frames a second are looked at; a video below ten frames a second gives
 /// its first frame only. A frame that cannot be read ends the walk and leaves what was found, but the first one
-/// throws. `progress` gets 0..1 and must be callable. `canceled` is polled between the steps; true gives an empty
-/// list.
-/// Features: SURF (Bay, Ess, Tuytelaars, Van Gool, CVIU 110(3), 2008) at 0.6 megapixels.
-/// Peak: the key frames in 8 bits, then one by one in 16 bits, and the decoder's frames.
+/// throws, and so does one without any key points once another one has some. `progress` gets 0..1 and must be callable.
+/// `canceled` is polled between the steps; true gives an empty list. Features: SURF (Bay, Ess, Tuytelaars, Van Gool,
+/// CVIU 110(3), 2008) at 0.6 megapixels. Peak: the key frames in 8 bits, then one by one in 16 bits, and the decoder's
+/// frames.
 [[nodiscard]] std::vector<cv::Mat> selectVideoFrames(const std::filesystem::path& file, std::uint64_t start,
                                                      std::uint64_t end, const std::function<void(float)>& progress,
                                                      const std::function<bool()>& canceled);

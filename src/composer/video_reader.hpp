@@ -50,7 +50,11 @@ struct OpenedVideo
     std::unique_ptr<VideoReader> reader;
 };
 
-/// Opens the first video stream of a local file (its name as wideFromPath() tells it), and nothing else that the file may refer to. Throws std::bad_alloc.
+/// Opens the first video stream of a local file (its name as wideFromPath() tells it), and nothing else that the file
+/// may refer to. Throws std::bad_alloc. Pixels come as stored: pixels that are not square stay so, fields stay woven,
+/// primaries and transfer curve stay those of the file; matrix and range are applied. Where FFmpeg decodes, the first
+/// call silences its own log for the process, unless the program has set FFmpeg's log level or callback itself:
+/// failures are told in the family's log.
 [[nodiscard]] OpenedVideo openVideoReader(const std::wstring& path);
 
 } // namespace orvo

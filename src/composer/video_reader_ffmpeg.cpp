@@ -18,6 +18,7 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -32,6 +33,7 @@ namespace {
 // More than any camera films: 16K by 8.5K. A file that claims more is damaged or hostile.
 constexpr std::int64_t kMostPixels = 16384LL * 8640;
 constexpr int kMostThreads = 16; // libavcodec's own limit; each holds a frame
+constexpr int kPacketsForRate = 100;
 constexpr int kFileBufferBytes = 1 << 16;
 // Interpolated, exactly rounded colour: chroma copied to its neighbours leaves steps that key points hang on.
 constexpr int kConversionFlags = SWS_BILINEAR | SWS_FULL_CHR_H_INT | SWS_ACCURATE_RND;
@@ -333,16 +335,15 @@ public:
         frame.reset(av_frame_alloc());
         if (!packet || !frame)
             return AVERROR(ENOMEM);
-        return start();
+        const int started = start();
+        return started < 0 ? started : findRate();
     }
 
     [[nodiscard]] VideoFrameRate frameRate() override
     {
-        const AVStream& stream = *format->streams[streamIndex];
-        for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate})
-            if (rate.num > 0 && rate.den > 0)
-                return {static_cast<std::uint32_t>(rate.num), static_cast<std::uint32_t>(rate.den)};
-        return {};
+        if (rate.num <= 0 || rate.den <= 0)
+            return {};
+        return {static_cast<std::uint32_t>(rate.num), static_cast<std::uint32_t>(rate.den)};
     }
 
     [[nodiscard]] bool readSample(cv::Mat& out) override
@@ -365,6 +366,7 @@ private:
     [[nodiscard]] int start();
     [[nodiscard]] int openFormat();
     [[nodiscard]] int openDecoder();
+    [[nodiscard]] int findRate();
     [[nodiscard]] bool decodeFrame();
     void feedDecoder();
     void endOfData();
@@ -377,6 +379,7 @@ private:
     std::unique_ptr<AVFrame, FrameCloser> frame;
     ColourConverter converter;
     int streamIndex = 0;
+    AVRational rate{0, 0}; // frames per second
     Turn turn;
     bool hasDelivered = false; // a frame came out
     bool isDraining = false;   // the decoder was told that no more packets come
@@ -452,6 +455,33 @@ int FfmpegReader::openDecoder()
     const std::uint8_t* const matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
     turn = matrix != nullptr ? turnOf(reinterpret_cast<const std::int32_t*>(matrix)) : Turn{};
     return 0;
+}
+
+// The mean rate, as the container tells it or, where frames come at irregular times and it does not, as the first
+// packets show it. FFmpeg's other figure, the rate whose multiples all times are, may be a thousand for such files.
+int FfmpegReader::findRate()
+{
+    rate = format->streams[streamIndex]->avg_frame_rate;
+    if (rate.num > 0 && rate.den > 0)
+        return 0;
+    std::int64_t earliest = INT64_MAX;
+    std::int64_t latest = INT64_MIN;
+    int count = 0;
+    while (count < kPacketsForRate && av_read_frame(format.get(), packet.get()) >= 0) {
+        if (packet->stream_index == streamIndex && packet->pts != AV_NOPTS_VALUE) {
+            earliest = std::min(earliest, packet->pts);
+            latest = std::max(latest, packet->pts);
+            ++count;
+        }
+        av_packet_unref(packet.get());
+    }
+    rate = {0, 0};
+    if (count > 1 && latest > earliest) {
+        const AVRational tick = format->streams[streamIndex]->time_base;
+        av_reduce(&rate.num, &rate.den, (count - 1) * static_cast<std::int64_t>(tick.den),
+                  (latest - earliest) * static_cast<std::int64_t>(tick.num), INT32_MAX);
+    }
+    return start(); // packets that were looked at are gone
 }
 
 // The next frame that the decoder gives, which is in order of presentation. Data that cannot be decoded are the end of

@@ -93,6 +93,12 @@ VideoFileSettings kind(VideoCodec codec, int numerator = 30, int denominator = 1
     return settings;
 }
 
+VideoFileSettings tenBits(VideoFileSettings settings)
+{
+    settings.tenBits = true;
+    return settings;
+}
+
 class VideoKinds : public testing::TestWithParam<Kind>
 {
 protected:
@@ -166,6 +172,7 @@ INSTANTIATE_TEST_SUITE_P(, VideoKinds,
                                          Kind{"Mpeg4Mp4At25", "mp4", kind(VideoCodec::Mpeg4, 25, 1, 2)},
                                          Kind{"Mpeg4AviAt30", "avi", kind(VideoCodec::Mpeg4, 30, 1, 0)},
                                          Kind{"H264TsAt25", "ts", kind(VideoCodec::H264, 25)},
+                                         Kind{"HevcMp4TenBits", "mp4", tenBits(kind(VideoCodec::Hevc))},
                                          Kind{"Ffv1MkvAt30", "mkv", kind(VideoCodec::Ffv1, 30)}),
                          nameOf);
 
@@ -187,6 +194,34 @@ TEST_F(VideoFile, VariableFrameRateCountsFramesNotTime)
         const auto path = writeNumbered(folder / ("variable." + std::string(ending)), 30, settings);
         EXPECT_EQ(allNumbers(path), countingTo(30)) << ending;
     }
+}
+
+TEST_F(VideoFile, VariableFrameRateTellsItsMean)
+{
+    for (const char* ending : {"mp4", "mkv", "ts"}) {
+        VideoFileSettings settings;
+        for (int i = 0; i < 60; ++i)
+            settings.timesMs.push_back(i * 41 + i % 2 * 9);
+        std::optional<MFCapture> video =
+            openCapture(writeNumbered(folder / ("mean." + std::string(ending)), 60, settings));
+        ASSERT_TRUE(video);
+        EXPECT_NEAR(video->getFps(), 1000.0 / 41.0, 0.5) << ending;
+        cv::Mat frame;
+        video->readFrame(0, frame); // looking for the rate took nothing away
+        EXPECT_EQ(numberOf(frame), 0u);
+    }
+}
+
+TEST_F(VideoFile, WithoutAFrameRateCountsAs30)
+{
+    VideoFileSettings settings;
+    settings.timesMs = {0};
+    const LogCapture log;
+    std::optional<MFCapture> video = openCapture(writeNumbered(folder / "still.mkv", 1, settings));
+    ASSERT_TRUE(video);
+    EXPECT_EQ(video->getFps(), 30.0f);
+    EXPECT_THAT(log.texts(LogMessageType::Warning),
+                testing::ElementsAre(testing::EndsWith(": Error reading video fps")));
 }
 
 TEST_F(VideoFile, AnEditListTakesFramesOutOfThePresentation)
@@ -303,12 +338,13 @@ TEST_F(VideoFile, ColoursSurviveEveryMatrixAndRange)
     };
     for (const VideoMatrix matrix : {VideoMatrix::Unnamed, VideoMatrix::Bt601, VideoMatrix::Bt709})
         for (const bool fullRange : {false, true})
-            for (const bool fullPlanes : {false, true}) {
+            for (const int planes : {0, 1, 2}) { // as usual, full colour planes, 10 bits
                 VideoFileSettings settings;
                 settings.codec = VideoCodec::Ffv1;
                 settings.matrix = matrix;
                 settings.fullRange = fullRange;
-                settings.fullColourPlanes = fullPlanes;
+                settings.fullColourPlanes = planes == 1;
+                settings.tenBits = planes == 2;
                 scenes::writeVideo(folder / "colour.mkv", size, 1, draw, settings);
                 std::optional<MFCapture> video = openCapture(folder / "colour.mkv");
                 ASSERT_TRUE(video);

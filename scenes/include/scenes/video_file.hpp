@@ -42,6 +42,7 @@ struct VideoFileSettings
     VideoMatrix matrix = VideoMatrix::Unnamed;
     bool fullRange = false;        ///< luminance 0..255 instead of 16..235
     bool fullColourPlanes = false; ///< colour differences for each pixel instead of one for four; H264 and Ffv1
+    bool tenBits = false;          ///< 10 bits instead of 8; H264, Hevc and Ffv1, not with fullColourPlanes
     bool sound = false;            ///< a track of PCM before the video track; MKV only
 };
 

@@ -1,13 +1,17 @@
-/// What a panorama is made from.
+/// Panoramas: what they are made from, and the whole job in one call.
 #pragma once
 
 #include <orvo_common/export.hpp>
 #include <orvo_core/geometry.hpp>
+#include <orvo_core/image.hpp>
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_extensions/warp_type.hpp>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <vector>
 
 namespace orvo {
@@ -75,5 +79,39 @@ struct PanoSourceVideo
     std::vector<std::uint64_t> frames; ///< frames that the user added by hand
     std::vector<_Rect<int>> rects;     ///< for each of them the only part that may show
 };
+
+/// How the whole panorama is drawn.
+struct PanoramaOutput
+{
+    WarpType projection = WarpType::Spherical;
+    /// Longest side in pixels; 0: the resolution of the pictures in the middle of the projection. Never above 32000.
+    std::int32_t maxSize = 0;
+};
+
+/// Where a picture has its place.
+struct PanoramaPlace
+{
+    std::filesystem::path path;
+    bool placed = false;             ///< false: it fits none of the others, and was left out
+    std::array<float, 9> rotation{}; ///< row after row, from the camera (x right, y down, z ahead) to the world
+};
+
+struct StitchedPanorama
+{
+    std::shared_ptr<Image>
+        image; ///< sRGB, over white, cut to the content; metadata of the first picture that has a place
+    WarpType projection = WarpType::Spherical;
+    float focalLength = 0.0f;          ///< median, in pixels of the pictures
+    std::vector<PanoramaPlace> places; ///< in order of the paths
+};
+
+/// Stitches single pictures: reads them, registers them as views from one point, and draws all of what they show.
+/// Blocks the calling thread. `progress`, 0 to 1, is called on it and may be empty, as may `cancel`, which is polled
+/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read (told in the log), or
+/// if fewer than two pictures fit together (then no picture has a place); an exception is logged and answered with an
+/// empty result. Peak: the pictures in 16 bit, and twice the panorama in 16 bit and once in floats.
+[[nodiscard]] ORVO_EXPORT StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
+                                                          const std::function<void(float)>& progress,
+                                                          const std::function<bool()>& cancel);
 
 } // namespace orvo

@@ -1,0 +1,128 @@
+/// orvo pano: stitches a panorama.
+#include "picture_command.hpp"
+
+#include <jobs/pano_job.hpp>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Stitches pictures that were taken from one point, each turned a little against the others,\n"
+    "into one wide picture. In any order and in several rows; neighbours should share a third.\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  A valley in five pictures:\n"
+                                  "    orvo pano IMG_1.jpg IMG_2.jpg IMG_3.jpg IMG_4.jpg IMG_5.jpg -o valley.jpg\n"
+                                  "  A facade, its edges straight:\n"
+                                  "    orvo pano *.jpg -o facade.tif --projection plane\n"
+                                  "  A small one to look at:\n"
+                                  "    orvo pano *.jpg -o preview.jpg --max-size 1600\n";
+
+struct Projection
+{
+    const char* name;
+    WarpType type;
+};
+
+constexpr std::array kProjections = {
+    Projection{"plane", WarpType::Plane},          Projection{"cylindrical", WarpType::Cylindrical},
+    Projection{"spherical", WarpType::Spherical},  Projection{"fisheye", WarpType::Fisheye},
+    Projection{"planet", WarpType::Stereographic}, Projection{"mercator", WarpType::Mercator},
+};
+
+const char* nameOf(WarpType type)
+{
+    const auto found =
+        std::find_if(kProjections.begin(), kProjections.end(), [type](const auto& p) { return p.type == type; });
+    return found->name;
+}
+
+struct PanoOptions
+{
+    std::vector<std::string> files;
+    std::string output;
+    std::string projection = "spherical";
+    std::optional<int> maxSize;
+    jobs::PanoJobRequest request;
+    RunOptions run;
+};
+
+void bindPanoOptions(Options& app, PanoOptions& options)
+{
+    std::vector<std::string> names;
+    for (const auto& projection : kProjections)
+        names.emplace_back(projection.name);
+    app.add_option("--projection", options.projection,
+                   "plane, cylindrical, spherical, fisheye, planet or mercator; else spherical")
+        ->type_name("NAME")
+        ->check(oneOf(names));
+    constexpr int kLongestSide = 32000;
+    app.add_option("--max-size", options.maxSize, "longest side in pixels, at most 32000; else as fine as the FILES")
+        ->type_name("N")
+        ->check(between(1, kLongestSide));
+    app.add_flag("--devignette", options.request.devignette, "lighten dark corners by what the overlaps tell");
+    bindCorrections(app, options.request.chromaticAberrations, options.request.lensCorrection);
+}
+
+void completeRequest(PanoOptions& options)
+{
+    auto& request = options.request;
+    request.files.assign(options.files.begin(), options.files.end());
+    request.output = options.output;
+    request.maxSize = options.maxSize.value_or(0);
+    request.projection = std::find_if(kProjections.begin(), kProjections.end(), [&](const auto& projection) {
+                             return options.projection == projection.name;
+                         })->type;
+}
+
+nlohmann::ordered_json asJson(const jobs::PanoJobResult& result)
+{
+    nlohmann::ordered_json json = writtenAsJson(result);
+    json["projection"] = nameOf(result.projection);
+    json["focal_length_pixels"] = result.focalLength;
+    json["files"] = nlohmann::ordered_json::array();
+    for (const auto& place : result.places)
+        json["files"].push_back(
+            {{"path", place.path.string()}, {"placed", place.placed}, {"rotation", place.rotation}});
+    return json;
+}
+
+std::size_t placedCount(const jobs::PanoJobResult& result)
+{
+    return static_cast<std::size_t>(
+        std::count_if(result.places.begin(), result.places.end(), [](const auto& place) { return place.placed; }));
+}
+
+} // namespace
+
+int runPano(int argc, char** argv)
+{
+    Options app("pano", kAbout);
+    PanoOptions options;
+    bindFiles(app, options.files);
+    bindOutput(app, options.output);
+    bindFormat(app, options.request);
+    bindPanoOptions(app, options);
+    bindRun(app, options.request, options.run);
+    app.footer(std::string(kExamples) + kExitCodes);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    completeRequest(options);
+
+    jobs::PanoJobResult result;
+    return runPictureCommand(
+        {.name = "pano",
+         .run = options.run,
+         .inputs = options.request.files,
+         .output = options.request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::panoJob(options.request, callbacks); },
+         .report = result,
+         .json = [&] { return asJson(result); },
+         .sentence = [&] { return writtenAsText(result) + " from " + counted(placedCount(result), "picture"); }});
+}
+
+} // namespace orvo::cli

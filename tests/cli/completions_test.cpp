@@ -29,6 +29,7 @@ std::set<std::string> optionsOfTheProgram()
                                                   {"hdr", "--help"},
                                                   {"stack", "--help"},
                                                   {"label", "--help"},
+                                                  {"upscale", "--help"},
                                                   {"frames", "--help"},
                                                   {"demo", "--help"}})
         // An option stands at the start of its line of the help, maybe behind its short form.
@@ -40,8 +41,8 @@ std::string document(const std::string& name) { return fileText(std::filesystem:
 
 TEST(Completions, TheProgramHasTheOptionsOfThisTest)
 {
-    EXPECT_THAT(optionsOfTheProgram(),
-                IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep", "reference", "format"}));
+    EXPECT_THAT(optionsOfTheProgram(), IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep",
+                                                     "reference", "format", "model"}));
 }
 
 TEST(Completions, ManPage)

@@ -25,14 +25,15 @@ std::vector<fs::path> picturesBelow(const fs::path& folder)
     return pictures;
 }
 
-TEST(Demo, MakesBracketsMergesThemAndTellsWhatIsWhat)
+TEST(Demo, MakesPicturesWorksOnThemAndTellsWhatIsWhat)
 {
     const TemporaryFolder folder;
     const Finished run = runOrvo({"demo", folder / "deep/demo", "--size", "192"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_THAT(run.err, IsEmpty());
     const auto pictures = picturesBelow(folder.path());
-    ASSERT_GE(pictures.size(), 12u); // three brackets of at least three frames, and what was made of them
+    // Three brackets of at least three frames, eight of a focus series, a small one, and what was made of them.
+    ASSERT_GE(pictures.size(), 9u + 8u + 1u + 5u);
     for (const fs::path& picture : pictures) {
         EXPECT_THAT(run.out, HasSubstr(picture.string()));
         const auto metadata = ImageReader::readMetadata(picture);
@@ -41,6 +42,9 @@ TEST(Demo, MakesBracketsMergesThemAndTellsWhatIsWhat)
     }
     for (const char* const ending : {".jpg", ".tif", ".dng"})
         EXPECT_THAT(run.out, HasSubstr(ending));
+    for (const char* const what : {"merged: ", "stacked: ", "enlarged: "})
+        EXPECT_THAT(run.out, HasSubstr(what));
+    EXPECT_EQ(ImageReader::readMetadata(folder / "deep/demo/small-enlarged.jpg")->size.width, 128);
 }
 
 TEST(Demo, KeepLeavesFramesThatAreThere)
@@ -50,7 +54,7 @@ TEST(Demo, KeepLeavesFramesThatAreThere)
     std::vector<fs::file_time_type> before;
     std::vector<fs::path> frames;
     for (const fs::path& picture : picturesBelow(folder.path()))
-        if (picture.string().find("merged") == std::string::npos)
+        if (picture.parent_path() != folder.path()) // where the results are
             frames.push_back(picture);
     for (const fs::path& frame : frames)
         before.push_back(fs::last_write_time(frame));

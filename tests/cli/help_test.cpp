@@ -13,7 +13,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr const char* kCommands[] = {"hdr", "stack", "label", "frames", "demo"};
+constexpr const char* kCommands[] = {"hdr", "stack", "label", "upscale", "frames", "demo"};
 
 TEST(Help, OfTheProgramNamesEveryCommand)
 {
@@ -61,7 +61,8 @@ TEST(Help, UnknownCommandSuggestsTheNearest)
                                        {"HDR", "'hdr'"},
                                        {"frame", "'frames'"},
                                        {"dmeo", "'demo'"},
-                                       {"stakc", "'stack'"}}) {
+                                       {"stakc", "'stack'"},
+                                       {"upscael", "'upscale'"}}) {
         const Finished run = runOrvo({typed});
         EXPECT_EQ(run.exitCode, 2);
         EXPECT_THAT(run.errLines(),

@@ -23,6 +23,7 @@ struct PictureCommand
 inline constexpr PictureCommand kPictureCommands[] = {
     {.name = "stack", .output = "out.jpg", .takesSeveral = true, .intoFolder = false},
     {.name = "label", .output = "out", .takesSeveral = true, .intoFolder = true},
+    {.name = "upscale", .output = "out.jpg", .takesSeveral = false, .intoFolder = false},
 };
 
 /// One of them in a folder with good frames, alike in size.

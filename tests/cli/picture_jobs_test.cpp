@@ -4,11 +4,13 @@
 
 #include <jobs/label_job.hpp>
 #include <jobs/stack_job.hpp>
+#include <jobs/upscale_job.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/settings.hpp>
 
 #include <gmock/gmock.h>
 
-#include <functional>
+#include <fstream>
 
 namespace orvo::jobs {
 namespace {
@@ -39,6 +41,13 @@ constexpr Job kJobs[] = {
          request.frames = frames;
          request.folder = folder / "out";
          return labelJob(request, callbacks);
+     }},
+    {"upscale", JobStep::Upscale,
+     [](const auto& folder, const auto& frames, const JobCallbacks& callbacks) -> RunReport {
+         UpscaleJobRequest request;
+         request.source = frames.front();
+         request.output = folder / "out.tif";
+         return upscaleJob(request, callbacks);
      }},
 };
 
@@ -182,6 +191,65 @@ TEST(LabelJob, WhatIsWrittenStaysWhenALaterPictureFails)
     ASSERT_EQ(result.frames.size(), 1u);
     EXPECT_TRUE(std::filesystem::exists(folder / "deep/out/a.jpg"));
     EXPECT_FALSE(std::filesystem::exists(folder / "deep/out/b.jpg"));
+}
+
+class UpscaleJob : public testing::Test
+{
+protected:
+    UpscaleJob()
+    {
+        request.source = test::writtenTo(folder / "a.tif", *test::textured(60, 40));
+        request.output = folder / "out.tif";
+    }
+
+    test::TemporaryFolder folder;
+    UpscaleJobRequest request;
+};
+
+TEST_F(UpscaleJob, RefusesWhatContradictsItself)
+{
+    const auto refused = [&](auto change, const char* reason) {
+        UpscaleJobRequest changed = request;
+        change(changed);
+        const UpscaleJobResult result = upscaleJob(changed);
+        EXPECT_EQ(result.outcome, JobOutcome::Refused) << reason;
+        EXPECT_THAT(result.message, HasSubstr(reason));
+    };
+    refused([](UpscaleJobRequest& r) { r.source.clear(); }, "empty");
+    refused([](UpscaleJobRequest& r) { r.passes = 0; }, "is 0, expected 1 to 2");
+    refused([](UpscaleJobRequest& r) { r.passes = 3; }, "is 3, expected 1 to 2");
+    refused([](UpscaleJobRequest& r) { r.denoise = 4; }, "is 4, expected 0 to 3");
+    refused(
+        [](UpscaleJobRequest& r) {
+            r.model = "network.onnx";
+            r.builtIn = true;
+        },
+        "built-in");
+}
+
+TEST_F(UpscaleJob, LeavesTheSettingsOfTheProcess)
+{
+    request.model = folder / "network.onnx";
+    std::ofstream(request.model) << "no network";
+    for (const std::string before : {"", "/elsewhere.onnx"}) {
+        if (!before.empty())
+            orvosettings().set<std::string>("Upscale.model", before);
+        EXPECT_EQ(upscaleJob(request).outcome, JobOutcome::Failed);
+        EXPECT_EQ(orvosettings().get<std::string>("Upscale.model", ""), before);
+    }
+    orvosettings().remove("Upscale.model");
+}
+
+TEST_F(UpscaleJob, BuiltInFiltersTakeThePlaceOfTheConfiguredNetwork)
+{
+    orvosettings().set<std::string>("Upscale.model", "/nowhere.onnx");
+    EXPECT_EQ(upscaleJob(request).outcome, JobOutcome::Failed);
+    request.builtIn = true;
+    const UpscaleJobResult result = upscaleJob(request);
+    orvosettings().remove("Upscale.model");
+    EXPECT_TRUE(result.done()) << result.message;
+    EXPECT_EQ(result.size, (_Size<int>{120, 80}));
+    EXPECT_EQ(result.sourceSize, (_Size<int>{60, 40}));
 }
 
 } // namespace

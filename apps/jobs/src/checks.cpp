@@ -117,20 +117,20 @@ ImageWriteSettings writeSettingsFor(const fs::path& output, const PictureJobRequ
     }
 }
 
-void checkIsFile(const fs::path& path)
+void checkIsFile(const fs::path& path, const std::string& expected)
 {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (!fs::exists(status))
         fail(path.string() + ": " + (fs::status_known(status) ? "there is no such file" : error.message()));
     if (fs::is_directory(status))
-        fail(path.string() + ": this is a folder, a picture file was expected");
+        fail(path.string() + ": this is a folder, a " + expected + " file was expected");
     if (!fs::is_regular_file(status))
-        fail(path.string() + ": this is a device or a pipe, a picture file was expected");
+        fail(path.string() + ": this is a device or a pipe, a " + expected + " file was expected");
     if (::access(path.c_str(), R_OK) != 0)
         fail(path.string() + ": the file cannot be read: " + std::generic_category().message(errno));
     if (fs::file_size(path, error) == 0 && !error)
-        fail(path.string() + ": the file is empty, a picture was expected");
+        fail(path.string() + ": the file is empty, a " + expected + " was expected");
 }
 
 void checkAllDiffer(const std::vector<fs::path>& paths)

@@ -30,8 +30,8 @@ void checkShare(const std::string& name, float value);
 [[nodiscard]] ImageWriteSettings writeSettingsFor(const std::filesystem::path& output,
                                                   const PictureJobRequest& request);
 
-/// The path leads to a regular file with something in it that may be read.
-void checkIsFile(const std::filesystem::path& path);
+/// The path leads to a regular file with something in it that may be read. `expected`: what it should be.
+void checkIsFile(const std::filesystem::path& path, const std::string& expected = "picture");
 
 /// No two paths lead to one file, in whatever spelling. All of them exist.
 void checkAllDiffer(const std::vector<std::filesystem::path>& paths);

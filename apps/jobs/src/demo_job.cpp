@@ -1,9 +1,14 @@
 #include "run_job.hpp"
 
 #include <jobs/demo_job.hpp>
+#include <jobs/hdr_job.hpp>
+#include <jobs/stack_job.hpp>
+#include <jobs/upscale_job.hpp>
 #include <scenes/bracket_files.hpp>
+#include <scenes/focus_series_files.hpp>
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <system_error>
 
@@ -56,7 +61,8 @@ const std::array<Exhibit, 3>& exhibits()
     return all;
 }
 
-constexpr double kRenderShare = 0.4; // of the time of one bracket, the rest is the merge
+constexpr double kRenderShare = 0.4;   // of the time of one piece, the rest is the work on it
+constexpr const char* kPart = ".part"; // beginning of the name of a frame that is not whole
 
 scenes::BracketRecipe recipeOf(const Exhibit& exhibit, _Size<int> size)
 {
@@ -91,6 +97,30 @@ void makeFolder(const fs::path& folder)
         throw JobError(JobOutcome::Failed, folder.string() + ": the folder cannot be made: " + error.message());
 }
 
+/// A table with things on it, focused from near to far by a calm hand, through a lens that breathes.
+scenes::FocusSeriesSettings focusRecipe(_Size<int> size)
+{
+    scenes::FocusSeriesSettings recipe;
+    recipe.size = size;
+    recipe.frames = 8; // close enough for every point to be sharp in one of them
+    recipe.breathing = 0.02;
+    constexpr double kShake = 0.002; // of the picture's height: somebody who leans on the table
+    recipe.shake = {.shiftX = kShake * size.height, .shiftY = kShake * size.height, .rotationDegrees = 0.05};
+    recipe.noise = scenes::SensorNoise{};
+    return recipe;
+}
+
+/// One shot of the room, for what takes a single picture.
+scenes::BracketRecipe smallRecipe(_Size<int> size)
+{
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = size;
+    recipe.evs = {0.0};
+    recipe.camera.noise = scenes::SensorNoise{};
+    recipe.camera.response = scenes::ResponseCurve::Filmic;
+    return recipe;
+}
+
 class DemoRun
 {
 public:
@@ -101,54 +131,118 @@ public:
     void run()
     {
         for (const Exhibit& exhibit : exhibits())
-            show(exhibit);
+            showBracket(exhibit);
+        room.reset();
+        showFocusSeries();
+        showSmallPicture();
     }
 
 private:
-    void report(JobStep step, double fractionOfBracket) const
+    void report(JobProgress progress, double fractionOfPiece) const
     {
+        constexpr std::size_t kOthers = 2; // pieces beside the brackets
+        progress.fraction = (static_cast<double>(result.pieces.size()) + fractionOfPiece) /
+                            static_cast<double>(exhibits().size() + kOthers);
         if (callbacks.progress)
-            callbacks.progress({step, (static_cast<double>(result.brackets.size()) + fractionOfBracket) /
-                                          static_cast<double>(exhibits().size())});
+            callbacks.progress(progress);
     }
 
-    void show(const Exhibit& exhibit)
+    /// Lets `job` work on the frames of a piece, whose result is what the request names.
+    template <typename Request>
+    void finish(DemoPiece piece, const Request& work, PictureJobResult (*job)(const Request&, const JobCallbacks&))
     {
-        DemoBracket bracket{exhibit.about, render(exhibit), {}};
+        const auto follow = [this](const JobProgress& progress) {
+            report(progress, kRenderShare + (1.0 - kRenderShare) * progress.fraction);
+        };
+        const PictureJobResult done = job(work, {follow, callbacks.cancelFlag});
+        if (!done.done())
+            throw JobError(done.outcome, done.message);
+        piece.result = done.output;
+        result.pieces.push_back(std::move(piece));
+    }
+
+    void showBracket(const Exhibit& exhibit)
+    {
+        const DemoPiece piece{exhibit.about, bracketFrames(exhibit), "merged", {}};
         HdrJobRequest merge;
-        merge.frames = bracket.frames;
+        merge.frames = piece.frames;
         merge.output = request.folder / (exhibit.name + std::string("-merged") + exhibit.resultEnding);
         merge.align = exhibit.handheld;
         if (exhibit.walker)
             merge.deghost = DeghostAmount::Medium;
-        const auto follow = [this](const JobProgress& progress) {
-            report(progress.step, kRenderShare + (1.0 - kRenderShare) * progress.fraction);
-        };
-        bracket.merged = hdrJob(merge, {follow, callbacks.cancelFlag});
-        if (!bracket.merged.done())
-            throw JobError(bracket.merged.outcome, bracket.merged.message);
-        result.brackets.push_back(std::move(bracket));
+        finish<HdrJobRequest>(piece, merge, [](const HdrJobRequest& work, const JobCallbacks& follow) {
+            return PictureJobResult(hdrJob(work, follow));
+        });
     }
 
-    std::vector<fs::path> render(const Exhibit& exhibit)
+    void showFocusSeries()
     {
-        const fs::path folder = request.folder / exhibit.name;
-        makeFolder(folder);
+        std::unique_ptr<scenes::FocusSeries> series;
+        const auto recipe = focusRecipe(size);
+        const auto write = [&](std::size_t i, const fs::path& folder) {
+            if (!series)
+                series = std::make_unique<scenes::FocusSeries>(recipe);
+            return scenes::writeFocusFrame(*series, static_cast<int>(i), folder, {.prefix = kPart});
+        };
+        const DemoPiece piece{"Eight JPEGs of a table, taken by hand and focused from near to far; aligned and stacked.",
+                              frames("focus", ".jpg", static_cast<std::size_t>(recipe.frames), write),
+                              "stacked",
+                              {}};
+        series.reset();
+        StackJobRequest stack;
+        stack.frames = piece.frames;
+        stack.output = request.folder / "focus-stacked.jpg";
+        finish<StackJobRequest>(piece, stack, [](const StackJobRequest& work, const JobCallbacks& follow) {
+            return PictureJobResult(stackJob(work, follow));
+        });
+    }
+
+    void showSmallPicture()
+    {
+        constexpr int kSmaller = 3;
+        const auto write = [&](std::size_t i, const fs::path& folder) {
+            const scenes::Bracket shot(smallRecipe({size.width / kSmaller, size.height / kSmaller}));
+            return scenes::writeFrame(shot, i, folder, {.prefix = kPart});
+        };
+        const DemoPiece piece{"One small JPEG; enlarged to twice its width and height.",
+                              frames("small", ".jpg", 1, write),
+                              "enlarged",
+                              {}};
+        UpscaleJobRequest upscale;
+        upscale.source = piece.frames.front();
+        upscale.output = request.folder / "small-enlarged.jpg";
+        finish<UpscaleJobRequest>(piece, upscale, [](const UpscaleJobRequest& work, const JobCallbacks& follow) {
+            return PictureJobResult(upscaleJob(work, follow));
+        });
+    }
+
+    std::vector<fs::path> bracketFrames(const Exhibit& exhibit)
+    {
         std::unique_ptr<scenes::Bracket> bracket;
-        std::vector<fs::path> frames;
-        for (std::size_t i = 0; i < exhibit.evs.size(); ++i) {
+        return frames(exhibit.name, exhibit.frameEnding, exhibit.evs.size(),
+                      [&](std::size_t i, const fs::path& folder) {
+                          if (!bracket)
+                              bracket = std::make_unique<scenes::Bracket>(recipeOf(exhibit, size), scene());
+                          return scenes::writeFrame(*bracket, i, folder, {.format = exhibit.format, .prefix = kPart});
+                      });
+    }
+
+    /// The frames of a piece in the folder `name`. `write` makes one of them under a name of its own first: a
+    /// half-written frame must not be kept by the next run.
+    std::vector<fs::path> frames(const std::string& name, const std::string& ending, std::size_t count,
+                                 const std::function<fs::path(std::size_t, const fs::path&)>& write)
+    {
+        const fs::path folder = request.folder / name;
+        makeFolder(folder);
+        std::vector<fs::path> paths;
+        for (std::size_t i = 0; i < count; ++i) {
             throwIfCancelled(callbacks);
-            report(JobStep::Render, kRenderShare * static_cast<double>(i) / static_cast<double>(exhibit.evs.size()));
-            frames.push_back(folder / ("frame_" + std::to_string(i) + exhibit.frameEnding));
-            if (request.keep && fs::exists(frames.back()))
-                continue;
-            if (!bracket)
-                bracket = std::make_unique<scenes::Bracket>(recipeOf(exhibit, size), scene());
-            // Under a name of its own first: a half-written frame must not be kept by the next run.
-            const scenes::BracketFileSettings file{.format = exhibit.format, .prefix = ".part"};
-            fs::rename(scenes::writeFrame(*bracket, i, folder, file), frames.back());
+            report({JobStep::Render}, kRenderShare * static_cast<double>(i) / static_cast<double>(count));
+            paths.push_back(folder / ("frame_" + std::to_string(i) + ending));
+            if (!request.keep || !fs::exists(paths.back()))
+                fs::rename(write(i, folder), paths.back());
         }
-        return frames;
+        return paths;
     }
 
     /// The room of all brackets, painted when the first frame is missing.

@@ -1,6 +1,7 @@
 #include "log_reasons.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 namespace orvo::jobs {
@@ -27,6 +28,19 @@ std::string oneLine(std::string text)
     return text;
 }
 
+/// The text if it is about `file`, with the whole path in it.
+std::optional<std::string> naming(const std::filesystem::path& file, const std::string& text)
+{
+    const std::string path = file.string();
+    const std::string name = file.filename().string();
+    if (text.find(path) != std::string::npos)
+        return oneLine(text);
+    // Two files of one name may lie in different folders: only the path says which one is meant.
+    if (text.starts_with(name + ":"))
+        return path + oneLine(text.substr(name.size()));
+    return std::nullopt;
+}
+
 /// What an operation's call frame logs of an exception: without the name of the function, which people do not know.
 std::string forPeople(const std::string& error)
 {
@@ -42,18 +56,20 @@ std::string forPeople(const std::string& error)
 
 std::string reasonForFile(const LogCapture& log, const std::filesystem::path& file, const std::string& otherwise)
 {
-    const std::string path = file.string();
-    const std::string name = file.filename().string();
-    for (const LogCapture::Line& line : log.lines()) {
-        if (!isComplaint(line) || line.text.starts_with(kDidNotOpen))
-            continue;
-        if (line.text.find(path) != std::string::npos)
-            return oneLine(line.text);
-        // Two files of one name may lie in different folders: only the path says which one is meant.
-        if (line.text.starts_with(name + ":"))
-            return path + oneLine(line.text.substr(name.size()));
-    }
-    return path + ": " + otherwise;
+    for (const LogCapture::Line& line : log.lines())
+        if (isComplaint(line) && !line.text.starts_with(kDidNotOpen))
+            if (const auto text = naming(file, line.text))
+                return *text;
+    return file.string() + ": " + otherwise;
+}
+
+std::string reasonOfRunOn(const LogCapture& log, const std::filesystem::path& file, const std::string& otherwise)
+{
+    const auto errors = log.texts(LogMessageType::Error);
+    if (errors.empty())
+        return reasonForFile(log, file, otherwise);
+    const std::string error = forPeople(oneLine(errors.back()));
+    return naming(file, error).value_or(file.string() + ": " + error);
 }
 
 std::string reasonOfRun(const LogCapture& log, const std::vector<std::filesystem::path>& files,

@@ -18,4 +18,9 @@ namespace orvo::jobs {
 [[nodiscard]] std::string reasonOfRun(const LogCapture& log, const std::vector<std::filesystem::path>& files,
                                       const std::string& otherwise);
 
+/// Why an operation on `file` alone gave nothing: the last error; else the first complaint that names the file; else
+/// `otherwise`. Always names the file.
+[[nodiscard]] std::string reasonOfRunOn(const LogCapture& log, const std::filesystem::path& file,
+                                        const std::string& otherwise);
+
 } // namespace orvo::jobs

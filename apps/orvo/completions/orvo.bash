@@ -6,7 +6,7 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale frames demo --help --version' -- "$word")
         return
     fi
     if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
@@ -15,7 +15,7 @@ _orvo()
         return
     fi
     case $before in
-        -o | --output | --log)
+        -o | --output | --log | --model)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             return
@@ -26,6 +26,14 @@ _orvo()
             ;;
         --bits)
             mapfile -t COMPREPLY < <(compgen -W '8 16 32' -- "$word")
+            return
+            ;;
+        --denoise)
+            mapfile -t COMPREPLY < <(compgen -W '0 1 2 3' -- "$word")
+            return
+            ;;
+        --passes)
+            mapfile -t COMPREPLY < <(compgen -W '1 2' -- "$word")
             return
             ;;
         --format)
@@ -48,6 +56,10 @@ _orvo()
                     --threads --quiet --json --log'
                 ;;
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
+            upscale)
+                options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model --built-in
+                    --threads --quiet --json --log'
+                ;;
             frames) options='--help --json' ;;
             demo) options='--help --size --keep' ;;
         esac

@@ -24,6 +24,7 @@ struct Command
 int runHdr(int argc, char** argv);
 int runStack(int argc, char** argv);
 int runLabel(int argc, char** argv);
+int runUpscale(int argc, char** argv);
 int runFrames(int argc, char** argv);
 int runDemo(int argc, char** argv);
 

@@ -1,4 +1,4 @@
-/// orvo demo: makes example pictures and merges them.
+/// orvo demo: makes example pictures and shows what the other commands do with them.
 #include "job_watch.hpp"
 #include "options.hpp"
 
@@ -8,7 +8,7 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Makes example brackets in a folder, merges each of them, and tells what every file is.\n"
+    "Makes example pictures in a folder, merges, stacks and enlarges them, and tells what every file is.\n"
     "The pictures are computed, so nothing but the program is needed.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  orvo demo /tmp/orvo-demo\n"
@@ -17,11 +17,11 @@ constexpr const char* kExamples = "Examples:\n"
 std::string asText(const jobs::DemoJobResult& result)
 {
     std::string text;
-    for (const auto& bracket : result.brackets) {
-        text += bracket.about + "\n";
-        for (const auto& frame : bracket.frames)
+    for (const auto& piece : result.pieces) {
+        text += piece.about + "\n";
+        for (const auto& frame : piece.frames)
             text += "    " + printable(frame.string()) + "\n";
-        text += "  merged: " + printable(bracket.merged.output.string()) + "\n";
+        text += "  " + piece.what + ": " + printable(piece.result.string()) + "\n";
     }
     return text;
 }

@@ -63,7 +63,7 @@ void runJob(const PictureCommand& command)
 
 void bindFiles(Options& app, std::vector<std::string>& files)
 {
-    app.add_option("FILES", files, "JPEG, PNG, TIFF, WebP, EXR, HEIC, AVIF or camera raw")->type_name("")->required();
+    app.add_option("FILES", files, kReadable)->type_name("")->required();
 }
 
 void bindOutput(Options& app, std::string& output)

@@ -17,6 +17,8 @@ namespace orvo::cli {
 
 inline constexpr const char* kExitCodes = "\nExit codes: 0 done, 1 failed, 2 wrong usage, 130 cancelled (Ctrl-C).\n";
 
+inline constexpr const char* kReadable = "JPEG, PNG, TIFF, WebP, EXR, HEIC, AVIF or camera raw";
+
 /// Options of a run that no job needs to know.
 struct RunOptions
 {

@@ -1,7 +1,7 @@
-/// Makes example brackets and merges them.
+/// Makes example pictures and shows on them what the other jobs do.
 #pragma once
 
-#include <jobs/hdr_job.hpp>
+#include <jobs/job.hpp>
 
 #include <filesystem>
 #include <string>
@@ -20,23 +20,25 @@ struct DemoJobRequest
     bool keep = false;            ///< frames that lie in the folder from before are used, only missing ones are made
 };
 
-/// One bracket of the demonstration.
-struct DemoBracket
+/// One piece of the demonstration.
+struct DemoPiece
 {
-    std::string about;                         ///< what it shows and how it is merged, for people
+    std::string about;                         ///< what it shows and what is done, for people
     std::vector<std::filesystem::path> frames; ///< in the order of the shots
-    HdrJobResult merged;
+    std::string what;                          ///< one word for what became of them, such as "merged"
+    std::filesystem::path result;
 };
 
 struct DemoJobResult : JobResult
 {
-    std::vector<DemoBracket> brackets; ///< those that are done
+    std::vector<DemoPiece> pieces; ///< those that are done
 };
 
-/// Renders each bracket into a folder of its own below the given one and merges it: a handheld one of JPEGs with a
-/// person walking, one of 16-bit TIFFs from a tripod, one of raw DNGs. Each frame is put in place when it is whole.
-/// Refused: a size out of range. An error ends the job; what was made so far stays. Cancelled between frames and as
-/// hdrJob().
+/// Renders the frames of each piece into a folder of its own below the given one and lets a job work on them. Exposure
+/// brackets are merged: a handheld one of JPEGs with a person walking, one of 16-bit TIFFs from a tripod, one of raw
+/// DNGs. A handheld focus series is stacked, and a small picture is enlarged. Each frame is put in place when it is
+/// whole. Refused: a size out of range. An error ends the job; what was made so far stays. Cancelled between frames and
+/// as hdrJob(), stackJob() and upscaleJob().
 [[nodiscard]] DemoJobResult demoJob(const DemoJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

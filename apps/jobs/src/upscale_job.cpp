@@ -1,0 +1,111 @@
+#include "checks.hpp"
+#include "log_reasons.hpp"
+#include "picture_run.hpp"
+
+#include <jobs/upscale_job.hpp>
+#include <orvo_extensions/upscale.hpp>
+#include <orvo_io/settings.hpp>
+
+#include <string>
+
+namespace orvo::jobs {
+namespace {
+
+// See upscaleJob(). Writing is a share of an enlargement by the filters, and little beside one by a network.
+constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
+constexpr JobProgress kUpscaleStarts{JobStep::Upscale, 0.02, /*opaque=*/true};
+constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
+
+/// Names a network in the settings of the process while it lives.
+class ModelSetting
+{
+public:
+    explicit ModelSetting(const std::filesystem::path& model)
+        : before(orvosettings().get<std::string>(kKey, "")), changed(!model.empty())
+    {
+        if (changed)
+            orvosettings().set<std::string>(kKey, model.string());
+    }
+    ~ModelSetting()
+    {
+        if (changed && before.empty())
+            orvosettings().remove(kKey);
+        else if (changed)
+            orvosettings().set(kKey, before);
+    }
+    ModelSetting(const ModelSetting&) = delete;
+    ModelSetting& operator=(const ModelSetting&) = delete;
+
+private:
+    static constexpr const char* kKey = "Upscale.model";
+    const std::string before;
+    const bool changed;
+};
+
+void checkRange(const std::string& name, int value, int low, int high)
+{
+    if (value < low || value > high)
+        throw JobError(JobOutcome::Refused, name + " is " + std::to_string(value) + ", expected " +
+                                                std::to_string(low) + " to " + std::to_string(high));
+}
+
+/// Values of the request that are wrong whatever lies on the disk.
+void checkRequest(const UpscaleJobRequest& request)
+{
+    constexpr int kMostDenoise = 3;
+    checkFileNames({request.source}, request.output);
+    checkRange("the number of passes", request.passes, 1, kMostUpscalePasses);
+    checkRange("the strength of denoising", request.denoise, 0, kMostDenoise);
+    if (request.builtIn && !request.model.empty())
+        throw JobError(JobOutcome::Refused,
+                       request.model.string() + ": a network was given, but the built-in filters were asked for");
+}
+
+_Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request)
+{
+    run.report(kCheckStarts);
+    run.checkFiles({request.source});
+    if (!request.model.empty())
+        checkIsFile(request.model, "network");
+    checkOutput(request.output, {request.source});
+    const auto metadata = run.checkPictures({request.source});
+    run.throwIfCancelled();
+    return metadata.front()->size;
+}
+
+std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request)
+{
+    run.report(kUpscaleStarts);
+    UpscaleAISettings settings;
+    settings.passes = request.passes;
+    settings.denoise = request.denoise;
+    settings.faces = request.faces;
+    settings.crisp = request.crisp;
+    settings.builtIn = request.builtIn;
+    const ModelSetting model(request.model);
+    auto upscaled = upscaleAI(request.source, settings, {}, {});
+    run.throwIfCancelled();
+    if (!upscaled)
+        throw JobError(JobOutcome::Failed, reasonOfRunOn(run.log, request.source, "the picture cannot be read"));
+    return upscaled;
+}
+
+} // namespace
+
+UpscaleJobResult upscaleJob(const UpscaleJobRequest& request, const JobCallbacks& callbacks)
+{
+    UpscaleJobResult result;
+    result.output = request.output;
+    result.source = request.source;
+    runPictureJob(request, callbacks, result, [&](PictureRun& run) {
+        checkRequest(request);
+        const ImageWriteSettings settings = writeSettingsFor(request.output, request);
+        result.sourceSize = checkFiles(run, request);
+        const std::shared_ptr<Image> upscaled = upscale(run, request);
+        run.report(kWriteStarts);
+        static_cast<WrittenPicture&>(result) = run.write(*upscaled, request.output, settings, 1.0);
+    });
+    return result;
+}
+
+} // namespace orvo::jobs

@@ -1,0 +1,97 @@
+/// orvo upscale: enlarges a picture.
+#include "picture_command.hpp"
+
+#include <jobs/upscale_job.hpp>
+
+#include <string>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Enlarges a picture to twice its width and height, or four times, with sharper edges and\n"
+    "finer detail than plain resizing: for a large print of an old file, or after a tight crop.\n"
+    "Faces are sharpened with care of their own. A network in ONNX of yours may do the work.\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  Twice the size, for a print:\n"
+                                  "    orvo upscale portrait.jpg -o portrait-large.tif\n"
+                                  "  Four times, of a small and noisy picture from an old telephone:\n"
+                                  "    orvo upscale phone.jpg -o phone-large.jpg --passes 2 --denoise 2\n"
+                                  "  By a network:\n"
+                                  "    orvo upscale bird.png -o bird-large.png --model esr.onnx\n";
+
+struct UpscaleOptions
+{
+    std::string file;
+    std::string output;
+    std::string model;
+    bool noFaces = false;
+    jobs::UpscaleJobRequest request;
+    RunOptions run;
+};
+
+void bindUpscaleOptions(Options& app, UpscaleOptions& options)
+{
+    auto& request = options.request;
+    app.add_option("--passes", request.passes, "1 makes it 2 times as wide and high, 2 makes it 4 times; else 1")
+        ->type_name("N")
+        ->check(between(1, jobs::kMostUpscalePasses));
+    app.add_option("--denoise", request.denoise, "smooth noise before, 0 (not) to 3 (most); else 0")
+        ->type_name("N")
+        ->check(between(0, 3));
+    app.add_flag("--crisp", request.crisp, "make soft edges crisper");
+    app.add_flag("--no-faces", options.noFaces, "leave faces as they are");
+    app.add_option("--model", options.model, "let this network do it: a super-resolution network in ONNX")
+        ->type_name("FILE");
+    app.add_flag("--built-in", request.builtIn, "use the built-in filters whatever network is configured");
+}
+
+nlohmann::ordered_json asJson(const jobs::UpscaleJobResult& result)
+{
+    nlohmann::ordered_json json = writtenAsJson(result);
+    json["input"] = {{"path", result.source.string()}, {"size", sizeAsJson(result.sourceSize)}};
+    return json;
+}
+
+std::string asText(const jobs::UpscaleJobResult& result)
+{
+    return writtenAsText(result) + " from " + std::to_string(result.sourceSize.width) + " x " +
+           std::to_string(result.sourceSize.height);
+}
+
+} // namespace
+
+int runUpscale(int argc, char** argv)
+{
+    Options app("upscale", kAbout);
+    UpscaleOptions options;
+    auto& request = options.request;
+    app.add_option("FILE", options.file, kReadable)->type_name("")->required();
+    bindOutput(app, options.output);
+    bindFormat(app, request);
+    bindUpscaleOptions(app, options);
+    bindRun(app, request, options.run);
+    app.footer(std::string(kExamples) + kExitCodes);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    request.source = options.file;
+    request.output = options.output;
+    request.model = options.model;
+    request.faces = !options.noFaces;
+
+    jobs::UpscaleJobResult result;
+    PictureCommand command{
+        .name = "upscale",
+        .run = options.run,
+        .inputs = {request.source},
+        .output = request.output,
+        .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::upscaleJob(request, callbacks); },
+        .report = result,
+        .json = [&] { return asJson(result); },
+        .sentence = [&] { return asText(result); }};
+    if (!request.model.empty())
+        command.inputs.push_back(request.model); // the log must not be written into it either
+    return runPictureCommand(command);
+}
+
+} // namespace orvo::cli

@@ -1,0 +1,148 @@
+// orvo upscale
+#include "brackets.hpp"
+#include "onnx_writer.hpp"
+#include "program.hpp"
+
+#include <orvo_io/image_reader.hpp>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+
+namespace orvo::test {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Upscale : public testing::Test
+{
+protected:
+    Upscale() { writeFrame(folder / "in.jpg", {.width = 120, .height = 80}); }
+
+    [[nodiscard]] Finished upscale(std::vector<std::string> more) const
+    {
+        more.insert(more.begin(), {"upscale", "in.jpg"});
+        return runOrvo(more, {.workingFolder = folder.path()});
+    }
+
+    [[nodiscard]] _Size<int> sizeOf(const std::string& name) const
+    {
+        const auto metadata = ImageReader::readMetadata(folder / name);
+        return metadata ? metadata->size : _Size<int>();
+    }
+
+    void expectEnd(const std::vector<std::string>& more, int exitCode, const std::vector<std::string>& words) const
+    {
+        auto arguments = more;
+        arguments.insert(arguments.end(), {"-o", "out.jpg"});
+        const auto before = namesIn(folder.path());
+        const Finished run = upscale(arguments);
+        EXPECT_EQ(run.exitCode, exitCode);
+        ASSERT_EQ(run.errLines().size(), exitCode == 1 ? 1u : 2u) << run.err;
+        for (const auto& word : words)
+            EXPECT_THAT(run.errLines()[0], HasSubstr(word));
+        EXPECT_EQ(namesIn(folder.path()), before) << "something was left behind";
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(Upscale, DoublesInEveryFormat)
+{
+    for (const char* const name : {"out.jpg", "out.png", "out.tif", "out.exr"}) {
+        SCOPED_TRACE(name);
+        const Finished run = upscale({"-o", name});
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        EXPECT_THAT(run.err, IsEmpty());
+        EXPECT_THAT(run.out, HasSubstr(std::string(name) + ": 240 x 160 pixels from 120 x 80 in "));
+        EXPECT_EQ(sizeOf(name), (_Size<int>{240, 160}));
+    }
+}
+
+TEST_F(Upscale, TwoPassesMakeItFourTimes)
+{
+    ASSERT_EQ(upscale({"-o", "out.jpg", "--passes", "2"}).exitCode, 0);
+    EXPECT_EQ(sizeOf("out.jpg"), (_Size<int>{480, 320}));
+}
+
+TEST_F(Upscale, CarriesMetadata)
+{
+    ASSERT_EQ(upscale({"-o", "out.jpg"}).exitCode, 0);
+    const auto before = ImageReader::readMetadata(folder / "in.jpg");
+    const auto after = ImageReader::readMetadata(folder / "out.jpg");
+    ASSERT_TRUE(before && after);
+    ASSERT_TRUE(before->hasExposure());
+    EXPECT_FLOAT_EQ(after->shutterSeconds, before->shutterSeconds);
+    EXPECT_EQ(after->fileProfile->hash(), before->fileProfile->hash());
+}
+
+TEST_F(Upscale, EachOptionChangesTheResult)
+{
+    ASSERT_EQ(upscale({"-o", "plain.tif"}).exitCode, 0);
+    const std::string plain = fileText(folder / "plain.tif");
+    for (const char* const option : {"--crisp", "--denoise=3"}) {
+        SCOPED_TRACE(option);
+        ASSERT_EQ(upscale({"-o", "other.tif", option}).exitCode, 0);
+        EXPECT_FALSE(fileText(folder / "other.tif") == plain);
+    }
+    // No face in it: whether they are sharpened makes no difference, but the option is taken.
+    ASSERT_EQ(upscale({"-o", "other.tif", "--no-faces", "--built-in", "--passes", "1", "--denoise", "0"}).exitCode, 0);
+    EXPECT_TRUE(fileText(folder / "other.tif") == plain);
+}
+
+TEST_F(Upscale, SameBytesForAnyNumberOfThreads)
+{
+    for (const char* const threads : {"1", "2"})
+        ASSERT_EQ(upscale({"-o", std::string(threads) + ".tif", "--denoise", "1", "--threads", threads}).exitCode, 0);
+    EXPECT_TRUE(fileText(folder / "1.tif") == fileText(folder / "2.tif"));
+}
+
+TEST_F(Upscale, ByANetworkOfItsOwnScale)
+{
+    writeText(folder / "three.onnx", ::test::onnx::convolveAndEnlarge(3, {1.0f}, 1, 3));
+    const Finished run = upscale({"-o", "out.png", "--model", "three.onnx", "--no-faces"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(sizeOf("out.png"), (_Size<int>{360, 240}));
+}
+
+TEST_F(Upscale, NetworkThatCannotBeUsed)
+{
+    expectEnd({"--model", "nowhere.onnx"}, 1, {"nowhere.onnx", "no such file"});
+    expectEnd({"--model", "."}, 1, {".: this is a folder, a network file was expected"});
+    writeText(folder / "letter.onnx", "Dear photographer,\nthis is no network.\n");
+    expectEnd({"--model", "letter.onnx"}, 1, {"in.jpg", "letter.onnx", "ONNX"});
+    expectEnd({"--model", "letter.onnx", "--built-in"}, 2, {"letter.onnx", "built-in"});
+}
+
+TEST_F(Upscale, ValuesOutOfRange)
+{
+    expectEnd({"--passes", "3"}, 2, {"--passes", "expected 1 to 2, found 3"});
+    expectEnd({"--passes", "0"}, 2, {"--passes"});
+    expectEnd({"--denoise", "4"}, 2, {"--denoise", "expected 0 to 3, found 4"});
+    expectEnd({"second.jpg"}, 2, {"second.jpg"}); // one file at a time
+}
+
+TEST_F(Upscale, JsonTellsBothSizes)
+{
+    const auto json = nlohmann::json::parse(upscale({"-o", "out.tif", "--json"}).out);
+    EXPECT_EQ(json.at("size").at("width"), 240);
+    EXPECT_EQ(json.at("size").at("height"), 160);
+    EXPECT_EQ(json.at("bits"), 16);
+    EXPECT_EQ(json.at("input").at("path"), "in.jpg");
+    EXPECT_EQ(json.at("input").at("size").at("width"), 120);
+    EXPECT_THAT(json.at("profile").get<std::string>(), HasSubstr("sRGB"));
+}
+
+TEST_F(Upscale, LogIsNotWrittenIntoTheNetwork)
+{
+    writeText(folder / "n.onnx", "bytes");
+    expectEnd({"--model", "n.onnx", "--log", "./n.onnx"}, 2, {"n.onnx", "log"});
+    EXPECT_EQ(fileText(folder / "n.onnx"), "bytes");
+}
+
+} // namespace
+} // namespace orvo::test

@@ -32,7 +32,7 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
   opencv-data
   libspdlog-dev nlohmann-json3-dev libcli11-dev uuid-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev pocl-opencl-icd
 )
 for argument in "$@"; do
   case $argument in

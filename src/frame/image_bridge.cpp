@@ -1,9 +1,9 @@
 #include "frame/image_bridge.hpp"
 
 #include "frame/managed_mat.hpp"
-#include "frame/vector_clones.hpp"
 
 #include <orvo_core/color_transform.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #include "panorama/panorama_warper.hpp"
 
-#include "frame/vector_clones.hpp"
 #include "panorama/warp_rows.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <opencv2/imgproc.hpp>

@@ -1,7 +1,8 @@
 #include "panorama/warp_rows.hpp"
 
-#include "frame/vector_clones.hpp"
 #include "panorama/projection_warpers.hpp"
+
+#include <orvo_core/detail/vector_code.hpp>
 
 #include <algorithm>
 #include <bit>

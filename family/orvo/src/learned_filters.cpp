@@ -1,9 +1,9 @@
 #include "learned_filters.hpp"
 
 #include "noise_level.hpp"
-#include "vector_clones.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "color_profile_impl.hpp"
-#include "vector_code.hpp"
 
 #include <orvo_core/color_transform.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -34,7 +34,7 @@ struct MatrixLoop
     Planes& planes;
     int count;
 
-    [[gnu::always_inline]] void operator()() const
+    ORVO_INLINE void operator()() const
     {
         const float m00 = m[0], m01 = m[1], m02 = m[2];
         const float m10 = m[3], m11 = m[4], m12 = m[5];

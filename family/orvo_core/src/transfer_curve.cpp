@@ -1,9 +1,8 @@
 #include "transfer_curve.hpp"
 
-#include "vector_code.hpp"
-
 #include <orvo_core/color_profile.hpp>
 #include <orvo_core/color_transform.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 
 #include <algorithm>
 #include <bit>
@@ -31,7 +30,7 @@ double srgbLight(double encoded)
 // The log to the base 2 of a positive number. Its mantissa m, between sqrt(1/2) and sqrt(2), goes through the series of
 // the area tangent, ln m = 2 (s + s^3/3 + s^5/5 + ...) with s = (m-1)/(m+1); |s| < 0.172, so what is left out is
 // below 2e-9.
-[[gnu::always_inline]] inline float log2Positive(float x)
+ORVO_INLINE float log2Positive(float x)
 {
     constexpr std::int32_t kRootOfHalf = 0x3F3504F3;
     constexpr float kScale = 2.885390082f; // 2 / ln 2
@@ -46,7 +45,7 @@ double srgbLight(double encoded)
 
 // 2 to the power of y: the whole part goes into the exponent, the rest, within +-1/2, through the series of e^(y ln 2)
 // up to the seventh power, which leaves out less than 6e-9.
-[[gnu::always_inline]] inline float exp2Limited(float y)
+ORVO_INLINE float exp2Limited(float y)
 {
     constexpr float kRounder = 12582912.0f; // 1.5 * 2^23: adding it leaves no bits for the fraction
     y = y < -126.0f ? -126.0f : y;
@@ -64,7 +63,7 @@ double srgbLight(double encoded)
 }
 
 // The value of an odd curve at x from `positive`, that at |x|. What is not a number stays so.
-[[gnu::always_inline]] inline float mirrored(float x, float positive)
+ORVO_INLINE float mirrored(float x, float positive)
 {
     constexpr std::uint32_t kSign = 0x80000000u;
     const auto sign = std::bit_cast<std::uint32_t>(x) & kSign;
@@ -72,14 +71,11 @@ double srgbLight(double encoded)
     return x == x ? value : x;
 }
 
-[[gnu::always_inline]] inline float magnitude(float x)
-{
-    return std::bit_cast<float>(std::bit_cast<std::uint32_t>(x) & 0x7FFFFFFFu);
-}
+ORVO_INLINE float magnitude(float x) { return std::bit_cast<float>(std::bit_cast<std::uint32_t>(x) & 0x7FFFFFFFu); }
 
 struct DecodeSRGB
 {
-    [[gnu::always_inline]] float operator()(float x) const
+    ORVO_INLINE float operator()(float x) const
     {
         const float a = magnitude(x);
         const float base = (a + static_cast<float>(kSrgbOffset)) * static_cast<float>(1.0 / (1.0 + kSrgbOffset));
@@ -91,7 +87,7 @@ struct DecodeSRGB
 
 struct EncodeSRGB
 {
-    [[gnu::always_inline]] float operator()(float x) const
+    ORVO_INLINE float operator()(float x) const
     {
         const float a = magnitude(x);
         const float root = exp2Limited(static_cast<float>(1.0 / kSrgbPower) * log2Positive(a));
@@ -105,7 +101,7 @@ struct Power
 {
     float exponent;
 
-    [[gnu::always_inline]] float operator()(float x) const
+    ORVO_INLINE float operator()(float x) const
     {
         constexpr float kNothing = 1.17549435e-38f; // below the smallest normal number the exponent's bits say nothing
         const float a = magnitude(x);
@@ -121,7 +117,7 @@ struct CurveLoop
     float* samples;
     int count;
 
-    [[gnu::always_inline]] void operator()() const
+    ORVO_INLINE void operator()() const
     {
         const Curve local = curve;
         float* const values = samples;

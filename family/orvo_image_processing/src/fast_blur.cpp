@@ -1,7 +1,7 @@
 #include "mirror.hpp"
-#include "vector_clones.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/fast_blur.hpp>
 

@@ -2,7 +2,7 @@
 /// same bits in a vector body and in the tail of a loop.
 #pragma once
 
-#include "vector_clones.hpp"
+#include <orvo_core/detail/vector_code.hpp>
 
 #include <bit>
 #include <cstdint>

@@ -1,6 +1,5 @@
-#include "vector_clones.hpp"
-
 #include <orvo_core/color_transform.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_image_processing/grfx_curves.hpp>
 
 namespace orvo {

@@ -1,7 +1,7 @@
 #include "block_grid.hpp"
-#include "vector_clones.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/guided_filter.hpp>
 

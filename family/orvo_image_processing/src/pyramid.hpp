@@ -2,7 +2,7 @@
 /// expansion that belongs to it. Edge samples are repeated. Level sizes are halved, rounded up.
 #pragma once
 
-#include "vector_clones.hpp"
+#include <orvo_core/detail/vector_code.hpp>
 
 namespace orvo::detail {
 

@@ -1,0 +1,58 @@
+/// Hot loops in the widest vector code of the machine, beside the code of the baseline processor. For the sources of
+/// the rooms; no public header includes it. Both forms give the same bits, since nothing is fused into multiply-adds
+/// (cmake/OrvoTargets.cmake), so results do not depend on the machine.
+#pragma once
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define ORVO_INSTRUMENTED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ORVO_INSTRUMENTED 1
+#endif
+
+/// Marks a function that is built twice, for AVX2 and for the baseline; the loader picks one at start. The choice is
+/// made while the program is being loaded, before the run time of a sanitizer stands.
+#if defined(__x86_64__) && !defined(ORVO_INSTRUMENTED)
+#define ORVO_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define ORVO_VECTOR_CLONES
+#endif
+
+/// Small functions that must vanish into each form of their caller.
+#define ORVO_INLINE inline __attribute__((always_inline))
+
+namespace orvo {
+
+#if defined(__x86_64__)
+
+template <typename Loop>
+[[gnu::target("avx2")]] void runLoopWide(const Loop& loop)
+{
+    loop();
+}
+
+/// Runs a loop whose code is a template, of which the loader can pick no clone. `Loop` is a callable whose operator()
+/// is always inlined, so that it is compiled for the instructions of its caller.
+template <typename Loop>
+void runLoop(const Loop& loop)
+{
+    static const bool wide = __builtin_cpu_supports("avx2") != 0;
+    if (wide)
+        runLoopWide(loop);
+    else
+        loop();
+}
+
+#else
+
+template <typename Loop>
+void runLoop(const Loop& loop)
+{
+    loop();
+}
+
+#endif
+
+} // namespace orvo

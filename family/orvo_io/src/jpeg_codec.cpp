@@ -1,12 +1,12 @@
 // JPEG through libjpeg, in rows and at reduced size.
 #include "codecs.hpp"
+#include "error_jump.hpp"
 
 #include <jerror.h> // needs jpeglib.h before it
 #include <jpeglib.h>
 
 #include <algorithm>
 #include <array>
-#include <csetjmp>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -20,16 +20,15 @@ constexpr int kMostScans = 500;
 // libjpeg keeps the coefficients of a progressive picture; beyond this it is refused rather than swapped to disk.
 constexpr long kMostCoefficientBytes = 8L << 30;
 
-struct JpegState
+struct JpegState : ErrorJump
 {
-    jpeg_decompress_struct info;
-    jpeg_error_mgr errors;
-    jpeg_progress_mgr progress;
-    std::jmp_buf back;
-    char message[JMSG_LENGTH_MAX];
-    bool damaged;     // data are missing or wrong
-    int rowsAtDamage; // rows that had come out by then
+    jpeg_decompress_struct info = {};
+    jpeg_error_mgr errors = {};
+    jpeg_progress_mgr progress = {};
+    bool damaged = false; // data are missing or wrong
+    int rowsAtDamage = 0; // rows that had come out by then
 };
+static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
 
 JpegState& stateOf(j_common_ptr info) { return *static_cast<JpegState*>(info->client_data); }
 
@@ -37,7 +36,7 @@ JpegState& stateOf(j_common_ptr info) { return *static_cast<JpegState*>(info->cl
 {
     JpegState& state = stateOf(info);
     info->err->format_message(info, state.message);
-    std::longjmp(state.back, 1);
+    state.jump();
 }
 
 // Warnings that tell of lost picture data. Others speak of markers and stray bytes.
@@ -62,7 +61,7 @@ void onProgress(j_common_ptr info)
     JpegState& state = stateOf(info);
     if (state.info.input_scan_number > kMostScans) {
         std::strcpy(state.message, "more than 500 scans");
-        std::longjmp(state.back, 1);
+        state.jump();
     }
 }
 
@@ -73,19 +72,14 @@ class Decoder
 public:
     explicit Decoder(std::FILE* stream)
     {
-        state.info = {};
         state.info.err = jpeg_std_error(&state.errors);
         state.info.client_data = &state;
         state.errors.error_exit = onError;
         state.errors.emit_message = onMessage;
         state.errors.output_message = [](j_common_ptr) {};
-        state.message[0] = 0;
-        state.damaged = false;
-        state.rowsAtDamage = 0;
         guarded([this, stream] {
             jpeg_create_decompress(&state.info);
             state.info.client_data = &state;
-            state.progress = {};
             state.progress.progress_monitor = onProgress;
             state.info.progress = &state.progress;
             state.info.mem->max_memory_to_use = kMostCoefficientBytes;
@@ -100,18 +94,8 @@ public:
     template <typename Call>
     void guarded(const Call& call)
     {
-        if (!attempt(call))
+        if (!state.attempt(call))
             throw ReadFailure(std::string("no readable JPEG: ") + state.message);
-    }
-
-    // False if libjpeg gave up.
-    template <typename Call>
-    bool attempt(const Call& call)
-    {
-        if (setjmp(state.back) != 0)
-            return false;
-        call();
-        return true;
     }
 
     JpegState state;
@@ -226,7 +210,7 @@ void decodeRows(Decoder& decoder, PictureSink& sink, int height)
         for (int i = 0; i < wanted; ++i)
             rows[static_cast<std::size_t>(i)] = memory + static_cast<std::size_t>(i) * rowBytes;
         int got = 0;
-        const bool well = decoder.attempt([&decoder, &rows, &got, wanted] {
+        const bool well = decoder.state.attempt([&decoder, &rows, &got, wanted] {
             while (got < wanted)
                 got += static_cast<int>(
                     jpeg_read_scanlines(&decoder.state.info, rows.data() + got, static_cast<JDIMENSION>(wanted - got)));

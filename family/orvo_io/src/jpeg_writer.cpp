@@ -1,3 +1,4 @@
+#include "error_jump.hpp"
 #include "metadata.hpp"
 #include "row_source.hpp"
 
@@ -6,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csetjmp>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -16,21 +16,20 @@ namespace {
 
 constexpr std::size_t kLargestMarker = 65533; // bytes after the two of the length
 
-struct JpegState
+struct JpegState : ErrorJump
 {
-    jpeg_compress_struct info;
-    jpeg_error_mgr errors;
-    std::jmp_buf back;
-    char message[JMSG_LENGTH_MAX];
-    int systemError;
+    jpeg_compress_struct info = {};
+    jpeg_error_mgr errors = {};
+    int systemError = 0;
 };
+static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
 
 [[noreturn]] void onError(j_common_ptr info)
 {
     auto& state = *static_cast<JpegState*>(info->client_data);
     state.systemError = info->err->msg_code == JERR_FILE_WRITE ? (errno != 0 ? errno : EIO) : 0;
     info->err->format_message(info, state.message);
-    std::longjmp(state.back, 1);
+    state.jump();
 }
 
 class Encoder
@@ -38,13 +37,11 @@ class Encoder
 public:
     explicit Encoder(OutputFile& file_) : file(file_)
     {
-        state.info = {};
         state.info.err = jpeg_std_error(&state.errors);
         state.info.client_data = &state;
         state.errors.error_exit = onError;
         state.errors.emit_message = [](j_common_ptr, int) {};
         state.errors.output_message = [](j_common_ptr) {};
-        state.systemError = 0;
         guarded([this] {
             jpeg_create_compress(&state.info);
             state.info.client_data = &state;
@@ -59,7 +56,7 @@ public:
     template <typename Call>
     void guarded(const Call& call)
     {
-        if (!attempt(call))
+        if (!state.attempt(call))
             throw file.failure(state.systemError, state.message);
     }
 
@@ -81,15 +78,6 @@ public:
     JpegState state;
 
 private:
-    template <typename Call>
-    bool attempt(const Call& call)
-    {
-        if (setjmp(state.back) != 0)
-            return false;
-        call();
-        return true;
-    }
-
     OutputFile& file;
 };
 

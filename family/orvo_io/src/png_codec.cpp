@@ -1,13 +1,11 @@
 // PNG through libpng.
 #include "codecs.hpp"
 #include "icc_matrix.hpp"
-
-#include <png.h>
+#include "png_state.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <csetjmp>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -19,22 +17,6 @@ namespace {
 constexpr std::int64_t kMostInflation = 1032;
 constexpr png_alloc_size_t kLargestChunk = 64u << 20; // bytes of one text or profile; real ones have kilobytes
 constexpr int kMostChunks = 1000;
-
-struct PngState
-{
-    png_structp png = nullptr;
-    png_infop info = nullptr;
-    std::jmp_buf back;
-    char message[160] = {};
-    std::FILE* stream = nullptr;
-};
-
-[[noreturn]] void onError(png_structp png, png_const_charp text)
-{
-    auto& state = *static_cast<PngState*>(png_get_error_ptr(png));
-    std::snprintf(state.message, sizeof(state.message), "%s", text);
-    std::longjmp(state.back, 1);
-}
 
 void onRead(png_structp png, png_bytep bytes, png_size_t count)
 {
@@ -49,7 +31,7 @@ public:
     explicit Decoder(std::FILE* stream)
     {
         state.stream = stream;
-        state.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &state, onError, [](png_structp, png_const_charp) {});
+        state.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &state, PngState::onError, PngState::onWarning);
         if (state.png == nullptr)
             throw std::bad_alloc();
         guarded([this] {
@@ -68,17 +50,8 @@ public:
     template <typename Call>
     void guarded(const Call& call)
     {
-        if (!attempt(call))
+        if (!state.attempt(call))
             throw ReadFailure(std::string("no readable PNG: ") + state.message);
-    }
-
-    template <typename Call>
-    bool attempt(const Call& call)
-    {
-        if (setjmp(state.back) != 0)
-            return false;
-        call();
-        return true;
     }
 
     PngState state;
@@ -212,7 +185,7 @@ bool decodeRows(Decoder& decoder, PictureSink& sink, const SampleLayout& layout)
         unsigned char* const memory = sink.nextRows(wanted);
         const std::size_t rowBytes = layout.rowBytes();
         int got = 0;
-        const bool well = decoder.attempt([&decoder, memory, rowBytes, wanted, &got] {
+        const bool well = decoder.state.attempt([&decoder, memory, rowBytes, wanted, &got] {
             for (; got < wanted; ++got)
                 png_read_row(decoder.state.png, memory + static_cast<std::size_t>(got) * rowBytes, nullptr);
         });
@@ -229,7 +202,7 @@ bool decodeInterlaced(Decoder& decoder, PictureSink& sink, const SampleLayout& l
 {
     const ManagedPlane<unsigned char> plane(layout.rowBytes() * static_cast<std::size_t>(layout.height), true);
     const auto row = [&](int y) { return plane.data() + layout.rowBytes() * static_cast<std::size_t>(y); };
-    const bool well = decoder.attempt([&decoder, &row, &layout, passes] {
+    const bool well = decoder.state.attempt([&decoder, &row, &layout, passes] {
         for (int pass = 0; pass < passes; ++pass)
             for (int y = 0; y < layout.height; ++y)
                 png_read_row(decoder.state.png, nullptr, row(y));
@@ -281,8 +254,7 @@ ReadAnswer readPng(const SourceFile& file, const ReadJob& job)
                    answer);
     else if (!well)
         noteCutOff(sink.rowsDone(), layout.height, state.message, job, answer);
-    else if (job.wants(ImageReaderOpenFlag::Complete) &&
-             !decoder.attempt([&state] { png_read_end(state.png, nullptr); }))
+    else if (job.wants(ImageReaderOpenFlag::Complete) && !state.attempt([&state] { png_read_end(state.png, nullptr); }))
         noteDamage(std::string("the picture's end is missing (") + state.message + ")", job, answer);
     answer.picture = sink.finish();
     return answer;

@@ -1,33 +1,14 @@
 #include "metadata.hpp"
+#include "png_state.hpp"
 #include "row_source.hpp"
-
-#include <png.h>
 
 #include <array>
 #include <cerrno>
-#include <csetjmp>
 #include <cstdio>
 #include <vector>
 
 namespace orvo::io {
 namespace {
-
-struct PngState
-{
-    png_structp png = nullptr;
-    png_infop info = nullptr;
-    std::jmp_buf back;
-    char message[160] = {};
-    std::FILE* stream = nullptr;
-    int systemError = 0;
-};
-
-[[noreturn]] void onError(png_structp png, png_const_charp text)
-{
-    auto& state = *static_cast<PngState*>(png_get_error_ptr(png));
-    std::snprintf(state.message, sizeof(state.message), "%s", text);
-    std::longjmp(state.back, 1);
-}
 
 void onWrite(png_structp png, png_bytep bytes, png_size_t count)
 {
@@ -45,8 +26,7 @@ public:
     explicit Encoder(OutputFile& file_) : file(file_)
     {
         state.stream = file.stream();
-        state.png =
-            png_create_write_struct(PNG_LIBPNG_VER_STRING, &state, onError, [](png_structp, png_const_charp) {});
+        state.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &state, PngState::onError, PngState::onWarning);
         if (state.png == nullptr)
             throw std::bad_alloc();
         state.info = png_create_info_struct(state.png);
@@ -59,22 +39,13 @@ public:
     template <typename Call>
     void guarded(const Call& call)
     {
-        if (!attempt(call))
+        if (!state.attempt(call))
             throw file.failure(state.systemError, state.message);
     }
 
     PngState state;
 
 private:
-    template <typename Call>
-    bool attempt(const Call& call)
-    {
-        if (setjmp(state.back) != 0)
-            return false;
-        call();
-        return true;
-    }
-
     OutputFile& file;
 };
 

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -25,6 +27,13 @@ inline constexpr PictureCommand kPictureCommands[] = {
     {.name = "label", .output = "out", .takesSeveral = true, .intoFolder = true},
     {.name = "upscale", .output = "out.jpg", .takesSeveral = false, .intoFolder = false},
 };
+
+inline std::vector<PictureCommand> commandsThat(bool (*condition)(const PictureCommand&))
+{
+    std::vector<PictureCommand> commands;
+    std::copy_if(std::begin(kPictureCommands), std::end(kPictureCommands), std::back_inserter(commands), condition);
+    return commands;
+}
 
 /// One of them in a folder with good frames, alike in size.
 class PictureCommandTest : public testing::TestWithParam<PictureCommand>

@@ -81,16 +81,6 @@ TEST_P(PictureInputs, GiganticJpegHeader)
     expectFailure("giant.jpg", "60000");
 }
 
-TEST_P(PictureInputs, OnePathTwice)
-{
-    if (!GetParam().takesSeveral)
-        GTEST_SKIP() << "takes one file";
-    expectEnd(goodBeside(good[1]), {}, 2, good[1], "twice");
-    expectEnd(goodBeside("./" + good[1]), {}, 2, good[1], "same file");
-    std::filesystem::create_symlink(good[1], folder / "link.jpg");
-    expectEnd(goodBeside("link.jpg"), {}, 2, "link.jpg", "same file");
-}
-
 TEST_P(PictureInputs, EmptyName) { expectEnd({""}, {}, 2, "", "empty"); }
 
 TEST_P(PictureInputs, LineBreakInAName)
@@ -123,6 +113,21 @@ TEST_P(PictureInputs, NoOutput)
     EXPECT_THAT(finished.errLines(), ElementsAre(HasSubstr("--output"), HasSubstr("--help")));
 }
 
+/// Commands that take several files.
+class SeveralInputs : public PictureInputs
+{};
+
+TEST_P(SeveralInputs, OnePathTwice)
+{
+    expectEnd(goodBeside(good[1]), {}, 2, good[1], "twice");
+    expectEnd(goodBeside("./" + good[1]), {}, 2, good[1], "same file");
+    std::filesystem::create_symlink(good[1], folder / "link.jpg");
+    expectEnd(goodBeside("link.jpg"), {}, 2, "link.jpg", "same file");
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, SeveralInputs,
+                         testing::ValuesIn(commandsThat([](const PictureCommand& c) { return c.takesSeveral; })),
+                         nameOfCommand);
 INSTANTIATE_TEST_SUITE_P(Commands, PictureInputs, testing::ValuesIn(kPictureCommands), nameOfCommand);
 
 } // namespace

@@ -36,14 +36,6 @@ protected:
     }
 };
 
-TEST_P(PictureOutputs, UnknownEnding)
-{
-    if (GetParam().intoFolder)
-        GTEST_SKIP() << "the result is a folder";
-    expectEnd("out.xyz", 2, ".tif");
-    expectEnd("out", 2, ".tif");
-}
-
 TEST_P(PictureOutputs, WouldReplaceAnInput)
 {
     const std::string before = fileText(folder / good[0]);
@@ -122,6 +114,19 @@ TEST_P(PictureOutputs, LogIsWritten)
                 AllOf(HasSubstr("orvo"), HasSubstr(std::string(GetParam().name) + ": done")));
 }
 
+/// Commands whose result is a file.
+class FileOutputs : public PictureOutputs
+{};
+
+TEST_P(FileOutputs, UnknownEnding)
+{
+    expectEnd("out.xyz", 2, ".tif");
+    expectEnd("out", 2, ".tif");
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, FileOutputs,
+                         testing::ValuesIn(commandsThat([](const PictureCommand& c) { return !c.intoFolder; })),
+                         nameOfCommand);
 INSTANTIATE_TEST_SUITE_P(Commands, PictureOutputs, testing::ValuesIn(kPictureCommands), nameOfCommand);
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
 #include <filesystem>
 
 namespace orvo::test {
@@ -89,7 +90,7 @@ TEST_F(Upscale, EachOptionChangesTheResult)
         ASSERT_EQ(upscale({"-o", "other.tif", option}).exitCode, 0);
         EXPECT_FALSE(fileText(folder / "other.tif") == plain);
     }
-    // No face in it: whether they are sharpened makes no difference, but the option is taken.
+    // What is so anyway may be asked for; there is no face in the room.
     ASSERT_EQ(upscale({"-o", "other.tif", "--no-faces", "--built-in", "--passes", "1", "--denoise", "0"}).exitCode, 0);
     EXPECT_TRUE(fileText(folder / "other.tif") == plain);
 }
@@ -124,6 +125,24 @@ TEST_F(Upscale, ValuesOutOfRange)
     expectEnd({"--passes", "0"}, 2, {"--passes"});
     expectEnd({"--denoise", "4"}, 2, {"--denoise", "expected 0 to 3, found 4"});
     expectEnd({"second.jpg"}, 2, {"second.jpg"}); // one file at a time
+}
+
+TEST_F(Upscale, SharpensFacesUnlessToldNotTo)
+{
+    const char* const data = std::getenv("ORVO_TEST_DATA");
+    if (data == nullptr)
+        GTEST_SKIP() << "ORVO_TEST_DATA names no folder of real pictures";
+    const std::filesystem::path people = std::filesystem::path(data) / "single/faces_cafe/faces_cafe.jpg";
+    if (!std::filesystem::exists(people))
+        GTEST_SKIP() << "there is no " << people;
+    const auto run = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{"upscale", people, "--quiet", "-o"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return runOrvo(arguments, {.workingFolder = folder.path()}).exitCode;
+    };
+    ASSERT_EQ(run({"sharpened.jpg"}), 0);
+    ASSERT_EQ(run({"plain.jpg", "--no-faces"}), 0);
+    EXPECT_FALSE(fileText(folder / "sharpened.jpg") == fileText(folder / "plain.jpg"));
 }
 
 TEST_F(Upscale, JsonTellsBothSizes)

@@ -74,6 +74,25 @@ void expectRefused(const std::filesystem::path& path)
                               "MFCapture.*: Failed initializing media foundation reader with error code -[0-9]+$"));
 }
 
+// An MP3 with a picture of one pixel on its cover: to FFmpeg a video stream, too.
+std::string soundWithCover()
+{
+    static constexpr char kPng[] = "\x89\x50\x4e\x47\x0d\x0a\x1a\x0a\x00\x00\x00\x0d\x49\x48\x44\x52\x00"
+                                   "\x00\x00\x01\x00\x00\x00\x01\x08\x00\x00\x00\x00\x3a\x7e\x9b\x55\x00"
+                                   "\x00\x00\x0a\x49\x44\x41\x54\x78\x9c\x63\x68\x00\x00\x00\x82\x00\x81"
+                                   "\x77\xcd\x72\xb6\x00\x00\x00\x00\x49\x45\x4e\x44\xae\x42\x60\x82";
+    const std::string picture = std::string("\0image/png\0\3\0", 13) + std::string(kPng, sizeof(kPng) - 1);
+    const auto sizeByte = [](std::size_t size) { return static_cast<char>(size); };
+    const std::string frame = std::string("APIC\0\0\0", 7) + sizeByte(picture.size()) + std::string(2, '\0') + picture;
+    // Sizes of a tag have seven bits a byte.
+    std::string file =
+        std::string("ID3\3\0\0\0\0", 8) + sizeByte(frame.size() >> 7) + sizeByte(frame.size() & 0x7f) + frame;
+    constexpr std::size_t kFrameBytes = 417; // 128 kbit/s at 44100 Hz
+    for (int i = 0; i < 40; ++i)
+        file += std::string("\xff\xfb\x90\x00", 4) + std::string(kFrameBytes - 4, '\0'); // silence
+    return file;
+}
+
 struct Kind
 {
     std::string name;
@@ -422,6 +441,7 @@ TEST_F(VideoFile, WhatIsNoVideoIsRefused)
     expectRefused(folder / "sound.wav");
     scenes::writeSound(folder / "sound.mkv");
     expectRefused(folder / "sound.mkv");
+    expectRefused(written(folder / "cover.mp3", soundWithCover()));
     ASSERT_EQ(mkfifo((folder / "pipe.mp4").c_str(), 0600), 0);
     expectRefused(folder / "pipe.mp4"); // and does not wait for a writer
 }

@@ -29,8 +29,9 @@ struct RunOptions
 
 /// The pictures, FILES.
 void bindFiles(Options& app, std::vector<std::string>& files);
-/// The result, and how it is written: --output, --quality, --bits.
+/// The result: --output.
 void bindOutput(Options& app, std::string& output);
+/// How it is written: --quality, --bits.
 void bindFormat(Options& app, jobs::PictureJobRequest& request);
 /// An option that counts the FILES from 1, as people do, and what the jobs make of it.
 void bindFrameNumber(Options& app, const std::string& name, std::optional<int>& number, const std::string& about);

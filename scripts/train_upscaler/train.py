@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Learns the built-in filters of the upscaler: family/orvo/data/upscale_filters.bin.
 
-    python3 scripts/train_upscaler/train.py PICTURES [OUT]      (numpy and Pillow; a few minutes, 4 GB)
+    python3 scripts/train_upscaler/train.py PICTURES [OUT]      (numpy and Pillow; ten minutes, 4 GB)
 
 PICTURES is the folder of the project's test pictures. The same pictures and the same numpy give the same file: all
-draws come from SEED.
+draws come from SEED, and sums are made by one thread, since their order would depend on how many there are.
 
 Method: filters that are linear within a class of places and learned by least squares, after Romano, Isidoro, Milanfar,
 "RAISR: rapid and accurate image super resolution", IEEE TCI 3(1), 2017. Departures: the filters work on the small
@@ -15,10 +15,13 @@ filters for each of several strengths of noise, so that noise is not taken for d
 """
 import heapq
 import io
+import os
 import pathlib
 import struct
 import sys
 import time
+
+os.environ["OPENBLAS_NUM_THREADS"] = "1"  # before numpy is loaded
 
 import numpy as np
 from PIL import Image

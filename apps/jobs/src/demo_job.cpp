@@ -184,10 +184,11 @@ private:
                 series = std::make_unique<scenes::FocusSeries>(recipe);
             return scenes::writeFocusFrame(*series, static_cast<int>(i), folder, {.prefix = kPart});
         };
-        const DemoPiece piece{"Eight JPEGs of a table, taken by hand and focused from near to far; aligned and stacked.",
-                              frames("focus", ".jpg", static_cast<std::size_t>(recipe.frames), write),
-                              "stacked",
-                              {}};
+        const DemoPiece piece{
+            "Eight JPEGs of a table, taken by hand and focused from near to far; aligned and stacked.",
+            frames("focus", ".jpg", static_cast<std::size_t>(recipe.frames), write),
+            "stacked",
+            {}};
         series.reset();
         StackJobRequest stack;
         stack.frames = piece.frames;

@@ -23,6 +23,8 @@ const char* stepName(JobStep step)
         return "label";
     case JobStep::Upscale:
         return "upscale";
+    case JobStep::Stitch:
+        return "stitch";
     case JobStep::Write:
         return "write";
     }
@@ -50,6 +52,8 @@ const char* stepText(JobStep step)
         return "labelling the frames";
     case JobStep::Upscale:
         return "enlarging the picture";
+    case JobStep::Stitch:
+        return "stitching the pictures";
     case JobStep::Write:
         return "writing";
     }

@@ -42,6 +42,7 @@ public:
 
     void keepWarnings();
     void throwIfCancelled() const { jobs::throwIfCancelled(callbacks); }
+    [[nodiscard]] bool isCancelled() const { return callbacks.cancelled(); }
 
     const LogCapture log;
 

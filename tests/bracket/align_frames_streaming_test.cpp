@@ -1,11 +1,15 @@
 #include "bracket/align_frames_streaming.hpp"
 #include "bracket/frame_matrix.hpp"
+#include "bracket/inscribed_rect.hpp"
 #include "support/pictures.hpp"
 
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include <utility>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -25,6 +29,26 @@ struct Consumed
     FocusStackerFrame frame;
     _Rect<int> valid;
 };
+
+// What brings a frame onto the reference.
+cv::Mat referenceFromFrame(const FocusStackerFrame& reference, const FocusStackerFrame& frame)
+{
+    cv::Mat transform;
+    cv::Mat(registerECC(reference, frame, 0.5f, cv::Mat::eye(3, 3, CV_32F)).inv()).convertTo(transform, CV_64F);
+    return transform;
+}
+
+std::shared_ptr<Picture> warpedBy(const Picture& picture, const cv::Mat& transform, int interpolation, int border)
+{
+    const int width = picture.width();
+    const int height = picture.height();
+    cv::Mat result;
+    cv::warpPerspective(cvMatFromFrame(picture.data(), width, height), result, transform, {width, height},
+                        interpolation, border);
+    const auto warped = plain(width, height, 0);
+    matToFrame(result, warped->data());
+    return warped;
+}
 
 std::vector<Consumed> align(const std::vector<FocusStackerFrame>& frames, std::size_t reference)
 {
@@ -123,4 +147,90 @@ TEST(RegisterECC, StartsFromTheGivenTransform)
     start.at<float>(0, 2) = -60.0f;
     const cv::Mat t = registerECC(frameOf(textured(320, 240)), frameOf(textured(320, 240, 61, 0)), 0.5f, start);
     EXPECT_NEAR(t.at<float>(0, 2), -61.0f, 0.2f);
+}
+
+TEST(AlignFramesStreaming, WarpsByLinearInterpolationAndMirrorsTheBorder)
+{
+    const auto reference = frameOf(textured(320, 240));
+    const auto frame = frameOf(textured(320, 240, 5.4, -3.3));
+    const auto consumed = align({reference, frame}, 0);
+    const Picture& warped = *consumed[1].frame.image;
+    const cv::Mat transform = referenceFromFrame(reference, frame);
+    EXPECT_TRUE(sameBytes(warped, *warpedBy(*frame.image, transform, cv::INTER_LINEAR, cv::BORDER_REFLECT)));
+    // What it could be mistaken for is another picture.
+    EXPECT_FALSE(sameBytes(warped, *warpedBy(*frame.image, transform, cv::INTER_NEAREST, cv::BORDER_REFLECT)));
+    EXPECT_FALSE(sameBytes(warped, *warpedBy(*frame.image, transform, cv::INTER_CUBIC, cv::BORDER_REFLECT)));
+    for (const int border : {cv::BORDER_REFLECT_101, cv::BORDER_REPLICATE, cv::BORDER_CONSTANT, cv::BORDER_WRAP})
+        EXPECT_FALSE(sameBytes(warped, *warpedBy(*frame.image, transform, cv::INTER_LINEAR, border))) << border;
+}
+
+TEST(AlignFramesStreaming, TheRectangleIsTheInscribedOneWithinTheFrame)
+{
+    const auto reference = frameOf(textured(320, 240));
+    for (const auto& [shiftX, shiftY] : {std::pair{5.4, -3.3}, {-4.2, 6.1}}) {
+        const auto frame = frameOf(textured(320, 240, shiftX, shiftY));
+        const _Rect<int> valid = align({reference, frame}, 0)[1].valid;
+        const cv::Rect whole(0, 0, 320, 240);
+        const cv::Rect inner =
+            inscribedRect(projectedCorners(referenceFromFrame(reference, frame), 320, 240), 320, 240);
+        ASSERT_NE(inner & whole, inner) << "it reaches beyond the frame";
+        const cv::Rect expected = inner & whole;
+        EXPECT_EQ(valid, _Rect<int>(expected.x, expected.y, expected.width, expected.height));
+    }
+}
+
+TEST(AlignFramesStreaming, AsksForTheReferenceFirstAndHoldsNoOtherFrame)
+{
+    std::vector<int> asked;
+    std::vector<std::weak_ptr<Picture>> given;
+    const auto getFrame = [&](int index) {
+        asked.push_back(index);
+        auto frame = frameOf(textured(120, 100, index, 0));
+        given.push_back(frame.image);
+        return frame;
+    };
+    const auto consume = [&](int index, FocusStackerFrame& frame, const _Rect<int>&) {
+        EXPECT_FALSE(given.front().expired()) << "the reference";
+        for (std::size_t i = 1; i < given.size(); ++i)
+            EXPECT_EQ(given[i].expired(), given[i].lock() != frame.image) << index;
+    };
+    alignFramesStreaming(getFrame, consume, 4, 2);
+    EXPECT_THAT(asked, testing::ElementsAre(2, 0, 1, 2, 3));
+}
+
+TEST(RegisterECC, AFailureKeepsTheGivenTransform)
+{
+    const cv::Mat given = (cv::Mat_<float>(3, 3) << 1.01f, 0.02f, -7.5f, -0.03f, 0.98f, 3.25f, 1e-4f, -2e-4f, 1.0f);
+    const LogCapture capture;
+    const cv::Mat kept = registerECC(frameOf(textured(120, 100)), frameOf(plain(120, 100, 0.5f)), 0.5f, given.clone());
+    EXPECT_THAT(capture.texts(LogMessageType::Error), testing::ElementsAre("findTransformECC error!"));
+    ASSERT_EQ(kept.type(), CV_32F);
+    // To the reduced scale and back: two roundings of each number.
+    EXPECT_LT(cv::norm(kept, given, cv::NORM_INF), 1e-5);
+}
+
+TEST(RegisterECC, LeavesTheCallersTransformAlone)
+{
+    const cv::Mat given = cv::Mat::eye(3, 3, CV_32F);
+    (void)registerECC(frameOf(textured(160, 120)), frameOf(textured(160, 120, 2, 1)), 0.5f, given);
+    EXPECT_EQ(cv::norm(given, cv::Mat::eye(3, 3, CV_32F), cv::NORM_INF), 0);
+}
+
+TEST(RegisterECC, FindsATurnAndAZoom)
+{
+    // About the origin, so that the scale of registration shows in the shift and nowhere else.
+    const cv::Mat wanted = (cv::Mat_<float>(3, 3) << 1.01f, 0.012f, -2.5f, -0.012f, 1.01f, 1.5f, 0, 0, 1);
+    const auto frame = drawn(320, 240, [&](int x, int y) {
+        // The place in the reference of this pixel of the frame.
+        const cv::Mat p =
+            cv::Mat(wanted.inv()) * (cv::Mat_<float>(3, 1) << static_cast<float>(x), static_cast<float>(y), 1.0f);
+        return texture(static_cast<double>(p.at<float>(0)), static_cast<double>(p.at<float>(1)));
+    });
+    for (const float scale : {0.5f, 1.0f}) {
+        const cv::Mat found =
+            registerECC(frameOf(textured(320, 240)), frameOf(frame), scale, cv::Mat::eye(3, 3, CV_32F));
+        EXPECT_LT(cv::norm(found(cv::Rect(0, 0, 2, 2)), wanted(cv::Rect(0, 0, 2, 2)), cv::NORM_INF), 2e-3) << scale;
+        EXPECT_NEAR(found.at<float>(0, 2), -2.5f, 0.3f) << scale;
+        EXPECT_NEAR(found.at<float>(1, 2), 1.5f, 0.3f) << scale;
+    }
 }

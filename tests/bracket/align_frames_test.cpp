@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <set>
+#include <tuple>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -193,4 +195,82 @@ TEST(AlignFrames, DoesNotDependOnThreads)
     }
     for (std::size_t k = 0; k < 3; ++k)
         EXPECT_TRUE(sameBytes(*many[k].image, *single[k].image)) << k;
+}
+
+TEST(AlignFrames, WarpsToTheNearestPixel)
+{
+    // Nothing is mixed: every pixel of the result is one of the frame's.
+    auto frames = shiftedFrames({{0, 0}, {5.4, -3.3}});
+    std::set<std::tuple<float, float, float>> before;
+    for (std::size_t i = 0; i < frames[1].image->pixelCount(); ++i) {
+        const auto& p = frames[1].image->data()[i];
+        before.emplace(p.r, p.g, p.b);
+    }
+    alignFrames(frames, 0, true);
+    ASSERT_LT(frames[1].image->width(), 480);
+    std::size_t mixed = 0;
+    for (std::size_t i = 0; i < frames[1].image->pixelCount(); ++i) {
+        const auto& p = frames[1].image->data()[i];
+        mixed += before.count({p.r, p.g, p.b}) == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(mixed, 0u);
+}
+
+// How much of the frame is left of one that is shifted by so much.
+struct ShareCase
+{
+    double shiftX;
+    double shiftY;
+    bool aligned;
+};
+
+class SmallestShare : public testing::TestWithParam<ShareCase>
+{};
+
+TEST_P(SmallestShare, IsNineTenthsOfEachSide)
+{
+    const auto [shiftX, shiftY, aligned] = GetParam();
+    auto frames = shiftedFrames({{0, 0}, {shiftX, shiftY}}); // 480 x 360
+    const LogCapture capture;
+    alignFrames(frames, 0, true);
+    EXPECT_EQ(capture.texts(LogMessageType::Warning).size(), 0u) << "the pair itself fits";
+    EXPECT_EQ(frames[0].image->size() != _Size<int>(480, 360), aligned);
+    const auto failure = Contains("[Alignment] Failed to align frame #0");
+    if (aligned)
+        EXPECT_THAT(capture.texts(LogMessageType::Progress), testing::Not(failure));
+    else
+        EXPECT_THAT(capture.texts(LogMessageType::Progress), failure);
+}
+
+INSTANTIATE_TEST_SUITE_P(AlignFrames, SmallestShare,
+                         testing::Values(ShareCase{46, 0, true}, ShareCase{50, 0, false}, ShareCase{-46, 0, true},
+                                         ShareCase{-50, 0, false}, ShareCase{0, 34, true}, ShareCase{0, 38, false},
+                                         ShareCase{0, -34, true}, ShareCase{0, -38, false}));
+
+TEST(AlignFrames, TheTransformsOfNeighboursAreChainedFromTheReferenceOutwards)
+{
+    // A turn and a shift: taken in the wrong order, or the wrong way round, they miss by a pixel and more.
+    const int width = 900;
+    const int height = 700;
+    const double shift = 36;
+    const auto made = [=] {
+        std::vector<HDRFrame> frames = {frameOf(turned(width, height, 0)), frameOf(turned(width, height, 1.5)),
+                                        HDRFrame()};
+        const double a = 1.5 * 3.14159265358979 / 180;
+        frames[2].image = drawn(width, height, [=](int px, int py) {
+            const double x = px + shift - width / 2.0;
+            const double y = py - height / 2.0;
+            return texture(std::cos(a) * x - std::sin(a) * y + width / 2.0,
+                           std::sin(a) * x + std::cos(a) * y + height / 2.0);
+        });
+        return frames;
+    };
+    for (const int reference : {0, 2}) {
+        auto frames = made();
+        alignFrames(frames, reference, true);
+        ASSERT_LT(frames[0].image->width(), width) << reference;
+        for (const HDRFrame& frame : frames)
+            EXPECT_LT(meanDifference(*frame.image, *frames[static_cast<std::size_t>(reference)].image), 0.009)
+                << reference;
+    }
 }

@@ -3,10 +3,17 @@
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/auto_exposure.hpp>
+#include <orvo_image_processing/fast_blur.hpp>
+#include <orvo_image_processing/guided_filter.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -36,6 +43,92 @@ std::shared_ptr<Picture> sceneWithSubject(int left, int top, float gain = 1.0f)
         }
         return PixelRGB<float>{p.r * gain, p.g * gain, p.b * gain};
     });
+}
+
+// Columns that lie by turns above and below a gray: fine structure and nothing else.
+std::shared_ptr<Picture> striped(float gray, float amplitude)
+{
+    return drawn(kWidth, kHeight, [=](int x, int) {
+        const float v = gray + (x % 2 == 0 ? amplitude : -amplitude);
+        return PixelRGB<float>{v, v, v};
+    });
+}
+
+// Whether a striped frame is taken for a ghost before a reference without structure.
+bool isMarked(float gray, float amplitude, const PixelRGB<float>& reference, DeghostAmount amount)
+{
+    std::vector<HDRFrame> frames = {frameOf(striped(gray, amplitude)),
+                                    frameOf(drawn(kWidth, kHeight, [&](int, int) { return reference; }))};
+    processDeghosting(frames, amount, 1);
+    return !sameBytes(*frames[0].image, *striped(gray, amplitude));
+}
+
+float inEightBits(float v) { return std::trunc(v * 255.0f) / 255.0f; }
+
+// The whole definition, a step at a time and on planes of its own.
+std::vector<std::shared_ptr<Picture>> stepByStep(const std::vector<HDRFrame>& frames, int amount, int referenceIndex)
+{
+    const Picture& reference = *frames[static_cast<std::size_t>(referenceIndex)].image;
+    const int width = reference.width();
+    const int height = reference.height();
+    const std::size_t count = reference.pixelCount();
+    const float sensitivity = static_cast<float>(amount) * 0.25f * 1.75f + 0.75f;
+    std::vector<float> ghosts(count, 0.0f);
+    std::vector<auto_exposure_data_t> maps(frames.size());
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const auto a = frames[i].image->copy({});
+        const auto b = reference.copy({});
+        const auto c = reference.copy({});
+        autoExposureEstimateRGB(a->data(), b->data(), width, height, maps[i], 7);
+        autoExposureApplyRGB(a->data(), b->data(), width, height, maps[i]);
+        for (Picture* const picture : {a.get(), b.get()}) {
+            grfx_guided_filter_rgb_fast(picture->data(), c->data(), width, height, static_cast<float>(width / 30),
+                                        0.2f);
+            for (std::size_t p = 0; p < count; ++p) {
+                auto& v = picture->data()[p];
+                const auto& smooth = c->data()[p];
+                v = {std::abs(v.r - smooth.r), std::abs(v.g - smooth.g), std::abs(v.b - smooth.b)};
+            }
+        }
+        for (std::size_t p = 0; p < count; ++p) {
+            const auto sum = [p](const Picture& picture) {
+                const auto v = clampValue(picture.data()[p]);
+                return v.r + v.g + v.b;
+            };
+            const auto& ref = reference.data()[p];
+            if (!((ref.r + ref.g + ref.b) / 3.0f * 255.0f < 245.0f))
+                continue;
+            float d = std::abs(sum(*a) - sum(*b));
+            d = (d + d) * sensitivity;
+            if ((std::clamp(d, 0.0f, 1.0f) - 0.5f) * 3.0f * sensitivity + 0.5f > 0.0f)
+                ghosts[p] = 1.0f;
+        }
+    }
+    std::vector<float> soft(count);
+    std::vector<float> blurred(count);
+    grfx_fast_blur_gray(soft.data(), ghosts.data(), width, height, 10);
+    std::transform(soft.begin(), soft.end(), soft.begin(), inEightBits);
+    for (int pass = 0; pass < 25; ++pass) {
+        for (std::size_t p = 0; p < count; ++p)
+            soft[p] = inEightBits(std::max(ghosts[p], soft[p]));
+        grfx_fast_blur_gray(blurred.data(), soft.data(), width, height, 10);
+        std::transform(blurred.begin(), blurred.end(), soft.begin(), inEightBits);
+    }
+    std::vector<std::shared_ptr<Picture>> result;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const auto frame = frames[i].image->copy({});
+        const auto b = reference.copy({});
+        autoExposureApplyRGB(frame->data(), b->data(), width, height, maps[i]);
+        const auto mix = [](float v, float wanted, float m) { return std::clamp(v + (wanted - v) * m, 0.0f, 2.0f); };
+        for (std::size_t p = 0; p < count && static_cast<int>(i) != referenceIndex; ++p) {
+            const float m = std::clamp(soft[p] * 1.2f, 0.0f, 1.0f);
+            auto& v = frame->data()[p];
+            const auto& wanted = b->data()[p];
+            v = {mix(v.r, wanted.r, m), mix(v.g, wanted.g, m), mix(v.b, wanted.b, m)};
+        }
+        result.push_back(frame);
+    }
+    return result;
 }
 
 std::shared_ptr<Picture> sceneAlone(float gain = 1.0f) { return sceneWithSubject(-1000, -1000, gain); }
@@ -173,4 +266,93 @@ TEST(Deghosting, DoesNotDependOnThreadsAndGivesItsMemoryBack)
         EXPECT_TRUE(sameBytes(*many, *run()));
     }
     EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
+}
+
+TEST(Deghosting, IsItsStepsInOrder)
+{
+    // Two subjects, one of them beside the reference's, frames of three exposures, and values beyond white.
+    const auto frames = [] {
+        std::vector<HDRFrame> made = {frameOf(sceneWithSubject(60, 80, 0.6f)), frameOf(sceneWithSubject(200, 80)),
+                                      frameOf(sceneWithSubject(230, 100, 1.5f))};
+        return made;
+    };
+    for (const auto& [referenceIndex, amount] : {std::pair{0, 0}, {1, 2}, {2, 4}}) {
+        auto done = frames();
+        const auto expected = stepByStep(done, amount, referenceIndex);
+        processDeghosting(done, static_cast<DeghostAmount>(amount), referenceIndex);
+        for (std::size_t i = 0; i < done.size(); ++i)
+            EXPECT_TRUE(sameBytes(*done[i].image, *expected[i])) << i << " of " << referenceIndex;
+    }
+}
+
+TEST(Deghosting, EachAmountSeesFainterGhosts)
+{
+    // A difference d of fine structure is marked where (min(2 d s, 1) - 1/2) 3 s + 1/2 is above 0 at the sensitivity s
+    // of the amount: beyond 0.185, 0.151, 0.122, 0.102 and 0.087.
+    const float differences[] = {0.200f, 0.168f, 0.136f, 0.111f, 0.094f, 0.080f};
+    for (int amount = 0; amount <= 4; ++amount)
+        for (const int i : {amount, amount + 1}) {
+            const float amplitude = differences[i] / 3.0f;          // of each of three channels
+            const float lost = 3.0f * amplitude * amplitude / 0.2f; // kept by the guided filter
+            const PixelRGB<float> gray = {0.5f, 0.5f, 0.5f};
+            EXPECT_EQ(isMarked(0.5f, amplitude * (1.0f + lost), gray, static_cast<DeghostAmount>(amount)), i <= amount)
+                << differences[i] << " at amount " << amount;
+        }
+}
+
+TEST(Deghosting, AReferenceIsBlownOutFrom245Of255OnTheMeanOfItsChannels)
+{
+    float bound = 244.0f / 255.0f;
+    while ((bound + bound + bound) / 3.0f * 255.0f < 245.0f)
+        bound = std::nextafter(bound, 1.0f);
+    const auto marked = [](const PixelRGB<float>& reference) {
+        return isMarked(0.9f, 0.09f, reference, DeghostAmount::Highest);
+    };
+    const auto gray = [](float v) { return PixelRGB<float>{v, v, v}; };
+    EXPECT_TRUE(marked(gray(244.9f / 255.0f)));
+    EXPECT_TRUE(marked(gray(std::nextafter(bound, 0.0f))));
+    EXPECT_FALSE(marked(gray(bound)));
+    EXPECT_FALSE(marked(gray(245.1f / 255.0f)));
+    // Neither the brightest channel nor the luminance decides.
+    EXPECT_TRUE(marked({1.0f, 1.0f, 0.87f}));
+    EXPECT_TRUE(marked({0.87f, 1.0f, 1.0f}));
+    EXPECT_FALSE(marked({0.9f, 0.9f, 1.1f}));
+}
+
+TEST(Deghosting, ABlownOutPlaceIsExemptAndTheRestIsNot)
+{
+    // Far enough apart that the mask of the one does not grow over the other.
+    const auto reference = [] {
+        return drawn(900, 120, [](int x, int) {
+            const float v = x < 450 ? 0.5f : 0.99f;
+            return PixelRGB<float>{v, v, v};
+        });
+    };
+    const auto frame = [] {
+        return drawn(900, 120, [](int x, int y) {
+            const bool structured = y >= 40 && y < 80 && ((x >= 40 && x < 80) || (x >= 820 && x < 860));
+            const float v = (x < 450 ? 0.5f : 0.99f) + (structured ? (x % 2 == 0 ? 0.2f : -0.2f) : 0.0f);
+            return PixelRGB<float>{v, v, v};
+        });
+    };
+    std::vector<HDRFrame> frames = {frameOf(frame()), frameOf(reference())};
+    processDeghosting(frames, DeghostAmount::Highest, 1);
+    EXPECT_NEAR(frames[0].image->row(60)[60].g, 0.5f, 0.01f);
+    EXPECT_EQ(frames[0].image->row(60)[840].g, frame()->row(60)[840].g);
+}
+
+TEST(Deghosting, WhatEntersAFrameIsLimitedToTwo)
+{
+    // Solid in the middle of the subject: there the frame takes the reference as it is.
+    const auto reference = drawn(kWidth, kHeight, [](int x, int y) {
+        auto p = texture(x, y);
+        if (inSubject(x, y, 60, 80))
+            p = x % 2 == 0 ? PixelRGB<float>{0.4f, -4.0f, 0.2f} : PixelRGB<float>{0.1f, 0.1f, 5.0f};
+        return p;
+    });
+    std::vector<HDRFrame> frames = {frameOf(sceneAlone()), frameOf(reference)};
+    processDeghosting(frames, DeghostAmount::Highest, 1);
+    EXPECT_EQ(frames[0].image->row(110)[80].g, 0.0f);
+    EXPECT_EQ(frames[0].image->row(110)[81].b, 2.0f);
+    EXPECT_EQ(frames[1].image->row(110)[81].b, 5.0f) << "the reference keeps its own";
 }

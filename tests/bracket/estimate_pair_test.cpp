@@ -141,10 +141,46 @@ TEST(EstimatePair, AMatcherThatThrowsIsToldAndFails)
     // One key point too few descriptors on neither side: a picture of a type that SURF takes but the matcher cannot
     // compare does not exist, so the failure is made by more descriptors than the matcher indexes.
     Pair pair(picture8(0, 0), picture8(2, 1));
-    const std::vector<cv::KeyPoint> many(300000, pair.keypoints2.front());
+    cv::KeyPoint quick = pair.keypoints2.front(); // the smaller, the sooner described
+    quick.size = 1.0f;
+    const std::vector<cv::KeyPoint> many((1u << 18) + 1, quick);
     pair.keypoints2 = many;
     const LogCapture capture;
     EXPECT_FALSE(pair.estimate());
     EXPECT_TRUE(pair.isIdentity());
     EXPECT_THAT(capture.texts(LogMessageType::Warning), ElementsAre(testing::StartsWith("[Alignment] ")));
+}
+
+TEST(EstimatePair, AMatchAsGoodAsTheNextIsDropped)
+{
+    // Every point of the second frame stands there twice, so that the nearest and the second nearest are equally far.
+    Pair pair(picture8(0, 0), picture8(3.3, 2.1));
+    const auto once = pair.keypoints2;
+    pair.keypoints2.insert(pair.keypoints2.end(), once.begin(), once.end());
+    const LogCapture capture;
+    EXPECT_FALSE(pair.estimate());
+    EXPECT_TRUE(pair.isIdentity());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                ElementsAre("[Alignment] Not enough matches found between a pair of images (found 0)"));
+}
+
+TEST(EstimatePair, TheCountOfMatchesIsTold)
+{
+    Pair pair(picture8(0, 0), picture8(0, 0));
+    pair.keypoints1.resize(5);
+    pair.keypoints2.resize(5);
+    const LogCapture capture;
+    EXPECT_FALSE(pair.estimate());
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                ElementsAre("[Alignment] Not enough matches found between a pair of images (found 5)"));
+}
+
+TEST(EstimatePair, NineMatchesAreEnough)
+{
+    for (const std::size_t count : {std::size_t{8}, std::size_t{9}}) {
+        Pair pair(picture8(0, 0), picture8(0, 0));
+        pair.keypoints1.resize(count);
+        pair.keypoints2.resize(count);
+        EXPECT_EQ(pair.estimate(), count == 9) << count;
+    }
 }

@@ -149,3 +149,66 @@ TEST(CutOutliers, ACutBelowTwentyChangesNothing)
     cutOutliers(set.matches, set.first, set.second, kSide, kSide);
     EXPECT_EQ(set.matches.size(), 100u);
 }
+
+TEST(CutOutliers, TheEarlierDecileWinsWhateverItsAxis)
+{
+    // Of 200 matches (20 a decile), one axis jumps at the third decile and the other at the sixth.
+    const auto early = [](int i) { return i < 60 ? 1.0f : 50.0f; };
+    const auto late = [](int i) { return i < 80 ? 50.0f : 1.0f; };
+    Displaced yFirst(200, late, early);
+    cutOutliers(yFirst.matches, yFirst.first, yFirst.second, kSide, kSide);
+    ASSERT_EQ(yFirst.matches.size(), 60u);
+    EXPECT_EQ(yFirst.matches[0].queryIdx, 0) << "sorted by y, where the first ones move little";
+    Displaced xFirst(200, early, late);
+    cutOutliers(xFirst.matches, xFirst.first, xFirst.second, kSide, kSide);
+    ASSERT_EQ(xFirst.matches.size(), 60u);
+    EXPECT_EQ(xFirst.matches[0].queryIdx, 0);
+}
+
+TEST(CutOutliers, AJumpIsAGrowthOfTheGrowthBeyondThreeThousandthsOfTheSide)
+{
+    const auto kept = [](float jump, float side) {
+        Displaced set(
+            200, [jump](int i) { return i < 100 ? 1.0f : 1.0f + jump; }, [](int) { return 0.0f; });
+        cutOutliers(set.matches, set.first, set.second, side, kSide);
+        return set.matches.size();
+    };
+    EXPECT_EQ(kept(2.9f, 1000), 180u);
+    EXPECT_EQ(kept(3.1f, 1000), 100u);
+    EXPECT_EQ(kept(3.1f, 2000), 180u) << "displacements on x count in widths";
+    EXPECT_EQ(kept(6.2f, 2000), 100u);
+}
+
+TEST(CutOutliers, DisplacementsOnYCountInHeights)
+{
+    const auto kept = [](float height) {
+        Displaced set(
+            200, [](int) { return 0.0f; }, [](int i) { return i < 100 ? 1.0f : 4.1f; });
+        cutOutliers(set.matches, set.first, set.second, kSide, height);
+        return set.matches.size();
+    };
+    EXPECT_EQ(kept(1000), 100u);
+    EXPECT_EQ(kept(2000), 180u);
+}
+
+TEST(CutOutliers, ASteadyGrowthIsNoJump)
+{
+    // 2.5 px a decile: the first decile alone is measured against the first displacement.
+    Displaced steady(
+        200, [](int i) { return static_cast<float>(i) * 0.125f; }, [](int) { return 0.0f; });
+    cutOutliers(steady.matches, steady.first, steady.second, kSide, kSide);
+    EXPECT_EQ(steady.matches.size(), 180u);
+}
+
+TEST(CutOutliers, TheFirstDisplacementCountsAsTheGrowthBeforeTheFirstDecile)
+{
+    // From 5 px to 12 at the first decile: a growth of 7 px after one of 5 is no jump, after one of 0 it would be.
+    const auto kept = [](float smallest) {
+        Displaced set(
+            200, [smallest](int i) { return i < 20 ? smallest : smallest + 7.0f; }, [](int) { return 0.0f; });
+        cutOutliers(set.matches, set.first, set.second, kSide, kSide);
+        return set.matches.size();
+    };
+    EXPECT_EQ(kept(5.0f), 180u);
+    EXPECT_EQ(kept(0.0f), 20u);
+}

@@ -20,13 +20,14 @@ constexpr std::array kCommands = {
     Command{"stack", "merge a focus series into one picture that is sharp throughout", runStack},
     Command{"label", "write frames once more, each with its number in the picture", runLabel},
     Command{"upscale", "enlarge a picture two or four times", runUpscale},
+    Command{"pano", "stitch pictures taken from one point into a wide one", runPano},
     Command{"frames", "list the frames of a bracket by exposure", runFrames},
     Command{"demo", "make example pictures and show what the other commands do", runDemo},
 };
 
 std::string mainHelp()
 {
-    std::string text = "orvo merges, stacks and enlarges photographs.\n"
+    std::string text = "orvo merges, stacks, enlarges and stitches photographs.\n"
                        "\n"
                        "Usage: orvo COMMAND [OPTIONS] ...\n"
                        "\n"

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvo::cli {
@@ -22,23 +24,25 @@ constexpr const char* kExamples = "Examples:\n"
                                   "  A small one to look at:\n"
                                   "    orvo pano *.jpg -o preview.jpg --max-size 1600\n";
 
-struct Projection
-{
-    const char* name;
-    WarpType type;
-};
+constexpr std::array<std::pair<std::string_view, WarpType>, 6> kProjections = {{
+    {"plane", WarpType::Plane},
+    {"cylindrical", WarpType::Cylindrical},
+    {"spherical", WarpType::Spherical},
+    {"fisheye", WarpType::Fisheye},
+    {"planet", WarpType::Stereographic},
+    {"mercator", WarpType::Mercator},
+}};
 
-constexpr std::array kProjections = {
-    Projection{"plane", WarpType::Plane},          Projection{"cylindrical", WarpType::Cylindrical},
-    Projection{"spherical", WarpType::Spherical},  Projection{"fisheye", WarpType::Fisheye},
-    Projection{"planet", WarpType::Stereographic}, Projection{"mercator", WarpType::Mercator},
-};
-
-const char* nameOf(WarpType type)
+std::string_view nameOf(WarpType type)
 {
-    const auto found =
-        std::find_if(kProjections.begin(), kProjections.end(), [type](const auto& p) { return p.type == type; });
-    return found->name;
+    return std::find_if(kProjections.begin(), kProjections.end(), [type](const auto& p) { return p.second == type; })
+        ->first;
+}
+
+WarpType projectionOf(const std::string& name)
+{
+    return std::find_if(kProjections.begin(), kProjections.end(), [&name](const auto& p) { return p.first == name; })
+        ->second;
 }
 
 struct PanoOptions
@@ -53,13 +57,10 @@ struct PanoOptions
 
 void bindPanoOptions(Options& app, PanoOptions& options)
 {
-    std::vector<std::string> names;
-    for (const auto& projection : kProjections)
-        names.emplace_back(projection.name);
     app.add_option("--projection", options.projection,
                    "plane, cylindrical, spherical, fisheye, planet or mercator; else spherical")
         ->type_name("NAME")
-        ->check(oneOf(names));
+        ->check(oneOf(kProjections));
     constexpr int kLongestSide = 32000;
     app.add_option("--max-size", options.maxSize, "longest side in pixels, at most 32000; else as fine as the FILES")
         ->type_name("N")
@@ -74,9 +75,7 @@ void completeRequest(PanoOptions& options)
     request.files.assign(options.files.begin(), options.files.end());
     request.output = options.output;
     request.maxSize = options.maxSize.value_or(0);
-    request.projection = std::find_if(kProjections.begin(), kProjections.end(), [&](const auto& projection) {
-                             return options.projection == projection.name;
-                         })->type;
+    request.projection = projectionOf(options.projection);
 }
 
 nlohmann::ordered_json asJson(const jobs::PanoJobResult& result)

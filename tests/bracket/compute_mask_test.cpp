@@ -2,9 +2,12 @@
 #include "support/pictures.hpp"
 
 #include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/fast_blur.hpp>
+#include <orvo_image_processing/local_laplacian.hpp>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <numeric>
 
@@ -144,6 +147,35 @@ TEST(ComputeMask, SmoothsDetailMoreThanEdges)
     }
     EXPECT_LT(high - low, 0.05f) << "detail of 0.1 is at most half as strong";
     EXPECT_GT(mask[64 * 256 + 200] - mask[64 * 256 + 60], 0.6f);
+}
+
+TEST(ComputeMask, IsItsStepsInOrder)
+{
+    for (const _Size<int> size : {_Size<int>(200, 120), _Size<int>(131, 77)})
+        for (const float weight : {0.0f, 0.4f, 0.75f}) {
+            // Large edges and texture, so that every argument of the filter shows.
+            const auto picture = drawn(size.width, size.height, [](int x, int y) {
+                const auto p = texture(x, y);
+                const float light = (x / 40 + y / 30) % 2 == 0 ? 0.15f : 1.6f;
+                return PixelRGB<float>{p.r * light, p.g * light, p.b * light};
+            });
+            const int w = size.width / 2;
+            const int h = size.height / 2;
+            std::vector<std::int16_t> gray(static_cast<std::size_t>(w * h));
+            downsample_area(picture->data(), size.width, size.height, gray.data(), w, h);
+            grfx::local_laplacian_gray16(gray.data(), w, h, w, -2.0f, 0.0f, 9, 0.5f, 1.0f - weight);
+            std::vector<float> half;
+            for (const std::int16_t v : gray)
+                half.push_back(static_cast<float>(v) * 3.0518509e-05f);
+            std::vector<float> expected(picture->pixelCount());
+            std::vector<float> between(picture->pixelCount());
+            upsample_near(half.data(), w, h, expected.data(), size.width, size.height);
+            grfx_fast_blur_gray(between.data(), expected.data(), size.width, size.height, 1);
+            grfx_fast_blur_gray(expected.data(), between.data(), size.width, size.height, 1);
+            const auto mask = computeMask(picture->data(), size.width, size.height, weight);
+            EXPECT_TRUE(std::equal(mask.begin(), mask.end(), expected.begin(), expected.end()))
+                << size.width << " at " << weight;
+        }
 }
 
 TEST(ComputeMask, AwkwardSizesAndValues)

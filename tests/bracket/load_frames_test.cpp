@@ -2,7 +2,10 @@
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
+#include <orvo_common/console_trace.hpp>
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_logger/log_capture.hpp>
+#include <scenes/bracket_files.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,6 +35,14 @@ protected:
         return folder / "text.jpg";
     }
 };
+
+std::vector<std::filesystem::path> rawFiles(const TemporaryFolder& folder, std::vector<double> evs = {-2.0, 0.0, 2.0})
+{
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = {96, 64};
+    recipe.evs = std::move(evs);
+    return scenes::writeBracket(scenes::Bracket(recipe), folder.path(), {.format = scenes::BracketFileFormat::Dng});
+}
 
 HDRSettings cancelled()
 {
@@ -196,4 +207,129 @@ TEST_F(LoadFrames, DevelopBringsARawFrameToTheWorkingSpace)
     EXPECT_GT(image->row(100)[350].g, 0.5f) << "encoded, so a linear middle is brighter";
     for (int x = 1; x < 700; ++x)
         ASSERT_GE(image->row(100)[x].g, image->row(100)[x - 1].g);
+}
+
+TEST_F(LoadFrames, ACancelBetweenTwoFilesEndsTheLoad)
+{
+    // The line about the first file, which is no picture, is the moment at which somebody cancels.
+    const std::vector<std::filesystem::path> files = {textFile(), folder / "missing.jpg", paths[0], paths[1]};
+    for (const bool sequential : {true, false}) {
+        HDRSettings settings;
+        settings.cancelFlag = std::make_shared<std::atomic<unsigned char>>(0);
+        const auto sink = addLogSink([&settings](const logstream&) { *settings.cancelFlag = 1; });
+        const LogCapture capture;
+        EXPECT_TRUE(loadFrames(files, settings, kFlags, sequential).empty());
+        if (sequential) {
+            for (const std::string& line : capture.texts(LogMessageType::Warning))
+                EXPECT_THAT(line, testing::Not(testing::HasSubstr("missing.jpg"))) << "not opened any more";
+        }
+    }
+}
+
+TEST_F(LoadFrames, AFocusSeriesLosesFilesAsABracketDoes)
+{
+    paths[1] = textFile();
+    BracketSettings::FocusStacking settings;
+    settings.ghostReduction.referenceIndex = 1;
+    const auto sequential = loadFrames(paths, settings, kFlags, true);
+    ASSERT_EQ(sequential.size(), 2u);
+    EXPECT_EQ(sequential[1].path, paths[2]);
+    EXPECT_TRUE(sequential[1].isGhostReference) << "the index counts paths, whichever frame stands there now";
+    const auto parallel = loadFrames(paths, settings, kFlags, false);
+    ASSERT_EQ(parallel.size(), 3u);
+    EXPECT_FALSE(parallel[1].image);
+    EXPECT_TRUE(parallel[1].isGhostReference);
+    for (const int index : {-1, 3}) {
+        settings.ghostReduction.referenceIndex = index;
+        for (const auto& frame : loadFrames(paths, settings, kFlags, false))
+            EXPECT_FALSE(frame.isGhostReference) << index;
+    }
+}
+
+TEST_F(LoadFrames, ARawFileComesUndevelopedWithItsRawMetadata)
+{
+    const auto files = rawFiles(folder);
+    EXPECT_TRUE(areAllRaw(files));
+    EXPECT_FALSE(areAllRaw({files[0], paths[0]}));
+    const auto frame = loadFrame<HDRFrame>(files[0], 4126, {}, false);
+    ASSERT_TRUE(frame.image);
+    EXPECT_TRUE(hasRawMark(frame));
+    EXPECT_FALSE(frame.developed);
+    EXPECT_TRUE(frame.rawMetadata);
+    EXPECT_TRUE(frame.image->colorProfile()->isLinear());
+}
+
+TEST_F(LoadFrames, LensCorrectionIsPreparedForThoseWhoAsk)
+{
+    const auto files = rawFiles(folder);
+    for (const bool asked : {false, true}) {
+        EXPECT_EQ(loadFrame<HDRFrame>(files[0], 4126, {}, asked).rawMetadata->isLensCorrectionPrepared(), asked);
+        HDRSettings merge;
+        merge.lensCorrection = asked;
+        BracketSettings::FocusStacking stack;
+        stack.rawAutoCorrection.lensCorrection = asked;
+        for (const bool sequential : {true, false}) {
+            for (const auto& frame : loadFrames(files, merge, kFlags, sequential))
+                EXPECT_EQ(frame.rawMetadata->isLensCorrectionPrepared(), asked);
+            for (const auto& frame : loadFrames(files, stack, kFlags, sequential))
+                EXPECT_EQ(frame.rawMetadata->isLensCorrectionPrepared(), asked);
+        }
+    }
+    EXPECT_TRUE(loadFrame<HDRFrame>(paths[0], 4126, {}, true).image) << "a file without raw metadata loads as ever";
+}
+
+TEST_F(LoadFrames, SortingReadsNoPictureInFull)
+{
+    constexpr int kWidth = 3000;
+    constexpr int kHeight = 2000;
+    constexpr std::size_t kPictureBytes = sizeof(PixelRGB<float>) * kWidth * kHeight;
+    std::vector<std::filesystem::path> large;
+    for (const float gray : {0.6f, 0.3f})
+        large.push_back(writtenTo(folder / ("large" + std::to_string(gray) + ".jpg"), *plain(kWidth, kHeight, gray)));
+    MemoryManager& memory = MemoryManager::instance();
+    memory.resetPeak();
+    const std::size_t before = memory.liveBytes();
+    const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(large);
+    EXPECT_THAT(sorted, ElementsAre(large[1], large[0]));
+    EXPECT_LT(memory.peakBytes() - before, kPictureBytes / 10);
+}
+
+TEST_F(LoadFrames, PathsOfEqualExposureKeepTheirOrder)
+{
+    const std::vector<std::filesystem::path> equal = {writtenTo(folder / "z.tif", *texturedAt(0.8f)), paths[1],
+                                                      writtenTo(folder / "a.tif", *texturedAt(0.8f)), paths[0]};
+    const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(equal);
+    EXPECT_THAT(sorted, ElementsAre(paths[1], equal[0], equal[2], paths[0]));
+    EXPECT_EQ(evs[1], evs[2]);
+}
+
+TEST_F(LoadFrames, DevelopCorrectsAndDismissesChromaticAberration)
+{
+    for (const bool asked : {false, true}) {
+        auto image = plain(64, 48, 0.2f);
+        image->setColorProfile(ColorProfileType::linearMelissaRGB());
+        auto metadata = std::make_shared<ImageMetadata>();
+        metadata->isRaw = true;
+        const auto rawMetadata = std::make_shared<AdditionalRawMetadataSync>();
+        grfx::cout.quiet = 0;
+        testing::internal::CaptureStdout();
+        develop(image, metadata, rawMetadata, asked);
+        const std::string trace = testing::internal::GetCapturedStdout();
+        grfx::cout.quiet = 1;
+        EXPECT_EQ(trace.find("applyChromaticAbberationsCorrection: ") != std::string::npos, asked);
+        EXPECT_FALSE(rawMetadata->hasPendingChromaticAberration()) << "dealt with either way";
+    }
+}
+
+TEST_F(LoadFrames, DevelopAppliesTheToneThatTheRawReaderSuggests)
+{
+    const auto developed = [](float tone) {
+        auto image = plain(64, 48, 0.05f);
+        image->setColorProfile(ColorProfileType::linearMelissaRGB());
+        auto metadata = std::make_shared<ImageMetadata>();
+        metadata->isRaw = true;
+        develop(image, metadata, std::make_shared<AdditionalRawMetadataSync>(tone), false);
+        return image->row(20)[30].g;
+    };
+    EXPECT_GT(developed(1.0f), developed(0.0f) * 1.2f);
 }

@@ -1,12 +1,14 @@
 #include "bracket/resample_frames.hpp"
 #include "support/pictures.hpp"
 
+#include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 #include <stdexcept>
 
@@ -51,6 +53,48 @@ Resampled resample(std::vector<HDRFrame>& input, const HDRSettings& settings = {
     return result;
 }
 
+// Counts developments, and cancels during one of them.
+class DevelopmentSpy final : public AdditionalRawMetadata
+{
+public:
+    DevelopmentSpy(std::shared_ptr<std::atomic<unsigned char>> cancelFlag, int cancelAt)
+        : flag(std::move(cancelFlag)), last(cancelAt)
+    {}
+    void wait() override
+    {
+        if (++developments == last)
+            *flag = 1;
+    }
+    [[nodiscard]] float getAutoDetectedTone() override { return 0.0f; }
+    void prepareLensCorrection() override {}
+    [[nodiscard]] bool isLensCorrectionPrepared() const override { return false; }
+    [[nodiscard]] bool hasPendingChromaticAberration() const override { return true; }
+    void dismissChromaticAberration() override {}
+
+    int developments = 0;
+
+private:
+    std::shared_ptr<std::atomic<unsigned char>> flag;
+    int last;
+};
+
+std::string traceOf(const std::function<void()>& call)
+{
+    grfx::cout.quiet = 0;
+    testing::internal::CaptureStdout();
+    call();
+    grfx::cout.quiet = 1;
+    return testing::internal::GetCapturedStdout();
+}
+
+std::size_t timesIn(const std::string& trace, const std::string& wanted)
+{
+    std::size_t times = 0;
+    for (std::size_t at = trace.find(wanted); at != std::string::npos; at = trace.find(wanted, at + 1))
+        ++times;
+    return times;
+}
+
 void expectRungs(const std::vector<HDRFrame>& ladder, float low, float high, float step, std::size_t count)
 {
     ASSERT_EQ(ladder.size(), count);
@@ -91,6 +135,10 @@ INSTANTIATE_TEST_SUITE_P(ResampleFrames, Ladders,
                                          LadderCase{{-4, 0, 4}, true, -4, 4, 8.0f / 6, 7},
                                          // Nearly equal exposures are widened, and keep at least four rungs.
                                          LadderCase{{-0.01f, 0, 0.01f}, false, -2, 2, 4.0f / 3, 4},
+                                         LadderCase{{-1, 1}, true, -2.5f, 2.5f, 1.25f, 5},
+                                         // Steps of one and a half EV at the most.
+                                         LadderCase{{0, 6}, false, 0, 6, 1.5f, 5},
+                                         LadderCase{{0, 7}, false, 0, 7, 1.4f, 6},
                                          // The centre stays where it is.
                                          LadderCase{{0, 1}, false, -1.5f, 2.5f, 4.0f / 3, 4},
                                          // More than six steps are never made.
@@ -233,4 +281,89 @@ TEST(ResampleFrames, ExposuresThatMakeNoLadderAreRefused)
         auto input = frames(evs);
         EXPECT_THROW(resample(input), std::runtime_error) << testing::PrintToString(evs);
     }
+}
+
+TEST(ResampleFrames, ACancelDuringARungEndsTheLadderThere)
+{
+    HDRSettings settings;
+    settings.cancelFlag = std::make_shared<std::atomic<unsigned char>>(0);
+    settings.ghostReduction = true;
+    const auto spy = std::make_shared<DevelopmentSpy>(settings.cancelFlag, 3);
+    auto input = frames({-2, 0, 2}, true);
+    for (HDRFrame& frame : input)
+        frame.rawMetadata = spy;
+    const auto result = resample(input, settings);
+    EXPECT_TRUE(result.ladder.empty());
+    EXPECT_EQ(result.ghostIndex, 0);
+    EXPECT_EQ(spy->developments, 3) << "of five rungs";
+}
+
+TEST(ResampleFrames, RawRungsAreDevelopedByTheirDistanceFromTheFrame)
+{
+    auto input = frames({-2, 0, 2}, true);
+    const auto result = resample(input);
+    ASSERT_EQ(result.ladder.size(), 5u);
+    const std::size_t nearest[] = {0, 0, 1, 2, 2};
+    for (std::size_t i = 0; i < 5; ++i) {
+        const HDRFrame& frame = input[nearest[i]];
+        auto expected = frame.image->copy({});
+        develop_for_hdr(expected, frame.metadata, frame.rawMetadata, result.ladder[i].ev - frame.ev, false);
+        EXPECT_TRUE(sameBytes(*result.ladder[i].image, *expected)) << i;
+        EXPECT_EQ(result.ladder[i].path, frame.path) << i;
+    }
+}
+
+TEST(ResampleFrames, RawRungsAreCorrectedForChromaticAberrationWhenAsked)
+{
+    const std::string corrected = "applyChromaticAbberationsCorrection: ";
+    for (const auto& evs : {std::vector<float>{-2, 0, 2}, std::vector<float>{-3, -1, 0, 1, 2}})
+        for (const bool asked : {false, true}) {
+            HDRSettings settings;
+            settings.chromaticAberrations = asked;
+            auto input = frames(evs, true);
+            const std::string trace = traceOf([&] { (void)resample(input, settings); });
+            EXPECT_EQ(timesIn(trace, corrected), asked ? 5u : 0u) << evs.size();
+        }
+}
+
+TEST(ResampleFrames, OfFourFramesEachGoesByItsOwnRawMark)
+{
+    auto input = frames({-3, -1, 0, 2});
+    const auto raw = frames({-3, -1, 0, 2}, true);
+    input[1] = raw[1];
+    input[3] = raw[3];
+    const auto finished = input[0].image->copy({});
+    auto expected = input[3].image->copy({});
+    develop_for_hdr(expected, input[3].metadata, input[3].rawMetadata, 0.0f, false);
+    const auto result = resample(input);
+    ASSERT_EQ(result.ladder.size(), 4u);
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(input[i].developed, i % 2 == 1) << i;
+        EXPECT_EQ(result.ladder[i].image, input[i].image) << i;
+    }
+    EXPECT_TRUE(sameBytes(*result.ladder[0].image, *finished));
+    EXPECT_TRUE(sameBytes(*result.ladder[3].image, *expected)) << "at its own exposure";
+}
+
+TEST(ResampleFrames, TheFirstFrameTellsHowFarALadderReaches)
+{
+    const auto finished = frames({0, 1});
+    const auto raw = frames({0, 1}, true);
+    std::vector<HDRFrame> finishedFirst = {finished[0], raw[1]};
+    std::vector<HDRFrame> rawFirst = {raw[0], finished[1]};
+    expectRungs(resample(finishedFirst).ladder, -1.5f, 2.5f, 4.0f / 3, 4);
+    expectRungs(resample(rawFirst).ladder, -2.0f, 3.0f, 5.0f / 4, 5);
+}
+
+TEST(ResampleFrames, AGhostReferenceWithoutARungIsNotFixed)
+{
+    // Equal exposures: every rung comes from the first frame.
+    HDRSettings settings;
+    settings.ghostReduction = true;
+    auto input = frames({0, 0, 0});
+    EXPECT_EQ(resample(input, settings).ghostIndex, -1) << "the middle frame stands for the reference";
+    input[0].isGhostReference = true;
+    EXPECT_EQ(resample(input, settings).ghostIndex, 3);
+    settings.ghostReduction = false;
+    EXPECT_EQ(resample(input, settings).ghostIndex, -1);
 }

@@ -1,0 +1,165 @@
+// Panoramas of a pan, into which frames are put by hand.
+#include "panorama/compute_device.hpp"
+#include "panorama_truth.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <scenes/video_file.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace orvo;
+using namespace orvo::test;
+using scenes::SphereScene;
+using scenes::SphereSubject;
+using scenes::SphereView;
+
+namespace {
+
+constexpr std::size_t kFrames = 61;
+constexpr double kDegreesAFrame = 1.2;
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
+constexpr double kBallRadius = 3.0; // degrees
+
+// A ball that is there in one frame only, between those that the walk for key frames looks at.
+struct Moment
+{
+    std::uint64_t shown; // the frame
+    std::uint64_t asked; // the number that reads it: the capture's counter runs ahead by one for each read before
+    double right;        // degrees from the frame's middle
+    double up;
+};
+
+constexpr Moment kFirst{31, 31, 5.0, -6.0};
+constexpr Moment kSecond{46, 47, -8.0, 7.0};
+
+double yawOf(std::uint64_t frame) { return kDegreesAFrame * static_cast<double>(frame); }
+
+SphereView viewOf(std::uint64_t frame)
+{
+    SphereView view;
+    view.size = {kWidth, kHeight};
+    view.focal = kWidth;
+    view.rotation = scenes::rotationOf(yawOf(frame), 0.0, 0.0);
+    for (const Moment& moment : {kFirst, kSecond})
+        if (moment.shown == frame)
+            view.subject = SphereSubject{yawOf(frame) + moment.right, moment.up, kBallRadius};
+    return view;
+}
+
+// A frame's rectangle about its ball.
+_Rect<int> rectOf(const Moment& moment)
+{
+    const double degree = std::numbers::pi / 180.0;
+    const int x = static_cast<int>(kWidth * (0.5 + std::tan(moment.right * degree)));
+    const int y = static_cast<int>(0.5 * kHeight - kWidth * std::tan(moment.up * degree));
+    return {x - 28, y - 28, 56, 56};
+}
+
+class StitcherVideo : public testing::Test
+{
+protected:
+    TemporaryFolder folder;
+    PanoSourceVideo source;
+
+    void SetUp() override
+    {
+        forceCpu() = true;
+        const SphereScene scene;
+        const auto draw = [&scene](std::size_t index, std::uint8_t* bgr) {
+            const cv::Mat working = cvMatFromImageData(scene.see(viewOf(index), index));
+            cv::Mat out(kHeight, kWidth, CV_8UC3, bgr);
+            working.convertTo(out, CV_8UC3, 255.0 / 16383.0);
+        };
+        source.file = folder / "pan.mp4";
+        scenes::writeVideo(source.file, {kWidth, kHeight}, kFrames, draw, {});
+        source.end = kFrames;
+    }
+    void TearDown() override { forceCpu() = false; }
+
+    // The share of red pixels within two thirds of the ball's radius about where it should be, told from the camera
+    // that took `frame`.
+    static double redAt(PanoramaStitcher& stitcher, const Moment& moment, std::size_t camera, std::uint64_t frame)
+    {
+        const cv::Matx33d panoramaFromCamera = cv::Matx33f(stitcher.usedCameras().at(camera).R);
+        const cv::Matx33d panoramaFromScene = panoramaFromCamera * cv::Matx33d(viewOf(frame).rotation.data()).t();
+        const auto to = scenes::rotationOf(yawOf(moment.shown) + moment.right, moment.up, 0.0);
+        const cv::Vec3d ball = panoramaFromScene * cv::Vec3d(to[2], to[5], to[8]);
+
+        const cv::Rect sphere = stitcher.projectionBounds();
+        const Panorama panorama =
+            stitcher.makePanorama({0, 0, sphere.width, sphere.height}, {sphere.width, sphere.height}, true, never);
+        if (!panorama.image)
+            return -1.0;
+        const auto warper = makeWarper(stitcher.getWarpedImageScale() / stitcher.getWorkScale(), kSphericalKind);
+        int seen = 0;
+        int red = 0;
+        for (int y = 0; y < sphere.height; ++y) {
+            for (int x = 0; x < sphere.width; ++x) {
+                cv::Vec3f ray;
+                warper->mapBackward(static_cast<float>(x + sphere.x), static_cast<float>(y + sphere.y), ray[0], ray[1],
+                                    ray[2]);
+                if (cv::normalize(cv::Vec3d(ray)).dot(ball) <
+                    std::cos(kBallRadius * 2.0 / 3.0 * std::numbers::pi / 180.0))
+                    continue;
+                const auto& pixel = panorama.image->row(y)[x];
+                ++seen;
+                red += pixel.r > 1.5f * pixel.g && pixel.r > 1.5f * pixel.b ? 1 : 0;
+            }
+        }
+        return seen > 100 ? static_cast<double>(red) / seen : -1.0;
+    }
+};
+
+} // namespace
+
+TEST_F(StitcherVideo, FramesPutInByHandShowTheirRectanglesWhole)
+{
+    PanoramaStitcher stitcher(source);
+    ASSERT_TRUE(stitcher.loadImages(never));
+    const std::size_t keyFrames = stitcher.usedImages().size();
+    EXPECT_GE(keyFrames, 3u);
+    for (const cv::Mat& mask : stitcher.usedMasks())
+        EXPECT_EQ(cv::countNonZero(mask), kWidth * kHeight);
+    EXPECT_EQ(redAt(stitcher, kFirst, 0, 0), 0.0) << "no key frame shows a ball";
+
+    // One frame: its seam cuts into the key frames only.
+    stitcher.reloadWithComposition({kFirst.asked}, {rectOf(kFirst)});
+    ASSERT_EQ(stitcher.getStatus(), 1);
+    ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 1);
+    EXPECT_EQ(redAt(stitcher, kFirst, keyFrames, kFirst.shown), 1.0) << "the ball is never eaten";
+    EXPECT_EQ(stitcher.usedSeamMasks().size(), keyFrames + 1) << "rendered with its seams";
+
+    // Two frames, whatever order they come in.
+    stitcher.reloadWithComposition({kSecond.asked, kFirst.asked}, {rectOf(kSecond), rectOf(kFirst)});
+    ASSERT_EQ(stitcher.getStatus(), 1);
+    ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 2);
+    const std::vector<Moment> moments = {kFirst, kSecond};
+    for (std::size_t j = 0; j < moments.size(); ++j) {
+        const cv::Mat& mask = stitcher.usedMasks()[keyFrames + j];
+        const _Rect<int> rect = rectOf(moments[j]);
+        EXPECT_EQ(cv::countNonZero(mask), rect.width * rect.height);
+        EXPECT_EQ(cv::countNonZero(mask(cv::Rect(rect.x, rect.y, rect.width, rect.height))), rect.width * rect.height);
+        EXPECT_EQ(redAt(stitcher, moments[j], keyFrames + j, moments[j].shown), 1.0) << "ball " << j;
+    }
+
+    // And none again.
+    stitcher.reloadWithComposition({}, {});
+    EXPECT_EQ(stitcher.usedImages().size(), keyFrames);
+}
+
+TEST_F(StitcherVideo, ARectangleBeyondTheFrameIsCut)
+{
+    PanoramaStitcher stitcher(source);
+    ASSERT_TRUE(stitcher.loadImages(never));
+    const std::size_t keyFrames = stitcher.usedImages().size();
+    stitcher.reloadWithComposition({kFirst.asked}, {{300, 200, 100, 100}});
+    ASSERT_EQ(stitcher.usedMasks().size(), keyFrames + 1);
+    EXPECT_EQ(cv::countNonZero(stitcher.usedMasks().back()), 20 * 40);
+    const cv::Rect sphere = stitcher.projectionBounds();
+    EXPECT_NO_THROW((void)stitcher.makePanorama({0, 0, sphere.width, sphere.height}, {200, 100}, true, never));
+    stitcher.reloadWithComposition({kFirst.asked}, {{400, 300, 10, 10}});
+    EXPECT_EQ(cv::countNonZero(stitcher.usedMasks().back()), 0);
+    EXPECT_NO_THROW((void)stitcher.makePanorama({0, 0, sphere.width, sphere.height}, {200, 100}, true, never));
+}

@@ -4,6 +4,7 @@
 #include "composer/mf_capture.hpp"
 
 #include <cstdint>
+#include <utility>
 
 namespace orvo {
 

@@ -11,6 +11,10 @@
 #include <wrl/client.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
 
 namespace orvo {
 namespace {

@@ -1,5 +1,7 @@
 #include "panorama/fit_masks.hpp"
 
+#include <orvo_core/detail/vector_code.hpp>
+
 #include <opencv2/stitching/detail/util.hpp>
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -7,37 +9,89 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 namespace orvo {
 namespace {
 
 // Who has a canvas pixel: nobody yet, the picture of this number counted from 1 if nobody claims it, or a claimant.
-constexpr std::int32_t kNobody = 0;
-constexpr std::int32_t kClaimed = -1;
+// A byte holds it for the sets of this world, so that a whole row of them fits the first cache; else 32 bits.
+template <typename State>
+constexpr State kNobody = 0;
+template <typename State>
+constexpr State kClaimed = std::numeric_limits<State>::max();
 
 // One row of the canvas, for the columns of one picture; `state` is the canvas row's.
-void visit(cv::Mat& mask, const cv::Mat& wholeMask, int row, std::int32_t number, std::int32_t* state)
+template <typename State>
+ORVO_INLINE void visit(std::uint8_t* __restrict claims, const std::uint8_t* __restrict whole, State number,
+                       State* __restrict state, int count)
 {
-    std::uint8_t* const claims = mask.ptr<std::uint8_t>(row);
-    const std::uint8_t* const whole = wholeMask.ptr<std::uint8_t>(row);
-    for (int x = 0; x < mask.cols; ++x) {
-        if (claims[x]) {
-            if (state[x] == kClaimed)
-                claims[x] = 0;
-            else
-                state[x] = kClaimed;
-        } else if (whole[x] && state[x] == kNobody) {
-            state[x] = number;
-        }
+    for (int x = 0; x < count; ++x) {
+        const State before = state[x];
+        const std::uint8_t claim = claims[x];
+        const State wanted = whole[x] != 0 && before == kNobody<State> ? number : before;
+        state[x] = claim != 0 ? kClaimed<State> : wanted;
+        claims[x] = before == kClaimed<State> ? std::uint8_t{0} : claim;
     }
 }
 
-void fillHoles(cv::Mat& mask, int row, std::int32_t number, const std::int32_t* state)
+template <typename State>
+ORVO_INLINE void fillHoles(std::uint8_t* __restrict claims, State number, const State* __restrict state, int count)
 {
-    std::uint8_t* const claims = mask.ptr<std::uint8_t>(row);
-    for (int x = 0; x < mask.cols; ++x)
-        if (state[x] == number)
-            claims[x] = 1;
+    for (int x = 0; x < count; ++x)
+        claims[x] = state[x] == number ? std::uint8_t{1} : claims[x];
+}
+
+ORVO_VECTOR_CLONES void visitRow(std::uint8_t* __restrict claims, const std::uint8_t* __restrict whole,
+                                 std::uint8_t number, std::uint8_t* __restrict state, int count)
+{
+    visit(claims, whole, number, state, count);
+}
+
+ORVO_VECTOR_CLONES void visitRow(std::uint8_t* __restrict claims, const std::uint8_t* __restrict whole,
+                                 std::uint32_t number, std::uint32_t* __restrict state, int count)
+{
+    visit(claims, whole, number, state, count);
+}
+
+ORVO_VECTOR_CLONES void fillRow(std::uint8_t* __restrict claims, std::uint8_t number,
+                                const std::uint8_t* __restrict state, int count)
+{
+    fillHoles(claims, number, state, count);
+}
+
+ORVO_VECTOR_CLONES void fillRow(std::uint8_t* __restrict claims, std::uint32_t number,
+                                const std::uint32_t* __restrict state, int count)
+{
+    fillHoles(claims, number, state, count);
+}
+
+template <typename State>
+void fitRows(std::vector<cv::Mat>& masks, const std::vector<cv::Mat>& wholeMasks, const std::vector<cv::Point>& corners,
+             const cv::Rect& canvas)
+{
+    tbb::task_group_context context(tbb::task_group_context::isolated);
+    const auto fitSome = [&](const tbb::blocked_range<int>& rows) {
+        std::vector<State> state(static_cast<std::size_t>(canvas.width));
+        for (int y = rows.begin(); y < rows.end(); ++y) {
+            std::fill(state.begin(), state.end(), kNobody<State>);
+            const auto forEachPicture = [&](const auto& body) {
+                for (std::size_t i = 0; i < masks.size(); ++i) {
+                    const int row = y - corners[i].y;
+                    if (row >= 0 && row < masks[i].rows)
+                        body(i, row, static_cast<State>(i + 1), state.data() + (corners[i].x - canvas.x));
+                }
+            };
+            forEachPicture([&](std::size_t i, int row, State number, State* there) {
+                visitRow(masks[i].ptr(row), wholeMasks[i].ptr(row), number, there, masks[i].cols);
+            });
+            forEachPicture([&](std::size_t i, int row, State number, const State* there) {
+                fillRow(masks[i].ptr(row), number, there, masks[i].cols);
+            });
+        }
+    };
+    tbb::parallel_for(tbb::blocked_range<int>(canvas.y, canvas.y + canvas.height), fitSome, tbb::auto_partitioner(),
+                      context);
 }
 
 } // namespace
@@ -52,28 +106,10 @@ void fitMasks(std::vector<cv::Mat>& masks, const std::vector<cv::Mat>& wholeMask
         sizes.push_back(mask.size());
     const cv::Rect canvas = cv::detail::resultRoi(corners, sizes);
 
-    tbb::task_group_context context(tbb::task_group_context::isolated);
-    const auto fitRows = [&](const tbb::blocked_range<int>& rows) {
-        std::vector<std::int32_t> state(static_cast<std::size_t>(canvas.width));
-        for (int y = rows.begin(); y < rows.end(); ++y) {
-            std::fill(state.begin(), state.end(), kNobody);
-            const auto forEachPicture = [&](const auto& body) {
-                for (std::size_t i = 0; i < masks.size(); ++i) {
-                    const int row = y - corners[i].y;
-                    if (row >= 0 && row < masks[i].rows)
-                        body(i, row, state.data() + (corners[i].x - canvas.x));
-                }
-            };
-            forEachPicture([&](std::size_t i, int row, std::int32_t* there) {
-                visit(masks[i], wholeMasks[i], row, static_cast<std::int32_t>(i) + 1, there);
-            });
-            forEachPicture([&](std::size_t i, int row, const std::int32_t* there) {
-                fillHoles(masks[i], row, static_cast<std::int32_t>(i) + 1, there);
-            });
-        }
-    };
-    tbb::parallel_for(tbb::blocked_range<int>(canvas.y, canvas.y + canvas.height), fitRows, tbb::auto_partitioner(),
-                      context);
+    if (masks.size() < kClaimed<std::uint8_t>)
+        fitRows<std::uint8_t>(masks, wholeMasks, corners, canvas);
+    else
+        fitRows<std::uint32_t>(masks, wholeMasks, corners, canvas);
 }
 
 } // namespace orvo

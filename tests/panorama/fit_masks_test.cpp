@@ -2,9 +2,8 @@
 
 #include <orvo_core/parallel.hpp>
 
-#include <opencv2/core.hpp>
-
 #include <gtest/gtest.h>
+#include <opencv2/core.hpp>
 
 using namespace orvo;
 
@@ -97,6 +96,29 @@ TEST(FitMasks, IsAPartitionForAnyMasksAndAnyNumberOfThreads)
     }
     EXPECT_EQ(cv::countNonZero(owners > 1), 0);
     EXPECT_EQ(cv::countNonZero(owners), cv::countNonZero(covered));
+}
+
+TEST(FitMasks, TakesMorePicturesThanAByteCounts)
+{
+    constexpr int kPictures = 300;
+    std::vector<cv::Mat> masks;
+    std::vector<cv::Mat> whole;
+    std::vector<cv::Point> corners;
+    for (int i = 0; i < kPictures; ++i) {
+        masks.push_back(i % 2 == 0 ? full(3, 2) : none(3, 2));
+        whole.push_back(full(3, 2));
+        corners.emplace_back(3 * i, 0);
+    }
+    masks.push_back(full(3 * kPictures, 2));
+    whole.push_back(full(3 * kPictures, 2));
+    corners.emplace_back(0, 0);
+    fitMasks(masks, whole, corners);
+    for (int i = 0; i < kPictures; ++i)
+        EXPECT_EQ(cv::countNonZero(masks[static_cast<std::size_t>(i)]), i % 2 == 0 ? 6 : 0) << i;
+    EXPECT_EQ(cv::countNonZero(masks.back()), 3 * kPictures) << "what the others left";
+    masks.back().setTo(0);
+    fitMasks(masks, whole, corners);
+    EXPECT_TRUE(sameBytes(masks[299], cv::Mat(2, 3, CV_8UC1, cv::Scalar(1)))) << "the first that has data there";
 }
 
 TEST(FitMasks, NoMasksAreNoError)

@@ -8,17 +8,22 @@
 
 #include <orvo/bracket_exposure.hpp>
 #include <orvo/finishing.hpp>
+#include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/hdr.hpp>
+#include <orvo_image_processing/debug_drawer.hpp>
 #include <orvo_io/settings.hpp>
 #include <orvo_logger/log_capture.hpp>
+#include <scenes/bracket_files.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <limits>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -52,6 +57,28 @@ protected:
         return paths;
     }
 
+    Paths rawBracket(std::size_t count)
+    {
+        scenes::BracketRecipe recipe;
+        recipe.scene.size = {192, 128};
+        recipe.evs.clear();
+        for (std::size_t i = 0; i < count; ++i)
+            recipe.evs.push_back(-2.0 + 4.0 * static_cast<double>(i) / static_cast<double>(count - 1));
+        return scenes::writeBracket(scenes::Bracket(recipe), folder.path(), {.format = scenes::BracketFileFormat::Dng});
+    }
+
+    // Three frames of one scene, of which the one at `rawIndex` is a raw file; in order of rising exposure.
+    Paths mixedBracket(std::size_t rawIndex)
+    {
+        scenes::BracketRecipe recipe;
+        recipe.scene.size = {192, 128};
+        const scenes::Bracket scene(recipe);
+        Paths paths = scenes::writeBracket(scene, folder.path(), {.format = scenes::BracketFileFormat::Tiff16});
+        paths[rawIndex] =
+            scenes::writeFrame(scene, rawIndex, folder.path(), {.format = scenes::BracketFileFormat::Dng});
+        return paths;
+    }
+
     static auto merge(const Paths& paths, const HDRSettings& settings, std::function<void(HDRMergingPhaseName)> onPhase)
     {
         return make_HDR(paths, settings, {}, std::move(onPhase));
@@ -64,6 +91,30 @@ bool isEmpty(const Merged& merged)
     return !merged.first && !merged.second;
 }
 
+// The blend by its definition, step by step.
+std::shared_ptr<Picture> folded(const Paths& paths, float maskScale)
+{
+    auto frames = loadFrames(paths, HDRSettings(), ImageReaderOpenFlag::Bracket, false);
+    fillEVsAndSort(frames);
+    float unused = 0;
+    const auto ladder = std::get<0>(resampleFrames(frames, HDRSettings(), unused));
+    const std::size_t n = ladder.size();
+    const auto result = ladder[n - 1].image->copy({});
+    for (std::size_t i = n - 1; i-- > 0;) {
+        const float weight = static_cast<float>(i) / static_cast<float>(n - 1) * 0.75f * maskScale;
+        const auto& rung = *ladder[i].image;
+        const auto mask = computeMask(rung.data(), rung.width(), rung.height(), weight);
+        for (std::size_t p = 0; p < rung.pixelCount(); ++p) {
+            const float m = std::clamp(mask[p], 0.0f, 1.0f);
+            auto& to = result->data()[p];
+            const auto& from = rung.data()[p];
+            to = {to.r + (from.r - to.r) * m, to.g + (from.g - to.g) * m, to.b + (from.b - to.b) * m};
+        }
+    }
+    normalize_for_hdr(result->data(), result->width(), result->height());
+    return result;
+}
+
 std::shared_ptr<const Picture> pixelsOf(const Image& image) { return image.developedOriginalImageData({}); }
 
 HDRSettings withFlag(const std::shared_ptr<std::atomic<unsigned char>>& flag)
@@ -71,6 +122,31 @@ HDRSettings withFlag(const std::shared_ptr<std::atomic<unsigned char>>& flag)
     HDRSettings settings;
     settings.cancelFlag = flag;
     return settings;
+}
+
+// How often chromatic aberration was corrected until the phase in which the frames are loaded.
+std::size_t correctionsWhileLoading(const Paths& paths, bool asked)
+{
+    HDRSettings settings;
+    settings.chromaticAberrations = asked;
+    std::string trace;
+    const auto onPhase = [&trace](HDRMergingPhaseName phase) {
+        if (phase != HDRMergingPhaseName::FramesLoaded)
+            return;
+        trace = testing::internal::GetCapturedStdout();
+        testing::internal::CaptureStdout();
+    };
+    grfx::cout.quiet = 0;
+    testing::internal::CaptureStdout();
+    const auto merged = make_HDR(paths, settings, {}, onPhase);
+    (void)testing::internal::GetCapturedStdout();
+    grfx::cout.quiet = 1;
+    EXPECT_TRUE(merged.first);
+    const std::string wanted = "applyChromaticAbberationsCorrection: ";
+    std::size_t times = 0;
+    for (std::size_t at = trace.find(wanted); at != std::string::npos; at = trace.find(wanted, at + 1))
+        ++times;
+    return times;
 }
 
 std::filesystem::path textFile(const std::filesystem::path& path)
@@ -214,28 +290,7 @@ TEST_F(MakeHdr, TheGhostReferenceIsFoundAgainOnTheLadder)
 
 TEST_F(MakeHdr, TheBlendFoldsTheLadderFromItsLastRung)
 {
-    // The definition, step by step. A resampled ladder of finished pictures is blended softer than a long bracket.
-    const auto folded = [](const Paths& paths, float maskScale) {
-        auto frames = loadFrames(paths, HDRSettings(), ImageReaderOpenFlag::Bracket, false);
-        fillEVsAndSort(frames);
-        float unused = 0;
-        const auto ladder = std::get<0>(resampleFrames(frames, HDRSettings(), unused));
-        const std::size_t n = ladder.size();
-        const auto result = ladder[n - 1].image->copy({});
-        for (std::size_t i = n - 1; i-- > 0;) {
-            const float weight = static_cast<float>(i) / static_cast<float>(n - 1) * 0.75f * maskScale;
-            const auto& rung = *ladder[i].image;
-            const auto mask = computeMask(rung.data(), rung.width(), rung.height(), weight);
-            for (std::size_t p = 0; p < rung.pixelCount(); ++p) {
-                const float m = std::clamp(mask[p], 0.0f, 1.0f);
-                auto& to = result->data()[p];
-                const auto& from = rung.data()[p];
-                to = {to.r + (from.r - to.r) * m, to.g + (from.g - to.g) * m, to.b + (from.b - to.b) * m};
-            }
-        }
-        normalize_for_hdr(result->data(), result->width(), result->height());
-        return result;
-    };
+    // A resampled ladder of finished pictures is blended softer than a long bracket.
     constexpr float kRoundings = 1e-5f;
     for (const std::size_t count : {2u, 3u, 4u, 5u}) {
         // A dark and a bright half: the weight of a rung acts on large edges alone.
@@ -426,6 +481,207 @@ TEST_F(MakeHdr, HoldsNoPictureForARungOfAShortBracket)
     };
     ASSERT_TRUE(merge(paths, {}, afterLoading).first);
     EXPECT_LT(static_cast<double>(memory.peakBytes() - before), 4.5 * kPicture);
+}
+
+TEST_F(MakeHdr, ARawBracketIsBlendedAtFullStrength)
+{
+    constexpr float kRoundings = 1e-5f;
+    const auto paths = rawBracket(3);
+    const auto merged = merge(paths, {}, record());
+    ASSERT_TRUE(merged.first);
+    EXPECT_LT(largestDifference(*pixelsOf(*merged.first), *folded(paths, 1.0f)), kRoundings);
+    EXPECT_GT(largestDifference(*folded(paths, 0.8f), *folded(paths, 1.0f)), 10 * kRoundings);
+}
+
+TEST_F(MakeHdr, TheMiddleRawFrameComesDevelopedAtItsOwnExposure)
+{
+    for (const std::size_t count : {2u, 3u, 4u, 5u}) { // a resampled ladder leaves it undeveloped, a long one does not
+        const auto paths = rawBracket(count);
+        const auto merged = merge(paths, {}, record());
+        ASSERT_TRUE(merged.second) << count;
+        auto frames = loadFrames(paths, HDRSettings(), ImageReaderOpenFlag::Bracket, true);
+        fillEVsAndSort(frames);
+        HDRFrame& middle = frames[count / 2];
+        develop_for_hdr(middle.image, middle.metadata, middle.rawMetadata, 0.0f, false);
+        EXPECT_TRUE(sameBytes(*merged.second, *middle.image)) << count;
+        EXPECT_FALSE(merged.first->metadata()->isRaw) << count;
+        EXPECT_TRUE(merged.first->metadata()->isDeveloped) << count;
+        EXPECT_TRUE(merged.first->metadata()->isFinished) << count;
+    }
+}
+
+TEST_F(MakeHdr, ASingleRawFrameMerges)
+{
+    const LogCapture capture;
+    const auto merged = merge({rawBracket(2)[0]}, {}, record());
+    ASSERT_TRUE(merged.first);
+    EXPECT_THAT(phases, ElementsAre(200, 1, 2, 3, 5, 6));
+    EXPECT_THAT(capture.lines(), Contains(LogCapture::Line{LogMessageType::Diagnostic, "isRaw 1\n", 16}));
+}
+
+TEST_F(MakeHdr, OfAMixedBracketEveryFrameIsCorrectedForChromaticAberration)
+{
+    const auto mixed = mixedBracket(1);
+    EXPECT_EQ(correctionsWhileLoading(mixed, true), 3u) << "the raw one too";
+    EXPECT_EQ(correctionsWhileLoading(mixed, false), 0u);
+    EXPECT_EQ(correctionsWhileLoading(bracket(2), true), 2u);
+    EXPECT_EQ(correctionsWhileLoading(rawBracket(3), true), 0u) << "raw frames are corrected when they are developed";
+}
+
+TEST_F(MakeHdr, AMixedBracketCountsAsRawByItsFirstFrameInOrderOfExposure)
+{
+    for (const std::size_t rawIndex : {0u, 1u, 2u}) {
+        auto paths = mixedBracket(rawIndex);
+        std::reverse(paths.begin(), paths.end()); // the order given does not count
+        const LogCapture capture;
+        const auto merged = merge(paths, {}, record());
+        ASSERT_TRUE(merged.first);
+        const bool isRaw = rawIndex == 0;
+        EXPECT_THAT(capture.lines(),
+                    Contains(LogCapture::Line{LogMessageType::Diagnostic, isRaw ? "isRaw 1\n" : "isRaw 0\n", 16}))
+            << rawIndex;
+        EXPECT_LT(largestDifference(*pixelsOf(*merged.first), *folded(paths, isRaw ? 1.0f : 0.8f)), 1e-5f) << rawIndex;
+        EXPECT_FALSE(merged.first->metadata()->isRaw);
+        EXPECT_EQ(merged.first->metadata()->isDeveloped, rawIndex == 1) << "the middle frame's mark";
+    }
+}
+
+TEST_F(MakeHdr, TheSummaryTellsPathsAndSettings)
+{
+    const auto paths = bracket(2);
+    HDRSettings settings;
+    settings.ghostReduction = true;
+    settings.ghostRefImageIdx = 1;
+    settings.deghostAmount = DeghostAmount::High;
+    const auto base = merge(paths, settings, record());
+    orvosettings().set("DebugDrawer.enable", true);
+    const auto drawnOver = merge(paths, settings, record());
+    orvosettings().remove("DebugDrawer.enable");
+    ASSERT_TRUE(base.first && drawnOver.first);
+    std::shared_ptr<Picture> expected = pixelsOf(*base.first)->copy({});
+    DebugDrawer::draw(expected,
+                      "HDR was created for settings:\n" + paths[0].string() + "\n" + paths[1].string() +
+                          "\n"
+                          "alingment....................false\n"
+                          "chromaticAberrations..false\n"
+                          "ghostReduction...........true\n"
+                          "ghostRefImageIdx.......1\n"
+                          "deghostAmount...........3\n",
+                      _Point<int>(0, expected->height() / 2));
+    EXPECT_TRUE(sameBytes(*pixelsOf(*drawnOver.first), *expected));
+}
+
+TEST_F(MakeHdr, WhiteBalanceComesBeforeDetails)
+{
+    const auto paths = bracket(3);
+    HDRSettings settings;
+    auto expected = pixelsOf(*merge(paths, settings, record()).first)->copy({});
+    settings.whiteBalance = 0.6f;
+    settings.details = 0.7f;
+    const auto merged = merge(paths, settings, record());
+    auto otherWayRound = expected->copy({});
+    applyWB(expected, 0.6f);
+    applyDetails(expected->data(), expected->width(), expected->height(), 0.7f);
+    EXPECT_TRUE(sameBytes(*pixelsOf(*merged.first), *expected));
+    applyDetails(otherWayRound->data(), otherWayRound->width(), otherWayRound->height(), 0.7f);
+    applyWB(otherWayRound, 0.6f);
+    ASSERT_FALSE(sameBytes(*otherWayRound, *expected)) << "the order can be told";
+}
+
+TEST_F(MakeHdr, ACancelAtEachPhaseOfASingleFrameGivesNothing)
+{
+    const auto paths = bracket(1);
+    for (const int stopAt : {200, 1, 2, 3, 5}) {
+        phases.clear();
+        const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
+        const auto merged = merge(paths, withFlag(flag), [&](HDRMergingPhaseName phase) {
+            phases.push_back(static_cast<int>(phase));
+            *flag = static_cast<int>(phase) == stopAt ? 1 : 0;
+        });
+        EXPECT_TRUE(isEmpty(merged)) << stopAt;
+        EXPECT_EQ(phases.back(), stopAt);
+    }
+}
+
+TEST_F(MakeHdr, ACancelAfterTheLastBlendComesTooLate)
+{
+    for (const std::size_t count : {1u, 3u, 4u})
+        for (const int stopAt : {5, 6}) {
+            if (count == 1 && stopAt == 5)
+                continue; // a single frame tells its fifth phase between two blends
+            const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
+            const auto merged = merge(bracket(count), withFlag(flag), [&](HDRMergingPhaseName phase) {
+                if (static_cast<int>(phase) == stopAt)
+                    *flag = 1;
+            });
+            EXPECT_TRUE(merged.first && merged.second) << count << " at " << stopAt;
+        }
+}
+
+TEST_F(MakeHdr, ACancelDuringAStepIsSeenAtItsEnd)
+{
+    HDRSettings settings;
+    settings.alignment = true;
+    settings.ghostReduction = true;
+    settings.deghostAmount = DeghostAmount::Medium;
+    struct Case
+    {
+        const char* step;
+        Paths paths;
+        bool chromatic;
+        std::vector<int> phases;
+    };
+    const Case cases[] = {{"[Alignment]", bracket(3), false, {0, 1}},
+                          {"[Deghosting]", bracket(3), false, {0, 1, 2}},
+                          {"[Deghosting]", bracket(4), false, {0, 1, 2}},
+                          // Aligned after the ladder, raw frames go on to deghosting, which runs to its end.
+                          {"[Alignment]", rawBracket(3), true, {0, 1, 2}}};
+    for (const Case& c : cases) {
+        phases.clear();
+        settings.chromaticAberrations = c.chromatic;
+        settings.cancelFlag = std::make_shared<std::atomic<unsigned char>>(0);
+        const auto sink = addLogSink([&](const logstream& line) {
+            if (line.text().rfind(c.step, 0) == 0)
+                *settings.cancelFlag = 1;
+        });
+        EXPECT_TRUE(isEmpty(merge(c.paths, settings, record()))) << c.step;
+        EXPECT_EQ(*settings.cancelFlag, 1) << "the step was reached";
+        EXPECT_EQ(phases, c.phases) << c.step;
+    }
+}
+
+TEST_F(MakeHdr, ACancelWhileFramesAreReadGivesNothingAndNoFurtherPhase)
+{
+    auto paths = bracket(2);
+    paths.push_back(textFile(folder / "notes.jpg"));
+    const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
+    const auto sink = addLogSink([&flag](const logstream& line) {
+        if (line.text().find("notes.jpg") != std::string::npos)
+            *flag = 1;
+    });
+    const LogCapture capture;
+    EXPECT_TRUE(isEmpty(merge(paths, withFlag(flag), record())));
+    EXPECT_THAT(phases, ElementsAre(0));
+    EXPECT_THAT(capture.texts(LogMessageType::Error), testing::IsEmpty()) << "a cancel is no failure";
+}
+
+TEST_F(MakeHdr, AGhostReferenceOutOfRangeIsTheMiddleFrame)
+{
+    const auto paths = bracket(3);
+    HDRSettings settings;
+    settings.ghostReduction = true;
+    const auto told = [&](int index) {
+        settings.ghostRefImageIdx = index;
+        const LogCapture capture;
+        EXPECT_TRUE(merge(paths, settings, record()).first) << index;
+        const auto lines = capture.texts(LogMessageType::Progress);
+        return lines.empty() ? std::string() : lines.front();
+    };
+    const std::string middle = told(1);
+    EXPECT_THAT(middle, HasSubstr("[Deghosting] "));
+    EXPECT_NE(told(0), middle);
+    for (const int index : {-1, 3, 1000, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
+        EXPECT_EQ(told(index), middle) << index;
 }
 
 TEST(CallFrame, AnswersTheEmptyResultAndLogs)

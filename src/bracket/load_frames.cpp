@@ -2,6 +2,7 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <tbb/parallel_for.h>
@@ -69,7 +70,7 @@ Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, b
     const auto image = ImageReader::instance().open({path, {}}, {}, static_cast<ImageReaderOpenFlag>(flags), nullptr,
                                                     std::string(), -1);
     if (!image) {
-        LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << path.wstring());
+        LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << wideFromPath(path));
         return {};
     }
     Frame frame;

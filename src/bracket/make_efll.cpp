@@ -13,6 +13,7 @@
 #include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
 #include <orvo_common/text.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_image_processing/debug_drawer.hpp>
@@ -223,7 +224,7 @@ std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDR
     std::ostringstream text;
     text << "HDR was created for settings:\n";
     for (const auto& path : paths)
-        text << ws2s(path.wstring()) << "\n";
+        text << ws2s(wideFromPath(path)) << "\n";
     text << "alingment...................." << told(settings.alignment) << "\n"
          << "chromaticAberrations.." << told(settings.chromaticAberrations) << "\n"
          << "ghostReduction..........." << told(settings.ghostReduction) << "\n"

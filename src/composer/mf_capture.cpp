@@ -1,7 +1,6 @@
 #include "composer/mf_capture.hpp"
 
-#include "composer/wide_path.hpp"
-
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <utility>

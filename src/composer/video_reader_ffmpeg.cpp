@@ -1,7 +1,7 @@
 // The video reader everywhere but on Windows: FFmpeg. No other file sees its headers.
 #include "composer/video_reader.hpp"
-#include "composer/wide_path.hpp"
 
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <opencv2/core.hpp>

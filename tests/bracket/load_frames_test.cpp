@@ -333,3 +333,13 @@ TEST_F(LoadFrames, DevelopAppliesTheToneThatTheRawReaderSuggests)
     };
     EXPECT_GT(developed(1.0f), developed(0.0f) * 1.2f);
 }
+
+TEST_F(LoadFrames, AMissingFileOfAnyNameIsToldInAnyLocale)
+{
+    // The C locale, in which programs start, knows no umlauts.
+    const auto path = folder / "fl\xc3\xb6te.jpg";
+    const LogCapture capture;
+    EXPECT_FALSE(loadFrame<HDRFrame>(path, static_cast<int>(ImageReaderOpenFlag::Bracket), {}, false).image);
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                testing::Contains("Can't open image at path: " + path.string()));
+}

@@ -1,4 +1,4 @@
-#include "composer/wide_path.hpp"
+#include <orvo_common/wide_path.hpp>
 
 #include <array>
 #include <cstddef>

@@ -1,5 +1,5 @@
 // File names as wide text, without loss.
-#include "composer/wide_path.hpp"
+#include <orvo_common/wide_path.hpp>
 
 #include <gtest/gtest.h>
 

@@ -81,11 +81,30 @@ TEST(PanoramaStitcher, TwoPicturesWithNothingInCommonFailSilently)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST(PanoramaStitcher, APictureAlonefails)
+TEST(PanoramaStitcher, APictureAloneFails)
 {
     PanoramaStitcher stitcher = withoutSource();
     EXPECT_FALSE(stitcher.estimateCameras(seen(SphereScene(), {smallView()})));
     EXPECT_EQ(stitcher.getStatus(), 2);
+}
+
+TEST(PanoramaStitcher, PicturesThatNoRotationExplainsFailAndAreTold)
+{
+    // The second one is the middle of the first, twice as large: no cameras of one place and one focal length do that.
+    SphereView view = smallView();
+    view.noise = 0.0;
+    const cv::Mat image = seen(SphereScene(), {view})[0];
+    cv::Mat enlarged;
+    cv::resize(image(cv::Rect(100, 75, 200, 150)), enlarged, image.size());
+    PanoramaStitcher stitcher = withoutSource();
+    const LogCapture capture;
+    EXPECT_FALSE(stitcher.estimateCameras({image, enlarged}));
+    EXPECT_EQ(stitcher.getStatus(), 2);
+    EXPECT_EQ(stitcher.usedImages().size(), 2u);
+    EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre("failed to make more accurate focals prediction"));
+    // The same stitcher registers what fits.
+    EXPECT_TRUE(stitcher.estimateCameras(seen(SphereScene(), smallRow())));
+    EXPECT_EQ(stitcher.getStatus(), 1);
 }
 
 TEST(PanoramaStitcher, AStrangerDropsOut)

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstring>
 
@@ -23,6 +24,14 @@ bool sameBytes(const cv::Mat& a, const cv::Mat& b)
 {
     return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
            std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
+}
+
+// What the process has held at most so far, in bytes.
+double peakBytes()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) * 1024.0;
 }
 
 // A drawn part of the sphere, in sphere units.
@@ -259,6 +268,20 @@ TEST_F(StitcherCompositing, GivesTheSameBytesForAnyThreads)
     EXPECT_EQ(one.shown, two.shown);
     EXPECT_TRUE(sameBytes(one.picture, two.picture));
     EXPECT_TRUE(sameBytes(one.mask, two.mask));
+}
+
+TEST_F(StitcherCompositing, HoldsAFewPlanesForEachPictureAtFullSize)
+{
+    registerViews();
+    const cv::Rect rect = content();
+    (void)draw(rect, {rect.width / 8, rect.height / 8});
+    const double before = peakBytes();
+    const cv::Size size(5 * rect.width, 5 * rect.height);
+    ASSERT_FALSE(draw(rect, size).shown.empty());
+    // The warped pictures overlap by half; with the margin for blending that is near to three times the drawing.
+    const double perPixel = (peakBytes() - before) / (3.0 * size.area());
+    std::cout << "peak above the start: " << perPixel << " bytes for each warped pixel\n";
+    EXPECT_LT(perPixel, 16.0);
 }
 
 TEST_F(StitcherCompositing, SeamsCutThePicturesApart)

@@ -38,17 +38,33 @@ void mix(PixelRGB<float>& pixel, float value, std::uint8_t share)
     pixel.b += (value - pixel.b) * m;
 }
 
+/// How letters are drawn in lines of a height.
+struct Lettering
+{
+    explicit Lettering(int lineHeight)
+        : scale(cv::getFontScaleFromHeight(kFont, std::max(1, static_cast<int>(lineHeight * kLetterShare)))),
+          thickness(std::max(1, lineHeight / 16)), rim(thickness + 2 * std::max(1, lineHeight / 14))
+    {}
+
+    [[nodiscard]] cv::Size extentOf(const std::string& text, int& baseline) const
+    {
+        return cv::getTextSize(text, kFont, scale, rim, &baseline);
+    }
+
+    double scale;  ///< as OpenCV counts it
+    int thickness; ///< of a letter's strokes, pixels
+    int rim;       ///< of the dark strokes under them
+};
+
 /// The line is drawn as two masks of its own size, rim and letters, and mixed in where they meet the picture.
 void drawLine(Picture& image, const std::string& text, int left, int top, int lineHeight)
 {
-    const double scale = cv::getFontScaleFromHeight(kFont, std::max(1, static_cast<int>(lineHeight * kLetterShare)));
-    const int thickness = std::max(1, lineHeight / 16);
-    const int rim = thickness + 2 * std::max(1, lineHeight / 14);
+    const auto [scale, thickness, rim] = Lettering(lineHeight);
     // A letter is never narrower than a tenth of a line: more letters than this lie outside for certain.
     const auto most = static_cast<std::size_t>(10 * (image.width() + std::max(0, -left)) / lineHeight + 10);
     const std::string shown = printable(text.substr(0, std::min(text.size(), most)));
     int baseline = 0;
-    const cv::Size extent = cv::getTextSize(shown, kFont, scale, rim, &baseline);
+    const cv::Size extent = Lettering(lineHeight).extentOf(shown, baseline);
     const int x0 = std::max(0, left);
     const int x1 = std::min(image.width(), left + extent.width + 2 * rim);
     const int y0 = std::max(0, top);
@@ -74,6 +90,29 @@ void drawLine(Picture& image, const std::string& text, int left, int top, int li
 int lineHeightOf(const Picture& image)
 {
     return std::max(kSmallestLine, std::min(image.width(), image.height()) / kLinesPerSide);
+}
+
+/// Puts line breaks for blanks where the line would be wider than `width` pixels.
+std::string broken(const std::string& line, int width, int lineHeight)
+{
+    const Lettering lettering(lineHeight);
+    const auto fits = [&](const std::string& text) {
+        int baseline = 0;
+        return lettering.extentOf(printable(text), baseline).width + lettering.rim <= width;
+    };
+    std::string result;
+    std::string last; // line of the result
+    std::istringstream words(line);
+    for (std::string word; words >> word;) {
+        const std::string longer = last.empty() ? word : last + ' ' + word;
+        if (last.empty() || fits(longer)) {
+            last = longer;
+            continue;
+        }
+        result += last + '\n';
+        last = word;
+    }
+    return result + last;
 }
 
 int asPixel(float position)
@@ -104,10 +143,11 @@ void DebugDrawer::draw(std::shared_ptr<Picture>& image, const std::string& text,
 
 void writeOnFrame(std::shared_ptr<Picture>& image, const std::string& text)
 {
-    std::string line = text;
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    if (image)
-        DebugDrawer::draw(image, line, _Point<int>(lineHeightOf(*image) / 2, lineHeightOf(*image) / 2));
+    if (!image || image->pixelCount() == 0)
+        return;
+    const int height = lineHeightOf(*image);
+    const int margin = height / 2;
+    DebugDrawer::draw(image, broken(text, image->width() - margin, height), _Point<int>(margin, margin));
 }
 
 } // namespace orvo

@@ -101,3 +101,20 @@ TEST(DebugDrawer, WritesOneLineInTheCorner)
     EXPECT_GT(changedInRows(*image, 0.5f, 0, 24), 100);
     EXPECT_EQ(changedInRows(*image, 0.5f, 32, 400), 0);
 }
+
+TEST(DebugDrawer, ALineThatIsTooWideGoesOnBelow)
+{
+    const std::string label = "align result, image 5 out of 10";
+    auto wide = plain(240, 90, 0.5f);
+    orvo::writeOnFrame(wide, label);
+    EXPECT_EQ(changedInRows(*wide, 0.5f, 24, 90), 0) << "it fits";
+
+    auto narrow = plain(120, 90, 0.5f);
+    auto byHand = plain(120, 90, 0.5f);
+    orvo::writeOnFrame(narrow, label);
+    DebugDrawer::draw(byHand, "align result, image 5\nout of 10", _Point<int>(6, 6));
+    EXPECT_GT(changedInRows(*narrow, 0.5f, 20, 30), 50);
+    EXPECT_TRUE(std::equal(&narrow->data()->r, &narrow->data()->r + 3 * narrow->pixelCount(), &byHand->data()->r));
+    for (int y = 0; y < 90; ++y)
+        EXPECT_EQ(narrow->row(y)[119].g, 0.5f) << "nothing is cut off, row " << y;
+}

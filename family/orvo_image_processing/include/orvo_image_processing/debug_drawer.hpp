@@ -22,7 +22,8 @@ public:
                      _Point<float> position);
 };
 
-/// One line in the upper left corner; line breaks become blanks.
+/// One line in the upper left corner, its words parted by one blank each, whatever parts them in `text`. In a picture
+/// too narrow for it the line goes on below, since its end tells as much as its beginning.
 ORVO_EXPORT void writeOnFrame(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::string& text);
 
 } // namespace orvo

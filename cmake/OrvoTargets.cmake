@@ -15,6 +15,14 @@ target_compile_options(orvo_build_options INTERFACE
   -ffp-contract=off
   # The root function is only ever asked for numbers that have one, and nobody reads errno.
   -fno-math-errno)
+if(ORVO_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "ORVO_FUZZ needs Clang, whose libFuzzer drives the targets of fuzz/; this is ${CMAKE_CXX_COMPILER_ID}. "
+      "Without ORVO_FUZZ they are built to replay their seeds.")
+  endif()
+  # Coverage leads the fuzzer everywhere; its main() comes only to the targets of fuzz/.
+  set(ORVO_SANITIZE address,undefined,fuzzer-no-link)
+endif()
 if(ORVO_SANITIZE)
   target_compile_options(orvo_build_options INTERFACE -fsanitize=${ORVO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(orvo_build_options INTERFACE -fsanitize=${ORVO_SANITIZE})

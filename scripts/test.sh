@@ -6,8 +6,9 @@ usage() {
   cat <<'TEXT'
 usage: scripts/test.sh [PRESET [CTEST ARGUMENTS...]]
 
-PRESET is release (the default), debug, asan or tsan. ORVO_TEST_DATA names a folder of
-real pictures; without it the tests that need them are skipped.
+PRESET is release (the default), debug, asan, tsan or fuzz. ORVO_TEST_DATA names a folder of
+real pictures; without it the tests that need them are skipped. fuzz builds the targets of
+fuzz/ alone, with clang, and runs each over its seeds.
 
   scripts/test.sh asan -L bracket      only the tests labelled bracket, with the address sanitizer
 TEXT
@@ -18,6 +19,7 @@ preset=${1:-release}
 case $preset in
   --help|-h) usage; exit 0 ;;
   release|debug|asan|tsan) "$here/bootstrap.sh" ;;
+  fuzz) "$here/bootstrap.sh" --tools ;;
   *) usage >&2; exit 2 ;;
 esac
 [ $# -eq 0 ] || shift

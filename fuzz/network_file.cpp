@@ -1,0 +1,23 @@
+// Any bytes as a network for enlarging, as far as our own reading of it goes: a network that this finds sound is run
+// like a program, and must be trusted like one.
+#include "fuzz_target.hpp"
+#include "onnx_input.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace orvo::details;
+    using orvo::fuzz::require;
+    const std::span<const unsigned char> model(data, size);
+    const std::string damage = graphDamage(model);
+    const auto declared = declaredInput(model);
+    if (!declared || !damage.empty())
+        return 0;
+    for (const std::int64_t side : declared->sides)
+        require(side >= 0, "a declared side is no negative number");
+    const auto changed = withInput(model, declared->name, {1, 3, 24, 16});
+    const auto again = declaredInput(changed);
+    require(again && again->name == declared->name, "the changed network has the same input");
+    require(again->sides == std::vector<std::int64_t>{1, 3, 24, 16}, "the changed network has the sides asked for");
+    require(graphDamage(changed).empty(), "a sound network stays sound");
+    return 0;
+}

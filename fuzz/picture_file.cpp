@@ -1,0 +1,68 @@
+// Any bytes as a picture file: opened as bracket operations do, with what is cut off filled, asked for its metadata
+// and for a thumbnail.
+#include "fuzz_target.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_io/image_reader.hpp>
+#include <orvo_logger/log_capture.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+using namespace orvo;
+using fuzz::require;
+
+constexpr std::int64_t kMostPixels = 64 * 1024; // small, so that a run costs the headers more than the pixels
+constexpr int kThumbnailSide = 16;
+constexpr auto kFillCutOff = static_cast<ImageReaderOpenFlag>(static_cast<int>(ImageReaderOpenFlag::Bracket) &
+                                                              ~static_cast<int>(ImageReaderOpenFlag::Complete));
+
+void checkPixels(const _ImageData<PixelRGB<float>>& picture)
+{
+    require(picture.width() > 0 && picture.height() > 0, "a picture has pixels");
+    const float* const samples = &picture.data()->r;
+    for (std::size_t i = 0; i < picture.pixelCount() * 3; ++i)
+        require(std::isfinite(samples[i]), "samples of a picture are finite");
+}
+
+void open(const std::filesystem::path& path, ImageReaderOpenFlag flags)
+{
+    const LogCapture log;
+    ImageReadOptions options;
+    options.maxPixels = kMostPixels;
+    const auto image = ImageReader::instance().open({path, ""}, options, flags, nullptr, "", -1);
+    if (!image) {
+        require(!log.texts(LogMessageType::Warning).empty(), "a refused picture has a warning in the log");
+        return;
+    }
+    const auto pixels = image->imageData({}, {}, true);
+    require(pixels != nullptr, "an opened picture gives its pixels");
+    require(static_cast<std::int64_t>(pixels->pixelCount()) <= kMostPixels, "the limit on pixels is kept");
+    checkPixels(*pixels);
+    require(image->metadata() != nullptr, "an opened picture has metadata");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    static fuzz::MemoryFile file;
+    // Kept planes would hide a step beyond a plane from the address sanitizer.
+    MemoryManager::instance().setCacheLimit(0);
+    const WorkerLimit single(1); // the same way through the code in every run
+    file.write({data, size});
+    const std::size_t liveBefore = MemoryManager::instance().liveBytes();
+    open(file.path(), ImageReaderOpenFlag::Bracket);
+    open(file.path(), kFillCutOff);
+    (void)ImageReader::readMetadata(file.path());
+    (void)isRawImageFile(file.path());
+    if (const auto small = ImageReader::instance().getThumbnailBySide(file.path(), kThumbnailSide, true, nullptr, {})) {
+        checkPixels(*small);
+        require(std::max(small->width(), small->height()) == kThumbnailSide, "a thumbnail has the side asked for");
+    }
+    require(MemoryManager::instance().liveBytes() == liveBefore, "every plane is given back");
+    return 0;
+}

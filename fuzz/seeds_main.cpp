@@ -1,0 +1,98 @@
+// Writes the seeds of all fuzz targets: FOLDER/TARGET/NAME.
+#include "onnx_writer.hpp"
+#include "seeds.hpp"
+#include "test_files.hpp"
+
+#include <orvo_core/identifier.hpp>
+
+#include <cstdio>
+#include <random>
+#include <stdexcept>
+
+namespace {
+
+using Bytes = orvo::test::Bytes;
+namespace onnx = test::onnx;
+
+void put(const std::filesystem::path& file, const Bytes& bytes)
+{
+    orvo::test::writeBytes(file, bytes);
+    if (!std::filesystem::exists(file) || std::filesystem::file_size(file) != bytes.size())
+        throw std::runtime_error(file.string() + " cannot be written");
+}
+
+void put(const std::filesystem::path& file, const std::string& text) { put(file, Bytes(text.begin(), text.end())); }
+
+void writeSettingsSeeds(const std::filesystem::path& folder)
+{
+    put(folder / "levels.json", R"({"Upscale": {"scale": 2, "model": "a.onnx"}, "DebugDrawer": {"enable": true}})");
+    put(folder / "flat.json", R"({"Upscale.scale": 1.5e3, "a.b": [1, {"c": null}], "a": "\u00e4\ud83d\ude00"})");
+    put(folder / "numbers.json", R"({"a": -2147483649, "a.b": 18446744073709551615, "Upscale.scale": -0.0})");
+    // More levels than the reader takes, and a list as deep as it takes.
+    std::string levels;
+    for (int level = 0; level < 80; ++level)
+        levels += R"({"a":)";
+    put(folder / "deep_levels.json", levels + '1' + std::string(80, '}'));
+    put(folder / "deep_list.json", R"({"a":)" + std::string(60, '[') + std::string(60, ']') + '}');
+}
+
+void writeIdentifierSeeds(const std::filesystem::path& folder)
+{
+    orvo::UUIdentifier::Bytes value{};
+    for (std::size_t i = 0; i < value.size(); ++i)
+        value[i] = static_cast<unsigned char>(17 * i);
+    Bytes bytes;
+    orvo::UUIdentifier(value).serialize(bytes);
+    put(folder / "uuid", bytes);
+    put(folder / "empty", Bytes());
+}
+
+void writeNetworkSeeds(const std::filesystem::path& folder)
+{
+    const std::vector<float> blur(9, 1.0f / 9.0f);
+    put(folder / "identity.onnx", onnx::identity(3));
+    put(folder / "enlarge.onnx", onnx::convolveAndEnlarge(1, blur, 3, 2));
+    put(folder / "fixed.onnx", onnx::convolveAndEnlarge(3, blur, 3, 2, {24, 16}));
+}
+
+// Targets that cut arguments off their input take any bytes; these are long enough to name all arguments.
+void writeArgumentSeeds(const std::filesystem::path& folder, std::size_t length)
+{
+    for (unsigned seed = 1; seed <= 8; ++seed) {
+        std::mt19937 random(seed);
+        // Some seeds without the largest values, which stand for what is awkward.
+        const unsigned range = seed % 2 == 0 ? 256 : 200;
+        Bytes bytes(length);
+        for (unsigned char& byte : bytes)
+            byte = static_cast<unsigned char>(random() % range);
+        put(folder / ("bytes" + std::to_string(seed)), bytes);
+    }
+}
+
+} // namespace
+
+int main(int count, char** words)
+{
+    if (count != 2) {
+        std::fprintf(stderr, "usage: %s FOLDER\n", words[0]);
+        return 2;
+    }
+    const std::filesystem::path root = words[1];
+    try {
+        const auto folder = [&](const char* target) {
+            std::filesystem::create_directories(root / target);
+            return root / target;
+        };
+        orvo::fuzz::writePictureSeeds(folder("picture_file"));
+        writeSettingsSeeds(folder("settings_file"));
+        writeIdentifierSeeds(folder("identifier_bytes"));
+        writeNetworkSeeds(folder("network_file"));
+        writeArgumentSeeds(folder("panorama_masks"), 600);
+        writeArgumentSeeds(folder("feature_matches"), 800);
+        writeArgumentSeeds(folder("focus_series"), 4000);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

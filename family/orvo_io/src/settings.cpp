@@ -21,6 +21,10 @@ struct Settings::Store
 
 namespace {
 
+// Lists and levels within each other. The deepest key of the family has two levels; each costs some stack when values
+// are copied, and a file of nothing but brackets would use it up.
+constexpr int kMostLevels = 64;
+
 // Levels of a file become dots of a key. Lists stand under their own key and are no value of any type here.
 void flatten(const json& level, const std::string& prefix, json& out)
 {
@@ -86,8 +90,14 @@ void Settings::load(const std::filesystem::path& file)
         refuse("cannot be opened");
     const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     json read;
+    const auto checkDepth = [&](int around, json::parse_event_t event, const json&) {
+        const bool opens = event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
+        if (opens && around >= kMostLevels)
+            refuse("at most " + std::to_string(kMostLevels) + " levels were expected, more were found");
+        return true;
+    };
     try {
-        read = json::parse(text);
+        read = json::parse(text, checkDepth);
     } catch (const json::exception& error) {
         refuse(error.what());
     }

@@ -56,6 +56,40 @@ TEST(SettingsTest, LoadsFilesWholeOrNotAtAll)
     EXPECT_EQ(settings.get<int>("kept", 0), 1);
 }
 
+TEST(SettingsTest, RefusesTooManyLevels)
+{
+    const TemporaryFolder folder;
+    const auto nested = [](int levels, const std::string& opening, const std::string& closing) {
+        std::string text;
+        for (int level = 0; level < levels; ++level)
+            text += opening;
+        text += '1';
+        for (int level = 0; level < levels; ++level)
+            text += closing;
+        return text;
+    };
+    Settings settings;
+    std::ofstream(folder / "allowed.json") << nested(64, R"({"a":)", "}");
+    settings.load(folder / "allowed.json");
+    std::string key = "a";
+    for (int level = 1; level < 64; ++level)
+        key += ".a";
+    EXPECT_EQ(settings.get<int>(key, 0), 1);
+    // The last ones would use up the stack of any thread.
+    const std::string texts[] = {nested(65, R"({"a":)", "}"), R"({"a":)" + nested(64, "[", "]") + '}',
+                                 nested(100'000, R"({"a":)", "}"), R"({"a":)" + nested(100'000, "[", "]") + '}'};
+    for (const std::string& text : texts) {
+        std::ofstream(folder / "deep.json") << text;
+        try {
+            settings.load(folder / "deep.json");
+            ADD_FAILURE() << text.substr(0, 40);
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(error.what(), "Settings::load: " + (folder / "deep.json").string() +
+                                        ": at most 64 levels were expected, more were found");
+        }
+    }
+}
+
 TEST(SettingsTest, ManyThreads)
 {
     Settings& settings = orvosettings();

@@ -28,7 +28,7 @@ public:
     void remove(const std::string& key);
 
     /// Adds the values of a JSON file, replacing those of the same key. Throws std::runtime_error that names the file
-    /// and what is wrong with it; nothing is changed then.
+    /// and what is wrong with it, more than 64 levels within each other among that; nothing is changed then.
     void load(const std::filesystem::path& file);
 
 private:

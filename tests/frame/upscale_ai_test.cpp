@@ -3,6 +3,7 @@
 #include "support/temporary_folder.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_extensions/watermark.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
@@ -58,6 +59,17 @@ TEST(UpscaleAISettings, HasItsDefaults)
     EXPECT_TRUE(settings.faces);
     EXPECT_FALSE(settings.crisp);
     EXPECT_FALSE(settings.builtIn);
+}
+
+TEST(WatermarkSettings, HasItsDefaults)
+{
+    const auto [size, kind, style, opacity, rotation, place] = WatermarkSettings();
+    EXPECT_EQ(size, 5.0f);
+    EXPECT_EQ(kind, 0);
+    EXPECT_EQ(style, 0);
+    EXPECT_EQ(opacity, 80.0f);
+    EXPECT_EQ(rotation, 0);
+    EXPECT_EQ(place, 6);
 }
 
 TEST_F(UpscaleAi, NoPictureGivesNothingAndNoLogLine)

@@ -18,13 +18,18 @@ namespace orvo {
 /// The reference is `settings.adjust.referenceIndex` if aligning is enabled, else the middle path; an index into the
 /// paths. All frames must have the size of the reference. Result: the picture in melissaRGB() with the metadata of the
 /// reference; empty on failure, with the reason in the log, and on standard error for a file that cannot be opened.
-/// Blocks the calling thread; cannot be cancelled. Peak: all frames, and four pictures more.
+/// Blocks the calling thread; cannot be cancelled. Peak: all frames, and five pictures more.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                                                 const BracketSettings::FocusStacking& settings);
 
 /// The frames as loaded, in the order of the paths, each with a line of text in its pixels that names its place:
-/// "align result, image 1 out of 7". In spite of its name nothing is aligned, deghosted or cropped. A raw file that
-/// cannot be opened drops out if all files are raw. An exception reaches the caller.
+/// "align result, image 1 out of 7". In spite of its name nothing is aligned, deghosted or cropped, and raw files are not
+/// developed; `settings` change no pixel.
+///
+/// Result: pictures in melissaRGB(), each of its own size and with the metadata of its file; none for no path. A file
+/// that cannot be opened is told in the log. If all files are raw it drops out and is not counted, so the result is
+/// shorter than `paths`; else std::runtime_error names it. Other exceptions reach the caller too, such as
+/// std::bad_alloc. Blocks the calling thread; cannot be cancelled. Peak: all frames, and one picture more.
 [[nodiscard]] ORVO_EXPORT std::vector<std::shared_ptr<Image>>
 exportAligned(const std::vector<std::filesystem::path>& paths, const BracketSettings::FocusStacking& settings);
 

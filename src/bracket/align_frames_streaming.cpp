@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace orvo {
@@ -21,8 +22,9 @@ constexpr double kWhite8 = 255.0;
 
 cv::Mat smallGray(const FocusStackerFrame& frame, int width, int height, float scale)
 {
-    const cv::Size size(static_cast<int>(static_cast<float>(width) * scale),
-                        static_cast<int>(static_cast<float>(height) * scale));
+    // A line of one pixel stays one: it cannot be registered, but it can be stacked.
+    const cv::Size size(std::max(1, static_cast<int>(static_cast<float>(width) * scale)),
+                        std::max(1, static_cast<int>(static_cast<float>(height) * scale)));
     cv::Mat small;
     cv::resize(cvMatFromFrame(frame.image->data(), width, height), small, size, 0, 0, cv::INTER_LINEAR);
     small.convertTo(small, CV_8UC3, kWhite8);

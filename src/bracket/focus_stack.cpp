@@ -156,13 +156,14 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
     const FocusStackerFrame reference = series.frame(referenceIndex);
     const int width = reference.image->width();
     const int height = reference.image->height();
-    auto result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
+    std::shared_ptr<Picture> result;
     _Rect<int> common;
     {
         const auto stacker = makeStacker(width, height);
         series.deghost(reference, referenceIndex);
         stacker->addFrame(reference.image->data(), width, height, 0);
         common = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust.enabled);
+        result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
         stacker->getResult(result->data(), width, height);
     }
 

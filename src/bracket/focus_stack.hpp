@@ -18,7 +18,8 @@ using StackerFactory = std::function<std::unique_ptr<grfx::IFocusStacking<PixelR
 
 /// Loads the frames, feeds the stacker, finishes and crops its result. A file that cannot be opened is told on standard
 /// error, in a line that starts with `caller`, and gives an empty pointer; everything else that fails throws.
-/// Peak: all frames, the reference's result and its crop, a warped frame, and what the stacker holds.
+/// Peak: all frames, and either a warped frame (while it is made, also its copy for OpenCV) and what the stacker holds,
+/// or the result and its crop.
 [[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
                                                       const BracketSettings::FocusStacking& settings,
                                                       const StackerFactory& makeStacker, const std::string& caller);

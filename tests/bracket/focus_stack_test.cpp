@@ -2,6 +2,7 @@
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
+#include <orvo/lens_correction.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/focus_stack.hpp>
@@ -11,7 +12,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <fstream>
+#include <utility>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -280,7 +284,9 @@ TEST_F(FocusStack, AnUnreadableFrameIsToldOnStandardErrorAndGivesNothing)
     const std::string told = testing::internal::GetCapturedStderr();
     EXPECT_FALSE(image);
     EXPECT_THAT(told, testing::EndsWith(" makeFocusStack: Image broken.jpg could not be loaded\n"));
-    EXPECT_THAT(told, HasSubstr("makeFocusStack"));
+    EXPECT_THAT(told, HasSubstr("makeFocusStack(")) << "the line begins with the signature of the function";
+    EXPECT_THAT(told, HasSubstr("FocusStacking"));
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1);
     EXPECT_THAT(capture.texts(LogMessageType::Warning),
                 testing::Contains("Can't open image at path: " + paths.back().string()));
     EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty()) << "an ordinary refusal, no exception";
@@ -331,27 +337,100 @@ TEST_F(FocusStack, FramesOfDifferentSizesAreRefusedByName)
     }
 }
 
+namespace {
+
+constexpr int kDiscRow = 120;
+constexpr int kDiscs[] = {80, 240}; // columns of their centres
+
+// A disc that stands elsewhere in each frame of the same view.
+std::shared_ptr<Picture> withDisc(int frame)
+{
+    return drawn(320, 240, [frame](int x, int y) {
+        const int dx = x - kDiscs[frame];
+        const int dy = y - kDiscRow;
+        return dx * dx + dy * dy < 30 * 30 ? PixelRGB<float>{0.9f, 0.9f, 0.1f} : texture(x, y);
+    });
+}
+
+Settings deghostedTo(int reference, Settings settings)
+{
+    settings.ghostReduction.enabled = true;
+    settings.ghostReduction.referenceIndex = reference;
+    settings.ghostReduction.amount = 4;
+    return settings;
+}
+
+// Whether a picture shows the disc of one frame and not that of the other.
+void expectDiscOf(int frame, const Picture& picture)
+{
+    EXPECT_LT(picture.row(kDiscRow)[kDiscs[frame]].b, 0.15f) << "the disc of the ghost reference is kept";
+    EXPECT_GT(picture.row(kDiscRow)[kDiscs[1 - frame]].b, 0.3f) << "the disc of the other frame is gone";
+}
+
+} // namespace
+
 TEST_F(FocusStack, DeghostingTakesTheReferencesSubject)
 {
-    // A disc that stands elsewhere in the second frame.
-    const auto scene = [](int discX) {
-        return drawn(320, 240, [discX](int x, int y) {
-            const bool inDisc = (x - discX) * (x - discX) + (y - 120) * (y - 120) < 30 * 30;
-            const auto p = texture(x, y);
-            return inDisc ? PixelRGB<float>{0.9f, 0.9f, 0.1f} : p;
-        });
-    };
-    const Paths paths = {file("a", *scene(80)), file("b", *scene(240))};
-    auto settings = unaligned();
-    settings.ghostReduction.enabled = true;
-    settings.ghostReduction.referenceIndex = 1;
-    settings.ghostReduction.amount = 4;
-    ASSERT_TRUE(stackNoted(paths, settings));
-    const auto image = makeFocusStack(paths, settings);
+    const Paths paths = {file("a", *withDisc(0)), file("b", *withDisc(1))};
+    const auto image = makeFocusStack(paths, deghostedTo(1, unaligned()));
     ASSERT_TRUE(image);
-    const auto pixels = pixelsOf(*image);
-    EXPECT_GT(pixels->row(120)[80].b, 0.3f) << "the disc of the other frame is gone";
-    EXPECT_LT(pixels->row(120)[240].b, 0.15f) << "the disc of the ghost reference is kept";
+    expectDiscOf(1, *pixelsOf(*image));
+}
+
+TEST_F(FocusStack, TheStackingReferenceIsDeghostedBeforeItIsAdded)
+{
+    const Paths paths = {file("a", *withDisc(0)), file("b", *withDisc(1))};
+    const auto settings = deghostedTo(0, unaligned()); // the stacking reference is the second
+    const auto first = stackNoted(paths, settings);    // as the stacker was given it
+    ASSERT_TRUE(first);
+    expectDiscOf(0, *pixelsOf(*first));
+}
+
+TEST_F(FocusStack, AlignedFramesAreDeghostedToo)
+{
+    const Paths paths = {file("a", *withDisc(0)), file("b", *withDisc(1))};
+    for (const int ghostReference : {0, 1}) {
+        const auto image = makeFocusStack(paths, deghostedTo(ghostReference, alignedTo(1)));
+        ASSERT_TRUE(image);
+        ASSERT_GT(image->size().width, 300) << "next to nothing is cropped";
+        expectDiscOf(ghostReference, *pixelsOf(*image));
+    }
+}
+
+TEST_F(FocusStack, FringesAreCorrectedOnTheMergedPictureIfAsked)
+{
+    // Discs whose red is drawn larger by as much as a strong lens does.
+    const auto light = [](double x, double y) {
+        const double dx = x - 60.0 * std::floor(x / 60.0) - 30.0;
+        const double dy = y - 60.0 * std::floor(y / 60.0) - 30.0;
+        return static_cast<float>(0.2 + 0.6 / (1.0 + std::exp(1.5 * (std::hypot(dx, dy) - 18.0))));
+    };
+    const auto fringed = drawn(600, 420, [&](int x, int y) {
+        const float rest = light(x, y);
+        return PixelRGB<float>{light(299.5 + (x - 299.5) / 1.0015, 209.5 + (y - 209.5) / 1.0015), rest, rest};
+    });
+    const Paths paths = {file("a", *fringed)};
+    auto settings = unaligned();
+    settings.rawAutoCorrection.lensCorrection = true; // of raw files only
+    const auto plainly = stackNoted(paths, settings);
+    settings.rawAutoCorrection.chromaticAberrations = true;
+    const auto corrected = stackNoted(paths, settings);
+    ASSERT_TRUE(plainly && corrected);
+    auto expected = pixelsOf(*plainly)->copy({});
+    applyChromaticAbberationsCorrection(expected);
+    EXPECT_FALSE(sameBytes(*pixelsOf(*plainly), *expected)) << "there are fringes";
+    EXPECT_TRUE(sameBytes(*pixelsOf(*corrected), *expected));
+}
+
+TEST_F(FocusStack, LinesOfOnePixelAreStackedThoughTheyCannotBeRegistered)
+{
+    for (const auto& [width, height] : {std::pair{1, 1}, {90, 1}, {1, 90}}) {
+        const Paths paths = {file("a", *textured(width, height)), file("b", *textured(width, height))};
+        const auto image = makeFocusStack(paths, alignedTo(0));
+        ASSERT_TRUE(image) << width << " x " << height;
+        ASSERT_EQ(image->size(), _Size<int>(width, height));
+        EXPECT_LT(largestDifference(*pixelsOf(*image), *textured(width, height)), 1e-3f);
+    }
 }
 
 TEST_F(FocusStack, NoGhostIsLookedForUnlessAsked)

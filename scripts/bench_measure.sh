@@ -1,6 +1,7 @@
 # Sourced by the scripts that run whole jobs side by side with other programs.
 
-# Runs a command and prints "SECONDS MEGABYTES", its wall time and peak memory.
+# Runs a command and prints "SECONDS MEGABYTES CPU": its wall time, the peak memory of its largest process, and the
+# seconds of all cores together.
 measure() {
   python3 - "$@" <<'PYTHON'
 import os, subprocess, sys, time
@@ -10,7 +11,8 @@ complaint = process.stderr.read()
 _, status, usage = os.wait4(process.pid, 0)
 if status != 0:
     sys.exit(complaint.decode(errors="replace"))
-print(f"{time.monotonic() - start:.1f} {usage.ru_maxrss / 1024:.0f}")
+seconds = time.monotonic() - start
+print(f"{seconds:.1f} {usage.ru_maxrss / 1024:.0f} {usage.ru_utime + usage.ru_stime:.1f}")
 PYTHON
 }
 
@@ -18,6 +20,6 @@ PYTHON
 row() {
   local name=$1
   shift
-  read -r seconds megabytes < <(measure "$@")
+  read -r seconds megabytes _ < <(measure "$@")
   echo "| $name | $seconds | $megabytes |"
 }

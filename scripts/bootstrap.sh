@@ -10,7 +10,7 @@ usage: scripts/bootstrap.sh [--bench] [--tools]
 Installs what building, testing and running orvo_extensions needs, and builds OpenCV 4.7.0
 with SURF into a cache folder unless the machine has a usable OpenCV already.
 
-  --bench   also the programs that the benchmarks compare with (enfuse)
+  --bench   also the programs that the benchmarks compare with (enfuse, Hugin, enblend)
   --tools   also clang, clang-format and clang-tidy, for work on the code
   --help    this text
 
@@ -36,7 +36,7 @@ packages=(
 )
 for argument in "$@"; do
   case $argument in
-    --bench) packages+=(enfuse python3) ;;
+    --bench) packages+=(enfuse hugin-tools enblend libimage-exiftool-perl python3) ;;
     --tools) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev) ;;
     --help|-h) usage; exit 0 ;;
     *) usage >&2; die "unknown argument '$argument'" ;;

@@ -20,6 +20,8 @@ TiffDirectory exifDirectory(const ExifValues& values)
     if (values.subjectDistance)
         exif.rationals(37382, number(*values.subjectDistance));
     exif.rationals(37386, number(values.focalLength));
+    if (values.focalLength35)
+        exif.number16(41989, static_cast<std::uint16_t>(std::clamp(*values.focalLength35, 1, 65535)));
     return exif;
 }
 

@@ -20,11 +20,13 @@ struct ExifValues
     ExposureSettings exposure;
     double exposureBias = 0.0;             ///< EV
     double focalLength = 24.0;             ///< mm
+    std::optional<int> focalLength35;      ///< mm that would show as much on 35 mm film, above 0; empty: not told
     std::optional<double> subjectDistance; ///< m, above 0; empty: not told
 };
 
 /// A TIFF structure without the "Exif\0\0" prefix, as EmbeddedMetadata::exif takes it (CIPA DC-008, Exif 2.32):
-/// Make, Model, ExposureTime, FNumber, ISO, ExposureBias, DateTimeOriginal, SubjectDistance, FocalLength.
+/// Make, Model, ExposureTime, FNumber, ISO, ExposureBias, DateTimeOriginal, SubjectDistance, FocalLength,
+/// FocalLengthIn35mmFilm.
 [[nodiscard]] std::vector<unsigned char> exifBytes(const ExifValues& values);
 
 /// What writeImage() takes to put them into the file of a picture of `size`.

@@ -1,0 +1,72 @@
+#include <orvo_io/image_reader.hpp>
+#include <scenes/sphere_view_files.hpp>
+
+#include <gmock/gmock.h>
+#include <stdlib.h>
+
+namespace orvo::scenes {
+namespace {
+
+class SphereViewFiles : public testing::Test
+{
+protected:
+    SphereViewFiles()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
+        folder = mkdtemp(name.data());
+    }
+    ~SphereViewFiles() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    }
+
+    const SphereScene scene;
+    const SphereView view{.size = {120, 80}, .focal = 100.0, .ev = 1.0};
+    std::filesystem::path folder;
+};
+
+TEST_F(SphereViewFiles, ExifTellsExposureAndFocalLength)
+{
+    for (const char* const name : {"a.jpg", "a.tif"}) {
+        writeSphereView(scene, view, folder / name);
+        const auto metadata = ImageReader::readMetadata(folder / name);
+        ASSERT_TRUE(metadata) << name;
+        EXPECT_NEAR(metadata->shutterSeconds, 2.0 / 60.0, 1e-6) << name;
+        EXPECT_FLOAT_EQ(metadata->focalLength, 30.0f) << name;
+        EXPECT_EQ(metadata->size, view.size) << name;
+        EXPECT_EQ(metadata->fileProfile->hash(), ColorProfileType::sRGB()->hash()) << name;
+    }
+}
+
+TEST_F(SphereViewFiles, StrippedFileTellsNothing)
+{
+    writeSphereView(scene, view, folder / "a.jpg", {.exif = false});
+    const auto metadata = ImageReader::readMetadata(folder / "a.jpg");
+    ASSERT_TRUE(metadata);
+    EXPECT_FALSE(metadata->hasExposure());
+}
+
+TEST_F(SphereViewFiles, PictureSurvivesTheFile)
+{
+    writeSphereView(scene, view, folder / "a.tif", {.noiseSeed = 3});
+    ImageReadOptions options;
+    options.profile = ColorProfileType::sRGB();
+    const auto image =
+        ImageReader::instance().open({folder / "a.tif", {}}, options, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+    ASSERT_TRUE(image);
+    const auto back = image->imageData({}, {}, true);
+    const auto truth = scene.see(view, 3);
+    constexpr float kStep = 1.0f / 65535.0f;
+    for (int y = 0; y < view.size.height; ++y)
+        for (int x = 0; x < view.size.width; ++x)
+            ASSERT_NEAR(back->row(y)[x].g, truth->row(y)[x].g, 4 * kStep) << x << ' ' << y;
+}
+
+TEST_F(SphereViewFiles, UnknownEnding)
+{
+    EXPECT_THROW(writeSphereView(scene, view, folder / "a.xyz"), std::invalid_argument);
+}
+
+} // namespace
+} // namespace orvo::scenes

@@ -49,6 +49,11 @@ class PanoramaStitcher
 public:
     using CancelFunction = std::function<bool()>;
 
+    /// The internal number of the sphere, on which everything is composed; other projections are drawn from it.
+    static constexpr std::int32_t kSpherical = 2;
+    /// Pixels of a side of anything that is rendered: OpenCV remaps with coordinates of 16 bits.
+    static constexpr int kLongestSide = 32000;
+
     explicit PanoramaStitcher(const PanoSource& panoSource);
     explicit PanoramaStitcher(const PanoSourceHDR& panoSource);
     explicit PanoramaStitcher(const PanoSourceVideo& panoSource);
@@ -90,11 +95,15 @@ public:
     /// Draws the part `rect` of the unrotated sphere, in sphere units, at `size`: `image` CV_16SC3, `mask` CV_8UC1.
     /// Returns where the content lies inside `size`, and is what `image` and `mask` hold; empty if cancelled, or if no
     /// picture reaches the rectangle (both are then CV_16SC3 and zero). Runs on the OpenCL device if there is one that
-    /// can hold the work, else, and for good after a failure there, on the CPU.
+    /// can hold the work, else, and for good after a failure there, on the CPU. Peak: for each picture that reaches the
+    /// rectangle what it covers at `size` (8 bytes a pixel, 12 to take out vignetting), then the blender's pyramids of
+    /// the rectangle with a margin of some percent (14 bytes a pixel).
     cv::Rect makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
                              CancelFunction cancel);
     /// Draws `rect`, counted from the origin of projectionBounds(), in the current projection and view, at `size`. With
-    /// `keepCanvas` the result has exactly that size, and is zero outside of the content.
+    /// `keepCanvas` the result has exactly that size, and is zero outside of the content. Empty if cancelled and where
+    /// there is no content. Where it is not the unturned sphere that is drawn, the part of the sphere that is needed is
+    /// composed at the same resolution and remapped. Peak: that part, two planes of floats and the result.
     Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
                           CancelFunction cancel);
     /// The form for the finished picture: `outputSize` counts only where no reprojection is needed.
@@ -148,7 +157,7 @@ private:
     cv::Ptr<cv::Feature2D> finder;
     cv::Ptr<cv::detail::FeaturesMatcher> matcher;
     bool seamsDirty = true;
-    std::int32_t warpKind;
+    std::int32_t warpKind = kSpherical;
     bool useDevignette = false;
 
     // Registration.

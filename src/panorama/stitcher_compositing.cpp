@@ -16,7 +16,6 @@
 namespace orvo {
 namespace {
 
-constexpr std::int32_t kSpherical = 2;
 constexpr double kBlendShare = 5.0 / 100.0; // of the output's mean side: how wide pictures fade into each other
 
 cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)

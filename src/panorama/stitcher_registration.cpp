@@ -37,9 +37,6 @@ constexpr int kAdjustmentTries = 4;
 constexpr float kSteepPitch = 0.7f;
 constexpr float kNarrowSpread = 0.5f;
 
-constexpr std::int32_t kSpherical = 2;
-constexpr double kLongestSide = 32000.0; // of any rendered panorama: OpenCV remaps with 16-bit coordinates
-
 float medianFocal(const std::vector<cv::detail::CameraParams>& cameras)
 {
     std::vector<double> focals;
@@ -63,16 +60,12 @@ cv::Mat rotationOf(float x, float y, float z)
 } // namespace
 
 PanoramaStitcher::PanoramaStitcher(const PanoSource& panoSource)
-    : source(std::in_place_index<0>, panoSource), warpKind(kSpherical), useDevignette(panoSource.settings.devignette)
+    : source(std::in_place_index<0>, panoSource), useDevignette(panoSource.settings.devignette)
 {}
 
-PanoramaStitcher::PanoramaStitcher(const PanoSourceHDR& panoSource)
-    : source(std::in_place_index<1>, panoSource), warpKind(kSpherical)
-{}
+PanoramaStitcher::PanoramaStitcher(const PanoSourceHDR& panoSource) : source(std::in_place_index<1>, panoSource) {}
 
-PanoramaStitcher::PanoramaStitcher(const PanoSourceVideo& panoSource)
-    : source(std::in_place_index<2>, panoSource), warpKind(kSpherical)
-{}
+PanoramaStitcher::PanoramaStitcher(const PanoSourceVideo& panoSource) : source(std::in_place_index<2>, panoSource) {}
 
 bool PanoramaStitcher::loadImages(CancelFunction cancel)
 {
@@ -271,7 +264,8 @@ cv::Rect PanoramaStitcher::roiInOutputPixels()
 
 cv::Size PanoramaStitcher::limitOutputSize(const cv::Size& size)
 {
-    const double factor = std::min({1.0, kLongestSide / size.width, kLongestSide / size.height});
+    constexpr double kLongest = kLongestSide;
+    const double factor = std::min({1.0, kLongest / size.width, kLongest / size.height});
     return {static_cast<int>(size.width * factor), static_cast<int>(size.height * factor)};
 }
 

@@ -16,10 +16,8 @@
 namespace orvo {
 namespace {
 
-constexpr std::int32_t kSpherical = 2;
 constexpr float kRotateScale = 0.2f; // of the sphere that a drag draws from, against sphere units
-constexpr double kLongestSide = 32000.0;
-constexpr int kGrid = 100; // points a side, where the outline of a mapped rectangle is looked for
+constexpr int kGrid = 100;           // points a side, where the outline of a mapped rectangle is looked for
 
 template <typename Body>
 void parallelRows(int rows, const Body& body)
@@ -166,11 +164,12 @@ cv::Size partSize(const cv::Rect& part, const Request& request)
     const double g = std::max(1.0 / request.unitsPerRow(), 1.0 / request.unitsPerColumn());
     const int w = limited(part.width * g);
     const int h = limited(part.height * g);
+    constexpr double kLongest = PanoramaStitcher::kLongestSide;
     double k = 1.0;
-    if (w > kLongestSide)
-        k = kLongestSide / w;
-    if (h > kLongestSide && kLongestSide / h <= k)
-        k = kLongestSide / h;
+    if (w > kLongest)
+        k = kLongest / w;
+    if (h > kLongest && kLongest / h <= k)
+        k = kLongest / h;
     return {static_cast<int>(w * k), static_cast<int>(h * k)};
 }
 

@@ -22,8 +22,6 @@ constexpr float kSeamTerminalCost = 10000.0f;
 constexpr float kSeamBadRegionPenalty = 1000.0f;
 constexpr float kOverlapBadRegionPenalty = 1750.0f; // a frame placed by hand is meant to be seen
 
-constexpr std::int32_t kSpherical = 2;
-
 constexpr int kGainFeeds = 1;
 constexpr int kGainFilterings = 2;
 constexpr int kGainBlock = 32;

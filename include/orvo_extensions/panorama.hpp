@@ -84,7 +84,8 @@ struct PanoSourceVideo
 struct PanoramaOutput
 {
     WarpType projection = WarpType::Spherical;
-    /// Longest side in pixels; 0: the resolution of the pictures in the middle of the projection. Never above 32000.
+    /// The longest side is at most so many pixels; 0: the resolution of the pictures where the projection stretches
+    /// nothing. Never above that, nor above 32000.
     std::int32_t maxSize = 0;
 };
 
@@ -98,18 +99,25 @@ struct PanoramaPlace
 
 struct StitchedPanorama
 {
-    std::shared_ptr<Image>
-        image; ///< sRGB, over white, cut to the content; metadata of the first picture that has a place
+    /// sRGB, over white, cut to the content; metadata of the first picture that has a place
+    std::shared_ptr<Image> image;
     WarpType projection = WarpType::Spherical;
+    bool isRead = false;               ///< all pictures could be read
     float focalLength = 0.0f;          ///< median, in pixels of the pictures
-    std::vector<PanoramaPlace> places; ///< in order of the paths
+    std::vector<PanoramaPlace> places; ///< one for each file, in the order of the source
 };
 
-/// Stitches single pictures: reads them, registers them as views from one point, and draws all of what they show.
+/// Stitches single pictures: reads them, registers them as views from one point, and draws all of what they show within
+/// the reach of the projection: longitudes and latitudes without a limit in the spherical one, 64 degrees to each side
+/// and 45 up and down in the plane, 57 degrees up and down in the cylindrical one, 85 in Mercator's, 128 degrees to
+/// each side and 90 up and down of the fisheye's axis, and of the planet up to 53 degrees above the horizon. The
+/// picture does not depend on the order of the files, only its metadata do.
+///
 /// Blocks the calling thread. `progress`, 0 to 1, is called on it and may be empty, as may `cancel`, which is polled
-/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read (told in the log), or
-/// if fewer than two pictures fit together (then no picture has a place); an exception is logged and answered with an
-/// empty result. Peak: the pictures in 16 bit, and twice the panorama in 16 bit and once in floats.
+/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read (told in the log), if
+/// fewer than two pictures fit together (then no picture has a place), or if what they show is beyond the projection's
+/// reach; an exception is logged and answered with an empty result. Peak: the pictures in 16 bit, and twice the
+/// panorama in 16 bit and once in floats, or twice in floats.
 [[nodiscard]] ORVO_EXPORT StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                                           const std::function<void(float)>& progress,
                                                           const std::function<bool()>& cancel);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace orvo {
 namespace {
@@ -19,53 +20,240 @@ constexpr float kFound = 0.65f;
 // Longest side of the drawing on which the content is looked for.
 constexpr int kSearchSide = 1600;
 
+// How far a planet reaches, in units of the sphere's radius: 53 degrees above the horizon. Zenith lies at infinity.
+constexpr double kPlanetReach = 3.0;
+
+// Where the rim of the content is taken away, at most so many pixels deep.
+constexpr int kWidestRim = 12;
+
 _Size<int> scaledTo(const _Size<int>& size, int longest)
 {
     const double factor = std::min(1.0, static_cast<double>(longest) / std::max(size.width, size.height));
     return {std::max(1, static_cast<int>(size.width * factor)), std::max(1, static_cast<int>(size.height * factor))};
 }
 
-// The part of the projection that holds the content, counted from the origin of its bounds; empty if there is none.
-_Rect<int> contentOf(PanoramaStitcher& stitcher, const std::function<bool()>& cancel)
+// A part of the plane of a projection, counted from the origin of its bounds as makePanorama() does, and the pixels on
+// which it is drawn.
+struct PlanePart
+{
+    _Rect<int> rect;
+    _Size<int> size;
+};
+
+// Where content may lie: the bounds of the projection. Those of the planet lie beside it, so it has its own.
+_Rect<int> searchedRect(const PanoramaStitcher& stitcher, WarpType projection, double radius)
 {
     const cv::Rect bounds = stitcher.projectionBounds();
-    const _Rect<int> whole(0, 0, bounds.width, bounds.height);
-    const _Size<int> size = scaledTo(whole.size(), kSearchSide);
-    const cv::Rect seen = stitcher.makePanorama(whole, size, false, cancel).roi;
-    if (seen.empty())
-        return {};
-    // A pixel of the search more on each side: the content may end within it.
-    const double sx = static_cast<double>(bounds.width) / size.width;
-    const double sy = static_cast<double>(bounds.height) / size.height;
-    const int left = std::max(0, static_cast<int>((seen.x - 1) * sx));
-    const int top = std::max(0, static_cast<int>((seen.y - 1) * sy));
-    const int right = std::min(bounds.width, static_cast<int>(std::ceil((seen.x + seen.width + 1) * sx)));
-    const int bottom = std::min(bounds.height, static_cast<int>(std::ceil((seen.y + seen.height + 1) * sy)));
-    return {left, top, right - left, bottom - top};
+    if (projection != WarpType::Stereographic)
+        return {0, 0, bounds.width, bounds.height};
+    const int reach = static_cast<int>(kPlanetReach * radius);
+    return {-reach - bounds.x, -reach - bounds.y, 2 * reach, 2 * reach};
 }
 
-// Any mask but 0 is content: the last pixels that a seam leaves open come with the value 1 of 255.
-void layOverWhite(_ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask)
+// The columns and rows that hold a pixel for which `isContent(x, y)`; empty if there is none.
+template <typename IsContent>
+_Rect<int> boundsOf(const _Size<int>& size, const IsContent& isContent)
 {
-    forEachRow(picture.height(), [&](int y) {
-        PixelRGB<float>* const pixels = picture.row(y);
-        const float* const shown = mask.row(y);
-        for (int x = 0; x < picture.width(); ++x)
-            if (!(shown[x] > 0.0f))
-                pixels[x] = {1.0f, 1.0f, 1.0f};
+    struct Columns
+    {
+        int first = 0;
+        int last = -1;
+    };
+    std::vector<Columns> rows(static_cast<std::size_t>(size.height));
+    forEachRow(size.height, [&](int y) {
+        Columns& row = rows[static_cast<std::size_t>(y)];
+        while (row.first < size.width && !isContent(row.first, y))
+            ++row.first;
+        if (row.first == size.width)
+            return;
+        row.last = size.width - 1;
+        while (!isContent(row.last, y))
+            --row.last;
+    });
+    int left = size.width;
+    int right = -1;
+    int top = -1;
+    int bottom = -1;
+    for (int y = 0; y < size.height; ++y) {
+        const Columns& row = rows[static_cast<std::size_t>(y)];
+        if (row.last < 0)
+            continue;
+        left = std::min(left, row.first);
+        right = std::max(right, row.last);
+        top = top < 0 ? y : top;
+        bottom = y;
+    }
+    return top < 0 ? _Rect<int>() : _Rect<int>(left, top, right - left + 1, bottom - top + 1);
+}
+
+// The part of `searched` that holds the content; empty if there is none.
+_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const std::function<bool()>& cancel)
+{
+    const _Size<int> size = scaledTo(searched.size(), kSearchSide);
+    const Panorama drawn = stitcher.makePanorama(searched, size, false, cancel);
+    if (!drawn.mask)
+        return {};
+    const _Rect<int> seen = boundsOf(drawn.mask->size(), [&](int x, int y) { return drawn.mask->row(y)[x] > 0.0f; });
+    if (seen == _Rect<int>())
+        return {};
+    // A pixel of the search more on each side: the content may end within it.
+    const double sx = static_cast<double>(searched.width) / size.width;
+    const double sy = static_cast<double>(searched.height) / size.height;
+    const int x = drawn.roi.x + seen.x;
+    const int y = drawn.roi.y + seen.y;
+    const int left = std::max(0, static_cast<int>((x - 1) * sx));
+    const int top = std::max(0, static_cast<int>((y - 1) * sy));
+    const int right = std::min(searched.width, static_cast<int>(std::ceil((x + seen.width + 1) * sx)));
+    const int bottom = std::min(searched.height, static_cast<int>(std::ceil((y + seen.height + 1) * sy)));
+    return {searched.x + left, searched.y + top, right - left, bottom - top};
+}
+
+// How many pixels of the plane a pixel of the sphere covers at most, at a place in units of the sphere's radius: the
+// derivative of the projection along its steepest direction. 0 where nothing is resampled.
+double stretchAt(WarpType projection, double u, double v)
+{
+    switch (projection) {
+    case WarpType::Plane:
+        return 1.0 + u * u + v * v;
+    case WarpType::Cylindrical:
+        return 1.0 + v * v;
+    case WarpType::Fisheye:
+        return 1.0 + (u * u + v * v) / 4.0;
+    case WarpType::Stereographic:
+        return std::max(1.0, (1.0 + u * u + v * v) / 2.0);
+    case WarpType::Mercator:
+        return std::cosh(v);
+    case WarpType::Spherical:
+        break;
+    }
+    return 0.0;
+}
+
+// Sphere and picture are cut behind the camera. The planet joins the two ends of the sphere along a half line from its
+// middle to the left, where the mask is open for up to half a pixel of the sphere, while the colours go on.
+void closeSeamOfPlanet(_ImageData<float>& mask, double middleColumn, double middleRow)
+{
+    constexpr int kReach = 4; // pixels; more than half a pixel of the sphere anywhere on the planet
+    const int above = static_cast<int>(std::floor(middleRow)) - kReach;
+    const int below = static_cast<int>(std::ceil(middleRow)) + kReach;
+    if (above < 0 || below >= mask.height())
+        return;
+    const int end = static_cast<int>(std::clamp(std::ceil(middleColumn), 0.0, static_cast<double>(mask.width())));
+    for (int x = 0; x < end; ++x)
+        if (mask.row(above)[x] > 0.0f && mask.row(below)[x] > 0.0f)
+            for (int y = above + 1; y < below; ++y)
+                mask.row(y)[x] = 1.0f;
+}
+
+// Of each pixel the columns to the nearest one without content in its row, 0 if it is itself one, never above one more
+// than the widest rim. Any mask but 0 is content: the last pixels that a seam leaves open come with the value 1 of 255.
+void becomeGaps(_ImageData<float>& mask)
+{
+    constexpr float kFar = kWidestRim + 1;
+    forEachRow(mask.height(), [&](int y) {
+        float* const row = mask.row(y);
+        float gap = kFar;
+        for (int x = 0; x < mask.width(); ++x) {
+            gap = row[x] > 0.0f ? std::min(kFar, gap + 1.0f) : 0.0f;
+            row[x] = gap;
+        }
+        gap = kFar;
+        for (int x = mask.width() - 1; x >= 0; --x) {
+            gap = std::min(row[x], gap + 1.0f);
+            row[x] = gap;
+        }
     });
 }
 
-void tellPlaces(const PanoramaStitcher& stitcher, std::vector<PanoramaPlace>& places)
+// Lays the content over white and cuts the picture to it. Where the sphere was resampled, the rim of the content is
+// mixed with the black beside it as deep as a pixel of the sphere reaches; it goes.
+std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, const PlanePart& part, WarpType projection,
+                                                      const cv::Point& origin, double radius)
+{
+    const auto& picture = drawn.image;
+    auto& gaps = *drawn.mask;
+    const double unitsPerColumn = static_cast<double>(part.rect.width) / part.size.width / radius;
+    const double unitsPerRow = static_cast<double>(part.rect.height) / part.size.height / radius;
+    const double left = (origin.x + part.rect.x) / radius + drawn.roi.x * unitsPerColumn;
+    const double top = (origin.y + part.rect.y) / radius + drawn.roi.y * unitsPerRow;
+    if (projection == WarpType::Stereographic)
+        closeSeamOfPlanet(gaps, -left / unitsPerColumn, -top / unitsPerRow);
+    becomeGaps(gaps);
+    const auto isContent = [&](int x, int y) {
+        const double stretch = stretchAt(projection, left + x * unitsPerColumn, top + y * unitsPerRow);
+        const int rim = std::min(kWidestRim, static_cast<int>(std::ceil(stretch)));
+        const auto width = static_cast<float>(rim);
+        const int last = std::min(y + rim, gaps.height() - 1);
+        for (int near = std::max(0, y - rim); near <= last; ++near)
+            if (gaps.row(near)[x] <= width)
+                return false;
+        return true;
+    };
+    forEachRow(picture->height(), [&](int y) {
+        PixelRGB<float>* const pixels = picture->row(y);
+        for (int x = 0; x < picture->width(); ++x)
+            if (!isContent(x, y))
+                pixels[x] = {1.0f, 1.0f, 1.0f};
+    });
+    const _Rect<int> content = boundsOf(picture->size(), isContent);
+    if (content == _Rect<int>())
+        return {};
+    return content.size() == picture->size() ? picture : picture->copy(content);
+}
+
+// For each file its place in the list that was registered, which is sorted.
+std::vector<std::size_t> orderOf(const std::vector<std::filesystem::path>& files)
+{
+    std::vector<std::size_t> order(files.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return files[a] < files[b]; });
+    return order;
+}
+
+void tellPlaces(const PanoramaStitcher& stitcher, std::vector<PanoramaPlace>& places,
+                const std::vector<std::size_t>& order)
 {
     for (std::size_t i = 0; i < stitcher.usedCameras().size(); ++i) {
-        PanoramaPlace& place = places[static_cast<std::size_t>(stitcher.usedIndices()[i])];
+        PanoramaPlace& place = places[order[static_cast<std::size_t>(stitcher.usedIndices()[i])]];
         place.placed = true;
         const cv::Mat& r = stitcher.usedCameras()[i].R;
         for (int row = 0; row < 3; ++row)
             for (int column = 0; column < 3; ++column)
                 place.rotation[static_cast<std::size_t>(row * 3 + column)] = r.at<float>(row, column);
     }
+}
+
+std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>& places, const _Size<int>& size)
+{
+    const auto first = std::find_if(places.begin(), places.end(), [](const auto& place) { return place.placed; });
+    auto metadata = std::make_shared<ImageMetadata>();
+    if (const auto known = ImageReader::readMetadata(first->path))
+        *metadata = *known;
+    metadata->size = size;
+    metadata->isRaw = false;
+    metadata->isFinished = true;
+    return metadata;
+}
+
+// All that the registered pictures show; empty if cancelled, or if it lies outside of the projection.
+std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher,
+                                                     const std::function<void(float)>& tell,
+                                                     const std::function<bool()>& cancel)
+{
+    stitcher.setWarpType(warpNumberOf(output.projection));
+    const double radius = static_cast<double>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
+    const _Rect<int> content = contentOf(stitcher, searchedRect(stitcher, output.projection, radius), cancel);
+    if (content == _Rect<int>() || cancel())
+        return {};
+    tell(kFound);
+    const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
+    PlanePart part{content, {limited.width, limited.height}};
+    if (output.maxSize > 0)
+        part.size = scaledTo(part.size, output.maxSize);
+    const Panorama drawn = stitcher.makePanorama(part.rect, part.size, cancel, part.size);
+    if (!drawn.image || !drawn.mask || drawn.roi.empty() || cancel())
+        return {};
+    return finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
 }
 
 StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output,
@@ -78,41 +266,24 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
     const std::function<bool()> cancel = cancelOrNothing ? cancelOrNothing : [] { return false; };
     StitchedPanorama result;
     result.projection = output.projection;
-    std::vector<std::filesystem::path> files = source.files;
-    std::sort(files.begin(), files.end());
-    for (const auto& file : files)
+    for (const auto& file : source.files)
         result.places.push_back({file, false, {}});
+    if (source.files.empty())
+        return result;
 
     PanoramaStitcher stitcher(source);
     stitcher.setLoadCallback([&](float share) { tell(share * kLoaded); });
-    if (!stitcher.loadImages(cancel) || cancel())
+    const bool registered = stitcher.loadImages(cancel);
+    result.isRead = stitcher.getStatus() != 0;
+    if (!registered || cancel())
         return result;
     tell(kRegistered);
-    tellPlaces(stitcher, result.places);
+    tellPlaces(stitcher, result.places, orderOf(source.files));
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
-
-    stitcher.setWarpType(warpNumberOf(output.projection));
-    const _Rect<int> content = contentOf(stitcher, cancel);
-    if (content == _Rect<int>() || cancel())
+    const auto picture = drawnAs(output, stitcher, tell, cancel);
+    if (!picture)
         return result;
-    tell(kFound);
-    const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
-    _Size<int> size(limited.width, limited.height);
-    if (output.maxSize > 0)
-        size = scaledTo(size, output.maxSize);
-    const Panorama drawn = stitcher.makePanorama(content, size, cancel, size);
-    if (!drawn.image || !drawn.mask || drawn.roi.empty() || cancel())
-        return result;
-    layOverWhite(*drawn.image, *drawn.mask);
-
-    const auto first = std::find_if(result.places.begin(), result.places.end(), [](const auto& p) { return p.placed; });
-    auto metadata = std::make_shared<ImageMetadata>();
-    if (const auto known = ImageReader::readMetadata(first->path))
-        *metadata = *known;
-    metadata->size = drawn.image->size();
-    metadata->isRaw = false;
-    metadata->isFinished = true;
-    result.image = CreateOrvoImage(drawn.image, metadata);
+    result.image = CreateOrvoImage(picture, metadataOf(result.places, picture->size()));
     tell(1.0f);
     return result;
 }

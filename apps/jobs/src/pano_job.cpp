@@ -61,6 +61,19 @@ StitchedPanorama stitch(PictureRun& run, const PanoJobRequest& request)
     return panorama;
 }
 
+/// Why there is no panorama. Registration that fails has little to say that helps.
+std::string reasonOf(const PictureRun& run, const PanoJobRequest& request, const StitchedPanorama& panorama)
+{
+    const auto& places = panorama.places;
+    if (std::any_of(places.begin(), places.end(), [](const PanoramaPlace& place) { return place.placed; }))
+        return "the pictures fit together, but what they show lies outside of this projection; the spherical one "
+               "holds everything";
+    if (panorama.isRead)
+        return "the pictures do not fit together: fewer than two of them show enough of the same; neighbours should "
+               "share a third";
+    return reasonOfRun(run.log, request.files, "the pictures gave no panorama and no reason");
+}
+
 } // namespace
 
 PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbacks)
@@ -76,10 +89,7 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
         result.focalLength = static_cast<double>(panorama.focalLength);
         result.places = panorama.places;
         if (!panorama.image)
-            throw JobError(JobOutcome::Failed,
-                           reasonOfRun(run.log, request.files,
-                                       "the pictures do not fit together: fewer than two of them show enough of the "
-                                       "same; neighbours should share a third"));
+            throw JobError(JobOutcome::Failed, reasonOf(run, request, panorama));
         run.report(kWriteStarts);
         static_cast<WrittenPicture&>(result) = run.write(*panorama.image, request.output, settings, 1.0);
     });

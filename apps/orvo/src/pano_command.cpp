@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -62,7 +63,8 @@ void bindPanoOptions(Options& app, PanoOptions& options)
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     constexpr int kLongestSide = 32000;
-    app.add_option("--max-size", options.maxSize, "longest side in pixels, at most 32000; else as fine as the FILES")
+    app.add_option("--max-size", options.maxSize,
+                   "longest side at most, in pixels, 1 to 32000; else as fine as the FILES")
         ->type_name("N")
         ->check(between(1, kLongestSide));
     app.add_flag("--devignette", options.request.devignette, "lighten dark corners by what the overlaps tell");
@@ -78,15 +80,31 @@ void completeRequest(PanoOptions& options)
     request.projection = projectionOf(options.projection);
 }
 
+/// Without the digits that no estimate has, and a float as a double would show. `perUnit`: a power of ten.
+double roundedTo(double value, double perUnit)
+{
+    return std::round(value * perUnit) / perUnit + 0.0; // not -0
+}
+
+nlohmann::ordered_json rotationAsJson(const std::array<float, 9>& rotation)
+{
+    constexpr double kPerUnit = 1e7; // as fine as a float of 1
+    auto json = nlohmann::ordered_json::array();
+    for (const float element : rotation)
+        json.push_back(roundedTo(static_cast<double>(element), kPerUnit));
+    return json;
+}
+
 nlohmann::ordered_json asJson(const jobs::PanoJobResult& result)
 {
+    constexpr double kPerPixel = 1e3;
     nlohmann::ordered_json json = writtenAsJson(result);
     json["projection"] = nameOf(result.projection);
-    json["focal_length_pixels"] = result.focalLength;
+    json["focal_length_pixels"] = roundedTo(result.focalLength, kPerPixel);
     json["files"] = nlohmann::ordered_json::array();
     for (const auto& place : result.places)
         json["files"].push_back(
-            {{"path", place.path.string()}, {"placed", place.placed}, {"rotation", place.rotation}});
+            {{"path", place.path.string()}, {"placed", place.placed}, {"rotation", rotationAsJson(place.rotation)}});
     return json;
 }
 

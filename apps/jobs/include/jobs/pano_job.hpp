@@ -14,7 +14,7 @@ struct PanoJobRequest : PictureJobRequest
     std::vector<std::filesystem::path> files; ///< in any order, two or more
     std::filesystem::path output;             ///< .jpg .jpeg .png .tif .tiff .exr; replaced if it is there
     WarpType projection = WarpType::Spherical;
-    int maxSize = 0;                   ///< longest side in pixels; 0: the resolution of the pictures
+    int maxSize = 0;                   ///< longest side at most, in pixels; 0: the resolution of the pictures
     bool devignette = false;           ///< take out the darkening towards the corners
     bool lensCorrection = false;       ///< correct distortion and vignetting, raw files only
     bool chromaticAberrations = false; ///< correct colour fringes, raw files only
@@ -24,7 +24,7 @@ struct PanoJobResult : PictureJobResult
 {
     WarpType projection = WarpType::Spherical;
     double focalLength = 0.0;          ///< pixels of the pictures
-    std::vector<PanoramaPlace> places; ///< in order of the paths; told also if nothing could be drawn
+    std::vector<PanoramaPlace> places; ///< in the order given; told also if nothing could be drawn
 };
 
 /// Checks the request before anything starts, stitches, writes beside the output and renames. The metadata of the first

@@ -6,7 +6,7 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale pano frames demo --help --version' -- "$word")
         return
     fi
     if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
@@ -40,7 +40,11 @@ _orvo()
             mapfile -t COMPREPLY < <(compgen -W 'jpeg png tiff exr' -- "$word")
             return
             ;;
-        --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size)
+        --projection)
+            mapfile -t COMPREPLY < <(compgen -W 'plane cylindrical spherical fisheye planet mercator' -- "$word")
+            return
+            ;;
+        --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size | --max-size)
             return
             ;;
     esac
@@ -58,6 +62,10 @@ _orvo()
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             upscale)
                 options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model --built-in
+                    --threads --quiet --json --log'
+                ;;
+            pano)
+                options='--help -o --output --quality --bits --projection --max-size --devignette --chromatic --lens
                     --threads --quiet --json --log'
                 ;;
             frames) options='--help --json' ;;

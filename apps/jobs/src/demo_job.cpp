@@ -2,11 +2,14 @@
 
 #include <jobs/demo_job.hpp>
 #include <jobs/hdr_job.hpp>
+#include <jobs/pano_job.hpp>
 #include <jobs/stack_job.hpp>
 #include <jobs/upscale_job.hpp>
 #include <scenes/bracket_files.hpp>
 #include <scenes/focus_series_files.hpp>
+#include <scenes/sphere_view_files.hpp>
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <memory>
@@ -121,6 +124,24 @@ scenes::BracketRecipe smallRecipe(_Size<int> size)
     return recipe;
 }
 
+/// Views of a world all around, each turned a little against the one before by a hand that holds the camera, which
+/// chooses another exposure for each.
+std::vector<scenes::SphereView> viewsAround(int pictureSide)
+{
+    constexpr int kSmallestView = 400; // pixels; smaller ones show too little to be found again in their neighbours
+    const int side = std::max(kSmallestView, pictureSide / 2);
+    scenes::SphereView view;
+    view.size = {side, side * 2 / 3};
+    view.focal = side;
+    view.vignetting = {0.1, 0.02, 0.0};
+    view.noise = 0.004;
+    constexpr double kStepDegrees = 22.0; // half of a view is seen in the next one
+    auto views = scenes::rowOfViews(4, kStepDegrees, /*pitch=*/4.0, view, /*shake=*/1.0, /*seed=*/5);
+    for (std::size_t i = 0; i < views.size(); ++i)
+        views[i].ev = i % 2 == 0 ? 0.0 : 0.3;
+    return views;
+}
+
 class DemoRun
 {
 public:
@@ -135,12 +156,13 @@ public:
         room.reset();
         showFocusSeries();
         showSmallPicture();
+        showViewsAround();
     }
 
 private:
     void report(JobProgress progress, double fractionOfPiece) const
     {
-        constexpr std::size_t kOthers = 2; // pieces beside the brackets
+        constexpr std::size_t kOthers = 3; // pieces beside the brackets
         progress.fraction = (static_cast<double>(result.pieces.size()) + fractionOfPiece) /
                             static_cast<double>(exhibits().size() + kOthers);
         if (callbacks.progress)
@@ -214,6 +236,28 @@ private:
         upscale.output = request.folder / "small-enlarged.jpg";
         finish<UpscaleJobRequest>(piece, upscale, [](const UpscaleJobRequest& work, const JobCallbacks& follow) {
             return PictureJobResult(upscaleJob(work, follow));
+        });
+    }
+
+    void showViewsAround()
+    {
+        const auto views = viewsAround(request.size);
+        const scenes::SphereScene world;
+        const auto write = [&](std::size_t i, const fs::path& folder) {
+            const fs::path path = folder / (kPart + std::to_string(i) + ".jpg");
+            scenes::writeSphereView(world, views[i], path, {.noiseSeed = i + 1});
+            return path;
+        };
+        const DemoPiece piece{"Four JPEGs taken by hand from one point, each turned to the right; stitched.",
+                              frames("around", ".jpg", views.size(), write),
+                              "stitched",
+                              {}};
+        PanoJobRequest pano;
+        pano.files = piece.frames;
+        pano.output = request.folder / "around-stitched.jpg";
+        pano.devignette = true;
+        finish<PanoJobRequest>(piece, pano, [](const PanoJobRequest& work, const JobCallbacks& follow) {
+            return PictureJobResult(panoJob(work, follow));
         });
     }
 

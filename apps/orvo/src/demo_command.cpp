@@ -8,8 +8,8 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Makes example pictures in a folder, merges, stacks and enlarges them, and tells what every file is.\n"
-    "The pictures are computed, so nothing but the program is needed.\n";
+    "Makes example pictures in a folder, merges, stacks, enlarges and stitches them, and\n"
+    "tells what every file is. The pictures are computed, so nothing but the program is needed.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  orvo demo /tmp/orvo-demo\n"
                                   "  orvo demo /tmp/orvo-demo --size 3000\n";

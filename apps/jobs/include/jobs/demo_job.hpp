@@ -36,9 +36,10 @@ struct DemoJobResult : JobResult
 
 /// Renders the frames of each piece into a folder of its own below the given one and lets a job work on them. Exposure
 /// brackets are merged: a handheld one of JPEGs with a person walking, one of 16-bit TIFFs from a tripod, one of raw
-/// DNGs. A handheld focus series is stacked, and a small picture is enlarged. Each frame is put in place when it is
-/// whole. Refused: a size out of range. An error ends the job; what was made so far stays. Cancelled between frames and
-/// as hdrJob(), stackJob() and upscaleJob().
+/// DNGs. A handheld focus series is stacked, a small picture is enlarged, and views around of half the size, but never
+/// too small to be stitched, are stitched at their resolution. Each frame is put in place when it is whole. Refused: a
+/// size out of range. An error ends the job; what was made so far stays. Cancelled between frames and as hdrJob(),
+/// stackJob(), upscaleJob() and panoJob().
 [[nodiscard]] DemoJobResult demoJob(const DemoJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

@@ -33,6 +33,53 @@ int partOf(const Imf::MultiPartInputFile& file, const ReadJob& job)
     throw ReadFailure("picture \"" + job.part + "\" was asked for, the file has none of that name");
 }
 
+// Reads up to the zero that ends a text. The count of characters before it; empty at the end of the file.
+std::optional<std::size_t> skipText(std::FILE* stream)
+{
+    for (std::size_t count = 0;; ++count) {
+        const int character = std::getc(stream);
+        if (character <= 0)
+            return character == 0 ? std::optional(count) : std::nullopt;
+    }
+}
+
+// OpenEXR makes room for as many bytes as an attribute announces before it looks whether the file has them. So all
+// headers are walked over before it sees them: magic number, version, then name, type, size and bytes of each attribute
+// up to an empty name, and one more empty name after the last header if there are several. What is damaged otherwise
+// OpenEXR tells better.
+void checkAttributes(const SourceFile& file)
+{
+    constexpr unsigned kMultiPart = 0x1000; // in the version
+    const auto readNumber = [&file](std::uint32_t& number) {
+        unsigned char bytes[4] = {};
+        const bool whole = std::fread(bytes, 1, sizeof bytes, file.stream()) == sizeof bytes;
+        number = bytes[0] | static_cast<std::uint32_t>(bytes[1]) << 8 | static_cast<std::uint32_t>(bytes[2]) << 16 |
+                 static_cast<std::uint32_t>(bytes[3]) << 24;
+        return whole;
+    };
+    file.rewind();
+    std::uint32_t magic = 0;
+    std::uint32_t version = 0;
+    if (!readNumber(magic) || !readNumber(version))
+        return;
+    for (bool firstOfHeader = true;;) {
+        const auto nameLength = skipText(file.stream());
+        if (!nameLength || (*nameLength == 0 && (firstOfHeader || (version & kMultiPart) == 0)))
+            return;
+        firstOfHeader = *nameLength == 0;
+        if (firstOfHeader)
+            continue;
+        std::uint32_t size = 0;
+        if (!skipText(file.stream()) || !readNumber(size))
+            return;
+        const std::int64_t left = file.size() - static_cast<std::int64_t>(ftello(file.stream()));
+        if (size > left)
+            throw ReadFailure("an attribute of " + std::to_string(size) + " bytes was announced, the file has only " +
+                              std::to_string(left) + " more");
+        fseeko(file.stream(), static_cast<off_t>(size), SEEK_CUR);
+    }
+}
+
 // Empty: not told, which means the primaries of sRGB.
 std::shared_ptr<ColorProfile> profileOf(const Imf::Header& header)
 {
@@ -122,6 +169,7 @@ void readLuminanceChroma(const SourceFile& file, const SampleLayout& layout, int
 
 ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
 {
+    checkAttributes(file);
     file.rewind();
     ExrInput stream(file.stream());
     // Without reconstruction of a missing table of rows: a cut-off file says so by itself.

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <random>
@@ -154,6 +155,27 @@ TEST_F(HostileFiles, FlippedBytes)
         }
     }
     EXPECT_EQ(MemoryManager::instance().liveBytes(), 0u);
+}
+
+TEST_F(HostileFiles, GiganticAttributeOfExrIsRefused)
+{
+    writeImage(folder / "a.exr", *gradient(16, 16), writeSettingsForPath("a.exr"));
+    const Bytes whole = readBytes(folder / "a.exr");
+    // Name, type and the lowest byte of the size, which is 1.
+    const std::string attribute("lineOrder\0lineOrder\0\1", 21);
+    const auto found = std::search(whole.begin(), whole.end(), attribute.begin(), attribute.end());
+    ASSERT_NE(found, whole.end());
+    const std::ptrdiff_t size = found - whole.begin() + 20;
+    Bytes bytes = whole;
+    bytes[static_cast<std::size_t>(size) + 3] = 0x40; // little endian: 2^30 + 1
+    writeBytes(folder / "huge.exr", bytes);
+    expectRefused(folder / "huge.exr", "an attribute of 1073741825 bytes was announced, the file has only " +
+                                           std::to_string(static_cast<std::ptrdiff_t>(bytes.size()) - size - 4) +
+                                           " more");
+    bytes[static_cast<std::size_t>(size) + 3] = 0xFF; // negative for who reads it with a sign
+    writeBytes(folder / "negative.exr", bytes);
+    expectRefused(folder / "negative.exr", "an attribute of 4278190081 bytes was announced");
+    EXPECT_FALSE(ImageReader::readMetadata(folder / "negative.exr"));
 }
 
 TEST_F(HostileFiles, GiganticIsRefusedBeforeItCosts)

@@ -181,6 +181,11 @@ TEST(EstimatePair, NineMatchesAreEnough)
         Pair pair(picture8(0, 0), picture8(0, 0));
         pair.keypoints1.resize(count);
         pair.keypoints2.resize(count);
+        const LogCapture capture;
         EXPECT_EQ(pair.estimate(), count == 9) << count;
+        const auto complaints = capture.texts(LogMessageType::Warning);
+        EXPECT_EQ(complaints.empty(), count == 9);
+        for (const std::string& complaint : complaints)
+            EXPECT_THAT(complaint, testing::EndsWith("(found 8)"));
     }
 }

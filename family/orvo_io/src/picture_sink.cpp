@@ -5,6 +5,7 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -36,6 +37,22 @@ std::size_t bytesOf(SampleType type)
 }
 
 float finite(float v) { return v == v ? std::clamp(v, -kLargestSample, kLargestSample) : 0.0f; }
+
+// A profile's curves may be such that they make no finite numbers of finite ones. Nearly every row is sound, which
+// whole numbers tell fast: without the sign, only infinities and what is no number have bits from kInfinity on.
+void repair(PixelRGB<float>* pixels, int count)
+{
+    constexpr std::uint32_t kInfinity = 0x7F800000;
+    constexpr std::uint32_t kMagnitude = 0x7FFFFFFF;
+    float* const samples = &pixels->r;
+    std::uint32_t most = 0;
+    for (int i = 0; i < count * 3; ++i)
+        most = std::max(most, std::bit_cast<std::uint32_t>(samples[i]) & kMagnitude);
+    if (most < kInfinity)
+        return;
+    for (int i = 0; i < count * 3; ++i)
+        samples[i] = std::isfinite(samples[i]) ? samples[i] : finite(samples[i]);
+}
 
 // The colours of `count` pixels as floats with 1.0 for full scale, alpha laid over black.
 template <typename T>
@@ -201,6 +218,7 @@ void PictureSink::convertRow(int outRow, PixelRGB<float>* target, float* row) co
         samples = &target->r;
     }
     converter->convert(samples, target, outWidth);
+    repair(target, outWidth);
 }
 
 void PictureSink::storeStraight(int rows)

@@ -157,6 +157,36 @@ TEST_F(HostileFiles, FlippedBytes)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), 0u);
 }
 
+TEST_F(HostileFiles, ProfileWithAnImpossibleCurveGivesFiniteSamples)
+{
+    // All values: near white the curve's are beyond what a float holds, further down LittleCMS limits them.
+    Picture ramp(_Size<int>(256, 12), ColorProfileType::sRGB());
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 256; ++x) {
+            const float value = static_cast<float>(x) / 255.0f;
+            ramp.row(y)[x] = {value, value, y < 6 ? value : 1.0f - value};
+        }
+    for (const char* const name : {"a.jpg", "a.tif"}) {
+        const auto file = folder / name;
+        writeImage(file, ramp, writeSettingsForPath(file));
+        Bytes bytes = readBytes(file);
+        // The exponent of a parametric curve stands 12 bytes behind its name (ICC.1:2022, 10.18): now -32766.
+        const std::string curve = "para";
+        const auto found = std::search(bytes.begin(), bytes.end(), curve.begin(), curve.end());
+        ASSERT_GT(bytes.end() - found, 12) << name;
+        found[12] = 0x80;
+        writeBytes(file, bytes);
+        const auto picture = pixelsOf(openFile(file));
+        ASSERT_TRUE(picture) << name;
+        for (std::size_t i = 0; i < picture->pixelCount() * 3; ++i)
+            ASSERT_TRUE(std::isfinite((&picture->data()->r)[i])) << name << ", sample " << i;
+        const auto small = ImageReader::instance().getThumbnailBySide(file, 200, true, nullptr, {});
+        ASSERT_TRUE(small) << name;
+        for (std::size_t i = 0; i < small->pixelCount() * 3; ++i)
+            ASSERT_TRUE(std::isfinite((&small->data()->r)[i])) << name << ", sample " << i;
+    }
+}
+
 TEST_F(HostileFiles, GiganticAttributeOfExrIsRefused)
 {
     writeImage(folder / "a.exr", *gradient(16, 16), writeSettingsForPath("a.exr"));

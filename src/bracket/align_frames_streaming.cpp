@@ -63,7 +63,8 @@ _Rect<int> validRectangle(const cv::Mat& referenceFromFrame, int width, int heig
 
 } // namespace
 
-cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame& frame, float scale, cv::Mat transform)
+cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame& frame, float scale,
+                    const cv::Mat& transform)
 {
     const int width = reference.image->width();
     const int height = reference.image->height();

@@ -22,6 +22,6 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
 /// gray pictures at `scale` (Evangelidis, Psarakis, PAMI 30(10), 2008), starting from `transform`. If that does not
 /// converge the log tells it, and the transform goes back as far as it came.
 [[nodiscard]] cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame& frame, float scale,
-                                  cv::Mat transform);
+                                  const cv::Mat& transform);
 
 } // namespace orvo

@@ -75,8 +75,9 @@ std::vector<Span> spansOf(int sourceSize, int targetSize)
 void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::int16_t* target, int targetWidth)
 {
     for (int x = 0; x < targetWidth; ++x) {
-        const float sum = luminance(upper[2 * x]) + luminance(upper[2 * x + 1]) + luminance(lower[2 * x]) +
-                          luminance(lower[2 * x + 1]);
+        const std::ptrdiff_t left = std::ptrdiff_t{2} * x;
+        const float sum =
+            luminance(upper[left]) + luminance(upper[left + 1]) + luminance(lower[left]) + luminance(lower[left + 1]);
         target[x] = quantised(sum * 0.25f);
     }
 }

@@ -63,7 +63,8 @@ void copyPixels(Pixel* target, const Pixel* source, std::size_t count)
 // What the guided filter takes away, limited to 0..1 by channel and summed. `smooth` is scratch.
 void measureStructure(const Pixel* picture, Pixel* smooth, float* structure, Size size)
 {
-    const auto radius = static_cast<float>(size.width / kWidthsPerRadius);
+    const int wholeRadius = size.width / kWidthsPerRadius; // truncated
+    const auto radius = static_cast<float>(wholeRadius);
     grfx_guided_filter_rgb_fast(picture, smooth, size.width, size.height, radius, kGuidedEps);
     forEachRange(size.pixels(), [&](std::size_t first, std::size_t last) {
         for (std::size_t p = first; p < last; ++p) {

@@ -106,8 +106,8 @@ bool areAllRaw(const std::vector<std::filesystem::path>& paths)
     return std::all_of(paths.begin(), paths.end(), [](const auto& path) { return isRawImageFile(path); });
 }
 
-void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, std::shared_ptr<const ImageMetadata> metadata,
-             std::shared_ptr<AdditionalRawMetadata> rawMetadata, bool chromatic)
+void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::shared_ptr<const ImageMetadata>& metadata,
+             const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic)
 {
     const int thumbWidth = std::min(image->width(), kToneThumbnailWidth);
     const int thumbHeight = thumbWidth * image->height() / image->width();

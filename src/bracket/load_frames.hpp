@@ -31,7 +31,7 @@ template <typename Frame>
 [[nodiscard]] bool areAllRaw(const std::vector<std::filesystem::path>& paths);
 
 /// Raw development of a focus stacking frame, in place.
-void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, std::shared_ptr<const ImageMetadata> metadata,
-             std::shared_ptr<AdditionalRawMetadata> rawMetadata, bool chromatic);
+void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::shared_ptr<const ImageMetadata>& metadata,
+             const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic);
 
 } // namespace orvo

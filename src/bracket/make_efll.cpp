@@ -177,7 +177,7 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::v
     const std::size_t n = ladder.size();
     const _Size<int> size = ladder[0].image->size();
     BlendStart start = startOfBlend(ladder, shifts, settings.chromaticAberrations);
-    const std::shared_ptr<Picture> result = std::move(start.pixels);
+    std::shared_ptr<Picture> result = std::move(start.pixels);
     for (std::size_t i = n - 1; i-- > 0;) {
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
         {

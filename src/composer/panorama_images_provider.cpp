@@ -37,7 +37,7 @@ void developForPanorama(std::shared_ptr<_ImageData<PixelRGB<float>>>& image,
 {
     const RawImageDevelop developer(metadata->temperature, metadata->tint, exposure);
     const int width = std::min(image->width(), kToneThumbnailWidth);
-    const int height = width * image->height() / image->width();
+    const int height = std::max(1, width * image->height() / image->width());
     const float tone = additional ? additional->getAutoDetectedTone() : 0.0f;
     const auto small = image->resize({width, height}, {}, true);
     developer.develop(

@@ -1,6 +1,7 @@
 #include "face_network.hpp"
 
 #include "face_boxes.hpp"
+#include "quiet_opencv.hpp"
 
 #include <opencv2/dnn.hpp>
 
@@ -96,6 +97,7 @@ std::vector<Face> facesOfNetwork(const std::filesystem::path& model, const cv::M
     std::error_code error;
     if (!std::filesystem::is_regular_file(model, error))
         throw std::runtime_error("there is no such file");
+    const QuietOpenCv quiet; // what it has to say comes with the exception
     cv::dnn::Net net = cv::dnn::readNetFromONNX(model.string());
     const auto padding = [](int n) { return (kPadding - n % kPadding) % kPadding; };
     cv::Mat padded;

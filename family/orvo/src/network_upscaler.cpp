@@ -3,6 +3,7 @@
 #include "cubic_rows.hpp"
 #include "noise_level.hpp"
 #include "onnx_input.hpp"
+#include "quiet_opencv.hpp"
 
 #include <opencv2/dnn.hpp>
 
@@ -121,6 +122,7 @@ struct NetworkUpscaler::State
         channels = depth;
         found += "; for C = " + std::to_string(depth) + " ";
         try {
+            const QuietOpenCv quiet; // what it has to say comes with the exception
             net = cv::dnn::readNetFromONNX(withInput(bytes, input, {1, depth, window.height, window.width}));
             net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
             net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);

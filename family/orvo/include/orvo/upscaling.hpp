@@ -48,8 +48,8 @@ struct ORVO_EXPORT mlCacheInfo
 ///
 /// Built in are filters learned from photographs, which double the picture (scripts/train_upscaler/train.py tells the
 /// method). The noise of the picture is measured and filters are taken that were learned with as much, so noise of a
-/// deviation of 0.01 and more comes out no stronger than from cubic interpolation, and weaker noise no stronger than it
-/// went in.
+/// deviation of 0.01 to 0.05 comes out weaker than from cubic interpolation, stronger noise within 5 percent of it, and
+/// weaker noise about as it went in. `crisp` steepens strong noise too: smooth it first (`denoise`).
 ///
 /// A network takes their place where the settings store (orvosettings()) names one:
 ///   "Upscale.model"    text; path of a super-resolution network in ONNX of 3 channels (red, green, blue) or 1 (luma,

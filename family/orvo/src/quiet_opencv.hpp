@@ -1,0 +1,30 @@
+/// Keeps OpenCV from writing on standard error what an exception tells as well.
+#pragma once
+
+#include <opencv2/core/utils/logger.hpp>
+
+#include <mutex>
+
+namespace orvo {
+
+/// OpenCV's log level belongs to the process: while one of these lives it is silent, and then as it was. One at a time.
+class QuietOpenCv
+{
+public:
+    QuietOpenCv() : lock(mutex()), before(cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT)) {}
+    ~QuietOpenCv() { cv::utils::logging::setLogLevel(before); }
+    QuietOpenCv(const QuietOpenCv&) = delete;
+    QuietOpenCv& operator=(const QuietOpenCv&) = delete;
+
+private:
+    static std::mutex& mutex()
+    {
+        static std::mutex one;
+        return one;
+    }
+
+    const std::lock_guard<std::mutex> lock;
+    const cv::utils::logging::LogLevel before;
+};
+
+} // namespace orvo

@@ -11,8 +11,9 @@ namespace {
 using orvo::fuzz::Arguments;
 using orvo::fuzz::require;
 
-constexpr int kMostSide = 12;
-constexpr int kMostDistance = 20;
+// Small, since every pixel of the canvas is compared with the plain reading.
+constexpr int kMostSide = 8;
+constexpr int kMostDistance = 8;
 // So many pictures that their numbers do not fit a byte, for one first byte in sixteen.
 constexpr int kManyPictures = 256;
 

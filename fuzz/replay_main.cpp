@@ -30,19 +30,21 @@ constexpr std::size_t kHeaderBytes = 300;
 // What runs now; read by the handlers of a crash.
 Bytes currentInput;
 std::string currentName;
+std::string findingPath; // in the current folder, one for each target, since tests run beside each other
 
 // Leaves the input behind and tells its name. Only calls that a signal handler may make.
 void keepInput()
 {
-    static const char kFile[] = "fuzz_finding";
-    const int file = ::open(kFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const int file = ::open(findingPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     const auto put = [](int descriptor, const void* bytes, std::size_t count) {
         return ::write(descriptor, bytes, count) == static_cast<::ssize_t>(count);
     };
     const bool kept = file >= 0 && put(file, currentInput.data(), currentInput.size());
-    const std::string_view after = kept ? " broke it; the input is kept in ./fuzz_finding\n" : " broke it\n";
-    (void)put(STDERR_FILENO, currentName.data(), currentName.size());
-    (void)put(STDERR_FILENO, after.data(), after.size());
+    for (const std::string_view text :
+         {std::string_view(currentName), std::string_view(" broke it"),
+          kept ? std::string_view("; the input is kept in ") : std::string_view(),
+          kept ? std::string_view(findingPath) : std::string_view(), std::string_view("\n")})
+        (void)put(STDERR_FILENO, text.data(), text.size());
 }
 
 void onSignal(int signal)
@@ -200,6 +202,7 @@ int main(int count, char** words)
     const std::vector<std::string> arguments(words + 1, words + count);
     int copies = 0;
     std::size_t files = 0;
+    findingPath = std::filesystem::path(words[0]).filename().string() + "_finding";
     watchForCrashes();
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (arguments[i] == "--copies" && i + 1 < arguments.size()) {

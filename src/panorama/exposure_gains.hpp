@@ -13,4 +13,10 @@ namespace orvo {
 [[nodiscard]] cv::Mat blockGains(cv::detail::ExposureCompensator* compensator, int index, const cv::Size& size,
                                  const std::string& caller);
 
+/// Multiplies `picture` (CV_16SC3) in place by `gains` (CV_32FC3), spread over it bilinearly: to the bit what
+/// cv::resize and cv::multiply give, row-parallel and without a matrix of gains of the picture's size, which would be
+/// twice as large as the picture. The picture is at least as large as the gains in both directions. Peak: some rows a
+/// thread.
+void multiplyByGains(cv::Mat& picture, const cv::Mat& gains);
+
 } // namespace orvo

@@ -257,15 +257,17 @@ cv::Rect PanoramaWarper::warp(cv::InputArray src, cv::InputArray mask, cv::Outpu
     if (maps.roi.empty())
         return {};
 
-    radius.create(maps.roi.size(), CV_32F);
-    cv::Mat distance = radius.getMat();
-    const float centreX = static_cast<float>(src.cols()) * 0.5f;
-    const float centreY = static_cast<float>(src.rows()) * 0.5f;
-    const float corner = std::sqrt(centreX * centreX + centreY * centreY);
-    forEachRow(distance.rows, [&](int r) {
-        radiusRow(maps.x.ptr<float>(r), maps.y.ptr<float>(r), centreX, centreY, corner, distance.ptr<float>(r),
-                  distance.cols);
-    });
+    if (radius.needed()) {
+        radius.create(maps.roi.size(), CV_32F);
+        cv::Mat distance = radius.getMat();
+        const float centreX = static_cast<float>(src.cols()) * 0.5f;
+        const float centreY = static_cast<float>(src.rows()) * 0.5f;
+        const float corner = std::sqrt(centreX * centreX + centreY * centreY);
+        forEachRow(distance.rows, [&](int r) {
+            radiusRow(maps.x.ptr<float>(r), maps.y.ptr<float>(r), centreX, centreY, corner, distance.ptr<float>(r),
+                      distance.cols);
+        });
+    }
 
     // cv::remap takes INTER_AREA for bilinear.
     dst.create(maps.roi.size(), src.type());

@@ -38,6 +38,15 @@ std::vector<cv::Mat> writable(const std::vector<cv::UMat>& matrices)
     return mapped;
 }
 
+// Without a copy where the receiver can share it.
+void handOver(const cv::UMat& made, const cv::OutputArray& receiver)
+{
+    if (receiver.isUMat())
+        receiver.assign(made);
+    else
+        made.copyTo(receiver);
+}
+
 } // namespace
 
 // The warped pictures of one render, at equal indices. The largest allocations of the library: each list is let go as
@@ -76,7 +85,8 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         cv::UMat picture;
         cv::UMat mask;
         cv::Mat radius;
-        const cv::Rect roi = warper->warp(images[i], masks[i], picture, mask, radius, rect, size, k, r);
+        const cv::_OutputArray radiusIfRead = useDevignette ? cv::_OutputArray(radius) : cv::_OutputArray();
+        const cv::Rect roi = warper->warp(images[i], masks[i], picture, mask, radiusIfRead, rect, size, k, r);
         if (roi.empty())
             continue;
         parts.entries.push_back(entry->second);
@@ -84,7 +94,7 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         parts.sizes.push_back(roi.size());
         parts.pictures.push_back(picture);
         parts.wholeMasks.push_back(mask);
-        parts.radii.push_back(useDevignette ? radius : cv::Mat());
+        parts.radii.push_back(radius);
 
         const auto j = static_cast<std::size_t>(entry->second);
         const cv::Rect footprint(atSeamScale(roi.x * sx + rect.x - bounds.x),
@@ -199,8 +209,8 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         }
     }
     if (shown.width > 0 && shown.height > 0) {
-        result.copyTo(image);
-        resultMask.copyTo(mask);
+        handOver(result, image);
+        handOver(resultMask, mask);
     }
     if (cancel())
         return {};

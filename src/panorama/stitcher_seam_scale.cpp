@@ -4,6 +4,7 @@
 
 #include <orvo_logger/logstream.hpp>
 
+#include <opencv2/core/ocl.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching/detail/seam_finders.hpp>
 #include <opencv2/stitching/detail/util.hpp>
@@ -235,8 +236,14 @@ void PanoramaStitcher::applyExposureCompensation(int index, cv::Point corner, cv
     const cv::Rect shown = footprint & cv::Rect(corners[j], warped8[j].size());
     if (shown.empty())
         return;
+    const cv::Mat part = gain(shown - corners[j]);
+    const bool isLarger = image.cols() >= part.cols && image.rows() >= part.rows;
+    if (isLarger && image.type() == CV_16SC3 && !cv::ocl::useOpenCL()) {
+        cv::Mat picture = image.getMat();
+        return multiplyByGains(picture, part);
+    }
     cv::Mat fullSize;
-    cv::resize(gain(shown - corners[j]), fullSize, image.size(), 0, 0, cv::INTER_LINEAR);
+    cv::resize(part, fullSize, image.size(), 0, 0, cv::INTER_LINEAR);
     cv::multiply(image, fullSize, image, 1.0, image.type());
 }
 

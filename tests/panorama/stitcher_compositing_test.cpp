@@ -3,10 +3,12 @@
 #include "panorama/exposure_gains.hpp"
 #include "panorama_truth.hpp"
 
+#include <orvo_core/parallel.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 #include <sys/resource.h>
 
 #include <cstring>
@@ -339,6 +341,38 @@ TEST(BlockGains, OnlyCompensatorsOfBlocksHaveThem)
     EXPECT_THAT(capture.texts(LogMessageType::Warning),
                 ElementsAre("where: applyExposureCompensation does not implement for GainCompensator",
                             "where: applyExposureCompensation does not implement for ChannelsCompensator"));
+}
+
+// By cv::resize and cv::multiply.
+cv::Mat multipliedPlainly(const cv::Mat& picture, const cv::Mat& gains)
+{
+    cv::Mat spread;
+    cv::resize(gains, spread, picture.size(), 0, 0, cv::INTER_LINEAR);
+    cv::Mat product;
+    cv::multiply(picture, spread, product, 1.0, picture.type());
+    return product;
+}
+
+TEST(BlockGains, MultiplyAPictureAsResizedGainsDo)
+{
+    cv::RNG random(7);
+    for (const auto& [gainSize, size] : {std::pair(cv::Size(37, 23), cv::Size(641, 403)),
+                                         {cv::Size(1, 1), cv::Size(9, 5)},
+                                         {cv::Size(3, 1), cv::Size(64, 1)},
+                                         {cv::Size(5, 7), cv::Size(5, 7)},
+                                         {cv::Size(310, 20), cv::Size(333, 1001)}}) {
+        cv::Mat gains(gainSize, CV_32FC3);
+        random.fill(gains, cv::RNG::UNIFORM, 0.2, 3.0);
+        cv::Mat picture(size, CV_16SC3);
+        random.fill(picture, cv::RNG::UNIFORM, -100, 16384); // some come out above what 16 bits hold
+        const cv::Mat expected = multipliedPlainly(picture, gains);
+        for (const int workers : {1, 2}) {
+            const WorkerLimit limit(workers);
+            cv::Mat product = picture.clone();
+            multiplyByGains(product, gains);
+            EXPECT_EQ(cv::norm(product, expected, cv::NORM_INF), 0.0) << size << " from " << gainSize;
+        }
+    }
 }
 
 TEST(BlockGains, AreOfThreeChannelsAndOfTheSizeAskedFor)

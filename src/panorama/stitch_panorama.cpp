@@ -20,10 +20,18 @@ constexpr float kFound = 0.65f;
 // Longest side of the drawing on which the content is looked for.
 constexpr int kSearchSide = 1600;
 
+// Longest side of the smallest drawing. Smaller panoramas are drawn so large and scaled down: of few pixels the engine
+// finds none that a picture covers.
+constexpr int kSmallestSide = 200;
+
 // How far a planet reaches, in units of the sphere's radius: 53 degrees above the horizon. Zenith lies at infinity.
 constexpr double kPlanetReach = 3.0;
 
-// Where the rim of the content is taken away, at most so many pixels deep.
+// How deep resampling mixes what is beside the content into it, in pixels of the sphere: colours reach by a whole
+// pixel, and the mask is rounded to the nearest one.
+constexpr double kMixedPixels = 1.5;
+
+// Where that rim of the content is taken away, at most so many pixels of the picture deep.
 constexpr int kWidestRim = 12;
 
 _Size<int> scaledTo(const _Size<int>& size, int longest)
@@ -152,12 +160,12 @@ void becomeGaps(_ImageData<float>& mask)
     constexpr float kFar = kWidestRim + 1;
     forEachRow(mask.height(), [&](int y) {
         float* const row = mask.row(y);
-        float gap = kFar;
+        float gap = 0.0f; // beside the picture there is nothing, either
         for (int x = 0; x < mask.width(); ++x) {
             gap = row[x] > 0.0f ? std::min(kFar, gap + 1.0f) : 0.0f;
             row[x] = gap;
         }
-        gap = kFar;
+        gap = 0.0f;
         for (int x = mask.width() - 1; x >= 0; --x) {
             gap = std::min(row[x], gap + 1.0f);
             row[x] = gap;
@@ -166,7 +174,7 @@ void becomeGaps(_ImageData<float>& mask)
 }
 
 // Lays the content over white and cuts the picture to it. Where the sphere was resampled, the rim of the content is
-// mixed with the black beside it as deep as a pixel of the sphere reaches; it goes.
+// mixed with the black beside it; it goes.
 std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, const PlanePart& part, WarpType projection,
                                                       const cv::Point& origin, double radius)
 {
@@ -181,10 +189,11 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
     becomeGaps(gaps);
     const auto isContent = [&](int x, int y) {
         const double stretch = stretchAt(projection, left + x * unitsPerColumn, top + y * unitsPerRow);
-        const int rim = std::min(kWidestRim, static_cast<int>(std::ceil(stretch)));
+        const int rim = std::min(kWidestRim, static_cast<int>(std::ceil(kMixedPixels * stretch)));
         const auto width = static_cast<float>(rim);
-        const int last = std::min(y + rim, gaps.height() - 1);
-        for (int near = std::max(0, y - rim); near <= last; ++near)
+        if (y < rim || y + rim >= gaps.height())
+            return false;
+        for (int near = y - rim; near <= y + rim; ++near)
             if (gaps.row(near)[x] <= width)
                 return false;
         return true;
@@ -249,11 +258,14 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
     const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
     PlanePart part{content, {limited.width, limited.height}};
     if (output.maxSize > 0)
-        part.size = scaledTo(part.size, output.maxSize);
+        part.size = scaledTo(part.size, std::max(output.maxSize, kSmallestSide));
     const Panorama drawn = stitcher.makePanorama(part.rect, part.size, cancel, part.size);
     if (!drawn.image || !drawn.mask || drawn.roi.empty() || cancel())
         return {};
-    return finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
+    auto picture = finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
+    if (picture && output.maxSize > 0 && output.maxSize < kSmallestSide)
+        picture = picture->resize(scaledTo(picture->size(), output.maxSize), {}, true);
+    return picture;
 }
 
 StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output,

@@ -14,6 +14,9 @@ protected:
     {
         std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
         folder = mkdtemp(name.data());
+        view.size = {120, 80};
+        view.focal = 100.0;
+        view.ev = 1.0;
     }
     ~SphereViewFiles() override
     {
@@ -22,7 +25,7 @@ protected:
     }
 
     const SphereScene scene;
-    const SphereView view{.size = {120, 80}, .focal = 100.0, .ev = 1.0};
+    SphereView view;
     std::filesystem::path folder;
 };
 

@@ -2,6 +2,7 @@
 
 #include <scenes/bracket_files.hpp>
 #include <scenes/focus_series_files.hpp>
+#include <scenes/sphere_view_files.hpp>
 
 #include <fstream>
 
@@ -66,6 +67,23 @@ std::vector<std::filesystem::path> writeFocusSeries(const std::filesystem::path&
     series.frames = settings.frames;
     series.shake = {.shiftX = settings.shake, .shiftY = settings.shake};
     return scenes::writeFocusSeries(scenes::FocusSeries(series), folder, {});
+}
+
+std::vector<std::filesystem::path> writeViews(const std::filesystem::path& folder, const ViewSettings& settings)
+{
+    scenes::SphereView view;
+    view.size = {settings.width, settings.height};
+    view.focal = settings.width;
+    view.noise = 0.004;
+    auto views = scenes::rowOfViews(settings.views, kViewStep, 3.0, view, 1.0, 7);
+    const scenes::SphereScene scene(settings.scene);
+    std::vector<std::filesystem::path> paths;
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        views[i].ev = 0.1 * static_cast<double>(i);
+        paths.push_back(folder / (settings.prefix + "_" + std::to_string(i) + settings.ending));
+        scenes::writeSphereView(scene, views[i], paths.back(), {.exif = settings.exif, .noiseSeed = i + 1});
+    }
+    return paths;
 }
 
 std::vector<std::string> names(const std::vector<std::filesystem::path>& paths)

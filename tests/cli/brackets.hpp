@@ -1,4 +1,4 @@
-/// Small brackets, focus series and broken files for the program.
+/// Small brackets, focus series, views around and broken files for the program.
 #pragma once
 
 #include "support/temporary_folder.hpp"
@@ -25,6 +25,18 @@ struct FocusSettings
     double shake = 3.0; ///< pixels
 };
 
+struct ViewSettings
+{
+    int width = 400;
+    int height = 300;
+    int views = 3;
+    std::uint64_t scene = 1; ///< views of different scenes show nothing that is the same
+    std::string ending = ".jpg";
+    std::string prefix = "view";
+    bool exif = true;
+};
+
+inline constexpr double kViewStep = 22.0;      ///< degrees between neighbouring views of writeViews()
 inline constexpr double kStepEv = 2.0;         ///< between neighbouring frames of writeBracket()
 inline constexpr std::size_t kMiddleFrame = 1; ///< of writeBracket()
 
@@ -38,6 +50,10 @@ void writeFrame(const std::filesystem::path& path, const FrameSettings& settings
 /// A focus series of JPEG frames from near to far by a calm hand, named like their focus.
 std::vector<std::filesystem::path> writeFocusSeries(const std::filesystem::path& folder,
                                                     const FocusSettings& settings = {});
+
+/// Views around from left to right, in a row that an unsteady hand made. Each is exposed a little longer than the one
+/// before, and the focal length is the width.
+std::vector<std::filesystem::path> writeViews(const std::filesystem::path& folder, const ViewSettings& settings = {});
 
 [[nodiscard]] std::vector<std::string> names(const std::vector<std::filesystem::path>& paths);
 

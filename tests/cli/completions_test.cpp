@@ -30,6 +30,7 @@ std::set<std::string> optionsOfTheProgram()
                                                   {"stack", "--help"},
                                                   {"label", "--help"},
                                                   {"upscale", "--help"},
+                                                  {"pano", "--help"},
                                                   {"frames", "--help"},
                                                   {"demo", "--help"}})
         // An option stands at the start of its line of the help, maybe behind its short form.
@@ -42,7 +43,7 @@ std::string document(const std::string& name) { return fileText(std::filesystem:
 TEST(Completions, TheProgramHasTheOptionsOfThisTest)
 {
     EXPECT_THAT(optionsOfTheProgram(), IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep",
-                                                     "reference", "format", "model"}));
+                                                     "reference", "format", "model", "projection", "max-size"}));
 }
 
 TEST(Completions, ManPage)

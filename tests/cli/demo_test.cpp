@@ -32,19 +32,24 @@ TEST(Demo, MakesPicturesWorksOnThemAndTellsWhatIsWhat)
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_THAT(run.err, IsEmpty());
     const auto pictures = picturesBelow(folder.path());
-    // Three brackets of at least three frames, eight of a focus series, a small one, and what was made of them.
-    ASSERT_GE(pictures.size(), 9u + 8u + 1u + 5u);
+    // Three brackets of at least three frames, eight of a focus series, a small one, four views around, and what was
+    // made of them.
+    ASSERT_GE(pictures.size(), 9u + 8u + 1u + 4u + 6u);
     for (const fs::path& picture : pictures) {
         EXPECT_THAT(run.out, HasSubstr(picture.string()));
         const auto metadata = ImageReader::readMetadata(picture);
         ASSERT_TRUE(metadata) << picture;
-        EXPECT_LE(metadata->size.width, 192);
+        if (picture.string().find("around") == std::string::npos) {
+            EXPECT_LE(metadata->size.width, 192);
+        }
     }
     for (const char* const ending : {".jpg", ".tif", ".dng"})
         EXPECT_THAT(run.out, HasSubstr(ending));
-    for (const char* const what : {"merged: ", "stacked: ", "enlarged: "})
+    for (const char* const what : {"merged: ", "stacked: ", "enlarged: ", "stitched: "})
         EXPECT_THAT(run.out, HasSubstr(what));
     EXPECT_EQ(ImageReader::readMetadata(folder / "deep/demo/small-enlarged.jpg")->size.width, 128);
+    // Four views of 400 pixels, 22 degrees apart: 66 degrees at 400 pixels a radian, and half a view on each side.
+    EXPECT_NEAR(ImageReader::readMetadata(folder / "deep/demo/around-stitched.jpg")->size.width, 835, 40);
 }
 
 TEST(Demo, KeepLeavesFramesThatAreThere)

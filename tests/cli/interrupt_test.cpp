@@ -4,7 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <thread>
 
 namespace orvo::test {
 namespace {
@@ -71,6 +74,31 @@ TEST(InterruptOpaqueStep, EndsAtOnce)
         EXPECT_EQ(namesIn(folder.path()), before);
         // After the step the log would tell how the job ended.
         EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo stack:")));
+    }
+}
+
+TEST(InterruptPano, AtAnyTimeLeavesNothing)
+{
+    const TemporaryFolder folder;
+    const auto views = names(writeViews(folder.path(), {.width = 900, .height = 600, .views = 4}));
+    const auto before = namesIn(folder.path());
+    std::vector<std::string> arguments{"pano", "-o", "out.tif"};
+    arguments.insert(arguments.end(), views.begin(), views.end());
+    constexpr std::chrono::milliseconds kStep(250); // reading, registering and drawing take longer than that
+    for (int steps = 0; steps < 4; ++steps) {
+        Program program(arguments, {.workingFolder = folder.path()});
+        program.waitFor("stitching");
+        std::this_thread::sleep_for(steps * kStep);
+        program.send(SIGINT);
+        const Finished run = program.wait();
+        if (run.exitCode == 0) { // a fast machine was done before
+            std::filesystem::remove(folder / "out.tif");
+            EXPECT_GT(steps, 0);
+            continue;
+        }
+        EXPECT_EQ(run.exitCode, 130) << run.err;
+        EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
+        EXPECT_EQ(namesIn(folder.path()), before);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <ostream>
 #include <string>
@@ -17,15 +18,17 @@ namespace orvo::test {
 struct PictureCommand
 {
     const char* name;
+    const char* phase;  ///< its own, in reports
     const char* output; ///< of the result
     bool takesSeveral;  ///< files
     bool intoFolder;    ///< the output is one
 };
 
 inline constexpr PictureCommand kPictureCommands[] = {
-    {.name = "stack", .output = "out.jpg", .takesSeveral = true, .intoFolder = false},
-    {.name = "label", .output = "out", .takesSeveral = true, .intoFolder = true},
-    {.name = "upscale", .output = "out.jpg", .takesSeveral = false, .intoFolder = false},
+    {.name = "stack", .phase = "stack", .output = "out.jpg", .takesSeveral = true, .intoFolder = false},
+    {.name = "label", .phase = "label", .output = "out", .takesSeveral = true, .intoFolder = true},
+    {.name = "upscale", .phase = "upscale", .output = "out.jpg", .takesSeveral = false, .intoFolder = false},
+    {.name = "pano", .phase = "stitch", .output = "out.jpg", .takesSeveral = true, .intoFolder = false},
 };
 
 inline std::vector<PictureCommand> commandsThat(bool (*condition)(const PictureCommand&))
@@ -35,7 +38,15 @@ inline std::vector<PictureCommand> commandsThat(bool (*condition)(const PictureC
     return commands;
 }
 
-/// One of them in a folder with good frames, alike in size.
+/// Three pictures, alike in size, of which the command can make something.
+inline std::vector<std::filesystem::path> writeGood(const std::filesystem::path& folder, const PictureCommand& command)
+{
+    if (command.name == std::string("pano"))
+        return writeViews(folder, {.views = 3});
+    return writeFocusSeries(folder, {.width = 120, .height = 80, .frames = 3});
+}
+
+/// One of them in a folder with good frames.
 class PictureCommandTest : public testing::TestWithParam<PictureCommand>
 {
 protected:
@@ -58,7 +69,7 @@ protected:
     }
 
     TemporaryFolder folder;
-    std::vector<std::string> good = names(writeFocusSeries(folder.path(), {.width = 120, .height = 80, .frames = 3}));
+    std::vector<std::string> good = names(writeGood(folder.path(), GetParam()));
 };
 
 inline void PrintTo(const PictureCommand& command, std::ostream* out) { *out << command.name; }

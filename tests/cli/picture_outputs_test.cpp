@@ -99,7 +99,7 @@ TEST_P(PictureOutputs, JsonTellsOfTheRun)
         phases.push_back(phase.at("name"));
         sum += phase.at("milliseconds").get<double>();
     }
-    EXPECT_THAT(phases, testing::ElementsAre("check", GetParam().name, "write"));
+    EXPECT_THAT(phases, testing::ElementsAre("check", GetParam().phase, "write"));
     EXPECT_NEAR(json.at("milliseconds").get<double>(), sum, 1e-6);
     constexpr std::uint64_t kOnePicture = 120 * 80 * 12; // bytes of one picture of floats
     EXPECT_GT(json.at("peak_memory_bytes").at("planes").get<std::uint64_t>(), 2 * kOnePicture);

@@ -39,7 +39,7 @@ std::vector<cv::Mat> writable(const std::vector<cv::UMat>& matrices)
 }
 
 // Without a copy where the receiver can share it.
-void handOver(const cv::UMat& made, const cv::OutputArray& receiver)
+void handOver(const cv::UMat& made, cv::OutputArray receiver)
 {
     if (receiver.isUMat())
         receiver.assign(made);

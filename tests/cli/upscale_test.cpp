@@ -91,7 +91,7 @@ TEST_F(Upscale, EachOptionChangesTheResult)
         EXPECT_FALSE(fileText(folder / "other.tif") == plain);
     }
     // What is so anyway may be asked for; there is no face in the room.
-    ASSERT_EQ(upscale({"-o", "other.tif", "--no-faces", "--built-in", "--passes", "1", "--denoise", "0"}).exitCode, 0);
+    ASSERT_EQ(upscale({"-o", "other.tif", "--no-faces", "--passes", "1", "--denoise", "0"}).exitCode, 0);
     EXPECT_TRUE(fileText(folder / "other.tif") == plain);
 }
 
@@ -116,7 +116,6 @@ TEST_F(Upscale, NetworkThatCannotBeUsed)
     expectEnd({"--model", "."}, 1, {".: this is a folder, a network file was expected"});
     writeText(folder / "letter.onnx", "Dear photographer,\nthis is no network.\n");
     expectEnd({"--model", "letter.onnx"}, 1, {"in.jpg", "letter.onnx", "ONNX"});
-    expectEnd({"--model", "letter.onnx", "--built-in"}, 2, {"letter.onnx", "built-in"});
 }
 
 TEST_F(Upscale, ValuesOutOfRange)

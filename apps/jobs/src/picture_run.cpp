@@ -58,7 +58,7 @@ WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::pa
         try {
             if (!writeImage(beside, *picture.developedOriginalImageData({}), settings))
                 return false;
-        } catch (const std::runtime_error& error) { // names the file beside, which nobody knows
+        } catch (const std::exception& error) { // names the file beside, which nobody knows
             throw JobError(JobOutcome::Failed, replaced(replaced(error.what(), beside.string(), output.string()),
                                                         beside.filename().string(), output.string()));
         }

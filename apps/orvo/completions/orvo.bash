@@ -61,7 +61,7 @@ _orvo()
                 ;;
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             upscale)
-                options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model --built-in
+                options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model
                     --threads --quiet --json --log'
                 ;;
             pano)

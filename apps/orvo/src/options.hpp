@@ -71,6 +71,7 @@ inline CLI::Validator between(double low, double high)
             if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high)
                 return {};
             std::ostringstream complaint;
+            complaint.precision(9); // no limit is told as a power of ten
             complaint << "expected " << low << " to " << high << ", found " << text;
             return complaint.str();
         },

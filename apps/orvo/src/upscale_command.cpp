@@ -43,7 +43,6 @@ void bindUpscaleOptions(Options& app, UpscaleOptions& options)
     app.add_flag("--no-faces", options.noFaces, "leave faces as they are");
     app.add_option("--model", options.model, "let this network do it: a super-resolution network in ONNX")
         ->type_name("FILE");
-    app.add_flag("--built-in", request.builtIn, "use the built-in filters whatever network is configured");
 }
 
 nlohmann::ordered_json asJson(const jobs::UpscaleJobResult& result)

@@ -116,7 +116,7 @@ void OutputFile::finish()
 
 std::runtime_error OutputFile::failure(int systemError, const std::string& text) const
 {
-    return std::runtime_error("writeImage: " + path.string() + ": " +
+    return std::runtime_error(path.string() + ": " +
                               (systemError != 0 ? std::generic_category().message(systemError) : text));
 }
 

@@ -135,9 +135,13 @@ void PanoramaStitcher::makeMasks()
     const std::size_t frames = std::min(compositionFrameCount(), images.size());
     const std::size_t base = images.size() - frames;
     masks.clear();
+    cv::Mat whole;
     for (std::size_t i = 0; i < images.size(); ++i) {
         if (i < base) {
-            masks.emplace_back(images[i].size(), CV_8UC1, cv::Scalar(255));
+            // Nobody writes into the masks of pictures, so that those of one size can be one.
+            if (whole.size() != images[i].size())
+                whole = cv::Mat(images[i].size(), CV_8UC1, cv::Scalar(255));
+            masks.push_back(whole);
             continue;
         }
         const _Rect<int> part = std::get<PanoramaVideoProvider>(source).getCompositionRects()[i - base];

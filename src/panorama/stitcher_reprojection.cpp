@@ -226,13 +226,17 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     const cv::Rect bounds = projectionBounds();
     const Request request{cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
                           cv::Size(size.width, size.height)};
+    cv::UMat drawn; // lives longer than the matrix that looks into it
+    cv::UMat drawnMask;
     cv::Mat picture;
     cv::Mat mask;
     cv::Rect shown;
     if (request.rect.empty() || request.size.empty() || images.empty()) {
         // Nothing to draw.
     } else if (!reprojectionNeeded()) {
-        shown = makePanoramaRaw(request.rect, request.size, picture, mask, cancel);
+        shown = makePanoramaRaw(request.rect, request.size, drawn, drawnMask, cancel);
+        picture = drawn.getMat(cv::ACCESS_READ);
+        mask = drawnMask.getMat(cv::ACCESS_READ);
     } else if (!reproject(request.rect, request.size, picture, mask, shown, cancel)) {
         return {};
     }
@@ -278,10 +282,18 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     if (part.width <= 0 || part.height <= 0)
         return true;
 
+    cv::UMat composed; // lives longer than the matrix that looks into it
+    cv::UMat composedMask;
     cv::Mat drawn;
     cv::Mat drawnMask;
-    const cv::Rect drawnRect = fastRender ? copyFromRotateImage(part, drawnSize, sphere, drawn, drawnMask)
-                                          : makePanoramaRaw(part, drawnSize, drawn, drawnMask, cancel);
+    cv::Rect drawnRect;
+    if (fastRender) {
+        drawnRect = copyFromRotateImage(part, drawnSize, sphere, drawn, drawnMask);
+    } else {
+        drawnRect = makePanoramaRaw(part, drawnSize, composed, composedMask, cancel);
+        drawn = composed.getMat(cv::ACCESS_READ);
+        drawnMask = composedMask.getMat(cv::ACCESS_READ);
+    }
     if (drawnRect.width <= 0 || drawnRect.height <= 0)
         return true;
     if (cancel())
@@ -342,14 +354,15 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     if (reprojectionNeeded())
         return makePanorama(rect, size, false, std::move(cancel));
     const cv::Rect bounds = projectionBounds();
-    cv::Mat picture;
-    cv::Mat mask;
+    cv::UMat picture;
+    cv::UMat mask;
     const cv::Rect shown =
         makePanoramaRaw(cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
                         cv::Size(outputSize.width, outputSize.height), picture, mask, std::move(cancel));
     if (shown == cv::Rect())
         return {};
-    return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
+    return {imageDataFromCVMat(picture.getMat(cv::ACCESS_READ)), ImageDataGrayFromCVMat(mask.getMat(cv::ACCESS_READ)),
+            shown};
 }
 
 } // namespace orvo

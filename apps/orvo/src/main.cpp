@@ -9,8 +9,13 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <string>
 #include <string_view>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 namespace orvo::cli {
 namespace {
@@ -86,6 +91,18 @@ int run(int argc, char** argv)
     return unknownCommand(word);
 }
 
+// Large blocks that are freed are kept for the next ones. By default they go back to the system at once, and a fifth of
+// the time of a panorama is spent on having their pages cleared again; the program ends before it could matter to
+// others.
+void keepFreedMemory()
+{
+#if defined(__GLIBC__)
+    constexpr int kLargest = std::numeric_limits<int>::max(); // bytes
+    mallopt(M_MMAP_THRESHOLD, kLargest);
+    mallopt(M_TRIM_THRESHOLD, kLargest);
+#endif
+}
+
 } // namespace
 
 int tellOutcome(const jobs::JobResult& result, const char* command)
@@ -108,6 +125,7 @@ int tellOutcome(const jobs::JobResult& result, const char* command)
 
 int main(int argc, char** argv)
 {
+    orvo::cli::keepFreedMemory();
     std::signal(SIGPIPE, SIG_IGN); // a reader that goes away shows as an error of writing, not as the program's death
     try {
         return orvo::cli::finishOutput(orvo::cli::run(argc, argv));

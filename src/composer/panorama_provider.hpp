@@ -28,6 +28,8 @@ public:
     void setLoadCallback(std::function<void(float)> callback) { progress = std::move(callback); }
     /// What the last load() has read, also where it then stopped.
     [[nodiscard]] const std::vector<cv::Mat>& getImages() const { return images; }
+    /// Lets go of them; who else holds the matrices keeps them.
+    void dropImages() { images.clear(); }
 
 protected:
     explicit PanoramaProvider(const PanoramaStitchingSettings& settings)

@@ -110,6 +110,11 @@ public:
     Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, CancelFunction cancel,
                           const _Size<int>& outputSize);
 
+    /// Says that the next picture drawn is the last one: on the CPU each source is let go of as soon as it is warped,
+    /// and what was kept for reuse goes back to the system before the blender starts. Whatever is drawn after it is
+    /// empty until pictures are registered anew.
+    void drawOnceMore();
+
     /// The pictures in use, at full size, and their cameras (focal length at the work scale). For reports and tests.
     [[nodiscard]] const std::vector<cv::Mat>& usedImages() const { return images; }
     [[nodiscard]] const std::vector<cv::Mat>& usedMasks() const { return masks; }
@@ -130,6 +135,8 @@ private:
     std::vector<cv::Mat> images;
     std::vector<cv::Mat> masks;
     std::vector<int> indices;
+    cv::Size firstSize; // of images[0], which sets the seam scale
+    bool isLastDrawing = false;
     float workScale = -1.0f;
     float warpedImageScale = 1.0f;
     std::vector<cv::detail::CameraParams> cameras;

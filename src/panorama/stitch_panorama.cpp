@@ -259,6 +259,7 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
     PlanePart part{content, {limited.width, limited.height}};
     if (output.maxSize > 0)
         part.size = scaledTo(part.size, std::max(output.maxSize, kSmallestSide));
+    stitcher.drawOnceMore();
     const Panorama drawn = stitcher.makePanorama(part.rect, part.size, cancel, part.size);
     if (!drawn.image || !drawn.mask || drawn.roi.empty() || cancel())
         return {};

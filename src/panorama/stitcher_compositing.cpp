@@ -3,8 +3,10 @@
 #include "panorama/fit_masks.hpp"
 #include "panorama/panorama_stitcher.hpp"
 
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_logger/logstream.hpp>
 
+#include <opencv2/core/ocl.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching/detail/blenders.hpp>
 #include <opencv2/stitching/detail/util.hpp>
@@ -75,6 +77,8 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
     const auto atSeamScale = [scale](double sphereUnits) {
         return static_cast<int>(static_cast<int>(sphereUnits) * scale);
     };
+    // If a device fails, the CPU starts again from the sources.
+    const bool letGo = isLastDrawing && !cv::ocl::useOpenCL();
     for (std::size_t i = 0; i < images.size(); ++i) {
         if (cancel())
             return false;
@@ -87,6 +91,10 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         cv::Mat radius;
         const cv::_OutputArray radiusIfRead = useDevignette ? cv::_OutputArray(radius) : cv::_OutputArray();
         const cv::Rect roi = warper->warp(images[i], masks[i], picture, mask, radiusIfRead, rect, size, k, r);
+        if (letGo) {
+            images[i].release();
+            masks[i].release();
+        }
         if (roi.empty())
             continue;
         parts.entries.push_back(entry->second);
@@ -106,6 +114,8 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
             seam = seamMasks[j].getMat(cv::ACCESS_READ)(shown - corners[j]);
         parts.seams.push_back(seam);
     }
+    if (letGo)
+        MemoryManager::instance().trim(); // the planes that are kept for reuse are the sources
     return true;
 }
 

@@ -179,6 +179,8 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
     for (const int index : indices)
         kept.push_back(images[static_cast<std::size_t>(index)]);
     images = std::move(kept);
+    firstSize = images.empty() ? cv::Size() : images[0].size();
+    isLastDrawing = false;
     makeMasks();
     if (images.size() < 2)
         return false;
@@ -313,6 +315,12 @@ void PanoramaStitcher::resetView()
     fastRender = false;
     rotateImageDirty = true;
     prepareRotateImage();
+}
+
+void PanoramaStitcher::drawOnceMore()
+{
+    isLastDrawing = true;
+    std::visit([](auto& provider) { provider.dropImages(); }, source);
 }
 
 bool PanoramaStitcher::reprojectionNeeded() const

@@ -55,7 +55,7 @@ double PanoramaStitcher::seamScale() const
 {
     if (images.empty())
         return 1.0;
-    return std::min(1.0, std::sqrt(kSeamPixels / (1.0 * images[0].rows * images[0].cols)));
+    return std::min(1.0, std::sqrt(kSeamPixels / (1.0 * firstSize.height * firstSize.width)));
 }
 
 std::pair<cv::Mat, cv::Mat> PanoramaStitcher::fullSizeCamera(std::size_t index) const

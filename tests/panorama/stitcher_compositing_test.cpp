@@ -330,6 +330,20 @@ TEST_F(StitcherCompositing, TellsThatTheCpuDoesTheWork)
     EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre("Trying to make panorama on CPU"));
 }
 
+TEST_F(StitcherCompositing, LastDrawingIsLikeAnyOtherAndLetsGoOfTheSources)
+{
+    registerViews();
+    const Raw usual = draw(content(), {400, 160});
+    stitcher->drawOnceMore();
+    const Raw last = draw(content(), {400, 160});
+    EXPECT_EQ(last.shown, usual.shown);
+    EXPECT_TRUE(sameBytes(last.picture, usual.picture));
+    EXPECT_TRUE(sameBytes(last.mask, usual.mask));
+    for (const cv::Mat& image : stitcher->usedImages())
+        EXPECT_TRUE(image.empty());
+    EXPECT_TRUE(draw(content(), {400, 160}).shown.empty());
+}
+
 TEST(BlockGains, OnlyCompensatorsOfBlocksHaveThem)
 {
     using namespace cv::detail;

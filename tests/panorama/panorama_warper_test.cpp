@@ -312,6 +312,22 @@ TEST(Warp, RefusesBadInputs)
     EXPECT_TRUE(dst.empty() && mask.empty() && radius.empty());
 }
 
+TEST(Warp, MeasuresNoRadiusWhereNobodyReadsIt)
+{
+    const auto warper = makeWarper(kFocal, 2);
+    const cv::Rect bounds = warper->outputBounds();
+    cv::Mat dst;
+    cv::Mat mask;
+    cv::Mat radius;
+    cv::Mat alone;
+    const cv::Rect both =
+        warper->warp(gradients(), cv::noArray(), dst, mask, radius, bounds, bounds.size(), camera(), eye());
+    EXPECT_EQ(
+        warper->warp(gradients(), cv::noArray(), alone, mask, cv::noArray(), bounds, bounds.size(), camera(), eye()),
+        both);
+    EXPECT_EQ(cv::norm(alone, dst, cv::NORM_INF), 0.0);
+}
+
 TEST(Warp, ShowsTheImageWhereTheMapsSay)
 {
     for (const int number : kNumbers) {

@@ -23,8 +23,8 @@ namespace orvo {
                                                                 const BracketSettings::FocusStacking& settings);
 
 /// The frames as loaded, in the order of the paths, each with a line of text in its pixels that names its place:
-/// "align result, image 1 out of 7". In spite of its name nothing is aligned, deghosted or cropped, and raw files are not
-/// developed; `settings` change no pixel.
+/// "align result, image 1 out of 7". In spite of its name nothing is aligned, deghosted or cropped, and raw files are
+/// not developed; `settings` change no pixel.
 ///
 /// Result: pictures in melissaRGB(), each of its own size and with the metadata of its file; none for no path. A file
 /// that cannot be opened is told in the log. If all files are raw it drops out and is not counted, so the result is

@@ -16,10 +16,10 @@ namespace orvo {
 ///
 /// `state` and `statePath` say how the document is to be opened; default constructed ones open the file plainly.
 /// Result: the picture in melissaRGB(); empty on failure. A file that is no picture gives an empty result without a log
-/// line. Of a picture that cannot be decoded, or settings or a network that cannot be used, the reader's or upscaleX()'s
-/// line tells why; what an exception says is logged as "Error in upscaleAI: ...". Blocks the calling thread; cannot be
-/// cancelled, except that opening stops where `state.canceled` says so. Peak: as upscaleX(), and, if faces are
-/// sharpened, the result twice.
+/// line. Of a picture that cannot be decoded, or settings or a network that cannot be used, the reader's or
+/// upscaleX()'s line tells why; what an exception says is logged as "Error in upscaleAI: ...". Blocks the calling
+/// thread; cannot be cancelled, except that opening stops where `state.canceled` says so. Peak: as upscaleX(), and, if
+/// faces are sharpened, the result twice.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> upscaleAI(const std::filesystem::path& source,
                                                            const UpscaleAISettings& settings, StateSettings state,
                                                            std::filesystem::path statePath);

@@ -12,9 +12,7 @@ namespace {
 void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
                    const ImageWriteSettings& settings)
 {
-    const auto refuse = [&](const std::string& text) {
-        throw std::invalid_argument(path.string() + ": " + text);
-    };
+    const auto refuse = [&](const std::string& text) { throw std::invalid_argument(path.string() + ": " + text); };
     if (picture.width() < 1 || picture.height() < 1)
         refuse("the picture is empty");
     const int bits = settings.bits;
@@ -69,7 +67,8 @@ ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path)
     } else if (ending == ".exr") {
         settings.format = ImageFileFormat::Exr;
     } else {
-        throw std::invalid_argument(path.string() + ": expected a name that ends in .jpg, .jpeg, .png, .tif, .tiff or .exr");
+        throw std::invalid_argument(path.string() +
+                                    ": expected a name that ends in .jpg, .jpeg, .png, .tif, .tiff or .exr");
     }
     return settings;
 }

@@ -1,6 +1,6 @@
 // OpenCV's own stitching of the same files, read and written by the same code:
 // bench_opencv_stitcher OUT FRAMES...
-#include "bench_pictures.hpp"
+#include "bench_opencv.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_writer.hpp>
@@ -16,15 +16,8 @@
 
 namespace {
 
+using orvo::bench::load8;
 using orvo::bench::Picture;
-
-cv::Mat load8(const char* path)
-{
-    const auto pixels = orvo::bench::loadInSRGB(path);
-    cv::Mat mat;
-    cv::Mat(pixels->height(), pixels->width(), CV_32FC3, pixels->data()).convertTo(mat, CV_8UC3, 255.0);
-    return mat;
-}
 
 void write8(const char* path, const cv::Mat& mat)
 {

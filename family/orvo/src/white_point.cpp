@@ -1,5 +1,7 @@
 #include "white_point.hpp"
 
+#include <orvo_core/planckian_locus.hpp>
+
 #include <algorithm>
 #include <cmath>
 
@@ -10,7 +12,7 @@ using Vector = std::array<double, 3>;
 using Square = std::array<Vector, 3>;
 
 constexpr double kTintUnit = 3000.0;
-// Where Krystek's formula holds, and where no photograph goes beyond.
+// Where the temperature means something, and where no photograph goes beyond.
 constexpr double kLowestTemperature = 1000.0;
 constexpr double kHighestTemperature = 50000.0;
 constexpr double kLargestTint = 150.0;
@@ -55,21 +57,13 @@ Square inverse(const Square& m)
     return out;
 }
 
-// The Planckian locus in CIE 1960 u, v (Krystek 1985).
-std::array<double, 2> locus(double t)
-{
-    return {
-        (0.860117757 + 1.54118254e-4 * t + 1.28641212e-7 * t * t) / (1.0 + 8.42420235e-4 * t + 7.08145163e-7 * t * t),
-        (0.317398726 + 4.22806245e-5 * t + 4.20481691e-8 * t * t) / (1.0 - 2.89741816e-5 * t + 1.61456053e-7 * t * t)};
-}
-
 // XYZ, with Y = 1, of a white: off the locus at right angles to it, downwards for magenta.
 Vector xyzOf(const WhitePoint& white)
 {
     const double t = std::clamp(static_cast<double>(white.temperature), kLowestTemperature, kHighestTemperature);
     const double tint = std::clamp(static_cast<double>(white.tint), -kLargestTint, kLargestTint);
-    const auto at = locus(t);
-    const auto beside = locus(t * 1.001);
+    const auto at = planckianLocus(t);
+    const auto beside = planckianLocus(t * 1.001);
     const double du = beside[0] - at[0];
     const double dv = beside[1] - at[1];
     const double length = std::hypot(du, dv);

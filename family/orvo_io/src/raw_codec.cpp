@@ -2,6 +2,7 @@
 #include "codecs.hpp"
 
 #include <orvo_core/parallel.hpp>
+#include <orvo_core/planckian_locus.hpp>
 
 #include <libraw/libraw.h>
 #include <tbb/task_arena.h>
@@ -124,11 +125,7 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
     const double kelvin = 449.0 * n * n * n + 3525.0 * n * n + 6823.3 * n + 5520.33;
     if (!(kelvin > 1000.0 && kelvin < 50000.0))
         return;
-    const double t = kelvin;
-    const double u0 =
-        (0.860117757 + 1.54118254e-4 * t + 1.28641212e-7 * t * t) / (1.0 + 8.42420235e-4 * t + 7.08145163e-7 * t * t);
-    const double v0 =
-        (0.317398726 + 4.22806245e-5 * t + 4.20481691e-8 * t * t) / (1.0 - 2.89741816e-5 * t + 1.61456053e-7 * t * t);
+    const auto [u0, v0] = planckianLocus(kelvin);
     const double scale = -2.0 * x + 12.0 * y + 3.0;
     const double du = 4.0 * x / scale - u0;
     const double dv = 6.0 * y / scale - v0;

@@ -23,3 +23,12 @@ row() {
   read -r seconds megabytes _ < <(measure "$@")
   echo "| $name | $seconds | $megabytes |"
 }
+
+# need SCRIPT PROGRAM...: ends the script unless all programs are there.
+need() {
+  local script=$1 program
+  shift
+  for program in "$@"; do
+    command -v "$program" >/dev/null || { echo "$script: $program is missing; see --help" >&2; exit 1; }
+  done
+}

@@ -19,12 +19,9 @@ bin=${ORVO_BIN:-$root/build/release/bin}
 mode=${1:-}
 work=${2:-$root/build/bench}
 case $mode in speed|quality) ;; --help|-h) usage; exit 0 ;; *) usage >&2; exit 2 ;; esac
-for program in "$bin/orvo" "$bin/bench_score" enfuse; do
-  command -v "$program" >/dev/null || { echo "bench_merge: $program is missing; see --help" >&2; exit 1; }
-done
-mkdir -p "$work"
-
 . "$root/scripts/bench_measure.sh"
+need bench_merge "$bin/orvo" "$bin/bench_score" enfuse
+mkdir -p "$work"
 
 speed() {
   for count in 3 5; do

@@ -18,12 +18,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 bin=${ORVO_BIN:-$root/build/release/bin}
 case ${1:-} in --help|-h) usage; exit 0 ;; -*) usage >&2; exit 2 ;; esac
 work=${1:-$root/build/bench}
-for program in "$bin/orvo" "$bin/bench_render_pano" "$bin/bench_opencv_stitcher" pto_gen nona enblend exiftool; do
-  command -v "$program" >/dev/null || { echo "bench_pano: $program is missing; see --help" >&2; exit 1; }
-done
+. "$root/scripts/bench_measure.sh"
+need bench_pano "$bin/orvo" "$bin/bench_render_pano" "$bin/bench_opencv_stitcher" pto_gen nona enblend exiftool
 folder=$work/pano_8
 mkdir -p "$work"
-. "$root/scripts/bench_measure.sh"
 
 # Hugin's way from pictures to a panorama as its manual gives it for scripts.
 hugin_chain() {

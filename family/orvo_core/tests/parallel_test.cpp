@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -14,15 +15,20 @@ using namespace orvo;
 
 namespace {
 
-// The threads that a loop ran on. Each row waits a little, so that one thread cannot take all before others wake.
-std::size_t threadsOfALoop()
+// The threads that a loop ran on. Its rows wait until `wanted` of them have come, so that one thread cannot take all rows
+// before others wake; not for ever, as they may never come.
+std::size_t threadsOfALoop(std::size_t wanted)
 {
+    constexpr std::chrono::seconds kPatience(20);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     std::mutex mutex;
+    std::condition_variable came;
     std::set<std::thread::id> threads;
     forEachRow(200, [&](int) {
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-        const std::lock_guard lock(mutex);
+        std::unique_lock lock(mutex);
         threads.insert(std::this_thread::get_id());
+        came.notify_all();
+        came.wait_until(lock, end, [&] { return threads.size() >= wanted; });
     });
     return threads.size();
 }
@@ -33,16 +39,16 @@ TEST(WorkerLimit, HoldsWhileItLives)
 {
     {
         const WorkerLimit limit(1);
-        EXPECT_EQ(threadsOfALoop(), 1u);
+        EXPECT_EQ(threadsOfALoop(1), 1u);
         {
             const WorkerLimit looser(4); // the strictest one holds
-            EXPECT_EQ(threadsOfALoop(), 1u);
+            EXPECT_EQ(threadsOfALoop(1), 1u);
         }
         const WorkerLimit none(0);
-        EXPECT_EQ(threadsOfALoop(), 1u);
+        EXPECT_EQ(threadsOfALoop(1), 1u);
     }
     if (std::thread::hardware_concurrency() > 1) {
-        EXPECT_GT(threadsOfALoop(), 1u);
+        EXPECT_GT(threadsOfALoop(2), 1u);
     }
 }
 

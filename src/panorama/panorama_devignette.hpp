@@ -36,8 +36,13 @@ struct devignette_t
 
     /// Finds k1, k2, k3, each 0..5, under which the pairs of encoded colours (1.0 full scale), seen at these radii,
     /// agree best once corrected: the mean of their squared differences by coordinate descent, with bisection for each
-    /// coefficient. Starts from the values that stand here. Without pairs all end within 0.001 of 0. All four lists are
-    /// of one length. Leaves `fitted` as it is. Peak: fourteen floats a pair.
+    /// coefficient, fifty rounds at most. Starts from the values that stand here. Without pairs all end within 0.001
+    /// of 0. All four lists are of one length. Leaves `fitted` as it is. Peak: fourteen floats a pair.
+    ///
+    /// How near it comes depends on the radii that meet. Views of 50 degrees in a row, a vignette of 0.4, 0.2, 0.1: the
+    /// gain is within 1 percent of the truth at an overlap of two thirds, 2.5 at a half, 7 at two fifths, 15 at a third
+    /// and 22 at a fifth. With less overlap the descent puts all into `k1`, under which the views agree at their
+    /// joints; a finer tolerance and more rounds do not help where the overlap is a fifth.
     void fit(const std::vector<PixelRGB<float>>& colorsA, const std::vector<PixelRGB<float>>& colorsB,
              const std::vector<float>& radiiA, const std::vector<float>& radiiB);
 };

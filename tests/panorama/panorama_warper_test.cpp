@@ -2,6 +2,7 @@
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_logger/log_capture.hpp>
 
 #include <gtest/gtest.h>
 #include <opencv2/calib3d.hpp>
@@ -199,6 +200,49 @@ TEST(DetectResultRoi, IsTheSpanOfTheGrid)
     EXPECT_EQ(warper->detectResultRoi({1, 1}, rect, {500, 400}), cv::Rect(50, 50, 1, 1));
 }
 
+TEST(DetectResultRoi, AgreesWithItsDefinition)
+{
+    const auto slowRoi = [](const PanoramaWarper& warper, cv::Size src, cv::Rect rect, cv::Size size) {
+        const auto step = [](int length) { return static_cast<int>(std::ceil((length - 1) / 99.0)); };
+        float left = 1e9f, top = 1e9f, right = -1e9f, bottom = -1e9f;
+        for (int j = 0; j < 100; ++j) {
+            for (int i = 0; i < 100; ++i) {
+                float u = 0, v = 0;
+                warper.mapImageToPlane(static_cast<float>(std::min(i * step(src.width), src.width - 1)),
+                                       static_cast<float>(std::min(j * step(src.height), src.height - 1)), u, v);
+                u = (u - static_cast<float>(rect.x)) * static_cast<float>(size.width) / static_cast<float>(rect.width);
+                v = (v - static_cast<float>(rect.y)) * static_cast<float>(size.height) /
+                    static_cast<float>(rect.height);
+                left = std::min(left, u), right = std::max(right, u);
+                top = std::min(top, v), bottom = std::max(bottom, v);
+            }
+        }
+        const cv::Point first(static_cast<int>(left), static_cast<int>(top));
+        return cv::Rect(first.x, first.y, static_cast<int>(right) - first.x + 1,
+                        static_cast<int>(bottom) - first.y + 1) &
+               cv::Rect(cv::Point(), size);
+    };
+    for (const int number : kNumbers) {
+        for (const cv::Size src : {kImage, cv::Size(991, 1502), cv::Size(100, 101), cv::Size(37, 2)}) {
+            const auto warper = makeWarper(300.0f, number);
+            warper->setCameraParams(camera(kFocal, src), rotation(0.15f, -0.3f, 0.2f));
+            const cv::Rect rect = number == 4 ? cv::Rect(-900, -900, 1800, 1800) : warper->outputBounds();
+            for (const cv::Size size : {rect.size(), cv::Size(333, 222)})
+                EXPECT_EQ(warper->detectResultRoi(src, rect, size), slowRoi(*warper, src, rect, size))
+                    << number << ", " << src;
+        }
+    }
+}
+
+TEST(DetectResultRoi, TruncatesTowardZero)
+{
+    // The image ends at u = 199, half a pixel before a drawing that begins at 200: truncated, that is its column 0.
+    const auto warper = makeWarper(kExact, 0);
+    warper->setCameraParams(camera(kExact), eye());
+    EXPECT_EQ(warper->detectResultRoi(kImage, {200, -200, 500, 400}, {250, 200}), cv::Rect(0, 25, 1, 150));
+    EXPECT_EQ(warper->detectResultRoi(kImage, {201, -200, 500, 400}, {250, 200}), cv::Rect()) << "a whole pixel";
+}
+
 TEST(DetectResultRoi, IsCutToTheDrawing)
 {
     const auto warper = makeWarper(kExact, 0);
@@ -301,6 +345,7 @@ TEST(Warp, RefusesBadInputs)
     const auto warper = makeWarper(kFocal, 2);
     const cv::Rect bounds = warper->outputBounds();
     cv::Mat dst, mask, radius;
+    const LogCapture log;
     EXPECT_EQ(warper->warp(cv::Mat(), cv::noArray(), dst, mask, radius, bounds, bounds.size(), camera(), eye()),
               cv::Rect());
     EXPECT_EQ(warper->warp(gradients(), cv::Mat(300, 399, CV_8UC1), dst, mask, radius, bounds, bounds.size(), camera(),
@@ -310,6 +355,7 @@ TEST(Warp, RefusesBadInputs)
         warper->warp(gradients(), cv::noArray(), dst, mask, radius, {5000, 5000, 10, 10}, {10, 10}, camera(), eye()),
         cv::Rect());
     EXPECT_TRUE(dst.empty() && mask.empty() && radius.empty());
+    EXPECT_TRUE(log.lines().empty()) << "a refusal is nothing to be told";
 }
 
 TEST(Warp, MeasuresNoRadiusWhereNobodyReadsIt)

@@ -22,13 +22,12 @@ void applyChromaticAbberationsCorrection(PicturePointer& image)
 void LensCorrectionUnit::applyAndDismissRawCA(PicturePointer& image, const std::shared_ptr<const ImageMetadata>&,
                                               const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic)
 {
-    if (!rawMetadata)
+    if (!rawMetadata || !chromatic)
         return;
     rawMetadata->wait();
     if (!rawMetadata->hasPendingChromaticAberration())
         return;
-    if (chromatic)
-        applyChromaticAbberationsCorrection(image);
+    applyChromaticAbberationsCorrection(image);
     rawMetadata->dismissChromaticAberration();
 }
 

@@ -18,6 +18,9 @@ constexpr int kKeptRows = 2 * kReach;
 constexpr float kPush = 1.2f; // of the distance to the mean; judged by eye, twice as much turns leaves into flakes
 // Values around that differ by so much are half treated: above grain and fine texture, below the edges of things.
 constexpr float kVisible = 0.15f;
+// Noise alone spans so many of its deviations in 5 x 5 samples of an enlarged picture at most: 999 of 1000 places have
+// less than 6.2 to 6.6, by Catmull-Rom and by the filters alike.
+constexpr float kNoiseSpan = 7.0f;
 constexpr int kChannels = 3;
 
 ORVO_INLINE float binomial(float a, float b, float c, float d, float e)
@@ -55,8 +58,8 @@ ORVO_VECTOR_CLONES void gatherDown(const float* const* rows, float* __restrict l
 
 // The same across, and the step itself. The rows begin kReach pixels before the picture.
 ORVO_VECTOR_CLONES void pushAcross(const float* __restrict middle, const float* __restrict low,
-                                   const float* __restrict high, const float* __restrict mean, float* __restrict out,
-                                   int count)
+                                   const float* __restrict high, const float* __restrict mean,
+                                   const float* __restrict noise, float* __restrict out, int count)
 {
     constexpr int kOne = kChannels;
     constexpr int kTwo = 2 * kOne;
@@ -69,7 +72,9 @@ ORVO_VECTOR_CLONES void pushAcross(const float* __restrict middle, const float* 
         const float top = greatest(h[-kTwo], h[-kOne], h[0], h[kOne], h[kTwo]);
         const float around = binomial(m[-kFour], m[-kTwo], m[0], m[kTwo], m[kFour]);
         const float range = top - bottom;
-        const float weight = kPush * range * range / (range * range + kVisible * kVisible);
+        const float noiseSpan = kNoiseSpan * noise[i];
+        const float seen = std::max(range * range - noiseSpan * noiseSpan, 0.0f);
+        const float weight = kPush * seen / (seen + kVisible * kVisible);
         const float v = middle[i + kReach * kChannels];
         out[i] = std::min(std::max(v + weight * (v - around), bottom), top);
     }
@@ -85,7 +90,7 @@ void padRow(const PixelRGB<float>* row, int width, PixelRGB<float>* padded)
 
 } // namespace
 
-bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const std::atomic<bool>* cancel)
+bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, const std::atomic<bool>* cancel)
 {
     const int width = picture.width();
     const int height = picture.height();
@@ -117,6 +122,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const std::atomic<bool>*
         const std::size_t paddedSize = rowSize + 2 * kReach;
         const ManagedPlane<PixelRGB<float>> before(static_cast<std::size_t>(rows + kKeptRows) * paddedSize);
         const ManagedPlane<PixelRGB<float>> gathered(3 * paddedSize);
+        const ManagedPlane<PixelRGB<float>> deviations(rowSize);
         const auto beforeRow = [&](int y) { return before.data() + static_cast<std::size_t>(y + kReach) * paddedSize; };
         for (int i = 0; i < kReach; ++i) {
             padRow(keptRow(band, i), width, beforeRow(i - kReach));
@@ -132,8 +138,9 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const std::atomic<bool>*
             for (int i = 0; i < kRows; ++i)
                 around[i] = reinterpret_cast<const float*>(beforeRow(y + i - kReach));
             gatherDown(around, low, high, mean, static_cast<int>(kChannels * paddedSize));
-            pushAcross(around[kReach], low, high, mean, reinterpret_cast<float*>(picture.row(first + y)),
-                       kChannels * width);
+            noise.row(first + y, width, deviations.data());
+            pushAcross(around[kReach], low, high, mean, reinterpret_cast<const float*>(deviations.data()),
+                       reinterpret_cast<float*>(picture.row(first + y)), kChannels * width);
         }
     });
     return !stopped;

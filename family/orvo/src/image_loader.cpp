@@ -139,7 +139,7 @@ void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::i
 
 std::shared_ptr<const _ImageData<PixelRGB<float>>> open(const std::vector<unsigned char>& bytes,
                                                         const StateSettings& state, const std::filesystem::path&)
-{
+try {
     const Document document = Registry::instance().find(bytes);
     if (!document.metadata || canceled(state))
         return nullptr;
@@ -153,6 +153,9 @@ std::shared_ptr<const _ImageData<PixelRGB<float>>> open(const std::vector<unsign
     if (document.metadata->isRaw)
         developRaw(picture, *image, state);
     return canceled(state) ? nullptr : picture;
+} catch (...) {
+    ImageLoader::dispose(bytes);
+    throw;
 }
 
 std::shared_ptr<ImageMetadata> copyMetadata(const std::vector<unsigned char>& bytes)

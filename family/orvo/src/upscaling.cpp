@@ -3,6 +3,7 @@
 #include "learned_filters.hpp"
 #include "network_upscaler.hpp"
 #include "noise_level.hpp"
+#include "noise_map.hpp"
 #include "upscale_cache.hpp"
 
 #include <orvo/upscaling.hpp>
@@ -140,6 +141,18 @@ std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::N
     return details::doubleByFilters(source, bank, *target, cancel) ? target : nullptr;
 }
 
+// Steepens the edges of `result`, `total` times the size of `image` and made of `smooth`, which is the same picture or
+// a smoothed one. Noise alone comes out of it no stronger than Catmull-Rom leaves it. False on cancel.
+bool crispened(const Picture& image, const Picture& smooth, int total, Picture& result, const std::atomic<bool>* cancel)
+{
+    details::NoiseMap noise(image);
+    noise.measure(result, total);
+    if (const auto mask = noise.calmingMask())
+        if (!details::blendWithCubic(smooth, *mask, total, result, cancel))
+            return false;
+    return details::steepenEdges(result, noise, cancel);
+}
+
 std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
                                   const _ImageData<float>* mask, const std::atomic<bool>* cancel,
                                   const std::optional<ConfiguredNetwork>& configured)
@@ -155,6 +168,7 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
     float noise = details::noiseLevel(*image);
     if (settings.denoise > 0)
         source = smoothed(*image, settings.denoise, noise);
+    std::shared_ptr<const Picture> smooth = settings.crisp ? source : nullptr; // needed once more at the end
     std::shared_ptr<Picture> result;
     for (int pass = 0; pass < settings.passes; ++pass) {
         result = enlarged(*source, noise, network.get(), cancel);
@@ -165,8 +179,9 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
     }
     source.reset();
     network.reset();
-    if (settings.crisp && !details::steepenEdges(*result, cancel))
+    if (settings.crisp && !crispened(*image, *smooth, total, *result, cancel))
         return nullptr;
+    smooth.reset();
     if (mask != nullptr && !details::blendWithCubic(*image, *mask, total, *result, cancel))
         return nullptr;
     return canceled(cancel) ? nullptr : result;

@@ -157,16 +157,18 @@ TEST(RawChromaticAberration, IsCorrectedOnceAndDismissed)
     EXPECT_TRUE(test::bytesEqual(*again, *original));
 }
 
-TEST(RawChromaticAberration, IsDismissedUncorrectedWhenNotAskedFor)
+TEST(RawChromaticAberration, StaysToBeCorrectedWhenNotAskedFor)
 {
     const PicturePointer original = aberrated({0.0008, 0.0}, {-0.0007, 0.0});
     const auto raw = std::make_shared<orvo::AdditionalRawMetadataSync>();
     PicturePointer picture = test::copyOf(original);
     orvo::LensCorrectionUnit::applyAndDismissRawCA(picture, nullptr, raw, false);
     EXPECT_TRUE(test::bytesEqual(*picture, *original));
-    EXPECT_FALSE(raw->hasPendingChromaticAberration());
+    EXPECT_TRUE(raw->hasPendingChromaticAberration());
     orvo::LensCorrectionUnit::applyAndDismissRawCA(picture, nullptr, nullptr, true);
     EXPECT_TRUE(test::bytesEqual(*picture, *original));
+    orvo::LensCorrectionUnit::applyAndDismissRawCA(picture, nullptr, raw, true);
+    EXPECT_FALSE(test::bytesEqual(*picture, *original)) << "asked for later";
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <stdexcept>
 
 namespace {
 
@@ -174,6 +175,16 @@ TEST_F(DocumentLoading, StopsWhenTold)
     state.canceled = [] { return false; };
     EXPECT_TRUE(orvo::open(bytes, state, {}));
     ImageLoader::dispose(bytes);
+}
+
+TEST_F(DocumentLoading, IsForgottenWhereOpeningThrows)
+{
+    const auto bytes = ImageLoader::load(tiff("picture.tif", 10));
+    StateSettings state;
+    state.canceled = []() -> bool { throw std::runtime_error("no answer"); };
+    EXPECT_THROW((void)orvo::open(bytes, state, {}), std::runtime_error);
+    EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>());
+    EXPECT_FALSE(copyMetadata(bytes));
 }
 
 TEST_F(DocumentLoading, ServesManyThreads)

@@ -268,6 +268,63 @@ TEST(Upscaling, CrispSteepensEdgesWithoutOvershoot)
     EXPECT_LE(range(*result).second, range(*plain).second);
 }
 
+TEST(Upscaling, CrispLeavesNoiseNoStrongerThanCubic)
+{
+    for (const float sigma : {0.004f, 0.02f, 0.05f, 0.1f, 0.2f})
+        for (const bool coloured : {true, false}) {
+            auto picture = normalNoise({224, 192}, 0.5f, sigma, 3);
+            if (!coloured)
+                for (std::size_t i = 0; i < picture->pixelCount(); ++i)
+                    picture->data()[i].g = picture->data()[i].b = picture->data()[i].r;
+            for (const int passes : {1, 2, 3})
+                for (const int denoise : {0, 1}) {
+                    UpscaleAISettings settings;
+                    settings.passes = passes;
+                    settings.denoise = denoise;
+                    settings.crisp = true;
+                    EXPECT_LT(deviation(*upscaled(picture, settings)), 1.005 * deviation(*cubic(*picture, 1 << passes)))
+                        << sigma << ", coloured " << coloured << ", passes " << passes << ", denoise " << denoise;
+                }
+        }
+}
+
+TEST(Upscaling, CrispTellsNoiseFromEdgesPlaceByPlace)
+{
+    // A soft edge in the left third, strong noise in the right third, nothing between.
+    std::mt19937 random(7);
+    std::normal_distribution<float> values(0.0f, 0.1f);
+    const auto soft = [](double x, double) { return 0.5 + 0.3 * std::tanh((x - 48.0) / 2.0); };
+    const auto picture = gray({288, 96}, [&](double x, double y) {
+        return x < 192.0 ? soft(x, y) : 0.8 + static_cast<double>(values(random));
+    });
+    UpscaleAISettings crisp;
+    crisp.crisp = true;
+    const auto result = upscaled(picture, crisp);
+    const orvo::_Rect<int> noisy(416, 32, 128, 128);
+    EXPECT_LT(deviation(*result->copy(noisy)), 1.005 * deviation(*cubic(*picture, 2)->copy(noisy)));
+    const orvo::_Rect<int> edge(0, 0, 192, 192);
+    const auto alone = upscaled(gray({288, 96}, soft), crisp);
+    EXPECT_LT(test::largestChange(*result->copy(edge), *alone->copy(edge)), 0.01f) << "as crisp as without the noise";
+}
+
+TEST(Upscaling, CrispSteepensEdgesInNoiseToo)
+{
+    std::mt19937 random(7);
+    std::normal_distribution<float> values(0.0f, 0.02f);
+    const auto picture = gray({192, 128}, [&](double x, double) {
+        return 0.5 + 0.3 * std::tanh((x - 96.0) / 2.0) + static_cast<double>(values(random));
+    });
+    UpscaleAISettings crisp;
+    crisp.crisp = true;
+    const auto meanSlope = [](const Picture& p) {
+        double sum = 0.0;
+        for (int y = 32; y < p.height() - 32; ++y)
+            sum += static_cast<double>(p.row(y)[194].g - p.row(y)[189].g);
+        return sum;
+    };
+    EXPECT_GT(meanSlope(*upscaled(picture, crisp)), 1.1 * meanSlope(*upscaled(picture)));
+}
+
 TEST(Upscaling, DenoiseSmoothsMoreAndMoreAndKeepsEdges)
 {
     std::mt19937 random(11);

@@ -38,7 +38,8 @@ public:
 
 /// The picture in melissaRGB(), upright, raw files developed with the tone that the raw reader suggests. Empty if the
 /// bytes name none, if `state` says stop, or if the file cannot be decoded; in the last case ImageReader logs why, and
-/// the bytes are disposed of, since nothing can be done with them any more. `state.presets` and the file `statePath` go
+/// the bytes are disposed of, since nothing can be done with them any more; they are, too, where it throws, which what
+/// `state.canceled` throws and a lack of memory do. `state.presets` and the file `statePath` go
 /// to documents that have presets; a picture file has none. Any thread; the same document may be opened from several.
 /// Peak: as ImageReader::open().
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<const _ImageData<PixelRGB<float>>>

@@ -24,9 +24,10 @@ ORVO_EXPORT void applyChromaticAbberationsCorrection(PicturePointer& image);
 
 struct ORVO_EXPORT LensCorrectionUnit
 {
-    /// Corrects the lateral chromatic aberration of a picture made from a raw file if `chromatic` asks for it, and in
-    /// any case marks it as dealt with in `rawMetadata`, so that it is not corrected twice. Does nothing if it is
-    /// marked already, or if there is no `rawMetadata`. `metadata` is not needed: the fit is the picture's own.
+    /// Corrects the lateral chromatic aberration of a picture made from a raw file, and marks it as dealt with in
+    /// `rawMetadata`, so that it is not corrected twice. Does nothing unless `chromatic` asks for it, so that frames
+    /// developed without it can be corrected once they are merged; nor if it is marked already, or if there is no
+    /// `rawMetadata`. `metadata` is not needed: the fit is the picture's own.
     static void applyAndDismissRawCA(PicturePointer& image, const std::shared_ptr<const ImageMetadata>& metadata,
                                      const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic);
 };

@@ -48,8 +48,10 @@ struct ORVO_EXPORT mlCacheInfo
 ///
 /// Built in are filters learned from photographs, which double the picture (scripts/train_upscaler/train.py tells the
 /// method). The noise of the picture is measured and filters are taken that were learned with as much, so noise of a
-/// deviation of 0.01 to 0.05 comes out weaker than from cubic interpolation, stronger noise within 5 percent of it, and
-/// weaker noise about as it went in. `crisp` steepens strong noise too: smooth it first (`denoise`).
+/// deviation of 0.01 to 0.05 comes out weaker than from cubic interpolation, weaker and stronger noise about as it went
+/// in, which is up to a third more than cubic interpolation leaves. `crisp` is for edges: places that show nothing but
+/// noise come out of it no noisier than from cubic interpolation (within half a percent, for white noise), and what
+/// differs from its surroundings by no more than noise is not steepened.
 ///
 /// A network takes their place where the settings store (orvosettings()) names one:
 ///   "Upscale.model"    text; path of a super-resolution network in ONNX of 3 channels (red, green, blue) or 1 (luma,
@@ -71,8 +73,9 @@ struct ORVO_EXPORT mlCacheInfo
 ///
 /// Blocks its caller; any thread, parallel inside; the same bits for any number of threads. Peak: the picture and the
 /// result, plus less than a megabyte for each thread; `denoise` has four pictures of the size of `image` at its height,
-/// before the result is made; `crisp` keeps another eighth of the result; every pass after the first holds the
-/// result of the one before. A network needs its own memory for a tile of about 160 x 160. Throws std::bad_alloc.
+/// before the result is made; `crisp` keeps another eighth of the result, and what was enlarged; every pass after the
+/// first holds the result of the one before. A network needs its own memory for a tile of about 160 x 160. Throws
+/// std::bad_alloc.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,
          const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,

@@ -283,9 +283,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
 
     const bool allRaw = areAllRaw(paths);
     std::vector<HDRFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, allRaw);
-    // First of all, since a cancelled load gives no frames, and who cancelled need not be told that some are missing.
-    if (settings.canceled())
-        return {};
+    // A cancelled load gives no frames, so that it ends here too.
     if (frames.size() != paths.size()) {
         std::cerr << functionSignature() << " make_EFLL: not all images were loaded" << std::endl;
         return {};

@@ -340,8 +340,14 @@ TEST_F(MakeHdr, WhiteBalanceAndDetailsAtZeroAreSkipped)
 TEST_F(MakeHdr, ACancelBeforeTheStartGivesNothing)
 {
     const auto flag = std::make_shared<std::atomic<unsigned char>>(1);
-    EXPECT_TRUE(isEmpty(merge(bracket(3), withFlag(flag), record())));
-    EXPECT_THAT(phases, ElementsAre(0));
+    for (const Paths& paths : {bracket(3), rawBracket(3), bracket(1)}) { // in parallel, in order, alone
+        phases.clear();
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(isEmpty(merge(paths, withFlag(flag), record())));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    testing::EndsWith(" make_EFLL: not all images were loaded\n"));
+        EXPECT_THAT(phases, ElementsAre(paths.size() == 1 ? 200 : 0));
+    }
 }
 
 TEST_F(MakeHdr, ACancelAtEachPhaseGivesNothingAndNoFurtherPhase)
@@ -662,9 +668,12 @@ TEST_F(MakeHdr, ACancelWhileFramesAreReadGivesNothingAndNoFurtherPhase)
             *flag = 1;
     });
     const LogCapture capture;
+    testing::internal::CaptureStderr();
     EXPECT_TRUE(isEmpty(merge(paths, withFlag(flag), record())));
+    const std::string told = testing::internal::GetCapturedStderr();
     EXPECT_THAT(phases, ElementsAre(0));
     EXPECT_THAT(capture.texts(LogMessageType::Error), testing::IsEmpty()) << "a cancel is no failure";
+    EXPECT_THAT(told, testing::EndsWith(" make_EFLL: not all images were loaded\n"));
 }
 
 TEST_F(MakeHdr, AGhostReferenceOutOfRangeIsTheMiddleFrame)

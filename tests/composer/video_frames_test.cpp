@@ -1,4 +1,5 @@
 // Key frames of pans whose every position is known.
+#include "composer/mf_capture.hpp"
 #include "composer/video_frames.hpp"
 #include "videos.hpp"
 
@@ -8,6 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <fstream>
 
 using namespace orvo;
@@ -48,6 +51,38 @@ std::vector<std::size_t> framesShown(const Pan& pan, const std::vector<cv::Mat>&
     return shown;
 }
 
+// A number of Matroska (RFC 8794): as many bytes as its first one has leading zeros, and one; the first set bit belongs
+// to the number only in names.
+std::uint64_t ebmlNumber(const std::string& bytes, std::size_t& at, bool isName)
+{
+    const auto first = static_cast<std::uint8_t>(bytes.at(at++));
+    const int length = std::countl_zero(first) + 1;
+    std::uint64_t number = isName ? first : first & (0xffu >> length);
+    for (int i = 1; i < length; ++i)
+        number = number << 8 | static_cast<std::uint8_t>(bytes.at(at++));
+    return number;
+}
+
+// Sets the times of all blocks between `at` and `end` to 0.
+void clearTimes(std::string& bytes, std::size_t at, std::size_t end)
+{
+    constexpr std::uint64_t kSegment = 0x18538067, kCluster = 0x1F43B675, kBlockGroup = 0xA0;
+    constexpr std::uint64_t kTimestamp = 0xE7, kSimpleBlock = 0xA3, kBlock = 0xA1;
+    while (at < end) {
+        const std::uint64_t name = ebmlNumber(bytes, at, true);
+        const std::uint64_t size = ebmlNumber(bytes, at, false);
+        const std::size_t next = at + std::min<std::uint64_t>(size, end - at);
+        if (name == kSegment || name == kCluster || name == kBlockGroup)
+            clearTimes(bytes, at, next);
+        else if (name == kTimestamp)
+            std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                      bytes.begin() + static_cast<std::ptrdiff_t>(next), '\0');
+        else if (name == kSimpleBlock || name == kBlock)
+            bytes.replace(at + 1, 2, 2, '\0'); // behind the number of the track
+        at = next;
+    }
+}
+
 class SelectVideoFrames : public testing::Test
 {
 protected:
@@ -69,6 +104,28 @@ class SamplingStep : public testing::TestWithParam<RateAndStep>
 protected:
     TemporaryFolder folder;
 };
+
+// Walks through frames 4 .. 63 of a pan of a pixel a frame, and expects what a walk of `step` frames a look tells and
+// finds.
+void expectLooks(const Pan& pan, const std::filesystem::path& path, std::uint64_t step)
+{
+    constexpr std::uint64_t kStart = 4;
+    constexpr std::uint64_t kEnd = 64;
+    std::vector<float> told;
+    const auto keyFrames = selectVideoFrames(
+        path, kStart, kEnd, [&](float share) { told.push_back(share); }, never);
+
+    // The counter stands two above the start and then gains the step and one with each look.
+    std::vector<float> expected;
+    std::uint64_t looks = 0;
+    for (std::uint64_t position = kStart + 2; position + step - 1 < kEnd; ++looks) {
+        position += step + 1;
+        expected.push_back(static_cast<float>(position - 1 - kStart) / static_cast<float>(kEnd - kStart));
+    }
+    expected.push_back(1.0f);
+    EXPECT_EQ(told, expected);
+    EXPECT_THAT(framesShown(pan, keyFrames, 70), ElementsAre(kStart, kStart + looks * step));
+}
 
 } // namespace
 
@@ -161,29 +218,11 @@ TEST_F(SelectVideoFrames, TurningBackSlowlyIsNoReasonForAKeyFrame)
 
 TEST_P(SamplingStep, LooksAboutTenTimesASecond)
 {
-    constexpr std::uint64_t kStart = 4;
-    constexpr std::uint64_t kEnd = 64;
     VideoFileSettings settings;
     settings.rateNumerator = GetParam().numerator;
     settings.rateDenominator = GetParam().denominator;
     const Pan pan = panAcross(kWindowWidth + 70, [](std::size_t frame) { return static_cast<int>(frame); });
-    const auto path = pan.write(folder / "rate.mp4", 70, settings);
-    std::vector<float> told;
-    const auto keyFrames = selectVideoFrames(
-        path, kStart, kEnd, [&](float share) { told.push_back(share); }, never);
-
-    // The counter stands two above the start and then gains the step and one with each look.
-    const auto step = static_cast<std::uint64_t>(GetParam().step);
-    std::vector<float> expected;
-    std::uint64_t looks = 0;
-    for (std::uint64_t position = kStart + 2; position + step - 1 < kEnd; ++looks) {
-        position += step + 1;
-        expected.push_back(static_cast<float>(position - 1 - kStart) / static_cast<float>(kEnd - kStart));
-    }
-    expected.push_back(1.0f);
-    EXPECT_EQ(told, expected);
-    const auto shown = framesShown(pan, keyFrames, 70);
-    EXPECT_THAT(shown, ElementsAre(kStart, kStart + looks * step));
+    expectLooks(pan, pan.write(folder / "rate.mp4", 70, settings), static_cast<std::uint64_t>(GetParam().step));
 }
 
 INSTANTIATE_TEST_SUITE_P(, SamplingStep,
@@ -193,6 +232,26 @@ INSTANTIATE_TEST_SUITE_P(, SamplingStep,
                              return "At" + std::to_string(test.param.numerator / test.param.denominator) +
                                     (test.param.denominator == 1 ? "" : "Drop");
                          });
+
+TEST_F(SelectVideoFrames, WithoutAFrameRateAreThoseOf30)
+{
+    // All frames at one time, from which no rate can be told.
+    VideoFileSettings settings;
+    settings.bFrames = 0;
+    for (int i = 0; i < 70; ++i)
+        settings.timesMs.push_back(40 * i);
+    const Pan pan = panAcross(kWindowWidth + 70, [](std::size_t frame) { return static_cast<int>(frame); });
+    const auto path = pan.write(folder / "timeless.mkv", 70, settings);
+    expectLooks(pan, path, 2); // at 25
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    clearTimes(bytes, 0, bytes.size());
+    std::ofstream(path, std::ios::binary) << bytes;
+
+    const LogCapture log;
+    expectLooks(pan, path, kStepAt30);
+    EXPECT_THAT(log.texts(LogMessageType::Warning), ElementsAre(testing::EndsWith(": Error reading video fps")));
+}
 
 TEST_F(SelectVideoFrames, OfASlowVideoAreItsFirstFrameOnly)
 {
@@ -248,6 +307,36 @@ TEST_F(SelectVideoFrames, AreUprightAndWorkingColour)
     const auto middle = keyFrames[0].at<cv::Vec3s>(100, 100);
     for (int channel = 0; channel < 3; ++channel)
         EXPECT_NEAR(middle[channel], 16383.5, 2 * 64.25);
+}
+
+TEST_F(SelectVideoFrames, AreTheFramesOfTheCaptureTimesTheWorkingScale)
+{
+    const Pan pan = panAcross(kWindowWidth + 40, [](std::size_t frame) { return static_cast<int>(frame); });
+    const auto path = pan.write(folder / "pan.mp4", 9);
+    std::optional<MFCapture> capture = openCapture(path);
+    ASSERT_TRUE(capture);
+    cv::Mat bytes;
+    capture->readFrame(2, bytes);
+    constexpr double kRounding = 0.502; // the product in single precision, then to the nearest
+    for (const auto& frames : {selected(path, 2, 3), readCompositionFrames(path, {2})}) {
+        ASSERT_EQ(frames.size(), 1u);
+        ASSERT_EQ(frames[0].size(), bytes.size());
+        for (int y = 0; y < bytes.rows; ++y)
+            for (int x = 0; x < bytes.cols; ++x)
+                for (int c = 0; c < 3; ++c)
+                    ASSERT_NEAR(frames[0].at<cv::Vec3s>(y, x)[c],
+                                static_cast<double>(bytes.at<cv::Vec3b>(y, x)[c]) * 64.24901960784314, kRounding);
+    }
+}
+
+TEST_F(SelectVideoFrames, ThrowWhereOnlyLaterOnesHaveKeyPoints)
+{
+    cv::Mat world = drawnWorld(2 * kWindowWidth, kWindowHeight, 3);
+    world.colRange(0, kWindowWidth).setTo(0);
+    const Pan pan{world, {kWindowWidth, kWindowHeight}, [](std::size_t frame) {
+                      return cv::Point(frame == 0 ? 0 : kWindowWidth, 0);
+                  }};
+    EXPECT_THROW((void)selected(pan.write(folder / "late.mp4", 30)), cv::Exception);
 }
 
 TEST_F(SelectVideoFrames, AreTheSameEveryTimeAndForAnyNumberOfThreads)

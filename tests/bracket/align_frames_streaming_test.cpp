@@ -1,7 +1,7 @@
 #include "bracket/align_frames_streaming.hpp"
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
-#include "support/pictures.hpp"
+#include "support/clouds.hpp"
 
 #include <orvo_logger/log_capture.hpp>
 
@@ -177,6 +177,22 @@ TEST(AlignFramesStreaming, TheRectangleIsTheInscribedOneWithinTheFrame)
         const cv::Rect expected = inner & whole;
         EXPECT_EQ(valid, _Rect<int>(expected.x, expected.y, expected.width, expected.height));
     }
+}
+
+TEST(AlignFramesStreaming, AFrameThatEndsUpBesideTheReferenceHasTheEmptyRectangle)
+{
+    // Two skies that have nothing in common: correlation climbs away until it gives up, far outside.
+    const auto reference = frameOf(clouds(kSkyOfReference));
+    const auto frame = frameOf(clouds(kSkyElsewhere));
+    const cv::Mat transform = referenceFromFrame(reference, frame);
+    const _Size<int> size = reference.image->size();
+    const cv::Rect inner = inscribedRect(projectedCorners(transform, size.width, size.height),
+                                         static_cast<float>(size.width), static_cast<float>(size.height));
+    ASSERT_FALSE(inner.empty()) << "not for want of a rectangle";
+    ASSERT_TRUE((inner & cv::Rect(0, 0, size.width, size.height)).empty());
+    const auto consumed = align({reference, frame}, 0);
+    EXPECT_EQ(consumed[1].valid, _Rect<int>());
+    EXPECT_EQ(consumed[1].frame.image->size(), size) << "handed on all the same";
 }
 
 TEST(AlignFramesStreaming, AsksForTheReferenceFirstAndHoldsNoOtherFrame)

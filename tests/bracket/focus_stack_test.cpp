@@ -1,4 +1,5 @@
 #include "bracket/focus_stack.hpp"
+#include "support/clouds.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -6,14 +7,18 @@
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/focus_stack.hpp>
+#include <orvo_io/image_reader.hpp>
 #include <orvo_logger/log_capture.hpp>
 #include <scenes/bracket_files.hpp>
+#include <scenes/dng.hpp>
+#include <scenes/exif.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <utility>
 
@@ -211,6 +216,16 @@ TEST_F(FocusStack, TheCropShowsTheReferenceInPlace)
     EXPECT_LT(best, 0.03f);
 }
 
+TEST_F(FocusStack, ACommonRectangleThatIsEmptyLeavesTheWholePicture)
+{
+    const Paths paths = {file("here", *clouds(kSkyOfReference)), file("elsewhere", *clouds(kSkyElsewhere))};
+    const auto image = stackNoted(paths, alignedTo(0));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), _Size<int>(120, 90));
+    EXPECT_LT(largestDifference(*pixelsOf(*image), *clouds(kSkyOfReference)), 1e-4f);
+    EXPECT_THAT(added, SizeIs(2)) << "the frame goes in all the same";
+}
+
 TEST(CommonRectangle, IsWhatBothShare)
 {
     EXPECT_EQ(commonRectangle({0, 0, 100, 80}, {10, 5, 100, 60}), _Rect<int>(10, 5, 90, 60));
@@ -272,6 +287,110 @@ TEST_F(FocusStack, RawFramesAreDevelopedAndTheirMarkIsCleared)
     EXPECT_FALSE(image->metadata()->isRaw);
     EXPECT_TRUE(image->metadata()->isDeveloped);
     EXPECT_TRUE(*pixelsOf(*image)->colorProfile() == *ColorProfileType::melissaRGB());
+}
+
+namespace {
+
+constexpr _Size<int> kRawSize{600, 420};
+
+// Light and dark discs on gray, at any place.
+double discs(double x, double y)
+{
+    const double dx = x - 60.0 * std::floor(x / 60.0) - 30.0;
+    const double dy = y - 60.0 * std::floor(y / 60.0) - 30.0;
+    return 0.08 + 0.35 / (1.0 + std::exp(1.5 * (std::hypot(dx, dy) - 18.0)));
+}
+
+// A raw file of a camera of which the lens cannot be changed, with discs on its sensor whose red stands `redScale`
+// further from the middle than the rest.
+std::filesystem::path rawOfDiscs(const std::filesystem::path& path, double redScale)
+{
+    const scenes::RadianceScene anyScene({kRawSize, 1, 0.06});
+    scenes::ExifValues exif;
+    exif.make = "Canon";
+    exif.model = "Canon PowerShot S95";
+    exif.focalLength = 6.0;
+    exif.exposure.aperture = 2.0;
+    scenes::writeDng(path, anyScene, {}, {}, exif);
+    // The sensor's values end the file; RGGB, of which red and blue let less light through.
+    constexpr double kBlack = 512.0;
+    constexpr double kWhite = 16383.0;
+    constexpr double kPassed[] = {0.5, 1.0, 0.65};
+    std::vector<std::uint16_t> samples;
+    const double middleX = (kRawSize.width - 1) / 2.0;
+    const double middleY = (kRawSize.height - 1) / 2.0;
+    for (int y = 0; y < kRawSize.height; ++y)
+        for (int x = 0; x < kRawSize.width; ++x) {
+            const int channel = (x & 1) + (y & 1);
+            const double scale = channel == 0 ? redScale : 1.0;
+            const double light = discs(middleX + (x - middleX) / scale, middleY + (y - middleY) / scale);
+            samples.push_back(
+                static_cast<std::uint16_t>(std::lround(kBlack + light * kPassed[channel] * (kWhite - kBlack))));
+        }
+    const auto bytes = static_cast<std::streamoff>(samples.size() * sizeof(std::uint16_t));
+    std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);
+    stream.seekp(-bytes, std::ios::end);
+    stream.write(reinterpret_cast<const char*>(samples.data()), bytes);
+    return path;
+}
+
+// How far red is from green, in the outer part of the picture where a lens shows its fringes.
+double fringes(const Picture& picture)
+{
+    double sum = 0.0;
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            if (std::abs(x - picture.width() / 2) > picture.width() / 4)
+                sum += std::abs(picture.row(y)[x].r - picture.row(y)[x].g);
+    return sum / static_cast<double>(picture.pixelCount());
+}
+
+std::shared_ptr<ImageMetadata> rawMetadataOf(const std::filesystem::path& path)
+{
+    return std::make_shared<ImageMetadata>(*ImageReader::readMetadata(path));
+}
+
+} // namespace
+
+TEST_F(FocusStack, FringesOfRawFramesAreTakenOutOfTheMergedPictureIfAsked)
+{
+    const Paths paths = {rawOfDiscs(folder / "a.dng", 1.0015), rawOfDiscs(folder / "b.dng", 1.0015)};
+    auto settings = unaligned();
+    const auto plainly = stackNoted(paths, settings);
+    settings.rawAutoCorrection.chromaticAberrations = true;
+    const auto corrected = stackNoted(paths, settings);
+    ASSERT_TRUE(plainly && corrected);
+    EXPECT_LT(fringes(*pixelsOf(*corrected)), 0.5 * fringes(*pixelsOf(*plainly)));
+    auto expected = pixelsOf(*plainly)->copy({});
+    applyChromaticAbberationsCorrection(expected);
+    EXPECT_TRUE(sameBytes(*pixelsOf(*corrected), *expected)) << "once, and on the result";
+    EXPECT_EQ(added[0].firstRed, added[2].firstRed) << "the frames are stacked as the lens drew them";
+}
+
+TEST_F(FocusStack, TheLensOfRawFramesIsCorrectedOnTheMergedPictureIfAsked)
+{
+    const Paths paths = {rawOfDiscs(folder / "a.dng", 1.0015)};
+    const auto metadata = rawMetadataOf(paths[0]);
+    ASSERT_TRUE(metadata->isRaw);
+    auto settings = unaligned();
+    const auto plainly = stackNoted(paths, settings);
+    settings.rawAutoCorrection.lensCorrection = true;
+    const auto straight = stackNoted(paths, settings);
+    ASSERT_TRUE(plainly && straight);
+    const auto before = pixelsOf(*plainly)->copy({});
+    auto expected = applyAutoLensCorrection(before, metadata, nullptr);
+    if (expected == before)
+        GTEST_SKIP() << "lensfun's database is not installed, or does not know the camera";
+    EXPECT_FALSE(sameBytes(*expected, *before));
+    EXPECT_TRUE(sameBytes(*pixelsOf(*straight), *expected));
+    EXPECT_GT(pixelsOf(*straight)->row(2)[2].g, pixelsOf(*plainly)->row(2)[2].g) << "corners are brightened";
+    // The lens first, then its fringes.
+    settings.rawAutoCorrection.chromaticAberrations = true;
+    const auto both = stackNoted(paths, settings);
+    ASSERT_TRUE(both);
+    applyChromaticAbberationsCorrection(expected);
+    EXPECT_TRUE(sameBytes(*pixelsOf(*both), *expected));
+    EXPECT_FALSE(both->metadata()->isRaw);
 }
 
 TEST_F(FocusStack, AnUnreadableFrameIsToldOnStandardErrorAndGivesNothing)

@@ -7,6 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
+#include <opencv2/xfeatures2d/nonfree.hpp>
+
+#include <algorithm>
+#include <cstdint>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -51,6 +55,79 @@ struct Pair
 };
 
 } // namespace
+
+namespace {
+
+constexpr std::size_t kChosen = 10;
+
+cv::Mat noisePicture(std::uint64_t seed)
+{
+    cv::RNG random(seed);
+    cv::Mat noise(kHeight, kWidth, CV_8UC1);
+    random.fill(noise, cv::RNG::UNIFORM, 0, 255);
+    cv::GaussianBlur(noise, noise, {}, 3);
+    cv::normalize(noise, noise, 0, 255, cv::NORM_MINMAX);
+    cv::cvtColor(noise, noise, cv::COLOR_GRAY2BGR);
+    return noise;
+}
+
+cv::Mat descriptorsAt(const cv::Mat& picture, std::vector<cv::KeyPoint> points)
+{
+    cv::Mat descriptors;
+    cv::xfeatures2d::SURF::create(100, 2, 1, false, false)->compute(picture, points, descriptors);
+    return descriptors;
+}
+
+// Two pictures of noise and ten places that are the same in both, where the descriptors of the two pictures are
+// each other's nearest although the pictures have nothing in common: at distances of `low` to `high`.
+Pair pairAtDistances(double low, double high)
+{
+    constexpr int kCandidates = 20000;
+    constexpr double kClearly = 0.003; // nearer than any other
+    cv::RNG random(11);
+    std::vector<cv::KeyPoint> points;
+    for (int i = 0; i < kCandidates; ++i)
+        points.emplace_back(random.uniform(30.0f, kWidth - 30.0f), random.uniform(30.0f, kHeight - 30.0f), 9.0f);
+    Pair pair(noisePicture(3), noisePicture(4));
+    const cv::Mat first = descriptorsAt(pair.first, points);
+    const cv::Mat second = descriptorsAt(pair.second, points);
+    const auto apart = [&](int i, int j) { return cv::norm(first.row(i), second.row(j)); };
+    std::vector<std::pair<double, int>> nearestFirst;
+    for (int i = 0; i < first.rows; ++i)
+        nearestFirst.emplace_back(apart(i, i), i);
+    std::sort(nearestFirst.begin(), nearestFirst.end());
+    std::vector<int> chosen;
+    for (const auto& [distance, i] : nearestFirst) {
+        const double nearest = distance + kClearly; // those chosen before are nearer
+        if (distance > low && distance < high && chosen.size() < kChosen &&
+            std::all_of(chosen.begin(), chosen.end(),
+                        [&, own = i](int other) { return apart(own, other) > nearest && apart(other, own) > nearest; }))
+            chosen.push_back(i);
+    }
+    pair.keypoints1.clear();
+    for (const int i : chosen)
+        pair.keypoints1.push_back(points[static_cast<std::size_t>(i)]);
+    pair.keypoints2 = pair.keypoints1;
+    return pair;
+}
+
+} // namespace
+
+TEST(EstimatePair, MatchesOfADistanceAboveTheLimitCarryNoTransform)
+{
+    for (const auto& [low, high] : {std::pair(0.6, 0.695), std::pair(0.705, 0.85)}) {
+        Pair pair = pairAtDistances(low, high);
+        ASSERT_EQ(pair.keypoints1.size(), kChosen);
+        const LogCapture capture;
+        const bool isNear = high < 0.7;
+        EXPECT_EQ(pair.estimate(), isNear);
+        EXPECT_LT(cv::norm(pair.homography, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF), 1e-3) << "nothing moved";
+        // They count as matches all the same.
+        const std::vector<std::string> complaints = {
+            "[Alignment] Not enough inliners to find a reliable transformation."};
+        EXPECT_EQ(capture.texts(LogMessageType::Warning), isNear ? std::vector<std::string>() : complaints);
+    }
+}
 
 TEST(EstimatePair, MapsTheSecondFrameOntoTheFirst)
 {

@@ -19,7 +19,8 @@ namespace orvo {
 namespace {
 
 constexpr double kLookedAtPerSecond = 10.0;
-// The walk ends with more key frames than this; one that is pending then still joins.
+// The walk ends with more key frames than this. The one that made them more was the pending one, so that none joins
+// behind it.
 constexpr std::size_t kMostKeyFramesToGoOn = 35;
 constexpr std::size_t kUsualKeyFrames = 36;
 constexpr float kFeaturePixels = 600000.0f;

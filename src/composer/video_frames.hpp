@@ -15,7 +15,7 @@ namespace orvo {
 /// level 4. The same file gives the same frames, whatever the number of threads.
 
 /// The key frames of frames `start` .. `end` - 1: the first one, then always the last one that overlaps its predecessor
-/// enough to be stitched, 37 at most. About ten frames a second are looked at; a video below ten frames a second gives
+/// enough to be stitched, 36 at most. About ten frames a second are looked at; a video below ten frames a second gives
 /// its first frame only. A frame that cannot be read ends the walk and leaves what was found, but the first one
 /// throws, and so does one without any key points once another one has some. `progress` gets 0..1 and must be callable.
 /// `canceled` is polled between the steps; true gives an empty list. Features: SURF (Bay, Ess, Tuytelaars, Van Gool,

@@ -105,6 +105,16 @@ TEST(KeyFrameJudge, StraightOnTheLimitIsTheInverseOfAQuarterTurn)
     EXPECT_TRUE(accepts(judge, -0.625 * kWidth, 0));
 }
 
+TEST(KeyFrameJudge, TheDirectionIsKeptInWholePixels)
+{
+    KeyFrameJudge still; // less than half a pixel is no direction, so nothing is straight on
+    EXPECT_TRUE(accepts(still, -0.4, 0));
+    EXPECT_TRUE(accepts(still, -0.645 * kWidth, 0));
+    KeyFrameJudge moving;
+    EXPECT_TRUE(accepts(moving, -0.6, 0));
+    EXPECT_FALSE(accepts(moving, -0.645 * kWidth, 0));
+}
+
 TEST(KeyFrameJudge, SidewaysMoreMayBeLost)
 {
     KeyFrameJudge judge;

@@ -125,6 +125,7 @@ public:
     [[nodiscard]] float getWarpedImageScale() const { return warpedImageScale; }
     [[nodiscard]] const cv::Mat& getViewRotation() const { return viewRotation; }
     [[nodiscard]] const std::vector<cv::UMat>& usedSeamMasks() const { return seamMasks; }
+    [[nodiscard]] const std::vector<cv::Point>& usedCorners() const { return corners; } ///< of the seam masks
     [[nodiscard]] const PanoramaDevignette* usedDevignetteModel() const { return devignetteModel.get(); }
 
 private:

@@ -149,6 +149,34 @@ TEST_F(StitcherVideo, FramesPutInByHandShowTheirRectanglesWhole)
     EXPECT_EQ(stitcher.usedImages().size(), keyFrames);
 }
 
+TEST_F(StitcherVideo, FramesPutInByHandAreCutApartFromEachOther)
+{
+    PanoramaStitcher stitcher(source);
+    ASSERT_TRUE(stitcher.loadImages(never));
+    const std::size_t keyFrames = stitcher.usedImages().size();
+    // Neighbours in the video, by what they show and by what of it is wanted.
+    const _Rect<int> middle{120, 80, 80, 80};
+    stitcher.reloadWithComposition({31, 33}, {middle, middle});
+    ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 2);
+    const cv::Rect sphere = stitcher.projectionBounds();
+    (void)stitcher.makePanorama({0, 0, sphere.width, sphere.height}, {200, 100}, true, never);
+    ASSERT_EQ(stitcher.usedSeamMasks().size(), keyFrames + 2);
+
+    const auto placeOf = [&](std::size_t i) {
+        return cv::Rect(stitcher.usedCorners()[i], stitcher.usedSeamMasks()[i].size());
+    };
+    const cv::Rect common = placeOf(keyFrames) & placeOf(keyFrames + 1);
+    const auto seamThere = [&](std::size_t i) {
+        return stitcher.usedSeamMasks()[i].getMat(cv::ACCESS_READ)(common - placeOf(i).tl()) > 0;
+    };
+    const cv::Mat first = seamThere(keyFrames);
+    const cv::Mat second = seamThere(keyFrames + 1);
+    ASSERT_GT(cv::countNonZero(first | second), 60 * 60) << "they have much in common";
+    EXPECT_EQ(cv::countNonZero(first & second), 0);
+    EXPECT_GT(cv::countNonZero(first), 0);
+    EXPECT_GT(cv::countNonZero(second), 0);
+}
+
 TEST_F(StitcherVideo, ARectangleBeyondTheFrameIsCut)
 {
     PanoramaStitcher stitcher(source);

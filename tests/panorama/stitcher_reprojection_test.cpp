@@ -257,6 +257,47 @@ TEST_F(StitcherReprojection, APartThatWouldBeTooLongIsDrawnSmaller)
     EXPECT_GT(agreement.psnr, 25.0);
 }
 
+TEST_F(StitcherReprojection, APartThatWouldBeTooTallIsDrawnSmaller)
+{
+    // 10 columns of the sphere at 26 pixels each ask for a part of 32700 rows.
+    turnBy(0.001f, 0.0f);
+    const cv::Rect bounds = stitcher.projectionBounds();
+    const _Rect<int> rect{bounds.width / 2, 0, 10, bounds.height};
+    const _Size<int> size{260, 250};
+    ASSERT_GT(bounds.height * size.width / rect.width, 32000);
+    const Panorama panorama = stitcher.makePanorama(rect, size, true, never);
+    ASSERT_NE(panorama.image, nullptr);
+    EXPECT_EQ(panorama.image->size(), size);
+    const Agreement agreement =
+        agreementOf(matrixOf(*panorama.image), maskOf(*panorama.mask), truth(rect, {size.width, size.height}), 4);
+    EXPECT_GT(agreement.pixels, 5000);
+    EXPECT_GT(agreement.psnr, 25.0);
+}
+
+TEST_F(StitcherReprojection, WhatFailsWhileDrawingPasses)
+{
+    struct Broken
+    {};
+    const auto breakAt = [](int last) {
+        return [last, calls = std::make_shared<int>(0)]() -> bool {
+            if (++*calls >= last)
+                throw Broken();
+            return false;
+        };
+    };
+    const _Size<int> size{210, 105};
+    constexpr int kWhileComposing = 6; // of both ways
+    EXPECT_THROW((void)stitcher.makePanorama(whole(), size, true, breakAt(kWhileComposing)), Broken);
+    EXPECT_THROW((void)stitcher.makePanorama(whole(), size, breakAt(kWhileComposing), size), Broken);
+    turnBy(0.04f, 0.01f);
+    const LogCapture capture;
+    EXPECT_THROW((void)stitcher.makePanorama(whole(), size, true, breakAt(kWhileComposing)), Broken);
+    EXPECT_THAT(capture.texts(LogMessageType::Error),
+                testing::ElementsAre(testing::StartsWith(
+                    "Probably not enough memory to create panorama on CPU of size, width, height: ")));
+    EXPECT_FALSE(isEmpty(stitcher.makePanorama(whole(), size, true, never))) << "and draws the next time";
+}
+
 TEST_F(StitcherReprojection, DuringADragAStripOfAUnitShowsNothing)
 {
     stitcher.setWarpType(kCylindrical);

@@ -1,6 +1,7 @@
 #include "bracket/focus_stack.hpp"
 #include "support/clouds.hpp"
 #include "support/files.hpp"
+#include "support/raw_discs.hpp"
 #include "support/temporary_folder.hpp"
 
 #include <orvo/lens_correction.hpp>
@@ -10,15 +11,12 @@
 #include <orvo_io/image_reader.hpp>
 #include <orvo_logger/log_capture.hpp>
 #include <scenes/bracket_files.hpp>
-#include <scenes/dng.hpp>
-#include <scenes/exif.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <fstream>
 #include <utility>
 
@@ -290,60 +288,6 @@ TEST_F(FocusStack, RawFramesAreDevelopedAndTheirMarkIsCleared)
 }
 
 namespace {
-
-constexpr _Size<int> kRawSize{600, 420};
-
-// Light and dark discs on gray, at any place.
-double discs(double x, double y)
-{
-    const double dx = x - 60.0 * std::floor(x / 60.0) - 30.0;
-    const double dy = y - 60.0 * std::floor(y / 60.0) - 30.0;
-    return 0.08 + 0.35 / (1.0 + std::exp(1.5 * (std::hypot(dx, dy) - 18.0)));
-}
-
-// A raw file of a camera of which the lens cannot be changed, with discs on its sensor whose red stands `redScale`
-// further from the middle than the rest.
-std::filesystem::path rawOfDiscs(const std::filesystem::path& path, double redScale)
-{
-    const scenes::RadianceScene anyScene({kRawSize, 1, 0.06});
-    scenes::ExifValues exif;
-    exif.make = "Canon";
-    exif.model = "Canon PowerShot S95";
-    exif.focalLength = 6.0;
-    exif.exposure.aperture = 2.0;
-    scenes::writeDng(path, anyScene, {}, {}, exif);
-    // The sensor's values end the file; RGGB, of which red and blue let less light through.
-    constexpr double kBlack = 512.0;
-    constexpr double kWhite = 16383.0;
-    constexpr double kPassed[] = {0.5, 1.0, 0.65};
-    std::vector<std::uint16_t> samples;
-    const double middleX = (kRawSize.width - 1) / 2.0;
-    const double middleY = (kRawSize.height - 1) / 2.0;
-    for (int y = 0; y < kRawSize.height; ++y)
-        for (int x = 0; x < kRawSize.width; ++x) {
-            const int channel = (x & 1) + (y & 1);
-            const double scale = channel == 0 ? redScale : 1.0;
-            const double light = discs(middleX + (x - middleX) / scale, middleY + (y - middleY) / scale);
-            samples.push_back(
-                static_cast<std::uint16_t>(std::lround(kBlack + light * kPassed[channel] * (kWhite - kBlack))));
-        }
-    const auto bytes = static_cast<std::streamoff>(samples.size() * sizeof(std::uint16_t));
-    std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);
-    stream.seekp(-bytes, std::ios::end);
-    stream.write(reinterpret_cast<const char*>(samples.data()), bytes);
-    return path;
-}
-
-// How far red is from green, in the outer part of the picture where a lens shows its fringes.
-double fringes(const Picture& picture)
-{
-    double sum = 0.0;
-    for (int y = 0; y < picture.height(); ++y)
-        for (int x = 0; x < picture.width(); ++x)
-            if (std::abs(x - picture.width() / 2) > picture.width() / 4)
-                sum += std::abs(picture.row(y)[x].r - picture.row(y)[x].g);
-    return sum / static_cast<double>(picture.pixelCount());
-}
 
 std::shared_ptr<ImageMetadata> rawMetadataOf(const std::filesystem::path& path)
 {

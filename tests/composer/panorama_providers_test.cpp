@@ -3,9 +3,11 @@
 #include "composer/panorama_video_provider.hpp"
 #include "frame/image_bridge.hpp"
 #include "support/files.hpp"
+#include "support/raw_discs.hpp"
 #include "support/temporary_folder.hpp"
 #include "videos.hpp"
 
+#include <orvo/lens_correction.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_logger/log_capture.hpp>
 #include <scenes/dng.hpp>
@@ -18,6 +20,9 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <utility>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -245,6 +250,38 @@ TEST_F(RawImagesProvider, DevelopsRawFilesWithTheirExposuresLeftAsTheyAre)
     EXPECT_FALSE(sameBytes(images[0], images[1]));
 }
 
+TEST_F(RawImagesProvider, TheLensOfRawFilesIsCorrectedIfAsked)
+{
+    const auto path = rawOfDiscs(folder / "discs.dng", 1.0015);
+    const auto pixels = [](const cv::Mat& matrix) { return imageDataFromCVMat(matrix); };
+    const cv::Mat plainly = loadPanoramaFrame(path, {}, {});
+    ASSERT_EQ(plainly.size(), cv::Size(kRawSize.width, kRawSize.height));
+    LensFlags flags;
+    flags.rawChromaticAberration = true;
+    const cv::Mat withoutFringes = loadPanoramaFrame(path, flags, {});
+    EXPECT_LT(fringes(*pixels(withoutFringes)), 0.5 * fringes(*pixels(plainly)));
+    flags = {};
+    flags.devignette = true; // the stitcher's work
+    EXPECT_TRUE(sameBytes(loadPanoramaFrame(path, flags, {}), plainly));
+
+    const auto metadata = ImageReader::readMetadata(path);
+    const std::shared_ptr<_ImageData<PixelRGB<float>>> any = pixels(plainly);
+    if (applyAutoLensCorrection(any, metadata, nullptr) == any)
+        GTEST_SKIP() << "lensfun's database is not installed, or does not know the camera";
+    flags = {};
+    flags.autoLensCorrection = true;
+    const cv::Mat straight = loadPanoramaFrame(path, flags, {});
+    EXPECT_GT(straight.at<cv::Vec3s>(2, 2)[1], 1.05 * plainly.at<cv::Vec3s>(2, 2)[1]) << "corners are brightened";
+    EXPECT_FALSE(sameBytes(straight, plainly));
+    // The record of the settings says it, too.
+    PanoSource source = sourceOf({path});
+    source.settings.autoLensCorrection = true;
+    PanoramaImagesProvider provider(source);
+    const auto images = provider.load(never);
+    ASSERT_THAT(images, SizeIs(1));
+    EXPECT_TRUE(sameBytes(images[0], loadPanoramaFrame(path, flags, computeSourceMedians({path}))));
+}
+
 TEST_F(HdrProvider, MergesBracketsInOrderOfTheirSmallestPaths)
 {
     const auto frame = [this](const char* name, float gain) { return writtenTo(folder / name, *texturedAt(gain)); };
@@ -445,6 +482,47 @@ TEST_F(VideoProvider, WhatFailsIsLoggedAndGivesNothing)
     EXPECT_THAT(provider.load(never), IsEmpty());
     EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre(StartsWith("failed to load video images ")));
     EXPECT_THAT(provider.getImages(), IsEmpty());
+}
+
+namespace {
+
+// Throws when it is asked the first time, and never says stop.
+template <typename Thrown>
+std::function<bool()> failingOnce(Thrown thrown)
+{
+    return [thrown, failed = std::make_shared<bool>(false)]() -> bool {
+        if (!std::exchange(*failed, true))
+            throw thrown;
+        return false;
+    };
+}
+
+} // namespace
+
+TEST_F(VideoProvider, TellsWhyItFailedWhereTheExceptionDoes)
+{
+    PanoramaVideoProvider provider(source);
+    const LogCapture capture;
+    EXPECT_THAT(provider.load(failingOnce(std::runtime_error("stuck"))), IsEmpty());
+    EXPECT_THAT(provider.load(failingOnce(cv::Exception(cv::Error::StsError, "torn", "walk", "tape", 1))), IsEmpty());
+    EXPECT_THAT(provider.load(failingOnce(std::logic_error("not told"))), IsEmpty());
+    EXPECT_THAT(provider.load(failingOnce(7)), IsEmpty());
+    EXPECT_THAT(capture.texts(LogMessageType::Error),
+                ElementsAre("failed to load video images stuck",
+                            testing::AllOf(StartsWith("failed to load video images "), HasSubstr("torn")),
+                            "failed to load video images ", "failed to load video images "));
+    EXPECT_FALSE(provider.load(never).empty()) << "and loads the next time";
+}
+
+TEST_F(Providers, WhatFilesAndBracketsThrowPasses)
+{
+    struct Broken
+    {};
+    PanoramaImagesProvider images(sourceOf(grays()));
+    EXPECT_THROW((void)images.load(failingOnce(Broken())), Broken);
+    PanoSourceHDR brackets;
+    brackets.brackets = {grays()};
+    EXPECT_THROW((void)PanoramaHDRProvider(brackets).load(failingOnce(Broken())), Broken);
 }
 
 TEST(PanoramaStitchingSettings, StartAsTheApplicationExpects)

@@ -1,0 +1,71 @@
+/// A raw file whose lens draws fringes, and how strong they are.
+#pragma once
+
+#include "support/pictures.hpp"
+
+#include <scenes/dng.hpp>
+#include <scenes/exif.hpp>
+
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+namespace orvo::test {
+
+inline constexpr _Size<int> kRawSize{600, 420};
+
+/// Light discs on gray, at any place.
+inline double discs(double x, double y)
+{
+    const double dx = x - 60.0 * std::floor(x / 60.0) - 30.0;
+    const double dy = y - 60.0 * std::floor(y / 60.0) - 30.0;
+    return 0.08 + 0.35 / (1.0 + std::exp(1.5 * (std::hypot(dx, dy) - 18.0)));
+}
+
+/// A raw file of a camera of which the lens cannot be changed, with discs on its sensor whose red stands `redScale`
+/// times as far from the middle as the rest.
+inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, double redScale)
+{
+    const scenes::RadianceScene anyScene({kRawSize, 1, 0.06});
+    scenes::ExifValues exif;
+    exif.make = "Canon";
+    exif.model = "Canon PowerShot S95";
+    exif.focalLength = 6.0;
+    exif.exposure.aperture = 2.0;
+    scenes::writeDng(path, anyScene, {}, {}, exif);
+    // The sensor's values end the file; RGGB, of which red and blue let less light through.
+    constexpr double kBlack = 512.0;
+    constexpr double kWhite = 16383.0;
+    constexpr double kPassed[] = {0.5, 1.0, 0.65};
+    std::vector<std::uint16_t> samples;
+    const double middleX = (kRawSize.width - 1) / 2.0;
+    const double middleY = (kRawSize.height - 1) / 2.0;
+    for (int y = 0; y < kRawSize.height; ++y)
+        for (int x = 0; x < kRawSize.width; ++x) {
+            const int channel = (x & 1) + (y & 1);
+            const double scale = channel == 0 ? redScale : 1.0;
+            const double light = discs(middleX + (x - middleX) / scale, middleY + (y - middleY) / scale);
+            samples.push_back(
+                static_cast<std::uint16_t>(std::lround(kBlack + light * kPassed[channel] * (kWhite - kBlack))));
+        }
+    const auto bytes = static_cast<std::streamoff>(samples.size() * sizeof(std::uint16_t));
+    std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);
+    stream.seekp(-bytes, std::ios::end);
+    stream.write(reinterpret_cast<const char*>(samples.data()), bytes);
+    return path;
+}
+
+/// How far red is from green, in the outer part of the picture where a lens shows its fringes.
+inline double fringes(const Picture& picture)
+{
+    double sum = 0.0;
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            if (std::abs(x - picture.width() / 2) > picture.width() / 4)
+                sum += std::abs(picture.row(y)[x].r - picture.row(y)[x].g);
+    return sum / static_cast<double>(picture.pixelCount());
+}
+
+} // namespace orvo::test

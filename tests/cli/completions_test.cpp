@@ -70,5 +70,27 @@ TEST(Completions, Fish)
                 UnorderedElementsAreArray(optionsOfTheProgram()));
 }
 
+/// The values that a completion offers for --passes.
+std::string passesIn(const std::string& name, const std::string& pattern)
+{
+    const auto found = matches(document(name), pattern);
+    return found.size() == 1 ? *found.begin() : std::string();
+}
+
+TEST(Completions, PassesAreThoseOfTheProgram)
+{
+    const std::string range = R"(1 to (\d))";
+    const auto most = matches(runOrvo({"upscale", "-o", "x.jpg", "x.jpg", "--passes", "99"}).err, "expected " + range);
+    ASSERT_EQ(most.size(), 1u);
+    std::string values = "1";
+    for (int i = 2; i <= std::stoi(*most.begin()); ++i)
+        values.append(" ").append(std::to_string(i));
+    EXPECT_EQ(passesIn("completions/orvo.bash", R"(--passes\)[^']*'([^']*)')"), values);
+    EXPECT_EQ(passesIn("completions/_orvo", R"(--passes[^:]*:passes:\(([^)]*)\))"), values);
+    EXPECT_EQ(passesIn("completions/orvo.fish", "-l passes -x -a '([^']*)'"), values);
+    EXPECT_EQ(passesIn("man/orvo.1", R"(How often the picture is doubled, )" + range), *most.begin());
+    EXPECT_EQ(matches(runOrvo({"upscale", "--help"}).out, R"(times that it is doubled, )" + range), most);
+}
+
 } // namespace
 } // namespace orvo::test

@@ -193,6 +193,24 @@ TEST(LabelJob, WhatIsWrittenStaysWhenALaterPictureFails)
     EXPECT_FALSE(std::filesystem::exists(folder / "deep/out/b.jpg"));
 }
 
+TEST(LabelJob, HoldsAllFramesAndOnePictureMore)
+{
+    const test::TemporaryFolder folder;
+    LabelJobRequest request;
+    constexpr int kWidth = 480;
+    constexpr int kHeight = 360;
+    constexpr std::uint64_t kFrames = 6;
+    constexpr std::uint64_t kFrame = std::uint64_t{kWidth} * kHeight * sizeof(PixelRGB<float>);
+    for (std::uint64_t i = 0; i < kFrames; ++i)
+        request.frames.push_back(
+            test::writtenTo(folder / (std::to_string(i) + ".tif"), *test::textured(kWidth, kHeight)));
+    request.folder = folder / "out";
+    const LabelJobResult result = labelJob(request);
+    ASSERT_TRUE(result.done()) << result.message;
+    EXPECT_GE(result.peak.planes, (kFrames + 1) * kFrame);
+    EXPECT_LT(result.peak.planes, (kFrames + 1) * kFrame + kFrame / 2) << "rows and the like beside them";
+}
+
 class UpscaleJob : public testing::Test
 {
 protected:
@@ -216,8 +234,8 @@ TEST_F(UpscaleJob, RefusesWhatContradictsItself)
         EXPECT_THAT(result.message, HasSubstr(reason));
     };
     refused([](UpscaleJobRequest& r) { r.source.clear(); }, "empty");
-    refused([](UpscaleJobRequest& r) { r.passes = 0; }, "is 0, expected 1 to 2");
-    refused([](UpscaleJobRequest& r) { r.passes = 3; }, "is 3, expected 1 to 2");
+    refused([](UpscaleJobRequest& r) { r.passes = 0; }, "is 0, expected 1 to 4");
+    refused([](UpscaleJobRequest& r) { r.passes = 5; }, "is 5, expected 1 to 4");
     refused([](UpscaleJobRequest& r) { r.denoise = 4; }, "is 4, expected 0 to 3");
     refused(
         [](UpscaleJobRequest& r) {

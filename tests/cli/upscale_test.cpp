@@ -70,6 +70,22 @@ TEST_F(Upscale, TwoPassesMakeItFourTimes)
     EXPECT_EQ(sizeOf("out.jpg"), (_Size<int>{480, 320}));
 }
 
+TEST_F(Upscale, UpToFourPasses)
+{
+    writeFrame(folder / "in.jpg", {.width = 48, .height = 32});
+    ASSERT_EQ(upscale({"-o", "out.jpg", "--passes", "4"}).exitCode, 0);
+    EXPECT_EQ(sizeOf("out.jpg"), (_Size<int>{768, 512}));
+}
+
+TEST_F(Upscale, ResultsThatCannotBeWrittenEndBeforeTheWork)
+{
+    writeFrame(folder / "in.jpg", {.width = 4608, .height = 48});
+    expectEnd({"--passes", "4"}, 1, {"out.jpg: a JPEG has at most 65500 pixels a side, the picture has 73728 x 768"});
+    // The network tells its scale when it is tried.
+    writeText(folder / "eight.onnx", ::test::onnx::convolveAndEnlarge(3, {1.0f}, 1, 8));
+    expectEnd({"--model", "eight.onnx", "--passes", "2"}, 1, {"out.jpg: a JPEG has at most 65500", "294912 x 3072"});
+}
+
 TEST_F(Upscale, CarriesMetadata)
 {
     ASSERT_EQ(upscale({"-o", "out.jpg"}).exitCode, 0);
@@ -120,7 +136,7 @@ TEST_F(Upscale, NetworkThatCannotBeUsed)
 
 TEST_F(Upscale, ValuesOutOfRange)
 {
-    expectEnd({"--passes", "3"}, 2, {"--passes", "expected 1 to 2, found 3"});
+    expectEnd({"--passes", "5"}, 2, {"--passes", "expected 1 to 4, found 5"});
     expectEnd({"--passes", "0"}, 2, {"--passes"});
     expectEnd({"--denoise", "4"}, 2, {"--denoise", "expected 0 to 3, found 4"});
     expectEnd({"second.jpg"}, 2, {"second.jpg"}); // one file at a time

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -173,6 +174,20 @@ std::shared_ptr<const ImageMetadata> checkIsPicture(const fs::path& path)
         fail(path.string() + ": " + sizeText(metadata->size) + " pixels are too many, at most " +
              std::to_string(ImageReadOptions{}.maxPixels / 1'000'000) + " million are read");
     return metadata;
+}
+
+int longestSideOf(ImageFileFormat format)
+{
+    // libjpeg's limit, which the writer keeps. The other formats count pixels with 31 bits, as pictures do.
+    constexpr int kLongestJpeg = 65500;
+    return format == ImageFileFormat::Jpeg ? kLongestJpeg : std::numeric_limits<int>::max();
+}
+
+void checkHolds(const fs::path& output, ImageFileFormat format, _Size<int> size)
+{
+    if (std::max(size.width, size.height) > longestSideOf(format))
+        fail(output.string() + ": a " + factsOf(format).name + " has at most " + std::to_string(longestSideOf(format)) +
+             " pixels a side, the picture has " + sizeText(size));
 }
 
 void checkSizesAgree(const std::vector<fs::path>& paths,

@@ -62,12 +62,14 @@ void checkRequest(const HdrJobRequest& request)
     checkShare("detail", request.details);
 }
 
-std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& request)
+std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& request, ImageFileFormat format)
 {
     run.report({JobStep::Check, kCheckStarts});
     run.checkFiles(request.frames);
     checkOutput(request.output, request.frames);
-    checkSizesAgree(request.frames, run.checkPictures(request.frames));
+    const auto metadata = run.checkPictures(request.frames);
+    checkSizesAgree(request.frames, metadata);
+    checkHolds(request.output, format, metadata.front()->size);
     auto frames = sortedFrames(request.frames, request.frames);
     for (const auto& path : request.frames)
         if (std::none_of(frames.begin(), frames.end(), [&](const BracketFrame& frame) { return frame.path == path; }))
@@ -103,7 +105,7 @@ HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks)
     runPictureJob(request, callbacks, result, [&](PictureRun& run) {
         checkRequest(request);
         const ImageWriteSettings settings = writeSettingsFor(request.output, request);
-        result.frames = checkFiles(run, request);
+        result.frames = checkFiles(run, request, settings.format);
         const std::shared_ptr<Image> merged = merge(run, request, callbacks);
         run.report({JobStep::Write, kWriteStarts});
         static_cast<WrittenPicture&>(result) = run.write(*merged, request.output, settings, 1.0);

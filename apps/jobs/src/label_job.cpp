@@ -70,7 +70,9 @@ void checkFiles(PictureRun& run, const LabelJobRequest& request, const std::vect
 {
     run.report(kCheckStarts);
     run.checkFiles(request.frames);
-    (void)run.checkPictures(request.frames);
+    const auto metadata = run.checkPictures(request.frames);
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+        checkHolds(outputs[i], request.format, metadata[i]->size);
     const MadeFolder probe(request.folder); // gone again until there is something to put into it
     for (const auto& output : outputs)
         checkOutput(output, request.frames);

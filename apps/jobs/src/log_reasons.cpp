@@ -10,9 +10,21 @@ namespace {
 /// The loader's line for every file that did not open. The reader has said before why.
 constexpr const char* kDidNotOpen = "Can't open image at path: ";
 
-/// The beginning of a call frame's line on an exception, and the end of it where memory was wanting.
+/// The beginning of a call frame's line on an exception.
 constexpr std::string_view kErrorIn = "Error in ";
+/// What the enlargement puts before its reasons in the log.
+constexpr std::string_view kUpscaling = "Upscaling: ";
+
+/// How an exception tells that memory was wanting: the end of the standard one's text, and what stands in OpenCV's,
+/// amid the place in its source. OpenCV's bears the code StsNoMem, whatever the version.
 constexpr std::string_view kNoMemory = "std::bad_alloc";
+constexpr std::string_view kNoMemoryInOpenCV = "(-4:Insufficient memory)";
+constexpr const char* kTooLarge = "there is not enough memory for pictures of this size";
+
+bool tellsOfNoMemory(const std::string& text)
+{
+    return text.ends_with(kNoMemory) || text.find(kNoMemoryInOpenCV) != std::string::npos;
+}
 
 bool isComplaint(const LogCapture::Line& line)
 {
@@ -33,6 +45,8 @@ std::optional<std::string> naming(const std::filesystem::path& file, const std::
 {
     const std::string path = file.string();
     const std::string name = file.filename().string();
+    if (tellsOfNoMemory(text) && (text.find(path) != std::string::npos || text.starts_with(name + ":")))
+        return path + ": " + kTooLarge;
     if (text.find(path) != std::string::npos)
         return oneLine(text);
     // Two files of one name may lie in different folders: only the path says which one is meant.
@@ -41,18 +55,20 @@ std::optional<std::string> naming(const std::filesystem::path& file, const std::
     return std::nullopt;
 }
 
-/// What an operation's call frame logs of an exception: without the name of the function, which people do not know.
+} // namespace
+
 std::string forPeople(const std::string& error)
 {
-    if (error.ends_with(kNoMemory))
-        return "there is not enough memory for pictures of this size";
+    const std::string text = oneLine(error);
+    if (tellsOfNoMemory(text))
+        return kTooLarge;
+    if (text.starts_with(kUpscaling))
+        return text.substr(kUpscaling.size());
     constexpr std::string_view kSeparator = ": ";
-    const auto separator = error.find(kSeparator);
-    const bool namesFunction = error.starts_with(kErrorIn) && separator != std::string::npos;
-    return namesFunction ? error.substr(separator + kSeparator.size()) : error;
+    const auto separator = text.find(kSeparator);
+    const bool namesFunction = text.starts_with(kErrorIn) && separator != std::string::npos;
+    return namesFunction ? text.substr(separator + kSeparator.size()) : text;
 }
-
-} // namespace
 
 std::string reasonForFile(const LogCapture& log, const std::filesystem::path& file, const std::string& otherwise)
 {
@@ -68,7 +84,7 @@ std::string reasonOfRunOn(const LogCapture& log, const std::filesystem::path& fi
     const auto errors = log.texts(LogMessageType::Error);
     if (errors.empty())
         return reasonForFile(log, file, otherwise);
-    const std::string error = forPeople(oneLine(errors.back()));
+    const std::string error = forPeople(errors.back());
     return naming(file, error).value_or(file.string() + ": " + error);
 }
 
@@ -87,8 +103,8 @@ std::string reasonOfRun(const LogCapture& log, const std::vector<std::filesystem
             lastError = line.text;
     }
     if (!lastError.empty())
-        return forPeople(oneLine(lastError));
-    return lastWarning.empty() ? otherwise : oneLine(lastWarning);
+        return forPeople(lastError);
+    return lastWarning.empty() ? otherwise : forPeople(lastWarning);
 }
 
 } // namespace orvo::jobs

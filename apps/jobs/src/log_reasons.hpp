@@ -9,6 +9,10 @@
 
 namespace orvo::jobs {
 
+/// What an exception or a line of the log says of a failure, as one line for people: without the name of the function,
+/// which they do not know, and in plain words where memory was wanting, whoever says so.
+[[nodiscard]] std::string forPeople(const std::string& error);
+
 /// Why `file` could not be read: the first complaint in `log` that names it; else `otherwise`. Always names the file.
 [[nodiscard]] std::string reasonForFile(const LogCapture& log, const std::filesystem::path& file,
                                         const std::string& otherwise);

@@ -1,6 +1,8 @@
 /// The one place where a job's exceptions become its answer.
 #pragma once
 
+#include "log_reasons.hpp"
+
 #include <jobs/job.hpp>
 
 #include <exception>
@@ -23,9 +25,9 @@ void runJob(JobResult& result, const JobCallbacks& callbacks, const Body& body)
     } catch (const JobError& error) {
         end(error.outcome, error.what());
     } catch (const std::bad_alloc&) {
-        end(JobOutcome::Failed, "there is not enough memory for pictures of this size");
+        end(JobOutcome::Failed, forPeople("std::bad_alloc")); // whatever its own text is
     } catch (const std::exception& error) {
-        end(JobOutcome::Failed, error.what());
+        end(JobOutcome::Failed, forPeople(error.what()));
     } catch (...) {
         end(JobOutcome::Failed, "an error of unknown kind ended the job");
     }

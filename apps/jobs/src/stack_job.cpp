@@ -37,12 +37,14 @@ BracketSettings::FocusStacking stackSettings(const StackJobRequest& request, std
     return settings;
 }
 
-void checkFiles(PictureRun& run, const StackJobRequest& request)
+void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat format)
 {
     run.report(kCheckStarts);
     run.checkFiles(request.frames);
     checkOutput(request.output, request.frames);
-    checkSizesAgree(request.frames, run.checkPictures(request.frames));
+    const auto metadata = run.checkPictures(request.frames);
+    checkSizesAgree(request.frames, metadata);
+    checkHolds(request.output, format, metadata.front()->size);
     run.throwIfCancelled();
 }
 
@@ -68,7 +70,7 @@ StackJobResult stackJob(const StackJobRequest& request, const JobCallbacks& call
     runPictureJob(request, callbacks, result, [&](PictureRun& run) {
         checkRequest(request);
         const ImageWriteSettings settings = writeSettingsFor(request.output, request);
-        checkFiles(run, request);
+        checkFiles(run, request, settings.format);
         const std::shared_ptr<Image> stacked = stack(run, request, result.reference);
         run.report(kWriteStarts);
         static_cast<WrittenPicture&>(result) = run.write(*stacked, request.output, settings, 1.0);

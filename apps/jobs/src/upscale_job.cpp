@@ -6,6 +6,7 @@
 #include <orvo_extensions/upscale.hpp>
 #include <orvo_io/settings.hpp>
 
+#include <algorithm>
 #include <string>
 
 namespace orvo::jobs {
@@ -61,7 +62,40 @@ void checkRequest(const UpscaleJobRequest& request)
                        request.model.string() + ": a network was given, but the built-in filters were asked for");
 }
 
-_Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request)
+UpscaleAISettings upscaleSettings(const UpscaleJobRequest& request)
+{
+    UpscaleAISettings settings;
+    settings.passes = request.passes;
+    settings.denoise = request.denoise;
+    settings.faces = request.faces;
+    settings.crisp = request.crisp;
+    settings.builtIn = request.builtIn;
+    return settings;
+}
+
+/// Even the largest result that a method could make of a picture of `size` can be made and written.
+bool fitsForCertain(_Size<int> size, int passes, ImageFileFormat format)
+{
+    double scale = 1.0;
+    for (int pass = 0; pass < passes; ++pass)
+        scale *= kMostUpscaleScale;
+    return std::max(size.width, size.height) * scale <= longestSideOf(format) &&
+           size.width * scale * size.height * scale <= static_cast<double>(kMostUpscaledPixels);
+}
+
+/// The result can be made and written. Asked only where it matters: a network may have to be loaded for the answer.
+void checkResult(const PictureRun& run, const UpscaleJobRequest& request, ImageFileFormat format, _Size<int> size)
+{
+    if (fitsForCertain(size, request.passes, format))
+        return;
+    const ModelSetting model(request.model);
+    const _Size<int> result = upscaledSize(size, upscaleSettings(request));
+    if (result == _Size<int>())
+        throw JobError(JobOutcome::Failed, reasonOfRunOn(run.log, request.source, "the picture cannot be enlarged"));
+    checkHolds(request.output, format, result);
+}
+
+_Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request, ImageFileFormat format)
 {
     run.report(kCheckStarts);
     run.checkFiles({request.source});
@@ -69,6 +103,7 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request)
         checkIsFile(request.model, "network");
     checkOutput(request.output, {request.source});
     const auto metadata = run.checkPictures({request.source});
+    checkResult(run, request, format, metadata.front()->size);
     run.throwIfCancelled();
     return metadata.front()->size;
 }
@@ -76,14 +111,8 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request)
 std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request)
 {
     run.report(kUpscaleStarts);
-    UpscaleAISettings settings;
-    settings.passes = request.passes;
-    settings.denoise = request.denoise;
-    settings.faces = request.faces;
-    settings.crisp = request.crisp;
-    settings.builtIn = request.builtIn;
     const ModelSetting model(request.model);
-    auto upscaled = upscaleAI(request.source, settings, {}, {});
+    auto upscaled = upscaleAI(request.source, upscaleSettings(request), {}, {});
     run.throwIfCancelled();
     if (!upscaled)
         throw JobError(JobOutcome::Failed, reasonOfRunOn(run.log, request.source, "the picture cannot be read"));
@@ -100,7 +129,7 @@ UpscaleJobResult upscaleJob(const UpscaleJobRequest& request, const JobCallbacks
     runPictureJob(request, callbacks, result, [&](PictureRun& run) {
         checkRequest(request);
         const ImageWriteSettings settings = writeSettingsFor(request.output, request);
-        result.sourceSize = checkFiles(run, request);
+        result.sourceSize = checkFiles(run, request, settings.format);
         const std::shared_ptr<Image> upscaled = upscale(run, request);
         run.report(kWriteStarts);
         static_cast<WrittenPicture&>(result) = run.write(*upscaled, request.output, settings, 1.0);

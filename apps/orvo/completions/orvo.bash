@@ -33,7 +33,7 @@ _orvo()
             return
             ;;
         --passes)
-            mapfile -t COMPREPLY < <(compgen -W '1 2' -- "$word")
+            mapfile -t COMPREPLY < <(compgen -W '1 2 3 4' -- "$word")
             return
             ;;
         --format)

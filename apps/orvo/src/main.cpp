@@ -24,7 +24,7 @@ constexpr std::array kCommands = {
     Command{"hdr", "merge an exposure bracket into one picture", runHdr},
     Command{"stack", "merge a focus series into one picture that is sharp throughout", runStack},
     Command{"label", "write frames once more, each with its number in the picture", runLabel},
-    Command{"upscale", "enlarge a picture two or four times", runUpscale},
+    Command{"upscale", "enlarge a picture 2 to 16 times", runUpscale},
     Command{"pano", "stitch pictures taken from one point into a wide one", runPano},
     Command{"frames", "list the frames of a bracket by exposure", runFrames},
     Command{"demo", "make example pictures and show what the other commands do", runDemo},

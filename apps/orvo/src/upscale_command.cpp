@@ -9,7 +9,7 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Enlarges a picture to twice its width and height, or four times, with sharper edges and\n"
+    "Enlarges a picture to twice its width and height, or up to 16 times, with sharper edges and\n"
     "finer detail than plain resizing: for a large print of an old file, or after a tight crop.\n"
     "Faces are sharpened with care of their own. A network in ONNX of yours may do the work.\n";
 constexpr const char* kExamples = "Examples:\n"
@@ -33,9 +33,10 @@ struct UpscaleOptions
 void bindUpscaleOptions(Options& app, UpscaleOptions& options)
 {
     auto& request = options.request;
-    app.add_option("--passes", request.passes, "1 makes it 2 times as wide and high, 2 makes it 4 times; else 1")
+    app.add_option("--passes", request.passes,
+                   "times that it is doubled, 1 to 4: each side grows 2 to 16 times; else 1")
         ->type_name("N")
-        ->check(between(1, jobs::kMostUpscalePasses));
+        ->check(between(1, kMostUpscalePasses));
     app.add_option("--denoise", request.denoise, "smooth noise before, 0 (not) to 3 (most); else 0")
         ->type_name("N")
         ->check(between(0, 3));

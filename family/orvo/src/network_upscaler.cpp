@@ -5,6 +5,8 @@
 #include "onnx_input.hpp"
 #include "quiet_opencv.hpp"
 
+#include <orvo/upscaling.hpp>
+
 #include <opencv2/dnn.hpp>
 
 #include <algorithm>
@@ -16,7 +18,7 @@
 namespace orvo::details {
 namespace {
 
-constexpr int kMostScale = 8;
+constexpr int kMostScale = kMostUpscaleScale;
 constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have a tenth of it
 // The part of a tile that is kept, about: large against the overlap, small enough for the planes of a deep network
 // (64 channels of such a tile are 4 MB).

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <limits>
 #include <optional>
@@ -27,9 +28,7 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-constexpr int kMostPasses = 4; // 16 times each side as built in; beyond it nothing is left to be guessed from
 constexpr int kMostDenoise = 3;
-constexpr std::int64_t kMostPixels = 1'000'000'000; // of a result: what the reader takes in return
 constexpr int kBuiltInScale = 2;
 constexpr int kUsualOverlap = 16;
 
@@ -48,16 +47,21 @@ public:
 
 std::string text(_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
-void check(const Picture* image, const UpscaleAISettings& settings, const _ImageData<float>* mask)
+void checkSettings(const UpscaleAISettings& settings)
 {
-    if (image == nullptr || image->pixelCount() == 0)
-        throw Refusal("a picture was expected, none was given");
-    if (settings.passes < 1 || settings.passes > kMostPasses)
-        throw Refusal("UpscaleAISettings.passes of 1 to " + std::to_string(kMostPasses) + " was expected, " +
+    if (settings.passes < 1 || settings.passes > kMostUpscalePasses)
+        throw Refusal("UpscaleAISettings.passes of 1 to " + std::to_string(kMostUpscalePasses) + " was expected, " +
                       std::to_string(settings.passes) + " was found");
     if (settings.denoise < 0 || settings.denoise > kMostDenoise)
         throw Refusal("UpscaleAISettings.denoise of 0 to " + std::to_string(kMostDenoise) + " was expected, " +
                       std::to_string(settings.denoise) + " was found");
+}
+
+void check(const Picture* image, const UpscaleAISettings& settings, const _ImageData<float>* mask)
+{
+    if (image == nullptr || image->pixelCount() == 0)
+        throw Refusal("a picture was expected, none was given");
+    checkSettings(settings);
     if (mask != nullptr && mask->size() != image->size())
         throw Refusal("a mask of " + text(image->size()) + " was expected, one of " + text(mask->size()) +
                       " was found");
@@ -66,14 +70,22 @@ void check(const Picture* image, const UpscaleAISettings& settings, const _Image
 // Sides grow by this much altogether; refuses results that are too large.
 int totalScale(_Size<int> size, int passes, int scale)
 {
+    constexpr std::int64_t kMillion = 1'000'000;
     std::int64_t total = 1;
     for (int i = 0; i < passes; ++i)
         total *= scale;
     const std::int64_t width = size.width * total;
     const std::int64_t height = size.height * total;
-    if (std::max(width, height) > std::numeric_limits<int>::max() || width > kMostPixels / height)
-        throw Refusal("a result of at most " + std::to_string(kMostPixels) + " pixels was expected, " + text(size) +
-                      " enlarged by " + std::to_string(total) + " has more");
+    if (width > kMostUpscaledPixels / height || std::max(width, height) > std::numeric_limits<int>::max()) {
+        // Rounded up, so that it never reads like what is allowed. Sides may be such that a product would overflow.
+        const double millions = std::ceil(static_cast<double>(width) * static_cast<double>(height) / kMillion);
+        throw Refusal(std::to_string(size.width) + " x " + std::to_string(size.height) + " pixels enlarged " +
+                      std::to_string(total) + " times would be " + std::to_string(width) + " x " +
+                      std::to_string(height) + ", " + std::to_string(static_cast<std::int64_t>(millions)) +
+                      " million pixels, but at most " + std::to_string(kMostUpscaledPixels / kMillion) +
+                      " million can be made; " + (passes > 1 ? "take fewer passes or " : "take ") +
+                      "a smaller picture");
+    }
     return static_cast<int>(total);
 }
 
@@ -96,6 +108,14 @@ struct ConfiguredNetwork
             network.scale = scale;
         network.overlap = orvosettings().get<int>("Upscale.overlap", kUsualOverlap);
         return network;
+    }
+
+    // The scale is told, and not one that loading would refuse.
+    [[nodiscard]] bool hasUsableScale() const { return scale && *scale >= 1 && *scale <= kMostUpscaleScale; }
+
+    [[nodiscard]] std::unique_ptr<details::NetworkUpscaler> load() const
+    {
+        return std::make_unique<details::NetworkUpscaler>(model, scale, overlap);
     }
 
     // A changed file is another network.
@@ -159,7 +179,7 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
 {
     std::unique_ptr<details::NetworkUpscaler> network;
     if (configured)
-        network = std::make_unique<details::NetworkUpscaler>(configured->model, configured->scale, configured->overlap);
+        network = configured->load();
     const int total = totalScale(image->size(), settings.passes, network ? network->scale() : kBuiltInScale);
     std::shared_ptr<const Picture> source = image;
     if (canceled(cancel))
@@ -187,13 +207,41 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
     return canceled(cancel) ? nullptr : result;
 }
 
+// What `body` gives; `nothing`, after a line of the log, where it refuses.
+template <typename Result, typename Body>
+Result orRefusal(Result nothing, const Body& body)
+{
+    try {
+        return body();
+    } catch (const Refusal& refusal) {
+        details::logErrorMessage(std::string("Upscaling: ") + refusal.what());
+    } catch (const details::NetworkFailure& failure) {
+        details::logErrorMessage(failure.what());
+    }
+    return nothing;
+}
+
 } // namespace
+
+_Size<int> upscaledSize(_Size<int> size, const UpscaleAISettings& settings)
+{
+    return orRefusal(_Size<int>(), [&] {
+        checkSettings(settings);
+        if (size.width < 1 || size.height < 1)
+            throw Refusal("a picture was expected, none was given");
+        int scale = kBuiltInScale;
+        if (const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find())
+            scale = network->hasUsableScale() ? *network->scale : network->load()->scale();
+        const int total = totalScale(size, settings.passes, scale);
+        return _Size<int>(size.width * total, size.height * total);
+    });
+}
 
 std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
                                   const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
                                   const mlCacheInfo& cacheInfo)
 {
-    try {
+    return orRefusal(std::shared_ptr<Picture>(), [&] {
         check(image.get(), settings, mask.get());
         const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find();
         const bool keep = !cacheInfo.key.empty() && cacheInfo.size == image->size() && !mask;
@@ -205,12 +253,7 @@ std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, c
         if (keep && result)
             details::UpscaleCache::instance().keep(name, *result);
         return result;
-    } catch (const Refusal& refusal) {
-        details::logErrorMessage(std::string("Upscaling: ") + refusal.what());
-    } catch (const details::NetworkFailure& failure) {
-        details::logErrorMessage(failure.what());
-    }
-    return nullptr;
+    });
 }
 
 void clearUpscaleCache() { details::UpscaleCache::instance().clear(); }

@@ -460,7 +460,32 @@ TEST(Upscaling, RefusesWhatItCannotDo)
     UpscaleAISettings most;
     most.passes = 4;
     refused(std::make_shared<Picture>(orvo::_Size<int>(4000, 1000), ColorProfileType::melissaRGB()), most, nullptr,
-            "pixels");
+            "Upscaling: 4000 x 1000 pixels enlarged 16 times would be 64000 x 16000, 1024 million pixels, but at most "
+            "1000 million can be made; take fewer passes or a smaller picture");
+}
+
+TEST(Upscaling, TellsTheSizeOfTheResultBefore)
+{
+    for (const int passes : {1, 2, 3, 4}) {
+        UpscaleAISettings settings;
+        settings.passes = passes;
+        EXPECT_EQ(orvo::upscaledSize({37, 21}, settings), orvo::_Size<int>(37 << passes, 21 << passes));
+    }
+    const auto refused = [](orvo::_Size<int> size, int passes, const std::string& named) {
+        const LogCapture log;
+        UpscaleAISettings settings;
+        settings.passes = passes;
+        EXPECT_EQ(orvo::upscaledSize(size, settings), orvo::_Size<int>()) << named;
+        const auto lines = log.texts(LogMessageType::Error);
+        ASSERT_EQ(lines.size(), 1u) << named;
+        EXPECT_NE(lines[0].find(named), std::string::npos) << lines[0];
+    };
+    refused({0, 5}, 1, "picture");
+    refused({4, 4}, 5, "passes");
+    refused({20000, 15000}, 1,
+            "40000 x 30000, 1200 million pixels, but at most 1000 million can be made; take a smaller");
+    refused({50000, 5001}, 1, "1001 million");  // 1000.2
+    refused({2000000000, 1}, 1, "can be made"); // few enough pixels for the reader, but too long a side
 }
 
 TEST(Upscaling, HoldsThePictureAndTheResultOnly)

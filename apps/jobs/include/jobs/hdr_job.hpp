@@ -39,7 +39,8 @@ struct HdrJobResult : PictureJobResult
 /// a handheld bracket of three 20 megapixel JPEGs with alignment and deghosting, on two cores.
 ///
 /// Refused: no file, a path given twice in whatever spelling, a value out of range, an unknown ending, an output that
-/// is one of the inputs. Failed: everything that the files or the machine cause, frames of different sizes too.
+/// is one of the inputs. Failed: everything that the files or the machine cause, frames of different sizes too, and
+/// frames with longer sides than the format takes, though alignment may cut them shorter.
 /// Cancelled while loading, between the steps of the merge, and while writing.
 [[nodiscard]] HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks = {});
 

@@ -33,12 +33,13 @@ struct LabelJobResult : RunReport
 /// are shown as the sensor saw them, undeveloped. A picture is named after its source with the ending of the format; of
 /// several sources of one stem the second one's name ends in "-2" and so on. Other files in the folder are replaced if
 /// their names say so. Metadata are carried over. The count of peak plane bytes of the process is reset at the start.
-/// Peak: all frames twice.
+/// Peak: all frames, and one picture more.
 ///
 /// Progress: Check 0, Label 0.02 (opaque), Write from 0.4 on after each picture, and 1 at the end.
 ///
 /// Refused: no file, a path given twice in whatever spelling, a value out of range, a picture that would replace one of
-/// the inputs. Failed: everything that the files or the machine cause; pictures that are written stay, and a folder
+/// the inputs. Failed: everything that the files or the machine cause; frames with
+/// longer sides than the format takes before any is read; pictures that are written stay, and a folder
 /// that was made and is empty goes. Cancelled while checking, after the frames are labelled, and while writing.
 [[nodiscard]] LabelJobResult labelJob(const LabelJobRequest& request, const JobCallbacks& callbacks = {});
 

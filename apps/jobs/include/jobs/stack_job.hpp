@@ -39,7 +39,8 @@ struct StackJobResult : PictureJobResult
 ///
 /// Refused: no file, a path given twice in whatever spelling, a value out of range, a reference where nothing refers to
 /// one, an unknown ending, an output that is one of the inputs. Failed: everything that the files or the machine cause,
-/// frames of different sizes too. Cancelled while checking, after the merge, and while writing.
+/// frames of different sizes too, and frames with longer sides than the format takes, though alignment may cut them
+/// shorter. Cancelled while checking, after the merge, and while writing.
 [[nodiscard]] StackJobResult stackJob(const StackJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

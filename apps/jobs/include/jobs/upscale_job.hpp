@@ -2,13 +2,12 @@
 #pragma once
 
 #include <jobs/picture_job.hpp>
+#include <orvo_extensions/upscale.hpp>
 
 #include <filesystem>
 #include <optional>
 
 namespace orvo::jobs {
-
-inline constexpr int kMostUpscalePasses = 2; ///< of a job; four times each side as built in, more shows no more
 
 struct UpscaleJobRequest : PictureJobRequest
 {
@@ -37,8 +36,9 @@ struct UpscaleJobResult : PictureJobResult
 /// Progress: Check 0, Upscale 0.02 (opaque), Write 0.9, and 1 at the end.
 ///
 /// Refused: no file, a value out of range, both a network and the built-in filters, an unknown ending, an output that
-/// is the source. Failed: everything that the files or the machine cause, a network that cannot be used too. Cancelled
-/// while checking, after enlarging, and while writing.
+/// is the source. Failed: everything that the files or the machine cause, a network that cannot be used too; while
+/// checking already if the result would have more pixels than can be made, or longer sides than the format takes.
+/// Cancelled while checking, after enlarging, and while writing.
 [[nodiscard]] UpscaleJobResult upscaleJob(const UpscaleJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

@@ -11,6 +11,13 @@
 
 namespace orvo {
 
+/// Of one upscaling: 16 times each side as built in; beyond it nothing is left to be guessed from.
+inline constexpr int kMostUpscalePasses = 4;
+/// Of one pass: what a network may do.
+inline constexpr int kMostUpscaleScale = 8;
+/// Of a result: what the reader takes in return.
+inline constexpr std::int64_t kMostUpscaledPixels = 1'000'000'000;
+
 /// What an upscaling is to do. A plain record.
 struct ORVO_EXPORT UpscaleAISettings
 {
@@ -20,7 +27,8 @@ struct ORVO_EXPORT UpscaleAISettings
     UpscaleAISettings& operator=(const UpscaleAISettings&) = default;
     UpscaleAISettings& operator=(UpscaleAISettings&&) noexcept = default;
 
-    /// How often the picture is enlarged, 1 to 4, each time by the scale of the method (2 as built in).
+    /// How often the picture is enlarged, 1 to kMostUpscalePasses, each time by the scale of the method (2 as built
+    /// in).
     std::int32_t passes = 1;
     /// How much of the noise is smoothed before enlarging: 0 nothing, 1 half, 2 four fifths, 3 nine tenths of its
     /// deviation.
@@ -68,8 +76,8 @@ struct ORVO_EXPORT mlCacheInfo
 /// and time), and a second call gives a copy. Results with a mask are not kept, nor those above 256 MB; together they
 /// take at most that much, the oldest go first.
 ///
-/// Refused are passes outside 1..4, a denoise outside 0..3, a mask of another size, an empty picture, and results of
-/// more than 10^9 pixels.
+/// Refused are passes outside 1..kMostUpscalePasses, a denoise outside 0..3, a mask of another size, an empty picture,
+/// and results of more than kMostUpscaledPixels, before any of the work.
 ///
 /// Blocks its caller; any thread, parallel inside; the same bits for any number of threads. Peak: the picture and the
 /// result, plus less than a megabyte for each thread; `denoise` has four pictures of the size of `image` at its height,
@@ -80,6 +88,11 @@ struct ORVO_EXPORT mlCacheInfo
 upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,
          const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
          const mlCacheInfo& cacheInfo);
+
+/// Size of what upscaleX() would make of a picture of `size`, for those who would know before they wait; 0 x 0 after
+/// the same log line where that would refuse. A network whose scale the settings store does not tell is loaded and
+/// tried for it, which takes as long as a tile does. Any thread. Throws std::bad_alloc.
+[[nodiscard]] ORVO_EXPORT _Size<int> upscaledSize(_Size<int> size, const UpscaleAISettings& settings);
 
 /// Drops all results that upscaleX() keeps.
 ORVO_EXPORT void clearUpscaleCache();

@@ -1,5 +1,6 @@
 #include "composer/own_random_numbers.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/stitcher_registration_adjuster.hpp"
 
 #include <orvo_common/text.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -202,12 +203,17 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
 bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
                                      const std::vector<cv::detail::MatchesInfo>& pairwise)
 {
-    const cv::Ptr<cv::detail::BundleAdjusterBase> adjuster = cv::makePtr<cv::detail::BundleAdjusterRay>();
-    adjuster->setConfThresh(static_cast<double>(kMatchConfidence));
-    adjuster->setRefinementMask(cv::Mat::ones(3, 3, CV_8U));
-    for (int i = 0; i < kAdjustmentTries; ++i)
-        if ((*adjuster)(features, pairwise, cameras))
-            return true;
+    SparseRayAdjuster adjuster;
+    adjuster.setConfThresh(static_cast<double>(kMatchConfidence));
+    adjuster.setRefinementMask(cv::Mat::ones(3, 3, CV_8U));
+    for (int i = 0; i < kAdjustmentTries; ++i) {
+        try {
+            if (adjuster(features, pairwise, cameras))
+                return true;
+        } catch (const SparseRayAdjuster::Hopeless&) {
+            continue; // as if it had counted to the last iteration
+        }
+    }
     LOG(__orvolog() << LogMessageType::Error << "failed to make more accurate focals prediction");
     return false;
 }

@@ -74,3 +74,28 @@ TEST(StitcherTruth, ThirtyViewsAllAround)
     views.insert(views.end(), upper.begin(), upper.end());
     expectRegistered(views);
 }
+
+// Circles far from the horizon: each view sees most of the others across the pole, turned by any angle.
+TEST(StitcherTruth, CircleOfSixteenPitchedDown)
+{
+    SphereView view = handheld();
+    view.size = {600, 450};
+    view.focal = 600.0;
+    expectRegistered(scenes::rowOfViews(16, 22.5, -58.0, view, 1.0, 3));
+}
+
+TEST(StitcherTruth, CircleOfTenPitchedUp)
+{
+    SphereView view = handheld();
+    view.size = {600, 450};
+    view.focal = 600.0;
+    expectRegistered(scenes::rowOfViews(10, 36.0, 75.0, view, 1.0, 3));
+}
+
+TEST(StitcherTruth, ThreeViewsThatShareTheNadir)
+{
+    SphereView view = handheld();
+    view.size = {600, 450};
+    view.focal = 600.0;
+    expectRegistered(scenes::rowOfViews(3, 40.0, -84.0, view, 1.0, 3));
+}

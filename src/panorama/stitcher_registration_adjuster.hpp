@@ -1,0 +1,109 @@
+/// Bundle adjustment by rays at a cost that grows with the pairs of pictures, not with pictures times pairs.
+#pragma once
+
+#include <opencv2/core.hpp>
+#include <opencv2/stitching/detail/motion_estimators.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace orvo {
+
+/// cv::detail::BundleAdjusterRay (Brown, Lowe 2007), the same steps to the last bit.
+///
+/// A camera moves only the errors of the pairs that it is in, yet OpenCV measures those of all pairs for each of its
+/// parameters. Here only these are measured; the derivative of all others is the zero that OpenCV finds, too. Of 30
+/// pictures that saves 14 of 15 measurements.
+///
+/// Parameters that are no numbers stay so: OpenCV goes on until it has counted to the last iteration and then fails.
+/// Here the first such parameter ends it, by Hopeless.
+class SparseRayAdjuster : public cv::detail::BundleAdjusterRay
+{
+public:
+    /// No step can lead anywhere from here. Thrown by the call operator, which then has left the cameras alone.
+    struct Hopeless
+    {};
+
+private:
+    // The parameters of a camera, focal length and rotation, and the errors of a match, the difference of two rays.
+    static constexpr int kParameters = 4;
+    static constexpr int kErrors = 3;
+    static constexpr double kStep = 1e-3; // as OpenCV's, or the steps would not be the same
+
+    using Edges = std::vector<std::pair<int, int>>;
+
+    // OpenCV keeps its measurement to itself where it overrides it, but shares the declaration.
+    struct Measurement : cv::detail::BundleAdjusterBase
+    {
+        static auto pointer() { return &Measurement::calcError; }
+    };
+
+    void measure(cv::Mat& errors) { (this->*Measurement::pointer())(errors); }
+
+    [[nodiscard]] int matchesOf(const std::pair<int, int>& edge) const
+    {
+        return pairwise_matches_[edge.first * num_images_ + edge.second].num_inliers;
+    }
+
+    void calcJacobian(cv::Mat& jacobian) override
+    {
+        stopAtNoNumbers();
+        jacobian.create(total_num_matches_ * kErrors, num_images_ * kParameters, CV_64F);
+        jacobian.setTo(0.0);
+        const Edges allEdges = edges_;
+        const int allMatches = total_num_matches_;
+        for (int camera = 0; camera < num_images_; ++camera)
+            differentiateBy(camera, allEdges, jacobian);
+        edges_ = allEdges;
+        total_num_matches_ = allMatches;
+    }
+
+    void stopAtNoNumbers() const
+    {
+        for (int i = 0; i < cam_params_.rows; ++i)
+            if (const double value = cam_params_.at<double>(i, 0); value != value)
+                throw Hopeless();
+    }
+
+    // The four columns of a camera.
+    void differentiateBy(int camera, const Edges& allEdges, cv::Mat& jacobian)
+    {
+        edges_.clear();
+        total_num_matches_ = 0;
+        rows.clear();
+        int row = 0;
+        for (const auto& edge : allEdges) {
+            const int matches = matchesOf(edge);
+            if (edge.first == camera || edge.second == camera) {
+                edges_.push_back(edge);
+                total_num_matches_ += matches;
+                rows.emplace_back(row, row + matches * kErrors);
+            }
+            row += matches * kErrors;
+        }
+        if (total_num_matches_ == 0)
+            return;
+        for (int column = camera * kParameters; column < (camera + 1) * kParameters; ++column) {
+            double& parameter = cam_params_.at<double>(column, 0);
+            const double value = parameter;
+            parameter = value - kStep;
+            measure(before);
+            parameter = value + kStep;
+            measure(after);
+            parameter = value;
+            int from = 0;
+            for (const auto& [first, last] : rows)
+                for (int to = first; to < last; ++to, ++from)
+                    jacobian.at<double>(to, column) =
+                        (after.at<double>(from, 0) - before.at<double>(from, 0)) / (2 * kStep);
+        }
+    }
+
+    cv::Mat before;
+    cv::Mat after;
+    std::vector<std::pair<int, int>> rows; // of the pairs of a camera: the first row, and the one past the last
+};
+
+} // namespace orvo

@@ -232,6 +232,28 @@ TEST_F(StitcherCompositing, ATinyPreviewIsCutHardAndStillRight)
     EXPECT_NEAR(at(raw.picture), at(reduced), 0.2 * at(reduced));
 }
 
+TEST_F(StitcherCompositing, OnlyATinyPreviewIsCutHard)
+{
+    registerViews();
+    const cv::Rect rect = content(0);
+    // A hole between two seams is filled with ones. Cut hard, the mask still shows them; blended it is 255 wherever
+    // anything is seen.
+    const auto filledHoles = [&](const cv::Size& size) {
+        const Raw raw = draw(rect, size);
+        EXPECT_EQ(cv::countNonZero(raw.mask), cv::countNonZero(raw.mask == 1) + cv::countNonZero(raw.mask == 255));
+        return cv::countNonZero(raw.mask == 1);
+    };
+    // Pictures fade over 5 percent of the mean side: over less than a pixel up to 30 pixels.
+    int tiny = 0;
+    int larger = 0;
+    for (int width = 10; width <= 30; ++width)
+        tiny += filledHoles({width, width / 3});
+    for (int width = 60; width <= 240; width += 20)
+        larger += filledHoles({width, width / 3});
+    EXPECT_GT(tiny, 0);
+    EXPECT_EQ(larger, 0);
+}
+
 TEST(BlendBands, GrowWithTheWidthUpToNine)
 {
     EXPECT_EQ(blendBands(0.0), std::nullopt);

@@ -18,7 +18,7 @@
 namespace orvo {
 namespace {
 
-constexpr double kBlendShare = 5.0 / 100.0; // of the output's mean side: how wide pictures fade into each other
+constexpr double kBlendPercent = 5.0; // of the output's mean side: how wide pictures fade into each other
 
 cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
 {
@@ -142,7 +142,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     const double sy = static_cast<double>(rect.height) / size.height;
     const double outputPerSeam = (1.0 / sy + 1.0 / sx) * 0.5 / seamScale();
     const double blendWidth =
-        std::sqrt(1.0 * resultRoi.width * resultRoi.height * outputPerSeam * outputPerSeam) * kBlendShare;
+        std::sqrt(1.0 * resultRoi.width * resultRoi.height * outputPerSeam * outputPerSeam) * kBlendPercent / 100.0;
 
     // A margin keeps the bands of the blender from ending at the frame.
     cv::Rect wide = rect;
@@ -154,7 +154,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     }
     wide &= projectionBounds(kSpherical);
     cv::Size wideSize = size;
-    if (wide != rect)
+    if (wide != rect) // else the quotients are those of the request, up to a rounding that could cost a pixel
         wideSize = cv::Size(static_cast<int>(wide.width / sx), static_cast<int>(wide.height / sy));
     if (wide.empty() || wideSize.empty())
         return drawNothing();

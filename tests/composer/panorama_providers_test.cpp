@@ -240,6 +240,19 @@ TEST_F(RawImagesProvider, AFileWithoutWhiteBalanceCanBeTheMedian)
     EXPECT_FALSE(loadPanoramaFrame(path, {}, medians).empty());
 }
 
+TEST_F(RawImagesProvider, TheMedianFileSaysWhetherThereIsAWhiteBalance)
+{
+    Paths files = {raw("a.dng", 0.0), raw("b.dng", 0.0), raw("c.dng", 0.0)};
+    forgetWhiteBalance(files[0]);
+    EXPECT_TRUE(computeSourceMedians(files).hasWhiteBalance) << "the one without comes first";
+    forgetWhiteBalance(files[1]);
+    EXPECT_FALSE(computeSourceMedians(files).hasWhiteBalance);
+    const auto images = PanoramaImagesProvider(sourceOf(files)).load(never);
+    ASSERT_THAT(images, SizeIs(3));
+    for (std::size_t i = 0; i < files.size(); ++i)
+        EXPECT_TRUE(sameBytes(images[i], loadPanoramaFrame(files[i], {}, {}))) << "each keeps its own";
+}
+
 TEST_F(RawImagesProvider, DevelopsRawFilesWithTheirExposuresLeftAsTheyAre)
 {
     PanoramaImagesProvider provider(sourceOf({raw("a.dng", -1.0), raw("b.dng", 0.0)}));

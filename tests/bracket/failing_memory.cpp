@@ -9,14 +9,21 @@ thread_local long allocationsLeft = -1;
 
 } // namespace orvo::test
 
-void* operator new(std::size_t bytes)
+// All forms that the library's own go through, so that memory is given back to where it came from.
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
 {
     if (orvo::test::allocationsLeft >= 0 && orvo::test::allocationsLeft-- == 0)
-        throw std::bad_alloc();
-    if (void* const memory = std::malloc(bytes > 0 ? bytes : 1))
+        return nullptr;
+    return std::malloc(bytes > 0 ? bytes : 1);
+}
+
+void* operator new(std::size_t bytes)
+{
+    if (void* const memory = operator new(bytes, std::nothrow))
         return memory;
     throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }

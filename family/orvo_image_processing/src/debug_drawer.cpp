@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <optional>
 #include <sstream>
+#include <utility>
 
 namespace orvo {
 
@@ -15,10 +17,15 @@ using Picture = _ImageData<PixelRGB<float>>;
 
 constexpr int kLinesPerSide = 40;
 constexpr int kSmallestLine = 12;
+constexpr int kSmallestLabelLine = 10; // of a label that fits no other way: letters of 6 pixels, hard to read but whole
+constexpr const char* kLeftOut = "...";
+// Of the characters of a label that is shortened: its end, which says which one of how many, is worth twice as much.
+constexpr std::size_t kBeginningShare = 3;
 constexpr float kLetter = 0.95f;
 constexpr float kRim = 0.05f;
 constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
-constexpr double kLetterShare = 0.6; // height of a capital in heights of a line
+constexpr double kLetterShare = 0.6;   // height of a capital in heights of a line
+constexpr double kBaselineShare = 0.8; // the foot of a capital lies so far down in its line
 // Positions beyond this many pixels are outside every picture; keeps sums of integers from overflowing.
 constexpr int kFarAway = 1 << 24;
 
@@ -42,7 +49,8 @@ void mix(PixelRGB<float>& pixel, float value, std::uint8_t share)
 struct Lettering
 {
     explicit Lettering(int lineHeight)
-        : scale(cv::getFontScaleFromHeight(kFont, std::max(1, static_cast<int>(lineHeight * kLetterShare)))),
+        : height(lineHeight),
+          scale(cv::getFontScaleFromHeight(kFont, std::max(1, static_cast<int>(lineHeight * kLetterShare)))),
           thickness(std::max(1, lineHeight / 16)), rim(thickness + 2 * std::max(1, lineHeight / 14))
     {}
 
@@ -51,6 +59,22 @@ struct Lettering
         return cv::getTextSize(text, kFont, scale, rim, &baseline);
     }
 
+    /// What a line takes from the left of its place to the right end of its letters.
+    [[nodiscard]] int widthOf(const std::string& line) const
+    {
+        int baseline = 0;
+        return extentOf(printable(line), baseline).width + rim;
+    }
+
+    /// From the top of a line's place to the lower end of its letters.
+    [[nodiscard]] int reachBelow() const
+    {
+        int baseline = 0;
+        (void)extentOf("g", baseline);
+        return static_cast<int>(height * kBaselineShare) + baseline;
+    }
+
+    int height;    ///< of a line
     double scale;  ///< as OpenCV counts it
     int thickness; ///< of a letter's strokes, pixels
     int rim;       ///< of the dark strokes under them
@@ -59,7 +83,7 @@ struct Lettering
 /// The line is drawn as two masks of its own size, rim and letters, and mixed in where they meet the picture.
 void drawLine(Picture& image, const std::string& text, int left, int top, int lineHeight)
 {
-    const auto [scale, thickness, rim] = Lettering(lineHeight);
+    const auto [height, scale, thickness, rim] = Lettering(lineHeight);
     // A letter is never narrower than a tenth of a line: more letters than this lie outside for certain.
     const auto most = static_cast<std::size_t>(10 * (image.width() + std::max(0, -left)) / lineHeight + 10);
     const std::string shown = printable(text.substr(0, std::min(text.size(), most)));
@@ -73,7 +97,7 @@ void drawLine(Picture& image, const std::string& text, int left, int top, int li
         return;
     cv::Mat dark(y1 - y0, x1 - x0, CV_8UC1, cv::Scalar(0));
     cv::Mat light = dark.clone();
-    const cv::Point origin(left + rim - x0, top + static_cast<int>(lineHeight * 0.8) - y0);
+    const cv::Point origin(left + rim - x0, top + static_cast<int>(height * kBaselineShare) - y0);
     cv::putText(dark, shown, origin, kFont, scale, cv::Scalar(255), rim, cv::LINE_AA);
     cv::putText(light, shown, origin, kFont, scale, cv::Scalar(255), thickness, cv::LINE_AA);
     for (int y = y0; y < y1; ++y) {
@@ -92,20 +116,24 @@ int lineHeightOf(const Picture& image)
     return std::max(kSmallestLine, std::min(image.width(), image.height()) / kLinesPerSide);
 }
 
+/// A label as it is drawn.
+struct Layout
+{
+    std::string lines; ///< parted by "\n"
+    int lineHeight;
+    _Point<int> position;
+};
+
 /// Puts line breaks for blanks where the line would be wider than `width` pixels.
 std::string broken(const std::string& line, int width, int lineHeight)
 {
     const Lettering lettering(lineHeight);
-    const auto fits = [&](const std::string& text) {
-        int baseline = 0;
-        return lettering.extentOf(printable(text), baseline).width + lettering.rim <= width;
-    };
     std::string result;
     std::string last; // line of the result
     std::istringstream words(line);
     for (std::string word; words >> word;) {
         const std::string longer = last.empty() ? word : last + ' ' + word;
-        if (last.empty() || fits(longer)) {
+        if (last.empty() || lettering.widthOf(longer) <= width) {
             last = longer;
             continue;
         }
@@ -113,6 +141,63 @@ std::string broken(const std::string& line, int width, int lineHeight)
         last = word;
     }
     return result + last;
+}
+
+/// The label in lines of a height, if all of it fits into the picture. Its distance to the border is half a line, or
+/// what is left.
+std::optional<Layout> layoutOf(const Picture& image, const std::string& label, int lineHeight)
+{
+    const int margin = lineHeight / 2;
+    const Lettering lettering(lineHeight);
+    for (const int left : {margin, 0}) { // the border is given up before the line is broken differently
+        const int width = image.width() - left;
+        Layout layout{broken(label, width, lineHeight), lineHeight, {left, 0}};
+        int height = lettering.reachBelow() - lineHeight;
+        bool fits = true;
+        std::istringstream lines(layout.lines);
+        for (std::string line; std::getline(lines, line); height += lineHeight)
+            fits = fits && lettering.widthOf(line) <= width;
+        if (!fits || height > image.height())
+            continue;
+        layout.position.y = std::min(margin, image.height() - height);
+        return layout;
+    }
+    return std::nullopt;
+}
+
+/// `label` without all but `kept` of its characters, which are those at both ends.
+std::string shortened(const std::string& label, std::size_t kept)
+{
+    const std::size_t first = kept / kBeginningShare;
+    return label.substr(0, first) + kLeftOut + label.substr(label.size() - (kept - first));
+}
+
+/// As much of the label as fits, as large as it may be: whole if it can be, else with its middle left out. Nothing
+/// where not even the dots have room.
+std::optional<Layout> layoutOf(const Picture& image, const std::string& label)
+{
+    for (int height = lineHeightOf(image); height >= kSmallestLabelLine; --height)
+        if (auto layout = layoutOf(image, label, height))
+            return layout;
+    std::size_t kept = 0;
+    std::size_t tooMany = label.size();
+    auto best = layoutOf(image, shortened(label, kept), kSmallestLabelLine);
+    while (best && kept + 1 < tooMany) {
+        const std::size_t middle = (kept + tooMany) / 2;
+        auto layout = layoutOf(image, shortened(label, middle), kSmallestLabelLine);
+        (layout ? kept : tooMany) = middle;
+        if (layout)
+            best = std::move(layout);
+    }
+    return best;
+}
+
+void drawLines(Picture& image, const std::string& text, int left, int top, int lineHeight)
+{
+    std::istringstream lines(text);
+    for (std::string line; top < image.height() && std::getline(lines, line); top += lineHeight)
+        if (top > -2 * lineHeight && left < image.width())
+            drawLine(image, line, left, top, lineHeight);
 }
 
 int asPixel(float position)
@@ -127,13 +212,8 @@ void DebugDrawer::draw(std::shared_ptr<Picture>& image, const std::string& text,
 {
     if (!image || image->pixelCount() == 0)
         return;
-    const int height = lineHeightOf(*image);
-    const int left = std::clamp(position.x, -kFarAway, kFarAway);
-    int top = std::clamp(position.y, -kFarAway, kFarAway);
-    std::istringstream lines(text);
-    for (std::string line; top < image->height() && std::getline(lines, line); top += height)
-        if (top > -2 * height && left < image->width())
-            drawLine(*image, line, left, top, height);
+    drawLines(*image, text, std::clamp(position.x, -kFarAway, kFarAway), std::clamp(position.y, -kFarAway, kFarAway),
+              lineHeightOf(*image));
 }
 
 void DebugDrawer::draw(std::shared_ptr<Picture>& image, const std::string& text, _Point<float> position)
@@ -145,9 +225,12 @@ void writeOnFrame(std::shared_ptr<Picture>& image, const std::string& text)
 {
     if (!image || image->pixelCount() == 0)
         return;
-    const int height = lineHeightOf(*image);
-    const int margin = height / 2;
-    DebugDrawer::draw(image, broken(text, image->width() - margin, height), _Point<int>(margin, margin));
+    std::istringstream words(text);
+    std::string label;
+    for (std::string word; words >> word;)
+        label += label.empty() ? word : ' ' + word;
+    if (const auto layout = layoutOf(*image, label))
+        drawLines(*image, layout->lines, layout->position.x, layout->position.y, layout->lineHeight);
 }
 
 } // namespace orvo

@@ -118,3 +118,55 @@ TEST(DebugDrawer, ALineThatIsTooWideGoesOnBelow)
     for (int y = 0; y < 90; ++y)
         EXPECT_EQ(narrow->row(y)[119].g, 0.5f) << "nothing is cut off, row " << y;
 }
+
+// The label leaves the pixels at the right and lower border alone, so nothing of it is cut off there.
+bool endsInside(const Picture& picture, float ground)
+{
+    const int right = picture.width() - 1;
+    const int bottom = picture.height() - 1;
+    for (int y = 0; y <= bottom; ++y)
+        if (picture.row(y)[right].g > ground + 0.2f) // letters; their dark rim may touch the border
+            return false;
+    for (int x = 0; x <= right; ++x)
+        if (picture.row(bottom)[x].g > ground + 0.2f)
+            return false;
+    return true;
+}
+
+TEST(DebugDrawer, LabelsAreWholeInSmallPictures)
+{
+    const std::string label = "align result, image 23 out of 100";
+    for (int width = 20; width <= 300; width += 7)
+        for (const int height : {14, 16, 20, 24, 33, 40, 67, 100, 200}) {
+            auto image = plain(width, height, 0.5f);
+            orvo::writeOnFrame(image, label);
+            EXPECT_TRUE(endsInside(*image, 0.5f)) << width << " x " << height;
+            EXPECT_GT(changedInRows(*image, 0.5f, 0, height), 15) << width << " x " << height;
+        }
+}
+
+TEST(DebugDrawer, LabelsThatAreShortenedKeepBothEnds)
+{
+    const auto label = [](const std::string& text) {
+        auto image = plain(120, 20, 0.5f);
+        orvo::writeOnFrame(image, text);
+        return image;
+    };
+    const auto same = [](const Picture& a, const Picture& b) {
+        return std::equal(&a.data()->r, &a.data()->r + 3 * a.pixelCount(), &b.data()->r);
+    };
+    const auto first = label("align result, image 3 out of 10");
+    EXPECT_FALSE(same(*first, *label("align result, image 4 out of 10")));
+    EXPECT_FALSE(same(*first, *label("align result, image 3 out of 11")));
+    EXPECT_FALSE(same(*first, *label("blign result, image 3 out of 10")));
+    EXPECT_TRUE(same(*first, *label("align resuxt, image 3 out of 10"))) << "the middle is left out";
+}
+
+TEST(DebugDrawer, PicturesWithoutRoomForALabelAreLeftAlone)
+{
+    for (const auto& [width, height] : {std::pair(5, 200), std::pair(200, 5), std::pair(8, 8)}) {
+        auto image = plain(width, height, 0.5f);
+        orvo::writeOnFrame(image, "align result, image 3 out of 10");
+        EXPECT_EQ(changedInRows(*image, 0.5f, 0, height), 0) << width << " x " << height;
+    }
+}

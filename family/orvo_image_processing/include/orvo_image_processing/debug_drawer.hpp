@@ -23,7 +23,9 @@ public:
 };
 
 /// One line in the upper left corner, its words parted by one blank each, whatever parts them in `text`. In a picture
-/// too narrow for it the line goes on below, since its end tells as much as its beginning.
+/// too narrow for it the line goes on below, since its end tells as much as its beginning; in one that is also too low
+/// the letters shrink, to lines of 10 pixels, and what does not fit even so loses its middle: "ali...2 out of 7". A
+/// picture without room for the dots is left alone, as are an empty pointer and an empty picture.
 ORVO_EXPORT void writeOnFrame(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::string& text);
 
 } // namespace orvo

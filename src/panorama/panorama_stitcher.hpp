@@ -6,6 +6,7 @@
 #include "composer/panorama_video_provider.hpp"
 #include "panorama/panorama_devignette.hpp"
 #include "panorama/panorama_warper.hpp"
+#include "panorama/stitcher_registration_matcher.hpp"
 
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image_data.hpp>
@@ -58,13 +59,15 @@ public:
     explicit PanoramaStitcher(const PanoSourceHDR& panoSource);
     explicit PanoramaStitcher(const PanoSourceVideo& panoSource);
 
-    /// Reads the pictures and registers them. False if there are none, or they do not fit together.
+    /// Reads the pictures and registers them. False if there are none, they do not fit together, or it was cancelled.
     bool loadImages(CancelFunction cancel);
     /// Video only: replaces the frames that the user added by hand, and registers anew. The only parts of them that may
     /// show are `rects`.
     void reloadWithComposition(const std::vector<std::uint64_t>& frames, const std::vector<_Rect<int>>& rects);
-    /// Finds cameras for these pictures (CV_16SC3). Pictures that fit none of the others drop out.
-    bool estimateCameras(const std::vector<cv::Mat>& sources);
+    /// Finds cameras for these pictures (CV_16SC3). Pictures that fit none of the others drop out. `cancel` may be
+    /// empty; it is polled on the calling thread, before the features of each picture, between the pairs that are
+    /// matched and between the cameras that are adjusted. Cancelled, it answers false, like a registration that failed.
+    bool estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel = {});
     /// Brackets only: stops a merge that runs, or lets the next one run.
     void cancelLoad(bool cancel);
     /// The progress of loadImages(), 0 to 1.
@@ -163,17 +166,17 @@ private:
     bool devignetteDirty = true;
     std::unique_ptr<PanoramaDevignette> devignetteModel;
     cv::Ptr<cv::Feature2D> finder;
-    cv::Ptr<cv::detail::FeaturesMatcher> matcher;
+    cv::Ptr<CancellableMatcher> matcher;
     bool seamsDirty = true;
     std::int32_t warpKind = kSpherical;
     bool useDevignette = false;
 
     // Registration.
     [[nodiscard]] std::size_t compositionFrameCount() const;
-    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures();
+    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures(const CancelFunction& cancel);
     void makeMasks();
     bool refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
-                       const std::vector<cv::detail::MatchesInfo>& pairwise);
+                       const std::vector<cv::detail::MatchesInfo>& pairwise, const CancelFunction& cancel);
     void straighten();
     void pointAtTheScene();
 
@@ -182,7 +185,7 @@ private:
     [[nodiscard]] double seamScale() const;
     [[nodiscard]] std::pair<cv::Mat, cv::Mat> fullSizeCamera(std::size_t index) const;
     void prepareWarpedImages();
-    void findSeams();
+    bool findSeams(const CancelFunction& cancel);
     void cutSeamsOfCompositionFrame(std::int32_t frame, std::size_t baseCount);
     void applyDevignette();
     void prepareExposureCompensator();

@@ -134,7 +134,8 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     if (images.empty() || rect.empty() || size.empty())
         return drawNothing();
     prepareWarpedImages();
-    findSeams();
+    if (!findSeams(cancel))
+        return {};
     applyDevignette();
     prepareExposureCompensator();
 

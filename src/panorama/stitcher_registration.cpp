@@ -70,12 +70,11 @@ PanoramaStitcher::PanoramaStitcher(const PanoSourceVideo& panoSource) : source(s
 
 bool PanoramaStitcher::loadImages(CancelFunction cancel)
 {
-    const std::vector<cv::Mat> loaded =
-        std::visit([&](auto& provider) { return provider.load(std::move(cancel)); }, source);
+    const std::vector<cv::Mat> loaded = std::visit([&](auto& provider) { return provider.load(cancel); }, source);
     compensatorDirty = true;
     warpedDirty = true;
     seamsDirty = true;
-    return !loaded.empty() && estimateCameras(loaded);
+    return !loaded.empty() && estimateCameras(loaded, cancel);
 }
 
 void PanoramaStitcher::reloadWithComposition(const std::vector<std::uint64_t>& frames,
@@ -109,13 +108,15 @@ std::size_t PanoramaStitcher::compositionFrameCount() const
     return video ? video->getCompositionRects().size() : 0;
 }
 
-std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures()
+std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const CancelFunction& cancel)
 {
     workScale = -1.0f;
     std::vector<cv::detail::ImageFeatures> features;
     for (const cv::Mat& image : images) {
         if (image.empty())
             continue;
+        if (cancel && cancel())
+            return {};
         if (workScale < 0.0f)
             workScale = static_cast<float>(std::min(1.0, std::sqrt(kWorkPixels / (1.0 * image.rows * image.cols))));
         cv::Mat small;
@@ -155,26 +156,27 @@ void PanoramaStitcher::makeMasks()
     }
 }
 
-bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
+bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel)
 {
     const OwnRandomNumbers ownRandomNumbers; // the same pictures give the same cameras every time
     if (finder.empty())
         finder = cv::xfeatures2d::SURF::create(kSurfHessian, kSurfOctaves, kSurfLayers, false, false);
     if (matcher.empty())
-        matcher = cv::makePtr<cv::detail::BestOf2NearestMatcher>(false, kMatchConfidence, kFewestMatches,
-                                                                 kFewestMatches, kNoConfidenceLimit);
+        matcher = cv::makePtr<CancellableMatcher>(false, kMatchConfidence, kFewestMatches, kFewestMatches,
+                                                  kNoConfidenceLimit);
     masks.clear();
     cameras.clear();
     images = sources;
     status = 2; // until proved otherwise: also what an exception leaves behind
-    std::vector<cv::detail::ImageFeatures> features = findFeatures();
+    std::vector<cv::detail::ImageFeatures> features = findFeatures(cancel);
     std::vector<cv::detail::MatchesInfo> pairwise;
     indices.clear();
     // OpenCV does not expect to be asked about no picture at all.
     if (!features.empty()) {
-        (*matcher)(features, pairwise, cv::UMat());
+        const bool isMatched = matcher->matchAll(features, pairwise, cancel);
         matcher->collectGarbage();
-        indices = cv::detail::leaveBiggestComponent(features, pairwise, kMatchConfidence);
+        if (isMatched)
+            indices = cv::detail::leaveBiggestComponent(features, pairwise, kMatchConfidence);
     }
     std::vector<cv::Mat> kept;
     for (const int index : indices)
@@ -183,7 +185,7 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
     firstSize = images.empty() ? cv::Size() : images[0].size();
     isLastDrawing = false;
     makeMasks();
-    if (images.size() < 2)
+    if (images.size() < 2 || (cancel && cancel()))
         return false;
 
     const cv::Ptr<cv::detail::Estimator> estimator = cv::makePtr<cv::detail::HomographyBasedEstimator>(false);
@@ -191,7 +193,7 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
         return false;
     for (auto& camera : cameras)
         camera.R.convertTo(camera.R, CV_32F);
-    if (!refineCameras(features, pairwise))
+    if (!refineCameras(features, pairwise, cancel))
         return false;
     warpedImageScale = medianFocal(cameras);
     straighten();
@@ -201,9 +203,9 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources)
 }
 
 bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
-                                     const std::vector<cv::detail::MatchesInfo>& pairwise)
+                                     const std::vector<cv::detail::MatchesInfo>& pairwise, const CancelFunction& cancel)
 {
-    SparseRayAdjuster adjuster;
+    SparseRayAdjuster adjuster(cancel);
     adjuster.setConfThresh(static_cast<double>(kMatchConfidence));
     adjuster.setRefinementMask(cv::Mat::ones(3, 3, CV_8U));
     for (int i = 0; i < kAdjustmentTries; ++i) {
@@ -212,6 +214,8 @@ bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures
                 return true;
         } catch (const SparseRayAdjuster::Hopeless&) {
             continue; // as if it had counted to the last iteration
+        } catch (const SparseRayAdjuster::Cancelled&) {
+            return false;
         }
     }
     LOG(__orvolog() << LogMessageType::Error << "failed to make more accurate focals prediction");

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,13 @@ public:
     /// No step can lead anywhere from here. Thrown by the call operator, which then has left the cameras alone.
     struct Hopeless
     {};
+
+    /// Thrown by the call operator, which then has left the cameras alone.
+    struct Cancelled
+    {};
+
+    /// `cancel` may be empty; it is polled on the calling thread, before the errors of each camera are measured.
+    explicit SparseRayAdjuster(std::function<bool()> cancelOrNothing = {}) : cancel(std::move(cancelOrNothing)) {}
 
 private:
     // The parameters of a camera, focal length and rotation, and the errors of a match, the difference of two rays.
@@ -54,8 +62,11 @@ private:
         jacobian.setTo(0.0);
         const Edges allEdges = edges_;
         const int allMatches = total_num_matches_;
-        for (int camera = 0; camera < num_images_; ++camera)
+        for (int camera = 0; camera < num_images_; ++camera) {
+            if (cancel && cancel())
+                throw Cancelled();
             differentiateBy(camera, allEdges, jacobian);
+        }
         edges_ = allEdges;
         total_num_matches_ = allMatches;
     }
@@ -101,6 +112,7 @@ private:
         }
     }
 
+    std::function<bool()> cancel;
     cv::Mat before;
     cv::Mat after;
     std::vector<std::pair<int, int>> rows; // of the pairs of a camera: the first row, and the one past the last

@@ -1,6 +1,7 @@
 // What all renders share: pictures, seams, vignetting and gains at the seam scale.
 #include "panorama/exposure_gains.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/seam_cut.hpp"
 
 #include <orvo_logger/logstream.hpp>
 
@@ -19,7 +20,6 @@ namespace {
 constexpr double kSeamPixels = 100000.0;
 constexpr double kWorkTo8Bit = 0.015564439818263054; // 255 / 16383.5 in single precision
 
-constexpr float kSeamTerminalCost = 10000.0f;
 constexpr float kSeamBadRegionPenalty = 1000.0f;
 constexpr float kOverlapBadRegionPenalty = 1750.0f; // a frame placed by hand is meant to be seen
 
@@ -107,18 +107,14 @@ void PanoramaStitcher::prepareWarpedImages()
         resultRoi = cv::detail::resultRoi(corners, sizes);
 }
 
-void PanoramaStitcher::findSeams()
+// False if cancelled; the next call starts anew.
+bool PanoramaStitcher::findSeams(const CancelFunction& cancel)
 {
     if (!seamsDirty)
-        return;
+        return true;
     seamsDirty = false;
     const std::size_t count = images.size();
     const std::size_t base = count - std::min(compositionFrameCount(), count);
-    const auto finderOf = [](float penalty) {
-        return cv::makePtr<cv::detail::GraphCutSeamFinder>(cv::detail::GraphCutSeamFinderBase::COST_COLOR,
-                                                           kSeamTerminalCost, penalty);
-    };
-    const auto seamFinder = finderOf(kSeamBadRegionPenalty);
     const auto cutAmong = [&](std::size_t first, std::size_t last) {
         std::vector<cv::UMat> pictures;
         std::vector<cv::UMat> seams;
@@ -132,16 +128,24 @@ void PanoramaStitcher::findSeams()
             seams.push_back(seamMasks[j]); // shares its pixels: they are cut in place
             places.push_back(corners[j]);
         }
-        seamFinder->find(pictures, places, seams);
+        return cutSeams(pictures, places, seams, kSeamBadRegionPenalty, cancel);
     };
-    cutAmong(0, base);
+    const auto startAnew = [&] {
+        for (std::size_t j = 0; j < seamMasks.size(); ++j)
+            seamMasks[j] = warpedMasks[j].clone();
+        seamsDirty = true;
+        return false;
+    };
+    if (!cutAmong(0, base))
+        return startAnew();
     for (std::size_t frame = base; frame < count; ++frame) {
         const auto entry = warpedIndex.find(static_cast<std::int32_t>(frame));
         if (entry != warpedIndex.end())
             cutSeamsOfCompositionFrame(entry->second, base);
     }
-    if (count - base >= 2)
-        cutAmong(base, count);
+    if (count - base >= 2 && !cutAmong(base, count))
+        return startAnew();
+    return true;
 }
 
 // Cuts a frame placed by hand into every base picture that it overlaps. The search runs only outside of the frame's

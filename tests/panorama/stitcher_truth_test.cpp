@@ -1,4 +1,4 @@
-#include "sphere_sets.hpp"
+#include "panorama_truth.hpp"
 
 #include <gtest/gtest.h>
 
@@ -98,4 +98,39 @@ TEST(StitcherTruth, ThreeViewsThatShareTheNadir)
     view.size = {600, 450};
     view.focal = 600.0;
     expectRegistered(scenes::rowOfViews(3, 40.0, -84.0, view, 1.0, 3));
+}
+
+// Views down to the nadir lie across the back of the sphere, with the whole sphere for their rectangle.
+TEST(StitcherTruth, DrawsACirclePitchedDown)
+{
+    SphereView view = handheld();
+    view.size = {320, 240};
+    view.focal = 320.0;
+    const SphereScene scene;
+    const auto views = scenes::rowOfViews(12, 30.0, -58.0, view, 1.0, 3);
+    PanoramaStitcher stitcher{PanoSource()};
+    ASSERT_TRUE(stitcher.estimateCameras(seen(scene, views)));
+    const cv::Rect bounds = stitcher.projectionBounds();
+    const Panorama drawn =
+        stitcher.makePanorama({0, 0, bounds.width, bounds.height}, {bounds.width / 4, bounds.height / 4}, false, never);
+    ASSERT_TRUE(drawn.image);
+    EXPECT_GE(drawn.roi.width, bounds.width / 4 - 2) << "all around";
+}
+
+TEST(StitcherTruth, CancelAtAnyPollEndsRegistration)
+{
+    const SphereScene scene;
+    const auto views = smallRow();
+    const auto images = seen(scene, views);
+    PanoramaStitcher stitcher{PanoSource()};
+    int all = 0;
+    ASSERT_TRUE(stitcher.estimateCameras(images, CancelAt{1000000, &all}));
+    EXPECT_GT(all, 4 + 6 + 4) << "each picture, each pair, each camera";
+    for (const int last : {1, 4, 5, 10, 11, all / 2, all}) {
+        int polls = 0;
+        EXPECT_FALSE(stitcher.estimateCameras(images, CancelAt{last, &polls})) << last << " of " << all;
+        EXPECT_EQ(stitcher.getStatus(), 2);
+        EXPECT_LE(polls, last + 1) << "it went on";
+    }
+    EXPECT_TRUE(stitcher.estimateCameras(images));
 }

@@ -6,6 +6,7 @@
 #include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
+#include <opencv2/core/ocl.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -117,44 +118,51 @@ cv::Rect boxOf(const std::vector<ColumnRange>& rows)
     return {columns.first, top, columns.last - columns.first + 1, bottom - top + 1};
 }
 
-// Both maps of a drawing, and where the image lies in it. The matrices look into the planes.
-struct Maps
+// A drawing of the plane on pixels, and the part of it where an image may lie.
+struct Drawing
 {
+    cv::Rect rect;
+    cv::Size size;
     cv::Rect roi;
-    std::optional<ManagedPlane<float>> planes;
+};
+
+WarpRows rowsOf(const PanoramaWarper& warper, const Drawing& drawing)
+{
+    const float stepX = static_cast<float>(drawing.rect.width) / static_cast<float>(drawing.size.width);
+    return {warper, drawing.roi.x, drawing.roi.width, stepX, static_cast<float>(drawing.rect.x)};
+}
+
+// Fills the rows of both maps from `first` on, counted in the drawing's roi, and the columns of each that lie inside
+// the image.
+void fillMaps(const WarpRows& rows, const cv::Size& src, const Drawing& drawing, int first, cv::Mat x, cv::Mat y,
+              std::vector<ColumnRange>& inside)
+{
+    const float stepY = static_cast<float>(drawing.rect.height) / static_cast<float>(drawing.size.height);
+    forEachRow(x.rows, [&](int r) {
+        auto* const xs = x.ptr<float>(r);
+        auto* const ys = y.ptr<float>(r);
+        const auto row = static_cast<float>(drawing.roi.y + first + r);
+        rows.toImage(row * stepY + static_cast<float>(drawing.rect.y), xs, ys);
+        inside[static_cast<std::size_t>(first + r)] = columnsInside(xs, ys, x.cols, src);
+    });
+}
+
+// Two matrices of floats that look into one plane.
+struct MapPlanes
+{
+    explicit MapPlanes(const cv::Size& size)
+        : plane(2 * pixels(size)), x(size, CV_32F, plane.data()), y(size, CV_32F, plane.data() + pixels(size))
+    {}
+
+    static std::size_t pixels(const cv::Size& size)
+    {
+        return static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
+    }
+
+    ManagedPlane<float> plane;
     cv::Mat x;
     cv::Mat y;
 };
-
-Maps computeMaps(const PanoramaWarper& warper, const cv::Size& src, const cv::Rect& rect, const cv::Size& size)
-{
-    Maps maps;
-    const cv::Rect roi = warper.detectResultRoi(src, rect, size);
-    if (roi.empty())
-        return maps;
-    const auto pixels = static_cast<std::size_t>(roi.width) * static_cast<std::size_t>(roi.height);
-    maps.planes.emplace(2 * pixels);
-    const cv::Mat x(roi.height, roi.width, CV_32F, maps.planes->data());
-    const cv::Mat y(roi.height, roi.width, CV_32F, maps.planes->data() + pixels);
-
-    const float stepX = static_cast<float>(rect.width) / static_cast<float>(size.width);
-    const float stepY = static_cast<float>(rect.height) / static_cast<float>(size.height);
-    const WarpRows rows(warper, roi.x, roi.width, stepX, static_cast<float>(rect.x));
-    std::vector<ColumnRange> inside(static_cast<std::size_t>(roi.height));
-    forEachRow(roi.height, [&](int r) {
-        auto* const xs = const_cast<float*>(x.ptr<float>(r));
-        auto* const ys = const_cast<float*>(y.ptr<float>(r));
-        rows.toImage(static_cast<float>(roi.y + r) * stepY + static_cast<float>(rect.y), xs, ys);
-        inside[static_cast<std::size_t>(r)] = columnsInside(xs, ys, roi.width, src);
-    });
-    const cv::Rect box = boxOf(inside);
-    if (box.empty())
-        return maps;
-    maps.roi = box + roi.tl();
-    maps.x = x(box);
-    maps.y = y(box);
-    return maps;
-}
 
 ORVO_VECTOR_CLONES void radiusRow(const float* __restrict x, const float* __restrict y, float centreX, float centreY,
                                   float corner, float* __restrict radius, int count)
@@ -165,6 +173,87 @@ ORVO_VECTOR_CLONES void radiusRow(const float* __restrict x, const float* __rest
         const float r = std::sqrt(dx * dx + dy * dy) / corner;
         radius[i] = r < 1.0f ? r : 1.0f;
     }
+}
+
+void fillRadius(const cv::Size& src, const cv::Mat& x, const cv::Mat& y, cv::Mat radius)
+{
+    const float centreX = static_cast<float>(src.width) * 0.5f;
+    const float centreY = static_cast<float>(src.height) * 0.5f;
+    const float corner = std::sqrt(centreX * centreX + centreY * centreY);
+    forEachRow(radius.rows, [&](int r) {
+        radiusRow(x.ptr<float>(r), y.ptr<float>(r), centreX, centreY, corner, radius.ptr<float>(r), radius.cols);
+    });
+}
+
+void remapPicture(cv::InputArray src, cv::OutputArray dst, const cv::Mat& x, const cv::Mat& y)
+{
+    cv::remap(src, dst, x, y, cv::INTER_AREA, cv::BORDER_REFLECT); // which takes INTER_AREA for bilinear
+}
+
+void remapMask(cv::InputArray mask, cv::OutputArray dst, const cv::Mat& x, const cv::Mat& y)
+{
+    cv::remap(mask, dst, x, y, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+}
+
+// A matrix that is filled through the CPU, and handed over without a copy where the receiver can share it.
+class Filled
+{
+public:
+    Filled(const cv::Size& size, int type) : whole(size, type), mapped(whole.getMat(cv::ACCESS_WRITE)) {}
+
+    [[nodiscard]] cv::Mat rows(int first, int last) const { return mapped.rowRange(first, last); }
+
+    void handOver(const cv::Rect& box, cv::OutputArray receiver)
+    {
+        mapped.release();
+        if (receiver.isUMat())
+            receiver.assign(whole(box));
+        else
+            whole(box).copyTo(receiver);
+    }
+
+private:
+    cv::UMat whole;
+    cv::Mat mapped;
+};
+
+// Warps through the CPU by a few rows at a time: the maps of a picture take more memory than the picture, and those of
+// one that reaches around the back of the sphere as much as those of the whole panorama.
+cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::Mat& mask, cv::OutputArray dst,
+                    cv::OutputArray dstMask, cv::OutputArray radius, const Drawing& drawing)
+{
+    constexpr int kRowsAtOnce = 128; // enough for all threads; their maps stay in the cache
+    const cv::Size size = drawing.roi.size();
+    std::vector<ColumnRange> inside(static_cast<std::size_t>(size.height));
+    Filled picture(size, src.type());
+    std::optional<Filled> coverage;
+    if (!mask.empty())
+        coverage.emplace(size, mask.type());
+    cv::Mat distance;
+    if (radius.needed())
+        distance.create(size, CV_32F);
+    const WarpRows rows = rowsOf(warper, drawing);
+    const MapPlanes maps(cv::Size(size.width, std::min(kRowsAtOnce, size.height)));
+    for (int first = 0; first < size.height; first += kRowsAtOnce) {
+        const int last = std::min(size.height, first + kRowsAtOnce);
+        const cv::Mat x = maps.x.rowRange(0, last - first);
+        const cv::Mat y = maps.y.rowRange(0, last - first);
+        fillMaps(rows, src.size(), drawing, first, x, y, inside);
+        remapPicture(src, picture.rows(first, last), x, y);
+        if (coverage)
+            remapMask(mask, coverage->rows(first, last), x, y);
+        if (!distance.empty())
+            fillRadius(src.size(), x, y, distance.rowRange(first, last));
+    }
+    const cv::Rect box = boxOf(inside);
+    if (box.empty())
+        return {};
+    picture.handOver(box, dst);
+    if (coverage)
+        coverage->handOver(box, dstMask);
+    if (!distance.empty())
+        radius.assign(distance(box));
+    return box + drawing.roi.tl();
 }
 
 } // namespace
@@ -238,12 +327,18 @@ void PanoramaWarper::setCameraParams(cv::InputArray K, cv::InputArray R)
 cv::Rect PanoramaWarper::buildMaps(const cv::Size& src, const cv::Rect& rect, const cv::Size& size,
                                    cv::OutputArray xmap, cv::OutputArray ymap) const
 {
-    const Maps maps = computeMaps(*this, src, rect, size);
-    if (!maps.roi.empty()) {
-        maps.x.copyTo(xmap);
-        maps.y.copyTo(ymap);
-    }
-    return maps.roi;
+    const Drawing drawing{rect, size, detectResultRoi(src, rect, size)};
+    if (drawing.roi.empty())
+        return {};
+    const MapPlanes maps(drawing.roi.size());
+    std::vector<ColumnRange> inside(static_cast<std::size_t>(drawing.roi.height));
+    fillMaps(rowsOf(*this, drawing), src, drawing, 0, maps.x, maps.y, inside);
+    const cv::Rect box = boxOf(inside);
+    if (box.empty())
+        return {};
+    maps.x(box).copyTo(xmap);
+    maps.y(box).copyTo(ymap);
+    return box + drawing.roi.tl();
 }
 
 cv::Rect PanoramaWarper::warp(cv::InputArray src, cv::InputArray mask, cv::OutputArray dst, cv::OutputArray dstMask,
@@ -253,30 +348,28 @@ cv::Rect PanoramaWarper::warp(cv::InputArray src, cv::InputArray mask, cv::Outpu
     if (src.empty() || (!mask.empty() && mask.size() != src.size()))
         return {};
     setCameraParams(K, R);
-    const Maps maps = computeMaps(*this, src.size(), rect, size);
-    if (maps.roi.empty())
+    if (!dst.isUMat() || !cv::ocl::useOpenCL()) {
+        const Drawing drawing{rect, size, detectResultRoi(src.size(), rect, size)};
+        return drawing.roi.empty() ? cv::Rect()
+                                   : warpByRows(*this, src.getMat(), mask.getMat(), dst, dstMask, radius, drawing);
+    }
+
+    cv::Mat x;
+    cv::Mat y;
+    const cv::Rect roi = buildMaps(src.size(), rect, size, x, y);
+    if (roi.empty())
         return {};
-
     if (radius.needed()) {
-        radius.create(maps.roi.size(), CV_32F);
-        cv::Mat distance = radius.getMat();
-        const float centreX = static_cast<float>(src.cols()) * 0.5f;
-        const float centreY = static_cast<float>(src.rows()) * 0.5f;
-        const float corner = std::sqrt(centreX * centreX + centreY * centreY);
-        forEachRow(distance.rows, [&](int r) {
-            radiusRow(maps.x.ptr<float>(r), maps.y.ptr<float>(r), centreX, centreY, corner, distance.ptr<float>(r),
-                      distance.cols);
-        });
+        radius.create(roi.size(), CV_32F);
+        fillRadius(src.size(), x, y, radius.getMat());
     }
-
-    // cv::remap takes INTER_AREA for bilinear.
-    dst.create(maps.roi.size(), src.type());
-    cv::remap(src, dst, maps.x, maps.y, cv::INTER_AREA, cv::BORDER_REFLECT);
+    dst.create(roi.size(), src.type());
+    remapPicture(src, dst, x, y);
     if (!mask.empty()) {
-        dstMask.create(maps.roi.size(), mask.type());
-        cv::remap(mask, dstMask, maps.x, maps.y, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+        dstMask.create(roi.size(), mask.type());
+        remapMask(mask, dstMask, x, y);
     }
-    return maps.roi;
+    return roi;
 }
 
 void PanoramaWarper::mapImageToPlane(float x, float y, float& u, float& v) const

@@ -1,0 +1,75 @@
+// What orvo pano holds of large pictures. A test of its own process each, as the peak of a process never falls.
+#include "program.hpp"
+#include "support/temporary_folder.hpp"
+
+#include <orvo_core/color_profile.hpp>
+#include <orvo_io/image_writer.hpp>
+#include <scenes/sphere_scene.hpp>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace orvo::test {
+namespace {
+
+constexpr int kPictures = 12;
+constexpr int kEnlarged = 4; // what is looked for in the pictures is larger than that anyhow
+constexpr _Size<int> kSmall{1000, 750};
+constexpr double kMegapixels = kPictures * 1e-6 * kSmall.width * kSmall.height * kEnlarged * kEnlarged;
+
+// A row of pictures of 12 megapixels, all around but for a gap. Drawn small and enlarged, which takes a tenth of the
+// time.
+std::vector<std::string> writeLargeViews(const std::filesystem::path& folder)
+{
+    scenes::SphereView view;
+    view.size = {kSmall.width, kSmall.height};
+    view.focal = kSmall.width;
+    const scenes::SphereScene scene;
+    std::vector<std::string> names;
+    for (const scenes::SphereView& each : scenes::rowOfViews(kPictures, 27.0, 3.0, view, 1.0, 7)) {
+        names.push_back("view" + std::to_string(10 + names.size()) + ".jpg");
+        ImageWriteSettings write = writeSettingsForPath(names.back());
+        write.profile = ColorProfileType::sRGB();
+        const _Size<int> large{kEnlarged * kSmall.width, kEnlarged * kSmall.height};
+        writeImage(folder / names.back(), *scene.see(each, 1)->resize(large, {}, true), write);
+    }
+    return names;
+}
+
+} // namespace
+
+TEST(PanoMemory, TwelvePicturesOfTwelveMegapixels)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer holds much more than the program";
+#endif
+    const TemporaryFolder folder;
+    std::vector<std::string> arguments{"pano", "-o", "out.jpg", "--json"};
+    for (const std::string& name : writeLargeViews(folder.path()))
+        arguments.push_back(name);
+    const Finished run = runOrvo(arguments, {.workingFolder = folder.path()});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto report = nlohmann::json::parse(run.out);
+    for (const auto& file : report.at("files"))
+        EXPECT_TRUE(file.at("placed")) << file.at("path");
+
+    const double planes = report.at("peak_memory_bytes").at("planes").get<double>() * 1e-6;
+    const double process = report.at("peak_memory_bytes").at("process").get<double>() * 1e-6;
+    const double drawn =
+        1e-6 * report.at("size").at("width").get<double>() * report.at("size").at("height").get<double>();
+    std::cout << "peak of the manager's planes " << planes << " MB, of the process " << process << " MB, for "
+              << kMegapixels << " megapixels in and " << drawn << " out\n";
+    EXPECT_NEAR(static_cast<double>(run.peakMemoryKiB) * 1024e-6, process, 0.02 * process) << "what the system tells";
+
+    // The manager: all pictures with 6 bytes a pixel and their masks while they are registered, or the result in floats
+    // with its mask.
+    EXPECT_LT(planes, 1.02 * std::max(7.0 * kMegapixels, 16.0 * drawn));
+    // The process: the warped pictures, each let go when it is blended, and the blender's own pyramids and weights.
+    constexpr double kProgram = 300.0; // code, stacks, codecs, and what was freed and not returned
+    EXPECT_LT(process, kProgram + 7.0 * kMegapixels + 30.0 * drawn);
+}
+
+} // namespace orvo::test

@@ -5,7 +5,7 @@
 
 namespace orvo::test {
 
-thread_local long allocationsLeft = -1;
+constinit thread_local long allocationsLeft = -1;
 
 } // namespace orvo::test
 

@@ -5,6 +5,6 @@ namespace orvo::test {
 
 /// Allocations of this thread until one fails with std::bad_alloc, once. Negative, as it is at the start and after the
 /// failure: none does.
-extern thread_local long allocationsLeft;
+extern constinit thread_local long allocationsLeft;
 
 } // namespace orvo::test

@@ -38,9 +38,9 @@ constexpr float kNothing = -4.0f;
 constexpr float kFirstWeight = 1e-12f;
 constexpr float kLaterWeight = 1e-20f;
 constexpr float kAbsentWeight = 1e-30f;
-// What noise leaves in the activity of the coarsest level, which holds that of all bands, by the noise of the finest:
-// the flattest windows have half of the mean, and the bands below it add a third to two thirds.
-constexpr float kNoiseOfAllBands = 3.0f;
+// What noise leaves in the activity of the coarsest level, which holds shares of all bands, by the noise of the finest:
+// the flattest windows have half of the mean, and the bands below it add a tenth.
+constexpr float kNoiseOfAllBands = 2.2f;
 
 /// How far a frame's activity exceeds what is held by more than it has to, and keeps the activity where it does.
 /// `margin` times the noise at the brightness of r, g, b cannot be told from noise.

@@ -56,8 +56,9 @@ public:
     /// Draws `src` as the camera K, R sees it: buildMaps(), then `dst` (the type of `src`; bilinear, edges mirrored),
     /// `dstMask` from `mask` (its type; nearest, 0 outside; left alone where `mask` is empty) and `radius` (CV_32F: the
     /// distance from the image's centre, 1 in its corners and at most; left out for cv::noArray()), all of the returned
-    /// rectangle's size. Empty,
-    /// and nothing drawn, where `src` is empty or `mask` has another size. Peak: the results and two planes of floats.
+    /// rectangle's size. Empty, and nothing drawn, where `src` is empty or `mask` has another size. On the CPU it works
+    /// by 64 rows, and the results look into matrices of detectResultRoi()'s size. Peak: these, and two floats for each
+    /// pixel of 64 rows; on an OpenCL device the results and the maps twice.
     cv::Rect warp(cv::InputArray src, cv::InputArray mask, cv::OutputArray dst, cv::OutputArray dstMask,
                   cv::OutputArray radius, const cv::Rect& rect, const cv::Size& size, cv::InputArray K,
                   cv::InputArray R);

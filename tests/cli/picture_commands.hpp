@@ -4,7 +4,7 @@
 #include "brackets.hpp"
 #include "program.hpp"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -31,6 +31,10 @@ inline constexpr PictureCommand kPictureCommands[] = {
     {.name = "pano", .phase = "stitch", .output = "out.jpg", .takesSeveral = true, .intoFolder = false},
 };
 
+/// Has steps of its own, so its outputs have tests of their own; of its inputs the same is asked.
+inline constexpr PictureCommand kHdrCommand{
+    .name = "hdr", .phase = "blend", .output = "out.jpg", .takesSeveral = true, .intoFolder = false};
+
 inline std::vector<PictureCommand> commandsThat(bool (*condition)(const PictureCommand&))
 {
     std::vector<PictureCommand> commands;
@@ -41,9 +45,29 @@ inline std::vector<PictureCommand> commandsThat(bool (*condition)(const PictureC
 /// Three pictures, alike in size, of which the command can make something.
 inline std::vector<std::filesystem::path> writeGood(const std::filesystem::path& folder, const PictureCommand& command)
 {
+    if (command.name == std::string("hdr"))
+        return writeBracket(folder);
     if (command.name == std::string("pano"))
         return writeViews(folder, {.views = 3});
     return writeFocusSeries(folder, {.width = 120, .height = 80, .frames = 3});
+}
+
+/// A run in `folder` ends with `exitCode`, one line that holds `file` and `reason` (and one more about the help if it
+/// was used wrongly), and leaves nothing behind.
+inline void expectRefusal(const std::vector<std::string>& arguments, const std::filesystem::path& folder, int exitCode,
+                          const std::string& file, const std::string& reason)
+{
+    // Small frames and the libraries take well below this; a picture of 60000 x 60000 would take 43 GB.
+    constexpr long kFewPicturesKiB = 600'000;
+    const auto before = namesIn(folder);
+    const Finished finished = runOrvo(arguments, {.workingFolder = folder});
+    EXPECT_EQ(finished.exitCode, exitCode) << finished.err;
+    const auto lines = finished.errLines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.size(), exitCode == 1 ? 1u : 2u) << finished.err;
+    EXPECT_THAT(lines[0], testing::AllOf(testing::HasSubstr(file), testing::HasSubstr(reason)));
+    EXPECT_EQ(namesIn(folder), before) << "something was left behind";
+    EXPECT_LT(finished.peakMemoryKiB, kFewPicturesKiB);
 }
 
 /// One of them in a folder with good frames.
@@ -54,10 +78,17 @@ protected:
     [[nodiscard]] Finished run(const std::string& output, const std::vector<std::string>& files,
                                const std::vector<std::string>& options = {}) const
     {
+        return runOrvo(argumentsOf(output, files, options), {.workingFolder = folder.path()});
+    }
+
+    [[nodiscard]] static std::vector<std::string> argumentsOf(const std::string& output,
+                                                              const std::vector<std::string>& files,
+                                                              const std::vector<std::string>& options)
+    {
         std::vector<std::string> arguments{GetParam().name, "--output=" + output};
         arguments.insert(arguments.end(), options.begin(), options.end());
         arguments.insert(arguments.end(), files.begin(), files.end());
-        return runOrvo(arguments, {.workingFolder = folder.path()});
+        return arguments;
     }
 
     /// As many of the good frames as the command takes beside another file.

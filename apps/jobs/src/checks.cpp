@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -174,13 +173,6 @@ std::shared_ptr<const ImageMetadata> checkIsPicture(const fs::path& path)
         fail(path.string() + ": " + sizeText(metadata->size) + " pixels are too many, at most " +
              std::to_string(ImageReadOptions{}.maxPixels / 1'000'000) + " million are read");
     return metadata;
-}
-
-int longestSideOf(ImageFileFormat format)
-{
-    // libjpeg's limit, which the writer keeps. The other formats count pixels with 31 bits, as pictures do.
-    constexpr int kLongestJpeg = 65500;
-    return format == ImageFileFormat::Jpeg ? kLongestJpeg : std::numeric_limits<int>::max();
 }
 
 void checkHolds(const fs::path& output, ImageFileFormat format, _Size<int> size)

@@ -44,8 +44,6 @@ void checkOutput(const std::filesystem::path& output, const std::vector<std::fil
 
 /// The format can hold a picture of `size`; the line is the writer's own.
 void checkHolds(const std::filesystem::path& output, ImageFileFormat format, _Size<int> size);
-/// Longest side of a picture that `format` can hold.
-[[nodiscard]] int longestSideOf(ImageFileFormat format);
 
 /// All pictures are of the size of the first. `metadata` stand at the indices of `paths`.
 void checkSizesAgree(const std::vector<std::filesystem::path>& paths,

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <limits>
 #include <stdexcept>
 
 namespace orvo {
@@ -22,13 +23,13 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
     };
     switch (settings.format) {
     case ImageFileFormat::Jpeg: {
-        constexpr int kLongestJpeg = 65500; // libjpeg's limit
         wanted(bits == 8, "8 for JPEG");
         if (settings.jpegQuality < 1 || settings.jpegQuality > 100)
             refuse("ImageWriteSettings.jpegQuality is " + std::to_string(settings.jpegQuality) + ", expected 1..100");
-        if (std::max(picture.width(), picture.height()) > kLongestJpeg)
-            refuse("a JPEG has at most 65500 pixels a side, the picture has " + std::to_string(picture.width()) +
-                   " x " + std::to_string(picture.height()));
+        if (std::max(picture.width(), picture.height()) > longestSideOf(settings.format))
+            refuse("a JPEG has at most " + std::to_string(longestSideOf(settings.format)) +
+                   " pixels a side, the picture has " + std::to_string(picture.width()) + " x " +
+                   std::to_string(picture.height()));
         break;
     }
     case ImageFileFormat::Png:
@@ -50,6 +51,12 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
 }
 
 } // namespace
+
+int longestSideOf(ImageFileFormat format)
+{
+    constexpr int kLongestJpeg = 65500; // libjpeg's limit
+    return format == ImageFileFormat::Jpeg ? kLongestJpeg : std::numeric_limits<int>::max();
+}
 
 ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path)
 {

@@ -40,6 +40,9 @@ struct ImageWriteSettings
 /// that names the file and the endings that are known.
 [[nodiscard]] ORVO_EXPORT ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path);
 
+/// The most pixels a side that a file of `format` holds: 65500 of JPEG; the others count with 31 bits, as pictures do.
+[[nodiscard]] ORVO_EXPORT int longestSideOf(ImageFileFormat format);
+
 /// Writes `picture` to `path`, replacing a file that is there. Colours are converted row by row, so nothing of the
 /// picture's size is held beside it (32 rows are). Values outside 0..1 are limited, except in EXR; NaN is written as 0.
 /// Integer samples are rounded to the nearest. JPEG, PNG and TIFF embed the ICC profile. JPEG keeps colours at full

@@ -16,9 +16,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-/// Runs the program in `folder` with -o out.tif, sends `signals` once it printed `line`, and expects that it is cancelled
-/// and leaves nothing behind. Where the machine is busy with something else, the program may be done before a signal gets
-/// there; then it is run again.
+/// Runs the program in `folder` with -o out.tif, sends `signals` once it printed `line`, and expects that it is
+/// cancelled and leaves nothing behind. Where the machine is busy with something else, the program may be done before a
+/// signal gets there; then it is run again.
 Finished interrupted(const std::vector<std::string>& arguments, const std::filesystem::path& folder,
                      const std::string& line, const std::vector<int>& signals)
 {

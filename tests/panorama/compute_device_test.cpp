@@ -3,10 +3,9 @@
 
 #include <orvo_logger/log_capture.hpp>
 
-#include <opencv2/core/ocl.hpp>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <opencv2/core/ocl.hpp>
 
 using namespace orvo;
 using testing::ElementsAre;
@@ -68,10 +67,10 @@ TEST_F(ComputeDevice, AnOpenCvExceptionOnTheDeviceFallsBackForGood)
     const auto compose = [&]() -> cv::Rect { return ++calls == 1 ? failLikeOpenCv() : kDone; };
     EXPECT_EQ(run(plenty, compose), kDone) << "the same call still gives a result";
     EXPECT_TRUE(forceCpu());
-    EXPECT_THAT(capture.texts(LogMessageType::Warning),
-                ElementsAre(testing::AllOf(testing::StartsWith("makePanoramaRaw: OpenCV exception: "),
-                                           HasSubstr("no such queue"),
-                                           EndsWith(". From now on will use a CPU fallback"))));
+    EXPECT_THAT(
+        capture.texts(LogMessageType::Warning),
+        ElementsAre(testing::AllOf(testing::StartsWith("makePanoramaRaw: OpenCV exception: "),
+                                   HasSubstr("no such queue"), EndsWith(". From now on will use a CPU fallback"))));
     int asked = 0;
     const auto memory = [&] {
         ++asked;
@@ -157,7 +156,6 @@ TEST(ScopeExit, WhatFailsInItIsLoggedAndGoesNoFurther)
         const ScopeExit known([] { throw std::runtime_error("stuck"); });
         const ScopeExit unknown([] { throw 7; });
     }
-    EXPECT_THAT(capture.texts(LogMessageType::Error),
-                ElementsAre("Unknown exception thrown during ~ScopeExit.",
-                            "Exception thrown during ~ScopeExit. Cause: stuck"));
+    EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre("Unknown exception thrown during ~ScopeExit.",
+                                                                  "Exception thrown during ~ScopeExit. Cause: stuck"));
 }

@@ -15,8 +15,8 @@ using namespace orvo;
 
 namespace {
 
-// The threads that a loop ran on. Its rows wait until `wanted` of them have come, so that one thread cannot take all rows
-// before others wake; not for ever, as they may never come.
+// The threads that a loop ran on. Its rows wait until `wanted` of them have come, so that one thread cannot take all
+// rows before others wake; not for ever, as they may never come.
 std::size_t threadsOfALoop(std::size_t wanted)
 {
     constexpr std::chrono::seconds kPatience(20);

@@ -45,15 +45,15 @@ std::vector<Columns> contentOf(const cv::Mat& eitherMask)
 bool cutSeams(const std::vector<cv::UMat>& pictures, const std::vector<cv::Point>& corners,
               std::vector<cv::UMat>& masks, float badRegionPenalty, const std::function<bool()>& cancel)
 {
-    cv::detail::GraphCutSeamFinder finder(cv::detail::GraphCutSeamFinderBase::COST_COLOR, kSeamTerminalCost,
-                                          badRegionPenalty);
+    cv::detail::GraphCutSeamFinder seamFinder(cv::detail::GraphCutSeamFinderBase::COST_COLOR, kSeamTerminalCost,
+                                              badRegionPenalty);
     const auto rectOf = [&](std::size_t i) { return cv::Rect(corners[i], pictures[i].size()); };
     // Shares the pixels: what is cut from a part is cut from the mask.
     const auto cutPart = [&](std::size_t i, std::size_t j, const cv::Rect& part) {
         const cv::Rect a = part & rectOf(i);
         const cv::Rect b = part & rectOf(j);
         std::vector<cv::UMat> partMasks = {masks[i](a - corners[i]), masks[j](b - corners[j])};
-        finder.find({pictures[i](a - corners[i]), pictures[j](b - corners[j])}, {a.tl(), b.tl()}, partMasks);
+        seamFinder.find({pictures[i](a - corners[i]), pictures[j](b - corners[j])}, {a.tl(), b.tl()}, partMasks);
     };
     for (std::size_t i = 0; i < pictures.size(); ++i)
         for (std::size_t j = i + 1; j < pictures.size(); ++j) {

@@ -75,30 +75,20 @@ TEST(StitcherTruth, ThirtyViewsAllAround)
     expectRegistered(views);
 }
 
-// Circles far from the horizon: each view sees most of the others across the pole, turned by any angle.
-TEST(StitcherTruth, CircleOfSixteenPitchedDown)
+// Far from the horizon each view sees most of the others across the pole, turned by any angle.
+static void expectCircleRegistered(int views, double step, double pitch)
 {
     SphereView view = handheld();
     view.size = {600, 450};
     view.focal = 600.0;
-    expectRegistered(scenes::rowOfViews(16, 22.5, -58.0, view, 1.0, 3));
+    expectRegistered(scenes::rowOfViews(views, step, pitch, view, 1.0, 3));
 }
 
-TEST(StitcherTruth, CircleOfTenPitchedUp)
-{
-    SphereView view = handheld();
-    view.size = {600, 450};
-    view.focal = 600.0;
-    expectRegistered(scenes::rowOfViews(10, 36.0, 75.0, view, 1.0, 3));
-}
+TEST(StitcherTruth, CircleOfSixteenPitchedDown) { expectCircleRegistered(16, 22.5, -58.0); }
 
-TEST(StitcherTruth, ThreeViewsThatShareTheNadir)
-{
-    SphereView view = handheld();
-    view.size = {600, 450};
-    view.focal = 600.0;
-    expectRegistered(scenes::rowOfViews(3, 40.0, -84.0, view, 1.0, 3));
-}
+TEST(StitcherTruth, CircleOfTenPitchedUp) { expectCircleRegistered(10, 36.0, 75.0); }
+
+TEST(StitcherTruth, ThreeViewsThatShareTheNadir) { expectCircleRegistered(3, 40.0, -84.0); }
 
 // Views down to the nadir lie across the back of the sphere, with the whole sphere for their rectangle.
 TEST(StitcherTruth, DrawsACirclePitchedDown)

@@ -87,12 +87,12 @@ _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFr
         series.deghost(frame, index);
         stacker.addFrame(frame.image->data(), width, height, 0);
     };
-    _Rect<int> common(0, 0, width, height);
+    _Rect<int> cropRect(0, 0, width, height);
     if (!align) {
         for (int index = 0; index < count; ++index)
             if (index != referenceIndex)
                 add(index, series.frame(index));
-        return common;
+        return cropRect;
     }
     // A frame of another size has to be refused before it is registered.
     const auto sameSizedFrame = [&](int index) {
@@ -104,11 +104,11 @@ _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFr
         if (index == referenceIndex)
             return;
         add(index, frame);
-        common = commonRectangle(common, valid);
+        cropRect = commonRectangle(cropRect, valid);
     };
     alignFramesStreaming(sameSizedFrame, consume, static_cast<std::size_t>(count),
                          static_cast<std::size_t>(referenceIndex));
-    return common;
+    return cropRect;
 }
 
 // What single frames get when they are opened is done once, on the merged picture.
@@ -157,12 +157,12 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
     const int width = reference.image->width();
     const int height = reference.image->height();
     std::shared_ptr<Picture> result;
-    _Rect<int> common;
+    _Rect<int> cropRect;
     {
         const auto stacker = makeStacker(width, height);
         series.deghost(reference, referenceIndex);
         stacker->addFrame(reference.image->data(), width, height, 0);
-        common = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust.enabled);
+        cropRect = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust.enabled);
         result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
         stacker->getResult(result->data(), width, height);
     }
@@ -171,7 +171,7 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
     correctLens(result, metadata, reference, settings.rawAutoCorrection);
     metadata->isRaw = false;
     // Frames that have nothing in common leave an empty rectangle, which stands for the whole picture.
-    std::shared_ptr<const Picture> cropped = result->resize(common.size(), common, true);
+    std::shared_ptr<const Picture> cropped = result->resize(cropRect.size(), cropRect, true);
     return CreateOrvoImage(cropped, metadata);
 }
 

@@ -1,7 +1,7 @@
 // Any bytes as a network for enlarging, as far as our own reading of it goes: a network that this finds sound is run
 // like a program, and must be trusted like one.
 #include "fuzz_target.hpp"
-#include "onnx_input.hpp"
+#include "networks/onnx_input.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

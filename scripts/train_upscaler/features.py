@@ -1,4 +1,4 @@
-"""What the filters of the upscaler look at, in numpy: the twin of family/orvo/src/learned_filters.cpp.
+"""What the filters of the upscaler look at, in numpy: the twin of family/orvo/upscaling/learned_filters.cpp.
 
 A picture here is a float32 array in the encoded values of the working space (wide primaries of ProPhoto RGB, curve of
 sRGB), as the library holds it.

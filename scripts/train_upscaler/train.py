@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Learns the built-in filters of the upscaler: family/orvo/data/upscale_filters.bin.
+"""Learns the built-in filters of the upscaler: family/orvo/upscaling/upscale_filters.bin.
 
     python3 scripts/train_upscaler/train.py PICTURES [OUT]      (numpy and Pillow; ten minutes, 4 GB)
 
@@ -274,7 +274,7 @@ def report(folder, nodes):
 
 def main():
     folder = pathlib.Path(sys.argv[1])
-    default = pathlib.Path(__file__).resolve().parents[2] / "family/orvo/data/upscale_filters.bin"
+    default = pathlib.Path(__file__).resolve().parents[2] / "family/orvo/upscaling/upscale_filters.bin"
     path = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else default
     start = time.time()
     banks = []

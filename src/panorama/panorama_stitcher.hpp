@@ -1,9 +1,9 @@
 /// The engine behind a panorama: from pictures to any rectangle of the stitched sphere, in any projection.
 #pragma once
 
-#include "composer/panorama_hdr_provider.hpp"
-#include "composer/panorama_images_provider.hpp"
-#include "composer/panorama_video_provider.hpp"
+#include "sources/panorama_hdr_provider.hpp"
+#include "sources/panorama_images_provider.hpp"
+#include "sources/panorama_video_provider.hpp"
 #include "panorama/panorama_devignette.hpp"
 #include "panorama/panorama_warper.hpp"
 #include "panorama/stitcher_registration_matcher.hpp"

@@ -1,4 +1,4 @@
-#include "composer/own_random_numbers.hpp"
+#include "sources/own_random_numbers.hpp"
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/stitcher_registration_adjuster.hpp"
 

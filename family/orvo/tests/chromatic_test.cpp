@@ -1,4 +1,4 @@
-#include "chromatic_fit.hpp"
+#include "lens/chromatic_fit.hpp"
 #include "orvo_test_pictures.hpp"
 
 #include <orvo/lens_correction.hpp>

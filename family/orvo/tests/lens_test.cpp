@@ -1,4 +1,4 @@
-#include "lens_database.hpp"
+#include "lens/lens_database.hpp"
 #include "orvo_test_pictures.hpp"
 
 #include <orvo/lens_correction.hpp>

@@ -1,5 +1,5 @@
-#include "filter_bank.hpp"
-#include "noise_level.hpp"
+#include "upscaling/filter_bank.hpp"
+#include "upscaling/noise_level.hpp"
 #include "orvo_test_pictures.hpp"
 
 #include <orvo/upscaling.hpp>

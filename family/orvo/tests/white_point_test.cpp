@@ -1,4 +1,4 @@
-#include "white_point.hpp"
+#include "raw/white_point.hpp"
 
 #include <orvo/raw_development.hpp>
 

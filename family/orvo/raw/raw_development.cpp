@@ -1,0 +1,312 @@
+#include "common/curve_tables.hpp"
+#include "raw/white_point.hpp"
+
+#include <orvo/lens_correction.hpp>
+#include <orvo/raw_development.hpp>
+#include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/parallel.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace orvo {
+namespace {
+
+constexpr float kMostExposure = 20.0f; // EV to either side; beyond it nothing but black and white is left
+constexpr float kMostLight = 1e6f;     // of the sensor's saturation: no camera records that, and its square is finite
+constexpr float kLeastLight = -1.0f;   // noise about black goes below 0, but never by the whole scale
+
+// Output level up to which the curve is straight: +1 EV doubles tones that end below it.
+constexpr float kShoulder = 0.7f;
+
+// Share of the sensor's linear range at which clipping begins to be suspected. Above it a colour runs to neutral,
+// since the channels clip one after the other, and white balance turns what is left into magenta.
+constexpr float kClipStart = 0.7f;
+
+// Green, as a share of the same range, between which a bright magenta comes to count as the rim of a clipped area and
+// no longer as the colour of a lamp.
+constexpr float kRimStart = 0.35f;
+constexpr float kRimEnd = 0.7f;
+
+// What a fully clipped tone is worth above what the sensor says, in EV: the light there was at least full scale, and
+// on average a good deal more.
+constexpr float kClippedExcess = 0.4f;
+
+// Share of a negative exposure that a fully clipped tone does not follow. A darker frame of a real bracket would show
+// these places near white, so a rung made from this frame must not show them gray; all the same a rung must be darker
+// than the one above it, or the merge could not tell which holds the better highlights.
+constexpr float kClippedHold = 0.45f;
+
+// Strength of the finished look's contrast: a slope of 1.2 in the middle, 0.6 and 0.5 at the ends.
+constexpr float kContrast = 0.9f;
+
+// Bounds of the tone that contrast leaves in place, encoded: dark pictures keep their shadows, bright ones their sky.
+constexpr float kPivotLow = 0.3f;
+constexpr float kPivotHigh = 0.55f;
+
+// A suggested brightening goes no further than this for the 99th percentile of luminance, in linear light. The
+// shoulder still tells tones of twice full scale apart.
+constexpr float kBrightest = 2.0f;
+
+float finiteOr0(float value) { return std::isfinite(value) ? value : 0.0f; }
+
+float cleaned(float light)
+{
+    if (light >= kLeastLight)
+        return std::min(light, kMostLight);
+    return std::isnan(light) ? 0.0f : kLeastLight;
+}
+
+float smoothStep(float from, float to, float value)
+{
+    const float t = std::clamp((value - from) / (to - from), 0.0f, 1.0f);
+    return t * t * (3.0f - 2.0f * t);
+}
+
+// Straight to kShoulder, then an exponential that meets it with the same slope and ends at 1.
+float shoulder(float light)
+{
+    constexpr float kRoom = 1.0f - kShoulder;
+    return light <= kShoulder ? light : 1.0f - kRoom * std::exp((kShoulder - light) / kRoom);
+}
+
+// From a linear pixel to an encoded one.
+class Developer
+{
+public:
+    Developer(float exposure, float linearLimit) : gain(std::exp2(exposure))
+    {
+        const float limit = linearLimit > 0.0f && linearLimit <= 1.0f ? linearLimit : 1.0f;
+        clipStart = kClipStart * limit;
+        clipEnd = limit;
+        clippedLift = kClippedExcess + kClippedHold * std::max(0.0f, -exposure);
+    }
+
+    void setContrast(float amount, float pivot)
+    {
+        contrast = amount;
+        contrastPivot = pivot;
+    }
+
+    [[nodiscard]] PixelRGB<float> operator()(const PixelRGB<float>& source) const
+    {
+        PixelRGB<float> pixel{cleaned(source.r), cleaned(source.g), cleaned(source.b)};
+        scale(pixel, recoverClipped(pixel));
+        compress(pixel);
+        return {encode(pixel.r), encode(pixel.g), encode(pixel.b)};
+    }
+
+private:
+    static void scale(PixelRGB<float>& pixel, float factor)
+    {
+        pixel.r *= factor;
+        pixel.g *= factor;
+        pixel.b *= factor;
+    }
+
+    static void mix(PixelRGB<float>& pixel, float level, float share)
+    {
+        pixel.r += (level - pixel.r) * share;
+        pixel.g += (level - pixel.g) * share;
+        pixel.b += (level - pixel.b) * share;
+    }
+
+    // Takes the colour out of what is clipped and gives the gain of the pixel.
+    [[nodiscard]] float recoverClipped(PixelRGB<float>& pixel) const
+    {
+        const float r = std::max(pixel.r, 0.0f);
+        const float b = std::max(pixel.b, 0.0f);
+        if (!(r + std::max(pixel.g, 0.0f) + b > clipStart)) // then none of the measures below reaches clipStart
+            return gain;
+        // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta tells of it.
+        const float missing = std::min(r, b) - pixel.g;
+        if (missing > 0.0f)
+            pixel.g += missing * smoothStep(clipStart, clipEnd, std::max(r, b)) *
+                       smoothStep(kRimStart * clipEnd, kRimEnd * clipEnd, pixel.g);
+        const float g = std::max(pixel.g, 0.0f);
+        const float sum = r + g + b;
+        // A smooth stand-in for the second largest channel, equal to the level of a neutral: a lamp of one strong
+        // colour keeps it, while two channels at the limit leave nothing to tell a hue from.
+        const float pairs = (r * g + g * b + b * r) / sum;
+        const float clipped = smoothStep(clipStart, clipEnd, pairs);
+        if (clipped <= 0.0f)
+            return gain;
+        // The channels that still record count for more: they know how bright it really was.
+        mix(pixel, (r * r + g * g + b * b) / sum, clipped);
+        return gain * std::exp2(clippedLift * clipped);
+    }
+
+    // Brings the strongest channel below 1 and the others with it, so that hue stays; the more is taken away, the
+    // nearer to white.
+    static void compress(PixelRGB<float>& pixel)
+    {
+        const float strongest = std::max({pixel.r, pixel.g, pixel.b});
+        if (strongest <= kShoulder)
+            return;
+        const float level = shoulder(strongest);
+        const float kept = level / strongest;
+        scale(pixel, kept);
+        mix(pixel, level, (1.0f - kept) * (1.0f - kept));
+    }
+
+    [[nodiscard]] float encode(float light) const
+    {
+        const float v = tables.encode(light);
+        if (contrast <= 0.0f)
+            return v;
+        // A cubic that keeps 0, the pivot and 1; below 0 it goes on straight.
+        return v <= 0.0f ? v * (1.0f - contrast * contrastPivot) : v + contrast * v * (1.0f - v) * (v - contrastPivot);
+    }
+
+    const details::CurveTables& tables = details::CurveTables::instance();
+    float gain;
+    float clipStart;
+    float clipEnd;
+    float clippedLift;
+    float contrast = 0.0f;
+    float contrastPivot = 0.5f;
+};
+
+float limitedExposure(float exposure) { return std::clamp(finiteOr0(exposure), -kMostExposure, kMostExposure); }
+
+float luminance(const PixelRGB<float>& p)
+{
+    // Row of Y of the matrix from the primaries of ProPhoto RGB to XYZ (ISO 22028-2).
+    return 0.2880402f * p.r + 0.7118741f * p.g + 0.0000857f * p.b;
+}
+
+// What the small picture says of the whole one.
+struct Tones
+{
+    float middle = 0.18f; // median of luminance, linear; the usual gray of exposure meters where nothing is known
+    float bright = 1.0f;  // 99th percentile
+};
+
+Tones judge(const _ImageData<PixelRGB<float>>* thumbnail)
+{
+    if (thumbnail == nullptr || thumbnail->pixelCount() == 0)
+        return {};
+    std::vector<float> levels(thumbnail->pixelCount());
+    for (std::size_t i = 0; i < levels.size(); ++i)
+        levels[i] = finiteOr0(luminance(thumbnail->data()[i]));
+    const auto at = [&levels](double share) {
+        const auto place = levels.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(levels.size() - 1));
+        std::nth_element(levels.begin(), place, levels.end());
+        return *place;
+    };
+    return {at(0.5), at(0.99)};
+}
+
+Developer finishedLook(const ImageMetadata* metadata, float tone, float strength, bool neutral, const Tones& tones,
+                       float extraExposure)
+{
+    const float baseline = metadata != nullptr ? finiteOr0(metadata->baselineExposure) : 0.0f;
+    float wanted = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
+    if (wanted > 0.0f && tones.bright > 0.0f)
+        wanted = std::min(wanted, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
+    const float exposure = limitedExposure(baseline + wanted + finiteOr0(extraExposure));
+    Developer developer(exposure, metadata != nullptr ? metadata->linearResponseLimit : 1.0f);
+    if (!neutral) {
+        const float middle = srgbCurveFromLinear(std::clamp(tones.middle * std::exp2(exposure), 0.0f, 1.0f));
+        developer.setContrast(kContrast, std::clamp(middle, kPivotLow, kPivotHigh));
+    }
+    return developer;
+}
+
+_Rect<int> insideOf(const _Rect<int>& rect, const _Size<int>& size)
+{
+    if (rect == _Rect<int>())
+        return {0, 0, size.width, size.height};
+    const int left = std::clamp(rect.x, 0, size.width);
+    const int top = std::clamp(rect.y, 0, size.height);
+    // In 64 bits, since a rectangle may reach beyond the largest integer.
+    const auto end = [](int from, int length, int limit) {
+        return static_cast<int>(std::clamp<long long>(static_cast<long long>(from) + length, 0, limit));
+    };
+    const int right = end(rect.x, rect.width, size.width);
+    const int bottom = end(rect.y, rect.height, size.height);
+    return {left, top, std::max(0, right - left), std::max(0, bottom - top)};
+}
+
+bool isLinearWorkingSpace(const std::shared_ptr<ColorProfile>& profile)
+{
+    return profile && *profile == *ColorProfileType::linearMelissaRGB();
+}
+
+} // namespace
+
+void develop_for_hdr(PicturePointer& image, const std::shared_ptr<const ImageMetadata>& metadata,
+                     const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, float exposure, bool chromatic)
+{
+    if (!image || !image->colorProfile() || !image->colorProfile()->isLinear())
+        return;
+    const ScopedTimer timer("develop_for_hdr", 0);
+    if (rawMetadata)
+        rawMetadata->wait();
+    if (!isLinearWorkingSpace(image->colorProfile()))
+        image->convertTo(ColorProfileType::linearMelissaRGB());
+    // Whether it is marked as dealt with says nothing here: a ladder develops several copies of one frame, and each
+    // still has it.
+    if (chromatic)
+        applyChromaticAbberationsCorrection(image);
+
+    const float baseline = metadata ? finiteOr0(metadata->baselineExposure) : 0.0f;
+    const Developer developer(limitedExposure(finiteOr0(exposure) + baseline),
+                              metadata ? metadata->linearResponseLimit : 1.0f);
+    PixelRGB<float>* const pixels = image->data();
+    forEachRange(image->pixelCount(), [&](std::size_t first, std::size_t last) {
+        for (std::size_t i = first; i != last; ++i)
+            pixels[i] = developer(pixels[i]);
+    });
+    image->setColorProfile(ColorProfileType::melissaRGB());
+}
+
+RawImageDevelop::RawImageDevelop() = default;
+RawImageDevelop::RawImageDevelop(float temperature, float tint, float exposure)
+    : wantedTemperature(temperature), wantedTint(tint), extraExposure(exposure)
+{}
+
+void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,
+                              const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength,
+                              _Rect<int> rect, bool flag, const std::function<bool()>& cancel) const
+{
+    // Own pointers: `source` and `target` are often one and the same variable.
+    const PicturePointer from = source;
+    const auto cancelled = [&cancel] { return cancel && cancel(); };
+    if (!from || cancelled())
+        return;
+    const ScopedTimer timer("RawImageDevelop::develop", 0);
+    const _Rect<int> part = insideOf(rect, from->size());
+    const bool inPlace = target == from && part.size() == from->size();
+    if (!from->colorProfile() || !from->colorProfile()->isLinear()) {
+        if (!inPlace)
+            target = from->copy(part);
+        return;
+    }
+    PicturePointer to =
+        inPlace ? from : std::make_shared<_ImageData<PixelRGB<float>>>(part.size(), from->colorProfile());
+    const PicturePointer small = thumbnail ? thumbnail() : nullptr;
+    const Tones tones = judge(small.get());
+    if (cancelled())
+        return;
+
+    const bool converted = !isLinearWorkingSpace(from->colorProfile());
+    const Developer developer = finishedLook(metadata.get(), tone, strength, flag, tones, extraExposure);
+    const auto balance = metadata ? whiteBalanceShift({metadata->cameraTemperature, metadata->cameraTint},
+                                                      {wantedTemperature, wantedTint})
+                                  : std::nullopt;
+    if (!inPlace)
+        forEachRow(part.height, [&](int y) { std::copy_n(from->row(part.y + y) + part.x, part.width, to->row(y)); });
+    if (converted)
+        to->convertTo(ColorProfileType::linearMelissaRGB());
+    PixelRGB<float>* const pixels = to->data();
+    forEachRange(to->pixelCount(), [&](std::size_t first, std::size_t last) {
+        for (std::size_t i = first; i != last; ++i)
+            pixels[i] = developer(balance ? shifted(pixels[i], *balance) : pixels[i]);
+    });
+    to->setColorProfile(ColorProfileType::melissaRGB());
+    target = std::move(to);
+}
+
+} // namespace orvo

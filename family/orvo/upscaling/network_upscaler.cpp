@@ -1,0 +1,261 @@
+#include "upscaling/network_upscaler.hpp"
+
+#include "upscaling/cubic_rows.hpp"
+#include "upscaling/noise_level.hpp"
+#include "networks/onnx_input.hpp"
+#include "networks/quiet_opencv.hpp"
+
+#include <orvo/upscaling.hpp>
+
+#include <opencv2/dnn.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace orvo::details {
+namespace {
+
+constexpr int kMostScale = kMostUpscaleScale;
+constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have a tenth of it
+// The part of a tile that is kept, about: large against the overlap, small enough for the planes of a deep network
+// (64 channels of such a tile are 4 MB).
+constexpr int kTileCore = 128;
+constexpr int kMostWindow = 4096; // a network that declares larger sides asks for more memory than anybody has
+constexpr int kTileGrain = 8;     // networks that halve their planes want sides that can be halved three times
+
+std::string dimensions(const cv::Mat& blob)
+{
+    std::string text;
+    for (int i = 0; i < blob.dims; ++i)
+        text += (i == 0 ? "" : " x ") + std::to_string(blob.size[i]);
+    return text.empty() ? "nothing" : text;
+}
+
+std::vector<uchar> readModel(const std::filesystem::path& model)
+{
+    const auto fail = [&](const std::string& found) {
+        throw NetworkFailure("upscaling network " + model.string() + ": a file of ONNX was expected, " + found);
+    };
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(model, error))
+        fail("there is no such file");
+    const std::uintmax_t size = std::filesystem::file_size(model, error);
+    if (error || size == 0 || size > kMostModelBytes)
+        fail("one of " + std::to_string(error ? 0 : size) + " bytes was found");
+    std::vector<uchar> bytes(static_cast<std::size_t>(size));
+    std::ifstream file(model, std::ios::binary);
+    if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+        fail("it cannot be read");
+    return bytes;
+}
+
+} // namespace
+
+struct NetworkUpscaler::State
+{
+    cv::dnn::Net net;
+    std::string name;
+    int channels = 0;
+    int scale = 0;
+    int overlap = 0;
+    cv::Size window; // what the network sees
+    cv::Size core;   // what is kept of it, in samples of the small picture
+
+    // One run; `input` has the channels and the window as its sides.
+    cv::Mat forward(const cv::Mat& input)
+    {
+        net.setInput(input);
+        return net.forward();
+    }
+
+    [[nodiscard]] cv::Mat blob() const
+    {
+        const int sizes[] = {1, channels, window.height, window.width};
+        return cv::Mat(4, sizes, CV_32F, cv::Scalar(0.5));
+    }
+
+    // The scale that the answer shows, 0 if it is none.
+    [[nodiscard]] int scaleOf(const cv::Mat& output) const
+    {
+        if (output.dims != 4 || output.type() != CV_32F || output.size[0] != 1 || output.size[1] != channels ||
+            output.size[2] % window.height != 0 || output.size[3] % window.width != 0 ||
+            output.size[2] / window.height != output.size[3] / window.width)
+            return 0;
+        return output.size[2] / window.height;
+    }
+
+    [[noreturn]] void fail(const std::string& expectedAndFound) const
+    {
+        throw NetworkFailure(name + ": " + expectedAndFound);
+    }
+
+    // The window is what the file declares, if it does: such networks work at no other size.
+    void chooseWindow(const OnnxInput& declared)
+    {
+        const bool four = declared.sides.size() == 4;
+        const bool one = four && declared.sides[0] <= 1;
+        const bool colours = four && (declared.sides[1] == 0 || declared.sides[1] == 1 || declared.sides[1] == 3);
+        if (!one || !colours) {
+            std::string found;
+            for (const std::int64_t side : declared.sides)
+                found += (found.empty() ? "" : " x ") + (side == 0 ? "any" : std::to_string(side));
+            fail("an input of 1 x C x H x W with C = 3 or 1 was expected, " + (found.empty() ? "none" : found) +
+                 " was found");
+        }
+        const auto side = [&](std::int64_t given) {
+            const int usual = (kTileCore + 2 * overlap + kTileGrain - 1) / kTileGrain * kTileGrain;
+            if (given != 0 && (given <= 2 * overlap || given > kMostWindow))
+                fail("an input with sides above two overlaps (Upscale.overlap), " + std::to_string(2 * overlap) +
+                     ", and of at most " + std::to_string(kMostWindow) + " was expected, " + std::to_string(given) +
+                     " was found");
+            return given == 0 ? usual : static_cast<int>(given);
+        };
+        window = {side(declared.sides[3]), side(declared.sides[2])};
+        core = {window.width - 2 * overlap, window.height - 2 * overlap};
+    }
+
+    // Loads the network for so many channels and finds out what it makes of a window. False if that is no enlarging;
+    // `found` then tells what it is.
+    bool tryChannels(const std::vector<uchar>& bytes, const std::string& input, int depth, std::string& found)
+    {
+        channels = depth;
+        found += "; for C = " + std::to_string(depth) + " ";
+        try {
+            const QuietOpenCv quiet; // what it has to say comes with the exception
+            net = cv::dnn::readNetFromONNX(withInput(bytes, input, {1, depth, window.height, window.width}));
+            net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
+            net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+            const cv::Mat output = forward(blob());
+            scale = scaleOf(output);
+            found += "it gives " + dimensions(output);
+        } catch (const std::exception& error) {
+            found += std::string("OpenCV says: ") + error.what();
+            return false;
+        }
+        return scale >= 1 && scale <= kMostScale;
+    }
+
+    void load(const std::filesystem::path& model)
+    {
+        const std::vector<uchar> bytes = readModel(model);
+        const auto declared = declaredInput(bytes);
+        if (!declared)
+            fail("a file of ONNX was expected, one without a graph that has an input was found");
+        const std::string damage = graphDamage(bytes);
+        if (!damage.empty())
+            fail("a sound file of ONNX was expected, " + damage);
+        chooseWindow(*declared);
+        std::string found;
+        for (const int depth : {3, 1})
+            if ((declared->sides[1] == 0 || declared->sides[1] == depth) &&
+                tryChannels(bytes, declared->name, depth, found))
+                return;
+        fail("from 1 x C x " + std::to_string(window.height) + " x " + std::to_string(window.width) +
+             " values it was expected to give as many channels, enlarged by 1 to " + std::to_string(kMostScale) +
+             found);
+    }
+};
+
+NetworkUpscaler::NetworkUpscaler(const std::filesystem::path& model, std::optional<int> scale, int overlap)
+    : state(std::make_unique<State>())
+{
+    state->name = "upscaling network " + model.string();
+    if (overlap < 0 || overlap > kMostOverlap)
+        state->fail("an overlap (Upscale.overlap) of 0 to " + std::to_string(kMostOverlap) + " was expected, " +
+                    std::to_string(overlap) + " was found");
+    if (scale && (*scale < 1 || *scale > kMostScale))
+        state->fail("a scale (Upscale.scale) of 1 to " + std::to_string(kMostScale) + " was expected, " +
+                    std::to_string(*scale) + " was found");
+    state->overlap = overlap;
+    state->load(model);
+    if (scale && *scale != state->scale)
+        state->fail("a network that enlarges by " + std::to_string(*scale) +
+                    " (Upscale.scale) was expected, this one enlarges by " + std::to_string(state->scale));
+}
+
+NetworkUpscaler::~NetworkUpscaler() = default;
+
+int NetworkUpscaler::scale() const { return state->scale; }
+
+namespace {
+
+float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
+
+// Fills the planes of `input` with the window of the picture that begins at (left, top).
+void fillWindow(const _ImageData<PixelRGB<float>>& source, int left, int top, cv::Mat& input)
+{
+    const int channels = input.size[1];
+    for (int y = 0; y < input.size[2]; ++y) {
+        const PixelRGB<float>* const row = source.row(std::clamp(top + y, 0, source.height() - 1));
+        float* const first = input.ptr<float>(0, 0, y);
+        for (int x = 0; x < input.size[3]; ++x) {
+            const PixelRGB<float>& p = row[std::clamp(left + x, 0, source.width() - 1)];
+            if (channels == 1) {
+                first[x] = luma(p);
+            } else {
+                first[x] = p.r;
+                input.ptr<float>(0, 1, y)[x] = p.g;
+                input.ptr<float>(0, 2, y)[x] = p.b;
+            }
+        }
+    }
+}
+
+} // namespace
+
+bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageData<PixelRGB<float>>& target,
+                              const std::atomic<bool>* cancel)
+{
+    const int scale = state->scale;
+    const cv::Size core = state->core;
+    // The luma of a network of one channel is laid over the plainly enlarged colours.
+    if (state->channels == 1 && !enlargeByCubic(source, scale, target, cancel))
+        return false;
+    cv::Mat input = state->blob();
+    const auto keep = [&](const cv::Mat& output, int left, int top) {
+        const int width = std::min(core.width, source.width() - left) * scale;
+        const int height = std::min(core.height, source.height() - top) * scale;
+        const int skip = state->overlap * scale;
+        for (int y = 0; y < height; ++y) {
+            PixelRGB<float>* const row = target.row(top * scale + y) + left * scale;
+            const PixelRGB<float>* const nearest = source.row(top + y / scale) + left;
+            const float* const first = output.ptr<float>(0, 0, skip + y) + skip;
+            if (state->channels == 1) {
+                for (int x = 0; x < width; ++x) {
+                    const float change = first[x] - luma(row[x]);
+                    if (std::isfinite(change))
+                        row[x] = {row[x].r + change, row[x].g + change, row[x].b + change};
+                }
+                continue;
+            }
+            const float* const second = output.ptr<float>(0, 1, skip + y) + skip;
+            const float* const third = output.ptr<float>(0, 2, skip + y) + skip;
+            for (int x = 0; x < width; ++x) {
+                const bool whole = std::isfinite(first[x]) && std::isfinite(second[x]) && std::isfinite(third[x]);
+                row[x] = whole ? PixelRGB<float>{first[x], second[x], third[x]} : nearest[x / scale];
+            }
+        }
+    };
+    try {
+        for (int top = 0; top < source.height(); top += core.height)
+            for (int left = 0; left < source.width(); left += core.width) {
+                if (cancel != nullptr && cancel->load(std::memory_order_relaxed))
+                    return false;
+                fillWindow(source, left - state->overlap, top - state->overlap, input);
+                const cv::Mat output = state->forward(input);
+                if (state->scaleOf(output) != scale)
+                    state->fail("a tile enlarged by " + std::to_string(scale) + " was expected, it gave " +
+                                dimensions(output));
+                keep(output, left, top);
+            }
+    } catch (const cv::Exception& error) {
+        throw NetworkFailure(state->name +
+                             ": a tile of the picture was expected to pass, OpenCV says: " + error.what());
+    }
+    return true;
+}
+
+} // namespace orvo::details

@@ -1,0 +1,261 @@
+#include "upscaling/crisp_edges.hpp"
+#include "upscaling/cubic_rows.hpp"
+#include "upscaling/learned_filters.hpp"
+#include "upscaling/network_upscaler.hpp"
+#include "upscaling/noise_level.hpp"
+#include "upscaling/noise_map.hpp"
+#include "upscaling/upscale_cache.hpp"
+
+#include <orvo/upscaling.hpp>
+#include <orvo_image_processing/guided_filter.hpp>
+#include <orvo_io/settings.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+
+namespace orvo {
+
+UpscaleAISettings::UpscaleAISettings() = default;
+
+namespace {
+
+using Picture = _ImageData<PixelRGB<float>>;
+
+constexpr int kMostDenoise = 3;
+constexpr int kBuiltInScale = 2;
+constexpr int kUsualOverlap = 16;
+
+// Smoothing before enlarging. Where there is only noise of variance v, a guided filter leaves the part v / (v + eps) of
+// each value's distance to the mean, so eps is the measured variance times 1, 4 and 9.
+constexpr float kSmoothingRadius = 4.0f;
+constexpr std::array<float, kMostDenoise + 1> kSmoothing = {0.0f, 1.0f, 4.0f, 9.0f};
+constexpr float kLeastNoise = 1.0f / 255.0f; // smoothing that was asked for does something to any picture
+
+// What is wrong with a request; its text goes to the log.
+class Refusal : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::string text(_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+void checkSettings(const UpscaleAISettings& settings)
+{
+    if (settings.passes < 1 || settings.passes > kMostUpscalePasses)
+        throw Refusal("UpscaleAISettings.passes of 1 to " + std::to_string(kMostUpscalePasses) + " was expected, " +
+                      std::to_string(settings.passes) + " was found");
+    if (settings.denoise < 0 || settings.denoise > kMostDenoise)
+        throw Refusal("UpscaleAISettings.denoise of 0 to " + std::to_string(kMostDenoise) + " was expected, " +
+                      std::to_string(settings.denoise) + " was found");
+}
+
+void check(const Picture* image, const UpscaleAISettings& settings, const _ImageData<float>* mask)
+{
+    if (image == nullptr || image->pixelCount() == 0)
+        throw Refusal("a picture was expected, none was given");
+    checkSettings(settings);
+    if (mask != nullptr && mask->size() != image->size())
+        throw Refusal("a mask of " + text(image->size()) + " was expected, one of " + text(mask->size()) +
+                      " was found");
+}
+
+// Sides grow by this much altogether; refuses results that are too large.
+int totalScale(_Size<int> size, int passes, int scale)
+{
+    constexpr std::int64_t kMillion = 1'000'000;
+    std::int64_t total = 1;
+    for (int i = 0; i < passes; ++i)
+        total *= scale;
+    const std::int64_t width = size.width * total;
+    const std::int64_t height = size.height * total;
+    if (width > kMostUpscaledPixels / height || std::max(width, height) > std::numeric_limits<int>::max()) {
+        // Rounded up, so that it never reads like what is allowed. Sides may be such that a product would overflow.
+        const double millions = std::ceil(static_cast<double>(width) * static_cast<double>(height) / kMillion);
+        throw Refusal(std::to_string(size.width) + " x " + std::to_string(size.height) + " pixels enlarged " +
+                      std::to_string(total) + " times would be " + std::to_string(width) + " x " +
+                      std::to_string(height) + ", " + std::to_string(static_cast<std::int64_t>(millions)) +
+                      " million pixels, but at most " + std::to_string(kMostUpscaledPixels / kMillion) +
+                      " million can be made; " + (passes > 1 ? "take fewer passes or " : "take ") +
+                      "a smaller picture");
+    }
+    return static_cast<int>(total);
+}
+
+// The network that the settings store names.
+struct ConfiguredNetwork
+{
+    std::filesystem::path model;
+    std::optional<int> scale;
+    int overlap = kUsualOverlap;
+
+    static std::optional<ConfiguredNetwork> find()
+    {
+        constexpr int kUnset = std::numeric_limits<int>::min();
+        ConfiguredNetwork network;
+        network.model = orvosettings().get<std::string>("Upscale.model", {});
+        if (network.model.empty())
+            return std::nullopt;
+        const int scale = orvosettings().get<int>("Upscale.scale", kUnset);
+        if (scale != kUnset)
+            network.scale = scale;
+        network.overlap = orvosettings().get<int>("Upscale.overlap", kUsualOverlap);
+        return network;
+    }
+
+    // The scale is told, and not one that loading would refuse.
+    [[nodiscard]] bool hasUsableScale() const { return scale && *scale >= 1 && *scale <= kMostUpscaleScale; }
+
+    [[nodiscard]] std::unique_ptr<details::NetworkUpscaler> load() const
+    {
+        return std::make_unique<details::NetworkUpscaler>(model, scale, overlap);
+    }
+
+    // A changed file is another network.
+    [[nodiscard]] std::string name() const
+    {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(model, error);
+        const auto time = std::filesystem::last_write_time(model, error).time_since_epoch().count();
+        return model.string() + '|' + std::to_string(size) + '|' + std::to_string(time) + '|' +
+               std::to_string(scale.value_or(0)) + '|' + std::to_string(overlap);
+    }
+};
+
+std::string cacheName(const mlCacheInfo& info, const UpscaleAISettings& settings,
+                      const std::optional<ConfiguredNetwork>& network)
+{
+    return info.key + '|' + text(info.size) + '|' + std::to_string(settings.passes) + '|' +
+           std::to_string(settings.denoise) + '|' + std::to_string(settings.crisp) + '|' +
+           (network ? network->name() : "built in");
+}
+
+bool canceled(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
+
+std::shared_ptr<Picture> smoothed(const Picture& image, int denoise, float measured)
+{
+    const float noise = std::max(measured, kLeastNoise);
+    auto result = std::make_shared<Picture>(image.size(), image.colorProfile());
+    grfx_guided_filter_rgb_fast(image.data(), result->data(), image.width(), image.height(), kSmoothingRadius,
+                                kSmoothing[static_cast<std::size_t>(denoise)] * noise * noise);
+    return result;
+}
+
+// One pass; empty on cancel.
+std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::NetworkUpscaler* network,
+                                  const std::atomic<bool>* cancel)
+{
+    const int scale = network != nullptr ? network->scale() : kBuiltInScale;
+    auto target =
+        std::make_shared<Picture>(_Size<int>(source.width() * scale, source.height() * scale), source.colorProfile());
+    if (network != nullptr)
+        return network->enlarge(source, *target, cancel) ? target : nullptr;
+    const auto& bank = details::FilterBanks::builtIn().forNoise(noise);
+    return details::doubleByFilters(source, bank, *target, cancel) ? target : nullptr;
+}
+
+// Steepens the edges of `result`, `total` times the size of `image` and made of `smooth`, which is the same picture or
+// a smoothed one. Noise alone comes out of it no stronger than Catmull-Rom leaves it. False on cancel.
+bool crispened(const Picture& image, const Picture& smooth, int total, Picture& result, const std::atomic<bool>* cancel)
+{
+    details::NoiseMap noise(image);
+    noise.measure(result, total);
+    if (const auto mask = noise.calmingMask())
+        if (!details::blendWithCubic(smooth, *mask, total, result, cancel))
+            return false;
+    return details::steepenEdges(result, noise, cancel);
+}
+
+std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
+                                  const _ImageData<float>* mask, const std::atomic<bool>* cancel,
+                                  const std::optional<ConfiguredNetwork>& configured)
+{
+    std::unique_ptr<details::NetworkUpscaler> network;
+    if (configured)
+        network = configured->load();
+    const int total = totalScale(image->size(), settings.passes, network ? network->scale() : kBuiltInScale);
+    std::shared_ptr<const Picture> source = image;
+    if (canceled(cancel))
+        return nullptr;
+    // Measured before smoothing: what is left of the noise afterwards is not white, and must not be taken for detail.
+    float noise = details::noiseLevel(*image);
+    if (settings.denoise > 0)
+        source = smoothed(*image, settings.denoise, noise);
+    std::shared_ptr<const Picture> smooth = settings.crisp ? source : nullptr; // needed once more at the end
+    std::shared_ptr<Picture> result;
+    for (int pass = 0; pass < settings.passes; ++pass) {
+        result = enlarged(*source, noise, network.get(), cancel);
+        if (!result)
+            return nullptr;
+        source = result;
+        noise = 0.0f; // enlarged, it is smooth
+    }
+    source.reset();
+    network.reset();
+    if (settings.crisp && !crispened(*image, *smooth, total, *result, cancel))
+        return nullptr;
+    smooth.reset();
+    if (mask != nullptr && !details::blendWithCubic(*image, *mask, total, *result, cancel))
+        return nullptr;
+    return canceled(cancel) ? nullptr : result;
+}
+
+// What `body` gives; `nothing`, after a line of the log, where it refuses.
+template <typename Result, typename Body>
+Result orRefusal(Result nothing, const Body& body)
+{
+    try {
+        return body();
+    } catch (const Refusal& refusal) {
+        details::logErrorMessage(std::string("Upscaling: ") + refusal.what());
+    } catch (const details::NetworkFailure& failure) {
+        details::logErrorMessage(failure.what());
+    }
+    return nothing;
+}
+
+} // namespace
+
+_Size<int> upscaledSize(_Size<int> size, const UpscaleAISettings& settings)
+{
+    return orRefusal(_Size<int>(), [&] {
+        checkSettings(settings);
+        if (size.width < 1 || size.height < 1)
+            throw Refusal("a picture was expected, none was given");
+        int scale = kBuiltInScale;
+        if (const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find())
+            scale = network->hasUsableScale() ? *network->scale : network->load()->scale();
+        const int total = totalScale(size, settings.passes, scale);
+        return _Size<int>(size.width * total, size.height * total);
+    });
+}
+
+std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
+                                  const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
+                                  const mlCacheInfo& cacheInfo)
+{
+    return orRefusal(std::shared_ptr<Picture>(), [&] {
+        check(image.get(), settings, mask.get());
+        const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find();
+        const bool keep = !cacheInfo.key.empty() && cacheInfo.size == image->size() && !mask;
+        const std::string name = keep ? cacheName(cacheInfo, settings, network) : std::string();
+        if (keep && !canceled(cancel))
+            if (auto kept = details::UpscaleCache::instance().find(name))
+                return kept;
+        auto result = upscaled(image, settings, mask.get(), cancel, network);
+        if (keep && result)
+            details::UpscaleCache::instance().keep(name, *result);
+        return result;
+    });
+}
+
+void clearUpscaleCache() { details::UpscaleCache::instance().clear(); }
+
+} // namespace orvo

@@ -1,0 +1,76 @@
+#include "sources/panorama_hdr_provider.hpp"
+
+#include "frame/image_bridge.hpp"
+
+#include <algorithm>
+
+namespace orvo {
+namespace {
+
+using Paths = std::vector<std::filesystem::path>;
+using PicturePointer = std::shared_ptr<_ImageData<PixelRGB<float>>>;
+
+std::filesystem::path smallest(const Paths& paths)
+{
+    return paths.empty() ? std::filesystem::path() : *std::min_element(paths.begin(), paths.end());
+}
+
+PicturePointer mergeBracket(const Paths& paths, const HDRSettings& hdr,
+                            const std::function<void(HDRMergingPhaseName)>& phaseProgress)
+{
+    const auto image = make_HDR(paths, hdr, {}, phaseProgress).first;
+    if (!image)
+        return {};
+    PicturePointer picture = image->imageData({}, {}, true);
+    if (!picture)
+        return {};
+    const auto srgb = ColorProfileType::sRGB();
+    if (!picture->colorProfile() || *picture->colorProfile() != *srgb) {
+        PicturePointer converted;
+        picture->colorTransform(converted, srgb, false);
+        picture = std::move(converted);
+    }
+    return picture;
+}
+
+} // namespace
+
+PanoramaHDRProvider::PanoramaHDRProvider(const PanoSourceHDR& source)
+    : PanoramaProvider(source.settings), brackets(source.brackets), hdr(source.hdr)
+{
+    std::stable_sort(brackets.begin(), brackets.end(),
+                     [](const Paths& a, const Paths& b) { return smallest(a) < smallest(b); });
+    // Made here, so that a cancel from another thread never meets a load that reads the pointer.
+    if (!hdr.cancelFlag)
+        hdr.cancelFlag = std::make_shared<std::atomic<unsigned char>>();
+}
+
+std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
+{
+    images.clear();
+    images.resize(brackets.size());
+    const auto count = static_cast<float>(brackets.size());
+    const float perBracket = 1.0f / count;
+    // A bracket has seven phases, and the last one of all leaves a step for what follows.
+    const float perPhase = 1.0f / (7.0f * count + 1.0f);
+    for (std::size_t i = 0; i < brackets.size(); ++i) {
+        const float done = static_cast<float>(i) * perBracket;
+        const auto phaseProgress = [&](HDRMergingPhaseName phase) {
+            progress(static_cast<float>(static_cast<int>(phase) + 1) * perPhase + done);
+        };
+        PicturePointer picture = mergeBracket(brackets[i], hdr, phaseProgress);
+        if (!picture) {
+            canceled();
+            return {};
+        }
+        images[i] = cvMatFromImageData(std::move(picture));
+        progress(static_cast<float>(i + 1) * perBracket);
+        if (canceled())
+            return {};
+    }
+    return images;
+}
+
+void PanoramaHDRProvider::cancelLoad(bool cancel) { hdr.cancelFlag->store(cancel ? 1 : 0); }
+
+} // namespace orvo

@@ -1,0 +1,122 @@
+#include "sources/panorama_images_provider.hpp"
+
+#include "bracket/load_frames.hpp"
+#include "frame/image_bridge.hpp"
+
+#include <orvo/lens_correction.hpp>
+#include <orvo/raw_development.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <string>
+
+namespace orvo {
+namespace {
+
+// Longest width of the picture on which raw development judges the overall tone.
+constexpr int kToneThumbnailWidth = 512;
+
+struct WhiteBalance
+{
+    float temperature = 0.0f;
+    float tint = 0.0f;
+    bool known = false;
+};
+
+float exposureOf(const ImageMetadata& metadata)
+{
+    return std::log2(metadata.isoSpeed / 100.0f) +
+           std::log2(metadata.aperture * metadata.aperture / metadata.shutterSeconds) + metadata.exposureOffset;
+}
+
+void developForPanorama(std::shared_ptr<_ImageData<PixelRGB<float>>>& image,
+                        const std::shared_ptr<const ImageMetadata>& metadata,
+                        const std::shared_ptr<AdditionalRawMetadata>& additional, float exposure, bool chromatic)
+{
+    const RawImageDevelop developer(metadata->temperature, metadata->tint, exposure);
+    const int width = std::min(image->width(), kToneThumbnailWidth);
+    const int height = std::max(1, width * image->height() / image->width());
+    const float tone = additional ? additional->getAutoDetectedTone() : 0.0f;
+    const auto small = image->resize({width, height}, {}, true);
+    developer.develop(
+        image, image, [&small] { return small; }, metadata, tone, 1.0f, {}, false, [] { return false; });
+    LensCorrectionUnit::applyAndDismissRawCA(image, metadata, additional, chromatic);
+}
+
+} // namespace
+
+SourceMedians computeSourceMedians(const std::vector<std::filesystem::path>& files)
+{
+    std::vector<float> exposures;
+    std::vector<WhiteBalance> balances;
+    for (const auto& file : files) {
+        const auto metadata = ImageReader::readMetadata(file);
+        if (!metadata || !metadata->isRaw)
+            return {};
+        exposures.push_back(exposureOf(*metadata));
+        WhiteBalance balance;
+        balance.known = ImageReader::getTemperatureAndTint(balance.temperature, balance.tint, file);
+        balances.push_back(balance);
+    }
+    if (files.empty())
+        return {};
+    const auto middle = static_cast<std::ptrdiff_t>(files.size() / 2);
+    // The two lists are ordered on their own: white balance and exposure may come from different files.
+    std::nth_element(exposures.begin(), exposures.begin() + middle, exposures.end());
+    std::nth_element(balances.begin(), balances.begin() + middle, balances.end(),
+                     [](const WhiteBalance& a, const WhiteBalance& b) { return a.temperature < b.temperature; });
+    const WhiteBalance& balance = balances[static_cast<std::size_t>(middle)];
+    return {exposures[static_cast<std::size_t>(middle)], balance.temperature, balance.tint, balance.known};
+}
+
+cv::Mat loadPanoramaFrame(const std::filesystem::path& path, const LensFlags& lensFlags, const SourceMedians& medians)
+{
+    auto frame = loadFrame<FocusStackerFrame>(path, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
+                                              lensFlags.autoLensCorrection);
+    if (!frame.image)
+        return {};
+    if (hasRawMark(frame)) {
+        if (lensFlags.autoLensCorrection)
+            frame.image = applyAutoLensCorrection(frame.image, frame.metadata, frame.rawMetadata);
+        const auto metadata = frame.metadata->deepCopyDCP();
+        if (medians.hasWhiteBalance) {
+            metadata->temperature = medians.temperature;
+            metadata->tint = medians.tint;
+        }
+        developForPanorama(frame.image, metadata, frame.rawMetadata, 0.0f, lensFlags.rawChromaticAberration);
+    }
+    return cvMatFromImageData(std::move(frame.image));
+}
+
+PanoramaImagesProvider::PanoramaImagesProvider(const PanoSource& source)
+    : PanoramaProvider(source.settings), files(source.files)
+{
+    std::sort(files.begin(), files.end());
+}
+
+std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled)
+{
+    const std::string signature = functionSignature();
+    images.clear();
+    images.resize(files.size());
+    const SourceMedians medians = computeSourceMedians(files);
+    const float perFile = 1.0f / static_cast<float>(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        cv::Mat image = loadPanoramaFrame(files[i], lensFlags, medians);
+        if (image.empty()) {
+            const std::u8string name = files[i].u8string();
+            std::cerr << signature << " Image " << std::string(name.begin(), name.end()) << " could not be loaded"
+                      << std::endl;
+            return {};
+        }
+        images[i] = std::move(image);
+        progress(static_cast<float>(i + 1) * perFile);
+        if (canceled())
+            return {};
+    }
+    return images;
+}
+
+} // namespace orvo

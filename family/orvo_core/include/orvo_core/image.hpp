@@ -4,8 +4,10 @@
 #include <orvo_common/export.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_core/image_metadata.hpp>
+#include <orvo_core/tiled_image_data.hpp>
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace orvo {
@@ -47,7 +49,7 @@ public:
     [[nodiscard]] int height() const { return size().height; }
 };
 
-/// Held by std::shared_ptr. Reading it from several threads is safe.
+/// Held by std::shared_ptr. Reading it from several threads is safe, also while another one sets its modified data.
 class ORVO_EXPORT Image final : public BaseImage
 {
 public:
@@ -69,12 +71,27 @@ public:
     [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
     developedOriginalImageData(const ResizeParameters& parameters) const;
 
+    /// The picture with all edits applied: from the modified data where there are any, in their profile, with tiles
+    /// that are not computed yet filled in from the unedited picture; else the unedited picture. At full size without
+    /// modified data no copy is made. Peak: the result and the part of the tiles that it shows.
+    [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
+    developedModifiedImageData(const ResizeParameters& parameters) const;
+
+    /// Replaces the modified data, which must have this picture's size (otherwise std::invalid_argument); empty: the
+    /// picture is unedited again. `id` becomes the text of getGUID(), a fresh one if it is empty. The tiles are not to
+    /// be written to any more.
+    void setModifiedImageData(std::shared_ptr<TiledImageData> data, const std::string& id);
+    /// What was set last; may be empty.
+    [[nodiscard]] std::shared_ptr<TiledImageData> modifiedImageData() const;
+
     /// A text that is the same as long as the content is.
-    [[nodiscard]] const std::string& getGUID() const { return guid; }
+    [[nodiscard]] std::string getGUID() const;
 
 private:
     std::shared_ptr<ImageSource> source;
+    mutable std::mutex mutex; // guards what follows
     std::string guid;
+    std::shared_ptr<TiledImageData> modified;
 };
 
 /// Wraps pixels in a new Image, without a copy; its metadata tell the size only.

@@ -1,0 +1,119 @@
+#include <orvo_common/temporary_directory.hpp>
+#include <orvo_common/uuid.hpp>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace orvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A folder "orvo-UID-ID" is alive as long as its process holds the lock on the file "orvo-UID-ID.lock" beside it. The
+// system drops the lock however the process ends, and a number used again by another process means nothing.
+constexpr std::string_view kLockEnding = ".lock";
+
+std::string ownPrefix() { return "orvo-" + std::to_string(::getuid()) + "-"; }
+
+fs::path lockOf(fs::path folder) { return folder += kLockEnding; }
+
+// Opens and locks a lock file that is still in its place; -1 if somebody else holds it or it is not ours.
+int tryLock(const fs::path& file, int flags)
+{
+    const int handle = ::open(file.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (handle < 0)
+        return -1;
+    struct stat held = {};
+    struct stat named = {};
+    // A sweeper may remove the file between our opening and our locking it.
+    const bool usable = ::flock(handle, LOCK_EX | LOCK_NB) == 0 && ::fstat(handle, &held) == 0 &&
+                        ::lstat(file.c_str(), &named) == 0 && held.st_ino == named.st_ino &&
+                        held.st_dev == named.st_dev && held.st_uid == ::getuid();
+    if (usable)
+        return handle;
+    ::close(handle);
+    return -1;
+}
+
+void removeFolderAndLock(const fs::path& folder)
+{
+    std::error_code ignored;
+    struct stat facts = {};
+    if (::lstat(folder.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode) && facts.st_uid == ::getuid())
+        fs::remove_all(folder, ignored);
+    ::unlink(lockOf(folder).c_str()); // last: as long as something is left, a later sweep finds it
+}
+
+class ProcessFolder
+{
+public:
+    ~ProcessFolder()
+    {
+        // A child that was forked without a new program must not take away what is its parent's.
+        if (lock >= 0 && owner == ::getpid())
+            removeFolderAndLock(folder);
+        if (lock >= 0)
+            ::close(lock);
+    }
+
+    fs::path path()
+    {
+        const std::lock_guard guard(mutex);
+        if (folder.empty()) {
+            std::error_code error;
+            fs::path parent = fs::temp_directory_path(error);
+            if (error)
+                parent = "/tmp";
+            sweepTemporaryDirectories(parent);
+            folder = parent / (ownPrefix() + generateUUID());
+        }
+        if (lock < 0)
+            lock = tryLock(lockOf(folder), O_CREAT | O_EXCL);
+        if (lock >= 0)
+            ::mkdir(folder.c_str(), 0700); // made again where somebody cleaned up below us
+        return folder;
+    }
+
+private:
+    std::mutex mutex;
+    fs::path folder;
+    int lock = -1;
+    pid_t owner = ::getpid();
+};
+
+} // namespace
+
+fs::path getTemporaryDirectory()
+{
+    static ProcessFolder folder;
+    return folder.path();
+}
+
+int sweepTemporaryDirectories(const fs::path& parent)
+{
+    const std::string prefix = ownPrefix();
+    int removed = 0;
+    std::error_code error;
+    for (fs::directory_iterator entry(parent, fs::directory_options::skip_permission_denied, error), end;
+         !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (!name.starts_with(prefix) || !name.ends_with(kLockEnding))
+            continue;
+        const int lock = tryLock(entry->path(), 0);
+        if (lock < 0)
+            continue;
+        removeFolderAndLock(parent / name.substr(0, name.size() - kLockEnding.size()));
+        ::close(lock);
+        ++removed;
+    }
+    return removed;
+}
+
+} // namespace orvo

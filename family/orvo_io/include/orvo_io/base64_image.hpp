@@ -1,0 +1,46 @@
+/// Pictures as text: a PNG in base64 (RFC 4648), made and read in memory.
+#pragma once
+
+#include <orvo_common/export.hpp>
+#include <orvo_core/image_data.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace orvo {
+
+/// How a picture becomes text.
+struct ORVO_EXPORT Base64EncodeParameters
+{
+    std::int32_t format = 0; ///< 0: PNG, the only one
+    std::int32_t bits = 16;  ///< of a sample: 8 or 16
+
+    Base64EncodeParameters() = default;
+    Base64EncodeParameters(std::int32_t format_, std::int32_t bits_) : format(format_), bits(bits_) {}
+    bool operator==(const Base64EncodeParameters&) const = default;
+};
+
+/// The picture in sRGB, or as it is where it has no profile, as the text of a PNG: values are limited to 0..1 and
+/// rounded to the nearest, NaN becomes 0. The text is one line with padding, the same for any number of threads. Throws
+/// std::invalid_argument on an empty picture or on parameters that are not offered. Any thread. Peak: the file and its
+/// text, and 32 rows.
+[[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
+                                                    const Base64EncodeParameters& parameters);
+/// A mask as a gray PNG, 1.0 white.
+[[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<float>>& mask,
+                                                    const Base64EncodeParameters& parameters);
+
+/// Pictures of more pixels are not decoded: five times what a request may have, so that a service may answer at twice
+/// the size each way, but a small text that unfolds into a gigantic picture takes no memory.
+inline constexpr std::int64_t kMostDecodedPixels = 40'000'000;
+
+/// The picture of such a text, in sRGB: 1 to 16 bits, gray, palette and interlaced ones too; alpha is laid over black.
+/// White space in the text is skipped, padding may be missing. Empty, with one log line of level Warning, if it is no
+/// base64, no whole PNG, or one of more than kMostDecodedPixels. Never throws. Any thread. Peak: the file, the result,
+/// and some rows (interlaced: one plane of the file's samples).
+[[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
+convertToImageData(std::string_view text) noexcept;
+
+} // namespace orvo

@@ -1,0 +1,17 @@
+// Base64 of RFC 4648, section 4.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvo::io {
+
+[[nodiscard]] std::string base64Of(std::span<const unsigned char> bytes);
+
+// White space is skipped and padding may be missing; nothing if a character is none of the alphabet.
+[[nodiscard]] std::optional<std::vector<unsigned char>> bytesOfBase64(std::string_view text);
+
+} // namespace orvo::io

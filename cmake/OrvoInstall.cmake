@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 install(TARGETS orvo_extensions EXPORT orvo_extensions
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-foreach(ROOM orvo_common orvo_logger orvo_core orvo_io orvo_image_processing orvo)
+foreach(ROOM orvo_common orvo_logger orvo_core orvo_io orvo_image_processing orvo_brush orvo)
   install(DIRECTORY family/${ROOM}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} PATTERN detail EXCLUDE)
 endforeach()
 

@@ -21,6 +21,7 @@ struct Document
 {
     std::filesystem::path path;
     std::shared_ptr<const ImageMetadata> metadata;
+    std::shared_ptr<ImageProvider> provider;
 };
 
 using Bytes = std::vector<unsigned char>;
@@ -43,9 +44,10 @@ public:
     }
 
     // A document without metadata if the bytes name none.
-    [[nodiscard]] Document find(const Bytes& bytes) const
+    [[nodiscard]] Document find(const Bytes& bytes) const { return find(Identifier::deserialize(bytes)); }
+
+    [[nodiscard]] Document find(const Key& key) const
     {
-        const Key key = Identifier::deserialize(bytes);
         if (!key)
             return {};
         const std::lock_guard lock(mutex);
@@ -123,9 +125,10 @@ std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
         metadata = std::move(developed);
     }
     const Key key = UUIDGenerator()();
-    Registry::instance().add(key, {path, std::move(metadata)});
     Bytes bytes;
     key->serialize(bytes);
+    const auto provider = std::make_shared<ImageProvider>(bytes, path, metadata->isRaw);
+    Registry::instance().add(key, {path, std::move(metadata), provider});
     return bytes;
 }
 
@@ -133,6 +136,27 @@ _Size<int> ImageLoader::getSize(const std::vector<unsigned char>& bytes)
 {
     const Document document = Registry::instance().find(bytes);
     return document.metadata ? document.metadata->size : _Size<int>();
+}
+
+std::shared_ptr<ImageProvider> ImageLoader::get(const std::shared_ptr<const Identifier>& identifier)
+{
+    return Registry::instance().find(identifier).provider;
+}
+
+ImageProvider::ImageProvider(std::vector<unsigned char> bytes_, std::filesystem::path path_, bool raw_)
+    : bytes(std::move(bytes_)), path(std::move(path_)), raw(raw_)
+{}
+
+std::shared_ptr<Image> ImageProvider::image()
+{
+    const std::lock_guard lock(mutex);
+    if (opened)
+        return opened;
+    const auto metadata = copyMetadata(bytes);
+    const auto pixels = open(bytes, {}, {});
+    if (pixels)
+        opened = CreateOrvoImage(pixels, metadata);
+    return opened;
 }
 
 void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::instance().remove(bytes); }
@@ -144,7 +168,7 @@ try {
     if (!document.metadata || canceled(state))
         return nullptr;
     const auto image =
-        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, state.presets, -1);
+        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
     if (!image) {
         ImageLoader::dispose(bytes);
         return nullptr;

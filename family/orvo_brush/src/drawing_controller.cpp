@@ -130,6 +130,19 @@ std::shared_ptr<const MaskImage> DrawingController::getMaskPreview(_Size<int> pr
     return drawing().mask.maskImage(previewSize, rect);
 }
 
+std::shared_ptr<const MaskImage> DrawingController::getMaskPreview(const ImageTransformSettings& settings) const
+{
+    const auto* const transform = std::get_if<AffineTransform>(&settings.transform);
+    const _Rect<float>& part = settings.sourceRect;
+    constexpr float kLargest = 1e9f; // fits an int
+    const auto whole = [](float v) { return v == std::floor(v) && std::abs(v) <= kLargest; };
+    if (transform == nullptr || *transform != AffineTransform() || !whole(part.x) || !whole(part.y) ||
+        !whole(part.width) || !whole(part.height))
+        throw std::invalid_argument("DrawingController::getMaskPreview: only whole pixels without a turn are offered");
+    return getMaskPreview(settings.targetSize, {static_cast<int>(part.x), static_cast<int>(part.y),
+                                                static_cast<int>(part.width), static_cast<int>(part.height)});
+}
+
 DrawingState DrawingController::getState() const { return {std::make_shared<const TiledMaskImage>(drawing().mask)}; }
 
 void DrawingController::applyState(const DrawingState& state)

@@ -236,6 +236,21 @@ TEST(Drawing, ThePreviewShowsTheStrokeUnderWay)
               std::vector<float>(expected->data(), expected->data() + expected->pixelCount()));
 }
 
+TEST(Drawing, ThePreviewTakesSettingsOfATransform)
+{
+    const auto drawn = controller();
+    draw(*drawn, wriggle(20));
+    const auto settings = [](orvo::_Rect<float> part, orvo::AffineTransform transform = {}) {
+        return orvo::ImageTransformSettings({}, part, {70, 60}, orvo::ImageTransformType::Affine, transform, {}, 0);
+    };
+    const auto preview = drawn->getMaskPreview(settings({10.0f, 20.0f, 300.0f, 200.0f}));
+    const auto expected = drawn->getMaskPreview({70, 60}, {10, 20, 300, 200});
+    EXPECT_EQ(std::vector<float>(preview->data(), preview->data() + preview->pixelCount()),
+              std::vector<float>(expected->data(), expected->data() + expected->pixelCount()));
+    EXPECT_THROW((void)drawn->getMaskPreview(settings({0.5f, 0.0f, 10.0f, 10.0f})), std::invalid_argument);
+    EXPECT_THROW((void)drawn->getMaskPreview(settings({}, {.xx = 2.0})), std::invalid_argument);
+}
+
 TEST(Drawing, NonsenseDoesNothing)
 {
     constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();

@@ -4,6 +4,7 @@
 #include <orvo_brush/brush_settings.hpp>
 #include <orvo_common/export.hpp>
 #include <orvo_core/geometry.hpp>
+#include <orvo_image_processing/image_transform.hpp>
 #include <orvo_image_processing/tiled_mask_image.hpp>
 
 #include <memory>
@@ -55,6 +56,7 @@ public:
     void stroke(const std::vector<_Point<float>>& points);
     void finishStroke();
     [[nodiscard]] bool isStrokeInProgress() const;
+    [[nodiscard]] _Size<int> maskSize() const { return size; }
 
     /// For the points that come. A larger brush counts from the last point on, not back along the line.
     void setRoundBrushSettings(float radius, float softness);
@@ -68,7 +70,9 @@ public:
     /// The mask as it stands, a stroke under way included.
     [[nodiscard]] std::shared_ptr<TiledMaskImage> getMask() const;
     /// The same, the part `rect` at `size` (TiledMaskImage::maskImage()).
-    [[nodiscard]] std::shared_ptr<const MaskImage> getMaskPreview(_Size<int> size, const _Rect<int>& rect) const;
+    [[nodiscard]] std::shared_ptr<const MaskImage> getMaskPreview(_Size<int> previewSize, const _Rect<int>& rect) const;
+    /// The same for settings of whole pixels and without a turn; others are refused with std::invalid_argument.
+    [[nodiscard]] std::shared_ptr<const MaskImage> getMaskPreview(const ImageTransformSettings& settings) const;
 
     [[nodiscard]] DrawingState getState() const;
     /// Ends a stroke under way and puts the state's mask in place of what is drawn; brush and mode stay. Throws

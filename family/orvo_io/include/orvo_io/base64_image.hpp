@@ -17,8 +17,8 @@ struct ORVO_EXPORT Base64EncodeParameters
     std::int32_t format = 0; ///< 0: PNG, the only one
     std::int32_t bits = 16;  ///< of a sample: 8 or 16
 
-    Base64EncodeParameters() = default;
-    Base64EncodeParameters(std::int32_t format_, std::int32_t bits_) : format(format_), bits(bits_) {}
+    constexpr Base64EncodeParameters() = default;
+    constexpr Base64EncodeParameters(std::int32_t format_, std::int32_t bits_) : format(format_), bits(bits_) {}
     bool operator==(const Base64EncodeParameters&) const = default;
 };
 

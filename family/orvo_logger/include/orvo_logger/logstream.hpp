@@ -83,11 +83,26 @@ ORVO_EXPORT void logErrorMessage(const std::string& text) noexcept;
 
 /// The full signature of the function that calls this, as messages carry it. Clang before 16 knows its bare name only.
 #ifdef __cpp_lib_source_location
+using SourceLocation = std::source_location;
 [[nodiscard]] inline std::string functionSignature(const std::source_location& where = std::source_location::current())
 {
     return where.function_name();
 }
 #else
+class SourceLocation
+{
+public:
+    static SourceLocation current(const char* name = __builtin_FUNCTION())
+    {
+        SourceLocation here;
+        here.function = name;
+        return here;
+    }
+    [[nodiscard]] const char* function_name() const { return function; }
+
+private:
+    const char* function = "";
+};
 [[nodiscard]] inline std::string functionSignature(const char* name = __builtin_FUNCTION()) { return name; }
 #endif
 

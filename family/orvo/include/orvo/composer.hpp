@@ -1,0 +1,93 @@
+/// A composition: a picture with its crop and its settings.
+#pragma once
+
+#include <orvo/image_loader.hpp>
+#include <orvo_common/export.hpp>
+#include <orvo_core/crop_description.hpp>
+#include <orvo_core/geometry.hpp>
+#include <orvo_core/image.hpp>
+#include <orvo_extensions/preview.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvo {
+
+/// How a layer lies upon what is below it.
+struct ORVO_EXPORT BlendParameters
+{
+    float opacity = 1.0f; ///< kept: there is nothing below the one layer
+    std::int32_t mode = 0;
+};
+
+/// How a layer fits the canvas.
+enum class ComposerScaleMode : std::int32_t
+{
+    Fill = 0, ///< the picture is brought to the canvas's size
+};
+
+/// One picture layer on a canvas, cropped and adjusted. Belongs to one thread at a time.
+///
+/// A saved composition is a JSON object; every member may be missing:
+///   {"crop": {"angle": 0.1, "rect": [10, 20, 300, 200], "scale": [1, 1]}, "settings": {"exposure": 0.5}}
+/// `angle` in radians and `rect` in pixels of the canvas as CropDescription has them; `exposure` in EV, -10 to 10.
+///
+/// Example:
+///   const auto bytes = ImageLoader::load("picture.jpg");
+///   Composer composer(ImageLoader::getSize(bytes));
+///   composer.createLayer(bytes, {}, ComposerScaleMode::Fill);
+///   composer.setCropDescription(crop);
+///   const auto image = exportFromComposer(...);
+class ORVO_EXPORT Composer
+{
+public:
+    /// Throws std::invalid_argument on an empty canvas.
+    explicit Composer(const _Size<int>& canvas);
+
+    /// Puts the document's picture on the canvas, in place of what was there. It is decoded here, so the document may
+    /// be disposed of afterwards. Returns the bytes that name the layer. Throws std::runtime_error if the bytes name no
+    /// picture that can be read.
+    std::vector<unsigned char> createLayer(const std::vector<unsigned char>& bytes, const BlendParameters& parameters,
+                                           const ComposerScaleMode& scaleMode);
+    /// createLayer(), and the crop and the settings of `state.composition`. Throws std::runtime_error that says what is
+    /// wrong with it; the composition is then unchanged.
+    void load(const std::vector<unsigned char>& bytes, const StateSettings& state);
+    /// What load() reads.
+    [[nodiscard]] std::string save() const;
+
+    /// Kept: no setting here needs a preset.
+    void setBundlePresetsFolder(const std::filesystem::path& folder) { presetsFolder = folder; }
+    [[nodiscard]] const std::filesystem::path& getBundlePresetsFolder() const { return presetsFolder; }
+
+    [[nodiscard]] CropDescription getCropDescription() const { return crop; }
+    void setCropDescription(const CropDescription& description) { crop = description; }
+    [[nodiscard]] _Size<int> getCanvasSize() const { return canvas; }
+    /// EV, limited to -10..10.
+    void setExposure(float ev);
+    [[nodiscard]] float getExposure() const { return exposure; }
+
+    /// Renders the crop, or the whole canvas, at `size` ((0, 0): its own) and calls `done` once with the picture in
+    /// melissaRGB(), on the caller's thread, before returning. Where the crop reaches beyond the canvas it is white.
+    /// `cancel` (may be empty) and a composition without a layer make it a placeholder without a picture. `flag` and
+    /// `preview` are not used. Peak: the result, and with a crop one picture of its size.
+    void generateDataForExport(const _Size<int>& size, const std::function<void(RenderedData)>& done, bool flag,
+                               const std::function<void(RenderedData)>& preview,
+                               const std::shared_ptr<std::atomic<bool>>& cancel) const;
+
+    /// Of the picture of the layer; empty without one.
+    [[nodiscard]] std::shared_ptr<const ImageMetadata> metadata() const;
+
+private:
+    _Size<int> canvas;
+    std::shared_ptr<Image> picture;
+    CropDescription crop;
+    float exposure = 0.0f;
+    std::filesystem::path presetsFolder;
+};
+
+} // namespace orvo

@@ -1,0 +1,33 @@
+/// Views of the pictures of a processor, through its caches. On the queue's worker.
+#pragma once
+
+#include "GenProcessorBase/generative_processor_base_impl.hpp"
+
+#include <orvo_extensions/generative_processor.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <functional>
+#include <memory>
+
+namespace orvo {
+
+/// `roi` within `bounds`; (0, 0, 0, 0), the whole picture, if less than a pixel remains.
+[[nodiscard]] _Rect<int> clippedRoi(const _Rect<int>& roi, const _Rect<int>& bounds);
+
+/// The part `roi` of the current picture at `size`, for display in `profile`. A part that does not lie within the
+/// picture is logged as an error that names `location`, and clipped.
+[[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
+getDevelopedModifiedImageData(std::shared_ptr<ColorProfile> profile, const _Size<int>& size, const _Rect<int>& roi,
+                              const std::shared_ptr<GenerativeProcessorBaseImpl::WorkingImage>& workingImage,
+                              RenderCache& cache, SourceLocation location);
+
+/// The same of the unedited picture, as `update` says.
+[[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
+getDevelopedOriginalImageData(const GenerativeProcessorBase::Update& update, const std::shared_ptr<Image>& image,
+                              RenderCache& cache);
+
+/// Delivers a render on `queue`, or on a thread of its own without one. An empty callback gets nothing.
+void enqueue(std::function<void(NoAlphaRender::Data)> callback, NoAlphaRender::Data data,
+             const std::shared_ptr<opq::OperationQueue>& queue);
+
+} // namespace orvo

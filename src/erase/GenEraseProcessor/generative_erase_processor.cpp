@@ -1,0 +1,234 @@
+// Opening, requests, answers and states.
+#include "GenEraseProcessor/erase_request.hpp"
+#include "GenEraseProcessor/generative_erase_processor_impl.hpp"
+#include "GenProcessorBase/detached_call.hpp"
+
+#include <orvo/composer.hpp>
+#include <orvo/documents.hpp>
+#include <orvo_extensions/generative_erase.hpp>
+#include <orvo_extensions/operations.hpp>
+#include <orvo_io/base64_image.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <exception>
+#include <string_view>
+#include <utility>
+
+namespace orvo {
+namespace {
+
+using State = GenerativeEraseProcessorImpl::State;
+
+constexpr std::string_view kDataPrefix = "data:image/png;base64,"; // its length counts, its text is not compared
+
+void logError(const std::string& where, const std::string& text)
+{
+    LOG(__orvolog() << LogMessageType::Error << where << ": " << text);
+}
+
+// Runs `work`, which must not throw at its caller, and logs what it throws. Whether it ended well.
+template <typename Work>
+bool guarded(const std::string& where, const Work& work)
+{
+    try {
+        work();
+        return true;
+    } catch (const std::exception& error) {
+        logError(where, error.what());
+    } catch (...) {
+        logError(where, "Unknown");
+    }
+    return false;
+}
+
+GenerativeProcessorBase::RequestInput failedRequest(const std::string& id)
+{
+    GenerativeProcessorBase::RequestInput failed;
+    failed.id = id;
+    return failed;
+}
+
+void deliver(const std::function<void(GenerativeProcessorBase::OutState)>& done,
+             GenerativeProcessorBase::OutState state)
+{
+    if (done)
+        callDetached([done, state = std::move(state)] { done(state); });
+}
+
+} // namespace
+
+GenerativeEraseProcessor::GenerativeEraseProcessor(const StateSource& source) : GenerativeProcessorBase(source)
+{
+    guarded(functionSignature(),
+            [&] { initializeImpl(openNoEmpty(source.path, source.settings, source.presetsPath)); });
+}
+
+GenerativeEraseProcessor::GenerativeEraseProcessor(std::shared_ptr<Composer> composer)
+    : GenerativeProcessorBase(composer)
+{
+    guarded(functionSignature(), [&] { initializeImpl(exportFromComposer(composer)); });
+}
+
+GenerativeEraseProcessor::GenerativeEraseProcessor(std::shared_ptr<const _ImageData<PixelRGB<float>>> data)
+    : GenerativeProcessorBase(data)
+{
+    guarded(functionSignature(), [&] { initializeImpl(CreateOrvoImage(data)); });
+}
+
+GenerativeEraseProcessor::~GenerativeEraseProcessor()
+{
+    if (!eraseImpl)
+        return;
+    eraseImpl->queue.addOperation(std::make_shared<opq::FunctionOperation>(
+        [info = eraseImpl->brushInfo] {
+            info->drawingStates.clear();
+            info->resources.clearTempFiles();
+        },
+        std::string()));
+}
+
+void GenerativeEraseProcessor::initializeImpl(std::shared_ptr<Image>&& image)
+{
+    guarded(functionSignature(), [&] {
+        auto made = std::make_unique<GenerativeEraseProcessorImpl>(std::move(image));
+        auto working = std::make_shared<WorkingImageErase>();
+        working->image = made->image;
+        made->workingImage = std::move(working);
+        eraseImpl = made.get();
+        impl = std::move(made);
+    });
+}
+
+void GenerativeEraseProcessor::generateRequest(const std::string& id, _Size<int>,
+                                               std::function<void(RequestInput)> callback)
+{
+    if (!eraseImpl)
+        return;
+    const RequestLimits limits{impl->maxRequestPixels, impl->maxRequestBase64Size, impl->maxRequestAspect};
+    const auto generate = [where = functionSignature(), callback = std::move(callback), limits,
+                           info = eraseImpl->brushInfo, image = impl->image, id, parameters = impl->requestParameters] {
+        if (!callback)
+            return;
+        std::shared_ptr<const GenEraseData> data;
+        if (!info->mask)
+            logError(where, "Failed to generate request with empty mask.");
+        else
+            guarded(where, [&] { data = prepareEraseRequest(*image, *info->mask, limits, id, *parameters); });
+        if (!data) {
+            callback(failedRequest(id));
+            return;
+        }
+        callDetached([callback, data, id] {
+            callback({data->imageBase64, data->maskBase64, id, data->image->width(), true});
+        });
+    };
+    impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(generate, "generateRequest"));
+}
+
+void GenerativeEraseProcessor::applyGeneratedResponse(const std::string& response, _Size<int> size)
+{
+    if (response.size() <= kDataPrefix.size()) {
+        logError(functionSignature(), "Responce does not contain image.");
+        return;
+    }
+    applyGeneratedResponse(
+        [response] { return convertToImageData(std::string_view(response).substr(kDataPrefix.size())); }, size);
+}
+
+void GenerativeEraseProcessor::applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size)
+{
+    applyGeneratedResponse([file] { return loadAnswer(file); }, size);
+}
+
+void GenerativeEraseProcessor::applyGeneratedResponse(
+    std::function<std::shared_ptr<_ImageData<PixelRGB<float>>>()> source, _Size<int> size)
+{
+    if (!eraseImpl)
+        return;
+    const std::string where = functionSignature();
+    const auto apply = [where, source = std::move(source), size, image = impl->image,
+                        parameters = impl->requestParameters] {
+        guarded(where, [&] {
+            if (const auto generated = source())
+                applyEraseAnswer(image, *parameters, *generated, size);
+            else
+                logError(where, "Failed to parse responce.");
+        });
+    };
+    guarded(where, [&] {
+        impl->initialState = false;
+        impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(apply, "applyGeneratedResponse"));
+        renderAll();
+    });
+}
+
+std::vector<unsigned char> GenerativeEraseProcessor::storeState()
+{
+    std::vector<unsigned char> bytes;
+    if (!eraseImpl)
+        return bytes;
+    const std::string where = functionSignature();
+    const bool stored = guarded(where, [&] {
+        const auto id = UUIDGenerator()();
+        if (impl->initialState)
+            impl->initialStateIds.insert(id);
+        const auto store = [where, id, image = impl->image, info = eraseImpl->brushInfo,
+                            parameters = impl->requestParameters, index = eraseImpl->stateIndex] {
+            guarded(where, [&] {
+                State state;
+                state.mask = info->mask;
+                state.showMask = info->showMask;
+                state.requestParameters = *parameters;
+                state.id = id;
+                if (const auto tiled = getKepModifiedImageData(image)) {
+                    const auto copy =
+                        std::make_shared<KepTiledImageData>(tiled->size(), ColorProfileType::melissaRGB());
+                    tiled->copyTo(copy);
+                    state.modifiedData = copy;
+                }
+                index->push(std::move(state));
+            });
+        };
+        impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(store, std::string()));
+        id->serialize(bytes);
+    });
+    return stored ? bytes : std::vector<unsigned char>();
+}
+
+void GenerativeEraseProcessor::restoreState(const std::vector<unsigned char>& stateBytes,
+                                            std::function<void(OutState)> done)
+{
+    if (!eraseImpl)
+        return;
+    const std::string where = functionSignature();
+    const auto restore = [where, image = impl->image, info = eraseImpl->brushInfo, parameters = impl->requestParameters,
+                          done, index = eraseImpl->stateIndex, stateBytes] {
+        std::string requestId;
+        guarded(where, [&] {
+            const auto id = Identifier::deserialize(stateBytes);
+            if (!id) {
+                logError(where, "Cannot parse id.");
+                return;
+            }
+            const State state = index->find(id);
+            if (!state.id) {
+                logError(where, "Cannot find state with id: " + id->text());
+                return;
+            }
+            image->setModifiedImageData(state.modifiedData, "");
+            *parameters = state.requestParameters;
+            info->mask = state.mask;
+            info->showMask = state.showMask;
+            requestId = state.requestParameters.id;
+        });
+        deliver(done, {stateBytes, requestId});
+    };
+    guarded(where, [&] {
+        if (const auto id = Identifier::deserialize(stateBytes))
+            impl->initialState = impl->initialStateIds.contains(id);
+        impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(restore, std::string()));
+        renderAll();
+    });
+}
+
+} // namespace orvo

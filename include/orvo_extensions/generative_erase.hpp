@@ -38,7 +38,7 @@ class GenerativeEraseProcessorImpl;
 ///   const auto before = erase.storeState();
 ///   erase.applyGeneratedResponse(answer, sizeThatWasSent);
 ///   erase.restoreState(before, {}); // takes it back
-class ORVO_EXPORT GenerativeEraseProcessor final : public GenerativeProcessorBase
+class ORVO_EXPORT GenerativeEraseProcessor : public GenerativeProcessorBase
 {
 public:
     explicit GenerativeEraseProcessor(const StateSource& source);

@@ -63,7 +63,8 @@ template <typename Candidate, typename Total>
 
     ScaledCandidate<Candidate> upper;
     upper.scale = std::sqrt(static_cast<float>(std::max(0, maxSize)) / static_cast<float>(total(*candidate)));
-    upper.candidate = candidate->resized(sizeAt(upper.scale));
+    const _Size<int> first = sizeAt(upper.scale);
+    upper.candidate = first == full ? candidate : candidate->resized(first);
     if (fits(*upper.candidate))
         return upper.candidate;
     ScaledCandidate<Candidate> lower;

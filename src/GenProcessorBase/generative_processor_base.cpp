@@ -92,7 +92,13 @@ GenerativeProcessorBase::GenerativeProcessorBase(const std::shared_ptr<Composer>
 
 GenerativeProcessorBase::GenerativeProcessorBase(const std::shared_ptr<const _ImageData<PixelRGB<float>>>&) {}
 
-GenerativeProcessorBase::~GenerativeProcessorBase() = default;
+GenerativeProcessorBase::~GenerativeProcessorBase()
+{
+    // Deliveries end after the work does, and on this thread. Were a render the last to hold their queue, the worker
+    // would wait for a callback that may be the one which waits for the worker here.
+    const auto deliveries = impl ? impl->callbackQueue : nullptr;
+    impl.reset();
+}
 
 _Size<int> GenerativeProcessorBase::getCanvasSize() const { return impl ? impl->canvasSize : _Size<int>(); }
 

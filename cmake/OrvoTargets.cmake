@@ -26,6 +26,8 @@ endif()
 if(ORVO_SANITIZE)
   target_compile_options(orvo_build_options INTERFACE -fsanitize=${ORVO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(orvo_build_options INTERFACE -fsanitize=${ORVO_SANITIZE})
+  # Rows of pictures are checked against their height, and planes come filled with NaN.
+  target_compile_definitions(orvo_build_options INTERFACE ORVO_CHECKED)
   if(ORVO_SANITIZE MATCHES thread)
     target_include_directories(orvo_build_options BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/cmake/tsan)
   endif()
@@ -42,15 +44,28 @@ function(orvo_library NAME)
   target_link_libraries(${NAME} PUBLIC ${ARG_USES} PRIVATE $<BUILD_INTERFACE:orvo_build_options> ${ARG_INTERNAL})
 endfunction()
 
-# orvo_test(NAME LABEL folder SOURCES a_test.cpp... USES targets...)
-# One GoogleTest program; each TEST is a test of ctest, labelled with its folder.
+# orvo_test(NAME LABEL folder SOURCES a_test.cpp... USES targets... [SLOW patterns...])
+# One GoogleTest program, labelled with its folder. Its fast tests run as one process, since starting a thousand
+# processes that each load OpenCV takes longer than most of the tests. SLOW names the tests, as --gtest_filter takes
+# them, that take seconds: each is a test of ctest of its own, labelled slow, so that cores share them. A suite that
+# has real pictures or videos in its name is slow without being listed.
+set(ORVO_SLOW_TESTS "*Real*")
 function(orvo_test NAME)
   if(NOT ORVO_TESTS)
     return()
   endif()
-  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;USES;SLOW" ${ARGN})
   add_executable(${NAME} ${ARG_SOURCES})
-  target_include_directories(${NAME} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/src)
+  # tests/support is for every room's tests.
+  target_include_directories(${NAME} PRIVATE
+    ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${NAME} PRIVATE orvo_build_options ${ARG_USES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 900)
+  list(JOIN ARG_SLOW ":" SLOW)
+  set(SLOW "${ORVO_SLOW_TESTS}:${SLOW}")
+  # The reports are what scripts/slowest_tests.py reads.
+  set(REPORTS ${CMAKE_BINARY_DIR}/Testing/reports)
+  add_test(NAME ${NAME} COMMAND ${NAME} --gtest_filter=-${SLOW} --gtest_output=xml:${REPORTS}/${NAME}.xml)
+  set_tests_properties(${NAME} PROPERTIES LABELS "${ARG_LABEL};fast" TIMEOUT 900)
+  gtest_discover_tests(${NAME} TEST_FILTER ${SLOW} DISCOVERY_TIMEOUT 60 XML_OUTPUT_DIR ${REPORTS}
+    PROPERTIES LABELS "${ARG_LABEL};slow" TIMEOUT 900)
 endfunction()

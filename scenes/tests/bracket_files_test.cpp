@@ -1,9 +1,10 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_io/image_reader.hpp>
 #include <scenes/bracket_files.hpp>
 #include <scenes/metrics.hpp>
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 
 #include <cmath>
 
@@ -13,17 +14,6 @@ namespace {
 class BracketFiles : public testing::Test
 {
 protected:
-    BracketFiles()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
-        folder = mkdtemp(name.data());
-    }
-    ~BracketFiles() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
-
     static Bracket bracketOf(std::vector<double> evs)
     {
         BracketRecipe recipe;
@@ -41,7 +31,7 @@ protected:
         return image ? image->imageData({}, {}, true) : nullptr;
     }
 
-    std::filesystem::path folder;
+    test::TemporaryFolder folder;
 };
 
 constexpr double kExifRounding = 2e-4; // EV; times are fractions of terms up to a million

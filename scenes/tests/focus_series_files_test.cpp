@@ -1,9 +1,10 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_io/image_reader.hpp>
 #include <scenes/focus_series_files.hpp>
 #include <scenes/metrics.hpp>
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 
 namespace orvo::scenes {
 namespace {
@@ -11,17 +12,6 @@ namespace {
 class FocusSeriesFiles : public testing::Test
 {
 protected:
-    FocusSeriesFiles()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
-        folder = mkdtemp(name.data());
-    }
-    ~FocusSeriesFiles() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
-
     static FocusSeries series()
     {
         FocusSeriesSettings settings;
@@ -38,7 +28,7 @@ protected:
         return image ? image->imageData({}, {}, true) : nullptr;
     }
 
-    std::filesystem::path folder;
+    test::TemporaryFolder folder;
 };
 
 TEST_F(FocusSeriesFiles, ExifTellsOneExposureAndTheFocus)

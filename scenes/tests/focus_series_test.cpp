@@ -1,4 +1,5 @@
 #include "disc_kernels.hpp"
+#include "support/compare.hpp"
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
@@ -17,6 +18,7 @@
 namespace orvo::scenes {
 namespace {
 
+using test::sameBytes;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
@@ -43,11 +45,6 @@ std::shared_ptr<Picture> focusedAt(FocusSeriesSettings settings, double distance
     settings.nearFocus = distance;
     settings.farFocus = distance;
     return FocusSeries(settings).frame(0);
-}
-
-bool sameBytes(const Picture& a, const Picture& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.pixelCount() * sizeof(a.data()[0])) == 0;
 }
 
 float difference(const PixelRGB<float>& a, const PixelRGB<float>& b)

@@ -1,8 +1,9 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_io/image_reader.hpp>
 #include <scenes/sphere_view_files.hpp>
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 
 namespace orvo::scenes {
 namespace {
@@ -12,21 +13,14 @@ class SphereViewFiles : public testing::Test
 protected:
     SphereViewFiles()
     {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
-        folder = mkdtemp(name.data());
         view.size = {120, 80};
         view.focal = 100.0;
         view.ev = 1.0;
     }
-    ~SphereViewFiles() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
 
     const SphereScene scene;
     SphereView view;
-    std::filesystem::path folder;
+    test::TemporaryFolder folder;
 };
 
 TEST_F(SphereViewFiles, ExifTellsExposureAndFocalLength)

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -11,6 +13,13 @@
 #include <utility>
 
 namespace orvo {
+
+void details::endAtMissingRow(int y, int height)
+{
+    std::fprintf(stderr, "_ImageData::row: row %d of a picture of %d rows\n", y, height);
+    std::abort();
+}
+
 namespace {
 
 // Bytes of a plane of `size` values of `sampleBytes` each.

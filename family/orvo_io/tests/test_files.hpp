@@ -1,6 +1,8 @@
 // Picture files made for the tests, straight with the codec libraries where our own writer has no such kind.
 #pragma once
 
+#include "support/temporary_folder.hpp"
+
 #include <orvo_core/image.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_io/image_writer.hpp>
@@ -16,21 +18,6 @@ namespace orvo::test {
 
 using Picture = _ImageData<PixelRGB<float>>;
 using Bytes = std::vector<unsigned char>;
-
-// A folder of its own, removed with everything in it.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return root / name; }
-    [[nodiscard]] const std::filesystem::path& path() const { return root; }
-
-private:
-    std::filesystem::path root;
-};
 
 // Smooth colours with a distinct value at each corner, in sRGB, multiples of 1/255 if `steps`.
 std::shared_ptr<Picture> gradient(int width, int height, int steps = 0);

@@ -11,6 +11,10 @@
 #include <memory>
 
 namespace orvo {
+namespace details {
+/// Reports a row that a picture of `height` rows does not have, and ends the program.
+[[noreturn]] ORVO_EXPORT void endAtMissingRow(int y, int height);
+} // namespace details
 
 /// A picture of contiguous rows without gaps, from MemoryManager. T is PixelRGB<float>, PixelRGBA<float> or float.
 /// Not copyable by accident: copy() says so.
@@ -35,8 +39,9 @@ public:
     }
     [[nodiscard]] T* data() { return samples; }
     [[nodiscard]] const T* data() const { return samples; }
-    [[nodiscard]] T* row(int y) { return samples + static_cast<std::ptrdiff_t>(y) * extent.width; }
-    [[nodiscard]] const T* row(int y) const { return samples + static_cast<std::ptrdiff_t>(y) * extent.width; }
+    /// `y`: 0 to height() - 1, which builds with ORVO_CHECKED (the sanitizer presets) check.
+    [[nodiscard]] T* row(int y) { return samples + rowOffset(y); }
+    [[nodiscard]] const T* row(int y) const { return samples + rowOffset(y); }
 
     [[nodiscard]] const std::shared_ptr<ColorProfile>& colorProfile() const { return profile; }
     /// Says what the samples mean from now on; converts nothing.
@@ -69,6 +74,15 @@ public:
     void clamp() requires std::same_as<T, float>;
 
 private:
+    [[nodiscard]] std::ptrdiff_t rowOffset(int y) const
+    {
+#ifdef ORVO_CHECKED
+        if (y < 0 || y >= extent.height)
+            details::endAtMissingRow(y, extent.height);
+#endif
+        return static_cast<std::ptrdiff_t>(y) * extent.width;
+    }
+
     _Size<int> extent;
     T* samples = nullptr;
     std::shared_ptr<ColorProfile> profile;

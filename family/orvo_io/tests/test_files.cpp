@@ -22,7 +22,7 @@ TemporaryFolder::TemporaryFolder()
 {
     std::string name = (std::filesystem::temp_directory_path() / "orvo_io_XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr)
-        throw std::runtime_error("no temporary folder");
+        throw std::runtime_error("cannot create a temporary folder");
     root = name;
 }
 

@@ -46,7 +46,7 @@ protected:
 
 constexpr double kExifRounding = 2e-4; // EV; times are fractions of terms up to a million
 
-TEST_F(BracketFiles, ExifTellsTheTruth)
+TEST_F(BracketFiles, ExifMatchesTheTruth)
 {
     const Bracket bracket = bracketOf({-4.0, 0.0, 1.7});
     for (const auto format : {BracketFileFormat::Jpeg, BracketFileFormat::Tiff16, BracketFileFormat::Dng}) {
@@ -69,7 +69,7 @@ TEST_F(BracketFiles, ExifTellsTheTruth)
     }
 }
 
-TEST_F(BracketFiles, StrippedFilesTellNothing)
+TEST_F(BracketFiles, StrippedFilesHaveNoExif)
 {
     const Bracket bracket = bracketOf({0.0});
     for (const auto format : {BracketFileFormat::Jpeg, BracketFileFormat::Tiff16, BracketFileFormat::Dng}) {
@@ -80,7 +80,7 @@ TEST_F(BracketFiles, StrippedFilesTellNothing)
     }
 }
 
-TEST_F(BracketFiles, PicturesComeBack)
+TEST_F(BracketFiles, PicturesSurviveTheFile)
 {
     const Bracket bracket = bracketOf({1.0});
     const auto truth = bracket.frame(0).picture;
@@ -93,7 +93,7 @@ TEST_F(BracketFiles, PicturesComeBack)
     EXPECT_GT(psnr(*jpeg, *truth), 34.0);
 }
 
-// Mean linear light over a part of the colour chart that is neutral, and of all that is far from clipping.
+// Mean linear light over a neutral part of the colour chart, and over everything far from clipping.
 PixelRGB<double> meanOf(const Picture& picture, _Rect<int> part)
 {
     PixelRGB<double> sum;
@@ -128,7 +128,7 @@ TEST_F(BracketFiles, RawFilesDecodeToTheScene)
     EXPECT_NEAR(grays[2].g / grays[1].g, 2.0, 0.04);
 }
 
-TEST_F(BracketFiles, FolderThatIsNotThereIsAnError)
+TEST_F(BracketFiles, MissingFolderIsAnError)
 {
     const Bracket bracket = bracketOf({0.0});
     for (const auto format : {BracketFileFormat::Jpeg, BracketFileFormat::Dng})

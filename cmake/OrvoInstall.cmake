@@ -1,11 +1,11 @@
-# What `cmake --install` puts where: headers, shared library, CMake package, pkg-config file. apps/ adds its own.
+# Where `cmake --install` puts headers, shared library, CMake package and pkg-config file. apps/ adds its own.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orvo_extensions EXPORT orvo_extensions
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-foreach(ROOM orvo_common orvo_logger orvo_core orvo_io orvo_image_processing orvo)
-  install(DIRECTORY family/${ROOM}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} PATTERN detail EXCLUDE)
+foreach(LIBRARY orvo_common orvo_logger orvo_core orvo_io orvo_image_processing orvo)
+  install(DIRECTORY family/${LIBRARY}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} PATTERN detail EXCLUDE)
 endforeach()
 
 set(PACKAGE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/orvo_extensions)

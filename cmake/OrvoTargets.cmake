@@ -1,26 +1,26 @@
-# How every target of the project is made, so that folders only say what is theirs.
+# Defines how all targets of the project are built, so that folders only list their own files.
 
 find_program(ORVO_CCACHE ccache)
 if(ORVO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${ORVO_CCACHE})
 endif()
 
-# Warnings, sanitizers and vector code of our own targets.
+# Warnings, sanitizers and floating point options of our own targets.
 add_library(orvo_build_options INTERFACE)
 target_compile_options(orvo_build_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
-  # The products of a fused multiply-add are rounded once, those of a plain one twice. Left to the compiler, the same
+  # The product of a fused multiply-add is rounded once, that of a plain one twice. If the compiler chose, the same
   # expression could round differently in the vector body and in the tail of a loop, so results would depend on how
-  # rows are cut among threads.
+  # rows are split among threads.
   -ffp-contract=off
-  # The root function is only ever asked for numbers that have one, and nobody reads errno.
+  # Roots are only taken of numbers that have one, and no code reads errno.
   -fno-math-errno)
 if(ORVO_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     message(FATAL_ERROR "ORVO_FUZZ needs Clang, whose libFuzzer drives the targets of fuzz/; this is ${CMAKE_CXX_COMPILER_ID}. "
       "Without ORVO_FUZZ they are built to replay their seeds.")
   endif()
-  # Coverage leads the fuzzer everywhere; its main() comes only to the targets of fuzz/.
+  # Coverage guides the fuzzer everywhere; its main() is only linked to the targets of fuzz/.
   set(ORVO_SANITIZE address,undefined,fuzzer-no-link)
 endif()
 if(ORVO_SANITIZE)
@@ -34,7 +34,7 @@ if(ORVO_SANITIZE)
 endif()
 
 # orvo_library(NAME SOURCES a.cpp... [USES public targets...] [INTERNAL private targets...])
-# A static library of one room. Headers stand in include/NAME/ beside the sources.
+# A static library. Public headers are in include/NAME/ beside the sources.
 function(orvo_library NAME)
   cmake_parse_arguments(ARG "" "" "SOURCES;USES;INTERNAL" ${ARGN})
   add_library(${NAME} STATIC ${ARG_SOURCES})

@@ -18,7 +18,7 @@ void put(const std::filesystem::path& file, const Bytes& bytes)
 {
     orvo::test::writeBytes(file, bytes);
     if (!std::filesystem::exists(file) || std::filesystem::file_size(file) != bytes.size())
-        throw std::runtime_error(file.string() + " cannot be written");
+        throw std::runtime_error("cannot write " + file.string());
 }
 
 void put(const std::filesystem::path& file, const std::string& text) { put(file, Bytes(text.begin(), text.end())); }
@@ -28,7 +28,7 @@ void writeSettingsSeeds(const std::filesystem::path& folder)
     put(folder / "levels.json", R"({"Upscale": {"scale": 2, "model": "a.onnx"}, "DebugDrawer": {"enable": true}})");
     put(folder / "flat.json", R"({"Upscale.scale": 1.5e3, "a.b": [1, {"c": null}], "a": "\u00e4\ud83d\ude00"})");
     put(folder / "numbers.json", R"({"a": -2147483649, "a.b": 18446744073709551615, "Upscale.scale": -0.0})");
-    // More levels than the reader takes, and a list as deep as it takes.
+    // More levels than the reader accepts, and a list as deep as it accepts.
     std::string levels;
     for (int level = 0; level < 80; ++level)
         levels += R"({"a":)";
@@ -55,12 +55,12 @@ void writeNetworkSeeds(const std::filesystem::path& folder)
     put(folder / "fixed.onnx", onnx::convolveAndEnlarge(3, blur, 3, 2, {24, 16}));
 }
 
-// Targets that cut arguments off their input take any bytes; these are long enough to name all arguments.
+// Targets that parse arguments from their input take any bytes; these are long enough for all arguments.
 void writeArgumentSeeds(const std::filesystem::path& folder, std::size_t length)
 {
     for (unsigned seed = 1; seed <= 8; ++seed) {
         std::mt19937 random(seed);
-        // Some seeds without the largest values, which stand for what is awkward.
+        // Some seeds omit the largest values, which mean special cases.
         const unsigned range = seed % 2 == 0 ? 256 : 200;
         Bytes bytes(length);
         for (unsigned char& byte : bytes)
@@ -71,7 +71,7 @@ void writeArgumentSeeds(const std::filesystem::path& folder, std::size_t length)
 
 } // namespace
 
-// The leak sanitizer asks: libx265 keeps what it encoded with.
+// Called by the leak sanitizer: libx265 keeps memory of its encoders.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:libx265"; }
 

@@ -8,8 +8,8 @@ usage: scripts/test.sh [fast] [PRESET [CTEST ARGUMENTS...]]
 
 fast runs the tests labelled fast alone, which take less than a minute on two cores.
 PRESET is release (the default), debug, asan, tsan or fuzz. ORVO_TEST_DATA names a folder of
-real pictures; without it the tests that need them are skipped. fuzz builds the targets of
-fuzz/ alone, with clang, and runs each over its seeds.
+real pictures; without it the tests that need them are skipped. fuzz builds only the targets
+of fuzz/, with clang, and runs each over its seeds.
 
   scripts/test.sh fast                 what to run after every edit
   scripts/test.sh asan -L bracket      only the tests labelled bracket, with the address sanitizer

@@ -1,4 +1,4 @@
-// What the similarity measures share: luma, and sums over Gaussian windows.
+// Shared by the similarity measures: luma, and sums over Gaussian windows.
 #pragma once
 
 #include <orvo_core/image_data.hpp>

@@ -31,7 +31,7 @@ protected:
     test::TemporaryFolder folder;
 };
 
-TEST_F(FocusSeriesFiles, ExifTellsOneExposureAndTheFocus)
+TEST_F(FocusSeriesFiles, ExifHasOneExposureAndTheFocus)
 {
     const FocusSeries shown = series();
     for (const auto format : {FocusFileFormat::Jpeg, FocusFileFormat::Tiff16}) {
@@ -52,7 +52,7 @@ TEST_F(FocusSeriesFiles, ExifTellsOneExposureAndTheFocus)
     }
 }
 
-TEST_F(FocusSeriesFiles, StrippedFilesTellNothing)
+TEST_F(FocusSeriesFiles, StrippedFilesHaveNoExif)
 {
     const auto path = writeFocusFrame(series(), 1, folder, {.exif = false, .prefix = "bare"});
     EXPECT_EQ(path, folder / "bare_1.jpg");
@@ -62,7 +62,7 @@ TEST_F(FocusSeriesFiles, StrippedFilesTellNothing)
     EXPECT_EQ(metadata->subjectDistance, 0.0f);
 }
 
-TEST_F(FocusSeriesFiles, HoldTheFrames)
+TEST_F(FocusSeriesFiles, ContainTheFrames)
 {
     const FocusSeries shown = series();
     const auto frame = shown.frame(2);

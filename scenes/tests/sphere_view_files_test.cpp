@@ -23,7 +23,7 @@ protected:
     test::TemporaryFolder folder;
 };
 
-TEST_F(SphereViewFiles, ExifTellsExposureAndFocalLength)
+TEST_F(SphereViewFiles, ExifHasExposureAndFocalLength)
 {
     for (const char* const name : {"a.jpg", "a.tif"}) {
         writeSphereView(scene, view, folder / name);
@@ -36,7 +36,7 @@ TEST_F(SphereViewFiles, ExifTellsExposureAndFocalLength)
     }
 }
 
-TEST_F(SphereViewFiles, StrippedFileTellsNothing)
+TEST_F(SphereViewFiles, StrippedFileHasNoExif)
 {
     writeSphereView(scene, view, folder / "a.jpg", {.exif = false});
     const auto metadata = ImageReader::readMetadata(folder / "a.jpg");
@@ -60,7 +60,7 @@ TEST_F(SphereViewFiles, PictureSurvivesTheFile)
             ASSERT_NEAR(back->row(y)[x].g, truth->row(y)[x].g, 4 * kStep) << x << ' ' << y;
 }
 
-TEST_F(SphereViewFiles, UnknownEnding)
+TEST_F(SphereViewFiles, UnknownExtension)
 {
     EXPECT_THROW(writeSphereView(scene, view, folder / "a.xyz"), std::invalid_argument);
 }

@@ -26,7 +26,7 @@ struct Document
 using Bytes = std::vector<unsigned char>;
 using Key = std::shared_ptr<const Identifier>;
 
-// Documents by their identifiers.
+// Documents by identifier.
 class Registry
 {
 public:
@@ -42,7 +42,7 @@ public:
         documents.emplace(key, std::move(document));
     }
 
-    // A document without metadata if the bytes name none.
+    // Returns a document without metadata for unknown bytes.
     [[nodiscard]] Document find(const Bytes& bytes) const
     {
         const Key key = Identifier::deserialize(bytes);
@@ -67,8 +67,8 @@ private:
     std::unordered_map<Key, Document, Hasher, PredEqual> documents;
 };
 
-// Whether the file begins like one of the formats that the reader knows. The reader tells the log of every file that
-// is none, but here this is an ordinary answer.
+// Whether the file begins like one of the formats that the reader knows. The reader logs every file that is not a
+// picture, but here that is an ordinary answer.
 bool beginsLikePicture(const std::filesystem::path& path)
 {
     using namespace std::string_view_literals;
@@ -84,7 +84,7 @@ bool beginsLikePicture(const std::filesystem::path& path)
     };
     constexpr std::array kMarks = {
         "\xFF\xD8\xFF"sv, "\x89PNG\r\n\x1a\n"sv, "\x76\x2f\x31\x01"sv, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv};
-    // Videos are "ftyp" too, of other brands.
+    // Videos start with "ftyp" too, with other brands.
     constexpr std::array kBrands = {"heic"sv, "heix"sv, "heim"sv, "heis"sv, "hevc"sv,
                                     "hevx"sv, "mif1"sv, "msf1"sv, "avif"sv, "avis"sv};
     return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return has(0, mark); }) ||

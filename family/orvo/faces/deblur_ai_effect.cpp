@@ -22,28 +22,28 @@ namespace {
 using Pixel = PixelRGB<float>;
 using Picture = _ImageData<Pixel>;
 
-// The ellipse in which a face is changed, in units of its box, which goes from brow to chin and ear to ear.
+// The ellipse in which a face is changed, in units of its box, which spans brow to chin and ear to ear.
 constexpr double kMaskWidth = 0.56;  // half axes: to beyond the ears
 constexpr double kMaskHeight = 0.72; // from the hairline to under the chin
-constexpr double kFullWithin = 0.7;  // of the half axes: from there on the change fades
-constexpr double kContext = 0.12;    // beyond the ellipse, so that the mirrored border of the plane has no say
-constexpr int kLargestPlane = 2048;  // px: bounds memory and time of a single huge face
-constexpr double kSharpBlur = 0.65;  // px: a camera's own pixels blur this much; nothing is to be undone
-constexpr double kClearBlur = 1.0;   // px: undone in full from here on
-constexpr double kWidestBlur = 0.03; // of a face's width: eyelids are no wider, so a wider blur left nothing to restore
-constexpr double kNoiseLimit = 0.04; // noise at which the strength is halved
-constexpr float kSkin = 0.5f;        // strength on smooth skin if features are to be brought out
+constexpr double kFullWithin = 0.7;  // of the half axes: the change fades from there on
+constexpr double kContext = 0.12;    // beyond the ellipse, so that the mirrored border of the plane has no influence
+constexpr int kLargestPlane = 2048;  // px: limits memory and time of a single huge face
+constexpr double kSharpBlur = 0.65;  // px: the blur of a camera's own pixels; needs no correction
+constexpr double kClearBlur = 1.0;   // px: fully corrected from here on
+constexpr double kWidestBlur = 0.03; // of a face's width: the width of eyelids; a wider blur leaves nothing to restore
+constexpr double kNoiseLimit = 0.04; // noise that halves the strength
+constexpr float kSkin = 0.5f;        // strength on smooth skin if features are emphasised
 constexpr float kSmoothContrast = 0.04f;  // encoded; less is skin,
 constexpr float kFeatureContrast = 0.15f; // more is brow, eye, nostril or lip
-constexpr double kRangeOfNoise = 5.0;     // times its deviation: what noise spreads among some dozens of pixels
-constexpr double kEyeReach = 1.3;         // times the radius found: lids and lashes too
-constexpr float kShadowGuard = 0.02f;     // added to luminance before ratios, so that black does not gain colour noise
-constexpr float kLeastLuminance = -1.0f;  // what lies outside is taken for broken and left alone
+constexpr double kRangeOfNoise = 5.0;     // times its deviation: the range of noise among some dozens of pixels
+constexpr double kEyeReach = 1.3;         // times the radius found, to include lids and lashes
+constexpr float kShadowGuard = 0.02f;     // added to luminance before ratios, so that black gains no colour noise
+constexpr float kLeastLuminance = -1.0f;  // pixels outside this range count as broken and stay unchanged
 constexpr float kMostLuminance = 16.0f;
 
 bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
 
-// 0 below `low`, 1 above `high`, with no kink.
+// Smooth step: 0 below `low`, 1 above `high`.
 template <typename T>
 T smoothStep(T low, T high, T v)
 {
@@ -51,7 +51,7 @@ T smoothStep(T low, T high, T v)
     return t * t * (T(3) - T(2) * t);
 }
 
-// Strength of the change of one face at a pixel: 1 inside, 0 outside of its ellipse.
+// Strength of the change of one face at a pixel: 1 inside its ellipse, 0 outside.
 float maskOf(const Face& face, int x, int y)
 {
     const double u = (x + 0.5 - face.x - 0.5 * face.width) / (kMaskWidth * face.width);
@@ -68,7 +68,7 @@ cv::Rect extentOf(const Face& face, const Picture& image)
     return box & cv::Rect(0, 0, image.width(), image.height());
 }
 
-// Pixels as the curve of sRGB would have them.
+// Pixels encoded with the curve of sRGB.
 Pixel encoded(const Pixel& p, bool linear)
 {
     return linear ? Pixel{srgbCurveFromLinear(p.r), srgbCurveFromLinear(p.g), srgbCurveFromLinear(p.b)} : p;
@@ -87,7 +87,7 @@ bool usable(const Pixel& p, float luminance)
            luminance < kMostLuminance;
 }
 
-// Luminance of `part`; a broken pixel gets that of the last good one before it in its row.
+// Luminance of `part`; a broken pixel takes that of the last good one before it in its row.
 void readLuminance(const Picture& image, const cv::Rect& part, bool linear, const FacePlane& plane)
 {
     forEachRow(part.height, [&](int y) {
@@ -108,12 +108,12 @@ void readLuminance(const Picture& image, const cv::Rect& part, bool linear, cons
     });
 }
 
-// A part of the picture at the scale at which it is worked on.
+// A part of the picture and the scale at which it is processed.
 struct Work
 {
     cv::Rect part;
     cv::Size size;
-    double scale = 1.0; // work over picture
+    double scale = 1.0; // processed size over picture size
 
     Work(const Face& face, const Picture& image) : part(extentOf(face, image))
     {
@@ -141,8 +141,8 @@ Measures measure(const cv::Mat& luminance, const Work& work, const Face& face)
     return result;
 }
 
-// How much of the change a pixel gets where features are to be brought out: contrast tells them from skin, and the
-// eyes are known.
+// The share of the change that each pixel gets if features are emphasised: contrast separates them from skin, and the
+// positions of the eyes are known.
 void weighFeatures(const FacePlane& change, const FacePlane& contrast, double noise, const Work& work, const Face& face)
 {
     const float noiseRange = static_cast<float>(kRangeOfNoise * noise);
@@ -167,7 +167,7 @@ Pixel raised(const Pixel& p, float change)
 {
     const float y = std::max(luminanceOf(p), 0.0f) + kShadowGuard;
     float factor = std::max((y + change) / y, 0.0f);
-    // A channel at its end cannot follow; the others then wait for it, so that hue stays.
+    // A channel at the end of its range cannot follow; the others then stay too, to keep the hue.
     const float strongest = std::max({p.r, p.g, p.b});
     if (factor > 1.0f && strongest * factor > 1.0f)
         factor = std::max(1.0f, 1.0f / strongest);
@@ -182,7 +182,7 @@ public:
           linear(source.colorProfile() != nullptr && source.colorProfile()->isLinear())
     {}
 
-    // What was measured; nothing if cancelled.
+    // Returns the measurements; empty if cancelled.
     std::optional<Measures> run(const Face& face, const std::atomic<bool>* cancel)
     {
         const Work work(face, image);
@@ -212,7 +212,7 @@ public:
     }
 
 private:
-    // Luminance of the part at the size of the work, its borders mirrored outwards to the size of the plane.
+    // Luminance of the part at the processed size, with its borders mirrored to fill the plane.
     void readWork(const Work& work, const FacePlane& plane) const
     {
         cv::Mat inner = plane.mat()(cv::Rect({}, work.size));
@@ -237,7 +237,7 @@ private:
 
     void apply(const Face& face, const cv::Rect& part, const FacePlane& change, float strength)
     {
-        // Where ellipses of neighbours meet, they share the pixel, so that none is sharpened twice.
+        // Overlapping ellipses of neighbours share the pixel, so that none is sharpened twice.
         std::vector<const Face*> near;
         for (const Face& other : faces)
             if ((extentOf(other, image) & part).area() > 0)

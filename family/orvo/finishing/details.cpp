@@ -14,11 +14,11 @@ namespace {
 constexpr float kFullScale16 = 32767.0f;
 constexpr float kMostDetail = 1.0f;   // log2 of the gain of small differences at value 1
 constexpr float kNoise = 0.0045f;     // encoded; smaller changes of luminance would raise noise, see cored()
-constexpr float kEdge = 0.2f;         // encoded; larger differences are edges and stay as they are
-constexpr int kIntensities = 12;      // closer than kEdge / 2, so that none falls between two of them
-constexpr float kShadowGuard = 0.02f; // added to luminance before ratios, so that black does not gain colour noise
+constexpr float kEdge = 0.2f;         // encoded; larger differences are edges and stay unchanged
+constexpr int kIntensities = 12;      // closer than kEdge / 2, so that no value is between two of them
+constexpr float kShadowGuard = 0.02f; // added to luminance before ratios, so that black gains no colour noise
 
-float luminance(const PixelRGB<float>& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; } // as the merge has it
+float luminance(const PixelRGB<float>& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; } // as in the merge
 
 std::int16_t quantised(float value)
 {
@@ -26,8 +26,8 @@ std::int16_t quantised(float value)
     return static_cast<std::int16_t>(limited * kFullScale16 + 0.5f);
 }
 
-// The filter's own floor compares with the sampled intensities, which lie further apart than noise is wide, so noise
-// is held back here: what the filter adds to it is small, what it adds to structure is not.
+// The filter's own floor compares with the sampled intensities, whose spacing exceeds the width of noise, so noise is
+// suppressed here: the filter adds little to it, but much to structure.
 float cored(float change)
 {
     const float square = change * change;
@@ -38,7 +38,7 @@ void addToLuminance(PixelRGB<float>& p, float change)
 {
     const float y = std::max(luminance(p), 0.0f) + kShadowGuard;
     float factor = std::max((y + change) / y, 0.0f);
-    // A channel at its end cannot follow; the others then wait for it, so that hue stays.
+    // A channel at the end of its range cannot follow; the others then stay too, to keep the hue.
     const float strongest = std::max({p.r, p.g, p.b});
     if (factor > 1.0f && strongest * factor > 1.0f)
         factor = std::max(1.0f, 1.0f / strongest);

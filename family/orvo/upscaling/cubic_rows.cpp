@@ -16,7 +16,7 @@ constexpr int kBandRows = 32; // share scratch rows
 template <typename T>
 constexpr int kChannels = static_cast<int>(sizeof(T) / sizeof(float));
 
-// Runs `body(first, last)` for bands of rows; false once `cancel` is set.
+// Calls `body(first, last)` for bands of rows; false once `cancel` is set.
 template <typename Body>
 bool forEachBand(int height, const std::atomic<bool>* cancel, const Body& body)
 {

@@ -36,9 +36,9 @@ constexpr int kUsualOverlap = 16;
 // each value's distance to the mean, so eps is the measured variance times 1, 4 and 9.
 constexpr float kSmoothingRadius = 4.0f;
 constexpr std::array<float, kMostDenoise + 1> kSmoothing = {0.0f, 1.0f, 4.0f, 9.0f};
-constexpr float kLeastNoise = 1.0f / 255.0f; // smoothing that was asked for does something to any picture
+constexpr float kLeastNoise = 1.0f / 255.0f; // requested smoothing affects any picture
 
-// What is wrong with a request; its text goes to the log.
+// An invalid request; the text goes to the log.
 class Refusal : public std::runtime_error
 {
 public:
@@ -50,24 +50,23 @@ std::string text(_Size<int> size) { return std::to_string(size.width) + " x " + 
 void checkSettings(const UpscaleAISettings& settings)
 {
     if (settings.passes < 1 || settings.passes > kMostUpscalePasses)
-        throw Refusal("UpscaleAISettings.passes of 1 to " + std::to_string(kMostUpscalePasses) + " was expected, " +
-                      std::to_string(settings.passes) + " was found");
+        throw Refusal("UpscaleAISettings.passes is " + std::to_string(settings.passes) + ", expected 1 to " +
+                      std::to_string(kMostUpscalePasses));
     if (settings.denoise < 0 || settings.denoise > kMostDenoise)
-        throw Refusal("UpscaleAISettings.denoise of 0 to " + std::to_string(kMostDenoise) + " was expected, " +
-                      std::to_string(settings.denoise) + " was found");
+        throw Refusal("UpscaleAISettings.denoise is " + std::to_string(settings.denoise) + ", expected 0 to " +
+                      std::to_string(kMostDenoise));
 }
 
 void check(const Picture* image, const UpscaleAISettings& settings, const _ImageData<float>* mask)
 {
     if (image == nullptr || image->pixelCount() == 0)
-        throw Refusal("a picture was expected, none was given");
+        throw Refusal("expected a picture, found none");
     checkSettings(settings);
     if (mask != nullptr && mask->size() != image->size())
-        throw Refusal("a mask of " + text(image->size()) + " was expected, one of " + text(mask->size()) +
-                      " was found");
+        throw Refusal("expected a mask of " + text(image->size()) + ", found one of " + text(mask->size()));
 }
 
-// Sides grow by this much altogether; refuses results that are too large.
+// The total factor for the sides; refuses results that are too large.
 int totalScale(_Size<int> size, int passes, int scale)
 {
     constexpr std::int64_t kMillion = 1'000'000;
@@ -77,7 +76,7 @@ int totalScale(_Size<int> size, int passes, int scale)
     const std::int64_t width = size.width * total;
     const std::int64_t height = size.height * total;
     if (width > kMostUpscaledPixels / height || std::max(width, height) > std::numeric_limits<int>::max()) {
-        // Rounded up, so that it never reads like what is allowed. Sides may be such that a product would overflow.
+        // Rounded up, so that the text never shows an allowed number. The product of the sides could overflow.
         const double millions = std::ceil(static_cast<double>(width) * static_cast<double>(height) / kMillion);
         throw Refusal(std::to_string(size.width) + " x " + std::to_string(size.height) + " pixels enlarged " +
                       std::to_string(total) + " times would be " + std::to_string(width) + " x " +
@@ -110,7 +109,7 @@ struct ConfiguredNetwork
         return network;
     }
 
-    // The scale is told, and not one that loading would refuse.
+    // The scale is set, and not to one that loading would refuse.
     [[nodiscard]] bool hasUsableScale() const { return scale && *scale >= 1 && *scale <= kMostUpscaleScale; }
 
     [[nodiscard]] std::unique_ptr<details::NetworkUpscaler> load() const
@@ -118,7 +117,7 @@ struct ConfiguredNetwork
         return std::make_unique<details::NetworkUpscaler>(model, scale, overlap);
     }
 
-    // A changed file is another network.
+    // A changed file counts as another network.
     [[nodiscard]] std::string name() const
     {
         std::error_code error;
@@ -162,7 +161,7 @@ std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::N
 }
 
 // Steepens the edges of `result`, `total` times the size of `image` and made of `smooth`, which is the same picture or
-// a smoothed one. Noise alone comes out of it no stronger than Catmull-Rom leaves it. False on cancel.
+// a smoothed one. Noise alone comes out no stronger than Catmull-Rom leaves it. False on cancel.
 bool crispened(const Picture& image, const Picture& smooth, int total, Picture& result, const std::atomic<bool>* cancel)
 {
     details::NoiseMap noise(image);
@@ -184,7 +183,7 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
     std::shared_ptr<const Picture> source = image;
     if (canceled(cancel))
         return nullptr;
-    // Measured before smoothing: what is left of the noise afterwards is not white, and must not be taken for detail.
+    // Measured before smoothing: the remaining noise is not white, and must not count as detail.
     float noise = details::noiseLevel(*image);
     if (settings.denoise > 0)
         source = smoothed(*image, settings.denoise, noise);
@@ -195,7 +194,7 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
         if (!result)
             return nullptr;
         source = result;
-        noise = 0.0f; // enlarged, it is smooth
+        noise = 0.0f; // the enlarged picture is smooth
     }
     source.reset();
     network.reset();
@@ -207,7 +206,7 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
     return canceled(cancel) ? nullptr : result;
 }
 
-// What `body` gives; `nothing`, after a line of the log, where it refuses.
+// The result of `body`, or `nothing` after a log line if it refuses.
 template <typename Result, typename Body>
 Result orRefusal(Result nothing, const Body& body)
 {
@@ -228,7 +227,7 @@ _Size<int> upscaledSize(_Size<int> size, const UpscaleAISettings& settings)
     return orRefusal(_Size<int>(), [&] {
         checkSettings(settings);
         if (size.width < 1 || size.height < 1)
-            throw Refusal("a picture was expected, none was given");
+            throw Refusal("expected a picture, found none");
         int scale = kBuiltInScale;
         if (const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find())
             scale = network->hasUsableScale() ? *network->scale : network->load()->scale();

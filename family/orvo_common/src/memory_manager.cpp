@@ -45,16 +45,16 @@ void permit([[maybe_unused]] void* begin, [[maybe_unused]] std::size_t bytes)
 constexpr int kUnwritten = 0xFF;
 #endif
 
-// Below this a plane is not worth keeping: the system's allocator serves small blocks from its own lists.
+// Smaller planes are not worth keeping: the system's allocator serves small blocks from its own lists.
 constexpr std::size_t kSmallestKept = std::size_t{1} << 20;
 
-// Sizes are rounded up to this, so that planes of nearly the same size can stand in for each other.
+// Sizes are rounded up to this, so that planes of nearly the same size can replace each other.
 constexpr std::size_t kGranule = std::size_t{64} << 10;
 
-// A kept plane serves a wish down to this share of its size; a looser fit would hold memory that nobody asked for.
+// A kept plane is reused for requests down to this share of its size; a looser fit would waste memory.
 constexpr double kTightestFit = 0.8;
 
-// Kept planes never take more than this share of the machine's memory.
+// Kept planes never use more than this share of the machine's memory.
 constexpr std::size_t kCacheShareOfMemory = 32;
 
 std::size_t defaultCacheLimit()
@@ -86,7 +86,7 @@ struct MemoryManager::State
     std::size_t keptBytes = 0;
     std::size_t limit = defaultCacheLimit();
 
-    // Both below: with the mutex held.
+    // Call both with the mutex locked.
     void* takeKept(std::size_t bytes, std::size_t& blockBytes)
     {
         const auto found = kept.lower_bound(bytes);
@@ -113,7 +113,7 @@ struct MemoryManager::State
 
 MemoryManager& MemoryManager::instance()
 {
-    // Never destroyed: planes held by other objects of static life may come back after it would have been.
+    // Never destroyed: objects with static lifetime may free their planes after its destruction.
     static MemoryManager* const manager = new MemoryManager;
     return *manager;
 }
@@ -133,7 +133,7 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
     if (block == nullptr) {
         block = std::aligned_alloc(kAlignment, blockBytes);
         if (block == nullptr) {
-            trim(); // what is kept for reuse may be just what is missing
+            trim(); // the kept planes may be exactly what is missing
             block = std::aligned_alloc(kAlignment, blockBytes);
         }
         if (block == nullptr)
@@ -161,7 +161,7 @@ void MemoryManager::free(void* plane) noexcept
     const std::lock_guard lock(state->mutex);
     const auto found = state->handedOut.find(plane);
     if (found == state->handedOut.end()) {
-        std::fputs("MemoryManager::free: a plane that was not handed out, or was given back twice\n", stderr);
+        std::fputs("MemoryManager::free: not a plane of allocate(), or freed twice\n", stderr);
         std::abort();
     }
     const std::size_t blockBytes = found->second;

@@ -14,7 +14,7 @@ namespace {
 
 using Impl = ColorProfile::Impl;
 
-// Larger ICC files than this are not made; press profiles have a few megabytes.
+// Larger ICC files are not accepted; press profiles have a few megabytes.
 constexpr std::size_t kLargestIcc = std::size_t{64} << 20;
 constexpr std::size_t kIccHeaderBytes = 128;
 
@@ -33,7 +33,7 @@ struct KnownSpace
     Chromaticity red, green, blue, white;
 };
 
-// The spaces that come in files of many makers, each with another rounding.
+// Spaces found in files of many vendors, each with its own rounding.
 constexpr KnownSpace kKnownSpaces[] = {
     {"sRGB", {0.64, 0.33}, {0.30, 0.60}, {0.15, 0.06}, kD65},                         // IEC 61966-2-1
     {"ROMM", {0.7347, 0.2653}, {0.1596, 0.8404}, {0.0366, 0.0001}, kD50Chromaticity}, // ISO 22028-2
@@ -44,13 +44,13 @@ constexpr KnownSpace kKnownSpaces[] = {
 constexpr const KnownSpace& kSRGBSpace = kKnownSpaces[0];
 constexpr const KnownSpace& kRommSpace = kKnownSpaces[1];
 
-// How far the entries of two files of one space may lie apart: their makers rounded the white, its adaptation and the
-// result differently.
+// Tolerance between the entries of two files of one space: vendors round the white, its adaptation and the result
+// differently.
 constexpr double kSameEntry = 5e-4;
 
 Vector3 xyzOf(Chromaticity c) { return {c.x / c.y, 1.0, (1.0 - c.x - c.y) / c.y}; }
 
-// Adapts white to D50 after Bradford (Lam 1985), as the ICC does.
+// Adapts white to D50 with the Bradford transform (Lam 1985), as the ICC does.
 Matrix3 adaptationToD50(const Vector3& white)
 {
     constexpr Matrix3 kBradford = {{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
@@ -69,7 +69,7 @@ Matrix3 xyzFromLinear(const KnownSpace& space)
     return adaptationToD50(white) * primaries * diagonal(*inverse(primaries) * white);
 }
 
-// Makes exactly D50 of full red, green and blue, where a file misses it by rounding only: neutral must stay neutral.
+// Makes full red, green and blue add up to exactly D50 if a file misses it only by rounding: neutral must stay neutral.
 void normaliseWhite(Matrix3& matrix)
 {
     constexpr double kRounding = 5e-3;
@@ -104,7 +104,7 @@ std::string primariesText(const Matrix3& matrix)
     return text;
 }
 
-// Fowler, Noll and Vo's hash FNV-1a of 64 bits.
+// 64-bit FNV-1a hash (Fowler, Noll, Vo).
 std::string bytesText(const std::vector<unsigned char>& bytes)
 {
     std::uint64_t value = 14695981039346656037u;
@@ -133,16 +133,16 @@ bool isWhole(std::span<const unsigned char> icc)
 {
     if (icc.size() < kIccHeaderBytes || icc.size() > kLargestIcc)
         return false;
-    std::size_t told = 0;
+    std::size_t announced = 0;
     for (const unsigned char byte : icc.first(4))
-        told = told << 8 | byte;
-    return told <= icc.size();
+        announced = announced << 8 | byte;
+    return announced <= icc.size();
 }
 
 std::string descriptionOf(cmsHPROFILE profile)
 {
     std::array<char, 256> text{};
-    const auto size = static_cast<cmsUInt32Number>(text.size() - 1); // the last one stays zero
+    const auto size = static_cast<cmsUInt32Number>(text.size() - 1); // keeps a terminating zero
     if (cmsGetProfileInfoASCII(profile, cmsInfoDescription, "en", "US", text.data(), size) == 0)
         return {};
     return text.data();
@@ -169,7 +169,7 @@ bool describesDevice(cmsHPROFILE profile)
            kind == cmsSigColorSpaceClass;
 }
 
-// Tables say more than the primaries beside them, so LittleCMS takes them first, and so do we.
+// Tables are more precise than the primaries beside them, so LittleCMS prefers them, and so does this code.
 bool hasTables(cmsHPROFILE profile)
 {
     constexpr cmsTagSignature kTables[] = {cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigDToB0Tag, cmsSigDToB1Tag};
@@ -187,7 +187,7 @@ double valueOf(const cmsToneCurve* curve, double x)
     return static_cast<double>(cmsEvalToneCurveFloat(curve, static_cast<float>(x)));
 }
 
-// The light of a value of L*, 0..1 for 0..100 (CIE 1976).
+// The light of L*, 0..1 for 0..100 (CIE 1976).
 double lightOfLightness(double lightness)
 {
     constexpr double kKnee = 8.0;
@@ -236,7 +236,7 @@ bool readMatrix(cmsHPROFILE profile, Impl& impl)
     try {
         return impl.channels == 1 ? readGray(profile, impl) : readPrimaries(profile, impl);
     } catch (const std::invalid_argument&) {
-        return false; // a curve without an inverse: LittleCMS may still find its way
+        return false; // a curve without an inverse: LittleCMS may still handle it
     }
 }
 
@@ -258,8 +258,8 @@ ToneCurve srgbToneCurve()
 
 ToneCurve linearToneCurve() { return ToneCurve(cmsBuildGamma(lcmsContext(), 1.0)); }
 
-// Writes the primaries so that they sum up to D50 to the last bit of the file's rounding: then neutral is neutral for
-// other programs too, which take the numbers as they stand.
+// Writes primaries that sum to D50 exactly in the file's rounding: neutral then stays neutral for other programs too,
+// which use the numbers as they are.
 bool writePrimaries(cmsHPROFILE profile, const KnownSpace& space)
 {
     constexpr double kUnits = 65536.0;
@@ -280,7 +280,7 @@ bool writePrimaries(cmsHPROFILE profile, const KnownSpace& space)
     return true;
 }
 
-// The bytes are the same in every run.
+// Deterministic: the same bytes in every run.
 std::vector<unsigned char> writeIcc(const KnownSpace& space, const ToneCurve& curve, const char* description)
 {
     const auto xyY = [](Chromaticity c) { return cmsCIExyY{c.x, c.y, 1.0}; };
@@ -293,10 +293,10 @@ std::vector<unsigned char> writeIcc(const KnownSpace& space, const ToneCurve& cu
     if (!profile || !text || cmsMLUsetASCII(text.get(), "en", "US", description) == 0 ||
         cmsWriteTag(profile.get(), cmsSigProfileDescriptionTag, text.get()) == 0 ||
         !writePrimaries(profile.get(), space) || cmsSaveProfileToMem(profile.get(), nullptr, &size) == 0)
-        throw std::runtime_error("ColorProfile: LittleCMS made no profile");
+        throw std::runtime_error("ColorProfile: LittleCMS cannot create the profile");
     std::vector<unsigned char> bytes(size);
     if (cmsSaveProfileToMem(profile.get(), bytes.data(), &size) == 0)
-        throw std::runtime_error("ColorProfile: LittleCMS wrote no profile");
+        throw std::runtime_error("ColorProfile: LittleCMS cannot write the profile");
     // The header's date: six big-endian numbers of 16 bits, here the first of January 2026 at midnight.
     constexpr std::size_t kDateOffset = 24;
     constexpr std::array<unsigned char, 12> kDate = {2026 >> 8, 2026 & 255, 0, 1, 0, 1};
@@ -306,10 +306,10 @@ std::vector<unsigned char> writeIcc(const KnownSpace& space, const ToneCurve& cu
 
 std::shared_ptr<ColorProfile> makeProfile(const KnownSpace& space, const ToneCurve& curve, const char* description)
 {
-    // Read back from its own bytes, so that a file that carries them is the very same space.
+    // Read back from its own bytes, so that a file that contains them is exactly the same space.
     auto profile = ColorProfile::fromIcc(writeIcc(space, curve, description));
     if (!profile)
-        throw std::runtime_error("ColorProfile: LittleCMS does not read its own profile");
+        throw std::runtime_error("ColorProfile: LittleCMS cannot read its own profile");
     return profile;
 }
 
@@ -317,7 +317,7 @@ std::shared_ptr<ColorProfile> makeProfile(const KnownSpace& space, const ToneCur
 
 cmsContext lcmsContext()
 {
-    // Never deleted: profiles of static life may outlive any other object of static life.
+    // Never deleted: static profiles may outlive any other static object.
     static const cmsContext context = [] {
         const cmsContext made = cmsCreateContext(nullptr, nullptr);
         cmsSetLogErrorHandlerTHR(made, [](cmsContext, cmsUInt32Number, const char*) {});
@@ -351,7 +351,7 @@ std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned cha
     impl->kind = Impl::Kind::kMatrix;
     if (readMatrix(profile.get(), *impl)) {
         if (!inverse(impl->xyzFromLinear))
-            return nullptr; // primaries that span no space
+            return nullptr; // degenerate primaries
     } else {
         impl->kind = Impl::Kind::kTables;
         impl->curves.clear();

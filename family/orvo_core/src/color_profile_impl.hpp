@@ -1,4 +1,4 @@
-/// What a ColorProfile holds, and the handles of LittleCMS. For this room alone.
+/// The implementation of ColorProfile, and LittleCMS handles. Private to this library.
 #pragma once
 
 #include "matrix3.hpp"
@@ -24,7 +24,7 @@ struct ColorProfile::Impl
     {
         kNone,
         kMatrix, ///< curves and primaries; gray too
-        kTables, ///< whatever else LittleCMS reads
+        kTables, ///< anything else LittleCMS reads
     };
 
     Kind kind = Kind::kNone;
@@ -36,7 +36,7 @@ struct ColorProfile::Impl
     std::vector<TransferCurve> curves; ///< three; kMatrix only
 };
 
-/// Our own context of LittleCMS, which says nothing on any stream.
+/// Our own LittleCMS context, which prints nothing.
 [[nodiscard]] cmsContext lcmsContext();
 
 struct LcmsCloser
@@ -52,10 +52,10 @@ struct LcmsDeleter
 using LcmsProfile = std::unique_ptr<void, LcmsCloser>;
 using LcmsTransform = std::unique_ptr<void, LcmsDeleter>;
 
-/// Handles are not shared among threads: each user opens the bytes anew. Empty if they are no profile.
+/// Handles are not shared among threads: each user opens the bytes anew. Empty if they are not a profile.
 [[nodiscard]] LcmsProfile openLcmsProfile(const std::vector<unsigned char>& icc);
 
-/// The layout of `channels` interleaved floats of a profile of that many channels.
+/// The LittleCMS format of `channels` interleaved floats.
 [[nodiscard]] constexpr cmsUInt32Number lcmsFormat(int channels)
 {
     return channels == 1 ? TYPE_GRAY_FLT : channels == 4 ? TYPE_CMYK_FLT : TYPE_RGB_FLT;

@@ -10,7 +10,7 @@ struct WorkerLimit::Control
         : limit(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads))
     {}
 
-    tbb::global_control limit; // can be copied, but then the copy limits nothing: only ever made in its place
+    tbb::global_control limit; // a copy would limit nothing: only ever constructed in place
 };
 
 WorkerLimit::WorkerLimit(int threads)

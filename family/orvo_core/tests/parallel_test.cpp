@@ -15,8 +15,8 @@ using namespace orvo;
 
 namespace {
 
-// The threads that a loop ran on. Its rows wait until `wanted` of them have come, so that one thread cannot take all
-// rows before others wake; not for ever, as they may never come.
+// The number of threads that a loop ran on. Its rows wait until `wanted` of them have arrived, so that one thread
+// cannot take all rows before others wake; not for ever, because they may never come.
 std::size_t threadsOfALoop(std::size_t wanted)
 {
     constexpr std::chrono::seconds kPatience(20);
@@ -35,13 +35,13 @@ std::size_t threadsOfALoop(std::size_t wanted)
 
 } // namespace
 
-TEST(WorkerLimit, HoldsWhileItLives)
+TEST(WorkerLimit, AppliesDuringItsLifetime)
 {
     {
         const WorkerLimit limit(1);
         EXPECT_EQ(threadsOfALoop(1), 1u);
         {
-            const WorkerLimit looser(4); // the strictest one holds
+            const WorkerLimit looser(4); // the strictest limit applies
             EXPECT_EQ(threadsOfALoop(1), 1u);
         }
         const WorkerLimit none(0);

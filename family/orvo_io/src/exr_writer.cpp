@@ -20,7 +20,7 @@ constexpr float kLargestHalf = 65504.0f;
 Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
 {
     Imf::Header header(size.width, size.height);
-    // Blocks of 16 rows: the usual choice for pictures that are read back in rows.
+    // Blocks of 16 rows: the usual choice for pictures that are read by rows.
     header.compression() = Imf::ZIP_COMPRESSION;
     const Imf::PixelType type = settings.bits == 16 ? Imf::HALF : Imf::FLOAT;
     for (const char* const name : {"R", "G", "B"})
@@ -30,7 +30,7 @@ Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
     Imf::addChromaticities(header, Imf::Chromaticities(point(c.redX, c.redY), point(c.greenX, c.greenY),
                                                        point(c.blueX, c.blueY), point(c.whiteX, c.whiteY)));
     if (settings.metadata) {
-        // The format has no EXIF, but these three.
+        // The format has no EXIF, only these three attributes.
         if (settings.metadata->shutterSeconds > 0.0f)
             Imf::addExpTime(header, settings.metadata->shutterSeconds);
         if (settings.metadata->aperture > 0.0f)
@@ -56,7 +56,7 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
         char* const base = isHalf ? reinterpret_cast<char*>(halves.data()) : reinterpret_cast<char*>(floats.data());
         const std::size_t bytes = isHalf ? sizeof(half) : sizeof(float);
         Imf::FrameBuffer frame;
-        // A row stride of 0: every row is handed over in the same memory.
+        // A row stride of 0: every row is passed in the same memory.
         for (std::size_t c = 0; c < 3; ++c)
             frame.insert(c == 0   ? "R"
                          : c == 1 ? "G"
@@ -80,7 +80,7 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
     } catch (const std::exception& error) {
         throw file.failure(stream.systemError(), error.what());
     }
-    // The file's table of rows is written when `out` is destroyed, where nothing can be thrown.
+    // The destructor of `out` writes the line offset table and cannot throw.
     if (stream.systemError() != 0)
         throw file.failure(stream.systemError(), "cannot be written");
 }

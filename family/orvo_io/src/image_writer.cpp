@@ -17,13 +17,13 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
     if (picture.width() < 1 || picture.height() < 1)
         refuse("the picture is empty");
     const int bits = settings.bits;
-    const auto wanted = [&](bool well, const char* text) {
+    const auto expectBits = [&](bool well, const char* text) {
         if (!well)
             refuse("ImageWriteSettings.bits is " + std::to_string(bits) + ", expected " + text);
     };
     switch (settings.format) {
     case ImageFileFormat::Jpeg: {
-        wanted(bits == 8, "8 for JPEG");
+        expectBits(bits == 8, "8 for JPEG");
         if (settings.jpegQuality < 1 || settings.jpegQuality > 100)
             refuse("ImageWriteSettings.jpegQuality is " + std::to_string(settings.jpegQuality) + ", expected 1..100");
         if (std::max(picture.width(), picture.height()) > longestSideOf(settings.format))
@@ -33,13 +33,13 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
         break;
     }
     case ImageFileFormat::Png:
-        wanted(bits == 8 || bits == 16, "8 or 16 for PNG");
+        expectBits(bits == 8 || bits == 16, "8 or 16 for PNG");
         break;
     case ImageFileFormat::Tiff:
-        wanted(bits == 8 || bits == 16, "8 or 16 for TIFF");
+        expectBits(bits == 8 || bits == 16, "8 or 16 for TIFF");
         break;
     case ImageFileFormat::Exr:
-        wanted(bits == 16 || bits == 32, "16 or 32 for EXR");
+        expectBits(bits == 16 || bits == 32, "16 or 32 for EXR");
         break;
     default:
         refuse("ImageWriteSettings.format is " + std::to_string(static_cast<int>(settings.format)) +

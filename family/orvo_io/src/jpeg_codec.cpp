@@ -1,4 +1,4 @@
-// JPEG through libjpeg, in rows and at reduced size.
+// JPEG through libjpeg, by rows and at reduced size.
 #include "codecs.hpp"
 #include "error_jump.hpp"
 
@@ -17,7 +17,7 @@ namespace {
 // A progressive file may announce any number of scans, each of which costs a pass over the whole picture. Encoders
 // write about ten.
 constexpr int kMostScans = 500;
-// libjpeg keeps the coefficients of a progressive picture; beyond this it is refused rather than swapped to disk.
+// libjpeg keeps the coefficients of a progressive picture; a picture that needs more is refused, not swapped to disk.
 constexpr long kMostCoefficientBytes = 8L << 30;
 
 struct JpegState : ErrorJump
@@ -25,8 +25,8 @@ struct JpegState : ErrorJump
     jpeg_decompress_struct info = {};
     jpeg_error_mgr errors = {};
     jpeg_progress_mgr progress = {};
-    bool damaged = false; // data are missing or wrong
-    int rowsAtDamage = 0; // rows that had come out by then
+    bool damaged = false; // data is missing or wrong
+    int rowsAtDamage = 0; // rows decoded before it
 };
 static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
 
@@ -39,8 +39,8 @@ JpegState& stateOf(j_common_ptr info) { return *static_cast<JpegState*>(info->cl
     state.jump();
 }
 
-// Warnings that tell of lost picture data. Others speak of markers and stray bytes.
-bool tellsOfDamage(int code)
+// Warnings about lost picture data. Others are about markers and stray bytes.
+bool isDamage(int code)
 {
     return code == JWRN_HIT_MARKER || code == JWRN_JPEG_EOF || code == JWRN_HUFF_BAD_CODE || code == JWRN_MUST_RESYNC ||
            code == JWRN_BOGUS_PROGRESSION || code == JWRN_NOT_SEQUENTIAL;
@@ -49,7 +49,7 @@ bool tellsOfDamage(int code)
 void onMessage(j_common_ptr info, int level)
 {
     JpegState& state = stateOf(info);
-    if (level >= 0 || state.damaged || !tellsOfDamage(info->err->msg_code))
+    if (level >= 0 || state.damaged || !isDamage(info->err->msg_code))
         return;
     state.damaged = true;
     state.rowsAtDamage = static_cast<int>(state.info.output_scanline);
@@ -65,8 +65,8 @@ void onProgress(j_common_ptr info)
     }
 }
 
-// Owns libjpeg's state. Every call into libjpeg goes through guarded(), whose frame holds nothing that a jump out of
-// libjpeg would skip.
+// Owns libjpeg's state. Every call into libjpeg goes through guarded(), whose frame holds no object whose destructor a
+// jump out of libjpeg would skip.
 class Decoder
 {
 public:
@@ -95,7 +95,7 @@ public:
     void guarded(const Call& call)
     {
         if (!state.attempt(call))
-            throw ReadFailure(std::string("no readable JPEG: ") + state.message);
+            throw ReadFailure(std::string("not a readable JPEG: ") + state.message);
     }
 
     JpegState state;
@@ -123,7 +123,7 @@ struct Markers
     std::vector<unsigned char> icc;
 };
 
-// The pieces of the ICC profile may stand in any order; each tells its number and how many there are.
+// The pieces of the ICC profile may come in any order; each has its number and the count.
 std::vector<unsigned char> joinIcc(const std::vector<std::span<const unsigned char>>& pieces)
 {
     std::array<std::span<const unsigned char>, 256> byNumber;
@@ -133,7 +133,7 @@ std::vector<unsigned char> joinIcc(const std::vector<std::span<const unsigned ch
     const std::size_t count = pieces.empty() ? 0 : pieces.front()[1];
     for (std::size_t i = 1; i <= count; ++i) {
         if (byNumber[i].empty())
-            return {}; // incomplete: as if there were none
+            return {}; // incomplete: treated as missing
         icc.insert(icc.end(), byNumber[i].begin(), byNumber[i].end());
     }
     return icc;
@@ -164,7 +164,7 @@ Markers collectMarkers(const jpeg_decompress_struct& info)
     return found;
 }
 
-// How libjpeg is to hand out the pixels.
+// Chooses libjpeg's output format.
 SampleLayout layoutFor(jpeg_decompress_struct& info)
 {
     SampleLayout layout;
@@ -177,7 +177,7 @@ SampleLayout layoutFor(jpeg_decompress_struct& info)
     case JCS_YCCK:
         info.out_color_space = JCS_CMYK;
         layout.channels = layout.colors = 4;
-        // Adobe's files hold the light that is left, not the ink.
+        // Adobe's files store the remaining light, not the ink.
         layout.inverted = info.saw_Adobe_marker != 0;
         break;
     default:
@@ -187,7 +187,7 @@ SampleLayout layoutFor(jpeg_decompress_struct& info)
     return layout;
 }
 
-// The smallest eighth at which no side of the job is missed.
+// The smallest scale in eighths at which the picture still has the job's side.
 unsigned reducedEighths(const jpeg_decompress_struct& info, const ReadJob& job)
 {
     constexpr unsigned kWhole = 8;
@@ -203,17 +203,17 @@ void decodeRows(Decoder& decoder, PictureSink& sink, int height)
 {
     std::array<JSAMPROW, 64> rows;
     while (sink.rowsDone() < height) {
-        int wanted = static_cast<int>(rows.size());
-        unsigned char* const memory = sink.nextRows(wanted);
+        int requested = static_cast<int>(rows.size());
+        unsigned char* const memory = sink.nextRows(requested);
         const std::size_t rowBytes = static_cast<std::size_t>(decoder.state.info.output_width) *
                                      static_cast<std::size_t>(decoder.state.info.output_components);
-        for (int i = 0; i < wanted; ++i)
+        for (int i = 0; i < requested; ++i)
             rows[static_cast<std::size_t>(i)] = memory + static_cast<std::size_t>(i) * rowBytes;
         int got = 0;
-        const bool well = decoder.state.attempt([&decoder, &rows, &got, wanted] {
-            while (got < wanted)
-                got += static_cast<int>(
-                    jpeg_read_scanlines(&decoder.state.info, rows.data() + got, static_cast<JDIMENSION>(wanted - got)));
+        const bool well = decoder.state.attempt([&decoder, &rows, &got, requested] {
+            while (got < requested)
+                got += static_cast<int>(jpeg_read_scanlines(&decoder.state.info, rows.data() + got,
+                                                            static_cast<JDIMENSION>(requested - got)));
         });
         sink.commit(got);
         if (!well) {
@@ -225,8 +225,8 @@ void decodeRows(Decoder& decoder, PictureSink& sink, int height)
     }
 }
 
-// Blocks of 8 x 8 take at least one bit; with the colours at a quarter of the size that makes 1.5 bits for 64 pixels.
-// A file cut off after one part in 16 is still taken.
+// A block of 8 x 8 takes at least one bit; with chroma at a quarter of the size that makes 1.5 bits for 64 pixels.
+// A file truncated after a sixteenth is still accepted.
 std::int64_t leastBytes(const jpeg_decompress_struct& info)
 {
     return static_cast<std::int64_t>(info.image_width) * info.image_height / (64 * 8 * 16);
@@ -273,8 +273,8 @@ ReadAnswer readJpeg(const SourceFile& file, const ReadJob& job)
         const int rows =
             static_cast<int>(static_cast<std::int64_t>(decoder.state.rowsAtDamage) * stored / layout.height);
         if (severalScans && rows == 0)
-            noteDamage(std::string("the picture is cut off or damaged within its scans: ") + decoder.state.message, job,
-                       answer);
+            noteDamage(std::string("the picture is truncated or damaged within its scans: ") + decoder.state.message,
+                       job, answer);
         else
             noteCutOff(rows, stored, decoder.state.message, job, answer);
     }

@@ -1,4 +1,4 @@
-// Where writers take their rows from: converted, limited and rounded, a batch at a time.
+// Supplies the writers with rows: converted, clamped and rounded in batches.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -16,12 +16,12 @@ namespace orvo::io {
 struct WriteCancelled
 {};
 
-// Sample formats of rows that are handed out.
+// Sample formats of the rows.
 enum class RowFormat
 {
     Bits8,  // 0..255
     Bits16, // 0..65535, native byte order
-    Linear  // floats as they are, but NaN
+    Linear  // floats, unchanged except for NaN
 };
 
 class RowSource
@@ -30,7 +30,7 @@ public:
     RowSource(const _ImageData<PixelRGB<float>>& picture, const std::shared_ptr<ColorProfile>& target, RowFormat format,
               std::function<bool()> cancel);
 
-    // Row `y`, valid until the next call; rows are asked for from top to bottom. Red, green, blue, interleaved.
+    // Row `y`, valid until the next call; call from top to bottom. Red, green, blue, interleaved.
     // Throws WriteCancelled.
     [[nodiscard]] const unsigned char* row(int y);
 
@@ -49,7 +49,7 @@ private:
     ManagedPlane<PixelRGB<float>> converted;
 };
 
-// A file being written: removed again unless finish() was reached.
+// A file being written: removed unless finish() succeeded.
 class OutputFile
 {
 public:
@@ -60,9 +60,9 @@ public:
     OutputFile& operator=(const OutputFile&) = delete;
 
     [[nodiscard]] std::FILE* stream() const { return handle; }
-    // Everything is on its way to the disk. Throws std::runtime_error if it is not.
+    // Flushes everything to the system. Throws std::runtime_error on failure.
     void finish();
-    // The failure to throw: the file, and the text of the system's error or, without one, `text`.
+    // The exception to throw: names the file, and the system error or, without one, `text`.
     [[nodiscard]] std::runtime_error failure(int systemError, const std::string& text) const;
 
 private:
@@ -71,7 +71,7 @@ private:
     bool finished = false;
 };
 
-// One per format; `settings` are checked and its profile is set. Each throws std::runtime_error or WriteCancelled.
+// One per format; `settings` are checked and have a profile. Each throws std::runtime_error or WriteCancelled.
 void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
 void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
 void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);

@@ -1,4 +1,4 @@
-// A picture file as the codecs see it: an open stream of known size, and a name for messages.
+// A picture file for the codecs: an open stream of known size, and a name for messages.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace orvo::io {
 
-// The file cannot be read. Its text says what was expected and what was found; the reader puts the path before it.
+// The file cannot be read. The text states what was expected and what was found; the reader prefixes the path.
 class ReadFailure : public std::runtime_error
 {
 public:
@@ -36,7 +36,7 @@ class SourceFile
 public:
     // Opens a regular file. Throws ReadFailure on anything else (folder, pipe, device, missing, empty).
     explicit SourceFile(const std::filesystem::path& path);
-    // A file in memory, which must live as long as this.
+    // A file in memory, which must outlive this object.
     explicit SourceFile(std::span<const unsigned char> bytes);
 
     [[nodiscard]] std::FILE* stream() const { return handle.get(); }
@@ -44,9 +44,9 @@ public:
     // Empty for a file in memory.
     [[nodiscard]] const std::filesystem::path& path() const { return location; }
 
-    // What the first bytes say. Leaves the stream at its start.
+    // Detects the format from the first bytes. Leaves the stream at its start.
     [[nodiscard]] FileKind sniff() const;
-    // The first bytes, for messages: "no picture: it begins with 68 65 6c 6c 6f".
+    // The first bytes, for messages: "it begins with 68 65 6c 6c 6f".
     [[nodiscard]] std::string describeBeginning() const;
     void rewind() const;
     // The whole file. Throws ReadFailure if it is larger than `limit` or cannot be read.

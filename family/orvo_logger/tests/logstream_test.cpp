@@ -107,7 +107,7 @@ TEST(LogStream, LinesOfManyThreadsStayWhole)
     EXPECT_EQ(count, 200);
 }
 
-TEST(LogStream, ADroppedSinkHearsNothing)
+TEST(LogStream, ADroppedSinkReceivesNothing)
 {
     int heard = 0;
     auto sink = addLogSink([&](const logstream&) { ++heard; });

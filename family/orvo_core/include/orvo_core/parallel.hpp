@@ -11,8 +11,8 @@
 
 namespace orvo {
 
-/// Runs `body(y)` once for each row, 0 <= y < height, in any order and on any thread; waits for all. Each call writes
-/// only its own row, so results do not depend on the number of threads.
+/// Calls `body(y)` once for each row, 0 <= y < height, in any order and on any thread, and waits for all. Each call
+/// writes only its own row, so results do not depend on the number of threads.
 template <typename Body>
 void forEachRow(int height, const Body& body)
 {
@@ -25,19 +25,19 @@ void forEachRow(int height, const Body& body)
         tbb::auto_partitioner());
 }
 
-/// The same for pixels or samples: `body(first, last)` for ranges that together cover 0..count-1. Given as ranges, so
-/// that the compiler sees a plain inner loop that it can turn into vector code.
+/// The same for pixels or samples: `body(first, last)` for ranges that together cover 0..count-1. Ranges give the
+/// compiler a plain inner loop that it can vectorise.
 template <typename Body>
 void forEachRange(std::size_t count, const Body& body)
 {
-    constexpr std::size_t kGrain = 4096; // samples; less would cost more in scheduling than in work
+    constexpr std::size_t kGrain = 4096; // samples; with less the scheduling costs more than the work
     tbb::parallel_for(
         tbb::blocked_range<std::size_t>(0, count, kGrain),
         [&body](const tbb::blocked_range<std::size_t>& range) { body(range.begin(), range.end()); },
         tbb::auto_partitioner());
 }
 
-/// Limits all loops of the process to `threads` worker threads, the caller's included, while it lives.
+/// Limits all loops of the process to `threads` worker threads, including the caller, during its lifetime.
 class ORVO_EXPORT WorkerLimit
 {
 public:

@@ -7,11 +7,11 @@ namespace orvo::scenes {
 
 namespace {
 
-void checkCount(const char* field, std::size_t found, std::size_t wanted)
+void checkCount(const char* field, std::size_t found, std::size_t expected)
 {
-    if (found != 0 && found != wanted)
+    if (found != 0 && found != expected)
         throw std::invalid_argument(std::string("BracketRecipe.") + field + " has " + std::to_string(found) +
-                                    " entries for " + std::to_string(wanted) + " EVs");
+                                    " entries for " + std::to_string(expected) + " EVs");
 }
 
 } // namespace

@@ -28,13 +28,13 @@ double momentOf(double made)
 // The construction radius that gives a disc the moment of the true disc of `radius`.
 double madeRadius(double radius)
 {
-    const double wanted = radius * radius / 4.0;
+    const double target = radius * radius / 4.0;
     double low = 0.5; // the middle pixel alone
     double high = radius + 1.0;
     constexpr int kHalvings = 24; // far below the step between two discs
     for (int i = 0; i < kHalvings; ++i) {
         const double middle = 0.5 * (low + high);
-        (momentOf(middle) < wanted ? low : high) = middle;
+        (momentOf(middle) < target ? low : high) = middle;
     }
     return 0.5 * (low + high);
 }

@@ -106,9 +106,9 @@ TEST(Camera, NoiseHasItsNominalStrength)
                 if (light < from || light > 2.0 * from) // far enough from both ends not to clip
                     continue;
                 const double electrons = light / perElectron;
-                const double wanted =
+                const double expected =
                     perElectron * std::sqrt(electrons + sensor.readNoiseElectrons * sensor.readNoiseElectrons);
-                const double normal = (noisy->data()[i].r - light) / wanted;
+                const double normal = (noisy->data()[i].r - light) / expected;
                 sum += normal;
                 squares += normal * normal;
                 ++count;

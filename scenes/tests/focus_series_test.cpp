@@ -272,9 +272,9 @@ TEST(FocusSeries, ReportsWhereEachFrameLooks)
                 const auto s = static_cast<float>(at.x - left);
                 const auto t = static_cast<float>(at.y - top);
                 const auto green = [&](int i, int j) { return truth->row(top + j)[left + i].g; };
-                const float wanted =
+                const float expected =
                     (1 - t) * ((1 - s) * green(0, 0) + s * green(1, 0)) + t * ((1 - s) * green(0, 1) + s * green(1, 1));
-                squared += std::pow(static_cast<double>(seen->row(y)[x].g - wanted), 2.0);
+                squared += std::pow(static_cast<double>(seen->row(y)[x].g - expected), 2.0);
                 unmapped += std::pow(static_cast<double>(seen->row(y)[x].g - truth->row(y)[x].g), 2.0);
             }
         EXPECT_LT(squared, 0.1 * unmapped) << frame;

@@ -80,8 +80,8 @@ TEST(Psnr, MeasuresAKnownError)
 TEST(Ssim, OfFlatPicturesIsTheirLuminanceTerm)
 {
     constexpr double kC1 = 1e-4;
-    const double wanted = (2 * 0.4 * 0.6 + kC1) / (0.4 * 0.4 + 0.6 * 0.6 + kC1);
-    EXPECT_NEAR(ssim(*plain({11, 11}, 0.4f), *plain({11, 11}, 0.6f)), wanted, 1e-4);
+    const double expected = (2 * 0.4 * 0.6 + kC1) / (0.4 * 0.4 + 0.6 * 0.6 + kC1);
+    EXPECT_NEAR(ssim(*plain({11, 11}, 0.4f), *plain({11, 11}, 0.6f)), expected, 1e-4);
     EXPECT_THROW((void)ssim(*plain({10, 30}, 0.5f), *plain({10, 30}, 0.5f)), std::invalid_argument);
 }
 
@@ -188,13 +188,13 @@ TEST(MefSsim, AgreesWithTheDirectComputation)
     };
     constexpr double kC = 9e-4;
     constexpr double kWeights[] = {0.0448, 0.2856, 0.3001};
-    double wanted = 1.0;
+    double expected = 1.0;
     for (int scale = 0; scale < 3; ++scale) {
         const double a = deviationAt(0.8, scale);
         const double b = deviationAt(0.5, scale);
-        wanted *= std::pow((2 * a * b + kC) / (a * a + b * b + kC), kWeights[scale] / 0.6305);
+        expected *= std::pow((2 * a * b + kC) / (a * a + b * b + kC), kWeights[scale] / 0.6305);
     }
-    EXPECT_NEAR(mefSsim({weak, strong}, *fused), wanted, 1e-4);
+    EXPECT_NEAR(mefSsim({weak, strong}, *fused), expected, 1e-4);
 }
 
 TEST(MefSsim, RefusesInvalidInput)

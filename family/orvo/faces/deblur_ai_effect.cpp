@@ -267,7 +267,7 @@ private:
     bool linear;
 };
 
-void tell(const std::string& id, const std::vector<Measures>& faces)
+void logMeasures(const std::string& id, const std::vector<Measures>& faces)
 {
     std::string text = "deblurFaces " + id + ": faces " + std::to_string(faces.size());
     for (const Measures& face : faces) {
@@ -309,7 +309,7 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
             return {};
         measures.push_back(*measured);
     }
-    tell(id, measures);
+    logMeasures(id, measures);
     return result;
 }
 

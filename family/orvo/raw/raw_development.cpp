@@ -202,10 +202,10 @@ Developer finishedLook(const ImageMetadata* metadata, float tone, float strength
                        float extraExposure)
 {
     const float baseline = metadata != nullptr ? finiteOr0(metadata->baselineExposure) : 0.0f;
-    float wanted = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
-    if (wanted > 0.0f && tones.bright > 0.0f)
-        wanted = std::min(wanted, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
-    const float exposure = limitedExposure(baseline + wanted + finiteOr0(extraExposure));
+    float suggested = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
+    if (suggested > 0.0f && tones.bright > 0.0f)
+        suggested = std::min(suggested, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
+    const float exposure = limitedExposure(baseline + suggested + finiteOr0(extraExposure));
     Developer developer(exposure, metadata != nullptr ? metadata->linearResponseLimit : 1.0f);
     if (!neutral) {
         const float middle = srgbCurveFromLinear(std::clamp(tones.middle * std::exp2(exposure), 0.0f, 1.0f));

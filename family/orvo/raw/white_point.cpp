@@ -83,11 +83,11 @@ bool isKnown(const WhitePoint& white)
 
 } // namespace
 
-std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& wanted)
+std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& target)
 {
-    if (!isKnown(present) || !isKnown(wanted) || present == wanted)
+    if (!isKnown(present) || !isKnown(target) || present == target)
         return std::nullopt;
-    const Vector from = times(kBradford, xyzOf(wanted));
+    const Vector from = times(kBradford, xyzOf(target));
     const Vector to = times(kBradford, xyzOf(present));
     Square gains{};
     for (std::size_t i = 0; i < 3; ++i)

@@ -20,10 +20,10 @@ struct WhitePoint
 /// Row-major, for pixels of linearMelissaRGB().
 using ColorMatrix = std::array<float, 9>;
 
-/// The matrix that makes the neutral of `wanted` neutral in pixels balanced for `present` and keeps the luminance of
+/// The matrix that makes the neutral of `target` neutral in pixels balanced for `present` and keeps the luminance of
 /// grays: a scaling of cone responses (Lam 1985, "Bradford"). Empty if there is nothing to do: the two are equal, or
 /// either is unknown.
-[[nodiscard]] std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& wanted);
+[[nodiscard]] std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& target);
 
 [[nodiscard]] inline PixelRGB<float> shifted(const PixelRGB<float>& p, const ColorMatrix& m)
 {

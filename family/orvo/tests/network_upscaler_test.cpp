@@ -42,16 +42,16 @@ protected:
     }
 
     // One line of level Error that names the file, and no picture.
-    static void expectRefused(const std::filesystem::path& model, const std::string& told)
+    static void expectRefused(const std::filesystem::path& model, const std::string& reason)
     {
         const LogCapture log;
         EXPECT_FALSE(upscaled(test::noise({20, 20}, ColorProfileType::melissaRGB(), 1)));
         const auto lines = log.lines();
-        ASSERT_EQ(lines.size(), 1u) << told;
+        ASSERT_EQ(lines.size(), 1u) << reason;
         EXPECT_EQ(static_cast<int>(lines[0].type), 4);
         EXPECT_NE(lines[0].text.find(model.string()), std::string::npos) << lines[0].text;
         EXPECT_NE(lines[0].text.find("expected"), std::string::npos) << lines[0].text;
-        EXPECT_NE(lines[0].text.find(told), std::string::npos) << lines[0].text;
+        EXPECT_NE(lines[0].text.find(reason), std::string::npos) << lines[0].text;
     }
 };
 
@@ -189,10 +189,10 @@ TEST_F(NetworkUpscaling, ReplacesNotANumber)
 TEST_F(NetworkUpscaling, RefusesBadModels)
 {
     const std::string sound = convolveAndEnlarge(3, kBlur, 5, 2);
-    const auto refused = [&](const std::string& bytes, const std::string& told) {
+    const auto refused = [&](const std::string& bytes, const std::string& reason) {
         const ModelFile file(bytes);
         use(file);
-        expectRefused(file.path, told);
+        expectRefused(file.path, reason);
     };
     refused("", "0 bytes");
     refused("this is text, not a network\n", "ONNX");

@@ -285,10 +285,10 @@ TEST(RawImageDevelop, LeavesTheTargetOnCancel)
     for (const int yesAt : {1, 2}) {
         PicturePointer picture = test::noise({20, 10}, ColorProfileType::linearMelissaRGB(), 3);
         const PicturePointer before = test::copyOf(picture);
-        int asked = 0;
+        int polls = 0;
         orvo::RawImageDevelop().develop(picture, picture, kNoThumbnail, rawMetadata(), 1.0f, 1.0f, {}, false,
-                                        [&] { return ++asked >= yesAt; });
-        EXPECT_EQ(asked, yesAt);
+                                        [&] { return ++polls >= yesAt; });
+        EXPECT_EQ(polls, yesAt);
         EXPECT_TRUE(test::bytesEqual(*picture, *before));
         EXPECT_EQ(*picture->colorProfile(), *ColorProfileType::linearMelissaRGB());
     }

@@ -177,13 +177,13 @@ private:
     void loadThroughTables(const float* in, int stride, int count, Planes& planes) const
     {
         constexpr float kAllInk = 100.0f; // LittleCMS measures ink in percent
-        const int wanted = source->channelCount();
-        const float scale = wanted == 4 ? kAllInk : 1.0f;
+        const int channels = source->channelCount();
+        const float scale = channels == 4 ? kAllInk : 1.0f;
         float packed[kBlock * 4];
         float xyz[kBlock * 3];
         for (int i = 0; i < count; ++i)
-            for (int c = 0; c < wanted; ++c)
-                packed[i * wanted + c] = scale * in[i * stride + std::min(c, sourceChannels - 1)];
+            for (int c = 0; c < channels; ++c)
+                packed[i * channels + c] = scale * in[i * stride + std::min(c, sourceChannels - 1)];
         cmsDoTransform(toXyz.get(), packed, xyz, static_cast<cmsUInt32Number>(count));
         spread<3>(xyz, count, planes);
     }

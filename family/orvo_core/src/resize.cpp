@@ -260,9 +260,9 @@ template <typename T>
 std::shared_ptr<_ImageData<T>> _ImageData<T>::resize(_Size<int> size, const _Rect<int>& rect, bool) const
 {
     const _Rect<int> part = meantRect(rect, extent);
-    const _Size<int> wanted = meantSize(size, part);
-    checkResize(extent, wanted, part);
-    auto result = std::make_shared<_ImageData>(wanted, profile);
+    const _Size<int> resolved = meantSize(size, part);
+    checkResize(extent, resolved, part);
+    auto result = std::make_shared<_ImageData>(resolved, profile);
     resizeInto(*this, part, *result);
     return result;
 }
@@ -270,9 +270,9 @@ std::shared_ptr<_ImageData<T>> _ImageData<T>::resize(_Size<int> size, const _Rec
 std::shared_ptr<MaskImage> MaskImage::resize(_Size<int> size, const _Rect<int>& rect, bool) const
 {
     const _Rect<int> part = meantRect(rect, this->size());
-    const _Size<int> wanted = meantSize(size, part);
-    checkResize(this->size(), wanted, part);
-    auto result = std::make_shared<MaskImage>(wanted);
+    const _Size<int> resolved = meantSize(size, part);
+    checkResize(this->size(), resolved, part);
+    auto result = std::make_shared<MaskImage>(resolved);
     resizeInto<float>(*this, part, *result);
     result->clamp(); // the cubic overshoots at edges, and weights must not
     return result;

@@ -15,9 +15,9 @@ using namespace orvo;
 
 namespace {
 
-// The number of threads that a loop ran on. Its rows wait until `wanted` of them have arrived, so that one thread
+// The number of threads that a loop ran on. Its rows wait until `expected` of them have arrived, so that one thread
 // cannot take all rows before others wake; not for ever, because they may never come.
-std::size_t threadsOfALoop(std::size_t wanted)
+std::size_t threadsOfALoop(std::size_t expected)
 {
     constexpr std::chrono::seconds kPatience(20);
     const auto end = std::chrono::steady_clock::now() + kPatience;
@@ -28,7 +28,7 @@ std::size_t threadsOfALoop(std::size_t wanted)
         std::unique_lock lock(mutex);
         threads.insert(std::this_thread::get_id());
         came.notify_all();
-        came.wait_until(lock, end, [&] { return threads.size() >= wanted; });
+        came.wait_until(lock, end, [&] { return threads.size() >= expected; });
     });
     return threads.size();
 }

@@ -140,8 +140,8 @@ TEST_F(ImageReaderTest, ReadsInk)
         makeJpeg(folder / "c.jpg", 40, 30, samples, {.channels = 4, .adobe = adobe});
         const auto read = openAsSRGB(folder / "c.jpg");
         ASSERT_TRUE(read) << adobe;
-        const auto wanted = uniform(40, 30, expected.r, expected.g, expected.b);
-        EXPECT_LT(worstDifference(*read, *wanted), kJpeg) << adobe;
+        const auto reference = uniform(40, 30, expected.r, expected.g, expected.b);
+        EXPECT_LT(worstDifference(*read, *reference), kJpeg) << adobe;
         // Ink does not have three channels that could stay as they are.
         const auto stored = pixelsOf(openFile(folder / "c.jpg", ImageReaderOpenFlag::None));
         EXPECT_EQ(*stored->colorProfile(), *ColorProfileType::sRGB());

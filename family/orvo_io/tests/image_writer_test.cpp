@@ -259,10 +259,10 @@ TEST_F(ImageWriterTest, CancelRemovesTheFile)
     const auto picture = gradient(200, 300);
     for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
         ImageWriteSettings settings = writeSettingsForPath(name);
-        int asked = 0;
-        settings.cancel = [&asked] { return ++asked > 3; };
+        int polls = 0;
+        settings.cancel = [&polls] { return ++polls > 3; };
         EXPECT_FALSE(writeImage(folder / name, *picture, settings)) << name;
-        EXPECT_EQ(asked, 4) << name;
+        EXPECT_EQ(polls, 4) << name;
         EXPECT_FALSE(std::filesystem::exists(folder / name)) << name;
     }
 }

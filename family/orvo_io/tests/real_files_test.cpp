@@ -173,13 +173,13 @@ TEST_F(RealFiles, RawOfAllKinds)
         ASSERT_TRUE(thumbnail) << name;
         EXPECT_EQ(thumbnail->width(), 64);
     }
-    const auto told = ImageReader::readMetadata(testData() / "raw/canon_linear/canon_eos_6d.dng");
-    EXPECT_TRUE(told->hasExposure());
-    EXPECT_FLOAT_EQ(told->exposureOffset, told->baselineExposure);
-    EXPECT_FLOAT_EQ(told->baselineExposure, 0.25f);
-    const auto untold = ImageReader::readMetadata(testData() / "raw/colorchart/colorchart.dng");
-    EXPECT_FALSE(untold->hasExposure());
-    EXPECT_NEAR(untold->exposureOffset,
+    const auto metadata = ImageReader::readMetadata(testData() / "raw/canon_linear/canon_eos_6d.dng");
+    EXPECT_TRUE(metadata->hasExposure());
+    EXPECT_FLOAT_EQ(metadata->exposureOffset, metadata->baselineExposure);
+    EXPECT_FLOAT_EQ(metadata->baselineExposure, 0.25f);
+    const auto withoutExposure = ImageReader::readMetadata(testData() / "raw/colorchart/colorchart.dng");
+    EXPECT_FALSE(withoutExposure->hasExposure());
+    EXPECT_NEAR(withoutExposure->exposureOffset,
                 openFile(testData() / "raw/colorchart/colorchart.dng")->metadata()->exposureOffset, 0.1);
 }
 

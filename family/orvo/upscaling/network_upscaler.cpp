@@ -145,7 +145,7 @@ struct NetworkUpscaler::State
             fail("expected an ONNX file, found one without a graph that has an input");
         const std::string damage = graphDamage(bytes);
         if (!damage.empty())
-            fail("expected an undamaged ONNX file, " + damage);
+            fail("expected an undamaged ONNX file, found that " + damage);
         chooseWindow(*declared);
         std::string found;
         for (const int depth : {3, 1})

@@ -15,17 +15,15 @@ constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kStitchStarts{JobStep::Stitch, 0.02};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
 
-constexpr int kLongestSide = 32000; // of any panorama
-
 /// Values of the request that are wrong whatever lies on the disk.
 void checkRequest(const PanoJobRequest& request)
 {
     checkFileNames(request.files, request.output);
     if (request.files.size() < 2)
         throw JobError(JobOutcome::Refused, "a panorama needs two pictures or more");
-    if (request.maxSize < 0 || request.maxSize > kLongestSide)
+    if (request.maxSize < 0 || request.maxSize > kLongestPanoramaSide)
         throw JobError(JobOutcome::Refused, "the largest size is " + std::to_string(request.maxSize) +
-                                                ", expected 1 to " + std::to_string(kLongestSide));
+                                                ", expected 1 to " + std::to_string(kLongestPanoramaSide));
 }
 
 void checkFiles(PictureRun& run, const PanoJobRequest& request)

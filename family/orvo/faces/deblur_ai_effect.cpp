@@ -3,6 +3,7 @@
 
 #include <orvo/deblur_ai_effect.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -79,8 +80,6 @@ Pixel decoded(const Pixel& p, bool linear)
     return linear ? Pixel{linearFromSRGBCurve(p.r), linearFromSRGBCurve(p.g), linearFromSRGBCurve(p.b)} : p;
 }
 
-float luminanceOf(const Pixel& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; }
-
 bool usable(const Pixel& p, float luminance)
 {
     return std::isfinite(p.r) && std::isfinite(p.g) && std::isfinite(p.b) && luminance > kLeastLuminance &&
@@ -96,7 +95,7 @@ void readLuminance(const Picture& image, const cv::Rect& part, bool linear, cons
         float last = std::numeric_limits<float>::quiet_NaN();
         int leading = 0; // broken ones at the start of the row
         for (int x = 0; x < part.width; ++x) {
-            const float v = luminanceOf(encoded(from[x], linear));
+            const float v = luma601(encoded(from[x], linear));
             if (usable(from[x], v))
                 last = v;
             else if (std::isnan(last))
@@ -165,7 +164,7 @@ void weighFeatures(const FacePlane& change, const FacePlane& contrast, double no
 // `p`, in encoded values, with `change` added to its luminance by the same gain on all channels.
 Pixel raised(const Pixel& p, float change)
 {
-    const float y = std::max(luminanceOf(p), 0.0f) + kShadowGuard;
+    const float y = std::max(luma601(p), 0.0f) + kShadowGuard;
     float factor = std::max((y + change) / y, 0.0f);
     // A channel at the end of its range cannot follow; the others then stay too, to keep the hue.
     const float strongest = std::max({p.r, p.g, p.b});
@@ -247,7 +246,7 @@ private:
             Pixel* const to = result.row(part.y + y) + part.x;
             for (int x = 0; x < part.width; ++x) {
                 const float mask = maskOf(face, part.x + x, part.y + y);
-                if (!(mask > 0.0f) || !usable(from[x], luminanceOf(encoded(from[x], linear))))
+                if (!(mask > 0.0f) || !usable(from[x], luma601(encoded(from[x], linear))))
                     continue;
                 float all = 0.0f;
                 for (const Face* const other : near)

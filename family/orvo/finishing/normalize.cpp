@@ -1,6 +1,7 @@
 #include <orvo/finishing.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/local_laplacian.hpp>
 
@@ -68,8 +69,6 @@ struct BandHistograms
     Histogram strongest{};
 };
 
-float luminance(const PixelRGB<float>& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; } // as in the merge
-
 // The strongest channel in sRGB, the final space of most pictures: colours that fill the wide working space are beyond
 // white there. Approximates light by the square of the value, precise enough to judge white.
 float strongestChannel(const PixelRGB<float>& p)
@@ -118,7 +117,7 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
         const auto edge = [height](int index) { return static_cast<std::int64_t>(height) * index / kBands; };
         const PixelRGB<float>* const end = pixels + edge(band + 1) * width;
         for (const PixelRGB<float>* p = pixels + edge(band) * width; p != end; ++p) {
-            const float y = luminance(*p);
+            const float y = luma601(*p);
             if (!std::isfinite(y))
                 continue;
             ++own.luminance[binOf(y)];
@@ -200,9 +199,9 @@ public:
             for (int x = 0; x < width; ++x) {
                 const PixelRGB<float>* const p = row + 2 * x;
                 const float mean =
-                    0.25f * (luminance(p[0]) + luminance(p[right]) + luminance(p[down]) + luminance(p[down + right]));
+                    0.25f * (luma601(p[0]) + luma601(p[right]) + luma601(p[down]) + luma601(p[down + right]));
                 const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f;
-                raised[at(x, y)] = static_cast<std::int16_t>(limited * kWhite15);
+                raised[at(x, y)] = static_cast<std::int16_t>(limited * grfx::kGray16White);
                 base[at(x, y)] = limited;
             }
         });
@@ -210,7 +209,7 @@ public:
                                      kDetailThreshold, 1.0f);
         forEachRow(height, [&](int y) {
             for (int x = 0; x < width; ++x)
-                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / kWhite15 - base[at(x, y)];
+                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / grfx::kGray16White - base[at(x, y)];
         });
     }
 
@@ -227,7 +226,6 @@ public:
     }
 
 private:
-    static constexpr float kWhite15 = 32767.0f;
     struct Corners
     {
         std::size_t upperLeft, upperRight, lowerLeft, lowerRight;
@@ -300,7 +298,7 @@ void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
         PixelRGB<float>* const line = pixels + static_cast<std::ptrdiff_t>(row) * width;
         for (int x = 0; x < width; ++x) {
             PixelRGB<float>& p = line[x];
-            const float y = luminance(p);
+            const float y = luma601(p);
             if (!std::isfinite(y) || y <= 0.0f)
                 continue;
             float target = leveled(y, levels);

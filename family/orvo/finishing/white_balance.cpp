@@ -2,6 +2,7 @@
 
 #include <orvo/finishing.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
@@ -36,7 +37,7 @@ Colour linearOf(const PixelRGB<float>& p, bool linear)
     return {decode(p.r), decode(p.g), decode(p.b)};
 }
 
-double luminance(const Colour& c) { return 0.299 * c[0] + 0.587 * c[1] + 0.114 * c[2]; }
+double luminance(const Colour& c) { return luma601(c[0], c[1], c[2]); }
 
 bool usable(const Colour& c)
 {

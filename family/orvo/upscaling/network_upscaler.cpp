@@ -180,8 +180,6 @@ int NetworkUpscaler::scale() const { return state->scale; }
 
 namespace {
 
-float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
-
 // Fills the planes of `input` with the window of the picture that begins at (left, top).
 void fillWindow(const _ImageData<PixelRGB<float>>& source, int left, int top, cv::Mat& input)
 {

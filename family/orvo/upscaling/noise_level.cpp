@@ -21,8 +21,6 @@ constexpr double kBareExcess = 1.5; // of variance over the noise; both have an 
 constexpr std::size_t kQuietShare = 20;
 constexpr float kQuietExcess = 1.1f;
 
-float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
-
 // The value with `before` values below it.
 float ranked(std::vector<float>& values, std::size_t before)
 {

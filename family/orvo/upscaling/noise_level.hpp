@@ -11,6 +11,8 @@ constexpr float kLumaRed = 0.3f;
 constexpr float kLumaGreen = 0.6f;
 constexpr float kLumaBlue = 0.1f;
 
+inline float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
+
 /// Standard deviation of the noise of the luma, in values: the noise estimator of Immerkaer ("Fast noise variance
 /// estimation", CVIU 64(2), 1996) on blocks of 16 x 16 pixels. All blocks have noise, so there are two tests to
 /// separate detail from it: the result is at most that of the quietest blocks, and at most the median of the blocks

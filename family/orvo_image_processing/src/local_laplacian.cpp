@@ -16,7 +16,6 @@ namespace {
 using detail::halved;
 using detail::kRowPad;
 
-constexpr float kFullScale = 32767.0f;
 constexpr float kDetailLimit = 6.0f; // log2
 constexpr float kEdgeGainLimit = 4.0f;
 // Smoothing: the share of the return to the plain difference that grows with the difference itself; the rest grows with
@@ -68,7 +67,7 @@ ORVO_INLINE float weightAt(float intensity, const Curve& c)
 
 ORVO_INLINE float fromSample(std::int16_t sample)
 {
-    const float v = static_cast<float>(sample) * (1.0f / kFullScale);
+    const float v = static_cast<float>(sample) * (1.0f / kGray16White);
     return v > 0.0f ? v : 0.0f;
 }
 
@@ -115,9 +114,9 @@ ORVO_VECTOR_CLONES void writeRow(std::int16_t* __restrict out, const float* __re
                                  const float* __restrict coarse, int width)
 {
     for (int x = 0; x < width; ++x) {
-        const float v = (detail[x] + coarse[x]) * kFullScale + 0.5f;
+        const float v = (detail[x] + coarse[x]) * kGray16White + 0.5f;
         const float low = v > 0.0f ? v : 0.0f;
-        out[x] = static_cast<std::int16_t>(static_cast<std::int32_t>(low < kFullScale ? low : kFullScale));
+        out[x] = static_cast<std::int16_t>(static_cast<std::int32_t>(low < kGray16White ? low : kGray16White));
     }
 }
 

@@ -7,11 +7,14 @@
 
 namespace orvo::grfx {
 
+/// Full scale of the samples of local_laplacian_gray16(): 15 bits.
+inline constexpr float kGray16White = 32767.0f;
+
 /// Local Laplacian filter, in place: Paris, Hasinoff, Kautz, "Local Laplacian filters", 2011, with the intensity
 /// sampling of Aubry, Paris, Hasinoff, Kautz, Durand, "Fast local Laplacian filters", 2014.
 ///
-/// `data` has `height` rows of `width` samples, `stride` samples apart (at least `width`), 0..32767; negative samples
-/// count as 0. The detail around a pixel of intensity g is that of the picture after a curve through g: a difference
+/// `data` has `height` rows of `width` samples, `stride` samples apart (at least `width`), 0..kGray16White; negative
+/// samples count as 0. The detail around a pixel of intensity g is that of the picture after a curve through g: a difference
 /// d from g of up to t = `edgeThreshold` (fraction of full scale, clamped to 1/1024..1) is detail; the part above t
 /// is an edge and is multiplied by `edgeGain`.
 ///   detail     log2 of the gain G of small differences, clamped to -6..6; 0 keeps, negative smooths. With x = d / t

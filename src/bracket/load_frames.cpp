@@ -12,9 +12,6 @@
 namespace orvo {
 namespace {
 
-// Longest width of the picture on which raw development judges the overall tone.
-constexpr int kToneThumbnailWidth = 512;
-
 template <typename Frame, typename Cancelled>
 std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
                                const Cancelled& cancelled)
@@ -109,14 +106,10 @@ bool areAllRaw(const std::vector<std::filesystem::path>& paths)
 void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::shared_ptr<const ImageMetadata>& metadata,
              const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic)
 {
-    const int thumbWidth = std::min(image->width(), kToneThumbnailWidth);
-    const int thumbHeight = std::max(1, thumbWidth * image->height() / image->width());
-    const auto thumbnail = [&image, thumbWidth, thumbHeight] {
-        return image->resize({thumbWidth, thumbHeight}, {}, true);
-    };
     const RawImageDevelop developer;
-    developer.develop(image, image, thumbnail, metadata, rawMetadata->getAutoDetectedTone(), 1.0f, {}, false,
-                      [] { return false; });
+    developer.develop(
+        image, image, [&image] { return toneThumbnail(*image); }, metadata, rawMetadata->getAutoDetectedTone(), 1.0f,
+        {}, false, [] { return false; });
     LensCorrectionUnit::applyAndDismissRawCA(image, metadata, rawMetadata, chromatic);
 }
 

@@ -15,8 +15,6 @@
 namespace orvo {
 namespace {
 
-constexpr int kToneThumbnailWidth = 400; // pixels: enough to judge the overall tone
-
 struct Document
 {
     std::filesystem::path path;
@@ -99,13 +97,9 @@ bool canceled(const StateSettings& state) { return state.canceled && state.cance
 void developRaw(PicturePointer& picture, const Image& image, const StateSettings& state)
 {
     const auto raw = image.getAdditionalRawMetadata();
-    const auto thumbnail = [&picture] {
-        const int width = std::min(picture->width(), kToneThumbnailWidth);
-        const auto height = static_cast<std::int64_t>(width) * picture->height() / picture->width();
-        return picture->resize({width, std::max(1, static_cast<int>(height))}, {}, true);
-    };
-    RawImageDevelop().develop(picture, picture, thumbnail, image.metadata(), raw ? raw->getAutoDetectedTone() : 0.0f,
-                              1.0f, {}, false, [&state] { return canceled(state); });
+    RawImageDevelop().develop(
+        picture, picture, [&picture] { return toneThumbnail(*picture); }, image.metadata(),
+        raw ? raw->getAutoDetectedTone() : 0.0f, 1.0f, {}, false, [&state] { return canceled(state); });
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 namespace orvo {
@@ -260,6 +261,14 @@ void develop_for_hdr(PicturePointer& image, const std::shared_ptr<const ImageMet
             pixels[i] = developer(pixels[i]);
     });
     image->setColorProfile(ColorProfileType::melissaRGB());
+}
+
+PicturePointer toneThumbnail(const _ImageData<PixelRGB<float>>& picture)
+{
+    constexpr int kWidth = 512; // of pixels: enough to judge the overall tone
+    const int width = std::min(picture.width(), kWidth);
+    const auto height = static_cast<std::int64_t>(width) * picture.height() / picture.width();
+    return picture.resize({width, std::max(1, static_cast<int>(height))}, {}, true);
 }
 
 RawImageDevelop::RawImageDevelop() = default;

@@ -25,6 +25,10 @@ ORVO_EXPORT void develop_for_hdr(PicturePointer& image, const std::shared_ptr<co
                                  const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, float exposure,
                                  bool chromatic);
 
+/// The small version of a linear picture on which the tone of a finished look is judged: at most 512 pixels wide, its
+/// height rounded down, at least 1.
+[[nodiscard]] ORVO_EXPORT PicturePointer toneThumbnail(const _ImageData<PixelRGB<float>>& picture);
+
 /// Development for a finished look.
 class ORVO_EXPORT RawImageDevelop
 {
@@ -39,7 +43,7 @@ public:
     RawImageDevelop(float temperature, float tint, float exposure);
 
     /// Develops `source` (linearMelissaRGB()) into `target` (melissaRGB()), which may be the same pointer. `thumbnail`
-    /// returns a small version of the source, on which the overall tone is judged. `tone`: EV that the raw reader
+    /// returns a small version of the source, on which the tone is judged: toneThumbnail(). `tone`: EV that the raw reader
     /// suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the zero
     /// rectangle for all. `flag` selects the neutral tone curve instead of the contrasty one. `cancel`, polled at the
     /// start and after the tone is judged, leaves the target unchanged when true. Unless `rect` is the whole source,

@@ -1,22 +1,33 @@
 /// The implementation of ColorProfile, and LittleCMS handles. Private to this library.
 #pragma once
 
-#include "matrix3.hpp"
 #include "transfer_curve.hpp"
 
 #include <orvo_core/color_profile.hpp>
 
+#include <Eigen/Dense>
 #include <lcms2.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 namespace orvo {
 
-/// White of the profile connection space, D50 (0.9642, 1, 0.8249), in the 1/65536 of ICC files.
-inline constexpr Vector3 kD50 = {63190.0 / 65536, 1.0, 54061.0 / 65536};
+using Vector3 = Eigen::Vector3d;
+using Matrix3 = Eigen::Matrix3d;
+
+/// Empty where the rows are so nearly dependent that an inverse would be noise.
+[[nodiscard]] inline std::optional<Matrix3> inverse(const Matrix3& m)
+{
+    constexpr double kSmallest = 1e-6; // determinant; that of ProPhoto, the widest in use, is 0.25; of sRGB 0.1
+    Matrix3 result;
+    bool isInvertible = false;
+    m.computeInverseWithCheck(result, isInvertible, kSmallest);
+    return isInvertible ? std::optional(result) : std::nullopt;
+}
 
 struct ColorProfile::Impl
 {
@@ -32,8 +43,8 @@ struct ColorProfile::Impl
     std::vector<unsigned char> icc;
     std::string hash;
     std::string description;
-    Matrix3 xyzFromLinear{};           ///< to D50; kMatrix only
-    std::vector<TransferCurve> curves; ///< three; kMatrix only
+    Matrix3 xyzFromLinear = Matrix3::Zero(); ///< to D50; kMatrix only
+    std::vector<TransferCurve> curves;       ///< three; kMatrix only
 };
 
 /// Our own LittleCMS context, which prints nothing.

@@ -115,7 +115,7 @@ public:
         copies = isNone(source) || isNone(target) || source == target || *source == *target;
         if (copies)
             return;
-        Matrix3 total = diagonal({1.0, 1.0, 1.0});
+        Matrix3 total = Matrix3::Identity();
         if (hasTables(*source))
             toXyz = lcmsToXyz(source->impl());
         else
@@ -123,9 +123,9 @@ public:
         if (hasTables(*target))
             fromXyz = lcmsFromXyz(target->impl());
         else
-            total = *inverse(target->impl().xyzFromLinear) * total;
-        for (std::size_t i = 0; i < 9; ++i)
-            matrix[i] = static_cast<float>(total[i / 3][i % 3]);
+            total = Matrix3(*inverse(target->impl().xyzFromLinear) * total);
+        for (int i = 0; i < 9; ++i)
+            matrix[static_cast<std::size_t>(i)] = static_cast<float>(total(i / 3, i % 3));
     }
 
     [[nodiscard]] bool onlyCopies() const { return copies; }

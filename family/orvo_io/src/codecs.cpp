@@ -1,6 +1,6 @@
 #include "codecs.hpp"
 
-#include "icc_matrix.hpp"
+#include <orvo_core/chromaticities.hpp>
 
 #include <algorithm>
 
@@ -46,7 +46,7 @@ std::shared_ptr<ColorProfile> settleProfile(std::span<const unsigned char> icc, 
         }
     }
     if (!profile && colors != 4)
-        profile = job.assume ? job.assume : facts.adobe ? adobeProfile() : ColorProfileType::sRGB();
+        profile = job.assume ? job.assume : facts.adobe ? adobeRGB() : ColorProfileType::sRGB();
     facts.record.fileProfile = profile ? profile : ColorProfileType::sRGB();
     return profile;
 }

@@ -1,7 +1,8 @@
 // OpenEXR: scan lines and tiles, half, float and integer, colour or luminance.
 #include "codecs.hpp"
 #include "exr_stream.hpp"
-#include "icc_matrix.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>

@@ -1,6 +1,7 @@
 #include "exr_stream.hpp"
-#include "icc_matrix.hpp"
 #include "row_source.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>

@@ -1,6 +1,7 @@
 // HEIC and AVIF through libheif.
 #include "codecs.hpp"
-#include "icc_matrix.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <libheif/heif.h>
 

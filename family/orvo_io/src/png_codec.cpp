@@ -1,7 +1,8 @@
 // PNG through libpng.
 #include "codecs.hpp"
-#include "icc_matrix.hpp"
 #include "png_state.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,6 @@
 // JPEG through libjpeg, by rows and at reduced size.
 #include "codecs.hpp"
-#include "error_jump.hpp"
-
-#include <jerror.h> // needs jpeglib.h before it
-#include <jpeglib.h>
+#include "jpeg_state.hpp"
 
 #include <algorithm>
 #include <array>
@@ -20,24 +17,14 @@ constexpr int kMostScans = 500;
 // libjpeg keeps the coefficients of a progressive picture; a picture that needs more is refused, not swapped to disk.
 constexpr long kMostCoefficientBytes = 8L << 30;
 
-struct JpegState : ErrorJump
+struct ReadState : JpegState<jpeg_decompress_struct>
 {
-    jpeg_decompress_struct info = {};
-    jpeg_error_mgr errors = {};
     jpeg_progress_mgr progress = {};
     bool damaged = false; // data is missing or wrong
     int rowsAtDamage = 0; // rows decoded before it
 };
-static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
 
-JpegState& stateOf(j_common_ptr info) { return *static_cast<JpegState*>(info->client_data); }
-
-[[noreturn]] void onError(j_common_ptr info)
-{
-    JpegState& state = stateOf(info);
-    info->err->format_message(info, state.message);
-    state.jump();
-}
+ReadState& stateOf(j_common_ptr info) { return static_cast<ReadState&>(ReadState::of(info)); }
 
 // Warnings about lost picture data. Others are about markers and stray bytes.
 bool isDamage(int code)
@@ -48,7 +35,7 @@ bool isDamage(int code)
 
 void onMessage(j_common_ptr info, int level)
 {
-    JpegState& state = stateOf(info);
+    ReadState& state = stateOf(info);
     if (level >= 0 || state.damaged || !isDamage(info->err->msg_code))
         return;
     state.damaged = true;
@@ -58,7 +45,7 @@ void onMessage(j_common_ptr info, int level)
 
 void onProgress(j_common_ptr info)
 {
-    JpegState& state = stateOf(info);
+    ReadState& state = stateOf(info);
     if (state.info.input_scan_number > kMostScans) {
         std::strcpy(state.message, "more than 500 scans");
         state.jump();
@@ -72,14 +59,10 @@ class Decoder
 public:
     explicit Decoder(std::FILE* stream)
     {
-        state.info.err = jpeg_std_error(&state.errors);
-        state.info.client_data = &state;
-        state.errors.error_exit = onError;
+        state.listen();
         state.errors.emit_message = onMessage;
-        state.errors.output_message = [](j_common_ptr) {};
         guarded([this, stream] {
             jpeg_create_decompress(&state.info);
-            state.info.client_data = &state;
             state.progress.progress_monitor = onProgress;
             state.info.progress = &state.progress;
             state.info.mem->max_memory_to_use = kMostCoefficientBytes;
@@ -98,7 +81,7 @@ public:
             throw ReadFailure(std::string("not a readable JPEG: ") + state.message);
     }
 
-    JpegState state;
+    ReadState state;
 };
 
 std::span<const unsigned char> bytesOf(const jpeg_saved_marker_ptr marker)

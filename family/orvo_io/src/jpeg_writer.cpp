@@ -1,13 +1,8 @@
-#include "error_jump.hpp"
+#include "jpeg_state.hpp"
 #include "metadata.hpp"
 #include "row_source.hpp"
 
-#include <jerror.h> // needs jpeglib.h before it
-#include <jpeglib.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -16,35 +11,14 @@ namespace {
 
 constexpr std::size_t kLargestMarker = 65533; // bytes after the length field
 
-struct JpegState : ErrorJump
-{
-    jpeg_compress_struct info = {};
-    jpeg_error_mgr errors = {};
-    int systemError = 0;
-};
-static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
-
-[[noreturn]] void onError(j_common_ptr info)
-{
-    auto& state = *static_cast<JpegState*>(info->client_data);
-    state.systemError = info->err->msg_code == JERR_FILE_WRITE ? (errno != 0 ? errno : EIO) : 0;
-    info->err->format_message(info, state.message);
-    state.jump();
-}
-
 class Encoder
 {
 public:
     explicit Encoder(OutputFile& file_) : file(file_)
     {
-        state.info.err = jpeg_std_error(&state.errors);
-        state.info.client_data = &state;
-        state.errors.error_exit = onError;
-        state.errors.emit_message = [](j_common_ptr, int) {};
-        state.errors.output_message = [](j_common_ptr) {};
+        state.listen();
         guarded([this] {
             jpeg_create_compress(&state.info);
-            state.info.client_data = &state;
             jpeg_stdio_dest(&state.info, file.stream());
         });
     }
@@ -75,7 +49,7 @@ public:
         return true;
     }
 
-    JpegState state;
+    JpegState<jpeg_compress_struct> state;
 
 private:
     OutputFile& file;

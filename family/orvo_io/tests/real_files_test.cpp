@@ -56,6 +56,17 @@ TEST_F(RealFiles, EverySetOpens)
             }
 }
 
+TEST_F(RealFiles, APngTakesTheIncorrectSRGBProfileOfACamera)
+{
+    const auto image = openFile(testData() / "panorama" / "ledge_vertical" / "ledge_1.jpg");
+    ASSERT_TRUE(image);
+    const auto path = folder.path() / "ledge.png";
+    ImageWriteSettings settings = writeSettingsForPath(path);
+    settings.profile = image->metadata()->fileProfile;
+    ASSERT_NO_THROW(writeImage(path, *image->imageData({}, {}, true), settings));
+    ASSERT_TRUE(openFile(path));
+}
+
 TEST_F(RealFiles, BracketReportsItsExposures)
 {
     const auto set = testData() / "brackets" / "building_iso";

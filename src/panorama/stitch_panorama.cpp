@@ -1,5 +1,6 @@
 #include "frame/call_frame.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/projections.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/panorama.hpp>
@@ -116,27 +117,6 @@ _Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, con
     return {searched.x + left, searched.y + top, right - left, bottom - top};
 }
 
-// How many pixels of the plane a pixel of the sphere covers at most, at a place in units of the sphere's radius: the
-// derivative of the projection along its steepest direction. 0 where nothing is resampled.
-double stretchAt(WarpType projection, double u, double v)
-{
-    switch (projection) {
-    case WarpType::Plane:
-        return 1.0 + u * u + v * v;
-    case WarpType::Cylindrical:
-        return 1.0 + v * v;
-    case WarpType::Fisheye:
-        return 1.0 + (u * u + v * v) / 4.0;
-    case WarpType::Stereographic:
-        return std::max(1.0, (1.0 + u * u + v * v) / 2.0);
-    case WarpType::Mercator:
-        return std::cosh(v);
-    case WarpType::Spherical:
-        break;
-    }
-    return 0.0;
-}
-
 // Sphere and picture are cut behind the camera. The planet joins the two ends of the sphere along a half line from its
 // middle to the left, where the mask is open for up to half a pixel of the sphere, while the colours go on.
 void closeSeamOfPlanet(_ImageData<float>& mask, double middleColumn, double middleRow)
@@ -187,8 +167,9 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
     if (projection == WarpType::Stereographic)
         closeSeamOfPlanet(gaps, -left / unitsPerColumn, -top / unitsPerRow);
     becomeGaps(gaps);
+    const auto stretchAt = kProjections[static_cast<std::size_t>(warpNumberOf(projection))].stretch;
     const auto isContent = [&](int x, int y) {
-        const double stretch = stretchAt(projection, left + x * unitsPerColumn, top + y * unitsPerRow);
+        const double stretch = stretchAt(left + x * unitsPerColumn, top + y * unitsPerRow);
         const int rim = std::min(kWidestRim, static_cast<int>(std::ceil(kMixedPixels * stretch)));
         const auto width = static_cast<float>(rim);
         if (y < rim || y + rim >= gaps.height())

@@ -43,6 +43,8 @@ struct ORVO_EXPORT GhostReduction
     std::int32_t amount = 0;         ///< a DeghostAmount, 0 (least) to 4 (most)
 };
 
+/// Read: all by makeFocusStack(), the fields of `adjust` and `ghostReduction` beside `enabled` only where that is true;
+/// none that changes a pixel by exportAligned().
 struct ORVO_EXPORT FocusStacking
 {
     /// Aligns and does not deghost: in a focus series blur would be taken for motion.

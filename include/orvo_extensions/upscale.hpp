@@ -14,6 +14,14 @@ namespace orvo {
 /// Opens `source`, enlarges it as `settings` say (upscaleX()), sharpens its faces unless told not to, and wraps the
 /// result with the file's metadata, which then tell the new size.
 ///
+/// Example:
+///
+///     orvo::UpscaleAISettings settings;
+///     settings.passes = 2; // 4 times each side
+///     const auto enlarged = orvo::upscaleAI("small.jpg", settings, {}, {});
+///     if (enlarged)
+///         orvo::writeImage("large.png", *enlarged->imageData({}, {}, true), orvo::writeSettingsForPath("large.png"));
+///
 /// `state` and `statePath` say how the document is to be opened; default constructed ones open the file plainly.
 /// Result: the picture in melissaRGB(); empty on failure. A file that is no picture gives an empty result without a log
 /// line. Of a picture that cannot be decoded, or settings or a network that cannot be used, the reader's or

@@ -16,6 +16,10 @@ class ORVO_EXPORT DeblurAIEffect
 public:
     /// Returns a new picture, `image` with its faces sharpened; same size, same profile. `image` is not changed.
     ///
+    /// Example:
+    ///
+    ///     const auto sharpened = DeblurAIEffect::deblurFaces("portrait", picture, 1.0f, true, true, nullptr);
+    ///
     /// The search uses a grey copy of limited size, with cascades (Viola and Jones 2004) or a network; a find counts if
     /// two cascades share it or both eyes are found in it. In each face the blur is measured at the sharpest edges
     /// (Zhuo and Sim 2011), modelled as a Gaussian, and corrected by a deconvolution with a sparse prior (Krishnan and

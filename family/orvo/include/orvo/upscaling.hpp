@@ -18,7 +18,7 @@ inline constexpr int kMostUpscaleScale = 8;
 /// Limit for a result: the limit of the reader.
 inline constexpr std::int64_t kMostUpscaledPixels = 1'000'000'000;
 
-/// What an upscaling does. A plain record.
+/// What an upscaling does. A plain record. Read: all by upscaleAI(), all but `faces` by upscaleX().
 struct ORVO_EXPORT UpscaleAISettings
 {
     UpscaleAISettings();
@@ -50,16 +50,19 @@ struct ORVO_EXPORT mlCacheInfo
 /// Returns the enlarged picture, in the colour profile of `image`; empty on cancel, and on failure after one log line
 /// of level Error that names what was expected and what was found.
 ///
+/// Example, with the result kept for the next call on the same pixels, and a mask:
+///
+///     std::atomic<bool> cancel = false; // any thread may set it
+///     const auto enlarged = upscaleX(picture, settings, mask, &cancel, {"holiday/1.jpg", picture->size()});
+///
 /// Uses encoded values, in melissaRGB() with the curve of sRGB, which may be outside 0..1: under this curve edges look
 /// alike, and networks are trained with it, while the wide primaries keep all colours. Sample centres keep their
 /// positions.
 ///
 /// The built-in filters are learned from photographs and double the picture (scripts/train_upscaler/train.py describes
 /// the method). The noise of the picture is measured and filters learned with as much noise are used, so noise with a
-/// deviation of 0.01 to 0.05 comes out weaker than from cubic interpolation, and weaker and stronger noise about
-/// unchanged, which is up to a third more than cubic interpolation leaves. `crisp` is for edges: places with nothing
-/// but noise come out no noisier than from cubic interpolation (within half a percent, for white noise), and
-/// differences no larger than noise are not steepened.
+/// deviation of 0.01 to 0.05 comes out weaker than from cubic interpolation, and other noise about unchanged. `crisp`
+/// steepens edges, not noise.
 ///
 /// A network replaces them if the settings store (orvosettings()) names one:
 ///   "Upscale.model"    text; path of a super-resolution network in ONNX with 3 channels (red, green, blue) or 1 (luma,

@@ -2,24 +2,19 @@
 #include "failing_mats.hpp"
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_logger/log_capture.hpp>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 
 using namespace orvo;
 using namespace orvo::test;
 
 namespace {
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
-           std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
-}
 
 struct Drawn
 {

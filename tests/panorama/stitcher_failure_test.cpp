@@ -129,21 +129,23 @@ TEST_F(StitcherFailure, ADrawingThatFailsTwiceIsDrawnAgainToo)
 TEST_F(StitcherFailure, ASmallSphereThatFailsIsMadeAgainByTheNextDrag)
 {
     const FailingMats memory;
-    const auto stitcher = registered();
-    (void)draw(*stitcher);
+    const auto undisturbed = registered();
+    (void)draw(*undisturbed);
     FailingMats::failAt(0);
-    stitcher->resetView();
+    undisturbed->resetView();
     const long needed = FailingMats::made();
-    const cv::Mat expected = drag(*stitcher);
+    const cv::Mat expected = drag(*undisturbed);
     ASSERT_FALSE(expected.empty());
     ASSERT_GT(cv::countNonZero(expected.reshape(1)), 1000);
     constexpr long kPlaces = 10;
     for (long place = 1; place <= needed; place += std::max(1L, needed / kPlaces)) {
+        FailingMats::failAt(0);
+        const auto stitcher = registered(); // without a small sphere of its own
+        (void)draw(*stitcher);
         FailingMats::failAt(place);
         EXPECT_THROW(stitcher->resetView(), cv::Exception) << place;
         FailingMats::failAt(0);
         EXPECT_TRUE(sameBytes(drag(*stitcher), expected)) << place;
-        stitcher->resetView();
     }
 }
 
@@ -182,13 +184,20 @@ TEST_F(StitcherFailure, ARegistrationThatFailsIsNone)
     FailingMats::failAt(0);
     ASSERT_TRUE(stitcher->estimateCameras(images));
     const long needed = FailingMats::made();
+    // Features are found and matched on all threads, so that how many matrices are this thread's differs every time.
     constexpr long kPlaces = 12;
+    int failed = 0;
     for (long place = 1; place <= needed; place += std::max(1L, needed / kPlaces)) {
         FailingMats::failAt(place);
-        EXPECT_THROW((void)stitcher->estimateCameras(images), cv::Exception) << place;
-        EXPECT_EQ(stitcher->getStatus(), 2) << place;
+        try {
+            (void)stitcher->estimateCameras(images);
+        } catch (const cv::Exception&) {
+            ++failed;
+            EXPECT_EQ(stitcher->getStatus(), 2) << place;
+        }
         FailingMats::failAt(0);
         ASSERT_TRUE(stitcher->estimateCameras(images)) << place;
     }
+    EXPECT_GT(failed, 3);
     EXPECT_EQ(stitcher->getStatus(), 1);
 }

@@ -42,17 +42,17 @@ Vector3 d50() { return {63190.0 / 65536, 1.0, 54061.0 / 65536}; }
 
 Vector3 xyzOf(double x, double y) { return {x / y, 1.0, (1.0 - x - y) / y}; }
 
-// Adapts white to D50 with the Bradford transform (Lam 1985), as the ICC does.
-Matrix3 adaptationToD50(const Vector3& white)
+// Adapts white to another one with the Bradford transform (Lam 1985), as the ICC does.
+Matrix3 adaptation(const Vector3& white, const Vector3& target)
 {
     const Matrix3 bradford{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}};
     const Vector3 from = bradford * white;
-    const Vector3 to = bradford * d50();
+    const Vector3 to = bradford * target;
     return *inverse(bradford) * Vector3(to.cwiseQuotient(from)).asDiagonal() * bradford;
 }
 
 // Empty if the primaries span no space, or white or a primary has no light.
-std::optional<Matrix3> xyzFromLinear(const Chromaticities& c)
+std::optional<Matrix3> xyzFromLinear(const Chromaticities& c, const Vector3& target = d50())
 {
     constexpr double kLeastY = 1e-6;
     for (const double y : {c.redY, c.greenY, c.blueY, c.whiteY})
@@ -65,7 +65,7 @@ std::optional<Matrix3> xyzFromLinear(const Chromaticities& c)
         return std::nullopt;
     const Vector3 white = xyzOf(c.whiteX, c.whiteY);
     const Vector3 weights = *fromXyz * white;
-    const Matrix3 matrix = adaptationToD50(white) * primaries * weights.asDiagonal();
+    const Matrix3 matrix = adaptation(white, target) * primaries * weights.asDiagonal();
     return matrix.allFinite() ? std::optional(matrix) : std::nullopt;
 }
 
@@ -366,7 +366,8 @@ std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned cha
 std::shared_ptr<ColorProfile> profileFromChromaticities(const Chromaticities& chromaticities, double gamma)
 {
     constexpr double kLargest = 16.0; // far beyond any real primary; what is larger does not fit the ICC's numbers
-    const auto matrix = xyzFromLinear(chromaticities);
+    // White to the decimals that the ICC prints; entries are rounded to the units of the file after that.
+    const auto matrix = xyzFromLinear(chromaticities, {0.9642, 1.0, 0.8249});
     if (!matrix || !(gamma >= 0.0) || gamma > kLargest || !(matrix->cwiseAbs().maxCoeff() < kLargest))
         return nullptr;
     const ToneCurve curve = gamma > 0.0 ? ToneCurve(cmsBuildGamma(lcmsContext(), gamma)) : srgbToneCurve();

@@ -106,6 +106,32 @@ TEST_F(StitcherFailure, ADrawingThatFailsAtAnyMatrixIsDrawnAgainAsIfNothingHadHa
     }
 }
 
+TEST_F(StitcherFailure, VignettingThatFailsToBeTakenOutIsTakenOutOnce)
+{
+    const FailingMats memory;
+    const auto undisturbed = registered();
+    FailingMats::failAt(0);
+    const Drawn expected = draw(*undisturbed);
+    const long needed = FailingMats::made();
+    const auto failedAt = [&](long place) {
+        FailingMats::failAt(0);
+        auto stitcher = registered();
+        FailingMats::failAt(place);
+        EXPECT_THROW(draw(*stitcher), cv::Exception) << place;
+        FailingMats::failAt(0);
+        return stitcher;
+    };
+    // The first matrix whose failure finds the vignetting taken out already.
+    long before = 0;
+    long after = needed;
+    while (after - before > 1) {
+        const long middle = before + (after - before) / 2;
+        (failedAt(middle)->usedDevignetteModel() != nullptr ? after : before) = middle;
+    }
+    for (long place = std::max(1L, after - 8); place < after; ++place)
+        expectSame(draw(*failedAt(place)), expected, place);
+}
+
 TEST_F(StitcherFailure, ADrawingThatFailsTwiceIsDrawnAgainToo)
 {
     const FailingMats memory;

@@ -43,11 +43,12 @@ public:
     RawImageDevelop(float temperature, float tint, float exposure);
 
     /// Develops `source` (linearMelissaRGB()) into `target` (melissaRGB()), which may be the same pointer. `thumbnail`
-    /// returns a small version of the source, on which the tone is judged: toneThumbnail(). `tone`: EV that the raw reader
-    /// suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the zero
-    /// rectangle for all. `flag` selects the neutral tone curve instead of the contrasty one. `cancel`, polled at the
-    /// start and after the tone is judged, leaves the target unchanged when true. Unless `rect` is the whole source,
-    /// the target is replaced by a new picture. A source that is not linear is already developed: its part is copied.
+    /// returns a small version of the source, on which the tone is judged: toneThumbnail(). `tone`: EV that the raw
+    /// reader suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the
+    /// zero rectangle for all. `flag` selects the neutral tone curve instead of the contrasty one. `cancel`, polled at
+    /// the start and after the tone is judged, leaves the target unchanged when true. Unless `rect` is the whole
+    /// source, the target is replaced by a new picture. A source that is not linear is already developed: its part is
+    /// copied.
     void develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,
                  const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength, _Rect<int> rect,
                  bool flag, const std::function<bool()>& cancel) const;

@@ -14,9 +14,9 @@ inline constexpr float kGray16White = 32767.0f;
 /// sampling of Aubry, Paris, Hasinoff, Kautz, Durand, "Fast local Laplacian filters", 2014.
 ///
 /// `data` has `height` rows of `width` samples, `stride` samples apart (at least `width`), 0..kGray16White; negative
-/// samples count as 0. The detail around a pixel of intensity g is that of the picture after a curve through g: a difference
-/// d from g of up to t = `edgeThreshold` (fraction of full scale, clamped to 1/1024..1) is detail; the part above t
-/// is an edge and is multiplied by `edgeGain`.
+/// samples count as 0. The detail around a pixel of intensity g is that of the picture after a curve through g: a
+/// difference d from g of up to t = `edgeThreshold` (fraction of full scale, clamped to 1/1024..1) is detail; the part
+/// above t is an edge and is multiplied by `edgeGain`.
 ///   detail     log2 of the gain G of small differences, clamped to -6..6; 0 keeps, negative smooths. With x = d / t
 ///              a detail becomes t (G x + (1 - G) (x^2 / 4 + 3 x^3 / 4)) when smoothed, t G x / (1 + (G - 1) x) when
 ///              amplified: slope G at 0, and t stays t.

@@ -100,6 +100,25 @@ TEST(ImageProcessorInterface, AnswersPlainlyByItself)
     EXPECT_EQ(base.getCurrentPersonIndex(), 0);
 }
 
+TEST(ImageProcessor, AnswersWhatWasSet)
+{
+    ImageProcessor processor;
+    EXPECT_EQ(processor.getCurrentLayerIndex(), 0);
+    EXPECT_EQ(processor.getImageOrientation(), 1);
+    EXPECT_EQ(processor.overlayPixelsType(), OverlayPixelsType::None);
+    EXPECT_FALSE(processor.showHotPixels());
+    EXPECT_FALSE(processor.showColdPixels());
+    processor.setCurrentLayerIndex(4);
+    processor.setImageOrientation(6);
+    processor.setOverlayPixels(OverlayPixelsType(2), true, false);
+    EXPECT_EQ(processor.getCurrentLayerIndex(), 4);
+    EXPECT_EQ(processor.getImageOrientation(), 6);
+    EXPECT_EQ(processor.overlayPixelsType(), OverlayPixelsType(2));
+    EXPECT_TRUE(processor.showHotPixels());
+    EXPECT_FALSE(processor.showColdPixels());
+    static_assert(std::is_base_of_v<ImageProcessorInterface, ImageProcessor>);
+}
+
 TEST(Interfaces, AreAbstractWithVirtualDestructors)
 {
     static_assert(std::is_abstract_v<ImageProcessorInterface>);

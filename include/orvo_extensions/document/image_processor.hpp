@@ -44,4 +44,34 @@ protected:
     iCacheProcessor& operator=(const iCacheProcessor&) = default;
 };
 
+/// What a view shows of a processor's picture. Whoever runs layers derives from it.
+class ORVO_EXPORT ImageProcessor : public ImageProcessorInterface
+{
+public:
+    /// The layer that edits go to.
+    [[nodiscard]] int getCurrentLayerIndex() const { return currentLayerIndex; }
+    void setCurrentLayerIndex(int index) { currentLayerIndex = index; }
+    /// By EXIF's numbers.
+    static constexpr int kUpright = 1;
+    [[nodiscard]] int getImageOrientation() const { return imageOrientation; }
+    void setImageOrientation(int orientation) { imageOrientation = orientation; }
+    [[nodiscard]] OverlayPixelsType overlayPixelsType() const { return overlayPixels; }
+    /// Clipped highlights, and clipped shadows, are marked.
+    [[nodiscard]] bool showHotPixels() const { return hotPixels; }
+    [[nodiscard]] bool showColdPixels() const { return coldPixels; }
+    void setOverlayPixels(OverlayPixelsType type, bool hot, bool cold)
+    {
+        overlayPixels = type;
+        hotPixels = hot;
+        coldPixels = cold;
+    }
+
+private:
+    std::int32_t currentLayerIndex = 0;
+    std::int32_t imageOrientation = kUpright;
+    OverlayPixelsType overlayPixels = OverlayPixelsType::None;
+    bool hotPixels = false;
+    bool coldPixels = false;
+};
+
 } // namespace orvo

@@ -71,7 +71,7 @@ orvo::AdjustmentLayer layerOf(float ev, orvo::_Size<int> size)
 {
     orvo::Edit edit(orvo::ToolDescription({kEffectID}, "EXPOSURE"), orvo::UUIDGenerator()(), false, nullptr, false, 0,
                     0, false);
-    edit.setName(L"Brighter sky");
+    edit.setName(L"Exposure of the sky");
     edit.setEffectParameters(kEffectID, orvo::Parameters({{kExposure, ev}}));
     edit.setEffectMask(kEffectID, {kSky, "sky.msk"});
     edit.setEffectMaskFlag(false); // "no effect mask" is false

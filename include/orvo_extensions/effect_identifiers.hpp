@@ -1,8 +1,8 @@
 /// The document format's vocabulary: identifiers of effects, names of tools and networks, keys of stored resources.
 ///
-/// Every text stands here once, as a constant that the compiler knows. Nothing is built when a program starts, so the
-/// initialiser of any other constant may use these. Lists and the table come as fresh standard containers from inline
-/// functions, for the same reason.
+/// Every text is defined here once, as a compile-time constant. Nothing is built at program start, so the initialiser
+/// of any other object may use these. For the same reason inline functions return lists and the table as new standard
+/// containers.
 #pragma once
 
 #include <orvo_logger/logstream.hpp>
@@ -90,7 +90,7 @@ inline constexpr std::string_view kCloneFinishStroke = "CLONE_FINISH_STROKE";
 inline constexpr std::string_view kNonDestructiveEdit = "NonDestructiveEdit";
 inline constexpr std::string_view kSupportDestructiveImage = "SupportDestructiveImage";
 
-/// Networks by their numbers. 4, 5 and 6 are not in use.
+/// Networks by number. 4, 5 and 6 are not in use.
 namespace ModelNames {
 
 inline constexpr std::array<std::pair<std::int32_t, std::string_view>, 13> kEntries = {{
@@ -121,7 +121,7 @@ inline constexpr std::array<std::pair<std::int32_t, std::string_view>, 13> kEntr
 
 } // namespace ModelNames
 
-/// Keys of what a document stores beside its settings.
+/// Keys of the resources that a document stores beside its settings.
 namespace ResourceKeys {
 
 inline constexpr std::string_view kMask = "msk";
@@ -138,7 +138,7 @@ inline constexpr std::string_view kTiledImageDataCompressed = "orvoTiledImageDat
 /// The name of the log file, as setLogFile() uses it.
 inline constexpr std::string_view kLogFile = kLogFileName;
 
-/// What a generated response begins with when it comes as text.
+/// The prefix of a generated response that comes as text.
 inline constexpr std::string_view kGeneratedResponsePrefix = "data:image/png;base64,";
 
 } // namespace orvo

@@ -1,5 +1,5 @@
-/// A picture with a state for each pixel, as the retouching algorithms of the editor exchange it. Global names, since
-/// that is where those algorithms look for them.
+/// A picture with a state for each pixel, as the retouching algorithms of the editor exchange it. The names are global,
+/// since those algorithms expect them there.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -20,9 +20,9 @@ struct ORVO_EXPORT pixel_t
     static constexpr unsigned char kForbidden = 2;
     static constexpr unsigned char kProcessed = 3;
 
-    /// Sets nothing, so that a large plane costs no pass over it.
+    /// Sets nothing, so that a large plane needs no pass.
     pixel_t() {} // NOLINT(modernize-use-equals-default): a defaulted one would set zeros in pixel_t{}
-    /// The colour; all else is 0.
+    /// Sets the colour; everything else is 0.
     pixel_t(float red, float green, float blue) : r(red), g(green), b(blue), further{0, 0}, mask(kClear) {}
 
     float r;
@@ -39,13 +39,13 @@ struct ORVO_EXPORT rle_t
     std::int16_t length = 0;
 };
 
-/// Coefficients of the Walsh transform of the surroundings of a pixel, with which patches are compared quickly.
+/// Coefficients of the Walsh transform around a pixel, for a quick comparison of patches.
 struct ORVO_EXPORT walsh_t
 {
     /// Pixels a side of a patch.
     static constexpr int S = 8;
 
-    /// Sets `first` to 0 and leaves all else as it is: the algorithms fill it.
+    /// Sets `first` to 0 and nothing else: the algorithms fill the rest.
     walsh_t() : first(0) {} // NOLINT(cppcoreguidelines-pro-type-member-init)
 
     std::int32_t values[32];
@@ -67,7 +67,7 @@ public:
     /// 32-bit start of a run can name, std::bad_alloc.
     MaskedImage(int columns, int rows);
     virtual ~MaskedImage();
-    /// Called after changes of samples or states; derived classes bring up to date what they derive from them. Here:
+    /// To be called after changes of samples or states, so that derived classes update what depends on them. Here:
     /// nothing.
     virtual void commit_changes();
 
@@ -81,7 +81,7 @@ public:
     [[nodiscard]] const pixel_t* data() const { return pixels.data(); }
 
     [[nodiscard]] const pixel_t& getSample(int x, int y) const { return pixels[indexOf(x, y)]; }
-    /// Sets colour, state and all else.
+    /// Sets colour, state and everything else.
     void setSample(int x, int y, const pixel_t& pixel) { pixels[indexOf(x, y)] = pixel; }
     [[nodiscard]] unsigned char getMask(int x, int y) const { return pixels[indexOf(x, y)].mask; }
     void setMask(int x, int y, unsigned char value) { pixels[indexOf(x, y)].mask = value; }
@@ -104,7 +104,7 @@ private:
     Pixels pixels;
 };
 
-/// A MaskedImage with what the comparison of patches keeps for each pixel.
+/// A MaskedImage with the data of patch comparison for each pixel.
 class ORVO_EXPORT MaskedImageExt : public MaskedImage
 {
 public:
@@ -116,7 +116,7 @@ public:
     MaskedImageExt();
     MaskedImageExt(int columns, int rows);
     ~MaskedImageExt() override;
-    /// init_points().
+    /// Calls init_points().
     void commit_changes() override;
 
     MaskedImageExt(const MaskedImageExt&);
@@ -125,8 +125,8 @@ public:
     /// A deep copy.
     [[nodiscard]] std::shared_ptr<MaskedImageExt> copy() const;
 
-    /// Gives each pixel a fresh walsh_t and lists the masked pixels as runs, row by row. A run does not go beyond its
-    /// row; one longer than its 16-bit length can say is cut.
+    /// Creates a new walsh_t for each pixel and lists the masked pixels as runs, row by row. A run ends with its row,
+    /// and is split where its 16-bit length would overflow.
     void init_points();
 
     /// One for each pixel after init_points(), empty before.

@@ -1,4 +1,4 @@
-// Libraries that were built apart rely on where things lie. Needs the headers only, so that any compiler can run it.
+// Libraries that are built separately rely on layouts. Needs the headers only, so that any compiler can run it.
 
 #include "layout.hpp"
 
@@ -62,7 +62,7 @@ template struct test::FieldOrder<MaskedImageExt, &MaskedImageExt::points, &Maske
 
 namespace {
 
-// Counter-examples, so that the helper itself is seen to tell orders apart.
+// Counter-examples: the helper itself must distinguish orders.
 struct Swapped
 {
     int first = 0;
@@ -90,7 +90,7 @@ TEST(Layout, FieldsLieInOrder)
     EXPECT_EQ(fieldOrderOf<MaskedImageExt>(), true);
 }
 
-TEST(Layout, HelpersTellOrdersApart)
+TEST(Layout, HelpersDistinguishOrders)
 {
     EXPECT_TRUE((FieldOrder<Swapped, &Swapped::first, &Swapped::second>::ascending()));
     EXPECT_FALSE((FieldOrder<Swapped, &Swapped::second, &Swapped::first>::ascending()));

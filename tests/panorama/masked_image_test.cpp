@@ -18,7 +18,7 @@ using testing::IsEmpty;
 
 auto isRun(int start, int length) { return testing::AllOf(Field(&rle_t::start, start), Field(&rle_t::length, length)); }
 
-// A T made on memory full of `fill`, so that what its constructor leaves alone can be told from what it sets.
+// A T constructed in memory full of `fill`, which shows what its constructor sets.
 template <typename T, typename... Arguments>
 class MadeOn
 {

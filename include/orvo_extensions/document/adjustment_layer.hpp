@@ -23,7 +23,7 @@ namespace orvo {
 class ORVO_EXPORT AdjustmentLayer : public BaseLayer
 {
 public:
-    /// `index`: the place among the layers of the document.
+    /// `index`: the position among the layers of the document.
     explicit AdjustmentLayer(unsigned long long index);
     ~AdjustmentLayer() override;
     AdjustmentLayer(const AdjustmentLayer&);
@@ -36,7 +36,7 @@ public:
     void addEffect(std::shared_ptr<Effect> effect);
     [[nodiscard]] EditCollection& edits() { return collection; }
     [[nodiscard]] const EditCollection& edits() const { return collection; }
-    /// Drops what the effects keep between runs.
+    /// Clears the caches of the effects.
     void cleanEditsCache() override;
 
 private:

@@ -24,22 +24,22 @@ public:
     BaseLayer(const BaseLayer&);
     BaseLayer& operator=(const BaseLayer&);
 
-    /// What the mask of the layer is where nobody has painted.
+    /// The value of the layer's mask where nothing is painted.
     [[nodiscard]] virtual float defaultMaskValue() const;
     /// The picture below the layer, for layers that keep one. Here: nothing, and an empty pointer.
     virtual void setBaseImage(std::shared_ptr<const _ImageData<PixelRGB<float>>> image);
     [[nodiscard]] virtual std::shared_ptr<const _ImageData<PixelRGB<float>>> getBaseImage() const;
     /// Before `effects` run. Here: nothing.
     virtual void preProcess(std::shared_ptr<PreProcessInfo>& info, std::vector<Effect*>& effects);
-    /// Takes back what preProcess() did. Here: nothing.
+    /// Undoes preProcess(). Here: nothing.
     virtual void preProcessReset(std::shared_ptr<PreProcessInfo>& info);
-    /// Drops what the edits keep between runs. Here: nothing.
+    /// Drops what edits keep between runs. Here: nothing.
     virtual void cleanEditsCache();
 
-    /// Empty if nobody paints on the layer. The brush is the application's, and only passed on.
+    /// Empty if the layer is not painted on. The brush belongs to the application and is only passed on.
     [[nodiscard]] const std::shared_ptr<BrushController>& getBrushController() const { return brushController; }
     void setBrushController(std::shared_ptr<BrushController> controller) { brushController = std::move(controller); }
-    /// Where strokes on the layer wait. Replaces the held one.
+    /// The queue of strokes on the layer. Replaces the held one.
     void setBrushQueue(std::shared_ptr<BrushQueue> queue) { brushQueue = std::move(queue); }
     [[nodiscard]] const std::shared_ptr<BrushQueue>& getBrushQueue() const { return brushQueue; }
     [[nodiscard]] bool isLensPreviewEffectAmountChanged() const { return lensPreviewEffectAmountChanged; }

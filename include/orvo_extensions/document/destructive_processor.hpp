@@ -1,4 +1,4 @@
-/// Processors of edits that change pixels for good.
+/// Processors of edits that change pixels permanently.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -9,11 +9,11 @@ namespace orvo {
 
 class ImageProvider;
 
-/// Copies work on the same source.
+/// Copies share the source.
 class ORVO_EXPORT DestructiveProcessor
 {
 public:
-    /// `provider`: the source that is worked on; may be empty.
+    /// `provider`: the source to process; may be empty.
     explicit DestructiveProcessor(std::shared_ptr<ImageProvider> provider);
     virtual ~DestructiveProcessor();
     DestructiveProcessor(const DestructiveProcessor&);

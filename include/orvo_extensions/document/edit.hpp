@@ -1,4 +1,4 @@
-/// One step of a document: a tool, what its effects are set to, and where it counts.
+/// One step of a document: a tool, the parameters of its effects, and where they apply.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -17,7 +17,7 @@
 
 namespace orvo {
 
-/// What an edit knows of its effects, by their identifiers.
+/// The effects of an edit, by their identifiers.
 struct ORVO_EXPORT EditEffects
 {
     static constexpr std::size_t kBuckets = 8; ///< at first; a tool has a handful of effects
@@ -27,13 +27,13 @@ struct ORVO_EXPORT EditEffects
     std::unordered_map<std::string, EffectMaskInfo> masks{kBuckets};
 };
 
-/// A value. Copies are deep, but for the identifier, the parameters' context and the kept picture: these never change,
-/// and copies share them.
+/// A value. Copies are deep, except that they share the identifier, the context of the parameters and the kept picture,
+/// which never change.
 class ORVO_EXPORT Edit
 {
 public:
-    /// Every effect of `tool` has no parameters of its own and no mask at first.
-    /// `id`: the identity of this edit; empty if nobody asks for it. `permanent`: cannot be removed. `locked`: cannot
+    /// Initially no effect of `tool` has parameters or a mask.
+    /// `id`: the identity of this edit; may be empty. `permanent`: cannot be removed. `locked`: cannot
     /// be changed. `person`: the number of the person that the edit is limited to. `processorLayerIndex`: the layer
     /// that applies it. `developBase`: belongs to the development of the picture.
     Edit(const ToolDescription& tool, std::shared_ptr<const Identifier> id, bool permanent,
@@ -48,16 +48,16 @@ public:
     /// Spelled as the document libraries have it.
     [[nodiscard]] const ToolDescription& getToolDesription() const { return tool; }
     [[nodiscard]] const EditEffects& getEffects() const { return effects; }
-    /// For an effect of the tool; throws std::invalid_argument for any other.
+    /// Both throw std::invalid_argument if the tool has no such effect.
     void setEffectParameters(const std::string& effectID, const Parameters& parameters);
     void setEffectMask(const std::string& effectID, const EffectMaskInfo& info);
-    /// Every effect of the tool loses its mask.
+    /// Removes the masks of all effects.
     void initEffectMasks();
 
     [[nodiscard]] const std::string& getMask() const { return mask; }
     void setMask(std::string resource) { mask = std::move(resource); }
     [[nodiscard]] bool hasMask() const { return !noMask; }
-    /// Stores the flag behind hasMask(), which is its negation: true says that there is no mask.
+    /// Stores the flag of which hasMask() is the negation: true means that there is no mask.
     void setMaskFlag(bool flag) { noMask = flag; }
     [[nodiscard]] bool isPermanentEdit() const { return permanent; }
     [[nodiscard]] bool getEnabled() const { return enabled; }
@@ -65,7 +65,7 @@ public:
     [[nodiscard]] bool getLocked() const { return locked; }
     void setLocked(bool value) { locked = value; }
     [[nodiscard]] bool hasEffectMask() const { return !noEffectMask; }
-    /// As setMaskFlag(), for hasEffectMask().
+    /// Like setMaskFlag(), for hasEffectMask().
     void setEffectMaskFlag(bool flag) { noEffectMask = flag; }
     [[nodiscard]] const MaskSetting& getMaskSetting() const { return maskSetting; }
     void setMaskSetting(const MaskSetting& setting) { maskSetting = setting; }

@@ -10,7 +10,7 @@
 
 namespace orvo {
 
-/// Edits in the order in which they are applied. A value: a copy has its own edits.
+/// Edits in the order of application. A value: a copy has its own edits.
 class ORVO_EXPORT EditCollection
 {
 public:
@@ -28,7 +28,7 @@ public:
     /// Throws std::out_of_range; NoEdit is out of every range.
     [[nodiscard]] const Edit& at(std::uint64_t index) const { return edits.at(index); }
     [[nodiscard]] Edit& at(std::uint64_t index) { return edits.at(index); }
-    /// The first edit of that identity; NoEdit if there is none, and for an empty pointer.
+    /// The index of the first edit with that identity; NoEdit if there is none, and for an empty pointer.
     [[nodiscard]] std::uint64_t indexOf(const std::shared_ptr<const Identifier>& id) const;
 
 private:

@@ -1,4 +1,4 @@
-/// The small values that an edit carries.
+/// Small values that an edit carries.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -13,13 +13,13 @@
 
 namespace orvo {
 
-/// How an edit is laid over what lies below. Other values belong to whoever blends.
+/// How an edit blends with what lies below. Further values belong to the library that blends.
 enum class BlendModeType : std::int32_t
 {
     Normal = 0,
 };
 
-/// How the mask of an edit is shown and shaped. Only carried here; 0 is what it starts from.
+/// Display and shape of an edit's mask. Only carried here; initially 0.
 struct ORVO_EXPORT MaskSetting
 {
     std::uint64_t bits = 0;
@@ -27,7 +27,7 @@ struct ORVO_EXPORT MaskSetting
     bool operator==(const MaskSetting&) const = default;
 };
 
-/// A picture that an edit keeps of its outcome; empty at first. Only carried here; copies share the pixels.
+/// A picture of its result that an edit keeps; initially empty. Only carried here; copies share the pixels.
 struct ORVO_EXPORT ImageDump
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels;
@@ -38,7 +38,7 @@ struct ORVO_EXPORT ImageDump
 /// Names for display, by effect.
 using PrettyNames = std::map<std::string, std::wstring>;
 
-/// A summary of an edit, made for whoever lists edits. Plain data; nothing in here reads more than `parameters`.
+/// A summary of an edit, for lists of edits. Plain data; the functions here read `parameters` only.
 struct ORVO_EXPORT EditInfo
 {
     EditInfo();
@@ -59,7 +59,7 @@ struct ORVO_EXPORT EditInfo
 
     /// There is something to apply.
     explicit operator bool() const { return !parameters.empty(); }
-    /// The edit is what it was before anything was set.
+    /// The edit is in its initial state.
     [[nodiscard]] bool isResetState() const { return parameters.empty(); }
 };
 

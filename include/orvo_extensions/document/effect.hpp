@@ -17,44 +17,45 @@
 
 namespace orvo {
 
-/// What a tool does to a picture. Libraries that were built apart call these operations by their place in the table of
-/// virtual functions: their order is part of the interface, and new ones go to the end.
+/// What a tool does to a picture. Libraries that are built separately call these operations by their slot in the table
+/// of virtual functions: the order is part of the interface, and new operations go to the end.
 ///
-/// Whoever writes an effect overrides processImage(), clone(), and whatever departs from the plain answers given here.
-/// An effect belongs to one thread at a time. Copying one shares mask layers, contexts and caches.
+/// A new effect overrides processImage() and clone(), and every operation whose default does not fit. An effect belongs
+/// to one thread at a time. Copies share mask layers, contexts and caches.
 ///
 /// Example:
 ///   class Negative : public orvo::Effect { ... bool processImage(orvo::EffectCallContext& call) override; ... };
 ///   effect->setParameters({{"amount", 0.5f}});
 ///   orvo::EffectCallContext call(source, result, {}, {}, image, {}, nullptr, nullptr, effect.get(), {}, {});
-///   if (!effect->processImage(call)) ... // cancelled or impossible; the result is not to be used
+///   if (effect->processImage(call))
+///       show(call.result);
 class ORVO_EXPORT Effect
 {
 public:
     virtual ~Effect();
-    /// Drops what was kept from earlier runs. Here: the held source and cache.
+    /// Drops what earlier runs left. Here: the held source and cache.
     virtual void clearCache();
     /// Before the picture is processed. Here: nothing.
     virtual void preProcess(std::shared_ptr<PreProcessInfo>& info);
     /// Before the effect is removed. Here: nothing.
     virtual void preRemove(std::shared_ptr<PreReleaseInfo>& info);
-    /// Finds parameters that suit the picture, for getSuggestedParameters(); false if there are none. Here: false.
+    /// Computes parameters that suit the picture, for getSuggestedParameters(); false if there are none. Here: false.
     virtual bool computeSuggestedParameters();
     /// The mask of the last run, and a small one of it. Here: empty.
     [[nodiscard]] virtual std::shared_ptr<const MaskImage> getLastProcessMask() const;
     [[nodiscard]] virtual std::shared_ptr<const MaskImage> getLastProcessMaskThumbnail() const;
-    /// Writes `call.result`. False if it was cancelled or cannot be done; the result is then not to be used.
+    /// Writes `call.result`. Returns false if the call was cancelled or failed; the result is then invalid.
     virtual bool processImage(EffectCallContext& call) = 0;
     /// A new effect of the same class and settings. Here: empty, for classes that cannot be copied.
     [[nodiscard]] virtual std::shared_ptr<Effect> clone() const;
-    /// All parameters become those of getProperties().
+    /// Resets all parameters to the defaults of getProperties().
     virtual void setParametersDefault();
-    /// All mask layers go.
+    /// Removes all mask layers.
     virtual void removeMasks();
-    /// Sets the ones that are named and keeps the others.
+    /// Sets the listed parameters and keeps the others.
     virtual void setParameters(const std::vector<Parameter>& list);
     virtual void setParametersContext(const std::shared_ptr<const EffectParametersContext>& context);
-    /// The list, with the values of amountParameters() multiplied by the factor.
+    /// Returns the list with the values of amountParameters() multiplied by the factor.
     [[nodiscard]] virtual std::vector<Parameter> scaleAmountParameters(float factor, std::vector<Parameter> list) const;
     /// False if the effect would change nothing. Here: true.
     [[nodiscard]] virtual bool isNeedProcessing() const;
@@ -63,26 +64,26 @@ public:
     [[nodiscard]] virtual _Rect<int> getInRectForOutRect(const GetRectParameters& part) const;
     [[nodiscard]] virtual _Rect<int> getOutRectForInRect(const GetRectParameters& part) const;
     virtual void setContext(std::shared_ptr<EffectContext> context);
-    /// Identifiers of the mask layers that are set, in order.
+    /// Identifiers of the mask layers that are set, in ascending order.
     [[nodiscard]] virtual std::vector<std::string> getMaskLayersIdentifiers() const;
-    /// A new layer without a mask; setMaskLayerForIdentifier() makes it count.
+    /// Returns a new layer without a mask; it takes effect through setMaskLayerForIdentifier().
     [[nodiscard]] virtual std::shared_ptr<EffectMaskLayer> makeMaskLayerForIdentifier(const std::string& identifier);
-    /// An empty pointer takes the layer away.
+    /// An empty pointer removes the layer.
     virtual void setMaskLayerForIdentifier(const std::string& identifier, std::shared_ptr<EffectMaskLayer> layer);
-    /// Whether the result changes with what is shown of that layer. Here: false.
+    /// Whether the result depends on the visibility of that layer's mask. Here: false.
     [[nodiscard]] virtual bool isDependOfEffectMaskLayerMaskVisibility(const std::string& identifier) const;
 
 protected:
-    /// Names of the parameters that say how strong the effect is. Here: none.
+    /// Names of the parameters that set the strength of the effect. Here: none.
     [[nodiscard]] virtual const std::vector<std::string> amountParameters() const;
 
 public:
-    /// Takes source, cache and callable over.
+    /// Moves in source, cache and callable.
     virtual void setEditInfo(EditCacheInfo info);
-    /// Holds `source` from now on. False if it is held already; else what was cached is dropped, `sourceChanged` of the
-    /// edit's info is called, and the answer is true.
+    /// Returns false if `source` is the held one. Otherwise holds it from now on, drops the cache, calls
+    /// `sourceChanged` of the edit's info, and returns true.
     virtual bool checkAndSetEditInfoSource(std::shared_ptr<const _ImageData<PixelRGB<float>>> source);
-    /// Lets go of the source.
+    /// Releases the source.
     virtual void freeEditInfoSource();
     /// The geometric changes that the effect makes. Here: none.
     [[nodiscard]] virtual Transforms getTransforms() const;
@@ -97,7 +98,7 @@ public:
     [[nodiscard]] const Parameters& parameters() const { return currentParameters; }
     void setPersonIndex(int index) { personIndex = index; }
     [[nodiscard]] int getPersonIndex() const { return personIndex; }
-    /// The effect belongs to the development of the picture.
+    /// Marks the effect as part of the picture's development.
     void markAsDevelopBase() { developBase = true; }
     [[nodiscard]] bool isDevelopBase() const { return developBase; }
 

@@ -19,11 +19,11 @@ class Effect;
 /// outlive the call.
 struct ORVO_EXPORT EffectCallContext
 {
-    /// `source`: what the effect starts from. `result`: what it writes; of the size of `source`, or empty, in which
-    /// case the effect makes it. `unedited`: the picture before any effect; may be empty. `rect`: the part that counts;
-    /// the zero rectangle is the whole picture. `image`: the document image; kept. `cancelRun`, `cancelEffect`: true
-    /// when the whole run, or this effect, is to stop; null if that cannot happen. `effect`: who calls. `processed`:
-    /// gets a line for each effect of the run; may be empty.
+    /// `source`: the input of the effect. `result`: its output, of the size of `source`; if empty, the effect creates
+    /// it. `unedited`: the picture before any effect; may be empty. `rect`: the part to process; the zero rectangle is
+    /// the whole picture. `image`: the document image, which the context keeps. `cancelRun`, `cancelEffect`: true when
+    /// the whole run, or this effect, must stop; null if neither can happen. `effect`: the effect that is called.
+    /// `processed`: receives an entry for each effect of the run; may be empty.
     EffectCallContext(std::shared_ptr<const _ImageData<PixelRGB<float>>> source,
                       std::shared_ptr<_ImageData<PixelRGB<float>>> result,
                       std::shared_ptr<const _ImageData<PixelRGB<float>>> unedited, const _Rect<int>& rect,

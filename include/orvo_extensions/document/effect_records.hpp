@@ -1,4 +1,4 @@
-/// What is handed to an effect.
+/// What an effect receives.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -14,14 +14,14 @@ namespace orvo {
 
 class EffectsCacheHelper;
 
-/// Where an effect counts.
+/// Where an effect applies.
 struct ORVO_EXPORT EffectMaskLayer
 {
     std::string identifier;
     std::shared_ptr<const MaskImage> mask; ///< 0: not at all, 1: in full; empty: everywhere
 };
 
-/// What is known before a picture is processed. Only passed on here: whoever knows more derives from it.
+/// What is known before a picture is processed. Only passed on here; a library with more to say derives from it.
 class ORVO_EXPORT PreProcessInfo
 {
 public:
@@ -41,7 +41,7 @@ public:
     PreReleaseInfo& operator=(const PreReleaseInfo&) = default;
 };
 
-/// Settings beyond parameters. Only passed on here: whoever knows more derives from it.
+/// Settings beyond parameters. Only passed on here; a library with more to say derives from it.
 class ORVO_EXPORT EffectAdditionalSettings
 {
 public:
@@ -51,7 +51,7 @@ public:
     EffectAdditionalSettings& operator=(const EffectAdditionalSettings&) = default;
 };
 
-/// What an effect works within. Only passed on here: whoever knows more derives from it.
+/// The surroundings of an effect. Only passed on here; a library with more to say derives from it.
 class ORVO_EXPORT EffectContext
 {
 public:
@@ -61,21 +61,21 @@ public:
     EffectContext& operator=(const EffectContext&) = default;
 };
 
-/// A part of a picture of `size`, for the question which other part it is made from or goes into.
+/// A part of a picture of `size`, to map between the input and the output of an effect.
 struct ORVO_EXPORT GetRectParameters
 {
     _Rect<int> rect;
     _Size<int> size;
 };
 
-/// How the result of an effect is mixed with what it was made from.
+/// How the result of an effect is mixed with its input.
 struct ORVO_EXPORT EffectsBlendData
 {
     float opacity = 1.0f; ///< 0 to 1
     BlendModeType mode = BlendModeType::Normal;
 };
 
-/// What became of an effect in a run.
+/// Whether a run processed an effect.
 struct ORVO_EXPORT EffectProcessInfo
 {
     std::string effectID;

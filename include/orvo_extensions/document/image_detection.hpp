@@ -1,11 +1,11 @@
-/// What finds things in pictures, as seen from outside.
+/// Interface of detectors of objects in pictures.
 #pragma once
 
 #include <orvo_common/export.hpp>
 
 namespace orvo {
 
-/// Abstract. A detector derives from it and adds what it answers.
+/// Abstract. A detector derives from it and adds its results.
 class ORVO_EXPORT ImageDetectionPublicInterface
 {
 public:

@@ -10,7 +10,7 @@
 
 namespace orvo {
 
-/// What takes the faults of a lens out of a picture, one transformation each.
+/// Corrections of a lens, one transformation each.
 struct ORVO_EXPORT LensCorrectionData
 {
     std::shared_ptr<const Transformation> distortion;
@@ -28,7 +28,7 @@ public:
 
     [[nodiscard]] Transforms getFaceSculptOperations() const { return faceSculpt; }
     void setFaceSculptOperations(Transforms operations) { faceSculpt = std::move(operations); }
-    /// Those of the lens correction that are there.
+    /// The lens corrections that are set.
     [[nodiscard]] Transforms getLensCorrectionOperations() const;
     void setLensCorrection(LensCorrectionData data) { lensCorrection = std::move(data); }
     /// Either half of the lens correction is missing.

@@ -1,4 +1,4 @@
-/// What runs a document's layers, as seen from outside.
+/// Interfaces of the processor that runs a document's layers.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -8,22 +8,22 @@
 
 namespace orvo {
 
-/// Which pixels a view marks. Other values belong to whoever draws the marks.
+/// Which pixels a view marks. Further values belong to the library that draws the marks.
 enum class OverlayPixelsType : std::int32_t
 {
     None = 0,
 };
 
-/// Abstract. Whoever runs layers derives from it and adds what running needs.
+/// Abstract. The library that runs layers derives from it.
 class ORVO_EXPORT ImageProcessorInterface
 {
 public:
     virtual ~ImageProcessorInterface() = 0;
-    /// The person that edits are limited to. Here: 0.
+    /// The number of the person that edits are limited to. Here: 0.
     [[nodiscard]] virtual int getCurrentPersonIndex() const;
-    /// The effect that the user is at. Here: empty.
+    /// The identifier of the effect that the user works with. Here: empty.
     [[nodiscard]] virtual std::string getFirstCurrentEffectID() const;
-    /// All layers become what they were before any edit. Here: nothing.
+    /// Resets all layers to the state before any edit. Here: nothing.
     virtual void resetAllLayers();
 
 protected:
@@ -44,11 +44,11 @@ protected:
     iCacheProcessor& operator=(const iCacheProcessor&) = default;
 };
 
-/// What a view shows of a processor's picture. Whoever runs layers derives from it.
+/// What a view shows of a processor's picture. The library that runs layers derives from it.
 class ORVO_EXPORT ImageProcessor : public ImageProcessorInterface
 {
 public:
-    /// The layer that edits go to.
+    /// The index of the layer that edits go to.
     [[nodiscard]] int getCurrentLayerIndex() const { return currentLayerIndex; }
     void setCurrentLayerIndex(int index) { currentLayerIndex = index; }
     /// By EXIF's numbers.

@@ -10,12 +10,12 @@
 
 namespace orvo {
 
-/// Hands out the one Image of a file: it is opened at the first question and kept. Who knows how to open a file makes
-/// the provider and gives it that way. Every member is usable from any thread.
+/// Provides the one Image of a file: opens it at the first call and keeps it. The loader that creates a provider passes
+/// in how to open the file. Every member is usable from any thread.
 class ORVO_EXPORT ImageProvider
 {
 public:
-    /// Opens a file; empty if that fails.
+    /// Opens a file; returns an empty pointer if that fails.
     using Opener = std::function<std::shared_ptr<Image>(const std::filesystem::path& file)>;
 
     /// `raw`: the file is a camera's raw file. An empty opener opens nothing.
@@ -24,8 +24,8 @@ public:
     ImageProvider(const ImageProvider&) = delete;
     ImageProvider& operator=(const ImageProvider&) = delete;
 
-    /// The same image at every call; a second caller waits for the first. Empty if the file cannot be opened, which is
-    /// tried again at the next call. What the opener throws comes out.
+    /// Returns the same image at every call; a second caller waits for the first. Empty if the file cannot be opened;
+    /// the next call tries again. Passes on what the opener throws.
     [[nodiscard]] std::shared_ptr<Image> image();
     [[nodiscard]] std::filesystem::path filePath() const { return path; }
     [[nodiscard]] bool isRaw() const { return raw; }

@@ -21,12 +21,12 @@ public:
     Layer(const Layer&);
     Layer& operator=(const Layer&);
 
-    /// `processor` is the caller's and outlives the layer, or is taken away by a null pointer.
+    /// The caller owns `processor`, which must outlive the layer or be replaced; null removes it.
     void setProcessorAdaptor(ProcessorAdaptor* processor) { adaptor = processor; }
     [[nodiscard]] ProcessorAdaptor* getProcessorAdaptor() const { return adaptor; }
-    /// The adaptor's; empty without an adaptor.
+    /// The adaptor's base identifier; empty without an adaptor.
     [[nodiscard]] std::shared_ptr<const Identifier> getBaseUUID() const;
-    /// Goes to the adaptor; without one nothing happens.
+    /// Forwards to the adaptor; does nothing without one.
     void setClearCache(bool clear);
     [[nodiscard]] const ProcessConfig& getProcessConfig() const { return config; }
 

@@ -1,4 +1,4 @@
-/// What an effect can be set to.
+/// The parameters of effects.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -22,11 +22,11 @@ class ORVO_EXPORT Parameters
 {
 public:
     Parameters();
-    /// As set() one after the other: of several with one name the last one counts.
+    /// Equivalent to set() for each in turn: of several with one name the last one counts.
     explicit Parameters(const std::vector<Parameter>& list);
 
     [[nodiscard]] const std::vector<Parameter>& list() const { return entries; }
-    /// The value of `name`, `otherwise` if it has none.
+    /// The value of `name`, or `otherwise` if there is no such parameter.
     [[nodiscard]] float value(const std::string& name, float otherwise) const;
     /// Replaces the value of that name, or appends it.
     void set(const Parameter& parameter);
@@ -37,15 +37,15 @@ private:
     std::vector<Parameter> entries;
 };
 
-/// Of an effect: its identifier and what its parameters start from.
+/// An effect's identifier and the initial values of its parameters.
 struct ORVO_EXPORT EffectProperties
 {
     std::string effectID;
     Parameters defaults;
 };
 
-/// What parameters refer to, such as the picture that they were found for. Only passed on here: whoever knows more
-/// derives from it.
+/// What parameters refer to, such as the picture that they were computed for. Only passed on here; a library with more
+/// to say derives from it.
 class ORVO_EXPORT EffectParametersContext
 {
 public:

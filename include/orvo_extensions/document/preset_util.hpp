@@ -1,4 +1,4 @@
-/// Handles of presets and of document states. Both can be assigned, and nothing more is fixed of them here: whoever
+/// Handles of presets and of document states. Both can be assigned, and nothing else is fixed here: a library that
 /// fills them derives from them.
 #pragma once
 

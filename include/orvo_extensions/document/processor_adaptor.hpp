@@ -1,4 +1,4 @@
-/// What a layer sees of the processor that it belongs to.
+/// A layer's access to the processor that it belongs to.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -13,7 +13,7 @@
 
 namespace orvo {
 
-/// Copies have their own table and share its masks.
+/// Copies have their own table and share the masks in it.
 class ORVO_EXPORT ProcessorAdaptor
 {
 public:
@@ -27,7 +27,7 @@ public:
     ProcessorAdaptor& operator=(const ProcessorAdaptor&);
 
     [[nodiscard]] const std::shared_ptr<const Identifier>& getBaseUUID() const { return baseUUID; }
-    /// Asks for a run without what is cached.
+    /// Requests that the next run ignores what is cached.
     void setClearCache(bool clear) { clearCache = clear; }
     [[nodiscard]] bool isClearCache() const { return clearCache; }
     /// A copy of the table.
@@ -38,7 +38,7 @@ public:
     }
 
 protected:
-    /// What of a mask is to be seen in that view. Here: empty.
+    /// The visible part of a mask in that view. Here: empty.
     [[nodiscard]] virtual std::shared_ptr<_ImageData<float>> getMaskPreview(const ResizeParameters& view);
 
 private:

@@ -1,4 +1,4 @@
-/// The small values that go between layers, an image processor and whoever shows its pictures.
+/// Small values that layers, an image processor and a view exchange.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -10,7 +10,7 @@
 
 namespace orvo {
 
-/// How a layer is to be processed. Only carried here.
+/// How to process a layer. Only carried here.
 struct ORVO_EXPORT ProcessConfig
 {
     std::int32_t mode = 1;
@@ -23,10 +23,10 @@ struct ORVO_EXPORT RenderResult
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
     std::shared_ptr<const _ImageData<PixelRGB<float>>> unedited; ///< before any edit; may be empty
-    bool final = false;                                          ///< nothing more is to come for this render
+    bool final = false;                                          ///< no further result follows for this render
 };
 
-/// How a picture is to be rendered. Only carried here.
+/// How to render a picture. Only carried here.
 struct ORVO_EXPORT RenderConfig
 {
     bool flag = false;

@@ -1,4 +1,4 @@
-/// A tool: a name and the effects that it is made of.
+/// A tool: a name and its effects.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -12,7 +12,7 @@ namespace orvo {
 class ORVO_EXPORT ToolDescription
 {
 public:
-    /// `effectIDs`: identifiers of effects (effect_identifiers.hpp), in the order in which they are applied.
+    /// `effectIDs`: identifiers of effects (effect_identifiers.hpp), in the order of application.
     ToolDescription(const std::vector<std::string>& effectIDs, const std::string& toolName);
     virtual ~ToolDescription();
     ToolDescription(const ToolDescription&);

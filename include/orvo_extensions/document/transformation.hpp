@@ -1,4 +1,4 @@
-/// Geometric changes that an effect or a layer makes, in the order in which they are made.
+/// Geometric transformations of effects and layers.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -18,7 +18,7 @@ class ORVO_EXPORT Transformation
 {
 public:
     virtual ~Transformation();
-    /// The numbers of the transformation, in an order that its type fixes.
+    /// The coefficients, in an order that the type fixes.
     [[nodiscard]] virtual std::vector<float> serialize() const = 0;
     [[nodiscard]] virtual TransformationType getType() const = 0;
 
@@ -28,7 +28,7 @@ protected:
     Transformation& operator=(const Transformation&) = default;
 };
 
-/// x' = a x + c y + e, y' = b x + d y + f; the identity at first.
+/// x' = a x + c y + e, y' = b x + d y + f; initially the identity.
 class ORVO_EXPORT AffineTransformation : public Transformation
 {
 public:
@@ -50,7 +50,7 @@ public:
     float f = 0.0f;
 };
 
-/// In the order in which they are applied.
+/// In the order of application.
 using Transforms = std::vector<std::shared_ptr<const Transformation>>;
 
 } // namespace orvo

@@ -157,8 +157,8 @@ TEST(AdjustmentLayer, ListsItsEffectsInOrder)
     const auto second = std::make_shared<PlainEffect>("second");
     layer.addEffect(first);
     layer.addEffect(second);
-    layer.addEffect(first);
-    EXPECT_THAT(layer.getEffects(), ElementsAre(first, second, first));
+    layer.addEffect(second);
+    EXPECT_THAT(layer.getEffects(), ElementsAre(first, second, second));
     EXPECT_THROW(layer.addEffect(nullptr), std::invalid_argument);
     static_assert(std::is_same_v<decltype(layer.getEffects()), std::vector<std::shared_ptr<Effect>>>);
     EXPECT_EQ(layer.defaultMaskValue(), 1.0f);

@@ -15,5 +15,7 @@ configure_package_config_file(cmake/orvo_extensionsConfig.cmake.in ${CMAKE_BINAR
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/orvo_extensionsConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/orvo_extensionsConfig.cmake ${CMAKE_BINARY_DIR}/orvo_extensionsConfigVersion.cmake
   DESTINATION ${PACKAGE_FOLDER})
+# pkg-config finds the prefix from where its file lies, so that the whole tree can be installed or moved anywhere.
+file(RELATIVE_PATH ORVO_PREFIX_FROM_PKGCONFIG "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 configure_file(cmake/orvo_extensions.pc.in ${CMAKE_BINARY_DIR}/orvo_extensions.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/orvo_extensions.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -3,6 +3,7 @@
 
 #include <orvo_common/export.hpp>
 #include <orvo_core/image_data.hpp>
+#include <orvo_extensions/document/effect.hpp>
 
 #include <atomic>
 #include <memory>
@@ -11,9 +12,28 @@
 namespace orvo {
 
 /// Finds faces and removes their blur: from the lens, the focus, or the softness of enlarged pictures.
-class ORVO_EXPORT DeblurAIEffect
+///
+/// As an effect of a document it has three parameters: "amount", 0 to 1, default 1, and "profiles" and "features", each
+/// on by default and off at 0; deblurFaces() explains them.
+class ORVO_EXPORT DeblurAIEffect : public Effect
 {
 public:
+    DeblurAIEffect();
+    ~DeblurAIEffect() override;
+    DeblurAIEffect(const DeblurAIEffect&);
+
+    /// Runs deblurFaces() on the whole of `call.source` and writes to `call.result`, which it creates if it is empty:
+    /// inside `call.rect` the source mixed with the sharpened picture by `call.blend.opacity`, outside the source.
+    /// Returns false if the run was cancelled, if there is no source, or, after a log line of level Error, if the
+    /// result differs in size from the source. Polls `call.cancelRun` all the time and `call.cancelEffect` before and
+    /// after the work. Throws as deblurFaces() does.
+    bool processImage(EffectCallContext& call) override;
+    /// Drops what the base keeps; deblurFaces() keeps nothing between runs.
+    void clearCache() override;
+    [[nodiscard]] std::shared_ptr<Effect> clone() const override;
+    /// False at an amount of 0.
+    [[nodiscard]] bool isNeedProcessing() const override;
+
     /// Returns a new picture, `image` with its faces sharpened; same size, same profile. `image` is not changed.
     ///
     /// Example:
@@ -51,6 +71,9 @@ public:
     [[nodiscard]] static std::shared_ptr<_ImageData<PixelRGB<float>>>
     deblurFaces(const std::string& id, const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, float amount,
                 bool profiles, bool features, const std::atomic<bool>* cancel);
+
+protected:
+    [[nodiscard]] const std::vector<std::string> amountParameters() const override;
 };
 
 } // namespace orvo

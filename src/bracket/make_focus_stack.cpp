@@ -2,6 +2,7 @@
 #include "frame/call_frame.hpp"
 
 #include <orvo_extensions/focus_stack.hpp>
+#include <orvo_logger/logstream.hpp>
 
 namespace orvo {
 namespace {

@@ -194,7 +194,7 @@ TEST(FramesFailures, EachFileHasItsOwnReason)
     const Paths paths = {test::textFile(folder / "letter.tif"), folder / "nowhere.tif"};
     const FramesJobResult result = framesJob(paths);
     ASSERT_EQ(result.unreadable.size(), 2u);
-    EXPECT_THAT(result.unreadable[0].reason, HasSubstr("letter.tif: a picture file was expected"));
+    EXPECT_THAT(result.unreadable[0].reason, HasSubstr("letter.tif: expected a picture file"));
     EXPECT_THAT(result.unreadable[1].reason, HasSubstr("nowhere.tif: there is no such file"));
     ASSERT_TRUE(result.failure.has_value());
     EXPECT_EQ(result.failure->kind, FailureKind::UnreadableFile);
@@ -254,7 +254,7 @@ TEST(TwoJobsAtATime, HaveTheirOwnWarnings)
     orvosettings().remove("Faces.cascades");
     EXPECT_THAT(withoutFaces, testing::IsEmpty());
     EXPECT_THAT(withFaces, testing::SizeIs(kAttempts));
-    EXPECT_THAT(withFaces, testing::Each(HasSubstr("no faces are looked for")));
+    EXPECT_THAT(withFaces, testing::Each(HasSubstr("cannot search for faces")));
 }
 
 } // namespace

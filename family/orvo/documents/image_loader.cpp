@@ -100,8 +100,8 @@ Failure noPicture(const std::filesystem::path& path)
     const auto status = std::filesystem::status(path, error);
     const char* const sentence = !std::filesystem::exists(status) ? "there is no such file"
                                  : std::filesystem::is_directory(status)
-                                     ? "a picture file was expected, a folder was found"
-                                     : "a picture file was expected, something else was found";
+                                     ? "expected a picture file, found a folder"
+                                     : "expected a picture file, found something else";
     return {FailureKind::UnreadableFile, path, sentence};
 }
 

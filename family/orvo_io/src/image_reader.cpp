@@ -31,6 +31,8 @@ void warn(const std::filesystem::path& path, const std::string& text)
 Failure readFailure(const std::filesystem::path& path) noexcept
 {
     Failure failure = failureOfException();
+    if (failure.kind == FailureKind::Cancelled)
+        return failure; // is about no file
     try {
         failure.file = path;
         if (failure.kind == FailureKind::OutOfMemory)

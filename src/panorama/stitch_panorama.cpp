@@ -288,7 +288,12 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                 const std::function<void(float)>& progress, const std::function<bool()>& cancel)
 {
-    const RunControl run(cancel, progress);
+    // By reference: a copy of the functions may need memory, outside of the frame.
+    const RunControl run([&cancel] { return cancel && cancel(); },
+                         [&progress](float share) {
+                             if (progress)
+                                 progress(share);
+                         });
     return runInCallFrame("stitchPanorama", run, [&] { return stitched(source, output, run); });
 }
 

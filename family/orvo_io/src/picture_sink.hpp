@@ -41,10 +41,10 @@ struct SampleLayout
 
 struct SinkSettings
 {
-    std::shared_ptr<ColorProfile> source; // of the file; empty with four colours: plain ink without a profile
-    std::shared_ptr<ColorProfile> target; // of the result
-    int orientation = 1;                  // EXIF: 1..8
-    int reduction = 1;                    // side of the square of samples averaged into one, in encoded values
+    std::shared_ptr<ColorProfile> source;        // of the file; empty with four colours: plain ink without a profile
+    std::shared_ptr<ColorProfile> target;        // of the result
+    int orientation = 1;                         // EXIF: 1..8
+    int reduction = 1;                           // side of the square of samples averaged into one, in encoded values
     const RunControl* run = &RunControl::none(); // polled every few rows
 };
 

@@ -1,11 +1,12 @@
 /// Merging an exposure bracket, or a single frame, into one picture.
 ///
 /// Bracket operations run on the caller's thread and wait for their own parallel loops. make_HDR lets no exception
-/// out: it answers empty pointers, and the reason is in the log.
+/// out: it answers empty pointers, and lastFailure() says why.
 #pragma once
 
 #include <orvo_common/export.hpp>
 #include <orvo_core/image.hpp>
+#include <orvo_extensions/failure.hpp>
 
 #include <atomic>
 #include <cstdint>

@@ -4,6 +4,7 @@
 #include <orvo_common/export.hpp>
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image.hpp>
+#include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_extensions/warp_type.hpp>
 
@@ -139,10 +140,10 @@ struct StitchedPanorama
 ///             std::cerr << place.path << " fits none of the others\n";
 ///
 /// Blocks the calling thread. `progress`, 0 to 1, is called on it and may be empty, as may `cancel`, which is polled
-/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read (told in the log), if
+/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read, if
 /// fewer than two pictures fit together (then no picture has a place), or if what they show is beyond the projection's
-/// reach; an exception is logged and answered with an empty result. Peak: the pictures in 16 bit, and twice the
-/// panorama in 16 bit and once in floats, or twice in floats.
+/// reach, and lastFailure() says which of these; an exception is logged and answered with an empty result. Peak: the
+/// pictures in 16 bit, and twice the panorama in 16 bit and once in floats, or twice in floats.
 [[nodiscard]] ORVO_EXPORT StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                                           const std::function<void(float)>& progress,
                                                           const std::function<bool()>& cancel);

@@ -2,23 +2,23 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_common/wide_path.hpp>
+#include <orvo_core/parallel.hpp>
 #include <orvo_logger/logstream.hpp>
-
-#include <tbb/parallel_for.h>
 
 #include <algorithm>
 
 namespace orvo {
 namespace {
 
-template <typename Frame, typename Cancelled>
+template <typename Frame>
 std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
-                               const Cancelled& cancelled)
+                               const RunControl& run)
 {
     std::vector<Frame> frames;
     for (const auto& path : paths) {
-        if (cancelled())
+        if (run.cancelled())
             return {};
         Frame frame = loadFrame<Frame>(path, flags, {}, lensCorrection);
         if (frame.image)
@@ -27,31 +27,33 @@ std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, 
     return frames;
 }
 
-template <typename Frame, typename Cancelled>
+template <typename Frame>
 std::vector<Frame> loadInParallel(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
-                                  const Cancelled& cancelled)
+                                  const RunControl& run)
 {
     std::vector<Frame> frames(paths.size());
     const auto loadOne = [&](std::size_t i) {
-        if (cancelled())
+        if (run.cancelled())
             return;
         Frame frame = loadFrame<Frame>(paths[i], flags, {}, lensCorrection);
         if (frame.image)
             frames[i] = std::move(frame);
     };
-    tbb::parallel_for(std::size_t{0}, paths.size(), loadOne, tbb::auto_partitioner());
-    if (cancelled())
+    forEachItem(paths.size(), loadOne);
+    if (run.cancelled())
         return {};
     return frames;
 }
 
-template <typename Frame, typename Cancelled>
+template <typename Frame>
 std::vector<Frame> loadAll(const std::vector<std::filesystem::path>& paths, ImageReaderOpenFlag flags, bool sequential,
-                           bool lensCorrection, int referenceIndex, const Cancelled& cancelled)
+                           bool lensCorrection, int referenceIndex, const RunControl& run)
 {
     const int flagBits = static_cast<int>(flags);
-    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(paths, flagBits, lensCorrection, cancelled)
-                                           : loadInParallel<Frame>(paths, flagBits, lensCorrection, cancelled);
+    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(paths, flagBits, lensCorrection, run)
+                                           : loadInParallel<Frame>(paths, flagBits, lensCorrection, run);
+    if (run.wasCancelled())
+        details::stateFailure(cancelledFailure());
     // The index counts paths; where files dropped out of a raw series it may lie beyond the frames.
     const bool isPath = referenceIndex >= 0 && static_cast<std::size_t>(referenceIndex) < paths.size();
     if (isPath && static_cast<std::size_t>(referenceIndex) < frames.size())
@@ -68,6 +70,7 @@ Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, b
                                                     std::string(), -1);
     if (!image) {
         LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << wideFromPath(path));
+        details::stateLastFailure({FailureKind::UnreadableFile, path, "the picture cannot be read"});
         return {};
     }
     Frame frame;
@@ -87,7 +90,7 @@ std::vector<HDRFrame> loadFrames(const std::vector<std::filesystem::path>& paths
                                  ImageReaderOpenFlag flags, bool sequential)
 {
     return loadAll<HDRFrame>(paths, flags, sequential, settings.lensCorrection, settings.ghostRefImageIdx,
-                             [&] { return settings.canceled(); });
+                             RunControl([&] { return settings.canceled(); }));
 }
 
 std::vector<FocusStackerFrame> loadFrames(const std::vector<std::filesystem::path>& paths,
@@ -95,7 +98,7 @@ std::vector<FocusStackerFrame> loadFrames(const std::vector<std::filesystem::pat
                                           bool sequential)
 {
     return loadAll<FocusStackerFrame>(paths, flags, sequential, settings.rawAutoCorrection.lensCorrection,
-                                      settings.ghostReduction.referenceIndex, [] { return false; });
+                                      settings.ghostReduction.referenceIndex, RunControl());
 }
 
 bool areAllRaw(const std::vector<std::filesystem::path>& paths)

@@ -8,6 +8,7 @@
 #include "sources/panorama_images_provider.hpp"
 #include "sources/panorama_video_provider.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_extensions/panorama.hpp>
@@ -213,6 +214,13 @@ private:
 
     struct FullSizeParts; // rendering keeps nothing beyond one call
 
+    static CancelFunction required(CancelFunction cancel)
+    {
+        if (!cancel)
+            throw std::bad_function_call();
+        return cancel;
+    }
+
     std::variant<PanoramaImagesProvider, PanoramaHDRProvider, PanoramaVideoProvider> source;
     bool useDevignette = false;
     FeatureFinding featureFinding;
@@ -226,16 +234,17 @@ private:
     bool isLastDrawing = false;
 
     [[nodiscard]] std::size_t compositionFrameCount() const;
+    bool registerPictures(const std::vector<cv::Mat>& sources, const RunControl& run);
 
     // Features.
-    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures(const CancelFunction& cancel);
+    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures(const RunControl& run);
     void keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
-                              std::vector<cv::detail::MatchesInfo>& pairwise, const CancelFunction& cancel);
+                              std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
 
     // Cameras.
     void makeMasks();
     bool refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
-                       const std::vector<cv::detail::MatchesInfo>& pairwise, const CancelFunction& cancel);
+                       const std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
     void straighten();
     void pointAtTheScene();
     [[nodiscard]] float sphereScale() const { return registered.warpedImageScale / registered.workScale; }
@@ -244,15 +253,15 @@ private:
     // Seam scale, in the order of the steps.
     [[nodiscard]] double seamScale() const;
     void prepareWarpedImages();
-    bool findSeams(const CancelFunction& cancel);
+    bool findSeams(const RunControl& run);
     void cutSeamsOfCompositionFrame(std::vector<cv::UMat>& seamMasks, std::int32_t frame, std::size_t baseCount) const;
     void applyDevignette();
     void prepareExposureCompensator();
 
     // Rendering: the sphere.
     cv::Rect composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
-                        const CancelFunction& cancel);
-    bool warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size, const CancelFunction& cancel);
+                        const RunControl& run);
+    bool warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size, const RunControl& run);
     void applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image, cv::InputArray mask,
                                    const cv::Rect& rect, const cv::Size& size);
 
@@ -260,7 +269,7 @@ private:
     [[nodiscard]] bool reprojectionNeeded() const;
     void prepareRotateImage();
     bool reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask, cv::Rect& shown,
-                   const CancelFunction& cancel);
+                   const RunControl& run);
     cv::Rect copyFromRotateImage(const cv::Rect& part, const cv::Size& size, const cv::Rect& sphere, cv::Mat& picture,
                                  cv::Mat& mask);
 };

@@ -96,10 +96,10 @@ _Rect<int> boundsOf(const _Size<int>& size, const IsContent& isContent)
 }
 
 // The part of `searched` that holds the content; empty if there is none.
-_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const std::function<bool()>& cancel)
+_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const RunControl& run)
 {
     const _Size<int> size = scaledTo(searched.size(), kSearchSide);
-    const Panorama drawn = stitcher.makePanorama(searched, size, false, cancel);
+    const Panorama drawn = stitcher.makePanorama(searched, size, false, [&run] { return run.cancelled(); });
     if (!drawn.mask)
         return {};
     const _Rect<int> seen = boundsOf(drawn.mask->size(), [&](int x, int y) { return drawn.mask->row(y)[x] > 0.0f; });
@@ -227,22 +227,22 @@ std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>
 
 // All that the registered pictures show; empty if cancelled, or if it lies outside of the projection.
 std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher,
-                                                     const std::function<void(float)>& tell,
-                                                     const std::function<bool()>& cancel)
+                                                     const RunControl& run)
 {
     stitcher.setWarpType(warpNumberOf(output.projection));
     const double radius = static_cast<double>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
-    const _Rect<int> content = contentOf(stitcher, searchedRect(stitcher, output.projection, radius), cancel);
-    if (content == _Rect<int>() || cancel())
+    const _Rect<int> content = contentOf(stitcher, searchedRect(stitcher, output.projection, radius), run);
+    if (content == _Rect<int>() || run.cancelled())
         return {};
-    tell(kFound);
+    run.report(kFound);
     const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
     PlanePart part{content, {limited.width, limited.height}};
     if (output.maxSize > 0)
         part.size = scaledTo(part.size, std::max(output.maxSize, kSmallestSide));
     stitcher.drawOnceMore();
-    const Panorama drawn = stitcher.makePanorama(part.rect, part.size, cancel, part.size);
-    if (!drawn.image || !drawn.mask || drawn.roi.empty() || cancel())
+    const Panorama drawn = stitcher.makePanorama(
+        part.rect, part.size, [&run] { return run.cancelled(); }, part.size);
+    if (!drawn.image || !drawn.mask || drawn.roi.empty() || run.cancelled())
         return {};
     auto picture = finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
     if (picture && output.maxSize > 0 && output.maxSize < kSmallestSide)
@@ -250,35 +250,36 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
     return picture;
 }
 
-StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output,
-                          const std::function<void(float)>& progress, const std::function<bool()>& cancelOrNothing)
+StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output, const RunControl& run)
 {
-    const auto tell = [&progress](float share) {
-        if (progress)
-            progress(share);
-    };
-    const std::function<bool()> cancel = cancelOrNothing ? cancelOrNothing : [] { return false; };
     StitchedPanorama result;
     result.projection = output.projection;
     for (const auto& file : source.files)
         result.places.push_back({file, false, {}});
-    if (source.files.empty())
+    if (source.files.empty()) {
+        details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
         return result;
+    }
 
     PanoramaStitcher stitcher(source);
-    stitcher.setLoadCallback([&](float share) { tell(share * kLoaded); });
-    const bool registered = stitcher.loadImages(cancel);
+    stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
+    const bool registered = stitcher.loadImages([&run] { return run.cancelled(); });
     result.isRead = stitcher.getStatus() != 0;
-    if (!registered || cancel())
+    if (!registered || run.cancelled())
         return result;
-    tell(kRegistered);
+    run.report(kRegistered);
     tellPlaces(stitcher, result.places, orderOf(source.files));
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
-    const auto picture = drawnAs(output, stitcher, tell, cancel);
-    if (!picture)
+    const auto picture = drawnAs(output, stitcher, run);
+    if (!picture) {
+        details::stateFailure({FailureKind::UnfittingPictures,
+                               {},
+                               "the pictures fit together, but what they show lies outside of this projection; the "
+                               "spherical one holds everything"});
         return result;
+    }
     result.image = CreateOrvoImage(picture, metadataOf(result.places, picture->size()));
-    tell(1.0f);
+    run.report(1.0f);
     return result;
 }
 
@@ -287,7 +288,13 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                 const std::function<void(float)>& progress, const std::function<bool()>& cancel)
 {
-    return runInCallFrame("stitchPanorama", [&] { return stitched(source, output, progress, cancel); });
+    // By reference: a copy of the functions may need memory, outside of the frame.
+    const RunControl run([&cancel] { return cancel && cancel(); },
+                         [&progress](float share) {
+                             if (progress)
+                                 progress(share);
+                         });
+    return runInCallFrame("stitchPanorama", run, [&] { return stitched(source, output, run); });
 }
 
 } // namespace orvo

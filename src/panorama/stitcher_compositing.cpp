@@ -69,7 +69,7 @@ struct PanoramaStitcher::FullSizeParts
 
 // Warps every picture that reaches the rectangle. False if cancelled.
 bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size,
-                                    const CancelFunction& cancel)
+                                    const RunControl& run)
 {
     const double sx = static_cast<double>(rect.width) / size.width;
     const double sy = static_cast<double>(rect.height) / size.height;
@@ -87,7 +87,7 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         for (std::vector<cv::Mat>* const list : {&registered.images, &registered.masks})
             std::fill(list->begin(), list->end(), cv::Mat());
     for (std::size_t i = 0; i < images.size(); ++i) {
-        if (cancel())
+        if (run.cancelled())
             return false;
         const auto entry = warped.warpedIndex.find(static_cast<std::int32_t>(i));
         if (entry == warped.warpedIndex.end())
@@ -159,9 +159,9 @@ void PanoramaStitcher::applyExposureCompensation(int index, cv::Point corner, cv
 }
 
 cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
-                                      cv::OutputArray mask, const CancelFunction& cancel)
+                                      cv::OutputArray mask, const RunControl& run)
 {
-    if (cancel())
+    if (run.cancelled())
         return {};
     const auto drawNothing = [&] {
         for (const cv::_OutputArray* output : {&image, &mask}) {
@@ -173,7 +173,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     if (registered.images.empty() || rect.empty() || size.empty())
         return drawNothing();
     prepareWarpedImages();
-    if (!findSeams(cancel))
+    if (!findSeams(run))
         return {};
     applyDevignette();
     prepareExposureCompensator();
@@ -201,14 +201,14 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         return drawNothing();
 
     FullSizeParts parts;
-    if (!warpFullSize(parts, wide, wideSize, cancel))
+    if (!warpFullSize(parts, wide, wideSize, run))
         return {};
     if (parts.entries.empty())
         return drawNothing();
     const cv::Rect resultRect = cv::detail::resultRoi(parts.corners, parts.sizes);
 
     for (std::size_t i = 0; i < parts.entries.size(); ++i) {
-        if (cancel())
+        if (run.cancelled())
             return {};
         cv::UMat seamed = parts.wholeMasks[i].clone();
         if (!parts.seams[i].empty()) {
@@ -233,7 +233,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     for (std::size_t i = 0; i < parts.entries.size(); ++i)
         applyExposureCompensation(parts.entries[i], parts.corners[i], parts.pictures[i], parts.seamed[i], wide,
                                   wideSize);
-    if (cancel())
+    if (run.cancelled())
         return {};
 
     const cv::Ptr<cv::detail::Blender> blender = blenderFor(blendWidth);
@@ -263,7 +263,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         handOver(result, image);
         handOver(resultMask, mask);
     }
-    if (cancel())
+    if (run.cancelled())
         return {};
     return shown;
 }
@@ -278,7 +278,8 @@ cv::Size PanoramaStitcher::limitOutputSize(const cv::Size& size)
 cv::Rect PanoramaStitcher::makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
                                            cv::OutputArray mask, CancelFunction cancel)
 {
-    const auto compose = [&] { return composeRaw(rect, size, image, mask, cancel); };
+    const RunControl run(required(std::move(cancel)));
+    const auto compose = [&] { return composeRaw(rect, size, image, mask, run); };
     if (registered.images.empty())
         return compose();
     return composeOnDevice(readDeviceMemory, compose, registered.images, size, functionSignature());

@@ -28,7 +28,7 @@ constexpr double kNoConfidenceLimit = DBL_MAX;
 
 } // namespace
 
-std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const CancelFunction& cancel)
+std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const RunControl& run)
 {
     cv::Ptr<cv::Feature2D>& finder = featureFinding.finder;
     if (finder.empty())
@@ -39,7 +39,7 @@ std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const Canc
     for (const cv::Mat& image : registered.images) {
         if (image.empty())
             continue;
-        if (cancel && cancel())
+        if (run.cancelled())
             return {};
         if (workScale < 0.0f)
             workScale = static_cast<float>(std::min(1.0, std::sqrt(kWorkPixels / (1.0 * image.rows * image.cols))));
@@ -57,8 +57,7 @@ std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const Canc
 
 // Leaves the pictures that fit together, and their features and matches. None if cancelled.
 void PanoramaStitcher::keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
-                                            std::vector<cv::detail::MatchesInfo>& pairwise,
-                                            const CancelFunction& cancel)
+                                            std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run)
 {
     cv::Ptr<CancellableMatcher>& matcher = featureFinding.matcher;
     if (matcher.empty())
@@ -67,7 +66,7 @@ void PanoramaStitcher::keepBiggestComponent(std::vector<cv::detail::ImageFeature
     registered.indices.clear();
     // OpenCV does not expect to be asked about no picture at all.
     if (!features.empty()) {
-        const bool isMatched = matcher->matchAll(features, pairwise, cancel);
+        const bool isMatched = matcher->matchAll(features, pairwise, run);
         matcher->collectGarbage();
         if (isMatched)
             registered.indices = cv::detail::leaveBiggestComponent(features, pairwise, kMatchConfidence);

@@ -64,6 +64,20 @@ void PanoramaStitcher::makeMasks()
 
 bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel)
 {
+    const RunControl run(cancel);
+    const bool isRegistered = registerPictures(sources, run);
+    if (run.wasCancelled())
+        details::stateFailure(cancelledFailure());
+    else if (!isRegistered)
+        details::stateFailure({FailureKind::UnfittingPictures,
+                               {},
+                               "the pictures do not fit together: fewer than two of them show enough of the same; "
+                               "neighbours should share a third"});
+    return isRegistered;
+}
+
+bool PanoramaStitcher::registerPictures(const std::vector<cv::Mat>& sources, const RunControl& run)
+{
     const OwnRandomNumbers ownRandomNumbers; // the same pictures give the same cameras every time
     registered.status = 2;                   // until proved otherwise: also what an exception leaves behind
     registered.masks.clear();
@@ -71,11 +85,11 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, cons
     registered.images = sources;
     isLastDrawing = false;
 
-    std::vector<cv::detail::ImageFeatures> features = findFeatures(cancel);
+    std::vector<cv::detail::ImageFeatures> features = findFeatures(run);
     std::vector<cv::detail::MatchesInfo> pairwise;
-    keepBiggestComponent(features, pairwise, cancel);
+    keepBiggestComponent(features, pairwise, run);
     makeMasks();
-    if (registered.images.size() < 2 || (cancel && cancel()))
+    if (registered.images.size() < 2 || run.cancelled())
         return false;
 
     const cv::Ptr<cv::detail::Estimator> estimator = cv::makePtr<cv::detail::HomographyBasedEstimator>(false);
@@ -83,7 +97,7 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, cons
         return false;
     for (auto& camera : registered.cameras)
         camera.R.convertTo(camera.R, CV_32F);
-    if (!refineCameras(features, pairwise, cancel))
+    if (!refineCameras(features, pairwise, run))
         return false;
     registered.warpedImageScale = medianFocal(registered.cameras);
     straighten();
@@ -93,9 +107,9 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, cons
 }
 
 bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
-                                     const std::vector<cv::detail::MatchesInfo>& pairwise, const CancelFunction& cancel)
+                                     const std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run)
 {
-    SparseRayAdjuster adjuster(cancel);
+    SparseRayAdjuster adjuster(run);
     adjuster.setConfThresh(static_cast<double>(kMatchConfidence));
     adjuster.setRefinementMask(cv::Mat::ones(3, 3, CV_8U));
     for (int i = 0; i < kAdjustmentTries; ++i) {
@@ -103,8 +117,8 @@ bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures
             if (adjuster(features, pairwise, registered.cameras))
                 return true;
         } catch (const SparseRayAdjuster::Hopeless&) {
-            continue; // as if it had counted to the last iteration
-        } catch (const SparseRayAdjuster::Cancelled&) {
+            continue;                   // as if it had counted to the last iteration
+        } catch (const FailureError&) { // cancelled
             return false;
         }
     }

@@ -4,6 +4,8 @@
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/warp_rows.hpp"
 
+#include <orvo_core/parallel.hpp>
+
 #include <opencv2/imgproc.hpp>
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -23,7 +25,7 @@ template <typename Body>
 void parallelRows(int rows, const Body& body)
 {
     tbb::task_group_context context(tbb::task_group_context::isolated);
-    tbb::parallel_for(
+    parallelFor(
         tbb::blocked_range<int>(0, rows),
         [&](const tbb::blocked_range<int>& range) {
             for (int row = range.begin(); row < range.end(); ++row)
@@ -180,6 +182,7 @@ void PanoramaStitcher::prepareRotateImage()
 Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
                                         CancelFunction cancel)
 {
+    const RunControl run(required(std::move(cancel)));
     const cv::Rect bounds = projectionBounds();
     const Request request{cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
                           cv::Size(size.width, size.height)};
@@ -191,13 +194,13 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     if (request.rect.empty() || request.size.empty() || registered.images.empty()) {
         // Nothing to draw.
     } else if (!reprojectionNeeded()) {
-        shown = makePanoramaRaw(request.rect, request.size, drawn, drawnMask, cancel);
+        shown = makePanoramaRaw(request.rect, request.size, drawn, drawnMask, [&run] { return run.cancelled(); });
         picture = drawn.getMat(cv::ACCESS_READ);
         mask = drawnMask.getMat(cv::ACCESS_READ);
-    } else if (!reproject(request.rect, request.size, picture, mask, shown, cancel)) {
+    } else if (!reproject(request.rect, request.size, picture, mask, shown, run)) {
         return {};
     }
-    if (cancel() || shown == cv::Rect())
+    if (run.cancelled() || shown == cv::Rect())
         return {};
     if (!keepCanvas)
         return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
@@ -211,7 +214,7 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
 }
 
 bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask,
-                                 cv::Rect& shown, const CancelFunction& cancel)
+                                 cv::Rect& shown, const RunControl& run)
 {
     const Request request{rect, size};
     const auto target = makeWarper(sphereScale(), view.warpKind);
@@ -227,14 +230,14 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
 
     cv::Mat mapX;
     cv::Mat mapY;
-    if (cancel())
+    if (run.cancelled())
         return false;
     sphereMaps(*target, out, request, mapX, mapY);
-    if (cancel())
+    if (run.cancelled())
         return false;
     const cv::Rect part = sphereRectangle(mapX, mapY, sphere);
     const cv::Size drawnSize = partSize(part, request);
-    if (cancel())
+    if (run.cancelled())
         return false;
     if (part.width <= 0 || part.height <= 0)
         return true;
@@ -247,13 +250,13 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     if (view.fastRender) {
         drawnRect = copyFromRotateImage(part, drawnSize, sphere, drawn, drawnMask);
     } else {
-        drawnRect = makePanoramaRaw(part, drawnSize, composed, composedMask, cancel);
+        drawnRect = makePanoramaRaw(part, drawnSize, composed, composedMask, [&run] { return run.cancelled(); });
         drawn = composed.getMat(cv::ACCESS_READ);
         drawnMask = composedMask.getMat(cv::ACCESS_READ);
     }
     if (drawnRect.width <= 0 || drawnRect.height <= 0)
         return true;
-    if (cancel())
+    if (run.cancelled())
         return false;
     const float fx = static_cast<float>(drawnSize.width) / static_cast<float>(part.width);
     const float fy = static_cast<float>(drawnSize.height) / static_cast<float>(part.height);
@@ -265,7 +268,7 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
             y[column] = (y[column] - static_cast<float>(part.y)) * fy - static_cast<float>(drawnRect.y);
         }
     });
-    if (cancel())
+    if (run.cancelled())
         return false;
     const cv::Rect covered = coveredRectangle(mapX, mapY, out, drawnRect.size());
     if (covered.empty())

@@ -103,7 +103,7 @@ void PanoramaStitcher::prepareWarpedImages()
 }
 
 // False if cancelled; the next call starts anew.
-bool PanoramaStitcher::findSeams(const CancelFunction& cancel)
+bool PanoramaStitcher::findSeams(const RunControl& run)
 {
     if (!seams.seamsDirty)
         return true;
@@ -125,7 +125,7 @@ bool PanoramaStitcher::findSeams(const CancelFunction& cancel)
             masks.push_back(made.seamMasks[j]); // shares its pixels: they are cut in place
             places.push_back(warped.corners[j]);
         }
-        return cutSeams(pictures, places, masks, kSeamBadRegionPenalty, cancel);
+        return cutSeams(pictures, places, masks, kSeamBadRegionPenalty, run);
     };
     if (!cutAmong(0, base))
         return false;

@@ -94,6 +94,7 @@ PanoramaImagesProvider::PanoramaImagesProvider(const PanoSource& source)
 std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled)
 {
     const std::string signature = functionSignature();
+    const RunControl run(requiredCancel(std::move(canceled)), progress);
     images.clear();
     images.resize(files.size());
     const SourceMedians medians = computeSourceMedians(files);
@@ -107,8 +108,8 @@ std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled
             return {};
         }
         images[i] = std::move(image);
-        progress(static_cast<float>(i + 1) * perFile);
-        if (canceled())
+        run.report(static_cast<float>(i + 1) * perFile);
+        if (run.cancelled())
             return {};
     }
     return images;

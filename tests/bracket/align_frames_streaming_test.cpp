@@ -3,6 +3,7 @@
 #include "bracket/inscribed_rect.hpp"
 #include "support/clouds.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
@@ -128,7 +129,7 @@ TEST(AlignFramesStreaming, KeepsTheColourProfile)
 
 TEST(AlignFramesStreaming, ASmallerFrameIsRefused)
 {
-    EXPECT_THROW(align({frameOf(textured(120, 100)), frameOf(textured(60, 50))}, 0), std::invalid_argument);
+    EXPECT_THROW(align({frameOf(textured(120, 100)), frameOf(textured(60, 50))}, 0), FailureError);
 }
 
 TEST(RegisterECC, TellsWhereTheReferenceLiesInTheFrame)

@@ -1,5 +1,6 @@
 #include <orvo/image_loader.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/identifier.hpp>
 #include <orvo_io/image_reader.hpp>
 
@@ -92,25 +93,59 @@ bool beginsLikePicture(const std::filesystem::path& path)
            isRawImageFile(path);
 }
 
-bool canceled(const StateSettings& state) { return state.canceled && state.canceled(); }
+// Why what does not begin like a picture is none.
+Failure noPicture(const std::filesystem::path& path)
+{
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    const char* const sentence = !std::filesystem::exists(status) ? "there is no such file"
+                                 : std::filesystem::is_directory(status)
+                                     ? "expected a picture file, found a folder"
+                                     : "expected a picture file, found something else";
+    return {FailureKind::UnreadableFile, path, sentence};
+}
 
-void developRaw(PicturePointer& picture, const Image& image, const StateSettings& state)
+void developRaw(PicturePointer& picture, const Image& image, const RunControl& run)
 {
     const auto raw = image.getAdditionalRawMetadata();
     RawImageDevelop().develop(
         picture, picture, [&picture] { return toneThumbnail(*picture); }, image.metadata(),
-        raw ? raw->getAutoDetectedTone() : 0.0f, 1.0f, {}, false, [&state] { return canceled(state); });
+        raw ? raw->getAutoDetectedTone() : 0.0f, 1.0f, {}, false, [&run] { return run.cancelled(); });
 }
 
-} // namespace
-
-std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
+PicturePointer pictureOf(const Bytes& bytes, const StateSettings& state, const RunControl& run)
 {
-    if (!beginsLikePicture(path))
+    const Document document = Registry::instance().find(bytes);
+    if (!document.metadata) {
+        details::stateFailure({FailureKind::Internal, {}, "the bytes name no document"});
+        return nullptr;
+    }
+    if (run.cancelled())
+        return nullptr;
+    const auto image =
+        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, state.presets, -1);
+    if (!image) {
+        ImageLoader::dispose(bytes);
+        details::stateLastFailure({FailureKind::UnreadableFile, document.path, "the picture cannot be read"});
+        return nullptr;
+    }
+    PicturePointer picture = image->imageData({}, {}, true);
+    if (document.metadata->isRaw)
+        developRaw(picture, *image, run);
+    return run.cancelled() ? nullptr : picture;
+}
+
+Bytes registered(const std::filesystem::path& path)
+{
+    if (!beginsLikePicture(path)) {
+        details::stateFailure(noPicture(path));
         return {};
+    }
     auto metadata = ImageReader::readMetadata(path);
-    if (!metadata)
+    if (!metadata) {
+        details::stateLastFailure(noPicture(path));
         return {};
+    }
     if (metadata->isRaw) {
         auto developed = std::make_shared<ImageMetadata>(*metadata);
         developed->isDeveloped = true;
@@ -121,6 +156,13 @@ std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
     Bytes bytes;
     key->serialize(bytes);
     return bytes;
+}
+
+} // namespace
+
+std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
+{
+    return details::keepingFailure([&] { return registered(path); });
 }
 
 _Size<int> ImageLoader::getSize(const std::vector<unsigned char>& bytes)
@@ -134,19 +176,13 @@ void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::i
 std::shared_ptr<const _ImageData<PixelRGB<float>>> open(const std::vector<unsigned char>& bytes,
                                                         const StateSettings& state, const std::filesystem::path&)
 try {
-    const Document document = Registry::instance().find(bytes);
-    if (!document.metadata || canceled(state))
-        return nullptr;
-    const auto image =
-        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, state.presets, -1);
-    if (!image) {
-        ImageLoader::dispose(bytes);
-        return nullptr;
-    }
-    PicturePointer picture = image->imageData({}, {}, true);
-    if (document.metadata->isRaw)
-        developRaw(picture, *image, state);
-    return canceled(state) ? nullptr : picture;
+    return details::keepingFailure([&]() -> PicturePointer {
+        const RunControl run(state.canceled);
+        auto picture = pictureOf(bytes, state, run);
+        if (run.wasCancelled())
+            details::stateFailure(cancelledFailure());
+        return picture;
+    });
 } catch (...) {
     ImageLoader::dispose(bytes);
     throw;

@@ -42,8 +42,6 @@ constexpr float kShadowGuard = 0.02f;     // added to luminance before ratios, s
 constexpr float kLeastLuminance = -1.0f;  // pixels outside this range count as broken and stay unchanged
 constexpr float kMostLuminance = 16.0f;
 
-bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
 // Smooth step: 0 below `low`, 1 above `high`.
 template <typename T>
 T smoothStep(T low, T high, T v)
@@ -182,7 +180,7 @@ public:
     {}
 
     // Returns the measurements; empty if cancelled.
-    std::optional<Measures> run(const Face& face, const std::atomic<bool>* cancel)
+    std::optional<Measures> run(const Face& face, const RunControl& control)
     {
         const Work work(face, image);
         const cv::Size padded = transformSize(work.size);
@@ -194,7 +192,7 @@ public:
             return measures;
         {
             const FacePlane contrast(padded);
-            if (!lostDetail(change, contrast, measures.blur * work.scale, measures.noise, cancel))
+            if (!lostDetail(change, contrast, measures.blur * work.scale, measures.noise, control))
                 return std::nullopt;
             if (features)
                 weighFeatures(change, contrast, measures.noise, work, face);
@@ -288,22 +286,23 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
 {
     if (!image)
         throw std::invalid_argument("deblurFaces: no picture");
-    if (isSet(cancel))
+    const RunControl control(cancel);
+    if (control.cancelled())
         return {};
     const ScopedTimer timer("deblurFaces", 0);
     const float limited = amount > 0.0f ? std::min(amount, 1.0f) : 0.0f; // NaN gives 0
     if (limited <= 0.0f)
         return image->copy({});
-    const std::vector<Face> faces = findFaces(*image, profiles, cancel);
-    if (isSet(cancel))
+    const std::vector<Face> faces = findFaces(*image, profiles, control);
+    if (control.cancelled())
         return {};
     std::shared_ptr<Picture> result = image->copy({});
     FaceDeblurring deblurring(*image, *result, faces, limited, features);
     std::vector<Measures> measures;
     for (const Face& face : faces) {
-        if (isSet(cancel))
+        if (control.cancelled())
             return {};
-        const std::optional<Measures> measured = deblurring.run(face, cancel);
+        const std::optional<Measures> measured = deblurring.run(face, control);
         if (!measured)
             return {};
         measures.push_back(*measured);

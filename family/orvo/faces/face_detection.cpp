@@ -43,15 +43,6 @@ const char* const kCascadesKey = "Faces.cascades";
 const char* const kModelKey = "Faces.model";
 const char* const kDebianFolder = "/usr/share/opencv4"; // of Debian's package opencv-data
 
-bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
-void warn(const std::string& text)
-{
-    logstream line = __orvolog();
-    line << LogMessageType::Warning << text;
-    LOG(line);
-}
-
 unsigned char level(float v)
 {
     return static_cast<unsigned char>((v > 0.0f ? std::min(v, 1.0f) : 0.0f) * 255.0f + 0.5f); // NaN is black
@@ -131,10 +122,11 @@ std::optional<CascadeSet> loadCascades(bool profiles)
         for (const char* const name : {"lbpcascade_profileface.xml", "haarcascade_profileface.xml"})
             set.profile.push_back(files.load(name));
     if (!files.missing.empty())
-        warn("deblurFaces: " +
-             std::string(frontalComplete ? "cannot search for faces in profile"
-                                         : "cannot search for faces, the picture stays unchanged") +
-             "; no usable cascade in " + files.folder.string() + " (setting " + kCascadesKey + "): " + files.missing);
+        details::logWarning("deblurFaces: " +
+                            std::string(frontalComplete ? "cannot search for faces in profile"
+                                                        : "cannot search for faces, the picture stays unchanged") +
+                            "; no usable cascade in " + files.folder.string() + " (setting " + kCascadesKey +
+                            "): " + files.missing);
     if (!frontalComplete)
         return std::nullopt;
     if (!files.missing.empty())
@@ -155,15 +147,15 @@ void collect(std::vector<FaceVote>& votes, cv::CascadeClassifier& cascade, int d
 // Faces that look to the left and that both cascades of `profile` find. The second one is slow, so it only searches
 // around the finds of the first, fast one.
 std::vector<FaceCandidate> findProfiles(const cv::Mat& grey, std::vector<cv::CascadeClassifier>& profile,
-                                        const std::atomic<bool>* cancel)
+                                        const RunControl& run)
 {
-    if (isSet(cancel))
+    if (run.cancelled())
         return {};
     std::vector<FaceVote> first;
     collect(first, profile[0], 0, grey, kFineScaleStep);
     std::vector<FaceCandidate> accepted;
     for (const FaceVote& vote : first) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
         const cv::Point2d margin(vote.box.width, vote.box.height);
         const cv::Rect around =
@@ -248,12 +240,12 @@ Face faceOf(const cv::Rect2d& box, std::vector<FaceDisc> eyes)
 
 // Faces that look into the camera: found by two cascades, or by one and confirmed by both eyes.
 std::vector<FaceCandidate> findFrontal(const Picture& image, const Search& search, const cv::Mat& grey,
-                                       CascadeSet& cascades, const std::atomic<bool>* cancel)
+                                       CascadeSet& cascades, const RunControl& run)
 {
     int detector = 0;
     std::vector<FaceVote> votes;
     for (cv::CascadeClassifier& cascade : cascades.frontal) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
         collect(votes, cascade, detector++, grey, kScaleStep);
     }
@@ -266,27 +258,27 @@ std::vector<FaceCandidate> findFrontal(const Picture& image, const Search& searc
     return accepted;
 }
 
-std::vector<Face> findWithCascades(const Picture& image, bool profiles, const std::atomic<bool>* cancel)
+std::vector<Face> findWithCascades(const Picture& image, bool profiles, const RunControl& run)
 {
     std::optional<CascadeSet> cascades = loadCascades(profiles);
     if (!cascades)
         return {};
     const Search search(image);
     const cv::Mat grey = greyCopy(image, search.whole, search.size);
-    std::vector<FaceCandidate> accepted = findFrontal(image, search, grey, *cascades, cancel);
+    std::vector<FaceCandidate> accepted = findFrontal(image, search, grey, *cascades, run);
     if (!cascades->profile.empty()) {
-        for (const FaceCandidate& left : findProfiles(grey, cascades->profile, cancel))
+        for (const FaceCandidate& left : findProfiles(grey, cascades->profile, run))
             accepted.push_back(left);
         cv::Mat mirrored;
         cv::flip(grey, mirrored, 1);
-        for (FaceCandidate right : findProfiles(mirrored, cascades->profile, cancel)) {
+        for (FaceCandidate right : findProfiles(mirrored, cascades->profile, run)) {
             right.box.x = grey.cols - right.box.x - right.box.width;
             accepted.push_back(right);
         }
     }
     std::vector<Face> faces;
     for (const FaceCandidate& candidate : distinct(std::move(accepted))) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
         const cv::Rect2d box = search.inPicture(candidate.box);
         faces.push_back(faceOf(box, findEyes(image, box, cascades->eyes)));
@@ -308,25 +300,25 @@ std::optional<std::vector<Face>> findWithNetwork(const Picture& image, const std
         }
         return faces;
     } catch (const std::exception& error) {
-        warn("deblurFaces: the network " + model + " (setting " + kModelKey +
-             ") is not usable, searching for faces with cascades: " + error.what());
+        details::logWarning("deblurFaces: the network " + model + " (setting " + kModelKey +
+                            ") is not usable, searching for faces with cascades: " + error.what());
         return std::nullopt;
     }
 }
 
 } // namespace
 
-std::vector<Face> findFaces(const Picture& image, bool profiles, const std::atomic<bool>* cancel)
+std::vector<Face> findFaces(const Picture& image, bool profiles, const RunControl& run)
 {
     if (std::min(image.width(), image.height()) < kSmallestFace)
         return {};
     if (const std::string model = orvosettings().get(kModelKey, std::string()); !model.empty()) {
         if (std::optional<std::vector<Face>> faces = findWithNetwork(image, model))
             return *std::move(faces);
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
     }
-    return findWithCascades(image, profiles, cancel);
+    return findWithCascades(image, profiles, run);
 }
 
 } // namespace orvo

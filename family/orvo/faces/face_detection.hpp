@@ -2,8 +2,8 @@
 #pragma once
 
 #include <orvo/deblur_ai_effect.hpp>
+#include <orvo_common/run_control.hpp>
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,8 +30,8 @@ struct Face
 
 /// The faces of `image`, all different, from top to bottom and left to right. Searches a grey copy of limited size, so
 /// the cost does not grow with the picture. Empty if there are none, if no detector is installed (logs one line of
-/// level Warning), and once `cancel` is set.
+/// level Warning), and once `run` is cancelled.
 [[nodiscard]] std::vector<Face> findFaces(const _ImageData<PixelRGB<float>>& image, bool profiles,
-                                          const std::atomic<bool>* cancel);
+                                          const RunControl& run);
 
 } // namespace orvo

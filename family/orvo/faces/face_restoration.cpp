@@ -170,11 +170,8 @@ void sparseLaplacian(const FacePlane& x, const FacePlane& out, float threshold)
     });
 }
 
-bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
 // The sharp picture, as cosine coefficients in `spectrum`. `estimate` starts as the blurred picture.
-bool deconvolve(const FacePlane& estimate, const FacePlane& spectrum, double sigma, double noise,
-                const std::atomic<bool>* cancel)
+bool deconvolve(const FacePlane& estimate, const FacePlane& spectrum, double sigma, double noise, const RunControl& run)
 {
     const cv::Size size = estimate.size();
     const Spectrum across(size.width, sigma), down(size.height, sigma);
@@ -184,7 +181,7 @@ bool deconvolve(const FacePlane& estimate, const FacePlane& spectrum, double sig
     const double limited = std::max(noise, kLeastNoise);
     const double fidelity = kFidelity / (limited * limited);
     for (double coupling = kFirstCoupling; coupling < kLastCoupling; coupling *= kCouplingStep) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return false;
         sparseLaplacian(estimate, spectrum, static_cast<float>(1.0 / coupling));
         cv::dct(spectrum.mat(), spectrum.mat());
@@ -239,14 +236,14 @@ double measuredBlur(const cv::Mat& luminance, double noise)
 }
 
 bool lostDetail(const FacePlane& luminance, const FacePlane& contrast, double sigma, double noise,
-                const std::atomic<bool>* cancel)
+                const RunControl& run)
 {
     const cv::Size size = luminance.size();
     const FacePlane spectrum(size);
     {
         const FacePlane estimate(size);
         luminance.mat().copyTo(estimate.mat());
-        if (!deconvolve(estimate, spectrum, sigma, noise, cancel))
+        if (!deconvolve(estimate, spectrum, sigma, noise, run))
             return false;
     }
     // Adds to the picture what the blur removes from the estimate, instead of replacing the picture by the estimate:

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 
 #include <opencv2/core.hpp>
 
-#include <atomic>
 #include <cstddef>
 
 namespace orvo {
@@ -40,8 +40,8 @@ private:
 /// Replaces `luminance`, blurred by a Gaussian of `sigma` pixels, by the correction to add to it, from a deconvolution
 /// with a sparse prior on slopes. Does not amplify noise. Limited so that no sample leaves the range of its
 /// surroundings by more than a little. `contrast` receives the range (largest minus smallest sample) of the
-/// surroundings. False if `cancel` was set; the planes are then unusable. Both must have a transformSize().
+/// surroundings. False if `run` was cancelled; the planes are then unusable. Both must have a transformSize().
 [[nodiscard]] bool lostDetail(const FacePlane& luminance, const FacePlane& contrast, double sigma, double noise,
-                              const std::atomic<bool>* cancel);
+                              const RunControl& run);
 
 } // namespace orvo

@@ -3,6 +3,7 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_common/scoped_timer.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -282,8 +283,8 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
 {
     // Own pointers: `source` and `target` are often the same variable.
     const PicturePointer from = source;
-    const auto cancelled = [&cancel] { return cancel && cancel(); };
-    if (!from || cancelled())
+    const RunControl run(cancel);
+    if (!from || run.cancelled())
         return;
     const ScopedTimer timer("RawImageDevelop::develop", 0);
     const _Rect<int> part = insideOf(rect, from->size());
@@ -297,7 +298,7 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
         inPlace ? from : std::make_shared<_ImageData<PixelRGB<float>>>(part.size(), from->colorProfile());
     const PicturePointer small = thumbnail ? thumbnail() : nullptr;
     const Tones tones = judge(small.get());
-    if (cancelled())
+    if (run.cancelled())
         return;
 
     const bool converted = !isLinearWorkingSpace(from->colorProfile());

@@ -90,7 +90,7 @@ void padRow(const PixelRGB<float>* row, int width, PixelRGB<float>* padded)
 
 } // namespace
 
-bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, const std::atomic<bool>* cancel)
+bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, const RunControl& run)
 {
     const int width = picture.width();
     const int height = picture.height();
@@ -113,7 +113,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, c
     });
     std::atomic<bool> stopped = false;
     forEachRow(bands, [&](int band) {
-        if (cancel != nullptr && cancel->load(std::memory_order_relaxed)) {
+        if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
             return;
         }

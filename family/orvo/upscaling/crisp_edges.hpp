@@ -3,9 +3,8 @@
 
 #include "upscaling/noise_map.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
-
-#include <atomic>
 
 namespace orvo::details {
 
@@ -16,7 +15,6 @@ namespace orvo::details {
 /// is. Each channel separately. In place: the rows at the borders of bands are set aside, an eighth of the picture,
 /// besides about 76 rows per thread. Parallel; bit-identical for any number of threads. False on cancel; the picture is
 /// unfinished then.
-[[nodiscard]] bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise,
-                                const std::atomic<bool>* cancel);
+[[nodiscard]] bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, const RunControl& run);
 
 } // namespace orvo::details

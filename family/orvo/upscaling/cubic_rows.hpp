@@ -1,9 +1,9 @@
 /// Enlarges by Catmull-Rom, a row at a time: the plain part of upscaling.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 
-#include <atomic>
 #include <vector>
 
 namespace orvo::details {
@@ -35,12 +35,12 @@ extern template class CubicRows<float>;
 
 /// The whole enlarged picture into `target`. Parallel. False on cancel.
 [[nodiscard]] bool enlargeByCubic(const _ImageData<PixelRGB<float>>& source, int scale,
-                                  _ImageData<PixelRGB<float>>& target, const std::atomic<bool>* cancel);
+                                  _ImageData<PixelRGB<float>>& target, const RunControl& run);
 
 /// Writes `source`, enlarged by Catmull-Rom, into `target` where `mask`, enlarged the same way, is 0; keeps `target`
 /// where it is 1; mixes in between. The mask has the size of `source`; its values are clamped to 0..1, NaN counts as 0.
 /// Parallel over bands; some rows of scratch per thread. False on cancel.
 [[nodiscard]] bool blendWithCubic(const _ImageData<PixelRGB<float>>& source, const _ImageData<float>& mask, int scale,
-                                  _ImageData<PixelRGB<float>>& target, const std::atomic<bool>* cancel);
+                                  _ImageData<PixelRGB<float>>& target, const RunControl& run);
 
 } // namespace orvo::details

@@ -330,13 +330,13 @@ void doubleTile(const _ImageData<PixelRGB<float>>& source, const FilterBank& ban
 } // namespace
 
 bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank,
-                     _ImageData<PixelRGB<float>>& target, const std::atomic<bool>* cancel)
+                     _ImageData<PixelRGB<float>>& target, const RunControl& run)
 {
     const int across = (source.width() + kTileWidth - 1) / kTileWidth;
     const int down = (source.height() + kTileHeight - 1) / kTileHeight;
     std::atomic<bool> stopped = false;
     forEachRow(across * down, [&](int index) {
-        if (cancel != nullptr && cancel->load(std::memory_order_relaxed)) {
+        if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
             return;
         }

@@ -3,9 +3,8 @@
 
 #include "upscaling/filter_bank.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
-
-#include <atomic>
 
 namespace orvo::details {
 
@@ -17,9 +16,9 @@ namespace orvo::details {
 /// edge. NaN counts as 0, infinities as the largest half float.
 ///
 /// Parallel over tiles of a fixed size; a few hundred kilobytes of scratch per thread; bit-identical for any number of
-/// threads. False if `cancel`, which is polled before each tile and may be empty, was set; `target` is unfinished then.
+/// threads. False if `run`, which is polled before each tile, was cancelled; `target` is unfinished then.
 /// Throws std::bad_alloc.
 [[nodiscard]] bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank,
-                                   _ImageData<PixelRGB<float>>& target, const std::atomic<bool>* cancel);
+                                   _ImageData<PixelRGB<float>>& target, const RunControl& run);
 
 } // namespace orvo::details

@@ -37,7 +37,7 @@ std::string dimensions(const cv::Mat& blob)
 std::vector<uchar> readModel(const std::filesystem::path& model)
 {
     const auto fail = [&](const std::string& found) {
-        throw NetworkFailure("upscaling network " + model.string() + ": expected an ONNX file, " + found);
+        throw FailureError({FailureKind::UnreadableFile, model, "expected an ONNX file, " + found});
     };
     std::error_code error;
     if (!std::filesystem::is_regular_file(model, error))
@@ -57,7 +57,7 @@ std::vector<uchar> readModel(const std::filesystem::path& model)
 struct NetworkUpscaler::State
 {
     cv::dnn::Net net;
-    std::string name;
+    std::filesystem::path model;
     int channels = 0;
     int scale = 0;
     int overlap = 0;
@@ -89,7 +89,7 @@ struct NetworkUpscaler::State
 
     [[noreturn]] void fail(const std::string& expectedAndFound) const
     {
-        throw NetworkFailure(name + ": " + expectedAndFound);
+        throw FailureError({FailureKind::UnreadableFile, model, expectedAndFound});
     }
 
     // The window is the declared one, if any: such networks work at no other size.
@@ -137,7 +137,7 @@ struct NetworkUpscaler::State
         return scale >= 1 && scale <= kMostScale;
     }
 
-    void load(const std::filesystem::path& model)
+    void load()
     {
         const std::vector<uchar> bytes = readModel(model);
         const auto declared = declaredInput(bytes);
@@ -160,7 +160,7 @@ struct NetworkUpscaler::State
 NetworkUpscaler::NetworkUpscaler(const std::filesystem::path& model, std::optional<int> scale, int overlap)
     : state(std::make_unique<State>())
 {
-    state->name = "upscaling network " + model.string();
+    state->model = model;
     if (overlap < 0 || overlap > kMostOverlap)
         state->fail("expected an overlap (Upscale.overlap) of 0 to " + std::to_string(kMostOverlap) + ", found " +
                     std::to_string(overlap));
@@ -168,7 +168,7 @@ NetworkUpscaler::NetworkUpscaler(const std::filesystem::path& model, std::option
         state->fail("expected a scale (Upscale.scale) of 1 to " + std::to_string(kMostScale) + ", found " +
                     std::to_string(*scale));
     state->overlap = overlap;
-    state->load(model);
+    state->load();
     if (scale && *scale != state->scale)
         state->fail("expected a network that enlarges by " + std::to_string(*scale) +
                     " (Upscale.scale), this one enlarges by " + std::to_string(state->scale));
@@ -203,12 +203,12 @@ void fillWindow(const _ImageData<PixelRGB<float>>& source, int left, int top, cv
 } // namespace
 
 bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageData<PixelRGB<float>>& target,
-                              const std::atomic<bool>* cancel)
+                              const RunControl& run)
 {
     const int scale = state->scale;
     const cv::Size core = state->core;
     // The luma of a network of one channel replaces that of the plainly enlarged colours.
-    if (state->channels == 1 && !enlargeByCubic(source, scale, target, cancel))
+    if (state->channels == 1 && !enlargeByCubic(source, scale, target, run))
         return false;
     cv::Mat input = state->blob();
     const auto keep = [&](const cv::Mat& output, int left, int top) {
@@ -238,7 +238,7 @@ bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageD
     try {
         for (int top = 0; top < source.height(); top += core.height)
             for (int left = 0; left < source.width(); left += core.width) {
-                if (cancel != nullptr && cancel->load(std::memory_order_relaxed))
+                if (run.cancelled())
                     return false;
                 fillWindow(source, left - state->overlap, top - state->overlap, input);
                 const cv::Mat output = state->forward(input);
@@ -248,7 +248,9 @@ bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageD
                 keep(output, left, top);
             }
     } catch (const cv::Exception& error) {
-        throw NetworkFailure(state->name + ": it failed on a tile of the picture, OpenCV reports: " + error.what());
+        if (error.code == cv::Error::StsNoMem)
+            throw std::bad_alloc();
+        state->fail(std::string("it failed on a tile of the picture, OpenCV reports: ") + error.what());
     }
     return true;
 }

@@ -1,22 +1,14 @@
 /// Enlarges a picture with a network.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 
-#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 
 namespace orvo::details {
-
-/// A model is not usable; the text names its file, what was expected and what was found.
-class NetworkFailure : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// A super-resolution network in an ONNX file, run by OpenCV on the CPU. It maps 1 x C x H x W values to
 /// 1 x C x sH x sW, where C is 3 (red, green, blue) or 1 (luma) and s an integer 1..8, both found by a trial run. Its
@@ -29,7 +21,7 @@ class NetworkUpscaler
 public:
     /// Loads and tries the model. `scale`: the required scale; empty: any. `overlap`: how many samples of the picture
     /// tiles see beyond their own part, 0..kMostOverlap; at least the reach of the network, or seams will show. Throws
-    /// NetworkFailure.
+    /// FailureError that names the model, what was expected and what was found.
     NetworkUpscaler(const std::filesystem::path& model, std::optional<int> scale, int overlap);
     ~NetworkUpscaler();
     NetworkUpscaler(const NetworkUpscaler&) = delete;
@@ -41,10 +33,10 @@ public:
 
     /// Writes the enlarged picture into `target`, which has scale() times the size of `source`. Tiles of one size go
     /// through the network one after the other, with a repeated edge at the border; so the network needs memory for one
-    /// tile, whatever the picture. Non-finite output becomes the nearest sample. False if `cancel`, polled before each
-    /// tile, was set. Throws NetworkFailure.
+    /// tile, whatever the picture. Non-finite output becomes the nearest sample. False if `run`, polled before each
+    /// tile, was cancelled. Throws FailureError.
     [[nodiscard]] bool enlarge(const _ImageData<PixelRGB<float>>& source, _ImageData<PixelRGB<float>>& target,
-                               const std::atomic<bool>* cancel);
+                               const RunControl& run);
 
 private:
     struct State;

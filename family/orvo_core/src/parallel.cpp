@@ -3,6 +3,24 @@
 #include <tbb/global_control.h>
 
 namespace orvo {
+namespace details {
+
+void LowestException::keep(std::int64_t index) noexcept
+{
+    const std::lock_guard lock(mutex);
+    if (index > lowest.load(std::memory_order_relaxed))
+        return;
+    lowest.store(index, std::memory_order_relaxed);
+    exception = std::current_exception();
+}
+
+void LowestException::rethrow() const
+{
+    if (exception)
+        std::rethrow_exception(exception);
+}
+
+} // namespace details
 
 struct WorkerLimit::Control
 {

@@ -74,3 +74,61 @@ TEST(ForEachRange, CoversEachSampleOnce)
             ASSERT_EQ(visit, 1);
     }
 }
+
+namespace {
+
+int rowOfException(int threads)
+{
+    const WorkerLimit limit(threads);
+    try {
+        forEachRow(2000, [](int y) {
+            if (y % 97 == 60)
+                throw y;
+        });
+    } catch (int row) {
+        return row;
+    }
+    return -1;
+}
+
+} // namespace
+
+TEST(ForEachRow, TheLowestExceptionReachesTheCaller)
+{
+    for (int attempt = 0; attempt < 50; ++attempt)
+        for (const int threads : {1, 2, 4})
+            ASSERT_EQ(rowOfException(threads), 60);
+}
+
+TEST(ForEachRange, TheLowestExceptionReachesTheCaller)
+{
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        try {
+            forEachRange(100'000, [](std::size_t first, std::size_t last) {
+                for (std::size_t i = first; i < last; ++i)
+                    if (i % 10'000 == 7'000)
+                        throw i;
+            });
+            FAIL();
+        } catch (std::size_t index) {
+            ASSERT_EQ(index, 7'000u);
+        }
+    }
+}
+
+TEST(ForEachItem, StatementsReachTheCallerInOrder)
+{
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        {
+            const details::CallScope call;
+            forEachItem(200, [](std::size_t i) {
+                if (i % 50 == 20)
+                    details::stateFailure({FailureKind::UnreadableFile, {}, std::to_string(i)});
+                if (i % 50 == 10)
+                    details::keepWarning(std::to_string(i));
+            });
+        }
+        ASSERT_EQ(lastFailure()->sentence, "20");
+        ASSERT_EQ(lastWarnings(), (std::vector<std::string>{"10", "60", "110", "160"}));
+    }
+}

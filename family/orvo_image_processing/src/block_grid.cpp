@@ -103,12 +103,11 @@ void meansOfWindows(float* planes, int planeCount, const BlockAxis& columns, con
     const auto height = static_cast<std::size_t>(rows.count);
     const std::vector<Window> across = windowsOf(columns, radius);
     const std::vector<Window> down = windowsOf(rows, radius);
-    tbb::parallel_for(tbb::blocked_range<int>(0, planeCount * rows.count, 16),
-                      [&](const tbb::blocked_range<int>& part) {
-                          const ManagedPlane<double> sums(width + 1);
-                          for (int row = part.begin(); row != part.end(); ++row)
-                              meansAlongRow(planes + static_cast<std::size_t>(row) * width, across, sums.data());
-                      });
+    parallelFor(tbb::blocked_range<int>(0, planeCount * rows.count, 16), [&](const tbb::blocked_range<int>& part) {
+        const ManagedPlane<double> sums(width + 1);
+        for (int row = part.begin(); row != part.end(); ++row)
+            meansAlongRow(planes + static_cast<std::size_t>(row) * width, across, sums.data());
+    });
     const int strips = (columns.count + kStrip - 1) / kStrip;
     forEachRow(planeCount * strips, [&](int index) {
         const ManagedPlane<double> sums((height + 1) * kStrip);

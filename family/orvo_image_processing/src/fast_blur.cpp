@@ -47,7 +47,7 @@ ORVO_VECTOR_CLONES void row121(float* __restrict out, const float* __restrict in
 void blurRadiusOne(float* dst, const float* src, int width, int height)
 {
     const auto stride = static_cast<std::size_t>(width);
-    tbb::parallel_for(tbb::blocked_range<int>(0, height, 8), [&](const tbb::blocked_range<int>& rows) {
+    parallelFor(tbb::blocked_range<int>(0, height, 8), [&](const tbb::blocked_range<int>& rows) {
         const ManagedPlane<float> line(stride + 2);
         float* const middle = line.data() + 1;
         for (int y = rows.begin(); y != rows.end(); ++y) {

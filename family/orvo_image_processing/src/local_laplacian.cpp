@@ -191,7 +191,7 @@ private:
         for (std::size_t i = 1; i < levels.size(); ++i) {
             const Level& from = levels[i - 1];
             const auto at = [&](int y) { return pyramid + from.at(std::clamp(y, 0, from.height - 1)); };
-            tbb::parallel_for(tbb::blocked_range<int>(0, levels[i].height, kBandRows), [&](const auto& rows) {
+            parallelFor(tbb::blocked_range<int>(0, levels[i].height, kBandRows), [&](const auto& rows) {
                 const PaddedRow line(from.width);
                 for (int y = rows.begin(); y != rows.end(); ++y) {
                     detail::reduceColumns(line.data(), at(2 * y - 2), at(2 * y - 1), at(2 * y), at(2 * y + 1),
@@ -245,7 +245,7 @@ private:
     template <typename Body>
     static void forEachExpandedRow(int wide, int tall, const float* pyramid, const Level& from, const Body& body)
     {
-        tbb::parallel_for(tbb::blocked_range<int>(0, tall, kBandRows), [&](const tbb::blocked_range<int>& rows) {
+        parallelFor(tbb::blocked_range<int>(0, tall, kBandRows), [&](const tbb::blocked_range<int>& rows) {
             const PaddedRow expanded(wide);
             const PaddedRow scratch(from.width);
             for (int y = rows.begin(); y != rows.end(); ++y) {

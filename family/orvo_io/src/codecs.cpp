@@ -74,7 +74,7 @@ PictureSink makeSink(const SampleLayout& layout, const ReadJob& job, const Block
 {
     SinkSettings settings;
     settings.source = source;
-    settings.cancel = job.cancel;
+    settings.run = job.run;
     settings.orientation = job.wants(ImageReaderOpenFlag::Upright) ? facts.orientation : 1;
     if (job.wants(ImageReaderOpenFlag::WorkingSpace))
         settings.target = job.target ? job.target : ColorProfileType::melissaRGB();

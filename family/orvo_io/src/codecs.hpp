@@ -7,7 +7,6 @@
 
 #include <orvo_io/image_reader.hpp>
 
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -37,7 +36,7 @@ struct ReadJob
     std::shared_ptr<const ImageMetadata> known;
     std::string part;
     int index = -1;
-    std::function<bool()> cancel;
+    const RunControl* run = &RunControl::none();
     bool wantPreview = false;
     int orientation = 0;                  // not 0: overrides that of the file; for embedded previews
     std::shared_ptr<ColorProfile> assume; // the profile if the file has none; empty: sRGB
@@ -53,7 +52,7 @@ struct ReadAnswer
     std::string cutOff; // not empty: what is missing; never set for a job with Complete
 };
 
-// Each throws ReadFailure, Cancelled, or any std::exception of its library.
+// Each throws FailureError, mostly ReadFailure, or any std::exception of its library.
 [[nodiscard]] ReadAnswer readJpeg(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readPng(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readTiff(const SourceFile& file, const ReadJob& job);

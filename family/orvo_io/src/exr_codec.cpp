@@ -218,7 +218,7 @@ ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
         }
     } catch (const std::bad_alloc&) {
         throw;
-    } catch (const ReadFailure&) {
+    } catch (const FailureError&) {
         throw;
     } catch (const std::exception& error) {
         failure = error.what();

@@ -44,10 +44,11 @@ Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
 
 } // namespace
 
-void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+              const RunControl& run)
 {
     ExrOutput stream(file.stream());
-    RowSource source(picture, settings.profile, RowFormat::Linear, settings.cancel);
+    RowSource source(picture, settings.profile, RowFormat::Linear, run);
     const bool isHalf = settings.bits == 16;
     const auto samples = static_cast<std::size_t>(picture.width()) * 3;
     std::vector<half> halves(isHalf ? samples : 0);
@@ -74,7 +75,7 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
                 std::copy_n(row, samples, floats.begin());
             out.writePixels(1);
         }
-    } catch (const WriteCancelled&) {
+    } catch (const FailureError&) {
         throw;
     } catch (const std::bad_alloc&) {
         throw;

@@ -1,5 +1,6 @@
 #include "codecs.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -23,9 +24,25 @@ const std::int64_t kUsualMaxPixels = ImageReadOptions().maxPixels;
 
 void warn(const std::filesystem::path& path, const std::string& text)
 {
-    logstream line = __orvolog();
-    line << LogMessageType::Warning << path.string() << ": " << text;
-    LOG(line);
+    details::logWarning(path.string() + ": " + text);
+}
+
+// What the exception being handled says of reading the file at `path`.
+Failure readFailure(const std::filesystem::path& path) noexcept
+{
+    Failure failure = failureOfException();
+    if (failure.kind == FailureKind::Cancelled)
+        return failure; // is about no file
+    try {
+        failure.file = path;
+        if (failure.kind == FailureKind::OutOfMemory)
+            failure.sentence = "not enough memory for this picture";
+        else if (failure.kind == FailureKind::Internal) // a codec's own exception: the file is not what it expects
+            failure.kind = FailureKind::UnreadableFile;
+    } catch (...) {
+        failure.kind = FailureKind::OutOfMemory;
+    }
+    return failure;
 }
 
 ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
@@ -52,20 +69,19 @@ ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
     throw ReadFailure("expected a picture file: " + file.describeBeginning());
 }
 
-// Runs `body`, which opens a file, and turns any exception into one log line and an empty answer.
+// Runs `body`, which opens a file, as an exported call: whatever it throws becomes the failure of the call, one line of
+// the log unless it is a cancel, and the empty answer.
 template <typename Body>
 auto guarded(const std::filesystem::path& path, const Body& body) -> decltype(body())
 {
+    details::CallScope scope;
     try {
         return body();
-    } catch (const io::Cancelled&) {
-        return {};
-    } catch (const std::bad_alloc&) {
-        warn(path, "not enough memory for this picture");
-    } catch (const std::exception& error) {
-        warn(path, error.what());
     } catch (...) {
-        warn(path, "a codec library failed with an unknown exception");
+        Failure failure = readFailure(path);
+        if (failure.kind != FailureKind::Cancelled)
+            LOG(__orvolog() << LogMessageType::Warning << path.string() << ": " << failure.sentence);
+        scope.fail(std::move(failure));
     }
     return {};
 }
@@ -148,11 +164,8 @@ struct Thumbnail
 Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<const ImageMetadata>& known,
                         const std::function<bool()>& cancel)
 {
-    const auto checkCancel = [&] {
-        if (cancel && cancel())
-            throw io::Cancelled();
-    };
-    checkCancel();
+    const RunControl run(cancel);
+    run.throwIfCancelled();
     ReadJob job;
     job.depth = ReadDepth::Facts;
     job.side = side;
@@ -162,10 +175,10 @@ Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<
     job.target = ColorProfileType::sRGB();
     job.maxPixels = kUsualMaxPixels;
     job.known = known;
-    job.cancel = cancel;
+    job.run = &run;
     job.wantPreview = true;
     ReadAnswer header = readAny(file, job);
-    checkCancel();
+    run.throwIfCancelled();
     Thumbnail thumbnail;
     thumbnail.picture = previewOf(header, job);
     if (!thumbnail.picture) {
@@ -173,7 +186,7 @@ Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<
         job.wantPreview = false;
         thumbnail.picture = readAny(file, job).picture;
     }
-    checkCancel();
+    run.throwIfCancelled();
     thumbnail.facts = std::move(header.facts);
     return thumbnail;
 }

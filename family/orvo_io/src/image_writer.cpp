@@ -50,6 +50,27 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
                " channels, expected 3");
 }
 
+void writeWhole(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
+                const ImageWriteSettings& settings, const RunControl& run)
+{
+    io::OutputFile file(path);
+    switch (settings.format) {
+    case ImageFileFormat::Jpeg:
+        io::writeJpeg(file, picture, settings, run);
+        break;
+    case ImageFileFormat::Png:
+        io::writePng(file, picture, settings, run);
+        break;
+    case ImageFileFormat::Tiff:
+        io::writeTiff(file, picture, settings, run);
+        break;
+    case ImageFileFormat::Exr:
+        io::writeExr(file, picture, settings, run);
+        break;
+    }
+    file.finish();
+}
+
 } // namespace
 
 int longestSideOf(ImageFileFormat format)
@@ -83,33 +104,24 @@ ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path)
 bool writeImage(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
                 const ImageWriteSettings& settings)
 {
-    checkSettings(path, picture, settings);
-    ImageWriteSettings complete = settings;
-    if (settings.format == ImageFileFormat::Exr)
-        complete.profile = ColorProfileType::linearSRGB();
-    else if (!settings.profile)
-        complete.profile = ColorProfileType::sRGB();
-    try {
-        io::OutputFile file(path);
-        switch (settings.format) {
-        case ImageFileFormat::Jpeg:
-            io::writeJpeg(file, picture, complete);
-            break;
-        case ImageFileFormat::Png:
-            io::writePng(file, picture, complete);
-            break;
-        case ImageFileFormat::Tiff:
-            io::writeTiff(file, picture, complete);
-            break;
-        case ImageFileFormat::Exr:
-            io::writeExr(file, picture, complete);
-            break;
+    return details::keepingFailure([&] {
+        checkSettings(path, picture, settings);
+        ImageWriteSettings complete = settings;
+        if (settings.format == ImageFileFormat::Exr)
+            complete.profile = ColorProfileType::linearSRGB();
+        else if (!settings.profile)
+            complete.profile = ColorProfileType::sRGB();
+        const RunControl run(settings.cancel);
+        try {
+            writeWhole(path, picture, complete, run);
+        } catch (const FailureError& error) {
+            if (error.failure().kind != FailureKind::Cancelled)
+                throw;
+            details::stateFailure(error.failure());
+            return false;
         }
-        file.finish();
-    } catch (const io::WriteCancelled&) {
-        return false;
-    }
-    return true;
+        return true;
+    });
 }
 
 } // namespace orvo

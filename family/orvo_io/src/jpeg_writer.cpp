@@ -90,7 +90,8 @@ void writeIcc(Encoder& encoder, const std::vector<unsigned char>& icc)
 
 } // namespace
 
-void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run)
 {
     constexpr int kFullColorQuality = 90; // from here on chroma keeps its resolution
     Encoder encoder(file);
@@ -112,7 +113,7 @@ void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
     });
     writeMetadata(encoder, settings, picture.size());
     writeIcc(encoder, settings.profile->icc());
-    RowSource source(picture, settings.profile, RowFormat::Bits8, settings.cancel);
+    RowSource source(picture, settings.profile, RowFormat::Bits8, run);
     for (int y = 0; y < picture.height(); ++y) {
         // libjpeg takes rows without const but does not change them.
         JSAMPROW row = const_cast<unsigned char*>(source.row(y));

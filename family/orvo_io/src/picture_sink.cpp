@@ -173,8 +173,7 @@ void PictureSink::flush()
 {
     if (filled == 0)
         return;
-    if (settings.cancel && settings.cancel())
-        throw Cancelled();
+    settings.run->throwIfCancelled();
     const int outRows = (filled - 1) / settings.reduction + 1;
     // Isolated: while waiting here, a thread must not start another file of an outer loop and hold both in memory.
     tbb::this_task_arena::isolate([&] {

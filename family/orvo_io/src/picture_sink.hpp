@@ -2,11 +2,11 @@
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/color_transform.hpp>
 #include <orvo_core/image_data.hpp>
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 
@@ -41,15 +41,12 @@ struct SampleLayout
 
 struct SinkSettings
 {
-    std::shared_ptr<ColorProfile> source; // of the file; empty with four colours: plain ink without a profile
-    std::shared_ptr<ColorProfile> target; // of the result
-    int orientation = 1;                  // EXIF: 1..8
-    int reduction = 1;                    // side of the square of samples averaged into one, in encoded values
-    std::function<bool()> cancel;         // may be empty; polled every few rows
+    std::shared_ptr<ColorProfile> source;        // of the file; empty with four colours: plain ink without a profile
+    std::shared_ptr<ColorProfile> target;        // of the result
+    int orientation = 1;                         // EXIF: 1..8
+    int reduction = 1;                           // side of the square of samples averaged into one, in encoded values
+    const RunControl* run = &RunControl::none(); // polled every few rows
 };
-
-struct Cancelled
-{};
 
 // Takes the rows of one picture from top to bottom and converts them in parallel batches. Besides the result it holds
 // only one batch of the file's samples (and of the picture, if it is turned by 90 degrees).
@@ -61,7 +58,7 @@ public:
 
     // Memory for up to `rows` consecutive next rows; reduces `rows` to the number there is room for.
     [[nodiscard]] unsigned char* nextRows(int& rows);
-    // Marks that many rows as filled. Throws Cancelled.
+    // Marks that many rows as filled. Throws FailureError on cancel.
     void commit(int rows);
     // Copies one row in.
     void put(const void* row);

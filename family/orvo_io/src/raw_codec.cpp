@@ -30,7 +30,7 @@ void check(int result, const char* step)
     if (result == LIBRAW_UNSUFFICIENT_MEMORY)
         throw std::bad_alloc();
     if (result == LIBRAW_CANCELLED_BY_CALLBACK)
-        throw Cancelled();
+        throw FailureError(cancelledFailure());
     if (result != LIBRAW_SUCCESS)
         throw ReadFailure(std::string("not a readable raw file: ") + step + ": " + libraw_strerror(result));
 }
@@ -187,8 +187,7 @@ float toneEstimate(const RGBPicture& picture)
 
 int onProgress(void* job, enum LibRaw_progress, int, int)
 {
-    const auto& cancel = static_cast<const ReadJob*>(job)->cancel;
-    return cancel && cancel() ? 1 : 0;
+    return static_cast<const ReadJob*>(job)->run->cancelled() ? 1 : 0;
 }
 
 void setParameters(LibRaw& raw, const ReadJob& job, bool undeveloped)

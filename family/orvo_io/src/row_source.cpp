@@ -36,8 +36,8 @@ std::size_t sampleBytes(RowFormat format)
 } // namespace
 
 RowSource::RowSource(const _ImageData<PixelRGB<float>>& picture_, const std::shared_ptr<ColorProfile>& target,
-                     RowFormat format_, std::function<bool()> cancel_)
-    : picture(picture_), converter(picture.colorProfile(), 3, target), format(format_), cancel(std::move(cancel_)),
+                     RowFormat format_, const RunControl& run_)
+    : picture(picture_), converter(picture.colorProfile(), 3, target), format(format_), run(run_),
       rowBytes(static_cast<std::size_t>(picture.width()) * 3 * sampleBytes(format)),
       batchRows(std::min(kBatchRows, picture.height())), batch(rowBytes * static_cast<std::size_t>(batchRows)),
       converted(static_cast<std::size_t>(picture.width()) * static_cast<std::size_t>(batchRows))
@@ -52,8 +52,7 @@ const unsigned char* RowSource::row(int y)
 
 void RowSource::fill(int first)
 {
-    if (cancel && cancel())
-        throw WriteCancelled();
+    run.throwIfCancelled();
     firstOfBatch = first;
     inBatch = std::min(batchRows, picture.height() - first);
     const int width = picture.width();
@@ -114,10 +113,10 @@ void OutputFile::finish()
     finished = true;
 }
 
-std::runtime_error OutputFile::failure(int systemError, const std::string& text) const
+FailureError OutputFile::failure(int systemError, const std::string& text) const
 {
-    return std::runtime_error(path.string() + ": " +
-                              (systemError != 0 ? std::generic_category().message(systemError) : text));
+    return FailureError({kindOfSystemError(systemError, FailureKind::Internal), path,
+                         systemError != 0 ? std::generic_category().message(systemError) : text});
 }
 
 } // namespace orvo::io

@@ -2,19 +2,16 @@
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/color_transform.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_io/image_writer.hpp>
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <memory>
 
 namespace orvo::io {
-
-struct WriteCancelled
-{};
 
 // Sample formats of the rows.
 enum class RowFormat
@@ -28,10 +25,10 @@ class RowSource
 {
 public:
     RowSource(const _ImageData<PixelRGB<float>>& picture, const std::shared_ptr<ColorProfile>& target, RowFormat format,
-              std::function<bool()> cancel);
+              const RunControl& run);
 
     // Row `y`, valid until the next call; call from top to bottom. Red, green, blue, interleaved.
-    // Throws WriteCancelled.
+    // Throws FailureError on cancel.
     [[nodiscard]] const unsigned char* row(int y);
 
 private:
@@ -40,7 +37,7 @@ private:
     const _ImageData<PixelRGB<float>>& picture;
     RowConverter converter;
     RowFormat format;
-    std::function<bool()> cancel;
+    const RunControl& run;
     std::size_t rowBytes;
     int batchRows;
     int firstOfBatch = 0;
@@ -53,17 +50,17 @@ private:
 class OutputFile
 {
 public:
-    // Throws std::runtime_error, naming file and cause.
+    // Throws FailureError.
     explicit OutputFile(const std::filesystem::path& path);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     [[nodiscard]] std::FILE* stream() const { return handle; }
-    // Flushes everything to the system. Throws std::runtime_error on failure.
+    // Flushes everything to the system. Throws FailureError if that fails.
     void finish();
     // The exception to throw: names the file, and the system error or, without one, `text`.
-    [[nodiscard]] std::runtime_error failure(int systemError, const std::string& text) const;
+    [[nodiscard]] FailureError failure(int systemError, const std::string& text) const;
 
 private:
     std::filesystem::path path;
@@ -71,10 +68,14 @@ private:
     bool finished = false;
 };
 
-// One per format; `settings` are checked and have a profile. Each throws std::runtime_error or WriteCancelled.
-void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
-void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
-void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
-void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
+// One per format; `settings` are checked and have a profile. Each throws FailureError.
+void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run);
+void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+              const RunControl& run);
+void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run);
+void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+              const RunControl& run);
 
 } // namespace orvo::io

@@ -1,22 +1,23 @@
 // A picture file for the codecs: an open stream of known size, and a name for messages.
 #pragma once
 
+#include <orvo_common/failure.hpp>
+
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace orvo::io {
 
-// The file cannot be read. The text states what was expected and what was found; the reader prefixes the path.
-class ReadFailure : public std::runtime_error
+// The file cannot be read. The text states what was expected and what was found; the reader names the file.
+class ReadFailure : public FailureError
 {
 public:
-    using std::runtime_error::runtime_error;
+    explicit ReadFailure(const std::string& text) : FailureError({FailureKind::UnreadableFile, {}, text}) {}
 };
 
 enum class FileKind

@@ -98,7 +98,8 @@ void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& setting
 
 } // namespace
 
-void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run)
 {
     const auto width = static_cast<std::uint64_t>(picture.width());
     const auto height = static_cast<std::uint64_t>(picture.height());
@@ -134,8 +135,7 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
         TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(icc.size()), icc.data());
     setMetadata(tiff, file, settings, picture.size(), big);
 
-    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16,
-                     settings.cancel);
+    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run);
     std::vector<unsigned char> row(rowBytes); // libtiff's predictor works in place
     for (int y = 0; y < picture.height(); ++y) {
         std::memcpy(row.data(), source.row(y), row.size());

@@ -1,3 +1,4 @@
+#include <orvo_common/failure.hpp>
 #include <orvo_common/text.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -132,6 +133,15 @@ void logErrorMessage(const std::string& text) noexcept
         LOG(__orvolog() << LogMessageType::Error << text);
     } catch (...) { // NOLINT(bugprone-empty-catch): out of memory for a log line
     }
+}
+
+void logWarning(const std::string& text) noexcept
+{
+    try {
+        LOG(__orvolog() << LogMessageType::Warning << text);
+    } catch (...) { // NOLINT(bugprone-empty-catch): no memory for a log line
+    }
+    keepWarning(text);
 }
 
 } // namespace details

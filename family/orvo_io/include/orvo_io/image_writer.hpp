@@ -48,8 +48,8 @@ struct ImageWriteSettings
 /// nearest. JPEG, PNG and TIFF embed the ICC profile. JPEG keeps chroma at full resolution from quality 90 on; TIFF
 /// is deflated and becomes BigTIFF beyond 4 GB; EXR carries the exposure of the metadata. The EXIF MakerNote is
 /// written to JPEG (if it fits) and PNG, but not to TIFF, where its offsets would be wrong.
-/// Returns false if cancelled, with the file removed. Throws std::runtime_error that names the file and the cause (no
-/// permission, disk full, ...), with the partial file removed, and std::invalid_argument on settings that do not fit
+/// Returns false if cancelled, with the file removed. Throws FailureError that names the file and the cause (no
+/// permission, FullDisk, ...), with the partial file removed, and std::invalid_argument on settings that do not fit
 /// the format or an empty picture. The write is not atomic: a caller that needs atomicity writes to a temporary name
 /// and renames. Can be called from any thread.
 ORVO_EXPORT bool writeImage(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,

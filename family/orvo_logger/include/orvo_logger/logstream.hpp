@@ -78,7 +78,9 @@ using LogSink = std::function<void(const logstream& line)>;
 /// Logs one error line: the long form of __orvolog, Error, text, LOG.
 namespace details {
 ORVO_EXPORT void logErrorMessage(const std::string& text) noexcept;
-}
+/// The same for a warning, which is also kept for lastWarnings() (orvo_common/failure.hpp).
+ORVO_EXPORT void logWarning(const std::string& text) noexcept;
+} // namespace details
 
 /// The full signature of the calling function, as used in messages. Clang before 16 only knows its bare name.
 #ifdef __cpp_lib_source_location

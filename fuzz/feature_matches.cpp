@@ -1,4 +1,4 @@
-// Any matches between any key points through the filters of frame alignment.
+// Passes any matches between any key points through the filters of frame alignment.
 #include "bracket/match_filters.hpp"
 #include "fuzz_target.hpp"
 
@@ -19,7 +19,7 @@ constexpr int kMostMatches = 128;
 
 bool same(const cv::DMatch& a, const cv::DMatch& b) { return a.queryIdx == b.queryIdx && a.trainIdx == b.trainIdx; }
 
-// Points on a grid as photographs give them, and now and then one of any floats.
+// Points on a grid as in photographs, and occasionally one with arbitrary floats.
 std::vector<cv::KeyPoint> readPoints(Arguments& arguments)
 {
     std::vector<cv::KeyPoint> points(static_cast<std::size_t>(arguments.number(1, kMostPoints)));
@@ -37,7 +37,7 @@ std::vector<Matches> readMatches(Arguments& arguments, std::size_t queries, std:
     for (Matches& entry : entries) {
         const int query = arguments.byte();
         const int train = arguments.byte();
-        // An entry may be empty, and may hold second choices, which do not count.
+        // An entry may be empty, and may contain second choices, which do not count.
         for (int i = 0; i < (query == 255 ? 0 : 1 + train / 128); ++i)
             entry.emplace_back((query + i) % static_cast<int>(queries), train % static_cast<int>(trains), 0.0f);
     }
@@ -54,14 +54,14 @@ void checkSymmetry(const std::vector<Matches>& forth, const std::vector<Matches>
             }))
             expected.push_back(entry[0]);
     require(std::equal(kept.begin(), kept.end(), expected.begin(), expected.end(), same),
-            "what both directions agree on is kept, in order");
+            "matches that both directions agree on are kept, in order");
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const orvo::WorkerLimit single(1); // the same way through the code in every run
+    const orvo::WorkerLimit single(1); // the same code path in every run
     Arguments arguments({data, size});
     const auto points1 = readPoints(arguments);
     const auto points2 = readPoints(arguments);
@@ -74,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Matches all;
     for (const Matches& entry : forth)
         all.insert(all.end(), entry.begin(), entry.end());
-    constexpr std::size_t kFewest = 20; // fewer stay as they are
+    constexpr std::size_t kFewest = 20; // fewer are not cut
     Matches cut = all;
     orvo::cutOutliers(cut, points1, points2, static_cast<float>(arguments.number(1, 256)),
                       static_cast<float>(arguments.number(1, 256)));
@@ -82,6 +82,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const cv::DMatch& match : cut)
         require(std::count_if(cut.begin(), cut.end(), [&](const cv::DMatch& other) { return same(match, other); }) <=
                     std::count_if(all.begin(), all.end(), [&](const cv::DMatch& other) { return same(match, other); }),
-                "a cut invents no match");
+                "a cut adds no match");
     return 0;
 }

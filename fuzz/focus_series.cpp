@@ -1,4 +1,4 @@
-// Frames of any size and any samples, not numbers and infinities among them, through the focus stacker.
+// Frames of any size with any samples, including NaN and infinities, through the focus stacker.
 #include "fuzz_target.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -22,7 +22,7 @@ using Pixel = PixelRGB<float>;
 constexpr int kMostSide = 40;
 constexpr int kMostFrames = 3;
 
-// A byte is a sample: most are ordinary, the last ones are what files and earlier steps may leave behind.
+// A byte is a sample: most are ordinary, the last ones are values that files and earlier steps may contain.
 float sampleOf(std::uint8_t byte)
 {
     using Limits = std::numeric_limits<float>;
@@ -58,7 +58,7 @@ void stack(Arguments& arguments)
     try {
         stacker = grfx::produceLaplacianFocusStacking<Pixel>(width, height, value, levels, grfx::ESample::Float);
     } catch (const std::invalid_argument&) {
-        require(levels < 1 || !(value >= 1.0f), "only arguments out of bounds are refused");
+        require(levels < 1 || !(value >= 1.0f), "only arguments out of range are refused");
         return;
     }
     const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
@@ -77,20 +77,19 @@ void stack(Arguments& arguments)
         require(std::isfinite(pixel.r) && std::isfinite(pixel.g) && std::isfinite(pixel.b), "results are finite");
     std::vector<Pixel> again(count);
     stacker->getResult(again.data(), width, height);
-    require(std::memcmp(pixels.data(), again.data(), count * sizeof(Pixel)) == 0,
-            "asking for the result changes nothing");
+    require(std::memcmp(pixels.data(), again.data(), count * sizeof(Pixel)) == 0, "getting the result changes nothing");
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    // Kept planes would hide a step beyond a plane from the address sanitizer.
+    // Kept planes would hide an access beyond a plane from the address sanitizer.
     MemoryManager::instance().setCacheLimit(0);
-    const WorkerLimit single(1); // the same way through the code in every run
+    const WorkerLimit single(1); // the same code path in every run
     const std::size_t liveBefore = MemoryManager::instance().liveBytes();
     Arguments arguments({data, size});
     stack(arguments);
-    require(MemoryManager::instance().liveBytes() == liveBefore, "every plane is given back");
+    require(MemoryManager::instance().liveBytes() == liveBefore, "every plane is freed");
     return 0;
 }

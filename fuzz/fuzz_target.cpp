@@ -19,7 +19,7 @@ void require(bool kept, const char* promise)
 MemoryFile::MemoryFile()
     : descriptor(::memfd_create("orvo_fuzz", MFD_CLOEXEC)), location("/proc/self/fd/" + std::to_string(descriptor))
 {
-    require(descriptor >= 0, "the system gives a file in memory");
+    require(descriptor >= 0, "the system can create a file in memory");
 }
 
 MemoryFile::~MemoryFile() { ::close(descriptor); }

@@ -1,5 +1,4 @@
-/// What every fuzz target shares: the entry that a fuzzer calls, properties that must hold, and ways to cut bytes into
-/// arguments.
+/// Shared by all fuzz targets: the entry point, a check of properties, and a parser of arguments from bytes.
 #pragma once
 
 #include <bit>
@@ -9,21 +8,21 @@
 #include <span>
 #include <string>
 
-/// The entry of a target, as libFuzzer and replay_main.cpp call it: hands `size` bytes to the code under test, which
-/// may refuse them, but not crash, hang, or break what its header promises. Returns 0. Called from one thread, over and
-/// over in one process; what it leaves behind must not depend on the input.
+/// The entry of a target, called by libFuzzer and replay_main.cpp: passes `size` bytes to the code under test, which
+/// may refuse them, but must not crash, hang, or break what its header promises. Returns 0. Called repeatedly from one
+/// thread in one process; its side effects must not depend on the input.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace orvo::fuzz {
 
-/// Ends the program with `promise` on the error output if it is not `kept`: a finding, as a crash is one.
+/// Prints `promise` to the error output and aborts if it is not `kept`: a finding, like a crash.
 void require(bool kept, const char* promise);
 
-/// A regular file that lives in memory, rewritten for each input: what takes paths is thus fuzzed without a disk.
+/// A regular file in memory, rewritten for each input, to fuzz functions that take paths without a disk.
 class MemoryFile
 {
 public:
-    /// Ends the program if the system gives none.
+    /// Aborts if the system cannot create one.
     MemoryFile();
     ~MemoryFile();
     MemoryFile(const MemoryFile&) = delete;
@@ -31,7 +30,7 @@ public:
 
     /// Replaces the content.
     void write(std::span<const std::uint8_t> bytes);
-    /// Opens like any other path while this object lives.
+    /// Can be opened like any other path while this object lives.
     [[nodiscard]] const std::filesystem::path& path() const { return location; }
 
 private:
@@ -39,7 +38,7 @@ private:
     std::filesystem::path location;
 };
 
-/// Cuts arguments off the front of an input; behind its end there are zeros, so that every input names some arguments.
+/// Takes arguments from the front of an input; after its end come zeros, so that every input supplies all arguments.
 class Arguments
 {
 public:
@@ -54,7 +53,7 @@ public:
         rest = rest.subspan(1);
         return front;
     }
-    /// A number of `low`..`high`, of at most 256 different ones.
+    /// A number of `low`..`high`, with at most 256 different values.
     [[nodiscard]] int number(int low, int high) { return low + byte() % (high - low + 1); }
     /// Any pattern of 32 bits, so NaN and infinities too.
     [[nodiscard]] float real()

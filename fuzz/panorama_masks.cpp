@@ -1,4 +1,4 @@
-// Any seam masks anywhere on a canvas, made a partition; compared with the plain reading of what the header says.
+// Any seam masks anywhere on a canvas, made a partition; compared with a literal implementation of the header.
 #include "fuzz_target.hpp"
 #include "panorama/fit_masks.hpp"
 
@@ -11,10 +11,10 @@ namespace {
 using orvo::fuzz::Arguments;
 using orvo::fuzz::require;
 
-// Small, since every pixel of the canvas is compared with the plain reading.
+// Small, because every pixel of the canvas is compared with the literal implementation.
 constexpr int kMostSide = 8;
 constexpr int kMostDistance = 8;
-// So many pictures that their numbers do not fit a byte, for one first byte in sixteen.
+// More pictures than fit a byte, for one first byte in sixteen.
 constexpr int kManyPictures = 256;
 
 struct Seams
@@ -50,7 +50,7 @@ Seams readSeams(Arguments& arguments)
 
 cv::Rect placeOf(const Seams& seams, std::size_t i) { return {seams.corners[i], seams.masks[i].size()}; }
 
-// What picture `i` has at a point of the canvas.
+// The value of picture `i` at a point of the canvas.
 std::uint8_t at(const std::vector<cv::Mat>& planes, const Seams& seams, std::size_t i, cv::Point point)
 {
     const cv::Rect place = placeOf(seams, i);
@@ -78,7 +78,7 @@ void checkPoint(const Seams& seams, const std::vector<cv::Mat>& fitted, cv::Poin
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const orvo::WorkerLimit single(1); // the same way through the code in every run
+    const orvo::WorkerLimit single(1); // the same code path in every run
     Arguments arguments({data, size});
     const Seams seams = readSeams(arguments);
     std::vector<cv::Mat> fitted;

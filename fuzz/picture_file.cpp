@@ -1,4 +1,4 @@
-// Any bytes as a picture file: opened as bracket operations do, with what is cut off filled, asked for its metadata
+// Any bytes as a picture file: opened as bracket operations do, with truncated parts filled, then read for its metadata
 // and for a thumbnail.
 #include "fuzz_target.hpp"
 
@@ -15,7 +15,7 @@ namespace {
 using namespace orvo;
 using fuzz::require;
 
-constexpr std::int64_t kMostPixels = 64 * 1024; // small, so that a run costs the headers more than the pixels
+constexpr std::int64_t kMostPixels = 64 * 1024; // small, so that a run spends more time on headers than on pixels
 constexpr int kThumbnailSide = 16;
 constexpr auto kFillCutOff = static_cast<ImageReaderOpenFlag>(static_cast<int>(ImageReaderOpenFlag::Bracket) &
                                                               ~static_cast<int>(ImageReaderOpenFlag::Complete));
@@ -39,8 +39,8 @@ void open(const std::filesystem::path& path, ImageReaderOpenFlag flags)
         return;
     }
     const auto pixels = image->imageData({}, {}, true);
-    require(pixels != nullptr, "an opened picture gives its pixels");
-    require(static_cast<std::int64_t>(pixels->pixelCount()) <= kMostPixels, "the limit on pixels is kept");
+    require(pixels != nullptr, "an opened picture has pixels");
+    require(static_cast<std::int64_t>(pixels->pixelCount()) <= kMostPixels, "the pixel limit is observed");
     checkPixels(*pixels);
     require(image->metadata() != nullptr, "an opened picture has metadata");
 }
@@ -50,9 +50,9 @@ void open(const std::filesystem::path& path, ImageReaderOpenFlag flags)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static fuzz::MemoryFile file;
-    // Kept planes would hide a step beyond a plane from the address sanitizer.
+    // Kept planes would hide an access beyond a plane from the address sanitizer.
     MemoryManager::instance().setCacheLimit(0);
-    const WorkerLimit single(1); // the same way through the code in every run
+    const WorkerLimit single(1); // the same code path in every run
     file.write({data, size});
     const std::size_t liveBefore = MemoryManager::instance().liveBytes();
     open(file.path(), ImageReaderOpenFlag::Bracket);
@@ -61,8 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)isRawImageFile(file.path());
     if (const auto small = ImageReader::instance().getThumbnailBySide(file.path(), kThumbnailSide, true, nullptr, {})) {
         checkPixels(*small);
-        require(std::max(small->width(), small->height()) == kThumbnailSide, "a thumbnail has the side asked for");
+        require(std::max(small->width(), small->height()) == kThumbnailSide, "a thumbnail has the requested side");
     }
-    require(MemoryManager::instance().liveBytes() == liveBefore, "every plane is given back");
+    require(MemoryManager::instance().liveBytes() == liveBefore, "every plane is freed");
     return 0;
 }

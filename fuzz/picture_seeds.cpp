@@ -20,7 +20,7 @@ constexpr int kHeight = 12;
 
 std::shared_ptr<_ImageData<PixelRGB<float>>> smallPicture() { return test::gradient(kWidth, kHeight, 255); }
 
-// The picture in bytes, red, green, blue, and opaque where there are four channels.
+// The picture in bytes: red, green, blue, and opaque alpha if there are four channels.
 test::Bytes bytesOf(const _ImageData<PixelRGB<float>>& picture, int channels)
 {
     test::Bytes bytes;
@@ -71,7 +71,7 @@ void writeByTheCodecs(const std::filesystem::path& folder)
     test::makeWebP(folder / "lossless.webp", kWidth, kHeight, four);
 }
 
-// HEIC or AVIF, where libheif has an encoder for it; not every build has.
+// HEIC or AVIF if libheif has an encoder for it; not every build has.
 void writeHeif(const std::filesystem::path& file, heif_compression_format format)
 {
     if (heif_have_encoder_for_format(format) == 0)
@@ -81,7 +81,7 @@ void writeHeif(const std::filesystem::path& file, heif_compression_format format
         if (error.code != heif_error_Ok)
             throw std::runtime_error(file.string() + ": " + error.message);
     };
-    constexpr int kSide = 64; // encoders refuse pictures of less than a block
+    constexpr int kSide = 64; // encoders refuse pictures smaller than a block
     heif_image* made = nullptr;
     check(heif_image_create(kSide, kSide, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &made));
     const std::unique_ptr<heif_image, decltype(&heif_image_release)> image(made, heif_image_release);
@@ -105,7 +105,7 @@ void writePictureSeeds(const std::filesystem::path& folder)
     writeByOurWriter(folder);
     writeByTheCodecs(folder);
     scenes::SceneSettings scene;
-    scene.size = {kWidth, kWidth}; // the smallest there is
+    scene.size = {kWidth, kWidth}; // the smallest possible
     scenes::writeDng(folder / "raw.dng", scenes::RadianceScene(scene), {}, {}, scenes::ExifValues());
     writeHeif(folder / "hevc.heic", heif_compression_HEVC);
     writeHeif(folder / "av1.avif", heif_compression_AV1);

@@ -1,5 +1,5 @@
-// Runs a fuzz target without a fuzzer: over the files given, and over damaged copies of each. The damage depends on the
-// file's name and on the number of the copy alone, so every run and every machine sees the same inputs.
+// Runs a fuzz target without a fuzzer: over the given files, and over damaged copies of each. The damage depends only
+// on the file's name and the number of the copy, so every run and every machine uses the same inputs.
 #include "fuzz_target.hpp"
 
 #include <fcntl.h>
@@ -17,22 +17,22 @@
 #include <string_view>
 #include <vector>
 
-// Of the sanitizers' runtime, if there is one: they end the program without a signal.
+// From the sanitizers' runtime, if there is one: they end the program without a signal.
 extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr unsigned kHangSeconds = 120; // a thousand times what the slowest input takes, for machines under load
+constexpr unsigned kHangSeconds = 120; // a thousand times the slowest input, for machines under load
 constexpr std::size_t kHeaderBytes = 300;
 
-// What runs now; read by the handlers of a crash.
+// The current input, read by the crash handlers.
 Bytes currentInput;
 std::string currentName;
-std::string findingPath; // in the current folder, one for each target, since tests run beside each other
+std::string findingPath; // in the current folder, one for each target, because tests run in parallel
 
-// Leaves the input behind and tells its name. Only calls that a signal handler may make.
+// Writes the input to a file and prints its name. Uses only calls that a signal handler may make.
 void keepInput()
 {
     const int file = ::open(findingPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -56,7 +56,7 @@ void onSignal(int signal)
 
 void watchForCrashes()
 {
-    // A stack of its own, so that the handler can tell of an overflow of the usual one.
+    // A separate stack, so that the handler can report an overflow of the normal one.
     static std::array<char, 64 * 1024> handlerStack;
     stack_t stack = {};
     stack.ss_sp = handlerStack.data();
@@ -68,7 +68,7 @@ void watchForCrashes()
     for (const int signal : {SIGABRT, SIGALRM, SIGFPE, SIGILL})
         ::sigaction(signal, &action, nullptr);
     if (__sanitizer_set_death_callback != nullptr) {
-        __sanitizer_set_death_callback(keepInput); // a sanitizer reports bad steps in memory itself
+        __sanitizer_set_death_callback(keepInput); // a sanitizer reports memory errors itself
         return;
     }
     for (const int signal : {SIGSEGV, SIGBUS})
@@ -79,7 +79,7 @@ void runOne(Bytes input, std::string name)
 {
     currentInput = std::move(input);
     currentName = std::move(name);
-    // A copy of exactly its size, so that a step beyond the end is seen.
+    // A copy of exactly its size, so that an access beyond the end is detected.
     const Bytes exact(currentInput.begin(), currentInput.end());
     ::alarm(kHangSeconds);
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
@@ -122,7 +122,7 @@ public:
 private:
     std::size_t below(std::size_t bound) { return static_cast<std::size_t>(random() % bound); }
 
-    // Half of the time in the header, where damage leads farthest.
+    // Half of the time in the header, where damage has the largest effect.
     std::size_t somewhere(const Bytes& bytes)
     {
         return below(random() % 2 == 0 ? std::min(bytes.size(), kHeaderBytes) : bytes.size());
@@ -137,7 +137,7 @@ private:
         }
     }
 
-    // Puts a number where a length or an offset may stand: the ends of the ranges, and what is near the file's size.
+    // Writes a number where a length or an offset may be: the ends of the ranges, and values near the file's size.
     void setLength(Bytes& bytes)
     {
         const std::uint64_t candidates[] = {
@@ -151,7 +151,7 @@ private:
             bytes[at + i] = static_cast<std::uint8_t>(number >> (8 * (bigEndian ? width - 1 - i : i)));
     }
 
-    // Doubles a piece, or takes it out.
+    // Duplicates a piece, or removes it.
     void moveChunk(Bytes& bytes)
     {
         const std::size_t at = somewhere(bytes);
@@ -164,7 +164,7 @@ private:
             bytes.erase(from, from + static_cast<std::ptrdiff_t>(length));
     }
 
-    std::mt19937_64 random; // its numbers are the standard's; those of distributions are not
+    std::mt19937_64 random; // its numbers are standardised; those of distributions are not
 };
 
 std::vector<std::filesystem::path> filesAt(const std::filesystem::path& path)
@@ -183,7 +183,7 @@ bool replay(const std::filesystem::path& path, int copies)
     std::ifstream stream(path, std::ios::binary);
     const Bytes whole{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     if (!stream) {
-        std::fprintf(stderr, "%s cannot be read\n", path.c_str());
+        std::fprintf(stderr, "cannot read %s\n", path.c_str());
         return false;
     }
     runOne(whole, path.string());

@@ -4,6 +4,7 @@
 #include "test_files.hpp"
 
 #include <orvo_core/identifier.hpp>
+#include <orvo_io/base64_image.hpp>
 
 #include <cstdio>
 #include <random>
@@ -18,7 +19,7 @@ void put(const std::filesystem::path& file, const Bytes& bytes)
 {
     orvo::test::writeBytes(file, bytes);
     if (!std::filesystem::exists(file) || std::filesystem::file_size(file) != bytes.size())
-        throw std::runtime_error(file.string() + " cannot be written");
+        throw std::runtime_error("cannot write " + file.string());
 }
 
 void put(const std::filesystem::path& file, const std::string& text) { put(file, Bytes(text.begin(), text.end())); }
@@ -28,7 +29,7 @@ void writeSettingsSeeds(const std::filesystem::path& folder)
     put(folder / "levels.json", R"({"Upscale": {"scale": 2, "model": "a.onnx"}, "DebugDrawer": {"enable": true}})");
     put(folder / "flat.json", R"({"Upscale.scale": 1.5e3, "a.b": [1, {"c": null}], "a": "\u00e4\ud83d\ude00"})");
     put(folder / "numbers.json", R"({"a": -2147483649, "a.b": 18446744073709551615, "Upscale.scale": -0.0})");
-    // More levels than the reader takes, and a list as deep as it takes.
+    // More levels than the reader accepts, and a list as deep as it accepts.
     std::string levels;
     for (int level = 0; level < 80; ++level)
         levels += R"({"a":)";
@@ -55,12 +56,31 @@ void writeNetworkSeeds(const std::filesystem::path& folder)
     put(folder / "fixed.onnx", onnx::convolveAndEnlarge(3, blur, 3, 2, {24, 16}));
 }
 
-// Targets that cut arguments off their input take any bytes; these are long enough to name all arguments.
+// PNG of several kinds, as they are and as text; answers have two bytes of arguments in front.
+void writeAnswerSeeds(const std::filesystem::path& pictures, const std::filesystem::path& answers)
+{
+    const orvo::test::TemporaryFolder scratch;
+    const auto file = [&](const char* name) { return scratch / name; };
+    orvo::test::makePng(file("gray"), 4, 3, Bytes(12, 90), {.colorType = 0});
+    orvo::test::makePng(file("palette"), 3, 2, {0, 1, 0, 1, 0, 1}, {.colorType = 3, .palette = {255, 0, 0, 0, 255, 0}});
+    orvo::test::makePng(file("alpha"), 2, 2, Bytes(16, 120), {.colorType = 6});
+    orvo::test::makePng(file("deep"), 2, 2, Bytes(24, 60), {.bits = 16});
+    orvo::test::makePng(file("interlaced"), 9, 9, Bytes(243, 33), {.interlaced = true});
+    for (const char* const name : {"gray", "palette", "alpha", "deep", "interlaced"})
+        put(pictures / name, orvo::test::readBytes(file(name)));
+    const std::string text = orvo::imageToBase64(orvo::test::gradient(24, 18), {0, 8});
+    put(pictures / "text", text);
+    put(answers / "same", "\x60\x60" + text);
+    put(answers / "half", "\x20\x18" + text);
+    put(answers / "unknown", std::string("\x02\x02") + text);
+}
+
+// Targets that parse arguments from their input take any bytes; these are long enough for all arguments.
 void writeArgumentSeeds(const std::filesystem::path& folder, std::size_t length)
 {
     for (unsigned seed = 1; seed <= 8; ++seed) {
         std::mt19937 random(seed);
-        // Some seeds without the largest values, which stand for what is awkward.
+        // Some seeds omit the largest values, which mean special cases.
         const unsigned range = seed % 2 == 0 ? 256 : 200;
         Bytes bytes(length);
         for (unsigned char& byte : bytes)
@@ -71,7 +91,7 @@ void writeArgumentSeeds(const std::filesystem::path& folder, std::size_t length)
 
 } // namespace
 
-// The leak sanitizer asks: libx265 keeps what it encoded with.
+// Called by the leak sanitizer: libx265 keeps memory of its encoders.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:libx265"; }
 
@@ -91,6 +111,7 @@ int main(int count, char** words)
         writeSettingsSeeds(folder("settings_file"));
         writeIdentifierSeeds(folder("identifier_bytes"));
         writeNetworkSeeds(folder("network_file"));
+        writeAnswerSeeds(folder("base64_picture"), folder("erase_answer"));
         writeArgumentSeeds(folder("panorama_masks"), 600);
         writeArgumentSeeds(folder("feature_matches"), 800);
         writeArgumentSeeds(folder("focus_series"), 4000);

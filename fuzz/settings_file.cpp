@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (refused)
         require(settings.get(kKept, 0) == kKeptValue, "a refused file changes nothing");
-    // Keys of the seeds, which inputs keep or bring to another type: the fallback, never an exception.
+    // Keys of the seeds, which inputs keep or change to another type: the fallback, never an exception.
     for (const char* const key : {"Upscale.scale", "Upscale.model", "DebugDrawer.enable", "a", "a.b"}) {
         (void)settings.get(key, false);
         (void)settings.get(key, 0);

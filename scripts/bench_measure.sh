@@ -1,4 +1,4 @@
-# Sourced by the scripts that run whole jobs side by side with other programs.
+# Sourced by the scripts that compare whole jobs with other programs.
 
 # Runs a command and prints "SECONDS MEGABYTES CPU": its wall time, the peak memory of its largest process, and the
 # seconds of all cores together.
@@ -7,10 +7,10 @@ measure() {
 import os, subprocess, sys, time
 start = time.monotonic()
 process = subprocess.Popen(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-complaint = process.stderr.read()
+errors = process.stderr.read()
 _, status, usage = os.wait4(process.pid, 0)
 if status != 0:
-    sys.exit(complaint.decode(errors="replace"))
+    sys.exit(errors.decode(errors="replace"))
 seconds = time.monotonic() - start
 print(f"{seconds:.1f} {usage.ru_maxrss / 1024:.0f} {usage.ru_utime + usage.ru_stime:.1f}")
 PYTHON
@@ -24,7 +24,7 @@ row() {
   echo "| $name | $seconds | $megabytes |"
 }
 
-# need SCRIPT PROGRAM...: ends the script unless all programs are there.
+# need SCRIPT PROGRAM...: ends the script unless all programs are installed.
 need() {
   local script=$1 program
   shift

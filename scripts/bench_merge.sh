@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Whole merges side by side: orvo hdr, Debian's enfuse, OpenCV's exposure fusion. Prints Markdown tables.
+# Compares whole merges: orvo hdr, Debian's enfuse, OpenCV's exposure fusion. Prints Markdown tables.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/bench_merge.sh speed|quality [FOLDER]
 
-  speed    renders brackets of 3 and 5 frames of 24 megapixels and tells wall time and peak memory
-  quality  merges every set below $ORVO_TEST_DATA/brackets and tells MEF-SSIM and clipped pixels
+  speed    renders brackets of 3 and 5 frames of 24 megapixels and prints wall time and peak memory
+  quality  merges every set below $ORVO_TEST_DATA/brackets and prints MEF-SSIM and clipped pixels
 
 Results are kept in FOLDER (by default build/bench). Needs the release preset built and
 scripts/bootstrap.sh --bench.

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Whole panoramas side by side: orvo pano, the programs of Hugin with enblend, OpenCV. Prints a Markdown table.
+# Compares whole panoramas: orvo pano, the programs of Hugin with enblend, OpenCV. Prints a Markdown table.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/bench_pano.sh [FOLDER]
 
-Renders a row of 8 pictures of 12 megapixels and tells of each program wall time, CPU time of all cores together,
-peak memory and the size of what it wrote. On a machine that others use, compare CPU times.
+Renders a row of 8 pictures of 12 megapixels and prints for each program the wall time, the CPU time of all cores
+together, the peak memory and the size of its result. On a shared machine, compare CPU times.
 
 Pictures and results are kept in FOLDER (by default build/bench). Needs the release preset built and
 scripts/bootstrap.sh --bench.
@@ -23,7 +23,7 @@ need bench_pano "$bin/orvo" "$bin/bench_render_pano" "$bin/bench_opencv_stitcher
 folder=$work/pano_8
 mkdir -p "$work"
 
-# Hugin's way from pictures to a panorama as its manual gives it for scripts.
+# Hugin's steps from pictures to a panorama, as in its manual for scripts.
 hugin_chain() {
   set -euo pipefail
   local project=$1/hugin.pto output=$2

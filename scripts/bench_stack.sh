@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Whole focus stacks side by side: orvo stack and Debian's enfuse. Prints Markdown tables.
+# Compares whole focus stacks: orvo stack and Debian's enfuse. Prints Markdown tables.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/bench_stack.sh speed|quality [FOLDER]
 
-  speed    renders a series of 8 frames of 12 megapixels and tells wall time and peak memory
-  quality  stacks every series below $ORVO_TEST_DATA/focus and tells how sharp it is: as a share of the
-           best of the aligned inputs, pixel by pixel, and against the other program's stack where the
+  speed    renders a series of 8 frames of 12 megapixels and prints wall time and peak memory
+  quality  stacks every series below $ORVO_TEST_DATA/focus and prints its sharpness: as a share of the
+           best of the aligned inputs, pixel by pixel, and relative to the other program's stack if the
            data has one
 
 Results are kept in FOLDER (by default build/bench). Needs the release preset built and

@@ -1,20 +1,20 @@
 #!/usr/bin/env bash
-# Makes a Debian 12 machine ready to build orvo_extensions: packages, then an OpenCV with SURF.
-# Running it again costs a second or two and changes nothing.
+# Prepares a Debian 12 machine for building orvo_extensions: packages, then an OpenCV with SURF.
+# Running it again takes a second or two and changes nothing.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/bootstrap.sh [--bench] [--tools]
 
-Installs what building, testing and running orvo_extensions needs, and builds OpenCV 4.7.0
-with SURF into a cache folder unless the machine has a usable OpenCV already.
+Installs the dependencies for building, testing and running orvo_extensions, and builds
+OpenCV 4.7.0 with SURF into a cache folder unless the machine already has a usable OpenCV.
 
-  --bench   also the programs that the benchmarks compare with (enfuse, Hugin, enblend)
-  --tools   also clang, clang-format and clang-tidy, for work on the code
+  --bench   also install the programs that the benchmarks compare with (enfuse, Hugin, enblend)
+  --tools   also install clang, clang-format and clang-tidy, for development
   --help    this text
 
-ORVO_DEPS names the cache folder; without it, it is orvo below $XDG_CACHE_HOME or ~/.cache.
+ORVO_DEPS sets the cache folder; the default is orvo below $XDG_CACHE_HOME or ~/.cache.
 TEXT
 }
 
@@ -44,13 +44,13 @@ for argument in "$@"; do
 done
 
 install_packages() {
-  command -v dpkg-query >/dev/null || die "this script knows Debian's package manager only; install these yourself: ${packages[*]}"
+  command -v dpkg-query >/dev/null || die "this script only supports Debian's package manager; install these yourself: ${packages[*]}"
   local missing=() package
   for package in "${packages[@]}"; do
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
   done
   if [ ${#missing[@]} -eq 0 ]; then
-    say "all Debian packages are there"
+    say "all Debian packages are installed"
     return
   fi
   local as_root=()
@@ -61,10 +61,10 @@ install_packages() {
   say "installing ${#missing[@]} Debian packages: ${missing[*]}"
   "${as_root[@]}" apt-get update -qq || die "apt-get update failed; is the network up and /etc/apt/sources.list right?"
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null ||
-    die "apt-get could not install the packages above; this project is made for Debian 12"
+    die "apt-get could not install the packages above; this project supports Debian 12"
 }
 
-# Whether the OpenCV that CMake finds (or the one below prefix $1) has all modules and a SURF that works.
+# Whether the OpenCV that CMake finds (or the one below prefix $1) has all modules and a working SURF.
 usable_opencv() {
   local scratch answer=1
   scratch=$(mktemp -d)
@@ -76,17 +76,17 @@ usable_opencv() {
   return $answer
 }
 
-# Runs the build while telling every half minute how far it is; the whole output goes to log file $2.
+# Runs the build and prints its progress every half minute; the whole output goes to log file $2.
 build_with_progress() {
   local folder=$1 log=$2 pid
   NINJA_STATUS='[%f of %t] ' ninja -C "$folder" install >"$log" 2>&1 &
   pid=$!
   trap 'kill "$pid" 2>/dev/null; exit 130' INT TERM
-  local since=$SECONDS told=$SECONDS
+  local since=$SECONDS printed=$SECONDS
   while kill -0 "$pid" 2>/dev/null; do
     sleep 1
-    if [ $((SECONDS - told)) -ge 30 ]; then
-      told=$SECONDS
+    if [ $((SECONDS - printed)) -ge 30 ]; then
+      printed=$SECONDS
       say "  OpenCV: $(grep -o '^\[[0-9]* of [0-9]*\]' "$log" | tail -n 1) after $((SECONDS - since)) s"
     fi
   done
@@ -99,9 +99,9 @@ build_opencv() {
   prefix=$(opencv_prefix)
   work="$prefix.build"
   log="$prefix.log"
-  mkdir -p "$(dirname "$prefix")" || die "cannot make the cache folder $(dirname "$prefix"); set ORVO_DEPS to one that can be written"
+  mkdir -p "$(dirname "$prefix")" || die "cannot create the cache folder $(dirname "$prefix"); set ORVO_DEPS to a writable one"
   exec 9>"$prefix.lock"
-  flock 9  # two bootstraps at once: the second waits, then finds the work done
+  flock 9  # two bootstraps at once: the second waits, then finds OpenCV built
   [ ! -f "$prefix/complete" ] || return 0
   local free
   free=$(df -Pm "$(dirname "$prefix")" | awk 'NR == 2 {print $4}')
@@ -122,15 +122,15 @@ build_opencv() {
   build_with_progress "$work/build" "$log" || die "building OpenCV failed; see $log"
   usable_opencv "$prefix" || die "the new OpenCV in $prefix finds no SURF key points; see $log"
   rm -rf "$work"
-  touch "$prefix/complete"  # last, so that a build that was cut off is never taken for a whole one
+  touch "$prefix/complete"  # last, so that an interrupted build never counts as complete
   say "OpenCV is ready"
 }
 
 install_packages
 if [ -f "$(opencv_prefix)/complete" ]; then
-  say "OpenCV $opencv_version is there: $(opencv_prefix)"
+  say "found OpenCV $opencv_version: $(opencv_prefix)"
 elif usable_opencv ""; then
-  say "the machine's own OpenCV will do"
+  say "using the machine's own OpenCV"
 else
   build_opencv
 fi

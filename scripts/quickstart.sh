@@ -7,8 +7,8 @@ usage() {
 usage: scripts/quickstart.sh [FILES...]
 
 Sets everything up, builds, and merges the given exposure bracket. Without files it renders a
-bracket of a room with a bright window and merges that. The result goes into the folder
-orvo-results below the present one, or the one that ORVO_RESULTS names.
+bracket of a room with a bright window and merges that. The result goes to the folder
+orvo-results in the current folder, or to the one in ORVO_RESULTS.
 TEXT
 }
 
@@ -28,4 +28,4 @@ if [ $# -eq 0 ]; then
 else
   "$root/build/quickstart/bin/orvo" hdr --align --deghost 2 "$@" -o "$results/merged.jpg"
 fi
-echo "quickstart: the result lies in $(cd "$results" && pwd)"
+echo "quickstart: the result is in $(cd "$results" && pwd)"

@@ -1,7 +1,7 @@
-// Sharpness of a focus stack against its own inputs, and against another program's stack of the same files:
+// Sharpness of a focus stack relative to its own inputs, and to another program's stack of the same files:
 // bench_focus_score [--against PICTURE] FRAMES...
 // Prints the sum-modified-Laplacian of the stack as a share of that of the best aligned input, pixel by pixel, and its
-// mean over that of the other picture, apart by a tab.
+// mean relative to that of the other picture, separated by a tab.
 #include "bench_pictures.hpp"
 #include "bracket/align_frames_streaming.hpp"
 #include "bracket/focus_stack.hpp"
@@ -23,7 +23,7 @@ using bench::Picture;
 
 using Paths = std::vector<std::filesystem::path>;
 
-// The frames in line with the middle one, cut to what all of them show.
+// The frames aligned to the middle one and cropped to their common area.
 std::vector<std::shared_ptr<const Picture>> alignedFrames(const Paths& paths)
 {
     std::vector<FocusStackerFrame> frames;
@@ -45,7 +45,7 @@ std::vector<std::shared_ptr<const Picture>> alignedFrames(const Paths& paths)
     return aligned;
 }
 
-// Over the middle of the picture: another program's stack lies a little elsewhere and has another border.
+// Over the middle of the picture: another program's stack is slightly shifted and has another border.
 double meanSharpness(const Picture& picture)
 {
     const auto middle = picture.copy(
@@ -71,7 +71,7 @@ int main(int argc, char** argv)
         settings.adjust.referenceIndex = static_cast<std::int32_t>(paths.size() / 2);
         const auto image = makeFocusStack(paths, settings);
         if (!image)
-            throw std::runtime_error("the frames cannot be stacked");
+            throw std::runtime_error("cannot stack the frames");
         const auto stack = image->developedOriginalImageData({});
         const auto aligned = alignedFrames(paths);
         std::printf("%.4f", scenes::sharpnessRatio(*stack, aligned, {}));

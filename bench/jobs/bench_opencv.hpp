@@ -1,4 +1,4 @@
-/// How the benchmark programs hand their frames to OpenCV.
+/// Loads and saves frames for OpenCV in the benchmark programs.
 #pragma once
 
 #include "bench_pictures.hpp"

@@ -29,8 +29,8 @@ void write8(const char* path, const cv::Mat& mat)
     orvo::writeImage(path, picture, orvo::writeSettingsForPath(path));
 }
 
-// Of rendered pictures the default, ORB, places two in eight; these place all, with the settings that the stitcher of
-// this library has. Everything else is OpenCV's default.
+// With the default features, ORB, it places two of eight rendered pictures; with these it places all, with the settings
+// of this library's stitcher. Everything else is OpenCV's default.
 void useSurf(cv::Stitcher& stitcher)
 {
     constexpr double kHessian = 100.0;
@@ -59,7 +59,7 @@ int main(int argc, char** argv)
         cv::Mat panorama;
         const auto status = stitcher->stitch(frames, panorama);
         if (status != cv::Stitcher::OK)
-            throw std::runtime_error("the stitcher answers " + std::to_string(status));
+            throw std::runtime_error("the stitcher returns " + std::to_string(status));
         write8(argv[1], panorama);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bench_opencv_stitcher: %s\n", error.what());

@@ -1,4 +1,4 @@
-/// How the benchmark programs read their frames: all by the same reader, in sRGB.
+/// Loads frames for the benchmark programs: all with the same reader, in sRGB.
 #pragma once
 
 #include <orvo_core/image.hpp>

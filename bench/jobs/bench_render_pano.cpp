@@ -14,14 +14,14 @@ namespace {
 
 namespace scenes = orvo::scenes;
 
-// A usual lens for panoramas held upright or not; as other programs compute it, by the diagonal of 36 x 24 mm.
+// A common lens for panoramas in either orientation; as other programs compute it, by the diagonal of 36 x 24 mm.
 constexpr int kFocalLength35 = 28;
 constexpr double kDiagonal35 = 43.26661530556787; // mm
 
-// Neighbours share two fifths, as photographers are told to leave.
+// Neighbours share two fifths, as photographers are advised.
 constexpr double kShared = 0.4;
 
-// A hand: degrees each way. The exposures differ as those of a camera that meters anew do.
+// Hand shake: degrees each way. The exposures vary like those of a camera that meters each shot.
 constexpr double kShake = 1.0;
 constexpr double kExposures[] = {0.0, 0.2, -0.1, 0.3, 0.1, -0.2};
 constexpr double kNoise = 0.004; // of encoded values, as of a small sensor at ISO 100

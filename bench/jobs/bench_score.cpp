@@ -1,5 +1,5 @@
 // Scores a fused picture against its bracket: bench_score FUSED FRAMES...
-// Prints MEF-SSIM (Ma, Zeng, Wang, IEEE TIP 24(11), 2015) and the percentage of clipped pixels, apart by a tab.
+// Prints MEF-SSIM (Ma, Zeng, Wang, IEEE TIP 24(11), 2015) and the percentage of clipped pixels, separated by a tab.
 #include "bench_pictures.hpp"
 
 #include <scenes/mef_ssim.hpp>
@@ -14,7 +14,7 @@ namespace {
 using orvo::bench::loadInSRGB;
 using orvo::bench::Picture;
 
-// A channel within half a step of an end of the 8-bit scale holds no more information.
+// A channel within half a step of an end of the 8-bit scale has no more information.
 constexpr float kHalfStep = 0.5f / 255.0f;
 
 // Pixels with any channel at an end of the scale.

@@ -1,8 +1,8 @@
-// Halves photographs (or quarters them), enlarges them again in several ways and compares with what they were:
+// Reduces photographs to a half or a quarter, enlarges them again in several ways and compares with the originals:
 //   orvo_upscale_bench [FOLDER] [--sheet PICTURE.png]
-// FOLDER holds the project's test pictures; without it the environment's ORVO_TEST_DATA does. Prints the peak signal to
-// noise ratio in dB over all channels of sRGB, the structural similarity of luma, and megapixels made a second. The
-// sheet shows parts of the pictures, enlarged twice: truth, Catmull-Rom, ours, ours with crisp edges.
+// FOLDER contains the project's test pictures; the default is ORVO_TEST_DATA from the environment. Prints the peak
+// signal to noise ratio in dB over all channels of sRGB, the structural similarity of luma, and megapixels per second.
+// The sheet shows parts of the pictures, enlarged twice: truth, Catmull-Rom, ours, ours with crisp edges.
 #include "bench_pictures.hpp"
 
 #include <orvo/upscaling.hpp>
@@ -28,7 +28,7 @@ using orvo::bench::Picture;
 using PicturePointer = std::shared_ptr<Picture>;
 using Pixel = orvo::PixelRGB<float>;
 
-// What scripts/train_upscaler/train.py never learns from (its HELD_OUT).
+// The pictures that scripts/train_upscaler/train.py does not train on (its HELD_OUT).
 constexpr const char* kHeldOut[] = {
     "single/faces_cafe/faces_cafe.jpg",        "single/skiers/skiers.jpg",
     "single/lake_horizon/lake_horizon.jpg",    "single/waterfall_orientation6/waterfall_orientation6.jpg",
@@ -59,7 +59,7 @@ PicturePointer byUs(const PicturePointer& small, orvo::_Size<int> size, bool cri
     settings.passes = size.width / small->width() / 2; // 1 for 2 times, 2 for 4 times
     auto result = orvo::upscaleX(small, settings, nullptr, nullptr, {});
     if (!result)
-        throw std::runtime_error("upscaleX gave nothing");
+        throw std::runtime_error("upscaleX returned nothing");
     return result;
 }
 
@@ -80,7 +80,7 @@ struct Score
     double seconds = 0.0;
 };
 
-// In the working space, with sides that can be quartered.
+// In the working space, with sides that are multiples of four.
 PicturePointer load(const std::filesystem::path& path)
 {
     const auto image =
@@ -140,7 +140,7 @@ void printTable(const std::filesystem::path& folder, int scale)
     std::printf("%-47s", "mean");
     for (const Score& sum : sums)
         std::printf("   %6.2f %6.4f", sum.psnr, sum.ssim);
-    std::printf("\n%-47s", "megapixels a second");
+    std::printf("\n%-47s", "megapixels per second");
     for (const Score& sum : sums)
         std::printf("%16.1f", sum.megapixels / sum.seconds);
     std::printf("\n");

@@ -1,5 +1,4 @@
-// Filters on planes of 6 and 24 megapixels. Each result is looked at once, so that a kernel which does nothing cannot
-// win.
+// Filters on planes of 6 and 24 megapixels. Each result is checked once, so that a kernel that does nothing cannot win.
 #include "measure.hpp"
 
 #include <orvo_image_processing/auto_exposure.hpp>
@@ -73,7 +72,7 @@ void exposureCurve(benchmark::State& state)
     const ManagedPlane<float> samples(3 * extent.pixels());
     const float a = 1.0f + 0.1f * static_cast<float>(state.range(1));
     fill(samples.data(), 3 * extent.pixels(), 3 * static_cast<std::size_t>(extent.width));
-    // In place, over and over: the time does not depend on the values.
+    // In place, repeatedly: the time does not depend on the values.
     measure(state, extent, 12 * extent.pixels(),
             [&] { orvo::applyExposureInPlace(samples.data(), 3 * extent.pixels(), a, 0.9f, 0.5f); });
     require(state, std::isfinite(samples[0]) && samples[0] != sample(0, 1));
@@ -111,7 +110,7 @@ void autoExposureApply(benchmark::State& state)
 }
 BENCHMARK(autoExposureApply)->Arg(6)->Arg(24)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-/// Two frames, each with its grain in one half, and the result: what a series of two costs.
+/// Two frames, each with its grain in one half, and the result: the cost of a series of two.
 void focusStack(benchmark::State& state)
 {
     const Extent extent = extentOf(state);

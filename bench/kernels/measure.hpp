@@ -1,4 +1,4 @@
-/// How a kernel is timed. Counters: "Mpx/s", and "copies", the time as a multiple of a plain parallel copy of the
+/// Times a kernel. Counters: "Mpx/s", and "copies", the time as a multiple of a plain parallel copy of the
 /// planes that the kernel reads and writes, measured in the same run.
 #pragma once
 
@@ -55,7 +55,7 @@ inline void parallelCopy(void* to, const void* from, std::size_t bytes)
     });
 }
 
-/// Seconds of a copy: the fastest of five, since the first ones wake pages and workers.
+/// Seconds of a copy: the fastest of five, because the first ones touch new pages and wake workers.
 inline double copySeconds(std::size_t bytes)
 {
     const ManagedPlane<char> from(bytes, true);
@@ -70,8 +70,8 @@ inline double copySeconds(std::size_t bytes)
     return best;
 }
 
-/// Runs `body` and tells its rate. `planeBytes` is the size of what it reads, which it also writes; half of the sum
-/// where the two differ.
+/// Runs `body` and reports its rate. `planeBytes` is the size of its input and of its output; half of the sum if the
+/// two differ.
 template <typename Body>
 void measure(benchmark::State& state, Extent extent, std::size_t planeBytes, const Body& body)
 {
@@ -92,7 +92,7 @@ void measure(benchmark::State& state, Extent extent, std::size_t planeBytes, con
 inline void require(benchmark::State& state, bool sane)
 {
     if (!sane)
-        state.SkipWithError("the result is not what the kernel promises");
+        state.SkipWithError("the kernel's result is wrong");
 }
 
 } // namespace orvo::bench

@@ -1,4 +1,4 @@
-// What every render of a panorama goes through, on pictures of 6 and 24 megapixels. Each result is looked at once.
+// The loops of every panorama render, on pictures of 6 and 24 megapixels. Each result is checked once.
 #include "frame/image_bridge.hpp"
 #include "measure.hpp"
 #include "panorama/panorama_devignette.hpp"
@@ -106,7 +106,7 @@ void enlargePart(benchmark::State& state)
 }
 BENCHMARK(enlargePart)->ArgsProduct({kSizes})->UseManualTime()->Unit(benchmark::kMillisecond);
 
-/// A part of the projection all of which one camera fills, drawn at the size of the camera's picture.
+/// A part of the projection entirely covered by one camera, drawn at the size of the camera's picture.
 struct View
 {
     std::shared_ptr<orvo::PanoramaWarper> warper;
@@ -139,7 +139,7 @@ void projectionMaps(benchmark::State& state)
 }
 BENCHMARK(projectionMaps)->ArgsProduct({kSizes, kProjections})->UseManualTime()->Unit(benchmark::kMillisecond);
 
-/// From each projection to the sphere behind it, as makePanorama() asks for it.
+/// From each projection to the sphere behind it, as makePanorama() needs it.
 void intermediateMaps(benchmark::State& state)
 {
     const Extent extent = extentOf(state);
@@ -186,7 +186,7 @@ cv::Mat radii(cv::Size size)
     return radius;
 }
 
-/// Two views of one plain wall that overlap by half.
+/// Two views of one flat wall that overlap by half.
 struct Pair
 {
     std::vector<cv::Mat> images, masks, radiusMaps;
@@ -231,7 +231,7 @@ void devignetteProcess(benchmark::State& state)
     const Pair pair(cv::Size(extent.width, extent.height));
     const cv::Mat original = pair.images[0].clone();
     std::vector<cv::Mat> image = {pair.images[0]};
-    // In place, over and over: the time does not depend on the values.
+    // In place, repeatedly: the time does not depend on the values.
     measure(state, extent, 17 * extent.pixels() / 2,
             [&] { devignette.process(image, {}, {pair.masks[0]}, {pair.corners[0]}, {pair.radiusMaps[0]}); });
     require(state, image[0].at<cv::Vec3s>(9, 9)[0] > original.at<cv::Vec3s>(9, 9)[0]);

@@ -1,4 +1,4 @@
-// What a panorama composer asks of the stitcher once the cameras are known: masks made a partition, the frames of a
+// What a panorama composer uses of the stitcher once the cameras are known: masks made a partition, the frames of a
 // drag, previews.
 #include "frame/image_bridge.hpp"
 #include "measure.hpp"
@@ -12,10 +12,10 @@ namespace {
 using namespace orvo::bench;
 using orvo::PanoramaStitcher;
 
-constexpr int kPreviewSide = 1500; // pixels, the size that a composer shows
+constexpr int kPreviewSide = 1500; // pixels, the size of a composer's preview
 const std::vector<std::int64_t> kProjections = {0, 1, 2, 3, 4, 5};
 
-/// Six pictures in a row that overlap by half, their seams three pixels off, as those of the seam scale are.
+/// Six pictures in a row that overlap by half, with their seams three pixels off, like those of the seam scale.
 void fitMasks(benchmark::State& state)
 {
     const Extent extent = extentOf(state);
@@ -60,10 +60,10 @@ const std::vector<cv::Mat>& pictures()
     return made;
 }
 
-/// Features, matches and cameras, from nothing.
+/// Features, matches and cameras, from scratch.
 void registration(benchmark::State& state)
 {
-    const std::vector<cv::Mat>& images = pictures(); // rendered before the clock runs
+    const std::vector<cv::Mat>& images = pictures(); // rendered outside the measured time
     bool found = false;
     for (auto _ : state) {
         PanoramaStitcher stitcher{orvo::PanoSource()};
@@ -94,7 +94,7 @@ void tellFrames(benchmark::State& state)
     state.counters["frames/s"] = {1.0, benchmark::Counter::kIsIterationInvariantRate};
 }
 
-/// One frame of a drag: the view is turned a little more each time.
+/// One frame of a drag: the view turns slightly each time.
 void dragFrame(benchmark::State& state)
 {
     PanoramaStitcher& stitcher = registered();
@@ -121,7 +121,7 @@ BENCHMARK(dragFrame)
     ->MeasureProcessCPUTime()
     ->Unit(benchmark::kMillisecond);
 
-/// The whole sphere composed anew from the pictures; seams and gains are there already.
+/// Composes the whole sphere again from the pictures; seams and gains exist already.
 void compose(benchmark::State& state, const cv::Size& size)
 {
     PanoramaStitcher& stitcher = registered();
@@ -142,7 +142,7 @@ void rawPreview(benchmark::State& state)
 }
 BENCHMARK(rawPreview)->UseRealTime()->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
 
-/// As fine as the pictures are.
+/// At the resolution of the pictures.
 void rawFull(benchmark::State& state)
 {
     compose(state, registered().projectionBounds(PanoramaStitcher::kSpherical).size());

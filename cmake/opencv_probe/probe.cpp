@@ -1,11 +1,12 @@
-// Fails unless SURF works: a build without OPENCV_ENABLE_NONFREE has the class but throws when it is made.
+// Fails unless SURF works: a build without OPENCV_ENABLE_NONFREE has the class but throws in its constructor.
 #include <opencv2/xfeatures2d/nonfree.hpp>
 
 #include <cstdio>
 
 int main()
 {
-    // Bright discs of many radii on a dark ground. Some radii give none, where two sizes of the filter answer alike.
+    // Bright discs of many radii on a dark background. Some radii give no key point, where two filter sizes respond
+    // equally.
     constexpr int kCell = 48;
     cv::Mat picture(256, 256, CV_8U, cv::Scalar(20));
     for (int y = 0; y < picture.rows; ++y)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_extensions/failure.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -43,6 +44,8 @@ struct ORVO_EXPORT GhostReduction
     std::int32_t amount = 0;         ///< a DeghostAmount, 0 (least) to 4 (most)
 };
 
+/// Read: all by makeFocusStack(), the fields of `adjust` and `ghostReduction` beside `enabled` only where that is true;
+/// none that changes a pixel by exportAligned().
 struct ORVO_EXPORT FocusStacking
 {
     /// Aligns and does not deghost: in a focus series blur would be taken for motion.
@@ -58,7 +61,8 @@ struct ORVO_EXPORT FocusStacking
 } // namespace BracketSettings
 
 /// The paths in order of rising exposure and their EVs, the middle one being 0, at equal indices. Reads metadata and
-/// thumbnails only. A file that has no thumbnail drops out; files of equal EV keep their order.
+/// thumbnails only. A file that has no thumbnail drops out, and lastFailure() says why the first such one
+/// did; files of equal EV keep their order.
 [[nodiscard]] ORVO_EXPORT std::pair<std::vector<std::filesystem::path>, std::vector<float>>
 getSortedPathsAndEVsFromPaths(const std::vector<std::filesystem::path>& paths);
 

@@ -4,6 +4,7 @@
 #include <orvo_common/export.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_extensions/bracket.hpp>
+#include <orvo_extensions/failure.hpp>
 
 #include <filesystem>
 #include <memory>
@@ -17,8 +18,8 @@ namespace orvo {
 ///
 /// The reference is `settings.adjust.referenceIndex` if aligning is enabled, else the middle path; an index into the
 /// paths. All frames must have the size of the reference. Result: the picture in melissaRGB() with the metadata of the
-/// reference; empty on failure, with the reason in the log, and on standard error for a file that cannot be opened.
-/// Blocks the calling thread; cannot be cancelled. Peak: all frames, and five pictures more.
+/// reference; empty on failure, with the reason in lastFailure(), and on standard error for a file that cannot be
+/// opened. Blocks the calling thread; cannot be cancelled. Peak: all frames, and five pictures more.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                                                 const BracketSettings::FocusStacking& settings);
 
@@ -27,9 +28,9 @@ namespace orvo {
 /// not developed; `settings` change no pixel.
 ///
 /// Result: pictures in melissaRGB(), each of its own size and with the metadata of its file; none for no path. A file
-/// that cannot be opened is told in the log. If all files are raw it drops out and is not counted, so the result is
-/// shorter than `paths`; else std::runtime_error names it. Other exceptions reach the caller too, such as
-/// std::bad_alloc. Blocks the calling thread; cannot be cancelled. Peak: all frames, and one picture more.
+/// that cannot be opened is reported by lastFailure() and in the log. If all files are raw it drops out and is not
+/// counted, so the result is shorter than `paths`; else FailureError names it. Other exceptions reach the caller too,
+/// such as std::bad_alloc. Blocks the calling thread; cannot be cancelled. Peak: all frames, and one picture more.
 [[nodiscard]] ORVO_EXPORT std::vector<std::shared_ptr<Image>>
 exportAligned(const std::vector<std::filesystem::path>& paths, const BracketSettings::FocusStacking& settings);
 

@@ -1,11 +1,12 @@
 /// Merging an exposure bracket, or a single frame, into one picture.
 ///
 /// Bracket operations run on the caller's thread and wait for their own parallel loops. make_HDR lets no exception
-/// out: it answers empty pointers, and the reason is in the log.
+/// out: it answers empty pointers, and lastFailure() says why.
 #pragma once
 
 #include <orvo_common/export.hpp>
 #include <orvo_core/image.hpp>
+#include <orvo_extensions/failure.hpp>
 
 #include <atomic>
 #include <cstdint>
@@ -27,7 +28,7 @@ enum class DeghostAmount : std::int32_t
     Highest = 4
 };
 
-/// Carried by HDRSettings for the application; the merge works with its own constants.
+/// Carried by HDRSettings for the application. Read: none of it.
 struct ORVO_EXPORT HDRSettingsLL
 {
     HDRSettingsLL();
@@ -40,7 +41,7 @@ struct ORVO_EXPORT HDRSettingsLL
     std::int32_t samples = 0;
 };
 
-/// Limits of an exposure ladder, carried for the application; the merge works with its own constants.
+/// Limits of an exposure ladder, carried by HDRSettings for the application. Read: none of it.
 struct HDREvLimits
 {
     float rawLow = -4.0f;
@@ -52,6 +53,9 @@ struct HDREvLimits
 };
 
 /// What a merge is to do. A copy shares the cancel flag, so that whoever keeps it can stop a merge that got a copy.
+///
+/// Read: all but `optionA`, `optionB`, `evLimits`, `strength` and `ll`, which are kept for the application; the merge
+/// works with its own constants. `ghostRefImageIdx` and `deghostAmount` count only with `ghostReduction`.
 struct ORVO_EXPORT HDRSettings
 {
     HDRSettings();
@@ -70,11 +74,9 @@ struct ORVO_EXPORT HDRSettings
     DeghostAmount deghostAmount = DeghostAmount::Lowest;
     /// Any thread may set the byte to stop the merge. Empty: it cannot be stopped.
     std::shared_ptr<std::atomic<unsigned char>> cancelFlag;
-    /// Kept for the application, not read here.
     bool optionA = true;
     /// Correct lateral chromatic aberration.
     bool chromaticAberrations = false;
-    /// Kept for the application, not read here.
     bool optionB = true;
     /// Above 0: automatic white balance of the result, up to 1 for all of the cast.
     float whiteBalance = 0.0f;
@@ -82,7 +84,6 @@ struct ORVO_EXPORT HDRSettings
     float details = 0.0f;
     /// Correct distortion and vignetting of raw frames by the lens of the metadata.
     bool lensCorrection = false;
-    /// The three below: kept for the application, not read here.
     HDREvLimits evLimits;
     float strength = 1.0f;
     HDRSettingsLL ll;

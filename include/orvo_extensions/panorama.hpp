@@ -4,6 +4,7 @@
 #include <orvo_common/export.hpp>
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image.hpp>
+#include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_extensions/warp_type.hpp>
 
@@ -16,8 +17,11 @@
 
 namespace orvo {
 
-/// How a panorama is stitched. A plain record. The engine works with its own constants; fields marked "kept" travel
-/// with the record for the application.
+/// How a panorama is stitched. A plain record.
+///
+/// Read: `autoLensCorrection`, `rawChromaticAberration`, `devignette`; `warpType` by a preview, at its start
+/// (stitchPanorama() takes PanoramaOutput::projection). The engine works with its own constants; all other fields are
+/// kept for the application.
 struct ORVO_EXPORT PanoramaStitchingSettings
 {
     PanoramaStitchingSettings();
@@ -26,13 +30,13 @@ struct ORVO_EXPORT PanoramaStitchingSettings
     PanoramaStitchingSettings& operator=(const PanoramaStitchingSettings&);
     PanoramaStitchingSettings& operator=(PanoramaStitchingSettings&&) noexcept;
 
-    bool option0 = false;                ///< kept
+    bool option0 = false;
     bool autoLensCorrection = false;     ///< raw files: distortion and vignetting by the lens of the metadata
     bool rawChromaticAberration = false; ///< raw files: lateral chromatic aberration
-    bool devignette = false;             ///< files: fit and remove vignetting from the overlaps
-    bool option4 = true;                 ///< kept
-    bool option5 = false;                ///< kept
-    float scale0 = 0.6f;                 ///< kept, as is all up to warpType
+    bool devignette = false;             ///< PanoSource only: fit and remove vignetting from the overlaps
+    bool option4 = true;
+    bool option5 = false;
+    float scale0 = 0.6f;
     float scale1 = 0.1f;
     std::int32_t mode0 = 2;
     std::int32_t mode1 = 1;
@@ -43,8 +47,8 @@ struct ORVO_EXPORT PanoramaStitchingSettings
     std::int32_t mode3 = 1;
     std::int32_t mode4 = 1;
     std::int32_t mode5 = 1;
-    std::int32_t warpType = 3; ///< a WarpType: the projection at the start
-    std::int32_t mode6 = 2;    ///< kept, as is all below
+    std::int32_t warpType = 3; ///< a WarpType
+    std::int32_t mode6 = 2;
     std::int32_t mode7 = 1;
     std::int32_t mode8 = 2;
     std::int32_t mode12 = 32;
@@ -80,12 +84,15 @@ struct PanoSourceVideo
     std::vector<_Rect<int>> rects;     ///< for each of them the only part that may show
 };
 
+/// Pixels of a side of any panorama: more does not fit the coordinates with which pictures are resampled.
+inline constexpr std::int32_t kLongestPanoramaSide = 32000;
+
 /// How the whole panorama is drawn.
 struct PanoramaOutput
 {
     WarpType projection = WarpType::Spherical;
     /// The longest side is at most so many pixels; 0: the resolution of the pictures where the projection stretches
-    /// nothing. Never above that, nor above 32000.
+    /// nothing. Never above that, nor above kLongestPanoramaSide.
     std::int32_t maxSize = 0;
 };
 
@@ -107,17 +114,36 @@ struct StitchedPanorama
     std::vector<PanoramaPlace> places; ///< one for each file, in the order of the source
 };
 
-/// Stitches single pictures: reads them, registers them as views from one point, and draws all of what they show within
-/// the reach of the projection: longitudes and latitudes without a limit in the spherical one, 64 degrees to each side
-/// and 45 up and down in the plane, 57 degrees up and down in the cylindrical one, 85 in Mercator's, 128 degrees to
-/// each side and 90 up and down of the fisheye's axis, and of the planet up to 53 degrees above the horizon. The
-/// picture does not depend on the order of the files, only its metadata do.
+/// Stitches single pictures: reads them, registers them as views from one point, and draws what they show within the
+/// reach of the projection. The picture does not depend on the order of the files, only its metadata do.
+///
+/// | projection | reach, in degrees |
+/// |---|---|
+/// | spherical | all |
+/// | plane | 64 to each side, 45 up and down |
+/// | cylindrical | all around, 57 up and down |
+/// | Mercator | all around, 85 up and down |
+/// | fisheye | 128 to each side of the axis, 90 up and down |
+/// | stereographic (planet) | all around, up to 53 above the horizon |
+///
+/// Example:
+///
+///     orvo::PanoSource source;
+///     source.files = {"1.jpg", "2.jpg", "3.jpg"};
+///     source.settings.devignette = true;
+///     const auto panorama = orvo::stitchPanorama(source, {orvo::WarpType::Cylindrical, 8000}, {}, {});
+///     if (panorama.image)
+///         orvo::writeImage("panorama.jpg", *panorama.image->imageData({}, {}, true),
+///                          orvo::writeSettingsForPath("panorama.jpg"));
+///     for (const auto& place : panorama.places)
+///         if (!place.placed)
+///             std::cerr << place.path << " fits none of the others\n";
 ///
 /// Blocks the calling thread. `progress`, 0 to 1, is called on it and may be empty, as may `cancel`, which is polled
-/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read (told in the log), if
+/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read, if
 /// fewer than two pictures fit together (then no picture has a place), or if what they show is beyond the projection's
-/// reach; an exception is logged and answered with an empty result. Peak: the pictures in 16 bit, and twice the
-/// panorama in 16 bit and once in floats, or twice in floats.
+/// reach, and lastFailure() says which of these; an exception is logged and answered with an empty result. Peak: the
+/// pictures in 16 bit, and twice the panorama in 16 bit and once in floats, or twice in floats.
 [[nodiscard]] ORVO_EXPORT StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                                           const std::function<void(float)>& progress,
                                                           const std::function<bool()>& cancel);

@@ -7,11 +7,11 @@ namespace orvo::scenes {
 
 namespace {
 
-void checkCount(const char* field, std::size_t found, std::size_t wanted)
+void checkCount(const char* field, std::size_t found, std::size_t expected)
 {
-    if (found != 0 && found != wanted)
+    if (found != 0 && found != expected)
         throw std::invalid_argument(std::string("BracketRecipe.") + field + " has " + std::to_string(found) +
-                                    " entries for " + std::to_string(wanted) + " EVs");
+                                    " entries for " + std::to_string(expected) + " EVs");
 }
 
 } // namespace
@@ -22,7 +22,7 @@ Bracket::Bracket(const BracketRecipe& recipe, std::shared_ptr<const RadianceScen
     : place(std::move(scene)), settings(recipe.camera)
 {
     if (!place)
-        throw std::invalid_argument("Bracket: there is no scene");
+        throw std::invalid_argument("Bracket: the scene is missing");
     checkCount("views", recipe.views.size(), recipe.evs.size());
     checkCount("subjects", recipe.subjects.size(), recipe.evs.size());
     for (std::size_t i = 0; i < recipe.evs.size(); ++i) {
@@ -32,7 +32,7 @@ Bracket::Bracket(const BracketRecipe& recipe, std::shared_ptr<const RadianceScen
             shot.view = recipe.views[i];
         if (!recipe.subjects.empty())
             shot.subject = recipe.subjects[i];
-        shot.noiseSeed = recipe.noiseSeed * 1009 + i; // apart from the frames of a bracket with the next seed
+        shot.noiseSeed = recipe.noiseSeed * 1009 + i; // different from the frames of a bracket with the next seed
         plan.push_back(shot);
     }
 }

@@ -13,7 +13,7 @@ namespace orvo::scenes {
 
 namespace {
 
-constexpr float kFilmicStrength = 0.55f; // share of the S over sRGB; below 1 the curve still rises everywhere
+constexpr float kFilmicStrength = 0.55f; // share of the S over sRGB; below 1 the curve increases everywhere
 
 // Bit mixer of the SplitMix64 generator (Steele, Lea, Flood, OOPSLA 2014).
 constexpr std::uint64_t mixed(std::uint64_t z)
@@ -41,8 +41,8 @@ float normalNumber(std::uint64_t counter)
     return (static_cast<float>(sum) - kMean) * kInverseDeviation;
 }
 
-// A response curve as a table over the square root of light, where it bends least. Linear in between: off by less
-// than 1e-6.
+// A response curve as a table over the square root of light, where its curvature is smallest. Linear in between: the
+// error is less than 1e-6.
 class CurveTable
 {
 public:
@@ -62,7 +62,7 @@ public:
 
 private:
     static constexpr int kSteps = 4096;
-    std::array<float, kSteps + 2> values{}; // one beyond the last, for the step that light 1 falls into
+    std::array<float, kSteps + 2> values{}; // one beyond the last, for the step of light 1
 };
 
 // Signed uniform number -1..1.
@@ -159,7 +159,7 @@ NoiseSource::NoiseSource(const std::optional<SensorNoise>& noise, const Exposure
         return;
     if (!(noise->fullWellElectrons > 0.0 && noise->readNoiseElectrons >= 0.0))
         throw std::invalid_argument("SensorNoise: the full well is " + std::to_string(noise->fullWellElectrons) +
-                                    ", it must be above 0, and the read noise not below");
+                                    ", it must be above 0, and the read noise not below 0");
     perElectron = static_cast<float>(exposure.isoSpeed / (100.0 * noise->fullWellElectrons));
     readVariance = square(static_cast<float>(noise->readNoiseElectrons) * perElectron);
 }

@@ -10,7 +10,7 @@ namespace {
 
 double rimWeight(double made, int x, int y) { return std::clamp(made + 0.5 - std::hypot(x, y), 0.0, 1.0); }
 
-// Second moment along one axis of the weights of a disc made with the radius `made`.
+// Second moment along one axis of the weights of a disc constructed with the radius `made`.
 double momentOf(double made)
 {
     const int reach = static_cast<int>(made + 0.5);
@@ -25,16 +25,16 @@ double momentOf(double made)
     return moment / sum;
 }
 
-// The radius to make a disc with, so that it has the moment of the true disc of `radius`.
+// The construction radius that gives a disc the moment of the true disc of `radius`.
 double madeRadius(double radius)
 {
-    const double wanted = radius * radius / 4.0;
+    const double target = radius * radius / 4.0;
     double low = 0.5; // the middle pixel alone
     double high = radius + 1.0;
     constexpr int kHalvings = 24; // far below the step between two discs
     for (int i = 0; i < kHalvings; ++i) {
         const double middle = 0.5 * (low + high);
-        (momentOf(middle) < wanted ? low : high) = middle;
+        (momentOf(middle) < target ? low : high) = middle;
     }
     return 0.5 * (low + high);
 }
@@ -65,7 +65,7 @@ DiscKernels::Disc DiscKernels::discOf(double radius)
 
 DiscKernels::DiscKernels(double largestRadius)
 {
-    discs.push_back({0, {0}, {1.0f}}); // in focus: the sample as it is
+    discs.push_back({0, {0}, {1.0f}}); // in focus: the sample itself
     const int steps = static_cast<int>(std::ceil(std::max(largestRadius, 0.0) * static_cast<double>(kStepsPerPixel)));
     for (int step = 1; step <= steps; ++step)
         discs.push_back(discOf(step / static_cast<double>(kStepsPerPixel)));

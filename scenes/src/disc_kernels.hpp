@@ -7,25 +7,25 @@
 
 namespace orvo::scenes {
 
-/// The discs of all radii up to a largest one, in steps so small that nobody sees them.
+/// The discs of all radii up to a largest one, in invisibly small steps.
 ///
-/// A disc has full weight inside and falls to nothing across one pixel at its rim, so it changes smoothly with its
-/// radius. That rim alone would leave small discs too narrow (below half a pixel nothing but the middle) and wide ones
-/// too wide; each is therefore made of the radius whose weights have the second moment of the true disc, r^2/4 along
-/// each axis. Weights sum to 1 and none is negative.
+/// A disc has full weight inside and falls to 0 across one pixel at its rim, so it changes smoothly with its radius.
+/// That rim alone would make small discs too narrow (below half a pixel only the middle remains) and wide ones too
+/// wide; each is therefore constructed with the radius whose weights have the second moment of the true disc, r^2/4
+/// along each axis. Weights sum to 1 and none is negative.
 class DiscKernels
 {
 public:
-    static constexpr float kStepsPerPixel = 32.0f; ///< radii from pixel to pixel
+    static constexpr float kStepsPerPixel = 32.0f; ///< radii per pixel
 
     /// `largestRadius` in pixels, 0 or more.
     explicit DiscKernels(double largestRadius);
 
-    /// Pixels that the disc of `radius` reaches beyond its middle.
+    /// Pixels that the disc of `radius` extends beyond its middle.
     [[nodiscard]] int reach(float radius) const { return nearest(radius).reach; }
 
-    /// The mean of the disc of `radius` around `middle`, a sample of a plane of `stride` samples per row that goes on
-    /// for reach(radius) samples on every side. A radius beyond the largest counts as the largest.
+    /// The mean of the disc of `radius` around `middle`, a sample of a plane of `stride` samples per row that has
+    /// reach(radius) more samples on every side. A radius beyond the largest counts as the largest.
     [[nodiscard]] PixelRGBA<float> mean(const PixelRGBA<float>* middle, int stride, float radius) const;
 
     /// The weight at a distance of (x, y) pixels from the middle.

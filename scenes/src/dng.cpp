@@ -90,7 +90,7 @@ Preview shrunk(const RawPlane& raw)
     return preview;
 }
 
-// Tags by their numbers of TIFF 6.0 and DNG 1.4 (Adobe 2012).
+// Tag numbers of TIFF 6.0 and DNG 1.4 (Adobe 2012).
 TiffDirectory rawDirectory(_Size<int> size)
 {
     const auto width = static_cast<std::uint32_t>(size.width);
@@ -200,7 +200,7 @@ void writeDng(const std::filesystem::path& path, const RadianceScene& scene, con
 
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(head.data()), static_cast<std::streamsize>(head.size()));
-    // The machines that we run on are little-endian, as the file is.
+    // The supported machines are little-endian, like the file.
     out.write(reinterpret_cast<const char*>(raw.samples.data()),
               static_cast<std::streamsize>(raw.samples.size() * sizeof(std::uint16_t)));
     out.close();

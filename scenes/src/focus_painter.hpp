@@ -1,4 +1,4 @@
-// The things of the scene in depth. Each is painted in the units of the composition by its own function.
+// The objects of the focus scene. Each is painted in the units of the composition by its own function.
 #pragma once
 
 #include "paint.hpp"
@@ -9,16 +9,16 @@
 namespace orvo::scenes {
 
 inline constexpr float kFocusCompositionWidth = 1.5f; // u runs 0..1.5, v 0..1
-inline constexpr float kTableEdge = 0.42f;            // where the table ends before the wall
+inline constexpr float kTableEdge = 0.42f;            // where the table ends in front of the wall
 
-/// Light of a thing, valid where it covers something, and the share of the pixel that it covers.
+/// Light of an object, valid where it covers something, and the share of the pixel that it covers.
 struct Patch
 {
     Light light;
     float cover = 1.0f;
 };
 
-/// How near a plane is: 0 at the farthest distance of the scene, 1 at the nearest, straight in 1/m.
+/// Nearness of a plane: 0 at the farthest distance of the scene, 1 at the nearest, linear in 1/m.
 struct Nearness
 {
     float atOrigin;
@@ -38,9 +38,9 @@ struct Thing
 /// From back to front.
 [[nodiscard]] std::span<const Thing> focusThings();
 
-/// The table lies level and reaches from the wall to the lower rim of the picture.
+/// The table is level and extends from the wall to the lower rim of the picture.
 inline constexpr Nearness kTableNearness{-kTableEdge / (1.0f - kTableEdge), 0.0f, 1.0f / (1.0f - kTableEdge)};
-/// Where on the table something of that nearness stands.
+/// Position on the table of something with that nearness.
 constexpr float standingAt(float nearness) { return kTableEdge + nearness * (1.0f - kTableEdge); }
 /// 1/m
 [[nodiscard]] float dioptresOf(float nearness);
@@ -49,7 +49,7 @@ constexpr float standingAt(float nearness) { return kTableEdge + nearness * (1.0
 [[nodiscard]] Patch paintBackdrop(const Spot& p, std::uint32_t seed);
 [[nodiscard]] Patch paintTabletop(const Spot& p, std::uint32_t seed);
 
-// What stands on the table.
+// Objects on the table.
 inline constexpr float kStrawsNearness = 0.15f;
 inline constexpr float kTinNearness = 0.30f;
 inline constexpr float kBallNearness = 0.50f;

@@ -14,11 +14,11 @@ namespace orvo::scenes {
 
 namespace {
 
-// How far everything is painted beyond the reference frame, for frames that moved: a share of its shorter side, and
-// pixels for the blur, which is as wide in a small picture.
+// How far everything is painted beyond the reference frame, for frames that moved: a share of its shorter side, plus
+// pixels for the blur, which is equally wide in a small picture.
 constexpr double kMargin = 0.06;
 constexpr int kMarginPixels = 16;
-constexpr int kSplineReach = 2; // coefficients that the spline needs beyond the last place that is looked up
+constexpr int kSplineReach = 2; // coefficients that the spline needs beyond the last position used
 
 // The composition covers the picture, centred.
 struct Placing
@@ -42,7 +42,7 @@ _Rect<int> gridRect(const Thing& thing, const Placing& placing, _Size<int> size)
     int right = size.width + margin;
     int bottom = size.height + margin;
     if (!thing.endless) {
-        // one pixel for the rim of the coverage, and coefficients of nothing around it
+        // one pixel for the rim of the coverage, and zero coefficients around it
         constexpr int kRim = 1 + kSplineReach;
         const auto place = [&](float at, double origin) { return (static_cast<double>(at) - origin) / placing.pixel; };
         left = std::max(left, static_cast<int>(std::floor(place(thing.bounds.left, placing.u))) - kRim);
@@ -79,7 +79,7 @@ FocusLayer painted(const Thing& thing, const Placing& placing, const _Rect<int>&
     return {grid, rect.x, rect.y, thing.endless, plane};
 }
 
-// Smallest whole rectangle around the corners of `rect`, mapped.
+// Smallest integer rectangle around the mapped corners of `rect`.
 _Rect<int> mappedBounds(const Homography& map, const _Rect<double>& rect)
 {
     double left = HUGE_VAL, top = HUGE_VAL, right = -HUGE_VAL, bottom = -HUGE_VAL;
@@ -96,7 +96,7 @@ _Rect<int> mappedBounds(const Homography& map, const _Rect<double>& rect)
     return {x, y, static_cast<int>(std::ceil(right)) - x + 1, static_cast<int>(std::ceil(bottom)) - y + 1};
 }
 
-// A map along one row, prepared once: every pixel of every layer asks for its place.
+// A map along one row, prepared once: every pixel of every layer needs its position.
 class RowPlaces
 {
 public:
@@ -134,7 +134,7 @@ float blurRadius(const FocusSetting& setting, const DepthPlane& plane, const _Po
     return static_cast<float>(0.5 * setting.perDioptre * std::abs(plane(place.x, place.y) - setting.focus));
 }
 
-// The distance to the focus is largest at a corner, since 1/distance is straight over the plane.
+// The distance to the focus is largest at a corner, because 1/distance is linear over the plane.
 double widestRadius(const FocusSetting& setting, const DepthPlane& plane, const Homography& sceneFromFrame,
                     const _Rect<int>& rect)
 {
@@ -159,11 +159,11 @@ void checkLens(const FocusLens& lens, double focus, double distance)
     checkPositive("circleOfConfusion: the distance", distance);
     if (!(focus * 1000.0 > lens.focalLength) || !std::isfinite(focus))
         throw std::invalid_argument("the lens is focused at " + std::to_string(focus) +
-                                    " m, that must be beyond its focal length of " + std::to_string(lens.focalLength) +
+                                    " m, which must be beyond its focal length of " + std::to_string(lens.focalLength) +
                                     " mm");
 }
 
-// What a frame shows of a layer.
+// The part of a layer that a frame shows.
 struct LayerView
 {
     const FocusLayer* layer;
@@ -180,7 +180,7 @@ LayerView viewOf(const FocusLayer& layer, const Homography& sceneFromFrame, cons
     _Rect<int> target{0, 0, size.width, size.height};
     if (!layer.endless) {
         const _Rect<int> place = mappedBounds(inverse(sceneFromFrame), layer.bounds());
-        // A plane that is not level blurs more beyond the layer than in it; spread by the disc of the wider place.
+        // A slanted plane blurs more beyond the layer than in it; spread by the disc of the wider position.
         const double spread = widestIn(grown(place, static_cast<int>(std::ceil(widestIn(place))) + 1));
         target = common(target, grown(place, static_cast<int>(std::ceil(spread)) + 1));
     }
@@ -274,7 +274,7 @@ FocusScene::FocusScene(_Size<int> size, std::uint64_t seed) : extent(size)
     std::uint32_t number = 0;
     for (const Thing& thing : things) {
         const _Rect<int> rect = gridRect(thing, placing, size);
-        constexpr int kSmallestGrid = 2 + kSplineReach; // else the spline has no place in it: out of the picture
+        constexpr int kSmallestGrid = 2 + kSplineReach; // smaller: no room for the spline, outside the picture
         if (rect.width < kSmallestGrid || rect.height < kSmallestGrid)
             continue;
         const std::uint32_t own = mixBits(static_cast<std::int32_t>(seed & 0xffffffffu),

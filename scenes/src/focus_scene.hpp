@@ -1,4 +1,4 @@
-// The layers of the scene in depth, and how a lens sees them.
+// The layers of the focus scene, and how a lens sees them.
 #pragma once
 
 #include "disc_kernels.hpp"
@@ -14,7 +14,7 @@
 
 namespace orvo::scenes {
 
-/// 1/distance in 1/m over a plane in space: straight in the coordinates of its picture, as perspective has it.
+/// 1/distance in 1/m over a plane in space: linear in picture coordinates, by perspective.
 struct DepthPlane
 {
     double atOrigin = 0.0;
@@ -23,22 +23,22 @@ struct DepthPlane
     [[nodiscard]] double operator()(double x, double y) const { return atOrigin + perX * x + perY * y; }
 };
 
-/// One plane of the scene with what is painted on it. Places are pixels of the reference frame.
+/// One painted plane of the scene. Positions are pixels of the reference frame.
 struct FocusLayer
 {
     /// Coefficients of the cubic B-spline: linear light with the primaries of sRGB, multiplied by the coverage.
     std::shared_ptr<const _ImageData<PixelRGBA<float>>> grid;
-    int left = 0; ///< place of the first coefficient
+    int left = 0; ///< position of the first coefficient
     int top = 0;
-    bool endless = false; ///< goes on as at its rim beyond the grid; otherwise there is nothing
+    bool endless = false; ///< continues its rim beyond the grid; otherwise there is nothing
     DepthPlane dioptres;
 
     [[nodiscard]] PixelRGBA<float> sample(double x, double y) const;
-    /// Places outside which it covers nothing; not for an endless one.
+    /// Positions outside which it covers nothing; not for an endless one.
     [[nodiscard]] _Rect<double> bounds() const;
 };
 
-/// How the lens is set: the circle of confusion of a dioptre value d is perDioptre * |d - focus| pixels.
+/// The setting of the lens: the circle of confusion of a dioptre value d is perDioptre * |d - focus| pixels.
 struct FocusSetting
 {
     double focus = 0.0;      ///< 1/m
@@ -54,7 +54,7 @@ public:
     /// Linear light with the primaries of sRGB in the frame whose pixels `sceneFromFrame` maps to those of the scene.
     /// Peak: the result and one layer.
     [[nodiscard]] std::shared_ptr<Picture> light(const Homography& sceneFromFrame, const FocusSetting& setting) const;
-    /// 1/m of what each pixel of the scene shows most of.
+    /// 1/m of the layer that dominates each pixel of the scene.
     [[nodiscard]] std::shared_ptr<_ImageData<float>> dioptres() const;
 
 private:

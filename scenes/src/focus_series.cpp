@@ -18,7 +18,7 @@ constexpr int kSmallestSide = 16;
 constexpr int kLargestSide = 65536;
 constexpr int kMostFrames = 1000;
 constexpr double kMostBreathing = 0.2;
-// The discs of all radii are held; wider ones would take long and show nothing new.
+// The discs of all radii are stored; wider ones would take long and show nothing new.
 constexpr double kWidestBlur = 64.0;
 
 template <typename T>
@@ -50,7 +50,7 @@ const FocusSeriesSettings& checked(const FocusSeriesSettings& settings)
     return settings;
 }
 
-// Place of a frame in the series: 0 the first, 1 the last.
+// Position of a frame in the series: 0 the first, 1 the last.
 double progress(int index, int frames) { return frames == 1 ? 0.5 : index / (frames - 1.0); }
 
 std::vector<Homography> geometryOf(const FocusSeriesSettings& settings, int reference)
@@ -73,7 +73,7 @@ std::vector<Homography> geometryOf(const FocusSeriesSettings& settings, int refe
     return maps;
 }
 
-// Linear light with the primaries of sRGB to the working space, limited to what a file holds.
+// Converts linear light with the primaries of sRGB to the working space, clamped to the range of a file.
 void develop(Picture& picture, const NoiseSource& noise)
 {
     const RowConverter toWorking(ColorProfileType::linearSRGB(), 3, ColorProfileType::melissaRGB());
@@ -130,7 +130,7 @@ std::shared_ptr<Picture> FocusSeries::frame(int index) const
     auto picture = scene->light(referenceFromFrame(index), focusSetting(recipe.lens, focusDistance(index)));
     ExposureSettings exposure;
     exposure.isoSpeed = recipe.isoSpeed;
-    // apart from the frames of a series with the next seed
+    // different from the frames of a series with the next seed
     const std::uint64_t seed = recipe.noiseSeed * 1009 + static_cast<std::uint64_t>(index);
     develop(*picture, NoiseSource(recipe.noise, exposure, seed));
     return picture;

@@ -8,7 +8,7 @@ namespace {
 constexpr float kViewScale =
     35.0f / 24.0f; // focal length over the sensor's height: a direction has tan(v - 0.5) / this
 
-// Diamonds with a dot in each, as far as pixels can show them, over speckled paper.
+// Diamonds with a dot in each, as far as pixels resolve them, over speckled paper.
 Light wallpaper(const Spot& p, std::uint32_t seed)
 {
     constexpr float kPitch = 0.046f;
@@ -25,7 +25,7 @@ Light wallpaper(const Spot& p, std::uint32_t seed)
     return light * std::max(0.3f, 1.0f + 0.75f * speckle);
 }
 
-// A painted board: plain but for its lettering, with the light falling off to one side.
+// A painted board: plain except for its lettering, with the light falling off to one side.
 void paintNotice(Light& light, const Spot& p)
 {
     constexpr Box kNotice{0.60f, 0.05f, 0.95f, 0.20f};
@@ -37,8 +37,8 @@ void paintNotice(Light& light, const Spot& p)
     light = mix(light, mix(plain, plain * 0.28f, ink), kNotice.cover(p));
 }
 
-// Place on the table in metres: `across` from the middle, `along` away from the viewer. A ray to (u, v) meets a plane
-// at depth z = 1/dioptres; lengths along a level plane grow with z.
+// Position on the table in metres: `across` from the middle, `along` away from the viewer. A ray to (u, v) meets a
+// plane at depth z = 1/dioptres; lengths along a level plane grow with z.
 struct TablePlace
 {
     float across;
@@ -48,7 +48,7 @@ struct TablePlace
 
 TablePlace tablePlace(const Spot& p)
 {
-    // The plane falls by 0.17 m over its 0.25 m of depth as the lens sees it from above: 1.21 m along it per metre.
+    // The plane drops 0.17 m over its 0.25 m of depth as the lens sees it from above: 1.21 m along it per metre.
     constexpr float kSlope = 1.21f;
     const float dioptres = dioptresOf(kTableNearness(p.u, p.v));
     const float perV = (dioptresOf(1.0f) - dioptresOf(0.0f)) * kTableNearness.perV;
@@ -72,10 +72,10 @@ Light planks(const TablePlace& at, std::uint32_t seed)
     return mix({0.05f, 0.03f, 0.02f}, wood, gap);
 }
 
-// A ruler that points away from the viewer: marks each 5 mm, numbers each 20 mm.
+// A ruler that points away from the viewer: marks every 5 mm, numbers every 20 mm.
 void layRuler(Light& light, const TablePlace& at, std::uint32_t seed)
 {
-    constexpr float kTurn = 0.10f; // against straight away
+    constexpr float kTurn = 0.10f; // deviation from straight away
     constexpr Box kRuler{0.0f, 0.490f, 0.030f, 0.765f};
     constexpr float kMark = 0.005f;
     constexpr int kMarksPerNumber = 4;
@@ -92,7 +92,7 @@ void layRuler(Light& light, const TablePlace& at, std::uint32_t seed)
     const float length = numbered ? 0.015f : 0.009f;
     const Light ink{0.04f, 0.035f, 0.03f};
     face = mix(face, ink, coverage(fromMark, at.px) * coverage(across - length, at.px));
-    // numbers stand upright for the viewer, who looks along falling `along`
+    // numbers are upright for the viewer, who looks along decreasing `along`
     const int number = cell(marks / kMarksPerNumber + 0.5f);
     const float middle = kRuler.top + static_cast<float>(number * kMarksPerNumber) * kMark;
     const Spot turned{across, -at.along, at.px};
@@ -101,7 +101,7 @@ void layRuler(Light& light, const TablePlace& at, std::uint32_t seed)
     light = mix(light, face, kRuler.cover(place));
 }
 
-// A chequered napkin of coarse weave, a little askew.
+// A chequered napkin of coarse weave, slightly skewed.
 void layNapkin(Light& light, const TablePlace& at, std::uint32_t seed)
 {
     constexpr Box kNapkin{-0.03f, -0.075f, 0.125f, 0.045f};
@@ -120,7 +120,7 @@ void layNapkin(Light& light, const TablePlace& at, std::uint32_t seed)
     light = mix(light, cloth * std::max(0.3f, 1.0f + 0.6f * weave), kNapkin.cover(place));
 }
 
-// Less light where something stands.
+// Darkens the surroundings of an object.
 float shadow(const Spot& p, float u, float nearness, float width)
 {
     const float v = standingAt(nearness);

@@ -14,7 +14,7 @@ struct Place
     float v;
 };
 
-// How far `p` is from the stroke between two points, and how far along it, 0..1, the nearest point lies.
+// Distance of `p` from the stroke between two points, and position along it, 0..1, of the nearest point.
 struct StrokeSpot
 {
     float distance;
@@ -35,7 +35,7 @@ void lay(Patch& patch, const Light& light, float cover)
     patch.cover += cover * (1.0f - patch.cover);
 }
 
-// Light from the left on an upright round thing; `across` runs -1..1 over it.
+// Light from the left on an upright round object; `across` is -1..1 over it.
 float roundShade(float across) { return 0.35f + 0.65f * limited(0.62f - 0.5f * across - 0.25f * across * across); }
 
 Light paper(const Spot& p, Light colour, std::uint32_t seed)
@@ -100,7 +100,7 @@ Patch paintTin(const Spot& p, std::uint32_t seed)
 
 Patch paintCard(const Spot& p, std::uint32_t seed)
 {
-    // An upright card turned about its left edge, which is the farther one: the nearer the taller.
+    // An upright card turned about its left edge, which is the farther one: nearer parts look taller.
     constexpr float kLeft = 0.12f;
     constexpr float kRight = 0.54f;
     constexpr float kTall = 0.165f; // times 1/m
@@ -112,7 +112,7 @@ Patch paintCard(const Spot& p, std::uint32_t seed)
     const float cover = sides * limited(t * tall / p.px + 0.5f) * limited((1.0f - t) * tall / p.px + 0.5f);
     if (!(cover > 0.0f))
         return {{}, 0.0f};
-    // along the card in multiples of its height: perspective packs its far end
+    // along the card in multiples of its height: perspective compresses its far end
     constexpr float kLong = 8.5f;
     const float s = (dioptresOf(nearness) - dioptresOf(kCardNearness(kLeft, 0.0f))) / dioptresOf(nearness) * kLong;
     const Spot on{s, 1.0f - t, p.px / tall};
@@ -172,7 +172,7 @@ Patch paintSpool(const Spot& p, std::uint32_t seed)
     const float across = (p.u - 0.78f) / 0.068f;
     const float grain = layeredNoise(p.u, p.v * 3.0f, 60.0f, p.px * 2.0f, seed, 0.9f, 6);
     Patch patch{{}, 0.0f};
-    // turns of thread, a little slanted, each lit from above
+    // turns of thread, slightly slanted, each lit from above
     constexpr float kTurn = 0.0075f;
     const float turn = (p.v + 0.05f * (p.u - 0.78f)) / kTurn;
     const float lit = 0.65f + 0.55f * std::abs(fraction(turn) - 0.5f) * 2.0f;
@@ -186,7 +186,7 @@ Patch paintSpool(const Spot& p, std::uint32_t seed)
 
 Patch paintFern(const Spot& p, std::uint32_t seed)
 {
-    // An arched stem in straight pieces; from each joint a leaflet to either side, smaller towards the tip.
+    // An arched stem of straight pieces; at each joint a leaflet to either side, smaller towards the tip.
     constexpr int kPieces = 13;
     const auto joint = [](int i) {
         const float t = static_cast<float>(i) / kPieces;

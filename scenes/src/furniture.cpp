@@ -25,8 +25,8 @@ struct Book
     int number;
 };
 
-// Books stand side by side, widths by chance. Finds the one at `u`: the row is cut into spans of equal width, and
-// each span into three books at two cuts by chance.
+// Books side by side, with random widths. Finds the one at `u`: the row is divided into spans of equal width, and each
+// span into three books at two random cuts.
 Book bookAt(float u, int level, std::uint32_t seed)
 {
     constexpr float kSpan = 0.062f;
@@ -42,13 +42,13 @@ Book bookAt(float u, int level, std::uint32_t seed)
     return {start + from * kSpan, start + to * kSpan, 0.62f + 0.30f * chance(number, level, seed + 205u), number};
 }
 
-// Lettering across a spine: words by chance, or one that can be read.
+// Lettering across a spine: random words, or one that can be read.
 float spineInk(const Book& book, int level, const Spot& p, const Box& spine, std::uint32_t seed)
 {
     constexpr std::string_view kTitles[] = {"LIGHT",  "ATLAS", "SHADOW", "OPTICS",
                                             "GARDEN", "PRISM", "RIVERS", "COLOUR"};
     const std::string_view title = kTitles[mixBits(book.number, level, seed + 213u) % 8u];
-    // turned by a quarter: the line runs down the spine
+    // a quarter turn: the line runs down the spine
     const Spot turned{p.v, -p.u, p.px};
     const float high = std::min(0.55f * spine.width(), 0.70f * spine.height() / textAspect(title));
     const float middle = -0.5f * (spine.left + spine.right);
@@ -156,7 +156,7 @@ void paintCurtains(Light& light, const Spot& p, std::uint32_t seed)
 {
     constexpr Box kRail{0.325f, 0.052f, 1.085f, 0.062f};
     for (const bool right : {false, true}) {
-        const float mirror = right ? 1.415f - p.u : p.u; // folds fall alike on both sides of the window
+        const float mirror = right ? 1.415f - p.u : p.u; // symmetric folds on both sides of the window
         constexpr Box kCloth{0.335f, 0.060f, 0.452f, 0.735f};
         const float sway = 0.010f * std::sin(p.v * 7.0f) + 0.020f * square(limited((p.v - 0.1f) / 0.6f));
         const Spot q{mirror + sway, p.v, p.px};
@@ -167,7 +167,7 @@ void paintCurtains(Light& light, const Spot& p, std::uint32_t seed)
             continue;
         const float t = (q.u - kCloth.left) / kCloth.width();
         const float folds = 0.5f + 0.5f * std::sin(38.0f * t + 2.0f * std::sin(3.0f * p.v + (right ? 1.0f : 0.0f)));
-        // Light shines through where the cloth hangs before the pane.
+        // Light shines through where the cloth hangs in front of the pane.
         const float shine = smooth(0.80f, 1.0f, t) * smooth(0.60f, 0.55f, p.v) * smooth(0.08f, 0.12f, p.v);
         const float weave = layeredNoise(p.u, p.v, 120.0f, p.px, seed + 241u, 0.85f, 4);
         const float motif = valueNoise(q.u * 60.0f, p.v * 60.0f, seed + 243u);

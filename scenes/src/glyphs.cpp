@@ -52,7 +52,7 @@ float textInk(std::string_view text, const Box& line, const Spot& p)
     const std::size_t index = kKnown.find(text[static_cast<std::size_t>(letter)]);
     if (index == std::string_view::npos)
         return 0.0f;
-    // between the four nearest grid squares, then sharpened to an edge of one pixel: strokes get round corners
+    // between the four nearest grid squares, then sharpened to an edge of one pixel: gives strokes round corners
     const float x = across - static_cast<float>(letter) * kAdvance - 0.5f;
     const float y = down - 0.5f;
     const int column = cell(x);

@@ -7,7 +7,7 @@
 
 namespace orvo::scenes {
 
-/// Ink, 0..1, of `text` written on one line into `line`: letters of equal width fill its height and start at its left.
+/// Ink, 0..1, of `text` written on one line in `line`: letters of equal width fill its height and start at its left.
 [[nodiscard]] float textInk(std::string_view text, const Box& line, const Spot& p);
 
 /// Width of that line, as a multiple of its height.

@@ -13,7 +13,7 @@ namespace {
 
 constexpr double kScaleWeights[] = {0.0448, 0.2856, 0.3001};
 constexpr float kC = 0.03f * 0.03f;
-constexpr float kLargestPower = 10.0f; // p grows without bound as the structures agree, where it no longer matters
+constexpr float kLargestPower = 10.0f; // p is unbounded as the structures agree, where it no longer matters
 constexpr float kTiny = 1e-9f;         // contrast below which a window has no structure
 
 using Planes = std::vector<std::shared_ptr<Plane>>;
@@ -31,8 +31,8 @@ std::shared_ptr<Plane> halved(const Plane& plane)
 }
 
 // Second moments of one row of windows: covariances of all pairs of frames, of each frame with the fused picture, and
-// the variance of that. Every vector that the method speaks of is a sum of frame patches, so its norms and products
-// follow from these without a look at the patches.
+// its variance. Every vector of the method is a sum of frame patches, so its norms and products follow from these
+// without the patches.
 class RowMoments
 {
 public:
@@ -69,7 +69,7 @@ private:
     std::vector<float> moments;
 };
 
-// Quality of the window at `x`. `contrast` and `share` have room for a number per frame.
+// Quality of the window at `x`. `contrast` and `share` have room for one number per frame.
 float windowQuality(const RowMoments& m, std::size_t n, std::size_t x, std::span<float> contrast,
                     std::span<float> share)
 {
@@ -129,11 +129,11 @@ double mefSsim(const std::vector<std::shared_ptr<const Picture>>& frames, const 
     if (frames.empty())
         throw std::invalid_argument("mefSsim: there are no frames");
     if (std::min(fused.width(), fused.height()) < kSmallestSide)
-        throw std::invalid_argument("mefSsim: each side must be 44 pixels at least");
+        throw std::invalid_argument("mefSsim: each side must be at least 44 pixels");
     Planes lumas;
     for (const auto& frame : frames) {
         if (!frame || frame->size() != fused.size())
-            throw std::invalid_argument("mefSsim: a frame is empty or of another size than the fused picture");
+            throw std::invalid_argument("mefSsim: a frame is empty or differs in size from the fused picture");
         lumas.push_back(lumaOf(*frame));
     }
     std::shared_ptr<Plane> fusedLuma = lumaOf(fused);

@@ -18,7 +18,7 @@ void checkSame(const char* who, _Size<int> a, _Size<int> b)
         throw std::invalid_argument(std::string(who) + ": pictures of " + sizeText(a) + " and " + sizeText(b));
 }
 
-// Sums rows one after the other, whatever threads made them.
+// Sums rows in order, whatever threads computed them.
 double total(const std::vector<double>& rows) { return std::accumulate(rows.begin(), rows.end(), 0.0); }
 
 } // namespace
@@ -49,7 +49,7 @@ double ssim(const Picture& a, const Picture& b)
     const int across = a.width() - kWindowSide + 1;
     const int down = a.height() - kWindowSide + 1;
     if (across < 1 || down < 1)
-        throw std::invalid_argument("ssim: a picture of " + sizeText(a.size()) + ", each side must be 11 at least");
+        throw std::invalid_argument("ssim: a picture of " + sizeText(a.size()) + ", each side must be at least 11");
     constexpr float kC1 = 0.01f * 0.01f;
     constexpr float kC2 = 0.03f * 0.03f;
     const auto lumaA = lumaOf(a);

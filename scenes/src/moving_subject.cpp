@@ -10,10 +10,10 @@ namespace orvo::scenes {
 namespace {
 
 constexpr float kEdge = 1.5f;   // scene pixels: as soft as the spline makes the edges of the room
-constexpr double kReach = 0.36; // half the width of the figure with arms and legs swung out, per height
+constexpr double kReach = 0.36; // half the width of the figure with arms and legs extended, per height
 constexpr std::uint32_t kClothSeed = 907;
 
-// Distance to a limb: a line from a to b that is thick there as told. In heights of the figure.
+// Distance to a limb: a line from a to b with the given thickness. In heights of the figure.
 float limb(float x, float y, float ax, float ay, float bx, float by, float thickA, float thickB)
 {
     const float dx = bx - ax;

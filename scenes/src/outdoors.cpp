@@ -17,8 +17,8 @@ Light paintSky(const Spot& p, std::uint32_t seed)
     const float away = std::sqrt(square(p.u - kSunU) + square(p.v - kSunV));
     sky = sky + Light{13.0f, 10.0f, 6.0f} * std::exp(-away / 0.10f);
 
-    // Clouds lie on a ceiling: towards the horizon they come together and flatten. The side towards the sun is bright,
-    // the belly gray.
+    // Clouds are on a ceiling: towards the horizon they get denser and flatter. The side towards the sun is bright, the
+    // underside gray.
     const float distance = 1.0f / (0.30f + 0.70f * height);
     const Spot q{(p.u - 0.71f) * (0.7f + 0.3f * distance), 0.55f * distance, p.px * distance};
     const float body = layeredNoise(q.u, q.v, 7.0f, q.px, seed + 11u, 0.58f);
@@ -63,7 +63,7 @@ void paintHills(Light& light, const Spot& p, std::uint32_t seed)
     }
 }
 
-// One house of a street: wall, gable roof, windows, chimney. `along` runs 0..1 across its plot.
+// One house of a street: wall, gable roof, windows, chimney. `along` is 0..1 across its plot.
 void paintHouse(Light& light, const Spot& p, float along, int plot, float plotWidth, float foot, std::uint32_t seed)
 {
     const float tall = plotWidth * (0.75f + 0.6f * chance(plot, 1, seed));
@@ -111,7 +111,7 @@ void paintTown(Light& light, const Spot& p, std::uint32_t seed)
         const int plot = cell(place);
         if (chance(plot, 9, seed + number) < 0.72f)
             paintHouse(light, p, place - static_cast<float>(plot), plot, street.plot, street.foot, seed + number);
-        // Trees between and before the houses.
+        // Trees between and in front of the houses.
         const float crown = street.foot - 0.012f + 0.020f * layeredNoise(p.u, 0.7f, 28.0f, p.px, seed + number + 7u);
         const float green = coverage(crown - p.v, p.px);
         if (green > 0.0f) {

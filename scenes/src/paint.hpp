@@ -1,4 +1,4 @@
-// Tools with which the room is painted: colours, edges of known coverage, and noise without sine or table.
+// Tools for painting the scenes: colours, edges of known coverage, and noise without sine or table.
 #pragma once
 
 #include <orvo_core/pixel.hpp>
@@ -26,7 +26,7 @@ constexpr float smooth(float from, float to, float value)
     return t * t * (3.0f - 2.0f * t);
 }
 constexpr float square(float v) { return v * v; }
-/// The largest whole number not above `v`. By truncation: std::floor is a call into the library on plain x86-64.
+/// Floor of `v`. By truncation: std::floor is a library call on plain x86-64.
 constexpr int cell(float v)
 {
     const int whole = static_cast<int>(v);
@@ -34,8 +34,8 @@ constexpr int cell(float v)
 }
 constexpr float fraction(float v) { return v - static_cast<float>(cell(v)); }
 
-/// A point of the picture in its own units: v runs 0..1 from top to bottom of the 3:2 composition, u 0..1.5. `px` is
-/// the size of a pixel in these units, so that edges and detail stop where the pixels do.
+/// A point of the picture in its own units: v is 0..1 from top to bottom of the 3:2 composition, u 0..1.5. `px` is
+/// the size of a pixel in these units, so that edges and detail end at the resolution of the pixels.
 struct Spot
 {
     float u;
@@ -105,11 +105,11 @@ inline float valueNoise(float x, float y, std::uint32_t seed)
     return 2.0f * mix(top, bottom, t) - 1.0f;
 }
 
-/// Octaves of noise from `frequency` (features per unit) up to what pixels of `px` can hold, about -1..1.
+/// Octaves of noise from `frequency` (features per unit) up to the resolution of pixels of `px`, about -1..1.
 inline float layeredNoise(float x, float y, float frequency, float px, std::uint32_t seed, float persistence = 0.62f,
                           int octaves = 6)
 {
-    constexpr float kFinestPerPixel = 0.45f; // features per pixel: just below what the grid holds
+    constexpr float kFinestPerPixel = 0.45f; // features per pixel: just below the limit of the grid
     float sum = 0.0f;
     float amplitude = 1.0f;
     float total = 0.0f;

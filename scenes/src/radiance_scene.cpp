@@ -16,7 +16,7 @@ namespace {
 constexpr int kSmallestSide = 16;
 constexpr int kLargestSide = 65536;
 constexpr double kLargestMargin = 0.5;
-constexpr int kSplineReach = 2; // grid points that the spline needs beyond the last looked-up one
+constexpr int kSplineReach = 2; // grid points that the spline needs beyond the last position used
 
 void check(const SceneSettings& settings)
 {
@@ -60,7 +60,7 @@ RadianceScene::RadianceScene(const SceneSettings& settings)
 
 PixelRGB<float> RadianceScene::sample(double x, double y) const
 {
-    // max before min, so that a NaN of a degenerate map ends at the edge and not outside the grid
+    // max before min, so that a NaN of a degenerate map ends up at the edge and not outside the grid
     const double gridX = std::min(std::max(lowest, x), highestX) + (marginPx + kSplineReach);
     const double gridY = std::min(std::max(lowest, y), highestY) + (marginPx + kSplineReach);
     const int left = static_cast<int>(gridX);

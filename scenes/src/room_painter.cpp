@@ -10,7 +10,7 @@ constexpr float kDarkest = 4e-4f; // light that is everywhere: real rooms and le
 Light paintSpot(const Spot& p, std::uint32_t seed)
 {
     Light light;
-    constexpr Box kGlass = kWindow.shrunk(0.008f); // ends behind the frame, so that no light leaks out beside it
+    constexpr Box kGlass = kWindow.shrunk(0.008f); // ends behind the frame, so that no light leaks beside it
     const float glass = kGlass.near(p) ? kGlass.cover(p) : 0.0f;
     if (glass >= 1.0f)
         light = paintOutdoors(p, seed);

@@ -1,4 +1,4 @@
-// The room as a function of place. Each part of it is painted by its own source file.
+// The room as a function of position. Each part of it is painted by its own source file.
 #pragma once
 
 #include "paint.hpp"
@@ -9,7 +9,7 @@
 
 namespace orvo::scenes {
 
-// Where things stand, in units of the composition.
+// Positions of objects, in units of the composition.
 inline constexpr Box kWindow{0.43f, 0.09f, 0.99f, 0.59f}; // the opening, frame included
 inline constexpr Box kShelf{0.02f, 0.12f, 0.31f, 0.765f};
 inline constexpr Box kChimney{1.10f, -1.0f, 2.5f, 0.765f};
@@ -19,7 +19,7 @@ inline constexpr float kFloorLine = 0.765f; // where the wall meets the floor
 inline constexpr float kLampU = 1.415f;     // middle of the lamp shade
 inline constexpr float kLampV = 0.275f;
 
-/// Light that falls on the surfaces of the room: what comes back from the walls, and the lamp's warm pool.
+/// Light on the surfaces of the room: reflected by the walls, and the lamp's warm pool.
 [[nodiscard]] Light roomLight(float u, float v);
 
 /// Sky, sun, clouds, hills and town behind the window.
@@ -30,7 +30,7 @@ inline constexpr float kLampV = 0.275f;
 /// Planks, the carpet, and the sun on both.
 [[nodiscard]] Light paintFloor(const Spot& p, std::uint32_t seed);
 
-// These lay their subject over what is there already.
+// These paint their subject over the existing light.
 void paintShelf(Light& light, const Spot& p, std::uint32_t seed);
 void paintWindowFrame(Light& light, const Spot& p, std::uint32_t seed);
 void paintCurtains(Light& light, const Spot& p, std::uint32_t seed);
@@ -47,7 +47,7 @@ public:
     /// For a scene of `size` pixels; the composition covers it, centred.
     RoomPainter(_Size<int> size, std::uint64_t seed);
 
-    /// Paints the pixels (firstX, y) .. (firstX + count - 1, y) of the scene; they may lie outside its extent.
+    /// Paints the pixels (firstX, y) .. (firstX + count - 1, y) of the scene; they may be outside its extent.
     void paintRow(int y, int firstX, int count, Light* row) const;
 
 private:

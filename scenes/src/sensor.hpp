@@ -1,11 +1,11 @@
-// The light of one frame row, and the noise of the sensor on it. Shared by developed pictures and raw files.
+// The light of one frame row, and the sensor's noise on it. Shared by developed pictures and raw files.
 #pragma once
 
 #include <scenes/camera.hpp>
 
 namespace orvo::scenes {
 
-/// What reaches the sensor in one shot, row by row.
+/// The light that reaches the sensor in one shot, row by row.
 class Sight
 {
 public:
@@ -16,14 +16,14 @@ public:
     void coverageRow(int y, int width, float* coverage) const;
 
 private:
-    /// Calls `visit(x, sample)` where the walker covers something of row `y`.
+    /// Calls `visit(x, sample)` where the walker covers part of row `y`.
     template <typename Visit>
     void overSubject(int y, int width, const Visit& visit) const;
 
     const RadianceScene& scene;
     std::optional<SubjectPlacement> subject;
     Homography map;
-    _Rect<double> subjectBox; // frame pixels outside which the walker is not
+    _Rect<double> subjectBox; // frame pixels that can show the walker
 };
 
 /// Adds noise to linear samples of one channel of a pixel, full scale 1.
@@ -32,7 +32,7 @@ class NoiseSource
 public:
     NoiseSource(const std::optional<SensorNoise>& noise, const ExposureSettings& exposure, std::uint64_t seed);
     [[nodiscard]] bool silent() const { return !(perElectron > 0.0f); }
-    /// `sample` distinguishes everything that has noise of its own: pixel times channels plus channel.
+    /// `sample` identifies each independent noise value: pixel times channels plus channel.
     [[nodiscard]] float noisy(float linear, std::uint64_t sample) const;
 
 private:

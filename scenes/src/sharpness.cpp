@@ -56,7 +56,7 @@ std::shared_ptr<_ImageData<float>> sumModifiedLaplacian(const Picture& picture, 
     const int reach = window / 2;
     const int lastX = picture.width() - 1;
     const int lastY = picture.height() - 1;
-    // Sums are made anew for each pixel, not carried along: so they are exact to rounding, and plain pixels are 0.
+    // Sums start anew for each pixel, instead of running: so they are exact to rounding, and flat pixels are 0.
     const auto sumRow = [&](int y) {
         std::vector<float> columns(static_cast<std::size_t>(lastX) + 1, 0.0f);
         for (int j = y - reach; j <= y + reach; ++j) {
@@ -99,8 +99,8 @@ double sharpnessRatio(const Picture& result, const std::vector<std::shared_ptr<c
     }
     const auto found = sumModifiedLaplacian(result, settings.step, settings.window);
 
-    // 2a - b - c of noise has sqrt(6) times its deviation, and a normal number is sqrt(2/pi) deviations away from 0
-    // on average; there are two such terms in each of the window's pixels.
+    // 2a - b - c of noise has sqrt(6) times its deviation, and the mean distance of a normal number from 0 is
+    // sqrt(2/pi) deviations; there are two such terms in each of the window's pixels.
     constexpr double kTimesNoise = 2.0;
     const double ofNoise = settings.noise * 2.0 * std::sqrt(6.0) * std::sqrt(2.0 / std::numbers::pi) *
                            static_cast<double>(settings.window) * settings.window;

@@ -11,10 +11,10 @@ namespace {
 
 constexpr double kDegree = std::numbers::pi / 180.0;
 
-// Wavelengths of the noise, in degrees: each octave halves the one before.
+// Wavelengths of the noise, in degrees: each octave halves the previous one.
 constexpr double kCoarsest = 24.0;
 constexpr int kOctaves = 9;
-constexpr double kOctaveGain = 0.72; // flatter than in nature, so that every scale has features to be found
+constexpr double kOctaveGain = 0.72; // flatter than in nature, so that every scale has detectable features
 
 // Bit mixer of the SplitMix64 generator (Steele, Lea, Flood, OOPSLA 2014).
 constexpr std::uint64_t mixed(std::uint64_t z)
@@ -28,7 +28,7 @@ double unit(std::uint64_t bits) { return static_cast<double>(mixed(bits) >> 11) 
 
 double fade(double t) { return t * t * t * (t * (t * 6.0 - 15.0) + 10.0); }
 
-// Value noise of the lattice of whole numbers, -1..1, twice differentiable.
+// Value noise of the integer lattice, -1..1, twice differentiable.
 double valueNoise(double x, double y, double z, std::uint64_t seed)
 {
     const double fx = std::floor(x);
@@ -65,7 +65,7 @@ Rotation product(const Rotation& a, const Rotation& b)
     return out;
 }
 
-// Near to a normal distribution of deviation 1: the sum of four uniform numbers.
+// Approximately normal with deviation 1: the sum of four uniform numbers.
 double normalNumber(std::uint64_t bits)
 {
     double sum = -2.0;

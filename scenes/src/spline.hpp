@@ -1,4 +1,4 @@
-// The spline by which painted grids become functions of place.
+// The spline that turns painted grids into functions of position.
 #pragma once
 
 namespace orvo::scenes {

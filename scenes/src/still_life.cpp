@@ -186,7 +186,7 @@ void paintPoster(Light& light, const Spot& p, std::uint32_t seed)
     constexpr float kRadius = 0.058f;
     constexpr float kSpokes = 18.0f;
     if (away < kRadius + p.px) {
-        // a star of spokes: how far in they are told apart is the resolution
+        // a star of spokes: the radius at which they separate is the resolution
         const float turn = std::atan2(p.v - kStarV, p.u - kStarU);
         const float contrast = limited(away * 6.2832f / kSpokes / p.px * 0.5f - 0.5f);
         const float wave = std::sin(turn * kSpokes) * away * 6.2832f / kSpokes / 6.2832f;

@@ -16,7 +16,7 @@ constexpr std::uint16_t kRational = 5;
 constexpr std::uint16_t kUndefined = 7;
 constexpr std::uint16_t kSignedRational = 10;
 
-constexpr std::size_t kInline = 4; // bytes of a value that stand in the entry itself
+constexpr std::size_t kInline = 4; // bytes of a value stored in the entry itself
 
 void put16(std::vector<unsigned char>& out, std::uint32_t value)
 {
@@ -140,7 +140,7 @@ void TiffDirectory::append(std::vector<unsigned char>& file) const
                 outside.push_back(0);
         }
     }
-    put32(file, 0); // no directory follows
+    put32(file, 0); // no next directory
     file.insert(file.end(), outside.begin(), outside.end());
 }
 

@@ -10,7 +10,7 @@
 namespace orvo::scenes {
 
 /// One directory of tags. Offsets of picture data and of other directories are tags of type LONG that are set once
-/// the place is known; their size does not change by that.
+/// the position is known; this does not change their size.
 class TiffDirectory
 {
 public:
@@ -27,7 +27,7 @@ public:
 
     /// Bytes of the directory with the values that do not fit into its entries.
     [[nodiscard]] std::size_t size() const;
-    /// Appends them to `file`, whose length must be even: values stand at offsets counted from its start.
+    /// Appends them to `file`, whose length must be even: values are at offsets counted from its start.
     void append(std::vector<unsigned char>& file) const;
 
 private:
@@ -37,7 +37,7 @@ private:
         std::uint32_t count = 0;
         std::vector<unsigned char> value;
     };
-    std::map<std::uint16_t, Entry> entries; // TIFF wants them in the order of their tags
+    std::map<std::uint16_t, Entry> entries; // TIFF requires the order of the tags
 };
 
 /// "II", 42 and the offset of the first directory, which follows at once.

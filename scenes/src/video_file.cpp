@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kMillisecondsPerSecond = 1000;
 constexpr int kBytesPerPixel = 3;
-// Nearly without visible loss, at the lowest effort, for tests.
+// Almost no visible loss, at the lowest effort, for tests.
 constexpr const char* kConstantQuality = "18";
 constexpr const char* kEncoderEffort = "veryfast";
 constexpr int kMpeg4Quality = 2 * FF_QP2LAMBDA; // of 1..31, 1 the best
@@ -29,7 +29,7 @@ constexpr int kSoundRate = 8000;
 constexpr int kFields = 4;
 constexpr std::uint32_t kParityBit = kFields * kFields - 1;
 constexpr int kWhiteThreshold = 128;
-// An evenly gray picture must not read as frame 0.
+// An evenly gray picture must not be read as frame 0.
 constexpr std::uint32_t kScramble = 0x2aaa;
 
 struct MuxerCloser
@@ -75,7 +75,7 @@ template <typename Pointer>
 Pointer there(Pointer pointer, const char* what)
 {
     if (pointer == nullptr)
-        throw std::runtime_error(std::string("writing a video: no ") + what);
+        throw std::runtime_error(std::string("writing a video: missing ") + what);
     return pointer;
 }
 
@@ -91,7 +91,7 @@ const char* encoderName(VideoCodec codec)
     case VideoCodec::Ffv1:
         return "ffv1";
     }
-    throw std::invalid_argument("VideoFileSettings.codec is none of the four");
+    throw std::invalid_argument("VideoFileSettings.codec is not one of the four");
 }
 
 Muxer openMuxer(const std::filesystem::path& path)
@@ -99,7 +99,7 @@ Muxer openMuxer(const std::filesystem::path& path)
     AVFormatContext* context = nullptr;
     checked(avformat_alloc_output_context2(&context, nullptr, nullptr, path.c_str()), "container");
     Muxer muxer(context);
-    // Negative times stay as they are; MP4 takes them out by its edit list.
+    // Keeps negative times; MP4 removes them with its edit list.
     muxer->avoid_negative_ts = 0;
     checked(avio_open(&muxer->pb, path.c_str(), AVIO_FLAG_WRITE), "file");
     return muxer;
@@ -143,7 +143,7 @@ Encoder openEncoder(const AVFormatContext& muxer, _Size<int> size, const VideoFi
     if ((muxer.oformat->flags & AVFMT_GLOBALHEADER) != 0)
         encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     encoder->thread_count = 1;
-    encoder->log_level_offset = AV_LOG_TRACE; // encoders praise themselves on standard error
+    encoder->log_level_offset = AV_LOG_TRACE; // silences what encoders print to standard error
     tuneEncoder(*encoder, settings);
     checked(avcodec_open2(encoder.get(), codec, nullptr), "encoder");
     return encoder;
@@ -163,13 +163,13 @@ void writeDisplayMatrix(AVStream& stream, const VideoFileSettings& settings)
     }
 }
 
-// How long a frame stands where nothing else is told: at a constant rate one tick, else that of 50 frames a second.
+// Default duration of a frame: at a constant rate one tick, else that of 50 frames a second.
 AVRational usualInterval(const AVCodecContext& encoder)
 {
     return encoder.framerate.num != 0 ? av_inv_q(encoder.framerate) : AVRational{1, 50};
 }
 
-// Hands a frame, or none for the end, to the encoder and what comes out of it to the file.
+// Passes a frame, or none for the end, to the encoder and writes its output to the file.
 void encode(AVFormatContext& muxer, const AVStream& stream, AVCodecContext& encoder, const AVFrame* frame)
 {
     checked(avcodec_send_frame(&encoder, frame), "frame");
@@ -181,7 +181,7 @@ void encode(AVFormatContext& muxer, const AVStream& stream, AVCodecContext& enco
         checked(code, "packet");
         av_packet_rescale_ts(packet.get(), encoder.time_base, stream.time_base);
         packet->stream_index = stream.index;
-        if (packet->duration == 0) // MP4 presents a last frame only as long as it is told to
+        if (packet->duration == 0) // MP4 presents the last frame only for its stated duration
             packet->duration = av_rescale_q(1, usualInterval(encoder), stream.time_base);
         checked(av_interleaved_write_frame(&muxer, packet.get()), "packet");
     }
@@ -228,7 +228,7 @@ void checkSettings(_Size<int> size, std::size_t frames, const VideoFileSettings&
 {
     if (size.width <= 0 || size.height <= 0 || size.width % 2 != 0 || size.height % 2 != 0)
         throw std::invalid_argument("the size of a video is " + std::to_string(size.width) + " x " +
-                                    std::to_string(size.height) + ", but must be even");
+                                    std::to_string(size.height) + ", but both sides must be even");
     if (!settings.timesMs.empty() && settings.timesMs.size() != frames)
         throw std::invalid_argument("VideoFileSettings.timesMs has " + std::to_string(settings.timesMs.size()) +
                                     " times for " + std::to_string(frames) + " frames");
@@ -256,13 +256,13 @@ void encodeFrames(AVFormatContext& muxer, const AVStream& stream, AVCodecContext
     frame->width = encoder.width;
     frame->height = encoder.height;
     checked(av_frame_get_buffer(frame.get(), 0), "memory");
-    // The converter reads whole vectors, beyond the end of the last row.
+    // The converter reads whole vectors, past the end of the last row.
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(encoder.width) *
                                          static_cast<std::size_t>(encoder.height) * kBytesPerPixel +
                                      AV_INPUT_BUFFER_PADDING_SIZE);
     for (std::size_t i = 0; i < frames; ++i) {
         draw(i, pixels.data());
-        checked(av_frame_make_writable(frame.get()), "memory"); // the encoder may still hold the last one
+        checked(av_frame_make_writable(frame.get()), "memory"); // the encoder may still use the last one
         const std::uint8_t* const rows[] = {pixels.data()};
         const int stride[] = {encoder.width * kBytesPerPixel};
         checked(sws_scale(converter.get(), rows, stride, 0, encoder.height, frame->data, frame->linesize),

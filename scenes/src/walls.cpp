@@ -42,7 +42,7 @@ Light paintBrick(const Spot& p, std::uint32_t seed)
     return mix(joint, brick, stone) * roomLight(p.u, p.v);
 }
 
-// So dark that only the longest exposures read the plate at the back.
+// So dark that only the longest exposures show the plate at the back.
 Light paintHearth(const Spot& p, std::uint32_t seed)
 {
     const float depth =
@@ -61,7 +61,7 @@ Light paintHearth(const Spot& p, std::uint32_t seed)
         for (int i = 0; i < 3; ++i)
             light = light + Light{0.0048f, 0.0041f, 0.0030f} * textInk(kLines[i], kPlaces[i], p);
     }
-    // Logs with a last glow between them.
+    // Logs with some embers between them.
     for (int log = 0; log < 4; ++log) {
         const float middleU = 1.245f + 0.037f * static_cast<float>(log);
         const float middleV = (log & 1) != 0 ? 0.690f : 0.717f;
@@ -78,7 +78,7 @@ Light paintHearth(const Spot& p, std::uint32_t seed)
     return light;
 }
 
-// Where a point of the floor lies: x to the side, z into the depth. The room looks towards (0.75, kVanish).
+// Position of a point of the floor: x to the side, z into the depth. The room looks towards (0.75, kVanish).
 struct FloorPlace
 {
     float x;
@@ -126,14 +126,14 @@ Light paintCarpet(const FloorPlace& f, float across, float along, std::uint32_t 
     return colour * std::max(0.15f, 1.0f + 0.7f * knots);
 }
 
-// The panes of the window as the sun throws them on the floor, 0..1.
+// The panes of the window as the sun projects them on the floor, 0..1.
 float sunOnFloor(const FloorPlace& f)
 {
     const float depth = (f.z - 1.95f) / 0.80f; // 0..1 over the patch
     const float side = (f.x + 0.55f - 0.42f * (f.z - 1.9f)) / 1.05f;
     if (depth < -0.05f || depth > 1.05f || side < -0.05f || side > 1.05f)
         return 0.0f;
-    constexpr float kSoft = 0.012f; // the sun is no point
+    constexpr float kSoft = 0.012f; // the sun is not a point
     const auto within = [](float t, float from, float to) {
         return smooth(from - kSoft, from + kSoft, t) * smooth(to + kSoft, to - kSoft, t);
     };
@@ -160,7 +160,7 @@ Light paintWall(const Spot& p, std::uint32_t seed)
         const float profile = 0.75f + 0.25f * smooth(0.0f, 0.008f, p.v - (kFloorLine - kSkirting));
         light = mix(light, Light{0.66f, 0.64f, 0.58f} * (profile * (1.0f + 0.3f * grain)) * roomLight(p.u, p.v), board);
     }
-    // The chimney stands out of the wall and shades it at its side.
+    // The chimney stands out from the wall and shades it at its side.
     light = light * (1.0f - 0.5f * std::exp((p.u - kChimney.left) / 0.018f));
     const float brick = coverage(kChimney.left - p.u, p.px);
     return brick > 0.0f ? mix(light, paintBrick(p, seed), brick) : light;

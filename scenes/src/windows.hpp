@@ -1,7 +1,8 @@
-// What the similarity measures share: luma, and sums over Gaussian windows.
+// Shared by the similarity measures: luma, and sums over Gaussian windows.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <scenes/metrics.hpp>
 
@@ -39,7 +40,7 @@ inline std::shared_ptr<Plane> lumaOf(const Picture& picture)
     forEachRow(picture.height(), [&](int y) {
         for (int x = 0; x < picture.width(); ++x) {
             const auto& p = picture.row(y)[x];
-            luma->row(y)[x] = 0.299f * p.r + 0.587f * p.g + 0.114f * p.b;
+            luma->row(y)[x] = luma601(p);
         }
     });
     return luma;

@@ -1,9 +1,10 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_io/image_reader.hpp>
 #include <scenes/bracket_files.hpp>
 #include <scenes/metrics.hpp>
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 
 #include <cmath>
 
@@ -13,17 +14,6 @@ namespace {
 class BracketFiles : public testing::Test
 {
 protected:
-    BracketFiles()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
-        folder = mkdtemp(name.data());
-    }
-    ~BracketFiles() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
-
     static Bracket bracketOf(std::vector<double> evs)
     {
         BracketRecipe recipe;
@@ -41,12 +31,12 @@ protected:
         return image ? image->imageData({}, {}, true) : nullptr;
     }
 
-    std::filesystem::path folder;
+    test::TemporaryFolder folder;
 };
 
 constexpr double kExifRounding = 2e-4; // EV; times are fractions of terms up to a million
 
-TEST_F(BracketFiles, ExifTellsTheTruth)
+TEST_F(BracketFiles, ExifMatchesTheTruth)
 {
     const Bracket bracket = bracketOf({-4.0, 0.0, 1.7});
     for (const auto format : {BracketFileFormat::Jpeg, BracketFileFormat::Tiff16, BracketFileFormat::Dng}) {
@@ -69,7 +59,7 @@ TEST_F(BracketFiles, ExifTellsTheTruth)
     }
 }
 
-TEST_F(BracketFiles, StrippedFilesTellNothing)
+TEST_F(BracketFiles, StrippedFilesHaveNoExif)
 {
     const Bracket bracket = bracketOf({0.0});
     for (const auto format : {BracketFileFormat::Jpeg, BracketFileFormat::Tiff16, BracketFileFormat::Dng}) {
@@ -80,7 +70,7 @@ TEST_F(BracketFiles, StrippedFilesTellNothing)
     }
 }
 
-TEST_F(BracketFiles, PicturesComeBack)
+TEST_F(BracketFiles, PicturesSurviveTheFile)
 {
     const Bracket bracket = bracketOf({1.0});
     const auto truth = bracket.frame(0).picture;
@@ -93,7 +83,7 @@ TEST_F(BracketFiles, PicturesComeBack)
     EXPECT_GT(psnr(*jpeg, *truth), 34.0);
 }
 
-// Mean linear light over a part of the colour chart that is neutral, and of all that is far from clipping.
+// Mean linear light over a neutral part of the colour chart, and over everything far from clipping.
 PixelRGB<double> meanOf(const Picture& picture, _Rect<int> part)
 {
     PixelRGB<double> sum;
@@ -128,7 +118,7 @@ TEST_F(BracketFiles, RawFilesDecodeToTheScene)
     EXPECT_NEAR(grays[2].g / grays[1].g, 2.0, 0.04);
 }
 
-TEST_F(BracketFiles, FolderThatIsNotThereIsAnError)
+TEST_F(BracketFiles, MissingFolderIsAnError)
 {
     const Bracket bracket = bracketOf({0.0});
     for (const auto format : {BracketFileFormat::Jpeg, BracketFileFormat::Dng})

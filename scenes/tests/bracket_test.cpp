@@ -51,7 +51,7 @@ TEST(Bracket, FrameFromFrameMeetsTheSamePointOfTheScene)
     EXPECT_NEAR(viaFrame0.y, direct.y, 1e-9);
 }
 
-TEST(Bracket, FramesDrawNoiseOfTheirOwn)
+TEST(Bracket, FramesHaveIndependentNoise)
 {
     BracketRecipe r = recipe();
     r.evs = {0.0, 0.0};
@@ -63,7 +63,7 @@ TEST(Bracket, FramesDrawNoiseOfTheirOwn)
     EXPECT_FALSE(frames[0].subject);
 }
 
-TEST(Bracket, ListsMustFitTheExposures)
+TEST(Bracket, ListsMustMatchTheExposures)
 {
     BracketRecipe r = recipe();
     r.views.pop_back();

@@ -54,7 +54,7 @@ TEST(Camera, ExposureValueCountsTimeApertureAndIso)
     EXPECT_THROW((void)exposureValue({0.0, 8.0, 100.0}), std::invalid_argument);
 }
 
-TEST(Camera, ResponseCurvesRiseAndHaveAnInverse)
+TEST(Camera, ResponseCurvesIncreaseAndHaveAnInverse)
 {
     for (const auto curve : {ResponseCurve::Linear, ResponseCurve::Srgb, ResponseCurve::Filmic}) {
         EXPECT_EQ(encoded(curve, 0.0f), 0.0f);
@@ -72,7 +72,7 @@ TEST(Camera, ResponseCurvesRiseAndHaveAnInverse)
     EXPECT_NEAR(encoded(ResponseCurve::Srgb, 0.18f), srgbCurveFromLinear(0.18f), 1e-6f);
 }
 
-// The tables that make pictures fast agree with the curves they stand for.
+// The tables that make pictures fast agree with their curves.
 TEST(Camera, PictureFollowsItsCurve)
 {
     const Shot shot;
@@ -86,8 +86,8 @@ TEST(Camera, PictureFollowsItsCurve)
     EXPECT_EQ(*linear->colorProfile(), *ColorProfileType::linearSRGB());
 }
 
-// Noise, divided by what it is told to be, has the deviation 1 at every brightness and sensitivity.
-TEST(Camera, NoiseIsAsStrongAsTold)
+// Noise, divided by its nominal value, has the deviation 1 at every brightness and sensitivity.
+TEST(Camera, NoiseHasItsNominalStrength)
 {
     for (const double iso : {100.0, 1600.0}) {
         Shot shot;
@@ -106,9 +106,9 @@ TEST(Camera, NoiseIsAsStrongAsTold)
                 if (light < from || light > 2.0 * from) // far enough from both ends not to clip
                     continue;
                 const double electrons = light / perElectron;
-                const double wanted =
+                const double expected =
                     perElectron * std::sqrt(electrons + sensor.readNoiseElectrons * sensor.readNoiseElectrons);
-                const double normal = (noisy->data()[i].r - light) / wanted;
+                const double normal = (noisy->data()[i].r - light) / expected;
                 sum += normal;
                 squares += normal * normal;
                 ++count;
@@ -152,7 +152,7 @@ TEST(Camera, EveryPixelSeesThePointThatItsHomographyNames)
         }
 }
 
-// A shift is found again by trying all, without a use of the homography: its sign is the right one.
+// Finds a shift by trying all, without using the homography: confirms its sign.
 TEST(Camera, KnownShiftIsFoundByTryingAll)
 {
     Shot shot;
@@ -177,21 +177,21 @@ TEST(Camera, KnownShiftIsFoundByTryingAll)
     EXPECT_NEAR(best, 0.0, 1e-3);
 }
 
-TEST(Camera, TurnAndZoomKeepTheMiddle)
+TEST(Camera, RotationAndZoomKeepTheMiddle)
 {
     const _Size<int> size(101, 51);
     const Homography turned = sceneFromFrame({.rotationDegrees = 90.0}, size);
     const auto middle = mapPoint(turned, {50, 25});
     EXPECT_NEAR(middle.x, 50, 1e-9);
     EXPECT_NEAR(middle.y, 25, 1e-9);
-    const auto right = mapPoint(turned, {60, 25}); // clockwise: what is right in the frame lies below in the scene
+    const auto right = mapPoint(turned, {60, 25}); // clockwise: right in the frame is down in the scene
     EXPECT_NEAR(right.x, 50, 1e-9);
     EXPECT_NEAR(right.y, 35, 1e-9);
     const auto closer = mapPoint(sceneFromFrame({.zoom = 2.0}, size), {60, 25});
     EXPECT_NEAR(closer.x, 55, 1e-9);
 }
 
-TEST(Camera, HandShakeKeepsToItsAmplitude)
+TEST(Camera, HandShakeStaysWithinItsAmplitude)
 {
     const CameraView most{0.8, 12, 9, 1.01, 0.002, 0.003};
     const auto views = handShake(40, 20, most, 3);

@@ -43,7 +43,7 @@ TEST_P(DiscOfRadius, HasTheMomentsOfTheTrueDisc)
     EXPECT_GE(least, 0.0);
 }
 
-TEST_P(DiscOfRadius, IsFlatInsideAndNothingOutside)
+TEST_P(DiscOfRadius, IsFlatInsideAndZeroOutside)
 {
     const double radius = static_cast<double>(GetParam());
     const double middle = static_cast<double>(discs().weight(GetParam(), 0, 0));
@@ -64,7 +64,7 @@ TEST(DiscKernels, ChangeSmoothlyWithTheRadius)
 {
     constexpr float kStep = 1.0f / DiscKernels::kStepsPerPixel;
     for (float radius = 0.0f; radius + kStep <= kLargest; radius += kStep) {
-        double change = 0.0; // half of it is the share of light that goes elsewhere
+        double change = 0.0; // half of it is the share of light that moves
         forEachWeight(radius + kStep, [&](int x, int y, double weight) {
             change += std::abs(weight - static_cast<double>(discs().weight(radius, x, y)));
         });

@@ -1,9 +1,10 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_io/image_reader.hpp>
 #include <scenes/focus_series_files.hpp>
 #include <scenes/metrics.hpp>
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 
 namespace orvo::scenes {
 namespace {
@@ -11,17 +12,6 @@ namespace {
 class FocusSeriesFiles : public testing::Test
 {
 protected:
-    FocusSeriesFiles()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
-        folder = mkdtemp(name.data());
-    }
-    ~FocusSeriesFiles() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
-
     static FocusSeries series()
     {
         FocusSeriesSettings settings;
@@ -38,10 +28,10 @@ protected:
         return image ? image->imageData({}, {}, true) : nullptr;
     }
 
-    std::filesystem::path folder;
+    test::TemporaryFolder folder;
 };
 
-TEST_F(FocusSeriesFiles, ExifTellsOneExposureAndTheFocus)
+TEST_F(FocusSeriesFiles, ExifHasOneExposureAndTheFocus)
 {
     const FocusSeries shown = series();
     for (const auto format : {FocusFileFormat::Jpeg, FocusFileFormat::Tiff16}) {
@@ -62,7 +52,7 @@ TEST_F(FocusSeriesFiles, ExifTellsOneExposureAndTheFocus)
     }
 }
 
-TEST_F(FocusSeriesFiles, StrippedFilesTellNothing)
+TEST_F(FocusSeriesFiles, StrippedFilesHaveNoExif)
 {
     const auto path = writeFocusFrame(series(), 1, folder, {.exif = false, .prefix = "bare"});
     EXPECT_EQ(path, folder / "bare_1.jpg");
@@ -72,7 +62,7 @@ TEST_F(FocusSeriesFiles, StrippedFilesTellNothing)
     EXPECT_EQ(metadata->subjectDistance, 0.0f);
 }
 
-TEST_F(FocusSeriesFiles, HoldTheFrames)
+TEST_F(FocusSeriesFiles, ContainTheFrames)
 {
     const FocusSeries shown = series();
     const auto frame = shown.frame(2);

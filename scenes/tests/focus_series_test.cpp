@@ -1,4 +1,5 @@
 #include "disc_kernels.hpp"
+#include "support/compare.hpp"
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
@@ -17,6 +18,7 @@
 namespace orvo::scenes {
 namespace {
 
+using test::sameBytes;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
@@ -27,7 +29,7 @@ FocusSeriesSettings ofSize(int width, int height)
     return settings;
 }
 
-// A lens so slow that everything is sharp to well below a grey level.
+// A lens with such a small aperture that everything is sharp to well below a grey level.
 FocusSeriesSettings pinhole(int width, int height, int frames)
 {
     FocusSeriesSettings settings = ofSize(width, height);
@@ -45,17 +47,12 @@ std::shared_ptr<Picture> focusedAt(FocusSeriesSettings settings, double distance
     return FocusSeries(settings).frame(0);
 }
 
-bool sameBytes(const Picture& a, const Picture& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.pixelCount() * sizeof(a.data()[0])) == 0;
-}
-
 float difference(const PixelRGB<float>& a, const PixelRGB<float>& b)
 {
     return std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)});
 }
 
-// Each pixel from the frame that the truth says is the sharpest.
+// Each pixel from the frame that is the sharpest according to the truth.
 std::shared_ptr<Picture> bestFrames(const FocusSeries& series)
 {
     auto result = std::make_shared<Picture>(series.size(), ColorProfileType::melissaRGB());
@@ -68,7 +65,7 @@ std::shared_ptr<Picture> bestFrames(const FocusSeries& series)
 
 TEST(CircleOfConfusion, IsThatOfTheConeBehindTheLens)
 {
-    // The light of a point meets behind the lens at its image; the sensor cuts the cone elsewhere.
+    // The light of a point converges behind the lens at its image; the sensor cuts the cone elsewhere.
     const FocusLens lens{50.0, 2.8, 0.01};
     const auto imageDistance = [&](double distance) { return 1.0 / (1000.0 / lens.focalLength - 1.0 / distance); }; // m
     for (const double focus : {0.3, 0.7, 5.0})
@@ -81,7 +78,7 @@ TEST(CircleOfConfusion, IsThatOfTheConeBehindTheLens)
     EXPECT_EQ(circleOfConfusion(lens, 0.7, 0.7), 0.0);
 }
 
-TEST(CircleOfConfusion, RefusesWhatNoLensDoes)
+TEST(CircleOfConfusion, RefusesImpossibleLenses)
 {
     EXPECT_THROW((void)circleOfConfusion({}, 0.035, 1.0), std::invalid_argument);
     EXPECT_THROW((void)circleOfConfusion({}, 1.0, 0.0), std::invalid_argument);
@@ -113,7 +110,7 @@ TEST(FocusSeries, BestFramesMakeTheTruth)
     const auto truth = series.truth();
     EXPECT_GE(psnr(*bestFrames(series), *truth), 42.0);
     for (const auto& frame : series.frames())
-        EXPECT_LT(psnr(*frame, *truth), 41.0) << "one frame alone is no stack";
+        EXPECT_LT(psnr(*frame, *truth), 41.0) << "a single frame is not a stack";
 }
 
 TEST(FocusSeries, IsTexturedNearlyEverywhere)
@@ -127,8 +124,8 @@ TEST(FocusSeries, IsTexturedNearlyEverywhere)
     EXPECT_LT(share, 0.15);
 }
 
-// The wall lies at one distance and has nothing before it in the upper left: there a frame must be the truth, blurred
-// in linear light by the disc of the wall.
+// The wall is at one distance and has nothing in front of it in the upper left: there a frame must be the truth,
+// blurred in linear light by the disc of the wall.
 TEST(FocusSeries, BlursTheWallByItsCircleOfConfusion)
 {
     const FocusSeriesSettings settings = ofSize(360, 240);
@@ -165,7 +162,7 @@ TEST(FocusSeries, BlurGrowsSmoothlyWithTheAperture)
     }
 }
 
-// The right rim of the tin, which stands upright before the wall, through a fast lens.
+// The right rim of the tin, which stands upright in front of the wall, through a fast lens.
 class FocusOcclusion : public testing::Test
 {
 protected:
@@ -193,7 +190,7 @@ protected:
     double tinDistance = 0.0;
 };
 
-TEST_F(FocusOcclusion, WhatIsSharpAndNearHidesWhatIsBehind)
+TEST_F(FocusOcclusion, SharpNearObjectsHideTheBackground)
 {
     const auto frame = focusedAt(settings, tinDistance);
     double behind = 0.0;
@@ -206,7 +203,7 @@ TEST_F(FocusOcclusion, WhatIsSharpAndNearHidesWhatIsBehind)
     EXPECT_GT(behind / ((kBottom - kTop) * (20.0 - kSpline)), 0.02) << "the wall is not sharp";
 }
 
-TEST_F(FocusOcclusion, WhatIsBlurredAndNearSpreadsOverWhatIsBehind)
+TEST_F(FocusOcclusion, BlurredNearObjectsSpreadOverTheBackground)
 {
     const auto frame = focusedAt(settings, kFarthestDistance);
     const double radius = 0.5 * circleOfConfusion(settings.lens, kFarthestDistance, tinDistance);
@@ -215,7 +212,7 @@ TEST_F(FocusOcclusion, WhatIsBlurredAndNearSpreadsOverWhatIsBehind)
         for (int x = kRim + static_cast<int>(radius) + kSpline + 1; x < kRim + 30; ++x)
             ASSERT_LT(difference(frame->row(y)[x], truth->row(y)[x]), 1e-4f) << "the wall is sharp at " << x;
 
-    // nearer to the rim the tin's light is laid over the wall's by the part of the disc that reaches the tin
+    // nearer to the rim the tin's light covers the wall's in proportion to the part of the disc that reaches the tin
     frame->convertTo(ColorProfileType::linearMelissaRGB());
     truth->convertTo(ColorProfileType::linearMelissaRGB());
     const auto meanBlue = [&](const Picture& picture, int x) {
@@ -252,7 +249,7 @@ TEST(FocusSeries, MovesByWholePixelsExactly)
     }
 }
 
-TEST(FocusSeries, TellsWhereEachFrameLooks)
+TEST(FocusSeries, ReportsWhereEachFrameLooks)
 {
     FocusSeriesSettings settings = pinhole(300, 200, 5);
     settings.breathing = 0.03;
@@ -275,9 +272,9 @@ TEST(FocusSeries, TellsWhereEachFrameLooks)
                 const auto s = static_cast<float>(at.x - left);
                 const auto t = static_cast<float>(at.y - top);
                 const auto green = [&](int i, int j) { return truth->row(top + j)[left + i].g; };
-                const float wanted =
+                const float expected =
                     (1 - t) * ((1 - s) * green(0, 0) + s * green(1, 0)) + t * ((1 - s) * green(0, 1) + s * green(1, 1));
-                squared += std::pow(static_cast<double>(seen->row(y)[x].g - wanted), 2.0);
+                squared += std::pow(static_cast<double>(seen->row(y)[x].g - expected), 2.0);
                 unmapped += std::pow(static_cast<double>(seen->row(y)[x].g - truth->row(y)[x].g), 2.0);
             }
         EXPECT_LT(squared, 0.1 * unmapped) << frame;
@@ -298,7 +295,7 @@ TEST(FocusSeries, BreathesAboutTheMiddle)
     EXPECT_NEAR(middle.y, 100.0, 1e-9);
 }
 
-TEST(FocusSeries, FocusesEvenlyInDioptres)
+TEST(FocusSeries, FocusIsEvenlySpacedInDioptres)
 {
     FocusSeriesSettings settings = ofSize(16, 16);
     settings.frames = 5;
@@ -313,7 +310,7 @@ TEST(FocusSeries, FocusesEvenlyInDioptres)
     EXPECT_NEAR(1.0 / FocusSeries(settings).focusDistance(0), 1.25, 1e-12);
 }
 
-TEST(FocusSeries, NoiseIsItsOwnInEachFrame)
+TEST(FocusSeries, NoiseIsIndependentInEachFrame)
 {
     FocusSeriesSettings settings = pinhole(240, 160, 2);
     const FocusSeries clean(settings);
@@ -325,7 +322,7 @@ TEST(FocusSeries, NoiseIsItsOwnInEachFrame)
     const double toTruth = psnr(*first, *clean.frame(0));
     EXPECT_GT(toTruth, 25.0);
     EXPECT_LT(toTruth, 45.0);
-    // two independent noises differ by 3 dB more than one from none
+    // two independent noises are 3 dB further apart than one is from none
     EXPECT_NEAR(psnr(*first, *noisy.frame(1)), toTruth - 10.0 * std::log10(2.0), 0.3);
     settings.noiseSeed = 2;
     EXPECT_FALSE(sameBytes(*first, *FocusSeries(settings).frame(0)));
@@ -351,7 +348,7 @@ TEST(FocusSeries, IsTheSameForAnyNumberOfThreads)
         EXPECT_TRUE(sameBytes(*one[i], *two[i])) << i;
 }
 
-TEST(FocusSeries, AnotherSeedIsAnotherGrainOfTheSameThings)
+TEST(FocusSeries, AnotherSeedIsAnotherGrainOfTheSameObjects)
 {
     FocusSeriesSettings settings = ofSize(240, 160);
     const FocusSeries first(settings);
@@ -362,7 +359,7 @@ TEST(FocusSeries, AnotherSeedIsAnotherGrainOfTheSameThings)
     EXPECT_GT(ssim(*first.truth(), *second.truth()), 0.2);
 }
 
-TEST(FocusSeries, ComesInAnySize)
+TEST(FocusSeries, WorksInAnySize)
 {
     for (const auto& [width, height] : {std::pair(16, 16), {17, 400}, {400, 17}, {123, 321}}) {
         FocusSeriesSettings settings = ofSize(width, height);
@@ -377,7 +374,7 @@ TEST(FocusSeries, ComesInAnySize)
     }
 }
 
-TEST(FocusSeries, HoldsNoMoreMemoryThanItSays)
+TEST(FocusSeries, UsesNoMoreMemoryThanDocumented)
 {
     auto& memory = MemoryManager::instance();
     const FocusSeriesSettings settings = ofSize(900, 600);

@@ -70,22 +70,22 @@ std::shared_ptr<Picture> fusedByExposedness()
     return fused;
 }
 
-TEST(Psnr, KnowsAKnownError)
+TEST(Psnr, MeasuresAKnownError)
 {
     EXPECT_NEAR(psnr(*plain({20, 10}, 0.5f), *plain({20, 10}, 0.6f)), 20.0, 1e-4);
     EXPECT_EQ(psnr(*plain({20, 10}, 0.5f), *plain({20, 10}, 0.5f)), std::numeric_limits<double>::infinity());
     EXPECT_THROW((void)psnr(*plain({20, 10}, 0.5f), *plain({10, 20}, 0.5f)), std::invalid_argument);
 }
 
-TEST(Ssim, OfPlainPicturesIsTheirLuminanceTerm)
+TEST(Ssim, OfFlatPicturesIsTheirLuminanceTerm)
 {
     constexpr double kC1 = 1e-4;
-    const double wanted = (2 * 0.4 * 0.6 + kC1) / (0.4 * 0.4 + 0.6 * 0.6 + kC1);
-    EXPECT_NEAR(ssim(*plain({11, 11}, 0.4f), *plain({11, 11}, 0.6f)), wanted, 1e-4);
+    const double expected = (2 * 0.4 * 0.6 + kC1) / (0.4 * 0.4 + 0.6 * 0.6 + kC1);
+    EXPECT_NEAR(ssim(*plain({11, 11}, 0.4f), *plain({11, 11}, 0.6f)), expected, 1e-4);
     EXPECT_THROW((void)ssim(*plain({10, 30}, 0.5f), *plain({10, 30}, 0.5f)), std::invalid_argument);
 }
 
-TEST(Ssim, FallsAsNoiseRises)
+TEST(Ssim, DecreasesAsNoiseIncreases)
 {
     BracketRecipe recipe;
     recipe.scene.size = {120, 80};
@@ -158,10 +158,10 @@ TEST(MefSsim, OrderOfFramesAndThreadsDoNotMatter)
 }
 
 // The same measure written out patch by patch in doubles, one scale at one window.
-TEST(MefSsim, AgreesWithPatchesWrittenOut)
+TEST(MefSsim, AgreesWithTheDirectComputation)
 {
-    // A picture of 44 pixels has at the coarsest scale exactly one window; frames are made so that the finer scales
-    // can be left out: plain but for a slow ramp, whose quality is computed here at all three scales alike.
+    // At the coarsest scale a picture of 44 pixels has exactly one window; the frames allow leaving out the finer
+    // scales: flat except for a slow ramp, whose quality is computed here the same way at all three scales.
     const auto ramp = [](float gain, float lift) {
         auto picture = plain({44, 44}, 0.0f);
         for (int y = 0; y < 44; ++y)
@@ -174,7 +174,7 @@ TEST(MefSsim, AgreesWithPatchesWrittenOut)
     const auto weak = ramp(0.2f, 0.1f);
     const auto strong = ramp(0.8f, 0.1f);
     const auto fused = ramp(0.5f, 0.2f);
-    // All structures agree, so the wanted contrast is the strongest one and its product with the fused one is exact.
+    // All structures agree, so the desired contrast is the strongest one and its product with the fused one is exact.
     const auto deviationAt = [](double gain, int scale) {
         double sum = 0.0, squares = 0.0, total = 0.0;
         for (int i = -5; i <= 5; ++i) {
@@ -188,16 +188,16 @@ TEST(MefSsim, AgreesWithPatchesWrittenOut)
     };
     constexpr double kC = 9e-4;
     constexpr double kWeights[] = {0.0448, 0.2856, 0.3001};
-    double wanted = 1.0;
+    double expected = 1.0;
     for (int scale = 0; scale < 3; ++scale) {
         const double a = deviationAt(0.8, scale);
         const double b = deviationAt(0.5, scale);
-        wanted *= std::pow((2 * a * b + kC) / (a * a + b * b + kC), kWeights[scale] / 0.6305);
+        expected *= std::pow((2 * a * b + kC) / (a * a + b * b + kC), kWeights[scale] / 0.6305);
     }
-    EXPECT_NEAR(mefSsim({weak, strong}, *fused), wanted, 1e-4);
+    EXPECT_NEAR(mefSsim({weak, strong}, *fused), expected, 1e-4);
 }
 
-TEST(MefSsim, RefusesWhatItCannotCompare)
+TEST(MefSsim, RefusesInvalidInput)
 {
     const auto picture = plain({64, 64}, 0.5f);
     EXPECT_THROW((void)mefSsim({}, *picture), std::invalid_argument);

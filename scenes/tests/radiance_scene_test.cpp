@@ -64,7 +64,7 @@ TEST(RadianceScene, SameSeedGivesSameBytesOnAnyNumberOfThreads)
     EXPECT_FALSE(sameBytes(first, paint(2, 6)));
 }
 
-// Gradients at the scale of key points, counted in every part of the picture at the exposure that suits it.
+// Gradients at the scale of key points, counted in every part of the picture at a suitable exposure.
 TEST(RadianceScene, HasDetailInEveryPart)
 {
     constexpr int kParts = 4;
@@ -86,7 +86,7 @@ TEST(RadianceScene, HasDetailInEveryPart)
     }
 }
 
-// The scene between pixels is one smooth function: the light along a line has no step where pixels meet.
+// The scene between pixels is one smooth function: the light along a line has no step at pixel boundaries.
 TEST(RadianceScene, IsSmoothBetweenPixels)
 {
     const RadianceScene scene({.size = {300, 200}});
@@ -145,7 +145,7 @@ TEST(RadianceScene, LooksNoFurtherThanItsMargin)
     EXPECT_TRUE(std::isfinite(scene.radiance(nan, nan).r));
 }
 
-TEST(RadianceScene, RefusesWhatItCannotPaint)
+TEST(RadianceScene, RefusesInvalidSettings)
 {
     EXPECT_THROW(RadianceScene({.size = {15, 100}}), std::invalid_argument);
     EXPECT_THROW(RadianceScene({.size = {100, 70000}}), std::invalid_argument);

@@ -34,7 +34,7 @@ TEST(SumModifiedLaplacian, OfADotIsKnown)
     EXPECT_EQ(wide->row(5)[4], 0.0f);
 }
 
-TEST(SumModifiedLaplacian, OfARampIsNothing)
+TEST(SumModifiedLaplacian, OfARampIsZero)
 {
     const auto ramp = plain({20, 16}, 0.0f);
     for (int y = 0; y < 16; ++y)
@@ -48,7 +48,7 @@ TEST(SumModifiedLaplacian, OfARampIsNothing)
             EXPECT_NEAR(measure->row(y)[x], 0.0f, 25.0f * 4e-7f) << x << ", " << y;
 }
 
-TEST(SumModifiedLaplacian, RefusesWhatItCannotMeasure)
+TEST(SumModifiedLaplacian, RefusesInvalidArguments)
 {
     const auto picture = plain({8, 8}, 0.5f);
     EXPECT_THROW((void)sumModifiedLaplacian(*picture, 0, 3), std::invalid_argument);
@@ -117,7 +117,7 @@ TEST_F(SharpnessOfSeries, IsTheSameForAnyNumberOfThreads)
     EXPECT_EQ(one.second, two.second);
 }
 
-TEST_F(SharpnessOfSeries, RefusesWhatDoesNotFit)
+TEST_F(SharpnessOfSeries, RefusesInvalidArguments)
 {
     EXPECT_THROW((void)sharpnessRatio(*truth, {}, {}), std::invalid_argument);
     EXPECT_THROW((void)sharpnessRatio(*plain({30, 20}, 0.5f), frames, {}), std::invalid_argument);

@@ -1,8 +1,9 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_io/image_reader.hpp>
 #include <scenes/sphere_view_files.hpp>
 
 #include <gmock/gmock.h>
-#include <stdlib.h>
 
 namespace orvo::scenes {
 namespace {
@@ -12,24 +13,17 @@ class SphereViewFiles : public testing::Test
 protected:
     SphereViewFiles()
     {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_scenes_XXXXXX").string();
-        folder = mkdtemp(name.data());
         view.size = {120, 80};
         view.focal = 100.0;
         view.ev = 1.0;
     }
-    ~SphereViewFiles() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
 
     const SphereScene scene;
     SphereView view;
-    std::filesystem::path folder;
+    test::TemporaryFolder folder;
 };
 
-TEST_F(SphereViewFiles, ExifTellsExposureAndFocalLength)
+TEST_F(SphereViewFiles, ExifHasExposureAndFocalLength)
 {
     for (const char* const name : {"a.jpg", "a.tif"}) {
         writeSphereView(scene, view, folder / name);
@@ -42,7 +36,7 @@ TEST_F(SphereViewFiles, ExifTellsExposureAndFocalLength)
     }
 }
 
-TEST_F(SphereViewFiles, StrippedFileTellsNothing)
+TEST_F(SphereViewFiles, StrippedFileHasNoExif)
 {
     writeSphereView(scene, view, folder / "a.jpg", {.exif = false});
     const auto metadata = ImageReader::readMetadata(folder / "a.jpg");
@@ -66,7 +60,7 @@ TEST_F(SphereViewFiles, PictureSurvivesTheFile)
             ASSERT_NEAR(back->row(y)[x].g, truth->row(y)[x].g, 4 * kStep) << x << ' ' << y;
 }
 
-TEST_F(SphereViewFiles, UnknownEnding)
+TEST_F(SphereViewFiles, UnknownExtension)
 {
     EXPECT_THROW(writeSphereView(scene, view, folder / "a.xyz"), std::invalid_argument);
 }

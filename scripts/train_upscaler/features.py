@@ -1,4 +1,4 @@
-"""What the filters of the upscaler look at, in numpy: the twin of family/orvo/upscaling/learned_filters.cpp.
+"""Features for the filters of the upscaler, in numpy: equal to family/orvo/upscaling/learned_filters.cpp.
 
 A picture here is a float32 array in the encoded values of the working space (wide primaries of ProPhoto RGB, curve of
 sRGB), as the library holds it.
@@ -57,7 +57,7 @@ def double_axis(a, axis):
 
 
 def cubic(a):
-    """Twice the size by Catmull-Rom, sample centres kept: what the filters are to beat."""
+    """Twice the size by Catmull-Rom, sample centres kept: the reference that the filters must beat."""
     return double_axis(double_axis(a, 0), 1)
 
 
@@ -80,8 +80,8 @@ def smooth(a, step=1):
 
 def features(y):
     """FEATURES numbers of every sample of the luma `y`, (FEATURES, h, w), and the turn (0..3) that brings it into the
-    standard position: 1 mirrors x, 2 then swaps the axes. The numbers themselves do not change under mirroring,
-    turning and negation."""
+    standard position: 1 mirrors x, 2 then swaps the axes. The numbers are invariant under mirroring, turning and
+    negation."""
     p = np.pad(y, 1, "edge")
     mid = p[1:-1, 1:-1]
     left, right, up, down = p[1:-1, :-2], p[1:-1, 2:], p[:-2, 1:-1], p[2:, 1:-1]
@@ -110,7 +110,7 @@ def features(y):
 
 
 def turned(place, turn):
-    """Where `place` (y, x) lies after the turn into the standard position."""
+    """The position of `place` (y, x) after the turn into the standard position."""
     y, x = place
     if turn & 1:
         x = -x
@@ -118,7 +118,7 @@ def turned(place, turn):
 
 
 def tap_order(turn):
-    """For each tap in the standard position, the index of the tap of the picture as it stands."""
+    """For each tap in the standard position, the index of the tap of the unturned picture."""
     index = {turned(tap, turn): i for i, tap in enumerate(TAPS)}
     return np.array([index[tap] for tap in TAPS])
 

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Learns the built-in filters of the upscaler: family/orvo/upscaling/upscale_filters.bin.
+"""Trains the built-in filters of the upscaler: family/orvo/upscaling/upscale_filters.bin.
 
     python3 scripts/train_upscaler/train.py PICTURES [OUT]      (numpy and Pillow; ten minutes, 4 GB)
 
 PICTURES is the folder of the project's test pictures. The same pictures and the same numpy give the same file: all
-draws come from SEED, and sums are made by one thread, since their order would depend on how many there are.
+random numbers come from SEED, and one thread computes the sums, because their order would depend on the thread count.
 
 Method: filters that are linear within a class of places and learned by least squares, after Romano, Isidoro, Milanfar,
 "RAISR: rapid and accurate image super resolution", IEEE TCI 3(1), 2017. Departures: the filters work on the small
@@ -29,7 +29,7 @@ from PIL import Image
 import features as ft
 
 SEED = 20261121
-# Learned from: the middle exposure or focus of each set.
+# Training pictures: the middle exposure or focus of each set.
 TRAINING = ["brackets/window_player/img2.jpg", "brackets/knight_handheld/4.jpg", "brackets/arch_night/arch_2.jpg",
             "brackets/building_iso/20240401_175720.JPG", "brackets/yard_night_orientation8/yard_3.jpg",
             "brackets/church_film/church_08.jpg", "brackets/living_room/room_04.jpg",
@@ -37,20 +37,20 @@ TRAINING = ["brackets/window_player/img2.jpg", "brackets/knight_handheld/4.jpg",
             "focus/pcb_switch/pcb_004.jpg", "focus/bottle_street/bottle_2.png", "panorama/deck_360/DSC_0175.jpg",
             "panorama/deck_360/DSC_0180.jpg", "panorama/deck_360/DSC_0186.jpg", "panorama/map_grid/map_2.jpg",
             "panorama/roof_exposure/roof_1.jpg", "panorama/ledge_vertical/ledge_2.jpg"]
-# Never learned from; bench/jobs/orvo_upscale_bench.cpp measures on these. Whole sets, so that no scene is in both.
+# Not used for training; bench/jobs/orvo_upscale_bench.cpp measures on these. Whole sets, so that no scene is in both.
 HELD_OUT = ["single/faces_cafe/faces_cafe.jpg", "single/skiers/skiers.jpg", "single/lake_horizon/lake_horizon.jpg",
             "single/waterfall_orientation6/waterfall_orientation6.jpg", "single/p3_vs_srgb/iceland_srgb.jpg",
             "brackets/street_tree/street_03.jpg", "brackets/canal_boat/grandcanal_mean.jpg",
             "panorama/weir/weir_2.jpg", "panorama/tower_library/IMG_8725.JPG", "focus/pcb_usb/pcb_004.jpg"]
 
-# Standard deviation of the noise that each set of filters is for, in encoded values, and how many leaves it gets.
+# Standard deviation of the noise that each set of filters is for, in encoded values, and its number of leaves.
 BANKS = [(0.0, 512), (0.006, 256), (0.012, 128), (0.025, 96)]
 SAMPLES_PER_PICTURE = 110_000
-SAMPLES_PER_TRIAL = 60_000  # a split is judged on no more
-BINS = 10                   # thresholds tried are the quantiles between them
+SAMPLES_PER_TRIAL = 60_000  # maximum used to evaluate a split
+BINS = 10                   # the quantiles between them are the thresholds tried
 SMALLEST_LEAF = 1200
-PRIOR = 300                 # a leaf's filter is drawn towards the filter of all places as if by so many samples
-COEFFICIENT_STEP = 1 / 8192  # of the stored 16-bit numbers, which so reach to +-4
+PRIOR = 300                 # weight, in samples, of the filter of all places in a leaf's filter
+COEFFICIENT_STEP = 1 / 8192  # of the stored 16-bit numbers, whose range is +-4
 
 
 def load(path):
@@ -68,7 +68,7 @@ def lumas(folder):
 
 
 def degraded(small, sigma, generator):
-    """`small` as the set for `sigma` is to expect it: noise, and for every second picture JPEG's mosquitoes too."""
+    """`small` as input of the set for `sigma`: with noise, and for every second picture JPEG's mosquito noise too."""
     if sigma == 0:
         return small
     noisy = small + generator.normal(0, sigma, small.shape).astype(np.float32)
@@ -80,7 +80,7 @@ def degraded(small, sigma, generator):
 
 
 class Samples:
-    """Patches in the standard position, what their filters should give beyond the cubic, features, weights."""
+    """Patches in the standard position, the target of their filters relative to the cubic, features, weights."""
 
     def __init__(self, folder, sigma, generator):
         parts = []
@@ -88,9 +88,9 @@ class Samples:
             clean = ft.halve(y)
             h, w = clean.shape
             small = degraded(clean, sigma, generator)
-            weight = 10 ** (ft.psnr(ft.cubic(small), y[:2 * h, :2 * w]) / 10)  # every picture's decibels count alike
+            weight = 10 ** (ft.psnr(ft.cubic(small), y[:2 * h, :2 * w]) / 10)  # every picture's decibels count equally
             table, turn = ft.features(small)
-            # Flat places are the most and teach the least: they are drawn more rarely and weigh more.
+            # Flat places are the majority and teach the least: they are sampled less often and weigh more.
             chance = np.clip(table[0].ravel() / 0.02, 0.08, 1)
             chance *= min(1, SAMPLES_PER_PICTURE / chance.sum())
             chosen = np.flatnonzero(generator.random(h * w) < chance)
@@ -112,11 +112,11 @@ class Samples:
 
 
 class Moments:
-    """Normal equations of some samples, made alike under half a turn, with filters that keep slopes."""
+    """Normal equations of some samples, symmetric under half a turn, with filters that keep slopes."""
 
     half_turn = len(ft.TAPS) - 1 - np.arange(len(ft.TAPS))
     base = ft.cubic_taps()
-    # Changes of a filter that move no constant and no slope: orthogonal to the taps' places.
+    # Changes of a filter that affect no constant and no slope: orthogonal to the taps' positions.
     free = np.linalg.svd(np.array(ft.TAPS, float).T)[2][2:].T
 
     def __init__(self, patch, truth):
@@ -137,7 +137,7 @@ class Moments:
         return total
 
     def solve(self, prior):
-        """The filters' free part and the squared error that they leave."""
+        """The free part of the filters and their remaining squared error."""
         size = len(self.a)
         ridge = (PRIOR / max(self.count, 1) * np.trace(self.a) / size + 1e-9) * np.eye(size)
         z = prior + np.linalg.solve(self.a + ridge, self.b - self.a @ prior)
@@ -234,7 +234,7 @@ def write(path, banks):
 
 
 def upscale(small, nodes):
-    """Twice the size by a tree: what the library does, for the table at the end."""
+    """Twice the size with a tree, as the library does it, for the table at the end."""
     table, turn = ft.features(small)
     table = table.reshape(ft.FEATURES, -1)
     turn = turn.ravel()

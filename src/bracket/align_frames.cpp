@@ -4,15 +4,15 @@
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
 
+#include <orvo_common/failure.hpp>
+#include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <opencv2/imgproc.hpp>
-#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <cmath>
-#include <stdexcept>
 
 namespace orvo {
 namespace {
@@ -51,7 +51,7 @@ FrameInfos describeFrames(const std::vector<HDRFrame>& frames, int width, int he
         cv::resize(info->image, info->scaled, size, 0, 0, cv::INTER_LINEAR);
         infos[i] = std::move(info);
     };
-    tbb::parallel_for(std::size_t{0}, frames.size(), describe, tbb::auto_partitioner());
+    forEachItem(frames.size(), describe);
     return infos;
 }
 
@@ -134,8 +134,8 @@ void requireSizeOfFirst(const std::vector<HDRFrame>& frames)
 {
     for (const HDRFrame& frame : frames) {
         if (!frame.image || frame.image->pixelCount() < frames[0].image->pixelCount())
-            throw std::invalid_argument("the frame " + frame.path.string() +
-                                        " is smaller than the first of its bracket");
+            throw FailureError(
+                {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the first of its bracket"});
     }
 }
 

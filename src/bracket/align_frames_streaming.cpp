@@ -3,13 +3,13 @@
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace orvo {
 namespace {
@@ -95,8 +95,8 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
         _Rect<int> valid(0, 0, width, height);
         if (k != referenceIndex) {
             if (!frame.image || frame.image->pixelCount() < reference.image->pixelCount())
-                throw std::invalid_argument("the frame " + frame.path.string() +
-                                            " is smaller than the reference frame");
+                throw FailureError(
+                    {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the reference frame"});
             const cv::Mat frameFromReference =
                 registerECC(reference, frame, kRegistrationScale, cv::Mat::eye(3, 3, CV_32F));
             cv::Mat referenceFromFrame;

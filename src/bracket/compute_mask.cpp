@@ -1,5 +1,6 @@
 #include "bracket/compute_mask.hpp"
 
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/fast_blur.hpp>
 #include <orvo_image_processing/local_laplacian.hpp>
@@ -11,8 +12,7 @@
 namespace orvo {
 namespace {
 
-constexpr float kWhite15 = 32767.0f;
-constexpr float kInverseWhite15 = 3.0518509e-05f; // 1 / 32767
+constexpr float kInverseWhite = 3.0518509e-05f; // 1 / grfx::kGray16White
 
 // The local Laplacian filter: detail to a quarter, no floor, nine intensity samples, and edges above half of the scale.
 constexpr float kDetail = -2.0f;
@@ -23,12 +23,10 @@ constexpr float kEdgeThreshold = 0.5f;
 // Hides the steps of the doubled plane.
 constexpr int kSmoothRadius = 1;
 
-float luminance(const PixelRGB<float>& pixel) { return 0.299f * pixel.r + 0.587f * pixel.g + 0.114f * pixel.b; }
-
 std::int16_t quantised(float mean)
 {
     const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f; // also brings NaN to 0
-    return static_cast<std::int16_t>(limited * kWhite15);
+    return static_cast<std::int16_t>(limited * grfx::kGray16White);
 }
 
 // The source positions that one target cell covers, and how much of the first and the last.
@@ -77,7 +75,7 @@ void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::i
     for (int x = 0; x < targetWidth; ++x) {
         const std::ptrdiff_t left = std::ptrdiff_t{2} * x;
         const float sum =
-            luminance(upper[left]) + luminance(upper[left + 1]) + luminance(lower[left]) + luminance(lower[left + 1]);
+            luma601(upper[left]) + luma601(upper[left + 1]) + luma601(lower[left]) + luma601(lower[left + 1]);
         target[x] = quantised(sum * 0.25f);
     }
 }
@@ -93,7 +91,7 @@ void averageRow(const PixelRGB<float>* pixels, int firstRow, int width, const Sp
             const PixelRGB<float>* const row = pixels + static_cast<std::ptrdiff_t>(sy - firstRow) * width;
             for (int sx = columns[x].first; sx < columns[x].end; ++sx) {
                 const float weight = rows.share(sy) * columns[x].share(sx);
-                sum += weight * luminance(row[sx]);
+                sum += weight * luma601(row[sx]);
                 weights += weight;
             }
         }
@@ -174,7 +172,7 @@ std::vector<float, ManagedAllocator<float>> computeMask(RungPixels& pixels, floa
                                      kEdgeThreshold, 1.0f - weight);
         forEachRange(halfCount, [&](std::size_t first, std::size_t last) {
             for (std::size_t p = first; p < last; ++p)
-                plane[p] = static_cast<float>(gray[p]) * kInverseWhite15;
+                plane[p] = static_cast<float>(gray[p]) * kInverseWhite;
         });
     }
     std::vector<float, ManagedAllocator<float>> result(count); // only now: the filter's scratch is gone

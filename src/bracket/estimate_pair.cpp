@@ -38,7 +38,7 @@ cv::Ptr<cv::Feature2D> surf()
     return cv::xfeatures2d::SURF::create(kHessianThreshold, kOctaves, kOctaveLayers, false, false);
 }
 
-void complain(const std::string& text) { LOG(__orvolog() << LogMessageType::Warning << "[Alignment] " << text); }
+void complain(const std::string& text) { details::logWarning("[Alignment] " + text); }
 
 // Clears entries whose best match is not clearly better than the second best.
 void ratioTest(MatchLists& lists)

@@ -1,21 +1,21 @@
 #include "bracket/load_frames.hpp"
+#include "frame/call_frame.hpp"
 
 #include <orvo_extensions/focus_stack.hpp>
 #include <orvo_image_processing/debug_drawer.hpp>
 
-#include <stdexcept>
-
 namespace orvo {
+namespace {
 
-std::vector<std::shared_ptr<Image>> exportAligned(const std::vector<std::filesystem::path>& paths,
-                                                  const BracketSettings::FocusStacking& settings)
+std::vector<std::shared_ptr<Image>> labelled(const std::vector<std::filesystem::path>& paths,
+                                             const BracketSettings::FocusStacking& settings)
 {
     std::vector<FocusStackerFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, areAllRaw(paths));
     std::vector<std::shared_ptr<Image>> images;
     for (std::size_t i = 0; i < frames.size(); ++i) {
-        // The parallel loader leaves an empty frame where a file could not be opened.
+        // The parallel loader leaves an empty frame where a file could not be opened, and has stated why.
         if (!frames[i].image)
-            throw std::runtime_error("the frame " + paths[i].string() + " could not be loaded");
+            details::throwStatedFailure();
         writeOnFrame(frames[i].image,
                      "align result, image " + std::to_string(i + 1) + " out of " + std::to_string(frames.size()));
         // The caller gets pixels of its own: those of the frame are the reader's.
@@ -24,6 +24,14 @@ std::vector<std::shared_ptr<Image>> exportAligned(const std::vector<std::filesys
         frames[i].image.reset();
     }
     return images;
+}
+
+} // namespace
+
+std::vector<std::shared_ptr<Image>> exportAligned(const std::vector<std::filesystem::path>& paths,
+                                                  const BracketSettings::FocusStacking& settings)
+{
+    return runInOpenCallFrame([&] { return labelled(paths, settings); });
 }
 
 } // namespace orvo

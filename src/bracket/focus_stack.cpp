@@ -5,10 +5,10 @@
 #include "bracket/load_frames.hpp"
 
 #include <orvo/lens_correction.hpp>
+#include <orvo_common/failure.hpp>
 
 #include <algorithm>
 #include <iostream>
-#include <stdexcept>
 
 namespace orvo {
 namespace {
@@ -28,8 +28,10 @@ public:
     FocusStackerFrame frame(int index)
     {
         if (index < 0 || static_cast<std::size_t>(index) >= frames.size())
-            throw std::out_of_range("frame " + std::to_string(index) + " was asked for, but the series has " +
-                                    std::to_string(frames.size()));
+            throw FailureError({FailureKind::Internal,
+                                {},
+                                "frame " + std::to_string(index) + " was asked for, but the series has " +
+                                    std::to_string(frames.size())});
         FocusStackerFrame& slot = frames[static_cast<std::size_t>(index)];
         if (!slot.image)
             slot = loaded(paths[static_cast<std::size_t>(index)]);
@@ -55,8 +57,9 @@ public:
         const auto text = [](_Size<int> size) {
             return std::to_string(size.width) + " x " + std::to_string(size.height);
         };
-        throw std::invalid_argument("all frames must have one size: " + other.path.string() + " is " + text(found) +
-                                    " pixels, but " + reference.path.string() + " is " + text(expected));
+        throw FailureError({FailureKind::UnfittingPictures, other.path,
+                            "all frames must have one size: this one is " + text(found) + " pixels, but " +
+                                reference.path.string() + " is " + text(expected)});
     }
 
 private:

@@ -2,26 +2,23 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_common/wide_path.hpp>
+#include <orvo_core/parallel.hpp>
 #include <orvo_logger/logstream.hpp>
-
-#include <tbb/parallel_for.h>
 
 #include <algorithm>
 
 namespace orvo {
 namespace {
 
-// Longest width of the picture on which raw development judges the overall tone.
-constexpr int kToneThumbnailWidth = 512;
-
-template <typename Frame, typename Cancelled>
+template <typename Frame>
 std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
-                               const Cancelled& cancelled)
+                               const RunControl& run)
 {
     std::vector<Frame> frames;
     for (const auto& path : paths) {
-        if (cancelled())
+        if (run.cancelled())
             return {};
         Frame frame = loadFrame<Frame>(path, flags, {}, lensCorrection);
         if (frame.image)
@@ -30,31 +27,33 @@ std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, 
     return frames;
 }
 
-template <typename Frame, typename Cancelled>
+template <typename Frame>
 std::vector<Frame> loadInParallel(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
-                                  const Cancelled& cancelled)
+                                  const RunControl& run)
 {
     std::vector<Frame> frames(paths.size());
     const auto loadOne = [&](std::size_t i) {
-        if (cancelled())
+        if (run.cancelled())
             return;
         Frame frame = loadFrame<Frame>(paths[i], flags, {}, lensCorrection);
         if (frame.image)
             frames[i] = std::move(frame);
     };
-    tbb::parallel_for(std::size_t{0}, paths.size(), loadOne, tbb::auto_partitioner());
-    if (cancelled())
+    forEachItem(paths.size(), loadOne);
+    if (run.cancelled())
         return {};
     return frames;
 }
 
-template <typename Frame, typename Cancelled>
+template <typename Frame>
 std::vector<Frame> loadAll(const std::vector<std::filesystem::path>& paths, ImageReaderOpenFlag flags, bool sequential,
-                           bool lensCorrection, int referenceIndex, const Cancelled& cancelled)
+                           bool lensCorrection, int referenceIndex, const RunControl& run)
 {
     const int flagBits = static_cast<int>(flags);
-    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(paths, flagBits, lensCorrection, cancelled)
-                                           : loadInParallel<Frame>(paths, flagBits, lensCorrection, cancelled);
+    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(paths, flagBits, lensCorrection, run)
+                                           : loadInParallel<Frame>(paths, flagBits, lensCorrection, run);
+    if (run.wasCancelled())
+        details::stateFailure(cancelledFailure());
     // The index counts paths; where files dropped out of a raw series it may lie beyond the frames.
     const bool isPath = referenceIndex >= 0 && static_cast<std::size_t>(referenceIndex) < paths.size();
     if (isPath && static_cast<std::size_t>(referenceIndex) < frames.size())
@@ -71,6 +70,7 @@ Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, b
                                                     std::string(), -1);
     if (!image) {
         LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << wideFromPath(path));
+        details::stateLastFailure({FailureKind::UnreadableFile, path, "the picture cannot be read"});
         return {};
     }
     Frame frame;
@@ -90,7 +90,7 @@ std::vector<HDRFrame> loadFrames(const std::vector<std::filesystem::path>& paths
                                  ImageReaderOpenFlag flags, bool sequential)
 {
     return loadAll<HDRFrame>(paths, flags, sequential, settings.lensCorrection, settings.ghostRefImageIdx,
-                             [&] { return settings.canceled(); });
+                             RunControl([&] { return settings.canceled(); }));
 }
 
 std::vector<FocusStackerFrame> loadFrames(const std::vector<std::filesystem::path>& paths,
@@ -98,7 +98,7 @@ std::vector<FocusStackerFrame> loadFrames(const std::vector<std::filesystem::pat
                                           bool sequential)
 {
     return loadAll<FocusStackerFrame>(paths, flags, sequential, settings.rawAutoCorrection.lensCorrection,
-                                      settings.ghostReduction.referenceIndex, [] { return false; });
+                                      settings.ghostReduction.referenceIndex, RunControl());
 }
 
 bool areAllRaw(const std::vector<std::filesystem::path>& paths)
@@ -109,14 +109,10 @@ bool areAllRaw(const std::vector<std::filesystem::path>& paths)
 void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::shared_ptr<const ImageMetadata>& metadata,
              const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, bool chromatic)
 {
-    const int thumbWidth = std::min(image->width(), kToneThumbnailWidth);
-    const int thumbHeight = std::max(1, thumbWidth * image->height() / image->width());
-    const auto thumbnail = [&image, thumbWidth, thumbHeight] {
-        return image->resize({thumbWidth, thumbHeight}, {}, true);
-    };
     const RawImageDevelop developer;
-    developer.develop(image, image, thumbnail, metadata, rawMetadata->getAutoDetectedTone(), 1.0f, {}, false,
-                      [] { return false; });
+    developer.develop(
+        image, image, [&image] { return toneThumbnail(*image); }, metadata, rawMetadata->getAutoDetectedTone(), 1.0f,
+        {}, false, [] { return false; });
     LensCorrectionUnit::applyAndDismissRawCA(image, metadata, rawMetadata, chromatic);
 }
 

@@ -13,7 +13,7 @@
 namespace orvo {
 
 /// One file. A zero `size` is the file's own. `lensCorrection` prepares the lens data of a raw file. A file that
-/// cannot be opened gives a frame with nothing in it, and a line in the log.
+/// cannot be opened gives a frame with nothing in it, a line in the log and the stated failure.
 template <typename Frame>
 [[nodiscard]] Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, bool lensCorrection);
 

@@ -12,6 +12,7 @@
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_common/text.hpp>
 #include <orvo_common/wide_path.hpp>
 #include <orvo_core/parallel.hpp>
@@ -25,7 +26,6 @@
 #include <cstring>
 #include <iostream>
 #include <sstream>
-#include <stdexcept>
 #include <tuple>
 
 namespace orvo {
@@ -87,12 +87,12 @@ void tellIsRaw(bool isRaw)
     LOG(line << LogMessageType::Diagnostic << "isRaw " << isRaw << "\n");
 }
 
-// The parallel loader leaves an empty frame where a file could not be read; its log line has told why.
-void requireAllLoaded(const std::vector<HDRFrame>& frames, const std::vector<std::filesystem::path>& paths)
+// The parallel loader leaves an empty frame where a file could not be read, and has stated why.
+void requireAllLoaded(const std::vector<HDRFrame>& frames)
 {
-    for (std::size_t i = 0; i < frames.size(); ++i)
-        if (!frames[i].image)
-            throw std::runtime_error("the frame " + paths[i].string() + " could not be loaded");
+    for (const HDRFrame& frame : frames)
+        if (!frame.image)
+            details::throwStatedFailure();
 }
 
 // Frames whose pixels nobody asks for again leave them to the ladder, whose rungs can then take them in place.
@@ -172,17 +172,17 @@ RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, bool chromatic
 // Folds the ladder from its last rung to the first; empty if cancelled. Rungs give back their pixels as they go. With
 // `shifts` they are brought to their exposure only now, so that no rung of its own is held beside the frames.
 std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, float maskScale,
-                                     const HDRSettings& settings, Phases& phases)
+                                     bool chromatic, const RunControl& run, Phases& phases)
 {
     const std::size_t n = ladder.size();
     const _Size<int> size = ladder[0].image->size();
-    BlendStart start = startOfBlend(ladder, shifts, settings.chromaticAberrations);
+    BlendStart start = startOfBlend(ladder, shifts, chromatic);
     std::shared_ptr<Picture> result = std::move(start.pixels);
     for (std::size_t i = n - 1; i-- > 0;) {
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
         {
             RungPixels pixels = shifts.empty() ? RungPixels(ladder[i].image->data(), size.width, size.height)
-                                               : pixelsOf(ladder[i], shifts[i], size, settings.chromaticAberrations);
+                                               : pixelsOf(ladder[i], shifts[i], size, chromatic);
             const auto mask = computeMask(pixels, weight);
             blendIn(*result, start.pending, pixels, mask);
             start.pending = curveOfShift(0.0f);
@@ -191,18 +191,18 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::v
             result->setColorProfile(ladder[0].image->colorProfile());
         ladder[i].image.reset();
         phases.frameBlended();
-        if (settings.canceled())
+        if (run.cancelled())
             return nullptr;
     }
     return result;
 }
 
 // Brings the rungs to their exposure; false if cancelled.
-bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, const HDRSettings& settings)
+bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, bool chromatic, const RunControl& run)
 {
     for (std::size_t i = 0; i < shifts.size(); ++i) {
-        shiftRung(ladder[i], shifts[i], settings.chromaticAberrations);
-        if (settings.canceled())
+        shiftRung(ladder[i], shifts[i], chromatic);
+        if (run.cancelled())
             return false;
     }
     return true;
@@ -231,6 +231,13 @@ std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDR
          << "ghostRefImageIdx......." << settings.ghostRefImageIdx << "\n"
          << "deghostAmount..........." << static_cast<int>(settings.deghostAmount) << "\n";
     return text.str();
+}
+
+// The answer to a cancel.
+Merged stopped()
+{
+    details::stateFailure(cancelledFailure());
+    return {};
 }
 
 // What is left to do on a raw merge: lens, development of the middle frame, chromatic aberration.
@@ -275,20 +282,23 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
 {
     if (!onPhase)
         onPhase = logPhase;
-    if (paths.empty())
+    if (paths.empty()) {
+        details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
         return {};
+    }
+    const RunControl run([&settings] { return settings.canceled(); });
     Phases phases(onPhase, paths.size() == 1);
     phases.report(static_cast<int>(paths.size() == 1 ? HDRMergingPhaseName::SingleFrameStarted
                                                      : HDRMergingPhaseName::BracketStarted));
 
     const bool allRaw = areAllRaw(paths);
     std::vector<HDRFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, allRaw);
-    // A cancelled load gives no frames, so that it ends here too.
+    // A cancelled load gives no frames, so that it ends here too. The loader has stated why.
     if (frames.size() != paths.size()) {
         std::cerr << functionSignature() << " make_EFLL: not all images were loaded" << std::endl;
         return {};
     }
-    requireAllLoaded(frames, paths);
+    requireAllLoaded(frames);
     if (!allRaw && settings.chromaticAberrations)
         for (HDRFrame& frame : frames)
             applyChromaticAbberationsCorrection(frame.image);
@@ -300,8 +310,8 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     const bool alignsLate = allRaw && settings.chromaticAberrations;
     if (settings.alignment && paths.size() > 1 && !alignsLate)
         alignFrames(frames, static_cast<int>(frames.size() / 2), true);
-    if (settings.canceled())
-        return {};
+    if (run.cancelled())
+        return stopped();
 
     const bool single = frames.size() == 1;
     const bool isRaw = hasRawMark(frames[0]);
@@ -323,12 +333,12 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     dropPixelsExcept(frames, mid);
     // Only who looks at several rungs at once needs them all at their exposure before the blend.
     if (settings.ghostReduction || (alignsLate && settings.alignment)) {
-        if (!shiftAll(ladder, shifts, settings))
-            return {};
+        if (!shiftAll(ladder, shifts, settings.chromaticAberrations, run))
+            return stopped();
         shifts.clear();
     }
     if (ladder.empty())
-        return {};
+        return stopped();
     phases.ladderBuilt();
     if (alignsLate && !single && settings.alignment)
         alignFrames(ladder, static_cast<int>(ladder.size() / 2), true);
@@ -338,14 +348,14 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
                                           (ladder.size() - 1) / (frames.size() - 1));
         processDeghosting<HDRFrame>(ladder, settings.deghostAmount, ghostIndex);
     }
-    if (settings.canceled())
-        return {};
+    if (run.cancelled())
+        return stopped();
 
     // Only a single frame's exposure is judged by its middle rung; holding it otherwise would cost a picture.
     const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
-    auto result = blendLadder(ladder, shifts, maskScale, settings, phases);
+    auto result = blendLadder(ladder, shifts, maskScale, settings.chromaticAberrations, run, phases);
     if (!result)
-        return {};
+        return stopped();
     phases.allBlended();
     normalize_for_hdr(result->data(), result->width(), result->height());
     if (single)

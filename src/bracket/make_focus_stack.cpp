@@ -15,7 +15,7 @@ constexpr int kMostLevels = 8;
 std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                       const BracketSettings::FocusStacking& settings)
 {
-    const std::string signature = functionSignature();
+    const char* const signature = __PRETTY_FUNCTION__; // a string would need memory outside of the frame
     return runInCallFrame("makeFocusStack", [&] {
         const auto makeStacker = [](int width, int height) {
             return grfx::produceLaplacianFocusStacking<PixelRGB<float>>(width, height, kSmallestSide, kMostLevels,

@@ -3,13 +3,13 @@
 #include <orvo/bracket_exposure.hpp>
 #include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <limits>
-#include <stdexcept>
 
 namespace orvo {
 namespace {
@@ -68,7 +68,7 @@ Ladder planLadder(const std::vector<HDRFrame>& frames, bool isRaw)
     // Exposures that are not finite, or so large that a step is lost in them, come from broken metadata. The ladder
     // would never reach its top.
     if (!(low + step > low && high + step > high && std::isfinite(high + step)))
-        throw std::runtime_error("the exposure values of the frames make no ladder");
+        throw FailureError({FailureKind::UnfittingPictures, {}, "the exposure values of the frames make no ladder"});
     return {low, high, step};
 }
 
@@ -141,10 +141,11 @@ std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& fra
         return {framesAsLadder(frames, settings.chromaticAberrations),
                 settings.ghostReduction ? getGhostReductionIndex(frames) : -1};
 
+    const RunControl run([&settings] { return settings.canceled(); });
     PlannedLadder plan = planRungs(frames, settings);
     for (std::size_t i = 0; i < plan.rungs.size(); ++i) {
         shiftRung(plan.rungs[i], plan.shifts[i], settings.chromaticAberrations);
-        if (settings.canceled())
+        if (run.cancelled())
             return {std::vector<HDRFrame>(), 0};
     }
     return {std::move(plan.rungs), plan.ghostIndex};

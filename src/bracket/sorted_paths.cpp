@@ -19,8 +19,10 @@ PathsAndEVs sortedByExposure(const std::vector<std::filesystem::path>& paths)
     for (const auto& path : paths) {
         auto metadata = ImageReader::readMetadata(path);
         auto thumbnail = ImageReader::instance().getThumbnailBySide(path, kThumbnailSide, true, nullptr, {});
-        if (!thumbnail)
+        if (!thumbnail) {
+            details::stateLastFailure({FailureKind::UnreadableFile, path, "no thumbnail can be made of it"});
             continue;
+        }
         HDRFrame frame;
         frame.path = path;
         frame.image = std::move(thumbnail);

@@ -1,29 +1,58 @@
-/// How an exported operation runs: no exception crosses the library's boundary.
+/// How an exported operation runs: no exception crosses the library's boundary, and lastFailure() says why there is no
+/// result.
 #pragma once
 
-#include <orvo_logger/logstream.hpp>
-
-#include <exception>
-#include <string>
+#include <orvo_common/failure.hpp>
+#include <orvo_common/run_control.hpp>
 
 namespace orvo {
+namespace details {
+
+/// failureOfException() that knows OpenCV's way of saying that there is not enough memory.
+[[nodiscard]] Failure failureOfOpenCv() noexcept;
+
+/// Logs the exception being handled as an error of the exported function.
+void logException(const char* functionName) noexcept;
+
+} // namespace details
 
 /// Runs `body` and returns what it returns. An exception is logged as an error, with the name of the exported
-/// function, and answered with the empty result.
+/// function, and answered with the empty result. lastFailure() is then what the exception stands for, else what the
+/// body has stated, and the cancel if `run` was cancelled.
+template <typename Body>
+[[nodiscard]] auto runInCallFrame(const char* functionName, const RunControl& run, const Body& body) -> decltype(body())
+{
+    details::CallScope scope;
+    try {
+        auto result = body();
+        if (run.wasCancelled())
+            details::stateFailure(cancelledFailure());
+        return result;
+    } catch (...) {
+        details::logException(functionName);
+        scope.fail(run.wasCancelled() ? cancelledFailure() : details::failureOfOpenCv());
+    }
+    return {};
+}
+
+/// The same for an operation that cannot be cancelled.
 template <typename Body>
 [[nodiscard]] auto runInCallFrame(const char* functionName, const Body& body) -> decltype(body())
 {
+    return runInCallFrame(functionName, RunControl(), body);
+}
+
+/// Runs the body of an exported operation whose exceptions go on to the caller.
+template <typename Body>
+[[nodiscard]] auto runInOpenCallFrame(const Body& body) -> decltype(body())
+{
+    details::CallScope scope;
     try {
-        try {
-            return body();
-        } catch (const std::exception& error) {
-            LOG(__orvolog() << LogMessageType::Error << "Error in " << functionName << ": " << error.what());
-        } catch (...) {
-            LOG(__orvolog() << LogMessageType::Error << "Unknown error in " << functionName << ".");
-        }
-    } catch (...) { // NOLINT(bugprone-empty-catch): not even memory for the log line
+        return body();
+    } catch (...) {
+        scope.fail(details::failureOfOpenCv());
+        throw;
     }
-    return {};
 }
 
 } // namespace orvo

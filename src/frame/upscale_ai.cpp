@@ -13,17 +13,23 @@ std::shared_ptr<Image> opened(const UpscaleSteps& steps, const std::filesystem::
                               const std::filesystem::path& statePath)
 {
     const std::vector<unsigned char> bytes = ImageLoader::load(source);
-    if (ImageLoader::getSize(bytes) == _Size<int>())
+    if (ImageLoader::getSize(bytes) == _Size<int>()) {
+        details::stateLastFailure({FailureKind::UnreadableFile, source, "the picture cannot be read"});
         return {};
+    }
     auto picture = open(bytes, state, statePath);
-    if (!picture)
+    if (!picture) {
+        details::stateLastFailure({FailureKind::UnreadableFile, source, "the picture cannot be read"});
         return {};
+    }
     const std::shared_ptr<ImageMetadata> metadata = copyMetadata(bytes);
     ImageLoader::dispose(bytes);
     auto upscaled = steps.upscale(picture, settings);
     picture.reset();
-    if (!upscaled)
+    if (!upscaled) {
+        details::stateLastFailure({FailureKind::Internal, source, "the upscaling gave no picture"});
         return {};
+    }
     if (settings.faces)
         upscaled = steps.sharpenFaces(upscaled);
     metadata->size = upscaled->size();

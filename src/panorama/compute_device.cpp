@@ -60,8 +60,7 @@ cv::Rect composeOnDevice(const std::function<DeviceMemory()>& readMemory, const 
         try {
             memory = readMemory();
         } catch (...) {
-            LOG(__orvolog() << LogMessageType::Warning << caller
-                            << ": makePanoramaRaw: OpenCV exception on cv::ocl::Device access");
+            details::logWarning(caller + ": makePanoramaRaw: OpenCV exception on cv::ocl::Device access");
         }
         if (!deviceCanHold(memory, sources, size))
             forceCpu().exchange(true);
@@ -71,12 +70,11 @@ cv::Rect composeOnDevice(const std::function<DeviceMemory()>& readMemory, const 
     try {
         return compose();
     } catch (const cv::Exception& error) {
-        LOG(__orvolog() << LogMessageType::Warning << "makePanoramaRaw: OpenCV exception: " << error.what()
-                        << ". From now on will use a CPU fallback");
+        details::logWarning(std::string("makePanoramaRaw: OpenCV exception: ") + error.what() +
+                            ". From now on will use a CPU fallback");
     } catch (...) {
-        LOG(__orvolog() << LogMessageType::Warning
-                        << "Probably not enough memory to create panorama on GPU of size, width, height: "
-                        << sizeText(size));
+        details::logWarning("Probably not enough memory to create panorama on GPU of size, width, height: " +
+                            sizeText(size));
     }
     forceCpu().exchange(true);
     return composeOnCpu(compose, size);

@@ -79,7 +79,7 @@ cv::Mat blockGains(cv::detail::ExposureCompensator* compensator, int index, cons
                    const std::string& caller)
 {
     const auto refuse = [&caller](const char* text) {
-        LOG(__orvolog() << LogMessageType::Warning << caller << ": " << text);
+        details::logWarning(caller + ": " + text);
         return cv::Mat();
     };
     if (dynamic_cast<cv::detail::GainCompensator*>(compensator))

@@ -1,6 +1,7 @@
 #include "panorama/fit_masks.hpp"
 
 #include <orvo_core/detail/vector_code.hpp>
+#include <orvo_core/parallel.hpp>
 
 #include <opencv2/stitching/detail/util.hpp>
 #include <tbb/blocked_range.h>
@@ -90,8 +91,7 @@ void fitRows(std::vector<cv::Mat>& masks, const std::vector<cv::Mat>& wholeMasks
             });
         }
     };
-    tbb::parallel_for(tbb::blocked_range<int>(canvas.y, canvas.y + canvas.height), fitSome, tbb::auto_partitioner(),
-                      context);
+    parallelFor(tbb::blocked_range<int>(canvas.y, canvas.y + canvas.height), fitSome, tbb::auto_partitioner(), context);
 }
 
 } // namespace

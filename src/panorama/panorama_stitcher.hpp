@@ -1,13 +1,14 @@
 /// The engine behind a panorama: from pictures to any rectangle of the stitched sphere, in any projection.
 #pragma once
 
-#include "sources/panorama_hdr_provider.hpp"
-#include "sources/panorama_images_provider.hpp"
-#include "sources/panorama_video_provider.hpp"
 #include "panorama/panorama_devignette.hpp"
 #include "panorama/panorama_warper.hpp"
 #include "panorama/stitcher_registration_matcher.hpp"
+#include "sources/panorama_hdr_provider.hpp"
+#include "sources/panorama_images_provider.hpp"
+#include "sources/panorama_video_provider.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_extensions/panorama.hpp>
@@ -38,10 +39,15 @@ struct Panorama
 
 /// Owns the source of the images, registers them as rotated cameras about one point (Brown, Lowe 2007), and draws.
 ///
+/// Four stages, a source file each (docs/stitching.md draws them): features (stitcher_features.cpp), cameras
+/// (stitcher_registration.cpp), the seam scale (stitcher_seam_scale.cpp) and rendering (stitcher_compositing.cpp,
+/// stitcher_reprojection.cpp). A stage keeps its results in one struct. Those of the seam scale and of the drag stand
+/// behind a dirty flag in that struct, so that a change of view repeats none of them; a step makes its struct aside and
+/// puts it in place when it is whole, so that a step that fails leaves the flag set and everything else as it was.
+///
 /// Lengths: a sphere unit is one pixel of the spherical projection at the resolution of the sources. The seam scale is
 /// where seams, gains and vignetting are found, at most 0.1 megapixel a picture; the work scale is where features are
-/// found, at most 0.6 megapixel. Every step at the seam scale stands behind a dirty flag, so that a change of view
-/// repeats none of them.
+/// found, at most 0.6 megapixel.
 ///
 /// Used by one thread at a time; only cancelLoad() may come from another one while a load runs. A cancel function
 /// returns true when the work is to stop, and must not be empty (std::bad_function_call). Exceptions of OpenCV pass.
@@ -53,7 +59,7 @@ public:
     /// The internal number of the sphere, on which everything is composed; other projections are drawn from it.
     static constexpr std::int32_t kSpherical = 2;
     /// Pixels of a side of anything that is rendered: OpenCV remaps with coordinates of 16 bits.
-    static constexpr int kLongestSide = 32000;
+    static constexpr int kLongestSide = kLongestPanoramaSide;
 
     explicit PanoramaStitcher(const PanoSource& panoSource);
     explicit PanoramaStitcher(const PanoSourceHDR& panoSource);
@@ -73,11 +79,11 @@ public:
     /// The progress of loadImages(), 0 to 1.
     void setLoadCallback(std::function<void(float)> progress);
     /// 0 never estimated, 1 registered, 2 registration failed.
-    [[nodiscard]] std::int32_t getStatus() const { return status; }
+    [[nodiscard]] std::int32_t getStatus() const { return registered.status; }
 
     /// The internal number of the projection that makePanorama() draws in.
-    [[nodiscard]] std::int32_t getWarpType() const { return warpKind; }
-    void setWarpType(std::int32_t kind) { warpKind = kind; }
+    [[nodiscard]] std::int32_t getWarpType() const { return view.warpKind; }
+    void setWarpType(std::int32_t kind) { view.warpKind = kind; }
 
     /// The outer rectangle of a projection, the current one by default, in sphere units.
     [[nodiscard]] cv::Rect projectionBounds(std::optional<std::int32_t> kind = std::nullopt) const;
@@ -119,89 +125,151 @@ public:
     void drawOnceMore();
 
     /// The pictures in use, at full size, and their cameras (focal length at the work scale). For reports and tests.
-    [[nodiscard]] const std::vector<cv::Mat>& usedImages() const { return images; }
-    [[nodiscard]] const std::vector<cv::Mat>& usedMasks() const { return masks; }
-    [[nodiscard]] const std::vector<cv::detail::CameraParams>& usedCameras() const { return cameras; }
+    [[nodiscard]] const std::vector<cv::Mat>& usedImages() const { return registered.images; }
+    [[nodiscard]] const std::vector<cv::Mat>& usedMasks() const { return registered.masks; }
+    [[nodiscard]] const std::vector<cv::detail::CameraParams>& usedCameras() const { return registered.cameras; }
     /// For each picture in use its place in the list that was registered.
-    [[nodiscard]] const std::vector<int>& usedIndices() const { return indices; }
-    [[nodiscard]] float getWorkScale() const { return workScale; }
-    [[nodiscard]] float getWarpedImageScale() const { return warpedImageScale; }
-    [[nodiscard]] const cv::Mat& getViewRotation() const { return viewRotation; }
-    [[nodiscard]] const std::vector<cv::UMat>& usedSeamMasks() const { return seamMasks; }
-    [[nodiscard]] const std::vector<cv::Point>& usedCorners() const { return corners; } ///< of the seam masks
-    [[nodiscard]] const PanoramaDevignette* usedDevignetteModel() const { return devignetteModel.get(); }
+    [[nodiscard]] const std::vector<int>& usedIndices() const { return registered.indices; }
+    [[nodiscard]] float getWorkScale() const { return registered.workScale; }
+    [[nodiscard]] float getWarpedImageScale() const { return registered.warpedImageScale; }
+    [[nodiscard]] const cv::Mat& getViewRotation() const { return view.viewRotation; }
+    [[nodiscard]] const std::vector<cv::UMat>& usedSeamMasks() const { return seams.seamMasks; }
+    [[nodiscard]] const std::vector<cv::Point>& usedCorners() const { return warped.corners; } ///< of the seam masks
+    [[nodiscard]] const PanoramaDevignette* usedDevignetteModel() const { return devignetting.devignetteModel.get(); }
 
 private:
-    struct FullSizeParts;
+    // Kept from one registration to the next.
+    struct FeatureFinding
+    {
+        cv::Ptr<cv::Feature2D> finder;
+        cv::Ptr<CancellableMatcher> matcher;
+    };
 
-    std::int32_t status = 0;
+    // The pictures that fit together, and their cameras. Whole where `status` is 1.
+    struct Registration
+    {
+        std::int32_t status = 0;
+        std::vector<cv::Mat> images;
+        std::vector<cv::Mat> masks;
+        std::vector<int> indices;
+        cv::Size firstSize; // of images[0], which sets the seam scale
+        float workScale = -1.0f;
+        float warpedImageScale = 1.0f;
+        std::vector<cv::detail::CameraParams> cameras;
+    };
+
+    // Seam scale: the pictures on the sphere. The lists hold only what shows there; `warpedIndex` leads from the
+    // pictures in use into them.
+    struct WarpedImages
+    {
+        bool warpedDirty = true;
+        std::vector<cv::Point> corners;
+        std::vector<cv::UMat> warped8;
+        std::vector<cv::Mat> warped16;
+        std::vector<cv::UMat> warpedMasks;
+        std::vector<cv::Mat> radiusMaps;
+        std::unordered_map<std::int32_t, std::int32_t> warpedIndex;
+        cv::Rect resultRoi;
+    };
+
+    // Seam scale: what each picture shows of its warped mask.
+    struct Seams
+    {
+        bool seamsDirty = true;
+        std::vector<cv::UMat> seamMasks;
+    };
+
+    // Seam scale: the vignetting that the pictures share, and the warped pictures without it.
+    struct Devignetting
+    {
+        bool devignetteDirty = true;
+        std::unique_ptr<PanoramaDevignette> devignetteModel;
+        std::vector<cv::UMat> devignetted8;
+    };
+
+    // Seam scale: the gains that even out exposures.
+    struct ExposureGains
+    {
+        bool compensatorDirty = true;
+        cv::Ptr<cv::detail::ExposureCompensator> compensator;
+    };
+
+    // What the user dials in.
+    struct View
+    {
+        std::int32_t warpKind = kSpherical;
+        cv::Mat viewRotation = cv::Mat::eye(3, 3, CV_32F);
+        cv::Mat viewRotationBase = cv::Mat::eye(3, 3, CV_32F);
+        bool fastRender = false;
+    };
+
+    // The small sphere that a drag draws from.
+    struct RotateSphere
+    {
+        bool rotateImageDirty = true;
+        cv::Mat rotateImage;
+        cv::Mat rotateMask;
+        cv::Rect rotateRect;
+    };
+
+    struct FullSizeParts; // rendering keeps nothing beyond one call
+
+    static CancelFunction required(CancelFunction cancel)
+    {
+        if (!cancel)
+            throw std::bad_function_call();
+        return cancel;
+    }
+
     std::variant<PanoramaImagesProvider, PanoramaHDRProvider, PanoramaVideoProvider> source;
-    std::vector<cv::Mat> images;
-    std::vector<cv::Mat> masks;
-    std::vector<int> indices;
-    cv::Size firstSize; // of images[0], which sets the seam scale
-    bool isLastDrawing = false;
-    float workScale = -1.0f;
-    float warpedImageScale = 1.0f;
-    std::vector<cv::detail::CameraParams> cameras;
-    bool fastRender = false;
-    bool rotateImageDirty = true;
-    cv::Mat rotateImage;
-    cv::Mat rotateMask;
-    cv::Rect rotateRect;
-    cv::Mat viewRotation = cv::Mat::eye(3, 3, CV_32F);
-    cv::Mat viewRotationBase = cv::Mat::eye(3, 3, CV_32F);
-    bool warpedDirty = true;
-    std::vector<cv::Point> corners;
-    std::vector<cv::UMat> warped8;
-    std::vector<cv::UMat> devignetted8;
-    std::vector<cv::Mat> warped16;
-    std::vector<cv::UMat> warpedMasks;
-    std::vector<cv::UMat> seamMasks;
-    std::vector<cv::Mat> radiusMaps;
-    std::unordered_map<std::int32_t, std::int32_t> warpedIndex;
-    cv::Rect resultRoi;
-    bool compensatorDirty = true;
-    cv::Ptr<cv::detail::ExposureCompensator> compensator;
-    bool devignetteDirty = true;
-    std::unique_ptr<PanoramaDevignette> devignetteModel;
-    cv::Ptr<cv::Feature2D> finder;
-    cv::Ptr<CancellableMatcher> matcher;
-    bool seamsDirty = true;
-    std::int32_t warpKind = kSpherical;
     bool useDevignette = false;
+    FeatureFinding featureFinding;
+    Registration registered;
+    WarpedImages warped;
+    Seams seams;
+    Devignetting devignetting;
+    ExposureGains exposureGains;
+    View view;
+    RotateSphere rotateSphere;
+    bool isLastDrawing = false;
 
-    // Registration.
     [[nodiscard]] std::size_t compositionFrameCount() const;
-    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures(const CancelFunction& cancel);
+    bool registerPictures(const std::vector<cv::Mat>& sources, const RunControl& run);
+
+    // Features.
+    [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures(const RunControl& run);
+    void keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
+                              std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
+
+    // Cameras.
     void makeMasks();
     bool refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
-                       const std::vector<cv::detail::MatchesInfo>& pairwise, const CancelFunction& cancel);
+                       const std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
     void straighten();
     void pointAtTheScene();
-
-    // What the renders share, at the seam scale.
-    [[nodiscard]] float sphereScale() const { return warpedImageScale / workScale; }
-    [[nodiscard]] double seamScale() const;
+    [[nodiscard]] float sphereScale() const { return registered.warpedImageScale / registered.workScale; }
     [[nodiscard]] std::pair<cv::Mat, cv::Mat> fullSizeCamera(std::size_t index) const;
+
+    // Seam scale, in the order of the steps.
+    [[nodiscard]] double seamScale() const;
     void prepareWarpedImages();
-    bool findSeams(const CancelFunction& cancel);
-    void cutSeamsOfCompositionFrame(std::int32_t frame, std::size_t baseCount);
+    bool findSeams(const RunControl& run);
+    void cutSeamsOfCompositionFrame(std::vector<cv::UMat>& seamMasks, std::int32_t frame, std::size_t baseCount) const;
     void applyDevignette();
     void prepareExposureCompensator();
+
+    // Rendering: the sphere.
+    cv::Rect composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
+                        const RunControl& run);
+    bool warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size, const RunControl& run);
     void applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image, cv::InputArray mask,
                                    const cv::Rect& rect, const cv::Size& size);
 
-    // Compositing.
-    cv::Rect composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
-                        const CancelFunction& cancel);
-    bool warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size, const CancelFunction& cancel);
-
-    // Reprojection.
+    // Rendering: other projections and views, drawn from the sphere.
     [[nodiscard]] bool reprojectionNeeded() const;
     void prepareRotateImage();
     bool reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask, cv::Rect& shown,
-                   const CancelFunction& cancel);
+                   const RunControl& run);
     cv::Rect copyFromRotateImage(const cv::Rect& part, const cv::Size& size, const cv::Rect& sphere, cv::Mat& picture,
                                  cv::Mat& mask);
 };

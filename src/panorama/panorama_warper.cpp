@@ -1,5 +1,8 @@
 #include "panorama/panorama_warper.hpp"
 
+#include "panorama/map_box.hpp"
+#include "panorama/projections.hpp"
+#include "panorama/ray.hpp"
 #include "panorama/warp_rows.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -10,40 +13,19 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <vector>
 
 namespace orvo {
 namespace {
 
-using Matrix = PanoramaWarper::Matrix;
-
-constexpr Matrix kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-
 // Points a side of the grid on which the place of an image is looked for.
 constexpr int kGridPoints = 100;
 
-struct Ray
-{
-    float x, y, z;
-};
-
-Ray turned(const Matrix& m, float x, float y, float z)
-{
-    return {m[0] * x + m[1] * y + m[2] * z, m[3] * x + m[4] * y + m[5] * z, m[6] * x + m[7] * y + m[8] * z};
-}
-
 bool isMatrix3(const cv::Mat& mat) { return mat.rows == 3 && mat.cols == 3 && mat.type() == CV_32F; }
-
-Matrix matrixOf(const cv::Matx33d& mat)
-{
-    Matrix result{};
-    std::transform(mat.val, mat.val + 9, result.begin(), [](double v) { return static_cast<float>(v); });
-    return result;
-}
 
 // What is beyond the range of a picture by far is as good as at its end; a number without bounds has no integer.
 int truncatedPosition(float value)
@@ -52,70 +34,12 @@ int truncatedPosition(float value)
     return static_cast<int>(std::clamp(value, -kFar, kFar));
 }
 
-// Least and greatest of what is a number.
-struct Span
-{
-    float low = std::numeric_limits<float>::max();
-    float high = std::numeric_limits<float>::lowest();
-
-    void take(float value)
-    {
-        low = value < low ? value : low;
-        high = value > high ? value : high;
-    }
-    [[nodiscard]] bool isEmpty() const { return low > high; }
-};
-
 Span unitedOf(const std::array<Span, kGridPoints>& rows)
 {
     Span all;
-    for (const Span& row : rows) {
-        all.low = std::min(all.low, row.low);
-        all.high = std::max(all.high, row.high);
-    }
+    for (const Span& row : rows)
+        all.take(row);
     return all;
-}
-
-// The rows' own boxes of columns, from which the box of the whole picture is made.
-struct ColumnRange
-{
-    int first = std::numeric_limits<int>::max();
-    int last = std::numeric_limits<int>::min();
-};
-
-ColumnRange columnsInside(const float* x, const float* y, int count, const cv::Size& src)
-{
-    const auto width = static_cast<float>(src.width);
-    const auto height = static_cast<float>(src.height);
-    const auto isInside = [&](int i) { return x[i] >= 0.0f && x[i] < width && y[i] >= 0.0f && y[i] < height; };
-    int first = 0;
-    while (first < count && !isInside(first))
-        ++first;
-    if (first == count)
-        return {};
-    int last = count - 1;
-    while (!isInside(last))
-        --last;
-    return {first, last};
-}
-
-cv::Rect boxOf(const std::vector<ColumnRange>& rows)
-{
-    ColumnRange columns;
-    int top = -1;
-    int bottom = -1;
-    for (int r = 0; r < static_cast<int>(rows.size()); ++r) {
-        const ColumnRange& row = rows[static_cast<std::size_t>(r)];
-        if (row.first > row.last)
-            continue;
-        columns.first = std::min(columns.first, row.first);
-        columns.last = std::max(columns.last, row.last);
-        top = top < 0 ? r : top;
-        bottom = r;
-    }
-    if (top < 0)
-        return {};
-    return {columns.first, top, columns.last - columns.first + 1, bottom - top + 1};
 }
 
 // A drawing of the plane on pixels, and the part of it where an image may lie.
@@ -258,20 +182,14 @@ cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::
 
 } // namespace
 
-static_assert(std::bit_cast<std::uint32_t>(2.0454545f) == 0x4002E8BAu, "the aspect of the bounds, to the bit");
+static_assert(std::bit_cast<std::uint32_t>(projections::kAspect) == 0x4002E8BAu,
+              "the aspect of the bounds, to the bit");
 
-PanoramaWarper::PanoramaWarper(float scale_)
-    : scale(scale_), k(kIdentity), rinv(kIdentity), r_kinv(kIdentity), k_rinv(kIdentity), midRotation(kIdentity),
-      midRotationInv(kIdentity)
-{}
+PanoramaWarper::PanoramaWarper(float scale_) : scale(scale_) {}
 
 PanoramaWarper::~PanoramaWarper() = default;
 
-cv::Rect PanoramaWarper::outputBounds() const
-{
-    return {static_cast<int>(-scale * kAspect), static_cast<int>(-scale), static_cast<int>(2.0f * scale * kAspect),
-            static_cast<int>(2.0f * scale)};
-}
+cv::Rect PanoramaWarper::outputBounds() const { return projections::Plane::bounds(scale); }
 
 cv::Rect PanoramaWarper::detectResultRoi(const cv::Size& src, const cv::Rect& rect, const cv::Size& size) const
 {
@@ -318,10 +236,10 @@ void PanoramaWarper::setCameraParams(cv::InputArray K, cv::InputArray R)
     // The products in double, so that each entry is rounded once.
     const cv::Matx33d cameraExact = cv::Matx33f(camera);
     const cv::Matx33d rotationExact = cv::Matx33f(rotation);
-    k = matrixOf(cameraExact);
-    rinv = matrixOf(rotationExact.t());
-    r_kinv = matrixOf(rotationExact * cameraExact.inv());
-    k_rinv = matrixOf(cameraExact * rotationExact.t());
+    k = Matrix(cameraExact);
+    rinv = Matrix(rotationExact.t());
+    r_kinv = Matrix(rotationExact * cameraExact.inv());
+    k_rinv = Matrix(cameraExact * rotationExact.t());
 }
 
 cv::Rect PanoramaWarper::buildMaps(const cv::Size& src, const cv::Rect& rect, const cv::Size& size,
@@ -374,7 +292,7 @@ cv::Rect PanoramaWarper::warp(cv::InputArray src, cv::InputArray mask, cv::Outpu
 
 void PanoramaWarper::mapImageToPlane(float x, float y, float& u, float& v) const
 {
-    const Ray ray = turned(r_kinv, x, y, 1.0f);
+    const Ray ray = turned(r_kinv.val, x, y, 1.0f);
     mapForward(ray.x, ray.y, ray.z, u, v);
 }
 
@@ -382,7 +300,7 @@ void PanoramaWarper::mapPlaneToImage(float u, float v, float& x, float& y) const
 {
     Ray ray{};
     mapBackward(u, v, ray.x, ray.y, ray.z);
-    const Ray point = turned(k_rinv, ray.x, ray.y, ray.z);
+    const Ray point = turned(k_rinv.val, ray.x, ray.y, ray.z);
     const bool isAhead = point.z > 0.0f;
     x = isAhead ? point.x / point.z : -1.0f;
     y = isAhead ? point.y / point.z : -1.0f;
@@ -393,8 +311,8 @@ void PanoramaWarper::setIntermediate(cv::InputArray rotation, std::shared_ptr<Pa
     const cv::Mat turn = rotation.getMat();
     if (isMatrix3(turn)) {
         const cv::Matx33d exact = cv::Matx33f(turn);
-        midRotation = matrixOf(exact);
-        midRotationInv = matrixOf(exact.t());
+        midRotation = Matrix(exact);
+        midRotationInv = Matrix(exact.t());
     }
     intermediate = std::move(newIntermediate);
     const cv::Mat eye = cv::Mat::eye(3, 3, CV_32F);
@@ -407,7 +325,7 @@ void PanoramaWarper::mapToIntermediate(float u, float v, float& x, float& y) con
 {
     Ray ray{};
     mapBackward(u, v, ray.x, ray.y, ray.z);
-    ray = turned(midRotationInv, ray.x, ray.y, ray.z);
+    ray = turned(midRotationInv.val, ray.x, ray.y, ray.z);
     (intermediate ? *intermediate : *this).mapForward(ray.x, ray.y, ray.z, x, y);
 }
 
@@ -415,7 +333,7 @@ void PanoramaWarper::mapFromIntermediate(float x, float y, float& u, float& v) c
 {
     Ray ray{};
     (intermediate ? *intermediate : *this).mapBackward(x, y, ray.x, ray.y, ray.z);
-    ray = turned(midRotation, ray.x, ray.y, ray.z);
+    ray = turned(midRotation.val, ray.x, ray.y, ray.z);
     mapForward(ray.x, ray.y, ray.z, u, v);
 }
 

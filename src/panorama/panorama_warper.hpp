@@ -13,7 +13,6 @@
 
 #include <opencv2/core.hpp>
 
-#include <array>
 #include <memory>
 
 namespace orvo {
@@ -22,7 +21,7 @@ namespace orvo {
 class PanoramaWarper
 {
 public:
-    using Matrix = std::array<float, 9>; ///< 3x3, row after row
+    using Matrix = cv::Matx33f; ///< row after row
 
     /// `scale`: pixels per radian, or per unit of the plane. The camera is the identity until set.
     explicit PanoramaWarper(float scale);
@@ -79,16 +78,13 @@ public:
 protected:
     friend class WarpRows;
 
-    /// Width over height of the bounds of projections that have none of their own.
-    static constexpr float kAspect = 2.0454545f;
-
     float scale;
-    Matrix k;
-    Matrix rinv;
-    Matrix r_kinv; ///< from image pixels to rays
-    Matrix k_rinv; ///< from rays to image pixels
-    Matrix midRotation;
-    Matrix midRotationInv;
+    Matrix k = Matrix::eye();
+    Matrix rinv = Matrix::eye();
+    Matrix r_kinv = Matrix::eye(); ///< from image pixels to rays
+    Matrix k_rinv = Matrix::eye(); ///< from rays to image pixels
+    Matrix midRotation = Matrix::eye();
+    Matrix midRotationInv = Matrix::eye();
     std::shared_ptr<PanoramaWarper> intermediate;
 };
 

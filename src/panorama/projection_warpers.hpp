@@ -4,66 +4,36 @@
 #include "panorama/panorama_warper.hpp"
 #include "panorama/projections.hpp"
 
+#include <cstddef>
+
 namespace orvo {
 
-/// A warper with the formulas of one projection.
-template <typename Projection>
-class ProjectionWarper : public PanoramaWarper
+/// A warper by an entry of kProjections.
+template <std::size_t kNumber>
+class ProjectionWarper final : public PanoramaWarper
 {
 public:
     using PanoramaWarper::PanoramaWarper;
 
-    void mapForward(float x, float y, float z, float& u, float& v) const final
+    [[nodiscard]] cv::Rect outputBounds() const override { return kProjections[kNumber].bounds(scale); }
+    void mapForward(float x, float y, float z, float& u, float& v) const override
     {
-        Projection::forward(scale, x, y, z, u, v);
+        kProjections[kNumber].forward(scale, x, y, z, u, v);
     }
-    void mapBackward(float u, float v, float& x, float& y, float& z) const final
+    void mapBackward(float u, float v, float& x, float& y, float& z) const override
     {
-        Projection::backward(scale, u, v, x, y, z);
+        kProjections[kNumber].backward(scale, u, v, x, y, z);
     }
 };
 
-class PlanePanoramaWarper final : public ProjectionWarper<projections::Plane>
-{
-public:
-    using ProjectionWarper::ProjectionWarper;
-};
+using PlanePanoramaWarper = ProjectionWarper<0>;
+using CylindricalPanoramaWarper = ProjectionWarper<1>;
+using SphericalPanoramaWarper = ProjectionWarper<2>;
+using FisheyePanoramaWarper = ProjectionWarper<3>;
+using StereographicPanoramaWarper = ProjectionWarper<4>;
+using MercatorPanoramaWarper = ProjectionWarper<5>;
 
-class CylindricalPanoramaWarper final : public ProjectionWarper<projections::Cylindrical>
-{
-public:
-    using ProjectionWarper::ProjectionWarper;
-    [[nodiscard]] cv::Rect outputBounds() const override;
-};
-
-/// The plane's u runs from -pi to pi times the scale, v from 0 above to pi times the scale below.
-class SphericalPanoramaWarper final : public ProjectionWarper<projections::Spherical>
-{
-public:
-    using ProjectionWarper::ProjectionWarper;
-    [[nodiscard]] cv::Rect outputBounds() const override;
-};
-
-class FisheyePanoramaWarper final : public ProjectionWarper<projections::Fisheye>
-{
-public:
-    using ProjectionWarper::ProjectionWarper;
-    [[nodiscard]] cv::Rect outputBounds() const override;
-};
-
-/// Its bounds begin at v = +scale, not -scale, and so lie to one side of the pole. All callers work through them.
-class StereographicPanoramaWarper final : public ProjectionWarper<projections::Stereographic>
-{
-public:
-    using ProjectionWarper::ProjectionWarper;
-    [[nodiscard]] cv::Rect outputBounds() const override;
-};
-
-class MercatorPanoramaWarper final : public ProjectionWarper<projections::Mercator>
-{
-public:
-    using ProjectionWarper::ProjectionWarper;
-    [[nodiscard]] cv::Rect outputBounds() const override;
-};
+/// The entry by which a warper works; empty for a class of another kind.
+[[nodiscard]] const Projection* projectionOf(const PanoramaWarper& warper);
 
 } // namespace orvo

@@ -1,7 +1,15 @@
-/// The formulas of the six projections, in single precision. `s` is the scale; the rays have x right, y down, z ahead.
-/// Geometry after Snyder, "Map Projections: A Working Manual", USGS Professional Paper 1395, 1987.
+/// All that differs from projection to projection, in one table: kProjections.
+///
+/// Formulas are in single precision; `s` is the scale; the rays have x right, y down, z ahead. Geometry after Snyder,
+/// "Map Projections: A Working Manual", USGS Professional Paper 1395, 1987.
 #pragma once
 
+#include <orvo_extensions/warp_type.hpp>
+
+#include <opencv2/core/types.hpp>
+
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -9,15 +17,64 @@
 namespace orvo::projections {
 
 inline constexpr float kPi = std::numbers::pi_v<float>;
-// A radius below this is the centre, where no direction can be told.
+// A radius below this is the centre, which has no direction.
 inline constexpr float kCentre = std::numeric_limits<float>::epsilon();
 // A quarter of pi to the digits of the engine's tables.
 inline constexpr float kQuarterPi = 0.7853982f;
 
+// Width over height of the bounds of projections that have none of their own.
+inline constexpr float kAspect = 2.0454545f;
+
 inline float length(float x, float y, float z) { return std::sqrt(x * x + y * y + z * z); }
+
+inline cv::Rect truncated(float x, float y, float width, float height)
+{
+    return {static_cast<int>(x), static_cast<int>(y), static_cast<int>(width), static_cast<int>(height)};
+}
+
+// Half the way round, rounded once.
+inline float halfTurn(float s) { return static_cast<float>(std::numbers::pi * static_cast<double>(s)); }
+
+/// Columns of one row of a plane: their coordinate, and what of the ray depends on the column alone. Where
+/// `kHasLongitude` these are sine and cosine of the longitude, else the coordinate in units of the scale, and 1.
+struct Columns
+{
+    const float* u;
+    const float* across;
+    const float* ahead;
+    int count;
+};
+
+/// As many rays, the coordinates in three arrays.
+struct Rays
+{
+    float* x;
+    float* y;
+    float* z;
+};
+
+/// What all projections have. forward() and backward() take single points; bounds() is the outer rectangle of the
+/// plane, each value truncated; stretch() is how many pixels of the plane a pixel of the sphere covers at most, at a
+/// place in units of the sphere's radius (the derivative along its steepest direction), 0 where nothing is resampled.
+/// raysOfRow() is backward() for a row of points, projectRow() forward() for a row of rays; they are vector code and
+/// keep the accuracy that WarpRows promises.
+struct Projection
+{
+    WarpType type;
+    bool hasLongitude;
+    void (*forward)(float s, float x, float y, float z, float& u, float& v);
+    void (*backward)(float s, float u, float v, float& x, float& y, float& z);
+    cv::Rect (*bounds)(float s);
+    double (*stretch)(double u, double v);
+    void (*raysOfRow)(float s, const Columns& columns, float v, const Rays& rays);
+    void (*projectRow)(float s, const Rays& rays, int count, float* u, float* v);
+};
 
 struct Plane
 {
+    static constexpr WarpType kType = WarpType::Plane;
+    static constexpr bool kHasLongitude = false;
+
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
         u = s * x / z;
@@ -29,10 +86,17 @@ struct Plane
         y = v / s;
         z = 1.0f;
     }
+    static cv::Rect bounds(float s) { return truncated(-s * kAspect, -s, 2.0f * s * kAspect, 2.0f * s); }
+    static double stretch(double u, double v) { return 1.0 + u * u + v * v; }
+    static void raysOfRow(float s, const Columns& columns, float v, const Rays& rays);
+    static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
 struct Cylindrical
 {
+    static constexpr WarpType kType = WarpType::Cylindrical;
+    static constexpr bool kHasLongitude = true;
+
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
         u = s * std::atan2(x, z);
@@ -44,10 +108,22 @@ struct Cylindrical
         y = v / s;
         z = std::cos(u / s);
     }
+    static cv::Rect bounds(float s)
+    {
+        const float p = halfTurn(s);
+        return truncated(-p, -p / kAspect, 2.0f * p, 2.0f * p / kAspect);
+    }
+    static double stretch(double, double v) { return 1.0 + v * v; }
+    static void raysOfRow(float s, const Columns& columns, float v, const Rays& rays);
+    static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
+/// u runs from -pi to pi times the scale, v from 0 above to pi times the scale below.
 struct Spherical
 {
+    static constexpr WarpType kType = WarpType::Spherical;
+    static constexpr bool kHasLongitude = true;
+
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
         const float cosine = y / length(x, y, z);
@@ -61,10 +137,21 @@ struct Spherical
         y = std::cos(phi);
         z = std::cos(u / s) * std::sin(phi);
     }
+    static cv::Rect bounds(float s)
+    {
+        const double p = std::numbers::pi * static_cast<double>(s); // not rounded to single precision here
+        return {static_cast<int>(-p), 0, static_cast<int>(2.0 * p), static_cast<int>(p)};
+    }
+    static double stretch(double, double) { return 0.0; }
+    static void raysOfRow(float s, const Columns& columns, float v, const Rays& rays);
+    static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
 struct Fisheye
 {
+    static constexpr WarpType kType = WarpType::Fisheye;
+    static constexpr bool kHasLongitude = false;
+
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
         const float r = std::sqrt(x * x + y * y);
@@ -91,10 +178,19 @@ struct Fisheye
         y = std::sin(2.0f * a) * v / r;
         z = std::cos(2.0f * a);
     }
+    static cv::Rect bounds(float s) { return truncated(-2.0f * s * kAspect, -2.0f * s, 4.0f * s * kAspect, 4.0f * s); }
+    static double stretch(double u, double v) { return 1.0 + (u * u + v * v) / 4.0; }
+    static void raysOfRow(float s, const Columns& columns, float v, const Rays& rays);
+    static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
+/// The planet. Its bounds begin at v = +scale, not -scale, and so lie to one side of the pole. All callers work through
+/// them.
 struct Stereographic
 {
+    static constexpr WarpType kType = WarpType::Stereographic;
+    static constexpr bool kHasLongitude = false;
+
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
         const float azimuth = std::atan2(x, z);
@@ -113,10 +209,17 @@ struct Stereographic
         y = std::cos(phi);
         z = std::cos(azimuth) * std::sin(phi);
     }
+    static cv::Rect bounds(float s) { return truncated(-s * kAspect, s, 2.0f * s * kAspect, 2.0f * s); }
+    static double stretch(double u, double v) { return std::max(1.0, (1.0 + u * u + v * v) / 2.0); }
+    static void raysOfRow(float s, const Columns& columns, float v, const Rays& rays);
+    static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
 struct Mercator
 {
+    static constexpr WarpType kType = WarpType::Mercator;
+    static constexpr bool kHasLongitude = true;
+
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
         u = s * std::atan2(x, z);
@@ -130,6 +233,33 @@ struct Mercator
         y = std::sin(latitude);
         z = std::cos(longitude) * std::cos(latitude);
     }
+    static cv::Rect bounds(float s)
+    {
+        const float p = halfTurn(s);
+        return truncated(-p, -p, 2.0f * p, 2.0f * p);
+    }
+    static double stretch(double, double v) { return std::cosh(v); }
+    static void raysOfRow(float s, const Columns& columns, float v, const Rays& rays);
+    static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
+template <typename Formulas>
+constexpr Projection entry()
+{
+    return {Formulas::kType,  Formulas::kHasLongitude, Formulas::forward,   Formulas::backward,
+            Formulas::bounds, Formulas::stretch,       Formulas::raysOfRow, Formulas::projectRow};
+}
+
 } // namespace orvo::projections
+
+namespace orvo {
+
+using projections::Projection;
+
+/// The table. The index is the number by which the stitcher knows a projection.
+inline constexpr std::array<Projection, 6> kProjections = {
+    projections::entry<projections::Plane>(),         projections::entry<projections::Cylindrical>(),
+    projections::entry<projections::Spherical>(),     projections::entry<projections::Fisheye>(),
+    projections::entry<projections::Stereographic>(), projections::entry<projections::Mercator>()};
+
+} // namespace orvo

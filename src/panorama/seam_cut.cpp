@@ -43,7 +43,7 @@ std::vector<Columns> contentOf(const cv::Mat& eitherMask)
 } // namespace
 
 bool cutSeams(const std::vector<cv::UMat>& pictures, const std::vector<cv::Point>& corners,
-              std::vector<cv::UMat>& masks, float badRegionPenalty, const std::function<bool()>& cancel)
+              std::vector<cv::UMat>& masks, float badRegionPenalty, const RunControl& run)
 {
     cv::detail::GraphCutSeamFinder seamFinder(cv::detail::GraphCutSeamFinderBase::COST_COLOR, kSeamTerminalCost,
                                               badRegionPenalty);
@@ -72,7 +72,7 @@ bool cutSeams(const std::vector<cv::UMat>& pictures, const std::vector<cv::Point
             for (std::size_t p = 0; p < parts.size(); ++p) {
                 if (cv::countNonZero(both.colRange(parts[p].first, parts[p].last)) == 0)
                     continue;
-                if (cancel && cancel())
+                if (run.cancelled())
                     return false;
                 cutPart(i, j,
                         {shared.x + parts[p].first - kFinderMargin, shared.y - kFinderMargin,

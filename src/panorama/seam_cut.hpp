@@ -1,9 +1,10 @@
 /// Seams between pictures on the sphere, cut where the pictures agree.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
+
 #include <opencv2/core.hpp>
 
-#include <functional>
 #include <vector>
 
 namespace orvo {
@@ -19,8 +20,8 @@ constexpr float kSeamTerminalCost = 10000.0f;
 /// changes nothing: a cut only divides what is shared. And a pair is cut apart where columns are empty in both pictures
 /// over a stretch, each part with as much void around it as the finder itself lays around a pair.
 ///
-/// `cancel` may be empty; it is polled before each cut. False if cancelled: some masks then still overlap.
+/// `run` is asked before each cut. False if cancelled: some masks then still overlap.
 bool cutSeams(const std::vector<cv::UMat>& pictures, const std::vector<cv::Point>& corners,
-              std::vector<cv::UMat>& masks, float badRegionPenalty, const std::function<bool()>& cancel);
+              std::vector<cv::UMat>& masks, float badRegionPenalty, const RunControl& run);
 
 } // namespace orvo

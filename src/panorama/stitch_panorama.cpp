@@ -1,5 +1,6 @@
 #include "frame/call_frame.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/projections.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/panorama.hpp>
@@ -95,10 +96,10 @@ _Rect<int> boundsOf(const _Size<int>& size, const IsContent& isContent)
 }
 
 // The part of `searched` that holds the content; empty if there is none.
-_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const std::function<bool()>& cancel)
+_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const RunControl& run)
 {
     const _Size<int> size = scaledTo(searched.size(), kSearchSide);
-    const Panorama drawn = stitcher.makePanorama(searched, size, false, cancel);
+    const Panorama drawn = stitcher.makePanorama(searched, size, false, [&run] { return run.cancelled(); });
     if (!drawn.mask)
         return {};
     const _Rect<int> seen = boundsOf(drawn.mask->size(), [&](int x, int y) { return drawn.mask->row(y)[x] > 0.0f; });
@@ -114,27 +115,6 @@ _Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, con
     const int right = std::min(searched.width, static_cast<int>(std::ceil((x + seen.width + 1) * sx)));
     const int bottom = std::min(searched.height, static_cast<int>(std::ceil((y + seen.height + 1) * sy)));
     return {searched.x + left, searched.y + top, right - left, bottom - top};
-}
-
-// How many pixels of the plane a pixel of the sphere covers at most, at a place in units of the sphere's radius: the
-// derivative of the projection along its steepest direction. 0 where nothing is resampled.
-double stretchAt(WarpType projection, double u, double v)
-{
-    switch (projection) {
-    case WarpType::Plane:
-        return 1.0 + u * u + v * v;
-    case WarpType::Cylindrical:
-        return 1.0 + v * v;
-    case WarpType::Fisheye:
-        return 1.0 + (u * u + v * v) / 4.0;
-    case WarpType::Stereographic:
-        return std::max(1.0, (1.0 + u * u + v * v) / 2.0);
-    case WarpType::Mercator:
-        return std::cosh(v);
-    case WarpType::Spherical:
-        break;
-    }
-    return 0.0;
 }
 
 // Sphere and picture are cut behind the camera. The planet joins the two ends of the sphere along a half line from its
@@ -187,8 +167,9 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
     if (projection == WarpType::Stereographic)
         closeSeamOfPlanet(gaps, -left / unitsPerColumn, -top / unitsPerRow);
     becomeGaps(gaps);
+    const auto stretchAt = kProjections[static_cast<std::size_t>(warpNumberOf(projection))].stretch;
     const auto isContent = [&](int x, int y) {
-        const double stretch = stretchAt(projection, left + x * unitsPerColumn, top + y * unitsPerRow);
+        const double stretch = stretchAt(left + x * unitsPerColumn, top + y * unitsPerRow);
         const int rim = std::min(kWidestRim, static_cast<int>(std::ceil(kMixedPixels * stretch)));
         const auto width = static_cast<float>(rim);
         if (y < rim || y + rim >= gaps.height())
@@ -246,22 +227,22 @@ std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>
 
 // All that the registered pictures show; empty if cancelled, or if it lies outside of the projection.
 std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher,
-                                                     const std::function<void(float)>& tell,
-                                                     const std::function<bool()>& cancel)
+                                                     const RunControl& run)
 {
     stitcher.setWarpType(warpNumberOf(output.projection));
     const double radius = static_cast<double>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
-    const _Rect<int> content = contentOf(stitcher, searchedRect(stitcher, output.projection, radius), cancel);
-    if (content == _Rect<int>() || cancel())
+    const _Rect<int> content = contentOf(stitcher, searchedRect(stitcher, output.projection, radius), run);
+    if (content == _Rect<int>() || run.cancelled())
         return {};
-    tell(kFound);
+    run.report(kFound);
     const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
     PlanePart part{content, {limited.width, limited.height}};
     if (output.maxSize > 0)
         part.size = scaledTo(part.size, std::max(output.maxSize, kSmallestSide));
     stitcher.drawOnceMore();
-    const Panorama drawn = stitcher.makePanorama(part.rect, part.size, cancel, part.size);
-    if (!drawn.image || !drawn.mask || drawn.roi.empty() || cancel())
+    const Panorama drawn = stitcher.makePanorama(
+        part.rect, part.size, [&run] { return run.cancelled(); }, part.size);
+    if (!drawn.image || !drawn.mask || drawn.roi.empty() || run.cancelled())
         return {};
     auto picture = finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
     if (picture && output.maxSize > 0 && output.maxSize < kSmallestSide)
@@ -269,35 +250,36 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
     return picture;
 }
 
-StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output,
-                          const std::function<void(float)>& progress, const std::function<bool()>& cancelOrNothing)
+StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output, const RunControl& run)
 {
-    const auto tell = [&progress](float share) {
-        if (progress)
-            progress(share);
-    };
-    const std::function<bool()> cancel = cancelOrNothing ? cancelOrNothing : [] { return false; };
     StitchedPanorama result;
     result.projection = output.projection;
     for (const auto& file : source.files)
         result.places.push_back({file, false, {}});
-    if (source.files.empty())
+    if (source.files.empty()) {
+        details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
         return result;
+    }
 
     PanoramaStitcher stitcher(source);
-    stitcher.setLoadCallback([&](float share) { tell(share * kLoaded); });
-    const bool registered = stitcher.loadImages(cancel);
+    stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
+    const bool registered = stitcher.loadImages([&run] { return run.cancelled(); });
     result.isRead = stitcher.getStatus() != 0;
-    if (!registered || cancel())
+    if (!registered || run.cancelled())
         return result;
-    tell(kRegistered);
+    run.report(kRegistered);
     tellPlaces(stitcher, result.places, orderOf(source.files));
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
-    const auto picture = drawnAs(output, stitcher, tell, cancel);
-    if (!picture)
+    const auto picture = drawnAs(output, stitcher, run);
+    if (!picture) {
+        details::stateFailure({FailureKind::UnfittingPictures,
+                               {},
+                               "the pictures fit together, but what they show lies outside of this projection; the "
+                               "spherical one holds everything"});
         return result;
+    }
     result.image = CreateOrvoImage(picture, metadataOf(result.places, picture->size()));
-    tell(1.0f);
+    run.report(1.0f);
     return result;
 }
 
@@ -306,7 +288,13 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                 const std::function<void(float)>& progress, const std::function<bool()>& cancel)
 {
-    return runInCallFrame("stitchPanorama", [&] { return stitched(source, output, progress, cancel); });
+    // By reference: a copy of the functions may need memory, outside of the frame.
+    const RunControl run([&cancel] { return cancel && cancel(); },
+                         [&progress](float share) {
+                             if (progress)
+                                 progress(share);
+                         });
+    return runInCallFrame("stitchPanorama", run, [&] { return stitched(source, output, run); });
 }
 
 } // namespace orvo

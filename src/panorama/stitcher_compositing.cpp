@@ -1,5 +1,7 @@
+// Rendering the sphere: pictures at full size, seams, gains, and the blend.
 #include "panorama/blend_bands.hpp"
 #include "panorama/compute_device.hpp"
+#include "panorama/exposure_gains.hpp"
 #include "panorama/fit_masks.hpp"
 #include "panorama/panorama_stitcher.hpp"
 
@@ -67,7 +69,7 @@ struct PanoramaStitcher::FullSizeParts
 
 // Warps every picture that reaches the rectangle. False if cancelled.
 bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size,
-                                    const CancelFunction& cancel)
+                                    const RunControl& run)
 {
     const double sx = static_cast<double>(rect.width) / size.width;
     const double sy = static_cast<double>(rect.height) / size.height;
@@ -77,13 +79,18 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
     const auto atSeamScale = [scale](double sphereUnits) {
         return static_cast<int>(static_cast<int>(sphereUnits) * scale);
     };
+    std::vector<cv::Mat> images = registered.images;
+    std::vector<cv::Mat> masks = registered.masks;
     // If a device fails, the CPU starts again from the sources.
     const bool letGo = isLastDrawing && !cv::ocl::useOpenCL();
+    if (letGo)
+        for (std::vector<cv::Mat>* const list : {&registered.images, &registered.masks})
+            std::fill(list->begin(), list->end(), cv::Mat());
     for (std::size_t i = 0; i < images.size(); ++i) {
-        if (cancel())
+        if (run.cancelled())
             return false;
-        const auto entry = warpedIndex.find(static_cast<std::int32_t>(i));
-        if (entry == warpedIndex.end())
+        const auto entry = warped.warpedIndex.find(static_cast<std::int32_t>(i));
+        if (entry == warped.warpedIndex.end())
             continue;
         const auto [k, r] = fullSizeCamera(i);
         cv::UMat picture;
@@ -108,10 +115,10 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         const cv::Rect footprint(atSeamScale(roi.x * sx + rect.x - bounds.x),
                                  atSeamScale(roi.y * sy + rect.y - bounds.y), atSeamScale(roi.width * sx),
                                  atSeamScale(roi.height * sy));
-        const cv::Rect shown = footprint & cv::Rect(corners[j], seamMasks[j].size());
+        const cv::Rect shown = footprint & cv::Rect(warped.corners[j], seams.seamMasks[j].size());
         cv::Mat seam;
         if (shown.width != 0 && shown.height != 0)
-            seam = seamMasks[j].getMat(cv::ACCESS_READ)(shown - corners[j]);
+            seam = seams.seamMasks[j].getMat(cv::ACCESS_READ)(shown - warped.corners[j]);
         parts.seams.push_back(seam);
     }
     if (letGo)
@@ -119,10 +126,42 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
     return true;
 }
 
-cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
-                                      cv::OutputArray mask, const CancelFunction& cancel)
+void PanoramaStitcher::applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image,
+                                                 cv::InputArray, const cv::Rect& rect, const cv::Size& size)
 {
-    if (cancel())
+    const auto j = static_cast<std::size_t>(index);
+    const cv::Mat gain =
+        blockGains(exposureGains.compensator.get(), index, warped.warped8[j].size(), functionSignature());
+    if (gain.empty())
+        return;
+    const double sx = static_cast<double>(rect.width) / size.width;
+    const double sy = static_cast<double>(rect.height) / size.height;
+    const double scale = seamScale();
+    const cv::Rect bounds = projectionBounds(kSpherical);
+    const auto atSeamScale = [scale](double sphereUnits) {
+        return static_cast<int>(static_cast<int>(sphereUnits) * scale);
+    };
+    const cv::Rect footprint(atSeamScale(rect.x - bounds.x + corner.x * sx),
+                             atSeamScale(rect.y - bounds.y + corner.y * sy), atSeamScale(image.cols() * sx),
+                             atSeamScale(image.rows() * sy));
+    const cv::Rect shown = footprint & cv::Rect(warped.corners[j], warped.warped8[j].size());
+    if (shown.empty())
+        return;
+    const cv::Mat part = gain(shown - warped.corners[j]);
+    const bool isLarger = image.cols() >= part.cols && image.rows() >= part.rows;
+    if (isLarger && image.type() == CV_16SC3 && !cv::ocl::useOpenCL()) {
+        cv::Mat picture = image.getMat();
+        return multiplyByGains(picture, part);
+    }
+    cv::Mat fullSize;
+    cv::resize(part, fullSize, image.size(), 0, 0, cv::INTER_LINEAR);
+    cv::multiply(image, fullSize, image, 1.0, image.type());
+}
+
+cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
+                                      cv::OutputArray mask, const RunControl& run)
+{
+    if (run.cancelled())
         return {};
     const auto drawNothing = [&] {
         for (const cv::_OutputArray* output : {&image, &mask}) {
@@ -131,10 +170,10 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         }
         return cv::Rect();
     };
-    if (images.empty() || rect.empty() || size.empty())
+    if (registered.images.empty() || rect.empty() || size.empty())
         return drawNothing();
     prepareWarpedImages();
-    if (!findSeams(cancel))
+    if (!findSeams(run))
         return {};
     applyDevignette();
     prepareExposureCompensator();
@@ -143,7 +182,8 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     const double sy = static_cast<double>(rect.height) / size.height;
     const double outputPerSeam = (1.0 / sy + 1.0 / sx) * 0.5 / seamScale();
     const double blendWidth =
-        std::sqrt(1.0 * resultRoi.width * resultRoi.height * outputPerSeam * outputPerSeam) * kBlendPercent / 100.0;
+        std::sqrt(1.0 * warped.resultRoi.width * warped.resultRoi.height * outputPerSeam * outputPerSeam) *
+        kBlendPercent / 100.0;
 
     // A margin keeps the bands of the blender from ending at the frame.
     cv::Rect wide = rect;
@@ -161,14 +201,14 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         return drawNothing();
 
     FullSizeParts parts;
-    if (!warpFullSize(parts, wide, wideSize, cancel))
+    if (!warpFullSize(parts, wide, wideSize, run))
         return {};
     if (parts.entries.empty())
         return drawNothing();
     const cv::Rect resultRect = cv::detail::resultRoi(parts.corners, parts.sizes);
 
     for (std::size_t i = 0; i < parts.entries.size(); ++i) {
-        if (cancel())
+        if (run.cancelled())
             return {};
         cv::UMat seamed = parts.wholeMasks[i].clone();
         if (!parts.seams[i].empty()) {
@@ -183,9 +223,9 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         std::vector<cv::Mat> seamed = writable(parts.seamed);
         const std::vector<cv::Mat> whole = writable(parts.wholeMasks);
         fitMasks(seamed, whole, parts.corners);
-        if (useDevignette && devignetteModel) {
+        if (useDevignette && devignetting.devignetteModel) {
             std::vector<cv::Mat> pictures = writable(parts.pictures);
-            devignetteModel->process(pictures, seamed, whole, parts.corners, parts.radii);
+            devignetting.devignetteModel->process(pictures, seamed, whole, parts.corners, parts.radii);
         }
     }
     parts.radii.clear();
@@ -193,7 +233,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     for (std::size_t i = 0; i < parts.entries.size(); ++i)
         applyExposureCompensation(parts.entries[i], parts.corners[i], parts.pictures[i], parts.seamed[i], wide,
                                   wideSize);
-    if (cancel())
+    if (run.cancelled())
         return {};
 
     const cv::Ptr<cv::detail::Blender> blender = blenderFor(blendWidth);
@@ -223,18 +263,26 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         handOver(result, image);
         handOver(resultMask, mask);
     }
-    if (cancel())
+    if (run.cancelled())
         return {};
     return shown;
+}
+
+cv::Size PanoramaStitcher::limitOutputSize(const cv::Size& size)
+{
+    constexpr double kLongest = kLongestSide;
+    const double factor = std::min({1.0, kLongest / size.width, kLongest / size.height});
+    return {static_cast<int>(size.width * factor), static_cast<int>(size.height * factor)};
 }
 
 cv::Rect PanoramaStitcher::makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
                                            cv::OutputArray mask, CancelFunction cancel)
 {
-    const auto compose = [&] { return composeRaw(rect, size, image, mask, cancel); };
-    if (images.empty())
+    const RunControl run(required(std::move(cancel)));
+    const auto compose = [&] { return composeRaw(rect, size, image, mask, run); };
+    if (registered.images.empty())
         return compose();
-    return composeOnDevice(readDeviceMemory, compose, images, size, functionSignature());
+    return composeOnDevice(readDeviceMemory, compose, registered.images, size, functionSignature());
 }
 
 } // namespace orvo

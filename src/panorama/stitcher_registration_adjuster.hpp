@@ -1,12 +1,13 @@
 /// Bundle adjustment by rays at a cost that grows with the pairs of pictures, not with pictures times pairs.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
+
 #include <opencv2/core.hpp>
 #include <opencv2/stitching/detail/motion_estimators.hpp>
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <utility>
 #include <vector>
 
@@ -27,12 +28,9 @@ public:
     struct Hopeless
     {};
 
-    /// Thrown by the call operator, which then has left the cameras alone.
-    struct Cancelled
-    {};
-
-    /// `cancel` may be empty; it is polled on the calling thread, before the errors of each camera are measured.
-    explicit SparseRayAdjuster(std::function<bool()> cancelOrNothing = {}) : cancel(std::move(cancelOrNothing)) {}
+    /// `control` is asked on the calling thread, before the errors of each camera are measured; it must outlive this.
+    /// Cancelled, the call operator throws FailureError and has left the cameras alone.
+    explicit SparseRayAdjuster(const RunControl& control = RunControl::none()) : run(control) {}
 
 private:
     // The parameters of a camera, focal length and rotation, and the errors of a match, the difference of two rays.
@@ -63,8 +61,7 @@ private:
         const Edges allEdges = edges_;
         const int allMatches = total_num_matches_;
         for (int camera = 0; camera < num_images_; ++camera) {
-            if (cancel && cancel())
-                throw Cancelled();
+            run.throwIfCancelled();
             differentiateBy(camera, allEdges, jacobian);
         }
         edges_ = allEdges;
@@ -112,7 +109,7 @@ private:
         }
     }
 
-    std::function<bool()> cancel;
+    const RunControl& run;
     cv::Mat before;
     cv::Mat after;
     std::vector<std::pair<int, int>> rows; // of the pairs of a camera: the first row, and the one past the last

@@ -1,10 +1,11 @@
 /// Matching of all pairs of pictures that can be stopped between two of them.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
+
 #include <opencv2/stitching/detail/matchers.hpp>
 
 #include <atomic>
-#include <functional>
 #include <thread>
 #include <vector>
 
@@ -17,12 +18,12 @@ class CancellableMatcher : public cv::detail::BestOf2NearestMatcher
 public:
     using cv::detail::BestOf2NearestMatcher::BestOf2NearestMatcher;
 
-    /// Calls the matcher; `cancelOrNothing` is polled once for each pair. False if cancelled: pairs that were left have
+    /// Calls the matcher; `control` is asked once for each pair. False if cancelled: pairs that were left have
     /// no matches.
     bool matchAll(const std::vector<cv::detail::ImageFeatures>& features,
-                  std::vector<cv::detail::MatchesInfo>& pairwise, const std::function<bool()>& cancelOrNothing)
+                  std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& control)
     {
-        cancel = cancelOrNothing;
+        run = &control;
         caller = std::this_thread::get_id();
         polls = 0;
         pairs = 0;
@@ -31,7 +32,7 @@ public:
         // For the pairs of other threads, so that the number of polls does not tell which thread had how many.
         while (polls < pairs && !isCancelled)
             poll();
-        cancel = {};
+        run = nullptr;
         return !isCancelled;
     }
 
@@ -49,11 +50,11 @@ private:
     void poll()
     {
         ++polls;
-        if (cancel && cancel())
+        if (run->cancelled())
             isCancelled = true;
     }
 
-    std::function<bool()> cancel;
+    const RunControl* run = nullptr; // while matchAll() runs
     std::thread::id caller;
     int polls = 0; // of the calling thread alone
     std::atomic<int> pairs = 0;

@@ -1,16 +1,17 @@
+// Rendering in other projections and under other views: by a second mapping of the sphere.
 #include "frame/image_bridge.hpp"
+#include "panorama/map_box.hpp"
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/warp_rows.hpp"
 
+#include <orvo_core/parallel.hpp>
+
 #include <opencv2/imgproc.hpp>
-#include <opencv2/stitching/detail/util.hpp>
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_group.h>
 
 #include <algorithm>
-#include <cfloat>
-#include <climits>
 #include <cmath>
 
 namespace orvo {
@@ -19,11 +20,12 @@ namespace {
 constexpr float kRotateScale = 0.2f; // of the sphere that a drag draws from, against sphere units
 constexpr int kGrid = 100;           // points a side, where the outline of a mapped rectangle is looked for
 
+// In a group of its own: what cancels the tasks around it does not cancel a loop half way.
 template <typename Body>
 void parallelRows(int rows, const Body& body)
 {
     tbb::task_group_context context(tbb::task_group_context::isolated);
-    tbb::parallel_for(
+    parallelFor(
         tbb::blocked_range<int>(0, rows),
         [&](const tbb::blocked_range<int>& range) {
             for (int row = range.begin(); row < range.end(); ++row)
@@ -75,10 +77,8 @@ cv::Rect outputRectangle(const PanoramaWarper& target, const cv::Rect& roi, doub
     const int dy = ceilInt((y1 - y0) / (kGrid - 1.0));
     const float columnsPerUnit = static_cast<float>(request.size.width) / static_cast<float>(request.rect.width);
     const float rowsPerUnit = static_cast<float>(request.size.height) / static_cast<float>(request.rect.height);
-    float left = FLT_MAX;
-    float top = FLT_MAX;
-    float right = -FLT_MAX;
-    float bottom = -FLT_MAX;
+    Span columns;
+    Span rows;
     for (int j = 0; j < kGrid; ++j) {
         for (int i = 0; i < kGrid; ++i) {
             const int x = std::min(x0 + i * dx, x1);
@@ -86,17 +86,13 @@ cv::Rect outputRectangle(const PanoramaWarper& target, const cv::Rect& roi, doub
             float u = 0;
             float v = 0;
             target.mapFromIntermediate(static_cast<float>(x + sphere.x), static_cast<float>(y + sphere.y), u, v);
-            u = (u - static_cast<float>(request.rect.x)) * columnsPerUnit;
-            v = (v - static_cast<float>(request.rect.y)) * rowsPerUnit;
-            left = std::min(left, u);
-            right = std::max(right, u);
-            top = std::min(top, v);
-            bottom = std::max(bottom, v);
+            columns.take((u - static_cast<float>(request.rect.x)) * columnsPerUnit);
+            rows.take((v - static_cast<float>(request.rect.y)) * rowsPerUnit);
         }
     }
-    return between(limited(std::max(0.0f, std::floor(left))), limited(std::max(0.0f, std::floor(top))),
-                   limited(std::min(static_cast<float>(request.size.width - 1), std::ceil(right))),
-                   limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(bottom))));
+    return between(limited(std::max(0.0f, std::floor(columns.low))), limited(std::max(0.0f, std::floor(rows.low))),
+                   limited(std::min(static_cast<float>(request.size.width - 1), std::ceil(columns.high))),
+                   limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(rows.high))));
 }
 
 // For each pixel of `out` its place on the sphere, in sphere units.
@@ -112,33 +108,16 @@ void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request
     });
 }
 
-struct Range
-{
-    float low = FLT_MAX;
-    float high = -FLT_MAX;
-
-    void take(float value)
-    {
-        low = std::min(low, value);
-        high = std::max(high, value);
-    }
-    void take(const Range& other)
-    {
-        low = std::min(low, other.low);
-        high = std::max(high, other.high);
-    }
-};
-
 // The part of the sphere that the maps point into.
 cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& sphere)
 {
-    std::vector<Range> xs(static_cast<std::size_t>(mapX.rows));
-    std::vector<Range> ys(static_cast<std::size_t>(mapX.rows));
+    std::vector<Span> xs(static_cast<std::size_t>(mapX.rows));
+    std::vector<Span> ys(static_cast<std::size_t>(mapX.rows));
     parallelRows(mapX.rows, [&](int row) {
         const float* const x = mapX.ptr<float>(row);
         const float* const y = mapY.ptr<float>(row);
-        Range xOfRow;
-        Range yOfRow;
+        Span xOfRow;
+        Span yOfRow;
         for (int column = 0; column < mapX.cols; ++column) {
             xOfRow.take(x[column]);
             yOfRow.take(y[column]);
@@ -146,8 +125,8 @@ cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rec
         xs[static_cast<std::size_t>(row)] = xOfRow;
         ys[static_cast<std::size_t>(row)] = yOfRow;
     });
-    Range x;
-    Range y;
+    Span x;
+    Span y;
     for (std::size_t row = 0; row < xs.size(); ++row) {
         x.take(xs[row]);
         y.take(ys[row]);
@@ -176,53 +155,34 @@ cv::Size partSize(const cv::Rect& part, const Request& request)
 // The pixels of `out` whose map points into a part of the sphere.
 cv::Rect coveredRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& out, const cv::Size& part)
 {
-    const auto rows = static_cast<std::size_t>(mapX.rows);
-    std::vector<int> left(rows, INT_MAX);
-    std::vector<int> right(rows, INT_MIN);
-    std::vector<int> top(rows, INT_MAX);
-    std::vector<int> bottom(rows, INT_MIN);
+    std::vector<ColumnRange> rows(static_cast<std::size_t>(mapX.rows));
     parallelRows(mapX.rows, [&](int row) {
-        const float* const x = mapX.ptr<float>(row);
-        const float* const y = mapY.ptr<float>(row);
-        const auto isInside = [&](int column) {
-            return x[column] >= 0.0f && x[column] < static_cast<float>(part.width) && y[column] >= 0.0f &&
-                   y[column] < static_cast<float>(part.height);
-        };
-        int first = 0;
-        while (first < mapX.cols && !isInside(first))
-            ++first;
-        if (first == mapX.cols)
-            return;
-        int last = mapX.cols - 1;
-        while (!isInside(last))
-            --last;
-        const auto at = static_cast<std::size_t>(row);
-        left[at] = out.x + first;
-        right[at] = out.x + last;
-        top[at] = bottom[at] = out.y + row;
+        rows[static_cast<std::size_t>(row)] =
+            columnsInside(mapX.ptr<float>(row), mapY.ptr<float>(row), mapX.cols, part);
     });
-    if (rows == 0)
-        return {};
-    return between(*std::min_element(left.begin(), left.end()), *std::min_element(top.begin(), top.end()),
-                   *std::max_element(right.begin(), right.end()), *std::max_element(bottom.begin(), bottom.end()));
+    const cv::Rect box = boxOf(rows);
+    return box.empty() ? cv::Rect() : box + out.tl();
 }
 
 } // namespace
 
 void PanoramaStitcher::prepareRotateImage()
 {
-    if (!rotateImageDirty)
+    if (!rotateSphere.rotateImageDirty)
         return;
-    rotateImageDirty = false;
+    RotateSphere made;
     const cv::Rect bounds = projectionBounds(kSpherical);
     const cv::Size size(static_cast<int>(static_cast<float>(bounds.width) * kRotateScale),
                         static_cast<int>(static_cast<float>(bounds.height) * kRotateScale));
-    rotateRect = makePanoramaRaw(bounds, size, rotateImage, rotateMask, [] { return false; });
+    made.rotateRect = makePanoramaRaw(bounds, size, made.rotateImage, made.rotateMask, [] { return false; });
+    made.rotateImageDirty = false;
+    rotateSphere = std::move(made);
 }
 
 Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
                                         CancelFunction cancel)
 {
+    const RunControl run(required(std::move(cancel)));
     const cv::Rect bounds = projectionBounds();
     const Request request{cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
                           cv::Size(size.width, size.height)};
@@ -231,16 +191,16 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     cv::Mat picture;
     cv::Mat mask;
     cv::Rect shown;
-    if (request.rect.empty() || request.size.empty() || images.empty()) {
+    if (request.rect.empty() || request.size.empty() || registered.images.empty()) {
         // Nothing to draw.
     } else if (!reprojectionNeeded()) {
-        shown = makePanoramaRaw(request.rect, request.size, drawn, drawnMask, cancel);
+        shown = makePanoramaRaw(request.rect, request.size, drawn, drawnMask, [&run] { return run.cancelled(); });
         picture = drawn.getMat(cv::ACCESS_READ);
         mask = drawnMask.getMat(cv::ACCESS_READ);
-    } else if (!reproject(request.rect, request.size, picture, mask, shown, cancel)) {
+    } else if (!reproject(request.rect, request.size, picture, mask, shown, run)) {
         return {};
     }
-    if (cancel() || shown == cv::Rect())
+    if (run.cancelled() || shown == cv::Rect())
         return {};
     if (!keepCanvas)
         return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
@@ -254,30 +214,30 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
 }
 
 bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask,
-                                 cv::Rect& shown, const CancelFunction& cancel)
+                                 cv::Rect& shown, const RunControl& run)
 {
     const Request request{rect, size};
-    const auto target = makeWarper(sphereScale(), warpKind);
+    const auto target = makeWarper(sphereScale(), view.warpKind);
     const auto sphereWarper = makeWarper(sphereScale(), kSpherical);
     if (!target)
         return true;
-    target->setIntermediate(viewRotation, sphereWarper);
+    target->setIntermediate(view.viewRotation, sphereWarper);
     const cv::Rect sphere = sphereWarper->outputBounds();
     prepareWarpedImages();
-    const cv::Rect out = outputRectangle(*target, resultRoi, seamScale(), sphere, request);
+    const cv::Rect out = outputRectangle(*target, warped.resultRoi, seamScale(), sphere, request);
     if (out.empty())
         return true;
 
     cv::Mat mapX;
     cv::Mat mapY;
-    if (cancel())
+    if (run.cancelled())
         return false;
     sphereMaps(*target, out, request, mapX, mapY);
-    if (cancel())
+    if (run.cancelled())
         return false;
     const cv::Rect part = sphereRectangle(mapX, mapY, sphere);
     const cv::Size drawnSize = partSize(part, request);
-    if (cancel())
+    if (run.cancelled())
         return false;
     if (part.width <= 0 || part.height <= 0)
         return true;
@@ -287,16 +247,16 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     cv::Mat drawn;
     cv::Mat drawnMask;
     cv::Rect drawnRect;
-    if (fastRender) {
+    if (view.fastRender) {
         drawnRect = copyFromRotateImage(part, drawnSize, sphere, drawn, drawnMask);
     } else {
-        drawnRect = makePanoramaRaw(part, drawnSize, composed, composedMask, cancel);
+        drawnRect = makePanoramaRaw(part, drawnSize, composed, composedMask, [&run] { return run.cancelled(); });
         drawn = composed.getMat(cv::ACCESS_READ);
         drawnMask = composedMask.getMat(cv::ACCESS_READ);
     }
     if (drawnRect.width <= 0 || drawnRect.height <= 0)
         return true;
-    if (cancel())
+    if (run.cancelled())
         return false;
     const float fx = static_cast<float>(drawnSize.width) / static_cast<float>(part.width);
     const float fy = static_cast<float>(drawnSize.height) / static_cast<float>(part.height);
@@ -308,7 +268,7 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
             y[column] = (y[column] - static_cast<float>(part.y)) * fy - static_cast<float>(drawnRect.y);
         }
     });
-    if (cancel())
+    if (run.cancelled())
         return false;
     const cv::Rect covered = coveredRectangle(mapX, mapY, out, drawnRect.size());
     if (covered.empty())
@@ -328,7 +288,7 @@ cv::Rect PanoramaStitcher::copyFromRotateImage(const cv::Rect& part, const cv::S
     const cv::Rect_<float> wanted(
         static_cast<float>(part.x - sphere.x) * kRotateScale, static_cast<float>(part.y - sphere.y) * kRotateScale,
         static_cast<float>(part.width) * kRotateScale, static_cast<float>(part.height) * kRotateScale);
-    const cv::Rect_<float> q = wanted & cv::Rect_<float>(rotateRect);
+    const cv::Rect_<float> q = wanted & cv::Rect_<float>(rotateSphere.rotateRect);
     if (!(q.width > 1.0f && q.height > 1.0f))
         return {};
     const float fx = static_cast<float>(size.width) / static_cast<float>(part.width);
@@ -341,10 +301,10 @@ cv::Rect PanoramaStitcher::copyFromRotateImage(const cv::Rect& part, const cv::S
                          pixels(units(q.width), fx), pixels(units(q.height), fy));
     if (drawn.width <= 0 || drawn.height <= 0)
         return {};
-    const cv::Rect_<float> there(q.x - static_cast<float>(rotateRect.x), q.y - static_cast<float>(rotateRect.y),
-                                 q.width, q.height);
-    copyPart(rotateImage, picture, there, drawn.size());
-    copyPart(rotateMask, mask, there, drawn.size());
+    const cv::Rect_<float> there(q.x - static_cast<float>(rotateSphere.rotateRect.x),
+                                 q.y - static_cast<float>(rotateSphere.rotateRect.y), q.width, q.height);
+    copyPart(rotateSphere.rotateImage, picture, there, drawn.size());
+    copyPart(rotateSphere.rotateMask, mask, there, drawn.size());
     return drawn;
 }
 

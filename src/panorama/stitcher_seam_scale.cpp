@@ -1,17 +1,16 @@
-// What all renders share: pictures, seams, vignetting and gains at the seam scale.
-#include "panorama/exposure_gains.hpp"
+// The third stage, which all renders share: pictures, seams, vignetting and gains at the seam scale. Each step returns
+// at once unless its flag is set. It makes its result aside and puts it in place at the end, so that one that throws or
+// is cancelled leaves nothing half made for the next try.
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/seam_cut.hpp"
 
-#include <orvo_logger/logstream.hpp>
-
-#include <opencv2/core/ocl.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching/detail/seam_finders.hpp>
 #include <opencv2/stitching/detail/util.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -53,126 +52,122 @@ std::vector<cv::Mat> readable(const std::vector<cv::UMat>& matrices)
 
 double PanoramaStitcher::seamScale() const
 {
-    if (images.empty())
+    if (registered.images.empty())
         return 1.0;
-    return std::min(1.0, std::sqrt(kSeamPixels / (1.0 * firstSize.height * firstSize.width)));
+    return std::min(1.0, std::sqrt(kSeamPixels / (1.0 * registered.firstSize.height * registered.firstSize.width)));
 }
 
-std::pair<cv::Mat, cv::Mat> PanoramaStitcher::fullSizeCamera(std::size_t index) const
+cv::Rect PanoramaStitcher::roiInOutputPixels()
 {
-    cv::Mat k;
-    cameras[index].K().convertTo(k, CV_32F);
-    for (const auto& [row, column] : {std::pair(0, 0), std::pair(0, 2), std::pair(1, 1), std::pair(1, 2)})
-        k.at<float>(row, column) /= workScale;
-    return {k, cameras[index].R.clone()};
+    prepareWarpedImages();
+    const cv::Rect& roi = warped.resultRoi;
+    const double scale = seamScale();
+    const auto outputPixels = [scale](int value) { return static_cast<int>(std::ceil(value / scale)); };
+    return {outputPixels(roi.x), outputPixels(roi.y), outputPixels(roi.width), outputPixels(roi.height)};
 }
 
 void PanoramaStitcher::prepareWarpedImages()
 {
-    if (!warpedDirty)
+    if (!warped.warpedDirty)
         return;
-    warpedDirty = false;
-    warpedIndex.clear();
-    warped16.clear();
-    corners.clear();
-    radiusMaps.clear();
-    warped8.clear();
-    warpedMasks.clear();
-    seamMasks.clear();
-    resultRoi = cv::Rect();
-
+    WarpedImages made;
+    std::vector<cv::UMat> wholeMasks;
     const double scale = seamScale();
     const auto warper = makeWarper(sphereScale(), kSpherical);
     const cv::Rect bounds = warper->outputBounds();
     const cv::Size target(static_cast<int>(bounds.width * scale), static_cast<int>(bounds.height * scale));
     std::vector<cv::Size> sizes;
-    for (std::size_t i = 0; i < std::min(cameras.size(), images.size()); ++i) {
+    for (std::size_t i = 0; i < std::min(registered.cameras.size(), registered.images.size()); ++i) {
         const auto [k, r] = fullSizeCamera(i);
         cv::Mat picture;
         cv::Mat mask;
         cv::Mat radius;
-        const cv::Rect roi = warper->warp(images[i], masks[i], picture, mask, radius, bounds, target, k, r);
+        const cv::Rect roi =
+            warper->warp(registered.images[i], registered.masks[i], picture, mask, radius, bounds, target, k, r);
         if (roi.width < 1 || roi.height < 1)
             continue;
-        warpedIndex[static_cast<std::int32_t>(i)] = static_cast<std::int32_t>(corners.size());
-        corners.push_back(roi.tl());
+        made.warpedIndex[static_cast<std::int32_t>(i)] = static_cast<std::int32_t>(made.corners.size());
+        made.corners.push_back(roi.tl());
         sizes.push_back(roi.size());
-        radiusMaps.push_back(radius);
-        warped8.push_back(as8Bit(picture));
-        warpedMasks.push_back(mask.getUMat(cv::ACCESS_READ));
-        seamMasks.push_back(warpedMasks.back().clone());
-        warped16.push_back(picture);
+        made.radiusMaps.push_back(radius);
+        made.warped8.push_back(as8Bit(picture));
+        made.warpedMasks.push_back(mask.getUMat(cv::ACCESS_READ));
+        wholeMasks.push_back(made.warpedMasks.back().clone());
+        made.warped16.push_back(picture);
     }
-    if (!corners.empty())
-        resultRoi = cv::detail::resultRoi(corners, sizes);
+    if (!made.corners.empty())
+        made.resultRoi = cv::detail::resultRoi(made.corners, sizes);
+    made.warpedDirty = false;
+    warped = std::move(made);
+    seams.seamMasks = std::move(wholeMasks);
 }
 
 // False if cancelled; the next call starts anew.
-bool PanoramaStitcher::findSeams(const CancelFunction& cancel)
+bool PanoramaStitcher::findSeams(const RunControl& run)
 {
-    if (!seamsDirty)
+    if (!seams.seamsDirty)
         return true;
-    seamsDirty = false;
-    const std::size_t count = images.size();
+    Seams made;
+    for (const cv::UMat& mask : warped.warpedMasks)
+        made.seamMasks.push_back(mask.clone());
+    const std::size_t count = registered.images.size();
     const std::size_t base = count - std::min(compositionFrameCount(), count);
     const auto cutAmong = [&](std::size_t first, std::size_t last) {
         std::vector<cv::UMat> pictures;
-        std::vector<cv::UMat> seams;
+        std::vector<cv::UMat> masks;
         std::vector<cv::Point> places;
         for (std::size_t i = first; i < last; ++i) {
-            const auto entry = warpedIndex.find(static_cast<std::int32_t>(i));
-            if (entry == warpedIndex.end())
+            const auto entry = warped.warpedIndex.find(static_cast<std::int32_t>(i));
+            if (entry == warped.warpedIndex.end())
                 continue;
             const auto j = static_cast<std::size_t>(entry->second);
-            pictures.push_back(asFloat(warped8[j]));
-            seams.push_back(seamMasks[j]); // shares its pixels: they are cut in place
-            places.push_back(corners[j]);
+            pictures.push_back(asFloat(warped.warped8[j]));
+            masks.push_back(made.seamMasks[j]); // shares its pixels: they are cut in place
+            places.push_back(warped.corners[j]);
         }
-        return cutSeams(pictures, places, seams, kSeamBadRegionPenalty, cancel);
-    };
-    const auto startAnew = [&] {
-        for (std::size_t j = 0; j < seamMasks.size(); ++j)
-            seamMasks[j] = warpedMasks[j].clone();
-        seamsDirty = true;
-        return false;
+        return cutSeams(pictures, places, masks, kSeamBadRegionPenalty, run);
     };
     if (!cutAmong(0, base))
-        return startAnew();
+        return false;
     for (std::size_t frame = base; frame < count; ++frame) {
-        const auto entry = warpedIndex.find(static_cast<std::int32_t>(frame));
-        if (entry != warpedIndex.end())
-            cutSeamsOfCompositionFrame(entry->second, base);
+        const auto entry = warped.warpedIndex.find(static_cast<std::int32_t>(frame));
+        if (entry != warped.warpedIndex.end())
+            cutSeamsOfCompositionFrame(made.seamMasks, entry->second, base);
     }
     if (count - base >= 2 && !cutAmong(base, count))
-        return startAnew();
+        return false;
+    made.seamsDirty = false;
+    seams = std::move(made);
     return true;
 }
 
 // Cuts a frame placed by hand into every base picture that it overlaps. The search runs only outside of the frame's
 // mask: what the finder gives to the frame there is added to it, and the frame's own rectangle is never eaten.
-void PanoramaStitcher::cutSeamsOfCompositionFrame(std::int32_t frame, std::size_t baseCount)
+void PanoramaStitcher::cutSeamsOfCompositionFrame(std::vector<cv::UMat>& seamMasks, std::int32_t frame,
+                                                  std::size_t baseCount) const
 {
     const auto ja = static_cast<std::size_t>(frame);
     const auto overlapFinder = cv::makePtr<cv::detail::GraphCutSeamFinder>(
         cv::detail::GraphCutSeamFinderBase::COST_COLOR, kSeamTerminalCost, kOverlapBadRegionPenalty);
-    cv::UMat kept = warpedMasks[ja].clone();
+    cv::UMat kept = warped.warpedMasks[ja].clone();
     for (std::size_t b = 0; b < baseCount; ++b) {
-        const auto entry = warpedIndex.find(static_cast<std::int32_t>(b));
-        if (entry == warpedIndex.end())
+        const auto entry = warped.warpedIndex.find(static_cast<std::int32_t>(b));
+        if (entry == warped.warpedIndex.end())
             continue;
         const auto jb = static_cast<std::size_t>(entry->second);
         const cv::Rect overlap =
-            cv::Rect(corners[ja], seamMasks[ja].size()) & cv::Rect(corners[jb], seamMasks[jb].size());
+            cv::Rect(warped.corners[ja], seamMasks[ja].size()) & cv::Rect(warped.corners[jb], seamMasks[jb].size());
         const cv::Size inner(overlap.width - 1, overlap.height - 1);
         if (inner.width < 1 || inner.height < 1)
             continue;
-        const cv::Rect inFrame(overlap.tl() - corners[ja], inner);
-        const cv::Rect inBase(overlap.tl() - corners[jb], inner);
+        const cv::Rect inFrame(overlap.tl() - warped.corners[ja], inner);
+        const cv::Rect inBase(overlap.tl() - warped.corners[jb], inner);
 
         cv::UMat seamOfBase;
         seamMasks[jb](inBase).copyTo(seamOfBase);
-        const std::vector<cv::UMat> pictures = {asFloat(warped8[ja](inFrame)), asFloat(warped8[jb](inBase))};
-        std::vector<cv::UMat> cut = {warpedMasks[ja](inFrame).clone(), seamOfBase.clone()};
+        const std::vector<cv::UMat> pictures = {asFloat(warped.warped8[ja](inFrame)),
+                                                asFloat(warped.warped8[jb](inBase))};
+        std::vector<cv::UMat> cut = {warped.warpedMasks[ja](inFrame).clone(), seamOfBase.clone()};
         cv::bitwise_not(cut[0], cut[0]);
         overlapFinder->find(pictures, {cv::Point(0, 0), cv::Point(0, 0)}, cut);
         cv::bitwise_not(cut[1], cut[1]);
@@ -186,24 +181,28 @@ void PanoramaStitcher::cutSeamsOfCompositionFrame(std::int32_t frame, std::size_
 
 void PanoramaStitcher::applyDevignette()
 {
-    if (!devignetteDirty || !useDevignette)
+    if (!devignetting.devignetteDirty || !useDevignette)
         return;
-    devignetteDirty = false;
-    devignetteModel = std::make_unique<PanoramaDevignette>();
-    const std::vector<cv::Mat> seams = readable(seamMasks);
-    const std::vector<cv::Mat> whole = readable(warpedMasks);
-    devignetteModel->fit(warped16, seams, whole, corners, radiusMaps);
-    devignetteModel->process(warped16, seams, whole, corners, radiusMaps);
-    devignetted8.clear();
-    for (const cv::Mat& picture : warped16)
-        devignetted8.push_back(as8Bit(picture));
+    Devignetting made;
+    made.devignetteModel = std::make_unique<PanoramaDevignette>();
+    std::vector<cv::Mat> pictures;
+    for (const cv::Mat& picture : warped.warped16)
+        pictures.push_back(picture.clone());
+    const std::vector<cv::Mat> seamMasks = readable(seams.seamMasks);
+    const std::vector<cv::Mat> whole = readable(warped.warpedMasks);
+    made.devignetteModel->fit(pictures, seamMasks, whole, warped.corners, warped.radiusMaps);
+    made.devignetteModel->process(pictures, seamMasks, whole, warped.corners, warped.radiusMaps);
+    for (const cv::Mat& picture : pictures)
+        made.devignetted8.push_back(as8Bit(picture));
+    made.devignetteDirty = false;
+    devignetting = std::move(made);
+    warped.warped16 = std::move(pictures);
 }
 
 void PanoramaStitcher::prepareExposureCompensator()
 {
-    if (!compensatorDirty)
+    if (!exposureGains.compensatorDirty)
         return;
-    compensatorDirty = false;
     using namespace cv::detail;
     const auto made = ExposureCompensator::createDefault(ExposureCompensator::GAIN_BLOCKS);
     if (auto* const gain = dynamic_cast<GainCompensator*>(made.get())) {
@@ -215,40 +214,9 @@ void PanoramaStitcher::prepareExposureCompensator()
         blocks->setNrGainsFilteringIterations(kGainFilterings);
         blocks->setBlockSize(kGainBlock, kGainBlock);
     }
-    if (!corners.empty())
-        made->feed(corners, useDevignette ? devignetted8 : warped8, warpedMasks);
-    compensator = made;
-}
-
-void PanoramaStitcher::applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image,
-                                                 cv::InputArray, const cv::Rect& rect, const cv::Size& size)
-{
-    const auto j = static_cast<std::size_t>(index);
-    const cv::Mat gain = blockGains(compensator.get(), index, warped8[j].size(), functionSignature());
-    if (gain.empty())
-        return;
-    const double sx = static_cast<double>(rect.width) / size.width;
-    const double sy = static_cast<double>(rect.height) / size.height;
-    const double scale = seamScale();
-    const cv::Rect bounds = projectionBounds(kSpherical);
-    const auto atSeamScale = [scale](double sphereUnits) {
-        return static_cast<int>(static_cast<int>(sphereUnits) * scale);
-    };
-    const cv::Rect footprint(atSeamScale(rect.x - bounds.x + corner.x * sx),
-                             atSeamScale(rect.y - bounds.y + corner.y * sy), atSeamScale(image.cols() * sx),
-                             atSeamScale(image.rows() * sy));
-    const cv::Rect shown = footprint & cv::Rect(corners[j], warped8[j].size());
-    if (shown.empty())
-        return;
-    const cv::Mat part = gain(shown - corners[j]);
-    const bool isLarger = image.cols() >= part.cols && image.rows() >= part.rows;
-    if (isLarger && image.type() == CV_16SC3 && !cv::ocl::useOpenCL()) {
-        cv::Mat picture = image.getMat();
-        return multiplyByGains(picture, part);
-    }
-    cv::Mat fullSize;
-    cv::resize(part, fullSize, image.size(), 0, 0, cv::INTER_LINEAR);
-    cv::multiply(image, fullSize, image, 1.0, image.type());
+    if (!warped.corners.empty())
+        made->feed(warped.corners, useDevignette ? devignetting.devignetted8 : warped.warped8, warped.warpedMasks);
+    exposureGains = {false, made};
 }
 
 } // namespace orvo

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "panorama/panorama_warper.hpp"
+#include "panorama/projections.hpp"
 
 #include <vector>
 
@@ -26,28 +27,15 @@ public:
     void toIntermediate(float v, float* x, float* y) const;
 
 private:
-    enum class Kind
-    {
-        kPlane,
-        kCylindrical,
-        kSpherical,
-        kFisheye,
-        kStereographic,
-        kMercator,
-        kOther, ///< a class that is not known here: point by point
-    };
-    struct Rays;
-
-    static Kind kindOf(const PanoramaWarper& warper);
-    void raysOf(float v, int first, int length, Rays& rays) const;
-    void project(const Rays& rays, int length, float* x, float* y) const;
+    void raysOf(float v, int first, int length, const projections::Rays& rays) const;
+    void project(const projections::Rays& rays, int length, float* x, float* y) const;
 
     const PanoramaWarper& warper;
     const PanoramaWarper& target; ///< the other side of toIntermediate()
-    Kind kind;
-    Kind targetKind;
+    const Projection* projection; ///< empty for a class that is not in the table: it goes point by point
+    const Projection* targetProjection;
     std::vector<float> u;
-    // Of each column: sine and cosine of the longitude, or the plane's coordinate in units of the scale.
+    // Of each column: as projections::Columns has it.
     std::vector<float> across;
     std::vector<float> ahead;
 };

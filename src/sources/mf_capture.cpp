@@ -32,8 +32,7 @@ float MFCapture::getFps()
     const VideoFrameRate rate = reader->frameRate();
     if (rate.denominator != 0)
         return static_cast<float>(rate.numerator) / static_cast<float>(rate.denominator);
-    LOG(__orvolog() << LogMessageType::Warning << functionSignature() << ": "
-                    << "Error reading video fps");
+    details::logWarning(functionSignature() + ": Error reading video fps");
     return kDefaultFps;
 }
 

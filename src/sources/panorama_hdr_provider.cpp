@@ -47,6 +47,7 @@ PanoramaHDRProvider::PanoramaHDRProvider(const PanoSourceHDR& source)
 
 std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
 {
+    const RunControl run(requiredCancel(std::move(canceled)), progress);
     images.clear();
     images.resize(brackets.size());
     const auto count = static_cast<float>(brackets.size());
@@ -56,16 +57,17 @@ std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
     for (std::size_t i = 0; i < brackets.size(); ++i) {
         const float done = static_cast<float>(i) * perBracket;
         const auto phaseProgress = [&](HDRMergingPhaseName phase) {
-            progress(static_cast<float>(static_cast<int>(phase) + 1) * perPhase + done);
+            run.report(static_cast<float>(static_cast<int>(phase) + 1) * perPhase + done);
         };
         PicturePointer picture = mergeBracket(brackets[i], hdr, phaseProgress);
         if (!picture) {
-            canceled();
+            details::stateLastFailure({FailureKind::Internal, smallest(brackets[i]), "the bracket gave no picture"});
+            (void)run.cancelled();
             return {};
         }
         images[i] = cvMatFromImageData(std::move(picture));
-        progress(static_cast<float>(i + 1) * perBracket);
-        if (canceled())
+        run.report(static_cast<float>(i + 1) * perBracket);
+        if (run.cancelled())
             return {};
     }
     return images;

@@ -15,9 +15,6 @@
 namespace orvo {
 namespace {
 
-// Longest width of the picture on which raw development judges the overall tone.
-constexpr int kToneThumbnailWidth = 512;
-
 struct WhiteBalance
 {
     float temperature = 0.0f;
@@ -36,12 +33,10 @@ void developForPanorama(std::shared_ptr<_ImageData<PixelRGB<float>>>& image,
                         const std::shared_ptr<AdditionalRawMetadata>& additional, float exposure, bool chromatic)
 {
     const RawImageDevelop developer(metadata->temperature, metadata->tint, exposure);
-    const int width = std::min(image->width(), kToneThumbnailWidth);
-    const int height = std::max(1, width * image->height() / image->width());
     const float tone = additional ? additional->getAutoDetectedTone() : 0.0f;
-    const auto small = image->resize({width, height}, {}, true);
     developer.develop(
-        image, image, [&small] { return small; }, metadata, tone, 1.0f, {}, false, [] { return false; });
+        image, image, [&image] { return toneThumbnail(*image); }, metadata, tone, 1.0f, {}, false,
+        [] { return false; });
     LensCorrectionUnit::applyAndDismissRawCA(image, metadata, additional, chromatic);
 }
 
@@ -99,6 +94,7 @@ PanoramaImagesProvider::PanoramaImagesProvider(const PanoSource& source)
 std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled)
 {
     const std::string signature = functionSignature();
+    const RunControl run(requiredCancel(std::move(canceled)), progress);
     images.clear();
     images.resize(files.size());
     const SourceMedians medians = computeSourceMedians(files);
@@ -112,8 +108,8 @@ std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled
             return {};
         }
         images[i] = std::move(image);
-        progress(static_cast<float>(i + 1) * perFile);
-        if (canceled())
+        run.report(static_cast<float>(i + 1) * perFile);
+        if (run.cancelled())
             return {};
     }
     return images;

@@ -1,6 +1,7 @@
 /// What the sources of panorama pictures share.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_extensions/panorama.hpp>
 
 #include <opencv2/core/mat.hpp>
@@ -35,6 +36,14 @@ protected:
     explicit PanoramaProvider(const PanoramaStitchingSettings& settings)
         : lensFlags{settings.autoLensCorrection, settings.rawChromaticAberration, settings.devignette}
     {}
+
+    /// The argument of load(), which must be callable: throws std::bad_function_call.
+    static std::function<bool()> requiredCancel(std::function<bool()> canceled)
+    {
+        if (!canceled)
+            throw std::bad_function_call();
+        return canceled;
+    }
 
     LensFlags lensFlags;
     std::function<void(float)> progress = [](float) {};

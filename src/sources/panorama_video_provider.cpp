@@ -1,5 +1,6 @@
 #include "sources/panorama_video_provider.hpp"
 
+#include "frame/call_frame.hpp"
 #include "sources/video_frames.hpp"
 
 #include <orvo_logger/logstream.hpp>
@@ -14,9 +15,11 @@
 namespace orvo {
 namespace {
 
+// Of the exception being handled.
 void logFailure(const char* text)
 {
     LOG(__orvolog() << LogMessageType::Error << "failed to load video images " << text);
+    details::stateFailure(details::failureOfOpenCv());
 }
 
 } // namespace
@@ -28,9 +31,10 @@ PanoramaVideoProvider::PanoramaVideoProvider(const PanoSourceVideo& source)
 
 std::vector<cv::Mat> PanoramaVideoProvider::load(std::function<bool()> canceled)
 {
+    const RunControl run(requiredCancel(std::move(canceled)), progress);
     if (needsLoad) {
         try {
-            if (!selectAll(canceled))
+            if (!selectAll(run))
                 return {};
         } catch (const cv::Exception& error) {
             logFailure(error.what());
@@ -43,15 +47,15 @@ std::vector<cv::Mat> PanoramaVideoProvider::load(std::function<bool()> canceled)
             images.clear();
         }
     }
-    if (canceled())
+    if (run.cancelled())
         return {};
     return images;
 }
 
 // False if the interval shows no frame.
-bool PanoramaVideoProvider::selectAll(const std::function<bool()>& canceled)
+bool PanoramaVideoProvider::selectAll(const RunControl& run)
 {
-    images = selectVideoFrames(file, start, end, progress, canceled);
+    images = selectKeyFrames(file, start, end, run);
     keyFrameCount = images.size();
     if (keyFrameCount == 0)
         return false;

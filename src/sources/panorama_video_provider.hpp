@@ -38,7 +38,7 @@ private:
     std::uint64_t keyFrameCount = 0;
     bool needsLoad = true;
 
-    [[nodiscard]] bool selectAll(const std::function<bool()>& canceled);
+    [[nodiscard]] bool selectAll(const RunControl& run);
     void applyCompositionFrames();
 };
 

@@ -105,11 +105,19 @@ std::vector<cv::Mat> selectVideoFrames(const std::filesystem::path& file, std::u
                                        const std::function<void(float)>& progress,
                                        const std::function<bool()>& canceled)
 {
+    return selectKeyFrames(file, start, end, RunControl(canceled, progress));
+}
+
+std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uint64_t start, std::uint64_t end,
+                                     const RunControl& run)
+{
     std::optional<MFCapture> capture = openCapture(file);
-    if (!capture)
+    if (!capture) {
+        details::stateFailure({FailureKind::UnreadableFile, file, "a video was expected that can be decoded"});
         return {};
+    }
     const float fps = capture->getFps();
-    if (canceled())
+    if (run.cancelled())
         return {};
     const auto step = static_cast<std::int32_t>(fps / kLookedAtPerSecond);
     const std::uint64_t span = end - start;
@@ -127,20 +135,20 @@ std::vector<cv::Mat> selectVideoFrames(const std::filesystem::path& file, std::u
     KeyFrameJudge judge;
     FrameStepper stepper(std::move(*capture), step, end);
     for (;;) {
-        if (canceled())
+        if (run.cancelled())
             return {};
         auto [candidate, index] = stepper.next();
         if (candidate.empty() || selection.keyFrames.size() > kMostKeyFramesToGoOn)
             break;
         features = matching.find(candidate, smallSize);
-        if (canceled())
+        if (run.cancelled())
             return {};
         if (features.keypoints.empty())
             continue;
         const cv::detail::MatchesInfo matches = matching.match(selection.keyFeatures.back(), features);
-        if (canceled())
+        if (run.cancelled())
             return {};
-        progress(static_cast<float>(index - start) / static_cast<float>(span));
+        run.report(static_cast<float>(index - start) / static_cast<float>(span));
         if (judge.acceptCandidate(matches, smallSize, selection.keyFeatures.back(), features)) {
             selection.pending = std::move(candidate); // memory of its own, so it needs no copy
             selection.pendingFeatures = std::move(features);
@@ -148,7 +156,7 @@ std::vector<cv::Mat> selectVideoFrames(const std::filesystem::path& file, std::u
             selection.keepPending(); // the rejected one is not tried against the new key frame
         }
     }
-    progress(1.0f);
+    run.report(1.0f);
     selection.keepPending();
     toWorkingColour(selection.keyFrames);
     return std::move(selection.keyFrames);

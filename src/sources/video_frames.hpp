@@ -1,6 +1,8 @@
 /// Frames of a video for a panorama: those that cover a pan, and those that somebody asked for by number.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
+
 #include <opencv2/core/mat.hpp>
 
 #include <cstdint>
@@ -24,6 +26,10 @@ namespace orvo {
 [[nodiscard]] std::vector<cv::Mat> selectVideoFrames(const std::filesystem::path& file, std::uint64_t start,
                                                      std::uint64_t end, const std::function<void(float)>& progress,
                                                      const std::function<bool()>& canceled);
+
+/// The same for internal callers; the failure is stated.
+[[nodiscard]] std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uint64_t start,
+                                                   std::uint64_t end, const RunControl& run);
 
 /// One matrix for each number, in the order of `frames`, which should be ascending: reads go forward, by the counter
 /// of MFCapture. What cannot be read is an empty matrix in its place.

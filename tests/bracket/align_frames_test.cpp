@@ -1,6 +1,7 @@
 #include "bracket/align_frames.hpp"
 #include "support/pictures.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/log_capture.hpp>
 
@@ -181,7 +182,7 @@ TEST(AlignFrames, ALargerFrameIsReadAsIfItHadTheSizeOfTheFirst)
 TEST(AlignFrames, ASmallerFrameIsRefused)
 {
     std::vector<HDRFrame> frames = {frameOf(textured(480, 360)), frameOf(textured(100, 100))};
-    EXPECT_THROW(alignFrames(frames, 0, true), std::invalid_argument);
+    EXPECT_THROW(alignFrames(frames, 0, true), FailureError);
 }
 
 TEST(AlignFrames, DoesNotDependOnThreads)

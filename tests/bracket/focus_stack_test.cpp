@@ -142,7 +142,7 @@ TEST_F(FocusStack, ASinglePathGivesTheStackerTheReferenceOnly)
     ASSERT_TRUE(image);
     EXPECT_THAT(added, SizeIs(1));
     EXPECT_EQ(results, 1);
-    EXPECT_LT(largestDifference(*pixelsOf(*image), *picture), 1e-4f);
+    EXPECT_THAT(*pixelsOf(*image), PixelsNear(*picture, 1e-4f));
 }
 
 TEST_F(FocusStack, ASinglePathGivesThatFramesContent)
@@ -151,7 +151,7 @@ TEST_F(FocusStack, ASinglePathGivesThatFramesContent)
     for (const Settings& settings : {Settings(), unaligned()}) {
         const auto image = makeFocusStack({file("one", *picture)}, settings);
         ASSERT_TRUE(image);
-        EXPECT_LT(largestDifference(*pixelsOf(*image), *picture), 1e-4f);
+        EXPECT_THAT(*pixelsOf(*image), PixelsNear(*picture, 1e-4f));
     }
 }
 
@@ -220,7 +220,7 @@ TEST_F(FocusStack, ACommonRectangleThatIsEmptyLeavesTheWholePicture)
     const auto image = stackNoted(paths, alignedTo(0));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), _Size<int>(120, 90));
-    EXPECT_LT(largestDifference(*pixelsOf(*image), *clouds(kSkyOfReference)), 1e-4f);
+    EXPECT_THAT(*pixelsOf(*image), PixelsNear(*clouds(kSkyOfReference), 1e-4f));
     EXPECT_THAT(added, SizeIs(2)) << "the frame goes in all the same";
 }
 
@@ -492,7 +492,7 @@ TEST_F(FocusStack, LinesOfOnePixelAreStackedThoughTheyCannotBeRegistered)
         const auto image = makeFocusStack(paths, alignedTo(0));
         ASSERT_TRUE(image) << width << " x " << height;
         ASSERT_EQ(image->size(), _Size<int>(width, height));
-        EXPECT_LT(largestDifference(*pixelsOf(*image), *textured(width, height)), 1e-3f);
+        EXPECT_THAT(*pixelsOf(*image), PixelsNear(*textured(width, height), 1e-3f));
     }
 }
 

@@ -63,7 +63,7 @@ TEST_F(LoadFrames, FillsTheRecord)
     ASSERT_TRUE(frame.image);
     EXPECT_EQ(frame.path, paths[0]);
     EXPECT_EQ(frame.image->size(), _Size<int>(160, 120));
-    EXPECT_LT(largestDifference(*frame.image, *texturedAt(0.8f)), 1e-4f);
+    EXPECT_THAT(*frame.image, PixelsNear(*texturedAt(0.8f), 1e-4f));
     ASSERT_TRUE(frame.metadata);
     EXPECT_FALSE(hasRawMark(frame));
     EXPECT_FALSE(frame.developed);

@@ -206,7 +206,7 @@ TEST_F(MakeHdr, TheResultIsAFinishedPictureAndTheMiddleFrameComesAlong)
     EXPECT_TRUE(metadata->isFinished);
     EXPECT_FALSE(metadata->isRaw);
     EXPECT_EQ(metadata->size, _Size<int>(160, 120));
-    EXPECT_LT(largestDifference(*merged.second, *texturedAt(0.9f)), 1e-3f) << "frame 1 of 0.35, 0.9, 1.45";
+    EXPECT_THAT(*merged.second, PixelsNear(*texturedAt(0.9f), 1e-3f)) << "frame 1 of 0.35, 0.9, 1.45";
 }
 
 TEST_F(MakeHdr, AShuffledBracketGivesTheSameBytes)
@@ -307,7 +307,7 @@ TEST_F(MakeHdr, TheBlendFoldsTheLadderFromItsLastRung)
         const auto merged = merge(paths, {}, record());
         ASSERT_TRUE(merged.first);
         const float maskScale = count > 3 ? 1.0f : 0.8f;
-        EXPECT_LT(largestDifference(*pixelsOf(*merged.first), *folded(paths, maskScale)), kRoundings) << count;
+        EXPECT_THAT(*pixelsOf(*merged.first), PixelsNear(*folded(paths, maskScale), kRoundings)) << count;
         EXPECT_GT(largestDifference(*folded(paths, 0.8f), *folded(paths, 1.0f)), 10 * kRoundings) << count;
     }
 }
@@ -495,7 +495,7 @@ TEST_F(MakeHdr, ARawBracketIsBlendedAtFullStrength)
     const auto paths = rawBracket(3);
     const auto merged = merge(paths, {}, record());
     ASSERT_TRUE(merged.first);
-    EXPECT_LT(largestDifference(*pixelsOf(*merged.first), *folded(paths, 1.0f)), kRoundings);
+    EXPECT_THAT(*pixelsOf(*merged.first), PixelsNear(*folded(paths, 1.0f), kRoundings));
     EXPECT_GT(largestDifference(*folded(paths, 0.8f), *folded(paths, 1.0f)), 10 * kRoundings);
 }
 
@@ -546,7 +546,7 @@ TEST_F(MakeHdr, AMixedBracketCountsAsRawByItsFirstFrameInOrderOfExposure)
         EXPECT_THAT(capture.lines(),
                     Contains(LogCapture::Line{LogMessageType::Diagnostic, isRaw ? "isRaw 1\n" : "isRaw 0\n", 16}))
             << rawIndex;
-        EXPECT_LT(largestDifference(*pixelsOf(*merged.first), *folded(paths, isRaw ? 1.0f : 0.8f)), 1e-5f) << rawIndex;
+        EXPECT_THAT(*pixelsOf(*merged.first), PixelsNear(*folded(paths, isRaw ? 1.0f : 0.8f), 1e-5f)) << rawIndex;
         EXPECT_FALSE(merged.first->metadata()->isRaw);
         EXPECT_EQ(merged.first->metadata()->isDeveloped, rawIndex == 1) << "the middle frame's mark";
     }

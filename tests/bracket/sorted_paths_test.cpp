@@ -1,6 +1,6 @@
 // What happens to an exception inside the sorting of paths. Nothing in it fails by itself, so memory is made to run
 // out, at every allocation in turn.
-#include "failing_memory.hpp"
+#include "support/failing_memory.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 

@@ -73,8 +73,8 @@ TEST(BesideFile, MissingFolderIsNamed)
     try {
         const BesideFile file(folder / "nowhere/a.jpg");
         FAIL() << "there is no such folder";
-    } catch (const JobError& error) {
-        EXPECT_EQ(error.outcome, JobOutcome::Failed);
+    } catch (const FailureError& error) {
+        EXPECT_EQ(error.failure().kind, FailureKind::Internal);
         EXPECT_THAT(error.what(), testing::HasSubstr("nowhere"));
     }
 }

@@ -1,4 +1,5 @@
 #include "frame/image_bridge.hpp"
+#include "support/matrices.hpp"
 #include "support/pictures.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -42,11 +43,6 @@ cv::Mat working(int width, int height)
     cv::RNG random(5);
     random.fill(mat, cv::RNG::UNIFORM, -500, 17000);
     return mat;
-}
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
 }
 
 // The definition of copyPart(), sample by sample.
@@ -177,7 +173,7 @@ TEST(ImageDataFromCVMat, UndoesCvMatFromImageDataWithinAStep)
     ASSERT_EQ(back->size(), picture->size());
     EXPECT_EQ(*back->colorProfile(), *ColorProfileType::sRGB());
     // Truncation takes up to one step of 1/16383, full scale being 16383.5 on the way back up to half of one more.
-    EXPECT_LE(largestDifference(*picture, *back), 1.5f / 16383.0f);
+    EXPECT_THAT(*picture, PixelsNear(*back, 1.5f / 16383.0f));
     for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
         const PixelRGB<float>& p = picture->data()[i];
         const PixelRGB<float>& q = back->data()[i];

@@ -1,4 +1,5 @@
 #include "panorama/fit_masks.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_core/parallel.hpp>
 
@@ -6,13 +7,12 @@
 #include <opencv2/core.hpp>
 
 using namespace orvo;
+using orvo::test::sameBytes;
 
 namespace {
 
 cv::Mat full(int width, int height) { return {height, width, CV_8UC1, cv::Scalar(255)}; }
 cv::Mat none(int width, int height) { return cv::Mat::zeros(height, width, CV_8UC1); }
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF) == 0.0; }
 
 } // namespace
 

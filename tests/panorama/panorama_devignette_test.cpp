@@ -1,5 +1,6 @@
 #include "panorama/panorama_devignette.hpp"
 #include "panorama/panorama_warper.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_common/console_trace.hpp>
 #include <orvo_common/memory_manager.hpp>
@@ -16,6 +17,7 @@
 #include <functional>
 
 using namespace orvo;
+using orvo::test::sameBytes;
 
 namespace {
 
@@ -79,8 +81,6 @@ Views row(int count, const Gain& gain, cv::Size size = {160, 120}, int step = 90
         views.add({i * step, (i % 3) * 7}, size, gain);
     return views;
 }
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF) == 0.0; }
 
 // Pairs of one colour under `gain`, at the radii `a` and `b`.
 struct PairList

@@ -1,4 +1,5 @@
 #include "panorama_truth.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_logger/log_capture.hpp>
 
@@ -32,12 +33,6 @@ cv::Vec3f meanDirection(const PanoramaStitcher& stitcher)
     for (const auto& camera : stitcher.usedCameras())
         sum += cv::Vec3f(camera.R.at<float>(0, 2), camera.R.at<float>(1, 2), camera.R.at<float>(2, 2));
     return cv::normalize(sum);
-}
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
-           std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
 }
 
 bool sameCameras(const PanoramaStitcher& a, const PanoramaStitcher& b)

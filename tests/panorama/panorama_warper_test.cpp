@@ -116,8 +116,7 @@ void expectMatrix(const PanoramaWarper::Matrix& found, const cv::Mat& expected, 
     cv::Mat wanted;
     expected.convertTo(wanted, CV_64F);
     for (int i = 0; i < 9; ++i)
-        EXPECT_NEAR(static_cast<double>(found[static_cast<std::size_t>(i)]), wanted.at<double>(i / 3, i % 3), tolerance)
-            << i;
+        EXPECT_NEAR(static_cast<double>(found.val[i]), wanted.at<double>(i / 3, i % 3), tolerance) << i;
 }
 
 double greatestDifference(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF); }

@@ -89,7 +89,8 @@ TEST(SeamCut, LeavesPairsAloneThatShareNothing)
     apart.add({0, 0, 400, 60}, {{0, 50}});
     apart.add({0, 0, 400, 60}, {{50, 400}});
     int polls = 0;
-    ASSERT_TRUE(cutSeams(apart.pictures, apart.corners, apart.masks, kPenalty, [&] { return ++polls > 0; }));
+    ASSERT_TRUE(
+        cutSeams(apart.pictures, apart.corners, apart.masks, kPenalty, RunControl([&] { return ++polls > 0; })));
     EXPECT_EQ(polls, 0) << "there was nothing to cut";
     EXPECT_EQ(cv::countNonZero(apart.masks[0]), 50 * 60);
     EXPECT_EQ(cv::countNonZero(apart.masks[1]), 350 * 60);
@@ -102,7 +103,8 @@ TEST(SeamCut, IsCancelledBeforeAnyCut)
         for (int i = 0; i < 4; ++i)
             row.add({i * 60, 0, 100, 60}, {{0, 100}});
         int polls = 0;
-        EXPECT_FALSE(cutSeams(row.pictures, row.corners, row.masks, kPenalty, [&] { return ++polls == last; }));
+        EXPECT_FALSE(
+            cutSeams(row.pictures, row.corners, row.masks, kPenalty, RunControl([&] { return ++polls == last; })));
         EXPECT_EQ(polls, last);
     }
 }

@@ -2,6 +2,7 @@
 #include "panorama/compute_device.hpp"
 #include "panorama/exposure_gains.hpp"
 #include "panorama_truth.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/log_capture.hpp>
@@ -21,12 +22,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() && a.isContinuous() && b.isContinuous() &&
-           std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
-}
 
 // What the process has held at most so far, in bytes.
 double peakBytes()

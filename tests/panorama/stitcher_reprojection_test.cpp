@@ -1,5 +1,6 @@
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_logger/log_capture.hpp>
 
@@ -22,11 +23,6 @@ constexpr int kCylindrical = 1;
 constexpr int kStereographic = 4;
 
 bool isEmpty(const Panorama& panorama) { return !panorama.image && !panorama.mask && panorama.roi == cv::Rect(); }
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data, b.data, a.total() * a.elemSize()) == 0;
-}
 
 class StitcherReprojection : public testing::Test
 {

@@ -1,8 +1,9 @@
+#include "frame/image_bridge.hpp"
 #include "sources/panorama_hdr_provider.hpp"
 #include "sources/panorama_images_provider.hpp"
 #include "sources/panorama_video_provider.hpp"
-#include "frame/image_bridge.hpp"
 #include "support/files.hpp"
+#include "support/matrices.hpp"
 #include "support/raw_discs.hpp"
 #include "support/temporary_folder.hpp"
 #include "videos.hpp"
@@ -37,11 +38,6 @@ namespace {
 using Paths = std::vector<std::filesystem::path>;
 
 bool never() { return false; }
-
-bool sameBytes(const cv::Mat& a, const cv::Mat& b)
-{
-    return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
 
 double greenOf(const cv::Mat& matrix) { return cv::mean(matrix)[1]; }
 

@@ -1,14 +1,14 @@
 /// Small pictures for tests, and how they compare.
 #pragma once
 
+#include "support/compare.hpp"
+
 #include <orvo_core/image_data.hpp>
 
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <cstring>
 #include <functional>
-#include <limits>
 #include <memory>
 
 namespace orvo::test {
@@ -45,26 +45,10 @@ inline std::shared_ptr<Picture> textured(int width, int height, double shiftX = 
     return drawn(width, height, [=](int x, int y) { return texture(x + shiftX, y + shiftY); });
 }
 
-inline bool sameBytes(const Picture& a, const Picture& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.pixelCount() * sizeof(PixelRGB<float>)) == 0;
-}
-
-/// The largest difference of any channel of any pixel; NaN anywhere counts as infinite.
+/// The largest difference of any channel of any pixel; NaN on one side only counts as infinite.
 inline float largestDifference(const Picture& a, const Picture& b)
 {
-    float worst = 0.0f;
-    const auto take = [&worst](float p, float q) {
-        const float d = std::abs(p - q);
-        if (!(d <= worst))
-            worst = std::isnan(d) ? std::numeric_limits<float>::infinity() : d;
-    };
-    for (std::size_t i = 0; i < a.pixelCount(); ++i) {
-        take(a.data()[i].r, b.data()[i].r);
-        take(a.data()[i].g, b.data()[i].g);
-        take(a.data()[i].b, b.data()[i].b);
-    }
-    return worst;
+    return static_cast<float>(differencesOf(a, b, 0.0).largest);
 }
 
 } // namespace orvo::test

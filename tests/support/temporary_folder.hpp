@@ -1,9 +1,10 @@
-/// A folder of a test's own, removed with all that is in it.
+/// A folder of a test's own, removed with everything in it.
 #pragma once
 
 #include <stdlib.h>
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 namespace orvo::test {
@@ -14,7 +15,9 @@ public:
     TemporaryFolder()
     {
         std::string name = (std::filesystem::temp_directory_path() / "orvo_test_XXXXXX").string();
-        folder = mkdtemp(name.data());
+        if (::mkdtemp(name.data()) == nullptr)
+            throw std::runtime_error("cannot make a temporary folder like " + name);
+        folder = name;
     }
     ~TemporaryFolder()
     {
@@ -25,6 +28,7 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     [[nodiscard]] const std::filesystem::path& path() const { return folder; }
+    operator const std::filesystem::path&() const { return folder; } // a folder is given wherever a path is taken
     [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return folder / name; }
 
 private:

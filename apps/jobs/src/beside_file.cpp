@@ -1,6 +1,6 @@
 #include <jobs/beside_file.hpp>
-#include <jobs/job.hpp>
 #include <orvo_common/uuid.hpp>
+#include <orvo_extensions/failure.hpp>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -80,8 +80,9 @@ std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const s
         if (cause != EEXIST)
             break;
     }
-    throw JobError(JobOutcome::Failed, target.string() + ": no file can be written in the folder " + folder.string() +
-                                           ": " + std::generic_category().message(cause));
+    throw FailureError(
+        {kindOfSystemError(cause, FailureKind::Internal), target,
+         "no file can be written in the folder " + folder.string() + ": " + std::generic_category().message(cause)});
 }
 
 } // namespace
@@ -106,8 +107,8 @@ void BesideFile::commit()
         std::filesystem::permissions(beside, before.permissions(), error); // a private picture stays private
     std::filesystem::rename(beside, target, error);
     if (error)
-        throw JobError(JobOutcome::Failed,
-                       target.string() + ": the finished file cannot be put in place: " + error.message());
+        throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), target,
+                            "the finished file cannot be put in place: " + error.message()});
     committed = true;
 }
 

@@ -1,6 +1,6 @@
 #include "checks.hpp"
 
-#include "log_reasons.hpp"
+#include "run_job.hpp"
 
 #include <jobs/beside_file.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -19,8 +19,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void refuse(const std::string& message) { throw JobError(JobOutcome::Refused, message); }
-[[noreturn]] void fail(const std::string& message) { throw JobError(JobOutcome::Failed, message); }
+[[noreturn]] void refuse(const std::string& message) { throw JobRefusal(message); }
+
+[[noreturn]] void fail(FailureKind kind, const fs::path& file, const std::string& sentence)
+{
+    throw FailureError({kind, file, sentence});
+}
+
+[[noreturn]] void failToRead(const fs::path& file, const std::string& sentence)
+{
+    fail(FailureKind::UnreadableFile, file, sentence);
+}
+
+[[noreturn]] void failToWrite(const fs::path& file, const std::string& sentence)
+{
+    fail(FailureKind::Internal, file, sentence);
+}
 
 struct FormatFacts
 {
@@ -122,15 +136,15 @@ void checkIsFile(const fs::path& path, const std::string& expected)
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (!fs::exists(status))
-        fail(path.string() + ": " + (fs::status_known(status) ? "there is no such file" : error.message()));
+        failToRead(path, fs::status_known(status) ? "there is no such file" : error.message());
     if (fs::is_directory(status))
-        fail(path.string() + ": this is a folder, a " + expected + " file was expected");
+        failToRead(path, "this is a folder, a " + expected + " file was expected");
     if (!fs::is_regular_file(status))
-        fail(path.string() + ": this is a device or a pipe, a " + expected + " file was expected");
+        failToRead(path, "this is a device or a pipe, a " + expected + " file was expected");
     if (::access(path.c_str(), R_OK) != 0)
-        fail(path.string() + ": the file cannot be read: " + std::generic_category().message(errno));
+        failToRead(path, "the file cannot be read: " + std::generic_category().message(errno));
     if (fs::file_size(path, error) == 0 && !error)
-        fail(path.string() + ": the file is empty, a " + expected + " was expected");
+        failToRead(path, "the file is empty, a " + expected + " was expected");
 }
 
 void checkAllDiffer(const std::vector<fs::path>& paths)
@@ -151,35 +165,36 @@ void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs)
     std::error_code error;
     const fs::file_status status = fs::status(output, error);
     if (fs::is_directory(status))
-        fail(output.string() + ": this is a folder, a file name was expected");
+        failToWrite(output, "this is a folder, a file name was expected");
     if (fs::exists(status) && !fs::is_regular_file(status))
-        fail(output.string() + ": this is a device or a pipe, which cannot be replaced by a picture");
+        failToWrite(output, "this is a device or a pipe, which cannot be replaced by a picture");
     if (fs::exists(status) && ::access(output.c_str(), W_OK) != 0)
-        fail(output.string() + ": the file is there already and is write-protected");
+        failToWrite(output, "the file is there already and is write-protected");
     const fs::path folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
     if (!fs::is_directory(folder, error))
-        fail(output.string() + ": there is no folder " + folder.string());
+        failToWrite(output, "there is no folder " + folder.string());
     const BesideFile probe(output); // only making a file shows whether one can be made
 }
 
 std::shared_ptr<const ImageMetadata> checkIsPicture(const fs::path& path)
 {
-    const LogCapture log;
     const auto metadata = ImageReader::readMetadata(path);
     if (!metadata)
-        fail(reasonForFile(log, path, "this is no picture that can be read"));
+        throwLastFailure("this is no picture that can be read");
     const std::int64_t pixels = std::int64_t{metadata->size.width} * metadata->size.height;
     if (pixels > ImageReadOptions{}.maxPixels)
-        fail(path.string() + ": " + sizeText(metadata->size) + " pixels are too many, at most " +
-             std::to_string(ImageReadOptions{}.maxPixels / 1'000'000) + " million are read");
+        fail(FailureKind::UnfittingPictures, path,
+             sizeText(metadata->size) + " pixels are too many, at most " +
+                 std::to_string(ImageReadOptions{}.maxPixels / 1'000'000) + " million are read");
     return metadata;
 }
 
 void checkHolds(const fs::path& output, ImageFileFormat format, _Size<int> size)
 {
     if (std::max(size.width, size.height) > longestSideOf(format))
-        fail(output.string() + ": a " + factsOf(format).name + " has at most " + std::to_string(longestSideOf(format)) +
-             " pixels a side, the picture has " + sizeText(size));
+        fail(FailureKind::UnfittingPictures, output,
+             std::string("a ") + factsOf(format).name + " has at most " + std::to_string(longestSideOf(format)) +
+                 " pixels a side, the picture has " + sizeText(size));
 }
 
 void checkSizesAgree(const std::vector<fs::path>& paths,
@@ -187,8 +202,9 @@ void checkSizesAgree(const std::vector<fs::path>& paths,
 {
     for (std::size_t i = 1; i < paths.size(); ++i)
         if (metadata[i]->size != metadata[0]->size)
-            fail("the frames are not of one size: " + paths[0].string() + " has " + sizeText(metadata[0]->size) +
-                 " pixels, " + paths[i].string() + " has " + sizeText(metadata[i]->size));
+            fail(FailureKind::UnfittingPictures, paths[i],
+                 "this frame has " + sizeText(metadata[i]->size) + " pixels, but " + paths[0].string() + " has " +
+                     sizeText(metadata[0]->size) + "; all frames must have one size");
 }
 
 } // namespace orvo::jobs

@@ -1,5 +1,5 @@
-/// What is looked at before a job starts, so that a mistake costs no minutes. Everything here throws JobError with the
-/// line for people.
+/// What is looked at before a job starts, so that a mistake costs no minutes. Everything here throws JobRefusal or
+/// FailureError.
 #pragma once
 
 #include <jobs/picture_job.hpp>

@@ -97,7 +97,8 @@ void makeFolder(const fs::path& folder)
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)
-        throw JobError(JobOutcome::Failed, folder.string() + ": the folder cannot be made: " + error.message());
+        throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), folder,
+                            "the folder cannot be made: " + error.message()});
 }
 
 /// A table with things on it, focused from near to far by a calm hand, through a lens that breathes.
@@ -177,8 +178,10 @@ private:
             report(progress, kRenderShare + (1.0 - kRenderShare) * progress.fraction);
         };
         const PictureJobResult done = job(work, {follow, callbacks.cancelFlag});
+        if (done.failure)
+            throw FailureError(*done.failure);
         if (!done.done())
-            throw JobError(done.outcome, done.message);
+            throw JobRefusal(done.message);
         piece.result = done.output;
         result.pieces.push_back(std::move(piece));
     }
@@ -312,9 +315,8 @@ DemoJobResult demoJob(const DemoJobRequest& request, const JobCallbacks& callbac
     DemoJobResult result;
     runJob(result, callbacks, [&] {
         if (request.size < kSmallestDemo || request.size > kLargestDemo)
-            throw JobError(JobOutcome::Refused, "the size of the pictures is " + std::to_string(request.size) +
-                                                    ", expected " + std::to_string(kSmallestDemo) + " to " +
-                                                    std::to_string(kLargestDemo));
+            throw JobRefusal("the size of the pictures is " + std::to_string(request.size) + ", expected " +
+                             std::to_string(kSmallestDemo) + " to " + std::to_string(kLargestDemo));
         makeFolder(request.folder);
         DemoRun(request, callbacks, result).run();
     });

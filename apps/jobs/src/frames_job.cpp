@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "run_job.hpp"
 #include "sorted_frames.hpp"
 
@@ -23,7 +22,7 @@ std::vector<std::filesystem::path> readableFiles(const std::vector<std::filesyst
             checkIsFile(paths[i]);
             (void)checkIsPicture(paths[i]);
             readable.push_back(paths[i]);
-        } catch (const JobError& error) {
+        } catch (const FailureError& error) {
             result.unreadable.push_back({paths[i], error.what()});
         }
     }
@@ -48,22 +47,29 @@ std::vector<BracketFrame> sortedFrames(const std::vector<std::filesystem::path>&
     return frames;
 }
 
+Failure reasonOfDropping(const std::filesystem::path& path)
+{
+    (void)getSortedPathsAndEVsFromPaths({path}); // alone, so that its failure is this file's
+    return lastFailure().value_or(Failure{FailureKind::UnreadableFile, path, "no thumbnail can be made of it"});
+}
+
 FramesJobResult framesJob(const std::vector<std::filesystem::path>& paths, const JobCallbacks& callbacks)
 {
     FramesJobResult result;
     runJob(result, callbacks, [&] {
         if (paths.empty())
-            throw JobError(JobOutcome::Refused, "no picture files were given, at least one is needed");
+            throw JobRefusal("no picture files were given, at least one is needed");
         const auto readable = readableFiles(paths, callbacks, result);
-        const LogCapture log;
         result.frames = sortedFrames(readable, paths);
         for (const auto& path : readable)
             if (std::none_of(result.frames.begin(), result.frames.end(),
                              [&](const BracketFrame& frame) { return frame.path == path; }))
-                result.unreadable.push_back({path, reasonForFile(log, path, "no thumbnail can be made of it")});
+                result.unreadable.push_back({path, describe(reasonOfDropping(path))});
         if (!result.unreadable.empty())
-            throw JobError(JobOutcome::Failed, std::to_string(result.unreadable.size()) + " of " +
-                                                   std::to_string(paths.size()) + " files cannot be read");
+            throw FailureError({FailureKind::UnreadableFile,
+                                {},
+                                std::to_string(result.unreadable.size()) + " of " + std::to_string(paths.size()) +
+                                    " files cannot be read"});
     });
     return result;
 }

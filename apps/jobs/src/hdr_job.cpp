@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "picture_run.hpp"
 #include "sorted_frames.hpp"
 
@@ -55,7 +54,7 @@ void checkRequest(const HdrJobRequest& request)
 {
     checkFileNames(request.frames, request.output);
     if (request.ghostReference && !request.deghost)
-        throw JobError(JobOutcome::Refused, "a ghost reference was given, but no removal of ghosts was asked for");
+        throw JobRefusal("a ghost reference was given, but no removal of ghosts was asked for");
     checkReference("ghost reference", request.ghostReference, request.frames.size());
     checkDeghostAmount(request.deghost);
     checkShare("white balance", request.whiteBalance);
@@ -73,7 +72,7 @@ std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& reque
     auto frames = sortedFrames(request.frames, request.frames);
     for (const auto& path : request.frames)
         if (std::none_of(frames.begin(), frames.end(), [&](const BracketFrame& frame) { return frame.path == path; }))
-            throw JobError(JobOutcome::Failed, reasonForFile(run.log, path, "the picture cannot be read"));
+            throw FailureError(reasonOfDropping(path));
     run.throwIfCancelled();
     return frames;
 }
@@ -91,8 +90,8 @@ std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, cons
     auto merged = make_HDR(request.frames, mergeSettings(request, callbacks), {}, onPhase).first;
     run.throwIfCancelled();
     if (!merged)
-        throw JobError(JobOutcome::Failed,
-                       reasonOfRun(run.log, request.frames, "the merge gave no picture and no reason"));
+        throwLastFailure("the merge gave no picture and no reason");
+    run.keepWarnings();
     return merged;
 }
 

@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "made_folder.hpp"
 #include "picture_run.hpp"
 
@@ -9,7 +8,6 @@
 #include <algorithm>
 #include <cctype>
 #include <set>
-#include <stdexcept>
 #include <string>
 
 namespace orvo::jobs {
@@ -82,18 +80,11 @@ void checkFiles(PictureRun& run, const LabelJobRequest& request, const std::vect
 std::vector<std::shared_ptr<Image>> label(PictureRun& run, const std::vector<fs::path>& frames)
 {
     run.report(kLabelStarts);
-    const auto fail = [&](const std::string& otherwise) {
-        throw JobError(JobOutcome::Failed, reasonOfRun(run.log, frames, otherwise));
-    };
-    std::vector<std::shared_ptr<Image>> images;
-    try {
-        images = exportAligned(frames, {});
-    } catch (const std::runtime_error& error) {
-        fail(error.what());
-    }
+    auto images = exportAligned(frames, {});
     run.throwIfCancelled();
     if (images.size() != frames.size()) // a raw file that cannot be opened drops out
-        fail("not all frames could be read, and no reason is known");
+        throwLastFailure("not all frames could be read");
+    run.keepWarnings();
     return images;
 }
 

@@ -1,6 +1,6 @@
 #include "made_folder.hpp"
 
-#include <jobs/job.hpp>
+#include <orvo_extensions/failure.hpp>
 
 #include <system_error>
 
@@ -17,7 +17,8 @@ MadeFolder::MadeFolder(const fs::path& folder)
             made.push_back(each);
     fs::create_directories(folder, error);
     if (error)
-        throw JobError(JobOutcome::Failed, folder.string() + ": the folder cannot be made: " + error.message());
+        throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), folder,
+                            "the folder cannot be made: " + error.message()});
 }
 
 MadeFolder::~MadeFolder()

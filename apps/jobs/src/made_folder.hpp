@@ -10,7 +10,7 @@ namespace orvo::jobs {
 class MadeFolder
 {
 public:
-    /// Throws JobError (Failed) that names the folder and the cause.
+    /// Throws FailureError that names the folder and the cause.
     explicit MadeFolder(const std::filesystem::path& folder);
     ~MadeFolder();
     MadeFolder(const MadeFolder&) = delete;

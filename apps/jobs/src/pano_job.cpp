@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/pano_job.hpp>
@@ -15,17 +14,15 @@ constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kStitchStarts{JobStep::Stitch, 0.02};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
 
-constexpr int kLongestSide = 32000; // of any panorama
-
 /// Values of the request that are wrong whatever lies on the disk.
 void checkRequest(const PanoJobRequest& request)
 {
     checkFileNames(request.files, request.output);
     if (request.files.size() < 2)
-        throw JobError(JobOutcome::Refused, "a panorama needs two pictures or more");
-    if (request.maxSize < 0 || request.maxSize > kLongestSide)
-        throw JobError(JobOutcome::Refused, "the largest size is " + std::to_string(request.maxSize) +
-                                                ", expected 1 to " + std::to_string(kLongestSide));
+        throw JobRefusal("a panorama needs two pictures or more");
+    if (request.maxSize < 0 || request.maxSize > kLongestPanoramaSide)
+        throw JobRefusal("the largest size is " + std::to_string(request.maxSize) + ", expected 1 to " +
+                         std::to_string(kLongestPanoramaSide));
 }
 
 void checkFiles(PictureRun& run, const PanoJobRequest& request)
@@ -61,19 +58,6 @@ StitchedPanorama stitch(PictureRun& run, const PanoJobRequest& request)
     return panorama;
 }
 
-/// Why there is no panorama. Registration that fails has little to say that helps.
-std::string reasonOf(const PictureRun& run, const PanoJobRequest& request, const StitchedPanorama& panorama)
-{
-    const auto& places = panorama.places;
-    if (std::any_of(places.begin(), places.end(), [](const PanoramaPlace& place) { return place.placed; }))
-        return "the pictures fit together, but what they show lies outside of this projection; the spherical one "
-               "holds everything";
-    if (panorama.isRead)
-        return "the pictures do not fit together: fewer than two of them show enough of the same; neighbours should "
-               "share a third";
-    return reasonOfRun(run.log, request.files, "the pictures gave no panorama and no reason");
-}
-
 } // namespace
 
 PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbacks)
@@ -89,7 +73,8 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
         result.focalLength = static_cast<double>(panorama.focalLength);
         result.places = panorama.places;
         if (!panorama.image)
-            throw JobError(JobOutcome::Failed, reasonOf(run, request, panorama));
+            throwLastFailure("the pictures gave no panorama and no reason");
+        run.keepWarnings();
         run.report(kWriteStarts);
         static_cast<WrittenPicture&>(result) = run.write(*panorama.image, request.output, settings, 1.0);
     });

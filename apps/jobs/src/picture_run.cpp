@@ -5,20 +5,10 @@
 
 #include <jobs/beside_file.hpp>
 
-#include <stdexcept>
+#include <algorithm>
 #include <string>
 
 namespace orvo::jobs {
-namespace {
-
-std::string replaced(std::string text, const std::string& what, const std::string& by)
-{
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
-        text.replace(at, what.size(), by);
-    return text;
-}
-
-} // namespace
 
 void PictureRun::report(const JobProgress& progress)
 {
@@ -37,12 +27,13 @@ void PictureRun::checkFiles(const std::vector<std::filesystem::path>& inputs) co
 }
 
 std::vector<std::shared_ptr<const ImageMetadata>>
-PictureRun::checkPictures(const std::vector<std::filesystem::path>& inputs) const
+PictureRun::checkPictures(const std::vector<std::filesystem::path>& inputs)
 {
     std::vector<std::shared_ptr<const ImageMetadata>> metadata;
     for (const auto& path : inputs) {
         throwIfCancelled();
         metadata.push_back(checkIsPicture(path));
+        keepWarnings();
     }
     return metadata;
 }
@@ -58,20 +49,24 @@ WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::pa
         try {
             if (!writeImage(beside, *picture.developedOriginalImageData({}), settings))
                 return false;
-        } catch (const std::exception& error) { // names the file beside, which nobody knows
-            throw JobError(JobOutcome::Failed, replaced(replaced(error.what(), beside.string(), output.string()),
-                                                        beside.filename().string(), output.string()));
+        } catch (const FailureError& error) { // names the file beside, which nobody knows
+            throw FailureError({error.failure().kind, output, error.failure().sentence});
         }
         report({JobStep::Write, doneFraction}); // before the file is in place, since the callback may throw
         return true;
     });
     if (!written)
-        throw JobError(JobOutcome::Cancelled, "cancelled");
+        throw FailureError(cancelledFailure());
     return {output, picture.size(), settings.bits,
             settings.format == ImageFileFormat::Exr ? ColorProfileType::linearSRGB()->description()
                                                     : settings.profile->description()};
 }
 
-void PictureRun::keepWarnings() { result.warnings = log.texts(LogMessageType::Warning); }
+void PictureRun::keepWarnings()
+{
+    for (const std::string& warning : lastWarnings())
+        if (std::find(result.warnings.begin(), result.warnings.end(), warning) == result.warnings.end())
+            result.warnings.push_back(warning);
+}
 
 } // namespace orvo::jobs

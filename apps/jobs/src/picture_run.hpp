@@ -1,8 +1,7 @@
-/// One run of a job that makes picture files of picture files: its report, its log, and the ways in and out that all
+/// One run of a job that makes picture files of picture files: its report, and the ways in and out that all
 /// of them share.
 #pragma once
 
-#include "log_reasons.hpp"
 #include "measures.hpp"
 #include "run_job.hpp"
 
@@ -18,7 +17,7 @@
 
 namespace orvo::jobs {
 
-/// Everything here throws JobError with the line for people.
+/// Everything here throws JobRefusal or FailureError.
 class PictureRun
 {
 public:
@@ -33,18 +32,17 @@ public:
     void checkFiles(const std::vector<std::filesystem::path>& inputs) const;
     /// All inputs are pictures. Their metadata stand at the same indices.
     [[nodiscard]] std::vector<std::shared_ptr<const ImageMetadata>>
-    checkPictures(const std::vector<std::filesystem::path>& inputs) const;
+    checkPictures(const std::vector<std::filesystem::path>& inputs);
 
     /// Writes a picture with its metadata beside `output` and puts it in place once `doneFraction` of the job has been
     /// reported.
     [[nodiscard]] WrittenPicture write(const Image& picture, const std::filesystem::path& output,
                                        ImageWriteSettings settings, double doneFraction);
 
+    /// Takes over what the call of the library that has just ended warned about.
     void keepWarnings();
     void throwIfCancelled() const { jobs::throwIfCancelled(callbacks); }
     [[nodiscard]] bool isCancelled() const { return callbacks.cancelled(); }
-
-    const LogCapture log;
 
 private:
     const JobCallbacks& callbacks;
@@ -61,7 +59,6 @@ void runPictureJob(const PictureJobRequest& request, const JobCallbacks& callbac
         const WorkerLimit limit(request.threads);
         PictureRun run(callbacks, result);
         body(run);
-        run.keepWarnings();
     });
     result.peak = peakMemory();
 }

@@ -1,12 +1,7 @@
 /// The one place where a job's exceptions become its answer.
 #pragma once
 
-#include "log_reasons.hpp"
-
 #include <jobs/job.hpp>
-
-#include <exception>
-#include <new>
 
 namespace orvo::jobs {
 
@@ -14,29 +9,32 @@ namespace orvo::jobs {
 template <typename Body>
 void runJob(JobResult& result, const JobCallbacks& callbacks, const Body& body)
 {
-    const auto end = [&](JobOutcome outcome, const std::string& message) {
-        const bool cancelled = callbacks.cancelled();
-        result.outcome = cancelled ? JobOutcome::Cancelled : outcome;
-        result.message = cancelled ? "cancelled" : message;
+    const auto fail = [&](const Failure& failure) {
+        result.failure = callbacks.cancelled() ? cancelledFailure() : failure;
+        result.outcome = result.failure->kind == FailureKind::Cancelled ? JobOutcome::Cancelled : JobOutcome::Failed;
+        result.message = describe(*result.failure);
     };
     try {
         body();
         result.outcome = JobOutcome::Done;
-    } catch (const JobError& error) {
-        end(error.outcome, error.what());
-    } catch (const std::bad_alloc&) {
-        end(JobOutcome::Failed, forPeople("std::bad_alloc")); // whatever its own text is
-    } catch (const std::exception& error) {
-        end(JobOutcome::Failed, forPeople(error.what()));
+    } catch (const JobRefusal& refusal) {
+        result.outcome = JobOutcome::Refused;
+        result.message = refusal.what();
     } catch (...) {
-        end(JobOutcome::Failed, "an error of unknown kind ended the job");
+        fail(FailureError(failureOfException()).failure()); // which completes its sentence
     }
 }
 
 inline void throwIfCancelled(const JobCallbacks& callbacks)
 {
     if (callbacks.cancelled())
-        throw JobError(JobOutcome::Cancelled, "cancelled");
+        throw FailureError(cancelledFailure());
+}
+
+/// Throws what the call of the library that has just ended failed from; `otherwise` is the sentence if it said nothing.
+[[noreturn]] inline void throwLastFailure(const char* otherwise)
+{
+    throw FailureError(lastFailure().value_or(Failure{FailureKind::Internal, {}, otherwise}));
 }
 
 } // namespace orvo::jobs

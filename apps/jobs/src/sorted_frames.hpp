@@ -10,4 +10,7 @@ namespace orvo::jobs {
 [[nodiscard]] std::vector<BracketFrame> sortedFrames(const std::vector<std::filesystem::path>& readable,
                                                      const std::vector<std::filesystem::path>& given);
 
+/// Why a file that is missing in sortedFrames() has no thumbnail.
+[[nodiscard]] Failure reasonOfDropping(const std::filesystem::path& path);
+
 } // namespace orvo::jobs

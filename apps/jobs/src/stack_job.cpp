@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/stack_job.hpp>
@@ -19,8 +18,7 @@ void checkRequest(const StackJobRequest& request)
     checkFileNames(request.frames, request.output);
     checkReference("reference", request.reference, request.frames.size());
     if (request.reference && !request.align && !request.deghost)
-        throw JobError(JobOutcome::Refused,
-                       "a reference was given, but neither alignment nor removal of ghosts was asked for");
+        throw JobRefusal("a reference was given, but neither alignment nor removal of ghosts was asked for");
     checkDeghostAmount(request.deghost);
 }
 
@@ -54,8 +52,8 @@ std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, st
     auto stacked = makeFocusStack(request.frames, stackSettings(request, reference));
     run.throwIfCancelled();
     if (!stacked)
-        throw JobError(JobOutcome::Failed,
-                       reasonOfRun(run.log, request.frames, "the focus stack gave no picture and no reason"));
+        throwLastFailure("the focus stack gave no picture and no reason");
+    run.keepWarnings();
     return stacked;
 }
 

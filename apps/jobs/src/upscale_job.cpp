@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/upscale_job.hpp>
@@ -46,8 +45,8 @@ private:
 void checkRange(const std::string& name, int value, int low, int high)
 {
     if (value < low || value > high)
-        throw JobError(JobOutcome::Refused, name + " is " + std::to_string(value) + ", expected " +
-                                                std::to_string(low) + " to " + std::to_string(high));
+        throw JobRefusal(name + " is " + std::to_string(value) + ", expected " + std::to_string(low) + " to " +
+                         std::to_string(high));
 }
 
 /// Values of the request that are wrong whatever lies on the disk.
@@ -58,8 +57,7 @@ void checkRequest(const UpscaleJobRequest& request)
     checkRange("the number of passes", request.passes, 1, kMostUpscalePasses);
     checkRange("the strength of denoising", request.denoise, 0, kMostDenoise);
     if (request.builtIn && !request.model.empty())
-        throw JobError(JobOutcome::Refused,
-                       request.model.string() + ": a network was given, but the built-in filters were asked for");
+        throw JobRefusal(request.model.string() + ": a network was given, but the built-in filters were asked for");
 }
 
 UpscaleAISettings upscaleSettings(const UpscaleJobRequest& request)
@@ -83,15 +81,25 @@ bool fitsForCertain(_Size<int> size, int passes, ImageFileFormat format)
            size.width * scale * size.height * scale <= static_cast<double>(kMostUpscaledPixels);
 }
 
+/// throwLastFailure() for a call about `source`, which is named also where the failure is about another file, such as
+/// the network, or about none.
+[[noreturn]] void throwLastFailureOn(const std::filesystem::path& source, const char* otherwise)
+{
+    Failure failure = lastFailure().value_or(Failure{FailureKind::Internal, {}, otherwise});
+    if (failure.file != source)
+        failure = {failure.kind, source, describe(failure)};
+    throw FailureError(failure);
+}
+
 /// The result can be made and written. Asked only where it matters: a network may have to be loaded for the answer.
-void checkResult(const PictureRun& run, const UpscaleJobRequest& request, ImageFileFormat format, _Size<int> size)
+void checkResult(const UpscaleJobRequest& request, ImageFileFormat format, _Size<int> size)
 {
     if (fitsForCertain(size, request.passes, format))
         return;
     const ModelSetting model(request.model);
     const _Size<int> result = upscaledSize(size, upscaleSettings(request));
     if (result == _Size<int>())
-        throw JobError(JobOutcome::Failed, reasonOfRunOn(run.log, request.source, "the picture cannot be enlarged"));
+        throwLastFailureOn(request.source, "the picture cannot be enlarged");
     checkHolds(request.output, format, result);
 }
 
@@ -103,7 +111,7 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request, ImageFi
         checkIsFile(request.model, "network");
     checkOutput(request.output, {request.source});
     const auto metadata = run.checkPictures({request.source});
-    checkResult(run, request, format, metadata.front()->size);
+    checkResult(request, format, metadata.front()->size);
     run.throwIfCancelled();
     return metadata.front()->size;
 }
@@ -115,7 +123,8 @@ std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request
     auto upscaled = upscaleAI(request.source, upscaleSettings(request), {}, {});
     run.throwIfCancelled();
     if (!upscaled)
-        throw JobError(JobOutcome::Failed, reasonOfRunOn(run.log, request.source, "the picture cannot be read"));
+        throwLastFailureOn(request.source, "the picture cannot be enlarged");
+    run.keepWarnings();
     return upscaled;
 }
 

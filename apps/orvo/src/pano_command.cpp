@@ -62,11 +62,11 @@ void bindPanoOptions(Options& app, PanoOptions& options)
                    "plane, cylindrical, spherical, fisheye, planet or mercator; else spherical")
         ->type_name("NAME")
         ->check(oneOf(kProjections));
-    constexpr int kLongestSide = 32000;
     app.add_option("--max-size", options.maxSize,
-                   "longest side at most, in pixels, 1 to 32000; else as fine as the FILES")
+                   "longest side at most, in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
+                       "; else as fine as the FILES")
         ->type_name("N")
-        ->check(between(1, kLongestSide));
+        ->check(between(1, kLongestPanoramaSide));
     app.add_flag("--devignette", options.request.devignette, "lighten dark corners by what the overlaps tell");
     bindCorrections(app, options.request.chromaticAberrations, options.request.lensCorrection);
 }

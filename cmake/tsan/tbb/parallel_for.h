@@ -1,7 +1,7 @@
-/// Stands before oneTBB's header of this name in the preset tsan. Debian's oneTBB is not built with the thread
-/// sanitizer: what it synchronises by is not seen, so every loop would be reported, or, with the reports about oneTBB
-/// suppressed, none. Here loops run on threads of their own, whose start and end the sanitizer does see; two that write
-/// to one place are found. Slow, as threads are made for each loop; loops within loops run on one thread.
+/// Replaces oneTBB's header of this name in the preset tsan. Debian's oneTBB is not built with the thread sanitizer,
+/// which therefore does not see its synchronisation: it would report every loop, or none with reports about oneTBB
+/// suppressed. Here loops run on their own threads, whose start and end the sanitizer sees, so it finds two that write
+/// to one place. Slow, because each loop creates threads; nested loops run on one thread.
 #pragma once
 
 #include <tbb/blocked_range.h>
@@ -19,7 +19,7 @@
 namespace orvo::tsan {
 
 constexpr std::size_t kMostPieces = 32;
-constexpr std::size_t kMostThreads = 3; // more than the usual cores here, so that they get in each other's way
+constexpr std::size_t kMostThreads = 3; // more than the usual cores here, so that threads interleave
 
 inline thread_local bool isInLoop = false;
 
@@ -50,7 +50,7 @@ void run(const Range& whole, const Body& body)
         std::min({tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism), kMostThreads,
                   isInLoop ? std::size_t{1} : pieces.size()});
     std::vector<std::exception_ptr> failures(threads);
-    // Dealt out, not taken: otherwise the first thread might be done before the others begin, and nothing be seen.
+    // Assigned in advance: otherwise the first thread might finish before the others start, and no race would show.
     const auto work = [&](std::size_t thread) {
         const bool wasInLoop = isInLoop;
         isInLoop = true;

@@ -5,7 +5,7 @@
 
 namespace orvo::details {
 
-/// Weights of the samples at -1, 0, 1, 2 for a place `t` (0..1) after the sample at 0. Their sum is 1.
+/// Weights of the samples at -1, 0, 1, 2 for a position `t` (0..1) after the sample at 0. Their sum is 1.
 [[nodiscard]] inline std::array<float, 4> catmullRom(float t)
 {
     const float t2 = t * t;

@@ -1,5 +1,5 @@
-// The transfer curve of sRGB by table, for the passes that bend every sample of a picture: about ten times faster than
-// the power function, and no further from it than a few parts in ten million.
+// The transfer curve of sRGB as tables, for passes over every sample of a picture: about ten times faster than the
+// power function, with an error of at most a few parts in ten million.
 #pragma once
 
 #include <orvo_core/color_profile.hpp>
@@ -17,11 +17,11 @@ public:
     static const CurveTables& instance();
     CurveTables();
 
-    /// srgbCurveFromLinear() for 0..1 by straight pieces; the exact function elsewhere.
+    /// srgbCurveFromLinear() for 0..1, piecewise linear; the exact function elsewhere.
     [[nodiscard]] float encode(float linear) const
     {
         // The pieces follow the float's own exponent and leading mantissa bits, so they are short where the curve is
-        // steep. NaN fails the test and goes to the exact function.
+        // steep. NaN fails the test and uses the exact function.
         if (!(linear >= kEncodeStart && linear < 1.0f))
             return srgbCurveFromLinear(linear);
         const std::uint32_t bits = std::bit_cast<std::uint32_t>(linear) - kEncodeStartBits;
@@ -30,7 +30,7 @@ public:
         return encoded[piece] + (encoded[piece + 1] - encoded[piece]) * along;
     }
 
-    /// linearFromSRGBCurve() for 0..1 by straight pieces; the exact function elsewhere.
+    /// linearFromSRGBCurve() for 0..1, piecewise linear; the exact function elsewhere.
     [[nodiscard]] float decode(float value) const
     {
         if (!(value >= 0.0f && value < 1.0f))
@@ -42,9 +42,9 @@ public:
     }
 
 private:
-    static constexpr float kEncodeStart = 0x1p-8f; // below it lies the straight foot of the curve, mostly
+    static constexpr float kEncodeStart = 0x1p-8f; // below it is mostly the linear toe of the curve
     static constexpr std::uint32_t kEncodeStartBits = std::bit_cast<std::uint32_t>(kEncodeStart);
-    static constexpr int kEncodeShift = 15; // 8 of 23 mantissa bits choose the piece: an error of 5e-7
+    static constexpr int kEncodeShift = 15; // 8 of 23 mantissa bits select the piece: an error of 5e-7
     static constexpr float kEncodeStep = 1.0f / static_cast<float>(1 << kEncodeShift);
     static constexpr std::size_t kEncodePieces = 8u * 256u; // octaves from kEncodeStart to 1, times pieces of each
     static constexpr std::size_t kDecodePieces = 4096;      // an error of 3e-8

@@ -1,5 +1,6 @@
 #include <orvo/image_loader.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/identifier.hpp>
 #include <orvo_io/image_reader.hpp>
 
@@ -15,8 +16,6 @@
 namespace orvo {
 namespace {
 
-constexpr int kToneThumbnailWidth = 400; // pixels: enough to judge the overall tone
-
 struct Document
 {
     std::filesystem::path path;
@@ -27,7 +26,7 @@ struct Document
 using Bytes = std::vector<unsigned char>;
 using Key = std::shared_ptr<const Identifier>;
 
-// Documents by their identifiers.
+// Documents by identifier.
 class Registry
 {
 public:
@@ -43,7 +42,7 @@ public:
         documents.emplace(key, std::move(document));
     }
 
-    // A document without metadata if the bytes name none.
+    // Returns a document without metadata for unknown bytes.
     [[nodiscard]] Document find(const Bytes& bytes) const { return find(Identifier::deserialize(bytes)); }
 
     [[nodiscard]] Document find(const Key& key) const
@@ -69,8 +68,8 @@ private:
     std::unordered_map<Key, Document, Hasher, PredEqual> documents;
 };
 
-// Whether the file begins like one of the formats that the reader knows. The reader tells the log of every file that
-// is none, but here this is an ordinary answer.
+// Whether the file begins like one of the formats that the reader knows. The reader logs every file that is not a
+// picture, but here that is an ordinary answer.
 bool beginsLikePicture(const std::filesystem::path& path)
 {
     using namespace std::string_view_literals;
@@ -86,7 +85,7 @@ bool beginsLikePicture(const std::filesystem::path& path)
     };
     constexpr std::array kMarks = {
         "\xFF\xD8\xFF"sv, "\x89PNG\r\n\x1a\n"sv, "\x76\x2f\x31\x01"sv, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv};
-    // Videos are "ftyp" too, of other brands.
+    // Videos start with "ftyp" too, with other brands.
     constexpr std::array kBrands = {"heic"sv, "heix"sv, "heim"sv, "heis"sv, "hevc"sv,
                                     "hevx"sv, "mif1"sv, "msf1"sv, "avif"sv, "avis"sv};
     return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return has(0, mark); }) ||
@@ -96,29 +95,59 @@ bool beginsLikePicture(const std::filesystem::path& path)
            isRawImageFile(path);
 }
 
-bool canceled(const StateSettings& state) { return state.canceled && state.canceled(); }
-
-void developRaw(PicturePointer& picture, const Image& image, const StateSettings& state)
+// Why what does not begin like a picture is none.
+Failure noPicture(const std::filesystem::path& path)
 {
-    const auto raw = image.getAdditionalRawMetadata();
-    const auto thumbnail = [&picture] {
-        const int width = std::min(picture->width(), kToneThumbnailWidth);
-        const auto height = static_cast<std::int64_t>(width) * picture->height() / picture->width();
-        return picture->resize({width, std::max(1, static_cast<int>(height))}, {}, true);
-    };
-    RawImageDevelop().develop(picture, picture, thumbnail, image.metadata(), raw ? raw->getAutoDetectedTone() : 0.0f,
-                              1.0f, {}, false, [&state] { return canceled(state); });
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    const char* const sentence = !std::filesystem::exists(status) ? "there is no such file"
+                                 : std::filesystem::is_directory(status)
+                                     ? "expected a picture file, found a folder"
+                                     : "expected a picture file, found something else";
+    return {FailureKind::UnreadableFile, path, sentence};
 }
 
-} // namespace
-
-std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
+void developRaw(PicturePointer& picture, const Image& image, const RunControl& run)
 {
-    if (!beginsLikePicture(path))
+    const auto raw = image.getAdditionalRawMetadata();
+    RawImageDevelop().develop(
+        picture, picture, [&picture] { return toneThumbnail(*picture); }, image.metadata(),
+        raw ? raw->getAutoDetectedTone() : 0.0f, 1.0f, {}, false, [&run] { return run.cancelled(); });
+}
+
+PicturePointer pictureOf(const Bytes& bytes, const RunControl& run)
+{
+    const Document document = Registry::instance().find(bytes);
+    if (!document.metadata) {
+        details::stateFailure({FailureKind::Internal, {}, "the bytes name no document"});
+        return nullptr;
+    }
+    if (run.cancelled())
+        return nullptr;
+    const auto image =
+        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+    if (!image) {
+        ImageLoader::dispose(bytes);
+        details::stateLastFailure({FailureKind::UnreadableFile, document.path, "the picture cannot be read"});
+        return nullptr;
+    }
+    PicturePointer picture = image->imageData({}, {}, true);
+    if (document.metadata->isRaw)
+        developRaw(picture, *image, run);
+    return run.cancelled() ? nullptr : picture;
+}
+
+Bytes registered(const std::filesystem::path& path)
+{
+    if (!beginsLikePicture(path)) {
+        details::stateFailure(noPicture(path));
         return {};
+    }
     auto metadata = ImageReader::readMetadata(path);
-    if (!metadata)
+    if (!metadata) {
+        details::stateLastFailure(noPicture(path));
         return {};
+    }
     if (metadata->isRaw) {
         auto developed = std::make_shared<ImageMetadata>(*metadata);
         developed->isDeveloped = true;
@@ -127,9 +156,21 @@ std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
     const Key key = UUIDGenerator()();
     Bytes bytes;
     key->serialize(bytes);
-    const auto provider = std::make_shared<ImageProvider>(bytes, path, metadata->isRaw);
+    const auto openDocument = [bytes](const std::filesystem::path&) -> std::shared_ptr<Image> {
+        const auto description = copyMetadata(bytes);
+        const auto pixels = open(bytes, {}, {});
+        return pixels ? CreateOrvoImage(pixels, description) : nullptr;
+    };
+    const auto provider = std::make_shared<ImageProvider>(path, metadata->isRaw, openDocument);
     Registry::instance().add(key, {path, std::move(metadata), provider});
     return bytes;
+}
+
+} // namespace
+
+std::vector<unsigned char> ImageLoader::load(const std::filesystem::path& path)
+{
+    return details::keepingFailure([&] { return registered(path); });
 }
 
 _Size<int> ImageLoader::getSize(const std::vector<unsigned char>& bytes)
@@ -143,40 +184,18 @@ std::shared_ptr<ImageProvider> ImageLoader::get(const std::shared_ptr<const Iden
     return Registry::instance().find(identifier).provider;
 }
 
-ImageProvider::ImageProvider(std::vector<unsigned char> bytes_, std::filesystem::path path_, bool raw_)
-    : bytes(std::move(bytes_)), path(std::move(path_)), raw(raw_)
-{}
-
-std::shared_ptr<Image> ImageProvider::image()
-{
-    const std::lock_guard lock(mutex);
-    if (opened)
-        return opened;
-    const auto metadata = copyMetadata(bytes);
-    const auto pixels = open(bytes, {}, {});
-    if (pixels)
-        opened = CreateOrvoImage(pixels, metadata);
-    return opened;
-}
-
 void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::instance().remove(bytes); }
 
 std::shared_ptr<const _ImageData<PixelRGB<float>>> open(const std::vector<unsigned char>& bytes,
                                                         const StateSettings& state, const std::filesystem::path&)
 try {
-    const Document document = Registry::instance().find(bytes);
-    if (!document.metadata || canceled(state))
-        return nullptr;
-    const auto image =
-        ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
-    if (!image) {
-        ImageLoader::dispose(bytes);
-        return nullptr;
-    }
-    PicturePointer picture = image->imageData({}, {}, true);
-    if (document.metadata->isRaw)
-        developRaw(picture, *image, state);
-    return canceled(state) ? nullptr : picture;
+    return details::keepingFailure([&]() -> PicturePointer {
+        const RunControl run(state.canceled);
+        auto picture = pictureOf(bytes, run);
+        if (run.wasCancelled())
+            details::stateFailure(cancelledFailure());
+        return picture;
+    });
 } catch (...) {
     ImageLoader::dispose(bytes);
     throw;

@@ -3,6 +3,7 @@
 
 #include <orvo/deblur_ai_effect.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -22,28 +23,26 @@ namespace {
 using Pixel = PixelRGB<float>;
 using Picture = _ImageData<Pixel>;
 
-// The ellipse in which a face is changed, in units of its box, which goes from brow to chin and ear to ear.
+// The ellipse in which a face is changed, in units of its box, which spans brow to chin and ear to ear.
 constexpr double kMaskWidth = 0.56;  // half axes: to beyond the ears
 constexpr double kMaskHeight = 0.72; // from the hairline to under the chin
-constexpr double kFullWithin = 0.7;  // of the half axes: from there on the change fades
-constexpr double kContext = 0.12;    // beyond the ellipse, so that the mirrored border of the plane has no say
-constexpr int kLargestPlane = 2048;  // px: bounds memory and time of a single huge face
-constexpr double kSharpBlur = 0.65;  // px: a camera's own pixels blur this much; nothing is to be undone
-constexpr double kClearBlur = 1.0;   // px: undone in full from here on
-constexpr double kWidestBlur = 0.03; // of a face's width: eyelids are no wider, so a wider blur left nothing to restore
-constexpr double kNoiseLimit = 0.04; // noise at which the strength is halved
-constexpr float kSkin = 0.5f;        // strength on smooth skin if features are to be brought out
+constexpr double kFullWithin = 0.7;  // of the half axes: the change fades from there on
+constexpr double kContext = 0.12;    // beyond the ellipse, so that the mirrored border of the plane has no influence
+constexpr int kLargestPlane = 2048;  // px: limits memory and time of a single huge face
+constexpr double kSharpBlur = 0.65;  // px: the blur of a camera's own pixels; needs no correction
+constexpr double kClearBlur = 1.0;   // px: fully corrected from here on
+constexpr double kWidestBlur = 0.03; // of a face's width: the width of eyelids; a wider blur leaves nothing to restore
+constexpr double kNoiseLimit = 0.04; // noise that halves the strength
+constexpr float kSkin = 0.5f;        // strength on smooth skin if features are emphasised
 constexpr float kSmoothContrast = 0.04f;  // encoded; less is skin,
 constexpr float kFeatureContrast = 0.15f; // more is brow, eye, nostril or lip
-constexpr double kRangeOfNoise = 5.0;     // times its deviation: what noise spreads among some dozens of pixels
-constexpr double kEyeReach = 1.3;         // times the radius found: lids and lashes too
-constexpr float kShadowGuard = 0.02f;     // added to luminance before ratios, so that black does not gain colour noise
-constexpr float kLeastLuminance = -1.0f;  // what lies outside is taken for broken and left alone
+constexpr double kRangeOfNoise = 5.0;     // times its deviation: the range of noise among some dozens of pixels
+constexpr double kEyeReach = 1.3;         // times the radius found, to include lids and lashes
+constexpr float kShadowGuard = 0.02f;     // added to luminance before ratios, so that black gains no colour noise
+constexpr float kLeastLuminance = -1.0f;  // pixels outside this range count as broken and stay unchanged
 constexpr float kMostLuminance = 16.0f;
 
-bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
-// 0 below `low`, 1 above `high`, with no kink.
+// Smooth step: 0 below `low`, 1 above `high`.
 template <typename T>
 T smoothStep(T low, T high, T v)
 {
@@ -51,7 +50,7 @@ T smoothStep(T low, T high, T v)
     return t * t * (T(3) - T(2) * t);
 }
 
-// Strength of the change of one face at a pixel: 1 inside, 0 outside of its ellipse.
+// Strength of the change of one face at a pixel: 1 inside its ellipse, 0 outside.
 float maskOf(const Face& face, int x, int y)
 {
     const double u = (x + 0.5 - face.x - 0.5 * face.width) / (kMaskWidth * face.width);
@@ -68,7 +67,7 @@ cv::Rect extentOf(const Face& face, const Picture& image)
     return box & cv::Rect(0, 0, image.width(), image.height());
 }
 
-// Pixels as the curve of sRGB would have them.
+// Pixels encoded with the curve of sRGB.
 Pixel encoded(const Pixel& p, bool linear)
 {
     return linear ? Pixel{srgbCurveFromLinear(p.r), srgbCurveFromLinear(p.g), srgbCurveFromLinear(p.b)} : p;
@@ -79,15 +78,13 @@ Pixel decoded(const Pixel& p, bool linear)
     return linear ? Pixel{linearFromSRGBCurve(p.r), linearFromSRGBCurve(p.g), linearFromSRGBCurve(p.b)} : p;
 }
 
-float luminanceOf(const Pixel& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; }
-
 bool usable(const Pixel& p, float luminance)
 {
     return std::isfinite(p.r) && std::isfinite(p.g) && std::isfinite(p.b) && luminance > kLeastLuminance &&
            luminance < kMostLuminance;
 }
 
-// Luminance of `part`; a broken pixel gets that of the last good one before it in its row.
+// Luminance of `part`; a broken pixel takes that of the last good one before it in its row.
 void readLuminance(const Picture& image, const cv::Rect& part, bool linear, const FacePlane& plane)
 {
     forEachRow(part.height, [&](int y) {
@@ -96,7 +93,7 @@ void readLuminance(const Picture& image, const cv::Rect& part, bool linear, cons
         float last = std::numeric_limits<float>::quiet_NaN();
         int leading = 0; // broken ones at the start of the row
         for (int x = 0; x < part.width; ++x) {
-            const float v = luminanceOf(encoded(from[x], linear));
+            const float v = luma601(encoded(from[x], linear));
             if (usable(from[x], v))
                 last = v;
             else if (std::isnan(last))
@@ -108,12 +105,12 @@ void readLuminance(const Picture& image, const cv::Rect& part, bool linear, cons
     });
 }
 
-// A part of the picture at the scale at which it is worked on.
+// A part of the picture and the scale at which it is processed.
 struct Work
 {
     cv::Rect part;
     cv::Size size;
-    double scale = 1.0; // work over picture
+    double scale = 1.0; // processed size over picture size
 
     Work(const Face& face, const Picture& image) : part(extentOf(face, image))
     {
@@ -141,8 +138,8 @@ Measures measure(const cv::Mat& luminance, const Work& work, const Face& face)
     return result;
 }
 
-// How much of the change a pixel gets where features are to be brought out: contrast tells them from skin, and the
-// eyes are known.
+// The share of the change that each pixel gets if features are emphasised: contrast separates them from skin, and the
+// positions of the eyes are known.
 void weighFeatures(const FacePlane& change, const FacePlane& contrast, double noise, const Work& work, const Face& face)
 {
     const float noiseRange = static_cast<float>(kRangeOfNoise * noise);
@@ -165,9 +162,9 @@ void weighFeatures(const FacePlane& change, const FacePlane& contrast, double no
 // `p`, in encoded values, with `change` added to its luminance by the same gain on all channels.
 Pixel raised(const Pixel& p, float change)
 {
-    const float y = std::max(luminanceOf(p), 0.0f) + kShadowGuard;
+    const float y = std::max(luma601(p), 0.0f) + kShadowGuard;
     float factor = std::max((y + change) / y, 0.0f);
-    // A channel at its end cannot follow; the others then wait for it, so that hue stays.
+    // A channel at the end of its range cannot follow; the others then stay too, to keep the hue.
     const float strongest = std::max({p.r, p.g, p.b});
     if (factor > 1.0f && strongest * factor > 1.0f)
         factor = std::max(1.0f, 1.0f / strongest);
@@ -182,8 +179,8 @@ public:
           linear(source.colorProfile() != nullptr && source.colorProfile()->isLinear())
     {}
 
-    // What was measured; nothing if cancelled.
-    std::optional<Measures> run(const Face& face, const std::atomic<bool>* cancel)
+    // Returns the measurements; empty if cancelled.
+    std::optional<Measures> run(const Face& face, const RunControl& control)
     {
         const Work work(face, image);
         const cv::Size padded = transformSize(work.size);
@@ -195,7 +192,7 @@ public:
             return measures;
         {
             const FacePlane contrast(padded);
-            if (!lostDetail(change, contrast, measures.blur * work.scale, measures.noise, cancel))
+            if (!lostDetail(change, contrast, measures.blur * work.scale, measures.noise, control))
                 return std::nullopt;
             if (features)
                 weighFeatures(change, contrast, measures.noise, work, face);
@@ -212,7 +209,7 @@ public:
     }
 
 private:
-    // Luminance of the part at the size of the work, its borders mirrored outwards to the size of the plane.
+    // Luminance of the part at the processed size, with its borders mirrored to fill the plane.
     void readWork(const Work& work, const FacePlane& plane) const
     {
         cv::Mat inner = plane.mat()(cv::Rect({}, work.size));
@@ -237,7 +234,7 @@ private:
 
     void apply(const Face& face, const cv::Rect& part, const FacePlane& change, float strength)
     {
-        // Where ellipses of neighbours meet, they share the pixel, so that none is sharpened twice.
+        // Overlapping ellipses of neighbours share the pixel, so that none is sharpened twice.
         std::vector<const Face*> near;
         for (const Face& other : faces)
             if ((extentOf(other, image) & part).area() > 0)
@@ -247,7 +244,7 @@ private:
             Pixel* const to = result.row(part.y + y) + part.x;
             for (int x = 0; x < part.width; ++x) {
                 const float mask = maskOf(face, part.x + x, part.y + y);
-                if (!(mask > 0.0f) || !usable(from[x], luminanceOf(encoded(from[x], linear))))
+                if (!(mask > 0.0f) || !usable(from[x], luma601(encoded(from[x], linear))))
                     continue;
                 float all = 0.0f;
                 for (const Face* const other : near)
@@ -267,7 +264,7 @@ private:
     bool linear;
 };
 
-void tell(const std::string& id, const std::vector<Measures>& faces)
+void logMeasures(const std::string& id, const std::vector<Measures>& faces)
 {
     std::string text = "deblurFaces " + id + ": faces " + std::to_string(faces.size());
     for (const Measures& face : faces) {
@@ -289,27 +286,28 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
 {
     if (!image)
         throw std::invalid_argument("deblurFaces: no picture");
-    if (isSet(cancel))
+    const RunControl control(cancel);
+    if (control.cancelled())
         return {};
     const ScopedTimer timer("deblurFaces", 0);
     const float limited = amount > 0.0f ? std::min(amount, 1.0f) : 0.0f; // NaN gives 0
     if (limited <= 0.0f)
         return image->copy({});
-    const std::vector<Face> faces = findFaces(*image, profiles, cancel);
-    if (isSet(cancel))
+    const std::vector<Face> faces = findFaces(*image, profiles, control);
+    if (control.cancelled())
         return {};
     std::shared_ptr<Picture> result = image->copy({});
     FaceDeblurring deblurring(*image, *result, faces, limited, features);
     std::vector<Measures> measures;
     for (const Face& face : faces) {
-        if (isSet(cancel))
+        if (control.cancelled())
             return {};
-        const std::optional<Measures> measured = deblurring.run(face, cancel);
+        const std::optional<Measures> measured = deblurring.run(face, control);
         if (!measured)
             return {};
         measures.push_back(*measured);
     }
-    tell(id, measures);
+    logMeasures(id, measures);
     return result;
 }
 

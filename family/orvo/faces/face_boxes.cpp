@@ -6,18 +6,18 @@
 namespace orvo {
 namespace {
 
-// Two detectors frame the same face with boxes of up to a third difference in size.
+// Two detectors frame the same face with boxes that differ by up to a third in size.
 constexpr double kSameFind = 0.4;
-// Faces of two people that touch overlap less than this, since the boxes end at the ears.
+// Faces of two people that touch overlap less than this, because the boxes end at the ears.
 constexpr double kSameFace = 0.3;
-// The centre of one within this share of the other's half sides: the smaller is a part of the larger.
+// A centre within this share of the other's half sides: the smaller box is a part of the larger.
 constexpr double kWellInside = 0.6;
 
 cv::Point2d centre(const cv::Rect2d& box) { return {box.x + 0.5 * box.width, box.y + 0.5 * box.height}; }
 
 auto place(const cv::Rect2d& box) { return std::make_tuple(box.y, box.x, box.width, box.height); }
 
-// The mean of one group, summed in the order of its members, which is always the same.
+// The mean of one group, summed in a fixed order of its members.
 FaceCandidate mean(const std::vector<FaceVote>& votes)
 {
     FaceCandidate result;
@@ -61,8 +61,8 @@ bool sameFace(const cv::Rect2d& a, const cv::Rect2d& b)
 
 std::vector<FaceCandidate> gathered(std::vector<FaceVote> votes)
 {
-    // The strongest finds collect those around them. Sorted by everything they hold, since detectors on several
-    // threads hand them over in any order.
+    // The strongest finds collect those around them. Sorted by all fields, because detectors on several threads deliver
+    // them in any order.
     std::sort(votes.begin(), votes.end(), [](const FaceVote& a, const FaceVote& b) {
         return std::make_tuple(-a.support, place(a.box), a.detector) <
                std::make_tuple(-b.support, place(b.box), b.detector);

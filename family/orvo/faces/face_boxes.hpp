@@ -1,4 +1,4 @@
-/// Finds of several detectors, brought together to faces.
+/// Combines the finds of several detectors into faces.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -11,29 +11,29 @@ namespace orvo {
 struct FaceVote
 {
     cv::Rect2d box;
-    int detector = 0; ///< which one, counted from 0
-    int support = 0;  ///< windows beside each other that agree
+    int detector = 0; ///< its index, from 0
+    int support = 0;  ///< number of adjacent windows that agree
 };
 
-/// Finds that show the same thing.
+/// Finds that show the same face.
 struct FaceCandidate
 {
-    cv::Rect2d box;    ///< their mean, by support
-    int detectors = 0; ///< how many different ones
-    int support = 0;   ///< windows of all
+    cv::Rect2d box;    ///< mean box, weighted by support
+    int detectors = 0; ///< number of different detectors
+    int support = 0;   ///< total number of windows
 };
 
-/// Area in common over area of both together, 0..1.
+/// Intersection over union, 0..1.
 [[nodiscard]] double overlap(const cv::Rect2d& a, const cv::Rect2d& b);
 
-/// Whether two boxes cannot be two faces: they overlap by half, or the centre of the smaller one lies well inside the
+/// Whether two boxes cannot be two faces: they overlap by half, or the centre of the smaller one is well inside the
 /// larger.
 [[nodiscard]] bool sameFace(const cv::Rect2d& a, const cv::Rect2d& b);
 
 /// Groups votes that overlap. The order of `votes` does not matter.
 [[nodiscard]] std::vector<FaceCandidate> gathered(std::vector<FaceVote> votes);
 
-/// Drops of each two candidates that are the same face the weaker one; the rest from top to bottom, left to right.
+/// Of two candidates for the same face drops the weaker one; returns the rest from top to bottom, left to right.
 [[nodiscard]] std::vector<FaceCandidate> distinct(std::vector<FaceCandidate> candidates);
 
 } // namespace orvo

@@ -18,24 +18,24 @@
 #include <vector>
 
 // Frontal and profile faces: boosted cascades of Haar-like features (Viola and Jones, IJCV 57(2), 2004; Lienhart and
-// Maydt, ICIP 2002) and of local binary patterns (Liao et al., ICB 2007), as trained files of OpenCV. A single
-// cascade takes some folds of cloth and some windows for faces. Cascades that were trained apart err in different
-// places, so that a find counts once two of them share it or both eyes are found where a face has them.
+// Maydt, ICIP 2002) and of local binary patterns (Liao et al., ICB 2007), from OpenCV's trained files. A single
+// cascade takes some folds of cloth and some windows for faces. Separately trained cascades make different mistakes, so
+// a find counts if two of them share it or if both eyes are found where a face has them.
 namespace orvo {
 namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-constexpr int kSearchSide = 1280;   // px, longer side of the copy that is searched: a face of 2 percent of it is found
-constexpr int kSmallestFace = 24;   // px there: the window of the cascades
-constexpr double kScaleStep = 1.15; // between the sizes looked for
-constexpr int kFewNeighbours = 3;   // windows beside each other that make a find of one cascade
-constexpr double kFineScaleStep = 1.1; // for profiles, which are met by fewer windows
-constexpr int kProfileSupport = 8;     // windows that two cascades of profiles must have between them
-constexpr int kSupport = 22;           // windows that two frontal cascades must have between them
-constexpr int kEyeSearchWidth = 160;   // px, width of the copy of a face in which eyes are looked for
+constexpr int kSearchSide = 1280;      // px, longer side of the searched copy: finds a face of 2 percent of it
+constexpr int kSmallestFace = 24;      // px in that copy: the window of the cascades
+constexpr double kScaleStep = 1.15;    // ratio between searched sizes
+constexpr int kFewNeighbours = 3;      // adjacent windows that make a find of one cascade
+constexpr double kFineScaleStep = 1.1; // for profiles, which match fewer windows
+constexpr int kProfileSupport = 8;     // windows that two profile cascades must have together
+constexpr int kSupport = 22;           // windows that two frontal cascades must have together
+constexpr int kEyeSearchWidth = 160;   // px, width of the copy of a face that is searched for eyes
 constexpr int kEyeNeighbours = 3;
-// px of the picture: in narrower faces an eye has less than half the window of its cascade, and map signs pass for
+// px of the picture: in narrower faces an eye is smaller than half the window of its cascade, and map signs pass for
 // eyes.
 constexpr int kNarrowestWithEyes = 60;
 
@@ -43,21 +43,12 @@ const char* const kCascadesKey = "Faces.cascades";
 const char* const kModelKey = "Faces.model";
 const char* const kDebianFolder = "/usr/share/opencv4"; // of Debian's package opencv-data
 
-bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
-void warn(const std::string& text)
-{
-    logstream line = __orvolog();
-    line << LogMessageType::Warning << text;
-    LOG(line);
-}
-
 unsigned char level(float v)
 {
     return static_cast<unsigned char>((v > 0.0f ? std::min(v, 1.0f) : 0.0f) * 255.0f + 0.5f); // NaN is black
 }
 
-// `rect` of the picture at `size`, in sRGB, 8 bits, blue first.
+// Returns `rect` of the picture at `size`, in sRGB, 8 bits, blue first.
 cv::Mat colourCopy(const Picture& image, const cv::Rect& rect, cv::Size size)
 {
     const auto part = image.resize({size.width, size.height}, {rect.x, rect.y, rect.width, rect.height}, true);
@@ -83,13 +74,13 @@ cv::Mat greyCopy(const Picture& image, const cv::Rect& rect, cv::Size size)
     return grey;
 }
 
-// Cascade files, which lie in the folder itself or, as Debian has them, in one for each kind.
+// Cascade files, either in the folder itself or, as in Debian, in one folder for each kind.
 class Cascades
 {
 public:
     Cascades() : folder(orvosettings().get(kCascadesKey, std::string(kDebianFolder))) {}
 
-    // Empty, and remembered as missing, if there is no such file or it is no cascade.
+    // Empty, and recorded as missing, if there is no such file or it is not a cascade.
     cv::CascadeClassifier load(const std::string& name)
     {
         for (const char* const kind : {"", "haarcascades", "lbpcascades"}) {
@@ -109,7 +100,7 @@ public:
     }
 
     std::filesystem::path folder;
-    std::string missing; // names, parted by commas
+    std::string missing; // names, separated by commas
 };
 
 struct CascadeSet
@@ -117,7 +108,7 @@ struct CascadeSet
     std::vector<cv::CascadeClassifier> frontal, profile, eyes;
 };
 
-// Nothing if faces cannot be looked for at all.
+// Empty if there is no way to search for faces.
 std::optional<CascadeSet> loadCascades(bool profiles)
 {
     Cascades files;
@@ -131,10 +122,11 @@ std::optional<CascadeSet> loadCascades(bool profiles)
         for (const char* const name : {"lbpcascade_profileface.xml", "haarcascade_profileface.xml"})
             set.profile.push_back(files.load(name));
     if (!files.missing.empty())
-        warn("deblurFaces: " +
-             std::string(frontalComplete ? "faces in profile are not looked for"
-                                         : "no faces are looked for, the picture stays as it is") +
-             "; no usable cascade in " + files.folder.string() + " (setting " + kCascadesKey + "): " + files.missing);
+        details::logWarning("deblurFaces: " +
+                            std::string(frontalComplete ? "cannot search for faces in profile"
+                                                        : "cannot search for faces, the picture stays unchanged") +
+                            "; no usable cascade in " + files.folder.string() + " (setting " + kCascadesKey +
+                            "): " + files.missing);
     if (!frontalComplete)
         return std::nullopt;
     if (!files.missing.empty())
@@ -152,18 +144,18 @@ void collect(std::vector<FaceVote>& votes, cv::CascadeClassifier& cascade, int d
         votes.push_back({boxes[i], detector, supports[i]});
 }
 
-// Faces that look to the left and that both cascades of `profile` find. The second is slow, so it only looks around
-// what the first, quick one has found.
+// Faces that look to the left and that both cascades of `profile` find. The second one is slow, so it only searches
+// around the finds of the first, fast one.
 std::vector<FaceCandidate> findProfiles(const cv::Mat& grey, std::vector<cv::CascadeClassifier>& profile,
-                                        const std::atomic<bool>* cancel)
+                                        const RunControl& run)
 {
-    if (isSet(cancel))
+    if (run.cancelled())
         return {};
     std::vector<FaceVote> first;
     collect(first, profile[0], 0, grey, kFineScaleStep);
     std::vector<FaceCandidate> accepted;
     for (const FaceVote& vote : first) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
         const cv::Point2d margin(vote.box.width, vote.box.height);
         const cv::Rect around =
@@ -180,7 +172,7 @@ std::vector<FaceCandidate> findProfiles(const cv::Mat& grey, std::vector<cv::Cas
     return accepted;
 }
 
-// The pair of eyes in a face, in pixels of the picture; empty if there are not two where eyes belong.
+// The pair of eyes in a face, in pixels of the picture; empty unless there are two where eyes belong.
 std::vector<FaceDisc> findEyes(const Picture& image, const cv::Rect2d& face, std::vector<cv::CascadeClassifier>& eyes)
 {
     const cv::Rect box = cv::Rect(face) & cv::Rect(0, 0, image.width(), image.height());
@@ -189,7 +181,7 @@ std::vector<FaceDisc> findEyes(const Picture& image, const cv::Rect2d& face, std
     const double scale = static_cast<double>(kEyeSearchWidth) / box.width;
     const cv::Size size(kEyeSearchWidth, std::max(1, cvRound(scale * box.height)));
     const cv::Mat grey = greyCopy(image, box, size);
-    // Anthropometric: pupils lie at 0.3 and 0.7 of the width, a little above the middle of a box from brow to chin.
+    // Anthropometric: pupils are at 0.3 and 0.7 of the width, slightly above the middle of a box from brow to chin.
     const cv::Rect band(0, cvRound(0.15 * size.height), size.width, cvRound(0.45 * size.height));
     const int least = cvRound(0.14 * size.width), most = cvRound(0.4 * size.width);
     for (cv::CascadeClassifier& cascade : eyes) {
@@ -246,14 +238,14 @@ Face faceOf(const cv::Rect2d& box, std::vector<FaceDisc> eyes)
     return {box.x, box.y, box.width, box.height, std::move(eyes)};
 }
 
-// Faces that look into the camera: what two cascades share, or one has found and both eyes confirm.
+// Faces that look into the camera: found by two cascades, or by one and confirmed by both eyes.
 std::vector<FaceCandidate> findFrontal(const Picture& image, const Search& search, const cv::Mat& grey,
-                                       CascadeSet& cascades, const std::atomic<bool>* cancel)
+                                       CascadeSet& cascades, const RunControl& run)
 {
     int detector = 0;
     std::vector<FaceVote> votes;
     for (cv::CascadeClassifier& cascade : cascades.frontal) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
         collect(votes, cascade, detector++, grey, kScaleStep);
     }
@@ -266,27 +258,27 @@ std::vector<FaceCandidate> findFrontal(const Picture& image, const Search& searc
     return accepted;
 }
 
-std::vector<Face> findWithCascades(const Picture& image, bool profiles, const std::atomic<bool>* cancel)
+std::vector<Face> findWithCascades(const Picture& image, bool profiles, const RunControl& run)
 {
     std::optional<CascadeSet> cascades = loadCascades(profiles);
     if (!cascades)
         return {};
     const Search search(image);
     const cv::Mat grey = greyCopy(image, search.whole, search.size);
-    std::vector<FaceCandidate> accepted = findFrontal(image, search, grey, *cascades, cancel);
+    std::vector<FaceCandidate> accepted = findFrontal(image, search, grey, *cascades, run);
     if (!cascades->profile.empty()) {
-        for (const FaceCandidate& left : findProfiles(grey, cascades->profile, cancel))
+        for (const FaceCandidate& left : findProfiles(grey, cascades->profile, run))
             accepted.push_back(left);
         cv::Mat mirrored;
         cv::flip(grey, mirrored, 1);
-        for (FaceCandidate right : findProfiles(mirrored, cascades->profile, cancel)) {
+        for (FaceCandidate right : findProfiles(mirrored, cascades->profile, run)) {
             right.box.x = grey.cols - right.box.x - right.box.width;
             accepted.push_back(right);
         }
     }
     std::vector<Face> faces;
     for (const FaceCandidate& candidate : distinct(std::move(accepted))) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
         const cv::Rect2d box = search.inPicture(candidate.box);
         faces.push_back(faceOf(box, findEyes(image, box, cascades->eyes)));
@@ -294,7 +286,7 @@ std::vector<Face> findWithCascades(const Picture& image, bool profiles, const st
     return faces;
 }
 
-// Nothing if the network cannot be used, which a log line tells.
+// Empty if the network cannot be used; logs why.
 std::optional<std::vector<Face>> findWithNetwork(const Picture& image, const std::string& model)
 {
     try {
@@ -308,25 +300,25 @@ std::optional<std::vector<Face>> findWithNetwork(const Picture& image, const std
         }
         return faces;
     } catch (const std::exception& error) {
-        warn("deblurFaces: the network " + model + " (setting " + kModelKey +
-             ") cannot be used, faces are looked for with cascades: " + error.what());
+        details::logWarning("deblurFaces: the network " + model + " (setting " + kModelKey +
+                            ") is not usable, searching for faces with cascades: " + error.what());
         return std::nullopt;
     }
 }
 
 } // namespace
 
-std::vector<Face> findFaces(const Picture& image, bool profiles, const std::atomic<bool>* cancel)
+std::vector<Face> findFaces(const Picture& image, bool profiles, const RunControl& run)
 {
     if (std::min(image.width(), image.height()) < kSmallestFace)
         return {};
     if (const std::string model = orvosettings().get(kModelKey, std::string()); !model.empty()) {
         if (std::optional<std::vector<Face>> faces = findWithNetwork(image, model))
             return *std::move(faces);
-        if (isSet(cancel))
+        if (run.cancelled())
             return {};
     }
-    return findWithCascades(image, profiles, cancel);
+    return findWithCascades(image, profiles, run);
 }
 
 } // namespace orvo

@@ -1,9 +1,9 @@
-/// Where the faces of a picture are.
+/// Finds the faces of a picture.
 #pragma once
 
 #include <orvo/deblur_ai_effect.hpp>
+#include <orvo_common/run_control.hpp>
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,10 +28,10 @@ struct Face
     std::vector<FaceDisc> eyes;
 };
 
-/// The faces of `image`, no two of which are the same one, from top to bottom and left to right. Looked for in a grey
-/// copy of bounded size, so the cost does not grow with the picture. Empty where there is none, where nothing to look
-/// with is installed (one log line of level Warning tells so), and once `cancel` is set.
+/// The faces of `image`, all different, from top to bottom and left to right. Searches a grey copy of limited size, so
+/// the cost does not grow with the picture. Empty if there are none, if no detector is installed (logs one line of
+/// level Warning), and once `run` is cancelled.
 [[nodiscard]] std::vector<Face> findFaces(const _ImageData<PixelRGB<float>>& image, bool profiles,
-                                          const std::atomic<bool>* cancel);
+                                          const RunControl& run);
 
 } // namespace orvo

@@ -16,9 +16,9 @@ namespace {
 constexpr int kPadding = 32; // px: the network halves the picture five times
 constexpr int kStrides[] = {8, 16, 32};
 constexpr float kLeastScore = 0.75f; // geometric mean of the two scores; published models score true faces at 0.8 to 1
-constexpr double kScoreSteps = 1000.0; // a score as the support of a find
+constexpr double kScoreSteps = 1000.0; // converts a score to the support of a find
 constexpr double kEyeRadius = 0.22;    // of the distance between the eyes
-constexpr double kMostOfPicture = 1.5; // a box larger than that times the picture is nonsense
+constexpr double kMostOfPicture = 1.5; // a box larger than this times the picture is garbage
 constexpr int kBoxValues = 4;
 constexpr int kPointValues = 10;
 
@@ -28,7 +28,7 @@ struct Find
     std::vector<FaceDisc> eyes;
 };
 
-// The outputs of one stride: of each `cells` rows.
+// The outputs of one stride, each with `cells` rows.
 struct Outputs
 {
     Outputs(const std::vector<cv::Mat>& all, std::size_t first, int stride, std::size_t cells)
@@ -44,8 +44,7 @@ private:
     {
         if (blob.depth() != CV_32F || !blob.isContinuous() || blob.total() != expected)
             throw std::runtime_error("output " + (name + std::to_string(stride)) + " has " +
-                                     std::to_string(blob.total()) + " values, " + std::to_string(expected) +
-                                     " were expected");
+                                     std::to_string(blob.total()) + " values, expected " + std::to_string(expected));
         return blob.ptr<float>();
     }
 };
@@ -66,13 +65,13 @@ void collect(std::vector<Find>& finds, const Outputs& out, int stride, cv::Size 
             const double height = std::exp(static_cast<double>(box[3])) * stride;
             const double x = (column + static_cast<double>(box[0])) * stride;
             const double y = (row + static_cast<double>(box[1])) * stride;
-            // Also false for what is not a number.
+            // Also false for NaN.
             const bool plausible = width >= 1.0 && height >= 1.0 && width < kMostOfPicture * picture.width &&
                                    height < kMostOfPicture * picture.height && x > 0.0 && y > 0.0 &&
                                    x < picture.width && y < picture.height;
             if (!plausible)
                 continue;
-            // Cascades frame faces with squares; the masks are made for those.
+            // Cascades frame faces with squares, and the masks are made for those.
             const double side = 0.5 * (width + height);
             Find find{{{x - 0.5 * side, y - 0.5 * side, side, side},
                        1,
@@ -96,8 +95,8 @@ std::vector<Face> facesOfNetwork(const std::filesystem::path& model, const cv::M
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(model, error))
-        throw std::runtime_error("there is no such file");
-    const QuietOpenCv quiet; // what it has to say comes with the exception
+        throw std::runtime_error("no such file");
+    const QuietOpenCv quiet; // its message comes with the exception
     cv::dnn::Net net = cv::dnn::readNetFromONNX(model.string());
     const auto padding = [](int n) { return (kPadding - n % kPadding) % kPadding; };
     cv::Mat padded;

@@ -1,4 +1,4 @@
-/// Faces found by a network.
+/// Finds faces with a network.
 #pragma once
 
 #include "faces/face_detection.hpp"
@@ -10,12 +10,12 @@
 
 namespace orvo {
 
-/// The faces that the network in the ONNX file `model` finds in `picture` (8 bits, blue first), in pixels of it, no two
-/// the same. The network is one of the YuNet family (Wu, Peng, Yu, Machine Intelligence Research 20(5), 2023): from the
-/// picture, 0..255, padded with black to multiples of 32, it makes for each of the strides S = 8, 16, 32 one row for
+/// The different faces that the network in the ONNX file `model` finds in `picture` (8 bits, blue first), in its
+/// pixels. The network is one of the YuNet family (Wu, Peng, Yu, Machine Intelligence Research 20(5), 2023): from the
+/// picture, 0..255, padded with black to multiples of 32, it computes for each of the strides S = 8, 16, 32 one row for
 /// each cell of S x S px: cls_S and obj_S (1 value: whether there is a face), bbox_S (4: its centre from the cell's
 /// corner and the logarithms of its sides, all in units of S) and kps_S (10: right eye, left eye, nose, corners of the
-/// mouth, from the cell's corner). Throws std::exception telling what does not fit.
+/// mouth, from the cell's corner). Throws std::exception that describes the mismatch.
 [[nodiscard]] std::vector<Face> facesOfNetwork(const std::filesystem::path& model, const cv::Mat& picture);
 
 } // namespace orvo

@@ -15,27 +15,27 @@ namespace {
 
 constexpr double kMadOfUnitNoise = 0.6745; // median of |n| for Gaussian n of deviation 1
 
-// Blurs between whose slopes the blur of an edge shows, in px at the finest scale. The first keeps noise from posing
-// as edges.
+// The blur of an edge shows in the ratio of its slopes at two blurs, in px at the finest scale. The first one keeps
+// noise from looking like edges.
 constexpr double kFirstBlur = 0.7;
 constexpr double kSecondBlur = 1.5;
 constexpr double kDifferenceVariance = 1.0 / 3; // px^2: a central difference is a slope averaged over 2 px
 constexpr double kLargestScale = 4.0;           // times the blurs above, for blurs of up to 10 px
-constexpr double kScaleReach = 2.5; // a blur wider than this, in units of the scale, is measured at the next
+constexpr double kScaleReach = 2.5;             // a wider blur, in units of the scale, is measured at the next scale
 constexpr double kEdgeOverNoise = 5.0;
-constexpr double kWeakestEdge = 0.3; // of the slope that the steepest hundredth reach; weaker ones are shading
+constexpr double kWeakestEdge = 0.3; // of the slope of the steepest hundredth; weaker ones are shading
 constexpr double kSharpest = 0.25;   // quantile: soft shadows and hair make many edges look wider than the blur
 constexpr std::size_t kFewestEdges = 24;
 
 // Splitting of the sparse deconvolution (Wang et al., SIAM J. Imaging Sciences 1(3), 2008; Krishnan and Fergus, NIPS
-// 2009): slopes are first held loosely to the picture's, then tighter.
+// 2009): slopes are tied to the picture's loosely at first, then more tightly.
 constexpr double kFirstCoupling = 1.0;
 constexpr double kLastCoupling = 256.0;
 constexpr double kCouplingStep = 2.0 * std::numbers::sqrt2;
 constexpr double kFidelity = 0.2;       // times 1 / noise^2: Krishnan and Fergus's 2000 for noise of 1 percent
-constexpr double kLeastNoise = 0.002;   // half a step of 8 bits: below, rounding is the noise
-constexpr double kCoring = 1.0;         // times the noise: changes no larger than that are mostly noise
-constexpr float kTiny = 1e-12f;         // keeps 0 / 0 away
+constexpr double kLeastNoise = 0.002;   // half a step of 8 bits: below that, rounding is the noise
+constexpr double kCoring = 1.0;         // times the noise: smaller changes are mostly noise
+constexpr float kTiny = 1e-12f;         // avoids 0 / 0
 constexpr double kOvershoot = 0.12;     // of the contrast of the surroundings,
 constexpr float kMostOvershoot = 0.02f; // and of full scale
 
@@ -94,12 +94,12 @@ double blurAtScale(const cv::Mat& luminance, double noise, double scale)
 {
     const int width = luminance.cols, height = luminance.rows;
     if (width < 5 || height < 5)
-        return 0.0; // a crest looks two pixels around itself
+        return 0.0; // a crest needs two pixels around it
     const FacePlane once(luminance.size()), twice(luminance.size());
     cv::GaussianBlur(luminance, once.mat(), {}, kFirstBlur * scale, 0.0, cv::BORDER_REFLECT);
     cv::GaussianBlur(luminance, twice.mat(), {}, kSecondBlur * scale, 0.0, cv::BORDER_REFLECT);
     const Slopes first(once), second(twice);
-    std::vector<float, ManagedAllocator<float>> steepness; // of every fourth pixel, which tells the quantile as well
+    std::vector<float, ManagedAllocator<float>> steepness; // of every fourth pixel, which is enough for the quantile
     for (int y = 2; y + 2 < height; y += 2)
         for (int x = 2; x + 2 < width; x += 2)
             steepness.push_back(first.size(y, x));
@@ -119,7 +119,7 @@ double blurAtScale(const cv::Mat& luminance, double noise, double scale)
             const double ratio = s / std::max(static_cast<double>(second.size(y, x)), 1e-9);
             const double r2 = ratio * ratio;
             if (r2 <= 1.0)
-                continue; // softer than can be told
+                continue; // too soft to measure
             sigmas.push_back(static_cast<float>(std::sqrt(std::max((b2 - r2 * a2) / (r2 - 1.0), 0.0))));
         }
     if (sigmas.size() < kFewestEdges)
@@ -129,7 +129,7 @@ double blurAtScale(const cv::Mat& luminance, double noise, double scale)
     return static_cast<double>(*sharp);
 }
 
-// What the operators do to each frequency of a plane whose borders are mirrored, one factor a row and a column.
+// The frequency response of the operators on a plane with mirrored borders, one factor per row and column.
 struct Spectrum
 {
     Spectrum(int count, double sigma)
@@ -145,12 +145,12 @@ struct Spectrum
     std::vector<double> blur, laplacian;
 };
 
-// Slopes of `x`, shrunk by `threshold`, and of those the negative divergence: what the prior wants the Laplacian of the
-// picture to be. Written row by row from `x`; a slope that two rows share is worked out in both.
+// The negative divergence of the slopes of `x` shrunk by `threshold`: the prior's estimate of the Laplacian of the
+// picture. Written row by row from `x`; a slope shared by two rows is computed for both.
 void sparseLaplacian(const FacePlane& x, const FacePlane& out, float threshold)
 {
     const int width = x.size().width, height = x.size().height;
-    // Isotropic shrinkage: the direction of a slope stays.
+    // Isotropic shrinkage keeps the direction of a slope.
     const auto shrunk = [&](int row, int column, bool vertical) {
         const float h = column + 1 < width ? x.row(row)[column + 1] - x.row(row)[column] : 0.0f;
         const float v = row + 1 < height ? x.row(row + 1)[column] - x.row(row)[column] : 0.0f;
@@ -170,11 +170,8 @@ void sparseLaplacian(const FacePlane& x, const FacePlane& out, float threshold)
     });
 }
 
-bool isSet(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
 // The sharp picture, as cosine coefficients in `spectrum`. `estimate` starts as the blurred picture.
-bool deconvolve(const FacePlane& estimate, const FacePlane& spectrum, double sigma, double noise,
-                const std::atomic<bool>* cancel)
+bool deconvolve(const FacePlane& estimate, const FacePlane& spectrum, double sigma, double noise, const RunControl& run)
 {
     const cv::Size size = estimate.size();
     const Spectrum across(size.width, sigma), down(size.height, sigma);
@@ -184,7 +181,7 @@ bool deconvolve(const FacePlane& estimate, const FacePlane& spectrum, double sig
     const double limited = std::max(noise, kLeastNoise);
     const double fidelity = kFidelity / (limited * limited);
     for (double coupling = kFirstCoupling; coupling < kLastCoupling; coupling *= kCouplingStep) {
-        if (isSet(cancel))
+        if (run.cancelled())
             return false;
         sparseLaplacian(estimate, spectrum, static_cast<float>(1.0 / coupling));
         cv::dct(spectrum.mat(), spectrum.mat());
@@ -239,18 +236,18 @@ double measuredBlur(const cv::Mat& luminance, double noise)
 }
 
 bool lostDetail(const FacePlane& luminance, const FacePlane& contrast, double sigma, double noise,
-                const std::atomic<bool>* cancel)
+                const RunControl& run)
 {
     const cv::Size size = luminance.size();
     const FacePlane spectrum(size);
     {
         const FacePlane estimate(size);
         luminance.mat().copyTo(estimate.mat());
-        if (!deconvolve(estimate, spectrum, sigma, noise, cancel))
+        if (!deconvolve(estimate, spectrum, sigma, noise, run))
             return false;
     }
-    // What the blur takes away from the estimate is added to the picture, rather than the estimate put in its place:
-    // grain, which the estimate lacks, then stays as it is.
+    // Adds to the picture what the blur removes from the estimate, instead of replacing the picture by the estimate:
+    // grain, which the estimate lacks, then stays unchanged.
     const Spectrum across(size.width, sigma), down(size.height, sigma);
     forEachRow(size.height, [&](int y) {
         float* const row = spectrum.row(y);

@@ -1,6 +1,7 @@
 #include <orvo/finishing.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/local_laplacian.hpp>
 
@@ -11,23 +12,20 @@
 namespace orvo {
 namespace {
 
-constexpr float kFullScale16 = 32767.0f;
 constexpr float kMostDetail = 1.0f;   // log2 of the gain of small differences at value 1
 constexpr float kNoise = 0.0045f;     // encoded; smaller changes of luminance would raise noise, see cored()
-constexpr float kEdge = 0.2f;         // encoded; larger differences are edges and stay as they are
-constexpr int kIntensities = 12;      // closer than kEdge / 2, so that none falls between two of them
-constexpr float kShadowGuard = 0.02f; // added to luminance before ratios, so that black does not gain colour noise
-
-float luminance(const PixelRGB<float>& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; } // as the merge has it
+constexpr float kEdge = 0.2f;         // encoded; larger differences are edges and stay unchanged
+constexpr int kIntensities = 12;      // closer than kEdge / 2, so that no value is between two of them
+constexpr float kShadowGuard = 0.02f; // added to luminance before ratios, so that black gains no colour noise
 
 std::int16_t quantised(float value)
 {
     const float limited = value > 0.0f ? std::min(value, 1.0f) : 0.0f; // NaN gives 0
-    return static_cast<std::int16_t>(limited * kFullScale16 + 0.5f);
+    return static_cast<std::int16_t>(limited * grfx::kGray16White + 0.5f);
 }
 
-// The filter's own floor compares with the sampled intensities, which lie further apart than noise is wide, so noise
-// is held back here: what the filter adds to it is small, what it adds to structure is not.
+// The filter's own floor compares with the sampled intensities, whose spacing exceeds the width of noise, so noise is
+// suppressed here: the filter adds little to it, but much to structure.
 float cored(float change)
 {
     const float square = change * change;
@@ -36,9 +34,9 @@ float cored(float change)
 
 void addToLuminance(PixelRGB<float>& p, float change)
 {
-    const float y = std::max(luminance(p), 0.0f) + kShadowGuard;
+    const float y = std::max(luma601(p), 0.0f) + kShadowGuard;
     float factor = std::max((y + change) / y, 0.0f);
-    // A channel at its end cannot follow; the others then wait for it, so that hue stays.
+    // A channel at the end of its range cannot follow; the others then stay too, to keep the hue.
     const float strongest = std::max({p.r, p.g, p.b});
     if (factor > 1.0f && strongest * factor > 1.0f)
         factor = std::max(1.0f, 1.0f / strongest);
@@ -58,16 +56,16 @@ void applyDetails(PixelRGB<float>* pixels, int width, int height, float value)
     const ManagedPlane<std::int16_t> plane(count);
     forEachRange(count, [&](std::size_t first, std::size_t last) {
         for (std::size_t i = first; i != last; ++i)
-            plane[i] = quantised(luminance(pixels[i]));
+            plane[i] = quantised(luma601(pixels[i]));
     });
     grfx::local_laplacian_gray16(plane.data(), width, height, width, kMostDetail * std::min(value, 1.0f), 0.0f,
                                  kIntensities, kEdge, 1.0f);
     forEachRange(count, [&](std::size_t first, std::size_t last) {
         for (std::size_t i = first; i != last; ++i) {
-            const float y = luminance(pixels[i]);
+            const float y = luma601(pixels[i]);
             const int change = plane[i] - quantised(y);
             if (change != 0 && std::isfinite(y))
-                addToLuminance(pixels[i], cored(static_cast<float>(change) / kFullScale16));
+                addToLuminance(pixels[i], cored(static_cast<float>(change) / grfx::kGray16White));
         }
     });
 }

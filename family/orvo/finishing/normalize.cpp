@@ -1,6 +1,7 @@
 #include <orvo/finishing.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/local_laplacian.hpp>
 
@@ -14,49 +15,49 @@
 namespace orvo {
 namespace {
 
-constexpr int kBins = 4097;     // of a histogram over 0..kTop: finer than a step of 8 bits, and 1 is one of them
+constexpr int kBins = 4097;     // of a histogram over 0..kTop: finer than a step of 8 bits, with 1 as one of them
 constexpr float kTop = 2.0f;    // brighter pixels count as this bright
 constexpr double kTail = 0.001; // share of the pixels beyond each of the two points
-constexpr int kBands = 64;      // of rows, with a histogram each: integers, so any order of adding gives the same
+constexpr int kBands = 64;      // of rows, each with a histogram of integers: any order of adding gives the same sums
 
 constexpr float kNormalBlack = 0.01f;  // a black point up to here is normal
 constexpr float kNormalWhite = 0.985f; // and a white point from here to 1
-constexpr float kMostBlack = 0.1f;     // no more is taken off: haze is part of many pictures
+constexpr float kMostBlack = 0.1f;     // maximum subtracted: haze is part of many pictures
 constexpr float kMostGain = 1.6f;      // less than a stop, encoded
 constexpr float kLeastGain = 0.7f;
 
-// A blend that no longer reaches the ends of the scale has been flattened inside as well: the mean of a bright and a
-// dark frame holds half of each frame's contrast. From the first share of missing scale on local contrast is raised,
-// from the second on fully, by a local Laplacian filter, which leaves edges without halo.
+// A blend that no longer reaches the ends of the scale has lost contrast inside as well: the mean of a bright and a
+// dark frame keeps half of each frame's contrast. A local Laplacian filter, which leaves edges without halo, raises
+// local contrast, from the first share of missing scale on and fully from the second.
 constexpr float kNoticedLoss = 0.04f;
 constexpr float kFullLoss = 0.1f;
-// Such a blend is darker than its frames, too: each of many dark frames takes its share. A middle tone below the first
-// is lifted up to it, by at most the second, the gain of the deepest shadows less one.
+// Such a blend is also darker than its frames, because many dark frames contribute to it. A middle tone below the first
+// is lifted up to it, by at most the second, the gain of the deepest shadows minus one.
 constexpr float kDarkMiddle = 0.34f;
 constexpr float kMostLift = 0.5f;
 constexpr float kDetail = 1.1f;        // log2 of the gain of the finest differences
-constexpr float kFineGain = 1.5f;      // plain, and less: the finest differences hold the noise
+constexpr float kFineGain = 1.5f;      // plain, and lower: the finest differences contain the noise
 constexpr float kDetailFloor = 0.004f; // a step of 8 bits is noise
 constexpr int kDetailSamples = 9;
 constexpr float kDetailThreshold = 0.4f;
-// What is bright in the blend is the mean of a dark frame and of brighter ones that hold nothing there, so highlights
-// have lost the most and get the whole of it. Shadows come from the brightest frame nearly as they were: there only
-// this share is raised, which spares their noise.
+// Bright parts of the blend are the mean of a dark frame and of brighter ones that are clipped there, so highlights
+// have lost the most contrast and get the full correction. Shadows come almost unchanged from the brightest frame: they
+// get only this share, which also spares their noise.
 constexpr float kShadowShare = 0.6f;
 constexpr float kShadowTone = 0.2f;
 constexpr float kHighlightTone = 0.6f;
 
-// Stretched tones run smoothly below white instead of ending there: from the first on, never beyond the second.
+// Stretched tones approach white smoothly instead of clipping: from the first on, never beyond the second.
 constexpr float kShoulder = 0.95f;
 constexpr float kTopTone = 0.997f;
-// Local contrast takes no more from a tone than leaves this share of it, so that no shadow is lost.
+// Local contrast leaves at least this share of a tone, so that no shadow is lost.
 constexpr float kDarkestShare = 0.6f;
 
-// White points below these are meant to be dark: brightening fades out between them.
+// White points below these are dark on purpose: brightening fades out between them.
 constexpr float kNightWhite = 0.3f;
 constexpr float kDayWhite = 0.6f;
 
-// The same for the distance of the points: a wall of fog, or one colour, has no contrast that could be restored.
+// The same for the distance of the points: a wall of fog, or a single colour, has no contrast to restore.
 constexpr float kFlatRange = 0.1f;
 constexpr float kFullRange = 0.35f;
 
@@ -68,10 +69,8 @@ struct BandHistograms
     Histogram strongest{};
 };
 
-float luminance(const PixelRGB<float>& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; } // as the merge has it
-
-// The strongest channel in sRGB, in which most pictures end up: what fills the wide working space is beyond white
-// there. Light is taken as the square of the value, near enough to judge white by.
+// The strongest channel in sRGB, the final space of most pictures: colours that fill the wide working space are beyond
+// white there. Approximates light by the square of the value, precise enough to judge white.
 float strongestChannel(const PixelRGB<float>& p)
 {
     const float r = p.r * p.r;
@@ -105,11 +104,11 @@ struct Points
     float light = 1.0f; // the white point of luminance alone
 };
 
-// White is between the luminance and the strongest channel of the brightest pixels: by the latter alone one coloured
-// lamp would keep the picture dark, and what the former drives over white the shoulder takes back.
+// White is between the luminance and the strongest channel of the brightest pixels: with the latter alone one coloured
+// lamp would keep the picture dark, and the shoulder compresses what the former pushes over white.
 constexpr float kShareOfStrongest = 0.4f;
 
-// Black by luminance.
+// Measures black by luminance.
 Points measure(const PixelRGB<float>* pixels, int width, int height)
 {
     std::vector<BandHistograms> bands(kBands);
@@ -118,7 +117,7 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
         const auto edge = [height](int index) { return static_cast<std::int64_t>(height) * index / kBands; };
         const PixelRGB<float>* const end = pixels + edge(band + 1) * width;
         for (const PixelRGB<float>* p = pixels + edge(band) * width; p != end; ++p) {
-            const float y = luminance(*p);
+            const float y = luma601(*p);
             if (!std::isfinite(y))
                 continue;
             ++own.luminance[binOf(y)];
@@ -156,9 +155,9 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
 
 struct Levels
 {
-    float black = 0.0f; // taken off luminance
+    float black = 0.0f; // subtracted from luminance
     float gain = 1.0f;
-    float detail = 0.0f; // share of the local contrast that is raised, 0..1
+    float detail = 0.0f; // strength of the local contrast, 0..1
     float lift = 0.0f;   // of dark middle tones
     [[nodiscard]] bool isNeutral() const { return black == 0.0f && gain == 1.0f && detail == 0.0f && lift == 0.0f; }
 };
@@ -182,8 +181,8 @@ Levels plan(const Points& points)
     return levels;
 }
 
-// What luminance gains where its local contrast is raised. The filter works at half size, for a quarter of the time;
-// the finest differences, which that does not see, are raised by the same curve.
+// The gain of luminance from local contrast. The filter runs at half size, for a quarter of the time; the finest
+// differences, which it misses there, are raised by the same curve.
 class LocalContrast
 {
 public:
@@ -200,9 +199,9 @@ public:
             for (int x = 0; x < width; ++x) {
                 const PixelRGB<float>* const p = row + 2 * x;
                 const float mean =
-                    0.25f * (luminance(p[0]) + luminance(p[right]) + luminance(p[down]) + luminance(p[down + right]));
+                    0.25f * (luma601(p[0]) + luma601(p[right]) + luma601(p[down]) + luma601(p[down + right]));
                 const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f;
-                raised[at(x, y)] = static_cast<std::int16_t>(limited * kWhite15);
+                raised[at(x, y)] = static_cast<std::int16_t>(limited * grfx::kGray16White);
                 base[at(x, y)] = limited;
             }
         });
@@ -210,7 +209,7 @@ public:
                                      kDetailThreshold, 1.0f);
         forEachRow(height, [&](int y) {
             for (int x = 0; x < width; ++x)
-                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / kWhite15 - base[at(x, y)];
+                change[at(x, y)] = static_cast<float>(raised[at(x, y)]) / grfx::kGray16White - base[at(x, y)];
         });
     }
 
@@ -227,14 +226,13 @@ public:
     }
 
 private:
-    static constexpr float kWhite15 = 32767.0f;
     struct Corners
     {
         std::size_t upperLeft, upperRight, lowerLeft, lowerRight;
         float u, v; // shares of right and lower
     };
 
-    // A sample of the half size lies between two pixels of the full one.
+    // A sample of the half size is between two pixels of the full one.
     [[nodiscard]] Corners cornersOf(int x, int y) const
     {
         const int left = std::clamp((x - 1) / 2, 0, width - 1);
@@ -263,8 +261,8 @@ private:
     ManagedPlane<float> change; // what the filter adds to it
 };
 
-// Luminance loses `black`; near it a parabola of the same slope takes over, so that shadows end at 0 without being cut
-// off.
+// Subtracts `black` from luminance; near it a parabola with the same slope takes over, so that shadows end at 0 without
+// clipping.
 float leveled(float y, const Levels& levels)
 {
     const float black = levels.black;
@@ -273,7 +271,7 @@ float leveled(float y, const Levels& levels)
     return scaled < 1.0f ? scaled * (1.0f + levels.lift) / (1.0f + levels.lift * scaled) : scaled;
 }
 
-// Below white with an unbroken slope. Tones that were at white before may be there again.
+// Stays below white with a continuous slope. Tones that were at white before may be there again.
 float shouldered(float strongest, float before)
 {
     const float top = std::max(kTopTone, std::min(before, 1.0f));
@@ -300,7 +298,7 @@ void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
         PixelRGB<float>* const line = pixels + static_cast<std::ptrdiff_t>(row) * width;
         for (int x = 0; x < width; ++x) {
             PixelRGB<float>& p = line[x];
-            const float y = luminance(p);
+            const float y = luma601(p);
             if (!std::isfinite(y) || y <= 0.0f)
                 continue;
             float target = leveled(y, levels);

@@ -2,6 +2,7 @@
 
 #include <orvo/finishing.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
@@ -16,17 +17,18 @@ namespace {
 using Picture = _ImageData<PixelRGB<float>>;
 using Colour = std::array<double, 3>;
 
-constexpr int kSmallSide = 384;        // px: the cast is judged on a small version
-constexpr double kMinkowskiNorm = 6.0; // found best by Finlayson and Trezzi 2004, and by van de Weijer et al. 2007
-constexpr float kClipped = 0.9f;       // linear; a clipped pixel has lost its colour
-constexpr float kDark = 0.005f;        // linear luminance; below it there is noise
+constexpr int kSmallSide = 384; // px: the cast is estimated on a small version
+constexpr double kMinkowskiNorm =
+    6.0;                         // the best value for Finlayson and Trezzi 2004, and for van de Weijer et al. 2007
+constexpr float kClipped = 0.9f; // linear; a clipped pixel has lost its colour
+constexpr float kDark = 0.005f;  // linear luminance; noise dominates below it
 constexpr std::size_t kLeastPixels = 64;
 constexpr double kGrayRange = 0.35;      // log2 distance from the estimate within which a pixel counts as gray
-constexpr double kDisagreement = 0.5;    // log2 distance of two views of the cast at which little trust is left
+constexpr double kDisagreement = 0.5;    // log2 distance of two estimates of the cast at which little trust is left
 constexpr double kMostTemperature = 2.0; // log2 of red over blue: from daylight to candles and deep shade
-constexpr double kMostTint = 0.35;       // log2 of green over the mean of the others: lights hardly differ that way
-constexpr double kNoCast = 0.005;        // log2; less cannot be seen
-constexpr float kFadeStart = 0.75f;      // linear level at which whites begin to be left alone: clipped ones are white
+constexpr double kMostTint = 0.35;       // log2 of green over the mean of the others: lights hardly differ in it
+constexpr double kNoCast = 0.005;        // log2; less is invisible
+constexpr float kFadeStart = 0.75f;      // linear level from which whites are protected: clipped ones are white
 
 Colour linearOf(const PixelRGB<float>& p, bool linear)
 {
@@ -35,7 +37,7 @@ Colour linearOf(const PixelRGB<float>& p, bool linear)
     return {decode(p.r), decode(p.g), decode(p.b)};
 }
 
-double luminance(const Colour& c) { return 0.299 * c[0] + 0.587 * c[1] + 0.114 * c[2]; }
+double luminance(const Colour& c) { return luma601(c[0], c[1], c[2]); }
 
 bool usable(const Colour& c)
 {
@@ -90,9 +92,8 @@ public:
             colours[i] = linearOf(small.data()[i], linear);
     }
 
-    // The mean of three views: all pixels (shades of gray), edges (gray edge of first order), and, about what these
-    // say, the pixels that are gray under such a light. The first two are led astray by large areas of one colour,
-    // the third hardly.
+    // The mean of three estimates: all pixels (shades of gray), edges (gray edge of first order), and the pixels that
+    // are gray under roughly such a light. Large areas of one colour mislead the first two, but hardly the third.
     [[nodiscard]] Cast estimate() const
     {
         const std::optional<Cast> shades = ofPixels(nullptr, kMinkowskiNorm);
@@ -113,8 +114,8 @@ public:
 private:
     static Cast mean(const Cast& a, const Cast& b) { return {(a.red + b.red) / 2.0, (a.blue + b.blue) / 2.0}; }
 
-    // Under one light both views see the same cast. Where they do not, the colour is one of things: a blue sky has the
-    // areas and yellow trees have the edges. Then nothing is certain, and less is changed.
+    // Under one light both estimates agree. Where they do not, the colour belongs to objects: a blue sky dominates the
+    // areas and yellow trees the edges. The result is then uncertain, and less is changed.
     static double trust(const Cast& areas, const Cast& edges)
     {
         const double apart = std::hypot(areas.red - edges.red, areas.blue - edges.blue) / kDisagreement;
@@ -179,8 +180,8 @@ _Size<int> smallSize(const _Size<int>& size)
     return {scaled(size.width), scaled(size.height)};
 }
 
-// Near white the change fades out: what is clipped is white under any light, and would turn into the colour opposite
-// to the cast.
+// Near white the change fades out: clipped pixels are white under any light, and would turn to the opposite colour of
+// the cast.
 float shareAt(const PixelRGB<float>& light)
 {
     const float sum = light.r + light.g + light.b;
@@ -204,7 +205,7 @@ void applyWB(PicturePointer& image, float value)
     if (std::max(std::abs(cast.red), std::abs(cast.blue)) * share < kNoCast)
         return;
 
-    // Gains that take the cast out and leave the luminance of a gray under it as it was.
+    // Gains that remove the cast and keep the luminance of a gray under it.
     const Colour light{std::exp2(cast.red * share), 1.0, std::exp2(cast.blue * share)};
     const double level = luminance(light);
     const PixelRGB<float> gain{static_cast<float>(level / light[0]), static_cast<float>(level / light[1]),

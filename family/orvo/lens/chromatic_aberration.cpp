@@ -11,7 +11,7 @@ void applyChromaticAbberationsCorrection(PicturePointer& image)
         return;
     const ScopedTimer timer("applyChromaticAbberationsCorrection", 0);
     const std::vector<details::EdgePatch> patches = details::findEdgePatches(*image);
-    // Both are measured against green, which stays, so the order does not matter.
+    // Both are measured against green, which does not change, so the order does not matter.
     for (const details::Channel channel : {details::Channel::Red, details::Channel::Blue}) {
         const details::RadialScale scale = details::fitRadialScale(*image, channel, patches);
         if (scale.constant != 0.0 || scale.cubic != 0.0)

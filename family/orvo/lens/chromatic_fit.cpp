@@ -17,24 +17,24 @@ namespace {
 constexpr int kRadius = 10; // of a patch: wide enough for an edge with its surroundings
 constexpr int kSide = 2 * kRadius + 1;
 constexpr int kSamples = kSide * kSide;
-constexpr double kShiftPerHalfDiagonal = 0.0022; // largest shift looked for: strong lenses draw 0.15 percent apart
+constexpr double kShiftPerHalfDiagonal = 0.0022; // largest shift searched: strong lenses separate by 0.15 percent
 constexpr int kLeastSearch = 2;                  // px, in small pictures
 constexpr int kMostSearch = 8;                   // px; beyond it an edge is mistaken for its neighbour
 constexpr int kCellsAcross = 48;                 // along the longer side: some 1500 patches at most
 constexpr int kSmallestCell = 24;                // px, so that patches overlap by half at most
-constexpr double kInnermost = 0.15;     // of half the diagonal: nearer to the centre shifts are too small to tell
-constexpr float kLeastGradient = 0.03f; // encoded, from pixel to pixel: below it there is more noise than edge
-constexpr float kSaturated = 0.98f;     // encoded; a clipped edge moves with its brightness, not with its colour
+constexpr double kInnermost = 0.15;     // of half the diagonal: nearer to the centre shifts are too small to measure
+constexpr float kLeastGradient = 0.03f; // encoded, from pixel to pixel: below it noise exceeds the edge
+constexpr float kSaturated = 0.98f;     // encoded; a clipped edge shifts with its brightness, not with its colour
 constexpr int kMostSaturated = kSamples / 50;
 constexpr double kLeastCorrelation = 0.9; // between the channels; below it the edge is one of colour
-constexpr double kShiftNoise = 0.08;      // px, of a good patch beside its own noise: demosaicing, JPEG
+constexpr double kShiftNoise = 0.08;      // px, of a good patch besides its own noise: demosaicing, JPEG
 constexpr std::size_t kLeastPatches = 16;
-constexpr double kLeastCornerShift = 0.12;  // px; less cannot be seen, so the picture had better stay as it is
-constexpr double kMostCornerShare = 0.003;  // of half the diagonal; more is no lens
-constexpr double kLeastSignificance = 30.0; // of the F statistic; the one-in-a-million bound lies near 15
-constexpr double kCubicPrior = 0.003;       // expected size of the cubic term, which rules it where corners are bare
+constexpr double kLeastCornerShift = 0.12;  // px; less is invisible, so the picture better stays as it is
+constexpr double kMostCornerShare = 0.003;  // of half the diagonal; no lens has more
+constexpr double kLeastSignificance = 30.0; // of the F statistic; the one-in-a-million limit is near 15
+constexpr double kCubicPrior = 0.003;       // expected size of the cubic term; decides where corners are empty
 
-// Measured in encoded values, where noise is about the same in shadows and lights.
+// Measures in encoded values, where noise is about the same in shadows and lights.
 struct Reader
 {
     explicit Reader(const _ImageData<PixelRGB<float>>& image_)
@@ -72,9 +72,9 @@ int searchRange(double halfDiagonal)
     return std::clamp(static_cast<int>(std::ceil(halfDiagonal * kShiftPerHalfDiagonal)), kLeastSearch, kMostSearch);
 }
 
-int patchMargin(double halfDiagonal) { return kRadius + searchRange(halfDiagonal) + 3; } // 3: the cubic's reach
+int patchMargin(double halfDiagonal) { return kRadius + searchRange(halfDiagonal) + 3; } // 3: reach of the cubic
 
-// The place of the strongest radial gradient in a cell.
+// The position of the strongest radial gradient in a cell.
 std::optional<EdgePatch> strongestEdge(const Reader& reader, const Centre& centre, const _Rect<int>& cell)
 {
     std::optional<EdgePatch> best;
@@ -98,7 +98,7 @@ std::optional<EdgePatch> strongestEdge(const Reader& reader, const Centre& centr
     return best;
 }
 
-// A patch of green with a margin, and the same place in the other channel.
+// A patch of green with a margin, and the same patch of the other channel.
 class PatchMatcher
 {
 public:
@@ -157,7 +157,7 @@ private:
                static_cast<std::size_t>(u + reach);
     }
 
-    // Green as it would lie if it were drawn `shift` pixels further out, over the patch and one sample around it.
+    // Green shifted `shift` pixels outwards, over the patch and one sample around it.
     void shifted(double shift, std::array<float, kSamples>& values, std::array<float, kSamples>& slopes) const
     {
         const auto sampleAt = [this](double u, double v) {
@@ -275,7 +275,7 @@ double median(std::vector<double> values)
     return *middle;
 }
 
-// Least squares with the weights given, and a weak expectation that the cubic term is small.
+// Least squares with the given weights, and a weak prior that the cubic term is small.
 RadialScale solve(const std::vector<Measurement>& data, const std::vector<double>& weights, double halfDiagonal)
 {
     double aa = 0.0, ab = 0.0, bb = 0.0, ay = 0.0, by = 0.0;
@@ -293,7 +293,7 @@ RadialScale solve(const std::vector<Measurement>& data, const std::vector<double
     return {(ay * bb - by * ab) / determinant, (by * aa - ay * ab) / determinant};
 }
 
-// Iterated reweighting with Tukey's biweight, its scale by the median of the residuals. Starts from the fit of
+// Iterated reweighting with Tukey's biweight, its scale from the median of the residuals. Starts from a fit with
 // Huber's weights about zero.
 RadialScale robustFit(const std::vector<Measurement>& data, double halfDiagonal, std::vector<double>& weights)
 {
@@ -319,7 +319,7 @@ RadialScale robustFit(const std::vector<Measurement>& data, double halfDiagonal,
     return fit;
 }
 
-// Whether the fit explains the shifts so much better than no shift that chance is out of the question.
+// Whether the fit explains the shifts so much better than no shift that chance can be excluded.
 bool significant(const std::vector<Measurement>& data, const std::vector<double>& weights, const RadialScale& fit,
                  double halfDiagonal)
 {
@@ -334,10 +334,10 @@ bool significant(const std::vector<Measurement>& data, const std::vector<double>
         total += weights[i];
         squares += weights[i] * weights[i];
     }
-    const double count = squares > 0.0 ? total * total / squares : 0.0; // as if weights were equal
+    const double count = squares > 0.0 ? total * total / squares : 0.0; // effective number for equal weights
     if (count < static_cast<double>(kLeastPatches))
         return false;
-    // Never taken as better than patches can be measured.
+    // Never better than the precision of a patch.
     const double spread = std::max(after / (count - 2.0), total / count * kShiftNoise * kShiftNoise * 0.05);
     return (before - after) / 2.0 > kLeastSignificance * spread;
 }

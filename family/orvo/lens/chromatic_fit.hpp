@@ -1,4 +1,4 @@
-// Measures lateral chromatic aberration: how much larger red and blue are drawn than green.
+// Measures lateral chromatic aberration: how much larger red and blue are imaged than green.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -13,8 +13,8 @@ enum class Channel
     Blue
 };
 
-/// What is drawn at the distance r from the centre in green lies at r * (1 + constant + cubic * (r / R)^2) in the
-/// other channel; R is half the diagonal of the picture.
+/// A point at the distance r from the centre in green is at r * (1 + constant + cubic * (r / R)^2) in the other
+/// channel; R is half the diagonal of the picture.
 struct RadialScale
 {
     double constant = 0.0;
@@ -28,17 +28,17 @@ struct RadialScale
     }
 };
 
-/// A square about an edge that runs across the direction to the centre, where a radial shift shows best.
+/// A square around an edge across the direction to the centre, where a radial shift shows best.
 struct EdgePatch
 {
     int x = 0; ///< centre
     int y = 0;
 };
 
-/// Places to measure at, spread over the picture, found in its green channel. The same for any number of threads.
+/// Places to measure, spread over the picture, found in its green channel. The same for any number of threads.
 [[nodiscard]] std::vector<EdgePatch> findEdgePatches(const _ImageData<PixelRGB<float>>& image);
 
-/// The scale of `channel`, fitted robustly to the shifts of the patches; zero in both terms if the fit is not
+/// The scale of `channel`, fitted robustly to the shifts of the patches; both terms are zero if the fit is not
 /// significant or not plausible.
 [[nodiscard]] RadialScale fitRadialScale(const _ImageData<PixelRGB<float>>& image, Channel channel,
                                          const std::vector<EdgePatch>& patches);

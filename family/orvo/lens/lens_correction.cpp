@@ -16,8 +16,8 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-// Vignetting changes by less than a part in ten thousand of its curvature over so few pixels, so it is asked for on a
-// grid and interpolated between.
+// Vignetting changes by less than a part in ten thousand of its curvature over so few pixels, so it is evaluated on a
+// grid and interpolated in between.
 constexpr int kGridStep = 16;
 
 class GainGrid
@@ -58,7 +58,7 @@ private:
     std::vector<float> gains;
 };
 
-// The picture at a place between its pixels; its edge goes on outside.
+// The picture at a position between its pixels; its edge is repeated outside.
 PixelRGB<float> sampleAt(const Picture& picture, float x, float y)
 {
     const float sx = std::clamp(x, 0.0f, static_cast<float>(picture.width() - 1));

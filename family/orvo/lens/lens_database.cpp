@@ -22,18 +22,18 @@
 namespace orvo::details {
 namespace {
 
-constexpr float kFarAway = 1000.0f;     // m, where the distance is not told: as good as infinite for any lens
-constexpr float kFocalTolerance = 0.1f; // share by which the focal length told may lie outside the lens's range
-constexpr float kStoppedDown = 8.0f;    // f-number where none is told: only mechanical vignetting is left there
-constexpr float kMostGain = 8.0f;       // three stops; beyond it the model is outside what was measured
+constexpr float kFarAway = 1000.0f;     // m, for an unknown distance: as good as infinite for any lens
+constexpr float kFocalTolerance = 0.1f; // share by which the focal length may be outside the lens's range
+constexpr float kStoppedDown = 8.0f;    // f-number if none is known: only mechanical vignetting is left there
+constexpr float kMostGain = 8.0f;       // three stops; beyond it the model is outside its measured range
 
 struct FreeList
 {
     void operator()(const void* list) const { lf_free(const_cast<void*>(list)); }
 };
 
-// The database of the process, read at first use. Kept behind a lock also for looking up: lensfun compiles its
-// patterns for lens names at the first use, without one of its own.
+// The database of the process, read at first use. Queries take the lock too: lensfun compiles its patterns for lens
+// names at first use, without a lock of its own.
 class Database
 {
 public:
@@ -45,7 +45,7 @@ public:
 
     [[nodiscard]] bool loaded() const { return found; }
 
-    // Camera and lens stay valid as long as the process.
+    // Camera and lens stay valid for the lifetime of the process.
     [[nodiscard]] const lfCamera* camera(const ImageMetadata& metadata)
     {
         if (metadata.cameraModel.empty())
@@ -59,8 +59,8 @@ public:
 
     [[nodiscard]] const lfLens* lens(const lfCamera& camera, const ImageMetadata& metadata)
     {
-        // By lensfun's convention the mount of a camera with a fixed lens begins with a small letter. Such a camera
-        // names its lens rarely, and there is only one; any other lens has to be named.
+        // By lensfun's convention the mount of a camera with a fixed lens begins with a lower-case letter. Such a
+        // camera rarely names its lens, and there is only one; any other lens must be named.
         const bool fixed = camera.Mount != nullptr && std::islower(static_cast<unsigned char>(camera.Mount[0])) != 0;
         if (!fixed && metadata.lensModel.empty())
             return nullptr;
@@ -79,7 +79,7 @@ private:
     Database()
     {
 #ifdef ORVO_LEAK_CHECKED
-        // lensfun 0.3.3 forgets the names of the folders that it looks into, once per process.
+        // lensfun 0.3.3 leaks the names of the folders it searches, once per process.
         const __lsan::ScopedDisabler disabler;
 #endif
         found = database.Load() == LF_NO_ERROR;

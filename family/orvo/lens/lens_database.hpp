@@ -1,4 +1,4 @@
-// What lensfun knows of a lens, behind an interface of our own: its header is seen by lens_database.cpp alone.
+// lensfun's data on a lens, behind our own interface: only lens_database.cpp includes its header.
 #pragma once
 
 #include <orvo_core/geometry.hpp>
@@ -17,15 +17,15 @@ public:
     [[nodiscard]] virtual bool bends() const = 0;
     [[nodiscard]] virtual bool darkens() const = 0;
 
-    /// Where the pixels of row `y` of the corrected picture lie in the uncorrected one: x, y of each in turn. Only if
-    /// bends(). Scaled so that the corrected picture is filled.
+    /// The positions in the uncorrected picture of the pixels of row `y` of the corrected one: x, y of each in turn.
+    /// Only if bends(). Scaled so that the corrected picture is filled.
     virtual void sourcePlaces(int y, float* places) const = 0;
 
-    /// By how much the light at a place of the uncorrected picture has to be raised. Only if darkens().
+    /// The factor by which the light at a position of the uncorrected picture must be raised. Only if darkens().
     [[nodiscard]] virtual float gainAt(float x, float y) const = 0;
 };
 
-/// Empty if the camera or its lens is unknown, if nothing was measured of it, or if there is no database.
+/// Empty if the camera or its lens is unknown, if it has no measurements, or if there is no database.
 [[nodiscard]] std::unique_ptr<LensModel> findLensModel(const ImageMetadata& metadata, _Size<int> size);
 
 } // namespace orvo::details

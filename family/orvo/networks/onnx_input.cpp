@@ -4,7 +4,7 @@
 #include <map>
 #include <stdexcept>
 
-// Numbers of fields as onnx.proto gives them.
+// Field numbers from onnx.proto.
 namespace orvo::details {
 namespace {
 
@@ -37,7 +37,7 @@ constexpr std::uint64_t kShapeSide = 1;
 constexpr std::uint64_t kSideValue = 1;
 constexpr std::uint64_t kFloat = 1;
 
-constexpr std::uint64_t kMostWeights = std::uint64_t{1} << 30; // of one layer; no file that is read holds more
+constexpr std::uint64_t kMostWeights = std::uint64_t{1} << 30; // of one layer; no accepted file has more
 constexpr std::uint64_t kMostCount = 4096;                     // samples of a kernel, a step or a block, and groups
 
 // Kinds of fields.
@@ -49,15 +49,15 @@ constexpr std::uint64_t kFourBytes = 5;
 class Malformed : public std::runtime_error
 {
 public:
-    Malformed() : std::runtime_error("no protocol buffer") {}
+    Malformed() : std::runtime_error("not a protocol buffer") {}
 };
 
 struct Field
 {
     std::uint64_t number = 0;
     std::uint64_t value = 0; // of a varint
-    Bytes content;           // of a field whose length is told
-    Bytes whole;             // as it stands in the message
+    Bytes content;           // of a length-delimited field
+    Bytes whole;             // the encoded field
 };
 
 Bytes takeFront(Bytes& bytes, std::uint64_t count)
@@ -110,7 +110,7 @@ void forEachField(Bytes message, const Visit& visit)
     }
 }
 
-// The content of the last field of that number, which is the one that counts; empty if there is none.
+// The content of the last field with that number, which takes precedence; empty if there is none.
 Bytes fieldOf(Bytes message, std::uint64_t number)
 {
     Bytes found;
@@ -180,7 +180,7 @@ Buffer declaration(const std::string& name, const std::array<int, 4>& sides)
     return value;
 }
 
-// Whole numbers of a repeated field, packed or not.
+// Integers of a repeated field, packed or not.
 void appendIntegers(const Field& field, std::vector<std::uint64_t>& values)
 {
     if (field.content.empty()) {
@@ -222,18 +222,18 @@ Weight readWeight(Bytes tensor)
     std::uint64_t count = 1;
     for (const std::uint64_t side : weight.sides) {
         if (side > kMostWeights || count * side > kMostWeights) {
-            weight.damage = "weights " + weight.name + " of impossible sides were found";
+            weight.damage = "weights " + weight.name + " have impossible sides";
             return weight;
         }
         count *= side;
     }
     if (place != 0)
-        weight.damage = "weights in a file of their own (" + weight.name + ") were found";
+        weight.damage = "weights (" + weight.name + ") are in a separate file";
     else if (type == kFloat && (raw ? *raw / sizeof(float) : floats) != count)
-        weight.damage = "weights " + weight.name + " of " + std::to_string(raw ? *raw / sizeof(float) : floats) +
-                        " numbers instead of " + std::to_string(count) + " were found";
+        weight.damage = "weights " + weight.name + " have " + std::to_string(raw ? *raw / sizeof(float) : floats) +
+                        " numbers instead of " + std::to_string(count);
     else if (raw && *raw < count)
-        weight.damage = "weights " + weight.name + " with missing bytes were found";
+        weight.damage = "weights " + weight.name + " have missing bytes";
     return weight;
 }
 
@@ -245,7 +245,7 @@ struct Layer
     std::string damage;
 };
 
-// Lengths, steps, groups and block sizes: OpenCV divides by them, and allocates by them.
+// Lengths, steps, groups and block sizes: OpenCV divides by them and allocates by them.
 void checkAttribute(Bytes attribute, Layer& layer)
 {
     std::string name;
@@ -266,7 +266,7 @@ void checkAttribute(Bytes attribute, Layer& layer)
     const bool small =
         std::all_of(values.begin(), values.end(), [](std::uint64_t value) { return value <= kMostCount; });
     if ((counts && (!sound || values.empty())) || (pads && layer.operation != "Pad" && !small))
-        layer.damage = "a layer " + layer.operation + " of impossible " + name + " was found";
+        layer.damage = "a layer " + layer.operation + " has an impossible " + name;
 }
 
 Layer readLayer(Bytes node)
@@ -284,7 +284,7 @@ Layer readLayer(Bytes node)
     return layer;
 }
 
-// Names that layers may take, with the sides of those that are weights.
+// Names that layers may use as inputs, with the sides of those that are weights.
 using Known = std::map<std::string, std::vector<std::uint64_t>>;
 
 std::string layerDamage(const Layer& layer, const Known& known)
@@ -292,15 +292,15 @@ std::string layerDamage(const Layer& layer, const Known& known)
     if (!layer.damage.empty())
         return layer.damage;
     if (layer.outputs.empty() || (layer.inputs.empty() && layer.operation != "Constant"))
-        return "a layer " + layer.operation + " without inputs or outputs was found";
+        return "a layer " + layer.operation + " has no inputs or outputs";
     for (const std::string& input : layer.inputs)
         if (!input.empty() && !known.contains(input))
-            return "a layer " + layer.operation + " that takes " + input + ", which nothing gives, was found";
+            return "a layer " + layer.operation + " has the input " + input + ", which nothing produces";
     if (layer.operation == "Conv" || layer.operation == "ConvTranspose") {
         const bool kernel = layer.inputs.size() >= 2 && known.contains(layer.inputs[1]);
-        // The kernel of a network may be computed by layers; then its sides are not told here.
+        // The kernel of a network may be computed by layers; its sides are then unknown here.
         if (!kernel || (!known.at(layer.inputs[1]).empty() && known.at(layer.inputs[1]).size() != 4))
-            return "a layer " + layer.operation + " without a kernel of 4 sides was found";
+            return "a layer " + layer.operation + " has no kernel of 4 sides";
     }
     return {};
 }
@@ -359,7 +359,7 @@ std::string graphDamage(std::span<const unsigned char> model)
         });
         return damage;
     } catch (const Malformed&) {
-        return "something else was found";
+        return "it is malformed";
     }
 }
 

@@ -1,4 +1,4 @@
-/// What a file of ONNX declares, read and changed without a library of its protocol buffers.
+/// Reads and changes the declarations of an ONNX file without a protocol buffer library.
 #pragma once
 
 #include <array>
@@ -17,16 +17,16 @@ struct OnnxInput
     std::vector<std::int64_t> sides; ///< 0 where the file leaves a side free
 };
 
-/// The first input of the graph that is no weight; empty if the bytes are no such file. Reads nothing outside of them.
+/// The first input of the graph that is not a weight; empty if the bytes are not such a file. Reads only inside them.
 [[nodiscard]] std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model);
 
-/// What is plainly damaged in the graph, as a text; empty if nothing is. OpenCV takes these for granted and would read
-/// beyond its tables: a layer takes what an input, a weight or a layer before it gives; weights have as many bytes as
-/// their sides tell; a convolution has its kernel.
+/// Describes obvious damage of the graph; empty if there is none. OpenCV does not check for it and would read beyond
+/// its tables: a layer's inputs come from an input, a weight or a layer before it; weights have as many bytes as their
+/// sides require; a convolution has its kernel.
 [[nodiscard]] std::string graphDamage(std::span<const unsigned char> model);
 
-/// The same network with the input `name` declared as `sides` of floats. OpenCV settles the shapes of all layers when
-/// it reads a file, and refuses some layers (DepthToSpace is one) where sides are free.
+/// The same network with the input `name` declared as `sides` of floats. OpenCV fixes the shapes of all layers when it
+/// reads a file, and refuses some layers (DepthToSpace is one) with free sides.
 [[nodiscard]] std::vector<unsigned char> withInput(std::span<const unsigned char> model, const std::string& name,
                                                    const std::array<int, 4>& sides);
 

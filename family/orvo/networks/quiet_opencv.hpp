@@ -1,4 +1,4 @@
-/// Keeps OpenCV from writing on standard error what an exception tells as well.
+/// Keeps OpenCV from printing to standard error what its exception already says.
 #pragma once
 
 #include <opencv2/core/utils/logger.hpp>
@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// OpenCV's log level belongs to the process: while one of these lives it is silent, and then as it was. One at a time.
+/// OpenCV's log level is global: an instance silences it during its lifetime and restores it. One at a time.
 class QuietOpenCv
 {
 public:

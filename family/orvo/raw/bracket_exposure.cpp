@@ -8,7 +8,7 @@ float exposureValue(const ImageMetadata* metadata)
 {
     if (metadata == nullptr)
         return 0.0f;
-    // A value that is no number would make the order of the frames meaningless, since nothing compares with it.
+    // NaN would make the order of the frames meaningless, because it compares with nothing.
     const float offset = std::isfinite(metadata->exposureOffset) ? metadata->exposureOffset : 0.0f;
     if (!metadata->hasExposure())
         return offset;

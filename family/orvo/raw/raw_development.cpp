@@ -3,50 +3,52 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_common/scoped_timer.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 namespace orvo {
 namespace {
 
-constexpr float kMostExposure = 20.0f; // EV to either side; beyond it nothing but black and white is left
+constexpr float kMostExposure = 20.0f; // EV to either side; beyond it only black and white are left
 constexpr float kMostLight = 1e6f;     // of the sensor's saturation: no camera records that, and its square is finite
-constexpr float kLeastLight = -1.0f;   // noise about black goes below 0, but never by the whole scale
+constexpr float kLeastLight = -1.0f;   // noise around black goes below 0, but never by the whole scale
 
-// Output level up to which the curve is straight: +1 EV doubles tones that end below it.
+// Output level up to which the curve is linear: +1 EV doubles tones that end below it.
 constexpr float kShoulder = 0.7f;
 
-// Share of the sensor's linear range at which clipping begins to be suspected. Above it a colour runs to neutral,
-// since the channels clip one after the other, and white balance turns what is left into magenta.
+// Share of the sensor's linear range above which clipping is suspected. Above it a colour fades to neutral, because the
+// channels clip one after the other, and white balance turns the rest into magenta.
 constexpr float kClipStart = 0.7f;
 
-// Green, as a share of the same range, between which a bright magenta comes to count as the rim of a clipped area and
-// no longer as the colour of a lamp.
+// Green levels, as a share of the same range, between which a bright magenta changes from the colour of a lamp to the
+// rim of a clipped area.
 constexpr float kRimStart = 0.35f;
 constexpr float kRimEnd = 0.7f;
 
-// What a fully clipped tone is worth above what the sensor says, in EV: the light there was at least full scale, and
-// on average a good deal more.
+// EV that a fully clipped tone gets beyond the sensor's value: the light there was at least full scale, and on average
+// considerably more.
 constexpr float kClippedExcess = 0.4f;
 
 // Share of a negative exposure that a fully clipped tone does not follow. A darker frame of a real bracket would show
-// these places near white, so a rung made from this frame must not show them gray; all the same a rung must be darker
-// than the one above it, or the merge could not tell which holds the better highlights.
+// these places near white, so a rung made from this frame must not show them gray; still, a rung must be darker than
+// the one above it, or the merge could not tell which has the better highlights.
 constexpr float kClippedHold = 0.45f;
 
-// Strength of the finished look's contrast: a slope of 1.2 in the middle, 0.6 and 0.5 at the ends.
+// Contrast of the finished look: a slope of 1.2 in the middle, 0.6 and 0.5 at the ends.
 constexpr float kContrast = 0.9f;
 
-// Bounds of the tone that contrast leaves in place, encoded: dark pictures keep their shadows, bright ones their sky.
+// Limits of the tone that contrast keeps, encoded: dark pictures keep their shadows, bright ones their sky.
 constexpr float kPivotLow = 0.3f;
 constexpr float kPivotHigh = 0.55f;
 
-// A suggested brightening goes no further than this for the 99th percentile of luminance, in linear light. The
-// shoulder still tells tones of twice full scale apart.
+// A suggested brightening is limited so that the 99th percentile of luminance stays below this, in linear light. The
+// shoulder still separates tones of twice full scale.
 constexpr float kBrightest = 2.0f;
 
 float finiteOr0(float value) { return std::isfinite(value) ? value : 0.0f; }
@@ -64,14 +66,14 @@ float smoothStep(float from, float to, float value)
     return t * t * (3.0f - 2.0f * t);
 }
 
-// Straight to kShoulder, then an exponential that meets it with the same slope and ends at 1.
+// Linear to kShoulder, then an exponential that continues with the same slope and ends at 1.
 float shoulder(float light)
 {
     constexpr float kRoom = 1.0f - kShoulder;
     return light <= kShoulder ? light : 1.0f - kRoom * std::exp((kShoulder - light) / kRoom);
 }
 
-// From a linear pixel to an encoded one.
+// Converts a linear pixel to an encoded one.
 class Developer
 {
 public:
@@ -112,33 +114,33 @@ private:
         pixel.b += (level - pixel.b) * share;
     }
 
-    // Takes the colour out of what is clipped and gives the gain of the pixel.
+    // Removes the colour of clipped pixels and returns the gain of the pixel.
     [[nodiscard]] float recoverClipped(PixelRGB<float>& pixel) const
     {
         const float r = std::max(pixel.r, 0.0f);
         const float b = std::max(pixel.b, 0.0f);
         if (!(r + std::max(pixel.g, 0.0f) + b > clipStart)) // then none of the measures below reaches clipStart
             return gain;
-        // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta tells of it.
+        // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta indicates it.
         const float missing = std::min(r, b) - pixel.g;
         if (missing > 0.0f)
             pixel.g += missing * smoothStep(clipStart, clipEnd, std::max(r, b)) *
                        smoothStep(kRimStart * clipEnd, kRimEnd * clipEnd, pixel.g);
         const float g = std::max(pixel.g, 0.0f);
         const float sum = r + g + b;
-        // A smooth stand-in for the second largest channel, equal to the level of a neutral: a lamp of one strong
-        // colour keeps it, while two channels at the limit leave nothing to tell a hue from.
+        // A smooth approximation of the second largest channel, equal to the level of a neutral: a lamp of one strong
+        // colour keeps it, while two channels at the limit leave no information on the hue.
         const float pairs = (r * g + g * b + b * r) / sum;
         const float clipped = smoothStep(clipStart, clipEnd, pairs);
         if (clipped <= 0.0f)
             return gain;
-        // The channels that still record count for more: they know how bright it really was.
+        // The unclipped channels count more: they measured the actual brightness.
         mix(pixel, (r * r + g * g + b * b) / sum, clipped);
         return gain * std::exp2(clippedLift * clipped);
     }
 
-    // Brings the strongest channel below 1 and the others with it, so that hue stays; the more is taken away, the
-    // nearer to white.
+    // Compresses the strongest channel below 1 and scales the others with it to keep the hue; the stronger the
+    // compression, the nearer to white.
     static void compress(PixelRGB<float>& pixel)
     {
         const float strongest = std::max({pixel.r, pixel.g, pixel.b});
@@ -155,7 +157,7 @@ private:
         const float v = tables.encode(light);
         if (contrast <= 0.0f)
             return v;
-        // A cubic that keeps 0, the pivot and 1; below 0 it goes on straight.
+        // A cubic that keeps 0, the pivot and 1; linear below 0.
         return v <= 0.0f ? v * (1.0f - contrast * contrastPivot) : v + contrast * v * (1.0f - v) * (v - contrastPivot);
     }
 
@@ -176,10 +178,10 @@ float luminance(const PixelRGB<float>& p)
     return 0.2880402f * p.r + 0.7118741f * p.g + 0.0000857f * p.b;
 }
 
-// What the small picture says of the whole one.
+// Statistics of the small picture.
 struct Tones
 {
-    float middle = 0.18f; // median of luminance, linear; the usual gray of exposure meters where nothing is known
+    float middle = 0.18f; // median of luminance, linear; by default the gray of exposure meters
     float bright = 1.0f;  // 99th percentile
 };
 
@@ -202,10 +204,10 @@ Developer finishedLook(const ImageMetadata* metadata, float tone, float strength
                        float extraExposure)
 {
     const float baseline = metadata != nullptr ? finiteOr0(metadata->baselineExposure) : 0.0f;
-    float wanted = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
-    if (wanted > 0.0f && tones.bright > 0.0f)
-        wanted = std::min(wanted, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
-    const float exposure = limitedExposure(baseline + wanted + finiteOr0(extraExposure));
+    float suggested = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
+    if (suggested > 0.0f && tones.bright > 0.0f)
+        suggested = std::min(suggested, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
+    const float exposure = limitedExposure(baseline + suggested + finiteOr0(extraExposure));
     Developer developer(exposure, metadata != nullptr ? metadata->linearResponseLimit : 1.0f);
     if (!neutral) {
         const float middle = srgbCurveFromLinear(std::clamp(tones.middle * std::exp2(exposure), 0.0f, 1.0f));
@@ -220,7 +222,7 @@ _Rect<int> insideOf(const _Rect<int>& rect, const _Size<int>& size)
         return {0, 0, size.width, size.height};
     const int left = std::clamp(rect.x, 0, size.width);
     const int top = std::clamp(rect.y, 0, size.height);
-    // In 64 bits, since a rectangle may reach beyond the largest integer.
+    // In 64 bits, because a rectangle may extend beyond the largest integer.
     const auto end = [](int from, int length, int limit) {
         return static_cast<int>(std::clamp<long long>(static_cast<long long>(from) + length, 0, limit));
     };
@@ -246,8 +248,8 @@ void develop_for_hdr(PicturePointer& image, const std::shared_ptr<const ImageMet
         rawMetadata->wait();
     if (!isLinearWorkingSpace(image->colorProfile()))
         image->convertTo(ColorProfileType::linearMelissaRGB());
-    // Whether it is marked as dealt with says nothing here: a ladder develops several copies of one frame, and each
-    // still has it.
+    // The mark for corrected aberration is ignored: a ladder develops several copies of one frame, and each still has
+    // it.
     if (chromatic)
         applyChromaticAbberationsCorrection(image);
 
@@ -262,6 +264,14 @@ void develop_for_hdr(PicturePointer& image, const std::shared_ptr<const ImageMet
     image->setColorProfile(ColorProfileType::melissaRGB());
 }
 
+PicturePointer toneThumbnail(const _ImageData<PixelRGB<float>>& picture)
+{
+    constexpr int kWidth = 512; // of pixels: enough to judge the overall tone
+    const int width = std::min(picture.width(), kWidth);
+    const auto height = static_cast<std::int64_t>(width) * picture.height() / picture.width();
+    return picture.resize({width, std::max(1, static_cast<int>(height))}, {}, true);
+}
+
 RawImageDevelop::RawImageDevelop() = default;
 RawImageDevelop::RawImageDevelop(float temperature, float tint, float exposure)
     : wantedTemperature(temperature), wantedTint(tint), extraExposure(exposure)
@@ -271,10 +281,10 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
                               const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength,
                               _Rect<int> rect, bool flag, const std::function<bool()>& cancel) const
 {
-    // Own pointers: `source` and `target` are often one and the same variable.
+    // Own pointers: `source` and `target` are often the same variable.
     const PicturePointer from = source;
-    const auto cancelled = [&cancel] { return cancel && cancel(); };
-    if (!from || cancelled())
+    const RunControl run(cancel);
+    if (!from || run.cancelled())
         return;
     const ScopedTimer timer("RawImageDevelop::develop", 0);
     const _Rect<int> part = insideOf(rect, from->size());
@@ -288,7 +298,7 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
         inPlace ? from : std::make_shared<_ImageData<PixelRGB<float>>>(part.size(), from->colorProfile());
     const PicturePointer small = thumbnail ? thumbnail() : nullptr;
     const Tones tones = judge(small.get());
-    if (cancelled())
+    if (run.cancelled())
         return;
 
     const bool converted = !isLinearWorkingSpace(from->colorProfile());

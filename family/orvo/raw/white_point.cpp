@@ -12,12 +12,12 @@ using Vector = std::array<double, 3>;
 using Square = std::array<Vector, 3>;
 
 constexpr double kTintUnit = 3000.0;
-// Where the temperature means something, and where no photograph goes beyond.
+// The range in which a temperature is meaningful and photographs occur.
 constexpr double kLowestTemperature = 1000.0;
 constexpr double kHighestTemperature = 50000.0;
 constexpr double kLargestTint = 150.0;
 
-// Lam's cone answers of XYZ.
+// Lam's cone responses to XYZ.
 constexpr Square kBradford = {{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
 // XYZ (white D50) of linear light with the primaries of ISO 22028-2.
 constexpr Square kXyzFromRgb = {
@@ -57,7 +57,7 @@ Square inverse(const Square& m)
     return out;
 }
 
-// XYZ, with Y = 1, of a white: off the locus at right angles to it, downwards for magenta.
+// XYZ, with Y = 1, of a white: perpendicular to the locus, downwards for magenta.
 Vector xyzOf(const WhitePoint& white)
 {
     const double t = std::clamp(static_cast<double>(white.temperature), kLowestTemperature, kHighestTemperature);
@@ -67,7 +67,7 @@ Vector xyzOf(const WhitePoint& white)
     const double du = beside[0] - at[0];
     const double dv = beside[1] - at[1];
     const double length = std::hypot(du, dv);
-    // Towards higher temperatures the locus runs to smaller u and v; to its left, seen that way, lies magenta.
+    // Towards higher temperatures the locus has smaller u and v; magenta is to its left in that direction.
     const double u = at[0] - dv / length * tint / kTintUnit;
     const double v = at[1] + du / length * tint / kTintUnit;
     const double scale = 2.0 * u - 8.0 * v + 4.0;
@@ -83,11 +83,11 @@ bool isKnown(const WhitePoint& white)
 
 } // namespace
 
-std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& wanted)
+std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& target)
 {
-    if (!isKnown(present) || !isKnown(wanted) || present == wanted)
+    if (!isKnown(present) || !isKnown(target) || present == target)
         return std::nullopt;
-    const Vector from = times(kBradford, xyzOf(wanted));
+    const Vector from = times(kBradford, xyzOf(target));
     const Vector to = times(kBradford, xyzOf(present));
     Square gains{};
     for (std::size_t i = 0; i < 3; ++i)

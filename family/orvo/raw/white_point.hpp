@@ -1,4 +1,4 @@
-/// From one white balance to another.
+/// Converts from one white balance to another.
 #pragma once
 
 #include <orvo_core/pixel.hpp>
@@ -17,13 +17,13 @@ struct WhitePoint
     bool operator==(const WhitePoint&) const = default;
 };
 
-/// Row after row, for pixels of linearMelissaRGB().
+/// Row-major, for pixels of linearMelissaRGB().
 using ColorMatrix = std::array<float, 9>;
 
-/// What makes the neutral of `wanted` neutral in pixels that were balanced for `present`, keeping the luminance of
-/// grays: a scaling of cone answers (Lam 1985, "Bradford"). Empty where nothing is to be done: the two are one, or
+/// The matrix that makes the neutral of `target` neutral in pixels balanced for `present` and keeps the luminance of
+/// grays: a scaling of cone responses (Lam 1985, "Bradford"). Empty if there is nothing to do: the two are equal, or
 /// either is unknown.
-[[nodiscard]] std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& wanted);
+[[nodiscard]] std::optional<ColorMatrix> whiteBalanceShift(const WhitePoint& present, const WhitePoint& target);
 
 [[nodiscard]] inline PixelRGB<float> shifted(const PixelRGB<float>& p, const ColorMatrix& m)
 {

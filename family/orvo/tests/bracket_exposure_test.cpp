@@ -63,7 +63,7 @@ TEST(ExposureValue, FallsBackToTheOffset)
     EXPECT_FLOAT_EQ(orvo::exposureValue(exposed(1.0f, 2.0f, 0.0f, -2.5f).get()), -2.5f);
 }
 
-TEST(ExposureValue, IsANumberWhateverTheMetadata)
+TEST(ExposureValue, IsFiniteForAnyMetadata)
 {
     constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInfinity = std::numeric_limits<float>::infinity();

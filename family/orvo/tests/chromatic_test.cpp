@@ -16,9 +16,9 @@ using orvo::details::RadialScale;
 using test::Pixel;
 
 constexpr orvo::_Size<int> kSize{900, 640};
-constexpr float kNoiseSpread = 0.006f; // encoded, of a usual picture
+constexpr float kNoiseSpread = 0.006f; // encoded, of a typical picture
 
-// Discs whose red and blue are drawn at other scales than green; each channel with its own brightness.
+// Discs with red and blue drawn at other scales than green; each channel has its own brightness.
 PicturePointer aberrated(const RadialScale& red, const RadialScale& blue, bool linear = false,
                          float noiseSpread = kNoiseSpread)
 {
@@ -29,7 +29,7 @@ PicturePointer aberrated(const RadialScale& red, const RadialScale& blue, bool l
     std::mt19937 random(11);
     std::normal_distribution<float> noise(0.0f, 1.0f);
     const auto channel = [&](double x, double y, const RadialScale& scale) {
-        // The place in green whose light lands here: one fixed-point step is exact to 1e-6 px at these scales.
+        // The position in green whose light ends up here: one fixed-point step is exact to 1e-6 px at these scales.
         const double radius = std::hypot(x - cx, y - cy);
         double inner = radius;
         for (int i = 0; i < 4; ++i)
@@ -65,8 +65,8 @@ TEST(ChromaticAberration, IsMeasuredWithinATenthOfAPixelAtTheCorners)
     EXPECT_NEAR(cornerShift(*picture, Channel::Blue), blue.shift(kHalf, kHalf), 0.1);
 }
 
-// The result is compared with the picture drawn without aberration, not measured by the same fit.
-TEST(ChromaticAberration, IsTakenOut)
+// Compares the result with the picture drawn without aberration, not with a measurement by the same fit.
+TEST(ChromaticAberration, IsRemoved)
 {
     const PicturePointer truth = aberrated({}, {}, false, 0.0f);
     for (const auto& [red, blue] :
@@ -88,7 +88,7 @@ TEST(ChromaticAberration, IsTakenOut)
     }
 }
 
-TEST(ChromaticAberration, IsTakenOutOfLinearPictures)
+TEST(ChromaticAberration, IsRemovedFromLinearPictures)
 {
     PicturePointer picture = aberrated({0.0008, 0.0}, {-0.0007, 0.0}, true);
     orvo::applyChromaticAbberationsCorrection(picture);
@@ -126,7 +126,7 @@ TEST(ChromaticAberration, FindsNoneInNoiseFlatAreasAndTinyPictures)
     EXPECT_EQ(none, nullptr);
 }
 
-TEST(ChromaticAberration, DoesNotDependOnThreadsAndHoldsOnePlane)
+TEST(ChromaticAberration, DoesNotDependOnThreadsAndUsesOnePlane)
 {
     PicturePointer one = aberrated({0.0008, 0.0}, {-0.0007, 0.0});
     PicturePointer two = test::copyOf(one);
@@ -157,7 +157,7 @@ TEST(RawChromaticAberration, IsCorrectedOnceAndDismissed)
     EXPECT_TRUE(test::bytesEqual(*again, *original));
 }
 
-TEST(RawChromaticAberration, StaysToBeCorrectedWhenNotAskedFor)
+TEST(RawChromaticAberration, StaysPendingWhenNotRequested)
 {
     const PicturePointer original = aberrated({0.0008, 0.0}, {-0.0007, 0.0});
     const auto raw = std::make_shared<orvo::AdditionalRawMetadataSync>();
@@ -168,7 +168,7 @@ TEST(RawChromaticAberration, StaysToBeCorrectedWhenNotAskedFor)
     orvo::LensCorrectionUnit::applyAndDismissRawCA(picture, nullptr, nullptr, true);
     EXPECT_TRUE(test::bytesEqual(*picture, *original));
     orvo::LensCorrectionUnit::applyAndDismissRawCA(picture, nullptr, raw, true);
-    EXPECT_FALSE(test::bytesEqual(*picture, *original)) << "asked for later";
+    EXPECT_FALSE(test::bytesEqual(*picture, *original)) << "requested later";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// A drawn face, blurred by a known amount, must come back; what is no face must stay.
+// A drawn face, blurred by a known amount, must be restored; everything else must stay.
 
 #include "detection_network.hpp"
 #include "drawn_face.hpp"
@@ -38,7 +38,7 @@ constexpr FacePlace kPlace{198.3, 196.7, 80.0};
 constexpr orvo::_Size<int> kSize{400, 400};
 const char* const kCascades = "/usr/share/opencv4/haarcascades";
 
-// Faces before a wavy ground; red, green and blue in fixed ratios.
+// Faces in front of a wavy background; red, green and blue in fixed ratios.
 Pixel coloured(double value)
 {
     return {static_cast<float>(value), static_cast<float>(0.85 * value), static_cast<float>(0.75 * value)};
@@ -54,7 +54,7 @@ PicturePointer scene(orvo::_Size<int> size, const std::vector<FacePlace>& places
     });
 }
 
-// A Gaussian of `sigma` px, the border repeated.
+// A Gaussian of `sigma` px with a repeated border.
 PicturePointer blurred(const Picture& picture, double sigma)
 {
     const int reach = static_cast<int>(std::ceil(4.0 * sigma));
@@ -90,7 +90,7 @@ PicturePointer withNoise(const Picture& picture, float deviation)
     });
 }
 
-// Head without neck, as a rectangle.
+// The head without the neck, as a rectangle.
 orvo::_Rect<int> headOf(const FacePlace& place)
 {
     const double half = place.half;
@@ -112,7 +112,7 @@ double fidelity(const Picture& truth, const Picture& picture, const orvo::_Rect<
     return -10.0 * std::log10(sum / (3.0 * rect.width * rect.height));
 }
 
-// How far green of `picture` leaves what `truth` has within `reach` px, at most.
+// The largest amount by which green of `picture` exceeds the range of `truth` within `reach` px.
 float overshoot(const Picture& truth, const Picture& picture, const orvo::_Rect<int>& rect, int reach)
 {
     float most = 0.0f;
@@ -137,7 +137,7 @@ PicturePointer deblur(const PicturePointer& picture, float amount = 1.0f)
     return DeblurAIEffect::deblurFaces("test", picture, amount, true, true, nullptr);
 }
 
-// A folder of its own, gone afterwards; settings as they were.
+// A temporary folder, removed afterwards; restores the settings.
 class DeblurFaces : public testing::Test
 {
 protected:
@@ -168,7 +168,7 @@ protected:
     std::filesystem::path folder;
 };
 
-TEST_F(DeblurFaces, BlurredFaceComesBack)
+TEST_F(DeblurFaces, BlurredFaceIsRestored)
 {
     const PicturePointer truth = scene(kSize, {kPlace});
     for (const double sigma : {1.2, 2.0, 3.0}) {
@@ -221,13 +221,13 @@ TEST_F(DeblurFaces, EveryFaceIsSharpened)
         EXPECT_GT(fidelity(*truth, *after, headOf(place)), fidelity(*truth, *before, headOf(place)) + 1.0);
 }
 
-TEST_F(DeblurFaces, SharpFaceStays)
+TEST_F(DeblurFaces, SharpFaceIsUnchanged)
 {
     const PicturePointer sharp = scene(kSize, {kPlace});
     EXPECT_LT(test::largestChange(*sharp, *deblur(sharp)), 0.02f);
 }
 
-TEST_F(DeblurFaces, PictureWithoutFaceStays)
+TEST_F(DeblurFaces, PictureWithoutFaceIsUnchanged)
 {
     const test::Discs discs(kSize);
     const PicturePointer picture =
@@ -239,12 +239,12 @@ TEST_F(DeblurFaces, PictureWithoutFaceStays)
     EXPECT_THAT(log.texts(LogMessageType::Diagnostic), ElementsAre("deblurFaces test: faces 0"));
 }
 
-TEST_F(DeblurFaces, NoiseIsNotRaised)
+TEST_F(DeblurFaces, NoiseIsNotAmplified)
 {
     const PicturePointer clean = blurred(*scene(kSize, {kPlace}), 2.0);
     const PicturePointer before = withNoise(*clean, 0.015f);
     const PicturePointer after = deblur(before);
-    // Smooth skin of the forehead and of a cheek; what is left there is noise.
+    // Smooth skin of the forehead and of a cheek; what remains there is noise.
     for (const orvo::_Rect<int>& skin : {orvo::_Rect<int>{170, 143, 56, 12}, orvo::_Rect<int>{222, 205, 24, 24}}) {
         const double noiseBefore = -fidelity(*clean, *before, skin) / 20.0;
         const double noiseAfter = -fidelity(*clean, *after, skin) / 20.0;
@@ -254,7 +254,7 @@ TEST_F(DeblurFaces, NoiseIsNotRaised)
     EXPECT_GT(fidelity(*truth, *after, headOf(kPlace)), fidelity(*truth, *before, headOf(kPlace)) + 1.0);
 }
 
-TEST_F(DeblurFaces, ColoursStay)
+TEST_F(DeblurFaces, ColoursAreUnchanged)
 {
     const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
     const PicturePointer after = deblur(before);
@@ -281,7 +281,7 @@ TEST_F(DeblurFaces, AmountScalesTheChange)
 
 TEST_F(DeblurFaces, FeaturesGetMoreThanSkin)
 {
-    // Faint spots on the forehead, of a contrast that skin has.
+    // Faint spots on the forehead, with the contrast of skin.
     const PicturePointer truth = test::drawn(kSize, ColorProfileType::sRGB(), [&](int x, int y) {
         const double value = test::DrawnFace(kPlace).over(0.45, x, y);
         const bool forehead = x > 160 && x < 236 && y > 136 && y < 158;
@@ -297,7 +297,7 @@ TEST_F(DeblurFaces, FeaturesGetMoreThanSkin)
     EXPECT_LT(gain(true, skin), gain(false, skin) - 4.0);
 }
 
-TEST_F(DeblurFaces, BrokenPixelsStayAloneAndHarmless)
+TEST_F(DeblurFaces, BrokenPixelsStayAndDoNotAffectOthers)
 {
     const PicturePointer clean = blurred(*scene(kSize, {kPlace}), 2.0);
     const PicturePointer expected = deblur(clean);
@@ -342,7 +342,7 @@ TEST_F(DeblurFaces, FaceAtTheBorder)
     EXPECT_GT(fidelity(*truth, *after, eyesAndMouth), fidelity(*truth, *before, eyesAndMouth) + 1.0);
 }
 
-TEST_F(DeblurFaces, HugeFaceIsWorkedOnInASmallerCopy)
+TEST_F(DeblurFaces, HugeFaceIsProcessedInASmallerCopy)
 {
     const FacePlace place{798.0, 802.0, 780.0}; // 2500 px with its surroundings
     const PicturePointer truth = scene({1600, 1610}, {place});
@@ -385,7 +385,7 @@ TEST_F(DeblurFaces, AwkwardInputs)
     EXPECT_TRUE(test::bytesEqual(*broken, *deblur(broken)));
 }
 
-TEST_F(DeblurFaces, CancelledGivesNothing)
+TEST_F(DeblurFaces, CancelReturnsNothing)
 {
     const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
     std::atomic<bool> cancel = true;
@@ -396,7 +396,7 @@ TEST_F(DeblurFaces, CancelledGivesNothing)
     EXPECT_NE(DeblurAIEffect::deblurFaces("test", before, 1.0f, true, true, &cancel), nullptr);
 }
 
-TEST_F(DeblurFaces, CancelledOnTheWayGivesNothing)
+TEST_F(DeblurFaces, CancelOnTheWayReturnsNothing)
 {
     useFrontalCascadesOnly();
     const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
@@ -407,10 +407,10 @@ TEST_F(DeblurFaces, CancelledOnTheWayGivesNothing)
     EXPECT_TRUE(cancel);
 }
 
-TEST_F(DeblurFaces, WithoutCascadesThePictureStays)
+TEST_F(DeblurFaces, WithoutCascadesThePictureIsUnchanged)
 {
     const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
-    std::ofstream(folder / "haarcascade_frontalface_alt2.xml") << "no cascade";
+    std::ofstream(folder / "haarcascade_frontalface_alt2.xml") << "not a cascade";
     for (const std::filesystem::path& place : {folder, folder / "missing"}) {
         orvo::orvosettings().set("Faces.cascades", place.string());
         const orvo::LogCapture log;
@@ -418,12 +418,12 @@ TEST_F(DeblurFaces, WithoutCascadesThePictureStays)
         EXPECT_NE(after, before);
         EXPECT_TRUE(test::bytesEqual(*before, *after));
         EXPECT_THAT(log.texts(LogMessageType::Warning),
-                    ElementsAre(AllOf(StartsWith("deblurFaces: no faces are looked for"), HasSubstr(place.string()),
+                    ElementsAre(AllOf(StartsWith("deblurFaces: cannot search for faces,"), HasSubstr(place.string()),
                                       HasSubstr("Faces.cascades"), HasSubstr("haarcascade_frontalface_alt2.xml"))));
     }
 }
 
-TEST_F(DeblurFaces, ProfileCascadesAreNeededForProfilesOnly)
+TEST_F(DeblurFaces, ProfileCascadesAreRequiredForProfilesOnly)
 {
     useFrontalCascadesOnly();
     const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
@@ -435,7 +435,7 @@ TEST_F(DeblurFaces, ProfileCascadesAreNeededForProfilesOnly)
     }
 }
 
-// Blurred discs with a red cell of 32 px: what the network of the tests takes for a face.
+// Blurred discs with a red cell of 32 px, which the test network takes for a face.
 PicturePointer redCell(orvo::_Size<int> size, int left, int top)
 {
     const test::Discs discs(size);
@@ -448,7 +448,7 @@ PicturePointer redCell(orvo::_Size<int> size, int left, int top)
     return picture;
 }
 
-TEST_F(DeblurFaces, NetworkFindsInPlaceOfCascades)
+TEST_F(DeblurFaces, NetworkReplacesCascades)
 {
     test::DetectionNetwork(416, 384, 110.0).write(folder / "red.onnx");
     orvo::orvosettings().set("Faces.model", (folder / "red.onnx").string());
@@ -470,11 +470,11 @@ TEST_F(DeblurFaces, NetworkFindsInPlaceOfCascades)
     EXPECT_TRUE(test::bytesEqual(*after, *deblur(before)));
 }
 
-TEST_F(DeblurFaces, UnusableNetworkGivesWayToCascades)
+TEST_F(DeblurFaces, UnusableNetworkFallsBackToCascades)
 {
     const PicturePointer before = blurred(*scene(kSize, {kPlace}), 2.0);
     const PicturePointer expected = deblur(before);
-    std::ofstream(folder / "text.onnx") << "no network at all";
+    std::ofstream(folder / "text.onnx") << "not a network";
     std::string whole;
     {
         test::DetectionNetwork(416, 416, 110.0).write(folder / "whole.onnx");
@@ -482,7 +482,7 @@ TEST_F(DeblurFaces, UnusableNetworkGivesWayToCascades)
         whole.assign(std::istreambuf_iterator<char>(file), {});
     }
     std::ofstream(folder / "cut.onnx", std::ios::binary) << whole.substr(0, whole.size() / 2);
-    // Outputs of other names, and of other sizes than they should have.
+    // Outputs with wrong names and wrong sizes.
     const auto renamed = [&](std::string bytes, const std::string& from, const std::string& to) {
         for (std::size_t at = bytes.find(from); at != std::string::npos; at = bytes.find(from, at + to.size()))
             bytes.replace(at, from.size(), to);
@@ -502,7 +502,7 @@ TEST_F(DeblurFaces, UnusableNetworkGivesWayToCascades)
     }
 }
 
-// On photographs; the folder comes from the environment.
+// On photographs; ORVO_TEST_DATA names the folder.
 class DeblurFacesOfPhotographs : public DeblurFaces
 {
 protected:
@@ -513,7 +513,7 @@ protected:
             GTEST_SKIP() << "ORVO_TEST_DATA does not name the folder of test pictures";
     }
 
-    // Of half the size, at which the photographs are sharp.
+    // At half size, where the photographs are sharp.
     static PicturePointer read(const std::string& name)
     {
         const auto image = orvo::ImageReader::instance().open({*test::dataFolder() / name, ""}, {},
@@ -533,13 +533,13 @@ TEST_F(DeblurFacesOfPhotographs, FourPeopleAtATable)
     const orvo::LogCapture log;
     const PicturePointer after = deblur(before);
     EXPECT_THAT(log.texts(LogMessageType::Diagnostic), ElementsAre(StartsWith("deblurFaces test: faces 4;")));
-    // Brow to chin, by eye.
+    // Brow to chin, estimated by eye.
     for (const orvo::_Rect<int>& face : {orvo::_Rect<int>{180, 400, 190, 170}, orvo::_Rect<int>{500, 280, 180, 190},
                                          orvo::_Rect<int>{880, 230, 180, 200}, orvo::_Rect<int>{1160, 250, 150, 160}})
         EXPECT_GT(fidelity(*truth, *after, face), fidelity(*truth, *before, face) + 1.0) << "at " << face.x;
 }
 
-// One of the guests behind them turns his head away, so far that only the cascades of profiles know him.
+// One of the guests behind them turns his head so far away that only the profile cascades find him.
 TEST_F(DeblurFacesOfPhotographs, ProfilesOnRequest)
 {
     const PicturePointer picture = read("single/faces_cafe/faces_cafe.jpg");
@@ -555,7 +555,7 @@ TEST_F(DeblurFacesOfPhotographs, ProfilesOnRequest)
 TEST_F(DeblurFacesOfPhotographs, NoFacesInLandscapes)
 {
     for (const char* const name : {"single/lake_horizon/lake_horizon.jpg", "single/skiers/skiers.jpg"}) {
-        // The skiers wear goggles; the fence behind them has fooled a cascade.
+        // The skiers wear goggles; one cascade takes the fence behind them for a face.
         const PicturePointer before = read(name);
         ASSERT_NE(before, nullptr) << name;
         EXPECT_TRUE(test::bytesEqual(*before, *deblur(before))) << name;

@@ -24,7 +24,7 @@ PicturePointer grays(orvo::_Size<int> size, const std::function<float(int, int)>
     });
 }
 
-// Half the distance of the extremes of a row.
+// Half the range of a row.
 float amplitude(const orvo::_ImageData<Pixel>& picture, int y)
 {
     float low = 1.0f;
@@ -64,7 +64,7 @@ TEST(ApplyDetails, GivesEdgesNoHalo)
     }
 }
 
-TEST(ApplyDetails, DoesNotRaiseNoise)
+TEST(ApplyDetails, DoesNotAmplifyNoise)
 {
     std::mt19937 random(3);
     std::normal_distribution<float> noise(0.0f, 0.003f);
@@ -99,7 +99,7 @@ TEST(ApplyDetails, KeepsHueAndScale)
     }
 }
 
-TEST(ApplyDetails, LeavesOneColourAndValue0Alone)
+TEST(ApplyDetails, LeavesOneColourAndValue0Unchanged)
 {
     const PicturePointer flat = grays({64, 48}, [](int, int) { return 0.37f; });
     const PicturePointer flatBefore = test::copyOf(flat);

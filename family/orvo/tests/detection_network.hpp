@@ -1,4 +1,4 @@
-/// A detection network that finds what is red, written as ONNX, so that tests need no trained one.
+/// A detection network that finds red cells, written as ONNX, so that tests need no trained one.
 #pragma once
 
 #include <cmath>
@@ -45,8 +45,8 @@ private:
 class DetectionNetwork
 {
 public:
-    /// For pictures of `width` x `height`, multiples of 32. A cell of 32 px that is pure red (blue and green 0) is a
-    /// face: a square of `side` px around the cell's centre, eyes `side` / 4 px left and right of the centre.
+    /// For pictures of `width` x `height`, multiples of 32. A cell of 32 px that is pure red (blue and green 0) counts
+    /// as a face: a square of `side` px around the cell's centre, eyes `side` / 4 px left and right of the centre.
     DetectionNetwork(int width, int height, double side)
     {
         for (const int stride : {8, 16, 32}) {
@@ -72,7 +72,7 @@ public:
     }
 
 private:
-    /// What each channel of a convolution gives: its bias, and of each pixel `red` times (red - green - blue).
+    /// The output of each channel of a convolution: its bias, plus `red` times (red - green - blue) of each pixel.
     struct Channels
     {
         float red;

@@ -1,4 +1,4 @@
-/// A face drawn by formula, so that its truth is known at any size and blur. Detectors take it for a face.
+/// A face drawn by formula, so that the truth is known at any size and blur. Detectors take it for a face.
 #pragma once
 
 #include "orvo_test_pictures.hpp"
@@ -8,7 +8,7 @@
 
 namespace test {
 
-/// Where a face is drawn: the middle between its ears and half the distance between these, in px.
+/// The position of a face: the middle between its ears and half the distance between them, in px.
 struct FacePlace
 {
     double x = 0.0;
@@ -21,7 +21,7 @@ class DrawnFace
 public:
     explicit DrawnFace(FacePlace where) : place(where) {}
 
-    /// Lightness over `behind` at a point in px; edges are as soft as a pixel is wide.
+    /// Lightness over `behind` at a point in px; edges are one pixel wide.
     [[nodiscard]] double over(double behind, double px, double py) const
     {
         const double u = (px - place.x) / place.half, v = (py - place.y) / place.half;

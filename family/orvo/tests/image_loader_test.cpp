@@ -20,7 +20,7 @@ using orvo::LogCapture;
 using orvo::StateSettings;
 using test::Pixel;
 
-// A folder of its own, removed at the end of the test.
+// A temporary folder, removed at the end of the test.
 class DocumentLoading : public testing::Test
 {
 protected:
@@ -41,7 +41,7 @@ protected:
         return folder / name;
     }
 
-    // An uncompressed TIFF of 8-bit RGB, `width` x 2: red rises from left to right.
+    // An uncompressed TIFF of 8-bit RGB, `width` x 2: red increases from left to right.
     [[nodiscard]] std::filesystem::path tiff(const std::string& name, int width, std::size_t cutOff = 0) const
     {
         std::string pixels;
@@ -95,18 +95,18 @@ TEST_F(DocumentLoading, LoadsOpensAndDisposes)
     const auto metadata = copyMetadata(bytes);
     ASSERT_TRUE(metadata);
     EXPECT_EQ(metadata->size, orvo::_Size<int>(10, 2));
-    metadata->size = {1, 1}; // the caller's own
+    metadata->size = {1, 1}; // the caller's own copy
     EXPECT_EQ(copyMetadata(bytes)->size, orvo::_Size<int>(10, 2));
     EXPECT_NE(copyMetadata(bytes), metadata);
     ImageLoader::dispose(bytes);
     EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>());
     EXPECT_FALSE(orvo::open(bytes, {}, {}));
     EXPECT_FALSE(copyMetadata(bytes));
-    ImageLoader::dispose(bytes); // twice is no matter
+    ImageLoader::dispose(bytes); // a second time is harmless
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(DocumentLoading, EveryLoadIsADocumentOfItsOwn)
+TEST_F(DocumentLoading, EveryLoadIsANewDocument)
 {
     const auto path = tiff("picture.tif", 10);
     const auto first = ImageLoader::load(path);
@@ -117,7 +117,7 @@ TEST_F(DocumentLoading, EveryLoadIsADocumentOfItsOwn)
     ImageLoader::dispose(second);
 }
 
-TEST_F(DocumentLoading, WhatIsNoPictureGivesNothingAndNoLogLine)
+TEST_F(DocumentLoading, OtherFilesGiveNothingAndNoLogLine)
 {
     const LogCapture log;
     const std::filesystem::path paths[] = {file("text.jpg", "this is no picture"),
@@ -141,7 +141,7 @@ TEST_F(DocumentLoading, WhatIsNoPictureGivesNothingAndNoLogLine)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(DocumentLoading, NonsenseBytesNameNothing)
+TEST_F(DocumentLoading, GarbageBytesNameNothing)
 {
     const LogCapture log;
     for (const std::vector<unsigned char>& bytes : {std::vector<unsigned char>{},
@@ -165,7 +165,7 @@ TEST_F(DocumentLoading, AFileWithoutItsPixelsIsForgotten)
     EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>());
 }
 
-TEST_F(DocumentLoading, StopsWhenTold)
+TEST_F(DocumentLoading, StopsOnRequest)
 {
     const auto bytes = ImageLoader::load(tiff("picture.tif", 10));
     StateSettings state;

@@ -33,7 +33,7 @@ protected:
     void SetUp() override
     {
         if (!orvo::details::findLensModel(*zoomOnFullFrame(24.0f), kSize))
-            GTEST_SKIP() << "lensfun's database is not installed, or does not know the lens";
+            GTEST_SKIP() << "lensfun's database is not installed, or lacks the lens";
     }
 };
 
@@ -42,7 +42,7 @@ PicturePointer gray(float v)
     return test::drawn(kSize, ColorProfileType::melissaRGB(), [v](int, int) { return Pixel{v, v, v}; });
 }
 
-TEST(UnknownLens, GivesThePictureItself)
+TEST(UnknownLens, ReturnsThePictureItself)
 {
     const PicturePointer picture = test::noise(kSize, ColorProfileType::melissaRGB(), 1);
     const PicturePointer before = test::copyOf(picture);
@@ -73,7 +73,7 @@ TEST_F(Lens, BrightensTheCornersInLinearLight)
     EXPECT_NEAR(corrected->row(200)[300].g, 0.4f, 2e-3f);
     EXPECT_GT(corrected->row(2)[2].g, 0.45f);
     EXPECT_EQ(corrected->row(2)[2].r, corrected->row(2)[2].b);
-    // The gain is one of light: the same for every tone.
+    // A gain in light: the same for every tone.
     const auto cornerGain = [](float tone) {
         const PicturePointer result = orvo::applyAutoLensCorrection(gray(tone), zoomOnFullFrame(24.0f), nullptr);
         return orvo::linearFromSRGBCurve(result->row(2)[2].g) / orvo::linearFromSRGBCurve(tone);
@@ -81,7 +81,7 @@ TEST_F(Lens, BrightensTheCornersInLinearLight)
     EXPECT_NEAR(cornerGain(0.2f) / cornerGain(0.5f), 1.0f, 1e-3f);
 }
 
-// The two sides of the database agree: what is drawn as the lens would show it becomes straight again.
+// The two sides of the database agree: a picture drawn as the lens would show it becomes straight again.
 TEST_F(Lens, StraightensWhatTheModelBends)
 {
     const auto model = orvo::details::findLensModel(*zoomOnFullFrame(24.0f), kSize);
@@ -93,7 +93,7 @@ TEST_F(Lens, StraightensWhatTheModelBends)
     });
     auto metadata = zoomOnFullFrame(24.0f);
     metadata->aperture = 16.0f;
-    ramp->setColorProfile(ColorProfileType::linearMelissaRGB()); // ratios of channels then stay under a gain
+    ramp->setColorProfile(ColorProfileType::linearMelissaRGB()); // ratios of channels are then independent of a gain
     const PicturePointer corrected = orvo::applyAutoLensCorrection(ramp, metadata, nullptr);
     ASSERT_NE(corrected, ramp);
     for (const int y : {5, 100, 390}) {
@@ -127,7 +127,7 @@ TEST_F(Lens, LeavesNoEmptyBorder)
     EXPECT_TRUE(test::finite(*corrected));
 }
 
-TEST_F(Lens, IsFoundByTheCameraWhereItCannotBeChanged)
+TEST_F(Lens, IsFoundByTheCameraIfItIsFixed)
 {
     orvo::ImageMetadata compact;
     compact.cameraMake = "Canon";

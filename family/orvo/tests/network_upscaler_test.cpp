@@ -22,7 +22,7 @@ using test::Pixel;
 using test::onnx::convolveAndEnlarge;
 using test::onnx::ModelFile;
 
-// A blur that reaches 2 samples.
+// A blur with a reach of 2 samples.
 const std::vector<float> kBlur(25, 1.0f / 25.0f);
 
 class NetworkUpscaling : public testing::Test
@@ -42,16 +42,16 @@ protected:
     }
 
     // One line of level Error that names the file, and no picture.
-    static void expectRefused(const std::filesystem::path& model, const std::string& told)
+    static void expectRefused(const std::filesystem::path& model, const std::string& reason)
     {
         const LogCapture log;
         EXPECT_FALSE(upscaled(test::noise({20, 20}, ColorProfileType::melissaRGB(), 1)));
         const auto lines = log.lines();
-        ASSERT_EQ(lines.size(), 1u) << told;
+        ASSERT_EQ(lines.size(), 1u) << reason;
         EXPECT_EQ(static_cast<int>(lines[0].type), 4);
         EXPECT_NE(lines[0].text.find(model.string()), std::string::npos) << lines[0].text;
         EXPECT_NE(lines[0].text.find("expected"), std::string::npos) << lines[0].text;
-        EXPECT_NE(lines[0].text.find(told), std::string::npos) << lines[0].text;
+        EXPECT_NE(lines[0].text.find(reason), std::string::npos) << lines[0].text;
     }
 };
 
@@ -115,7 +115,7 @@ TEST_F(NetworkUpscaling, LumaNetworkKeepsColours)
     };
     EXPECT_TRUE(near(result->row(30)[20], {0.8f, 0.3f, 0.1f}));
     EXPECT_TRUE(near(result->row(30)[300], {0.2f, 0.5f, 0.9f}));
-    // Nearest neighbour in luma: right up to the edge it is the luma of the left side.
+    // Nearest neighbour in luma: up to the edge it is the luma of the left side.
     const Pixel edge = result->row(30)[159];
     EXPECT_NEAR(0.3f * edge.r + 0.6f * edge.g + 0.1f * edge.b, 0.3f * 0.8f + 0.6f * 0.3f + 0.1f * 0.1f, 1e-5f);
 }
@@ -139,7 +139,7 @@ TEST_F(NetworkUpscaling, IsTheSameForAnyNumberOfThreads)
     }
 }
 
-TEST_F(NetworkUpscaling, KeepsToDeclaredSides)
+TEST_F(NetworkUpscaling, UsesDeclaredSides)
 {
     const ModelFile file(convolveAndEnlarge(3, kBlur, 5, 2, {48, 64}));
     use(file);
@@ -176,7 +176,7 @@ TEST_F(NetworkUpscaling, StopsOnCancel)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(NetworkUpscaling, ReplacesWhatIsNoNumber)
+TEST_F(NetworkUpscaling, ReplacesNotANumber)
 {
     const ModelFile file(convolveAndEnlarge(3, {test::kInfinity}, 1, 2));
     use(file);
@@ -189,13 +189,13 @@ TEST_F(NetworkUpscaling, ReplacesWhatIsNoNumber)
 TEST_F(NetworkUpscaling, RefusesBadModels)
 {
     const std::string sound = convolveAndEnlarge(3, kBlur, 5, 2);
-    const auto refused = [&](const std::string& bytes, const std::string& told) {
+    const auto refused = [&](const std::string& bytes, const std::string& reason) {
         const ModelFile file(bytes);
         use(file);
-        expectRefused(file.path, told);
+        expectRefused(file.path, reason);
     };
     refused("", "0 bytes");
-    refused("this is a text and no network\n", "ONNX");
+    refused("this is text, not a network\n", "ONNX");
     refused(convolveAndEnlarge(5, {1.0f}, 1, 2), "any");
     refused(convolveAndEnlarge(3, {1.0f}, 1, 9), "1 x 3 x 1440 x 1440");
     // A kernel without padding: the picture shrinks.
@@ -231,7 +231,7 @@ TEST_F(NetworkUpscaling, SurvivesDamagedModels)
         refused += empty ? 1 : 0;
     }
     EXPECT_GT(refused, 50);
-    // A layer that takes what nothing gives, and weights that are shorter than their sides tell.
+    // A layer with an input that nothing produces, and weights shorter than their sides require.
     using namespace test::onnx;
     for (const std::string& bytes :
          {model({node("Conv", {"in", "absent"}, "out", {})}, {}, 3),
@@ -240,7 +240,7 @@ TEST_F(NetworkUpscaling, SurvivesDamagedModels)
                 3)}) {
         const ModelFile file(bytes);
         use(file);
-        expectRefused(file.path, "was expected");
+        expectRefused(file.path, "expected an undamaged ONNX file, found that ");
     }
 }
 

@@ -19,7 +19,7 @@ void normalize(const PicturePointer& picture)
     orvo::normalize_for_hdr(picture->data(), picture->width(), picture->height());
 }
 
-// Noise of colour between two levels.
+// Coloured noise between two levels.
 PicturePointer between(float low, float high, orvo::_Size<int> size = {320, 200})
 {
     return test::noise(size, ColorProfileType::melissaRGB(), 9, low, high);
@@ -53,14 +53,14 @@ TEST(NormalizeForHdr, BringsTheEndsNearTheEndsOfTheScale)
     EXPECT_NEAR(picture->data()[399].g, 0.98f, 0.01f);
 }
 
-TEST(NormalizeForHdr, BringsDownWhatIsTooBright)
+TEST(NormalizeForHdr, DarkensOverbrightPictures)
 {
     const PicturePointer picture = grays(0.0f, 1.25f);
     normalize(picture);
     EXPECT_NEAR(picture->data()[399].g, 1.0f, 0.01f);
 }
 
-TEST(NormalizeForHdr, KeepsHueAndDrivesNoChannelIntoClipping)
+TEST(NormalizeForHdr, KeepsHueAndPushesNoChannelIntoClipping)
 {
     const PicturePointer picture = between(0.05f, 0.85f);
     const PicturePointer before = test::copyOf(picture);
@@ -101,7 +101,7 @@ TEST(NormalizeForHdr, IsGentle)
     EXPECT_TRUE(test::bytesEqual(*night, *before));
 }
 
-// Waves of two sizes, so that there is something to raise.
+// Waves of two sizes, so that there is local contrast to raise.
 PicturePointer waves(float low, float high)
 {
     return test::drawn({400, 200}, ColorProfileType::melissaRGB(), [&](int x, int y) {
@@ -128,7 +128,7 @@ TEST(NormalizeForHdr, RaisesLocalContrastOfAFlattenedBlendOnly)
     const double before = localContrast(flattened);
     normalize(flattened);
     const double stretch = (0.985 - 0.01) / (0.9 - 0.08);
-    EXPECT_GT(localContrast(flattened), 1.1 * stretch * before) << "more than the stretch alone gives";
+    EXPECT_GT(localContrast(flattened), 1.1 * stretch * before) << "more than the stretch alone";
     const PicturePointer normal = waves(0.0f, 1.0f);
     const PicturePointer copy = test::copyOf(normal);
     normalize(normal);
@@ -154,7 +154,7 @@ TEST(NormalizeForHdr, LiftsTheMiddleOfADarkBlendButNotOfANight)
     EXPECT_LE(night->data()[200].g, nightMiddle + 1e-6f);
 }
 
-TEST(NormalizeForHdr, LeavesOneColourAlone)
+TEST(NormalizeForHdr, LeavesOneColourUnchanged)
 {
     for (const float v : {0.0f, 0.1f, 0.5f, 0.9f, 1.0f}) {
         const PicturePointer picture = test::drawn({40, 30}, nullptr, [v](int, int) { return Pixel{v, v, v * 0.9f}; });
@@ -164,7 +164,7 @@ TEST(NormalizeForHdr, LeavesOneColourAlone)
     }
 }
 
-TEST(NormalizeForHdr, IsNotLedAstrayByAFewPixels)
+TEST(NormalizeForHdr, IsRobustToAFewPixels)
 {
     const PicturePointer clean = grays(0.06f, 0.88f);
     const PicturePointer spoilt = test::copyOf(clean);

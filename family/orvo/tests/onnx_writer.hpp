@@ -1,4 +1,4 @@
-/// Writes small networks as files of ONNX, by hand: the few messages of its protocol buffers that they need.
+/// Writes small networks as ONNX files by hand: the few protocol buffer messages that they need.
 #pragma once
 
 #include <cstdint>
@@ -115,8 +115,8 @@ inline std::string model(const std::vector<Message>& nodes, const std::vector<Me
 
 inline std::string identity(int channels) { return model({node("Identity", {"in"}, "out", {})}, {}, channels); }
 
-/// A convolution of every channel with `kernel` (side x side), given out `scale` x `scale` times, then put beside each
-/// other: nearest neighbour enlargement of the convolved picture.
+/// A convolution of every channel with `kernel` (side x side), repeated `scale` x `scale` times and interleaved:
+/// nearest neighbour enlargement of the convolved picture.
 inline std::string convolveAndEnlarge(int channels, const std::vector<float>& kernel, int side, int scale,
                                       const Sides& sides = {})
 {
@@ -140,7 +140,7 @@ inline std::string convolveAndEnlarge(int channels, const std::vector<float>& ke
     return model(nodes, {tensor("w", {copies * channels, channels, side, side}, weights)}, channels, sides);
 }
 
-/// A file of its own for each test program, removed at the end of the scope.
+/// A temporary file for each test program, removed at the end of the scope.
 class ModelFile
 {
 public:

@@ -1,4 +1,4 @@
-/// Pictures for the tests of this room.
+/// Pictures for the tests of this library.
 #pragma once
 
 #include <orvo/raw_development.hpp>
@@ -75,7 +75,7 @@ inline float largestChange(const Picture& a, const Picture& b)
     return most;
 }
 
-/// A drawing of discs and squares with soft rims, given by formula, so that it can be drawn at any scale. 0..1.
+/// A drawing of discs and squares with soft rims, defined by a formula, so that it can be drawn at any scale. 0..1.
 class Discs
 {
 public:

@@ -35,7 +35,7 @@ Pixel developed(Pixel pixel, float exposure, float baseline = 0.0f)
 float linear(float encoded) { return orvo::linearFromSRGBCurve(encoded); }
 Pixel gray(float v) { return {v, v, v}; }
 
-TEST(DevelopForHdr, GivesTheWorkingSpaceInPlace)
+TEST(DevelopForHdr, ReturnsTheWorkingSpaceInPlace)
 {
     PicturePointer picture = row({gray(0.2f)});
     const auto* const before = picture->data();
@@ -112,7 +112,7 @@ TEST(DevelopForHdr, HasNoKink)
 
 TEST(DevelopForHdr, TurnsClippedColourToNeutralWhite)
 {
-    // What white balance makes of a saturated sensor: green at the limit, red and blue beyond it.
+    // A saturated sensor after white balance: green at the limit, red and blue beyond it.
     for (const Pixel& clipped : {Pixel{2.0f, 1.0f, 1.5f}, Pixel{1.2f, 1.0f, 1.4f}, Pixel{1.0f, 1.0f, 1.0f}}) {
         for (float exposure = -3.0f; exposure <= 3.0f; exposure += 1.0f) {
             const Pixel p = developed(clipped, exposure);
@@ -120,13 +120,13 @@ TEST(DevelopForHdr, TurnsClippedColourToNeutralWhite)
             const float least = std::min({p.r, p.g, p.b});
             EXPECT_LT(most - least, 1e-5f) << exposure;
             EXPECT_LE(most, 1.0f);
-            // Brighter than the gain alone would leave it, and no gray even three stops down.
+            // Brighter than with the gain alone, and not gray even three stops down.
             EXPECT_GT(least, exposure >= 0.0f ? 0.94f : 0.6f) << exposure;
         }
     }
 }
 
-TEST(DevelopForHdr, TakesMagentaOutOfTheRimOfClippedAreas)
+TEST(DevelopForHdr, RemovesMagentaFromTheRimOfClippedAreas)
 {
     const Pixel rim = developed({1.0f, 0.75f, 0.95f}, 0.0f);
     EXPECT_GE(rim.g, std::min(rim.r, rim.b) - 1e-5f);
@@ -169,7 +169,7 @@ TEST(DevelopForHdr, StaysFinite)
     EXPECT_EQ(developed(gray(test::kNaN), 0.0f).r, 0.0f);
 }
 
-TEST(DevelopForHdr, LeavesDevelopedPicturesAlone)
+TEST(DevelopForHdr, LeavesDevelopedPicturesUnchanged)
 {
     PicturePointer picture = test::noise({9, 5}, ColorProfileType::melissaRGB(), 1);
     const PicturePointer before = test::copyOf(picture);
@@ -281,14 +281,14 @@ TEST(RawImageDevelop, DevelopsAPart)
 
 TEST(RawImageDevelop, LeavesTheTargetOnCancel)
 {
-    // Asked more than once, so that a cancel during the judgement counts as well.
+    // Polled more than once, so that a cancel while the tone is judged counts as well.
     for (const int yesAt : {1, 2}) {
         PicturePointer picture = test::noise({20, 10}, ColorProfileType::linearMelissaRGB(), 3);
         const PicturePointer before = test::copyOf(picture);
-        int asked = 0;
+        int polls = 0;
         orvo::RawImageDevelop().develop(picture, picture, kNoThumbnail, rawMetadata(), 1.0f, 1.0f, {}, false,
-                                        [&] { return ++asked >= yesAt; });
-        EXPECT_EQ(asked, yesAt);
+                                        [&] { return ++polls >= yesAt; });
+        EXPECT_EQ(polls, yesAt);
         EXPECT_TRUE(test::bytesEqual(*picture, *before));
         EXPECT_EQ(*picture->colorProfile(), *ColorProfileType::linearMelissaRGB());
     }

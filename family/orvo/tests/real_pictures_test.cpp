@@ -1,4 +1,4 @@
-// On photographs; the folder of the pictures comes from the environment.
+// On photographs; ORVO_TEST_DATA names the folder.
 
 #include "orvo_test_pictures.hpp"
 
@@ -65,7 +65,7 @@ Lights lightsOf(const orvo::_ImageData<Pixel>& picture)
 
 TEST_F(Photographs, RawFramesDevelopWithWhiteHighlights)
 {
-    // The longest of a bracket, whose sky is clipped.
+    // The longest exposure of a bracket, with a clipped sky.
     const Photograph frame = read("raw/building_ev/building_3.dng");
     ASSERT_NE(frame.pixels, nullptr);
     for (const float exposure : {-3.0f, 0.0f, 2.0f}) {
@@ -79,7 +79,7 @@ TEST_F(Photographs, RawFramesDevelopWithWhiteHighlights)
     }
 }
 
-// A rung made of one frame looks like the frame that was really taken so.
+// A rung made from one frame looks like the frame that was actually taken with that exposure.
 TEST_F(Photographs, RungsOfARawBracketFitEachOther)
 {
     const Photograph dark = read("raw/building_ev/building_1.dng");

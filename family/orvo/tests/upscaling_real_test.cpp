@@ -1,4 +1,4 @@
-// Photographs that the filters of the upscaler were never learned from, halved and enlarged again.
+// Photographs that the upscaler's filters were not trained on, halved and enlarged again.
 #include "orvo_test_pictures.hpp"
 
 #include <orvo/upscaling.hpp>
@@ -19,7 +19,7 @@ constexpr const char* kHeldOut[] = {
     "single/p3_vs_srgb/iceland_srgb.jpg",      "brackets/street_tree/street_03.jpg",
     "brackets/canal_boat/grandcanal_mean.jpg", "panorama/weir/weir_2.jpg",
     "panorama/tower_library/IMG_8725.JPG",     "focus/pcb_usb/pcb_004.jpg"};
-constexpr int kSide = 800; // of the part from the middle that is looked at
+constexpr int kSide = 800; // of the tested part in the middle
 
 double meanSquare(const Picture& a, const Picture& b)
 {

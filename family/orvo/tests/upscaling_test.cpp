@@ -1,6 +1,6 @@
+#include "orvo_test_pictures.hpp"
 #include "upscaling/filter_bank.hpp"
 #include "upscaling/noise_level.hpp"
-#include "orvo_test_pictures.hpp"
 
 #include <orvo/upscaling.hpp>
 #include <orvo_common/memory_manager.hpp>
@@ -87,13 +87,13 @@ double meanSquare(const Picture& a, const Picture& b)
     return sum / (3.0 * static_cast<double>(a.pixelCount()));
 }
 
-// How many decibels `found` is nearer to `truth` than `plain` is.
+// How many decibels nearer to `truth` `found` is than `plain`.
 double gain(const Picture& found, const Picture& plain, const Picture& truth)
 {
     return 10.0 * std::log10(meanSquare(plain, truth) / meanSquare(found, truth));
 }
 
-TEST(UpscaleSettings, BeginAsTold)
+TEST(UpscaleSettings, HaveTheDocumentedDefaults)
 {
     const UpscaleAISettings settings;
     EXPECT_EQ(settings.passes, 1);
@@ -138,16 +138,16 @@ TEST(Upscaling, LeavesConstantsExactly)
     }
 }
 
-TEST(Upscaling, MovesNothing)
+TEST(Upscaling, ShiftsNothing)
 {
-    constexpr double kPeriod = 23.0; // pixels of the small picture, no multiple of anything
+    constexpr double kPeriod = 23.0; // pixels of the small picture, a prime
     const auto wave = [](double x, double y) {
         return 0.5 + 0.2 * std::sin(2.0 * std::numbers::pi * x / kPeriod) +
                0.2 * std::sin(2.0 * std::numbers::pi * y / (kPeriod + 4.0));
     };
     const auto result = upscaled(gray({120, 90}, wave));
     ASSERT_TRUE(result);
-    // The shift for which the error is least, from the slopes of the wave, away from the border.
+    // The shift with the smallest error, from the slopes of the wave, away from the border.
     double worst = 0.0;
     double acrossTop = 0.0;
     double acrossBottom = 0.0;
@@ -184,7 +184,7 @@ TEST(Upscaling, KeepsSlopes)
 TEST(Upscaling, DrawsEdgesBetterThanCubic)
 {
     const test::Discs discs({640, 480});
-    // The mean over a pixel, from 4 x 4 places in it.
+    // The mean over a pixel, from 4 x 4 points in it.
     const auto drawn = [&](orvo::_Size<int> size, double pixel) {
         return gray(size, [&](double x, double y) {
             double sum = 0.0;
@@ -211,7 +211,7 @@ TEST(Upscaling, AmplifiesNoNoise)
             EXPECT_LT(deviation(*upscaled(picture, settings)), 1.03 * deviation(*cubic(*picture, 1 << passes)))
                 << sigma << ", passes " << passes;
         }
-    // So little is hardly told from detail; here it must not grow by more than a tenth.
+    // Such faint noise is hard to distinguish from detail; it must not grow by more than a tenth.
     const auto faint = normalNoise({192, 160}, 0.5f, 0.004f, 3);
     EXPECT_LT(deviation(*upscaled(faint)), 1.1 * deviation(*faint));
 }
@@ -230,7 +230,7 @@ TEST(Upscaling, MeasuresNoiseAndOnlyNoise)
     EXPECT_EQ(orvo::details::noiseLevel(*gray({9, 9}, [](double x, double) { return x; })), 0.0f);
 }
 
-TEST(Upscaling, BoundsOvershootAtSteps)
+TEST(Upscaling, LimitsOvershootAtSteps)
 {
     for (const double angle : {0.0, 0.3, 0.8, 1.57}) {
         const auto picture = gray({64, 64}, [&](double x, double y) {
@@ -288,7 +288,7 @@ TEST(Upscaling, CrispLeavesNoiseNoStrongerThanCubic)
         }
 }
 
-TEST(Upscaling, CrispTellsNoiseFromEdgesPlaceByPlace)
+TEST(Upscaling, CrispSeparatesNoiseFromEdgesPlaceByPlace)
 {
     // A soft edge in the left third, strong noise in the right third, nothing between.
     std::mt19937 random(7);
@@ -355,7 +355,7 @@ TEST(Upscaling, KeepsColoursOutsideOfTheScale)
     EXPECT_NEAR(p.b, -0.1f, 0.02f);
 }
 
-TEST(Upscaling, GivesFiniteValuesForAllInput)
+TEST(Upscaling, ReturnsFiniteValuesForAllInput)
 {
     const auto picture = test::noise({40, 40}, ColorProfileType::melissaRGB(), 2);
     picture->row(10)[10] = {test::kNaN, 0.5f, 0.5f};
@@ -383,7 +383,7 @@ TEST(Upscaling, IsTheSameForAnyNumberOfThreads)
     EXPECT_TRUE(test::bytesEqual(*single, *upscaled(picture, settings, mask)));
 }
 
-TEST(Upscaling, MaskTellsWhereTheMethodCounts)
+TEST(Upscaling, MaskSelectsWhereTheMethodApplies)
 {
     const auto picture = test::noise({60, 50}, ColorProfileType::melissaRGB(), 4);
     const auto whole = upscaled(picture);
@@ -399,7 +399,7 @@ TEST(Upscaling, MaskTellsWhereTheMethodCounts)
     EXPECT_GT(test::largestChange(*whole, *plain), 0.05f);
 }
 
-TEST(Upscaling, StopsOnCancelAndGivesNothing)
+TEST(Upscaling, StopsOnCancelAndReturnsNothing)
 {
     const LogCapture log;
     const auto picture = test::noise({400, 300}, ColorProfileType::melissaRGB(), 4);
@@ -412,14 +412,14 @@ TEST(Upscaling, StopsOnCancelAndGivesNothing)
     EXPECT_TRUE(upscaleX(picture, {}, nullptr, &goOn, mlCacheInfo()));
 }
 
-TEST(Upscaling, StopsBetweenTilesWhenTold)
+TEST(Upscaling, StopsBetweenTilesOnCancel)
 {
     const auto picture = test::noise({2400, 1600}, ColorProfileType::melissaRGB(), 4);
     const std::size_t before = MemoryManager::instance().liveBytes();
     std::atomic<bool> cancel = false;
     std::atomic<bool> done = false;
     std::thread user([&] {
-        // The result appears among the planes once the filters are at work.
+        // The plane of the result exists once the filters run.
         while (!done && MemoryManager::instance().liveBytes() < before + 3 * picture->pixelCount() * sizeof(Pixel))
             std::this_thread::yield();
         cancel = true;
@@ -432,7 +432,7 @@ TEST(Upscaling, StopsBetweenTilesWhenTold)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
 }
 
-TEST(Upscaling, RefusesWhatItCannotDo)
+TEST(Upscaling, RefusesInvalidRequests)
 {
     const auto picture = test::noise({40, 30}, ColorProfileType::melissaRGB(), 4);
     const auto refused = [](const PicturePointer& image, const UpscaleAISettings& settings,
@@ -464,7 +464,7 @@ TEST(Upscaling, RefusesWhatItCannotDo)
             "1000 million can be made; take fewer passes or a smaller picture");
 }
 
-TEST(Upscaling, TellsTheSizeOfTheResultBefore)
+TEST(Upscaling, ReportsTheSizeOfTheResultBeforehand)
 {
     for (const int passes : {1, 2, 3, 4}) {
         UpscaleAISettings settings;
@@ -488,7 +488,7 @@ TEST(Upscaling, TellsTheSizeOfTheResultBefore)
     refused({2000000000, 1}, 1, "can be made"); // few enough pixels for the reader, but too long a side
 }
 
-TEST(Upscaling, HoldsThePictureAndTheResultOnly)
+TEST(Upscaling, UsesThePictureAndTheResultOnly)
 {
     const auto picture = test::noise({900, 700}, ColorProfileType::melissaRGB(), 4);
     auto& memory = MemoryManager::instance();
@@ -511,7 +511,7 @@ TEST(Upscaling, HoldsThePictureAndTheResultOnly)
     EXPECT_EQ(memory.liveBytes(), before);
 }
 
-TEST(Upscaling, KeepsResultsUnderAKeyOnly)
+TEST(Upscaling, CachesResultsUnderAKeyOnly)
 {
     orvo::clearUpscaleCache();
     const std::size_t before = MemoryManager::instance().liveBytes();
@@ -521,8 +521,8 @@ TEST(Upscaling, KeepsResultsUnderAKeyOnly)
         const mlCacheInfo info{"portrait", {50, 40}};
         const auto made = upscaleX(first, {}, nullptr, nullptr, info);
         const auto original = made->copy({});
-        made->row(0)[0] = {9.0f, 9.0f, 9.0f}; // the caller's own
-        // The key promises the same pixels, so what was kept shows.
+        made->row(0)[0] = {9.0f, 9.0f, 9.0f}; // the caller's own copy
+        // The key promises the same pixels, so the cached result appears.
         EXPECT_TRUE(test::bytesEqual(*upscaleX(second, {}, nullptr, nullptr, info), *original));
         const auto fresh = upscaled(second);
         EXPECT_FALSE(test::bytesEqual(*fresh, *original));
@@ -553,7 +553,8 @@ TEST(FilterBanks, RefusesDamagedBytes)
     auto longer = bytes;
     longer.push_back(0);
     EXPECT_THROW((void)FilterBanks::parse(longer), std::runtime_error);
-    // Every byte of the head and of the first nodes, damaged: an answer or an exception, and no walk off the tables.
+    // Damages every byte of the head and of the first nodes: a result or an exception, and no access outside the
+    // tables.
     for (std::size_t i = 0; i < 400; ++i) {
         auto damaged = bytes;
         damaged[i] ^= 0xFF;

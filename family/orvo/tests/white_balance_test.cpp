@@ -15,7 +15,7 @@ constexpr orvo::_Size<int> kSize{480, 320};
 
 float light(float encoded) { return orvo::linearFromSRGBCurve(encoded); }
 
-// Gray discs on gray with some coloured ones, under a light of the colour given (linear); the last rows are pure gray.
+// Gray discs on gray with some coloured ones, under a light of the given colour (linear); the last rows are pure gray.
 PicturePointer scene(const Pixel& lamp, bool linear = false)
 {
     const test::Discs discs(kSize);
@@ -44,9 +44,9 @@ std::pair<float, float> cast(const orvo::_ImageData<Pixel>& picture)
 }
 
 const std::vector<Pixel> kLamps = {{1.4f, 1.0f, 0.6f}, {0.8f, 1.0f, 1.3f}, {1.1f, 0.95f, 1.1f}, {1.6f, 1.0f, 0.45f}};
-constexpr float kTenthOfAStop = 0.12f; // what the eye forgives in a gray
+constexpr float kTenthOfAStop = 0.12f; // what the eye tolerates in a gray
 
-TEST(ApplyWB, TakesOutAKnownCast)
+TEST(ApplyWB, RemovesAKnownCast)
 {
     for (const bool linear : {false, true}) {
         for (const Pixel& lamp : kLamps) {
@@ -59,7 +59,7 @@ TEST(ApplyWB, TakesOutAKnownCast)
     }
 }
 
-TEST(ApplyWB, TakesOutTheShareAskedFor)
+TEST(ApplyWB, RemovesTheRequestedShare)
 {
     const auto temperature = [](float value) {
         PicturePointer picture = scene(kLamps[0]);
@@ -86,7 +86,7 @@ TEST(ApplyWB, KeepsTheBrightnessOfGrays)
     EXPECT_NEAR(level() / before, 1.0f, 0.02f);
 }
 
-TEST(ApplyWB, LeavesNeutralPicturesAlone)
+TEST(ApplyWB, LeavesNeutralPicturesUnchanged)
 {
     PicturePointer gray = test::drawn(kSize, ColorProfileType::melissaRGB(), [](int x, int y) {
         const float v = 0.1f + 0.7f * static_cast<float>((x / 7 + y / 5) % 10) / 10.0f;
@@ -101,7 +101,7 @@ TEST(ApplyWB, LeavesNeutralPicturesAlone)
     EXPECT_NEAR(cast(*balanced).second, 0.0f, kTenthOfAStop);
 }
 
-TEST(ApplyWB, IsNotFooledByALargeColouredArea)
+TEST(ApplyWB, IsRobustToALargeColouredArea)
 {
     PicturePointer picture = scene({1.0f, 1.0f, 1.0f});
     for (int y = 0; y < 190; ++y) // a lawn over more than half of it

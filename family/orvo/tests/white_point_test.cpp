@@ -14,7 +14,7 @@ float luminance(const PixelRGB<float>& p) { return 0.2880402f * p.r + 0.7118741f
 
 } // namespace
 
-TEST(WhitePoint, NothingIsShiftedWhereNothingIsAskedOrKnown)
+TEST(WhitePoint, NothingShiftsIfNothingIsRequestedOrKnown)
 {
     EXPECT_FALSE(whiteBalanceShift({5000, 3}, {5000, 3}));
     EXPECT_FALSE(whiteBalanceShift({0, 0}, {5000, 0}));
@@ -33,7 +33,7 @@ TEST(WhitePoint, AHigherTemperatureIsWarmer)
 
 TEST(WhitePoint, APositiveTintTurnsToMagenta)
 {
-    // Whoever says that the light was more magenta than the camera thought takes magenta out: gray turns green.
+    // Declaring the light more magenta than the camera assumed removes magenta: gray turns green.
     const auto shift = whiteBalanceShift({5500, 0}, {5500, 30});
     ASSERT_TRUE(shift);
     const auto p = shifted(kGray, *shift);
@@ -41,7 +41,7 @@ TEST(WhitePoint, APositiveTintTurnsToMagenta)
     EXPECT_GT(p.g, p.b);
 }
 
-TEST(WhitePoint, ThereAndBackIsTheIdentity)
+TEST(WhitePoint, RoundTripIsTheIdentity)
 {
     const auto there = whiteBalanceShift({3200, 12}, {7000, -8});
     const auto back = whiteBalanceShift({7000, -8}, {3200, 12});

@@ -15,10 +15,10 @@ inline constexpr int kNoiseBlock =
 struct BlockNoise
 {
     double noise = 0.0;    ///< variance of the noise; 0 of a flat block
-    double variance = 0.0; ///< of all that is in the block but a slope; as much if there is nothing but white noise
+    double variance = 0.0; ///< of everything in the block except a slope; equal to the noise if that is all there is
 };
 
-/// The variance of a square of values, of `values` to a side, about the plane that fits them best.
+/// The variance of a square of `values` x `values` values about the plane that fits them best.
 /// `value(x, y)`: finite.
 template <typename Value>
 double varianceAboutPlane(int values, const Value& value)
@@ -28,7 +28,7 @@ double varianceAboutPlane(int values, const Value& value)
     double downSum = 0.0;
     double squares = 0.0;
     const double middle = (values - 1) / 2.0;
-    const float base = value(0, 0); // taken off, so that squares of differences keep their digits
+    const float base = value(0, 0); // subtracted, so that squares of differences keep their digits
     for (int y = 0; y < values; ++y)
         for (int x = 0; x < values; ++x) {
             const float v = value(x, y) - base;
@@ -38,16 +38,16 @@ double varianceAboutPlane(int values, const Value& value)
             squares += static_cast<double>(v) * v;
         }
     const double count = static_cast<double>(values) * values;
-    const double slopeSquares = count * (count - 1.0) / 12.0; // sum of squared places along one axis
+    const double slopeSquares = count * (count - 1.0) / 12.0; // sum of squared positions along one axis
     return (squares - sum * sum / count - (acrossSum * acrossSum + downSum * downSum) / slopeSquares) / (count - 3.0);
 }
 
-/// Noise of the kNoiseBlock x kNoiseBlock pixels from (left, top) on, as noiseLevel() tells. `value(pixel)`: what is
-/// looked at; where it is no finite number it counts as 0.
+/// Noise of the kNoiseBlock x kNoiseBlock pixels from (left, top) on, as documented at noiseLevel(). `value(pixel)`:
+/// the measured quantity; a non-finite value counts as 0.
 template <typename Value>
 BlockNoise blockNoise(const _ImageData<PixelRGB<float>>& picture, int left, int top, const Value& value)
 {
-    // A fifth of what rounding to 8 bits leaves: a block below it is clipped or drawn, and tells nothing of the camera.
+    // A fifth of the rounding to 8 bits: a block below it is clipped or drawn, and says nothing about the camera.
     constexpr float kNothing = 2e-4f;
     std::array<std::array<float, kNoiseBlock>, kNoiseBlock> values;
     for (std::size_t y = 0; y < kNoiseBlock; ++y)

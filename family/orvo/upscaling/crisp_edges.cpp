@@ -12,14 +12,14 @@ namespace {
 
 constexpr int kStep = 2;              // samples between the taps of the mean: an enlarged edge is about 4 wide
 constexpr int kReach = 2 * kStep;     // of the mean
-constexpr int kRows = 2 * kReach + 1; // that a row of the mean is made of
-constexpr int kBandRows = 64;         // so that the rows kept aside are few
+constexpr int kRows = 2 * kReach + 1; // that contribute to a row of the mean
+constexpr int kBandRows = 64;         // large, so that few rows are set aside
 constexpr int kKeptRows = 2 * kReach;
 constexpr float kPush = 1.2f; // of the distance to the mean; judged by eye, twice as much turns leaves into flakes
-// Values around that differ by so much are half treated: above grain and fine texture, below the edges of things.
+// Local range that gets half of the effect: above grain and fine texture, below the edges of objects.
 constexpr float kVisible = 0.15f;
-// Noise alone spans so many of its deviations in 5 x 5 samples of an enlarged picture at most: 999 of 1000 places have
-// less than 6.2 to 6.6, by Catmull-Rom and by the filters alike.
+// Noise alone spans at most this many deviations in 5 x 5 samples of an enlarged picture: 999 of 1000 places have less
+// than 6.2 to 6.6, with Catmull-Rom and with the filters alike.
 constexpr float kNoiseSpan = 7.0f;
 constexpr int kChannels = 3;
 
@@ -38,7 +38,7 @@ ORVO_INLINE float greatest(float a, float b, float c, float d, float e)
     return std::max(std::max(std::max(a, b), std::max(d, e)), c);
 }
 
-// Of the kRows rows around one: least and greatest of the five in the middle, mean of those that stand kStep apart.
+// Of the kRows rows around one: minimum and maximum of the five in the middle, mean of those kStep apart.
 ORVO_VECTOR_CLONES void gatherDown(const float* const* rows, float* __restrict low, float* __restrict high,
                                    float* __restrict mean, int count)
 {
@@ -90,7 +90,7 @@ void padRow(const PixelRGB<float>* row, int width, PixelRGB<float>* padded)
 
 } // namespace
 
-bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, const std::atomic<bool>* cancel)
+bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, const RunControl& run)
 {
     const int width = picture.width();
     const int height = picture.height();
@@ -98,7 +98,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, c
         return true;
     const int bands = (height + kBandRows - 1) / kBandRows;
     const auto rowSize = static_cast<std::size_t>(width);
-    // The rows just outside of each band as they were, half above and half below.
+    // The original rows just outside of each band, half above and half below.
     const ManagedPlane<PixelRGB<float>> kept(static_cast<std::size_t>(bands) * kKeptRows * rowSize);
     const auto keptRow = [&](int band, int i) {
         return kept.data() + (static_cast<std::size_t>(band) * kKeptRows + static_cast<std::size_t>(i)) * rowSize;
@@ -113,7 +113,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, c
     });
     std::atomic<bool> stopped = false;
     forEachRow(bands, [&](int band) {
-        if (cancel != nullptr && cancel->load(std::memory_order_relaxed)) {
+        if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
             return;
         }

@@ -16,13 +16,13 @@ constexpr int kBandRows = 32; // share scratch rows
 template <typename T>
 constexpr int kChannels = static_cast<int>(sizeof(T) / sizeof(float));
 
-// Runs `body(first, last)` for bands of rows; false once `cancel` is set.
+// Calls `body(first, last)` for bands of rows; false once `run` is cancelled.
 template <typename Body>
-bool forEachBand(int height, const std::atomic<bool>* cancel, const Body& body)
+bool forEachBand(int height, const RunControl& run, const Body& body)
 {
     std::atomic<bool> stopped = false;
     forEachRow((height + kBandRows - 1) / kBandRows, [&](int band) {
-        if (cancel != nullptr && cancel->load(std::memory_order_relaxed)) {
+        if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
             return;
         }
@@ -80,10 +80,10 @@ template class CubicRows<PixelRGB<float>>;
 template class CubicRows<float>;
 
 bool enlargeByCubic(const _ImageData<PixelRGB<float>>& source, int scale, _ImageData<PixelRGB<float>>& target,
-                    const std::atomic<bool>* cancel)
+                    const RunControl& run)
 {
     const CubicRows<PixelRGB<float>> rows(source, scale);
-    return forEachBand(target.height(), cancel, [&](int first, int last) {
+    return forEachBand(target.height(), run, [&](int first, int last) {
         const ManagedPlane<PixelRGB<float>> scratch(static_cast<std::size_t>(source.width()));
         for (int y = first; y < last; ++y)
             rows.write(y, scratch.data(), target.row(y));
@@ -91,11 +91,11 @@ bool enlargeByCubic(const _ImageData<PixelRGB<float>>& source, int scale, _Image
 }
 
 bool blendWithCubic(const _ImageData<PixelRGB<float>>& source, const _ImageData<float>& mask, int scale,
-                    _ImageData<PixelRGB<float>>& target, const std::atomic<bool>* cancel)
+                    _ImageData<PixelRGB<float>>& target, const RunControl& run)
 {
     const CubicRows<PixelRGB<float>> plain(source, scale);
     const CubicRows<float> weights(mask, scale);
-    return forEachBand(target.height(), cancel, [&](int first, int last) {
+    return forEachBand(target.height(), run, [&](int first, int last) {
         const auto width = static_cast<std::size_t>(target.width());
         const ManagedPlane<PixelRGB<float>> scratch(static_cast<std::size_t>(source.width()));
         const ManagedPlane<PixelRGB<float>> plainRow(width);

@@ -8,8 +8,8 @@
 #include <string>
 #include <type_traits>
 
-// The data file as it lies in the source tree, put into the read-only part of the library by the assembler: a quarter
-// of a megabyte as a table of C++ would cost the compiler a minute and say nothing to a reader.
+// The assembler includes the data file from the source tree in the read-only section of the library: as a C++ table a
+// quarter of a megabyte would cost the compiler a minute and be unreadable.
 // clang-format off
 __asm__(".section .rodata\n"
         ".balign 16\n"
@@ -30,13 +30,13 @@ namespace orvo::details {
 namespace {
 
 constexpr std::uint32_t kVersion = 1;
-constexpr float kCoefficientStep = 1.0f / 8192.0f; // of the 16-bit numbers, as the script says
-// A bank serves noise down to this; below it there is nothing that could be amplified.
+constexpr float kCoefficientStep = 1.0f / 8192.0f; // of the 16-bit numbers, as in the script
+// A bank is used for noise down to this; below it there is nothing to amplify.
 constexpr float kLeastNoise = 0.003f;
-constexpr std::size_t kMostNodes = 1 << 16; // far above what the script grows
+constexpr std::size_t kMostNodes = 1 << 16; // far more than the script produces
 constexpr std::size_t kMostBanks = 16;
 
-// Takes numbers from the front of the bytes, little-endian, as all machines are that this is built for.
+// Takes numbers from the front of the bytes, little-endian like all supported machines.
 class Bytes
 {
 public:
@@ -54,7 +54,7 @@ public:
     [[nodiscard]] std::span<const unsigned char> raw(std::size_t count)
     {
         if (rest.size() < count)
-            throw std::runtime_error("upscaling filters: " + std::to_string(count) + " more bytes were expected, " +
+            throw std::runtime_error("upscaling filters: expected " + std::to_string(count) + " more bytes, " +
                                      std::to_string(rest.size()) + " are left");
         const auto front = rest.first(count);
         rest = rest.subspan(count);
@@ -70,18 +70,18 @@ private:
 void expect(const char* what, std::uint32_t found, std::uint32_t expected)
 {
     if (found != expected)
-        throw std::runtime_error(std::string("upscaling filters: ") + what + " " + std::to_string(expected) +
-                                 " was expected, " + std::to_string(found) + " was found");
+        throw std::runtime_error(std::string("upscaling filters: expected ") + what + " " + std::to_string(expected) +
+                                 ", found " + std::to_string(found));
 }
 
 void expectWithin(const char* what, std::size_t found, std::size_t most)
 {
     if (found < 1 || found > most)
-        throw std::runtime_error(std::string("upscaling filters: ") + what + " of 1 to " + std::to_string(most) +
-                                 " was expected, " + std::to_string(found) + " was found");
+        throw std::runtime_error(std::string("upscaling filters: expected ") + what + " of 1 to " +
+                                 std::to_string(most) + ", found " + std::to_string(found));
 }
 
-// Reads the nodes. Children stand behind their parent, which rules out circles.
+// Reads the nodes. Children come after their parent, which rules out cycles.
 void readNodes(Bytes& bytes, FilterBank& bank, std::size_t count, std::size_t leaves)
 {
     bank.nodes.resize(count);
@@ -109,7 +109,7 @@ void readNodes(Bytes& bytes, FilterBank& bank, std::size_t count, std::size_t le
     }
 }
 
-// The file holds the filters of two samples; those of the other two are the same after half a turn.
+// The file contains the filters of two samples; those of the other two are the same after half a turn.
 void readFilters(Bytes& bytes, FilterBank& bank, std::size_t leaves)
 {
     constexpr std::size_t kStored = std::size_t{kTaps} * 2;
@@ -150,13 +150,13 @@ FilterBanks FilterBanks::parse(std::span<const unsigned char> all)
         expectWithin("a number of leaves", leaves, nodes);
         const bool rises = result.banks.empty() ? bank.noise >= 0.0f : bank.noise > result.banks.back().noise;
         if (!rises || !std::isfinite(bank.noise))
-            throw std::runtime_error("upscaling filters: the sets do not stand in the order of their noise");
+            throw std::runtime_error("upscaling filters: the sets are not in the order of their noise");
         readNodes(bytes, bank, nodes, leaves);
         readFilters(bytes, bank, leaves);
         result.banks.push_back(std::move(bank));
     }
     if (!bytes.empty())
-        throw std::runtime_error("upscaling filters: there are bytes behind the end");
+        throw std::runtime_error("upscaling filters: there are extra bytes after the end");
     return result;
 }
 

@@ -1,4 +1,4 @@
-/// The learned filters of the upscaler as data: which filter serves a place, told by a tree of questions about it.
+/// The learned filters of the upscaler as data: a decision tree selects the filter for each place.
 #pragma once
 
 #include <array>
@@ -12,14 +12,14 @@ namespace orvo::details {
 constexpr int kFilterRadius = 3; ///< of a patch, in samples of the small picture: 7 x 7
 constexpr int kTaps = (2 * kFilterRadius + 1) * (2 * kFilterRadius + 1) - 1; ///< without the middle, row by row
 constexpr int kPhases = 4;   ///< samples that a sample becomes: 00, 01, 10, 11 (row, column)
-constexpr int kFeatures = 9; ///< numbers that the questions are about
+constexpr int kFeatures = 9; ///< inputs of the decision tree
 
 /// The filters for one strength of noise.
 struct FilterBank
 {
-    /// A question: is the feature below the threshold? The next node is `below`, or the one after it. A leaf asks
-    /// with a threshold that is no number, which nothing reaches, and leads to itself; so a walk of `depth` steps ends
-    /// in a leaf from everywhere.
+    /// A decision: is the feature below the threshold? The next node is `below`, or the one after it. A leaf has a NaN
+    /// threshold, which nothing is below, and leads to itself; so a walk of `depth` steps ends in a leaf from
+    /// everywhere.
     struct Node
     {
         std::uint32_t feature = 0;
@@ -42,10 +42,10 @@ struct FilterBank
 class FilterBanks
 {
 public:
-    /// The filters in the library. Any thread.
+    /// The filters built into the library. Any thread.
     [[nodiscard]] static const FilterBanks& builtIn();
 
-    /// From the bytes that scripts/train_upscaler/train.py writes. Throws std::runtime_error that tells what was
+    /// Parses the bytes that scripts/train_upscaler/train.py writes. Throws std::runtime_error that names what was
     /// expected and what was found; whatever it accepts can be walked without leaving the tables.
     [[nodiscard]] static FilterBanks parse(std::span<const unsigned char> bytes);
 
@@ -54,7 +54,7 @@ public:
     [[nodiscard]] const std::vector<FilterBank>& all() const& { return banks; }
 
 private:
-    std::vector<FilterBank> banks; // by rising noise, never empty
+    std::vector<FilterBank> banks; // by increasing noise, never empty
 };
 
 } // namespace orvo::details

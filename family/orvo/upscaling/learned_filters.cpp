@@ -14,20 +14,20 @@
 namespace orvo::details {
 namespace {
 
-// A tile of the small picture: its planes stay in the second cache of a processor, and what is computed twice at the
-// rims is a third of a tile.
+// A tile of the small picture: its planes stay in the L2 cache of a processor, and the part that is computed twice at
+// the borders is a third of a tile.
 constexpr int kTileWidth = 128;
 constexpr int kTileHeight = 64;
-// The features of a sample look so far: a derivative (1), then two smoothings, by 2 and by 4 samples.
+// The reach of the features of a sample: a derivative (1), then two smoothings, by 2 and by 4 samples.
 constexpr int kReach = 7;
 constexpr int kStride = kTileWidth + 2 * kReach + 2; // samples of a row of a plane, a multiple of 16
 constexpr int kPlaneRows = kTileHeight + 2 * kReach;
 constexpr std::size_t kPlane = static_cast<std::size_t>(kStride) * kPlaneRows;
 
-// As in scripts/train_upscaler/features.py: a tenth of a step of 8 bits and less is no structure.
+// As in scripts/train_upscaler/features.py: a tenth of a step of 8 bits or less is not structure.
 constexpr float kEpsilon = 1e-4f;
-// How far a result may leave the range of the samples around it, as a part of that range. A line or a dot that was
-// blurred into its sample is a little more than the sample.
+// How far a result may exceed the range of the samples around it, as a part of that range. A line or a dot that was
+// blurred into its sample is slightly more than the sample.
 constexpr float kBeyondRange = 0.08f;
 constexpr float kLargest = 65504.0f; // of half floats, the limit of the picture reader too
 
@@ -37,7 +37,7 @@ typedef float Vec4 __attribute__((vector_size(16)));
 ORVO_INLINE Vec4 lower(Vec4 a, Vec4 b) { return a < b ? a : b; }
 ORVO_INLINE Vec4 higher(Vec4 a, Vec4 b) { return a > b ? a : b; }
 
-// Planes of one tile. Places are told from the tile's first sample; up to kReach before and behind it is valid.
+// Planes of one tile. Positions count from the tile's first sample; up to kReach before and after it is valid.
 struct Tile
 {
     enum Plane
@@ -155,7 +155,7 @@ void measureStructure(const Tile& tile)
     smoothPlane(tile, Tile::kFine, Tile::kWide, 2, 0);
 }
 
-// What the tree of filters asks about, for the samples of one row; features.py is the definition.
+// The inputs of the decision tree for the samples of one row; features.py is the definition.
 struct RowFeatures
 {
     std::array<std::array<float, kTileWidth>, kFeatures> of;
@@ -206,7 +206,7 @@ ORVO_VECTOR_CLONES void featuresOfRow(const Tile& tile, int y, RowFeatures& feat
     }
 }
 
-// The leaf of every sample of a row. Samples walk in groups, so that their waits for memory overlap.
+// The leaf of every sample of a row. Samples walk in groups, so that their memory latencies overlap.
 void leavesOfRow(const FilterBank& bank, const RowFeatures& features, int width,
                  std::array<std::uint32_t, kTileWidth>& leaves)
 {
@@ -226,7 +226,7 @@ void leavesOfRow(const FilterBank& bank, const RowFeatures& features, int width,
     }
 }
 
-// Where the taps and the four results of the standard position lie in the picture, for each turn.
+// The positions in the picture of the taps and of the four results of the standard orientation, for each turn.
 struct Turns
 {
     std::array<std::array<std::ptrdiff_t, kTaps>, 4> taps; // from the middle, in pixels of a tile
@@ -236,7 +236,7 @@ struct Turns
 constexpr Turns makeTurns()
 {
     Turns turns{};
-    // Backwards through the turn: the axes first.
+    // Reverses the turn: the axes first.
     const auto unturned = [](int turn, int& y, int& x) {
         if ((turn & 2) != 0) {
             const int kept = y;
@@ -317,7 +317,7 @@ void doubleTile(const _ImageData<PixelRGB<float>>& source, const FilterBank& ban
     tile.height = std::min(kTileHeight, source.height() - top);
     loadTile(source, left, top, tile);
     measureStructure(tile);
-    RowFeatures features{}; // all of it, since leaves are found in groups
+    RowFeatures features{}; // initialised completely, because leaves are found in groups
     std::array<std::uint32_t, kTileWidth> leaves;
     for (int y = 0; y < tile.height; ++y) {
         featuresOfRow(tile, y, features);
@@ -330,13 +330,13 @@ void doubleTile(const _ImageData<PixelRGB<float>>& source, const FilterBank& ban
 } // namespace
 
 bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank,
-                     _ImageData<PixelRGB<float>>& target, const std::atomic<bool>* cancel)
+                     _ImageData<PixelRGB<float>>& target, const RunControl& run)
 {
     const int across = (source.width() + kTileWidth - 1) / kTileWidth;
     const int down = (source.height() + kTileHeight - 1) / kTileHeight;
     std::atomic<bool> stopped = false;
     forEachRow(across * down, [&](int index) {
-        if (cancel != nullptr && cancel->load(std::memory_order_relaxed)) {
+        if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
             return;
         }

@@ -1,9 +1,9 @@
 #include "upscaling/network_upscaler.hpp"
 
-#include "upscaling/cubic_rows.hpp"
-#include "upscaling/noise_level.hpp"
 #include "networks/onnx_input.hpp"
 #include "networks/quiet_opencv.hpp"
+#include "upscaling/cubic_rows.hpp"
+#include "upscaling/noise_level.hpp"
 
 #include <orvo/upscaling.hpp>
 
@@ -19,12 +19,12 @@ namespace orvo::details {
 namespace {
 
 constexpr int kMostScale = kMostUpscaleScale;
-constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have a tenth of it
-// The part of a tile that is kept, about: large against the overlap, small enough for the planes of a deep network
-// (64 channels of such a tile are 4 MB).
+constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // ten times the largest published networks
+// Approximate side of the kept part of a tile: large relative to the overlap, small enough for the planes of a deep
+// network (64 channels of such a tile are 4 MB).
 constexpr int kTileCore = 128;
-constexpr int kMostWindow = 4096; // a network that declares larger sides asks for more memory than anybody has
-constexpr int kTileGrain = 8;     // networks that halve their planes want sides that can be halved three times
+constexpr int kMostWindow = 4096; // a network that declares larger sides needs more memory than any machine has
+constexpr int kTileGrain = 8;     // networks that halve their planes need sides that can be halved three times
 
 std::string dimensions(const cv::Mat& blob)
 {
@@ -37,14 +37,14 @@ std::string dimensions(const cv::Mat& blob)
 std::vector<uchar> readModel(const std::filesystem::path& model)
 {
     const auto fail = [&](const std::string& found) {
-        throw NetworkFailure("upscaling network " + model.string() + ": a file of ONNX was expected, " + found);
+        throw FailureError({FailureKind::UnreadableFile, model, "expected an ONNX file, " + found});
     };
     std::error_code error;
     if (!std::filesystem::is_regular_file(model, error))
-        fail("there is no such file");
+        fail("no such file");
     const std::uintmax_t size = std::filesystem::file_size(model, error);
     if (error || size == 0 || size > kMostModelBytes)
-        fail("one of " + std::to_string(error ? 0 : size) + " bytes was found");
+        fail("found " + std::to_string(error ? 0 : size) + " bytes");
     std::vector<uchar> bytes(static_cast<std::size_t>(size));
     std::ifstream file(model, std::ios::binary);
     if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
@@ -57,12 +57,12 @@ std::vector<uchar> readModel(const std::filesystem::path& model)
 struct NetworkUpscaler::State
 {
     cv::dnn::Net net;
-    std::string name;
+    std::filesystem::path model;
     int channels = 0;
     int scale = 0;
     int overlap = 0;
-    cv::Size window; // what the network sees
-    cv::Size core;   // what is kept of it, in samples of the small picture
+    cv::Size window; // input of the network
+    cv::Size core;   // the kept part of it, in samples of the small picture
 
     // One run; `input` has the channels and the window as its sides.
     cv::Mat forward(const cv::Mat& input)
@@ -77,7 +77,7 @@ struct NetworkUpscaler::State
         return cv::Mat(4, sizes, CV_32F, cv::Scalar(0.5));
     }
 
-    // The scale that the answer shows, 0 if it is none.
+    // The scale of the output, 0 if there is none.
     [[nodiscard]] int scaleOf(const cv::Mat& output) const
     {
         if (output.dims != 4 || output.type() != CV_32F || output.size[0] != 1 || output.size[1] != channels ||
@@ -89,10 +89,10 @@ struct NetworkUpscaler::State
 
     [[noreturn]] void fail(const std::string& expectedAndFound) const
     {
-        throw NetworkFailure(name + ": " + expectedAndFound);
+        throw FailureError({FailureKind::UnreadableFile, model, expectedAndFound});
     }
 
-    // The window is what the file declares, if it does: such networks work at no other size.
+    // The window is the declared one, if any: such networks work at no other size.
     void chooseWindow(const OnnxInput& declared)
     {
         const bool four = declared.sides.size() == 4;
@@ -102,78 +102,76 @@ struct NetworkUpscaler::State
             std::string found;
             for (const std::int64_t side : declared.sides)
                 found += (found.empty() ? "" : " x ") + (side == 0 ? "any" : std::to_string(side));
-            fail("an input of 1 x C x H x W with C = 3 or 1 was expected, " + (found.empty() ? "none" : found) +
-                 " was found");
+            fail("expected an input of 1 x C x H x W with C = 3 or 1, found " + (found.empty() ? "none" : found));
         }
         const auto side = [&](std::int64_t given) {
             const int usual = (kTileCore + 2 * overlap + kTileGrain - 1) / kTileGrain * kTileGrain;
             if (given != 0 && (given <= 2 * overlap || given > kMostWindow))
-                fail("an input with sides above two overlaps (Upscale.overlap), " + std::to_string(2 * overlap) +
-                     ", and of at most " + std::to_string(kMostWindow) + " was expected, " + std::to_string(given) +
-                     " was found");
+                fail("expected an input with sides above two overlaps (Upscale.overlap), " +
+                     std::to_string(2 * overlap) + ", and of at most " + std::to_string(kMostWindow) + ", found " +
+                     std::to_string(given));
             return given == 0 ? usual : static_cast<int>(given);
         };
         window = {side(declared.sides[3]), side(declared.sides[2])};
         core = {window.width - 2 * overlap, window.height - 2 * overlap};
     }
 
-    // Loads the network for so many channels and finds out what it makes of a window. False if that is no enlarging;
-    // `found` then tells what it is.
+    // Loads the network for that many channels and tries it on a window. False if it does not enlarge the window;
+    // `found` then describes its output.
     bool tryChannels(const std::vector<uchar>& bytes, const std::string& input, int depth, std::string& found)
     {
         channels = depth;
         found += "; for C = " + std::to_string(depth) + " ";
         try {
-            const QuietOpenCv quiet; // what it has to say comes with the exception
+            const QuietOpenCv quiet; // its message comes with the exception
             net = cv::dnn::readNetFromONNX(withInput(bytes, input, {1, depth, window.height, window.width}));
             net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
             net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
             const cv::Mat output = forward(blob());
             scale = scaleOf(output);
-            found += "it gives " + dimensions(output);
+            found += "it returns " + dimensions(output);
         } catch (const std::exception& error) {
-            found += std::string("OpenCV says: ") + error.what();
+            found += std::string("OpenCV reports: ") + error.what();
             return false;
         }
         return scale >= 1 && scale <= kMostScale;
     }
 
-    void load(const std::filesystem::path& model)
+    void load()
     {
         const std::vector<uchar> bytes = readModel(model);
         const auto declared = declaredInput(bytes);
         if (!declared)
-            fail("a file of ONNX was expected, one without a graph that has an input was found");
+            fail("expected an ONNX file, found one without a graph that has an input");
         const std::string damage = graphDamage(bytes);
         if (!damage.empty())
-            fail("a sound file of ONNX was expected, " + damage);
+            fail("expected an undamaged ONNX file, found that " + damage);
         chooseWindow(*declared);
         std::string found;
         for (const int depth : {3, 1})
             if ((declared->sides[1] == 0 || declared->sides[1] == depth) &&
                 tryChannels(bytes, declared->name, depth, found))
                 return;
-        fail("from 1 x C x " + std::to_string(window.height) + " x " + std::to_string(window.width) +
-             " values it was expected to give as many channels, enlarged by 1 to " + std::to_string(kMostScale) +
-             found);
+        fail("expected it to map 1 x C x " + std::to_string(window.height) + " x " + std::to_string(window.width) +
+             " values to as many channels, enlarged by 1 to " + std::to_string(kMostScale) + found);
     }
 };
 
 NetworkUpscaler::NetworkUpscaler(const std::filesystem::path& model, std::optional<int> scale, int overlap)
     : state(std::make_unique<State>())
 {
-    state->name = "upscaling network " + model.string();
+    state->model = model;
     if (overlap < 0 || overlap > kMostOverlap)
-        state->fail("an overlap (Upscale.overlap) of 0 to " + std::to_string(kMostOverlap) + " was expected, " +
-                    std::to_string(overlap) + " was found");
+        state->fail("expected an overlap (Upscale.overlap) of 0 to " + std::to_string(kMostOverlap) + ", found " +
+                    std::to_string(overlap));
     if (scale && (*scale < 1 || *scale > kMostScale))
-        state->fail("a scale (Upscale.scale) of 1 to " + std::to_string(kMostScale) + " was expected, " +
-                    std::to_string(*scale) + " was found");
+        state->fail("expected a scale (Upscale.scale) of 1 to " + std::to_string(kMostScale) + ", found " +
+                    std::to_string(*scale));
     state->overlap = overlap;
-    state->load(model);
+    state->load();
     if (scale && *scale != state->scale)
-        state->fail("a network that enlarges by " + std::to_string(*scale) +
-                    " (Upscale.scale) was expected, this one enlarges by " + std::to_string(state->scale));
+        state->fail("expected a network that enlarges by " + std::to_string(*scale) +
+                    " (Upscale.scale), this one enlarges by " + std::to_string(state->scale));
 }
 
 NetworkUpscaler::~NetworkUpscaler() = default;
@@ -181,8 +179,6 @@ NetworkUpscaler::~NetworkUpscaler() = default;
 int NetworkUpscaler::scale() const { return state->scale; }
 
 namespace {
-
-float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
 
 // Fills the planes of `input` with the window of the picture that begins at (left, top).
 void fillWindow(const _ImageData<PixelRGB<float>>& source, int left, int top, cv::Mat& input)
@@ -207,12 +203,12 @@ void fillWindow(const _ImageData<PixelRGB<float>>& source, int left, int top, cv
 } // namespace
 
 bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageData<PixelRGB<float>>& target,
-                              const std::atomic<bool>* cancel)
+                              const RunControl& run)
 {
     const int scale = state->scale;
     const cv::Size core = state->core;
-    // The luma of a network of one channel is laid over the plainly enlarged colours.
-    if (state->channels == 1 && !enlargeByCubic(source, scale, target, cancel))
+    // The luma of a network of one channel replaces that of the plainly enlarged colours.
+    if (state->channels == 1 && !enlargeByCubic(source, scale, target, run))
         return false;
     cv::Mat input = state->blob();
     const auto keep = [&](const cv::Mat& output, int left, int top) {
@@ -242,18 +238,19 @@ bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageD
     try {
         for (int top = 0; top < source.height(); top += core.height)
             for (int left = 0; left < source.width(); left += core.width) {
-                if (cancel != nullptr && cancel->load(std::memory_order_relaxed))
+                if (run.cancelled())
                     return false;
                 fillWindow(source, left - state->overlap, top - state->overlap, input);
                 const cv::Mat output = state->forward(input);
                 if (state->scaleOf(output) != scale)
-                    state->fail("a tile enlarged by " + std::to_string(scale) + " was expected, it gave " +
+                    state->fail("expected a tile enlarged by " + std::to_string(scale) + ", it returned " +
                                 dimensions(output));
                 keep(output, left, top);
             }
     } catch (const cv::Exception& error) {
-        throw NetworkFailure(state->name +
-                             ": a tile of the picture was expected to pass, OpenCV says: " + error.what());
+        if (error.code == cv::Error::StsNoMem)
+            throw std::bad_alloc();
+        state->fail(std::string("it failed on a tile of the picture, OpenCV reports: ") + error.what());
     }
     return true;
 }

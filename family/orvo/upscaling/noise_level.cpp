@@ -13,15 +13,13 @@ namespace orvo::details {
 namespace {
 
 constexpr int kBlock = kNoiseBlock;
-constexpr int kMostPerSide = 64;    // blocks looked at along each side
-constexpr int kLeastBlocks = 4;     // fewer are chance
+constexpr int kMostPerSide = 64;    // measured blocks along each side
+constexpr int kLeastBlocks = 4;     // fewer are not reliable
 constexpr int kBareShare = 200;     // one in so many blocks must be bare
 constexpr double kBareExcess = 1.5; // of variance over the noise; both have an error of about a tenth
-// The quietest blocks are the first twentieth; their estimates lie so much below the noise by chance.
+// The quietest blocks are the first twentieth; by chance their estimates are below the noise by this much.
 constexpr std::size_t kQuietShare = 20;
 constexpr float kQuietExcess = 1.1f;
-
-float luma(const PixelRGB<float>& p) { return kLumaRed * p.r + kLumaGreen * p.g + kLumaBlue * p.b; }
 
 // The value with `before` values below it.
 float ranked(std::vector<float>& values, std::size_t before)

@@ -11,17 +11,17 @@
 namespace orvo::details {
 namespace {
 
-constexpr int kMostPerSide = 512;   // blocks; larger pictures are looked at in samples
+constexpr int kMostPerSide = 512;   // blocks; larger pictures are sampled
 constexpr int kSamplesPerSide = 32; // of a block of the enlarged picture: two to a pixel of the source
 constexpr double kChannels = 3.0;
-// Of the variance in a block over that of its noise. The ratio of a block of noise alone has a deviation of 0.14 in one
-// channel, and one block in a hundred that is taken for more already shows in the noise of the result.
+// Ratio of the variance of a block to that of its noise. For a block of noise alone it has a deviation of 0.14 in one
+// channel, and one misjudged block in a hundred already shows in the noise of the result.
 constexpr double kBareExcess = 1.7;
-constexpr int kAround = 2; // blocks that a busy one looks at on each side
+constexpr int kAround = 2; // blocks on each side whose noise a busy block uses
 // Catmull-Rom leaves 0.80 to 0.82 of the deviation of white noise, whatever the scale above 1.
 constexpr float kCubicNoise = 0.8f;
-constexpr float kWeaker = 0.9f * kCubicNoise; // below it the enlargement smooths by itself, and stays as it is
-// Busy blocks far from any other take the quietest quarter's: too little leaves them as crisp as they would be.
+constexpr float kWeaker = 0.9f * kCubicNoise; // below it the enlargement itself smooths, and stays as it is
+// Busy blocks far from any other use the quietest quarter's: too low a value leaves them as crisp as they would be.
 constexpr std::size_t kQuietShare = 4;
 
 float finite(float value) { return std::isfinite(value) ? value : 0.0f; }

@@ -1,4 +1,4 @@
-/// Where a picture shows nothing but noise, and how much of it.
+/// Finds where a picture has nothing but noise, and how much.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -10,32 +10,32 @@
 
 namespace orvo::details {
 
-/// Noise of the blocks of a picture, and what an enlargement made of it. Camera noise differs from place to place (the
-/// shadows have more of it once the curve has lifted them), so one figure for a picture would let the noisiest places
-/// pass for detail. The same for any number of threads. A block takes some 30 bytes, and there are 2^18 at most.
+/// Noise of the blocks of a picture, and of its enlargement. Camera noise varies over a picture (the shadows have more
+/// once the curve has lifted them), so with one figure for a picture the noisiest places would pass for detail. The
+/// same for any number of threads. A block takes about 30 bytes, and there are at most 2^18.
 class NoiseMap
 {
 public:
-    /// Looks at blocks of 16 x 16 all over `source`; a smaller one has none and counts as free of noise.
+    /// Measures blocks of 16 x 16 all over `source`; a smaller picture has none and counts as free of noise.
     explicit NoiseMap(const _ImageData<PixelRGB<float>>& source);
 
-    /// Measures in `enlarged`, `scale` times as wide and high as the source, what became of the noise in the blocks
-    /// that showed nothing else. To be called before what follows.
+    /// Measures in `enlarged`, `scale` times as wide and high as the source, the noise of the blocks that had nothing
+    /// else. Call before the members below.
     void measure(const _ImageData<PixelRGB<float>>& enlarged, int scale);
 
     /// For blendWithCubic(): 0 where bare noise came out of the enlargement stronger than Catmull-Rom leaves it, 1
-    /// where it is weaker by a tenth and wherever there is more than noise. Has the size of the source; empty where it
-    /// would be 1 all over. From then on the map tells the noise after blending.
+    /// where it is weaker by a tenth and wherever there is more than noise. Has the size of the source; empty if it
+    /// would be 1 everywhere. Afterwards the map contains the noise after blending.
     [[nodiscard]] std::shared_ptr<_ImageData<float>> calmingMask();
 
-    /// Deviations of the noise of each channel in row `y` of the enlarged picture, for pixels 0 to `width` - 1. Between
-    /// the middles of blocks they are interpolated; blocks with more in them than noise have what is found around them.
+    /// Deviations of the noise of each channel in row `y` of the enlarged picture, for pixels 0 to `width` - 1.
+    /// Interpolated between the centres of blocks; blocks with more than noise use what was found around them.
     void row(int y, int width, PixelRGB<float>* deviations) const;
 
 private:
     enum class Kind : unsigned char
     {
-        Silent, ///< flat without noise, since clipped or drawn
+        Silent, ///< flat without noise, because clipped or drawn
         Bare,   ///< nothing but noise
         Busy    ///< anything else
     };

@@ -1,4 +1,4 @@
-/// Results of upscaling that are kept for a second call.
+/// Caches results of upscaling.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -11,21 +11,21 @@
 
 namespace orvo::details {
 
-/// Pictures by name, the one used last in front. Usable from any thread. Gives and takes copies, since callers may
+/// Pictures by name, most recently used first. Usable from any thread. Stores and returns copies, because callers may
 /// change their pictures.
 class UpscaleCache
 {
 public:
     using Picture = _ImageData<PixelRGB<float>>;
 
-    /// Of the pixels of all pictures together.
+    /// Limit for the pixels of all pictures together.
     static constexpr std::size_t kMostBytes = std::size_t{256} << 20;
 
     static UpscaleCache& instance();
 
     /// A copy; empty if there is none.
     [[nodiscard]] std::shared_ptr<Picture> find(const std::string& name);
-    /// Keeps a copy, unless the picture is larger than all that may be kept.
+    /// Keeps a copy, unless the picture exceeds the limit.
     void keep(const std::string& name, const Picture& picture);
     void clear();
 

@@ -7,6 +7,7 @@
 #include "upscaling/upscale_cache.hpp"
 
 #include <orvo/upscaling.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_image_processing/guided_filter.hpp>
 #include <orvo_io/settings.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -17,7 +18,6 @@
 #include <filesystem>
 #include <limits>
 #include <optional>
-#include <stdexcept>
 #include <system_error>
 
 namespace orvo {
@@ -36,38 +36,33 @@ constexpr int kUsualOverlap = 16;
 // each value's distance to the mean, so eps is the measured variance times 1, 4 and 9.
 constexpr float kSmoothingRadius = 4.0f;
 constexpr std::array<float, kMostDenoise + 1> kSmoothing = {0.0f, 1.0f, 4.0f, 9.0f};
-constexpr float kLeastNoise = 1.0f / 255.0f; // smoothing that was asked for does something to any picture
+constexpr float kLeastNoise = 1.0f / 255.0f; // requested smoothing affects any picture
 
-// What is wrong with a request; its text goes to the log.
-class Refusal : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
+[[noreturn]] void refuse(FailureKind kind, const std::string& sentence) { throw FailureError({kind, {}, sentence}); }
 
 std::string text(_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
 void checkSettings(const UpscaleAISettings& settings)
 {
     if (settings.passes < 1 || settings.passes > kMostUpscalePasses)
-        throw Refusal("UpscaleAISettings.passes of 1 to " + std::to_string(kMostUpscalePasses) + " was expected, " +
-                      std::to_string(settings.passes) + " was found");
+        refuse(FailureKind::Internal, "UpscaleAISettings.passes is " + std::to_string(settings.passes) +
+                                          ", expected 1 to " + std::to_string(kMostUpscalePasses));
     if (settings.denoise < 0 || settings.denoise > kMostDenoise)
-        throw Refusal("UpscaleAISettings.denoise of 0 to " + std::to_string(kMostDenoise) + " was expected, " +
-                      std::to_string(settings.denoise) + " was found");
+        refuse(FailureKind::Internal, "UpscaleAISettings.denoise is " + std::to_string(settings.denoise) +
+                                          ", expected 0 to " + std::to_string(kMostDenoise));
 }
 
 void check(const Picture* image, const UpscaleAISettings& settings, const _ImageData<float>* mask)
 {
     if (image == nullptr || image->pixelCount() == 0)
-        throw Refusal("a picture was expected, none was given");
+        refuse(FailureKind::Internal, "expected a picture, found none");
     checkSettings(settings);
     if (mask != nullptr && mask->size() != image->size())
-        throw Refusal("a mask of " + text(image->size()) + " was expected, one of " + text(mask->size()) +
-                      " was found");
+        refuse(FailureKind::UnfittingPictures,
+               "expected a mask of " + text(image->size()) + ", found one of " + text(mask->size()));
 }
 
-// Sides grow by this much altogether; refuses results that are too large.
+// The total factor for the sides; refuses results that are too large.
 int totalScale(_Size<int> size, int passes, int scale)
 {
     constexpr std::int64_t kMillion = 1'000'000;
@@ -77,14 +72,14 @@ int totalScale(_Size<int> size, int passes, int scale)
     const std::int64_t width = size.width * total;
     const std::int64_t height = size.height * total;
     if (width > kMostUpscaledPixels / height || std::max(width, height) > std::numeric_limits<int>::max()) {
-        // Rounded up, so that it never reads like what is allowed. Sides may be such that a product would overflow.
+        // Rounded up, so that the text never shows an allowed number. The product of the sides could overflow.
         const double millions = std::ceil(static_cast<double>(width) * static_cast<double>(height) / kMillion);
-        throw Refusal(std::to_string(size.width) + " x " + std::to_string(size.height) + " pixels enlarged " +
-                      std::to_string(total) + " times would be " + std::to_string(width) + " x " +
-                      std::to_string(height) + ", " + std::to_string(static_cast<std::int64_t>(millions)) +
-                      " million pixels, but at most " + std::to_string(kMostUpscaledPixels / kMillion) +
-                      " million can be made; " + (passes > 1 ? "take fewer passes or " : "take ") +
-                      "a smaller picture");
+        refuse(FailureKind::UnfittingPictures,
+               std::to_string(size.width) + " x " + std::to_string(size.height) + " pixels enlarged " +
+                   std::to_string(total) + " times would be " + std::to_string(width) + " x " + std::to_string(height) +
+                   ", " + std::to_string(static_cast<std::int64_t>(millions)) + " million pixels, but at most " +
+                   std::to_string(kMostUpscaledPixels / kMillion) + " million can be made; " +
+                   (passes > 1 ? "take fewer passes or " : "take ") + "a smaller picture");
     }
     return static_cast<int>(total);
 }
@@ -110,7 +105,7 @@ struct ConfiguredNetwork
         return network;
     }
 
-    // The scale is told, and not one that loading would refuse.
+    // The scale is set, and not to one that loading would refuse.
     [[nodiscard]] bool hasUsableScale() const { return scale && *scale >= 1 && *scale <= kMostUpscaleScale; }
 
     [[nodiscard]] std::unique_ptr<details::NetworkUpscaler> load() const
@@ -118,7 +113,7 @@ struct ConfiguredNetwork
         return std::make_unique<details::NetworkUpscaler>(model, scale, overlap);
     }
 
-    // A changed file is another network.
+    // A changed file counts as another network.
     [[nodiscard]] std::string name() const
     {
         std::error_code error;
@@ -137,8 +132,6 @@ std::string cacheName(const mlCacheInfo& info, const UpscaleAISettings& settings
            (network ? network->name() : "built in");
 }
 
-bool canceled(const std::atomic<bool>* cancel) { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
-
 std::shared_ptr<Picture> smoothed(const Picture& image, int denoise, float measured)
 {
     const float noise = std::max(measured, kLeastNoise);
@@ -150,31 +143,31 @@ std::shared_ptr<Picture> smoothed(const Picture& image, int denoise, float measu
 
 // One pass; empty on cancel.
 std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::NetworkUpscaler* network,
-                                  const std::atomic<bool>* cancel)
+                                  const RunControl& run)
 {
     const int scale = network != nullptr ? network->scale() : kBuiltInScale;
     auto target =
         std::make_shared<Picture>(_Size<int>(source.width() * scale, source.height() * scale), source.colorProfile());
     if (network != nullptr)
-        return network->enlarge(source, *target, cancel) ? target : nullptr;
+        return network->enlarge(source, *target, run) ? target : nullptr;
     const auto& bank = details::FilterBanks::builtIn().forNoise(noise);
-    return details::doubleByFilters(source, bank, *target, cancel) ? target : nullptr;
+    return details::doubleByFilters(source, bank, *target, run) ? target : nullptr;
 }
 
 // Steepens the edges of `result`, `total` times the size of `image` and made of `smooth`, which is the same picture or
-// a smoothed one. Noise alone comes out of it no stronger than Catmull-Rom leaves it. False on cancel.
-bool crispened(const Picture& image, const Picture& smooth, int total, Picture& result, const std::atomic<bool>* cancel)
+// a smoothed one. Noise alone comes out no stronger than Catmull-Rom leaves it. False on cancel.
+bool crispened(const Picture& image, const Picture& smooth, int total, Picture& result, const RunControl& run)
 {
     details::NoiseMap noise(image);
     noise.measure(result, total);
     if (const auto mask = noise.calmingMask())
-        if (!details::blendWithCubic(smooth, *mask, total, result, cancel))
+        if (!details::blendWithCubic(smooth, *mask, total, result, run))
             return false;
-    return details::steepenEdges(result, noise, cancel);
+    return details::steepenEdges(result, noise, run);
 }
 
 std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
-                                  const _ImageData<float>* mask, const std::atomic<bool>* cancel,
+                                  const _ImageData<float>* mask, const RunControl& run,
                                   const std::optional<ConfiguredNetwork>& configured)
 {
     std::unique_ptr<details::NetworkUpscaler> network;
@@ -182,43 +175,45 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
         network = configured->load();
     const int total = totalScale(image->size(), settings.passes, network ? network->scale() : kBuiltInScale);
     std::shared_ptr<const Picture> source = image;
-    if (canceled(cancel))
+    if (run.cancelled())
         return nullptr;
-    // Measured before smoothing: what is left of the noise afterwards is not white, and must not be taken for detail.
+    // Measured before smoothing: the remaining noise is not white, and must not count as detail.
     float noise = details::noiseLevel(*image);
     if (settings.denoise > 0)
         source = smoothed(*image, settings.denoise, noise);
     std::shared_ptr<const Picture> smooth = settings.crisp ? source : nullptr; // needed once more at the end
     std::shared_ptr<Picture> result;
     for (int pass = 0; pass < settings.passes; ++pass) {
-        result = enlarged(*source, noise, network.get(), cancel);
+        result = enlarged(*source, noise, network.get(), run);
         if (!result)
             return nullptr;
         source = result;
-        noise = 0.0f; // enlarged, it is smooth
+        noise = 0.0f; // the enlarged picture is smooth
     }
     source.reset();
     network.reset();
-    if (settings.crisp && !crispened(*image, *smooth, total, *result, cancel))
+    if (settings.crisp && !crispened(*image, *smooth, total, *result, run))
         return nullptr;
     smooth.reset();
-    if (mask != nullptr && !details::blendWithCubic(*image, *mask, total, *result, cancel))
+    if (mask != nullptr && !details::blendWithCubic(*image, *mask, total, *result, run))
         return nullptr;
-    return canceled(cancel) ? nullptr : result;
+    return run.cancelled() ? nullptr : result;
 }
 
-// What `body` gives; `nothing`, after a line of the log, where it refuses.
+// The result of `body` as an exported call, or `nothing` after a log line if it refuses.
 template <typename Result, typename Body>
 Result orRefusal(Result nothing, const Body& body)
 {
-    try {
-        return body();
-    } catch (const Refusal& refusal) {
-        details::logErrorMessage(std::string("Upscaling: ") + refusal.what());
-    } catch (const details::NetworkFailure& failure) {
-        details::logErrorMessage(failure.what());
-    }
-    return nothing;
+    return details::keepingFailure([&] {
+        try {
+            return body();
+        } catch (const FailureError& error) {
+            const bool isOfNetwork = !error.failure().file.empty();
+            details::logErrorMessage((isOfNetwork ? "upscaling network " : "Upscaling: ") + describe(error.failure()));
+            details::stateFailure(error.failure());
+        }
+        return nothing;
+    });
 }
 
 } // namespace
@@ -228,7 +223,7 @@ _Size<int> upscaledSize(_Size<int> size, const UpscaleAISettings& settings)
     return orRefusal(_Size<int>(), [&] {
         checkSettings(settings);
         if (size.width < 1 || size.height < 1)
-            throw Refusal("a picture was expected, none was given");
+            refuse(FailureKind::Internal, "expected a picture, found none");
         int scale = kBuiltInScale;
         if (const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find())
             scale = network->hasUsableScale() ? *network->scale : network->load()->scale();
@@ -242,14 +237,17 @@ std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, c
                                   const mlCacheInfo& cacheInfo)
 {
     return orRefusal(std::shared_ptr<Picture>(), [&] {
+        const RunControl run(cancel);
         check(image.get(), settings, mask.get());
         const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find();
         const bool keep = !cacheInfo.key.empty() && cacheInfo.size == image->size() && !mask;
         const std::string name = keep ? cacheName(cacheInfo, settings, network) : std::string();
-        if (keep && !canceled(cancel))
+        if (keep && !run.cancelled())
             if (auto kept = details::UpscaleCache::instance().find(name))
                 return kept;
-        auto result = upscaled(image, settings, mask.get(), cancel, network);
+        auto result = upscaled(image, settings, mask.get(), run, network);
+        if (run.wasCancelled())
+            details::stateFailure(cancelledFailure());
         if (keep && result)
             details::UpscaleCache::instance().keep(name, *result);
         return result;

@@ -10,19 +10,51 @@
 #include <mutex>
 #include <unordered_map>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ORVO_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define ORVO_ADDRESS_SANITIZER 1
+#endif
+#ifdef ORVO_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace orvo {
 namespace {
 
-// Below this a plane is not worth keeping: the system's allocator serves small blocks from its own lists.
+/// The address sanitizer knows malloc's blocks only. These two let it see that the bytes of a kept plane, and those
+/// between the size asked for and that of the block, belong to nobody.
+void forbid([[maybe_unused]] void* begin, [[maybe_unused]] std::size_t bytes)
+{
+#ifdef ORVO_ADDRESS_SANITIZER
+    ASAN_POISON_MEMORY_REGION(begin, bytes);
+#endif
+}
+void permit([[maybe_unused]] void* begin, [[maybe_unused]] std::size_t bytes)
+{
+#ifdef ORVO_ADDRESS_SANITIZER
+    ASAN_UNPOISON_MEMORY_REGION(begin, bytes);
+#endif
+}
+
+#ifdef ORVO_CHECKED
+// As floats and doubles these bytes are NaN: whoever reads a sample that nobody wrote sees it in the result.
+constexpr int kUnwritten = 0xFF;
+#endif
+
+// Smaller planes are not worth keeping: the system's allocator serves small blocks from its own lists.
 constexpr std::size_t kSmallestKept = std::size_t{1} << 20;
 
-// Sizes are rounded up to this, so that planes of nearly the same size can stand in for each other.
+// Sizes are rounded up to this, so that planes of nearly the same size can replace each other.
 constexpr std::size_t kGranule = std::size_t{64} << 10;
 
-// A kept plane serves a wish down to this share of its size; a looser fit would hold memory that nobody asked for.
+// A kept plane is reused for requests down to this share of its size; a looser fit would waste memory.
 constexpr double kTightestFit = 0.8;
 
-// Kept planes never take more than this share of the machine's memory.
+// Kept planes never use more than this share of the machine's memory.
 constexpr std::size_t kCacheShareOfMemory = 32;
 
 std::size_t defaultCacheLimit()
@@ -54,7 +86,7 @@ struct MemoryManager::State
     std::size_t keptBytes = 0;
     std::size_t limit = defaultCacheLimit();
 
-    // Both below: with the mutex held.
+    // Call both with the mutex locked.
     void* takeKept(std::size_t bytes, std::size_t& blockBytes)
     {
         const auto found = kept.lower_bound(bytes);
@@ -72,6 +104,7 @@ struct MemoryManager::State
         while (keptBytes > bytes) {
             const auto largest = std::prev(kept.end());
             keptBytes -= largest->first;
+            permit(largest->second, largest->first);
             std::free(largest->second);
             kept.erase(largest);
         }
@@ -80,7 +113,7 @@ struct MemoryManager::State
 
 MemoryManager& MemoryManager::instance()
 {
-    // Never destroyed: planes held by other objects of static life may come back after it would have been.
+    // Never destroyed: objects with static lifetime may free their planes after its destruction.
     static MemoryManager* const manager = new MemoryManager;
     return *manager;
 }
@@ -100,14 +133,20 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
     if (block == nullptr) {
         block = std::aligned_alloc(kAlignment, blockBytes);
         if (block == nullptr) {
-            trim(); // what is kept for reuse may be just what is missing
+            trim(); // the kept planes may be exactly what is missing
             block = std::aligned_alloc(kAlignment, blockBytes);
         }
         if (block == nullptr)
             throw std::bad_alloc();
     }
+    permit(block, bytes);
+    forbid(static_cast<char*>(block) + bytes, blockBytes - bytes);
     if (zeroed)
         std::memset(block, 0, bytes);
+#ifdef ORVO_CHECKED
+    else
+        std::memset(block, kUnwritten, bytes);
+#endif
     const std::lock_guard lock(state->mutex);
     state->handedOut.emplace(block, blockBytes);
     state->live += blockBytes;
@@ -122,16 +161,18 @@ void MemoryManager::free(void* plane) noexcept
     const std::lock_guard lock(state->mutex);
     const auto found = state->handedOut.find(plane);
     if (found == state->handedOut.end()) {
-        std::fputs("MemoryManager::free: a plane that was not handed out, or was given back twice\n", stderr);
+        std::fputs("MemoryManager::free: not a plane of allocate(), or freed twice\n", stderr);
         std::abort();
     }
     const std::size_t blockBytes = found->second;
     state->handedOut.erase(found);
     state->live -= blockBytes;
     if (blockBytes < kSmallestKept || state->keptBytes + blockBytes > state->limit) {
+        permit(plane, blockBytes);
         std::free(plane);
         return;
     }
+    forbid(plane, blockBytes);
     state->kept.emplace(blockBytes, plane);
     state->keptBytes += blockBytes;
 }

@@ -6,7 +6,7 @@
 namespace orvo {
 namespace {
 
-// A few roundings of single precision, so that sums taken in another order still count as equal.
+// A few roundings of single precision, so that sums in a different order still compare equal.
 constexpr float kRelativeTolerance = 1e-5f;
 
 void appendUtf8(std::string& text, char32_t c)

@@ -27,7 +27,7 @@ std::uint32_t byteAt(const std::string& text, std::size_t i) { return static_cas
 // The length of the UTF-8 character at `i` and its code; a length of 0 if there is none.
 std::size_t characterAt(const std::string& text, std::size_t i, std::uint32_t& code)
 {
-    // The smallest code that needs each length: a longer form of a smaller one is not UTF-8.
+    // The smallest code that needs each length: an overlong form is not UTF-8.
     constexpr std::array<std::uint32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
     const std::uint32_t first = byteAt(text, i);
     const std::size_t length = first < 0x80             ? 1

@@ -55,7 +55,7 @@ TEST(MemoryManager, ReusesAFreedPlaneUpToTheLimit)
     void* const first = manager.allocate(kPlane, false);
     void* const second = manager.allocate(kPlane, false);
     manager.free(first);
-    manager.free(second); // beyond the limit: goes back to the system
+    manager.free(second); // beyond the limit: returned to the system
     EXPECT_EQ(manager.cachedBytes(), kPlane);
     EXPECT_EQ(manager.allocate(kPlane - 100, false), first);
     EXPECT_EQ(manager.cachedBytes(), 0u);
@@ -64,7 +64,7 @@ TEST(MemoryManager, ReusesAFreedPlaneUpToTheLimit)
     EXPECT_EQ(manager.cachedBytes(), 0u);
 }
 
-TEST(MemoryManager, AMuchLargerKeptPlaneIsNotSpentOnASmallWish)
+TEST(MemoryManager, AMuchLargerKeptPlaneIsNotUsedForASmallRequest)
 {
     MemoryManager manager;
     manager.setCacheLimit(64 * kPlane);
@@ -93,7 +93,7 @@ TEST(MemoryManager, AnImpossibleSizeThrows)
     EXPECT_EQ(manager.liveBytes(), 0u);
 }
 
-TEST(MemoryManager, ManyThreadsLeaveTheCountWhereItWas)
+TEST(MemoryManager, ManyThreadsLeaveTheCountUnchanged)
 {
     MemoryManager manager;
     std::vector<std::thread> threads;

@@ -43,7 +43,7 @@ TEST(ConsoleTrace, ReadsItsQuietByteBeforeEachPiece)
     grfx::cout.quiet = before;
 }
 
-TEST(ScopedTimer, TellsItsScope)
+TEST(ScopedTimer, ReportsItsScope)
 {
     const unsigned char before = grfx::cout.quiet;
     grfx::cout.quiet = 0;

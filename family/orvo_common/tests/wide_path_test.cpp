@@ -5,14 +5,14 @@
 
 using namespace orvo;
 
-TEST(WidePath, HoldsCharactersOfAllLengths)
+TEST(WidePath, ConvertsCharactersOfAllLengths)
 {
     EXPECT_EQ(wideFromPath("pan.mp4"), L"pan.mp4");
     EXPECT_EQ(wideFromPath("\xc3\x9c \xe6\x9d\xb1 \xf0\x9f\x8e\xa5"), L"\u00dc \u6771 \U0001f3a5");
     EXPECT_EQ(wideFromPath(""), L"");
 }
 
-TEST(WidePath, EveryNameComesBack)
+TEST(WidePath, EveryNameSurvivesTheRoundTrip)
 {
     for (const std::string name :
          {"plain", "\xc3\x9c\xe6\x9d\xb1\xf0\x9f\x8e\xa5", "latin \xe4\xf6", "cut \xe6\x9d", "\xff\xfe",
@@ -21,7 +21,7 @@ TEST(WidePath, EveryNameComesBack)
         EXPECT_EQ(pathFromWide(wideFromPath(name)).native(), name);
 }
 
-TEST(WidePath, BytesThatAreNoCharactersStandApart)
+TEST(WidePath, InvalidBytesStayDistinct)
 {
     EXPECT_EQ(wideFromPath("a\xe4z"), std::wstring({L'a', static_cast<wchar_t>(0xdce4), L'z'}));
     EXPECT_EQ(pathFromWide(std::wstring(1, static_cast<wchar_t>(0xd800))).native(), "\xef\xbf\xbd");

@@ -1,5 +1,7 @@
 #include "color_profile_impl.hpp"
 
+#include <orvo_core/chromaticities.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -14,97 +16,87 @@ namespace {
 
 using Impl = ColorProfile::Impl;
 
-// Larger ICC files than this are not made; press profiles have a few megabytes.
+// Larger ICC files are not accepted; press profiles have a few megabytes.
 constexpr std::size_t kLargestIcc = std::size_t{64} << 20;
 constexpr std::size_t kIccHeaderBytes = 128;
-
-struct Chromaticity
-{
-    double x;
-    double y;
-};
-
-constexpr Chromaticity kD65 = {0.3127, 0.3290};
-constexpr Chromaticity kD50Chromaticity = {0.3457, 0.3585};
 
 struct KnownSpace
 {
     const char* name;
-    Chromaticity red, green, blue, white;
+    Chromaticities chromaticities;
 };
 
-// The spaces that come in files of many makers, each with another rounding.
-constexpr KnownSpace kKnownSpaces[] = {
-    {"sRGB", {0.64, 0.33}, {0.30, 0.60}, {0.15, 0.06}, kD65},                         // IEC 61966-2-1
-    {"ROMM", {0.7347, 0.2653}, {0.1596, 0.8404}, {0.0366, 0.0001}, kD50Chromaticity}, // ISO 22028-2
-    {"P3-D65", {0.680, 0.320}, {0.265, 0.690}, {0.150, 0.060}, kD65},                 // SMPTE EG 432-1
-    {"AdobeRGB", {0.64, 0.33}, {0.21, 0.71}, {0.15, 0.06}, kD65},                     // Adobe RGB (1998)
-    {"BT2020", {0.708, 0.292}, {0.170, 0.797}, {0.131, 0.046}, kD65},                 // ITU-R BT.2020
-};
-constexpr const KnownSpace& kSRGBSpace = kKnownSpaces[0];
-constexpr const KnownSpace& kRommSpace = kKnownSpaces[1];
+// Spaces found in files of many vendors, each with its own rounding.
+constexpr KnownSpace kKnownSpaces[] = {{"sRGB", kSRGBChromaticities},
+                                       {"ROMM", kRommChromaticities},
+                                       {"P3-D65", kP3Chromaticities},
+                                       {"AdobeRGB", kAdobeChromaticities},
+                                       {"BT2020", k2020Chromaticities}};
 
-// How far the entries of two files of one space may lie apart: their makers rounded the white, its adaptation and the
-// result differently.
+// Tolerance between the entries of two files of one space: vendors round the white, its adaptation and the result
+// differently.
 constexpr double kSameEntry = 5e-4;
 
-Vector3 xyzOf(Chromaticity c) { return {c.x / c.y, 1.0, (1.0 - c.x - c.y) / c.y}; }
+// White of the profile connection space, D50 (0.9642, 1, 0.8249), in the 1/65536 of ICC files.
+Vector3 d50() { return {63190.0 / 65536, 1.0, 54061.0 / 65536}; }
 
-// Adapts white to D50 after Bradford (Lam 1985), as the ICC does.
-Matrix3 adaptationToD50(const Vector3& white)
+Vector3 xyzOf(double x, double y) { return {x / y, 1.0, (1.0 - x - y) / y}; }
+
+// Adapts white to another one with the Bradford transform (Lam 1985), as the ICC does.
+Matrix3 adaptation(const Vector3& white, const Vector3& target)
 {
-    constexpr Matrix3 kBradford = {{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
-    const Vector3 from = kBradford * white;
-    const Vector3 to = kBradford * kD50;
-    return *inverse(kBradford) * diagonal({to[0] / from[0], to[1] / from[1], to[2] / from[2]}) * kBradford;
+    const Matrix3 bradford{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}};
+    const Vector3 from = bradford * white;
+    const Vector3 to = bradford * target;
+    return *inverse(bradford) * Vector3(to.cwiseQuotient(from)).asDiagonal() * bradford;
 }
 
-Matrix3 xyzFromLinear(const KnownSpace& space)
+// Empty if the primaries span no space, or white or a primary has no light.
+std::optional<Matrix3> xyzFromLinear(const Chromaticities& c, const Vector3& target = d50())
 {
-    const Vector3 r = xyzOf(space.red);
-    const Vector3 g = xyzOf(space.green);
-    const Vector3 b = xyzOf(space.blue);
-    const Matrix3 primaries = {{{r[0], g[0], b[0]}, {r[1], g[1], b[1]}, {r[2], g[2], b[2]}}};
-    const Vector3 white = xyzOf(space.white);
-    return adaptationToD50(white) * primaries * diagonal(*inverse(primaries) * white);
+    constexpr double kLeastY = 1e-6;
+    for (const double y : {c.redY, c.greenY, c.blueY, c.whiteY})
+        if (!(std::abs(y) > kLeastY))
+            return std::nullopt;
+    Matrix3 primaries;
+    primaries << xyzOf(c.redX, c.redY), xyzOf(c.greenX, c.greenY), xyzOf(c.blueX, c.blueY);
+    const auto fromXyz = inverse(primaries);
+    if (!fromXyz)
+        return std::nullopt;
+    const Vector3 white = xyzOf(c.whiteX, c.whiteY);
+    const Vector3 weights = *fromXyz * white;
+    const Matrix3 matrix = adaptation(white, target) * primaries * weights.asDiagonal();
+    return matrix.allFinite() ? std::optional(matrix) : std::nullopt;
 }
 
-// Makes exactly D50 of full red, green and blue, where a file misses it by rounding only: neutral must stay neutral.
+// Makes full red, green and blue add up to exactly D50 if a file misses it only by rounding: neutral must stay neutral.
 void normaliseWhite(Matrix3& matrix)
 {
     constexpr double kRounding = 5e-3;
-    for (std::size_t i = 0; i < 3; ++i) {
-        const double sum = matrix[i][0] + matrix[i][1] + matrix[i][2];
-        if (std::abs(sum - kD50[i]) > kRounding)
-            return;
-    }
-    for (std::size_t i = 0; i < 3; ++i) {
-        const double sum = matrix[i][0] + matrix[i][1] + matrix[i][2];
-        for (double& entry : matrix[i])
-            entry *= kD50[i] / sum;
-    }
+    const Vector3 white = d50();
+    const Vector3 sum = matrix.rowwise().sum();
+    if ((sum - white).cwiseAbs().maxCoeff() > kRounding)
+        return;
+    for (int row = 0; row < 3; ++row)
+        matrix.row(row) *= white[row] / sum[row];
 }
 
 std::string primariesText(const Matrix3& matrix)
 {
     for (const KnownSpace& space : kKnownSpaces) {
-        const Matrix3 known = xyzFromLinear(space);
-        double worst = 0.0;
-        for (std::size_t i = 0; i < 3; ++i)
-            for (std::size_t k = 0; k < 3; ++k)
-                worst = std::max(worst, std::abs(matrix[i][k] - known[i][k]));
-        if (worst <= kSameEntry)
+        const Matrix3 known = *xyzFromLinear(space.chromaticities);
+        if ((matrix - known).cwiseAbs().maxCoeff() <= kSameEntry)
             return space.name;
     }
     constexpr double kUnits = 1000.0;
     std::string text;
-    for (const Vector3& row : matrix)
-        for (const double entry : row)
-            text.append(text.empty() ? "" : ",").append(std::to_string(std::lround(entry * kUnits)));
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 3; ++column)
+            text.append(text.empty() ? "" : ",").append(std::to_string(std::lround(matrix(row, column) * kUnits)));
     return text;
 }
 
-// Fowler, Noll and Vo's hash FNV-1a of 64 bits.
+// 64-bit FNV-1a hash (Fowler, Noll, Vo).
 std::string bytesText(const std::vector<unsigned char>& bytes)
 {
     std::uint64_t value = 14695981039346656037u;
@@ -133,16 +125,16 @@ bool isWhole(std::span<const unsigned char> icc)
 {
     if (icc.size() < kIccHeaderBytes || icc.size() > kLargestIcc)
         return false;
-    std::size_t told = 0;
+    std::size_t announced = 0;
     for (const unsigned char byte : icc.first(4))
-        told = told << 8 | byte;
-    return told <= icc.size();
+        announced = announced << 8 | byte;
+    return announced <= icc.size();
 }
 
 std::string descriptionOf(cmsHPROFILE profile)
 {
     std::array<char, 256> text{};
-    const auto size = static_cast<cmsUInt32Number>(text.size() - 1); // the last one stays zero
+    const auto size = static_cast<cmsUInt32Number>(text.size() - 1); // keeps a terminating zero
     if (cmsGetProfileInfoASCII(profile, cmsInfoDescription, "en", "US", text.data(), size) == 0)
         return {};
     return text.data();
@@ -169,7 +161,7 @@ bool describesDevice(cmsHPROFILE profile)
            kind == cmsSigColorSpaceClass;
 }
 
-// Tables say more than the primaries beside them, so LittleCMS takes them first, and so do we.
+// Tables are more precise than the primaries beside them, so LittleCMS prefers them, and so does this code.
 bool hasTables(cmsHPROFILE profile)
 {
     constexpr cmsTagSignature kTables[] = {cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigDToB0Tag, cmsSigDToB1Tag};
@@ -187,7 +179,7 @@ double valueOf(const cmsToneCurve* curve, double x)
     return static_cast<double>(cmsEvalToneCurveFloat(curve, static_cast<float>(x)));
 }
 
-// The light of a value of L*, 0..1 for 0..100 (CIE 1976).
+// The light of L*, 0..1 for 0..100 (CIE 1976).
 double lightOfLightness(double lightness)
 {
     constexpr double kKnee = 8.0;
@@ -207,7 +199,7 @@ bool readGray(cmsHPROFILE profile, Impl& impl)
         return isLightness ? lightOfLightness(value) : value;
     });
     impl.curves.assign(3, transfer);
-    impl.xyzFromLinear = xyzFromLinear(kSRGBSpace);
+    impl.xyzFromLinear = *xyzFromLinear(kSRGBChromaticities);
     return true;
 }
 
@@ -215,14 +207,12 @@ bool readPrimaries(cmsHPROFILE profile, Impl& impl)
 {
     constexpr cmsTagSignature kColorants[] = {cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag};
     constexpr cmsTagSignature kCurves[] = {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag};
-    for (std::size_t k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; ++k) {
         const auto* const xyz = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, kColorants[k]));
         const cmsToneCurve* const curve = curveOf(profile, kCurves[k]);
         if (xyz == nullptr || curve == nullptr)
             return false;
-        impl.xyzFromLinear[0][k] = xyz->X;
-        impl.xyzFromLinear[1][k] = xyz->Y;
-        impl.xyzFromLinear[2][k] = xyz->Z;
+        impl.xyzFromLinear.col(k) = Vector3(xyz->X, xyz->Y, xyz->Z);
         impl.curves.emplace_back([curve](double x) { return valueOf(curve, x); });
     }
     normaliseWhite(impl.xyzFromLinear);
@@ -236,7 +226,7 @@ bool readMatrix(cmsHPROFILE profile, Impl& impl)
     try {
         return impl.channels == 1 ? readGray(profile, impl) : readPrimaries(profile, impl);
     } catch (const std::invalid_argument&) {
-        return false; // a curve without an inverse: LittleCMS may still find its way
+        return false; // a curve without an inverse: LittleCMS may still handle it
     }
 }
 
@@ -258,45 +248,54 @@ ToneCurve srgbToneCurve()
 
 ToneCurve linearToneCurve() { return ToneCurve(cmsBuildGamma(lcmsContext(), 1.0)); }
 
-// Writes the primaries so that they sum up to D50 to the last bit of the file's rounding: then neutral is neutral for
-// other programs too, which take the numbers as they stand.
-bool writePrimaries(cmsHPROFILE profile, const KnownSpace& space)
+// Rounds the primaries so that they sum to D50 exactly in the file's rounding: neutral then stays neutral for other
+// programs too, which use the numbers as they are.
+Matrix3 roundedToD50(const Matrix3& exact)
 {
     constexpr double kUnits = 65536.0;
-    const Matrix3 exact = xyzFromLinear(space);
-    Matrix3 rounded{};
-    for (std::size_t i = 0; i < 3; ++i) {
-        for (std::size_t k = 0; k < 3; ++k)
-            rounded[i][k] = std::round(exact[i][k] * kUnits) / kUnits;
-        auto& largest = *std::max_element(rounded[i].begin(), rounded[i].end());
-        largest += kD50[i] - (rounded[i][0] + rounded[i][1] + rounded[i][2]);
+    const Vector3 white = d50();
+    Matrix3 rounded;
+    for (int i = 0; i < 3; ++i) {
+        for (int k = 0; k < 3; ++k)
+            rounded(i, k) = std::round(exact(i, k) * kUnits) / kUnits;
+        int largest = 0;
+        rounded.row(i).maxCoeff(&largest);
+        rounded(i, largest) += white[i] - (rounded(i, 0) + rounded(i, 1) + rounded(i, 2));
     }
+    return rounded;
+}
+
+bool writePrimaries(cmsHPROFILE profile, const Matrix3& xyzFromLinear)
+{
     constexpr cmsTagSignature kColorants[] = {cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag};
-    for (std::size_t k = 0; k < 3; ++k) {
-        const cmsCIEXYZ colorant = {rounded[0][k], rounded[1][k], rounded[2][k]};
+    for (int k = 0; k < 3; ++k) {
+        const cmsCIEXYZ colorant = {xyzFromLinear(0, k), xyzFromLinear(1, k), xyzFromLinear(2, k)};
         if (cmsWriteTag(profile, kColorants[k], &colorant) == 0)
             return false;
     }
     return true;
 }
 
-// The bytes are the same in every run.
-std::vector<unsigned char> writeIcc(const KnownSpace& space, const ToneCurve& curve, const char* description)
+// Deterministic: the same bytes in every run. Empty if LittleCMS rejects the primaries.
+std::vector<unsigned char> writeIcc(const Chromaticities& c, const Matrix3& xyzFromLinear, const ToneCurve& curve,
+                                    const char* description)
 {
-    const auto xyY = [](Chromaticity c) { return cmsCIExyY{c.x, c.y, 1.0}; };
-    const cmsCIExyY white = space.white.x == kD50Chromaticity.x ? *cmsD50_xyY() : xyY(space.white);
-    const cmsCIExyYTRIPLE primaries = {xyY(space.red), xyY(space.green), xyY(space.blue)};
+    const auto xyY = [](double x, double y) { return cmsCIExyY{x, y, 1.0}; };
+    const cmsCIExyY white = c.whiteX == kRommChromaticities.whiteX ? *cmsD50_xyY() : xyY(c.whiteX, c.whiteY);
+    const cmsCIExyYTRIPLE primaries = {xyY(c.redX, c.redY), xyY(c.greenX, c.greenY), xyY(c.blueX, c.blueY)};
     cmsToneCurve* curves[] = {curve.get(), curve.get(), curve.get()};
     const LcmsProfile profile(cmsCreateRGBProfileTHR(lcmsContext(), &white, &primaries, curves));
+    if (!profile)
+        return {};
     const std::unique_ptr<cmsMLU, LcmsDeleter> text(cmsMLUalloc(lcmsContext(), 1));
     cmsUInt32Number size = 0;
-    if (!profile || !text || cmsMLUsetASCII(text.get(), "en", "US", description) == 0 ||
+    if (!text || cmsMLUsetASCII(text.get(), "en", "US", description) == 0 ||
         cmsWriteTag(profile.get(), cmsSigProfileDescriptionTag, text.get()) == 0 ||
-        !writePrimaries(profile.get(), space) || cmsSaveProfileToMem(profile.get(), nullptr, &size) == 0)
-        throw std::runtime_error("ColorProfile: LittleCMS made no profile");
+        !writePrimaries(profile.get(), xyzFromLinear) || cmsSaveProfileToMem(profile.get(), nullptr, &size) == 0)
+        throw std::runtime_error("ColorProfile: LittleCMS cannot create the profile");
     std::vector<unsigned char> bytes(size);
     if (cmsSaveProfileToMem(profile.get(), bytes.data(), &size) == 0)
-        throw std::runtime_error("ColorProfile: LittleCMS wrote no profile");
+        throw std::runtime_error("ColorProfile: LittleCMS cannot write the profile");
     // The header's date: six big-endian numbers of 16 bits, here the first of January 2026 at midnight.
     constexpr std::size_t kDateOffset = 24;
     constexpr std::array<unsigned char, 12> kDate = {2026 >> 8, 2026 & 255, 0, 1, 0, 1};
@@ -304,12 +303,14 @@ std::vector<unsigned char> writeIcc(const KnownSpace& space, const ToneCurve& cu
     return bytes;
 }
 
-std::shared_ptr<ColorProfile> makeProfile(const KnownSpace& space, const ToneCurve& curve, const char* description)
+std::shared_ptr<ColorProfile> makeProfile(const Chromaticities& chromaticities, const ToneCurve& curve,
+                                          const char* description)
 {
-    // Read back from its own bytes, so that a file that carries them is the very same space.
-    auto profile = ColorProfile::fromIcc(writeIcc(space, curve, description));
+    // Read back from its own bytes, so that a file that contains them is exactly the same space.
+    const Matrix3 matrix = roundedToD50(*xyzFromLinear(chromaticities));
+    auto profile = ColorProfile::fromIcc(writeIcc(chromaticities, matrix, curve, description));
     if (!profile)
-        throw std::runtime_error("ColorProfile: LittleCMS does not read its own profile");
+        throw std::runtime_error("ColorProfile: LittleCMS cannot read its own profile");
     return profile;
 }
 
@@ -317,7 +318,7 @@ std::shared_ptr<ColorProfile> makeProfile(const KnownSpace& space, const ToneCur
 
 cmsContext lcmsContext()
 {
-    // Never deleted: profiles of static life may outlive any other object of static life.
+    // Never deleted: static profiles may outlive any other static object.
     static const cmsContext context = [] {
         const cmsContext made = cmsCreateContext(nullptr, nullptr);
         cmsSetLogErrorHandlerTHR(made, [](cmsContext, cmsUInt32Number, const char*) {});
@@ -351,7 +352,7 @@ std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned cha
     impl->kind = Impl::Kind::kMatrix;
     if (readMatrix(profile.get(), *impl)) {
         if (!inverse(impl->xyzFromLinear))
-            return nullptr; // primaries that span no space
+            return nullptr; // degenerate primaries
     } else {
         impl->kind = Impl::Kind::kTables;
         impl->curves.clear();
@@ -360,6 +361,17 @@ std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned cha
     }
     impl->hash = hashOf(*impl);
     return std::make_shared<ColorProfile>(std::move(impl));
+}
+
+std::shared_ptr<ColorProfile> profileFromChromaticities(const Chromaticities& chromaticities, double gamma)
+{
+    constexpr double kLargest = 16.0; // far beyond any real primary; what is larger does not fit the ICC's numbers
+    // White to the decimals that the ICC prints; entries are rounded to the units of the file after that.
+    const auto matrix = xyzFromLinear(chromaticities, {0.9642, 1.0, 0.8249});
+    if (!matrix || !(gamma >= 0.0) || gamma > kLargest || !(matrix->cwiseAbs().maxCoeff() < kLargest))
+        return nullptr;
+    const ToneCurve curve = gamma > 0.0 ? ToneCurve(cmsBuildGamma(lcmsContext(), gamma)) : srgbToneCurve();
+    return ColorProfile::fromIcc(writeIcc(chromaticities, *matrix, curve, "RGB by chromaticities"));
 }
 
 const std::string& ColorProfile::hash() const { return implementation->hash; }
@@ -382,25 +394,31 @@ const std::string& ColorProfile::description() const { return implementation->de
 
 std::shared_ptr<ColorProfile> ColorProfileType::sRGB()
 {
-    static const auto profile = makeProfile(kSRGBSpace, srgbToneCurve(), "sRGB");
+    static const auto profile = makeProfile(kSRGBChromaticities, srgbToneCurve(), "sRGB");
     return profile;
 }
 
 std::shared_ptr<ColorProfile> ColorProfileType::melissaRGB()
 {
-    static const auto profile = makeProfile(kRommSpace, srgbToneCurve(), "Melissa RGB");
+    static const auto profile = makeProfile(kRommChromaticities, srgbToneCurve(), "Melissa RGB");
     return profile;
 }
 
 std::shared_ptr<ColorProfile> ColorProfileType::linearMelissaRGB()
 {
-    static const auto profile = makeProfile(kRommSpace, linearToneCurve(), "Linear Melissa RGB");
+    static const auto profile = makeProfile(kRommChromaticities, linearToneCurve(), "Linear Melissa RGB");
     return profile;
 }
 
 std::shared_ptr<ColorProfile> ColorProfileType::linearSRGB()
 {
-    static const auto profile = makeProfile(kSRGBSpace, linearToneCurve(), "Linear sRGB");
+    static const auto profile = makeProfile(kSRGBChromaticities, linearToneCurve(), "Linear sRGB");
+    return profile;
+}
+
+std::shared_ptr<ColorProfile> adobeRGB()
+{
+    static const auto profile = profileFromChromaticities(kAdobeChromaticities, kAdobeGamma);
     return profile;
 }
 

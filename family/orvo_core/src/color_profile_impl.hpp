@@ -1,22 +1,33 @@
-/// What a ColorProfile holds, and the handles of LittleCMS. For this room alone.
+/// The implementation of ColorProfile, and LittleCMS handles. Private to this library.
 #pragma once
 
-#include "matrix3.hpp"
 #include "transfer_curve.hpp"
 
 #include <orvo_core/color_profile.hpp>
 
+#include <Eigen/Dense>
 #include <lcms2.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 namespace orvo {
 
-/// White of the profile connection space, D50 (0.9642, 1, 0.8249), in the 1/65536 of ICC files.
-inline constexpr Vector3 kD50 = {63190.0 / 65536, 1.0, 54061.0 / 65536};
+using Vector3 = Eigen::Vector3d;
+using Matrix3 = Eigen::Matrix3d;
+
+/// Empty where the rows are so nearly dependent that an inverse would be noise.
+[[nodiscard]] inline std::optional<Matrix3> inverse(const Matrix3& m)
+{
+    constexpr double kSmallest = 1e-6; // determinant; that of ProPhoto, the widest in use, is 0.25; of sRGB 0.1
+    Matrix3 result;
+    bool isInvertible = false;
+    m.computeInverseWithCheck(result, isInvertible, kSmallest);
+    return isInvertible ? std::optional(result) : std::nullopt;
+}
 
 struct ColorProfile::Impl
 {
@@ -24,7 +35,7 @@ struct ColorProfile::Impl
     {
         kNone,
         kMatrix, ///< curves and primaries; gray too
-        kTables, ///< whatever else LittleCMS reads
+        kTables, ///< anything else LittleCMS reads
     };
 
     Kind kind = Kind::kNone;
@@ -32,11 +43,11 @@ struct ColorProfile::Impl
     std::vector<unsigned char> icc;
     std::string hash;
     std::string description;
-    Matrix3 xyzFromLinear{};           ///< to D50; kMatrix only
-    std::vector<TransferCurve> curves; ///< three; kMatrix only
+    Matrix3 xyzFromLinear = Matrix3::Zero(); ///< to D50; kMatrix only
+    std::vector<TransferCurve> curves;       ///< three; kMatrix only
 };
 
-/// Our own context of LittleCMS, which says nothing on any stream.
+/// Our own LittleCMS context, which prints nothing.
 [[nodiscard]] cmsContext lcmsContext();
 
 struct LcmsCloser
@@ -52,10 +63,10 @@ struct LcmsDeleter
 using LcmsProfile = std::unique_ptr<void, LcmsCloser>;
 using LcmsTransform = std::unique_ptr<void, LcmsDeleter>;
 
-/// Handles are not shared among threads: each user opens the bytes anew. Empty if they are no profile.
+/// Handles are not shared among threads: each user opens the bytes anew. Empty if they are not a profile.
 [[nodiscard]] LcmsProfile openLcmsProfile(const std::vector<unsigned char>& icc);
 
-/// The layout of `channels` interleaved floats of a profile of that many channels.
+/// The LittleCMS format of `channels` interleaved floats.
 [[nodiscard]] constexpr cmsUInt32Number lcmsFormat(int channels)
 {
     return channels == 1 ? TYPE_GRAY_FLT : channels == 4 ? TYPE_CMYK_FLT : TYPE_RGB_FLT;

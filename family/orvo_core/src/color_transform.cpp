@@ -16,7 +16,7 @@ namespace {
 
 using Impl = ColorProfile::Impl;
 
-// Pixels that go through all steps at once; their three planes stay in the first cache.
+// Pixels that go through all steps at once; their three planes stay in the L1 cache.
 constexpr int kBlock = 512;
 
 struct Planes
@@ -30,7 +30,7 @@ struct Planes
 
 struct MatrixLoop
 {
-    const float* m; // nine, by rows
+    const float* m; // nine, row-major
     Planes& planes;
     int count;
 
@@ -81,11 +81,11 @@ bool hasTables(const ColorProfile& profile) { return profile.impl().kind == Impl
 LcmsTransform checked(cmsHTRANSFORM made)
 {
     if (made == nullptr)
-        throw std::runtime_error("colorTransform: the tables of a profile do not serve this direction");
+        throw std::runtime_error("colorTransform: the tables of a profile do not support this direction");
     return LcmsTransform(made);
 }
 
-// cmsFLAGS_NOCACHE: a transform without a memory of its last pixel may be used by many threads at once.
+// cmsFLAGS_NOCACHE: a transform without a cache of its last pixel may be used by many threads at once.
 LcmsTransform lcmsToXyz(const Impl& source)
 {
     const LcmsProfile from = openLcmsProfile(source.icc);
@@ -102,12 +102,12 @@ LcmsTransform lcmsFromXyz(const Impl& target)
                                          INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOCACHE));
 }
 
-// Pixels of one profile to pixels of another. Each side is either curves and a matrix of ours or a transform of
-// LittleCMS to or from the XYZ of D50; between them stands one matrix. Immutable.
+// Converts pixels of one profile to another. Each side is either our own curves and matrix or a LittleCMS transform to
+// or from XYZ with D50; one matrix connects them. Immutable.
 class Conversion
 {
 public:
-    // The profiles must live as long as this. An empty one is None().
+    // The profiles must outlive this object. An empty one is None().
     Conversion(const ColorProfile* source_, int sourceChannels_, const ColorProfile* target_)
         : source(source_), target(target_), sourceChannels(sourceChannels_)
     {
@@ -115,7 +115,7 @@ public:
         copies = isNone(source) || isNone(target) || source == target || *source == *target;
         if (copies)
             return;
-        Matrix3 total = diagonal({1.0, 1.0, 1.0});
+        Matrix3 total = Matrix3::Identity();
         if (hasTables(*source))
             toXyz = lcmsToXyz(source->impl());
         else
@@ -123,14 +123,14 @@ public:
         if (hasTables(*target))
             fromXyz = lcmsFromXyz(target->impl());
         else
-            total = *inverse(target->impl().xyzFromLinear) * total;
-        for (std::size_t i = 0; i < 9; ++i)
-            matrix[i] = static_cast<float>(total[i / 3][i % 3]);
+            total = Matrix3(*inverse(target->impl().xyzFromLinear) * total);
+        for (int i = 0; i < 9; ++i)
+            matrix[static_cast<std::size_t>(i)] = static_cast<float>(total(i / 3, i % 3));
     }
 
     [[nodiscard]] bool onlyCopies() const { return copies; }
 
-    // kTargetStride floats are one pixel of the target; with 4 the last one is left alone.
+    // kTargetStride floats are one pixel of the target; with 4 the last one is not written.
     template <int kTargetStride>
     void run(const float* in, int inStride, float* out, std::size_t count) const
     {
@@ -153,11 +153,11 @@ private:
                           : sourceChannels == 3 ? described == 3 || (described == 1 && !grayTables)
                                                 : sourceChannels == 1 && described != 4;
         if (!fits)
-            throw std::invalid_argument("colorTransform: the source's profile does not describe its channels");
+            throw std::invalid_argument("colorTransform: the source's profile does not match its channels");
         if (!isNone(target) && target->channelCount() != 3 && hasTables(*target))
             throw std::invalid_argument("colorTransform: the target's profile does not describe RGB pixels");
         if (sourceChannels == 4 && isNone(target))
-            throw std::invalid_argument("colorTransform: four inks need a profile to become a picture");
+            throw std::invalid_argument("colorTransform: CMYK samples need a target profile");
     }
 
     void load(const float* in, int stride, int count, Planes& planes) const
@@ -176,14 +176,14 @@ private:
 
     void loadThroughTables(const float* in, int stride, int count, Planes& planes) const
     {
-        constexpr float kAllInk = 100.0f; // LittleCMS counts ink in per cent
-        const int wanted = source->channelCount();
-        const float scale = wanted == 4 ? kAllInk : 1.0f;
+        constexpr float kAllInk = 100.0f; // LittleCMS measures ink in percent
+        const int channels = source->channelCount();
+        const float scale = channels == 4 ? kAllInk : 1.0f;
         float packed[kBlock * 4];
         float xyz[kBlock * 3];
         for (int i = 0; i < count; ++i)
-            for (int c = 0; c < wanted; ++c)
-                packed[i * wanted + c] = scale * in[i * stride + std::min(c, sourceChannels - 1)];
+            for (int c = 0; c < channels; ++c)
+                packed[i * channels + c] = scale * in[i * stride + std::min(c, sourceChannels - 1)];
         cmsDoTransform(toXyz.get(), packed, xyz, static_cast<cmsUInt32Number>(count));
         spread<3>(xyz, count, planes);
     }
@@ -220,7 +220,7 @@ template <typename T>
 void convertPixels(const _ImageData<T>& source, const ColorProfile* profile, _ImageData<T>& target)
 {
     if constexpr (std::is_same_v<T, float>) {
-        // A mask's values are no colours.
+        // A mask's values are not colours.
         if (&source != &target)
             forEachRange(source.pixelCount(), [&](std::size_t first, std::size_t last) {
                 std::copy(source.data() + first, source.data() + last, target.data() + first);
@@ -271,7 +271,7 @@ void _ImageData<T>::convertTo(const std::shared_ptr<ColorProfile>& newProfile)
     profile = newProfile;
 }
 
-// The class is instantiated where its other members are defined.
+// The class itself is instantiated where its other members are defined.
 #define ORVO_INSTANTIATE(T)                                                                                            \
     template void _ImageData<T>::colorTransform(std::shared_ptr<_ImageData<T>>&, bool) const;                          \
     template void _ImageData<T>::colorTransform(std::shared_ptr<_ImageData<T>>&, std::shared_ptr<ColorProfile>, bool)  \

@@ -8,7 +8,7 @@
 namespace orvo {
 namespace {
 
-// The first byte of the serialised form names the kind, so that other kinds can be added.
+// The first byte of the serialised form is the kind, so that other kinds can be added.
 constexpr unsigned char kUuidKind = 1;
 
 const Identifier& present(const std::shared_ptr<const Identifier>& identifier, const char* complaint)

@@ -31,7 +31,7 @@ TiledImageData::~TiledImageData() = default;
 Image::Image(std::shared_ptr<ImageSource> source_) : source(std::move(source_)), guid(generateUUID())
 {
     if (!source || !source->pixels())
-        throw std::invalid_argument("Image: a source with pixels is needed");
+        throw std::invalid_argument("Image: the source has no pixels");
 }
 
 Image::~Image() = default;

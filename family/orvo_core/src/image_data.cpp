@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -11,20 +13,27 @@
 #include <utility>
 
 namespace orvo {
+
+void details::endAtMissingRow(int y, int height)
+{
+    std::fprintf(stderr, "_ImageData::row: row %d of a picture of %d rows\n", y, height);
+    std::abort();
+}
+
 namespace {
 
 // Bytes of a plane of `size` values of `sampleBytes` each.
 std::size_t planeBytes(_Size<int> size, std::size_t sampleBytes)
 {
     if (size.width < 0 || size.height < 0)
-        throw std::invalid_argument("_ImageData: a size cannot be negative");
+        throw std::invalid_argument("_ImageData: the size is negative");
     const std::size_t pixels = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
     if (pixels > std::numeric_limits<std::size_t>::max() / sampleBytes)
         throw std::bad_alloc();
     return pixels * sampleBytes;
 }
 
-// The part of `rect` inside a picture of `size`, in 64 bits, since a rectangle may end beyond the largest int.
+// The part of `rect` inside a picture of `size`, in 64 bits because a rectangle may end beyond the largest int.
 _Rect<int> clipped(_Rect<int> rect, _Size<int> size)
 {
     const auto limited = [](std::int64_t value, int upper) {
@@ -37,7 +46,7 @@ _Rect<int> clipped(_Rect<int> rect, _Size<int> size)
     return {left, top, std::max(0, right - left), std::max(0, bottom - top)};
 }
 
-// Clang 14 compiles the members for masks alone with every type of pixel, though nobody can call them there.
+// Clang 14 compiles the members for masks with every pixel type, although nobody can call them there.
 template <typename T>
 float* asFloats(T* samples)
 {
@@ -80,7 +89,7 @@ template <typename T>
 void _ImageData<T>::fillRect(const float& value, _Rect<int> rect) requires std::same_as<T, float>
 {
     const _Rect<int> part = clipped(rect, extent);
-    const float fill = value; // `value` may be one of the samples that are written
+    const float fill = value; // `value` may refer to one of the samples being written
     forEachRow(part.height, [&](int y) { std::fill_n(asFloats(row(part.y + y)) + part.x, part.width, fill); });
 }
 
@@ -89,7 +98,7 @@ void _ImageData<T>::clamp() requires std::same_as<T, float>
 {
     forEachRow(extent.height, [&](int y) {
         float* const values = asFloats(row(y));
-        // What is not a number compares false and becomes 0, as clampValue() has it.
+        // NaN compares false and becomes 0, as in clampValue().
         for (int x = 0; x < extent.width; ++x)
             values[x] = values[x] > 0.0f ? (values[x] < 1.0f ? values[x] : 1.0f) : 0.0f;
     });

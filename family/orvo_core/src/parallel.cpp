@@ -3,6 +3,24 @@
 #include <tbb/global_control.h>
 
 namespace orvo {
+namespace details {
+
+void LowestException::keep(std::int64_t index) noexcept
+{
+    const std::lock_guard lock(mutex);
+    if (index > lowest.load(std::memory_order_relaxed))
+        return;
+    lowest.store(index, std::memory_order_relaxed);
+    exception = std::current_exception();
+}
+
+void LowestException::rethrow() const
+{
+    if (exception)
+        std::rethrow_exception(exception);
+}
+
+} // namespace details
 
 struct WorkerLimit::Control
 {
@@ -10,7 +28,7 @@ struct WorkerLimit::Control
         : limit(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads))
     {}
 
-    tbb::global_control limit; // can be copied, but then the copy limits nothing: only ever made in its place
+    tbb::global_control limit; // a copy would limit nothing: only ever constructed in place
 };
 
 WorkerLimit::WorkerLimit(int threads)

@@ -13,7 +13,7 @@
 namespace orvo {
 namespace {
 
-// For each output sample of one axis the run of input samples that it is made of, and their weights.
+// For each output sample of one axis the run of input samples that contribute, and their weights.
 struct AxisTaps
 {
     struct Run
@@ -39,7 +39,7 @@ struct AxisTaps
 };
 
 // Keys, IEEE Transactions on Acoustics, Speech and Signal Processing 29(6), 1981, with a = -1/2: the cubic through the
-// samples whose slope at each is that of its two neighbours (Catmull and Rom, 1974).
+// samples whose slope at each is that between its two neighbours (Catmull and Rom, 1974).
 double catmullRom(double distance)
 {
     const double d = std::abs(distance);
@@ -48,7 +48,7 @@ double catmullRom(double distance)
     return d < 2.0 ? ((-0.5 * d + 2.5) * d - 4.0) * d + 2.0 : 0.0;
 }
 
-// Collects the weights of one output sample. Positions outside the picture count for its edge.
+// Collects the weights of one output sample. Positions outside the picture count as its edge.
 class RunBuilder
 {
 public:
@@ -59,14 +59,14 @@ public:
         const int index = static_cast<int>(std::clamp<std::int64_t>(position, 0, inputLength - 1));
         if (run.empty())
             first = index;
-        // Positions come in rising order, so the clamped ones do too.
+        // Positions are increasing, so the clamped ones are too.
         run.resize(std::max(run.size(), static_cast<std::size_t>(index - first) + 1), 0.0);
         run[static_cast<std::size_t>(index - first)] += weight;
     }
 
     void finish()
     {
-        // Weights of nothing at the ends would let a sample that is not a number spread into its neighbours.
+        // Zero weights at the ends would let NaN spread into neighbouring samples.
         std::size_t begin = 0;
         std::size_t end = run.size();
         while (end - begin > 1 && run[begin] == 0.0)
@@ -77,7 +77,7 @@ public:
         for (std::size_t k = begin; k < end; ++k)
             sum += run[k];
         taps.runs.push_back({first + static_cast<int>(begin), static_cast<int>(end - begin), taps.weights.size()});
-        // Normalised as they are rounded, so that a constant stays what it is: what one loses goes to the next.
+        // Each weight's rounding error carries over to the next one, so that a constant stays constant.
         double owed = 0.0;
         for (std::size_t k = begin; k < end; ++k) {
             const double exact = run[k] / sum + owed;
@@ -94,8 +94,8 @@ private:
     std::vector<double> run;
 };
 
-// Taps that show the stretch of `partLength` input samples from `partStart` on in `outputLength` samples. Sample i
-// covers the stretch from i to i+1, so centres lie at halves and nothing moves.
+// Taps that map `partLength` input samples from `partStart` on to `outputLength` samples. Sample i covers the interval
+// from i to i+1, so centres are at halves and nothing shifts.
 AxisTaps makeTaps(int inputLength, int partStart, int partLength, int outputLength)
 {
     AxisTaps taps;
@@ -127,7 +127,7 @@ void filterRow(const float* source, float* target, const AxisTaps& taps)
     for (const AxisTaps::Run& run : taps.runs) {
         const float* const weights = taps.weights.data() + run.start;
         const float* input = source + static_cast<std::ptrdiff_t>(run.first) * kChannels;
-        // Long sums are made of short ones: the rounding of a sum grows with the number of its steps.
+        // Long sums are made of short ones: the rounding error of a sum grows with the number of its terms.
         constexpr int kShort = 16;
         float sums[kChannels] = {};
         for (int first = 0; first < run.count; first += kShort) {
@@ -148,7 +148,7 @@ void filterRow(const float* source, float* target, const AxisTaps& taps)
 void mixRows(const float* rows, std::ptrdiff_t rowFloats, std::ptrdiff_t length, const float* weights, int count,
              float* target)
 {
-    // A stretch that stays in the first cache while one row after another is added to it.
+    // A stretch that stays in the L1 cache while one row after another is added to it.
     constexpr std::ptrdiff_t kStretch = 2048; // floats
     for (std::ptrdiff_t begin = 0; begin < length; begin += kStretch) {
         const std::ptrdiff_t end = std::min(length, begin + kStretch);
@@ -181,21 +181,21 @@ struct Rows
 {
     const float* data;
     std::ptrdiff_t stride; // floats from row to row
-    int first = 0;         // the number of the row that `data` points at
+    int first = 0;         // number of the row that `data` points at
     [[nodiscard]] const float* row(int y) const { return data + (y - first) * stride; }
 };
 
 void checkResize(_Size<int> source, _Size<int> size, const _Rect<int>& rect)
 {
     if (size.width < 0 || size.height < 0 || rect.width < 0 || rect.height < 0)
-        throw std::invalid_argument("_ImageData::resize: a size cannot be negative");
+        throw std::invalid_argument("_ImageData::resize: the size is negative");
     const bool wantsPixels = size.width > 0 && size.height > 0;
     const bool hasPixels = source.width > 0 && source.height > 0 && rect.width > 0 && rect.height > 0;
     if (wantsPixels && !hasPixels)
-        throw std::invalid_argument("_ImageData::resize: there are no pixels to make a picture of");
+        throw std::invalid_argument("_ImageData::resize: the part has no pixels");
 }
 
-// An axis whose samples are taken over as they are needs no taps.
+// An axis whose samples are copied unchanged needs no taps.
 bool isCopied(int inputLength, int partStart, int partLength, int outputLength)
 {
     return partLength == outputLength && partStart >= 0 && partStart <= inputLength - partLength;
@@ -212,7 +212,7 @@ void resizeInto(const _ImageData<T>& source, const _Rect<int>& rect, _ImageData<
                0};
     float* const output = reinterpret_cast<float*>(target.data());
 
-    // The rows of the source that are needed, [top, bottom).
+    // The required rows of the source, [top, bottom).
     const bool rowsCopied = isCopied(source.height(), rect.y, rect.height, target.height());
     AxisTaps down;
     if (!rowsCopied)
@@ -246,7 +246,7 @@ void resizeInto(const _ImageData<T>& source, const _Rect<int>& rect, _ImageData<
     });
 }
 
-// What the zero rectangle and the zero size stand for.
+// Resolves the zero rectangle and the zero size.
 _Rect<int> meantRect(const _Rect<int>& rect, _Size<int> source)
 {
     return rect == _Rect<int>() ? _Rect<int>(0, 0, source.width, source.height) : rect;
@@ -260,9 +260,9 @@ template <typename T>
 std::shared_ptr<_ImageData<T>> _ImageData<T>::resize(_Size<int> size, const _Rect<int>& rect, bool) const
 {
     const _Rect<int> part = meantRect(rect, extent);
-    const _Size<int> wanted = meantSize(size, part);
-    checkResize(extent, wanted, part);
-    auto result = std::make_shared<_ImageData>(wanted, profile);
+    const _Size<int> resolved = meantSize(size, part);
+    checkResize(extent, resolved, part);
+    auto result = std::make_shared<_ImageData>(resolved, profile);
     resizeInto(*this, part, *result);
     return result;
 }
@@ -270,15 +270,15 @@ std::shared_ptr<_ImageData<T>> _ImageData<T>::resize(_Size<int> size, const _Rec
 std::shared_ptr<MaskImage> MaskImage::resize(_Size<int> size, const _Rect<int>& rect, bool) const
 {
     const _Rect<int> part = meantRect(rect, this->size());
-    const _Size<int> wanted = meantSize(size, part);
-    checkResize(this->size(), wanted, part);
-    auto result = std::make_shared<MaskImage>(wanted);
+    const _Size<int> resolved = meantSize(size, part);
+    checkResize(this->size(), resolved, part);
+    auto result = std::make_shared<MaskImage>(resolved);
     resizeInto<float>(*this, part, *result);
-    result->clamp(); // the cubic swings beyond its samples at edges, and weights must not
+    result->clamp(); // the cubic overshoots at edges, and weights must not
     return result;
 }
 
-// The class is instantiated where its other members are defined.
+// The class itself is instantiated where its other members are defined.
 template std::shared_ptr<_ImageData<PixelRGB<float>>> _ImageData<PixelRGB<float>>::resize(_Size<int>, const _Rect<int>&,
                                                                                           bool) const;
 template std::shared_ptr<_ImageData<PixelRGBA<float>>>

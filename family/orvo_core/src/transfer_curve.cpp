@@ -27,9 +27,9 @@ double srgbLight(double encoded)
                                        : std::pow((encoded + kSrgbOffset) / (1.0 + kSrgbOffset), kSrgbPower);
 }
 
-// The log to the base 2 of a positive number. Its mantissa m, between sqrt(1/2) and sqrt(2), goes through the series of
-// the area tangent, ln m = 2 (s + s^3/3 + s^5/5 + ...) with s = (m-1)/(m+1); |s| < 0.172, so what is left out is
-// below 2e-9.
+// log2 of a positive number. Its mantissa m, between sqrt(1/2) and sqrt(2), goes through the series of the inverse
+// hyperbolic tangent, ln m = 2 (s + s^3/3 + s^5/5 + ...) with s = (m-1)/(m+1); |s| < 0.172, so the remainder is below
+// 2e-9.
 ORVO_INLINE float log2Positive(float x)
 {
     constexpr std::int32_t kRootOfHalf = 0x3F3504F3;
@@ -43,13 +43,13 @@ ORVO_INLINE float log2Positive(float x)
     return static_cast<float>(exponent) + series * s;
 }
 
-// 2 to the power of y: the whole part goes into the exponent, the rest, within +-1/2, through the series of e^(y ln 2)
-// up to the seventh power, which leaves out less than 6e-9.
+// 2 to the power of y: the integer part goes into the exponent, the rest, within +-1/2, through the series of
+// e^(y ln 2) up to the seventh power, with a remainder below 6e-9.
 ORVO_INLINE float exp2Limited(float y)
 {
     constexpr float kRounder = 12582912.0f; // 1.5 * 2^23: adding it leaves no bits for the fraction
     y = y < -126.0f ? -126.0f : y;
-    y = y < 127.0f ? y : 127.0f; // what is not a number too
+    y = y < 127.0f ? y : 127.0f; // also for NaN
     const float whole = (y + kRounder) - kRounder;
     const float f = y - whole;
     float series = f * 1.52527338e-5f + 1.54035304e-4f;
@@ -62,7 +62,7 @@ ORVO_INLINE float exp2Limited(float y)
     return series * std::bit_cast<float>((static_cast<std::int32_t>(whole) + 127) * (1 << 23));
 }
 
-// The value of an odd curve at x from `positive`, that at |x|. What is not a number stays so.
+// The value of an odd curve at x from `positive`, its value at |x|. NaN stays NaN.
 ORVO_INLINE float mirrored(float x, float positive)
 {
     constexpr std::uint32_t kSign = 0x80000000u;
@@ -103,7 +103,7 @@ struct Power
 
     ORVO_INLINE float operator()(float x) const
     {
-        constexpr float kNothing = 1.17549435e-38f; // below the smallest normal number the exponent's bits say nothing
+        constexpr float kNothing = 1.17549435e-38f; // below the smallest normal number the exponent is meaningless
         const float a = magnitude(x);
         const float raised = exp2Limited(exponent * log2Positive(a));
         return mirrored(x, a < kNothing ? 0.0f : raised);
@@ -133,7 +133,7 @@ void apply(const Curve& curve, float* samples, int count)
     runLoop(CurveLoop<Curve>{curve, samples, count});
 }
 
-// Two curves are one where their encoded values for the same light never differ by more than the first; the second is
+// Two curves are equal if their encoded values for the same light never differ by more than the first; the second is
 // the rounding of a file's 16-bit table.
 constexpr double kSameEncoded = 1e-4;
 constexpr double kTableRounding = 1.0 / 65535;
@@ -151,7 +151,7 @@ bool isSameCurve(const std::vector<double>& light, const Reference& reference)
     return true;
 }
 
-// Beyond its end a table goes on as steeply as it came over this many steps; one step alone would be mostly rounding.
+// Beyond its end a table continues with its mean slope over this many steps; one step alone would be mostly rounding.
 constexpr int kEndSteps = 64;
 
 } // namespace
@@ -180,7 +180,7 @@ TransferCurve::TransferCurve(const std::function<double(double)>& light)
         values[static_cast<std::size_t>(i)] = light(static_cast<double>(i) / kTableSteps);
     if (!(std::abs(values.front()) <= kSameEncoded && std::abs(values.back() - 1.0) <= kSameEncoded &&
           std::is_sorted(values.begin(), values.end()) && values.back() > values[kTableSteps - kEndSteps]))
-        throw std::invalid_argument("TransferCurve: the curve does not rise from 0 to 1");
+        throw std::invalid_argument("TransferCurve: the curve does not increase from 0 to 1");
 
     const double middle = std::log(values[kTableSteps / 2]) / std::log(0.5);
     if (isSameCurve(values, [](double x) { return x; })) {
@@ -230,7 +230,7 @@ float TransferCurve::encodedOf(float light) const
     if (!(a < 1.0f))
         return std::copysign(1.0f + (a - 1.0f) / endSlope, light);
     auto step = static_cast<std::size_t>(guide[static_cast<std::size_t>(std::sqrt(a) * kTableSteps)]);
-    while (step > 0 && table[step] > a) // the root's rounding may point one step too far
+    while (step > 0 && table[step] > a) // rounding of the root may point one step too far
         --step;
     while (step + 1 < kTableSteps && table[step + 1] < a)
         ++step;
@@ -283,7 +283,7 @@ std::string TransferCurve::text() const
         break;
     }
     constexpr std::size_t kSamples = 16;
-    constexpr float kUnits = 1024.0f; // steps finer than a picture of 8 bits shows
+    constexpr float kUnits = 1024.0f; // steps finer than an 8-bit picture shows
     std::string result = "table";
     for (std::size_t i = 1; i < kSamples; ++i)
         result.append(",").append(std::to_string(std::lround(table[i * kTableSteps / kSamples] * kUnits)));

@@ -1,4 +1,4 @@
-/// Transfer curves of matrix profiles, applied to many samples at once.
+/// Transfer curves of matrix profiles, evaluated for many samples at once.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// The curve that makes light of an encoded sample. All are odd (mirrored below 0), go on beyond 1 and have an inverse.
+/// The curve from an encoded sample to light. All are odd (mirrored below 0), continue beyond 1 and have an inverse.
 class TransferCurve
 {
 public:
@@ -16,13 +16,13 @@ public:
         kLinear,
         kSRGB,    ///< IEC 61966-2-1
         kGamma,   ///< a plain power
-        kSampled, ///< a table, straight between its points and beyond its end
+        kSampled, ///< a table, linear between its points and beyond its end
     };
 
     static constexpr int kTableSteps = 4096; ///< of kSampled, for 0..1; an ICC file's own tables have at most these
 
-    /// The kind of curve that `light(encoded)` is for 0..1. Throws std::invalid_argument if it is none that rises from
-    /// 0 to 1 everywhere: such a curve has no inverse.
+    /// Recognises the kind of the curve `light(encoded)` for 0..1. Throws std::invalid_argument unless it increases
+    /// from 0 to 1 everywhere: any other curve has no inverse.
     explicit TransferCurve(const std::function<double(double)>& light);
 
     [[nodiscard]] Kind kind() const { return form; }
@@ -34,14 +34,14 @@ public:
 
 private:
     void fillTable(const std::vector<double>& values);
-    [[nodiscard]] float lightOf(float encoded) const; // by the table
+    [[nodiscard]] float lightOf(float encoded) const; // from the table
     [[nodiscard]] float encodedOf(float light) const;
 
     Kind form = Kind::kSampled;
     float gamma = 1.0f;
     float endSlope = 1.0f;    // of light, beyond 1
     std::vector<float> table; // kTableSteps + 1 values of light
-    std::vector<int> guide;   // for light in steps of the root, where to begin to look in `table`
+    std::vector<int> guide;   // for light in steps of the root: where to start searching `table`
 };
 
 } // namespace orvo

@@ -42,7 +42,7 @@ Bytes savedProfile(cmsHPROFILE profile, double version = 4.3)
     return bytes;
 }
 
-// Takes the curve over. Version 2 holds curves as tables, 4 as formulas.
+// Takes ownership of the curve. Version 2 stores curves as tables, 4 as formulas.
 Bytes rgbIcc(const Primaries& p, cmsToneCurve* curve, double version = 4.3)
 {
     const cmsCIExyY white = {p.wx, p.wy, 1.0};
@@ -75,7 +75,7 @@ Bytes grayIcc(double gamma)
     return savedProfile(profile);
 }
 
-// Ink to Lab and nothing else: full light on paper, less by each ink.
+// Ink to Lab only: full light on paper, less with each ink.
 Bytes cmykIcc()
 {
     const cmsHPROFILE profile = cmsCreateProfilePlaceholder(nullptr);
@@ -168,8 +168,8 @@ float difference(const PixelRGB<float>& a, const PixelRGB<float>& b)
 constexpr double kSumRounding = 5e-7;         // of light, in float sums
 constexpr double kFileRounding = 1.0 / 65536; // of the primaries in an ICC file
 
-// As difference(), without that of samples whose light is the same within `lightRounding`. A plain power is infinitely
-// steep at black, so no encoded value there can be told more closely.
+// As difference(), except for samples whose light is equal within `lightRounding`. A plain power is infinitely steep at
+// black, so an encoded value there cannot be resolved more precisely.
 float visibleDifference(const Profile& profile, const PixelRGB<float>& a, const PixelRGB<float>& b,
                         double lightRounding)
 {
@@ -196,7 +196,7 @@ TEST(ColorTransform, AgreesWithLittleCms)
             float worst = 0.0f;
             std::size_t compared = 0;
             for (std::size_t i = 0; i < theirs.size(); ++i)
-                // Beyond the space LittleCMS cuts some curves off, where ours go on.
+                // Outside the space LittleCMS clips some curves that ours continue.
                 if (isInside(theirs[i]) && isInside(ours->data()[i])) {
                     worst = std::max(worst, visibleDifference(to, ours->data()[i], theirs[i], kFileRounding));
                     ++compared;
@@ -206,7 +206,7 @@ TEST(ColorTransform, AgreesWithLittleCms)
         }
 }
 
-TEST(ColorTransform, ThereAndBackIsTheSame)
+TEST(ColorTransform, RoundTripIsTheIdentity)
 {
     for (const Profile& from : matrixProfiles())
         for (const Profile& to : matrixProfiles()) {
@@ -219,7 +219,7 @@ TEST(ColorTransform, ThereAndBackIsTheSame)
         }
 }
 
-TEST(ColorTransform, ValuesBeyondTheRangeComeBack)
+TEST(ColorTransform, ValuesBeyondTheRangeSurviveTheRoundTrip)
 {
     for (const Profile& to : matrixProfiles()) {
         const auto source = test::noise<PixelRGB<float>>({64, 64}, 3, -0.5f, 4.0f, ColorProfileType::sRGB());
@@ -229,7 +229,7 @@ TEST(ColorTransform, ValuesBeyondTheRangeComeBack)
     }
 }
 
-TEST(ColorTransform, CurvesAreMirroredBelowZeroAndGoOnAboveOne)
+TEST(ColorTransform, CurvesAreMirroredBelowZeroAndContinueAboveOne)
 {
     const Picture source({1, 1}, {-0.5f, 2.0f, -0.001f}, ColorProfileType::sRGB());
     const auto linear = converted(source, ColorProfileType::linearSRGB());
@@ -338,7 +338,7 @@ TEST(ColorTransform, AnyNumberOfWorkersGivesTheSamePixels)
     EXPECT_TRUE(test::bytesEqual(*single, *converted(*source, adobe())));
 }
 
-TEST(ColorTransform, WhatIsNoNumberStaysInItsPixel)
+TEST(ColorTransform, NotANumberStaysInItsPixel)
 {
     constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
@@ -353,7 +353,7 @@ TEST(ColorTransform, WhatIsNoNumberStaysInItsPixel)
     }
 }
 
-TEST(ColorTransform, MisfitsAreRefused)
+TEST(ColorTransform, MismatchesAreRefused)
 {
     const Picture source({4, 4}, {}, ColorProfileType::sRGB());
     std::shared_ptr<Picture> target;
@@ -414,7 +414,7 @@ TEST(RowConverter, InkBecomesColour)
             ASSERT_EQ(pixel, pixels[3]);
 }
 
-TEST(ColorProfile, HashTellsSpacesApartAndNotTheirFiles)
+TEST(ColorProfile, HashDistinguishesSpacesNotFiles)
 {
     const auto profiles = matrixProfiles();
     for (std::size_t i = 0; i < profiles.size(); ++i)
@@ -423,7 +423,7 @@ TEST(ColorProfile, HashTellsSpacesApartAndNotTheirFiles)
     EXPECT_FALSE(*ColorProfileType::None() == *ColorProfileType::sRGB());
     EXPECT_FALSE(*ColorProfile::fromIcc(grayIcc(1.0)) == *ColorProfileType::linearSRGB());
 
-    // Others' files of sRGB: with a table for its curve, and with a white rounded otherwise.
+    // Other vendors' files of sRGB: one with a table for its curve, one with a differently rounded white.
     Primaries rounded = {0.6400, 0.3300, 0.3000, 0.6000, 0.1500, 0.0600, 0.31271, 0.32902};
     EXPECT_EQ(*ColorProfile::fromIcc(rgbIcc(rounded, srgbCurve(), 2.1)), *ColorProfileType::sRGB());
     cmsHPROFILE builtIn = cmsCreate_sRGBProfile();
@@ -462,7 +462,7 @@ TEST(ColorProfile, KnowsWhetherSamplesAreLight)
     EXPECT_FALSE(ColorProfile::fromIcc(cmykIcc())->isLinear());
 }
 
-TEST(ColorProfile, NonsenseIsNoProfile)
+TEST(ColorProfile, GarbageIsNotAProfile)
 {
     testing::internal::CaptureStderr();
     EXPECT_FALSE(ColorProfile::fromIcc({}));
@@ -471,7 +471,7 @@ TEST(ColorProfile, NonsenseIsNoProfile)
     EXPECT_FALSE(ColorProfile::fromIcc(Bytes(5000, 255)));
     const cmsHPROFILE lab = cmsCreateLab4Profile(nullptr);
     EXPECT_FALSE(ColorProfile::fromIcc(savedProfile(lab)));
-    // Three times the same primary spans no space.
+    // The same primary three times is degenerate.
     const cmsHPROFILE flat = cmsCreate_sRGBProfile();
     const cmsCIEXYZ colorant = {0.3, 0.33, 0.27};
     for (const auto tag : {cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag})
@@ -487,7 +487,7 @@ TEST(ColorProfile, TruncatedFilesDoNoHarm)
          {ColorProfileType::sRGB()->icc(), cmykIcc(), grayIcc(2.2), rgbIcc(kP3, sampledCurve(), 2.1)})
         for (std::size_t size = 0; size < whole.size(); size += 1 + size / 24) {
             const auto profile = ColorProfile::fromIcc(std::span(whole).first(size));
-            // The header tells the size of the file, so nothing shorter is one.
+            // The header contains the size of the file, so nothing shorter is valid.
             EXPECT_FALSE(profile) << size << " of " << whole.size();
         }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -512,7 +512,7 @@ TEST(ColorProfile, DamagedFilesDoNoHarm)
             try {
                 RowConverter(profile, profile->channelCount(), ColorProfileType::melissaRGB())
                     .convert(pixel, &result, 1);
-            } catch (const std::runtime_error&) { // a table that serves one direction only
+            } catch (const std::runtime_error&) { // a table that supports one direction only
             }
         }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

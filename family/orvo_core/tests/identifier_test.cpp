@@ -66,7 +66,7 @@ TEST(Identifier, SerializeAppends)
     EXPECT_EQ(std::vector<unsigned char>(bytes.begin() + 2, bytes.end()), bytesOf(key));
 }
 
-TEST(Identifier, NonsenseNamesNothing)
+TEST(Identifier, GarbageDeserializesToNothing)
 {
     EXPECT_FALSE(Identifier::deserialize({}));
     auto bytes = bytesOf(fresh());
@@ -82,7 +82,7 @@ TEST(Identifier, NonsenseNamesNothing)
     EXPECT_FALSE(Identifier::deserialize(std::vector<unsigned char>(1000, 255)));
 }
 
-TEST(Identifier, KeysComplainOfEmptyPointers)
+TEST(Identifier, KeysRejectEmptyPointers)
 {
     const Key key = fresh();
     EXPECT_EQ(complaintOf([] { (void)Hasher()(nullptr); }), "Hasher::operator(): identifier is empty");
@@ -92,7 +92,7 @@ TEST(Identifier, KeysComplainOfEmptyPointers)
               "Comparator::operator(): lhs identifier is empty");
     EXPECT_EQ(complaintOf([&] { (void)Comparator()(key, nullptr); }),
               "Comparator::operator(): rhs identifier is empty");
-    // With both empty the left one is told.
+    // With both empty the message names the left one.
     EXPECT_EQ(complaintOf([] { (void)PredEqual()(nullptr, nullptr); }),
               "PredEqual::operator(): lhs identifier is empty");
     EXPECT_EQ(complaintOf([] { (void)Comparator()(nullptr, nullptr); }),
@@ -107,7 +107,7 @@ TEST(Identifier, HashMapFindsByValueAndRefusesEmptyPointers)
     map[fresh()] = 6;
     EXPECT_EQ(map.at(Identifier::deserialize(bytesOf(key))), 5);
     EXPECT_EQ(map.count(fresh()), 0u);
-    // An empty table is not looked into by every library, this one has entries.
+    // Not every library looks into an empty table; this one has entries.
     EXPECT_EQ(complaintOf([&] { (void)map.find(nullptr); }), "Hasher::operator(): identifier is empty");
 }
 

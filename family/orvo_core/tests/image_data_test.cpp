@@ -26,7 +26,7 @@ TYPED_TEST_SUITE(ImageDataOf, Samples);
 
 } // namespace
 
-TYPED_TEST(ImageDataOf, PlanesComeFromTheManagerAndGoBack)
+TYPED_TEST(ImageDataOf, PlanesComeFromTheManagerAndAreReturned)
 {
     const std::size_t before = live();
     for (const auto size : test::kAwkwardSizes) {
@@ -114,7 +114,7 @@ TEST(Mask, FillRectTakesOneOfItsOwnSamples)
     EXPECT_EQ(mask.row(3)[3], 0.75f);
 }
 
-TEST(Mask, ClampLimitsAndDropsWhatIsNoNumber)
+TEST(Mask, ClampLimitsAndReplacesNotANumber)
 {
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
     MaskImage mask({6, 1});

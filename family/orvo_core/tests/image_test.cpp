@@ -62,7 +62,7 @@ TEST(Image, PartsAndSizesAreThoseOfTheResize)
     EXPECT_EQ(image->imageData({10, 5}, {}, true)->colorProfile(), ColorProfileType::sRGB());
 }
 
-TEST(Image, CreatedFromPixelsTellsTheirSizeAndProfile)
+TEST(Image, CreatedFromPixelsHasTheirSizeAndProfile)
 {
     const auto image = CreateOrvoImage(pixels());
     EXPECT_EQ(image->size(), kSize);
@@ -87,7 +87,7 @@ TEST(Image, CreatedWithMetadataKeepsThem)
     EXPECT_TRUE(image->metadata()->hasExposure());
 }
 
-TEST(Image, HasAnIdOfItsOwn)
+TEST(Image, HasItsOwnId)
 {
     const auto shared = pixels();
     const auto a = CreateOrvoImage(shared);

@@ -15,9 +15,9 @@ using namespace orvo;
 
 namespace {
 
-// The threads that a loop ran on. Its rows wait until `wanted` of them have come, so that one thread cannot take all
-// rows before others wake; not for ever, as they may never come.
-std::size_t threadsOfALoop(std::size_t wanted)
+// The number of threads that a loop ran on. Its rows wait until `expected` of them have arrived, so that one thread
+// cannot take all rows before others wake; not for ever, because they may never come.
+std::size_t threadsOfALoop(std::size_t expected)
 {
     constexpr std::chrono::seconds kPatience(20);
     const auto end = std::chrono::steady_clock::now() + kPatience;
@@ -28,20 +28,20 @@ std::size_t threadsOfALoop(std::size_t wanted)
         std::unique_lock lock(mutex);
         threads.insert(std::this_thread::get_id());
         came.notify_all();
-        came.wait_until(lock, end, [&] { return threads.size() >= wanted; });
+        came.wait_until(lock, end, [&] { return threads.size() >= expected; });
     });
     return threads.size();
 }
 
 } // namespace
 
-TEST(WorkerLimit, HoldsWhileItLives)
+TEST(WorkerLimit, AppliesDuringItsLifetime)
 {
     {
         const WorkerLimit limit(1);
         EXPECT_EQ(threadsOfALoop(1), 1u);
         {
-            const WorkerLimit looser(4); // the strictest one holds
+            const WorkerLimit looser(4); // the strictest limit applies
             EXPECT_EQ(threadsOfALoop(1), 1u);
         }
         const WorkerLimit none(0);
@@ -72,5 +72,63 @@ TEST(ForEachRange, CoversEachSampleOnce)
         });
         for (const auto& visit : visits)
             ASSERT_EQ(visit, 1);
+    }
+}
+
+namespace {
+
+int rowOfException(int threads)
+{
+    const WorkerLimit limit(threads);
+    try {
+        forEachRow(2000, [](int y) {
+            if (y % 97 == 60)
+                throw y;
+        });
+    } catch (int row) {
+        return row;
+    }
+    return -1;
+}
+
+} // namespace
+
+TEST(ForEachRow, TheLowestExceptionReachesTheCaller)
+{
+    for (int attempt = 0; attempt < 50; ++attempt)
+        for (const int threads : {1, 2, 4})
+            ASSERT_EQ(rowOfException(threads), 60);
+}
+
+TEST(ForEachRange, TheLowestExceptionReachesTheCaller)
+{
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        try {
+            forEachRange(100'000, [](std::size_t first, std::size_t last) {
+                for (std::size_t i = first; i < last; ++i)
+                    if (i % 10'000 == 7'000)
+                        throw i;
+            });
+            FAIL();
+        } catch (std::size_t index) {
+            ASSERT_EQ(index, 7'000u);
+        }
+    }
+}
+
+TEST(ForEachItem, StatementsReachTheCallerInOrder)
+{
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        {
+            const details::CallScope call;
+            forEachItem(200, [](std::size_t i) {
+                if (i % 50 == 20)
+                    details::stateFailure({FailureKind::UnreadableFile, {}, std::to_string(i)});
+                if (i % 50 == 10)
+                    details::keepWarning(std::to_string(i));
+            });
+        }
+        ASSERT_EQ(lastFailure()->sentence, "20");
+        ASSERT_EQ(lastWarnings(), (std::vector<std::string>{"10", "60", "110", "160"}));
     }
 }

@@ -17,7 +17,7 @@ namespace {
 constexpr float kRounding = 2e-6f; // of a weighted sum of values up to 1
 constexpr double kMeanKept = 1e-4;
 
-// Red runs across and green down, each the position of the sample's centre; blue is constant.
+// Red increases to the right and green downwards, both equal to the position of the sample's centre; blue is constant.
 std::shared_ptr<Picture> ramp(_Size<int> size)
 {
     auto result = std::make_shared<Picture>(size, nullptr);
@@ -77,7 +77,7 @@ TEST(Resize, GrowingKeepsTheMean)
     }
 }
 
-TEST(Resize, NothingMovesByHalfAPixel)
+TEST(Resize, NothingShiftsByHalfAPixel)
 {
     const auto source = ramp({64, 64});
     for (const auto to : kTargets) {
@@ -90,7 +90,7 @@ TEST(Resize, NothingMovesByHalfAPixel)
             for (int x = 0; x < to.width; ++x) {
                 const double centreX = (x + 0.5) * stepX;
                 const double centreY = (y + 0.5) * stepY;
-                // Within two samples of the edge the cubic sees the edge's repetition.
+                // Within two samples of the edge the cubic sees the repeated edge.
                 if (centreX > 2.0 && centreX < 62.0) {
                     ASSERT_NEAR(result->row(y)[x].r, centreX / 64.0, nearX) << to.width << " " << x;
                 }
@@ -114,13 +114,13 @@ TEST(Resize, HalvingIsTheMeanOfFour)
         }
 }
 
-TEST(Resize, DoublingAStepIsTheCubicsOwnAnswer)
+TEST(Resize, DoublingAStepGivesTheCubicsWeights)
 {
     MaskImage mask({8, 1}, 0.25f);
     mask.fillRect(0.75f, {4, 0, 4, 1});
     const auto doubled = static_cast<const _ImageData<float>&>(mask).resize({16, 1}, {}, true);
-    // The new samples lie a quarter of the old distance beside the old ones. The cubic's weights at the distances 1/4,
-    // 3/4, 5/4, 7/4 are 111, 29, -9, -3 of 128; on the right of the middle stands one half more.
+    // The new samples are a quarter of the old distance beside the old ones. The cubic's weights at the distances 1/4,
+    // 3/4, 5/4, 7/4 are 111, 29, -9, -3 of 128; to the right of the middle one half is added.
     EXPECT_NEAR(doubled->data()[5], 0.25 + 0.5 * -3 / 128, kRounding);
     EXPECT_NEAR(doubled->data()[6], 0.25 + 0.5 * -9 / 128, kRounding);
     EXPECT_NEAR(doubled->data()[7], 0.25 + 0.5 * (29 - 3) / 128, kRounding);
@@ -172,7 +172,7 @@ TEST(Resize, BeyondThePictureTheEdgeIsRepeated)
     for (int y = 0; y < 20; ++y)
         for (int x = 0; x < 40; ++x)
             ASSERT_EQ(padded->row(y)[x], source->row(std::clamp(y - 3, 0, 9))[std::clamp(x - 5, 0, 19)]);
-    // A part wholly outside, far away, is one colour.
+    // A part entirely outside, far away, is one colour.
     const auto far = source->resize({3, 3}, {std::numeric_limits<int>::max() - 5, -2000000000, 600, 6}, true);
     for (std::size_t i = 0; i < far->pixelCount(); ++i)
         EXPECT_NEAR(far->data()[i].r, source->row(0)[19].r, kRounding);
@@ -192,7 +192,7 @@ TEST(Resize, AnyNumberOfWorkersGivesTheSamePixels)
     }
 }
 
-TEST(Resize, WhatIsNoNumberStaysNearItsPlace)
+TEST(Resize, NotANumberStaysNearItsPosition)
 {
     auto source = test::noise<PixelRGB<float>>({64, 64}, 12);
     source->row(32)[32].r = std::numeric_limits<float>::quiet_NaN();
@@ -206,7 +206,7 @@ TEST(Resize, WhatIsNoNumberStaysNearItsPlace)
     EXPECT_FALSE(std::isnan(large->row(70)[65].r));
 }
 
-TEST(Resize, ImpossibleWishesAreRefused)
+TEST(Resize, ImpossibleRequestsAreRefused)
 {
     const Picture picture({4, 4}, {}, nullptr);
     EXPECT_THROW((void)picture.resize({-1, 4}, {}, true), std::invalid_argument);
@@ -230,12 +230,12 @@ TEST(Resize, MasksStayWeights)
     EXPECT_NEAR(large->row(30)[31] + large->row(30)[32], 1.0f, kRounding); // the step stays in the middle
 }
 
-TEST(Resize, TakesOnePlaneBesideTheResult)
+TEST(Resize, UsesOnePlaneBesidesTheResult)
 {
     const auto source = test::noise<PixelRGB<float>>({1000, 800}, 13);
     auto& memory = MemoryManager::instance();
     const std::size_t before = memory.liveBytes();
-    memory.trim(); // a kept plane may be larger than what is asked for
+    memory.trim(); // a kept plane may be larger than requested
     memory.resetPeak();
     (void)source->resize({500, 400}, {}, true);
     constexpr std::size_t kPlanes = (500 * 400 + 500 * 800) * sizeof(PixelRGB<float>);

@@ -1,4 +1,4 @@
-/// Pictures and comparisons for the tests of this room.
+/// Pictures and comparisons for the tests of this library.
 #pragma once
 
 #include <orvo_core/image_data.hpp>

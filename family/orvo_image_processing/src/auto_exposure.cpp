@@ -19,14 +19,14 @@ using detail::FittedCurve;
 using detail::PatchPairs;
 using detail::ToneCurve;
 
-// The curve as a table over the square root of the value, which is fine where a strong exposure is steep. Two units of
-// the root cover 0..4; beyond, the last piece goes on.
+// The curve as a table over the square root of the value, which is finer where a strong exposure is steep. Two units of
+// the root cover 0..4; beyond, the last piece is extended.
 constexpr int kTableSize = 8192;
 constexpr float kTableReach = 2.0f;
 constexpr float kPerRoot = static_cast<float>(kTableSize - 1) / kTableReach;
 constexpr float kLargestRoot = 1e6f;
 
-constexpr float kMiddleLow = 0.2f; // limits of the middle tone told as pivot
+constexpr float kMiddleLow = 0.2f; // limits of the middle tone reported as pivot
 constexpr float kMiddleHigh = 0.6f;
 
 void fillTable(float* table, const ToneCurveMap& map)
@@ -35,17 +35,17 @@ void fillTable(float* table, const ToneCurveMap& map)
     float largest = 0.0f;
     for (int i = 0; i < kTableSize; ++i) {
         const float root = static_cast<float>(i) / kPerRoot;
-        largest = std::max(largest, curve(root * root)); // rising, against the rounding of the pieces
+        largest = std::max(largest, curve(root * root)); // monotone despite the rounding of the pieces
         table[i] = largest;
     }
 }
 
-// White holds no colour. The channels' curves are fitted apart and end at different heights, which would dye all that
-// is clipped; pixels whose darkest channel is beyond the first of these run together until they meet at the second.
+// White has no colour. The channels' curves are fitted separately and end at different heights, which would tint all
+// clipped areas; pixels whose darkest channel is beyond the first of these converge and are equal at the second.
 constexpr float kMeetFrom = 0.97f;
 constexpr float kMeetAt = 1.0f;
 
-/// `tables`: one for each channel, one after another. `clippedTone`: the least that white becomes.
+/// `tables`: one for each channel, one after another. `clippedTone`: the lower limit of white.
 ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables,
                                     float clippedTone)
 {
@@ -86,8 +86,8 @@ FittedCurve fitAllChannels(const PatchPairs& pairs)
     return detail::fitCurve(all);
 }
 
-// What the first frame shows where the second is clipped in all channels: the middle brightness of those patches; none
-// if there are too few.
+// The tone of the first frame where the second is clipped in all channels: the median brightness of those patches;
+// empty if there are too few.
 std::optional<float> toneOfClipped(const PatchPairs& pairs)
 {
     constexpr float kClippedMean = 0.98f;
@@ -126,7 +126,7 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
     data.expV = 1.0f + common.map.ev * 0.1f;
     data.expM = std::clamp(common.middle, kMiddleLow, kMiddleHigh);
     data.contr = common.contrast;
-    // A channel without enough usable tones of its own follows the others.
+    // A channel without enough usable tones of its own uses the shared curve.
     for (std::size_t c = 0; c < 3; ++c)
         data.curves[c] = fits[c].map.knots > 0 ? fits[c].map : common.map;
     data.clippedTone = toneOfClipped(pairs);

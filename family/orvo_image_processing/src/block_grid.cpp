@@ -15,11 +15,11 @@ namespace {
 // Columns summed together on the way down: a cache line of floats.
 constexpr int kStrip = 16;
 
-/// Where the two ends of a block's window stand among running sums.
+/// The positions of the two ends of a block's window in running sums.
 struct Window
 {
     int lowBlock, highBlock;
-    double lowPart, highPart; // share of these blocks that lies before the end
+    double lowPart, highPart; // share of these blocks that is before the end
     double scale;             // 1 / pixels of the window
 };
 
@@ -32,7 +32,7 @@ std::vector<Window> windowsOf(const BlockAxis& axis, float radius)
     };
     std::vector<Window> windows(static_cast<std::size_t>(axis.count));
     for (int i = 0; i < axis.count; ++i) {
-        // In pixel borders: pixel x reaches from x to x + 1.
+        // In pixel borders: pixel x extends from x to x + 1.
         const double centre = 0.5 * (axis.first(i) + axis.last(i));
         const double low = std::max(0.0, centre - static_cast<double>(radius) - 0.5);
         const double high = std::min(static_cast<double>(axis.size), centre + static_cast<double>(radius) + 0.5);
@@ -44,7 +44,7 @@ std::vector<Window> windowsOf(const BlockAxis& axis, float radius)
     return windows;
 }
 
-/// `sums` holds count + 1 running sums, the first of them 0.
+/// `sums` has count + 1 running sums, the first of them 0.
 double meanOf(const Window& w, const double* sums)
 {
     const double low = sums[w.lowBlock] + w.lowPart * (sums[w.lowBlock + 1] - sums[w.lowBlock]);
@@ -62,7 +62,7 @@ void meansAlongRow(float* row, const std::vector<Window>& windows, double* sums)
         row[i] = static_cast<float>(meanOf(windows[i], sums));
 }
 
-/// `plane` points at the strip's first column; `sums` holds (rows + 1) x kStrip values.
+/// `plane` points at the strip's first column; `sums` has (rows + 1) x kStrip values.
 ORVO_VECTOR_CLONES void meansDownStrip(float* plane, std::size_t stride, int width, const Window* windows,
                                        std::size_t rows, double* __restrict sums)
 {
@@ -103,12 +103,11 @@ void meansOfWindows(float* planes, int planeCount, const BlockAxis& columns, con
     const auto height = static_cast<std::size_t>(rows.count);
     const std::vector<Window> across = windowsOf(columns, radius);
     const std::vector<Window> down = windowsOf(rows, radius);
-    tbb::parallel_for(tbb::blocked_range<int>(0, planeCount * rows.count, 16),
-                      [&](const tbb::blocked_range<int>& part) {
-                          const ManagedPlane<double> sums(width + 1);
-                          for (int row = part.begin(); row != part.end(); ++row)
-                              meansAlongRow(planes + static_cast<std::size_t>(row) * width, across, sums.data());
-                      });
+    parallelFor(tbb::blocked_range<int>(0, planeCount * rows.count, 16), [&](const tbb::blocked_range<int>& part) {
+        const ManagedPlane<double> sums(width + 1);
+        for (int row = part.begin(); row != part.end(); ++row)
+            meansAlongRow(planes + static_cast<std::size_t>(row) * width, across, sums.data());
+    });
     const int strips = (columns.count + kStrip - 1) / kStrip;
     forEachRow(planeCount * strips, [&](int index) {
         const ManagedPlane<double> sums((height + 1) * kStrip);

@@ -1,11 +1,11 @@
-/// A picture cut into square blocks, and window sums over planes of block sums.
+/// A picture divided into square blocks, and window sums over planes of block sums.
 #pragma once
 
 #include <orvo_core/pixel.hpp>
 
 namespace orvo::detail {
 
-/// One axis of a picture cut into blocks; the last block may be short.
+/// One axis of a picture divided into blocks; the last block may be shorter.
 struct BlockAxis
 {
     int size;  ///< pixels, at least 1
@@ -22,7 +22,7 @@ struct BlockAxis
 };
 
 /// In place along both axes: the sum of each block becomes the mean over the window of all pixels at most `radius`
-/// from the block's centre. A block that the window cuts counts by the part inside. `planes` lie one after another.
+/// from the block's centre. A block at the edge of the window counts with the part inside. `planes` are contiguous.
 /// Time per block does not grow with the radius.
 void meansOfWindows(float* planes, int planeCount, const BlockAxis& columns, const BlockAxis& rows, float radius);
 

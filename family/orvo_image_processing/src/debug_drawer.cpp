@@ -17,16 +17,16 @@ using Picture = _ImageData<PixelRGB<float>>;
 
 constexpr int kLinesPerSide = 40;
 constexpr int kSmallestLine = 12;
-constexpr int kSmallestLabelLine = 10; // of a label that fits no other way: letters of 6 pixels, hard to read but whole
+constexpr int kSmallestLabelLine = 10; // for a label that fits no other way: letters of 6 pixels, small but complete
 constexpr const char* kLeftOut = "...";
-// Of the characters of a label that is shortened: its end, which says which one of how many, is worth twice as much.
+// A shortened label keeps twice as many characters of its end, which states which one of how many, as of its beginning.
 constexpr std::size_t kBeginningShare = 3;
 constexpr float kLetter = 0.95f;
 constexpr float kRim = 0.05f;
 constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
-constexpr double kLetterShare = 0.6;   // height of a capital in heights of a line
-constexpr double kBaselineShare = 0.8; // the foot of a capital lies so far down in its line
-// Positions beyond this many pixels are outside every picture; keeps sums of integers from overflowing.
+constexpr double kLetterShare = 0.6;   // height of a capital relative to the line
+constexpr double kBaselineShare = 0.8; // depth of the baseline relative to the line
+// Positions beyond this many pixels are outside every picture; keeps integer sums from overflowing.
 constexpr int kFarAway = 1 << 24;
 
 std::string printable(const std::string& line)
@@ -45,7 +45,7 @@ void mix(PixelRGB<float>& pixel, float value, std::uint8_t share)
     pixel.b += (value - pixel.b) * m;
 }
 
-/// How letters are drawn in lines of a height.
+/// Metrics of letters for one line height.
 struct Lettering
 {
     explicit Lettering(int lineHeight)
@@ -59,7 +59,7 @@ struct Lettering
         return cv::getTextSize(text, kFont, scale, rim, &baseline);
     }
 
-    /// What a line takes from the left of its place to the right end of its letters.
+    /// From the left of a line's place to the right end of its letters.
     [[nodiscard]] int widthOf(const std::string& line) const
     {
         int baseline = 0;
@@ -75,16 +75,16 @@ struct Lettering
     }
 
     int height;    ///< of a line
-    double scale;  ///< as OpenCV counts it
-    int thickness; ///< of a letter's strokes, pixels
+    double scale;  ///< in OpenCV's units
+    int thickness; ///< of a letter's strokes, in pixels
     int rim;       ///< of the dark strokes under them
 };
 
-/// The line is drawn as two masks of its own size, rim and letters, and mixed in where they meet the picture.
+/// Draws the line as two masks of its own size, rim and letters, and blends them where they overlap the picture.
 void drawLine(Picture& image, const std::string& text, int left, int top, int lineHeight)
 {
     const auto [height, scale, thickness, rim] = Lettering(lineHeight);
-    // A letter is never narrower than a tenth of a line: more letters than this lie outside for certain.
+    // A letter is never narrower than a tenth of a line, so any more letters are outside.
     const auto most = static_cast<std::size_t>(10 * (image.width() + std::max(0, -left)) / lineHeight + 10);
     const std::string shown = printable(text.substr(0, std::min(text.size(), most)));
     int baseline = 0;
@@ -116,20 +116,20 @@ int lineHeightOf(const Picture& image)
     return std::max(kSmallestLine, std::min(image.width(), image.height()) / kLinesPerSide);
 }
 
-/// A label as it is drawn.
+/// A label ready to draw.
 struct Layout
 {
-    std::string lines; ///< parted by "\n"
+    std::string lines; ///< separated by "\n"
     int lineHeight;
     _Point<int> position;
 };
 
-/// Puts line breaks for blanks where the line would be wider than `width` pixels.
+/// Replaces blanks by line breaks where the line would be wider than `width` pixels.
 std::string broken(const std::string& line, int width, int lineHeight)
 {
     const Lettering lettering(lineHeight);
     std::string result;
-    std::string last; // line of the result
+    std::string last; // last line of the result
     std::istringstream words(line);
     for (std::string word; words >> word;) {
         const std::string longer = last.empty() ? word : last + ' ' + word;
@@ -143,13 +143,13 @@ std::string broken(const std::string& line, int width, int lineHeight)
     return result + last;
 }
 
-/// The label in lines of a height, if all of it fits into the picture. Its distance to the border is half a line, or
-/// what is left.
+/// The label in lines of the given height, if all of it fits into the picture. Its distance to the border is half a
+/// line, or whatever is left.
 std::optional<Layout> layoutOf(const Picture& image, const std::string& label, int lineHeight)
 {
     const int margin = lineHeight / 2;
     const Lettering lettering(lineHeight);
-    for (const int left : {margin, 0}) { // the border is given up before the line is broken differently
+    for (const int left : {margin, 0}) { // gives up the border before it breaks the line differently
         const int width = image.width() - left;
         Layout layout{broken(label, width, lineHeight), lineHeight, {left, 0}};
         int height = lettering.reachBelow() - lineHeight;
@@ -165,15 +165,15 @@ std::optional<Layout> layoutOf(const Picture& image, const std::string& label, i
     return std::nullopt;
 }
 
-/// `label` without all but `kept` of its characters, which are those at both ends.
+/// `label` reduced to `kept` characters from both ends.
 std::string shortened(const std::string& label, std::size_t kept)
 {
     const std::size_t first = kept / kBeginningShare;
     return label.substr(0, first) + kLeftOut + label.substr(label.size() - (kept - first));
 }
 
-/// As much of the label as fits, as large as it may be: whole if it can be, else with its middle left out. Nothing
-/// where not even the dots have room.
+/// The layout that shows as much of the label as possible, as large as possible: whole if it fits, else without its
+/// middle. Empty if there is no room even for the dots.
 std::optional<Layout> layoutOf(const Picture& image, const std::string& label)
 {
     for (int height = lineHeightOf(image); height >= kSmallestLabelLine; --height)

@@ -1,14 +1,14 @@
-/// The plain gain in linear light on values encoded with the sRGB transfer curve (its variant without a break of
-/// slope, 0.0392857 and 12.9232102). On the power piece of the curve a gain is a straight line, so that only values
-/// which pass between the pieces need a power.
+/// The plain gain in linear light on values encoded with the sRGB transfer curve (its variant with a continuous slope,
+/// 0.0392857 and 12.9232102). On the power piece of the curve a gain is a straight line, so only values that cross
+/// between the pieces need a power.
 #pragma once
 
 #include "fast_power.hpp"
 
 namespace orvo::detail {
 
-inline constexpr float kToeEnd = 0.055f / 1.4f; // encoded value at which the linear piece ends
-inline constexpr float kToeSlope = 12.9232102f; // encoded over linear in that piece
+inline constexpr float kToeEnd = 0.055f / 1.4f; // encoded value where the linear piece ends
+inline constexpr float kToeSlope = 12.9232102f; // encoded / linear in that piece
 inline constexpr float kOffset = 0.055f;
 inline constexpr float kScale = 1.055f;
 inline constexpr float kGamma = 2.4f;

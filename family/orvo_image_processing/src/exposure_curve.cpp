@@ -17,7 +17,7 @@ using detail::plainDarker;
 
 // --- The shape; tune here. ---
 
-// Share of the plain values above the knee that white may keep above it when the knee leaves no room below 1. Strong
+// Share of the plain values above the knee that white keeps above it when the knee leaves no room below 1. Strong
 // brightening puts even the pivot above 1; without this share everything above it would become one tone.
 constexpr float kHeadroom = 0.1f;
 // How much of the distance from its plain darkened value back to 1 white keeps: 0 plain gain, 1 white stays white.
@@ -28,7 +28,7 @@ constexpr float kEvLimit = 20.0f;
 constexpr float kEvPerUnit = 10.0f;
 
 constexpr float kInputLimit = 1e6f;           // keeps the arithmetic finite
-constexpr float kParameterLimit = 4.0f;       // encoded; far above any tone that a picture holds
+constexpr float kParameterLimit = 4.0f;       // encoded; far above any tone of a picture
 constexpr float kNoRoom = 1.0f - 1.0f / 1024; // a darkening knee above this leaves nothing to bend
 
 struct Constants
@@ -42,7 +42,7 @@ struct Constants
 
 ORVO_INLINE float brighter(float value, const Constants& c)
 {
-    const float positive = value > 0.0f ? value : 0.0f; // also what is not a number
+    const float positive = value > 0.0f ? value : 0.0f; // also for NaN
     const float v = positive < kInputLimit ? positive : kInputLimit;
     const float plain = plainBrighter(v, c.gain, c.encodedGain);
     const float above = plain - c.knee;
@@ -53,7 +53,7 @@ ORVO_INLINE float brighter(float value, const Constants& c)
 
 ORVO_INLINE float darker(float value, const Constants& c)
 {
-    const float positive = value > 0.0f ? value : 0.0f; // also what is not a number
+    const float positive = value > 0.0f ? value : 0.0f; // also for NaN
     const float v = positive < kInputLimit ? positive : kInputLimit;
     const float plain = plainDarker(v, c.gain, c.encodedGain);
     const float above = (v - c.knee) * c.bend;
@@ -100,7 +100,7 @@ ExposureCurve::ExposureCurve(float a, float b, float c)
         if (span > room)
             bend = (span / room - 1.0f) / span;
         else
-            knee = std::numeric_limits<float>::max(); // nothing above white: the plain gain throughout
+            knee = std::numeric_limits<float>::max(); // nothing exceeds white: the plain gain throughout
     } else {
         knee = std::max(start, pivot);
         if (knee < kNoRoom) {
@@ -123,7 +123,7 @@ void ExposureCurve::applyInPlace(float* samples, std::size_t count) const
         return;
     const Constants constants{gain, encodedGain, knee, bend, lift};
     const auto apply = brightens ? brightenRange : darkenRange;
-    if (count == 1) // one value is not worth waking the pool
+    if (count == 1) // one value is not worth starting the pool
         apply(samples, count, constants);
     else
         forEachRange(count,

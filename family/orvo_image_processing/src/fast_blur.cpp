@@ -14,14 +14,14 @@ namespace {
 
 using detail::mirrored;
 
-// Rows that start their sums together. Starting costs 2 radius + 1 rows, so that a band is at least four times as
-// high as the radius; 128 keeps that small at the usual radius of 10 and still feeds many workers.
+// Rows that share one start of their sums. A start costs 2 radius + 1 rows, so a band is at least four times as high as
+// the radius; 128 keeps that cost small at the usual radius of 10 and still feeds many workers.
 constexpr int kBandRows = 128;
 constexpr int kBandRadii = 4;
-// Rows whose running sums along the row are advanced together: the sum of one row waits for its own last addition,
-// those of several rows run side by side.
+// Rows whose running sums along the row advance together: the sum of one row waits for its own last addition, those of
+// several rows overlap.
 constexpr int kTogether = 4;
-// Radius in sides of the picture beyond which a triangle over mirror images is as good as flat.
+// Radius in sides of the picture beyond which a triangle over mirror images equals a flat kernel.
 constexpr int kFlatSides = 8;
 
 const float* rowAt(const float* plane, int width, int height, int y)
@@ -47,7 +47,7 @@ ORVO_VECTOR_CLONES void row121(float* __restrict out, const float* __restrict in
 void blurRadiusOne(float* dst, const float* src, int width, int height)
 {
     const auto stride = static_cast<std::size_t>(width);
-    tbb::parallel_for(tbb::blocked_range<int>(0, height, 8), [&](const tbb::blocked_range<int>& rows) {
+    parallelFor(tbb::blocked_range<int>(0, height, 8), [&](const tbb::blocked_range<int>& rows) {
         const ManagedPlane<float> line(stride + 2);
         float* const middle = line.data() + 1;
         for (int y = rows.begin(); y != rows.end(); ++y) {
@@ -62,8 +62,8 @@ void blurRadiusOne(float* dst, const float* src, int width, int height)
 
 // ---- any radius ----
 
-// out(y+1) = out(y) + rise(y), rise(y+1) = rise(y) + in(y+r+2) - 2 in(y+1) + in(y-r): the triangle has a second
-// difference of only three taps. Sums are in double: over a band their error stays below one rounding of a float.
+// out(y+1) = out(y) + rise(y), rise(y+1) = rise(y) + in(y+r+2) - 2 in(y+1) + in(y-r): the second difference of a
+// triangle has only three taps. Sums are in double: over a band their error stays below one rounding of a float.
 
 ORVO_VECTOR_CLONES void addWeighted(double* __restrict sum, const float* __restrict in, double weight, int width)
 {
@@ -71,7 +71,7 @@ ORVO_VECTOR_CLONES void addWeighted(double* __restrict sum, const float* __restr
         sum[x] += weight * static_cast<double>(in[x]);
 }
 
-/// Writes the present sums and moves on by one row.
+/// Writes the current sums and advances by one row.
 ORVO_VECTOR_CLONES void advanceColumns(float* __restrict out, double* __restrict sum, double* __restrict rise,
                                        const float* __restrict entering, const float* __restrict turning,
                                        const float* __restrict leaving, double scale, int width)
@@ -140,7 +140,7 @@ public:
         float* line[kTogether];
         for (int k = 0; k < kTogether; ++k)
             line[k] = lines.data() + static_cast<std::size_t>(k) * padded + pad;
-        const ManagedPlane<float> unused(columns); // takes the rows past the end of the band
+        const ManagedPlane<float> unused(columns); // output for the rows past the end of the band
         for (int y = first; y < last; y += kTogether) {
             float* out[kTogether];
             for (int k = 0; k < kTogether; ++k) {

@@ -28,22 +28,22 @@ using orvo::detail::ScratchRows;
 
 // Rows of a level that share their scratch.
 constexpr int kBandRows = 32;
-// A frame has to be better by this share of what is held: less cannot be seen, and frames that are alike, or mirrored
-// into one another by rounding, do not alternate.
+// A frame has to exceed the current activity by this share: less is invisible, and frames that are equal, or equal up
+// to rounding, do not alternate.
 constexpr float kBetterBy = 1.0f / 64;
-// Below any activity, also that of absent pixels: what is held before the first frame.
+// Below any activity, also that of absent pixels: the value before the first frame.
 constexpr float kNothing = -4.0f;
-// Weights of the coarsest level are squared activities above noise, in fourth powers of full scale. Where nothing has
-// any the first frame counts alone: an activity of 1e-6 is a detail of 1e-3, as much as the eye sees.
+// Weights of the coarsest level are squared activities above noise, in fourth powers of full scale. Where there is no
+// activity only the first frame counts: an activity of 1e-6 is a detail of 1e-3, the limit of visibility.
 constexpr float kFirstWeight = 1e-12f;
 constexpr float kLaterWeight = 1e-20f;
 constexpr float kAbsentWeight = 1e-30f;
-// What noise leaves in the activity of the coarsest level, which holds shares of all bands, by the noise of the finest:
-// the flattest windows have half of the mean, and the bands below it add a tenth.
+// What noise leaves in the activity of the coarsest level, which includes shares of all bands, relative to the noise of
+// the finest: the flattest windows have half of the mean, and the bands below it add a tenth.
 constexpr float kNoiseOfAllBands = 2.2f;
 
-/// How far a frame's activity exceeds what is held by more than it has to, and keeps the activity where it does.
-/// `margin` times the noise at the brightness of r, g, b cannot be told from noise.
+/// By how much a frame's activity exceeds the current one beyond the required margin; keeps the activity where it does.
+/// Up to `margin` times the noise at the brightness of r, g, b counts as noise.
 ORVO_VECTOR_CLONES void challenge(float* __restrict gain, float* __restrict held, const float* __restrict activity,
                                   const float* __restrict r, const float* __restrict g, const float* __restrict b,
                                   const NoiseCurve& noise, float margin, int width)
@@ -80,7 +80,7 @@ ORVO_VECTOR_CLONES void addRows(float* __restrict sum, const float* __restrict i
 
 std::string sizeText(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
 
-/// What is held of the frames so far.
+/// The merge of the frames so far.
 struct Merged
 {
     Merged(const std::vector<LevelExtent>& extents) : range(extents[0])
@@ -95,11 +95,11 @@ struct Merged
         std::fill_n(coarsest->row(0, 0), (kChannels + 1) * extents.back().pixels(), 0.0f);
     }
 
-    std::vector<Level> details;    ///< chosen coefficients of the picture and of all levels but the coarsest
-    std::vector<Level> activity;   ///< of the chosen ones, on the levels from the first below the picture
+    std::vector<Level> details;    ///< chosen coefficients of the picture and of all levels except the coarsest
+    std::vector<Level> activity;   ///< of the chosen ones, from the first level below the picture on
     std::optional<Level> coarsest; ///< weighted sums, and the sum of weights
     SampleRange range;
-    NoiseCurve noise; ///< the least of the frames': a frame without flat parts tells too much
+    NoiseCurve noise; ///< the minimum of the frames': a frame without flat parts overestimates it
 };
 
 class LaplacianFocusStacker final : public IFocusStacking<PixelRGB<float>>
@@ -111,7 +111,7 @@ public:
     {
         requireSize(width, height, "addFrame");
         if (flag != 0)
-            throw std::invalid_argument("addFrame: flag is " + std::to_string(flag) + ", only 0 is known");
+            throw std::invalid_argument("addFrame: flag is " + std::to_string(flag) + ", only 0 is supported");
         if (!merged)
             merged.emplace(extents);
         const auto filled = orvo::detail::fillAbsent(pixels, extents[0]);
@@ -185,7 +185,7 @@ private:
         }
     }
 
-    /// Where the gain is positive the frame wins, and its activity is held from now on.
+    /// Where the gain is positive the frame is chosen, and its activity becomes the current one.
     [[nodiscard]] Level challengeHeld(const Level& grid, const Level& level, std::size_t index)
     {
         Level gains(extents[index + 1], 1);
@@ -197,7 +197,7 @@ private:
         return gains;
     }
 
-    /// The picture's own coefficients, by the gains of the first grid, expanded.
+    /// Merges the picture's own coefficients by the expanded gains of the first grid.
     void mergePicture(const PixelRGB<float>* pixels, const Level& below, const Level& gains)
     {
         const int width = extents[0].width;
@@ -253,7 +253,7 @@ private:
         });
     }
 
-    /// The levels from the coarsest up to the first below the picture, put together.
+    /// Combines the levels from the coarsest up to the first below the picture.
     [[nodiscard]] std::vector<Level> collapse() const
     {
         std::vector<Level> levels;
@@ -300,11 +300,11 @@ template <>
 std::unique_ptr<IFocusStacking<PixelRGB<float>>>
 produceLaplacianFocusStacking<PixelRGB<float>>(int width, int height, float value, int levels, ESample sample)
 {
-    require(width >= 1, "width", std::to_string(width), "at least 1 is needed");
-    require(height >= 1, "height", std::to_string(height), "at least 1 is needed");
-    require(value >= 1.0f, "value", std::to_string(value), "at least 1 is needed");
-    require(levels >= 1, "levels", std::to_string(levels), "at least 1 is needed");
-    require(sample == ESample::Float, "sample", std::to_string(static_cast<int>(sample)), "only 0 is known");
+    require(width >= 1, "width", std::to_string(width), "expected at least 1");
+    require(height >= 1, "height", std::to_string(height), "expected at least 1");
+    require(value >= 1.0f, "value", std::to_string(value), "expected at least 1");
+    require(levels >= 1, "levels", std::to_string(levels), "expected at least 1");
+    require(sample == ESample::Float, "sample", std::to_string(static_cast<int>(sample)), "only 0 is supported");
     return std::make_unique<LaplacianFocusStacker>(orvo::detail::levelExtents(width, height, value, levels));
 }
 

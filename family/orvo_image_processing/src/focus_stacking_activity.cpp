@@ -6,43 +6,43 @@ namespace orvo::detail {
 
 namespace {
 
-// Rows of a grid that are made together. Each band makes two rows of its neighbours once more.
+// Rows of a grid that are computed together. Each band computes two rows of its neighbours again.
 constexpr int kBandRows = 32;
 // Rows of the picture under one row of the grid below it.
 constexpr int kTaps = 5;
 
-// What the second band of the picture counts against the first, and what the band of a coarser level counts beside the
-// grid above it. Energy grows from band to band, by four for a plain edge, while what is out of focus differs from what
-// is in focus in the fine bands. So a coarse coefficient follows the fine detail around it if there is any, and all
-// bands of a place come from one frame. Full shares lost three percent of the sharpness to mixed bands; with smaller
-// ones than these the frames alternate with the noise.
+// Weight of the picture's second band relative to the first, and of the band of a coarser level relative to the grid
+// above it. Energy grows from band to band, by four for a plain edge, while the difference between in focus and out of
+// focus is in the fine bands. So a coarse coefficient follows the fine detail around it if there is any, and all bands
+// of a place come from one frame. Full weights lost three percent of the sharpness to mixed bands; with weights smaller
+// than these the frames alternate with the noise.
 constexpr float kSecondShare = 1.0f / 4;
 constexpr float kCoarseBandShare = 1.0f / 16;
-// What a grid takes over from the coarser one. Enough to decide where there is no fine detail, too little to let the
+// Share that a grid takes from the coarser one. Enough to decide where there is no fine detail, too little to let the
 // glow of a defocused edge, which is coarse, win over fine texture.
 constexpr float kCoarserShare = 1.0f / 16;
 
-// Samples of a grid that tell its noise: the error of a quantile of so many is far below that of what it stands for.
+// Samples of a grid used to measure its noise: the error of a quantile of so many is far below its value.
 constexpr double kNoiseSamples = 65536.0;
-// The flattest twentieth of the windows: few pictures have less that is out of focus or bare.
+// The flattest twentieth of the windows: nearly every picture has at least that much out of focus or blank.
 constexpr double kFlatQuantile = 0.05;
-// Windows of one brightness that tell its noise; with fewer, that of the nearest one stands in.
+// Windows of one brightness required to measure its noise; with fewer, the nearest brightness is used instead.
 constexpr std::size_t kFewestInBin = 200;
-// How much noisier one brightness can be than the quietest: four times in amplitude. Beyond, it is texture.
+// How much noisier one brightness can be than the quietest: four times in amplitude. Anything above is texture.
 constexpr float kNoiseSpread = 16.0f;
-// Full-scale squared. No camera's noise is larger, so a picture full of texture does not pass for noise.
+// Full scale squared. No camera's noise is larger, so a picture full of texture does not count as noise.
 constexpr float kMostNoise = 0.01f;
 // The energy of a window of noise fluctuates by about a third of its mean, and the flattest twentieth has half of the
-// mean. A difference of so many of it is beyond four deviations.
+// mean. A difference of this multiple is beyond four deviations.
 constexpr float kMarginOfNoise = 4.0f;
-// The fluctuation of a grid against the next finer one. White noise has a quarter of its energy in the next band, that
-// of interpolated sensors up to half; what is taken over from the finer grid is averaged over four times the area.
+// The fluctuation of a grid relative to the next finer one. White noise has a quarter of its energy in the next band,
+// that of interpolated sensors up to half; the part from the finer grid is averaged over four times the area.
 constexpr float kMarginFall = 0.5f;
 
-// Share of absent pixels in a sample of a level from which on it counts as absent: what has been filled in is near the
-// truth, and a lost pixel must not take the coarse levels of half the picture with it.
+// Share of absent pixels from which on a sample of a level counts as absent: filled pixels are near the truth, and a
+// lost pixel must not take the coarse levels of half the picture with it.
 constexpr float kAbsentShare = 1.0f / 64;
-// Samples to each side that a coefficient is made of, beyond its own.
+// Samples to each side that contribute to a coefficient, beyond its own.
 constexpr int kAbsentReach = 2;
 
 ORVO_VECTOR_CLONES void setEnergy(float* __restrict energy, const float* __restrict sample, const float* __restrict low,
@@ -85,7 +85,7 @@ ORVO_VECTOR_CLONES void addScaled(float* __restrict sum, const float* __restrict
         sum[x] += in[x] * scale;
 }
 
-/// A band of rows of a plane, and one more at each end that the plane has.
+/// A band of rows of a plane, and one more at each end where the plane has it.
 class Band
 {
 public:
@@ -111,7 +111,7 @@ private:
     ScratchRows rows;
 };
 
-/// Energy of the picture's own band, reduced onto the first grid and smoothed.
+/// Energy of the picture's own band, reduced to the first grid and smoothed.
 class FinestEnergy
 {
 public:
@@ -176,7 +176,7 @@ void levelEnergy(const Level& grid, const Level& level, const Level& below, floa
     });
 }
 
-/// Takes the quantile, reordering the values.
+/// Returns the quantile and reorders the values.
 float flatQuantile(std::vector<float>& energies)
 {
     const auto at = static_cast<std::ptrdiff_t>(kFlatQuantile * static_cast<double>(energies.size()));
@@ -184,7 +184,7 @@ float flatQuantile(std::vector<float>& energies)
     return energies[static_cast<std::size_t>(at)];
 }
 
-/// The noise of a frame from the finest energies, and the level of the same extent, which tells the brightness.
+/// The noise of a frame from the finest energies and the level of the same extent, which supplies the brightness.
 NoiseCurve noiseOf(const Level& energies, const Level& level)
 {
     const double cells = static_cast<double>(LevelExtent{energies.width(), energies.height()}.pixels());
@@ -200,17 +200,17 @@ NoiseCurve noiseOf(const Level& energies, const Level& level)
         }
     const float whole = flatQuantile(all);
     NoiseCurve noise;
-    int told = -1; // the last part that told its noise
+    int measured = -1; // the last bin with a measured noise
     for (int i = 0; i < NoiseCurve::kBins; ++i) {
         std::vector<float>& own = bins[static_cast<std::size_t>(i)];
         if (own.size() < kFewestInBin)
             continue;
         const float energy = std::min({flatQuantile(own), kNoiseSpread * whole, kMostNoise});
-        const int from = told < 0 ? 0 : (told + i + 1) / 2;
+        const int from = measured < 0 ? 0 : (measured + i + 1) / 2;
         std::fill(noise.energy.begin() + from, noise.energy.end(), energy);
-        told = i;
+        measured = i;
     }
-    if (told < 0)
+    if (measured < 0)
         noise.energy.fill(std::min(whole, kMostNoise));
     return noise;
 }

@@ -9,7 +9,7 @@
 
 namespace orvo::detail {
 
-/// What noise puts into the activity of the picture's own band, by brightness: a sensor's noise differs between lights
+/// What noise adds to the activity of the picture's own band, by brightness: a sensor's noise differs between lights
 /// and shadows, and the encoding stretches it further.
 struct NoiseCurve
 {
@@ -29,25 +29,24 @@ struct NoiseCurve
 };
 
 /// Activity of one frame: in squares of samples, summed over the channels, never negative. `grids[l - 1]` has the
-/// extent of level l and decides for the coefficients of that level; the first also decides for those of the picture
-/// itself.
+/// extent of level l and decides the coefficients of that level; the first also decides those of the picture itself.
 struct Activity
 {
     std::vector<Level> grids;
-    NoiseCurve noise; ///< by the flattest windows of the frame
+    NoiseCurve noise; ///< from the flattest windows of the frame
 };
 
 /// `levels` are the Gaussian levels 1.. of the picture, at least one.
 [[nodiscard]] Activity measureActivity(const PixelRGB<float>* pixels, LevelExtent extent,
                                        const std::vector<Level>& levels);
 
-/// By how many times the noise an activity of grids[index] has to exceed another before it is more than noise.
+/// How many times the noise an activity of grids[index] has to exceed another one to count as more than noise.
 [[nodiscard]] float noiseMargin(std::size_t index);
 
-/// Activity that loses against any other: that of what is absent.
+/// Activity below any other: for absent pixels.
 constexpr float kAbsent = -1.0f;
 
-/// Sets kAbsent around pixels where `mask`, a level of one channel, is 1; elsewhere it is 0.
+/// Sets kAbsent around pixels where `mask`, a level of one channel, is 1; the mask is 0 elsewhere.
 void markAbsent(Activity& activity, const Level& mask);
 
 } // namespace orvo::detail

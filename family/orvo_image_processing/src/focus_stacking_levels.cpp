@@ -4,7 +4,7 @@ namespace orvo::detail {
 
 namespace {
 
-// Rows that share their scratch: enough that asking for it costs nothing, few enough to feed many workers.
+// Rows that share their scratch: enough to make its allocation negligible, few enough to feed many workers.
 constexpr int kBandRows = 16;
 
 } // namespace

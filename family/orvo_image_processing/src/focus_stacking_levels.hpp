@@ -28,7 +28,7 @@ struct LevelExtent
 /// at least one.
 [[nodiscard]] std::vector<LevelExtent> levelExtents(int width, int height, float smallest, int most);
 
-/// One level: `channels` planes one after another. Contents not set.
+/// One level: `channels` planes one after another. Contents uninitialised.
 class Level
 {
 public:
@@ -39,7 +39,7 @@ public:
                (planes(channel) * static_cast<std::size_t>(extent.height) + static_cast<std::size_t>(y)) *
                    static_cast<std::size_t>(extent.width);
     }
-    /// Row of one channel, the first and last row repeated beyond the ends.
+    /// A row of one channel, with the first and last row repeated beyond the ends.
     [[nodiscard]] float* nearRow(int channel, int y) const { return row(channel, std::clamp(y, 0, extent.height - 1)); }
     [[nodiscard]] int width() const { return extent.width; }
     [[nodiscard]] int height() const { return extent.height; }
@@ -50,7 +50,7 @@ private:
     ManagedPlane<float> samples;
 };
 
-/// Scratch rows of one task, each with kRowPad samples to spare at both ends, and room for the odd sample of widenRow.
+/// Scratch rows of one task, each with kRowPad extra samples at both ends and room for the odd sample of widenRow.
 class ScratchRows
 {
 public:
@@ -64,13 +64,13 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMargin = 16; // a vector register's worth, so that rows start aligned
+    static constexpr std::size_t kMargin = 16; // the size of a vector register, so that rows start aligned
     static_assert(kMargin / 2 > kRowPad);
     std::size_t stride;
     ManagedPlane<float> samples;
 };
 
-/// `body(first, last)` for bands of `rows` rows, which do not depend on the number of threads.
+/// Calls `body(first, last)` for bands of `rows` rows, which do not depend on the number of threads.
 template <typename Body>
 void forEachBand(int height, int rows, const Body& body)
 {
@@ -83,7 +83,7 @@ void reducePicture(const Level& below, const PixelRGB<float>* pixels, LevelExten
 /// Reduces each channel of a level to the level below it.
 void reduceLevel(const Level& below, const Level& level, int channels);
 
-/// Row `y` of one channel of `below`, expanded to a level of `width` samples a row. `out` and `scratch` are rows of
+/// Expands row `y` of one channel of `below` to a level of `width` samples a row. `out` and `scratch` are rows of
 /// ScratchRows.
 void expandRow(float* out, float* scratch, const Level& below, int channel, int y, int width);
 

@@ -8,8 +8,8 @@ namespace orvo::detail {
 
 namespace {
 
-// Codes of 1/8192: a sixteen-bit picture's step is lost, an eighth of one of eight bits is kept, and four times full
-// scale fits. The outermost codes stand for no bound.
+// Codes of 1/8192: this loses the step of a sixteen-bit picture, keeps an eighth of the step of an eight-bit one, and
+// covers four times full scale. The outermost codes mean no limit.
 constexpr float kCodesPerUnit = 8192.0f;
 constexpr int kCodeOffset = 32768;
 constexpr std::int16_t kNoLow = std::numeric_limits<std::int16_t>::min();
@@ -19,7 +19,7 @@ ORVO_VECTOR_CLONES bool allPresent(const float* samples, int count)
 {
     int absent = 0;
     for (int i = 0; i < count; ++i)
-        absent += std::abs(samples[i]) <= kLargestSample ? 0 : 1; // false also for what is not a number
+        absent += std::abs(samples[i]) <= kLargestSample ? 0 : 1; // NaN compares false
     return absent == 0;
 }
 
@@ -48,7 +48,7 @@ ORVO_INLINE float limited(float value, std::int16_t low, std::int16_t high)
 {
     const float least = low == kNoLow ? -kLargestSample : static_cast<float>(low) * (1.0f / kCodesPerUnit);
     const float most = high == kNoHigh ? kLargestSample : static_cast<float>(high) * (1.0f / kCodesPerUnit);
-    // Where nothing was included the range is empty, and the value stays.
+    // Where nothing was included the range is empty, and the value is kept.
     const float inside = value > most ? most : (value < least ? least : value);
     return low < high ? inside : value;
 }

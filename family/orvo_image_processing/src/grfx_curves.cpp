@@ -5,15 +5,15 @@
 namespace orvo {
 namespace {
 
-// Schlick's gain of slope `1 + bend` at one half and 1/(1 + bend) at the ends; its inverse is that of the reciprocal
-// slope.
+// Schlick's gain with slope `1 + bend` at one half and 1/(1 + bend) at the ends; its inverse is the one with the
+// reciprocal slope.
 constexpr float kBend = 0.5f;
 constexpr float kInverseBend = 1.0f / (1.0f + kBend) - 1.0f;
 
 ORVO_INLINE float schlickGain(float x, float bend)
 {
     const float inner = x > 0.0f ? (x < 1.0f ? x : 1.0f) : 0.0f;
-    const float outer = (x - inner) / (1.0f + bend); // straight beyond the ends; what is not a number stays so
+    const float outer = (x - inner) / (1.0f + bend); // linear beyond the ends; NaN stays NaN
     const float mirrored = inner < 0.5f ? inner : 1.0f - inner;
     const float value = mirrored / (bend * (1.0f - 2.0f * mirrored) + 1.0f);
     return (inner < 0.5f ? value : 1.0f - value) + outer;

@@ -17,14 +17,14 @@ namespace {
 
 using detail::BlockAxis;
 
-// A block is a quarter of the radius, as He and Sun propose; beyond 16 pixels nothing is gained any more, since the
-// reduced planes then take a percent of the time.
+// A block is a quarter of the radius, as He and Sun propose; blocks above 16 pixels gain nothing more, because the
+// reduced planes already take only a percent of the time.
 constexpr float kBlocksPerRadius = 4.0f;
 constexpr int kLargestBlock = 16;
-// Columns handled together: what a block row needs of them (4 running rows, or 18 rows of coefficients) stays in the
-// first-level cache. A multiple of every block side would be needed if blocks could straddle chunks; see chunkWidth().
+// Columns processed together: the data of a block row for them (4 running rows, or 18 rows of coefficients) stays in
+// the L1 cache. It would have to be a multiple of every block side if blocks could straddle chunks; see chunkWidth().
 constexpr int kChunk = 256;
-// An eps as good as infinite for any picture, whose third power is still far from the end of a double.
+// An eps as good as infinite for any picture, whose third power is still well within the range of a double.
 constexpr float kLargestEps = 1e12f;
 
 // Moments, and later coefficients, per block: nine planes one after another.
@@ -41,7 +41,7 @@ enum Moment
     kBB,
     kMoments
 };
-// The 3x3 matrix of coefficients is symmetric (it is a function of the covariance), so six of it and three offsets.
+// The 3x3 matrix of coefficients is symmetric (it is a function of the covariance): six coefficients, three offsets.
 enum Coefficient
 {
     kArr,
@@ -63,9 +63,9 @@ int chunkWidth(int side) { return kChunk / side * side; }
 
 // ---- moments of blocks ----
 
-/// Sums down the rows of one chunk, kept apart for each sample of a row: value, square, product with the next sample
-/// and with the one after it. Of the products only those within a pixel are used; the others cost less than sorting
-/// the channels would.
+/// Sums down the rows of one chunk, separate for each sample of a row: value, square, product with the next sample and
+/// with the one after it. Only the products within a pixel are used; computing the others costs less than separating
+/// the channels.
 struct ColumnSums
 {
     alignas(64) float value[3 * kChunk];
@@ -74,10 +74,10 @@ struct ColumnSums
     alignas(64) float afterNext[3 * kChunk];
 };
 
-/// Two rows at a time halve the traffic of the sums.
+/// Two rows at a time halve the memory traffic of the sums.
 ORVO_VECTOR_CLONES void addTwoRows(ColumnSums& sums, const float* a, const float* b, int samples)
 {
-    const int products = samples - 2; // the last pixel's are made outside
+    const int products = samples - 2; // the last pixel's products are computed outside the loop
     for (int i = 0; i < products; ++i) {
         sums.value[i] += a[i] + b[i];
         sums.square[i] += a[i] * a[i] + b[i] * b[i];
@@ -116,7 +116,7 @@ std::array<float, kMoments> blockMoments(const ColumnSums& sums, int first, int 
         m[kGB] += sums.next[i + 1];
         m[kRB] += sums.afterNext[i];
     }
-    // One bad sample would spread over every window of the row: running sums never lose it again.
+    // One bad sample would spread over every window of the row: running sums never lose it.
     float total = 0.0f;
     for (const float value : m)
         total += value * 0.0f;
@@ -165,7 +165,7 @@ void momentsOfBlockRow(const float* source, const Grid& grid, int blockRow, floa
 
 // ---- coefficients of windows ----
 
-/// Turns the mean moments of one window into the coefficients of q = A p + o, A = (S + eps)^-1 S, o = (1 - A) mean.
+/// Converts the mean moments of one window into the coefficients of q = A p + o, A = (S + eps)^-1 S, o = (1 - A) mean.
 /// In double: the determinant of a nearly grey covariance is a small difference of large products.
 void solveWindow(float* m, std::size_t step, double eps)
 {
@@ -212,14 +212,14 @@ void solveWindow(float* m, std::size_t step, double eps)
 
 // ---- application ----
 
-/// Coefficients of one chunk of pixels at the upper block centre, and how much they change down to the lower one.
+/// Coefficients of one chunk of pixels at the upper block centre, and their change down to the lower one.
 struct CoefficientRows
 {
     alignas(64) float upper[kPlanes][kChunk];
     alignas(64) float change[kPlanes][kChunk];
 };
 
-/// For each pixel column: the block on its left, and the share of the one on its right.
+/// For each pixel column: the block to its left, and the share of the one to its right.
 struct ColumnPlace
 {
     int left, right;
@@ -276,7 +276,7 @@ ORVO_VECTOR_CLONES void applyRow(const CoefficientRows& c, float down, const flo
 void applyBand(const float* source, float* target, const Grid& grid, const float* planes, const ColumnPlace* places,
                int band)
 {
-    // Band 0 lies above the first centre, band k between centres k - 1 and k, the last below the last centre.
+    // Band 0 is above the first centre, band k between centres k - 1 and k, the last below the last centre.
     const int above = std::max(0, band - 1);
     const int below = std::min(band, grid.rows.count - 1);
     const auto firstRow = [&](int k) { return k == 0 ? 0 : static_cast<int>(std::ceil(grid.rows.centre(k - 1))); };
@@ -310,7 +310,7 @@ void filter(const float* source, float* target, const Grid& grid, float radius, 
         for (std::size_t i = first; i < last; ++i)
             solveWindow(planes.data() + i, grid.count(), eps);
     });
-    // The means of the windows that cover a pixel: sums over blocks again, each block weighing its pixels.
+    // The means of the windows that cover a pixel: again sums over blocks, weighted by the pixels of each block.
     const auto weighRow = [&](int y) {
         const auto tall =
             static_cast<float>(grid.rows.last(y % grid.rows.count) - grid.rows.first(y % grid.rows.count));

@@ -16,18 +16,17 @@ namespace {
 using detail::halved;
 using detail::kRowPad;
 
-constexpr float kFullScale = 32767.0f;
 constexpr float kDetailLimit = 6.0f; // log2
 constexpr float kEdgeGainLimit = 4.0f;
-// Smoothing: the share of the return to the plain difference that grows with the difference itself, the rest with its
-// square. Less keeps more of the detail's range flat, but overshoots at steps by more than 2 percent.
+// Smoothing: the share of the return to the plain difference that grows with the difference itself; the rest grows with
+// its square. Less keeps more of the detail's range flat, but overshoots at steps by more than 2 percent.
 constexpr float kEarlyShare = 0.25f;
 constexpr float kSmallestThreshold = 1.0f / 1024;
-constexpr int kMostSamples = 256; // more would differ by less than a step of 16 bits
-// Rows of a level that one task makes: five rows of the level below overlap with the neighbour's.
+constexpr int kMostSamples = 256; // more change the result by less than a step of 16 bits
+// Rows of a level per task: five rows of the level below overlap with the neighbour's.
 constexpr int kBandRows = 16;
 
-/// The curve around one intensity, and the weight with which it counts at an intensity.
+/// The curve around one intensity, and its weight at an intensity.
 struct Curve
 {
     float intensity;
@@ -68,7 +67,7 @@ ORVO_INLINE float weightAt(float intensity, const Curve& c)
 
 ORVO_INLINE float fromSample(std::int16_t sample)
 {
-    const float v = static_cast<float>(sample) * (1.0f / kFullScale);
+    const float v = static_cast<float>(sample) * (1.0f / kGray16White);
     return v > 0.0f ? v : 0.0f;
 }
 
@@ -86,7 +85,7 @@ ORVO_VECTOR_CLONES void remapRow(float* __restrict out, const std::int16_t* __re
         out[x] = remapped(fromSample(in[x]), c);
 }
 
-/// Adds the detail of the finest level, whose remapped picture is made again here instead of being kept.
+/// Adds the detail of the finest level; computes its remapped picture again instead of storing it.
 ORVO_VECTOR_CLONES void addFinest(float* __restrict sum, const std::int16_t* __restrict in,
                                   const float* __restrict coarse, int width, const Curve& curve)
 {
@@ -115,23 +114,23 @@ ORVO_VECTOR_CLONES void writeRow(std::int16_t* __restrict out, const float* __re
                                  const float* __restrict coarse, int width)
 {
     for (int x = 0; x < width; ++x) {
-        const float v = (detail[x] + coarse[x]) * kFullScale + 0.5f;
+        const float v = (detail[x] + coarse[x]) * kGray16White + 0.5f;
         const float low = v > 0.0f ? v : 0.0f;
-        out[x] = static_cast<std::int16_t>(static_cast<std::int32_t>(low < kFullScale ? low : kFullScale));
+        out[x] = static_cast<std::int16_t>(static_cast<std::int32_t>(low < kGray16White ? low : kGray16White));
     }
 }
 
 struct Level
 {
     int width, height;
-    std::size_t offset; // into a plane that holds all levels from half size down
+    std::size_t offset; // into a plane with all levels from half size down
     [[nodiscard]] std::size_t at(int y) const
     {
         return offset + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
     }
 };
 
-/// A row with room beyond both ends.
+/// A row with padding beyond both ends.
 class PaddedRow
 {
 public:
@@ -184,7 +183,7 @@ public:
 private:
     std::int16_t* row(int y) const { return data + static_cast<std::ptrdiff_t>(y) * stride; }
 
-    /// Pyramid from half size down of a picture whose rows `makeRow(out, y)` makes.
+    /// Builds the pyramid from half size down of a picture whose rows come from `makeRow(out, y)`.
     template <typename MakeRow>
     void reduceAll(float* pyramid, const MakeRow& makeRow) const
     {
@@ -192,7 +191,7 @@ private:
         for (std::size_t i = 1; i < levels.size(); ++i) {
             const Level& from = levels[i - 1];
             const auto at = [&](int y) { return pyramid + from.at(std::clamp(y, 0, from.height - 1)); };
-            tbb::parallel_for(tbb::blocked_range<int>(0, levels[i].height, kBandRows), [&](const auto& rows) {
+            parallelFor(tbb::blocked_range<int>(0, levels[i].height, kBandRows), [&](const auto& rows) {
                 const PaddedRow line(from.width);
                 for (int y = rows.begin(); y != rows.end(); ++y) {
                     detail::reduceColumns(line.data(), at(2 * y - 2), at(2 * y - 1), at(2 * y), at(2 * y + 1),
@@ -231,7 +230,7 @@ private:
         });
     }
 
-    /// Row `y`, of `wide` samples, of a level, expanded from the level `from` below it.
+    /// Expands row `y`, of `wide` samples, of a level from the level `from` below it.
     static void expandRow(float* out, float* scratch, const float* pyramid, const Level& from, int y, int wide)
     {
         const auto at = [&](int i) { return pyramid + from.at(std::clamp(i, 0, from.height - 1)); };
@@ -241,12 +240,12 @@ private:
         detail::widenRow(out, scratch, wide);
     }
 
-    /// `body(y, expanded)` for every row of a level of the given size, `expanded` being the row from the level below
-    /// it.
+    /// Calls `body(y, expanded)` for every row of a level of the given size; `expanded` is the row from the level
+    /// below it.
     template <typename Body>
     static void forEachExpandedRow(int wide, int tall, const float* pyramid, const Level& from, const Body& body)
     {
-        tbb::parallel_for(tbb::blocked_range<int>(0, tall, kBandRows), [&](const tbb::blocked_range<int>& rows) {
+        parallelFor(tbb::blocked_range<int>(0, tall, kBandRows), [&](const tbb::blocked_range<int>& rows) {
             const PaddedRow expanded(wide);
             const PaddedRow scratch(from.width);
             for (int y = rows.begin(); y != rows.end(); ++y) {
@@ -313,7 +312,7 @@ void local_laplacian_gray16(std::int16_t* data, int width, int height, int strid
     curve.amplifying = std::max(0.0f, gain - 1.0f);
     curve.edgeGain = edges;
     const float noise = gain > 1.0f ? sane(floor, 0.0f, 0.0f, 1.0f) : 0.0f;
-    // Without a floor the passage is complete from the first difference on.
+    // Without a floor the transition is complete from the first difference on.
     curve.noiseFloor = noise > 0.0f ? noise : -1.0f;
     curve.perNoiseFloor = noise > 0.0f ? 1.0f / noise : 1.0f;
     curve.perStep = static_cast<float>(count - 1);

@@ -3,8 +3,8 @@
 
 namespace orvo::detail {
 
-/// The sample of 0..size-1 that stands at `position` when the row is continued by mirror images of itself, the edge
-/// sample repeated (c b a | a b c | c b a). `size` is at least 1; any position.
+/// The sample of 0..size-1 at `position` when the row continues with mirror images of itself, the edge sample repeated
+/// (c b a | a b c | c b a). `size` is at least 1; any position.
 [[nodiscard]] constexpr int mirrored(int position, int size)
 {
     const int period = 2 * size;

@@ -17,48 +17,48 @@ namespace {
 
 // Patches along each side of a square grid: enough for 1024 quantiles of 16 patches each.
 constexpr int kGridSide = 128;
-// Side of a patch in pixels: 64 values bring the noise down by 8, and 8 pixels swallow a small misalignment.
+// Side of a patch in pixels: 64 values reduce the noise by 8, and 8 pixels absorb a small misalignment.
 constexpr int kLargestPatch = 8;
 constexpr int kQuantiles = 1024;
 constexpr std::size_t kFewestPairs = 32;
 constexpr int kFewestQuantiles = 4;
-constexpr int kQuantilesPerKnot = 4; // fewer are too easily a reflex or a lamp
-// Encoded values taken as usable: above the first steps of 8 bits, where rounding decides, and below the shoulder of
-// clipping.
+constexpr int kQuantilesPerKnot = 4; // fewer can be a mere reflection or lamp
+// Encoded values that count as usable: above the first steps of 8 bits, where rounding dominates, and below the
+// shoulder of clipping.
 constexpr float kDarkest = 1.5f / 255;
 constexpr float kBrightest = 0.97f;
-// A frame with a patch above this is not clipped at 1, but where its largest value stands.
+// A frame with a patch above this does not clip at 1, but at its largest value.
 constexpr float kAboveWhite = 1.02f;
 // The shoulder towards the target's white starts at this share of it.
 constexpr float kKneeShare = 0.96f;
-// A sample above this share of white counts as clipped: 8-bit coding lets it ring by some steps.
+// A sample above this share of white counts as clipped: 8-bit compression makes it ring by some steps.
 constexpr float kClipped = 0.98f;
-// The median distance, in stops, of the pairs from their median step, above which the frames cannot lie on each other.
+// Median distance, in stops, of the pairs from their median step above which the frames cannot be aligned.
 constexpr float kAlignedStops = 0.5f;
-// Pairs that stand further than this, and than this many median distances, from what most pairs of their tone show
-// something that moved. The first map is only a gain; later ones leave less to the tone's own median.
+// Pairs further than this, and than this many median distances, from what most pairs of their tone show belong to a
+// moving subject. The first map is only a gain; later ones leave less to the tone's own median.
 constexpr float kOutlierDistances[] = {0.06f, 0.03f, 0.02f};
 constexpr float kOutlierMost = 0.15f;
 constexpr float kOutlierMedians = 4.0f;
-// Pairs of one tone that scatter more than this, and than this many times what pairs of all tones do, follow no curve:
-// a tone that only a moved subject has. The map goes on there as it does beside it.
+// Pairs of one tone that scatter more than this, and than this many times the scatter of all tones, follow no curve: a
+// tone that only a moving subject has. The map continues there as it does beside it.
 constexpr float kScatterLeast = 0.03f;
 constexpr float kScatterMedians = 4.0f;
-// Pairs of about one tone are judged together, and neighbouring groups vote: a subject of one tone that moved can win
+// Pairs of about one tone are judged together, and neighbouring groups vote: a moving subject of one tone can dominate
 // its own group, however large it is, but not its neighbours'.
 constexpr float kGroupTone = 0.07f; // in steps of evenTone(), where 0..1 spans 4.3
 constexpr std::size_t kGroupLeast = 8;
 constexpr std::size_t kVoters = 5;
-// Below this the two frames are one: less than a tenth of a step of 8 bits in all quantiles.
+// Below this the two frames count as equal: less than a tenth of a step of 8 bits in all quantiles.
 constexpr float kSame = 1.0f / 4096;
-// Slope of the spline against the plain exposure: a strongly darkened picture's nearly white tones reach 20.
+// Slope of the spline relative to the plain exposure: nearly white tones of a strongly darkened picture reach 20.
 constexpr float kSteepest = 32.0f;
 constexpr float kEndSlopeLeast = 0.1f;
 constexpr float kEvLimit = 12.0f;
 
 float linear(float v) { return v <= kToeEnd ? v / kToeSlope : std::pow((v + kOffset) / kScale, kGamma); }
 
-/// Even steps to the eye, and finite at black.
+/// Perceptually even steps, and finite at black.
 float evenTone(float v) { return std::log2(v + kOffset); }
 
 struct Quantile
@@ -90,7 +90,7 @@ Whites whitesOf(const std::vector<PatchPair>& pairs)
     return {white(largest.a), white(largest.b)};
 }
 
-/// The values at the same ranks in both frames. A rising map takes rank to rank, whatever its shape.
+/// The values at the same ranks in both frames. An increasing map preserves ranks, whatever its shape.
 std::vector<Quantile> matchedQuantiles(const std::vector<PatchPair>& pairs)
 {
     std::vector<float> a;
@@ -147,7 +147,7 @@ float contrastOf(const std::vector<Quantile>& quantiles)
     }
     const auto n = static_cast<double>(quantiles.size());
     const double spread = xx - x * x / n;
-    constexpr double kLeastSpread = 0.25; // stops squared, a quantile: a flat picture tells no contrast
+    constexpr double kLeastSpread = 0.25; // stops squared, per quantile: a flat picture says nothing about contrast
     return spread > kLeastSpread * n ? static_cast<float>(std::clamp((xy - x * y / n) / spread, 0.25, 4.0)) : 1.0f;
 }
 
@@ -165,7 +165,7 @@ public:
     }
     [[nodiscard]] bool hasEnough() const { return count >= kQuantilesPerKnot; }
 
-    /// Makes the mean of what was added a knot, unless it is too close to the one before to have a slope.
+    /// Makes the mean of the added quantiles a knot, unless it is too close to the previous one to have a slope.
     void close()
     {
         const float from = sumFrom / static_cast<float>(count);
@@ -192,7 +192,7 @@ private:
     float lastTo = 0.0f;
 };
 
-/// Knots at about even steps along the curve: of tone in either frame, since a shoulder is flat in one of them.
+/// Knots at about even steps along the curve: of tone in either frame, because a shoulder is flat in one of them.
 void placeKnots(ToneCurveMap& map, const std::vector<Quantile>& quantiles)
 {
     ToneCurveMap exposureOnly;
@@ -233,7 +233,7 @@ FittedCurve fitQuantiles(const std::vector<PatchPair>& pairs, const Whites& whit
     return fit;
 }
 
-/// The gain that most pairs agree on, if the frames lie on each other.
+/// The gain that most pairs agree on, if the frames are aligned.
 std::optional<ToneCurveMap> commonGain(const std::vector<PatchPair>& pairs, const Whites& whites)
 {
     std::vector<float> steps;
@@ -250,7 +250,7 @@ std::optional<ToneCurveMap> commonGain(const std::vector<PatchPair>& pairs, cons
     return middleOf(std::move(steps)) < kAlignedStops ? std::optional(map) : std::nullopt;
 }
 
-/// Where the groups of one tone begin among pairs sorted by b, and the end of the last.
+/// The beginnings of the groups of one tone among pairs sorted by b, and the end of the last group.
 std::vector<std::size_t> groupBorders(const std::vector<PatchPair>& pairs)
 {
     std::vector<std::size_t> borders{0};
@@ -263,8 +263,8 @@ std::vector<std::size_t> groupBorders(const std::vector<PatchPair>& pairs)
     return borders;
 }
 
-/// For each pair how far most pairs of about its tone lie from the map. A camera's curve moves all of a tone together,
-/// a subject that moved only some.
+/// For each pair the distance of most pairs of about its tone from the map. A camera's curve moves all of a tone
+/// together, a moving subject only some.
 std::vector<float> usualDistances(const std::vector<float>& distances, const std::vector<std::size_t>& borders)
 {
     const std::size_t groups = borders.size() - 1;
@@ -274,7 +274,7 @@ std::vector<float> usualDistances(const std::vector<float>& distances, const std
         middles[g] = middleOf({at(borders[g]), at(borders[g + 1])});
     std::vector<float> usual;
     for (std::size_t g = 0; g < groups; ++g) {
-        const std::size_t reach = std::min({kVoters / 2, g, groups - 1 - g}); // even on both sides: no lag at the ends
+        const std::size_t reach = std::min({kVoters / 2, g, groups - 1 - g}); // symmetric: no lag at the ends
         const auto voter = middles.begin() + static_cast<std::ptrdiff_t>(g);
         usual.resize(borders[g + 1], middleOf({voter - static_cast<std::ptrdiff_t>(reach),
                                                voter + static_cast<std::ptrdiff_t>(reach) + 1}));
@@ -282,7 +282,7 @@ std::vector<float> usualDistances(const std::vector<float>& distances, const std
     return usual;
 }
 
-/// The whole pairs, of pairs sorted by b, that do what most of their tone do.
+/// Of the whole pairs, sorted by b, those that agree with most of their tone.
 std::vector<PatchPair> usualPairs(const ToneCurveMap& map, const std::vector<PatchPair>& pairs, float allowance)
 {
     const ToneCurve curve(map);
@@ -292,7 +292,7 @@ std::vector<PatchPair> usualPairs(const ToneCurveMap& map, const std::vector<Pat
     std::transform(pairs.begin(), pairs.end(), distances.begin(), [&](const PatchPair& pair) {
         return std::min(pair.a, map.white) - std::min(curve(std::max(0.0f, pair.b)), map.white);
     });
-    // The spread is judged by tone, too: where the true curve is much steeper than the map, a whole group spreads.
+    // The spread is judged by tone too: where the true curve is much steeper than the map, a whole group spreads.
     const std::vector<std::size_t> borders = groupBorders(pairs);
     const std::vector<float> usual = usualDistances(distances, borders);
     for (std::size_t i = 0; i < pairs.size(); ++i)
@@ -336,7 +336,7 @@ PatchMeans meansOfPatch(const float* a, const float* b, std::size_t width, int l
 
 bool isTorn(float mean, float largest) { return largest > kClipped && largest < kAboveWhite && mean < kClipped; }
 
-/// The patches as pairs. A value that is not finite turns the sum of its patch, and only that, into no number.
+/// The patches as pairs. A non-finite value makes the sum of its patch, and only that, NaN.
 PatchPairs pairsOf(const std::vector<PatchMeans>& means)
 {
     PatchPairs pairs;
@@ -392,7 +392,7 @@ FittedCurve fitCurve(const std::vector<PatchPair>& pairs)
     std::stable_sort(whole.begin(), whole.end(), [](const PatchPair& x, const PatchPair& y) { return x.b < y.b; });
     FittedCurve fit;
     fit.map = *gain;
-    // Always from all pairs: tones which an early map did not explain come back with a better one.
+    // Always from all pairs: tones that an early map did not explain return with a better one.
     for (const float allowance : kOutlierDistances) {
         const FittedCurve better = fitQuantiles(usualPairs(fit.map, whole, allowance), whites);
         if (better.map.knots == 0)
@@ -410,7 +410,7 @@ ToneCurve::ToneCurve(const ToneCurveMap& map)
         x[static_cast<std::size_t>(points)] = map.from[static_cast<std::size_t>(k)];
         y[static_cast<std::size_t>(points)] = map.to[static_cast<std::size_t>(k)];
     }
-    // Rising cubic pieces with an unbroken slope: Fritsch, Butland, 1984 (weighted harmonic mean of the secants).
+    // Increasing cubic pieces with a continuous slope: Fritsch, Butland, 1984 (weighted harmonic mean of the secants).
     const auto secant = [&](std::size_t k) { return (y[k + 1] - y[k]) / (x[k + 1] - x[k]); };
     const auto last = static_cast<std::size_t>(points - 1);
     slope[0] = last > 0 ? secant(0) : 1.0f;

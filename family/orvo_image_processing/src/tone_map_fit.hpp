@@ -1,4 +1,4 @@
-/// From two frames to the tone curve between them: patches, quantiles, curve.
+/// Fits the tone curve between two frames: patches, quantiles, curve.
 #pragma once
 
 #include <orvo_image_processing/auto_exposure.hpp>
@@ -12,7 +12,7 @@ namespace orvo::detail {
 struct PatchPair
 {
     float a, b;
-    bool torn; ///< clipped in part in one of the frames, so that its mean there is too dark
+    bool torn; ///< partly clipped in one of the frames, so that its mean there is too dark
 };
 
 struct PatchPairs
@@ -21,7 +21,7 @@ struct PatchPairs
     bool equal = false; ///< no patch differs in any bit of its mean
 };
 
-/// `a`, `b`: interleaved samples. Patches with a value that is not finite are left out.
+/// `a`, `b`: interleaved samples. Patches with a non-finite value are left out.
 [[nodiscard]] PatchPairs collectPatches(const float* a, const float* b, int width, int height);
 
 /// The curve from b to a over the given pairs, with the slope of log light against log light and the middle tone of b.
@@ -33,7 +33,7 @@ struct FittedCurve
 };
 [[nodiscard]] FittedCurve fitCurve(const std::vector<PatchPair>& pairs);
 
-/// One value through the map, for v >= 0.
+/// Maps one value, for v >= 0.
 class ToneCurve
 {
 public:

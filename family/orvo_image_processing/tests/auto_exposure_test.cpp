@@ -71,7 +71,7 @@ Samples adjusted(const Samples& a, Samples b)
     return b;
 }
 
-/// Share of the samples, unclipped (up to `brightest`) in both frames, that are off by more than `relative` of their
+/// Share of the samples, unclipped (up to `brightest`) in both frames, that differ by more than `relative` of their
 /// value.
 double shareOff(const Samples& a, const Samples& b, const Samples& result, float relative, float brightest = kBright)
 {
@@ -83,7 +83,7 @@ double shareOff(const Samples& a, const Samples& b, const Samples& result, float
         ++count;
         off += std::abs(result[i] - a[i]) > relative * a[i] + 0.0005f ? 1 : 0;
     }
-    EXPECT_GT(count, 3000u) << "too few samples to say anything";
+    EXPECT_GT(count, 3000u) << "too few samples for a result";
     return static_cast<double>(off) / static_cast<double>(std::max<std::size_t>(1, count));
 }
 
@@ -120,7 +120,7 @@ TEST(AutoExposure, BringsBackTheExposureCurve)
     for (const float ev : {-4.0f, -2.0f, -1.0f, -0.2f, 0.3f, 1.0f, 2.0f, 4.0f}) {
         Samples b = original;
         orvo::applyExposureInPlace(b.data(), b.size(), 1.0f + 0.1f * ev, 0.9f, 0.5f);
-        // All tones but the nearly white ones, where the curve bends hard and a few patches must tell it.
+        // All tones except the nearly white ones, where the curve bends hard and only a few patches define it.
         EXPECT_EQ(shareOff(original, b, adjusted(original, b), 0.02f, 0.85f), 0.0) << ev;
         EXPECT_EQ(shareOff(b, original, adjusted(b, original), 0.02f, 0.85f), 0.0) << ev;
         EXPECT_LT(shareOff(original, b, adjusted(original, b), 0.02f), 0.02) << ev;
@@ -223,7 +223,7 @@ TEST(AutoExposure, ModeChoosesTheChannelsWithACurveOfTheirOwn)
     EXPECT_NEAR(green.curves[1].ev, 1.0 - std::log2(0.7), 0.03);
 }
 
-TEST(AutoExposure, TooLittleToGoByIsNeutral)
+TEST(AutoExposure, TooFewUsablePatchesGiveTheNeutralRecord)
 {
     const auto unchanged = [](Samples a, Samples b, int width, int height) {
         const Samples before = b;
@@ -248,7 +248,7 @@ TEST(AutoExposure, FlatFramesMeet)
     EXPECT_NEAR(b[5], 0.2f, 1e-3f);
 }
 
-TEST(AutoExposure, StandsWhatIsNoPicture)
+TEST(AutoExposure, HandlesInvalidSamples)
 {
     const float inf = std::numeric_limits<float>::infinity();
     const Samples a = scene(0, 0.0f, 1);

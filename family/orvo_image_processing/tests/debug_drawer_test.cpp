@@ -41,7 +41,7 @@ std::pair<float, float> extremes(const Picture& image)
 
 } // namespace
 
-TEST(DebugDrawer, CanBeReadOnAnyGround)
+TEST(DebugDrawer, IsReadableOnAnyBackground)
 {
     for (const float ground : {0.0f, 0.5f, 1.0f}) {
         auto image = plain(400, 200, ground);
@@ -74,7 +74,7 @@ TEST(DebugDrawer, SizeFollowsThePicture)
     EXPECT_GT(changedInRows(*large, 0.5f, 0, 2000), 6 * changedInRows(*small, 0.5f, 0, 400));
 }
 
-TEST(DebugDrawer, CutsWhatDoesNotFit)
+TEST(DebugDrawer, ClipsTextBeyondThePicture)
 {
     const std::string endless(100000, 'W');
     for (const auto& [width, height] : planes::awkwardSizes()) {
@@ -102,7 +102,7 @@ TEST(DebugDrawer, WritesOneLineInTheCorner)
     EXPECT_EQ(changedInRows(*image, 0.5f, 32, 400), 0);
 }
 
-TEST(DebugDrawer, ALineThatIsTooWideGoesOnBelow)
+TEST(DebugDrawer, WrapsALineThatIsTooWide)
 {
     const std::string label = "align result, image 5 out of 10";
     auto wide = plain(240, 90, 0.5f);
@@ -119,7 +119,7 @@ TEST(DebugDrawer, ALineThatIsTooWideGoesOnBelow)
         EXPECT_EQ(narrow->row(y)[119].g, 0.5f) << "nothing is cut off, row " << y;
 }
 
-// The label leaves the pixels at the right and lower border alone, so nothing of it is cut off there.
+// The label leaves the pixels at the right and lower border untouched, so it is not clipped there.
 bool endsInside(const Picture& picture, float ground)
 {
     const int right = picture.width() - 1;
@@ -145,7 +145,7 @@ TEST(DebugDrawer, LabelsAreWholeInSmallPictures)
         }
 }
 
-TEST(DebugDrawer, LabelsThatAreShortenedKeepBothEnds)
+TEST(DebugDrawer, ShortenedLabelsKeepBothEnds)
 {
     const auto label = [](const std::string& text) {
         auto image = plain(120, 20, 0.5f);

@@ -18,7 +18,7 @@ const std::vector<float> kSteps = {-6.0f, -4.0f, -2.0f, -1.0f, -0.3f, 0.3f, 1.0f
 
 float byEv(float v, float ev) { return apply_exposure(v, 1.0f + ev * 0.1f, kStart, kPivot); }
 
-// The slope of the linear piece, in full: at the rounded one the pieces miss each other by 1e-10.
+// The slope of the linear piece at full precision: with the rounded one the pieces differ by 1e-10.
 const double kToeSlope = std::pow(1.055, 2.4) * std::pow(1.4, 1.4) / (std::pow(0.055, 1.4) * std::pow(2.4, 2.4));
 
 double encode(double linear)
@@ -28,7 +28,7 @@ double encode(double linear)
 
 double decode(double v) { return v <= 0.055 / 1.4 ? v / kToeSlope : std::pow((v + 0.055) / 1.055, 2.4); }
 
-/// The curve written down plainly, in double and with powers.
+/// A reference implementation in double and with powers.
 double slowCurve(double v, double ev, double start, double pivot)
 {
     const auto plain = [ev](double x) { return encode(decode(x) * std::exp2(ev)); };
@@ -72,7 +72,7 @@ TEST(ExposureCurve, NeutralIsTheExactIdentity)
     EXPECT_EQ(apply_exposure(0.25f, std::nanf(""), kStart, kPivot), 0.25f);
 }
 
-TEST(ExposureCurve, AgreesWithThePlainTwin)
+TEST(ExposureCurve, AgreesWithTheReference)
 {
     for (const float ev : kSteps)
         for (const auto& [start, pivot] : {std::pair{0.9, 0.5}, {0.6, 0.2}, {0.3, 0.95}, {1.0, 1.0}, {0.0, 0.0}})
@@ -85,7 +85,7 @@ TEST(ExposureCurve, AgreesWithThePlainTwin)
             }
 }
 
-TEST(ExposureCurve, TwinIsWithinAPartIn10000OfTheStandardCurve)
+TEST(ExposureCurve, ReferenceIsWithinAPartIn10000OfTheStandardCurve)
 {
     const auto standard = [](double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); };
     for (double v = 0.0; v <= 1.0; v += 0.001)
@@ -116,7 +116,7 @@ TEST(ExposureCurve, RisesWithTheValueAndWithTheExposure)
 
 TEST(ExposureCurve, HasNoKink)
 {
-    // On the twin, in double, where a small step still tells the slope: the slopes on both sides of every point agree.
+    // On the reference, in double, where a small step still resolves the slope: the slopes on both sides agree.
     constexpr double h = 1e-7;
     for (const float step : kSteps) {
         const auto ev = static_cast<double>(step);
@@ -131,7 +131,7 @@ TEST(ExposureCurve, HasNoKink)
     }
 }
 
-TEST(ExposureCurve, KeepsTheGainOfThePivotAndOfWhatIsBelow)
+TEST(ExposureCurve, KeepsTheGainUpToThePivot)
 {
     for (const float ev : kSteps)
         for (const float v : {0.001f, 0.03f, 0.2f, 0.5f}) {
@@ -155,10 +155,10 @@ TEST(ExposureCurve, DarkenedWhiteIsALightGrey)
     EXPECT_NEAR(byEv(1.0f, -2.0f), 0.72f, 0.01f);
     EXPECT_GT(byEv(1.0f, -1.0f), 0.83f);
     EXPECT_LT(byEv(1.0f, -1.0f), 1.0f);
-    EXPECT_NEAR(byEv(0.9f, -2.0f), encode(decode(0.9) / 4), 1e-5); // only what is nearly clipped is lifted
+    EXPECT_NEAR(byEv(0.9f, -2.0f), encode(decode(0.9) / 4), 1e-5); // only nearly clipped tones are lifted
 }
 
-TEST(ExposureCurve, StandsWhatIsNoPicture)
+TEST(ExposureCurve, HandlesInvalidSamples)
 {
     for (const float ev : kSteps) {
         EXPECT_EQ(byEv(0.0f, ev), 0.0f);

@@ -40,7 +40,7 @@ std::vector<double> directAlong(const std::vector<double>& in, int width, int he
 std::vector<double> direct(const std::vector<float>& plane, int width, int height, int radius)
 {
     const std::vector<double> in(plane.begin(), plane.end());
-    const auto cut = [radius](int size) { return std::min(radius, 8 * size); }; // as the header tells
+    const auto cut = [radius](int size) { return std::min(radius, 8 * size); }; // as the header documents
     return directAlong(directAlong(in, width, height, cut(width), true), width, height, cut(height), false);
 }
 
@@ -104,7 +104,7 @@ TEST(FastBlur, HugeRadiusGivesTheMean)
 
 TEST(FastBlur, LongRunningSumsDoNotDrift)
 {
-    // Bright samples once in a while leave no trace behind them.
+    // Occasional bright samples leave no trace behind them.
     const int width = 60000;
     std::vector<float> plane(area(width, 2), 0.0f);
     for (std::size_t i = 0; i < plane.size(); i += 97)
@@ -123,7 +123,7 @@ TEST(FastBlur, SameForAnyWorkersAndLeavesNoPlane)
         planes::expectSameForAnyWorkers([&] { return blurred(plane, 301, 555, radius); });
 }
 
-TEST(FastBlur, StandsNotANumber)
+TEST(FastBlur, HandlesNotANumber)
 {
     std::vector<float> plane = planes::noise(area(50, 600), 6);
     plane[25] = std::nanf("");

@@ -1,4 +1,4 @@
-/// Focus series whose all-sharp picture is known, and measures of what a stacker makes of them.
+/// Focus series with a known all-sharp picture, and measures of a stacker's result.
 #pragma once
 
 #include "test_planes.hpp"
@@ -62,7 +62,7 @@ inline float worstDifference(const Picture& a, const Picture& b)
     return worst;
 }
 
-/// Decibel below full scale.
+/// Decibels below full scale.
 inline double psnr(const Picture& a, const Picture& b)
 {
     double sum = 0.0;
@@ -108,7 +108,7 @@ inline Picture noisy(Picture picture, float deviation, std::uint32_t seed)
     return picture;
 }
 
-/// Gaussian blur whose deviation is told for each pixel: what a lens does to a surface of little slope.
+/// Gaussian blur with a deviation per pixel: what a lens does to a surface of little slope.
 inline Picture blurred(const Picture& picture, const std::function<float(int, int)>& deviation)
 {
     Picture result = picture;
@@ -136,8 +136,8 @@ inline Picture blurred(const Picture& picture, const std::function<float(int, in
     return result;
 }
 
-/// Detail at all scales, like that of nature: white noise smoothed over 1, 2, 4 .. 32 pixels, of equal strength each,
-/// the channels two thirds alike.
+/// Detail at all scales, like in nature: white noise smoothed over 1, 2, 4 .. 32 pixels, of equal strength each, the
+/// channels two thirds correlated.
 inline Picture texture(int width, int height, std::uint32_t seed)
 {
     Picture sum(width, height, {0.5f, 0.45f, 0.4f});
@@ -185,7 +185,7 @@ inline Series staircase(int width, int height, int count)
     return series;
 }
 
-/// A plane seen at an angle: the frames are sharp along lines, between two of which neither is quite.
+/// A plane seen at an angle: the frames are sharp along lines, and between two lines neither is fully sharp.
 inline Series ramp(int width, int height, int count)
 {
     Series series{texture(width, height, 22), {}};
@@ -215,7 +215,8 @@ inline int outsideCard(const Picture& picture, int x, int y)
     return std::max(dx, dy);
 }
 
-/// A bright card that hides part of a dark wall, taken by a lens: defocused the card is half transparent at its rim.
+/// A bright card that hides part of a dark wall, seen through a lens: defocused, the card is half transparent at its
+/// rim.
 inline Series cardBeforeWall(int width, int height)
 {
     constexpr float kDefocus = 4.0f;

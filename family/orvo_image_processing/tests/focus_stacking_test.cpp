@@ -19,9 +19,9 @@ namespace {
 
 using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 
-// Two roundings of each of the up to nine levels that meet in a sample.
+// Two roundings of each of the up to nine levels that contribute to a sample.
 constexpr float kRoundings = 1e-5f;
-// The result is limited to a range that is kept in such steps.
+// The result is clamped to a range stored in steps of this size.
 constexpr float kRangeStep = 1.0f / 8192;
 // What a filled row of absent pixels, far from the truth in white noise, leaves in coarse levels.
 constexpr float kFilledUp = 2e-3f;
@@ -77,7 +77,7 @@ bool allFinite(const Picture& picture)
 
 } // namespace
 
-TEST(FocusStacking, OneFrameComesBack)
+TEST(FocusStacking, OneFrameIsReproduced)
 {
     for (const auto& [width, height] : planes::awkwardSizes()) {
         if (width == 0 || height == 0)
@@ -88,7 +88,7 @@ TEST(FocusStacking, OneFrameComesBack)
     }
 }
 
-TEST(FocusStacking, AllSharpPictureComesBack)
+TEST(FocusStacking, AllSharpPictureIsReproduced)
 {
     const focus::Series series = focus::staircase(318, 231, 6);
     const Picture result = stacked(series.frames);
@@ -116,7 +116,7 @@ TEST(FocusStacking, IsAsSharpAsTheSharpestFrameAtEachPixel)
         double reached = 0.0;
         double possible = 0.0;
         for (std::size_t i = 0; i < best.size(); ++i) {
-            reached += std::min(result[i], best[i]); // more than the best would be ringing, and makes up for nothing
+            reached += std::min(result[i], best[i]); // more than the best would be ringing and compensates nothing
             possible += best[i];
         }
         EXPECT_GT(reached, 0.97 * possible);
@@ -125,7 +125,7 @@ TEST(FocusStacking, IsAsSharpAsTheSharpestFrameAtEachPixel)
 
 TEST(FocusStacking, LeavesNoHaloAroundAnOccluder)
 {
-    // A bright card before a dark wall. Blurred, it glows over the wall; where the wall is sharp it must not.
+    // A bright card in front of a dark wall. Blurred, it glows over the wall; where the wall is sharp it must not.
     const focus::Series series = focus::cardBeforeWall(300, 220);
     const Picture result = stacked(series.frames);
     for (const focus::Ring& ring : series.rings) {
@@ -141,7 +141,7 @@ TEST(FocusStacking, LeavesNoSeamWhereTheChoiceChanges)
 {
     const focus::Series series = focus::halves(512, 256);
     const Picture result = stacked(series.frames);
-    // At the border itself the picture's own level is one frame's or the other's; beyond, nothing of it is left.
+    // At the border itself the picture's own level comes from either frame; beyond, none of it is left.
     const auto worstFrom = [&](int distance) {
         float worst = 0.0f;
         for (int y = 0; y < result.height; ++y)
@@ -204,13 +204,13 @@ TEST(FocusStacking, NoiseDoesNotHideDetail)
     std::uint32_t seed = 40;
     for (Picture& frame : series.frames)
         frame = focus::noisy(frame, 0.01f, ++seed);
-    // Noise alone leaves 40 dB; the rest is for the choices that it spoils.
+    // Noise alone leaves 40 dB; the rest allows for the choices it spoils.
     EXPECT_GT(focus::psnr(stacked(series.frames), series.sharp), 36.0);
 }
 
 TEST(FocusStacking, ChannelsComeFromOneFrame)
 {
-    // One frame has its detail in red, the other a weaker one in green and blue: choosing channel by channel would mix.
+    // One frame has its detail in red, the other a weaker one in green and blue: a choice by channel would mix them.
     const int width = 160;
     const int height = 120;
     Picture red(width, height);
@@ -230,7 +230,7 @@ TEST(FocusStacking, ChannelsComeFromOneFrame)
 
 TEST(FocusStacking, BrightnessFollowsTheChoice)
 {
-    // The lens breathes light, too: each frame's own brightness stays where it is the sharp one.
+    // The lens changes brightness too: each frame's own brightness stays where it is the sharp one.
     const focus::Series series = focus::halves(512, 256);
     Picture brighter = series.frames[1];
     for (auto& p : brighter.pixels)
@@ -300,12 +300,12 @@ TEST(FocusStacking, MemoryDoesNotGrowWithTheFrames)
     const Picture odd = shiftedNoise(width, height, 2);
     Picture result(width, height);
     MemoryManager& manager = MemoryManager::instance();
-    manager.trim(); // planes that earlier tests gave back may be a little larger than what is asked for
+    manager.trim(); // planes released by earlier tests may be slightly larger than requested
     const std::size_t before = manager.liveBytes();
     const auto planesOver = [&](std::size_t bytes) {
         return static_cast<double>(bytes - before) / (4.0 * static_cast<double>(area(width, height)));
     };
-    const orvo::WorkerLimit limit(2); // scratch rows are by thread, and count more in a small picture
+    const orvo::WorkerLimit limit(2); // scratch rows are per thread, and matter more in a small picture
     {
         const auto merging = stacker(width, height);
         for (int i = 0; i < 7; ++i) {
@@ -329,7 +329,7 @@ TEST(FocusStacking, MemoryDoesNotGrowWithTheFrames)
     EXPECT_EQ(manager.liveBytes(), before);
 }
 
-TEST(FocusStacking, LevelsEndWhereTheArgumentsTell)
+TEST(FocusStacking, LevelsEndWhereTheArgumentsSay)
 {
     const auto count = [](int width, int height, float smallest, int most) {
         return orvo::detail::levelExtents(width, height, smallest, most).size() - 1;
@@ -360,7 +360,7 @@ TEST(FocusStacking, ResultChangesNothingAndResetForgets)
     EXPECT_EQ(resultOf(*merging, 130, 97).pixels, two.pixels);
 }
 
-TEST(FocusStacking, TellsWhatDoesNotFit)
+TEST(FocusStacking, ReportsInvalidArguments)
 {
     const auto merging = stacker(20, 10);
     Picture other(21, 10);

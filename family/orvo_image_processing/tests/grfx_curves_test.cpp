@@ -42,7 +42,7 @@ TEST(GrfxCurves, KeepZeroAndOne)
     }
 }
 
-TEST(GrfxCurves, HaveTheirInverse)
+TEST(GrfxCurves, HaveInverses)
 {
     for (const Pair& pair : pairs())
         for (const float x : samples())
@@ -78,7 +78,7 @@ TEST(GrfxCurves, ToneAddsContrastAboutOneHalf)
     EXPECT_NEAR(grfx_tone()(-0.3f), -0.2f, 1e-6f);
 }
 
-TEST(GrfxCurves, ManyAtOnceAreAsOneByOne)
+TEST(GrfxCurves, BatchEqualsSingleSamples)
 {
     const auto originals = samples();
     for (const Pair& pair : pairs()) {
@@ -96,7 +96,7 @@ TEST(GrfxCurves, ManyAtOnceAreAsOneByOne)
     }
 }
 
-TEST(GrfxCurves, WhatIsNotANumberStaysSo)
+TEST(GrfxCurves, NotANumberStaysSo)
 {
     for (const Pair& pair : pairs()) {
         float sample = std::numeric_limits<float>::quiet_NaN();

@@ -129,7 +129,7 @@ Picture plateaus(int width, int height)
 
 } // namespace
 
-TEST(GuidedFilter, IsTheDirectOneWhereBlocksArePixels)
+TEST(GuidedFilter, EqualsTheDirectOneWhereBlocksArePixels)
 {
     for (const auto& [width, height] : {std::pair{31, 23}, {1, 40}, {40, 1}, {2, 2}, {9, 7}})
         for (const int radius : {1, 3, 7})
@@ -153,7 +153,7 @@ TEST(GuidedFilter, CoarseCoefficientsStayNearTheDirectOne)
                 << radius << ' ' << eps;
 }
 
-TEST(GuidedFilter, EpsNothingGivesThePictureAndEpsWithoutEndTheMean)
+TEST(GuidedFilter, ZeroEpsGivesThePictureAndHugeEpsTheMean)
 {
     const Picture picture = planes::noisePicture(64, 50, 1);
     EXPECT_TRUE(planes::sameBytes(filtered(picture, 64, 50, 12.0f, 0.0f), picture));
@@ -187,7 +187,7 @@ TEST(GuidedFilter, KeepsConstantsEdgesAndTheMean)
 
 TEST(GuidedFilter, FineTextureCountsWithItsFullVariance)
 {
-    // A checkerboard is flat in every reduced picture; its variance of 0.09 must still hold against a small eps.
+    // A checkerboard is flat in every reduced picture; its variance of 0.09 must still dominate a small eps.
     Picture board(area(256, 256));
     for (std::size_t i = 0; i < board.size(); ++i) {
         const float v = ((i % 256) + (i / 256)) % 2 == 0 ? 0.2f : 0.8f;
@@ -196,7 +196,7 @@ TEST(GuidedFilter, FineTextureCountsWithItsFullVariance)
     EXPECT_LT(largestDifference(filtered(board, 256, 256, 64.0f, 0.0001f), board), 0.01f);
 }
 
-TEST(GuidedFilter, StandsAnySizeAndRadius)
+TEST(GuidedFilter, HandlesAnySizeAndRadius)
 {
     for (const auto& [width, height] : planes::awkwardSizes())
         for (const float radius : {-1.0f, 0.0f, 0.5f, 1.0f, 9.0f, 64.0f, 1e9f, std::nanf("")}) {
@@ -206,7 +206,7 @@ TEST(GuidedFilter, StandsAnySizeAndRadius)
         }
 }
 
-TEST(GuidedFilter, ABadSampleStaysWhereItIs)
+TEST(GuidedFilter, ABadSampleDoesNotSpread)
 {
     for (const float bad : {std::nanf(""), std::numeric_limits<float>::infinity(), 1e30f}) {
         Picture picture(area(300, 100), {0.25f, 0.5f, 0.75f});

@@ -38,7 +38,7 @@ Plane toPlane(const std::vector<double>& values)
     return plane;
 }
 
-/// A level of a pyramid in double, written down plainly.
+/// A level of a pyramid in double, implemented directly.
 struct Level
 {
     int width, height;
@@ -169,7 +169,7 @@ TEST(LocalLaplacian, AgreesWithTheDirectFilter)
                               Settings{0.0f, 0.0f, 9, 0.1f, 0.3f}}) {
         const std::vector<double> slow = direct(plane, 18, 15, s);
         Settings many = s;
-        many.samples = 200; // the sampled filter tends to the direct one
+        many.samples = 200; // the sampled filter converges to the direct one
         const Plane fine = filtered(plane, 18, 15, many);
         const Plane usual = filtered(plane, 18, 15, s);
         for (std::size_t i = 0; i < slow.size(); ++i) {
@@ -188,7 +188,7 @@ TEST(LocalLaplacian, NeutralIsTheIdentityWithinOneStep)
                    [](float v) { return static_cast<std::int16_t>(v * 32767.0f); });
     plane.front() = 0;
     plane.back() = 32767;
-    // A detail of a millionth goes the whole way through the pyramids, unlike 0.
+    // A detail of a millionth takes the whole path through the pyramids, unlike 0.
     for (const float detail : {0.0f, 1e-6f, -1e-6f})
         for (const int samples : {2, 9, 17})
             for (const float threshold : {0.1f, 0.5f}) {
@@ -200,7 +200,7 @@ TEST(LocalLaplacian, NeutralIsTheIdentityWithinOneStep)
 
 TEST(LocalLaplacian, NoHaloAtAStepEdge)
 {
-    // The filter as published is monotone across an edge only about so; the direct form shows the same.
+    // The published filter is only approximately monotone across an edge; so is the direct form.
     constexpr double kStumble = 0.012;
     const int width = 256;
     const int height = 32;
@@ -254,7 +254,7 @@ TEST(LocalLaplacian, EdgeGainCompressesTheRange)
     }
 }
 
-TEST(LocalLaplacian, LeavesTheRestOfEachRowAlone)
+TEST(LocalLaplacian, DoesNotWriteBeyondTheWidthOfARow)
 {
     const int width = 37;
     const int height = 21;
@@ -276,7 +276,7 @@ TEST(LocalLaplacian, LeavesTheRestOfEachRowAlone)
                       x < width ? narrow[area(width, y) + static_cast<std::size_t>(x)] : 12345);
 }
 
-TEST(LocalLaplacian, StandsAnySizeAndSetting)
+TEST(LocalLaplacian, HandlesAnySizeAndSetting)
 {
     const float nan = std::nanf("");
     const float inf = std::numeric_limits<float>::infinity();
@@ -299,7 +299,7 @@ TEST(LocalLaplacian, SameForAnyWorkersAndLeavesNoPlane)
     planes::expectSameForAnyWorkers([&] { return filtered(plane, 301, 211, {-2.0f, 0.0f, 9, 0.5f, 0.5f}); });
 }
 
-TEST(LocalLaplacian, HoldsTwoFloatPlanesAtMost)
+TEST(LocalLaplacian, UsesTwoFloatPlanesAtMost)
 {
     auto& memory = orvo::MemoryManager::instance();
     const Plane plane = grain(800, 600, 0.2, 2);

@@ -1,4 +1,4 @@
-// Exposure matching on photographed brackets in which nothing moves. The folder comes from ORVO_TEST_DATA.
+// Exposure matching on photographed brackets of static scenes. ORVO_TEST_DATA names the folder.
 #include "test_planes.hpp"
 
 #include <orvo_image_processing/auto_exposure.hpp>
@@ -20,7 +20,7 @@ struct Picture
     std::vector<float> samples; // RGB, 0..1
 };
 
-/// A good JPEG file at half size; anything else ends the test program, as libjpeg does by itself.
+/// Reads a good JPEG file at half size; on any other libjpeg ends the test program.
 Picture readHalfSize(const std::string& path)
 {
     Picture picture;
@@ -68,7 +68,7 @@ struct Pair
 {
     const char* first;
     const char* second;
-    double most; ///< mean distance that noise, fine texture and the photographer's hand explain
+    double most; ///< mean distance explained by noise, fine texture and hand movement
 };
 
 class RealBracket : public testing::TestWithParam<Pair>
@@ -92,7 +92,7 @@ TEST_P(RealBracket, NeighboursMeetMuchBetterThanByAGainAlone)
         orvo::autoExposureEstimateRGB(a.samples.data(), b.samples.data(), a.width, a.height, data, 7);
         std::vector<float> byCurve = b.samples;
         orvo::autoExposureApplyRGB(a.samples.data(), byCurve.data(), a.width, a.height, data);
-        for (auto& curve : data.curves) { // the same exposures, their splines made straight
+        for (auto& curve : data.curves) { // same exposures, with straight splines
             curve.knots = 1;
             curve.from[0] = curve.to[0] = 1.0f;
         }

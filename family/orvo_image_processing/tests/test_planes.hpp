@@ -1,4 +1,4 @@
-/// Planes and checks that the tests of this room share.
+/// Planes and checks shared by the tests of this library.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -17,7 +17,7 @@ namespace planes {
 
 using orvo::PixelRGB;
 
-/// A small generator of its own, so that a test sees the same numbers with every standard library.
+/// A small generator, so that a test sees the same numbers with every standard library.
 class Random
 {
 public:
@@ -28,7 +28,7 @@ public:
         state = state * 1664525U + 1013904223U;
         return static_cast<float>(state >> 8) * (1.0f / 16777216);
     }
-    /// About normal, deviation 1.
+    /// Approximately normal, deviation 1.
     float normal()
     {
         float sum = 0.0f;
@@ -68,7 +68,7 @@ inline std::vector<PixelRGB<float>> noisePicture(int width, int height, std::uin
     return asPixels(noise(3 * area(width, height), seed));
 }
 
-/// Sizes at which loops over blocks, bands and borders go wrong first.
+/// Sizes that break loops over blocks, bands and borders first.
 inline const std::vector<std::pair<int, int>>& awkwardSizes()
 {
     static const std::vector<std::pair<int, int>> sizes = {{0, 0},  {0, 5},   {1, 1},   {2, 1},   {1, 2},   {2, 2},
@@ -83,7 +83,7 @@ bool sameBytes(const std::vector<T>& a, const std::vector<T>& b)
     return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
 }
 
-/// `make` returns a vector; it must be the same for one worker and for two, and leave no plane behind.
+/// `make` returns a vector; it must be the same for one worker and for two, and release all its planes.
 template <typename Make>
 void expectSameForAnyWorkers(const Make& make)
 {

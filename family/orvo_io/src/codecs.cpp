@@ -1,6 +1,6 @@
 #include "codecs.hpp"
 
-#include "icc_matrix.hpp"
+#include <orvo_core/chromaticities.hpp>
 
 #include <algorithm>
 
@@ -9,24 +9,23 @@ namespace orvo::io {
 void checkExtent(const SourceFile& file, const ReadJob& job, std::int64_t width, std::int64_t height,
                  std::int64_t leastBytes)
 {
-    constexpr std::int64_t kLongestSide = 1 << 24; // pixels; products of two stay far within 64 bits
+    constexpr std::int64_t kLongestSide = 1 << 24; // pixels; products of two fit easily in 64 bits
     const std::string size = std::to_string(width) + " x " + std::to_string(height);
     if (width < 1 || height < 1)
-        throw ReadFailure("a picture was expected, one of " + size + " pixels was found");
+        throw ReadFailure("expected a picture, found one of " + size + " pixels");
     if (width > kLongestSide || height > kLongestSide || width * height > job.maxPixels)
         throw ReadFailure("the picture of " + size + " pixels is larger than the limit of " +
                           std::to_string(job.maxPixels) + " pixels");
     if (job.depth != ReadDepth::Facts && leastBytes > file.size())
-        throw ReadFailure("a picture of " + size + " pixels was announced, the file has only " +
-                          std::to_string(file.size()) + " bytes, at least " + std::to_string(leastBytes) +
-                          " were expected");
+        throw ReadFailure("the file announces a picture of " + size + " pixels but has only " +
+                          std::to_string(file.size()) + " bytes, expected at least " + std::to_string(leastBytes));
 }
 
 void refuseParts(const ReadJob& job)
 {
     if (!job.part.empty() || job.index > 0)
         throw ReadFailure("picture " + (job.part.empty() ? std::to_string(job.index) : "\"" + job.part + "\"") +
-                          " was asked for, the file holds one");
+                          " was requested, the file has only one");
 }
 
 std::shared_ptr<ColorProfile> settleProfile(std::span<const unsigned char> icc, int colors, const ReadJob& job,
@@ -43,11 +42,11 @@ std::shared_ptr<ColorProfile> settleProfile(std::span<const unsigned char> icc, 
         try {
             const RowConverter trial(profile, colors, ColorProfileType::sRGB());
         } catch (const std::exception&) {
-            profile = nullptr; // its tables lead nowhere: as if there were none
+            profile = nullptr; // its tables are not usable: treated as missing
         }
     }
     if (!profile && colors != 4)
-        profile = job.assume ? job.assume : facts.adobe ? adobeProfile() : ColorProfileType::sRGB();
+        profile = job.assume ? job.assume : facts.adobe ? adobeRGB() : ColorProfileType::sRGB();
     facts.record.fileProfile = profile ? profile : ColorProfileType::sRGB();
     return profile;
 }
@@ -75,15 +74,15 @@ PictureSink makeSink(const SampleLayout& layout, const ReadJob& job, const Block
 {
     SinkSettings settings;
     settings.source = source;
-    settings.cancel = job.cancel;
+    settings.run = job.run;
     settings.orientation = job.wants(ImageReaderOpenFlag::Upright) ? facts.orientation : 1;
     if (job.wants(ImageReaderOpenFlag::WorkingSpace))
         settings.target = job.target ? job.target : ColorProfileType::melissaRGB();
-    else // a picture has three colours: ink is converted in any case, gray is repeated
+    else // a picture has three colours: ink is always converted, gray is repeated
         settings.target =
             layout.colors == 4 || !source || source->channelCount() != 3 ? ColorProfileType::sRGB() : source;
     if (job.depth == ReadDepth::Reduced && job.side > 0) {
-        // Twice the wanted side is left for the final resize, so that the incomplete square at the right and lower
+        // Keeps twice the requested side for the final resize, so that the incomplete square at the right and lower
         // edge shifts nothing by more than half a pixel.
         settings.reduction = std::max(1, std::max(layout.width, layout.height) / (2 * job.side));
     }
@@ -100,7 +99,7 @@ void noteDamage(const std::string& text, const ReadJob& job, ReadAnswer& answer)
 void noteCutOff(int rowsThere, int rows, const std::string& cause, const ReadJob& job, ReadAnswer& answer)
 {
     std::string text =
-        "the picture is cut off: " + std::to_string(rowsThere) + " of " + std::to_string(rows) + " rows are there";
+        "the picture is truncated: " + std::to_string(rowsThere) + " of " + std::to_string(rows) + " rows are there";
     if (!cause.empty())
         text += " (" + cause + ")";
     noteDamage(text, job, answer);

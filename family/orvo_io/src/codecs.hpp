@@ -1,4 +1,4 @@
-// What a codec is asked and what it gives. One source file per format.
+// The job a codec gets and the answer it returns. One source file per format.
 #pragma once
 
 #include "metadata.hpp"
@@ -7,7 +7,6 @@
 
 #include <orvo_io/image_reader.hpp>
 
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -23,7 +22,7 @@ namespace orvo::io {
 enum class ReadDepth
 {
     Facts,   // metadata only
-    Reduced, // a picture that is smaller, but at least ReadJob::side long, if the format makes that cheaper
+    Reduced, // a smaller picture of at least ReadJob::side, if the format makes that cheaper
     Full
 };
 
@@ -37,10 +36,10 @@ struct ReadJob
     std::shared_ptr<const ImageMetadata> known;
     std::string part;
     int index = -1;
-    std::function<bool()> cancel;
+    const RunControl* run = &RunControl::none();
     bool wantPreview = false;
-    int orientation = 0;                  // not 0: instead of the file's own; for embedded previews
-    std::shared_ptr<ColorProfile> assume; // the profile where the file has none; empty: sRGB
+    int orientation = 0;                  // not 0: overrides that of the file; for embedded previews
+    std::shared_ptr<ColorProfile> assume; // the profile if the file has none; empty: sRGB
 
     [[nodiscard]] bool wants(ImageReaderOpenFlag bit) const { return has(flags, bit); }
 };
@@ -48,12 +47,12 @@ struct ReadJob
 struct ReadAnswer
 {
     std::shared_ptr<RGBPicture> picture; // empty with Facts
-    BlockFacts facts;                    // record complete but for the measured exposure offset
+    BlockFacts facts;                    // the record is complete except for the measured exposure offset
     std::shared_ptr<AdditionalRawMetadata> raw;
-    std::string cutOff; // not empty: what is missing; an answer to a job with Complete never has it
+    std::string cutOff; // not empty: what is missing; never set for a job with Complete
 };
 
-// Each throws ReadFailure, Cancelled, or what std::exception there is.
+// Each throws FailureError, mostly ReadFailure, or any std::exception of its library.
 [[nodiscard]] ReadAnswer readJpeg(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readPng(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readTiff(const SourceFile& file, const ReadJob& job);
@@ -61,30 +60,30 @@ struct ReadAnswer
 [[nodiscard]] ReadAnswer readExr(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readHeif(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readRaw(const SourceFile& file, const ReadJob& job);
-// Whether LibRaw takes the file for raw.
+// Whether LibRaw recognises the file as raw.
 [[nodiscard]] bool librawKnows(const std::filesystem::path& path);
 
-// Throws ReadFailure if the picture is empty, larger than the job allows, or larger than `leastBytes` of file could
-// hold (0: not known).
+// Throws ReadFailure if the picture is empty, larger than the job allows, or larger than a file of at least
+// `leastBytes` could contain (0: unknown).
 void checkExtent(const SourceFile& file, const ReadJob& job, std::int64_t width, std::int64_t height,
                  std::int64_t leastBytes);
 
-// Throws ReadFailure unless the job asks for the only picture of a file that holds one.
+// Throws ReadFailure unless the job requests the only picture of a file with one picture.
 void refuseParts(const ReadJob& job);
 
-// The profile of the file: of its ICC block if that serves so many colours, else the EXIF's, else sRGB (empty for
-// CMYK). Always set in facts.record.fileProfile, where CMYK without a profile counts as sRGB.
+// The profile of the file: its ICC block if that has as many colours, else the EXIF's, else sRGB (empty for CMYK).
+// Always sets facts.record.fileProfile, where CMYK without a profile counts as sRGB.
 [[nodiscard]] std::shared_ptr<ColorProfile> settleProfile(std::span<const unsigned char> icc, int colors,
                                                           const ReadJob& job, BlockFacts& facts);
 
-// Fills the record's size, and puts the known record in place of the one that was read.
+// Fills the record's size, and replaces the record by the known one.
 void settleRecord(_Size<int> stored, const ReadJob& job, BlockFacts& facts);
 
-// The sink for these rows, reduced as the job wants. `stored`: the size in the file, from which the reduction follows.
+// The sink for these rows, reduced as the job requires. `stored`: the size in the file, which determines the reduction.
 [[nodiscard]] PictureSink makeSink(const SampleLayout& layout, const ReadJob& job, const BlockFacts& facts,
                                    const std::shared_ptr<ColorProfile>& source);
 
-// Ends a picture whose rows may be missing: throws ReadFailure with Complete, else notes it in the answer.
+// Ends a picture with possibly missing rows: throws ReadFailure with Complete, else notes it in the answer.
 void noteCutOff(int rowsThere, int rows, const std::string& cause, const ReadJob& job, ReadAnswer& answer);
 void noteDamage(const std::string& text, const ReadJob& job, ReadAnswer& answer);
 

@@ -1,20 +1,20 @@
-// How calls into libraries are fenced in that report an error through a function which must not return.
+// Guards calls into libraries that report errors through a function that must not return.
 #pragma once
 
 #include <csetjmp>
 
 namespace orvo::io {
 
-// Such a library's error function writes the message and jumps. The library's state derives from this, and its user
-// pointer leads the function here.
+// The error function of such a library stores the message and jumps. The library's state derives from this class, and
+// its user pointer lets the function find it.
 struct ErrorJump
 {
     static constexpr int kMessageBytes = 256;
 
     char message[kMessageBytes] = {};
 
-    // False if the library gave up. Neither `call` nor what it calls holds anything that a jump out of the library
-    // would skip.
+    // False if the library failed. Neither `call` nor its callees hold objects whose destructor a jump out of the
+    // library would skip.
     template <typename Call>
     [[nodiscard]] bool attempt(const Call& call)
     {

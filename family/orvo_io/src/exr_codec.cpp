@@ -1,7 +1,8 @@
 // OpenEXR: scan lines and tiles, half, float and integer, colour or luminance.
 #include "codecs.hpp"
 #include "exr_stream.hpp"
-#include "icc_matrix.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -23,17 +24,17 @@ int partOf(const Imf::MultiPartInputFile& file, const ReadJob& job)
 {
     if (job.part.empty()) {
         if (job.index >= file.parts())
-            throw ReadFailure("picture " + std::to_string(job.index) + " was asked for, the file has " +
+            throw ReadFailure("picture " + std::to_string(job.index) + " was requested, the file has " +
                               std::to_string(file.parts()));
         return std::max(job.index, 0);
     }
     for (int i = 0; i < file.parts(); ++i)
         if (file.header(i).hasName() && file.header(i).name() == job.part)
             return i;
-    throw ReadFailure("picture \"" + job.part + "\" was asked for, the file has none of that name");
+    throw ReadFailure("picture \"" + job.part + "\" was requested, the file has none of that name");
 }
 
-// Reads up to the zero that ends a text. The count of characters before it; empty at the end of the file.
+// Reads to the zero that ends a text. Returns the number of characters before it; empty at the end of the file.
 std::optional<std::size_t> skipText(std::FILE* stream)
 {
     for (std::size_t count = 0;; ++count) {
@@ -43,13 +44,12 @@ std::optional<std::size_t> skipText(std::FILE* stream)
     }
 }
 
-// OpenEXR makes room for as many bytes as an attribute announces before it looks whether the file has them. So all
-// headers are walked over before it sees them: magic number, version, then name, type, size and bytes of each attribute
-// up to an empty name, and one more empty name after the last header if there are several. What is damaged otherwise
-// OpenEXR tells better.
+// OpenEXR allocates as many bytes as an attribute announces before it checks that the file has them. So this walks all
+// headers first: magic number, version, then name, type, size and bytes of each attribute up to an empty name, and one
+// more empty name after the last header if there are several. OpenEXR reports all other damage better.
 void checkAttributes(const SourceFile& file)
 {
-    constexpr unsigned kMultiPart = 0x1000; // in the version
+    constexpr unsigned kMultiPart = 0x1000; // bit of the version
     const auto readNumber = [&file](std::uint32_t& number) {
         unsigned char bytes[4] = {};
         const bool whole = std::fread(bytes, 1, sizeof bytes, file.stream()) == sizeof bytes;
@@ -74,13 +74,13 @@ void checkAttributes(const SourceFile& file)
             return;
         const std::int64_t left = file.size() - static_cast<std::int64_t>(ftello(file.stream()));
         if (size > left)
-            throw ReadFailure("an attribute of " + std::to_string(size) + " bytes was announced, the file has only " +
+            throw ReadFailure("the file announces an attribute of " + std::to_string(size) + " bytes but has only " +
                               std::to_string(left) + " more");
         fseeko(file.stream(), static_cast<off_t>(size), SEEK_CUR);
     }
 }
 
-// Empty: not told, which means the primaries of sRGB.
+// Empty: none stored, which means the primaries of sRGB.
 std::shared_ptr<ColorProfile> profileOf(const Imf::Header& header)
 {
     if (!Imf::hasChromaticities(header))
@@ -99,16 +99,16 @@ std::shared_ptr<ColorProfile> profileOf(const Imf::Header& header)
 
 void readExposure(const Imf::Header& header, ImageMetadata& record)
 {
-    const auto told = [](float v) { return std::isfinite(v) && v > 0.0f ? v : 0.0f; };
+    const auto positiveOrZero = [](float v) { return std::isfinite(v) && v > 0.0f ? v : 0.0f; };
     if (Imf::hasExpTime(header))
-        record.shutterSeconds = told(Imf::expTime(header));
+        record.shutterSeconds = positiveOrZero(Imf::expTime(header));
     if (Imf::hasAperture(header))
-        record.aperture = told(Imf::aperture(header));
+        record.aperture = positiveOrZero(Imf::aperture(header));
     if (Imf::hasIsoSpeed(header))
-        record.isoSpeed = told(Imf::isoSpeed(header));
+        record.isoSpeed = positiveOrZero(Imf::isoSpeed(header));
 }
 
-// What the channels are called; with one name the picture is gray.
+// The names of the channels; with one name the picture is gray.
 std::vector<std::string> channelNames(const Imf::ChannelList& channels)
 {
     const auto plain = [&](const char* name) {
@@ -130,7 +130,7 @@ void readPlainRows(Imf::InputPart& part, const std::vector<std::string>& names, 
         int rows = layout.height;
         const int first = sink.rowsDone();
         unsigned char* const memory = sink.nextRows(rows);
-        // OpenEXR addresses memory by the coordinates of the data window.
+        // OpenEXR addresses memory with the coordinates of the data window.
         char* const base = reinterpret_cast<char*>(memory) -
                            static_cast<std::ptrdiff_t>(layout.rowBytes()) * (top + first) -
                            static_cast<std::ptrdiff_t>(channels * sizeof(float)) * left;
@@ -144,7 +144,7 @@ void readPlainRows(Imf::InputPart& part, const std::vector<std::string>& names, 
     }
 }
 
-// Luminance with chroma at half the size: OpenEXR's own filter makes colours of it.
+// Luminance with chroma at half size: OpenEXR's own filter converts it to colours.
 void readLuminanceChroma(const SourceFile& file, const SampleLayout& layout, int left, int top, PictureSink& sink)
 {
     file.rewind();
@@ -172,21 +172,21 @@ ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
     checkAttributes(file);
     file.rewind();
     ExrInput stream(file.stream());
-    // Without reconstruction of a missing table of rows: a cut-off file says so by itself.
+    // Does not rebuild a missing line offset table: a truncated file is reported as such.
     std::optional<Imf::MultiPartInputFile> whole;
     try {
         whole.emplace(stream, 0, true);
     } catch (const std::exception& error) {
-        throw ReadFailure(std::string("no readable EXR: ") + error.what());
+        throw ReadFailure(std::string("not a readable EXR: ") + error.what());
     }
     const int number = partOf(*whole, job);
     const Imf::Header& header = whole->header(number);
     if (header.hasType() && Imf::isDeepData(header.type()))
-        throw ReadFailure("a flat picture was expected, one with deep samples was found");
+        throw ReadFailure("expected a flat picture, found one with deep samples");
     const Imath::Box2i window = header.dataWindow();
     const std::int64_t width = static_cast<std::int64_t>(window.max.x) - window.min.x + 1;
     const std::int64_t height = static_cast<std::int64_t>(window.max.y) - window.min.y + 1;
-    checkExtent(file, job, width, height, height / 256 * 8); // the table holds 8 bytes for at most 256 rows
+    checkExtent(file, job, width, height, height / 256 * 8); // the offset table has 8 bytes for at most 256 rows
 
     ReadAnswer answer;
     readExposure(header, answer.facts.record);
@@ -203,14 +203,14 @@ ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
     layout.channels = layout.colors = names.size() == 1 ? 1 : 3;
     layout.type = SampleType::Float32;
     layout.full = 1.0;
-    // Colours of the format are multiplied by alpha already, which is the same as laid over black.
+    // The format stores colours premultiplied by alpha, which equals compositing over black.
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     std::string failure;
     try {
         if (names.empty()) {
             const Imf::ChannelList& channels = header.channels();
             if (channels.findChannel("Y") == nullptr || number != 0)
-                throw ReadFailure("channels R, G, B or Y were expected");
+                throw ReadFailure("expected channels R, G, B or Y");
             readLuminanceChroma(file, layout, window.min.x, window.min.y, sink);
         } else {
             Imf::InputPart part(*whole, number);
@@ -218,7 +218,7 @@ ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
         }
     } catch (const std::bad_alloc&) {
         throw;
-    } catch (const ReadFailure&) {
+    } catch (const FailureError&) {
         throw;
     } catch (const std::exception& error) {
         failure = error.what();

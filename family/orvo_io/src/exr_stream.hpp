@@ -1,4 +1,4 @@
-// OpenEXR on streams of ours.
+// OpenEXR streams over a C file.
 #pragma once
 
 #include <ImfIO.h>
@@ -43,7 +43,7 @@ public:
     }
     std::uint64_t tellp() override { return static_cast<std::uint64_t>(ftello(stream)); }
     void seekp(std::uint64_t position) override { fseeko(stream, static_cast<off_t>(position), SEEK_SET); }
-    // The number of the system's error that writing met first, 0 for none.
+    // errno of the first failed write, 0 for none.
     [[nodiscard]] int systemError() const { return failed; }
 
 private:

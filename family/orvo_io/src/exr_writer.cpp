@@ -1,6 +1,7 @@
 #include "exr_stream.hpp"
-#include "icc_matrix.hpp"
 #include "row_source.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -20,7 +21,7 @@ constexpr float kLargestHalf = 65504.0f;
 Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
 {
     Imf::Header header(size.width, size.height);
-    // Blocks of 16 rows: the usual choice for pictures that are read back in rows.
+    // Blocks of 16 rows: the usual choice for pictures that are read by rows.
     header.compression() = Imf::ZIP_COMPRESSION;
     const Imf::PixelType type = settings.bits == 16 ? Imf::HALF : Imf::FLOAT;
     for (const char* const name : {"R", "G", "B"})
@@ -30,7 +31,7 @@ Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
     Imf::addChromaticities(header, Imf::Chromaticities(point(c.redX, c.redY), point(c.greenX, c.greenY),
                                                        point(c.blueX, c.blueY), point(c.whiteX, c.whiteY)));
     if (settings.metadata) {
-        // The format has no EXIF, but these three.
+        // The format has no EXIF, only these three attributes.
         if (settings.metadata->shutterSeconds > 0.0f)
             Imf::addExpTime(header, settings.metadata->shutterSeconds);
         if (settings.metadata->aperture > 0.0f)
@@ -43,10 +44,11 @@ Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
 
 } // namespace
 
-void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+              const RunControl& run)
 {
     ExrOutput stream(file.stream());
-    RowSource source(picture, settings.profile, RowFormat::Linear, settings.cancel);
+    RowSource source(picture, settings.profile, RowFormat::Linear, run);
     const bool isHalf = settings.bits == 16;
     const auto samples = static_cast<std::size_t>(picture.width()) * 3;
     std::vector<half> halves(isHalf ? samples : 0);
@@ -56,7 +58,7 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
         char* const base = isHalf ? reinterpret_cast<char*>(halves.data()) : reinterpret_cast<char*>(floats.data());
         const std::size_t bytes = isHalf ? sizeof(half) : sizeof(float);
         Imf::FrameBuffer frame;
-        // A row stride of 0: every row is handed over in the same memory.
+        // A row stride of 0: every row is passed in the same memory.
         for (std::size_t c = 0; c < 3; ++c)
             frame.insert(c == 0   ? "R"
                          : c == 1 ? "G"
@@ -73,14 +75,14 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
                 std::copy_n(row, samples, floats.begin());
             out.writePixels(1);
         }
-    } catch (const WriteCancelled&) {
+    } catch (const FailureError&) {
         throw;
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {
         throw file.failure(stream.systemError(), error.what());
     }
-    // The file's table of rows is written when `out` is destroyed, where nothing can be thrown.
+    // The destructor of `out` writes the line offset table and cannot throw.
     if (stream.systemError() != 0)
         throw file.failure(stream.systemError(), "cannot be written");
 }

@@ -1,6 +1,7 @@
 // HEIC and AVIF through libheif.
 #include "codecs.hpp"
-#include "icc_matrix.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <libheif/heif.h>
 
@@ -33,13 +34,14 @@ using Picture = std::unique_ptr<heif_image, ReleaseImage>;
 void check(const heif_error& error)
 {
     if (error.code != heif_error_Ok)
-        throw ReadFailure(std::string("no readable HEIC or AVIF: ") + (error.message != nullptr ? error.message : ""));
+        throw ReadFailure(std::string("not a readable HEIC or AVIF: ") +
+                          (error.message != nullptr ? error.message : ""));
 }
 
 Handle pictureOf(heif_context* context, const ReadJob& job)
 {
     if (!job.part.empty())
-        throw ReadFailure("picture \"" + job.part + "\" was asked for, the pictures of this file have no names");
+        throw ReadFailure("picture \"" + job.part + "\" was requested, the pictures of this file have no names");
     heif_image_handle* handle = nullptr;
     if (job.index < 0) {
         check(heif_context_get_primary_image_handle(context, &handle));
@@ -47,7 +49,7 @@ Handle pictureOf(heif_context* context, const ReadJob& job)
     }
     const int count = heif_context_get_number_of_top_level_images(context);
     if (job.index >= count)
-        throw ReadFailure("picture " + std::to_string(job.index) + " was asked for, the file has " +
+        throw ReadFailure("picture " + std::to_string(job.index) + " was requested, the file has " +
                           std::to_string(count));
     std::vector<heif_item_id> ids(static_cast<std::size_t>(count));
     heif_context_get_list_of_top_level_image_IDs(context, ids.data(), count);
@@ -68,7 +70,7 @@ EmbeddedMetadata blocksOf(const heif_image_handle* handle)
         if (bytes.empty() || heif_image_handle_get_metadata(handle, id, bytes.data()).code != heif_error_Ok)
             continue;
         if (type == "Exif" && bytes.size() > 4) {
-            // Four bytes tell where the TIFF structure begins after them.
+            // The first four bytes are the offset of the TIFF structure after them.
             const std::size_t skip =
                 (static_cast<std::size_t>(bytes[0]) << 24 | static_cast<std::size_t>(bytes[1]) << 16 |
                  static_cast<std::size_t>(bytes[2]) << 8 | bytes[3]) +
@@ -93,8 +95,8 @@ std::vector<unsigned char> iccOf(const heif_image_handle* handle)
     return icc;
 }
 
-// By the numbers of ITU-T H.273; empty for those of sRGB and for what is not known. The curves of BT.709 and sRGB count
-// as one, as all programs that show pictures have it.
+// From the numbers of ITU-T H.273; empty for those of sRGB and unknown ones. The curves of BT.709 and sRGB count as
+// one, as in all viewers.
 std::shared_ptr<ColorProfile> profileByNumbers(const heif_image_handle* handle)
 {
     heif_color_profile_nclx* nclx = nullptr;
@@ -118,7 +120,7 @@ void storeRows(const heif_image* image, SampleLayout& layout, PictureSink& sink)
     int stride = 0;
     const std::uint8_t* const plane = heif_image_get_plane_readonly(image, heif_channel_interleaved, &stride);
     if (plane == nullptr || stride < 0 || static_cast<std::size_t>(stride) < layout.rowBytes())
-        throw ReadFailure("no readable HEIC or AVIF: it has no samples");
+        throw ReadFailure("not a readable HEIC or AVIF: it has no samples");
     for (int y = 0; y < layout.height; ++y)
         sink.put(plane + static_cast<std::size_t>(stride) * static_cast<std::size_t>(y));
 }
@@ -131,12 +133,12 @@ ReadAnswer readHeif(const SourceFile& file, const ReadJob& job)
     const Context context(heif_context_alloc());
     if (!context)
         throw std::bad_alloc();
-    // The limit on pixels is checked below, before anything is decoded; this one guards the tiles.
+    // The pixel limit is checked below, before decoding; this one guards the tiles.
     heif_context_set_maximum_image_size_limit(context.get(), std::numeric_limits<std::int32_t>::max());
     check(heif_context_read_from_memory_without_copy(context.get(), bytes.data(), bytes.size(), nullptr));
     const Handle handle = pictureOf(context.get(), job);
-    // Turns and mirrors of the container are already in these numbers and in the pixels that come out, and EXIF's
-    // orientation is not to be applied once more.
+    // These numbers and the decoded pixels already include the container's rotation and mirroring, so EXIF's
+    // orientation must not be applied as well.
     const int width = heif_image_handle_get_width(handle.get());
     const int height = heif_image_handle_get_height(handle.get());
     checkExtent(file, job, width, height, 0);
@@ -152,7 +154,7 @@ ReadAnswer readHeif(const SourceFile& file, const ReadJob& job)
     if (job.depth == ReadDepth::Facts)
         return answer;
 
-    // A small picture beside the main one serves where it is large enough.
+    // A stored thumbnail is used if it is large enough.
     Handle chosen;
     if (job.depth == ReadDepth::Reduced) {
         heif_item_id id = 0;
@@ -185,8 +187,8 @@ ReadAnswer readHeif(const SourceFile& file, const ReadJob& job)
     }
     checkExtent(file, job, layout.width, layout.height, 0);
     if (!chosen && (layout.width != width || layout.height != height))
-        throw ReadFailure("no readable HEIC or AVIF: " + std::to_string(width) + " x " + std::to_string(height) +
-                          " pixels were announced, " + std::to_string(layout.width) + " x " +
+        throw ReadFailure("not a readable HEIC or AVIF: it announces " + std::to_string(width) + " x " +
+                          std::to_string(height) + " pixels but decodes to " + std::to_string(layout.width) + " x " +
                           std::to_string(layout.height) + " came");
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     storeRows(image.get(), layout, sink);

@@ -1,5 +1,6 @@
 #include "codecs.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -23,9 +24,25 @@ const std::int64_t kUsualMaxPixels = ImageReadOptions().maxPixels;
 
 void warn(const std::filesystem::path& path, const std::string& text)
 {
-    logstream line = __orvolog();
-    line << LogMessageType::Warning << path.string() << ": " << text;
-    LOG(line);
+    details::logWarning(path.string() + ": " + text);
+}
+
+// What the exception being handled says of reading the file at `path`.
+Failure readFailure(const std::filesystem::path& path) noexcept
+{
+    Failure failure = failureOfException();
+    if (failure.kind == FailureKind::Cancelled)
+        return failure; // is about no file
+    try {
+        failure.file = path;
+        if (failure.kind == FailureKind::OutOfMemory)
+            failure.sentence = "not enough memory for this picture";
+        else if (failure.kind == FailureKind::Internal) // a codec's own exception: the file is not what it expects
+            failure.kind = FailureKind::UnreadableFile;
+    } catch (...) {
+        failure.kind = FailureKind::OutOfMemory;
+    }
+    return failure;
 }
 
 ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
@@ -49,30 +66,29 @@ ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
     case io::FileKind::Unknown:
         break;
     }
-    throw ReadFailure("a picture file was expected, something else was found: " + file.describeBeginning());
+    throw ReadFailure("expected a picture file: " + file.describeBeginning());
 }
 
-// Runs `body`, which opens a file, and turns whatever it throws into one line of the log and the empty answer.
+// Runs `body`, which opens a file, as an exported call: whatever it throws becomes the failure of the call, one line of
+// the log unless it is a cancel, and the empty answer.
 template <typename Body>
 auto guarded(const std::filesystem::path& path, const Body& body) -> decltype(body())
 {
+    details::CallScope scope;
     try {
         return body();
-    } catch (const io::Cancelled&) {
-        return {};
-    } catch (const std::bad_alloc&) {
-        warn(path, "there is not enough memory for this picture");
-    } catch (const std::exception& error) {
-        warn(path, error.what());
     } catch (...) {
-        warn(path, "a library that reads it failed in an unknown way");
+        Failure failure = readFailure(path);
+        if (failure.kind != FailureKind::Cancelled)
+            LOG(__orvolog() << LogMessageType::Warning << path.string() << ": " << failure.sentence);
+        scope.fail(std::move(failure));
     }
     return {};
 }
 
-// Side of the picture over which brightness is measured: enough for a mean, and a whole reduced JPEG of any camera.
+// Side of the picture whose brightness is measured: enough for a mean, and a whole reduced JPEG of any camera.
 constexpr int kMeasuredSide = 64;
-// 14 bits below full scale: a black picture is no darker than what a camera's converter can tell apart.
+// 14 bits below full scale: a black picture counts no darker than what a camera's converter can resolve.
 constexpr float kDarkestMean = 1.0f / 16384.0f;
 
 _Size<int> fittedSize(_Size<int> size, int side)
@@ -103,7 +119,7 @@ float measuredOffset(const RGBPicture& picture)
     return static_cast<float>(std::log2(std::max(mean, static_cast<double>(kDarkestMean))));
 }
 
-// The preview inside the file, if it shows the whole picture and is large enough.
+// The preview in the file, if it shows the whole picture and is large enough.
 std::shared_ptr<RGBPicture> previewOf(const ReadAnswer& header, const ReadJob& job)
 {
     const auto& bytes = header.facts.preview;
@@ -134,11 +150,11 @@ std::shared_ptr<RGBPicture> previewOf(const ReadAnswer& header, const ReadJob& j
         inner.depth = ReadDepth::Reduced;
         return io::readJpeg(file, inner).picture;
     } catch (const ReadFailure&) {
-        return nullptr; // a broken preview: the picture itself is read
+        return nullptr; // broken preview: read the picture itself
     }
 }
 
-// An upright sRGB picture of at least `side`, if the file has so many pixels. The facts come with it.
+// An upright sRGB picture of at least `side`, if the file has that many pixels, with its facts.
 struct Thumbnail
 {
     std::shared_ptr<RGBPicture> picture;
@@ -148,11 +164,8 @@ struct Thumbnail
 Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<const ImageMetadata>& known,
                         const std::function<bool()>& cancel)
 {
-    const auto checkCancel = [&] {
-        if (cancel && cancel())
-            throw io::Cancelled();
-    };
-    checkCancel();
+    const RunControl run(cancel);
+    run.throwIfCancelled();
     ReadJob job;
     job.depth = ReadDepth::Facts;
     job.side = side;
@@ -162,10 +175,10 @@ Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<
     job.target = ColorProfileType::sRGB();
     job.maxPixels = kUsualMaxPixels;
     job.known = known;
-    job.cancel = cancel;
+    job.run = &run;
     job.wantPreview = true;
     ReadAnswer header = readAny(file, job);
-    checkCancel();
+    run.throwIfCancelled();
     Thumbnail thumbnail;
     thumbnail.picture = previewOf(header, job);
     if (!thumbnail.picture) {
@@ -173,12 +186,12 @@ Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<
         job.wantPreview = false;
         thumbnail.picture = readAny(file, job).picture;
     }
-    checkCancel();
+    run.throwIfCancelled();
     thumbnail.facts = std::move(header.facts);
     return thumbnail;
 }
 
-// Raw files are measured in their linear light: their thumbnails are developed to look right at any exposure.
+// Raw files are measured in linear light: their thumbnails are developed to look right at any exposure.
 std::shared_ptr<RGBPicture> pictureToMeasure(const SourceFile& file, bool isRaw)
 {
     if (!isRaw)
@@ -220,7 +233,7 @@ std::shared_ptr<Image> ImageReader::open(const ImageReadRequest& request, const 
         ReadAnswer answer = readAny(file, job);
         if (!answer.cutOff.empty())
             warn(request.path, answer.cutOff);
-        // Brightness is measured where time, aperture and sensitivity are not all told; see readMetadata().
+        // Brightness is measured unless time, aperture and sensitivity are all known; see readMetadata().
         if (!known && !answer.facts.record.hasExposure())
             answer.facts.record.exposureOffset = measuredOffset(*answer.picture);
         auto metadata = std::make_shared<const ImageMetadata>(std::move(answer.facts.record));
@@ -240,9 +253,9 @@ std::shared_ptr<const ImageMetadata> ImageReader::readMetadata(const std::filesy
             try {
                 facts.record.exposureOffset = measuredOffset(*pictureToMeasure(file, facts.record.isRaw));
             } catch (const ReadFailure& failure) {
-                // The bias is the only thing left that tells frames of a series apart.
+                // Only the bias is left to distinguish the frames of a series.
                 facts.record.exposureOffset = facts.hasBias ? facts.record.exposureBias : 0.0f;
-                warn(path, std::string("its brightness cannot be measured: ") + failure.what());
+                warn(path, std::string("cannot measure its brightness: ") + failure.what());
             }
         }
         return std::make_shared<const ImageMetadata>(std::move(facts.record));
@@ -266,8 +279,7 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> ImageReader::getThumbnailBySide(con
 {
     return guarded(path, [&]() -> std::shared_ptr<RGBPicture> {
         if (side < 1)
-            throw ReadFailure("a thumbnail of side " + std::to_string(side) +
-                              " was asked for, at least 1 was expected");
+            throw ReadFailure("a thumbnail of side " + std::to_string(side) + " was requested, expected at least 1");
         const SourceFile file(path);
         std::shared_ptr<RGBPicture> picture = readThumbnail(file, side, known, cancel).picture;
         if (!flag || std::max(picture->width(), picture->height()) == side)

@@ -17,13 +17,13 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
     if (picture.width() < 1 || picture.height() < 1)
         refuse("the picture is empty");
     const int bits = settings.bits;
-    const auto wanted = [&](bool well, const char* text) {
+    const auto expectBits = [&](bool well, const char* text) {
         if (!well)
             refuse("ImageWriteSettings.bits is " + std::to_string(bits) + ", expected " + text);
     };
     switch (settings.format) {
     case ImageFileFormat::Jpeg: {
-        wanted(bits == 8, "8 for JPEG");
+        expectBits(bits == 8, "8 for JPEG");
         if (settings.jpegQuality < 1 || settings.jpegQuality > 100)
             refuse("ImageWriteSettings.jpegQuality is " + std::to_string(settings.jpegQuality) + ", expected 1..100");
         if (std::max(picture.width(), picture.height()) > longestSideOf(settings.format))
@@ -33,13 +33,13 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
         break;
     }
     case ImageFileFormat::Png:
-        wanted(bits == 8 || bits == 16, "8 or 16 for PNG");
+        expectBits(bits == 8 || bits == 16, "8 or 16 for PNG");
         break;
     case ImageFileFormat::Tiff:
-        wanted(bits == 8 || bits == 16, "8 or 16 for TIFF");
+        expectBits(bits == 8 || bits == 16, "8 or 16 for TIFF");
         break;
     case ImageFileFormat::Exr:
-        wanted(bits == 16 || bits == 32, "16 or 32 for EXR");
+        expectBits(bits == 16 || bits == 32, "16 or 32 for EXR");
         break;
     default:
         refuse("ImageWriteSettings.format is " + std::to_string(static_cast<int>(settings.format)) +
@@ -48,6 +48,27 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
     if (settings.profile && settings.format != ImageFileFormat::Exr && settings.profile->channelCount() != 3)
         refuse("ImageWriteSettings.profile has " + std::to_string(settings.profile->channelCount()) +
                " channels, expected 3");
+}
+
+void writeWhole(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
+                const ImageWriteSettings& settings, const RunControl& run)
+{
+    io::OutputFile file(path);
+    switch (settings.format) {
+    case ImageFileFormat::Jpeg:
+        io::writeJpeg(file, picture, settings, run);
+        break;
+    case ImageFileFormat::Png:
+        io::writePng(file, picture, settings, run);
+        break;
+    case ImageFileFormat::Tiff:
+        io::writeTiff(file, picture, settings, run);
+        break;
+    case ImageFileFormat::Exr:
+        io::writeExr(file, picture, settings, run);
+        break;
+    }
+    file.finish();
 }
 
 } // namespace
@@ -83,33 +104,24 @@ ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path)
 bool writeImage(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
                 const ImageWriteSettings& settings)
 {
-    checkSettings(path, picture, settings);
-    ImageWriteSettings complete = settings;
-    if (settings.format == ImageFileFormat::Exr)
-        complete.profile = ColorProfileType::linearSRGB();
-    else if (!settings.profile)
-        complete.profile = ColorProfileType::sRGB();
-    try {
-        io::OutputFile file(path);
-        switch (settings.format) {
-        case ImageFileFormat::Jpeg:
-            io::writeJpeg(file, picture, complete);
-            break;
-        case ImageFileFormat::Png:
-            io::writePng(file, picture, complete);
-            break;
-        case ImageFileFormat::Tiff:
-            io::writeTiff(file, picture, complete);
-            break;
-        case ImageFileFormat::Exr:
-            io::writeExr(file, picture, complete);
-            break;
+    return details::keepingFailure([&] {
+        checkSettings(path, picture, settings);
+        ImageWriteSettings complete = settings;
+        if (settings.format == ImageFileFormat::Exr)
+            complete.profile = ColorProfileType::linearSRGB();
+        else if (!settings.profile)
+            complete.profile = ColorProfileType::sRGB();
+        const RunControl run(settings.cancel);
+        try {
+            writeWhole(path, picture, complete, run);
+        } catch (const FailureError& error) {
+            if (error.failure().kind != FailureKind::Cancelled)
+                throw;
+            details::stateFailure(error.failure());
+            return false;
         }
-        file.finish();
-    } catch (const io::WriteCancelled&) {
-        return false;
-    }
-    return true;
+        return true;
+    });
 }
 
 } // namespace orvo

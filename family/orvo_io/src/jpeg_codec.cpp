@@ -1,9 +1,6 @@
-// JPEG through libjpeg, in rows and at reduced size.
+// JPEG through libjpeg, by rows and at reduced size.
 #include "codecs.hpp"
-#include "error_jump.hpp"
-
-#include <jerror.h> // needs jpeglib.h before it
-#include <jpeglib.h>
+#include "jpeg_state.hpp"
 
 #include <algorithm>
 #include <array>
@@ -17,30 +14,20 @@ namespace {
 // A progressive file may announce any number of scans, each of which costs a pass over the whole picture. Encoders
 // write about ten.
 constexpr int kMostScans = 500;
-// libjpeg keeps the coefficients of a progressive picture; beyond this it is refused rather than swapped to disk.
+// libjpeg keeps the coefficients of a progressive picture; a picture that needs more is refused, not swapped to disk.
 constexpr long kMostCoefficientBytes = 8L << 30;
 
-struct JpegState : ErrorJump
+struct ReadState : JpegState<jpeg_decompress_struct>
 {
-    jpeg_decompress_struct info = {};
-    jpeg_error_mgr errors = {};
     jpeg_progress_mgr progress = {};
-    bool damaged = false; // data are missing or wrong
-    int rowsAtDamage = 0; // rows that had come out by then
+    bool damaged = false; // data is missing or wrong
+    int rowsAtDamage = 0; // rows decoded before it
 };
-static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
 
-JpegState& stateOf(j_common_ptr info) { return *static_cast<JpegState*>(info->client_data); }
+ReadState& stateOf(j_common_ptr info) { return static_cast<ReadState&>(ReadState::of(info)); }
 
-[[noreturn]] void onError(j_common_ptr info)
-{
-    JpegState& state = stateOf(info);
-    info->err->format_message(info, state.message);
-    state.jump();
-}
-
-// Warnings that tell of lost picture data. Others speak of markers and stray bytes.
-bool tellsOfDamage(int code)
+// Warnings about lost picture data. Others are about markers and stray bytes.
+bool isDamage(int code)
 {
     return code == JWRN_HIT_MARKER || code == JWRN_JPEG_EOF || code == JWRN_HUFF_BAD_CODE || code == JWRN_MUST_RESYNC ||
            code == JWRN_BOGUS_PROGRESSION || code == JWRN_NOT_SEQUENTIAL;
@@ -48,8 +35,8 @@ bool tellsOfDamage(int code)
 
 void onMessage(j_common_ptr info, int level)
 {
-    JpegState& state = stateOf(info);
-    if (level >= 0 || state.damaged || !tellsOfDamage(info->err->msg_code))
+    ReadState& state = stateOf(info);
+    if (level >= 0 || state.damaged || !isDamage(info->err->msg_code))
         return;
     state.damaged = true;
     state.rowsAtDamage = static_cast<int>(state.info.output_scanline);
@@ -58,28 +45,24 @@ void onMessage(j_common_ptr info, int level)
 
 void onProgress(j_common_ptr info)
 {
-    JpegState& state = stateOf(info);
+    ReadState& state = stateOf(info);
     if (state.info.input_scan_number > kMostScans) {
         std::strcpy(state.message, "more than 500 scans");
         state.jump();
     }
 }
 
-// Owns libjpeg's state. Every call into libjpeg goes through guarded(), whose frame holds nothing that a jump out of
-// libjpeg would skip.
+// Owns libjpeg's state. Every call into libjpeg goes through guarded(), whose frame holds no object whose destructor a
+// jump out of libjpeg would skip.
 class Decoder
 {
 public:
     explicit Decoder(std::FILE* stream)
     {
-        state.info.err = jpeg_std_error(&state.errors);
-        state.info.client_data = &state;
-        state.errors.error_exit = onError;
+        state.listen();
         state.errors.emit_message = onMessage;
-        state.errors.output_message = [](j_common_ptr) {};
         guarded([this, stream] {
             jpeg_create_decompress(&state.info);
-            state.info.client_data = &state;
             state.progress.progress_monitor = onProgress;
             state.info.progress = &state.progress;
             state.info.mem->max_memory_to_use = kMostCoefficientBytes;
@@ -95,10 +78,10 @@ public:
     void guarded(const Call& call)
     {
         if (!state.attempt(call))
-            throw ReadFailure(std::string("no readable JPEG: ") + state.message);
+            throw ReadFailure(std::string("not a readable JPEG: ") + state.message);
     }
 
-    JpegState state;
+    ReadState state;
 };
 
 std::span<const unsigned char> bytesOf(const jpeg_saved_marker_ptr marker)
@@ -123,7 +106,7 @@ struct Markers
     std::vector<unsigned char> icc;
 };
 
-// The pieces of the ICC profile may stand in any order; each tells its number and how many there are.
+// The pieces of the ICC profile may come in any order; each has its number and the count.
 std::vector<unsigned char> joinIcc(const std::vector<std::span<const unsigned char>>& pieces)
 {
     std::array<std::span<const unsigned char>, 256> byNumber;
@@ -133,7 +116,7 @@ std::vector<unsigned char> joinIcc(const std::vector<std::span<const unsigned ch
     const std::size_t count = pieces.empty() ? 0 : pieces.front()[1];
     for (std::size_t i = 1; i <= count; ++i) {
         if (byNumber[i].empty())
-            return {}; // incomplete: as if there were none
+            return {}; // incomplete: treated as missing
         icc.insert(icc.end(), byNumber[i].begin(), byNumber[i].end());
     }
     return icc;
@@ -164,7 +147,7 @@ Markers collectMarkers(const jpeg_decompress_struct& info)
     return found;
 }
 
-// How libjpeg is to hand out the pixels.
+// Chooses libjpeg's output format.
 SampleLayout layoutFor(jpeg_decompress_struct& info)
 {
     SampleLayout layout;
@@ -177,7 +160,7 @@ SampleLayout layoutFor(jpeg_decompress_struct& info)
     case JCS_YCCK:
         info.out_color_space = JCS_CMYK;
         layout.channels = layout.colors = 4;
-        // Adobe's files hold the light that is left, not the ink.
+        // Adobe's files store the remaining light, not the ink.
         layout.inverted = info.saw_Adobe_marker != 0;
         break;
     default:
@@ -187,7 +170,7 @@ SampleLayout layoutFor(jpeg_decompress_struct& info)
     return layout;
 }
 
-// The smallest eighth at which no side of the job is missed.
+// The smallest scale in eighths at which the picture still has the job's side.
 unsigned reducedEighths(const jpeg_decompress_struct& info, const ReadJob& job)
 {
     constexpr unsigned kWhole = 8;
@@ -203,17 +186,17 @@ void decodeRows(Decoder& decoder, PictureSink& sink, int height)
 {
     std::array<JSAMPROW, 64> rows;
     while (sink.rowsDone() < height) {
-        int wanted = static_cast<int>(rows.size());
-        unsigned char* const memory = sink.nextRows(wanted);
+        int requested = static_cast<int>(rows.size());
+        unsigned char* const memory = sink.nextRows(requested);
         const std::size_t rowBytes = static_cast<std::size_t>(decoder.state.info.output_width) *
                                      static_cast<std::size_t>(decoder.state.info.output_components);
-        for (int i = 0; i < wanted; ++i)
+        for (int i = 0; i < requested; ++i)
             rows[static_cast<std::size_t>(i)] = memory + static_cast<std::size_t>(i) * rowBytes;
         int got = 0;
-        const bool well = decoder.state.attempt([&decoder, &rows, &got, wanted] {
-            while (got < wanted)
-                got += static_cast<int>(
-                    jpeg_read_scanlines(&decoder.state.info, rows.data() + got, static_cast<JDIMENSION>(wanted - got)));
+        const bool well = decoder.state.attempt([&decoder, &rows, &got, requested] {
+            while (got < requested)
+                got += static_cast<int>(jpeg_read_scanlines(&decoder.state.info, rows.data() + got,
+                                                            static_cast<JDIMENSION>(requested - got)));
         });
         sink.commit(got);
         if (!well) {
@@ -225,8 +208,8 @@ void decodeRows(Decoder& decoder, PictureSink& sink, int height)
     }
 }
 
-// Blocks of 8 x 8 take at least one bit; with the colours at a quarter of the size that makes 1.5 bits for 64 pixels.
-// A file cut off after one part in 16 is still taken.
+// A block of 8 x 8 takes at least one bit; with chroma at a quarter of the size that makes 1.5 bits for 64 pixels.
+// A file truncated after a sixteenth is still accepted.
 std::int64_t leastBytes(const jpeg_decompress_struct& info)
 {
     return static_cast<std::int64_t>(info.image_width) * info.image_height / (64 * 8 * 16);
@@ -273,8 +256,8 @@ ReadAnswer readJpeg(const SourceFile& file, const ReadJob& job)
         const int rows =
             static_cast<int>(static_cast<std::int64_t>(decoder.state.rowsAtDamage) * stored / layout.height);
         if (severalScans && rows == 0)
-            noteDamage(std::string("the picture is cut off or damaged within its scans: ") + decoder.state.message, job,
-                       answer);
+            noteDamage(std::string("the picture is truncated or damaged within its scans: ") + decoder.state.message,
+                       job, answer);
         else
             noteCutOff(rows, stored, decoder.state.message, job, answer);
     }

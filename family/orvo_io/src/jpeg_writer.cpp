@@ -1,50 +1,24 @@
-#include "error_jump.hpp"
+#include "jpeg_state.hpp"
 #include "metadata.hpp"
 #include "row_source.hpp"
 
-#include <jerror.h> // needs jpeglib.h before it
-#include <jpeglib.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
 namespace orvo::io {
 namespace {
 
-constexpr std::size_t kLargestMarker = 65533; // bytes after the two of the length
-
-struct JpegState : ErrorJump
-{
-    jpeg_compress_struct info = {};
-    jpeg_error_mgr errors = {};
-    int systemError = 0;
-};
-static_assert(ErrorJump::kMessageBytes >= JMSG_LENGTH_MAX);
-
-[[noreturn]] void onError(j_common_ptr info)
-{
-    auto& state = *static_cast<JpegState*>(info->client_data);
-    state.systemError = info->err->msg_code == JERR_FILE_WRITE ? (errno != 0 ? errno : EIO) : 0;
-    info->err->format_message(info, state.message);
-    state.jump();
-}
+constexpr std::size_t kLargestMarker = 65533; // bytes after the length field
 
 class Encoder
 {
 public:
     explicit Encoder(OutputFile& file_) : file(file_)
     {
-        state.info.err = jpeg_std_error(&state.errors);
-        state.info.client_data = &state;
-        state.errors.error_exit = onError;
-        state.errors.emit_message = [](j_common_ptr, int) {};
-        state.errors.output_message = [](j_common_ptr) {};
+        state.listen();
         guarded([this] {
             jpeg_create_compress(&state.info);
-            state.info.client_data = &state;
             jpeg_stdio_dest(&state.info, file.stream());
         });
     }
@@ -52,7 +26,7 @@ public:
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
 
-    // As in the reader: no frame with anything to destroy between libjpeg and this.
+    // As in the reader: no frame between libjpeg and this one has anything to destroy.
     template <typename Call>
     void guarded(const Call& call)
     {
@@ -60,7 +34,7 @@ public:
             throw file.failure(state.systemError, state.message);
     }
 
-    // A marker of `mark` and `bytes`. False if it does not fit.
+    // Writes a marker: `mark`, then `bytes`. False if it does not fit.
     bool marker(int app, std::string_view mark, const unsigned char* bytes, std::size_t count)
     {
         if (count == 0 || mark.size() + count > kLargestMarker)
@@ -75,7 +49,7 @@ public:
         return true;
     }
 
-    JpegState state;
+    JpegState<jpeg_compress_struct> state;
 
 private:
     OutputFile& file;
@@ -91,7 +65,7 @@ void writeMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<i
     const EmbeddedMetadata blocks =
         blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestMarker - kExifMark.size());
     encoder.marker(1, kExifMark, blocks.exif.data(), blocks.exif.size());
-    // XMP beyond one marker would need the extended form, which hardly any program reads; it is left out.
+    // XMP beyond one marker needs the extended form, which hardly any program reads, so it is left out.
     encoder.marker(1, "http://ns.adobe.com/xap/1.0/\0"sv, reinterpret_cast<const unsigned char*>(blocks.xmp.data()),
                    blocks.xmp.size());
     if (!blocks.iptc.empty()) {
@@ -105,7 +79,7 @@ void writeIcc(Encoder& encoder, const std::vector<unsigned char>& icc)
     constexpr std::size_t kPiece = kLargestMarker - 14;
     const std::size_t pieces = (icc.size() + kPiece - 1) / kPiece;
     if (pieces == 0 || pieces > 255)
-        return; // no profile, or one of 16 MB, for which the format has no room
+        return; // no profile, or more than the 16 MB the format has room for
     for (std::size_t i = 0; i < pieces; ++i) {
         std::string mark("ICC_PROFILE\0", 12);
         mark += static_cast<char>(i + 1);
@@ -116,9 +90,10 @@ void writeIcc(Encoder& encoder, const std::vector<unsigned char>& icc)
 
 } // namespace
 
-void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run)
 {
-    constexpr int kFullColorQuality = 90; // from here on colours keep their resolution
+    constexpr int kFullColorQuality = 90; // from here on chroma keeps its resolution
     Encoder encoder(file);
     jpeg_compress_struct& info = encoder.state.info;
     encoder.guarded([&] {
@@ -130,17 +105,17 @@ void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
         jpeg_set_quality(&info, settings.jpegQuality, TRUE);
         if (settings.jpegQuality >= kFullColorQuality)
             info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1;
-        info.optimize_coding = FALSE; // two passes would hold the whole picture's coefficients
-        // EXIF demands to stand first, where JFIF would stand.
+        info.optimize_coding = FALSE; // two passes would hold the coefficients of the whole picture
+        // EXIF must come first, in the place of JFIF.
         if (settings.metadata && settings.metadata->embedded && !settings.metadata->embedded->exif.empty())
             info.write_JFIF_header = FALSE;
         jpeg_start_compress(&info, TRUE);
     });
     writeMetadata(encoder, settings, picture.size());
     writeIcc(encoder, settings.profile->icc());
-    RowSource source(picture, settings.profile, RowFormat::Bits8, settings.cancel);
+    RowSource source(picture, settings.profile, RowFormat::Bits8, run);
     for (int y = 0; y < picture.height(); ++y) {
-        // libjpeg takes its rows without const and leaves them as they are.
+        // libjpeg takes rows without const but does not change them.
         JSAMPROW row = const_cast<unsigned char*>(source.row(y));
         encoder.guarded([&info, &row] { jpeg_write_scanlines(&info, &row, 1); });
     }

@@ -15,8 +15,8 @@
 namespace orvo::io {
 namespace {
 
-// Exiv2 keeps registries of its own (XMP name spaces, makers), which it changes while it reads. One reader at a time:
-// the work is a fraction of a millisecond for a picture.
+// Exiv2 has global registries (XMP name spaces, makers) that it changes while it reads, so only one thread reads at a
+// time: a fraction of a millisecond for a picture.
 std::mutex& exivMutex()
 {
     static std::mutex mutex;
@@ -36,7 +36,7 @@ std::mutex& exivMutex()
     return lock;
 }
 
-constexpr std::size_t kLargestKept = 16u << 20; // bytes of a block that is carried over; real ones have kilobytes
+constexpr std::size_t kLargestKept = 16u << 20; // bytes of a kept block; real ones have kilobytes
 
 class Tags
 {
@@ -51,7 +51,7 @@ public:
 
     [[nodiscard]] const Exiv2::ExifData& all() const { return data; }
 
-    // A finite number; 0 / 0 and the like count as not told.
+    // A finite number; 0 / 0 and the like count as missing.
     [[nodiscard]] std::optional<double> number(const char* key) const
     {
         const Exiv2::Exifdatum* const datum = find(key);
@@ -61,7 +61,7 @@ public:
         double value = 0.0;
         if (type == Exiv2::unsignedRational || type == Exiv2::signedRational) {
             const Exiv2::Rational ratio = datum->toRational();
-            // Unsigned numerators beyond 2^31 come out of Exiv2 negative.
+            // Exiv2 returns unsigned numerators beyond 2^31 as negative.
             const bool isUnsigned = type == Exiv2::unsignedRational;
             const double above =
                 isUnsigned ? static_cast<double>(static_cast<std::uint32_t>(ratio.first)) : ratio.first;
@@ -106,7 +106,7 @@ private:
     const Exiv2::ExifData& data;
 };
 
-// Bounds beyond which a number is taken for damage, not for a photograph.
+// Limits beyond which a number counts as damage.
 constexpr double kLongestExposure = 1e6; // s
 constexpr double kLargestAperture = 1e4;
 constexpr double kLargestIso = 1e8;
@@ -131,7 +131,7 @@ float apertureOf(const Tags& tags)
     return apex && std::abs(*apex) <= kLargestBias ? static_cast<float>(std::exp2(*apex / 2.0)) : 0.0f;
 }
 
-// Older cameras tell the sensitivity in their maker's block only.
+// Older cameras store the sensitivity only in their MakerNote.
 float makersIso(const Tags& tags)
 {
     const auto found = Exiv2::isoSpeed(tags.all());
@@ -145,7 +145,7 @@ float makersIso(const Tags& tags)
 
 float isoOf(const Tags& tags)
 {
-    // The short tag ends at 65535; beyond, the long ones hold the number.
+    // The short tag ends at 65535; beyond that the long tags have the number.
     const float iso = tags.positive({"Exif.Photo.ISOSpeedRatings", "Exif.Image.ISOSpeedRatings"}, kLargestIso);
     if (iso > 0.0f && iso < 65535.0f)
         return iso;
@@ -191,7 +191,7 @@ void fillFacts(const Exiv2::ExifData& exif, BlockFacts& facts)
     if (record.lensModel.empty())
         if (const auto lens = Exiv2::lensName(exif); lens != exif.end()) {
             const std::string name = lens->print(&exif);
-            // Exiv2 prints numbers that it does not know as "(123)".
+            // Exiv2 prints unknown numbers as "(123)".
             if (!name.empty() && name.front() != '(' && name != "n/a")
                 record.lensModel = name;
         }
@@ -228,7 +228,7 @@ std::vector<unsigned char> encodeExif(Exiv2::ExifData& exif)
     return blob;
 }
 
-// Tags of the main directory that describe how the pixels of the old file were stored, or belong to raw files only.
+// Tags of the main directory that describe how the pixels of the old file were stored, or that only raw files have.
 bool describesOldPixels(const Exiv2::Exifdatum& datum)
 {
     const std::string group = datum.groupName();
@@ -241,7 +241,7 @@ bool describesOldPixels(const Exiv2::Exifdatum& datum)
         // 0xc612 to 0xcfff: DNG.
         return std::find(kStorage.begin(), kStorage.end(), tag) != kStorage.end() || (tag >= 0xc612 && tag <= 0xcfff);
     }
-    // Further pictures of the file, and their previews.
+    // Other pictures of the file, and their previews.
     return group == "Thumbnail" || group.rfind("SubImage", 0) == 0 || group.rfind("SubThumb", 0) == 0 ||
            group.rfind("Image", 0) == 0;
 }
@@ -264,7 +264,7 @@ std::vector<unsigned char> encodeWithin(Exiv2::ExifData& exif, std::size_t limit
     std::vector<unsigned char> block = encodeExif(exif);
     if (block.size() <= limit)
         return block;
-    // The maker's own block is what makes EXIF large, and nobody else can read most of it.
+    // The MakerNote is what makes EXIF large, and few other programs can read it.
     for (auto datum = exif.begin(); datum != exif.end();) {
         const std::string group = datum->groupName();
         const bool common = group == "Image" || group == "GPSInfo" || group == "Iop" ||
@@ -282,7 +282,7 @@ std::string fittingXmp(const std::string& packet, _Size<int> size)
         return {};
     for (auto datum = xmp.begin(); datum != xmp.end();) {
         const std::string key = datum->key();
-        // Develop settings and gain maps belong to the old pixels.
+        // Develop settings and gain maps apply to the old pixels.
         const bool old = key.rfind("Xmp.crs.", 0) == 0 || key.rfind("Xmp.xmp.Thumbnails", 0) == 0 ||
                          key.rfind("Xmp.GPano.", 0) == 0 || key.rfind("Xmp.xmpNote.", 0) == 0;
         datum = old ? xmp.erase(datum) : std::next(datum);
@@ -302,7 +302,7 @@ std::string fittingXmp(const std::string& packet, _Size<int> size)
     return out;
 }
 
-// Whatever Exiv2 throws on damaged blocks ends here; memory is another matter.
+// Catches whatever Exiv2 throws on damaged blocks, except std::bad_alloc.
 template <typename Body>
 void tolerant(const Body& body)
 {
@@ -362,7 +362,7 @@ BlockFacts readFactsOfFile(const std::filesystem::path& path, bool keep)
             return;
         EmbeddedMetadata blocks;
         tolerant([&] {
-            // Strips and previews would be copied along.
+            // Exiv2 would copy strips and previews too.
             Exiv2::ExifThumb(exif).erase();
             for (auto datum = exif.begin(); datum != exif.end();)
                 datum = describesOldPixels(*datum) ? exif.erase(datum) : std::next(datum);

@@ -1,5 +1,5 @@
-// EXIF, IPTC and XMP blocks to the record of a picture, and back into the blocks of a file to be written. Exiv2 stays
-// behind this header.
+// Converts EXIF, IPTC and XMP blocks to the metadata record of a picture, and back to the blocks of a new file. Exiv2
+// stays behind this header.
 #pragma once
 
 #include <orvo_core/image_metadata.hpp>
@@ -14,31 +14,31 @@
 
 namespace orvo::io {
 
-// What a file's blocks tell beside ImageMetadata.
+// What a file's blocks contain besides ImageMetadata.
 struct BlockFacts
 {
     ImageMetadata record;
     int orientation = 1;                // EXIF, 1..8
     bool adobe = false;                 // EXIF says that the colour space is Adobe RGB
-    bool hasBias = false;               // record.exposureBias was told
+    bool hasBias = false;               // record.exposureBias was in the file
     std::vector<unsigned char> preview; // a JPEG, may be empty
-    std::vector<unsigned char> icc;     // of readFactsOfFile() only
+    std::vector<unsigned char> icc;     // from readFactsOfFile() only
 };
 
-// Reads the blocks; a damaged one counts as missing. record.embedded keeps them if `keep`. Never throws but
-// std::bad_alloc. Usable from any thread.
+// Reads the blocks; a damaged one counts as missing. Stores them in record.embedded if `keep`. Throws only
+// std::bad_alloc. Can be called from any thread.
 [[nodiscard]] BlockFacts readFacts(EmbeddedMetadata blocks, bool keep, bool wantPreview);
 
-// The same for files whose blocks are their own directories: TIFF and raw files. The preview is the largest JPEG.
+// The same for files whose directories are the blocks: TIFF and raw files. The preview is the largest JPEG.
 [[nodiscard]] BlockFacts readFactsOfFile(const std::filesystem::path& path, bool keep);
 
-// IPTC records inside the Photoshop resources of a JPEG; empty if there are none.
+// IPTC records from the Photoshop resources of a JPEG; empty if there are none.
 [[nodiscard]] std::vector<unsigned char> iptcFromPhotoshop(std::span<const unsigned char> resources);
-// The other way.
+// The reverse.
 [[nodiscard]] std::vector<unsigned char> photoshopFromIptc(std::span<const unsigned char> iptc);
 
-// The blocks of a picture to be written: upright, of `size`, in sRGB or not, without the preview and whatever tells of
-// the pixels of the file they came from. A block that cannot be read is left out.
+// The blocks for a new file: upright, of `size`, in sRGB or not, without the preview and without anything that
+// describes the pixels of the original file. Unreadable blocks are left out.
 [[nodiscard]] EmbeddedMetadata blocksForWriting(const EmbeddedMetadata& blocks, _Size<int> size, bool isSRGB,
                                                 std::size_t exifLimit);
 
@@ -51,8 +51,8 @@ struct DirectoryEntry
     std::vector<unsigned char> value;
 };
 
-// The directories of an EXIF block that a TIFF file keeps beside its own: those of the exposure and of the place, and
-// the texts for the main directory. MakerNote is left out: its offsets do not survive the move.
+// The EXIF directories that a TIFF file stores beside its main one: exposure and location, and the texts for the main
+// directory. MakerNote is left out: its offsets do not survive the move.
 struct ExifDirectories
 {
     std::vector<DirectoryEntry> main; // texts: maker, model, artist, ...

@@ -14,10 +14,10 @@
 namespace orvo::io {
 namespace {
 
-// Rows converted together: enough to feed all threads, few enough to stay in the second cache for usual widths.
+// Rows converted together: enough for all threads, few enough to stay in the L2 cache at usual widths.
 constexpr int kBatchRows = 32;
 
-// The largest half float stands for what is beyond all bounds, so that later sums stay finite.
+// The largest half float replaces infinities, so that later sums stay finite.
 constexpr float kLargestSample = 65504.0f;
 
 std::size_t bytesOf(SampleType type)
@@ -38,8 +38,8 @@ std::size_t bytesOf(SampleType type)
 
 float finite(float v) { return v == v ? std::clamp(v, -kLargestSample, kLargestSample) : 0.0f; }
 
-// A profile's curves may be such that they make no finite numbers of finite ones. Nearly every row is sound, which
-// whole numbers tell fast: without the sign, only infinities and what is no number have bits from kInfinity on.
+// A profile's curves may turn finite numbers into infinities or NaN. Nearly every row is fine, and integers check that
+// fast: without the sign, only infinities and NaN have bits from kInfinity on.
 void repair(PixelRGB<float>* pixels, int count)
 {
     constexpr std::uint32_t kInfinity = 0x7F800000;
@@ -54,7 +54,7 @@ void repair(PixelRGB<float>* pixels, int count)
         samples[i] = std::isfinite(samples[i]) ? samples[i] : finite(samples[i]);
 }
 
-// The colours of `count` pixels as floats with 1.0 for full scale, alpha laid over black.
+// The colours of `count` pixels as floats with 1.0 for full scale, alpha composited over black.
 template <typename T>
 void expandTyped(const T* in, const SampleLayout& layout, int count, float* out)
 {
@@ -102,7 +102,7 @@ void expand(const unsigned char* in, const SampleLayout& layout, int count, floa
     }
 }
 
-// Ink without a profile, by the plain rule of multiplied transmissions.
+// Ink without a profile: transmissions multiply.
 void rgbFromPlainInk(const float* ink, int count, PixelRGB<float>* out)
 {
     for (int i = 0; i < count; ++i) {
@@ -136,7 +136,7 @@ PictureSink::PictureSink(const SampleLayout& layout_, SinkSettings settings_)
     const auto outRows = static_cast<std::size_t>((batchRows - 1) / settings.reduction + 1);
     if (turns)
         turned.emplace(outRows * static_cast<std::size_t>(outWidth));
-    // A row of the file as floats, then the same averaged.
+    // A row of the file as floats, then the averaged row.
     const auto colors = static_cast<std::size_t>(layout.colors);
     if (settings.reduction > 1)
         scratchFloats = colors * static_cast<std::size_t>(layout.width + outWidth);
@@ -173,10 +173,9 @@ void PictureSink::flush()
 {
     if (filled == 0)
         return;
-    if (settings.cancel && settings.cancel())
-        throw Cancelled();
+    settings.run->throwIfCancelled();
     const int outRows = (filled - 1) / settings.reduction + 1;
-    // Isolated: a thread that waits here must not take up another file of an outer loop and hold both in memory.
+    // Isolated: while waiting here, a thread must not start another file of an outer loop and hold both in memory.
     tbb::this_task_arena::isolate([&] {
         if (swapsAxes(settings.orientation))
             storeTurned(outRows);
@@ -241,10 +240,10 @@ void PictureSink::storeTurned(int rows)
     forEachRow(rows, [&](int y) {
         convertRow(y, turnedRow(y), scratch ? scratch->data() + scratchFloats * static_cast<std::size_t>(y) : nullptr);
     });
-    // 5: transposed; 6: the file's first column is the top, its first row the right; 7: both turned; 8: the left.
+    // 5: transposed; 6: the file's first column is the top, its first row the right; 7: both reversed; 8: the left.
     const int orientation = settings.orientation;
-    const bool rowsRun = orientation == 5 || orientation == 8;    // the file's rows go from left to right
-    const bool columnsRun = orientation == 5 || orientation == 6; // its columns go from top to bottom
+    const bool rowsRun = orientation == 5 || orientation == 8;    // the file's rows become columns from left to right
+    const bool columnsRun = orientation == 5 || orientation == 6; // its columns become rows from top to bottom
     forEachRow(outWidth, [&](int x) {
         PixelRGB<float>* const target = picture->row(columnsRun ? x : outWidth - 1 - x);
         for (int y = 0; y < rows; ++y)

@@ -1,12 +1,12 @@
-// Where codecs put their rows: converted, turned and, for thumbnails, reduced on the way.
+// Takes rows from codecs; converts, turns and, for thumbnails, reduces them on the way.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/color_transform.hpp>
 #include <orvo_core/image_data.hpp>
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 
@@ -23,53 +23,48 @@ enum class SampleType
     Float64
 };
 
-// The rows of a file, as its codec hands them over: interleaved, native byte order.
+// The rows of a file as its codec delivers them: interleaved, native byte order.
 struct SampleLayout
 {
     int width = 0;
     int height = 0;
-    int channels = 3; // samples stored for a pixel
-    int colors = 3;   // of them in front: 1 gray, 3 RGB, 4 CMYK
-    int alpha = -1;   // place of alpha, -1 for none
+    int channels = 3; // samples per pixel
+    int colors = 3;   // the first of them: 1 gray, 3 RGB, 4 CMYK
+    int alpha = -1;   // index of alpha, -1 for none
     bool premultiplied = false;
     SampleType type = SampleType::UInt8;
-    double full = 255.0;   // the sample that is 1.0
-    bool inverted = false; // 1.0 minus the sample is meant
+    double full = 255.0;   // the sample value that means 1.0
+    bool inverted = false; // the value is 1.0 minus the sample
 
     [[nodiscard]] std::size_t rowBytes() const;
 };
 
 struct SinkSettings
 {
-    std::shared_ptr<ColorProfile> source; // of the file; empty with four colours: plain ink without a profile
-    std::shared_ptr<ColorProfile> target; // of the result
-    int orientation = 1;                  // EXIF: 1..8
-    int reduction = 1;                    // so many samples squared become one, averaged as they stand in the file
-    std::function<bool()> cancel;         // may be empty; asked every few rows
+    std::shared_ptr<ColorProfile> source;        // of the file; empty with four colours: plain ink without a profile
+    std::shared_ptr<ColorProfile> target;        // of the result
+    int orientation = 1;                         // EXIF: 1..8
+    int reduction = 1;                           // side of the square of samples averaged into one, in encoded values
+    const RunControl* run = &RunControl::none(); // polled every few rows
 };
 
-struct Cancelled
-{};
-
-// Takes the rows of one picture from top to bottom. Rows are collected in batches that are converted in parallel; one
-// batch of the file's samples (and of the picture, where it is turned by 90 degrees) is all that is held beside the
-// result.
+// Takes the rows of one picture from top to bottom and converts them in parallel batches. Besides the result it holds
+// only one batch of the file's samples (and of the picture, if it is turned by 90 degrees).
 class PictureSink
 {
 public:
     // Allocates the picture. Throws std::bad_alloc, std::invalid_argument and what RowConverter throws.
     PictureSink(const SampleLayout& layout, SinkSettings settings);
 
-    // Memory for the next row, or for up to `rows` next rows that follow each other; `rows` comes back limited to what
-    // there is room for.
+    // Memory for up to `rows` consecutive next rows; reduces `rows` to the number there is room for.
     [[nodiscard]] unsigned char* nextRows(int& rows);
-    // So many of them were filled. Throws Cancelled.
+    // Marks that many rows as filled. Throws FailureError on cancel.
     void commit(int rows);
     // Copies one row in.
     void put(const void* row);
 
     [[nodiscard]] int rowsDone() const { return firstOfBatch + filled; }
-    // The picture, with black where rows are missing.
+    // The picture, with missing rows black.
     [[nodiscard]] std::shared_ptr<RGBPicture> finish();
 
 private:

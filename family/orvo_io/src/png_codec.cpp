@@ -1,7 +1,8 @@
 // PNG through libpng.
 #include "codecs.hpp"
-#include "icc_matrix.hpp"
 #include "png_state.hpp"
+
+#include <orvo_core/chromaticities.hpp>
 
 #include <algorithm>
 #include <array>
@@ -13,7 +14,7 @@
 namespace orvo::io {
 namespace {
 
-// Deflate cannot make more of a byte than this (RFC 1951: 258 bytes from two bits).
+// The highest expansion of deflate (RFC 1951: 258 bytes from two bits).
 constexpr std::int64_t kMostInflation = 1032;
 constexpr png_alloc_size_t kLargestChunk = 64u << 20; // bytes of one text or profile; real ones have kilobytes
 constexpr int kMostChunks = 1000;
@@ -37,7 +38,7 @@ public:
         guarded([this] {
             state.info = png_create_info_struct(state.png);
             png_set_read_fn(state.png, &state, onRead);
-            // The caller's limit on pixels comes first; libpng's own of a million a side must not.
+            // The caller's pixel limit applies, not libpng's own of a million pixels a side.
             png_set_user_limits(state.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
             png_set_chunk_malloc_max(state.png, kLargestChunk);
             png_set_chunk_cache_max(state.png, kMostChunks);
@@ -51,7 +52,7 @@ public:
     void guarded(const Call& call)
     {
         if (!state.attempt(call))
-            throw ReadFailure(std::string("no readable PNG: ") + state.message);
+            throw ReadFailure(std::string("not a readable PNG: ") + state.message);
     }
 
     PngState state;
@@ -134,7 +135,7 @@ std::vector<unsigned char> iccOf(PngState& state)
     return {icc, icc + length};
 }
 
-// The colour space by the numbers of gAMA and cHRM; empty if they say nothing, or sRGB.
+// The colour space from gAMA and cHRM; empty if they are missing or mean sRGB.
 std::shared_ptr<ColorProfile> profileByNumbers(PngState& state)
 {
     int intent = 0;
@@ -142,7 +143,7 @@ std::shared_ptr<ColorProfile> profileByNumbers(PngState& state)
         return nullptr;
     double fileGamma = 0.0;
     const bool hasGamma = png_get_gAMA(state.png, state.info, &fileGamma) != 0 && fileGamma > 0.01;
-    constexpr double kSRGBGamma = 0.45455; // what files in sRGB write (PNG, 11.3.3.5)
+    constexpr double kSRGBGamma = 0.45455; // written by files in sRGB (PNG, 11.3.3.5)
     const bool plainGamma = !hasGamma || std::abs(fileGamma - kSRGBGamma) < 0.005;
     Chromaticities c = kSRGBChromaticities;
     const bool hasPrimaries = png_get_cHRM(state.png, state.info, &c.whiteX, &c.whiteY, &c.redX, &c.redY, &c.greenX,
@@ -156,7 +157,7 @@ std::shared_ptr<ColorProfile> profileByNumbers(PngState& state)
     return profileFromChromaticities(c, plainGamma ? 0.0 : 1.0 / fileGamma);
 }
 
-// Sets libpng to hand out 8 or 16 bit in native order, palettes as colours.
+// Makes libpng return 8 or 16 bit in native byte order, palettes as colours.
 SampleLayout layoutFor(PngState& state)
 {
     const int colorType = png_get_color_type(state.png, state.info);
@@ -181,12 +182,12 @@ SampleLayout layoutFor(PngState& state)
 bool decodeRows(Decoder& decoder, PictureSink& sink, const SampleLayout& layout)
 {
     while (sink.rowsDone() < layout.height) {
-        int wanted = layout.height;
-        unsigned char* const memory = sink.nextRows(wanted);
+        int requested = layout.height;
+        unsigned char* const memory = sink.nextRows(requested);
         const std::size_t rowBytes = layout.rowBytes();
         int got = 0;
-        const bool well = decoder.state.attempt([&decoder, memory, rowBytes, wanted, &got] {
-            for (; got < wanted; ++got)
+        const bool well = decoder.state.attempt([&decoder, memory, rowBytes, requested, &got] {
+            for (; got < requested; ++got)
                 png_read_row(decoder.state.png, memory + static_cast<std::size_t>(got) * rowBytes, nullptr);
         });
         sink.commit(got);
@@ -196,8 +197,8 @@ bool decodeRows(Decoder& decoder, PictureSink& sink, const SampleLayout& layout)
     return true;
 }
 
-// The seven passes of an interlaced file fill the whole picture, so a plane of the file's samples is needed. False if
-// the file ended early; rows that no complete pass reached hold what earlier passes left.
+// The seven passes of an interlaced file cover the whole picture, so this needs a plane of the file's samples. False if
+// the file ended early; rows that no complete pass reached keep the values of earlier passes.
 bool decodeInterlaced(Decoder& decoder, PictureSink& sink, const SampleLayout& layout, int passes)
 {
     const ManagedPlane<unsigned char> plane(layout.rowBytes() * static_cast<std::size_t>(layout.height), true);
@@ -245,17 +246,18 @@ ReadAnswer readPng(const SourceFile& file, const ReadJob& job)
         png_read_update_info(state.png, state.info);
     });
     if (png_get_rowbytes(state.png, state.info) != layout.rowBytes())
-        throw ReadFailure("no readable PNG: its rows have " + std::to_string(png_get_rowbytes(state.png, state.info)) +
-                          " bytes, " + std::to_string(layout.rowBytes()) + " were expected");
+        throw ReadFailure("not a readable PNG: its rows have " +
+                          std::to_string(png_get_rowbytes(state.png, state.info)) + " bytes, expected " +
+                          std::to_string(layout.rowBytes()));
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     const bool well = passes > 1 ? decodeInterlaced(decoder, sink, layout, passes) : decodeRows(decoder, sink, layout);
     if (!well && passes > 1)
-        noteDamage(std::string("the picture is cut off within its interlaced passes (") + state.message + ")", job,
+        noteDamage(std::string("the picture is truncated within its interlaced passes (") + state.message + ")", job,
                    answer);
     else if (!well)
         noteCutOff(sink.rowsDone(), layout.height, state.message, job, answer);
     else if (job.wants(ImageReaderOpenFlag::Complete) && !state.attempt([&state] { png_read_end(state.png, nullptr); }))
-        noteDamage(std::string("the picture's end is missing (") + state.message + ")", job, answer);
+        noteDamage(std::string("the end of the picture is missing (") + state.message + ")", job, answer);
     answer.picture = sink.finish();
     return answer;
 }

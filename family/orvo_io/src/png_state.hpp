@@ -1,4 +1,4 @@
-// What reading and writing through libpng share.
+// Shared by reading and writing through libpng.
 #pragma once
 
 #include "error_jump.hpp"
@@ -14,7 +14,7 @@ struct PngState : ErrorJump
     png_structp png = nullptr;
     png_infop info = nullptr;
     std::FILE* stream = nullptr;
-    int systemError = 0; // the number of the system's error that writing met, 0 for none
+    int systemError = 0; // errno of a failed write, 0 for none
 
     // For libpng, with the state as user pointer.
     [[noreturn]] static void onError(png_structp png, png_const_charp text)

@@ -21,7 +21,7 @@ std::unique_ptr<LibRaw> openRaw(const std::filesystem::path& path)
     auto raw = std::make_unique<LibRaw>(LIBRAW_OPIONS_NO_DATAERR_CALLBACK | LIBRAW_OPIONS_NO_MEMERR_CALLBACK);
     const int result = raw->open_file(path.c_str());
     if (result != LIBRAW_SUCCESS)
-        throw ReadFailure(std::string("no readable raw file: ") + libraw_strerror(result));
+        throw ReadFailure(std::string("not a readable raw file: ") + libraw_strerror(result));
     return raw;
 }
 
@@ -30,19 +30,19 @@ void check(int result, const char* step)
     if (result == LIBRAW_UNSUFFICIENT_MEMORY)
         throw std::bad_alloc();
     if (result == LIBRAW_CANCELLED_BY_CALLBACK)
-        throw Cancelled();
+        throw FailureError(cancelledFailure());
     if (result != LIBRAW_SUCCESS)
-        throw ReadFailure(std::string("no readable raw file: ") + step + ": " + libraw_strerror(result));
+        throw ReadFailure(std::string("not a readable raw file: ") + step + ": " + libraw_strerror(result));
 }
 
 int exifOrientation(int flip)
 {
-    // LibRaw's flip has a bit for each of mirroring, turning over and transposing.
+    // LibRaw's flip has one bit each for mirroring, turning upside down and transposing.
     static constexpr std::array<int, 8> kOrientations = {1, 2, 4, 3, 5, 8, 6, 7};
     return flip >= 0 && flip < 8 ? kOrientations[static_cast<std::size_t>(flip)] : 1;
 }
 
-// What LibRaw knows beside or instead of EXIF.
+// Fills in what LibRaw knows beyond or instead of EXIF.
 void fillRecord(LibRaw& raw, ImageMetadata& record)
 {
     const auto& other = raw.imgdata.other;
@@ -81,22 +81,22 @@ Square squareOf(const float (&rows)[4][3])
     return out;
 }
 
-// Colour temperature and tint of the camera's white balance: the chromaticity that its neutral stands for, through the
-// camera's matrix; McCamy 1992 for the temperature. The tint is the distance from the Planckian locus (Krystek 1985
-// for its place in CIE 1960 u, v), in units of 1/3000, positive towards magenta.
+// Colour temperature and tint of the camera's white balance: the chromaticity of its neutral through the camera's
+// matrix; McCamy 1992 for the temperature. The tint is the distance from the Planckian locus (Krystek 1985 for its
+// position in CIE 1960 u, v), in units of 1/3000, positive towards magenta.
 void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
 {
     const auto& color = raw.imgdata.color;
     if (raw.imgdata.idata.colors != 3)
         return;
-    // The camera's answer to white.
+    // The camera's response to white.
     std::array<double, 3> neutral{};
     for (std::size_t i = 0; i < 3; ++i) {
         if (!(color.cam_mul[i] > 0.0f))
             return;
         neutral[i] = static_cast<double>(color.cam_mul[1]) / static_cast<double>(color.cam_mul[i]);
     }
-    // The matrix from XYZ to the camera: LibRaw's own, else the one of the file that is nearest to daylight.
+    // The matrix from XYZ to the camera: LibRaw's own, else the one of the file nearest to daylight.
     const auto determinant = [](const Square& a) {
         return a[0][0] * (a[1][1] * a[2][2] - a[1][2] * a[2][1]) - a[0][1] * (a[1][0] * a[2][2] - a[1][2] * a[2][0]) +
                a[0][2] * (a[1][0] * a[2][1] - a[1][1] * a[2][0]);
@@ -130,7 +130,7 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
     const double du = 4.0 * x / scale - u0;
     const double dv = 6.0 * y / scale - v0;
     constexpr double kTintUnit = 3000.0;
-    constexpr double kLargestTint = 150.0; // beyond, the multipliers are no white balance: pixels balanced before
+    constexpr double kLargestTint = 150.0; // beyond, the pixels were balanced before: no usable white balance
     const double tint = (dv < 0.0 ? 1.0 : -1.0) * std::hypot(du, dv) * kTintUnit;
     if (std::abs(tint) > kLargestTint)
         return;
@@ -142,9 +142,9 @@ void fillWhiteBalance(const LibRaw& raw, ImageMetadata& record)
 
 using Multipliers = std::array<float, 4>;
 
-// A channel that is clipped in the sensor knows only that it is at least so bright. It is raised to the brightest of
-// the others, fading in from kClippingBegins of its range on, so that what is clipped in all of them is neutral, and
-// what is not clipped stays as it is.
+// For a channel that clips in the sensor only a lower limit is known. It is raised to the brightest of the others,
+// fading in from kClippingBegins of its range on, so that a pixel clipped in all channels is neutral and unclipped
+// values stay the same.
 void raiseClipped(std::array<float, 3>& camera, const std::array<float, 3>& saturation)
 {
     constexpr float kClippingBegins = 0.92f;
@@ -157,7 +157,7 @@ void raiseClipped(std::array<float, 3>& camera, const std::array<float, 3>& satu
     }
 }
 
-// EV from the mean log luminance to middle gray, held back where bright parts would clip.
+// EV from the mean log luminance to middle gray, limited where bright parts would clip.
 float toneEstimate(const RGBPicture& picture)
 {
     constexpr float kMiddleGray = 0.18f;
@@ -180,15 +180,14 @@ float toneEstimate(const RGBPicture& picture)
     }
     const auto nearTop = luminance.begin() + static_cast<std::ptrdiff_t>(luminance.size() * 98 / 100);
     std::nth_element(luminance.begin(), nearTop, luminance.end());
-    const float wanted = std::log2(kMiddleGray) - static_cast<float>(logs / static_cast<double>(luminance.size()));
+    const float toMiddle = std::log2(kMiddleGray) - static_cast<float>(logs / static_cast<double>(luminance.size()));
     const float room = std::max(0.0f, -std::log2(*nearTop)); // until the brightest fiftieth clips
-    return std::clamp(wanted, 0.0f, std::min(kLargestTone, room));
+    return std::clamp(toMiddle, 0.0f, std::min(kLargestTone, room));
 }
 
 int onProgress(void* job, enum LibRaw_progress, int, int)
 {
-    const auto& cancel = static_cast<const ReadJob*>(job)->cancel;
-    return cancel && cancel() ? 1 : 0;
+    return static_cast<const ReadJob*>(job)->run->cancelled() ? 1 : 0;
 }
 
 void setParameters(LibRaw& raw, const ReadJob& job, bool undeveloped)
@@ -196,16 +195,17 @@ void setParameters(LibRaw& raw, const ReadJob& job, bool undeveloped)
     auto& parameters = raw.imgdata.params;
     parameters.use_camera_wb = 1;
     parameters.output_bps = 16;
-    parameters.user_flip = 0; // turned while rows are stored
+    parameters.user_flip = 0; // rows are turned while they are stored
     parameters.user_qual = 3; // adaptive homogeneity-directed (Hirakawa, Parks 2005)
     parameters.half_size = job.depth == ReadDepth::Reduced ? 1 : 0;
-    // Otherwise the brightest sample of each picture becomes its white, and frames of a series lose their common scale.
+    // Otherwise the brightest sample of each picture becomes its white, and the frames of a series lose their common
+    // scale.
     parameters.adjust_maximum_thr = 0.0f;
     if (undeveloped) {
-        parameters.output_color = 0; // of the camera: the matrix is applied here, in floats, where nothing is cut
+        parameters.output_color = 0; // camera space: the matrix is applied here, in floats, without clipping
         parameters.gamm[0] = parameters.gamm[1] = 1.0;
         parameters.no_auto_bright = 1;
-        parameters.highlight = 1; // none is cut
+        parameters.highlight = 1; // no clipping
     } else {
         parameters.output_color = 1;
         parameters.gamm[0] = 1.0 / 2.4;
@@ -214,15 +214,15 @@ void setParameters(LibRaw& raw, const ReadJob& job, bool undeveloped)
     raw.set_progress_handler(onProgress, const_cast<ReadJob*>(&job));
 }
 
-// Linear rows of the camera's colours become linear light of sRGB's primaries, and go on through the sink.
+// Converts linear camera rows to linear light with sRGB's primaries and passes them to the sink.
 std::shared_ptr<RGBPicture> storeUndeveloped(LibRaw& raw, const ReadJob& job, const BlockFacts& facts)
 {
     const auto& data = raw.imgdata;
     const int width = data.sizes.iwidth;
     const int height = data.sizes.iheight;
     const int colors = std::clamp(data.idata.colors, 1, 4);
-    // With highlights kept the channel of the largest multiplier reaches full scale when its sensor is full, the others
-    // less. Scaled so that the one of the smallest multiplier reaches 1.
+    // With highlights kept, the channel with the largest multiplier is at full scale when its sensor saturates, and the
+    // others are below. Rescales so that the channel with the smallest multiplier reaches 1.
     Multipliers multipliers{};
     for (std::size_t c = 0; c < 4; ++c)
         multipliers[c] = data.color.pre_mul[c] > 0.0f ? data.color.pre_mul[c] : 1.0f;
@@ -290,7 +290,7 @@ std::shared_ptr<RGBPicture> storeDeveloped(LibRaw& raw, const ReadJob& job, cons
     const MemoryImage image(raw.dcraw_make_mem_image(&result));
     check(result, "developing");
     if (!image || image->type != LIBRAW_IMAGE_BITMAP || image->bits != 16 || (image->colors != 1 && image->colors != 3))
-        throw ReadFailure("no readable raw file: LibRaw gave an unexpected picture");
+        throw ReadFailure("not a readable raw file: LibRaw returned an unexpected picture");
     SampleLayout layout;
     layout.width = image->width;
     layout.height = image->height;
@@ -321,8 +321,8 @@ bool librawKnows(const std::filesystem::path& path)
     try {
         const auto raw = openRaw(path);
         const auto& data = raw->imgdata;
-        // LibRaw also opens TIFF files with finished pixels when a camera's name stands in them. Those have three
-        // samples together and are no DNG.
+        // LibRaw also opens TIFF files with finished pixels if they name a camera. Those have three samples per pixel
+        // and are not DNG.
         const bool finished = data.idata.dng_version == 0 && data.idata.filters == 0 && data.idata.colors == 3 &&
                               data.idata.is_foveon == 0;
         return data.idata.raw_count > 0 && !finished;
@@ -335,7 +335,7 @@ ReadAnswer readRaw(const SourceFile& file, const ReadJob& job)
 {
     refuseParts(job);
     if (file.path().empty())
-        throw ReadFailure("raw pictures are read from files only");
+        throw ReadFailure("raw pictures can only be read from files");
     const auto raw = openRaw(file.path());
     const auto& sizes = raw->imgdata.sizes;
     checkExtent(file, job, sizes.raw_width, sizes.raw_height, 0);
@@ -363,7 +363,7 @@ ReadAnswer readRaw(const SourceFile& file, const ReadJob& job)
     setParameters(*raw, job, undeveloped);
     check(raw->unpack(), "unpacking");
     if (raw->error_count() > 0)
-        noteDamage("the picture is cut off or damaged: LibRaw met " + std::to_string(raw->error_count()) +
+        noteDamage("the picture is truncated or damaged: LibRaw found " + std::to_string(raw->error_count()) +
                        " places without data",
                    job, answer);
     check(raw->dcraw_process(), "interpolating");

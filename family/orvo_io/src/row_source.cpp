@@ -16,7 +16,7 @@
 namespace orvo::io {
 namespace {
 
-constexpr int kBatchRows = 32; // enough for all threads; the caller is asked about cancelling after each batch
+constexpr int kBatchRows = 32; // enough for all threads; cancel is polled after each batch
 
 template <typename T>
 void quantise(const float* in, std::size_t count, float full, T* out)
@@ -36,8 +36,8 @@ std::size_t sampleBytes(RowFormat format)
 } // namespace
 
 RowSource::RowSource(const _ImageData<PixelRGB<float>>& picture_, const std::shared_ptr<ColorProfile>& target,
-                     RowFormat format_, std::function<bool()> cancel_)
-    : picture(picture_), converter(picture.colorProfile(), 3, target), format(format_), cancel(std::move(cancel_)),
+                     RowFormat format_, const RunControl& run_)
+    : picture(picture_), converter(picture.colorProfile(), 3, target), format(format_), run(run_),
       rowBytes(static_cast<std::size_t>(picture.width()) * 3 * sampleBytes(format)),
       batchRows(std::min(kBatchRows, picture.height())), batch(rowBytes * static_cast<std::size_t>(batchRows)),
       converted(static_cast<std::size_t>(picture.width()) * static_cast<std::size_t>(batchRows))
@@ -52,8 +52,7 @@ const unsigned char* RowSource::row(int y)
 
 void RowSource::fill(int first)
 {
-    if (cancel && cancel())
-        throw WriteCancelled();
+    run.throwIfCancelled();
     firstOfBatch = first;
     inBatch = std::min(batchRows, picture.height() - first);
     const int width = picture.width();
@@ -73,14 +72,14 @@ void RowSource::fill(int first)
                 floats[i] = in[i] == in[i] ? in[i] : 0.0f;
         }
     };
-    // Isolated: a thread that waits here must not start another piece of an outer loop meanwhile.
+    // Isolated: while waiting here, a thread must not start another iteration of an outer loop.
     tbb::this_task_arena::isolate([&] { forEachRow(inBatch, prepareRow); });
 }
 
 OutputFile::OutputFile(const std::filesystem::path& path_) : path(path_)
 {
     errno = 0;
-    // Readable too: libtiff reads back directories that it has written.
+    // Readable too: libtiff reads back the directories it has written.
     int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0666);
     if (descriptor < 0)
         throw failure(errno, "cannot be opened");
@@ -97,7 +96,7 @@ OutputFile::~OutputFile()
     if (handle != nullptr)
         std::fclose(handle);
     struct stat status = {};
-    // Only a file is removed, never a device that somebody wrote to.
+    // Only removes a file, never a device.
     if (!finished && ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode))
         ::unlink(path.c_str());
 }
@@ -114,10 +113,10 @@ void OutputFile::finish()
     finished = true;
 }
 
-std::runtime_error OutputFile::failure(int systemError, const std::string& text) const
+FailureError OutputFile::failure(int systemError, const std::string& text) const
 {
-    return std::runtime_error(path.string() + ": " +
-                              (systemError != 0 ? std::generic_category().message(systemError) : text));
+    return FailureError({kindOfSystemError(systemError, FailureKind::Internal), path,
+                         systemError != 0 ? std::generic_category().message(systemError) : text});
 }
 
 } // namespace orvo::io

@@ -1,37 +1,34 @@
-// Where writers take their rows from: converted, limited and rounded, a batch at a time.
+// Supplies the writers with rows: converted, clamped and rounded in batches.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/color_transform.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_io/image_writer.hpp>
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <memory>
 
 namespace orvo::io {
 
-struct WriteCancelled
-{};
-
-// Sample formats of rows that are handed out.
+// Sample formats of the rows.
 enum class RowFormat
 {
     Bits8,  // 0..255
     Bits16, // 0..65535, native byte order
-    Linear  // floats as they are, but NaN
+    Linear  // floats, unchanged except for NaN
 };
 
 class RowSource
 {
 public:
     RowSource(const _ImageData<PixelRGB<float>>& picture, const std::shared_ptr<ColorProfile>& target, RowFormat format,
-              std::function<bool()> cancel);
+              const RunControl& run);
 
-    // Row `y`, valid until the next call; rows are asked for from top to bottom. Red, green, blue, interleaved.
-    // Throws WriteCancelled.
+    // Row `y`, valid until the next call; call from top to bottom. Red, green, blue, interleaved.
+    // Throws FailureError on cancel.
     [[nodiscard]] const unsigned char* row(int y);
 
 private:
@@ -40,7 +37,7 @@ private:
     const _ImageData<PixelRGB<float>>& picture;
     RowConverter converter;
     RowFormat format;
-    std::function<bool()> cancel;
+    const RunControl& run;
     std::size_t rowBytes;
     int batchRows;
     int firstOfBatch = 0;
@@ -49,21 +46,21 @@ private:
     ManagedPlane<PixelRGB<float>> converted;
 };
 
-// A file being written: removed again unless finish() was reached.
+// A file being written: removed unless finish() succeeded.
 class OutputFile
 {
 public:
-    // Throws std::runtime_error, naming file and cause.
+    // Throws FailureError.
     explicit OutputFile(const std::filesystem::path& path);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     [[nodiscard]] std::FILE* stream() const { return handle; }
-    // Everything is on its way to the disk. Throws std::runtime_error if it is not.
+    // Flushes everything to the system. Throws FailureError if that fails.
     void finish();
-    // The failure to throw: the file, and the text of the system's error or, without one, `text`.
-    [[nodiscard]] std::runtime_error failure(int systemError, const std::string& text) const;
+    // The exception to throw: names the file, and the system error or, without one, `text`.
+    [[nodiscard]] FailureError failure(int systemError, const std::string& text) const;
 
 private:
     std::filesystem::path path;
@@ -71,10 +68,14 @@ private:
     bool finished = false;
 };
 
-// One per format; `settings` are checked and its profile is set. Each throws std::runtime_error or WriteCancelled.
-void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
-void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
-void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
-void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings);
+// One per format; `settings` are checked and have a profile. Each throws FailureError.
+void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run);
+void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+              const RunControl& run);
+void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run);
+void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+              const RunControl& run);
 
 } // namespace orvo::io

@@ -21,11 +21,11 @@ struct Settings::Store
 
 namespace {
 
-// Lists and levels within each other. The deepest key of the family has two levels; each costs some stack when values
-// are copied, and a file of nothing but brackets would use it up.
+// Nesting of arrays and objects. The deepest key of the family has two levels; each level costs stack when values are
+// copied, and a file of nothing but brackets would overflow it.
 constexpr int kMostLevels = 64;
 
-// Levels of a file become dots of a key. Lists stand under their own key and are no value of any type here.
+// Levels of a file become dots in a key. An array is stored under its own key; no type here reads it.
 void flatten(const json& level, const std::string& prefix, json& out)
 {
     for (const auto& [name, value] : level.items()) {
@@ -43,7 +43,7 @@ bool holds(const json& value)
     if constexpr (std::is_same_v<T, bool>)
         return value.is_boolean();
     else if constexpr (std::is_same_v<T, int>)
-        // An integer that does not fit is of another type.
+        // An integer that does not fit counts as another type.
         return value.is_number_integer() && value == json(value.get<int>());
     else if constexpr (std::is_same_v<T, double>)
         return value.is_number();
@@ -82,9 +82,9 @@ void Settings::load(const std::filesystem::path& file)
     const auto refuse = [&](const std::string& text) {
         throw std::runtime_error("Settings::load: " + file.string() + ": " + text);
     };
-    // A folder opens like a file and fails when it is read.
+    // Opening a folder succeeds; reading it fails.
     if (!std::filesystem::is_regular_file(file))
-        refuse("a file was expected, nothing or something else was found");
+        refuse("expected a file, found nothing or something else");
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         refuse("cannot be opened");
@@ -93,7 +93,7 @@ void Settings::load(const std::filesystem::path& file)
     const auto checkDepth = [&](int around, json::parse_event_t event, const json&) {
         const bool opens = event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
         if (opens && around >= kMostLevels)
-            refuse("at most " + std::to_string(kMostLevels) + " levels were expected, more were found");
+            refuse("expected at most " + std::to_string(kMostLevels) + " levels, found more");
         return true;
     };
     try {
@@ -102,7 +102,7 @@ void Settings::load(const std::filesystem::path& file)
         refuse(error.what());
     }
     if (!read.is_object())
-        refuse("an object was expected, " + std::string(read.type_name()) + " was found");
+        refuse("expected an object, found " + std::string(read.type_name()));
     json flat = json::object();
     flatten(read, {}, flat);
     const std::unique_lock lock(store->mutex);

@@ -27,7 +27,7 @@ bool isHeifBrand(std::string_view text)
     return std::any_of(kBrands.begin(), kBrands.end(), [&](std::string_view brand) { return has(text, 8, brand); });
 }
 
-// Camera files that are no TIFF by their first bytes. Those that are, DNG among them, are told apart by LibRaw.
+// First bytes of camera files that are not TIFF. LibRaw recognises the TIFF-based ones, DNG among them.
 bool isRawMagic(std::string_view text)
 {
     using namespace std::string_view_literals;
@@ -44,15 +44,15 @@ std::string reason(int error) { return std::generic_category().message(error); }
 
 SourceFile::SourceFile(const std::filesystem::path& path) : location(path)
 {
-    // O_NONBLOCK: opening a pipe that nobody writes to would wait for ever.
+    // O_NONBLOCK: opening a pipe without a writer would block for ever.
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0)
         throw ReadFailure("cannot be opened: " + reason(errno));
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         ::close(descriptor);
-        throw ReadFailure(S_ISDIR(status.st_mode) ? "a picture file was expected, a folder was found"
-                                                  : "a picture file was expected, a pipe or device was found");
+        throw ReadFailure(S_ISDIR(status.st_mode) ? "expected a picture file, found a folder"
+                                                  : "expected a picture file, found a pipe or device");
     }
     bytes = static_cast<std::int64_t>(status.st_size);
     handle.reset(::fdopen(descriptor, "rb"));
@@ -62,7 +62,7 @@ SourceFile::SourceFile(const std::filesystem::path& path) : location(path)
         throw ReadFailure("cannot be opened: " + reason(error));
     }
     if (bytes == 0)
-        throw ReadFailure("a picture file was expected, an empty file was found");
+        throw ReadFailure("expected a picture file, found an empty file");
 }
 
 SourceFile::SourceFile(std::span<const unsigned char> memory) : bytes(static_cast<std::int64_t>(memory.size()))
@@ -125,8 +125,7 @@ std::string SourceFile::describeBeginning() const
 std::vector<unsigned char> SourceFile::readAll(std::int64_t limit) const
 {
     if (bytes > limit)
-        throw ReadFailure("the file has " + std::to_string(bytes) + " bytes, at most " + std::to_string(limit) +
-                          " are read at once");
+        throw ReadFailure("the file has " + std::to_string(bytes) + " bytes, the limit is " + std::to_string(limit));
     std::vector<unsigned char> all(static_cast<std::size_t>(bytes));
     rewind();
     if (std::fread(all.data(), 1, all.size(), handle.get()) != all.size())

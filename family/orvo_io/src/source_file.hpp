@@ -1,22 +1,23 @@
-// A picture file as the codecs see it: an open stream of known size, and a name for messages.
+// A picture file for the codecs: an open stream of known size, and a name for messages.
 #pragma once
+
+#include <orvo_common/failure.hpp>
 
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace orvo::io {
 
-// The file cannot be read. Its text says what was expected and what was found; the reader puts the path before it.
-class ReadFailure : public std::runtime_error
+// The file cannot be read. The text states what was expected and what was found; the reader names the file.
+class ReadFailure : public FailureError
 {
 public:
-    using std::runtime_error::runtime_error;
+    explicit ReadFailure(const std::string& text) : FailureError({FailureKind::UnreadableFile, {}, text}) {}
 };
 
 enum class FileKind
@@ -36,7 +37,7 @@ class SourceFile
 public:
     // Opens a regular file. Throws ReadFailure on anything else (folder, pipe, device, missing, empty).
     explicit SourceFile(const std::filesystem::path& path);
-    // A file in memory, which must live as long as this.
+    // A file in memory, which must outlive this object.
     explicit SourceFile(std::span<const unsigned char> bytes);
 
     [[nodiscard]] std::FILE* stream() const { return handle.get(); }
@@ -44,9 +45,9 @@ public:
     // Empty for a file in memory.
     [[nodiscard]] const std::filesystem::path& path() const { return location; }
 
-    // What the first bytes say. Leaves the stream at its start.
+    // Detects the format from the first bytes. Leaves the stream at its start.
     [[nodiscard]] FileKind sniff() const;
-    // The first bytes, for messages: "no picture: it begins with 68 65 6c 6c 6f".
+    // The first bytes, for messages: "it begins with 68 65 6c 6c 6f".
     [[nodiscard]] std::string describeBeginning() const;
     void rewind() const;
     // The whole file. Throws ReadFailure if it is larger than `limit` or cannot be read.

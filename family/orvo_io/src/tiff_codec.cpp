@@ -1,4 +1,4 @@
-// TIFF through libtiff: strips and tiles, samples together or in planes, 1 to 64 bits.
+// TIFF through libtiff: strips and tiles, interleaved samples or planes, 1 to 64 bits.
 #include "codecs.hpp"
 #include "tiff_stream.hpp"
 
@@ -10,7 +10,7 @@
 namespace orvo::io {
 namespace {
 
-// The densest packing of usual compressions (LZW reaches about 2700, deflate 1032); a bilevel file may be denser.
+// The highest expansion of usual compressions (LZW reaches about 2700, deflate 1032); bilevel files may exceed it.
 constexpr std::int64_t kMostInflation = 5000;
 
 struct TiffFacts
@@ -43,7 +43,7 @@ TiffFacts factsOf(TIFF* tiff)
     return facts;
 }
 
-// Rows as this file reads them itself; others go through libtiff's own conversion to 8 bits.
+// Whether this file reads the rows itself; others go through libtiff's own conversion to 8 bits.
 bool readsDirectly(const TiffFacts& facts)
 {
     const bool bits = facts.format == SAMPLEFORMAT_IEEEFP ? facts.bits == 32 || facts.bits == 64
@@ -61,7 +61,7 @@ bool readsDirectly(const TiffFacts& facts)
         return facts.format == SAMPLEFORMAT_UINT && facts.samples == 1 && facts.bits <= 8 && bits;
     case PHOTOMETRIC_SEPARATED:
         return bits && whole && facts.samples >= 4;
-    case PHOTOMETRIC_YCBCR: // JPEG within TIFF: libjpeg gives RGB on request
+    case PHOTOMETRIC_YCBCR: // JPEG in TIFF: libjpeg returns RGB on request
         return facts.compression == COMPRESSION_JPEG && facts.bits == 8 && facts.samples == 3 &&
                facts.planar == PLANARCONFIG_CONTIG;
     default:
@@ -105,7 +105,7 @@ SampleLayout layoutFor(TIFF* tiff, const TiffFacts& facts)
     return layout;
 }
 
-// From rows as they are stored to rows of whole samples.
+// Converts stored rows to rows of whole samples.
 class RowUnpacker
 {
 public:
@@ -115,7 +115,7 @@ public:
             return;
         std::array<std::uint16_t*, 3> maps = {};
         if (TIFFGetField(tiff, TIFFTAG_COLORMAP, &maps[0], &maps[1], &maps[2]) == 0)
-            throw ReadFailure("no readable TIFF: the palette is missing");
+            throw ReadFailure("not a readable TIFF: the palette is missing");
         const std::size_t entries = std::size_t{1} << facts.bits;
         // Some programs write 8-bit values, which TIFF 6.0 does not allow.
         bool eightBit = true;
@@ -167,7 +167,7 @@ void readScanlines(TIFF* tiff, const RowUnpacker& unpacker, const SampleLayout& 
     }
 }
 
-// A band of the file: the tiles side by side, or a strip of each plane.
+// A band of the file: a row of tiles, or a strip of each plane.
 struct Band
 {
     int rows;               // of a whole band
@@ -189,7 +189,7 @@ Band bandOf(TIFF* tiff, const TiffFacts& facts)
         TIFFGetField(tiff, TIFFTAG_TILELENGTH, &tileHeight);
         constexpr std::uint32_t kLargestTile = 1u << 16; // pixels a side
         if (tileWidth == 0 || tileHeight == 0 || tileWidth > kLargestTile || tileHeight > kLargestTile)
-            throw ReadFailure("no readable TIFF: tiles of " + std::to_string(tileWidth) + " x " +
+            throw ReadFailure("not a readable TIFF: tiles of " + std::to_string(tileWidth) + " x " +
                               std::to_string(tileHeight));
         band.rows = static_cast<int>(tileHeight);
         band.blockWidth = static_cast<int>(tileWidth);
@@ -207,7 +207,7 @@ Band bandOf(TIFF* tiff, const TiffFacts& facts)
     }
     if (band.blockBytes == 0 || band.storedRow == 0 ||
         band.blockBytes < band.storedRow * static_cast<std::size_t>(band.rows))
-        throw ReadFailure("no readable TIFF: its blocks have no size");
+        throw ReadFailure("not a readable TIFF: its blocks have no size");
     return band;
 }
 
@@ -224,7 +224,7 @@ bool readBlock(TIFF* tiff, bool tiled, int y, int block, int plane, const Band& 
     return TIFFReadEncodedStrip(tiff, strip, out, bytes) >= 0;
 }
 
-// Tiles, and strips whose colours stand in planes of their own: one band at a time is decoded and put together.
+// Tiles, and strips of separate planes: decodes and combines one band at a time.
 void readBands(TIFF* tiff, const TiffFacts& facts, const RowUnpacker& unpacker, const SampleLayout& layout,
                PictureSink& sink)
 {
@@ -277,7 +277,7 @@ void readThroughRgba(TIFF* tiff, const TiffFacts& facts, const SampleLayout& lay
 {
     char reason[1024] = {};
     if (TIFFRGBAImageOK(tiff, reason) == 0)
-        throw ReadFailure(std::string("this kind of TIFF is not read: ") + reason);
+        throw ReadFailure(std::string("this kind of TIFF is not supported: ") + reason);
     const Band band = bandOf(tiff, facts);
     const std::size_t blockPixels = static_cast<std::size_t>(band.blockWidth) * static_cast<std::size_t>(band.rows);
     const ManagedPlane<std::uint32_t> memory(blockPixels * static_cast<std::size_t>(band.across), true);
@@ -293,14 +293,14 @@ void readThroughRgba(TIFF* tiff, const TiffFacts& facts, const SampleLayout& lay
             if (!well)
                 return;
         }
-        const int top = facts.tiled ? band.rows : rows; // their rows come from the lowest to the highest
+        const int top = facts.tiled ? band.rows : rows; // rows come from bottom to top
         for (int inner = 0; inner < rows; ++inner) {
             for (int x = 0; x < layout.width; ++x)
                 row[static_cast<std::size_t>(x)] =
                     memory[blockPixels * static_cast<std::size_t>(x / band.blockWidth) +
                            static_cast<std::size_t>(top - 1 - inner) * static_cast<std::size_t>(band.blockWidth) +
                            static_cast<std::size_t>(x % band.blockWidth)];
-            sink.put(row.data()); // ABGR in a word is R, G, B, A in bytes on our little-endian machines
+            sink.put(row.data()); // ABGR in a word is R, G, B, A in bytes on little-endian machines
         }
     }
 }
@@ -318,9 +318,9 @@ std::vector<unsigned char> iccOf(TIFF* tiff)
 void openPart(TIFF* tiff, const ReadJob& job)
 {
     if (!job.part.empty())
-        throw ReadFailure("picture \"" + job.part + "\" was asked for, the pictures of a TIFF have no names");
+        throw ReadFailure("picture \"" + job.part + "\" was requested, the pictures of a TIFF have no names");
     if (job.index > 0 && (job.index > 65534 || TIFFSetDirectory(tiff, static_cast<tdir_t>(job.index)) == 0))
-        throw ReadFailure("picture " + std::to_string(job.index) + " was asked for, the file has fewer");
+        throw ReadFailure("picture " + std::to_string(job.index) + " was requested, the file has fewer");
 }
 
 std::int64_t leastBytes(const TiffFacts& facts)
@@ -334,14 +334,13 @@ std::int64_t leastBytes(const TiffFacts& facts)
 
 ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
 {
-    // One strip may hold the whole picture, so the limit on one allocation follows the limit on pixels: 4 samples of
-    // 8 bytes.
+    // One strip may contain the whole picture, so the allocation limit follows the pixel limit: 4 samples of 8 bytes.
     constexpr std::int64_t kLargestPixel = 32;
     file.rewind();
     TiffStream stream(file.stream(), "r", job.maxPixels * kLargestPixel);
     TIFF* const tiff = stream.handle();
     if (tiff == nullptr)
-        throw ReadFailure("no readable TIFF: " + stream.error());
+        throw ReadFailure("not a readable TIFF: " + stream.error());
     openPart(tiff, job);
     const TiffFacts facts = factsOf(tiff);
     checkExtent(file, job, facts.width, facts.height, leastBytes(facts));
@@ -364,9 +363,9 @@ ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
         layout.height = static_cast<int>(facts.height);
         layout.channels = 4;
         layout.alpha = 3;
-        layout.premultiplied = true; // as libtiff gives it
+        layout.premultiplied = true; // as libtiff returns it
     }
-    // libtiff gives sRGB where it converts itself.
+    // libtiff's own conversion returns sRGB.
     const auto profile =
         settleProfile(direct ? iccOf(tiff) : std::vector<unsigned char>(), layout.colors, job, answer.facts);
     settleRecord({layout.width, layout.height}, job, answer.facts);
@@ -374,7 +373,7 @@ ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
         return answer;
 
     if (!stream.missingValue().empty())
-        noteDamage("the file is cut off: " + stream.missingValue(), job, answer);
+        noteDamage("the file is truncated: " + stream.missingValue(), job, answer);
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     if (!direct) {
         readThroughRgba(tiff, facts, layout, sink);

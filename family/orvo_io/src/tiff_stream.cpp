@@ -54,7 +54,7 @@ toff_t TiffStream::seek(thandle_t self, toff_t offset, int whence)
     auto* const own = static_cast<TiffStream*>(self);
     errno = 0;
     if (fseeko(own->stream, static_cast<off_t>(offset), whence) != 0) {
-        // Seeking writes what is buffered.
+        // Seeking flushes the buffer.
         if (own->failed == 0 && (errno == ENOSPC || errno == EIO || errno == EDQUOT || errno == EFBIG))
             own->failed = errno;
         return static_cast<toff_t>(-1);
@@ -74,7 +74,7 @@ toff_t TiffStream::size(thandle_t self)
 
 int TiffStream::onWarning(TIFF*, void* self, const char*, const char* format, va_list arguments)
 {
-    // libtiff leaves a tag out that it cannot read, and says so in a warning of this form.
+    // libtiff skips a tag it cannot read, and reports it in a warning of this form.
     auto* const own = static_cast<TiffStream*>(self);
     char text[256];
     std::vsnprintf(text, sizeof(text), format, arguments);

@@ -1,4 +1,4 @@
-// libtiff on a stream of ours, with its messages kept instead of printed.
+// libtiff on a C stream, with its messages stored instead of printed.
 #pragma once
 
 #include <tiffio.h>
@@ -13,7 +13,7 @@ namespace orvo::io {
 class TiffStream
 {
 public:
-    // `mode` as TIFFOpen takes it. `stream` stays the caller's. handle() is empty if libtiff refuses.
+    // `mode` as for TIFFOpen. `stream` stays the caller's. handle() is empty if libtiff refuses the file.
     TiffStream(std::FILE* stream, const char* mode, std::int64_t largestAllocation);
     ~TiffStream();
     TiffStream(const TiffStream&) = delete;
@@ -22,11 +22,11 @@ public:
     [[nodiscard]] TIFF* handle() const { return tiff; }
     // The first error, empty if there was none.
     [[nodiscard]] const std::string& error() const { return message; }
-    // A tag whose value lies beyond the end of the file; empty if there is none.
+    // A tag whose value is beyond the end of the file; empty if there is none.
     [[nodiscard]] const std::string& missingValue() const { return missing; }
-    // The number of the system's error that writing met first, 0 for none.
+    // errno of the first failed write, 0 for none.
     [[nodiscard]] int systemError() const { return failed; }
-    // Writes what is left and closes; false if that failed.
+    // Flushes and closes; false if that failed.
     bool close();
 
 private:

@@ -12,14 +12,14 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-void put(Bytes& out, std::uint64_t value, std::size_t bytes) // little-endian, as this machine's files are
+void put(Bytes& out, std::uint64_t value, std::size_t bytes) // little-endian, like this machine's files
 {
     for (std::size_t i = 0; i < bytes; ++i)
         out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
 
-// A directory as it stands in a file at `offset`: the entries, then the values that are too long for them. BigTIFF
-// counts with 8 bytes where TIFF counts with 4.
+// A directory as stored in a file at `offset`: the entries, then the values too long for them. BigTIFF counts with 8
+// bytes where TIFF counts with 4.
 Bytes serialise(const std::vector<DirectoryEntry>& entries, std::uint64_t offset, bool big)
 {
     const std::size_t word = big ? 8 : 4;
@@ -42,12 +42,12 @@ Bytes serialise(const std::vector<DirectoryEntry>& entries, std::uint64_t offset
             values.resize((values.size() + 1) / 2 * 2); // values begin at even offsets
         }
     }
-    put(out, 0, word); // no further directory
+    put(out, 0, word); // no next directory
     out.insert(out.end(), values.begin(), values.end());
     return out;
 }
 
-// Writes the directory at the end of the file, where libtiff has not written yet, and gives its offset; 0 for none.
+// Appends the directory to the file, where libtiff has not written yet, and returns its offset; 0 for none.
 std::uint64_t appendDirectory(OutputFile& file, std::vector<DirectoryEntry> entries, bool big)
 {
     if (entries.empty())
@@ -60,7 +60,7 @@ std::uint64_t appendDirectory(OutputFile& file, std::vector<DirectoryEntry> entr
         std::fputc(0, stream);
     const Bytes bytes = serialise(entries, offset, big);
     std::fwrite(bytes.data(), 1, bytes.size(), stream);
-    return offset; // a failed write shows when the file is finished
+    return offset; // finishing the file reports a failed write
 }
 
 void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& settings, _Size<int> size, bool big)
@@ -72,7 +72,7 @@ void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& setting
     EmbeddedMetadata blocks = blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestExif);
     const ExifDirectories directories = directoriesOf(blocks.exif);
     for (const DirectoryEntry& entry : directories.main) {
-        // Texts that libtiff knows; others would need to be declared to it first.
+        // Texts that libtiff knows; it would need a declaration of any other.
         static constexpr std::uint32_t kTexts[] = {TIFFTAG_IMAGEDESCRIPTION, TIFFTAG_MAKE,     TIFFTAG_MODEL,
                                                    TIFFTAG_SOFTWARE,         TIFFTAG_DATETIME, TIFFTAG_ARTIST,
                                                    TIFFTAG_COPYRIGHT};
@@ -98,12 +98,13 @@ void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& setting
 
 } // namespace
 
-void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings)
+void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
+               const RunControl& run)
 {
     const auto width = static_cast<std::uint64_t>(picture.width());
     const auto height = static_cast<std::uint64_t>(picture.height());
     const std::uint64_t pixelBytes = width * height * 3 * static_cast<std::uint64_t>(settings.bits / 8);
-    // Offsets of plain TIFF end at 4 GiB; deflate makes noise a little larger than it was.
+    // Offsets of plain TIFF end at 4 GiB; deflate makes noise slightly larger.
     constexpr std::uint64_t kPlainTiffBytes = 4'000'000'000;
     const bool big = pixelBytes > kPlainTiffBytes;
     constexpr std::int64_t kLargestAllocation = std::int64_t{1} << 32;
@@ -121,7 +122,7 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-    // Deflate with differences of neighbours: about two thirds of the size of LZW on 16 bit, and no slower at level 1.
+    // Deflate with horizontal differencing: about two thirds of the size of LZW at 16 bit, and no slower at level 1.
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
     TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     TIFFSetField(tiff, TIFFTAG_ZIPQUALITY, 1);
@@ -134,8 +135,7 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
         TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(icc.size()), icc.data());
     setMetadata(tiff, file, settings, picture.size(), big);
 
-    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16,
-                     settings.cancel);
+    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run);
     std::vector<unsigned char> row(rowBytes); // libtiff's predictor works in place
     for (int y = 0; y < picture.height(); ++y) {
         std::memcpy(row.data(), source.row(y), row.size());

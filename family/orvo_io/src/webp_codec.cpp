@@ -9,7 +9,7 @@
 namespace orvo::io {
 namespace {
 
-// The format ends at 16383 pixels a side, so no real file comes near.
+// The format is limited to 16383 pixels a side, so no real file comes near this.
 constexpr std::int64_t kLargestFile = std::int64_t{1} << 30;
 
 struct DeleteDemuxer
@@ -41,10 +41,10 @@ ReadAnswer readWebP(const SourceFile& file, const ReadJob& job)
     WebPDemuxState state = WEBP_DEMUX_PARSE_ERROR;
     const std::unique_ptr<WebPDemuxer, DeleteDemuxer> demuxer(WebPDemuxPartial(&data, &state));
     if (!demuxer || state < WEBP_DEMUX_PARSED_HEADER)
-        throw ReadFailure("no readable WebP: its header is damaged or cut off");
+        throw ReadFailure("not a readable WebP: its header is damaged or truncated");
     const auto width = static_cast<int>(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH));
     const auto height = static_cast<int>(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT));
-    checkExtent(file, job, width, height, 0); // one colour throughout takes no more than a header
+    checkExtent(file, job, width, height, 0); // a picture of one colour takes little more than a header
 
     ReadAnswer answer;
     EmbeddedMetadata blocks;
@@ -65,7 +65,7 @@ ReadAnswer readWebP(const SourceFile& file, const ReadJob& job)
     if (job.depth == ReadDepth::Facts)
         return answer;
 
-    // The first frame of an animation; of a still picture it is all there is.
+    // The first frame of an animation; a still picture has only one.
     WebPIterator frame;
     const bool hasFrame = WebPDemuxGetFrame(demuxer.get(), 1, &frame) != 0;
     PictureSink sink = makeSink(layout, job, answer.facts, profile);

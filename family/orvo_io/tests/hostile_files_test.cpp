@@ -1,4 +1,4 @@
-// Files that are cut off, damaged, gigantic or no pictures at all.
+// Files that are truncated, damaged, gigantic or not pictures.
 #include "test_files.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -24,7 +24,7 @@ constexpr auto kAsIs = static_cast<ImageReaderOpenFlag>(static_cast<int>(ImageRe
 class HostileFiles : public ::testing::Test
 {
 protected:
-    // One file of each kind, each of some kilobytes: noise, so that pixels fill most of the file.
+    // One file of each kind, a few kilobytes each: noise, so that pixels fill most of the file.
     std::vector<std::filesystem::path> makeAll()
     {
         const int w = 64;
@@ -67,7 +67,7 @@ protected:
         return files;
     }
 
-    // All that a file can be asked for; nothing may crash or throw.
+    // Runs every read operation on the file; none may crash or throw.
     static void tryEverything(const std::filesystem::path& path)
     {
         (void)openFile(path);
@@ -112,7 +112,7 @@ TEST_F(HostileFiles, CutOffAnywhere)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), 0u);
 }
 
-TEST_F(HostileFiles, CutOffTellsRowsAndKeepsThem)
+TEST_F(HostileFiles, TruncatedFileReportsRowsAndKeepsThem)
 {
     auto picture = gradient(200, 160, 255);
     std::mt19937 random(3); // noise, so that the rows fill the file
@@ -126,7 +126,7 @@ TEST_F(HostileFiles, CutOffTellsRowsAndKeepsThem)
         Bytes whole = readBytes(file);
         whole.resize(whole.size() * 6 / 10);
         writeBytes(file, whole);
-        expectRefused(file, "the picture is cut off: ");
+        expectRefused(file, "the picture is truncated: ");
         expectRefused(file, " of 160 rows are there");
         const LogCapture log;
         const auto read = openAsSRGB(file, kAsIs);
@@ -146,7 +146,7 @@ TEST_F(HostileFiles, FlippedBytes)
         const auto bent = folder / ("bent" + file.extension().string());
         for (int round = 0; round < 60; ++round) {
             Bytes bytes = whole;
-            // Half of the rounds hit the headers, where damage leads farthest.
+            // Half of the rounds hit the headers, where damage has the largest effect.
             const std::size_t reach = round % 2 == 0 ? std::min<std::size_t>(bytes.size(), 300) : bytes.size();
             for (int flips = 0; flips < 1 + round % 8; ++flips)
                 bytes[random() % reach] = static_cast<unsigned char>(random());
@@ -159,7 +159,7 @@ TEST_F(HostileFiles, FlippedBytes)
 
 TEST_F(HostileFiles, ProfileWithAnImpossibleCurveGivesFiniteSamples)
 {
-    // All values: near white the curve's are beyond what a float holds, further down LittleCMS limits them.
+    // All values: near white the curve exceeds the range of a float, further down LittleCMS clamps.
     Picture ramp(_Size<int>(256, 12), ColorProfileType::sRGB());
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 256; ++x) {
@@ -170,7 +170,7 @@ TEST_F(HostileFiles, ProfileWithAnImpossibleCurveGivesFiniteSamples)
         const auto file = folder / name;
         writeImage(file, ramp, writeSettingsForPath(file));
         Bytes bytes = readBytes(file);
-        // The exponent of a parametric curve stands 12 bytes behind its name (ICC.1:2022, 10.18): now -32766.
+        // The exponent of a parametric curve is 12 bytes after its name (ICC.1:2022, 10.18): now -32766.
         const std::string curve = "para";
         const auto found = std::search(bytes.begin(), bytes.end(), curve.begin(), curve.end());
         ASSERT_GT(bytes.end() - found, 12) << name;
@@ -199,12 +199,12 @@ TEST_F(HostileFiles, GiganticAttributeOfExrIsRefused)
     Bytes bytes = whole;
     bytes[static_cast<std::size_t>(size) + 3] = 0x40; // little endian: 2^30 + 1
     writeBytes(folder / "huge.exr", bytes);
-    expectRefused(folder / "huge.exr", "an attribute of 1073741825 bytes was announced, the file has only " +
+    expectRefused(folder / "huge.exr", "the file announces an attribute of 1073741825 bytes but has only " +
                                            std::to_string(static_cast<std::ptrdiff_t>(bytes.size()) - size - 4) +
                                            " more");
-    bytes[static_cast<std::size_t>(size) + 3] = 0xFF; // negative for who reads it with a sign
+    bytes[static_cast<std::size_t>(size) + 3] = 0xFF; // negative if read as signed
     writeBytes(folder / "negative.exr", bytes);
-    expectRefused(folder / "negative.exr", "an attribute of 4278190081 bytes was announced");
+    expectRefused(folder / "negative.exr", "the file announces an attribute of 4278190081 bytes");
     EXPECT_FALSE(ImageReader::readMetadata(folder / "negative.exr"));
 }
 
@@ -235,7 +235,7 @@ TEST_F(HostileFiles, GiganticIsRefusedBeforeItCosts)
     EXPECT_FALSE(ImageReader::instance().getThumbnailBySide(folder / "huge.png", 32, true, nullptr, {}));
     setSize(30000);
     writeBytes(folder / "bomb.png", bytes);
-    expectRefused(folder / "bomb.png", "a picture of 30000 x 30000 pixels was announced, the file has only");
+    expectRefused(folder / "bomb.png", "the file announces a picture of 30000 x 30000 pixels but has only");
     EXPECT_LT(MemoryManager::instance().peakBytes(), std::size_t{1} << 20);
 
     Bytes jpeg;
@@ -264,14 +264,14 @@ TEST_F(HostileFiles, GiganticIsRefusedBeforeItCosts)
 TEST_F(HostileFiles, NoPicturesAreRefusedWithAReason)
 {
     expectRefused(folder / "missing.jpg", "No such file");
-    expectRefused(folder.path(), "a folder was found");
+    expectRefused(folder.path(), "found a folder");
     writeBytes(folder / "empty.jpg", {});
-    expectRefused(folder / "empty.jpg", "an empty file was found");
+    expectRefused(folder / "empty.jpg", "found an empty file");
     std::ofstream(folder / "text.jpg") << "hello, this is no picture\n";
     expectRefused(folder / "text.jpg", "it begins with 68 65 6c 6c 6f");
     ASSERT_EQ(::mkfifo((folder / "pipe.jpg").c_str(), 0600), 0);
-    expectRefused(folder / "pipe.jpg", "a pipe or device was found");
-    expectRefused("/dev/zero", "a pipe or device was found");
+    expectRefused(folder / "pipe.jpg", "found a pipe or device");
+    expectRefused("/dev/zero", "found a pipe or device");
     for (const char* const name : {"missing.jpg", "empty.jpg", "text.jpg", "pipe.jpg"}) {
         EXPECT_FALSE(isRawImageFile(folder / name)) << name;
         EXPECT_FALSE(ImageReader::readMetadata(folder / name)) << name;
@@ -290,7 +290,7 @@ TEST_F(HostileFiles, FinishedPicturesAreNotRaw)
 {
     for (const auto& file : makeAll())
         EXPECT_FALSE(isRawImageFile(file)) << file;
-    // A developed TIFF that tells a camera is still no raw file, gray or not.
+    // A developed TIFF that names a camera is still not a raw file, gray or not.
     auto metadata = std::make_shared<ImageMetadata>();
     EmbeddedMetadata blocks;
     blocks.exif = exifBlock({.timeAbove = 1, .timeBelow = 50, .make = "Canon"});
@@ -311,7 +311,7 @@ TEST_F(HostileFiles, FinishedPicturesAreNotRaw)
     }
 }
 
-TEST_F(HostileFiles, PartsThatAreNotThere)
+TEST_F(HostileFiles, MissingPartsAreRefused)
 {
     writeImage(folder / "a.png", *gradient(20, 10, 255), writeSettingsForPath("a.png"));
     const auto open = [&](const std::string& part, int index) {

@@ -13,7 +13,7 @@
 namespace orvo::test {
 namespace {
 
-// Samples of 8 bit come back as n / 255; conversions of a profile to itself change nothing.
+// Samples of 8 bit are read as n / 255; converting a profile to itself changes nothing.
 constexpr double kExact = 1e-6;
 // Quantisation of JPEG at quality 100 on smooth colours, three roundings of 1/255.
 constexpr double kJpeg = 3.5 / 255.0;
@@ -35,7 +35,7 @@ std::shared_ptr<Picture> gray(const Picture& picture)
     return out;
 }
 
-// Where pixel (x, y) of the file of size w x h comes to stand.
+// Where pixel (x, y) of a file of size w x h ends up.
 std::shared_ptr<Picture> turned(const Picture& stored, int orientation)
 {
     const int w = stored.width();
@@ -129,7 +129,7 @@ TEST_F(ImageReaderTest, ReadsProgressiveJpegAndGray)
 
 TEST_F(ImageReaderTest, ReadsInk)
 {
-    // Light as Adobe stores it: 255 minus the ink.
+    // Remaining light as Adobe stores it: 255 minus the ink.
     const Bytes ink = {51, 102, 0, 25};
     const PixelRGB<float> expected = {(1 - 0.2f) * (1 - 25 / 255.0f), (1 - 0.4f) * (1 - 25 / 255.0f), 1 - 25 / 255.0f};
     for (const bool adobe : {false, true}) {
@@ -140,9 +140,9 @@ TEST_F(ImageReaderTest, ReadsInk)
         makeJpeg(folder / "c.jpg", 40, 30, samples, {.channels = 4, .adobe = adobe});
         const auto read = openAsSRGB(folder / "c.jpg");
         ASSERT_TRUE(read) << adobe;
-        const auto wanted = uniform(40, 30, expected.r, expected.g, expected.b);
-        EXPECT_LT(worstDifference(*read, *wanted), kJpeg) << adobe;
-        // Ink has no three channels to be left as they are.
+        const auto reference = uniform(40, 30, expected.r, expected.g, expected.b);
+        EXPECT_LT(worstDifference(*read, *reference), kJpeg) << adobe;
+        // Ink does not have three channels that could stay as they are.
         const auto stored = pixelsOf(openFile(folder / "c.jpg", ImageReaderOpenFlag::None));
         EXPECT_EQ(*stored->colorProfile(), *ColorProfileType::sRGB());
     }
@@ -200,7 +200,7 @@ TEST_F(ImageReaderTest, LaysAlphaOverBlack)
     const auto fifth = uniform(3, 2, 40 / 255.0f, 20 / 255.0f, 10 / 255.0f);
     EXPECT_LT(worstDifference(*openAsSRGB(folder / "u.tif"), *fifth), kExact);
     EXPECT_LT(worstDifference(*openAsSRGB(folder / "u.webp"), *fifth), kExact);
-    EXPECT_LT(worstDifference(*openAsSRGB(folder / "a.tif"), *full), kExact) << "multiplied already";
+    EXPECT_LT(worstDifference(*openAsSRGB(folder / "a.tif"), *full), kExact) << "premultiplied";
     EXPECT_LT(worstDifference(*openAsSRGB(folder / "n.tif"), *full), kExact) << "an unknown fourth sample";
 }
 
@@ -226,7 +226,7 @@ TEST_F(ImageReaderTest, ReadsDeepSamples)
     makeTiff(folder / "64.tif", 41, 23, raw(doubles), {.bits = 64, .floats = true});
     for (const char* const name : {"16.tif", "16p.tif", "64.tif"})
         EXPECT_LT(worstDifference(*openAsSRGB(folder / name), *picture), 1.0 / 65535.0) << name;
-    // Floats keep what is beyond full scale.
+    // Floats keep values beyond full scale.
     makeTiff(folder / "32.tif", 41, 23, raw(floats), {.bits = 32, .floats = true});
     auto stretched = picture->copy({});
     std::memcpy(static_cast<void*>(stretched->data()), floats.data(), floats.size() * sizeof(float));
@@ -284,7 +284,7 @@ TEST_F(ImageReaderTest, ReadsProfiles)
         const auto thumbnail = ImageReader::instance().getThumbnailBySide(folder / name, 10, true, nullptr, {});
         EXPECT_EQ(*thumbnail->colorProfile(), *ColorProfileType::sRGB());
     }
-    // A block of nonsense counts as none.
+    // A garbage block counts as missing.
     makeTiff(folder / "bad.tif", 20, 10, rgb, {.icc = Bytes(300, 7)});
     EXPECT_EQ(*openFile(folder / "bad.tif")->metadata()->fileProfile, *ColorProfileType::sRGB());
 }
@@ -334,9 +334,9 @@ TEST_F(ImageReaderTest, ThumbnailsHaveTheirSide)
     EXPECT_FALSE(ImageReader::instance().getThumbnailBySide(folder / "a.jpg", 0, true, nullptr, {}));
 }
 
-TEST_F(ImageReaderTest, PreviewServesOnlyWhereItFits)
+TEST_F(ImageReaderTest, PreviewIsUsedOnlyWhereItFits)
 {
-    // A red preview in a gradient: whoever uses it is seen.
+    // A red preview in a gradient shows whether it was used.
     makeJpeg(folder / "small.jpg", 160, 107, bytesOf(*uniform(160, 107, 1, 0, 0)), {});
     makeJpeg(folder / "bars.jpg", 160, 120, bytesOf(*uniform(160, 120, 1, 0, 0)), {});
     const auto isRed = [&](int side) {
@@ -345,7 +345,7 @@ TEST_F(ImageReaderTest, PreviewServesOnlyWhereItFits)
     };
     const auto picture = gradient(600, 400, 255);
     const auto withPreview = [&](const char* preview) {
-        // A second directory that points at the preview, appended by hand to a block with one entry.
+        // Appends a second directory that points at the preview to a block with one entry.
         const Bytes jpeg = readBytes(folder / preview);
         Bytes block = {'I', 'I', 42, 0, 8, 0, 0, 0};
         const auto put = [&block](std::uint32_t value, int bytes) {
@@ -388,7 +388,7 @@ TEST_F(ImageReaderTest, ReadsExposure)
     EXPECT_FLOAT_EQ(full->aperture, 5.6f);
     EXPECT_FLOAT_EQ(full->isoSpeed, 400.0f);
     EXPECT_FLOAT_EQ(full->exposureBias, -2.0f / 3.0f);
-    EXPECT_EQ(full->exposureOffset, 0.0f) << "the bias is in the numbers already";
+    EXPECT_EQ(full->exposureOffset, 0.0f) << "the numbers already include the bias";
     EXPECT_EQ(full->cameraMake, "Maker");
     const double middle = std::log2((std::pow((128 / 255.0 + 0.055) / 1.055, 2.4)));
     const auto zero = read({.timeAbove = 1,
@@ -402,10 +402,10 @@ TEST_F(ImageReaderTest, ReadsExposure)
     EXPECT_EQ(zero->shutterSeconds, 0.0f);
     EXPECT_EQ(zero->aperture, 0.0f);
     EXPECT_EQ(zero->exposureBias, 0.0f);
-    EXPECT_NEAR(zero->exposureOffset, middle, 0.03) << "measured, since the numbers are broken";
+    EXPECT_NEAR(zero->exposureOffset, middle, 0.03) << "measured, because the numbers are broken";
     const auto partly = read({.timeAbove = 1, .timeBelow = 250, .hasBias = true, .biasAbove = 2, .biasBelow = 1});
     EXPECT_FLOAT_EQ(partly->exposureBias, 2.0f);
-    EXPECT_NEAR(partly->exposureOffset, middle, 0.03) << "what is measured goes before the bias";
+    EXPECT_NEAR(partly->exposureOffset, middle, 0.03) << "the measurement takes precedence over the bias";
 }
 
 TEST_F(ImageReaderTest, MeasuresBrightnessWithoutExif)

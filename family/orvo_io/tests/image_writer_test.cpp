@@ -43,7 +43,7 @@ TEST_F(ImageWriterTest, RoundTrips)
         int bits;
         double tolerance;
     };
-    // Half a step of the samples, and what floats add to it.
+    // Half a quantisation step, plus the error of floats.
     const double kHalf8 = 0.5 / 255 + 1e-6;
     const double kHalf16 = 0.5 / 65535 + 1e-6;
     for (const _Size<int> size : {_Size<int>(1, 1), _Size<int>(1, 9), _Size<int>(333, 5), _Size<int>(130, 97)}) {
@@ -62,7 +62,7 @@ TEST_F(ImageWriterTest, RoundTrips)
     }
 }
 
-TEST_F(ImageWriterTest, ConvertsToTheWantedProfileAndEmbedsIt)
+TEST_F(ImageWriterTest, ConvertsToTheRequestedProfileAndEmbedsIt)
 {
     auto picture = uniform(30, 20, 0.3f, 0.6f, 0.4f);
     picture->convertTo(ColorProfileType::melissaRGB());
@@ -78,7 +78,7 @@ TEST_F(ImageWriterTest, ConvertsToTheWantedProfileAndEmbedsIt)
         }
 }
 
-TEST_F(ImageWriterTest, RoundsAndLimits)
+TEST_F(ImageWriterTest, RoundsAndClamps)
 {
     auto picture = uniform(4, 1, 0.0f, 0.0f, 0.0f);
     picture->row(0)[0] = {-1.0f, 2.0f, std::numeric_limits<float>::quiet_NaN()};
@@ -98,7 +98,7 @@ TEST_F(ImageWriterTest, RoundsAndLimits)
     at(2, 255, 255, 128);
 }
 
-TEST_F(ImageWriterTest, ExrKeepsWhatIsBeyond)
+TEST_F(ImageWriterTest, ExrKeepsValuesBeyondTheRange)
 {
     auto picture = uniform(8, 4, 4.0f, -0.5f, 0.25f);
     picture->setColorProfile(ColorProfileType::linearSRGB());
@@ -182,7 +182,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
         EXPECT_EQ(other->xmpData()["Xmp.tiff.Orientation"].toString(), "1") << name;
         EXPECT_EQ(other->iptcData()["Iptc.Application2.Caption"].toString(), "a caption") << name;
 
-        // And on into the next file.
+        // Copied once more, into the next file.
         ImageWriteSettings next = writeSettingsForPath("again.jpg");
         next.metadata = read;
         writeImage(folder / "again.jpg", *picture, next);
@@ -193,7 +193,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
     }
 }
 
-TEST_F(ImageWriterTest, MetadataOfNonsenseIsLeftOut)
+TEST_F(ImageWriterTest, GarbageMetadataIsLeftOut)
 {
     auto metadata = std::make_shared<ImageMetadata>();
     EmbeddedMetadata blocks;
@@ -234,7 +234,7 @@ TEST_F(ImageWriterTest, FailuresNameFileAndCause)
 
 TEST_F(ImageWriterTest, PartlyWrittenFileIsRemoved)
 {
-    // A limit on the size of files stands for a disk that fills up half way.
+    // A limit on the size of files simulates a disk that fills up half way.
     auto picture = gradient(400, 300);
     std::mt19937 random(2); // noise, so that every format needs more than the limit
     for (std::size_t i = 0; i < picture->pixelCount(); ++i)
@@ -259,10 +259,10 @@ TEST_F(ImageWriterTest, CancelRemovesTheFile)
     const auto picture = gradient(200, 300);
     for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
         ImageWriteSettings settings = writeSettingsForPath(name);
-        int asked = 0;
-        settings.cancel = [&asked] { return ++asked > 3; };
+        int polls = 0;
+        settings.cancel = [&polls] { return ++polls > 3; };
         EXPECT_FALSE(writeImage(folder / name, *picture, settings)) << name;
-        EXPECT_EQ(asked, 4) << name;
+        EXPECT_EQ(polls, 4) << name;
         EXPECT_FALSE(std::filesystem::exists(folder / name)) << name;
     }
 }

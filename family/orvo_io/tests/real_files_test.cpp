@@ -1,4 +1,4 @@
-// Pictures of real cameras, from the folder that ORVO_TEST_DATA names.
+// Pictures of real cameras, from the folder named by ORVO_TEST_DATA.
 #include "test_files.hpp"
 
 #include <orvo_logger/log_capture.hpp>
@@ -56,23 +56,34 @@ TEST_F(RealFiles, EverySetOpens)
             }
 }
 
-TEST_F(RealFiles, BracketTellsItsExposures)
+TEST_F(RealFiles, APngTakesTheIncorrectSRGBProfileOfACamera)
+{
+    const auto image = openFile(testData() / "panorama" / "ledge_vertical" / "ledge_1.jpg");
+    ASSERT_TRUE(image);
+    const auto path = folder.path() / "ledge.png";
+    ImageWriteSettings settings = writeSettingsForPath(path);
+    settings.profile = image->metadata()->fileProfile;
+    ASSERT_NO_THROW(writeImage(path, *image->imageData({}, {}, true), settings));
+    ASSERT_TRUE(openFile(path));
+}
+
+TEST_F(RealFiles, BracketReportsItsExposures)
 {
     const auto set = testData() / "brackets" / "building_iso";
-    std::vector<std::pair<float, float>> told;
+    std::vector<std::pair<float, float>> exposures;
     for (const auto& entry : std::filesystem::directory_iterator(set)) {
         if (entry.path().extension() != ".JPG")
             continue;
         const auto m = ImageReader::readMetadata(entry.path());
         ASSERT_TRUE(m->hasExposure()) << entry.path();
         EXPECT_EQ(m->exposureOffset, 0.0f);
-        told.emplace_back(m->shutterSeconds * m->isoSpeed, m->exposureBias);
+        exposures.emplace_back(m->shutterSeconds * m->isoSpeed, m->exposureBias);
     }
-    ASSERT_EQ(told.size(), 5u);
-    std::sort(told.begin(), told.end());
-    EXPECT_NEAR(told.front().first, 2.0f, 0.01f);
-    EXPECT_NEAR(told.back().first, 40.0f, 0.1f);
-    EXPECT_FLOAT_EQ(told.back().second, 2.0f);
+    ASSERT_EQ(exposures.size(), 5u);
+    std::sort(exposures.begin(), exposures.end());
+    EXPECT_NEAR(exposures.front().first, 2.0f, 0.01f);
+    EXPECT_NEAR(exposures.back().first, 40.0f, 0.1f);
+    EXPECT_FLOAT_EQ(exposures.back().second, 2.0f);
 }
 
 TEST_F(RealFiles, OrientationSix)
@@ -88,7 +99,7 @@ TEST_F(RealFiles, OrientationSix)
 
 TEST_F(RealFiles, DisplayP3IsWider)
 {
-    // The two files hold the same samples; only the profile tells them apart.
+    // The two files have the same samples and differ only in the profile.
     const auto set = testData() / "single" / "p3_vs_srgb";
     const auto wide = openFile(set / "iceland_p3.jpg", ImageReaderOpenFlag::Bracket, ColorProfileType::sRGB());
     const auto plain = openAsSRGB(set / "iceland_srgb.jpg");
@@ -134,16 +145,16 @@ TEST_F(RealFiles, RawIsLinearAndOnACommonScale)
         EXPECT_EQ(*pixelsOf(image)->colorProfile(), *ColorProfileType::linearMelissaRGB());
         ASSERT_TRUE(image->getAdditionalRawMetadata());
         EXPECT_GE(image->getAdditionalRawMetadata()->getAutoDetectedTone(), 0.0f);
-        // A dark part, which clips in none of the frames.
+        // A dark part that clips in none of the frames.
         means.push_back(meanLuminance(*pixelsOf(image), {700, 500, 150, 100}));
-        // What is clipped throughout is neutral and at least 1.
+        // Pixels clipped in all channels are neutral and at least 1.
         if (std::string(name) == "building_3.dng") {
             int clipped = 0;
             const auto picture = pixelsOf(image);
             for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
                 const auto& p = picture->data()[i];
                 if (std::min({p.r, p.g, p.b}) < 2.8f)
-                    continue; // the largest multiplier is 2.83; below, pixels at edges are clipped in part
+                    continue; // the largest multiplier is 2.83; below it, pixels at edges are partly clipped
                 ++clipped;
                 EXPECT_NEAR(p.r / p.g, 1.0f, 0.02f);
                 EXPECT_NEAR(p.b / p.g, 1.0f, 0.02f);
@@ -173,13 +184,13 @@ TEST_F(RealFiles, RawOfAllKinds)
         ASSERT_TRUE(thumbnail) << name;
         EXPECT_EQ(thumbnail->width(), 64);
     }
-    const auto told = ImageReader::readMetadata(testData() / "raw/canon_linear/canon_eos_6d.dng");
-    EXPECT_TRUE(told->hasExposure());
-    EXPECT_FLOAT_EQ(told->exposureOffset, told->baselineExposure);
-    EXPECT_FLOAT_EQ(told->baselineExposure, 0.25f);
-    const auto untold = ImageReader::readMetadata(testData() / "raw/colorchart/colorchart.dng");
-    EXPECT_FALSE(untold->hasExposure());
-    EXPECT_NEAR(untold->exposureOffset,
+    const auto metadata = ImageReader::readMetadata(testData() / "raw/canon_linear/canon_eos_6d.dng");
+    EXPECT_TRUE(metadata->hasExposure());
+    EXPECT_FLOAT_EQ(metadata->exposureOffset, metadata->baselineExposure);
+    EXPECT_FLOAT_EQ(metadata->baselineExposure, 0.25f);
+    const auto withoutExposure = ImageReader::readMetadata(testData() / "raw/colorchart/colorchart.dng");
+    EXPECT_FALSE(withoutExposure->hasExposure());
+    EXPECT_NEAR(withoutExposure->exposureOffset,
                 openFile(testData() / "raw/colorchart/colorchart.dng")->metadata()->exposureOffset, 0.1);
 }
 

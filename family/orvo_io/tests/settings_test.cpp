@@ -24,7 +24,7 @@ TEST(SettingsTest, KeepsValuesByType)
     EXPECT_EQ(settings.get<std::string>("name", ""), "text");
     EXPECT_EQ(settings.get<double>("half", 0.0), 0.5);
     EXPECT_EQ(settings.get<double>("a.b", 0.0), 3.0) << "an integer is a number";
-    EXPECT_FALSE(settings.get<bool>("a.b", false)) << "but no truth value";
+    EXPECT_FALSE(settings.get<bool>("a.b", false)) << "but not a boolean";
     EXPECT_EQ(settings.get<int>("half", 9), 9);
     settings.remove("a.b");
     EXPECT_EQ(settings.get<int>("a.b", 7), 7);
@@ -75,7 +75,7 @@ TEST(SettingsTest, RefusesTooManyLevels)
     for (int level = 1; level < 64; ++level)
         key += ".a";
     EXPECT_EQ(settings.get<int>(key, 0), 1);
-    // The last ones would use up the stack of any thread.
+    // The last ones would overflow the stack of any thread.
     const std::string texts[] = {nested(65, R"({"a":)", "}"), R"({"a":)" + nested(64, "[", "]") + '}',
                                  nested(100'000, R"({"a":)", "}"), R"({"a":)" + nested(100'000, "[", "]") + '}'};
     for (const std::string& text : texts) {
@@ -85,7 +85,7 @@ TEST(SettingsTest, RefusesTooManyLevels)
             ADD_FAILURE() << text.substr(0, 40);
         } catch (const std::runtime_error& error) {
             EXPECT_EQ(error.what(), "Settings::load: " + (folder / "deep.json").string() +
-                                        ": at most 64 levels were expected, more were found");
+                                        ": expected at most 64 levels, found more");
         }
     }
 }

@@ -18,20 +18,6 @@
 
 namespace orvo::test {
 
-TemporaryFolder::TemporaryFolder()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "orvo_io_XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr)
-        throw std::runtime_error("no temporary folder");
-    root = name;
-}
-
-TemporaryFolder::~TemporaryFolder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(root, ignored);
-}
-
 std::shared_ptr<Picture> gradient(int width, int height, int steps)
 {
     auto picture = std::make_shared<Picture>(_Size<int>(width, height), ColorProfileType::sRGB());

@@ -1,5 +1,7 @@
-// Picture files made for the tests, straight with the codec libraries where our own writer has no such kind.
+// Picture files for the tests, written directly with the codec libraries where our own writer lacks a kind.
 #pragma once
+
+#include "support/temporary_folder.hpp"
 
 #include <orvo_core/image.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -17,32 +19,17 @@ namespace orvo::test {
 using Picture = _ImageData<PixelRGB<float>>;
 using Bytes = std::vector<unsigned char>;
 
-// A folder of its own, removed with everything in it.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return root / name; }
-    [[nodiscard]] const std::filesystem::path& path() const { return root; }
-
-private:
-    std::filesystem::path root;
-};
-
 // Smooth colours with a distinct value at each corner, in sRGB, multiples of 1/255 if `steps`.
 std::shared_ptr<Picture> gradient(int width, int height, int steps = 0);
 std::shared_ptr<Picture> uniform(int width, int height, float r, float g, float b);
 
-// Largest difference of a sample, told with its place; NaN counts as infinite.
+// Largest difference of a sample, reported with its position; NaN counts as infinite.
 double worstDifference(const Picture& a, const Picture& b);
 
 Bytes readBytes(const std::filesystem::path& path);
 void writeBytes(const std::filesystem::path& path, const Bytes& bytes);
 
-// EXIF blocks. Zero numbers leave the tag out.
+// EXIF blocks. A zero leaves the tag out.
 struct ExifTags
 {
     int orientation = 0;
@@ -68,7 +55,7 @@ struct JpegKind
 };
 void makeJpeg(const std::filesystem::path& path, int width, int height, const Bytes& samples, const JpegKind& kind);
 
-// PNG by libpng. `samples`: rows as the format has them, 16 bit big endian.
+// PNG by libpng. `samples`: rows as the format stores them, 16 bit big endian.
 struct PngKind
 {
     int colorType = 2; // as in the header chunk
@@ -96,7 +83,7 @@ struct TiffKind
 };
 void makeTiff(const std::filesystem::path& path, int width, int height, const Bytes& samples, const TiffKind& kind);
 
-// WebP without loss, from RGBA; `exif` may be empty.
+// Lossless WebP from RGBA; `exif` may be empty.
 void makeWebP(const std::filesystem::path& path, int width, int height, const Bytes& rgba);
 
 // Opens as the bracket operations do.
@@ -104,7 +91,7 @@ std::shared_ptr<Image> openFile(const std::filesystem::path& path,
                                 ImageReaderOpenFlag flags = ImageReaderOpenFlag::Bracket,
                                 std::shared_ptr<ColorProfile> profile = nullptr);
 std::shared_ptr<Picture> pixelsOf(const std::shared_ptr<Image>& image);
-// Opened, as sRGB.
+// Opens and converts to sRGB.
 std::shared_ptr<Picture> openAsSRGB(const std::filesystem::path& path,
                                     ImageReaderOpenFlag flags = ImageReaderOpenFlag::Bracket);
 

@@ -1,3 +1,4 @@
+#include <orvo_common/failure.hpp>
 #include <orvo_common/text.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -21,7 +22,7 @@ struct Outputs
 
 Outputs& outputs()
 {
-    // Never destroyed: objects of static life may still log while the program ends.
+    // Never destroyed: static objects may still log while the program ends.
     static auto* const all = new Outputs;
     return *all;
 }
@@ -83,13 +84,13 @@ void LOG(const logstream& stream) noexcept
 {
     try {
         Outputs& all = outputs();
-        // Held while the sinks run, so that lines keep one order everywhere and a dropped sink is never called again.
+        // Locked while the sinks run, so that lines have one order everywhere and a dropped sink is never called again.
         const std::lock_guard lock(all.mutex);
         if (all.file)
             all.file->log(levelOf(stream.type()), stream.text());
         for (const auto& sink : all.sinks)
             (*sink)(stream);
-    } catch (...) { // NOLINT(bugprone-empty-catch): see the promise in the header
+    } catch (...) { // NOLINT(bugprone-empty-catch): the header promises not to throw
     }
 }
 
@@ -130,8 +131,17 @@ void logErrorMessage(const std::string& text) noexcept
 {
     try {
         LOG(__orvolog() << LogMessageType::Error << text);
+    } catch (...) { // NOLINT(bugprone-empty-catch): out of memory for a log line
+    }
+}
+
+void logWarning(const std::string& text) noexcept
+{
+    try {
+        LOG(__orvolog() << LogMessageType::Warning << text);
     } catch (...) { // NOLINT(bugprone-empty-catch): no memory for a log line
     }
+    keepWarning(text);
 }
 
 } // namespace details

@@ -1,8 +1,9 @@
+#include "support/temporary_folder.hpp"
+
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -14,17 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
-
-struct ScratchFolder
-{
-    std::filesystem::path path;
-    ScratchFolder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "orvo_log_XXXXXX").string();
-        path = mkdtemp(name.data());
-    }
-    ~ScratchFolder() { std::filesystem::remove_all(path); }
-};
 
 std::string contents(const std::filesystem::path& path)
 {
@@ -72,12 +62,12 @@ TEST(LogStream, MarksReachTheSink)
 
 TEST(LogStream, AFolderGetsTheFamilysFileName)
 {
-    const ScratchFolder folder;
-    setLogFile(folder.path);
+    const orvo::test::TemporaryFolder folder;
+    setLogFile(folder.path());
     LOG(__orvolog() << LogMessageType::Error << "to disk");
     setLogFile({});
     LOG(__orvolog() << "after closing");
-    const std::string text = contents(folder.path / "log_orvo.txt");
+    const std::string text = contents(folder.path() / "log_orvo.txt");
     EXPECT_THAT(text, HasSubstr("error: to disk\n"));
     EXPECT_THAT(text, testing::Not(HasSubstr("after closing")));
 }
@@ -94,8 +84,8 @@ TEST(LogStream, AFileThatCannotBeOpenedIsNamed)
 
 TEST(LogStream, LinesOfManyThreadsStayWhole)
 {
-    const ScratchFolder folder;
-    setLogFile(folder.path / "many.txt");
+    const orvo::test::TemporaryFolder folder;
+    setLogFile(folder.path() / "many.txt");
     const LogCapture capture;
     const std::string longText(300, 'x');
     std::vector<std::thread> threads;
@@ -110,14 +100,14 @@ TEST(LogStream, LinesOfManyThreadsStayWhole)
     ASSERT_EQ(capture.lines().size(), 200u);
     for (const auto& line : capture.lines())
         ASSERT_EQ(line.text, longText);
-    std::istringstream file(contents(folder.path / "many.txt"));
+    std::istringstream file(contents(folder.path() / "many.txt"));
     int count = 0;
     for (std::string line; std::getline(file, line); ++count)
         ASSERT_TRUE(line.ends_with("info: " + longText));
     EXPECT_EQ(count, 200);
 }
 
-TEST(LogStream, ADroppedSinkHearsNothing)
+TEST(LogStream, ADroppedSinkReceivesNothing)
 {
     int heard = 0;
     auto sink = addLogSink([&](const logstream&) { ++heard; });

@@ -1,4 +1,4 @@
-/// Exposure brackets with all that is true of them.
+/// Exposure brackets with their ground truth.
 #pragma once
 
 #include <scenes/camera.hpp>
@@ -8,19 +8,19 @@
 
 namespace orvo::scenes {
 
-/// What a bracket is to be. Lists per frame are empty or have as many entries as `evs`.
+/// Describes a bracket. Lists per frame are empty or have as many entries as `evs`.
 struct BracketRecipe
 {
     SceneSettings scene;
-    std::vector<double> evs{-2.0, 0.0, 2.0}; ///< of each frame, in the order of the shots, against `base`
-    ExposureSettings base;                   ///< the shutter time changes by the EV, the rest stays
+    std::vector<double> evs{-2.0, 0.0, 2.0}; ///< of each frame, in the order of the shots, relative to `base`
+    ExposureSettings base;                   ///< the EV changes the shutter time only
     CameraSettings camera;
     std::vector<CameraView> views;          ///< empty: a tripod
-    std::vector<SubjectPlacement> subjects; ///< empty: nobody walks by
-    std::uint64_t noiseSeed = 1;            ///< each frame draws noise of its own from it
+    std::vector<SubjectPlacement> subjects; ///< empty: no walker
+    std::uint64_t noiseSeed = 1;            ///< each frame derives its own noise from it
 };
 
-/// One frame and its truth.
+/// One frame and its ground truth.
 struct Frame
 {
     std::shared_ptr<Picture> picture; ///< encoded values
@@ -30,14 +30,14 @@ struct Frame
     std::shared_ptr<MaskImage> subject; ///< coverage by the walker; empty if the bracket has none
 };
 
-/// Frames are made when asked for, so a bracket holds the scene only. Immutable, usable from any thread.
+/// Creates frames on request, so a bracket only stores the scene. Immutable, usable from any thread.
 class Bracket
 {
 public:
-    /// Throws std::invalid_argument that names the field if lists of the recipe do not fit its EVs, or as
+    /// Throws std::invalid_argument that names the field if lists of the recipe do not match its EVs, or as
     /// RadianceScene does.
     explicit Bracket(const BracketRecipe& recipe);
-    /// In a scene that is there already; recipe.scene is not looked at.
+    /// Uses an existing scene; ignores recipe.scene.
     Bracket(const BracketRecipe& recipe, std::shared_ptr<const RadianceScene> scene);
 
     [[nodiscard]] const RadianceScene& scene() const { return *place; }
@@ -48,7 +48,7 @@ public:
     /// Throws std::out_of_range.
     [[nodiscard]] Frame frame(std::size_t index) const;
     [[nodiscard]] std::vector<Frame> frames() const;
-    /// Maps pixels of frame `source` to those of frame `target`, for what does not move. Throws std::out_of_range.
+    /// Maps pixels of frame `source` to those of frame `target`, for static parts. Throws std::out_of_range.
     [[nodiscard]] Homography frameFromFrame(std::size_t target, std::size_t source) const;
     /// The light that frame `index` sees: seenRadiance(). Without the walker on request: the room behind.
     [[nodiscard]] std::shared_ptr<Picture> radiance(std::size_t index, bool withSubject) const;

@@ -1,4 +1,4 @@
-/// Brackets as files of a camera.
+/// Brackets as camera files.
 #pragma once
 
 #include <scenes/bracket.hpp>
@@ -24,8 +24,8 @@ struct BracketFileSettings
     std::string prefix = "frame"; ///< files are prefix_0.jpg, prefix_1.jpg, ...
 };
 
-/// Writes frame `index` of `bracket` into `folder`, which must be there. The EXIF exposure is the shot's, the bias its
-/// EV against the default exposure. Returns the file's path. Throws as writeImage() and writeDng() do,
+/// Writes frame `index` of `bracket` into `folder`, which must exist. The EXIF exposure is the shot's, the bias its EV
+/// relative to the default exposure. Returns the file's path. Throws as writeImage() and writeDng() do,
 /// std::out_of_range. Peak: one frame.
 std::filesystem::path writeFrame(const Bracket& bracket, std::size_t index, const std::filesystem::path& folder,
                                  const BracketFileSettings& settings);

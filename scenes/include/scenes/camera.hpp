@@ -25,21 +25,21 @@ struct ExposureSettings
 
 /// log2 of the gain from radiance to full scale: log2(time * ISO / aperture^2), 0 for the default exposure.
 [[nodiscard]] double exposureValue(const ExposureSettings& exposure);
-/// `base` at `ev` stops more light, by its shutter time alone.
+/// `base` with `ev` stops more light, by shutter time only.
 [[nodiscard]] ExposureSettings exposedBy(const ExposureSettings& base, double ev);
 
-/// How linear light becomes the value that a file holds, 0..1 to 0..1, strictly rising.
+/// Maps linear light to the value in a file, 0..1 to 0..1, strictly increasing.
 enum class ResponseCurve
 {
     Linear,
     Srgb,   ///< IEC 61966-2-1
-    Filmic, ///< sRGB with an S over it, as cameras draw their JPEGs: a soft toe and shoulder, steeper mid-tones
+    Filmic, ///< sRGB with an S-curve on top, as in camera JPEGs: a soft toe and shoulder, steeper mid-tones
 };
 /// `linear` below 0 counts as 0, above 1 as 1.
 [[nodiscard]] float encoded(ResponseCurve curve, float linear);
 [[nodiscard]] float decoded(ResponseCurve curve, float value);
 
-/// Noise of a sensor. At ISO s a channel holds full well * 100 / s electrons at full scale; its noise in electrons has
+/// Noise of a sensor. At ISO s a channel has full well * 100 / s electrons at full scale; its noise in electrons has
 /// the variance electrons + readNoise^2. Drawn per pixel and channel from a counter-based generator as a sum of eight
 /// uniform numbers, which is a normal distribution out to 4.9 standard deviations.
 struct SensorNoise
@@ -54,22 +54,22 @@ struct CameraSettings
     std::optional<SensorNoise> noise; ///< empty: none
 };
 
-/// Where a camera in the hand points, against one on a tripod.
+/// The view of a hand-held camera relative to one on a tripod.
 struct CameraView
 {
     double rotationDegrees = 0.0; ///< about the middle of the frame, clockwise as seen in the scene
-    double shiftX = 0.0;          ///< scene pixels by which the frame's middle lies to the right
-    double shiftY = 0.0;          ///< ... lies lower
+    double shiftX = 0.0;          ///< scene pixels by which the frame's middle is further right
+    double shiftY = 0.0;          ///< ... further down
     double zoom = 1.0;            ///< above 1: the frame shows less of the scene
     double keystoneX = 0.0;       ///< change of scale from the middle to the right edge, 0.01 is 1 percent
     double keystoneY = 0.0;       ///< ... to the lower edge
 };
 
-/// The exact map from a frame's pixels to the scene's, both of `size`; pixel centres at whole numbers.
+/// The exact map from a frame's pixels to the scene's, both of `size`; pixel centres at integers.
 [[nodiscard]] Homography sceneFromFrame(const CameraView& view, _Size<int> size);
 
 /// Views of an unsteady hand. Each value of `amplitude` is the largest deviation (of zoom: from 1); the view number
-/// `steady` is left as on the tripod. The same seed gives the same views.
+/// `steady` stays as on the tripod. The same seed gives the same views.
 [[nodiscard]] std::vector<CameraView> handShake(std::size_t count, std::size_t steady, const CameraView& amplitude,
                                                 std::uint64_t seed);
 
@@ -78,7 +78,7 @@ struct Shot
 {
     ExposureSettings exposure;
     CameraView view;
-    std::optional<SubjectPlacement> subject; ///< empty: nobody is there
+    std::optional<SubjectPlacement> subject; ///< empty: no walker
     std::uint64_t noiseSeed = 1;
 };
 
@@ -86,8 +86,8 @@ struct Shot
 [[nodiscard]] std::shared_ptr<Picture> seenRadiance(const RadianceScene& scene, const Shot& shot);
 /// The share of each frame pixel that the walker covers; all 0 without one. Peak: the result.
 [[nodiscard]] std::shared_ptr<MaskImage> subjectMask(const RadianceScene& scene, const Shot& shot);
-/// What the camera makes of it: encoded values 0..1, not quantised. The profile is linearSRGB() for a linear response,
-/// else sRGB(), as a camera tags its files whatever curve it draws. Peak: the result.
+/// The camera's picture: encoded values 0..1, not quantised. The profile is linearSRGB() for a linear response, else
+/// sRGB(), as cameras tag their files whatever their curve. Peak: the result.
 [[nodiscard]] std::shared_ptr<Picture> takePicture(const RadianceScene& scene, const CameraSettings& camera,
                                                    const Shot& shot);
 

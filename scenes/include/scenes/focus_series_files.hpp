@@ -1,4 +1,4 @@
-/// Focus series as files of a camera.
+/// Focus series as camera files.
 #pragma once
 
 #include <scenes/focus_series.hpp>
@@ -23,7 +23,7 @@ struct FocusFileSettings
     std::string prefix = "focus"; ///< files are prefix_0.jpg, prefix_1.jpg, ...
 };
 
-/// Writes frame `index` of `series` into `folder`, which must be there, in sRGB. The EXIF exposure is the same for all
+/// Writes frame `index` of `series` into `folder`, which must exist, in sRGB. The EXIF exposure is the same for all
 /// frames; the subject distance is the frame's focus. Returns the file's path. Throws as writeImage() does,
 /// std::out_of_range. Peak: as FocusSeries::frame().
 std::filesystem::path writeFocusFrame(const FocusSeries& series, int index, const std::filesystem::path& folder,

@@ -7,8 +7,8 @@
 
 namespace orvo::scenes {
 
-/// A 3x3 matrix, row by row, that maps a point (x, y, 1). Pixel centres lie at whole numbers: (0, 0) is the centre of
-/// the top left pixel. Named targetFromSource, so that a chain reads outFromIn = outFromMid * midFromIn.
+/// A 3x3 row-major matrix that maps a point (x, y, 1). Pixel centres are at integers: (0, 0) is the centre of the top
+/// left pixel. Named targetFromSource, so that a chain reads outFromIn = outFromMid * midFromIn.
 using Homography = std::array<double, 9>;
 
 inline constexpr Homography kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1};

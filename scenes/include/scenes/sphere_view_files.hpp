@@ -1,4 +1,4 @@
-/// Views of a sphere scene as files of a camera.
+/// Views of a sphere scene as camera files.
 #pragma once
 
 #include <scenes/sphere_scene.hpp>
@@ -15,9 +15,9 @@ struct SphereFileSettings
     std::uint64_t noiseSeed = 1;
 };
 
-/// Writes what a camera sees of `scene` to `path`, in sRGB; the format goes by the ending of the name. EXIF tells an
-/// exposure time by the view's EV, and the focal length as if the picture were 36 mm wide. Throws as
-/// writeSettingsForPath() and writeImage() do. Peak: the picture in floats.
+/// Writes a camera's picture of `scene` to `path`, in sRGB, in the format of its extension. EXIF has an exposure time
+/// for the view's EV, and the focal length as if the picture were 36 mm wide. Throws as writeSettingsForPath() and
+/// writeImage() do. Peak: the picture in floats.
 void writeSphereView(const SphereScene& scene, const SphereView& view, const std::filesystem::path& path,
                      const SphereFileSettings& settings = {});
 

@@ -12,7 +12,7 @@ namespace orvo::jobs {
 class BesideFile
 {
 public:
-    /// Throws JobError (Failed) that names the target, its folder and the cause if no file can be made in it.
+    /// Throws FailureError that names the target, its folder and the cause if no file can be made in it.
     explicit BesideFile(const std::filesystem::path& target);
     ~BesideFile();
     BesideFile(const BesideFile&) = delete;
@@ -22,7 +22,7 @@ public:
     [[nodiscard]] const std::filesystem::path& path() const { return beside; }
 
     /// Puts the file in the place of the target in one step, replacing a file that is there and keeping its
-    /// permissions. Throws JobError (Failed) that names the target and the cause.
+    /// permissions. Throws FailureError that names the target and the cause.
     void commit();
 
 private:

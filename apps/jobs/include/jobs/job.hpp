@@ -2,14 +2,16 @@
 ///
 /// A job is one whole piece of work on files. It runs on the caller's thread, lets no exception out, prints nothing,
 /// and leaves no half-written file whatever ends it. Its answer holds an outcome and, unless it is done, one line for
-/// people that names the file, what was expected and what was found. Reasons are taken from the log of the process
-/// while the job runs, so of two jobs at one time each may tell a warning of the other.
+/// users that names the file, what was expected and what was found. Jobs may run in several threads at a time.
 #pragma once
+
+#include <orvo_extensions/failure.hpp>
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -76,16 +78,18 @@ struct JobResult
 {
     JobOutcome outcome = JobOutcome::Failed;
     std::string message; ///< one line, without a full stop; empty if done
+    /// What `message` is made of, where the job failed or was cancelled.
+    std::optional<Failure> failure;
 
     [[nodiscard]] bool done() const { return outcome == JobOutcome::Done; }
 };
 
-/// How the insides of a job end it. No job lets it out.
-class JobError : public std::runtime_error
+/// A request that contradicts itself. How the insides of a job refuse it; any other end of a job is a FailureError, or
+/// an exception of a library. No job lets them out.
+class JobRefusal : public std::runtime_error
 {
 public:
-    JobError(JobOutcome outcome_, const std::string& message) : std::runtime_error(message), outcome(outcome_) {}
-    const JobOutcome outcome;
+    using std::runtime_error::runtime_error;
 };
 
 } // namespace orvo::jobs

@@ -10,13 +10,13 @@
 
 namespace orvo {
 
-/// EV of one frame by its metadata: log2(time * ISO / 100 / aperture^2) + exposure offset. The bias that a camera
-/// writes is already in time, aperture and ISO. Without exposure data it is the exposure offset alone, which the
-/// reader sets from the brightness of the picture. Without metadata 0.
+/// EV of one frame from its metadata: log2(time * ISO / 100 / aperture^2) + exposure offset. The camera's bias is
+/// already part of time, aperture and ISO. Without exposure data it is the exposure offset alone, which the reader
+/// derives from the brightness of the picture. Without metadata 0.
 [[nodiscard]] ORVO_EXPORT float exposureValue(const ImageMetadata* metadata);
 
-/// Fills `ev` of each frame, shifted so that the middle frame has 0, and sorts by rising `ev`; frames of equal EV keep
-/// their order. Frame: a record with `ev` and `metadata`, such as HDRFrame.
+/// Fills `ev` of each frame, shifted so that the middle frame has 0, and sorts by increasing `ev`; frames of equal EV
+/// keep their order. Frame: a record with `ev` and `metadata`, such as HDRFrame.
 template <typename Frame>
 void fillEVsAndSort(std::vector<Frame>& frames)
 {

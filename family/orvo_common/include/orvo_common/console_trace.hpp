@@ -1,4 +1,4 @@
-/// The developer's trace on standard output, apart from the log.
+/// The developer's trace on standard output, separate from the log.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -8,8 +8,8 @@
 
 namespace grfx {
 
-/// Guards what is written to std::cout for developers. `quiet` is its first byte; a piece is written only while it is
-/// zero, and it is read again before each piece. Quiet at the start: a library does not talk on its host's output.
+/// Guards developer output to std::cout. `quiet` is its first byte; each piece is written only while it is zero, and it
+/// is read again before each piece. Initially quiet: a library does not write to its host's output.
 struct ORVO_EXPORT ConsoleTrace
 {
     std::atomic<unsigned char> quiet{1};

@@ -1,4 +1,4 @@
-/// Marks what the shared library offers; everything else stays hidden inside it.
+/// Marks the symbols that the shared library exports; all others stay hidden.
 #pragma once
 
 #define ORVO_EXPORT __attribute__((visibility("default")))

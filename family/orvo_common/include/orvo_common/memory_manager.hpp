@@ -9,9 +9,9 @@
 
 namespace orvo {
 
-/// Hands out 64-byte aligned planes and keeps freed ones for reuse, so that a pipeline which makes and drops
-/// planes of one size over and over does not go to the system each time (a fresh 300 MB plane costs a page fault
-/// every 4 KB). Usable from any thread.
+/// Allocates 64-byte aligned planes and keeps freed ones for reuse, so that a pipeline that repeatedly allocates and
+/// frees planes of one size does not go to the system each time (a fresh 300 MB plane costs a page fault every 4 KB).
+/// Usable from any thread.
 class ORVO_EXPORT MemoryManager
 {
 public:
@@ -24,15 +24,15 @@ public:
     MemoryManager(const MemoryManager&) = delete;
     MemoryManager& operator=(const MemoryManager&) = delete;
 
-    /// A plane of at least `bytes` bytes, contents not set; `zeroed` asks for zeros. Throws std::bad_alloc. A size of
-    /// 0 gives a valid pointer to nothing. The caller gives it back through free().
+    /// A plane of at least `bytes` bytes, uninitialised unless `zeroed`. Throws std::bad_alloc. A size of 0 returns a
+    /// valid pointer to nothing. The caller releases it with free().
     [[nodiscard]] void* allocate(std::size_t bytes, bool zeroed);
 
-    /// Takes back a plane of allocate(); an empty pointer is allowed. A pointer of another origin is a bug of the
-    /// caller and ends the program.
+    /// Releases a plane from allocate(); an empty pointer is allowed. Any other pointer is a bug in the caller and
+    /// ends the program.
     void free(void* plane) noexcept;
 
-    /// Bytes handed out and not given back. Kept planes do not count.
+    /// Bytes allocated and not yet freed, without kept planes.
     [[nodiscard]] std::size_t liveBytes() const;
     /// The largest liveBytes() since the start or the last resetPeak().
     [[nodiscard]] std::size_t peakBytes() const;
@@ -41,9 +41,9 @@ public:
     /// Bytes of freed planes kept for reuse; at most cacheLimit().
     [[nodiscard]] std::size_t cachedBytes() const;
     [[nodiscard]] std::size_t cacheLimit() const;
-    /// Kept planes beyond `bytes` go back to the system, now and later.
+    /// Limits the kept planes to `bytes`, now and later; the rest is returned to the system.
     void setCacheLimit(std::size_t bytes);
-    /// All kept planes go back to the system.
+    /// Returns all kept planes to the system.
     void trim();
 
 private:
@@ -77,7 +77,7 @@ struct ManagedAllocator
     }
 };
 
-/// Owns one plane of MemoryManager for the length of a scope: `count` values of T, contents not set.
+/// Owns one plane of MemoryManager for a scope: `count` values of T, uninitialised.
 template <typename T>
 class ManagedPlane
 {

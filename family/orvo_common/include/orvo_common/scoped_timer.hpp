@@ -7,11 +7,11 @@
 
 namespace orvo {
 
-/// Writes "NAME: MILLISECONDS ms" on grfx::cout when its scope ends.
+/// Writes "NAME: MILLISECONDS ms" to grfx::cout when its scope ends.
 class ORVO_EXPORT ScopedTimer
 {
 public:
-    /// `name` must outlive the timer. `minimumMs`: shorter scopes are not told; 0 tells all.
+    /// `name` must outlive the timer. `minimumMs`: shorter scopes are not reported; 0 reports all.
     ScopedTimer(const char* name, unsigned long long minimumMs);
     ~ScopedTimer();
     ScopedTimer(const ScopedTimer&) = delete;

@@ -7,10 +7,10 @@
 
 namespace orvo {
 
-/// UTF-8 of a wide text. A code unit that is no character becomes U+FFFD.
+/// Converts wide text to UTF-8. An invalid code unit becomes U+FFFD.
 [[nodiscard]] ORVO_EXPORT std::string ws2s(const std::wstring& wide);
 
-/// Equality within a tolerance that grows with the larger of the two; false if either is not a number.
+/// Equality within a tolerance relative to the larger of the two; false if either is NaN.
 [[nodiscard]] ORVO_EXPORT bool isFloatEqual(float a, float b);
 
 } // namespace orvo

@@ -1,4 +1,4 @@
-/// Fresh ids as text.
+/// New ids as text.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// A fresh random id, version 4 of RFC 4122, in its 36-character lower-case form. Usable from any thread.
+/// A new random id, version 4 of RFC 4122, in its 36-character lower-case form. Usable from any thread.
 [[nodiscard]] ORVO_EXPORT std::string generateUUID();
 
 } // namespace orvo

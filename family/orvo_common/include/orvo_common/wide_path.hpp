@@ -1,4 +1,4 @@
-/// Paths as wide text and back, without loss and whatever the locale.
+/// Converts paths to wide text and back, without loss and independent of the locale.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -8,9 +8,9 @@
 
 namespace orvo {
 
-/// The wide text of a path. On systems whose file names are bytes these are read as UTF-8; a byte that is not part of
-/// a character becomes U+DC00 plus its value (as in Python's PEP 383), so that every name has one text.
-/// std::filesystem::path::wstring() will not do: it asks the locale, and throws on what that does not know.
+/// The wide text of a path. On systems whose file names are bytes they are read as UTF-8; a byte that is not part of
+/// a character becomes U+DC00 plus its value (as in Python's PEP 383), so that every name has a unique text.
+/// std::filesystem::path::wstring() does not work here: it depends on the locale, and throws on unknown characters.
 [[nodiscard]] ORVO_EXPORT std::wstring wideFromPath(const std::filesystem::path& path);
 
 /// The path of such a text. A code unit that is neither a character nor such a byte becomes U+FFFD.

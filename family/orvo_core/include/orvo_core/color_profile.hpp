@@ -10,9 +10,9 @@
 
 namespace orvo {
 
-/// A colour space, immutable, shared behind std::shared_ptr. Either a matrix profile (three primaries and a curve for
-/// each), any other profile that LittleCMS reads, or none at all. Usable from any thread. An empty pointer in a picture
-/// means the same as ColorProfileType::None().
+/// A colour space, immutable, shared through std::shared_ptr. Either a matrix profile (three primaries and a curve for
+/// each), any other profile that LittleCMS can read, or none at all. Usable from any thread. An empty pointer in a
+/// picture means the same as ColorProfileType::None().
 class ORVO_EXPORT ColorProfile
 {
 public:
@@ -20,29 +20,30 @@ public:
     ColorProfile& operator=(const ColorProfile&) = delete;
     ~ColorProfile();
 
-    /// A profile from the bytes of an ICC file; empty if they are no usable RGB, gray or CMYK profile. A gray profile
-    /// of one curve serves RGB pixels too: it has that curve and the primaries of sRGB, so neutral stays neutral.
+    /// A profile from the bytes of an ICC file; empty if they are not a usable RGB, gray or CMYK profile. A gray
+    /// profile with a single curve works for RGB pixels too: with that curve and the primaries of sRGB, neutral stays
+    /// neutral.
     [[nodiscard]] static std::shared_ptr<ColorProfile> fromIcc(std::span<const unsigned char> icc);
 
-    /// A stable text: equal for profiles that describe the same space, whatever their names.
+    /// A stable text: equal for profiles of the same space, whatever their names.
     [[nodiscard]] const std::string& hash() const;
 
-    /// By value: whether hash() is the same.
+    /// Compares hash().
     bool operator==(const ColorProfile& other) const;
 
     /// The bytes of an ICC file of this space; empty for None().
     [[nodiscard]] const std::vector<unsigned char>& icc() const;
 
-    /// Samples of a pixel: 1 gray, 3 RGB (None() too), 4 CMYK.
+    /// Samples per pixel: 1 gray, 3 RGB (None() too), 4 CMYK.
     [[nodiscard]] int channelCount() const;
 
-    /// Samples are proportional to light.
+    /// Whether samples are proportional to light.
     [[nodiscard]] bool isLinear() const;
 
-    /// Name for people, such as "sRGB".
+    /// Name for display, such as "sRGB".
     [[nodiscard]] const std::string& description() const;
 
-    struct Impl; ///< for the colour transform of this room
+    struct Impl; ///< for the colour transform of this library
     [[nodiscard]] const Impl& impl() const { return *implementation; }
     explicit ColorProfile(std::unique_ptr<Impl> implementation);
 
@@ -56,11 +57,11 @@ struct ORVO_EXPORT ColorProfileType
     /// IEC 61966-2-1.
     static std::shared_ptr<ColorProfile> sRGB();
     /// The working space: the primaries of ProPhoto RGB (ISO 22028-2), white D50, the transfer curve of sRGB. Wide
-    /// enough that no camera colour is lost, and the curve keeps tone operations at home on both spaces.
+    /// enough to keep every camera colour, with the curve of sRGB, so that tone operations behave alike in both.
     static std::shared_ptr<ColorProfile> melissaRGB();
-    /// The primaries of melissaRGB() with samples proportional to light: what undeveloped raw pictures have.
+    /// The primaries of melissaRGB() with samples proportional to light: for undeveloped raw pictures.
     static std::shared_ptr<ColorProfile> linearMelissaRGB();
-    /// The primaries of sRGB() with samples proportional to light: what EXR files hold.
+    /// The primaries of sRGB() with samples proportional to light: for EXR files.
     static std::shared_ptr<ColorProfile> linearSRGB();
     /// Data without a profile: never converted.
     static std::shared_ptr<ColorProfile> None();

@@ -3,7 +3,7 @@
 
 namespace orvo {
 
-/// Width and height; (0, 0) means that the value is not given.
+/// Width and height; (0, 0) means unset.
 template <typename T>
 struct _Size
 {
@@ -15,7 +15,7 @@ struct _Size
     constexpr bool operator==(const _Size&) const = default;
 };
 
-/// Left, top, width, height; (0, 0, 0, 0) means the whole picture where a function takes a part of one.
+/// Left, top, width, height; (0, 0, 0, 0) means the whole picture where a function takes a part.
 template <typename T>
 struct _Rect
 {

@@ -12,7 +12,7 @@
 
 namespace orvo {
 
-/// A polymorphic, immutable value, held as std::shared_ptr<const Identifier>.
+/// A polymorphic, immutable value, shared as std::shared_ptr<const Identifier>.
 class ORVO_EXPORT Identifier
 {
 public:
@@ -20,13 +20,13 @@ public:
 
     [[nodiscard]] virtual bool equals(const Identifier& other) const = 0;
     [[nodiscard]] virtual std::size_t hash() const = 0;
-    /// Appends the bytes from which deserialize() makes an equal identifier.
+    /// Appends the bytes from which deserialize() creates an equal identifier.
     virtual void serialize(std::vector<unsigned char>& bytes) const = 0;
     [[nodiscard]] virtual std::string text() const = 0;
 
     bool operator==(const Identifier& other) const { return equals(other); }
 
-    /// An identifier from serialize()'s bytes; empty when they name nothing. Never throws on nonsense.
+    /// An identifier from serialize()'s bytes; empty for any other bytes. Never throws on garbage.
     [[nodiscard]] static std::shared_ptr<const Identifier> deserialize(std::span<const unsigned char> bytes);
 };
 
@@ -48,14 +48,14 @@ private:
     Bytes value;
 };
 
-/// Makes fresh identifiers.
+/// Creates new identifiers.
 struct ORVO_EXPORT UUIDGenerator
 {
     [[nodiscard]] std::shared_ptr<const Identifier> operator()() const;
 };
 
-// Function objects with which identifiers serve as keys. They throw std::runtime_error at an empty pointer: a map that
-// silently took one would hand one owner's data to another.
+// Function objects for maps with identifiers as keys. They throw std::runtime_error on an empty pointer: a map that
+// silently accepted one would return one owner's data to another.
 
 struct ORVO_EXPORT Hasher
 {

@@ -12,15 +12,15 @@
 
 namespace orvo {
 
-/// Where an image's pixels come from: memory.
+/// The source of an image's pixels: memory.
 class ORVO_EXPORT ImageSource
 {
 public:
-    /// Pixels that others may hold too and that nobody changes.
+    /// Pixels that others may share and that nobody changes.
     ImageSource(std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels,
                 std::shared_ptr<const ImageMetadata> metadata, std::shared_ptr<AdditionalRawMetadata> rawMetadata);
 
-    /// Pixels made for this image alone, such as a reader's. Image::imageData() hands them out without a copy.
+    /// Pixels created for this image alone, such as a reader's. Image::imageData() returns them without a copy.
     [[nodiscard]] static std::shared_ptr<ImageSource> owning(std::shared_ptr<_ImageData<PixelRGB<float>>> pixels,
                                                              std::shared_ptr<const ImageMetadata> metadata,
                                                              std::shared_ptr<AdditionalRawMetadata> rawMetadata);
@@ -49,7 +49,7 @@ public:
     [[nodiscard]] int height() const { return size().height; }
 };
 
-/// Held by std::shared_ptr. Reading it from several threads is safe, also while another one sets its modified data.
+/// Owned by std::shared_ptr. Reading it from several threads is safe, also while another one sets its modified data.
 class ORVO_EXPORT Image final : public BaseImage
 {
 public:
@@ -61,8 +61,8 @@ public:
     [[nodiscard]] std::shared_ptr<const ImageMetadata> metadata() const override;
     [[nodiscard]] std::shared_ptr<AdditionalRawMetadata> getAdditionalRawMetadata() const;
 
-    /// The pixels of `rect` at `size`; a zero size is the picture's own. The whole picture at its own size is the
-    /// very pixels of an image that owns them (a reader's): who changes them changes the image. Otherwise a new
+    /// The pixels of `rect` at `size`; a zero size is the picture's own. The whole picture at its own size returns the
+    /// pixels themselves if the image owns them (as a reader's does): changing them changes the image. Otherwise a new
     /// picture.
     [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> imageData(_Size<int> size, _Rect<int> rect,
                                                                          bool flag) const;
@@ -84,7 +84,7 @@ public:
     /// What was set last; may be empty.
     [[nodiscard]] std::shared_ptr<TiledImageData> modifiedImageData() const;
 
-    /// A text that is the same as long as the content is.
+    /// A text that stays the same as long as the content does.
     [[nodiscard]] std::string getGUID() const;
 
 private:
@@ -94,7 +94,7 @@ private:
     std::shared_ptr<TiledImageData> modified;
 };
 
-/// Wraps pixels in a new Image, without a copy; its metadata tell the size only.
+/// Wraps pixels in a new Image, without a copy; its metadata contain only the size.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image>
 CreateOrvoImage(std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels);
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image>

@@ -1,4 +1,4 @@
-/// What is known of a picture beside its pixels.
+/// What is known about a picture besides its pixels.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -11,7 +11,7 @@
 
 namespace orvo {
 
-/// Metadata blocks of the file as they stood in it, carried over to what is made from it. Immutable once shared.
+/// Metadata blocks as stored in the file, copied to results made from it. Immutable once shared.
 struct ORVO_EXPORT EmbeddedMetadata
 {
     std::vector<unsigned char> exif; ///< a TIFF structure without the "Exif\0\0" prefix
@@ -19,26 +19,26 @@ struct ORVO_EXPORT EmbeddedMetadata
     std::string xmp;                 ///< an XMP packet
 };
 
-/// A copyable record. Numbers that the file does not tell are 0.
+/// A copyable record. Numbers missing in the file are 0.
 struct ORVO_EXPORT ImageMetadata
 {
     _Size<int> size;          ///< upright pixels
     bool isRaw = false;       ///< the raw mark: a raw camera file whose pixels still need development
-    bool isDeveloped = false; ///< the developed mark: raw pixels that have been through development
-    bool isFinished = false;  ///< the second developed mark: made by a merge, never to be developed again
+    bool isDeveloped = false; ///< the developed mark: raw pixels that have been developed
+    bool isFinished = false;  ///< the second developed mark: result of a merge, never to be developed again
 
-    float baselineExposure = 0.0f;    ///< EV that the camera wants added in development; raw only
+    float baselineExposure = 0.0f;    ///< EV that development adds at the camera's request; raw only
     float linearResponseLimit = 1.0f; ///< share of full scale up to which the sensor is linear; raw only
 
     float isoSpeed = 0.0f;
     float shutterSeconds = 0.0f;
     float aperture = 0.0f;       ///< f-number
-    float exposureBias = 0.0f;   ///< EV as the camera wrote it; already in the three above where they are told
+    float exposureBias = 0.0f;   ///< EV as the camera wrote it; already included in the three above if they are known
     float exposureOffset = 0.0f; ///< EV; for a file without exposure data the log2 of its mean linear luminance
 
-    float temperature = 0.0f; ///< white balance in kelvin that development is to give; the camera's after a read
+    float temperature = 0.0f; ///< white balance in kelvin for development; after reading, the camera's
     float tint = 0.0f;        ///< distance from the Planckian locus in CIE 1960 u, v times 3000, positive to magenta
-    float cameraTemperature = 0.0f; ///< white balance that is in undeveloped pixels; 0: unknown
+    float cameraTemperature = 0.0f; ///< white balance already applied to undeveloped pixels; 0: unknown
     float cameraTint = 0.0f;
 
     std::string cameraMake;
@@ -48,35 +48,35 @@ struct ORVO_EXPORT ImageMetadata
     float cropFactor = 0.0f;      ///< 36 mm over the sensor's width
     float subjectDistance = 0.0f; ///< m
 
-    std::shared_ptr<ColorProfile> fileProfile;        ///< the colour space of the file, never empty after a read
+    std::shared_ptr<ColorProfile> fileProfile;        ///< the colour space of the file, never empty after reading
     std::shared_ptr<const EmbeddedMetadata> embedded; ///< may be empty
 
-    /// Time, aperture and sensitivity are all told.
+    /// Whether time, aperture and sensitivity are all known.
     [[nodiscard]] bool hasExposure() const { return shutterSeconds > 0.0f && aperture > 0.0f && isoSpeed > 0.0f; }
-    /// A copy that may be changed down to what tells its colours. Profile and blocks are immutable and shared.
+    /// An independent copy. Profile and blocks are immutable and stay shared.
     [[nodiscard]] std::shared_ptr<ImageMetadata> deepCopyDCP() const { return std::make_shared<ImageMetadata>(*this); }
 };
 
-/// What the raw reader found beside the pixels. Immutable after wait(), except for prepareLensCorrection().
+/// What the raw reader found besides the pixels. Immutable after wait(), except for prepareLensCorrection().
 class ORVO_EXPORT AdditionalRawMetadata
 {
 public:
     virtual ~AdditionalRawMetadata();
 
-    /// Returns once everything is there.
+    /// Blocks until all data is available.
     virtual void wait() = 0;
     /// EV by which the picture should be brightened to look normally exposed.
     [[nodiscard]] virtual float getAutoDetectedTone() = 0;
-    /// Says that a lens correction will be asked for, so that its data can be looked up.
+    /// Announces a lens correction, so that its data can be looked up.
     virtual void prepareLensCorrection() = 0;
     /// Whether prepareLensCorrection() was called.
     [[nodiscard]] virtual bool isLensCorrectionPrepared() const = 0;
-    /// Whether chromatic aberration is still in the pixels; applying the correction dismisses it.
+    /// Whether the pixels still have chromatic aberration; applying the correction clears this.
     [[nodiscard]] virtual bool hasPendingChromaticAberration() const = 0;
     virtual void dismissChromaticAberration() = 0;
 };
 
-/// An AdditionalRawMetadata whose values are known at once.
+/// An AdditionalRawMetadata whose values are available at once.
 class ORVO_EXPORT AdditionalRawMetadataSync final : public AdditionalRawMetadata
 {
 public:

@@ -1,5 +1,5 @@
-/// Pixel types. Exported, since GCC hides what has a hidden template argument. With float samples 1.0 is full scale;
-/// values outside 0..1 can occur.
+/// Pixel types. Exported, because GCC hides symbols with a hidden template argument. With float samples 1.0 is full
+/// scale; values outside 0..1 can occur.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -27,7 +27,7 @@ struct ORVO_EXPORT PixelRGBA
 
 static_assert(sizeof(PixelRGB<float>) == 12 && sizeof(PixelRGBA<float>) == 16, "rows are copied as raw bytes");
 
-/// Each channel limited to 0..1; what is not a number becomes 0.
+/// Each channel clamped to 0..1; NaN becomes 0.
 [[nodiscard]] constexpr PixelRGB<float> clampValue(const PixelRGB<float>& pixel)
 {
     const auto limited = [](float v) { return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f; };

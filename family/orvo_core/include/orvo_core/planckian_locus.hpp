@@ -1,4 +1,4 @@
-/// The colours of glowing bodies.
+/// Colours of black bodies.
 #pragma once
 
 #include <array>

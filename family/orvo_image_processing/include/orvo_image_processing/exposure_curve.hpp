@@ -8,33 +8,33 @@
 
 namespace orvo {
 
-/// The curve for one setting. All of its shape is told here; its constants stand at the top of exposure_curve.cpp.
+/// The curve for one setting. This comment defines its shape; the constants are at the top of exposure_curve.cpp.
 ///
-/// The exposure is EV = (a - 1) * 10, limited to -20..20, the gain 2^EV in linear light. Write P(v) for the encoded
-/// value after the plain gain, and k for the input tone up to which P holds exactly.
+/// The exposure is EV = (a - 1) * 10, clamped to -20..20, the gain 2^EV in linear light. P(v) is the encoded value
+/// after the plain gain, k the input tone up to which P applies exactly.
 ///
-/// Brightening. P holds until its result reaches the knee K = max(b, P(c)), so the tone c keeps its exact value.
-/// Above, with white W = max(1, K + 0.1 (P(1) - K)), the plain values K..P(1) are pressed into K..W by
+/// Brightening. P applies until its result reaches the knee K = max(b, P(c)), so the tone c keeps its exact value.
+/// Above, with white W = max(1, K + 0.1 (P(1) - K)), the plain values K..P(1) are compressed into K..W by
 /// m t / (1 + (m - 1) t), t = (P - K) / (P(1) - K), m = (P(1) - K) / (W - K): full white goes to W exactly (to 1 unless
-/// the knee is above it), separation is kept up to there and beyond, and the slope at the knee is unbroken. Where
-/// P(1) <= W nothing has to be pressed and P holds throughout.
+/// the knee is above it), tones stay distinct up to there and beyond, and the slope is continuous at the knee. Where
+/// P(1) <= W nothing needs compressing and P applies throughout.
 ///
-/// Darkening. P holds for v up to k = max(b, c), limited to 1. Clipped highlights hold no more light than white, but
+/// Darkening. P applies for v up to k = max(b, c), clamped to 1. Clipped highlights have no more light than white, but
 /// the scene had more; so white goes only 60 percent of the way from 1 down to P(1), and the values between k and
-/// white bend up to it with a parabola, then go on along its tangent. Clipped white darkened by 2 EV is thus 0.72
-/// (a light grey) where the plain gain gives 0.54. Kept small because the curve acts on each channel by itself, and
-/// the steeper it is, the more it shifts the hue of nearly white colours.
+/// white bend up to it along a parabola, then follow its tangent. Clipped white darkened by 2 EV is thus 0.72
+/// (a light grey), where the plain gain gives 0.54. The effect is small because the curve acts on each channel
+/// separately, and a steeper one shifts the hue of nearly white colours more.
 ///
-/// Holds everywhere: rising in v, and up to white in a (white itself stays at 1 while it can); continuous with its
-/// slope, 0 stays 0, negative values stay negative (plain factor), what is not a number becomes 0, inputs above 1 give
-/// finite results (inputs are limited to 1e6), a == 1 is the exact identity for every input. The transfer curve is the
-/// variant of sRGB whose two pieces meet without a break of slope (0.0392857, 12.9232102); it differs from the
+/// Guarantees: monotone in v, and up to white in a (white itself stays at 1 where possible); continuous with continuous
+/// slope, 0 stays 0, negative values stay negative (plain factor), NaN becomes 0, inputs above 1 give finite results
+/// (inputs are clamped to 1e6), a == 1 is the exact identity for every input. The transfer curve is the variant of
+/// sRGB whose two pieces join with a continuous slope (0.0392857, 12.9232102); it differs from the standard's rounded
 /// standard's rounded constants by less than 1e-4.
 class ORVO_EXPORT ExposureCurve
 {
 public:
-    /// `a` as above; `b` roll-off start, `c` pivot, both encoded and limited to 0..4. What is not a number counts as
-    /// neutral (1, 0.9, 0.5).
+    /// `a` as above; `b` roll-off start, `c` pivot, both encoded and clamped to 0..4. NaN counts as neutral (1, 0.9,
+    /// 0.5).
     ExposureCurve(float a, float b, float c);
 
     [[nodiscard]] bool isIdentity() const { return identity; }
@@ -50,13 +50,13 @@ private:
     bool brightens = false;
     float gain = 1.0f;        // in linear light
     float encodedGain = 1.0f; // the same on the power piece of the transfer curve
-    float knee = 0.0f; // brightening: plain value at which the roll-off starts; darkening: input at which it does
-    float bend = 0.0f; // brightening: strength of the roll-off; darkening: 1 / (1 - knee)
-    float lift = 0.0f; // darkening: how far white is kept above its plain value
+    float knee = 0.0f;        // brightening: plain value where the roll-off starts; darkening: input where it starts
+    float bend = 0.0f;        // brightening: strength of the roll-off; darkening: 1 / (1 - knee)
+    float lift = 0.0f;        // darkening: how far white is kept above its plain value
 };
 
-/// ExposureCurve(a, b, c) of one value. Setting up the curve costs far more than using it: loops over pixels take
-/// applyExposureInPlace.
+/// ExposureCurve(a, b, c) of one value. Constructing the curve costs far more than evaluating it: use
+/// applyExposureInPlace for loops over pixels.
 [[nodiscard]] ORVO_EXPORT float apply_exposure(float value, float a, float b, float c);
 
 /// The same for `count` samples (for RGB rows three times the pixels), in parallel.

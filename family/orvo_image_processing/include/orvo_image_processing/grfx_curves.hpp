@@ -1,12 +1,12 @@
-/// The family's working curves: the way from light to encoded samples and back, and the tone curve.
+/// The family's working curves: from light to encoded samples and back, and the tone curve.
 #pragma once
 
 #include <orvo_common/export.hpp>
 
 namespace orvo {
 
-/// A curve of samples: rising, and onto all numbers, so that it has an inverse. 0 and 1 stay where they are; what is
-/// not a number stays so. Immutable; usable from any thread.
+/// A curve of samples: increasing and defined for all numbers, so it has an inverse. Maps 0 and 1 to themselves; NaN
+/// stays NaN. Immutable; usable from any thread.
 class ORVO_EXPORT grfx_curve_ext_t
 {
 public:
@@ -15,8 +15,8 @@ public:
     constexpr grfx_curve_ext_t(Single single_, Many many_) : single(single_), many(many_) {}
 
     [[nodiscard]] float operator()(float sample) const { return single(sample); }
-    /// In place, `count` samples at once: within 1e-6 of the single ones for 0..1, relatively so beyond, and many times
-    /// faster. The same sample gives the same bits wherever it stands.
+    /// In place, `count` samples: within 1e-6 of the single-sample results for 0..1, relative beyond, and many times
+    /// faster. Equal samples give equal bits at any position.
     void operator()(float* samples, int count) const { many(samples, count); }
 
 private:
@@ -30,7 +30,7 @@ private:
 [[nodiscard]] ORVO_EXPORT const grfx_curve_ext_t& grfx_inv_gamma();
 
 /// Contrast of encoded samples: the gain of Schlick, "Fast Alternatives to Perlin's Bias and Gain Functions", Graphics
-/// Gems IV, 1994, with one half in place and slope 3/2 there; C1, and straight beyond 0..1. grfx_inv_tone() is its
+/// Gems IV, 1994, which keeps one half and has slope 3/2 there; C1, and linear beyond 0..1. grfx_inv_tone() is its
 /// inverse.
 [[nodiscard]] ORVO_EXPORT const grfx_curve_ext_t& grfx_tone();
 [[nodiscard]] ORVO_EXPORT const grfx_curve_ext_t& grfx_inv_tone();

@@ -7,19 +7,19 @@
 namespace orvo {
 
 /// Guided filter of the picture by itself: He, Sun, Tang, "Guided image filtering", 2010 (the colour form, with the
-/// 3x3 covariance of each window), with the coefficients held on a reduced grid as in He, Sun, "Fast guided filter",
-/// 2015. Departure: the moments of a window are summed over all of its pixels, not over a subsampled picture, so that
-/// fine texture keeps its full variance; only the coefficients are coarse.
+/// 3x3 covariance of each window), with the coefficients on a reduced grid as in He, Sun, "Fast guided filter", 2015.
+/// Departure: the moments of a window sum all of its pixels, not a subsampled picture, so that fine texture keeps its
+/// full variance; only the coefficients are coarse.
 ///
-/// `source` and `target` are `width` x `height` pixels and do not overlap; values of any range. A window reaches
-/// `radius` pixels to each side and is cut at the border of the picture, means being taken over what is left.
-/// `eps` is added to the variances (in squares of the values): 0 gives the picture back, a very large one the mean of
-/// the window means; what is negative or not a number counts as 0. A radius below 1 copies; larger than the picture
-/// means the whole picture. A block of pixels that holds a value that is not finite counts as black in its windows.
+/// `source` and `target` are `width` x `height` pixels and must not overlap; values of any range. A window extends
+/// `radius` pixels to each side and is clipped at the border of the picture; means are over the remaining pixels.
+/// `eps` is added to the variances (in squares of the values): 0 reproduces the picture, a very large one gives the
+/// mean of the window means; negative values and NaN count as 0. A radius below 1 copies; a radius larger than the
+/// picture means the whole picture. A block of pixels with a non-finite value counts as black in its windows.
 ///
-/// Time per pixel does not grow with the radius. Blocks have a side of radius / 4, limited to 1..16 pixels; scratch
-/// is 9 floats for each block (at radius 64 and more less than 2 percent of the picture; at most 3 times the picture,
-/// below radius 8) and some rows per thread. Any thread; parallel; the same bits for any number of threads. Throws
+/// Time per pixel does not grow with the radius. Blocks have a side of radius / 4, clamped to 1..16 pixels; scratch
+/// is 9 floats per block (at radius 64 and more less than 2 percent of the picture; at most 3 times the picture,
+/// below radius 8) and some rows per thread. Any thread; parallel; bit-identical for any number of threads. Throws
 /// std::bad_alloc.
 ORVO_EXPORT void grfx_guided_filter_rgb_fast(const PixelRGB<float>* source, PixelRGB<float>* target, int width,
                                              int height, float radius, float eps);

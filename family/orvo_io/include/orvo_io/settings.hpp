@@ -9,8 +9,8 @@
 
 namespace orvo {
 
-/// Values by key ("DebugDrawer.enable": dots part the levels), kept in memory, read from a JSON file on request.
-/// Usable from any thread.
+/// Values by key ("DebugDrawer.enable": dots separate the levels), kept in memory, read from a JSON file on request.
+/// Can be used from any thread.
 class ORVO_EXPORT Settings
 {
 public:
@@ -19,7 +19,7 @@ public:
     Settings(const Settings&) = delete;
     Settings& operator=(const Settings&) = delete;
 
-    /// The value under `key`, or `fallback` if there is none or it is of another type. T: bool, int, double,
+    /// The value of `key`, or `fallback` if it is missing or has another type. T: bool, int, double,
     /// std::string.
     template <typename T>
     [[nodiscard]] T get(const std::string& key, const T& fallback) const;
@@ -27,8 +27,8 @@ public:
     void set(const std::string& key, const T& value);
     void remove(const std::string& key);
 
-    /// Adds the values of a JSON file, replacing those of the same key. Throws std::runtime_error that names the file
-    /// and what is wrong with it, more than 64 levels within each other among that; nothing is changed then.
+    /// Adds the values of a JSON file and replaces those with the same key. Throws std::runtime_error that names the
+    /// file and the error (nesting deeper than 64 levels is one); the store is then unchanged.
     void load(const std::filesystem::path& file);
 
 private:
@@ -36,7 +36,7 @@ private:
     std::unique_ptr<Store> store;
 };
 
-/// The store of the process, empty at the start.
+/// The store of the process, initially empty.
 [[nodiscard]] ORVO_EXPORT Settings& orvosettings();
 
 } // namespace orvo

@@ -1,4 +1,4 @@
-/// Keeps log lines in memory, for tests and for programs that tell their user why something failed.
+/// Keeps log lines in memory, for tests and for programs that report to the user why something failed.
 #pragma once
 
 #include <orvo_logger/logstream.hpp>
@@ -8,7 +8,7 @@
 
 namespace orvo {
 
-/// Collects every log line while it lives. Usable from any thread.
+/// Collects every log line during its lifetime. Usable from any thread.
 class ORVO_EXPORT LogCapture
 {
 public:
@@ -32,7 +32,7 @@ public:
 private:
     mutable std::mutex mutex;
     std::vector<Line> collected;
-    std::shared_ptr<void> sink; // last: dropped before what it writes into
+    std::shared_ptr<void> sink; // last: destroyed before what it writes to
 };
 
 } // namespace orvo

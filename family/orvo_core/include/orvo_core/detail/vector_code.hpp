@@ -1,6 +1,6 @@
-/// Hot loops in the widest vector code of the machine, beside the code of the baseline processor. For the sources of
-/// the rooms; no public header includes it. Both forms give the same bits, since nothing is fused into multiply-adds
-/// (cmake/OrvoTargets.cmake), so results do not depend on the machine.
+/// Builds hot loops for the widest vector instructions of the machine as well as for the baseline processor. For
+/// sources of the family; no public header includes it. Both forms give the same bits, because nothing is fused into
+/// multiply-adds (cmake/OrvoTargets.cmake), so results do not depend on the machine.
 #pragma once
 
 #if defined(__has_feature)
@@ -12,15 +12,15 @@
 #define ORVO_INSTRUMENTED 1
 #endif
 
-/// Marks a function that is built twice, for AVX2 and for the baseline; the loader picks one at start. The choice is
-/// made while the program is being loaded, before the run time of a sanitizer stands.
+/// Marks a function that is built twice, for AVX2 and for the baseline; the loader picks one at start. The choice runs
+/// while the program is loaded, before a sanitizer's runtime is initialised.
 #if defined(__x86_64__) && !defined(ORVO_INSTRUMENTED)
 #define ORVO_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define ORVO_VECTOR_CLONES
 #endif
 
-/// Small functions that must vanish into each form of their caller.
+/// Small functions that must be inlined into each form of their caller.
 #define ORVO_INLINE inline __attribute__((always_inline))
 
 namespace orvo {
@@ -33,8 +33,8 @@ template <typename Loop>
     loop();
 }
 
-/// Runs a loop whose code is a template, of which the loader can pick no clone. `Loop` is a callable whose operator()
-/// is always inlined, so that it is compiled for the instructions of its caller.
+/// Runs a loop whose code is a template, for which the loader cannot pick a clone. `Loop` is a callable whose
+/// operator() is always inlined, so it is compiled for the instructions of its caller.
 template <typename Loop>
 void runLoop(const Loop& loop)
 {

@@ -1,4 +1,4 @@
-#include "failing_memory.hpp"
+#include "support/failing_memory.hpp"
 
 #include <cstdlib>
 #include <new>

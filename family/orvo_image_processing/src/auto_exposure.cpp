@@ -1,3 +1,4 @@
+#include "scene_agreement.hpp"
 #include "tone_map_fit.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -73,6 +74,64 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
     }
 }
 
+float lookUp(const float* table, float v)
+{
+    const float place = std::min(std::sqrt(std::max(v, 0.0f)) * kPerRoot, static_cast<float>(kTableSize - 2));
+    const int index = static_cast<int>(place);
+    return table[index] + (place - static_cast<float>(index)) * (table[index + 1] - table[index]);
+}
+
+// Values above this share of white count as clipped: 8-bit compression makes it ring by some steps.
+constexpr float kClipped = 0.97f;
+
+detail::ToneLimits limitsOf(const float* table)
+{
+    constexpr int kStepsOf8Bits = 255;
+    detail::ToneLimits limits;
+    limits.ceiling = lookUp(table, kClipped);
+    for (int i = 0; i <= kStepsOf8Bits; ++i) {
+        const auto value = [&](int k) { return lookUp(table, static_cast<float>(k) / kStepsOf8Bits); };
+        const float here = value(i);
+        const float step = std::max(here - value(std::max(0, i - 1)), value(i + 1) - here);
+        // A steep map leaves gaps between the tones it gives.
+        const int first = detail::toneBin(value(std::max(0, i - 1)));
+        const int last = detail::toneBin(value(i + 1));
+        for (int bin = first; bin <= last; ++bin) {
+            float& largest = limits.step[static_cast<std::size_t>(bin)];
+            largest = std::max(largest, step);
+        }
+    }
+    return limits;
+}
+
+void applyMap(float* b, int width, int height, const auto_exposure_data_t& data, float* tables)
+{
+    for (std::size_t c = 0; c < 3; ++c)
+        fillTable(tables + c * kTableSize, data.curves[c]);
+    forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
+                 [&](std::size_t first, std::size_t last) {
+                     applyTables(b + 3 * first, last - first, tables, data.clippedTone.value_or(0.0f));
+                 });
+}
+
+// Where both show the same, the frame itself is the best estimate of the scene at its exposure.
+void keepWhatAgrees(const float* frame, float* mapped, int width, int height,
+                    const std::array<detail::ToneLimits, 3>& limits)
+{
+    const detail::SceneAgreement agreement(frame, mapped, width, height, limits);
+    if (agreement.isNowhere())
+        return;
+    const auto columns = static_cast<std::size_t>(width);
+    forEachRow(height, [&](int y) {
+        std::vector<float, ManagedAllocator<float>> shares(columns);
+        agreement.rowShares(y, shares.data());
+        const float* const from = frame + 3 * columns * static_cast<std::size_t>(y);
+        float* const to = mapped + 3 * columns * static_cast<std::size_t>(y);
+        for (std::size_t i = 0; i < 3 * columns; ++i)
+            to[i] = shares[i / 3] < 1.0f ? to[i] + (from[i] - to[i]) * shares[i / 3] : from[i];
+    });
+}
+
 bool isNeutral(const auto_exposure_data_t& data)
 {
     return std::all_of(data.curves.begin(), data.curves.end(), [](const ToneCurveMap& map) { return map.knots == 0; });
@@ -132,24 +191,22 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
     data.clippedTone = toneOfClipped(pairs);
 }
 
-void autoExposureApplyRGB(const float*, float* b, int width, int height, const auto_exposure_data_t& data)
+void autoExposureApplyRGB(const float* a, float* b, int width, int height, const auto_exposure_data_t& data)
 {
     if (width <= 0 || height <= 0 || isNeutral(data))
         return;
     const ManagedPlane<float> tables(3 * kTableSize);
-    for (std::size_t c = 0; c < 3; ++c)
-        fillTable(tables.data() + c * kTableSize, data.curves[c]);
-    forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
-                 [&](std::size_t first, std::size_t last) {
-                     applyTables(b + 3 * first, last - first, tables.data(), data.clippedTone.value_or(0.0f));
-                 });
+    applyMap(b, width, height, data, tables.data());
+    if (a != nullptr)
+        keepWhatAgrees(a, b, width, height, {limitsOf(tables.data()), limitsOf(tables.data() + kTableSize),
+                                             limitsOf(tables.data() + 2 * kTableSize)});
 }
 
 void autoExposureAdjustRGB(const float* a, float* b, int width, int height)
 {
     auto_exposure_data_t data;
     autoExposureEstimateRGB(a, b, width, height, data, 7);
-    autoExposureApplyRGB(a, b, width, height, data);
+    autoExposureApplyRGB(nullptr, b, width, height, data); // the frames need not be aligned
 }
 
 void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,

@@ -81,14 +81,12 @@ float lookUp(const float* table, float v)
     return table[index] + (place - static_cast<float>(index)) * (table[index + 1] - table[index]);
 }
 
-// Values above this share of white count as clipped: 8-bit compression makes it ring by some steps.
-constexpr float kClipped = 0.97f;
-
 detail::ToneLimits limitsOf(const float* table)
 {
     constexpr int kStepsOf8Bits = 255;
     detail::ToneLimits limits;
-    limits.ceiling = lookUp(table, kClipped);
+    limits.shoulder = lookUp(table, detail::kShoulderShare);
+    limits.ceiling = lookUp(table, detail::kClippedShare);
     for (int i = 0; i <= kStepsOf8Bits; ++i) {
         const auto value = [&](int k) { return lookUp(table, static_cast<float>(k) / kStepsOf8Bits); };
         const float here = value(i);

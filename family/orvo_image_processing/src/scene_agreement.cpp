@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 #include <vector>
 
 namespace orvo::detail {
@@ -18,7 +19,8 @@ constexpr int kSmallestSide = 4;
 constexpr int kLargestSide = 16;
 
 // Samples above this share of white count as clipped: 8-bit compression makes it ring by some steps.
-constexpr float kClipped = 0.97f;
+constexpr float kClipped = kClippedShare;
+constexpr float kShoulder = kShoulderShare;
 
 // What a misregistration of about half a block can move, as a share of the difference between neighbouring blocks,
 // and of the texture within a block.
@@ -32,12 +34,20 @@ constexpr float kPossible = 2.5f;
 // channel.
 constexpr float kVisible = 0.03f;
 constexpr float kFaint = 0.01f;
+// A difference that its surroundings share is a tint of the map unless it is this many times as large.
+constexpr float kTintMultiple = 4.0f;
+// Surroundings: the scale of the structure that deghosting compares, a thirtieth of the width to each side.
+constexpr int kWidthsPerRadius = 30;
+constexpr float kMiddleTone = 0.4f;
+constexpr float kLeastVisible = 0.2f;
 // An error of rounding and fitting that noise does not show.
 constexpr float kLeastDeviation = 0.004f;
-// What re-exposure may be off at one tone, and how much its error may exceed the noise.
-constexpr float kLargestBias = 0.04f;
-constexpr float kNoiseMultiple = 4.0f;
-constexpr float kLeastNoise = 0.006f;
+// Limits of what counts as usual, so that a moving subject that dominates a tone does not: steps of 8 bits of noise in
+// a pixel and in the mean of a block, where compression correlates it, and the error of the map in encoded values.
+constexpr float kStep = 1.0f / 255.0f;
+constexpr float kNoisePixel = 4.0f;
+constexpr float kNoiseMean = 2.0f;
+constexpr float kLargestBias = 0.02f;
 
 // A moved core: so many certain blocks among nine.
 constexpr int kCoherent = 4;
@@ -67,11 +77,18 @@ struct Grid
 /// Of one channel, by block.
 struct Facts
 {
-    explicit Facts(std::size_t count) : frame(count), mapped(count), residue(count), texture(count) {}
+    explicit Facts(std::size_t count)
+        : frame(count), mapped(count), residue(count), texture(count), difference(count), around(count),
+          clear(count)
+    {
+    }
     Plane frame;   ///< mean
     Plane mapped;  ///< mean
     Plane residue; ///< deviation of the difference between the two within the block
     Plane texture; ///< deviation of the flatter of the two
+    Plane difference; ///< of the means, beyond what is usual at the tone and what clipping hides
+    Plane around;     ///< mean of the differences around
+    Plane clear;      ///< 1; towards 0 where another channel is nearly clipped, which changes the colour of this one
 };
 
 struct Sums
@@ -126,15 +143,6 @@ void measureBlockRow(const float* frame, const float* mapped, const Grid& grid, 
     }
 }
 
-float quantile(std::vector<float>& values, float share)
-{
-    if (values.empty())
-        return 0.0f;
-    const auto place = static_cast<std::ptrdiff_t>(share * static_cast<float>(values.size() - 1));
-    std::nth_element(values.begin(), values.begin() + place, values.end());
-    return values[static_cast<std::size_t>(place)];
-}
-
 /// What is usual at each tone of one channel.
 struct Usual
 {
@@ -146,89 +154,15 @@ struct Usual
 
 struct Sample
 {
-    int bin;
-    float difference, residue, roughness;
+    float difference, residue;
+    float shift; ///< what a misregistration could explain
 };
 
-std::vector<Sample> samplesOf(const Facts& facts, const Grid& grid, float ceiling)
+float rangeAround(const Plane& plane, const Grid& grid, std::size_t i)
 {
-    std::vector<Sample> samples;
-    const std::size_t every = std::max<std::size_t>(1, grid.count() / kMostSamples);
-    for (std::size_t i = 0; i < grid.count(); i += every) {
-        const float a = facts.frame.data()[i];
-        const float m = facts.mapped.data()[i];
-        if (!(a < kClipped && m < ceiling))
-            continue;
-        const std::size_t next = i + 1 < grid.count() ? i + 1 : i;
-        samples.push_back(
-            {toneBin(m), a - m, facts.residue.data()[i], std::abs(facts.mapped.data()[next] - m)});
-    }
-    return samples;
-}
-
-constexpr float kDeviationsPerMedian = 1.4826f; // of a normal distribution
-
-// The quarter of neighbours that differ least, as a deviation of one of them: edges and texture are in the rest.
-constexpr float kQuietShare = 0.25f;
-constexpr float kDeviationsPerQuiet = 2.219f; // 1 / (0.3186 * sqrt(2))
-
-Usual usualOf(const Facts& facts, const Grid& grid, float ceiling)
-{
-    std::array<std::vector<Sample>, kToneBins> bins;
-    for (const Sample& sample : samplesOf(facts, grid, ceiling))
-        bins[static_cast<std::size_t>(sample.bin)].push_back(sample);
-    Usual usual;
-    forEachRow(kToneBins, [&](int bin) {
-        std::vector<Sample> near;
-        for (int reach = 0; reach < kToneBins && near.size() < kFewestSamples; ++reach)
-            for (const int other : {bin - reach, bin + reach}) {
-                if (other < 0 || other >= kToneBins || (reach == 0 && other != bin - reach))
-                    continue;
-                const auto& more = bins[static_cast<std::size_t>(other)];
-                near.insert(near.end(), more.begin(), more.end());
-                if (reach == 0)
-                    break;
-            }
-        std::vector<float> values(near.size());
-        const auto of = [&](auto member, float share) {
-            std::transform(near.begin(), near.end(), values.begin(), member);
-            return quantile(values, share);
-        };
-        const auto b = static_cast<std::size_t>(bin);
-        const float noise =
-            std::max(kLeastNoise, kDeviationsPerQuiet * of([](const Sample& s) { return s.roughness; }, kQuietShare));
-        const float difference = of([](const Sample& s) { return s.difference; }, 0.5f);
-        usual.difference[b] = std::clamp(difference, -kLargestBias, kLargestBias);
-        usual.deviation[b] =
-            std::min(kNoiseMultiple * noise,
-                     kDeviationsPerMedian * of([&](const Sample& s) { return std::abs(s.difference - difference); }, 0.5f));
-        const float residue = of([](const Sample& s) { return s.residue; }, 0.5f);
-        const auto pixels = static_cast<float>(grid.side);
-        usual.residue[b] = std::min(kNoiseMultiple * noise * pixels, residue);
-        usual.residueDeviation[b] =
-            std::min(kNoiseMultiple * noise,
-                     kDeviationsPerMedian * of([&](const Sample& s) { return std::abs(s.residue - residue); }, 0.5f));
-    });
-    return usual;
-}
-
-/// How far a block differs beyond what is explained: in deviations, and in encoded values.
-struct Excess
-{
-    float deviations = 0.0f;
-    float value = 0.0f;
-    void raise(float amount, float deviation)
-    {
-        if (amount <= 0.0f)
-            return;
-        deviations = std::max(deviations, amount / (deviation + kLeastDeviation));
-        value = std::max(value, amount);
-    }
-};
-
-float rangeAround(const Plane& plane, const Grid& grid, int x, int y)
-{
-    const float centre = plane.data()[grid.at(x, y)];
+    const int x = static_cast<int>(i % static_cast<std::size_t>(grid.columns));
+    const int y = static_cast<int>(i / static_cast<std::size_t>(grid.columns));
+    const float centre = plane.data()[i];
     float range = 0.0f;
     for (int v = std::max(0, y - 1); v <= std::min(grid.rows - 1, y + 1); ++v)
         for (int u = std::max(0, x - 1); u <= std::min(grid.columns - 1, x + 1); ++u)
@@ -236,24 +170,161 @@ float rangeAround(const Plane& plane, const Grid& grid, int x, int y)
     return range;
 }
 
-void judge(const Facts& facts, const Usual& usual, const ToneLimits& limits, const Grid& grid, int x, int y,
-           Excess& excess)
+float shiftAt(const Facts& facts, const Grid& grid, std::size_t i)
 {
-    const std::size_t i = grid.at(x, y);
+    return kShiftShare * std::min(rangeAround(facts.frame, grid, i), rangeAround(facts.mapped, grid, i));
+}
+
+/// By tone; only tones that neither picture clips.
+std::array<std::vector<Sample>, kToneBins> samplesOf(const Facts& facts, const Grid& grid, float ceiling)
+{
+    std::array<std::vector<Sample>, kToneBins> bins;
+    const std::size_t every = std::max<std::size_t>(1, grid.count() / kMostSamples);
+    for (std::size_t i = 0; i < grid.count(); i += every) {
+        const float a = facts.frame.data()[i];
+        const float m = facts.mapped.data()[i];
+        if (a < kClipped && m < ceiling)
+            bins[static_cast<std::size_t>(toneBin(m))].push_back(
+                {a - m, facts.residue.data()[i], shiftAt(facts, grid, i)});
+    }
+    return bins;
+}
+
+/// The samples of the nearest tones, as many as it takes; of these the half that misregistration affects least.
+std::vector<Sample> samplesNear(const std::array<std::vector<Sample>, kToneBins>& bins, int bin)
+{
+    std::vector<Sample> near = bins[static_cast<std::size_t>(bin)];
+    for (int reach = 1; reach < kToneBins && near.size() < kFewestSamples; ++reach)
+        for (const int other : {bin - reach, bin + reach})
+            if (other >= 0 && other < kToneBins) {
+                const auto& more = bins[static_cast<std::size_t>(other)];
+                near.insert(near.end(), more.begin(), more.end());
+            }
+    const auto half = near.begin() + static_cast<std::ptrdiff_t>(near.size() / 2);
+    std::nth_element(near.begin(), half, near.end(),
+                     [](const Sample& x, const Sample& y) { return x.shift < y.shift; });
+    if (near.size() > 1)
+        near.erase(half, near.end());
+    return near;
+}
+
+constexpr float kDeviationsPerMedian = 1.4826f; // of a normal distribution
+
+template <typename Value>
+float medianOf(const std::vector<Sample>& samples, const Value& value)
+{
+    std::vector<float> values(samples.size());
+    std::transform(samples.begin(), samples.end(), values.begin(), value);
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return values.empty() ? 0.0f : *middle;
+}
+
+Usual usualOf(const Facts& facts, const Grid& grid, const ToneLimits& limits)
+{
+    const auto bins = samplesOf(facts, grid, limits.ceiling);
+    Usual usual;
+    forEachRow(kToneBins, [&](int bin) {
+        const auto b = static_cast<std::size_t>(bin);
+        const std::vector<Sample> near = samplesNear(bins, bin);
+        const float bothSteps = kStep + limits.step[b]; // noise of the frame, and of the other as re-exposure leaves it
+        const float difference = medianOf(near, [](const Sample& s) { return s.difference; });
+        const float residue = medianOf(near, [](const Sample& s) { return s.residue; });
+        const auto spread = [&](float median) { return std::min(kDeviationsPerMedian * median, kNoiseMean * bothSteps); };
+        const float bias = kLargestBias + limits.step[b];
+        usual.difference[b] = std::clamp(difference, -bias, bias);
+        usual.deviation[b] =
+            spread(medianOf(near, [&](const Sample& s) { return std::abs(s.difference - difference); }));
+        usual.residue[b] = std::min(residue, kNoisePixel * bothSteps);
+        usual.residueDeviation[b] =
+            spread(medianOf(near, [&](const Sample& s) { return std::abs(s.residue - residue); }));
+    });
+    return usual;
+}
+
+/// How far a block differs beyond what is explained, in encoded values; only what stands out of the deviations counts.
+struct Excess
+{
+    explicit Excess(float visible_) : visible(visible_) {}
+
+    /// Against what is around: a subject, but no tint that the map leaves on a whole area.
+    void raiseLocal(float amount, float deviation) { raiseBy(amount, deviation, 1.0f); }
+    void raise(float amount, float deviation) { raiseBy(amount, deviation, kTintMultiple); }
+
+    bool certain = false;
+    bool possible = false;
+
+private:
+    void raiseBy(float amount, float deviation, float multiple)
+    {
+        const float deviations = amount / (deviation + kLeastDeviation);
+        certain = certain || (deviations > kCertain && amount > kVisible * visible * multiple);
+        possible = possible || (deviations > kPossible && amount > kFaint * visible * multiple);
+    }
+    float visible;
+};
+
+/// The difference that a block shows. Where one of the two is at the end of what it can show, the other may go beyond.
+float differenceAt(const Facts& facts, const Usual& usual, const ToneLimits& limits, std::size_t i)
+{
     const float a = facts.frame.data()[i];
     const float m = facts.mapped.data()[i];
-    const auto bin = static_cast<std::size_t>(toneBin(m));
-    float difference = a - m - usual.difference[bin];
-    if ((m >= limits.ceiling && difference > 0.0f) || (a >= kClipped && m >= kClipped))
-        return; // both are at the end of what they can show
-    const float shift =
-        kShiftShare * std::min(rangeAround(facts.frame, grid, x, y), rangeAround(facts.mapped, grid, x, y));
-    const float step = limits.step[bin];
-    excess.raise(std::abs(difference) - step - shift, usual.deviation[bin]);
-    if (m >= limits.ceiling || a >= kClipped)
+    const bool open = m >= limits.ceiling;
+    if (open || a >= kClipped)
+        return open ? std::min(0.0f, a - limits.ceiling) : std::max(0.0f, std::min(a, kClipped) - m);
+    return a - m - usual.difference[static_cast<std::size_t>(toneBin(m))];
+}
+
+/// 1 where the value is at the end of what its picture can show, 0 well below.
+float nearEnd(float value, float from, float end)
+{
+    return std::clamp((value - from) / std::max(end - from, kLeastDeviation), 0.0f, 1.0f);
+}
+
+/// Cameras lead a colour towards white before its last channel is clipped, so the curve of a channel alone does not hold
+/// there: of the clipped channels the one that agrees best counts, of the others little.
+void measureClear(std::array<Facts, 3>& facts, const std::array<ToneLimits, 3>& limits, std::size_t i)
+{
+    std::array<float, kChannels> end{};
+    float best = 1.0f;
+    for (std::size_t c = 0; c < kChannels; ++c) {
+        end[c] = std::max(nearEnd(facts[c].mapped.data()[i], limits[c].shoulder, limits[c].ceiling),
+                          nearEnd(facts[c].frame.data()[i], kShoulder, kClipped));
+        if (end[c] >= 1.0f)
+            best = std::min(best, std::abs(facts[c].difference.data()[i]));
+    }
+    for (std::size_t c = 0; c < kChannels; ++c) {
+        const float others = std::max(end[(c + 1) % kChannels], end[(c + 2) % kChannels]);
+        float& difference = facts[c].difference.data()[i];
+        facts[c].clear.data()[i] = 1.0f - others;
+        if (end[c] >= 1.0f)
+            difference = std::copysign(best, difference);
+        else
+            difference *= 1.0f - others;
+    }
+}
+
+void judge(const Facts& facts, const Usual& usual, const ToneLimits& limits, const Grid& grid, std::size_t i,
+           Excess& excess)
+{
+    const auto bin = static_cast<std::size_t>(toneBin(facts.mapped.data()[i]));
+    const float difference = facts.difference.data()[i];
+    const float explained = limits.step[bin] + shiftAt(facts, grid, i);
+    excess.raiseLocal(std::abs(difference - facts.around.data()[i]) - explained, usual.deviation[bin]);
+    excess.raise(std::abs(difference) - explained, usual.deviation[bin]);
+    if (facts.mapped.data()[i] >= limits.ceiling || facts.frame.data()[i] >= kClipped)
         return;
-    excess.raise(facts.residue.data()[i] - usual.residue[bin] - step - kTextureShare * facts.texture.data()[i] - shift,
-                 usual.residueDeviation[bin]);
+    excess.raiseLocal(facts.clear.data()[i] * facts.residue.data()[i] - usual.residue[bin] - kTextureShare * facts.texture.data()[i] - explained,
+                      usual.residueDeviation[bin]);
+}
+
+/// Dark tones are opened by the merge, so less of a difference is visible there.
+float visibleAt(const std::array<Facts, 3>& facts, std::size_t i)
+{
+    float brightest = 0.0f;
+    for (const Facts& channel : facts)
+        brightest = std::max({brightest, channel.frame.data()[i], channel.mapped.data()[i]});
+    return std::clamp(brightest / kMiddleTone, kLeastVisible, 1.0f);
 }
 
 enum Verdict : std::uint8_t
@@ -321,6 +392,19 @@ void alongAxis(float* plane, const Grid& grid, bool down, const Fold& fold)
     });
 }
 
+void blurAround(Facts& facts, const Grid& grid)
+{
+    float* const plane = facts.around.data();
+    std::copy_n(facts.difference.data(), grid.count(), plane);
+    const int reach = std::max(1, grid.width / kWidthsPerRadius / grid.side);
+    for (const bool down : {false, true})
+        alongAxis(plane, grid, down, [reach](const std::vector<float>& v, int i) {
+            const auto first = v.begin() + std::max(0, i - reach);
+            const auto last = v.begin() + std::min<std::ptrdiff_t>(std::ssize(v), i + reach + 1);
+            return std::accumulate(first, last, 0.0f) / static_cast<float>(last - first);
+        });
+}
+
 void addMargin(float* agreement, const Grid& grid)
 {
     const auto least = [](const std::vector<float>& v, int i) {
@@ -364,15 +448,23 @@ SceneAgreement::SceneAgreement(const float* frame, const float* mapped, int widt
         forEachRow(rows, [&](int row) { measureBlockRow(frame, mapped, grid, row, facts); });
         std::array<Usual, 3> usual;
         for (std::size_t c = 0; c < kChannels; ++c)
-            usual[c] = usualOf(facts[c], grid, limits[c].ceiling);
+            usual[c] = usualOf(facts[c], grid, limits[c]);
+        forEachRange(grid.count(), [&](std::size_t first, std::size_t last) {
+            for (std::size_t i = first; i < last; ++i) {
+                for (std::size_t c = 0; c < kChannels; ++c)
+                    facts[c].difference.data()[i] = differenceAt(facts[c], usual[c], limits[c], i);
+                measureClear(facts, limits, i);
+            }
+        });
+        for (Facts& channel : facts)
+            blurAround(channel, grid);
         forEachRow(rows, [&](int y) {
             for (int x = 0; x < columns; ++x) {
-                Excess excess;
+                const std::size_t i = grid.at(x, y);
+                Excess excess(visibleAt(facts, i));
                 for (std::size_t c = 0; c < kChannels; ++c)
-                    judge(facts[c], usual[c], limits[c], grid, x, y, excess);
-                const bool certain = excess.deviations > kCertain && excess.value > kVisible;
-                const bool possible = excess.deviations > kPossible && excess.value > kFaint;
-                verdicts[grid.at(x, y)] = certain ? kMoved : (possible ? kMaybe : kSame);
+                    judge(facts[c], usual[c], limits[c], grid, i, excess);
+                verdicts[i] = excess.certain ? kMoved : (excess.possible ? kMaybe : kSame);
             }
         });
     }

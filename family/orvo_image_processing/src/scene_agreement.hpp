@@ -12,12 +12,18 @@ namespace orvo::detail {
 constexpr int kToneBins = 64;
 [[nodiscard]] int toneBin(float value);
 
+// Samples above this share of white count as clipped: 8-bit compression makes it ring by some steps. Above the second,
+// cameras lead colours towards white.
+constexpr float kClippedShare = 0.97f;
+constexpr float kShoulderShare = 0.88f;
+
 /// What re-exposure does to the certainty of one channel.
 struct ToneLimits
 {
     /// By tone after re-exposure: how far one step of 8 bits of the original moves it.
     std::array<float, kToneBins> step{};
-    float ceiling = 1.0f; ///< tones from here up were clipped before re-exposure: only a lower limit is known
+    float shoulder = kShoulderShare; ///< tones from here up are led towards white
+    float ceiling = kClippedShare;   ///< tones from here up were clipped before re-exposure: only a lower limit is known
 };
 
 /// For each block of pixels, how far `frame` can stand in for `mapped`, another frame re-exposed to it.

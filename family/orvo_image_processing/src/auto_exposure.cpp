@@ -42,9 +42,19 @@ void fillTable(float* table, const ToneCurveMap& map)
 }
 
 // White has no colour. The channels' curves are fitted separately and end at different heights, which would tint all
-// clipped areas; pixels whose darkest channel is beyond the first of these converge and are equal at the second.
-constexpr float kMeetFrom = 0.97f;
-constexpr float kMeetAt = 1.0f;
+// clipped areas. Where a channel is clipped (from the first to the second of these), what it lost is unknown, and a
+// darker exposure would keep its ratio to the others: the closer the darkest channel is to white, the more of the
+// colour is due to clipping, and the channels converge. Smooth in both, because a step would show as a ring.
+constexpr float kClippedFrom = 0.98f;
+constexpr float kPaleFrom = 0.85f;
+constexpr float kWhite = 1.0f;
+
+ORVO_INLINE float smoothStep(float v, float from, float to)
+{
+    const float reach = (v - from) / (to - from);
+    const float t = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
+    return t * t * (3.0f - 2.0f * t);
+}
 
 /// `tables`: one for each channel, one after another. `clippedTone`: the lower limit of white.
 ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables,
@@ -55,6 +65,7 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
         float* const p = samples + 3 * i;
         float out[3];
         float darkest = kLargestRoot;
+        float lightest = 0.0f;
         float brightest = clippedTone;
         for (std::size_t c = 0; c < 3; ++c) {
             const float v = p[c];
@@ -65,10 +76,10 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
             const float low = channel[c][index];
             out[c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
             darkest = v < darkest ? v : darkest;
+            lightest = v > lightest ? v : lightest;
             brightest = out[c] > brightest ? out[c] : brightest;
         }
-        const float reach = (darkest - kMeetFrom) / (kMeetAt - kMeetFrom);
-        const float t = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
+        const float t = smoothStep(darkest, kPaleFrom, kWhite) * smoothStep(lightest, kClippedFrom, kWhite);
         for (std::size_t c = 0; c < 3; ++c)
             p[c] = out[c] + (brightest - out[c]) * t;
     }

@@ -32,20 +32,20 @@ constexpr float kCertain = 6.0f;
 constexpr float kPossible = 2.5f;
 // The smallest differences that count, of full scale. Deghosting at its strongest marks a difference of 0.03 in each
 // channel.
-constexpr float kVisible = 0.03f;
-constexpr float kFaint = 0.01f;
+constexpr float kVisible = 0.012f;
+constexpr float kFaint = 0.006f;
 // A difference that its surroundings share is a tint of the map unless it is this many times as large.
-constexpr float kTintMultiple = 4.0f;
+constexpr float kTintMultiple = 8.0f;
 // Surroundings: the scale of the structure that deghosting compares, a thirtieth of the width to each side.
 constexpr int kWidthsPerRadius = 30;
 constexpr float kMiddleTone = 0.4f;
 constexpr float kLeastVisible = 0.2f;
 // An error of rounding and fitting that noise does not show.
-constexpr float kLeastDeviation = 0.004f;
+constexpr float kLeastDeviation = 0.0015f;
 // Limits of what counts as usual, so that a moving subject that dominates a tone does not: steps of 8 bits of noise in
 // a pixel and in the mean of a block, where compression correlates it, and the error of the map in encoded values.
 constexpr float kStep = 1.0f / 255.0f;
-constexpr float kNoisePixel = 4.0f;
+constexpr float kNoisePixel = 2.0f;
 constexpr float kNoiseMean = 2.0f;
 constexpr float kLargestBias = 0.02f;
 
@@ -314,7 +314,7 @@ void judge(const Facts& facts, const Usual& usual, const ToneLimits& limits, con
     excess.raise(std::abs(difference) - explained, usual.deviation[bin]);
     if (facts.mapped.data()[i] >= limits.ceiling || facts.frame.data()[i] >= kClipped)
         return;
-    excess.raiseLocal(facts.clear.data()[i] * facts.residue.data()[i] - usual.residue[bin] - kTextureShare * facts.texture.data()[i] - explained,
+    excess.raiseLocal(facts.residue.data()[i] - usual.residue[bin] - kTextureShare * facts.texture.data()[i] - explained,
                       usual.residueDeviation[bin]);
 }
 

@@ -42,12 +42,16 @@ void fillTable(float* table, const ToneCurveMap& map)
 }
 
 // White has no colour. The channels' curves are fitted separately and end at different heights, which would tint all
-// clipped areas. Where a channel is clipped (from the first to the second of these), what it lost is unknown, and a
-// darker exposure would keep its ratio to the others: the closer the darkest channel is to white, the more of the
-// colour is due to clipping, and the channels converge. Smooth in both, because a step would show as a ring.
+// clipped areas; pixels whose darkest channel is beyond the first of these converge and are equal at the second.
+constexpr float kMeetFrom = 0.97f;
+constexpr float kMeetAt = 1.0f;
+
+// A clipped channel lost what it had above white, so a darker exposure would keep a ratio to the others that nothing
+// ever had: a pale window turns pink. The paler the pixel (by its darkest channel), the closer a clipped channel comes
+// to the darkest. Smooth in both, because a step would show as a ring.
 constexpr float kClippedFrom = 0.98f;
 constexpr float kPaleFrom = 0.85f;
-constexpr float kWhite = 1.0f;
+constexpr float kPaleAt = 0.97f;
 
 ORVO_INLINE float smoothStep(float v, float from, float to)
 {
@@ -65,7 +69,7 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
         float* const p = samples + 3 * i;
         float out[3];
         float darkest = kLargestRoot;
-        float lightest = 0.0f;
+        float least = kLargestRoot;
         float brightest = clippedTone;
         for (std::size_t c = 0; c < 3; ++c) {
             const float v = p[c];
@@ -76,12 +80,16 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
             const float low = channel[c][index];
             out[c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
             darkest = v < darkest ? v : darkest;
-            lightest = v > lightest ? v : lightest;
+            least = out[c] < least ? out[c] : least;
             brightest = out[c] > brightest ? out[c] : brightest;
         }
-        const float t = smoothStep(darkest, kPaleFrom, kWhite) * smoothStep(lightest, kClippedFrom, kWhite);
-        for (std::size_t c = 0; c < 3; ++c)
-            p[c] = out[c] + (brightest - out[c]) * t;
+        const float reach = (darkest - kMeetFrom) / (kMeetAt - kMeetFrom);
+        const float meet = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
+        const float pale = smoothStep(darkest, kPaleFrom, kPaleAt);
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float even = out[c] + (least - out[c]) * pale * smoothStep(p[c], kClippedFrom, kMeetAt);
+            p[c] = even + (brightest - even) * meet;
+        }
     }
 }
 

@@ -39,7 +39,7 @@ constexpr float kTintMultiple = 8.0f;
 // Surroundings: the scale of the structure that deghosting compares, a thirtieth of the width to each side.
 constexpr int kWidthsPerRadius = 30;
 constexpr float kMiddleTone = 0.4f;
-constexpr float kLeastVisible = 0.2f;
+constexpr float kLeastVisible = 0.5f;
 // An error of rounding and fitting that noise does not show.
 constexpr float kLeastDeviation = 0.0015f;
 // Limits of what counts as usual, so that a moving subject that dominates a tone does not: steps of 8 bits of noise in

@@ -15,7 +15,7 @@ _orvo()
         return
     fi
     case $before in
-        -o | --output | --log | --model)
+        -o | --output | --log | --model | --video)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             return
@@ -44,6 +44,13 @@ _orvo()
             mapfile -t COMPREPLY < <(compgen -W 'plane cylindrical spherical fisheye planet mercator' -- "$word")
             return
             ;;
+        --crop)
+            mapfile -t COMPREPLY < <(compgen -W 'none auto' -- "$word")
+            return
+            ;;
+        --bracket-size | --from | --to | --frame | --shift | --turn)
+            return
+            ;;
         --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size | --max-size)
             return
             ;;
@@ -66,6 +73,7 @@ _orvo()
                 ;;
             pano)
                 options='--help -o --output --quality --bits --projection --max-size --devignette --chromatic --lens
+                    --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
                     --threads --quiet --json --log'
                 ;;
             frames) options='--help --json' ;;

@@ -41,6 +41,20 @@ struct _Point
     constexpr bool operator==(const _Point&) const = default;
 };
 
+/// `size`, shrunk in proportion until its longest side is at most `limit` (1 or more), truncated; no side becomes 0
+/// that was not. A size that fits stays as it is.
+[[nodiscard]] constexpr _Size<int> scaleSizeToMax(const _Size<int>& size, int limit)
+{
+    const int longest = size.width > size.height ? size.width : size.height;
+    if (longest <= limit)
+        return size;
+    const auto scaled = [&](int side) {
+        const auto length = static_cast<int>(static_cast<long long>(side) * limit / longest);
+        return side > 0 && length < 1 ? 1 : length;
+    };
+    return {scaled(size.width), scaled(size.height)};
+}
+
 /// A picture, or a part of it, at a size. The zero rectangle is the whole picture, the zero size the picture's own.
 struct ResizeParameters
 {

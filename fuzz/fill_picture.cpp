@@ -43,7 +43,7 @@ void draw(Arguments& arguments, Mask& mask)
 std::shared_ptr<Picture> filled(const Picture& picture, const Mask& mask, int threads)
 {
     const orvo::WorkerLimit limit(threads);
-    return orvo::patchFiller()->fill(picture, mask, {});
+    return orvo::patchFiller()->fill(picture, mask, orvo::RunControl::none());
 }
 
 } // namespace
@@ -68,8 +68,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(result && result->size() == picture.size(), "the result has the size of the picture");
         for (int y = 0; y < picture.height(); ++y)
             for (int x = 0; x < picture.width(); ++x) {
-                const float mark = mask.row((2 * y + 1) * mask.height() / (2 * picture.height()))
-                                       [(2 * x + 1) * mask.width() / (2 * picture.width())];
+                const float mark = mask.row((2 * y + 1) * mask.height() /
+                                            (2 * picture.height()))[(2 * x + 1) * mask.width() / (2 * picture.width())];
                 if (!(mark >= 0.5f))
                     require(std::memcmp(&picture.row(y)[x], &result->row(y)[x], sizeof(Pixel)) == 0,
                             "known pixels come back bit for bit");
@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto again = filled(picture, mask, 0);
         require(std::memcmp(result->data(), again->data(), result->pixelCount() * sizeof(Pixel)) == 0,
                 "the number of threads does not matter");
-    } catch (const orvo::FillFailure&) {
+    } catch (const orvo::FailureError&) {
         bool known = false;
         for (std::size_t i = 0; i < mask.pixelCount(); ++i)
             known = known || !(mask.data()[i] >= 0.5f);

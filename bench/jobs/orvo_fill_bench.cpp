@@ -2,13 +2,12 @@
 //   orvo_fill_bench cases LIST DATA FOLDER        writes NAME.png and NAME_mask.png for each hole of LIST (see
 //                                                 fill_holes.txt) in the pictures of DATA
 //   orvo_fill_bench run METHOD FOLDER [KEY=VALUE...]
-//                                                 fills them into NAME_METHOD.png; prints the seconds of each. METHOD is
-//                                                 orvo, telea, navier-stokes, or any other name for the patches with
+//                                                 fills them into NAME_METHOD.png; prints the seconds of each. METHOD
+//                                                 is orvo, telea, navier-stokes, or any other name for the patches with
 //                                                 settings that differ: KEY is one of PatchFillSettings
 //   orvo_fill_bench score METHOD FOLDER           compares NAME_METHOD.png with NAME.png, as Markdown
 //   orvo_fill_bench sheet OUT.png FOLDER METHOD... puts the holes of all pictures side by side
 #include "bench_pictures.hpp"
-
 #include "filling/hole.hpp"
 #include "filling/patch_filler.hpp"
 
@@ -214,9 +213,13 @@ PatchFillSettings settingsFrom(const std::vector<std::string>& words)
 {
     PatchFillSettings settings;
     const std::map<std::string, std::function<void(double)>> keys = {
-#define ORVO_KEY(NAME) {#NAME, [&](double v) { settings.NAME = static_cast<decltype(settings.NAME)>(v); }}
-        ORVO_KEY(coarsestRounds), ORVO_KEY(finestRounds), ORVO_KEY(passes),       ORVO_KEY(textureGain),
-        ORVO_KEY(agreement),      ORVO_KEY(depthFalloff), ORVO_KEY(seed),           ORVO_KEY(rimWeight), ORVO_KEY(lastAgreement),  ORVO_KEY(evenSeams),
+#define ORVO_KEY(NAME)                                                                                                 \
+    {                                                                                                                  \
+#NAME, [&](double v) { settings.NAME = static_cast<decltype(settings.NAME)>(v); }                              \
+    }
+        ORVO_KEY(coarsestRounds), ORVO_KEY(finestRounds), ORVO_KEY(passes), ORVO_KEY(textureGain),
+        ORVO_KEY(agreement),      ORVO_KEY(depthFalloff), ORVO_KEY(seed),   ORVO_KEY(rimWeight),
+        ORVO_KEY(lastAgreement),  ORVO_KEY(evenSeams),
 #undef ORVO_KEY
     };
     for (const std::string& word : words) {
@@ -235,9 +238,10 @@ void run(const std::string& method, const fs::path& folder, const std::vector<st
     for (const std::string& name : namesIn(folder)) {
         const Case given = loadCase(folder, name);
         const auto start = std::chrono::steady_clock::now();
-        const PicturePointer result = method == "telea"           ? byOpenCV(given, cv::INPAINT_TELEA)
-                                      : method == "navier-stokes" ? byOpenCV(given, cv::INPAINT_NS)
-                                                                  : filler.fill(*given.picture, *given.mask, {});
+        const PicturePointer result = method == "telea" ? byOpenCV(given, cv::INPAINT_TELEA)
+                                      : method == "navier-stokes"
+                                          ? byOpenCV(given, cv::INPAINT_NS)
+                                          : filler.fill(*given.picture, *given.mask, orvo::RunControl::none());
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
         write(folder / (name + "_" + method + ".png"), *result);
         std::ofstream(folder / (name + "_" + method + ".seconds")) << seconds.count() << '\n';

@@ -165,8 +165,9 @@ TEST_F(Fill, ByANetwork)
     graph.text(2, "quarter").message(5, onnx::tensor("w", {3, 4, 1, 1}, weights));
     graph.message(11, onnx::values("image", 3, {64, 64})).message(11, onnx::values("mask", 1, {64, 64}));
     graph.message(12, onnx::values("out", 3, {}));
-    writeText(folder / "quarter.onnx",
-              onnx::Message().number(1, 7).message(8, onnx::Message().text(1, "").number(2, 11)).message(7, graph).bytes);
+    writeText(
+        folder / "quarter.onnx",
+        onnx::Message().number(1, 7).message(8, onnx::Message().text(1, "").number(2, 11)).message(7, graph).bytes);
     const Finished run = fill({"--mask", "mask.png", "-o", "out.png", "--model", "quarter.onnx"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     const auto after = read("out.png");

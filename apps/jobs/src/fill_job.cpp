@@ -1,5 +1,4 @@
 #include "checks.hpp"
-#include "log_reasons.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/fill_job.hpp>
@@ -18,7 +17,7 @@ constexpr JobProgress kLoadStarts{JobStep::Load, 0.02};
 constexpr double kFillStarts = 0.1;
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
 
-std::shared_ptr<Image> opened(const PictureRun& run, const std::filesystem::path& path)
+std::shared_ptr<Image> opened(PictureRun& run, const std::filesystem::path& path)
 {
     constexpr auto kAsItStands =
         static_cast<ImageReaderOpenFlag>(static_cast<std::int32_t>(ImageReaderOpenFlag::Upright) |
@@ -26,12 +25,13 @@ std::shared_ptr<Image> opened(const PictureRun& run, const std::filesystem::path
                                          static_cast<std::int32_t>(ImageReaderOpenFlag::Complete));
     auto image = ImageReader::instance().open({path, {}}, {}, kAsItStands, nullptr, {}, -1);
     if (!image)
-        throw JobError(JobOutcome::Failed, reasonForFile(run.log, path, "the picture cannot be read"));
+        throwLastFailure("the picture cannot be read");
+    run.keepWarnings();
     run.throwIfCancelled();
     return image;
 }
 
-std::shared_ptr<MaskImage> openedMask(const PictureRun& run, const std::filesystem::path& path)
+std::shared_ptr<MaskImage> openedMask(PictureRun& run, const std::filesystem::path& path)
 {
     const auto pixels = opened(run, path)->imageData({}, {}, true);
     auto mask = std::make_shared<MaskImage>(pixels->size());
@@ -66,14 +66,12 @@ std::shared_ptr<Image> fill(PictureRun& run, const FillJobRequest& request)
     const auto mask = openedMask(run, request.mask);
     run.report({JobStep::Fill, kFillStarts, /*opaque=*/!request.model.empty()});
     const auto filler = request.model.empty() ? patchFiller() : networkFiller(request.model);
-    FillCallbacks callbacks;
-    callbacks.cancel = [&] { return run.isCancelled(); };
-    callbacks.progress = [&](double done) {
-        run.report({JobStep::Fill, kFillStarts + (kWriteStarts.fraction - kFillStarts) * done});
-    };
-    const auto filled = filler->fill(*pixels, *mask, callbacks);
-    run.throwIfCancelled();
-    return CreateOrvoImage(filled, image->metadata());
+    const RunControl control([&] { return run.isCancelled(); },
+                             [&](float done) {
+                                 run.report({JobStep::Fill, kFillStarts + (kWriteStarts.fraction - kFillStarts) *
+                                                                              static_cast<double>(done)});
+                             });
+    return CreateOrvoImage(filler->fill(*pixels, *mask, control), image->metadata());
 }
 
 } // namespace

@@ -54,14 +54,15 @@ int runFill(int argc, char** argv)
     request.output = output;
 
     jobs::FillJobResult result;
-    PictureCommand command{.name = "fill",
-                           .run = run,
-                           .inputs = {request.source, request.mask},
-                           .output = request.output,
-                           .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::fillJob(request, callbacks); },
-                           .report = result,
-                           .json = [&] { return asJson(result, model); },
-                           .sentence = [&] { return writtenAsText(result); }};
+    PictureCommand command{
+        .name = "fill",
+        .run = run,
+        .inputs = {request.source, request.mask},
+        .output = request.output,
+        .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::fillJob(request, callbacks); },
+        .report = result,
+        .json = [&] { return asJson(result, model); },
+        .sentence = [&] { return writtenAsText(result); }};
     if (!model.empty())
         command.inputs.push_back(request.model); // the log must not be written into it either
     return runPictureCommand(command);

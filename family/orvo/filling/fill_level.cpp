@@ -100,8 +100,8 @@ void FillLevel::markPatches()
             span.end = x + 1;
         }
     }
-    sourceCount = static_cast<std::size_t>(
-        std::count(sources.data(), sources.data() + pixels(stride, rows), std::uint8_t{1}));
+    sourceCount =
+        static_cast<std::size_t>(std::count(sources.data(), sources.data() + pixels(stride, rows), std::uint8_t{1}));
     const std::size_t step = sourceCount / kMostListedSources + 1;
     std::size_t seen = 0;
     someSources.clear();

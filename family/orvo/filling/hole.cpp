@@ -1,6 +1,6 @@
 #include "filling/hole.hpp"
 
-#include <orvo/filling.hpp>
+#include <orvo_common/failure.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
@@ -24,8 +24,9 @@ _Size<int> checked(_Size<int> picture, _Size<int> mask)
 {
     for (const auto& [name, size] : {std::pair{"picture", picture}, std::pair{"mask", mask}})
         if (size.width < 1 || size.height < 1)
-            throw FillFailure(std::string("filling: a ") + name + " with pixels was expected, one of " + sides(size) +
-                              " was found");
+            throw FailureError({FailureKind::UnfittingPictures,
+                                {},
+                                std::string("expected a ") + name + " with pixels, found one of " + sides(size)});
     return picture;
 }
 
@@ -77,8 +78,10 @@ Hole::Hole(_Size<int> picture, const _ImageData<float>& mask)
     if (count != 0)
         box = {left, top, right - left, bottom - top};
     if (count == static_cast<std::size_t>(extent.width) * static_cast<std::size_t>(extent.height))
-        throw FillFailure("filling: a mask that leaves something of the picture was expected, one that marks all of " +
-                          sides(extent) + " pixels was found");
+        throw FailureError({FailureKind::UnfittingPictures,
+                            {},
+                            "expected a mask that leaves something of the picture, found one that marks all of " +
+                                sides(extent) + " pixels"});
 }
 
 } // namespace orvo::details

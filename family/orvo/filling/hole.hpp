@@ -14,7 +14,7 @@ namespace orvo::details {
 class Hole
 {
 public:
-    /// Throws FillFailure if picture or mask have no pixels, or the mask marks every one.
+    /// Throws FailureError if picture or mask have no pixels, or the mask marks every one.
     Hole(_Size<int> picture, const _ImageData<float>& mask);
 
     [[nodiscard]] bool empty() const { return count == 0; }

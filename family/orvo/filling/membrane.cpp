@@ -12,8 +12,8 @@ constexpr int kRelaxations = 2; // before and after each step to the coarser gri
 constexpr int kCoarsestRelaxations = 40;
 // Sums of 2 x 2 pixels tie blocks together twice as strongly as a grid of that width would (Braess).
 constexpr float kLooser = 0.5f;
-// Ties every pixel to 0, so that a mismatch on one side of a wide hole does not tint all of it: half of it is left about
-// 30 pixels away.
+// Ties every pixel to 0, so that a mismatch on one side of a wide hole does not tint all of it: half of it is left
+// about 30 pixels away.
 constexpr float kAnchor = 5e-4f;
 
 } // namespace
@@ -50,8 +50,8 @@ void Membrane::setInverse(Grid& grid)
     forEachRow(grid.size.height, [&](int y) {
         for (int x = 0; x < grid.size.width; ++x) {
             const std::size_t i = grid.at(x, y);
-            const float ties = grid.anchor[i] + grid.toRight[i] + grid.toRight[i - 1] + grid.below[i] +
-                               grid.below[i - stride];
+            const float ties =
+                grid.anchor[i] + grid.toRight[i] + grid.toRight[i - 1] + grid.below[i] + grid.below[i - stride];
             grid.inverse[i] = ties > 0.0f ? 1.0f / ties : 0.0f;
         }
     });

@@ -10,9 +10,9 @@
 
 namespace orvo::details {
 
-/// Solves, for the pixels of a hole, "as high as the mean of the neighbours, but for the given steps", with 0 around the
-/// hole and no neighbours beyond the picture. Several right sides, one after the other. Multigrid with sums of 2 x 2
-/// pixels (Braess, Computing 55, 1995), so that its cost is that of the pixels.
+/// Solves, for the pixels of a hole, "as high as the mean of the neighbours, but for the given steps", with 0 around
+/// the hole and no neighbours beyond the picture. Several right sides, one after the other. Multigrid with sums of 2 x
+/// 2 pixels (Braess, Computing 55, 1995), so that its cost is that of the pixels.
 class Membrane
 {
 public:
@@ -45,7 +45,7 @@ private:
             return static_cast<std::size_t>(size.width + 2) * static_cast<std::size_t>(size.height + 2);
         }
 
-        _Size<int> size; // around it there is a border of pixels that are not free
+        _Size<int> size;             // around it there is a border of pixels that are not free
         ManagedPlane<float> toRight; // how strongly a pixel is tied to its right neighbour
         ManagedPlane<float> below;
         ManagedPlane<float> anchor;  // and to 0

@@ -21,7 +21,7 @@ namespace orvo {
 
 std::unique_ptr<Filler> networkFiller(const std::filesystem::path& model)
 {
-    return std::make_unique<details::NetworkFiller>(model);
+    return details::keepingFailure([&] { return std::make_unique<details::NetworkFiller>(model); });
 }
 
 namespace details {
@@ -46,14 +46,14 @@ std::string text(const std::vector<std::int64_t>& sides)
 std::vector<uchar> readModel(const std::filesystem::path& model)
 {
     const auto fail = [&](const std::string& found) {
-        throw FillFailure("inpainting network " + model.string() + ": a file of ONNX was expected, " + found);
+        throw FailureError({FailureKind::UnreadableFile, model, "expected an ONNX file, " + found});
     };
     std::error_code error;
     if (!std::filesystem::is_regular_file(model, error))
-        fail("there is no such file");
+        fail("no such file");
     const std::uintmax_t size = std::filesystem::file_size(model, error);
     if (error || size == 0 || size > kMostModelBytes)
-        fail("one of " + std::to_string(error ? 0 : size) + " bytes was found");
+        fail("found " + std::to_string(error ? 0 : size) + " bytes");
     std::vector<uchar> bytes(static_cast<std::size_t>(size));
     std::ifstream file(model, std::ios::binary);
     if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
@@ -65,7 +65,7 @@ std::vector<uchar> readModel(const std::filesystem::path& model)
 
 struct NetworkFiller::State
 {
-    std::string name;
+    std::filesystem::path file;
     std::string pictureInput;
     std::string maskInput;
     int width = kUsualSide;
@@ -74,9 +74,9 @@ struct NetworkFiller::State
     std::mutex running; // a network keeps its intermediate results
     cv::dnn::Net net;
 
-    [[noreturn]] void fail(const std::string& expectedAndFound) const
+    [[noreturn]] void fail(const std::string& sentence) const
     {
-        throw FillFailure(name + ": " + expectedAndFound);
+        throw FailureError({FailureKind::UnreadableFile, file, sentence});
     }
 
     [[nodiscard]] cv::Mat blob(int channels, double value) const
@@ -88,8 +88,8 @@ struct NetworkFiller::State
     void setSide(int& side, std::int64_t declared) const
     {
         if (declared > kMostSide)
-            fail("inputs with sides of at most " + std::to_string(kMostSide) + " were expected, " +
-                 std::to_string(declared) + " was found");
+            fail("expected inputs with sides of at most " + std::to_string(kMostSide) + ", found " +
+                 std::to_string(declared));
         if (declared > 0)
             side = static_cast<int>(declared);
     }
@@ -107,8 +107,8 @@ struct NetworkFiller::State
             std::string found;
             for (const OnnxInput& input : inputs)
                 found += (found.empty() ? "" : " and ") + text(input.sides);
-            fail("a picture of 1 x 3 x H x W and a mask of 1 x 1 x H x W were expected as inputs, " +
-                 (found.empty() ? "none" : found) + " were found");
+            fail("expected a picture of 1 x 3 x H x W and a mask of 1 x 1 x H x W as inputs, found " +
+                 (found.empty() ? "none" : found));
         }
         pictureInput = inputs[straight ? 0 : 1].name;
         maskInput = inputs[straight ? 1 : 0].name;
@@ -128,8 +128,8 @@ struct NetworkFiller::State
             std::vector<std::int64_t> sides;
             for (int i = 0; i < output.dims; ++i)
                 sides.push_back(output.size[i]);
-            fail("a picture of 1 x 3 x " + std::to_string(height) + " x " + std::to_string(width) +
-                 " was expected as output, " + text(sides) + " was found");
+            fail("expected an output of 1 x 3 x " + std::to_string(height) + " x " + std::to_string(width) +
+                 ", found " + text(sides));
         }
         return output;
     }
@@ -139,10 +139,10 @@ struct NetworkFiller::State
         const std::vector<uchar> bytes = readModel(model);
         const std::vector<OnnxInput> inputs = declaredInputs(bytes);
         if (inputs.empty())
-            fail("a file of ONNX was expected, one without a graph that has inputs was found");
+            fail("expected an ONNX file, found one without a graph that has inputs");
         const std::string damage = graphDamage(bytes);
         if (!damage.empty())
-            fail("a sound file of ONNX was expected, " + damage);
+            fail("expected an undamaged ONNX file, " + damage);
         readInputs(inputs);
         try {
             const QuietOpenCv quiet; // what it has to say comes with the exception
@@ -153,14 +153,14 @@ struct NetworkFiller::State
             const cv::Mat output = forward(blob(3, 0.5), blob(1, 0.0));
             fullScale = cv::mean(output.reshape(1, 1))[0] > kBeyondOne ? 255.0f : 1.0f;
         } catch (const cv::Exception& error) {
-            fail(std::string("a network that OpenCV runs was expected, it says: ") + error.what());
+            fail(std::string("OpenCV cannot run it: ") + error.what());
         }
     }
 };
 
 NetworkFiller::NetworkFiller(const std::filesystem::path& model) : state(std::make_unique<State>())
 {
-    state->name = "inpainting network " + model.string();
+    state->file = model;
     state->load(model);
 }
 
@@ -198,14 +198,19 @@ void putInto(cv::Mat& blob, const _ImageData<PixelRGB<float>>& picture, const cv
 
 std::shared_ptr<_ImageData<PixelRGB<float>>> NetworkFiller::fill(const _ImageData<PixelRGB<float>>& picture,
                                                                  const _ImageData<float>& mask,
-                                                                 const FillCallbacks& callbacks) const
+                                                                 const RunControl& control) const
+{
+    return keepingFailure([&] { return filled(picture, mask, control); });
+}
+
+NetworkFiller::Result NetworkFiller::filled(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask,
+                                            const RunControl& control) const
 {
     const Hole hole(picture.size(), mask);
     auto result = picture.copy({});
     if (hole.empty())
         return result;
-    if (callbacks.cancel && callbacks.cancel())
-        return {};
+    control.throwIfCancelled();
     const _Rect<int> square = squareAround(hole, state->width, state->height);
     fillSmoothly(*result, hole); // what the network must not see mixes with its surroundings when it is reduced
     const _Size<int> seen{state->width, state->height};
@@ -229,18 +234,16 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> NetworkFiller::fill(const _ImageDat
                 painted.row(y)[x] = clampValue(PixelRGB<float>{channel(0), channel(1), channel(2)});
             }
     } catch (const cv::Exception& error) {
-        state->fail(std::string("the picture was expected to pass, OpenCV says: ") + error.what());
+        state->fail(std::string("OpenCV cannot run it on the picture: ") + error.what());
     }
-    if (callbacks.cancel && callbacks.cancel())
-        return {};
+    control.throwIfCancelled();
     const auto enlarged = painted.resize(square.size(), {}, true);
     forEachRow(hole.size().height, [&](int y) {
         for (int x = 0; x < hole.size().width; ++x)
             if (hole.row(y)[x] != 0)
                 result->row(y)[x] = enlarged->row(y - square.y)[x - square.x];
     });
-    if (callbacks.progress)
-        callbacks.progress(1.0);
+    control.report(1.0f);
     return result;
 }
 

@@ -13,15 +13,19 @@ namespace orvo::details {
 class NetworkFiller : public Filler
 {
 public:
-    /// Throws FillFailure.
+    /// Throws FailureError.
     explicit NetworkFiller(const std::filesystem::path& model);
     ~NetworkFiller() override;
 
     [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> fill(const _ImageData<PixelRGB<float>>& picture,
                                                                     const _ImageData<float>& mask,
-                                                                    const FillCallbacks& callbacks) const override;
+                                                                    const RunControl& control) const override;
 
 private:
+    using Result = std::shared_ptr<_ImageData<PixelRGB<float>>>;
+    [[nodiscard]] Result filled(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask,
+                                const RunControl& control) const;
+
     struct State;
     std::unique_ptr<State> state;
 };

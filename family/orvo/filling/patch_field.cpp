@@ -27,7 +27,8 @@ class RowSearch
 {
 public:
     RowSearch(const FillLevel& level_, int rimWeight_, int radius_, unsigned stream_)
-        : level(level_), rimWeight(rimWeight_), count(level_.width() * level_.height()), radius(radius_), stream(stream_)
+        : level(level_), rimWeight(rimWeight_), count(level_.width() * level_.height()), radius(radius_),
+          stream(stream_)
     {}
 
     // `before` is the field of the pass before; `row` is written. `forward`: from left to right.
@@ -88,7 +89,8 @@ private:
     }
 
     // What lies beside the source of a neighbour as the target lies beside the neighbour.
-    ORVO_INLINE void propose(const WeightedPatch& patch, int target, int neighbour, const PatchField& field, Match& best) const
+    ORVO_INLINE void propose(const WeightedPatch& patch, int target, int neighbour, const PatchField& field,
+                             Match& best) const
     {
         if (isTarget(neighbour))
             attempt(patch, field.source[idx(neighbour)] + target - neighbour, best);

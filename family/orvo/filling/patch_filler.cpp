@@ -53,8 +53,8 @@ int deepest(const FillLevel& level)
     return depth;
 }
 
-std::vector<FillLevel> pyramidOf(const _ImageData<PixelRGB<float>>& picture, const Hole& hole,
-                                 const _Rect<int>& window, const PatchFillSettings& settings)
+std::vector<FillLevel> pyramidOf(const _ImageData<PixelRGB<float>>& picture, const Hole& hole, const _Rect<int>& window,
+                                 const PatchFillSettings& settings)
 {
     std::vector<FillLevel> levels;
     levels.push_back(finestLevel(picture, hole, window, kTextureRadius, settings.textureGain));
@@ -71,26 +71,24 @@ std::vector<FillLevel> pyramidOf(const _ImageData<PixelRGB<float>>& picture, con
 class PatchRun
 {
 public:
-    PatchRun(const PatchFillSettings& settings_, const FillCallbacks& callbacks_) : settings(settings_), callbacks(callbacks_) {}
+    PatchRun(const PatchFillSettings& settings_, const RunControl& control_) : settings(settings_), control(control_) {}
 
-    // Paints the hole of `result`, whose known pixels are the picture's. False on cancel.
-    bool fill(const Hole& hole, _ImageData<PixelRGB<float>>& result)
+    // Paints the hole of `result`, whose known pixels are the picture's.
+    void fill(const Hole& hole, _ImageData<PixelRGB<float>>& result)
     {
         const _Rect<int> window = windowAround(hole);
         std::vector<FillLevel> levels = pyramidOf(result, hole, window, settings);
-        if (cancelled())
-            return false;
+        control.throwIfCancelled();
         if (levels.front().sourceCount == 0) {
             fillSmoothly(result, hole);
-            return true;
+            return;
         }
         count = static_cast<int>(levels.size());
         PatchField field = peel(levels.back(), settings);
-        report(kPeeled);
+        control.report(kPeeled);
         for (int i = count - 1; i >= 0; --i) {
             FillLevel& level = levels.back();
-            if (!improve(level, i, field))
-                return false;
+            improve(level, i, field);
             if (i > 0) {
                 PatchField finer = refinedField(levels[static_cast<std::size_t>(i - 1)], level, field);
                 std::swap(field, finer);
@@ -99,48 +97,38 @@ public:
             }
         }
         voteInFull(levels.front(), field, settings, hole, window, result);
-        report(kPainted);
-        if (cancelled())
-            return false;
+        control.report(kPainted);
+        control.throwIfCancelled();
         if (settings.evenSeams) {
             const SeamSteps seams(levels.front(), field, settings, hole, window, result);
             levels.clear();
             seams.evenOut(result);
         }
-        return true;
     }
 
 private:
-    static constexpr double kPeeled = 0.05;
-    static constexpr double kPainted = 0.9;
+    static constexpr float kPeeled = 0.05f;
+    static constexpr float kPainted = 0.9f;
 
-    // Rounds of search and vote at level `i`. False on cancel.
-    bool improve(FillLevel& level, int i, PatchField& field)
+    // Rounds of search and vote at level `i`.
+    void improve(FillLevel& level, int i, PatchField& field)
     {
         const int most = settings.coarsestRounds;
         const int rounds = count == 1 ? most : settings.finestRounds + (most - settings.finestRounds) * i / (count - 1);
         // A level has four times the pixels of the next, so the finest takes about half of the time.
-        const double end = kPeeled + (kPainted - kPeeled) * std::pow(0.5, i);
-        const double begin = i + 1 == count ? kPeeled : kPeeled + (kPainted - kPeeled) * std::pow(0.5, i + 1);
+        const float end = kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i));
+        const float begin =
+            i + 1 == count ? kPeeled : kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i + 1));
         for (int round = 0; round < rounds; ++round) {
-            if (cancelled())
-                return false;
+            control.throwIfCancelled();
             search(level, field, settings, std::max(level.width(), level.height()), ++stream);
             vote(level, field, settings);
-            report(begin + (end - begin) * (round + 1) / rounds);
+            control.report(begin + (end - begin) * static_cast<float>(round + 1) / static_cast<float>(rounds));
         }
-        return true;
-    }
-
-    [[nodiscard]] bool cancelled() const { return callbacks.cancel && callbacks.cancel(); }
-    void report(double fraction) const
-    {
-        if (callbacks.progress)
-            callbacks.progress(fraction);
     }
 
     const PatchFillSettings& settings;
-    const FillCallbacks& callbacks;
+    const RunControl& control;
     int count = 0;
     unsigned stream = settings.seed;
 };
@@ -149,15 +137,16 @@ private:
 
 std::shared_ptr<_ImageData<PixelRGB<float>>> PatchFiller::fill(const _ImageData<PixelRGB<float>>& picture,
                                                                const _ImageData<float>& mask,
-                                                               const FillCallbacks& callbacks) const
+                                                               const RunControl& control) const
 {
-    const Hole hole(picture.size(), mask);
-    auto result = picture.copy({});
-    if (!hole.empty() && !PatchRun(settings, callbacks).fill(hole, *result))
-        return {};
-    if (callbacks.progress)
-        callbacks.progress(1.0);
-    return result;
+    return keepingFailure([&] {
+        const Hole hole(picture.size(), mask);
+        auto result = picture.copy({});
+        if (!hole.empty())
+            PatchRun(settings, control).fill(hole, *result);
+        control.report(1.0f);
+        return result;
+    });
 }
 
 } // namespace details

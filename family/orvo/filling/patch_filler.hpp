@@ -15,7 +15,7 @@ public:
 
     [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> fill(const _ImageData<PixelRGB<float>>& picture,
                                                                     const _ImageData<float>& mask,
-                                                                    const FillCallbacks& callbacks) const override;
+                                                                    const RunControl& control) const override;
 
 private:
     const PatchFillSettings settings;

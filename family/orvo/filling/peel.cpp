@@ -80,8 +80,7 @@ private:
     ORVO_INLINE void tryAll(int corner, const WeightedPatch& patch, int& best, int& bestDistance) const
     {
         const auto attempt = [&](int source) {
-            const int distance =
-                patchDistance(patch, level.texels.data() + source, level.width(), bestDistance);
+            const int distance = patchDistance(patch, level.texels.data() + source, level.width(), bestDistance);
             if (distance < bestDistance) {
                 bestDistance = distance;
                 best = source;
@@ -97,8 +96,8 @@ private:
             attempt(level.someSources[idx(random.below(static_cast<int>(level.someSources.size())))]);
         for (int reach = kPatch; reach >= 1; --reach)
             for (int n = 0; n < kPatch; ++n) {
-                const int near = best + (random.below(2 * reach + 1) - reach) * level.width() +
-                                 random.below(2 * reach + 1) - reach;
+                const int near =
+                    best + (random.below(2 * reach + 1) - reach) * level.width() + random.below(2 * reach + 1) - reach;
                 if (near >= 0 && near < level.width() * level.height() && level.sources[idx(near)] != 0)
                     attempt(near);
             }
@@ -118,8 +117,7 @@ private:
     {
         const int offset = kCentre * level.width() + kCentre;
         std::vector<int> found(layer.size());
-        forEachRow(static_cast<int>(layer.size()),
-                   [&](int n) { found[idx(n)] = bestSource(layer[idx(n)] - offset); });
+        forEachRow(static_cast<int>(layer.size()), [&](int n) { found[idx(n)] = bestSource(layer[idx(n)] - offset); });
         // Each pixel of the layer is the mean of what the patches around the layer's pixels nearby say of it.
         const int width = level.width();
         for (std::size_t n = 0; n < layer.size(); ++n) {

@@ -16,7 +16,10 @@ constexpr float kUnit = 1.0f / 30000.0f;
 // A step of this size counts half: what is stronger is an edge that does not fit, and evening it out would smear it.
 constexpr float kEdge = 0.12f;
 
-PixelRGB<float> operator-(const PixelRGB<float>& a, const PixelRGB<float>& b) { return {a.r - b.r, a.g - b.g, a.b - b.b}; }
+PixelRGB<float> operator-(const PixelRGB<float>& a, const PixelRGB<float>& b)
+{
+    return {a.r - b.r, a.g - b.g, a.b - b.b};
+}
 
 float greatest(const PixelRGB<float>& p) { return std::max({std::abs(p.r), std::abs(p.g), std::abs(p.b)}); }
 
@@ -66,9 +69,9 @@ std::size_t SeamSteps::at(int x, int y) const
 
 SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const PatchFillSettings& settings,
                      const Hole& hole_, const _Rect<int>& window, const _ImageData<PixelRGB<float>>& painted)
-    : hole(hole_), toRight(static_cast<std::size_t>(hole_.bounds().width + 1) *
-                               static_cast<std::size_t>(hole_.bounds().height + 1),
-                           true),
+    : hole(hole_),
+      toRight(static_cast<std::size_t>(hole_.bounds().width + 1) * static_cast<std::size_t>(hole_.bounds().height + 1),
+              true),
       below(static_cast<std::size_t>(hole_.bounds().width + 1) * static_cast<std::size_t>(hole_.bounds().height + 1),
             true)
 {

@@ -40,9 +40,8 @@ Blocks firstBlocks(const _ImageData<PixelRGB<float>>& picture, const Hole& hole)
     forEachRow(picture.height(), [&](int y) {
         const PixelRGB<float>* const in = picture.row(y);
         for (int x = 0; x < picture.width(); ++x)
-            blocks.row(y)[x] = hole.row(y)[x] != 0
-                                   ? Block{0.0f, 0.0f, 0.0f, 0.0f}
-                                   : Block{finite(in[x].r), finite(in[x].g), finite(in[x].b), 1.0f};
+            blocks.row(y)[x] = hole.row(y)[x] != 0 ? Block{0.0f, 0.0f, 0.0f, 0.0f}
+                                                   : Block{finite(in[x].r), finite(in[x].g), finite(in[x].b), 1.0f};
     });
     return blocks;
 }

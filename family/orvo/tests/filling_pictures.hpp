@@ -30,9 +30,10 @@ inline std::function<bool(int, int)> within(orvo::_Rect<int> rect)
     };
 }
 
-inline orvo::PicturePointer filled(const Picture& picture, const Mask& mask, const orvo::FillCallbacks& callbacks = {})
+inline orvo::PicturePointer filled(const Picture& picture, const Mask& mask,
+                                   const orvo::RunControl& control = orvo::RunControl::none())
 {
-    return orvo::patchFiller()->fill(picture, mask, callbacks);
+    return orvo::patchFiller()->fill(picture, mask, control);
 }
 
 /// Something with structure at several scales, without a period.

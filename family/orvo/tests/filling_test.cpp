@@ -13,7 +13,8 @@
 namespace {
 
 using namespace test;
-using orvo::FillFailure;
+using orvo::FailureError;
+using orvo::FailureKind;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
@@ -57,8 +58,8 @@ TEST(Filling, TheHoleBeginsAtAHalf)
     const auto picture = drawn(kSize, nullptr, [](int, int) { return Pixel{0.25f, 0.5f, 0.75f}; });
     const auto mask = maskOf(kSize, [](int, int) { return false; });
     const Pixel foreign{0.9f, 0.1f, 0.1f};
-    const std::vector<std::pair<float, bool>> samples = {
-        {0.499f, false}, {0.5f, true}, {0.7f, true}, {kInfinity, true}, {kNaN, false}, {-kInfinity, false}};
+    const std::vector<std::pair<float, bool>> samples = {{0.499f, false},   {0.5f, true},  {0.7f, true},
+                                                         {kInfinity, true}, {kNaN, false}, {-kInfinity, false}};
     for (int i = 0; i < static_cast<int>(samples.size()); ++i) {
         picture->row(40)[10 + 12 * i] = foreign;
         mask->row(40)[10 + 12 * i] = samples[static_cast<std::size_t>(i)].first;
@@ -83,11 +84,17 @@ TEST(Filling, AMaskOfAnotherSizeIsLaidOverThePicture)
 TEST(Filling, RefusesWhereNothingIsKnown)
 {
     EXPECT_THAT([] { (void)filled(*clothPicture(), *maskOf(kSize, [](int, int) { return true; })); },
-                ThrowsMessage<FillFailure>(HasSubstr("marks all of 96 x 80 pixels")));
-    EXPECT_THAT([] { (void)filled(*clothPicture({0, 0}), *maskOf(kSize, within(kMiddle))); },
-                ThrowsMessage<FillFailure>(HasSubstr("a picture with pixels")));
-    EXPECT_THAT([] { (void)filled(*clothPicture(), *maskOf({0, 5}, within(kMiddle))); },
-                ThrowsMessage<FillFailure>(HasSubstr("a mask with pixels")));
+                ThrowsMessage<FailureError>(HasSubstr("marks all of 96 x 80 pixels")));
+    EXPECT_THAT(
+        [] {
+            (void)filled(*clothPicture({0, 0}), *maskOf(kSize, within(kMiddle)));
+        },
+        ThrowsMessage<FailureError>(HasSubstr("expected a picture with pixels")));
+    EXPECT_THAT(
+        [] {
+            (void)filled(*clothPicture(), *maskOf({0, 5}, within(kMiddle)));
+        },
+        ThrowsMessage<FailureError>(HasSubstr("expected a mask with pixels")));
 }
 
 TEST(Filling, WhatIsInTheHoleDoesNotMatter)
@@ -209,22 +216,29 @@ TEST_P(FillingShapes, AreFilledFromWhatIsKnown)
 
 INSTANTIATE_TEST_SUITE_P(
     Holes, FillingShapes,
-    testing::Values(Shape{"Corner", kSize, within({0, 0, 30, 20})}, Shape{"OtherCorner", kSize, within({70, 65, 26, 15})},
-                    Shape{"LeftBorder", kSize, within({0, 0, 25, 80})},
-                    Shape{"AroundThePicture", {140, 120}, [](int x, int y) { return !within({35, 30, 70, 60})(x, y); }},
-                    Shape{"AroundALittle", {90, 90}, [](int x, int y) { return !within({38, 40, 10, 9})(x, y); }},
-                    Shape{"AllButOnePixel", {33, 31}, [](int x, int y) { return x != 20 || y != 9; }},
-                    Shape{"AllButAThinStrip", {80, 60}, [](int, int y) { return y >= 3; }},
-                    Shape{"Chequered", {51, 47}, [](int x, int y) { return (x + y) % 2 == 0; }},
-                    Shape{"OnePixel", kSize, within({50, 40, 1, 1})}, Shape{"LastPixel", kSize, within({95, 79, 1, 1})},
-                    Shape{"ThinLine", {301, 117}, [](int x, int y) { return std::abs(3 * y - x) < 6; }},
-                    Shape{"TwoFarApart", {401, 60}, [](int x, int y) { return x < 9 || (x > 380 && y < 30); }},
-                    Shape{"Ring", {120, 120}, [](int x, int y) {
-                              return std::abs(std::hypot(x - 60.0, y - 60.0) - 40.0) < 8.0;
-                          }},
-                    Shape{"TwoPixels", {2, 1}, within({1, 0, 1, 1})}, Shape{"ThreeByTwo", {3, 2}, within({1, 0, 1, 2})},
-                    Shape{"Column", {1, 7}, within({0, 2, 1, 3})}, Shape{"LowAndWide", {641, 3}, within({300, 0, 40, 3})},
-                    Shape{"OddSides", {7, 7}, within({3, 3, 1, 1})}, Shape{"Eight", {8, 8}, within({0, 0, 4, 8})}),
+    testing::Values(
+        Shape{"Corner", kSize, within({0, 0, 30, 20})}, Shape{"OtherCorner", kSize, within({70, 65, 26, 15})},
+        Shape{"LeftBorder", kSize, within({0, 0, 25, 80})},
+        Shape{"AroundThePicture",
+              {140, 120},
+              [](int x, int y) {
+                  return !within({35, 30, 70, 60})(x, y);
+              }},
+        Shape{"AroundALittle",
+              {90, 90},
+              [](int x, int y) {
+                  return !within({38, 40, 10, 9})(x, y);
+              }},
+        Shape{"AllButOnePixel", {33, 31}, [](int x, int y) { return x != 20 || y != 9; }},
+        Shape{"AllButAThinStrip", {80, 60}, [](int, int y) { return y >= 3; }},
+        Shape{"Chequered", {51, 47}, [](int x, int y) { return (x + y) % 2 == 0; }},
+        Shape{"OnePixel", kSize, within({50, 40, 1, 1})}, Shape{"LastPixel", kSize, within({95, 79, 1, 1})},
+        Shape{"ThinLine", {301, 117}, [](int x, int y) { return std::abs(3 * y - x) < 6; }},
+        Shape{"TwoFarApart", {401, 60}, [](int x, int y) { return x < 9 || (x > 380 && y < 30); }},
+        Shape{"Ring", {120, 120}, [](int x, int y) { return std::abs(std::hypot(x - 60.0, y - 60.0) - 40.0) < 8.0; }},
+        Shape{"TwoPixels", {2, 1}, within({1, 0, 1, 1})}, Shape{"ThreeByTwo", {3, 2}, within({1, 0, 1, 2})},
+        Shape{"Column", {1, 7}, within({0, 2, 1, 3})}, Shape{"LowAndWide", {641, 3}, within({300, 0, 40, 3})},
+        Shape{"OddSides", {7, 7}, within({3, 3, 1, 1})}, Shape{"Eight", {8, 8}, within({0, 0, 4, 8})}),
     [](const auto& shape) { return std::string(shape.param.name); });
 
 TEST(Filling, OnePixelThatIsKnownIsACopy)
@@ -251,14 +265,14 @@ TEST(Filling, SameBytesForAnyNumberOfThreads)
 
 TEST(Filling, ProgressRisesToOne)
 {
-    std::vector<double> seen;
-    const auto result = filled(*clothPicture(), *maskOf(kSize, within(kMiddle)),
-                               {.progress = [&](double done) { seen.push_back(done); }, .cancel = {}});
+    std::vector<float> seen;
+    const orvo::RunControl control({}, [&](float done) { seen.push_back(done); });
+    const auto result = filled(*clothPicture(), *maskOf(kSize, within(kMiddle)), control);
     ASSERT_TRUE(result);
     ASSERT_GT(seen.size(), 2u);
     EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
-    EXPECT_GE(seen.front(), 0.0);
-    EXPECT_EQ(seen.back(), 1.0);
+    EXPECT_GE(seen.front(), 0.0f);
+    EXPECT_EQ(seen.back(), 1.0f);
 }
 
 TEST(Filling, StopsWheneverItIsCancelled)
@@ -266,11 +280,17 @@ TEST(Filling, StopsWheneverItIsCancelled)
     const auto picture = clothPicture();
     const auto mask = maskOf(kSize, within(kMiddle));
     int asked = 0;
-    (void)filled(*picture, *mask, {.progress = {}, .cancel = [&] { return ++asked < 0; }});
+    (void)filled(*picture, *mask, orvo::RunControl([&] { return ++asked < 0; }));
     ASSERT_GT(asked, 3);
     for (int last = 1; last <= asked; last += 3) {
         int count = 0;
-        EXPECT_FALSE(filled(*picture, *mask, {.progress = {}, .cancel = [&] { return ++count >= last; }})) << last;
+        try {
+            (void)filled(*picture, *mask, orvo::RunControl([&] { return ++count >= last; }));
+            ADD_FAILURE() << last;
+        } catch (const FailureError& error) {
+            EXPECT_EQ(error.failure().kind, FailureKind::Cancelled);
+        }
+        EXPECT_EQ(orvo::lastFailure(), orvo::cancelledFailure());
         EXPECT_EQ(count, last);
     }
 }

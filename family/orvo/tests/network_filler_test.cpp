@@ -10,7 +10,7 @@
 namespace {
 
 using namespace test;
-using orvo::FillFailure;
+using orvo::FailureError;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
@@ -20,8 +20,8 @@ constexpr Pixel kPaint{0.25f, 0.5f, 0.75f};
 
 struct Painter
 {
-    float scale = 1.0f;       // of what it gives
-    bool maskFirst = false;   // among its inputs
+    float scale = 1.0f;     // of what it gives
+    bool maskFirst = false; // among its inputs
     int pictureChannels = 3;
     onnx::Sides sides{};
 };
@@ -51,10 +51,10 @@ std::string painter(const Painter& kind)
 }
 
 orvo::PicturePointer filledBy(const std::string& bytes, const Picture& picture, const Mask& mask,
-                              const orvo::FillCallbacks& callbacks = {})
+                              const orvo::RunControl& control = orvo::RunControl::none())
 {
     const onnx::ModelFile file(bytes, "painter");
-    return orvo::networkFiller(file.path)->fill(picture, mask, callbacks);
+    return orvo::networkFiller(file.path)->fill(picture, mask, control);
 }
 
 class NetworkFilling : public testing::TestWithParam<Painter>
@@ -91,8 +91,10 @@ TEST(NetworkFilling, FillsAroundThePicture)
 TEST(NetworkFilling, StopsWhenCancelled)
 {
     const auto picture = drawn(kSize, nullptr, cloth);
-    EXPECT_FALSE(filledBy(painter({}), *picture, *maskOf(kSize, within({40, 30, 20, 20})),
-                          {.progress = {}, .cancel = [] { return true; }}));
+    EXPECT_THROW((void)filledBy(painter({}), *picture, *maskOf(kSize, within({40, 30, 20, 20})),
+                                orvo::RunControl([] { return true; })),
+                 FailureError);
+    EXPECT_EQ(orvo::lastFailure(), orvo::cancelledFailure());
 }
 
 TEST(NetworkFilling, RefusesWhatIsNoInpaintingNetwork)
@@ -100,15 +102,15 @@ TEST(NetworkFilling, RefusesWhatIsNoInpaintingNetwork)
     const auto expectRefusal = [](const std::string& bytes, const std::string& found) {
         const onnx::ModelFile file(bytes, "refused");
         EXPECT_THAT([&] { (void)orvo::networkFiller(file.path); },
-                    ThrowsMessage<FillFailure>(AllOf(HasSubstr(file.path.string()), HasSubstr(found))));
+                    ThrowsMessage<FailureError>(AllOf(HasSubstr(file.path.string()), HasSubstr(found))));
     };
-    expectRefusal(onnx::identity(3), "1 x 3 x any x any were found");
+    expectRefusal(onnx::identity(3), "found 1 x 3 x any x any");
     expectRefusal(painter({.pictureChannels = 4}), "1 x 4 x any x any and 1 x 1 x any x any");
-    expectRefusal(painter({.sides = {64, 100'000}}), "100000 was found");
-    expectRefusal("Dear photographer", "one without a graph that has inputs");
-    expectRefusal("", "one of 0 bytes");
+    expectRefusal(painter({.sides = {64, 100'000}}), "found 100000");
+    expectRefusal("Dear photographer", "found one without a graph that has inputs");
+    expectRefusal("", "found 0 bytes");
     EXPECT_THAT([] { (void)orvo::networkFiller("/nowhere/at/all.onnx"); },
-                ThrowsMessage<FillFailure>(AllOf(HasSubstr("/nowhere/at/all.onnx"), HasSubstr("no such file"))));
+                ThrowsMessage<FailureError>(AllOf(HasSubstr("/nowhere/at/all.onnx"), HasSubstr("no such file"))));
 }
 
 } // namespace

@@ -2,29 +2,13 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <stdexcept>
 
 namespace orvo {
-
-/// Why a picture could not be completed, or a network not be used; the text names what was expected and what was found.
-class ORVO_EXPORT FillFailure : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// How a caller follows and stops a filling. Both may be empty. Called on the thread of the caller, between steps that
-/// take about a second for a hole of two megapixels.
-struct FillCallbacks
-{
-    std::function<void(double)> progress; ///< fraction that is done, 0..1, never falling
-    std::function<bool()> cancel;         ///< true stops the filling
-};
 
 /// Completes pictures. Usable from any thread, by several at a time.
 class ORVO_EXPORT Filler
@@ -38,17 +22,19 @@ public:
     /// plain copy.
     ///
     /// Values are used as they are encoded, so a picture should have a curve that is even to the eye, such as sRGB's.
-    /// Empty on cancel. Throws FillFailure if picture or mask are empty or nothing of the picture is known, and
-    /// std::bad_alloc. Blocks its caller; parallel inside; the same bytes for any number of threads.
+    /// `control` is asked and told on the thread of the caller, between steps that take about a second for a hole of
+    /// two megapixels. Throws FailureError: Cancelled; UnfittingPictures if picture or mask are empty or nothing of the
+    /// picture is known. Throws std::bad_alloc. Blocks its caller; parallel inside.
     [[nodiscard]] virtual std::shared_ptr<_ImageData<PixelRGB<float>>> fill(const _ImageData<PixelRGB<float>>& picture,
                                                                             const _ImageData<float>& mask,
-                                                                            const FillCallbacks& callbacks) const = 0;
+                                                                            const RunControl& control) const = 0;
 };
 
 /// Fills with patches of the picture itself, so without a network: an energy over patches is minimised from coarse to
 /// fine (Wexler, Shechtman, Irani, PAMI 29(3), 2007; Newson, Almansa, Gousseau, Perez, IPOL 2017,
 /// doi:10.5201/ipol.2017.189), matches being found as by Barnes et al. (SIGGRAPH 2009). Every pixel of the hole is a
-/// copy of known pixels or a mean of a few; no pixel of the hole is ever a source. Where so little is known that no
+/// copy of known pixels or a mean of a few, but for colours that are evened out where copies meet; no pixel of the hole
+/// is ever a source. The same bytes for any number of threads. Where so little is known that no
 /// patch of 7 x 7 pixels is, the hole is filled smoothly from its rim.
 ///
 /// Peak: the result, and about 20 bytes for each pixel of the surroundings that are searched: the bounding box of the
@@ -58,8 +44,8 @@ public:
 /// Fills by an inpainting network in a file of ONNX, run by OpenCV on the processor. Its inputs are a picture of
 /// 1 x 3 x H x W (red, green, blue, 1.0 full scale) and a mask of 1 x 1 x H x W (1 in the hole), in either order; its
 /// output is a picture of 1 x 3 x H x W, whose hole is used. It sees a square around the hole. A model is run like a
-/// program and must be trusted like one. Throws FillFailure if the file cannot be used. fill() throws FillFailure if
-/// the network fails; one filling at a time, others wait.
+/// program and must be trusted like one. Throws FailureError, UnreadableFile, if the file cannot be used, and so does
+/// fill() if the network fails; one filling at a time, others wait.
 [[nodiscard]] ORVO_EXPORT std::unique_ptr<Filler> networkFiller(const std::filesystem::path& model);
 
 } // namespace orvo

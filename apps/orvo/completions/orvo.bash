@@ -6,7 +6,7 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale pano frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale fill pano frames demo --help --version' -- "$word")
         return
     fi
     if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
@@ -15,7 +15,7 @@ _orvo()
         return
     fi
     case $before in
-        -o | --output | --log | --model | --video)
+        -o | --output | --log | --model | --mask | --video)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             return
@@ -71,6 +71,7 @@ _orvo()
                 options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model
                     --threads --quiet --json --log'
                 ;;
+            fill) options='--help -o --output --quality --bits --mask --model --threads --quiet --json --log' ;;
             pano)
                 options='--help -o --output --quality --bits --projection --max-size --devignette --chromatic --lens
                     --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop

@@ -115,6 +115,7 @@ int main(int count, char** words)
         writeArgumentSeeds(folder("panorama_masks"), 600);
         writeArgumentSeeds(folder("feature_matches"), 800);
         writeArgumentSeeds(folder("focus_series"), 4000);
+        writeArgumentSeeds(folder("fill_picture"), 4000);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

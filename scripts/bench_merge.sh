@@ -4,10 +4,12 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/bench_merge.sh speed|quality [FOLDER]
+usage: scripts/bench_merge.sh speed|quality|ghosts [FOLDER]
 
   speed    renders brackets of 3 and 5 frames of 24 megapixels and prints wall time and peak memory
   quality  merges every set below $ORVO_TEST_DATA/brackets and prints MEF-SSIM and clipped pixels
+  ghosts   merges every set there without and with --deghost 0, 2 and 4, and prints MEF-SSIM, the mean CIEDE2000
+           between the two merges and the pixels that differ visibly, which says what deghosting costs a still scene
 
 Results are kept in FOLDER (by default build/bench). Needs the release preset built and
 scripts/bootstrap.sh --bench.
@@ -18,9 +20,13 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 bin=${ORVO_BIN:-$root/build/release/bin}
 mode=${1:-}
 work=${2:-$root/build/bench}
-case $mode in speed|quality) ;; --help|-h) usage; exit 0 ;; *) usage >&2; exit 2 ;; esac
+case $mode in speed|quality|ghosts) ;; --help|-h) usage; exit 0 ;; *) usage >&2; exit 2 ;; esac
 . "$root/scripts/bench_measure.sh"
-need bench_merge "$bin/orvo" "$bin/bench_score" enfuse
+if [ "$mode" = ghosts ]; then
+  need bench_merge "$bin/orvo" "$bin/bench_score" "$bin/bench_difference"
+else
+  need bench_merge "$bin/orvo" "$bin/bench_score" enfuse
+fi
 mkdir -p "$work"
 
 speed() {
@@ -59,6 +65,31 @@ quality() {
       clips+=("$clip")
     done
     echo "| $name | ${scores[0]} | ${scores[1]} | ${scores[2]} | ${clips[0]} | ${clips[1]} | ${clips[2]} |"
+  done
+}
+
+ghosts() {
+  : "${ORVO_TEST_DATA:?bench_merge: set ORVO_TEST_DATA to the folder of real pictures}"
+  echo "| set | without | 0 | 2 | 4 | difference 0 | 2 | 4 | visible % 0 | 2 | 4 |"
+  echo "|---|---|---|---|---|---|---|---|---|---|---|"
+  for set in "$ORVO_TEST_DATA"/brackets/*/; do
+    local name files amount score difference visible
+    name=$(basename "$set")
+    mapfile -t files < <(find "$set" -maxdepth 1 -iname '*.jpg' | sort)
+    local out=$work/ghosts_$name
+    mkdir -p "$out"
+    "$bin/orvo" hdr "${files[@]}" -o "$out/without.png" --bits 8 --quiet
+    read -r score _ < <("$bin/bench_score" "$out/without.png" "${files[@]}")
+    local scores="$score" differences="" shares=""
+    for amount in 0 2 4; do
+      "$bin/orvo" hdr "${files[@]}" -o "$out/$amount.png" --bits 8 --deghost "$amount" --quiet
+      read -r score _ < <("$bin/bench_score" "$out/$amount.png" "${files[@]}")
+      read -r difference visible < <("$bin/bench_difference" "$out/without.png" "$out/$amount.png")
+      scores+=" | $score"
+      differences+=" | $difference"
+      shares+=" | $visible"
+    done
+    echo "| $name | $scores$differences$shares |"
   done
 }
 

@@ -76,6 +76,9 @@ public:
 
     [[nodiscard]] int width() const { return imageWidth; }
     [[nodiscard]] int height() const { return imageHeight; }
+    /// A number of the algorithms' own, carried by copies; initially 0.
+    [[nodiscard]] std::int32_t getTag() const { return tag; }
+    void setTag(std::int32_t number) { tag = number; }
     /// The first of width() * height() pixels.
     [[nodiscard]] pixel_t* data() { return pixels.data(); }
     [[nodiscard]] const pixel_t* data() const { return pixels.data(); }
@@ -98,7 +101,7 @@ private:
         return static_cast<std::size_t>(x) + static_cast<std::size_t>(y) * static_cast<std::size_t>(imageWidth);
     }
 
-    std::int32_t tag = 0; ///< the algorithms' own, carried by copies
+    std::int32_t tag = 0;
     int imageWidth = 0;
     int imageHeight = 0;
     Pixels pixels;

@@ -70,16 +70,19 @@ cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame&
     const int height = reference.image->height();
     const cv::Mat referenceGray = smallGray(reference, width, height, scale);
     const cv::Mat frameGray = smallGray(frame, width, height, scale);
-    cv::Mat scaled = atScale(transform, scale);
+    // OpenCV iterates in place, so a registration that fails late leaves what it had reached: a transform that it
+    // has itself found to be wrong.
+    cv::Mat iterated = atScale(transform, scale);
     try {
         cv::findTransformECC(
-            referenceGray, frameGray, scaled, cv::MOTION_HOMOGRAPHY,
+            referenceGray, frameGray, iterated, cv::MOTION_HOMOGRAPHY,
             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, kIterations, kSmallestGain),
             cv::noArray());
     } catch (...) {
         LOG(__orvolog() << LogMessageType::Error << "findTransformECC error!");
+        return transform.clone();
     }
-    return atScale(scaled, 1.0f / scale);
+    return atScale(iterated, 1.0f / scale);
 }
 
 void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,

@@ -16,6 +16,7 @@ PanoramaStitcher::PanoramaStitcher(const PanoSourceVideo& panoSource) : source(s
 bool PanoramaStitcher::loadImages(CancelFunction cancel)
 {
     const std::vector<cv::Mat> loaded = std::visit([&](auto& provider) { return provider.load(cancel); }, source);
+    rotateSphere.rotateImageDirty = true;
     exposureGains.compensatorDirty = true;
     warped.warpedDirty = true;
     seams.seamsDirty = true;
@@ -29,11 +30,18 @@ void PanoramaStitcher::reloadWithComposition(const std::vector<std::uint64_t>& f
     if (!video)
         return;
     video->setCompositionFrames(frames, rects);
+    rotateSphere.rotateImageDirty = true;
     exposureGains.compensatorDirty = true;
     warped.warpedDirty = true;
     seams.seamsDirty = true;
     devignetting.devignetteDirty = true;
     estimateCameras(video->getImages());
+}
+
+void PanoramaStitcher::setVideoInterval(std::uint64_t start, std::uint64_t end)
+{
+    if (auto* const video = std::get_if<PanoramaVideoProvider>(&source))
+        video->setInterval(start, end);
 }
 
 void PanoramaStitcher::cancelLoad(bool cancel)

@@ -70,13 +70,15 @@ public:
     /// Video only: replaces the frames that the user added by hand, and registers anew. The only parts of them that may
     /// show are `rects`.
     void reloadWithComposition(const std::vector<std::uint64_t>& frames, const std::vector<_Rect<int>>& rects);
+    /// Video only: the frames `start` .. `end` - 1 from the next loadImages() on.
+    void setVideoInterval(std::uint64_t start, std::uint64_t end);
     /// Finds cameras for these pictures (CV_16SC3). Pictures that fit none of the others drop out. `cancel` may be
     /// empty; it is polled on the calling thread, before the features of each picture, between the pairs that are
     /// matched and between the cameras that are adjusted. Cancelled, it answers false, like a registration that failed.
     bool estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel = {});
     /// Brackets only: stops a merge that runs, or lets the next one run.
     void cancelLoad(bool cancel);
-    /// The progress of loadImages(), 0 to 1.
+    /// The progress of loadImages(), 0 to 1; may be empty.
     void setLoadCallback(std::function<void(float)> progress);
     /// 0 never estimated, 1 registered, 2 registration failed.
     [[nodiscard]] std::int32_t getStatus() const { return registered.status; }

@@ -25,8 +25,11 @@ struct LensFlags
 class PanoramaProvider
 {
 public:
-    /// Gets 0 to 1 while load() runs. To be called before.
-    void setLoadCallback(std::function<void(float)> callback) { progress = std::move(callback); }
+    /// Gets 0 to 1 while load() runs. To be called before. May be empty.
+    void setLoadCallback(std::function<void(float)> callback)
+    {
+        progress = callback ? std::move(callback) : [](float) {};
+    }
     /// What the last load() has read, also where it then stopped.
     [[nodiscard]] const std::vector<cv::Mat>& getImages() const { return images; }
     /// Lets go of them; who else holds the matrices keeps them.

@@ -2,6 +2,7 @@
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
 #include "support/clouds.hpp"
+#include "support/matrices.hpp"
 
 #include <orvo_common/failure.hpp>
 #include <orvo_logger/log_capture.hpp>
@@ -9,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
 
 #include <utility>
 
@@ -37,6 +39,27 @@ cv::Mat referenceFromFrame(const FocusStackerFrame& reference, const FocusStacke
     cv::Mat transform;
     cv::Mat(registerECC(reference, frame, 0.5f, cv::Mat::eye(3, 3, CV_32F)).inv()).convertTo(transform, CV_64F);
     return transform;
+}
+
+// Whether OpenCV, registering `frame` onto `reference`, gives up only after it has moved the transform.
+bool isMovedBeforeItFails(const Picture& reference, const Picture& frame)
+{
+    const auto gray = [](const Picture& picture) {
+        cv::Mat bytes;
+        cv::Mat result;
+        cvMatFromFrame(picture.data(), picture.width(), picture.height()).convertTo(bytes, CV_8UC3, 255.0);
+        cv::cvtColor(bytes, result, cv::COLOR_RGB2GRAY);
+        return result;
+    };
+    cv::Mat transform = cv::Mat::eye(3, 3, CV_32F);
+    try {
+        cv::findTransformECC(gray(reference), gray(frame), transform, cv::MOTION_HOMOGRAPHY,
+                             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 100, 0.001),
+                             cv::noArray());
+    } catch (const cv::Exception&) {
+        return cv::norm(transform, cv::Mat::eye(3, 3, CV_32F), cv::NORM_INF) > 0.0;
+    }
+    return false;
 }
 
 std::shared_ptr<Picture> warpedBy(const Picture& picture, const cv::Mat& transform, int interpolation, int border)
@@ -224,6 +247,24 @@ TEST(RegisterECC, AFailureKeepsTheGivenTransform)
     ASSERT_EQ(kept.type(), CV_32F);
     // To the reduced scale and back: two roundings of each number.
     EXPECT_LT(cv::norm(kept, given, cv::NORM_INF), 1e-5);
+}
+
+TEST(RegisterECC, AFailureAfterSomeIterationsKeepsTheGivenTransform)
+{
+    // Pictures that have nothing in common: some are given up at once, others after iterations that moved the
+    // transform.
+    const cv::Mat given = cv::Mat::eye(3, 3, CV_32F);
+    int lateFailures = 0;
+    for (std::uint64_t sky = kSkyElsewhere; sky < kSkyElsewhere + 12; ++sky) {
+        const LogCapture capture;
+        const cv::Mat kept = registerECC(frameOf(clouds(kSkyOfReference)), frameOf(clouds(sky)), 1.0f, given);
+        if (capture.texts(LogMessageType::Error).empty())
+            continue;
+        EXPECT_THAT(capture.texts(LogMessageType::Error), testing::ElementsAre("findTransformECC error!")) << sky;
+        EXPECT_TRUE(sameBytes(kept, given)) << sky;
+        lateFailures += isMovedBeforeItFails(*clouds(kSkyOfReference), *clouds(sky)) ? 1 : 0;
+    }
+    EXPECT_GT(lateFailures, 0);
 }
 
 TEST(RegisterECC, LeavesTheCallersTransformAlone)

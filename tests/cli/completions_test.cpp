@@ -30,6 +30,7 @@ std::set<std::string> optionsOfTheProgram()
                                                   {"stack", "--help"},
                                                   {"label", "--help"},
                                                   {"upscale", "--help"},
+                                                  {"fill", "--help"},
                                                   {"pano", "--help"},
                                                   {"frames", "--help"},
                                                   {"demo", "--help"}})
@@ -43,7 +44,7 @@ std::string document(const std::string& name) { return fileText(std::filesystem:
 TEST(Completions, TheProgramHasTheOptionsOfThisTest)
 {
     EXPECT_THAT(optionsOfTheProgram(), IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep",
-                                                     "reference", "format", "model", "projection", "max-size"}));
+                                                     "reference", "format", "model", "mask", "projection", "max-size"}));
 }
 
 TEST(Completions, ManPage)

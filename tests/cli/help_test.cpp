@@ -13,7 +13,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr const char* kCommands[] = {"hdr", "stack", "label", "upscale", "pano", "frames", "demo"};
+constexpr const char* kCommands[] = {"hdr", "stack", "label", "upscale", "fill", "pano", "frames", "demo"};
 
 TEST(Help, OfTheProgramNamesEveryCommand)
 {

@@ -133,12 +133,16 @@ TEST(MaskedImage, CopiesAreDeep)
 {
     MaskedImage image(2, 2);
     image.setMask(1, 1, 1);
+    EXPECT_EQ(image.getTag(), 0);
+    image.setTag(-5);
     MaskedImage copy = image;
+    EXPECT_EQ(copy.getTag(), -5);
     copy.setMask(1, 1, 2);
     EXPECT_TRUE(image.isMasked(1, 1));
     MaskedImage assigned;
     assigned = image;
     EXPECT_EQ(assigned.width(), 2);
+    EXPECT_EQ(assigned.getTag(), -5);
     EXPECT_TRUE(assigned.isMasked(1, 1));
     assigned.setMask(1, 1, 3);
     EXPECT_TRUE(image.isMasked(1, 1));

@@ -23,6 +23,8 @@ const char* stepName(JobStep step)
         return "label";
     case JobStep::Upscale:
         return "upscale";
+    case JobStep::Fill:
+        return "fill";
     case JobStep::Stitch:
         return "stitch";
     case JobStep::Write:
@@ -52,6 +54,8 @@ const char* stepText(JobStep step)
         return "labelling the frames";
     case JobStep::Upscale:
         return "enlarging the picture";
+    case JobStep::Fill:
+        return "filling the hole";
     case JobStep::Stitch:
         return "stitching the pictures";
     case JobStep::Write:

@@ -1,4 +1,6 @@
+#include "bracket_groups.hpp"
 #include "checks.hpp"
+#include "composed_panorama.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/pano_job.hpp>
@@ -17,32 +19,104 @@ constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
 /// Values of the request that are wrong whatever lies on the disk.
 void checkRequest(const PanoJobRequest& request)
 {
-    checkFileNames(request.files, request.output);
-    if (request.files.size() < 2)
+    const bool isVideo = !request.video.empty();
+    checkFileNames(isVideo ? std::vector{request.video} : request.files, request.output);
+    if (isVideo && (!request.files.empty() || request.brackets))
+        throw JobRefusal("a panorama is made of files or of a video, not of both");
+    if (request.to && *request.to <= request.from.value_or(0))
+        throw JobRefusal("the video is to end at frame " + std::to_string(*request.to) + ", before its first frame " +
+                         std::to_string(request.from.value_or(0)));
+    if (!isVideo && request.files.size() < 2)
         throw JobRefusal("a panorama needs two pictures or more");
     if (request.maxSize < 0 || request.maxSize > kLongestPanoramaSide)
         throw JobRefusal("the largest size is " + std::to_string(request.maxSize) + ", expected 1 to " +
                          std::to_string(kLongestPanoramaSide));
 }
 
-void checkFiles(PictureRun& run, const PanoJobRequest& request)
+/// What is looked at before anything starts; the metadata of the files, none of a video.
+std::vector<std::shared_ptr<const ImageMetadata>> checkFiles(PictureRun& run, const PanoJobRequest& request)
 {
     run.report(kCheckStarts);
-    run.checkFiles(request.files);
-    checkOutput(request.output, request.files);
-    (void)run.checkPictures(request.files);
+    const bool isVideo = !request.video.empty();
+    const std::vector<std::filesystem::path> inputs = isVideo ? std::vector{request.video} : request.files;
+    if (isVideo)
+        checkIsFile(request.video, "video");
+    else
+        run.checkFiles(inputs);
+    checkOutput(request.output, inputs);
+    std::vector<std::shared_ptr<const ImageMetadata>> metadata;
+    if (!isVideo)
+        metadata = run.checkPictures(inputs);
     run.throwIfCancelled();
+    return metadata;
 }
 
-PanoSource sourceOf(const PanoJobRequest& request)
+PanoramaStitchingSettings settingsOf(const PanoJobRequest& request)
 {
-    PanoSource source;
-    source.files = request.files;
-    source.settings.devignette = request.devignette;
-    source.settings.autoLensCorrection = request.lensCorrection;
-    source.settings.rawChromaticAberration = request.chromaticAberrations;
-    source.settings.warpType = static_cast<std::int32_t>(request.projection);
+    PanoramaStitchingSettings settings;
+    settings.devignette = request.devignette;
+    settings.autoLensCorrection = request.lensCorrection;
+    settings.rawChromaticAberration = request.chromaticAberrations;
+    settings.warpType = static_cast<std::int32_t>(request.projection);
+    return settings;
+}
+
+PanoSource sourceOf(const PanoJobRequest& request) { return {request.files, settingsOf(request)}; }
+
+PanoSourceHDR bracketsOf(const PanoJobRequest& request,
+                         const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
+{
+    PanoSourceHDR source;
+    source.brackets = groupBrackets(request.files, metadata, request.bracketSize);
+    source.settings = settingsOf(request);
+    // Panoramas are taken from the hand and of places where people walk.
+    source.hdr.alignment = true;
+    source.hdr.ghostReduction = true;
+    source.hdr.deghostAmount = DeghostAmount::Medium;
+    source.hdr.chromaticAberrations = request.chromaticAberrations;
+    source.hdr.lensCorrection = request.lensCorrection;
     return source;
+}
+
+PanoSourceVideo videoOf(const PanoJobRequest& request)
+{
+    // Beyond the last frame of any video; reading ends where there are no more.
+    constexpr std::uint64_t kAllFrames = std::uint64_t{1} << 31;
+    PanoSourceVideo source;
+    source.file = request.video;
+    source.settings = settingsOf(request);
+    source.start = request.from.value_or(0);
+    source.end = request.to.value_or(source.start + kAllFrames);
+    for (const PanoVideoFrame& frame : request.frames) {
+        source.frames.push_back(frame.number);
+        source.rects.push_back(frame.part);
+    }
+    return source;
+}
+
+AnyPanoSource anySourceOf(const PanoJobRequest& request, PanoJobResult& result,
+                          const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
+{
+    if (!request.video.empty())
+        return videoOf(request);
+    if (!request.brackets)
+        return sourceOf(request);
+    PanoSourceHDR source = bracketsOf(request, metadata);
+    result.brackets = source.brackets.size();
+    return source;
+}
+
+std::shared_ptr<Image> compose(PictureRun& run, const PanoJobRequest& request, PanoJobResult& result,
+                               const std::vector<std::shared_ptr<const ImageMetadata>>& inputs)
+{
+    const auto picture = composePanorama(run, request, anySourceOf(request, result, inputs), kWriteStarts.fraction);
+    auto metadata = std::make_shared<ImageMetadata>();
+    if (!inputs.empty())
+        *metadata = *inputs.front();
+    metadata->size = picture->size();
+    metadata->isRaw = false;
+    metadata->isFinished = true;
+    return CreateOrvoImage(picture, metadata);
 }
 
 StitchedPanorama stitch(PictureRun& run, const PanoJobRequest& request)
@@ -68,15 +142,21 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
     runPictureJob(request, callbacks, result, [&](PictureRun& run) {
         checkRequest(request);
         const ImageWriteSettings settings = writeSettingsFor(request.output, request);
-        checkFiles(run, request);
-        const StitchedPanorama panorama = stitch(run, request);
-        result.focalLength = static_cast<double>(panorama.focalLength);
-        result.places = panorama.places;
-        if (!panorama.image)
-            throwLastFailure("the pictures gave no panorama and no reason");
-        run.keepWarnings();
+        const auto metadata = checkFiles(run, request);
+        std::shared_ptr<Image> image;
+        if (needsComposer(request)) {
+            image = compose(run, request, result, metadata);
+        } else {
+            const StitchedPanorama panorama = stitch(run, request);
+            result.focalLength = static_cast<double>(panorama.focalLength);
+            result.places = panorama.places;
+            if (!panorama.image)
+                throwLastFailure("the pictures gave no panorama and no reason");
+            run.keepWarnings();
+            image = panorama.image;
+        }
         run.report(kWriteStarts);
-        static_cast<WrittenPicture&>(result) = run.write(*panorama.image, request.output, settings, 1.0);
+        static_cast<WrittenPicture&>(result) = run.write(*image, request.output, settings, 1.0);
     });
     if (result.done())
         for (const PanoramaPlace& place : result.places)

@@ -6,7 +6,7 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale pano frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale fill pano frames demo --help --version' -- "$word")
         return
     fi
     if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
@@ -15,7 +15,7 @@ _orvo()
         return
     fi
     case $before in
-        -o | --output | --log | --model)
+        -o | --output | --log | --model | --mask | --video)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             return
@@ -44,6 +44,13 @@ _orvo()
             mapfile -t COMPREPLY < <(compgen -W 'plane cylindrical spherical fisheye planet mercator' -- "$word")
             return
             ;;
+        --crop)
+            mapfile -t COMPREPLY < <(compgen -W 'none auto' -- "$word")
+            return
+            ;;
+        --bracket-size | --from | --to | --frame | --shift | --turn)
+            return
+            ;;
         --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size | --max-size)
             return
             ;;
@@ -64,8 +71,10 @@ _orvo()
                 options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model
                     --threads --quiet --json --log'
                 ;;
+            fill) options='--help -o --output --quality --bits --mask --model --threads --quiet --json --log' ;;
             pano)
                 options='--help -o --output --quality --bits --projection --max-size --devignette --chromatic --lens
+                    --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
                     --threads --quiet --json --log'
                 ;;
             frames) options='--help --json' ;;

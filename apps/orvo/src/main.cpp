@@ -25,6 +25,7 @@ constexpr std::array kCommands = {
     Command{"stack", "merge a focus series into one picture that is sharp throughout", runStack},
     Command{"label", "write frames once more, each with its number in the picture", runLabel},
     Command{"upscale", "enlarge a picture 2 to 16 times", runUpscale},
+    Command{"fill", "take something out of a picture, or fill a border", runFill},
     Command{"pano", "stitch pictures taken from one point into a wide one", runPano},
     Command{"frames", "list the frames of a bracket by exposure", runFrames},
     Command{"demo", "make example pictures and show what the other commands do", runDemo},

@@ -16,12 +16,17 @@ namespace {
 
 constexpr const char* kAbout =
     "Stitches pictures that were taken from one point, each turned a little against the others,\n"
-    "into one wide picture. In any order and in several rows; neighbours should share a third.\n";
+    "into one wide picture. In any order and in several rows; neighbours should share a third.\n"
+    "Also of exposure brackets, and of a video that pans.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  A valley in five pictures:\n"
                                   "    orvo pano IMG_1.jpg IMG_2.jpg IMG_3.jpg IMG_4.jpg IMG_5.jpg -o valley.jpg\n"
                                   "  A facade, its edges straight:\n"
                                   "    orvo pano *.jpg -o facade.tif --projection plane\n"
+                                  "  Three exposures at each place, level, without ragged edges:\n"
+                                  "    orvo pano --brackets *.jpg -o hall.tif --straighten --crop auto\n"
+                                  "  A pan:\n"
+                                  "    orvo pano --video pan.mp4 -o pan.jpg --projection cylindrical\n"
                                   "  A small one to look at:\n"
                                   "    orvo pano *.jpg -o preview.jpg --max-size 1600\n";
 
@@ -46,9 +51,80 @@ WarpType projectionOf(const std::string& name)
         ->second;
 }
 
+// "12:10,20,300,200" or "10,20,300,200" as numbers; empty if it is not that. `separators` between the numbers.
+std::vector<double> numbersIn(const std::string& text, std::string_view separators)
+{
+    std::vector<double> numbers;
+    std::size_t begin = 0;
+    for (std::size_t i = 0; i <= separators.size(); ++i) {
+        const std::size_t end = i < separators.size() ? text.find(separators[i], begin) : text.size();
+        double number = 0.0;
+        if (end == std::string::npos || !CLI::detail::lexical_cast(text.substr(begin, end - begin), number) ||
+            !std::isfinite(number))
+            return {};
+        numbers.push_back(number);
+        begin = end + 1;
+    }
+    return numbers;
+}
+
+_Rect<int> rectOf(const std::vector<double>& numbers, std::size_t first)
+{
+    const auto at = [&](std::size_t i) { return static_cast<int>(numbers[first + i]); };
+    return {at(0), at(1), at(2), at(3)};
+}
+
+// Whole, not negative, and a rectangle with pixels in its last four.
+bool areWholeWithRect(const std::vector<double>& numbers)
+{
+    constexpr double kMost = 1e9;
+    return !numbers.empty() && numbers[numbers.size() - 1] >= 1.0 && numbers[numbers.size() - 2] >= 1.0 &&
+           std::all_of(numbers.begin(), numbers.end(),
+                       [](double n) { return n >= 0.0 && n <= kMost && n == std::floor(n); });
+}
+
+constexpr std::string_view kRectSeparators = ",,,";
+constexpr std::string_view kFrameSeparators = ":,,,";
+
+CLI::Validator cropText()
+{
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            if (text == "none" || text == "auto" || areWholeWithRect(numbersIn(text, kRectSeparators)))
+                return {};
+            return "expected none, auto or X,Y,W,H, found " + text;
+        },
+        "");
+}
+
+CLI::Validator frameText()
+{
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            return areWholeWithRect(numbersIn(text, kFrameSeparators)) ? std::string()
+                                                                       : "expected N:X,Y,W,H, found " + text;
+        },
+        "");
+}
+
+CLI::Validator shiftText()
+{
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            const auto numbers = numbersIn(text, ",");
+            const bool fits = !numbers.empty() && std::abs(numbers[0]) <= 1.0 && std::abs(numbers[1]) <= 1.0;
+            return fits ? std::string() : "expected X,Y, each -1 to 1, found " + text;
+        },
+        "");
+}
+
 struct PanoOptions
 {
     std::vector<std::string> files;
+    std::string video;
+    std::vector<std::string> frames;
+    std::string crop = "none";
+    std::string shift;
     std::string output;
     std::string projection = "spherical";
     std::optional<int> maxSize;
@@ -71,10 +147,73 @@ void bindPanoOptions(Options& app, PanoOptions& options)
     bindCorrections(app, options.request.chromaticAberrations, options.request.lensCorrection);
 }
 
+void bindSourceOptions(Options& app, PanoOptions& options)
+{
+    constexpr double kMostFrames = 1e9;
+    auto* const brackets = app.add_flag("--brackets", options.request.brackets,
+                                        "FILES are exposure brackets, separated by time and exposure");
+    app.add_option("--bracket-size", options.request.bracketSize, "every N neighbours of FILES are a bracket")
+        ->type_name("N")
+        ->needs(brackets)
+        ->check(between(1, 100));
+    auto* const video = app.add_option("--video", options.video, "a pan instead of FILES")->type_name("FILE");
+    app.add_option("--from", options.request.from, "first frame of the video, from 0")
+        ->type_name("N")
+        ->needs(video)
+        ->check(between(0, kMostFrames));
+    app.add_option("--to", options.request.to, "the frame after its last one; else all")
+        ->type_name("N")
+        ->needs(video)
+        ->check(between(1, kMostFrames));
+    app.add_option("--frame", options.frames, "put this part of frame N in, X,Y,W,H in pixels; may be repeated")
+        ->type_name("N:X,Y,W,H")
+        ->needs(video)
+        ->expected(1)
+        ->take_all()
+        ->check(frameText());
+}
+
+void bindViewOptions(Options& app, PanoOptions& options)
+{
+    app.add_option("--shift", options.shift, "move the view by fractions of the canvas, right and down")
+        ->type_name("X,Y")
+        ->check(shiftText());
+    constexpr double kHalfTurn = 180.0;
+    app.add_option("--turn", options.request.turnDegrees, "then turn it clockwise, -180 to 180")
+        ->type_name("DEG")
+        ->check(between(-kHalfTurn, kHalfTurn));
+    app.add_flag("--straighten", options.request.straighten, "then turn it until the horizon is level");
+    app.add_option("--crop", options.crop,
+                   "none, auto for the largest full rectangle, or X,Y,W,H in pixels of none; else none")
+        ->type_name("CROP")
+        ->check(cropText());
+}
+
+void completeView(PanoOptions& options)
+{
+    auto& request = options.request;
+    if (!options.shift.empty()) {
+        const auto numbers = numbersIn(options.shift, ",");
+        request.shift = {static_cast<float>(numbers[0]), static_cast<float>(numbers[1])};
+    }
+    if (options.crop == "auto") {
+        request.crop = jobs::PanoCrop::Auto;
+    } else if (options.crop != "none") {
+        request.crop = jobs::PanoCrop::Rectangle;
+        request.cropRect = rectOf(numbersIn(options.crop, kRectSeparators), 0);
+    }
+}
+
 void completeRequest(PanoOptions& options)
 {
     auto& request = options.request;
     request.files.assign(options.files.begin(), options.files.end());
+    request.video = options.video;
+    for (const std::string& text : options.frames) {
+        const auto numbers = numbersIn(text, kFrameSeparators);
+        request.frames.push_back({static_cast<std::uint64_t>(numbers[0]), rectOf(numbers, 1)});
+    }
+    completeView(options);
     request.output = options.output;
     request.maxSize = options.maxSize.value_or(0);
     request.projection = projectionOf(options.projection);
@@ -100,6 +239,11 @@ nlohmann::ordered_json asJson(const jobs::PanoJobResult& result)
     constexpr double kPerPixel = 1e3;
     nlohmann::ordered_json json = writtenAsJson(result);
     json["projection"] = nameOf(result.projection);
+    if (result.places.empty()) { // the composer does not report them
+        if (result.brackets > 0)
+            json["brackets"] = result.brackets;
+        return json;
+    }
     json["focal_length_pixels"] = roundedTo(result.focalLength, kPerPixel);
     json["files"] = nlohmann::ordered_json::array();
     for (const auto& place : result.places)
@@ -114,6 +258,15 @@ std::size_t placedCount(const jobs::PanoJobResult& result)
         std::count_if(result.places.begin(), result.places.end(), [](const auto& place) { return place.placed; }));
 }
 
+std::string sourceText(const PanoOptions& options, const jobs::PanoJobResult& result)
+{
+    if (!options.video.empty())
+        return "a video";
+    if (result.brackets > 0)
+        return counted(result.brackets, "bracket");
+    return counted(result.places.empty() ? options.files.size() : placedCount(result), "picture");
+}
+
 } // namespace
 
 int runPano(int argc, char** argv)
@@ -121,25 +274,34 @@ int runPano(int argc, char** argv)
     Options app("pano", kAbout);
     PanoOptions options;
     bindFiles(app, options.files);
+    app.get_option("FILES")->required(false); // a video is enough
     bindOutput(app, options.output);
     bindFormat(app, options.request);
     bindPanoOptions(app, options);
+    bindSourceOptions(app, options);
+    bindViewOptions(app, options);
     bindRun(app, options.request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
+    const bool isVideo = !options.video.empty();
+    if (options.files.empty() && !isVideo) {
+        complain("FILES is required");
+        hintAtHelp("pano");
+        return kWrongUsage;
+    }
     completeRequest(options);
 
     jobs::PanoJobResult result;
     return runPictureCommand(
         {.name = "pano",
          .run = options.run,
-         .inputs = options.request.files,
+         .inputs = isVideo ? std::vector{options.request.video} : options.request.files,
          .output = options.request.output,
          .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::panoJob(options.request, callbacks); },
          .report = result,
          .json = [&] { return asJson(result); },
-         .sentence = [&] { return writtenAsText(result) + " from " + counted(placedCount(result), "picture"); }});
+         .sentence = [&] { return writtenAsText(result) + " from " + sourceText(options, result); }});
 }
 
 } // namespace orvo::cli

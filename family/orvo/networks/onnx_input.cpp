@@ -307,7 +307,7 @@ std::string layerDamage(const Layer& layer, const Known& known)
 
 } // namespace
 
-std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model)
+std::vector<OnnxInput> declaredInputs(std::span<const unsigned char> model)
 {
     try {
         const Bytes graph = fieldOf(model, kModelGraph);
@@ -316,18 +316,24 @@ std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model)
             if (field.number == kGraphInitializer)
                 weights.push_back(textOf(fieldOf(field.content, kTensorName)));
         });
-        std::optional<OnnxInput> input;
+        std::vector<OnnxInput> inputs;
         forEachField(graph, [&](const Field& field) {
-            if (input || field.number != kGraphInput)
+            if (field.number != kGraphInput)
                 return;
             const std::string name = textOf(fieldOf(field.content, kValueName));
             if (std::find(weights.begin(), weights.end(), name) == weights.end())
-                input = OnnxInput{name, sidesOf(field.content)};
+                inputs.push_back({name, sidesOf(field.content)});
         });
-        return input;
+        return inputs;
     } catch (const Malformed&) {
-        return std::nullopt;
+        return {};
     }
+}
+
+std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model)
+{
+    const std::vector<OnnxInput> inputs = declaredInputs(model);
+    return inputs.empty() ? std::nullopt : std::optional(inputs.front());
 }
 
 std::string graphDamage(std::span<const unsigned char> model)

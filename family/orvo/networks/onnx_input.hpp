@@ -17,7 +17,11 @@ struct OnnxInput
     std::vector<std::int64_t> sides; ///< 0 where the file leaves a side free
 };
 
-/// The first input of the graph that is not a weight; empty if the bytes are not such a file. Reads only inside them.
+/// The inputs of the graph that are not weights, in their order; none if the bytes are not such a file. Reads only inside
+/// them.
+[[nodiscard]] std::vector<OnnxInput> declaredInputs(std::span<const unsigned char> model);
+
+/// The first of them; empty if there is none.
 [[nodiscard]] std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model);
 
 /// Describes obvious damage of the graph; empty if there is none. OpenCV does not check for it and would read beyond

@@ -1,3 +1,4 @@
+#include "scene_agreement.hpp"
 #include "tone_map_fit.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -45,6 +46,20 @@ void fillTable(float* table, const ToneCurveMap& map)
 constexpr float kMeetFrom = 0.97f;
 constexpr float kMeetAt = 1.0f;
 
+// A clipped channel lost what it had above white, so a darker exposure would keep a ratio to the others that nothing
+// ever had: a pale window turns pink. The paler the pixel (by its darkest channel), the closer a clipped channel comes
+// to the darkest. Smooth in both, because a step would show as a ring.
+constexpr float kClippedFrom = 0.98f;
+constexpr float kPaleFrom = 0.85f;
+constexpr float kPaleAt = 0.97f;
+
+ORVO_INLINE float smoothStep(float v, float from, float to)
+{
+    const float reach = (v - from) / (to - from);
+    const float t = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
+    return t * t * (3.0f - 2.0f * t);
+}
+
 /// `tables`: one for each channel, one after another. `clippedTone`: the lower limit of white.
 ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables,
                                     float clippedTone)
@@ -54,6 +69,7 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
         float* const p = samples + 3 * i;
         float out[3];
         float darkest = kLargestRoot;
+        float least = kLargestRoot;
         float brightest = clippedTone;
         for (std::size_t c = 0; c < 3; ++c) {
             const float v = p[c];
@@ -64,13 +80,73 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
             const float low = channel[c][index];
             out[c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
             darkest = v < darkest ? v : darkest;
+            least = out[c] < least ? out[c] : least;
             brightest = out[c] > brightest ? out[c] : brightest;
         }
         const float reach = (darkest - kMeetFrom) / (kMeetAt - kMeetFrom);
-        const float t = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
-        for (std::size_t c = 0; c < 3; ++c)
-            p[c] = out[c] + (brightest - out[c]) * t;
+        const float meet = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
+        const float pale = smoothStep(darkest, kPaleFrom, kPaleAt);
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float even = out[c] + (least - out[c]) * pale * smoothStep(p[c], kClippedFrom, kMeetAt);
+            p[c] = even + (brightest - even) * meet;
+        }
     }
+}
+
+float lookUp(const float* table, float v)
+{
+    const float place = std::min(std::sqrt(std::max(v, 0.0f)) * kPerRoot, static_cast<float>(kTableSize - 2));
+    const int index = static_cast<int>(place);
+    return table[index] + (place - static_cast<float>(index)) * (table[index + 1] - table[index]);
+}
+
+detail::ToneLimits limitsOf(const float* table)
+{
+    constexpr int kStepsOf8Bits = 255;
+    detail::ToneLimits limits;
+    limits.shoulder = lookUp(table, detail::kShoulderShare);
+    limits.ceiling = lookUp(table, detail::kClippedShare);
+    for (int i = 0; i <= kStepsOf8Bits; ++i) {
+        const auto value = [&](int k) { return lookUp(table, static_cast<float>(k) / kStepsOf8Bits); };
+        const float here = value(i);
+        const float step = std::max(here - value(std::max(0, i - 1)), value(i + 1) - here);
+        // A steep map leaves gaps between the tones it gives.
+        const int first = detail::toneBin(value(std::max(0, i - 1)));
+        const int last = detail::toneBin(value(i + 1));
+        for (int bin = first; bin <= last; ++bin) {
+            float& largest = limits.step[static_cast<std::size_t>(bin)];
+            largest = std::max(largest, step);
+        }
+    }
+    return limits;
+}
+
+void applyMap(float* b, int width, int height, const auto_exposure_data_t& data, float* tables)
+{
+    for (std::size_t c = 0; c < 3; ++c)
+        fillTable(tables + c * kTableSize, data.curves[c]);
+    forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
+                 [&](std::size_t first, std::size_t last) {
+                     applyTables(b + 3 * first, last - first, tables, data.clippedTone.value_or(0.0f));
+                 });
+}
+
+// Where both show the same, the frame itself is the best estimate of the scene at its exposure.
+void keepWhatAgrees(const float* frame, float* mapped, int width, int height,
+                    const std::array<detail::ToneLimits, 3>& limits)
+{
+    const detail::SceneAgreement agreement(frame, mapped, width, height, limits);
+    if (agreement.isNowhere())
+        return;
+    const auto columns = static_cast<std::size_t>(width);
+    forEachRow(height, [&](int y) {
+        std::vector<float, ManagedAllocator<float>> shares(columns);
+        agreement.rowShares(y, shares.data());
+        const float* const from = frame + 3 * columns * static_cast<std::size_t>(y);
+        float* const to = mapped + 3 * columns * static_cast<std::size_t>(y);
+        for (std::size_t i = 0; i < 3 * columns; ++i)
+            to[i] = shares[i / 3] < 1.0f ? to[i] + (from[i] - to[i]) * shares[i / 3] : from[i];
+    });
 }
 
 bool isNeutral(const auto_exposure_data_t& data)
@@ -132,24 +208,22 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
     data.clippedTone = toneOfClipped(pairs);
 }
 
-void autoExposureApplyRGB(const float*, float* b, int width, int height, const auto_exposure_data_t& data)
+void autoExposureApplyRGB(const float* a, float* b, int width, int height, const auto_exposure_data_t& data)
 {
     if (width <= 0 || height <= 0 || isNeutral(data))
         return;
     const ManagedPlane<float> tables(3 * kTableSize);
-    for (std::size_t c = 0; c < 3; ++c)
-        fillTable(tables.data() + c * kTableSize, data.curves[c]);
-    forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
-                 [&](std::size_t first, std::size_t last) {
-                     applyTables(b + 3 * first, last - first, tables.data(), data.clippedTone.value_or(0.0f));
-                 });
+    applyMap(b, width, height, data, tables.data());
+    if (a != nullptr)
+        keepWhatAgrees(a, b, width, height, {limitsOf(tables.data()), limitsOf(tables.data() + kTableSize),
+                                             limitsOf(tables.data() + 2 * kTableSize)});
 }
 
 void autoExposureAdjustRGB(const float* a, float* b, int width, int height)
 {
     auto_exposure_data_t data;
     autoExposureEstimateRGB(a, b, width, height, data, 7);
-    autoExposureApplyRGB(a, b, width, height, data);
+    autoExposureApplyRGB(nullptr, b, width, height, data); // the frames need not be aligned
 }
 
 void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,

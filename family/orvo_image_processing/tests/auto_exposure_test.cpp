@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 using orvo::auto_exposure_data_t;
@@ -87,6 +88,55 @@ double shareOff(const Samples& a, const Samples& b, const Samples& result, float
     return static_cast<double>(off) / static_cast<double>(std::max<std::size_t>(1, count));
 }
 
+/// As a camera stores it: with noise, in 8 bits.
+Samples stored(Samples samples, float noise, std::uint32_t seed)
+{
+    planes::Random random(seed);
+    for (float& v : samples)
+        v = std::round(std::clamp(v + noise * random.normal(), 0.0f, 1.0f) * 255.0f) / 255.0f;
+    return samples;
+}
+
+/// b re-exposed to a; by the map alone without `frame`.
+Samples reexposed(const Samples& a, const Samples& b, const float* frame)
+{
+    auto_exposure_data_t data;
+    orvo::autoExposureEstimateRGB(a.data(), b.data(), kWidth, kHeight, data, 7);
+    Samples result = b;
+    orvo::autoExposureApplyRGB(frame, result.data(), kWidth, kHeight, data);
+    return result;
+}
+
+struct Box
+{
+    int left, top, right, bottom;
+};
+
+void paint(Samples& samples, const Box& box, const std::array<float, 3>& colour)
+{
+    for (int y = box.top; y < box.bottom; ++y)
+        for (int x = box.left; x < box.right; ++x)
+            for (std::size_t c = 0; c < 3; ++c)
+                samples[3 * (area(kWidth, y) + static_cast<std::size_t>(x)) + c] = colour[c];
+}
+
+/// Share of the samples in a box that differ by more than 0.01.
+double shareDifferent(const Samples& a, const Samples& b, const Box& box)
+{
+    std::size_t count = 0;
+    std::size_t different = 0;
+    for (int y = box.top; y < box.bottom; ++y)
+        for (int x = box.left; x < box.right; ++x)
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t i = 3 * (area(kWidth, y) + static_cast<std::size_t>(x)) + c;
+                ++count;
+                different += std::abs(a[i] - b[i]) > 0.01f ? 1 : 0;
+            }
+    return static_cast<double>(different) / static_cast<double>(count);
+}
+
+constexpr Box kWhole{0, 0, kWidth, kHeight};
+
 } // namespace
 
 TEST(AutoExposure, EqualFramesAreLeftBitEqual)
@@ -155,7 +205,7 @@ TEST(AutoExposure, NoiseAndASmallShiftDoNotMatter)
         auto_exposure_data_t data;
         orvo::autoExposureEstimateRGB(a.data(), b.data(), kWidth, kHeight, data, 7);
         Samples result = clean;
-        orvo::autoExposureApplyRGB(a.data(), result.data(), kWidth, kHeight, data);
+        orvo::autoExposureApplyRGB(nullptr, result.data(), kWidth, kHeight, data);
         EXPECT_LT(shareOff(a, clean, result, 0.05f), 0.12) << dx;
         EXPECT_NEAR(data.expV, 1.2f, 0.01f) << dx;
     }
@@ -183,7 +233,7 @@ TEST(AutoExposure, AMovingSubjectDoesNotPullTheCurve)
         auto_exposure_data_t data;
         orvo::autoExposureEstimateRGB(a.data(), b.data(), kWidth, kHeight, data, 7);
         Samples result = clean;
-        orvo::autoExposureApplyRGB(a.data(), result.data(), kWidth, kHeight, data);
+        orvo::autoExposureApplyRGB(nullptr, result.data(), kWidth, kHeight, data);
         EXPECT_LT(shareOff(a, clean, result, 0.03f), 0.03) << ev;
     }
 }
@@ -221,6 +271,75 @@ TEST(AutoExposure, ModeChoosesTheChannelsWithACurveOfTheirOwn)
     EXPECT_EQ(one.curves[1].ev, one.curves[2].ev);
     EXPECT_EQ(green.curves[0].ev, one.curves[0].ev);
     EXPECT_NEAR(green.curves[1].ev, 1.0 - std::log2(0.7), 0.03);
+}
+
+TEST(AutoExposure, NoiseOfARaisedPictureStaysOutOfAFrameThatShowsTheSame)
+{
+    const Samples clean = scene(0, 0.0f, 1);
+    for (const double ev : {-2.0, -3.0, -4.0, -5.0}) {
+        const Samples a = stored(clean, 0.004f, 1);
+        const Samples b = stored(byLinearGain(clean, ev), 0.012f, 2);
+        EXPECT_LT(shareDifferent(reexposed(a, b, a.data()), a, kWhole), 0.005) << ev;
+        EXPECT_GT(shareDifferent(reexposed(a, b, nullptr), a, kWhole), 0.4) << ev << ": the map alone raises noise";
+    }
+}
+
+TEST(AutoExposure, WhatMovedComesFromThePictureThatIsReexposed)
+{
+    const Samples clean = scene(0, 0.0f, 1);
+    for (const double ev : {-3.0, -1.0, 2.0}) {
+        Samples there = clean;
+        const Box box{150, 110, 190, 180};
+        paint(there, box, {0.55f, 0.4f, 0.3f});
+        const Samples a = stored(clean, 0.004f, 1);
+        const Samples b = stored(byLinearGain(there, ev), 0.006f, 2);
+        const Samples map = reexposed(a, b, nullptr);
+        EXPECT_LT(shareDifferent(reexposed(a, b, a.data()), map, box), 0.01) << ev;
+        // And the other way round: what only the frame shows goes.
+        const Samples a2 = stored(there, 0.004f, 1);
+        const Samples b2 = stored(byLinearGain(clean, ev), 0.006f, 2);
+        EXPECT_LT(shareDifferent(reexposed(a2, b2, a2.data()), reexposed(a2, b2, nullptr), box), 0.01) << ev;
+    }
+}
+
+TEST(AutoExposure, AWindowThatIsPartlyClippedKeepsTheColourOfTheFrame)
+{
+    Samples a = scene(0, 0.0f, 1);
+    const Box window{80, 40, 300, 200};
+    for (int y = window.top; y < window.bottom; ++y)
+        for (int x = window.left; x < window.right; ++x) {
+            // Evening sky, which the longer exposure clips in red, in red and green, and in all channels.
+            const float light = 0.45f + 0.45f * static_cast<float>(x - window.left) / 220.0f;
+            paint(a, {x, y, x + 1, y + 1}, {light, 0.8f * light, 0.55f * light});
+        }
+    a = stored(a, 0.004f, 1);
+    for (const double ev : {1.5, 2.5}) {
+        const Samples b = stored(byLinearGain(a, ev), 0.004f, 2);
+        EXPECT_LT(shareDifferent(reexposed(a, b, a.data()), a, window), 0.02) << ev;
+    }
+}
+
+TEST(AutoExposure, ColoursThatClippingLeavesPaleTurnWhiteWithoutAStep)
+{
+    const Samples a = scene(0, 0.0f, 1);
+    const Samples b = byLinearGain(a, 2.0);
+    auto_exposure_data_t data;
+    orvo::autoExposureEstimateRGB(a.data(), b.data(), kWidth, kHeight, data, 7);
+    constexpr std::size_t kSteps = 400; // green from 0.6 to 1, between two clipped channels
+    Samples ramp;
+    for (std::size_t i = 0; i <= kSteps; ++i) {
+        const float green = 0.6f + 0.4f * static_cast<float>(i) / static_cast<float>(kSteps);
+        ramp.insert(ramp.end(), {1.0f, green, 1.0f});
+    }
+    orvo::autoExposureApplyRGB(nullptr, ramp.data(), static_cast<int>(kSteps + 1), 1, data);
+    const auto tint = [&](std::size_t i) { return ramp[3 * i] - ramp[3 * i + 1]; };
+    for (std::size_t i = 1; i <= kSteps; ++i) {
+        EXPECT_LE(tint(i), tint(i - 1) + 1e-4f) << i;
+        EXPECT_NEAR(tint(i), tint(i - 1), 0.02f) << i;
+    }
+    EXPECT_GT(tint(0), 0.1f) << "a strong colour is no effect of clipping";
+    EXPECT_NEAR(tint(kSteps * 9 / 10), 0.0f, 0.05f);
+    EXPECT_NEAR(tint(kSteps), 0.0f, 1e-6f);
 }
 
 TEST(AutoExposure, TooFewUsablePatchesGiveTheNeutralRecord)
@@ -271,6 +390,11 @@ TEST(AutoExposure, HandlesInvalidSamples)
         orvo::autoExposureAdjustRGB(x.data(), y.data(), width, height);
         for (const float v : y)
             ASSERT_TRUE(v >= 0.0f && v < 4.0f) << width << 'x' << height;
+        auto_exposure_data_t data;
+        orvo::autoExposureEstimateRGB(x.data(), y.data(), width, height, data, 7);
+        orvo::autoExposureApplyRGB(x.data(), y.data(), width, height, data);
+        for (const float v : y)
+            ASSERT_TRUE(v >= 0.0f && v < 4.0f) << width << 'x' << height;
     }
 }
 
@@ -279,6 +403,9 @@ TEST(AutoExposure, SameForAnyWorkersAndLeavesNoPlane)
     const Samples a = scene(0, 0.01f, 1);
     const Samples b = byLinearGain(scene(0, 0.01f, 2), -1.0);
     planes::expectSameForAnyWorkers([&] { return adjusted(a, b); });
+    Samples moved = b;
+    paint(moved, {150, 110, 190, 180}, {0.55f, 0.4f, 0.3f});
+    planes::expectSameForAnyWorkers([&] { return reexposed(a, moved, a.data()); });
 }
 
 TEST(AutoExposure, PixelsAndSamplesAreTheSame)

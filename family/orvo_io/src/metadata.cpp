@@ -1,10 +1,14 @@
 #include "metadata.hpp"
 
+#include <orvo_io/capture_time.hpp>
+
 #include <exiv2/exiv2.hpp>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -171,6 +175,28 @@ float cropFactorOf(const Tags& tags, float focal)
     const double width = static_cast<double>(pixels) / static_cast<double>(density) * millimetres;
     const double factor = kFullWidth / width;
     return factor > 0.2 && factor < 100.0 ? static_cast<float>(factor) : 0.0f;
+}
+
+// "2026:11:21 23:15:00" and the digits behind its decimal point, which stand in a tag of their own.
+std::optional<double> captureSecondsOf(const Tags& tags)
+{
+    const std::string text = tags.text({"Exif.Photo.DateTimeOriginal"});
+    int year = 0;
+    unsigned month = 0;
+    unsigned day = 0;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    if (std::sscanf(text.c_str(), "%4d:%2u:%2u %2d:%2d:%2d", &year, &month, &day, &hour, &minute, &second) != 6)
+        return std::nullopt;
+    const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
+    if (!date.ok() || year < 1970 || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 60)
+        return std::nullopt;
+    const std::string digits = tags.text({"Exif.Photo.SubSecTimeOriginal"});
+    const bool isNumber = !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos;
+    const double fraction = isNumber ? std::strtod(("0." + digits).c_str(), nullptr) : 0.0;
+    const auto days = static_cast<double>(std::chrono::sys_days(date).time_since_epoch().count());
+    return 86400.0 * days + 3600.0 * hour + 60.0 * minute + second + fraction;
 }
 
 void fillFacts(const Exiv2::ExifData& exif, BlockFacts& facts)
@@ -453,3 +479,15 @@ ExifDirectories directoriesOf(const std::vector<unsigned char>& block)
 }
 
 } // namespace orvo::io
+
+std::optional<double> orvo::readCaptureTime(const std::filesystem::path& path)
+{
+    const auto lock = io::enterExiv();
+    try {
+        const auto image = Exiv2::ImageFactory::open(path.string());
+        image->readMetadata();
+        return io::captureSecondsOf(io::Tags(image->exifData()));
+    } catch (const std::exception&) {
+        return std::nullopt; // not a file of which Exiv2 knows the metadata
+    }
+}

@@ -37,6 +37,7 @@ enum class JobStep
     Stack,   ///< the frames of a focus series are read, aligned and merged
     Label,   ///< frames are read and labelled
     Upscale, ///< a picture is read and enlarged
+    Fill,    ///< what a mask marks is painted anew
     Stitch,  ///< pictures are read, registered and drawn as one
     Write,   ///< the result is written
 };

@@ -12,7 +12,7 @@ struct ORVO_EXPORT CropDescription
 {
     float angle = 0.0f; ///< radians, clockwise (the picture's y axis points down): the rectangle turns, not the picture
     _Rect<int> rect;    ///< before it is turned, in pixels of the picture
-    float sourceWidth = 0.0f; ///< the size that `rect` refers to, for the application; 0: not told
+    float sourceWidth = 0.0f; ///< the size that `rect` refers to, for the application; 0: unknown
     float sourceHeight = 0.0f;
     float option = 0.0f; ///< kept for the application
     float scaleX = 1.0f; ///< what getCropRect() multiplies `rect` by

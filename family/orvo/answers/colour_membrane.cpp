@@ -1,4 +1,4 @@
-#include "answers/membrane.hpp"
+#include "answers/colour_membrane.hpp"
 
 #include <orvo_core/parallel.hpp>
 

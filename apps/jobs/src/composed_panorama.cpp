@@ -1,0 +1,371 @@
+#include "composed_panorama.hpp"
+
+#include <orvo_extensions/failure.hpp>
+#include <orvo_extensions/panorama_preview_composer.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <numbers>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace orvo::jobs {
+namespace {
+
+using PicturePointer = std::shared_ptr<const _ImageData<PixelRGB<float>>>;
+
+// Longest side of the drawings in which content, crop and horizon are looked for.
+constexpr int kSearchSide = 1600;
+constexpr int kCropSide = 2000;
+// How far a planet reaches from its middle, in radii of the sphere.
+constexpr int kPlanetReach = 3;
+// The horizon is looked for so far to each side of the middle of the plane, which reaches to 64 degrees there: it is a
+// straight line in it, and there are few panoramas whose whole width the plane can show.
+constexpr double kHorizonShare = 0.35; // of the plane's width, to each side; 55 degrees
+// Each measurement is of a picture whose tilt the last one has taken out, so that the error gets smaller.
+constexpr int kMeasurements = 4;
+constexpr double kLevelRadians = 0.0005;
+
+// Shares of the way from the start of loading to the picture.
+constexpr double kLoaded = 0.5;
+constexpr double kRegistered = 0.7;
+constexpr double kFound = 0.8;
+
+constexpr std::chrono::milliseconds kPoll{20};
+
+// One answer of the composer's worker; later ones are dropped.
+template <typename Value>
+class Mailbox
+{
+public:
+    void put(Value value)
+    {
+        const std::lock_guard lock(mutex);
+        if (!answer)
+            answer = std::move(value);
+        changed.notify_all();
+    }
+    [[nodiscard]] std::optional<Value> take(std::chrono::milliseconds patience)
+    {
+        std::unique_lock lock(mutex);
+        changed.wait_for(lock, patience, [this] { return answer.has_value(); });
+        return std::exchange(answer, std::nullopt);
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::optional<Value> answer;
+};
+
+[[noreturn]] void throwUnfitting(const std::string& sentence)
+{
+    throw FailureError({FailureKind::UnfittingPictures, {}, sentence});
+}
+
+CropDescription cropOf(const _Rect<int>& rect)
+{
+    CropDescription crop;
+    crop.rect = rect;
+    return crop;
+}
+
+// Columns and rows of a mask that hold content; empty if there is none.
+_Rect<int> contentOf(const _ImageData<float>& mask)
+{
+    int left = mask.width();
+    int right = -1;
+    int top = -1;
+    int bottom = -1;
+    for (int y = 0; y < mask.height(); ++y)
+        for (int x = 0; x < mask.width(); ++x) {
+            if (!(mask.row(y)[x] > 0.0f))
+                continue;
+            left = std::min(left, x);
+            right = std::max(right, x);
+            top = top < 0 ? y : top;
+            bottom = y;
+        }
+    return top < 0 ? _Rect<int>() : _Rect<int>(left, top, right - left + 1, bottom - top + 1);
+}
+
+_Rect<int> intersection(const _Rect<int>& a, const _Rect<int>& b)
+{
+    const int left = std::max(a.x, b.x);
+    const int top = std::max(a.y, b.y);
+    const int right = std::min(a.x + a.width, b.x + b.width);
+    const int bottom = std::min(a.y + a.height, b.y + b.height);
+    return right > left && bottom > top ? _Rect<int>(left, top, right - left, bottom - top) : _Rect<int>();
+}
+
+// A composer that is used as if it answered at once.
+class Session
+{
+public:
+    template <typename Source>
+    Session(PictureRun& job, const Source& source, WarpType type, double share)
+        : run(job), composer(source), projection(type), doneFraction(share)
+    {
+        composer.changeProjectionType(projection);
+    }
+
+    /// Whatever ends the session, nobody waits for what still runs.
+    ~Session() { composer.cancelAll(); }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// Why there is no panorama; empty if the pictures fit together.
+    [[nodiscard]] std::optional<Failure> load()
+    {
+        const auto loaded = std::make_shared<std::atomic<float>>(0.0f);
+        const auto mail = std::make_shared<Mailbox<std::optional<Failure>>>();
+        composer.setLoadCallback([loaded](float share) { *loaded = share; });
+        // The failure is that of the worker's thread.
+        composer.loadWithCompletion([mail](bool fits, _Rect<int>) {
+            const Failure unknown{FailureKind::Internal, {}, "the pictures gave no panorama and no reason"};
+            mail->put(fits ? std::nullopt : std::optional(lastFailure().value_or(unknown)));
+        });
+        return await(*mail, [&] {
+            const float share = *loaded;
+            if (share < 1.0f)
+                report(JobStep::Load, kLoaded * static_cast<double>(share));
+            else
+                report(JobStep::Stitch, kLoaded); // registering
+        });
+    }
+
+    /// By fractions of the canvas.
+    void shift(_Point<float> by)
+    {
+        enterProjection();
+        composer.startFastRender();
+        composer.setShiftVector(by);
+        composer.finishFastRender();
+    }
+    /// Turns the picture clockwise, about the ray that looks straight ahead.
+    void roll(double radians)
+    {
+        composer.changeProjectionType(WarpType::Spherical); // its canvas has that ray in the middle
+        enterProjection();
+        turn(-radians);
+        composer.changeProjectionType(projection);
+    }
+    void straighten();
+
+    /// Reports each step and share once, however often it is called.
+    void report(JobStep step, double share)
+    {
+        if (lastReport && *lastReport == std::pair(step, share))
+            return;
+        lastReport = {step, share};
+        run.report({step, doneFraction * share});
+    }
+    /// All that the projection holds, in pixels of its canvas; empty if that is nothing.
+    [[nodiscard]] _Rect<int> findContent();
+    [[nodiscard]] PicturePointer whole(const _Rect<int>& content) { return finalized({{}, {{}, content}, {}}); }
+    [[nodiscard]] PicturePointer inscribed(const _Rect<int>& content);
+
+private:
+    template <typename Value>
+    Value await(
+        Mailbox<Value>& mail, const std::function<void()>& meanwhile = [] {})
+    {
+        for (;;) {
+            if (auto answer = mail.take(kPoll)) {
+                run.throwIfCancelled();
+                return std::move(*answer);
+            }
+            meanwhile();
+            if (run.isCancelled()) {
+                composer.cancelAll();
+                run.throwIfCancelled();
+            }
+        }
+    }
+
+    /// A part of the canvas within `side` pixels; empty if there is nothing in it.
+    [[nodiscard]] RenderedData view(const _Rect<int>& part, int side)
+    {
+        const auto mail = std::make_shared<Mailbox<RenderedData>>();
+        composer.setCallback([mail](RenderedData data) { mail->put(std::move(data)); });
+        composer.setContext({scaleSizeToMax(part.size(), side), part});
+        // A view of nothing is not answered; what follows it on the worker always is.
+        composer.finalize({}, [mail](const RenderedData&) { mail->put({}); });
+        RenderedData data = await(*mail);
+        composer.setCallback({});
+        return data;
+    }
+
+    /// Throws what the drawing failed from: gray is never a result.
+    [[nodiscard]] PicturePointer finalized(const PanoramaPreviewComposer::CropInfo& info)
+    {
+        struct Answer
+        {
+            RenderedData data;
+            std::optional<Failure> failure;
+        };
+        const auto mail = std::make_shared<Mailbox<Answer>>();
+        composer.finalize(info, [mail](RenderedData data) { mail->put({std::move(data), lastFailure()}); });
+        const Answer answer = await(*mail);
+        if (answer.data.isPlaceholder)
+            throw FailureError(
+                answer.failure.value_or(Failure{FailureKind::Internal, {}, "the panorama could not be drawn"}));
+        return answer.data.image;
+    }
+
+    [[nodiscard]] _Rect<int> searched() const
+    {
+        const _Size<int> canvas = composer.getCanvasSize();
+        if (composer.getProjectionType() != WarpType::Stereographic)
+            return {0, 0, canvas.width, canvas.height};
+        // The canvas lies beside the planet, whose middle is half its height above it.
+        const int reach = kPlanetReach * canvas.height / 2;
+        return {canvas.width / 2 - reach, -canvas.height / 2 - reach, 2 * reach, 2 * reach};
+    }
+
+    [[nodiscard]] _Rect<int> contentIn(const _Rect<int>& part);
+
+    // The canvas of a turn is that of the last drawing, and there may have been none.
+    void enterProjection()
+    {
+        const auto mail = std::make_shared<Mailbox<bool>>();
+        composer.finalize({}, [mail](const RenderedData&) { mail->put(true); });
+        (void)await(*mail);
+    }
+    // Turns the picture counter-clockwise.
+    void turn(double radians)
+    {
+        composer.startFastRender();
+        composer.setRotation(static_cast<float>(radians));
+        composer.finishFastRender();
+    }
+
+    PictureRun& run;
+    PanoramaPreviewComposer composer;
+    WarpType projection;
+    double doneFraction;
+    std::optional<std::pair<JobStep, double>> lastReport;
+};
+
+_Rect<int> Session::contentIn(const _Rect<int>& part)
+{
+    const RenderedData data = view(part, kSearchSide);
+    if (!data.mask)
+        return {};
+    const _Rect<int> seen = contentOf(*data.mask);
+    if (seen == _Rect<int>())
+        return {};
+    // A pixel of the view more on each side: the content may end within it.
+    const double sx = static_cast<double>(part.width) / data.mask->width();
+    const double sy = static_cast<double>(part.height) / data.mask->height();
+    const int left = static_cast<int>((seen.x - 1) * sx);
+    const int top = static_cast<int>((seen.y - 1) * sy);
+    const int right = static_cast<int>(std::ceil((seen.x + seen.width + 1) * sx));
+    const int bottom = static_cast<int>(std::ceil((seen.y + seen.height + 1) * sy));
+    return intersection({part.x + left, part.y + top, right - left, bottom - top}, part);
+}
+
+_Rect<int> Session::findContent()
+{
+    report(JobStep::Stitch, kRegistered);
+    const _Rect<int> content = contentIn(searched());
+    report(JobStep::Stitch, kFound);
+    return content;
+}
+
+void Session::straighten()
+{
+    composer.changeProjectionType(WarpType::Plane);
+    for (int i = 0; i < kMeasurements; ++i) {
+        const _Size<int> canvas = composer.getCanvasSize();
+        const int half = static_cast<int>(canvas.width * kHorizonShare);
+        const _Rect<int> middle(canvas.width / 2 - half, 0, 2 * half, canvas.height);
+        const _Rect<int> content = contentIn(middle);
+        const RenderedData data = content == _Rect<int>() ? RenderedData() : view(content, kCropSide);
+        if (!data.image)
+            break;
+        const _Rect<int> full =
+            intersection(inscribedRectOfMask(*data.mask), {0, 0, data.mask->width(), data.mask->height()});
+        if (full == _Rect<int>())
+            break;
+        const auto angle = static_cast<double>(composer.getHorizonAngle(data.image->copy(full)));
+        if (std::abs(angle) < kLevelRadians)
+            break;
+        turn(angle); // about the middle of the view of the content
+    }
+    composer.changeProjectionType(projection);
+}
+
+PicturePointer Session::inscribed(const _Rect<int>& content)
+{
+    const RenderedData data = view(content, kCropSide);
+    if (!data.mask)
+        throw FailureError({FailureKind::Internal, {}, "the panorama could not be drawn"});
+    // A pixel of this view may be covered in part only, and the outermost pixels of a reprojection are mixed with
+    // black.
+    constexpr int kRim = 2;
+    _Rect<int> rect = inscribedRectOfMask(*data.mask);
+    rect.width -= kRim;
+    rect.height -= kRim;
+    if (rect.width < 1 || rect.height < 1)
+        throwUnfitting("the panorama is too small or too ragged for a rectangle to be cut out of it");
+    return finalized({cropOf(rect), {data.mask->size(), content}, {}});
+}
+
+PicturePointer composed(Session& session, const PanoJobRequest& request)
+{
+    if (auto failure = session.load()) {
+        if (failure->kind == FailureKind::UnfittingPictures && !request.video.empty())
+            failure = {failure->kind, request.video, "shows fewer than two views that fit together"};
+        throw FailureError(*failure);
+    }
+    if (request.shift != _Point<float>())
+        session.shift(request.shift);
+    if (request.turnDegrees != 0.0)
+        session.roll(request.turnDegrees * std::numbers::pi / 180.0);
+    if (request.straighten)
+        session.straighten();
+    const _Rect<int> content = session.findContent();
+    if (content == _Rect<int>())
+        throwUnfitting(
+            "the pictures fit together, but what they show lies outside of this projection; the spherical one "
+            "holds everything");
+    PicturePointer picture = request.crop == PanoCrop::Auto ? session.inscribed(content) : session.whole(content);
+    if (request.crop != PanoCrop::Rectangle)
+        return picture;
+    const _Rect<int>& rect = request.cropRect;
+    if (intersection(rect, {0, 0, picture->width(), picture->height()}) != rect)
+        throwUnfitting("the crop does not lie inside the panorama of " + std::to_string(picture->width()) + " x " +
+                       std::to_string(picture->height()) + " pixels");
+    return picture->copy(rect);
+}
+
+} // namespace
+
+bool needsComposer(const PanoJobRequest& request)
+{
+    return request.brackets || !request.video.empty() || request.crop != PanoCrop::None || request.straighten ||
+           request.turnDegrees != 0.0 || request.shift != _Point<float>();
+}
+
+std::shared_ptr<const _ImageData<PixelRGB<float>>> composePanorama(PictureRun& run, const PanoJobRequest& request,
+                                                                   const AnyPanoSource& source, double doneFraction)
+{
+    PicturePointer picture = std::visit(
+        [&](const auto& pictures) {
+            Session session(run, pictures, request.projection, doneFraction);
+            return composed(session, request);
+        },
+        source);
+    if (request.maxSize > 0 && std::max(picture->width(), picture->height()) > request.maxSize)
+        picture = picture->resize(scaleSizeToMax(picture->size(), request.maxSize), {}, true);
+    return picture;
+}
+
+} // namespace orvo::jobs

@@ -1,0 +1,24 @@
+/// A panorama by way of the interactive composer: turned, straightened and cropped.
+#pragma once
+
+#include "picture_run.hpp"
+
+#include <jobs/pano_job.hpp>
+#include <orvo_extensions/panorama.hpp>
+
+#include <memory>
+#include <variant>
+
+namespace orvo::jobs {
+
+using AnyPanoSource = std::variant<PanoSource, PanoSourceHDR, PanoSourceVideo>;
+
+/// Whether the request asks for what only the composer does.
+[[nodiscard]] bool needsComposer(const PanoJobRequest& request);
+
+/// Loads, registers, turns the view, finds the crop and draws. Reports Load and Stitch up to `doneFraction`. Throws
+/// FailureError; a cancel stops what runs.
+[[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
+composePanorama(PictureRun& run, const PanoJobRequest& request, const AnyPanoSource& source, double doneFraction);
+
+} // namespace orvo::jobs

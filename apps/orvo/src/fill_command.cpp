@@ -1,0 +1,71 @@
+/// orvo fill: paints anew what a mask marks.
+#include "picture_command.hpp"
+
+#include <jobs/fill_job.hpp>
+
+#include <string>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Takes something out of a picture, or fills a border: what the mask marks is painted anew from\n"
+    "what surrounds it. The mask is a picture that is white where to paint and black elsewhere; it\n"
+    "covers the whole picture, whatever its own size. All other pixels stay as they are.\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  Take out what mask.png is white over:\n"
+                                  "    orvo fill beach.jpg --mask mask.png -o empty-beach.jpg\n"
+                                  "  By a network:\n"
+                                  "    orvo fill beach.png --mask mask.png -o empty-beach.png --model inpaint.onnx\n";
+
+nlohmann::ordered_json asJson(const jobs::FillJobResult& result, const std::string& model)
+{
+    nlohmann::ordered_json json = writtenAsJson(result);
+    json["input"] = {{"path", result.source.string()}};
+    json["mask"] = {{"path", result.mask.string()}};
+    if (!model.empty())
+        json["model"] = {{"path", model}};
+    return json;
+}
+
+} // namespace
+
+int runFill(int argc, char** argv)
+{
+    Options app("fill", kAbout);
+    RunOptions run;
+    jobs::FillJobRequest request;
+    std::string file;
+    std::string mask;
+    std::string model;
+    std::string output;
+    app.add_option("FILE", file, kReadable)->type_name("")->required();
+    app.add_option("--mask", mask, "a picture that is white where to paint")->type_name("FILE")->required();
+    bindOutput(app, output);
+    bindFormat(app, request);
+    app.add_option("--model", model, "let this network do it: an inpainting network in ONNX")->type_name("FILE");
+    bindRun(app, request, run);
+    app.footer(std::string(kExamples) + kExitCodes);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    request.source = file;
+    request.mask = mask;
+    request.model = model;
+    request.output = output;
+
+    jobs::FillJobResult result;
+    PictureCommand command{
+        .name = "fill",
+        .run = run,
+        .inputs = {request.source, request.mask},
+        .output = request.output,
+        .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::fillJob(request, callbacks); },
+        .report = result,
+        .json = [&] { return asJson(result, model); },
+        .sentence = [&] { return writtenAsText(result); }};
+    if (!model.empty())
+        command.inputs.push_back(request.model); // the log must not be written into it either
+    return runPictureCommand(command);
+}
+
+} // namespace orvo::cli

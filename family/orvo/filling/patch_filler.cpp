@@ -1,0 +1,153 @@
+#include "filling/patch_filler.hpp"
+
+#include "filling/fill_level.hpp"
+#include "filling/hole.hpp"
+#include "filling/patch_field.hpp"
+#include "filling/patch_votes.hpp"
+#include "filling/peel.hpp"
+#include "filling/seam_colours.hpp"
+#include "filling/smooth_fill.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+namespace orvo {
+
+Filler::~Filler() = default;
+
+std::unique_ptr<Filler> patchFiller() { return std::make_unique<details::PatchFiller>(); }
+
+namespace details {
+namespace {
+
+// The part of the picture that is searched reaches beyond the hole by its longer side, at least so far: what lies
+// nearer is more alike, and a small hole needs some choice.
+constexpr int kLeastReach = 192;
+// A coarser level is made while the hole is deeper than this, in pixels...
+constexpr int kDeepestStart = kPatch / 2;
+// ... and it still has so many sources to choose from.
+constexpr std::size_t kFewestSources = 400;
+constexpr int kMostLevels = 10;
+// Pixels around that the texture of a pixel is measured in.
+constexpr int kTextureRadius = 8;
+
+_Rect<int> windowAround(const Hole& hole)
+{
+    const _Rect<int>& box = hole.bounds();
+    const int reach = std::max({box.width, box.height, kLeastReach});
+    const int left = std::max(0, box.x - reach);
+    const int top = std::max(0, box.y - reach);
+    return {left, top, std::min(hole.size().width, box.x + box.width + reach) - left,
+            std::min(hole.size().height, box.y + box.height + reach) - top};
+}
+
+int deepest(const FillLevel& level)
+{
+    int depth = 0;
+    const auto count = static_cast<std::size_t>(level.width()) * static_cast<std::size_t>(level.height());
+    for (std::size_t i = 0; i < count; ++i)
+        if (level.targets[i] != 0)
+            depth = std::max<int>(depth, level.depth[i]);
+    return depth;
+}
+
+std::vector<FillLevel> pyramidOf(const _ImageData<PixelRGB<float>>& picture, const Hole& hole, const _Rect<int>& window,
+                                 const PatchFillSettings& settings)
+{
+    std::vector<FillLevel> levels;
+    levels.push_back(finestLevel(picture, hole, window, kTextureRadius, settings.textureGain));
+    while (static_cast<int>(levels.size()) < kMostLevels && deepest(levels.back()) > kDeepestStart) {
+        FillLevel coarser = coarserLevel(levels.back());
+        if (coarser.sourceCount < kFewestSources)
+            break;
+        levels.push_back(std::move(coarser));
+    }
+    return levels;
+}
+
+// Fills one hole from the coarsest level to the finest.
+class PatchRun
+{
+public:
+    PatchRun(const PatchFillSettings& settings_, const RunControl& control_) : settings(settings_), control(control_) {}
+
+    // Paints the hole of `result`, whose known pixels are the picture's.
+    void fill(const Hole& hole, _ImageData<PixelRGB<float>>& result)
+    {
+        const _Rect<int> window = windowAround(hole);
+        std::vector<FillLevel> levels = pyramidOf(result, hole, window, settings);
+        control.throwIfCancelled();
+        if (levels.front().sourceCount == 0) {
+            fillSmoothly(result, hole);
+            return;
+        }
+        count = static_cast<int>(levels.size());
+        PatchField field = peel(levels.back(), settings);
+        control.report(kPeeled);
+        for (int i = count - 1; i >= 0; --i) {
+            FillLevel& level = levels.back();
+            improve(level, i, field);
+            if (i > 0) {
+                PatchField finer = refinedField(levels[static_cast<std::size_t>(i - 1)], level, field);
+                std::swap(field, finer);
+                levels.pop_back();
+                vote(levels.back(), field, settings);
+            }
+        }
+        voteInFull(levels.front(), field, settings, hole, window, result);
+        control.report(kPainted);
+        control.throwIfCancelled();
+        if (settings.evenSeams) {
+            const SeamSteps seams(levels.front(), field, settings, hole, window, result);
+            levels.clear();
+            seams.evenOut(result);
+        }
+    }
+
+private:
+    static constexpr float kPeeled = 0.05f;
+    static constexpr float kPainted = 0.9f;
+
+    // Rounds of search and vote at level `i`.
+    void improve(FillLevel& level, int i, PatchField& field)
+    {
+        const int most = settings.coarsestRounds;
+        const int rounds = count == 1 ? most : settings.finestRounds + (most - settings.finestRounds) * i / (count - 1);
+        // A level has four times the pixels of the next, so the finest takes about half of the time.
+        const float end = kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i));
+        const float begin =
+            i + 1 == count ? kPeeled : kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i + 1));
+        for (int round = 0; round < rounds; ++round) {
+            control.throwIfCancelled();
+            search(level, field, settings, std::max(level.width(), level.height()), ++stream);
+            vote(level, field, settings);
+            control.report(begin + (end - begin) * static_cast<float>(round + 1) / static_cast<float>(rounds));
+        }
+    }
+
+    const PatchFillSettings& settings;
+    const RunControl& control;
+    int count = 0;
+    unsigned stream = settings.seed;
+};
+
+} // namespace
+
+std::shared_ptr<_ImageData<PixelRGB<float>>> PatchFiller::fill(const _ImageData<PixelRGB<float>>& picture,
+                                                               const _ImageData<float>& mask,
+                                                               const RunControl& control) const
+{
+    return keepingFailure([&] {
+        const Hole hole(picture.size(), mask);
+        auto result = picture.copy({});
+        if (!hole.empty())
+            PatchRun(settings, control).fill(hole, *result);
+        control.report(1.0f);
+        return result;
+    });
+}
+
+} // namespace details
+} // namespace orvo

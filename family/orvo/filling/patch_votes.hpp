@@ -1,0 +1,22 @@
+/// Paints the hole by what the patches over each of its pixels say.
+#pragma once
+
+#include "filling/fill_level.hpp"
+#include "filling/fill_settings.hpp"
+#include "filling/patch_field.hpp"
+
+#include <orvo_core/image_data.hpp>
+
+namespace orvo::details {
+
+/// Repaints the hole of `level`: each pixel becomes the weighted mean of what the sources of all patches over it show
+/// there. A vote counts the more, the better its patch fits compared with the others over the pixel, and the nearer the
+/// patch is to what is known.
+void vote(FillLevel& level, const PatchField& field, const PatchFillSettings& settings);
+
+/// The same at the finest level with the samples of the picture, whose part `window` the level shows; what `hole`
+/// marks of `result` is written.
+void voteInFull(const FillLevel& level, const PatchField& field, const PatchFillSettings& settings, const Hole& hole,
+                const _Rect<int>& window, _ImageData<PixelRGB<float>>& result);
+
+} // namespace orvo::details

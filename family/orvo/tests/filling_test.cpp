@@ -1,0 +1,311 @@
+// Filling by patches of the picture itself
+#include "filling_pictures.hpp"
+
+#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace test;
+using orvo::FailureError;
+using orvo::FailureKind;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+constexpr orvo::_Size<int> kSize{96, 80};
+constexpr orvo::_Rect<int> kMiddle{36, 30, 24, 20};
+
+orvo::PicturePointer clothPicture(orvo::_Size<int> size = kSize) { return drawn(size, nullptr, cloth); }
+
+// --- What counts as the hole -----------------------------------------------------------------------------------------
+
+TEST(Filling, KnownPixelsComeBackBitForBit)
+{
+    const auto picture = clothPicture();
+    picture->row(3)[3] = {kNaN, kInfinity, -kInfinity};
+    picture->row(40)[20] = {-2.0f, 7.0f, 1e-40f};
+    const auto mask = maskOf(kSize, within(kMiddle));
+    const auto result = filled(*picture, *mask);
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->size(), kSize);
+    EXPECT_TRUE(knownEqual(*picture, *result, *mask));
+    EXPECT_NE(result->data(), picture->data());
+}
+
+TEST(Filling, KeepsTheColourProfile)
+{
+    const auto picture = drawn(kSize, orvo::ColorProfileType::sRGB(), cloth);
+    EXPECT_EQ(filled(*picture, *maskOf(kSize, within(kMiddle)))->colorProfile(), picture->colorProfile());
+}
+
+TEST(Filling, EmptyHoleGivesACopy)
+{
+    const auto picture = clothPicture();
+    const auto result = filled(*picture, *maskOf(kSize, [](int, int) { return false; }));
+    EXPECT_TRUE(bytesEqual(*picture, *result));
+    EXPECT_NE(result->data(), picture->data());
+}
+
+TEST(Filling, TheHoleBeginsAtAHalf)
+{
+    const auto picture = drawn(kSize, nullptr, [](int, int) { return Pixel{0.25f, 0.5f, 0.75f}; });
+    const auto mask = maskOf(kSize, [](int, int) { return false; });
+    const Pixel foreign{0.9f, 0.1f, 0.1f};
+    const std::vector<std::pair<float, bool>> samples = {{0.499f, false},   {0.5f, true},  {0.7f, true},
+                                                         {kInfinity, true}, {kNaN, false}, {-kInfinity, false}};
+    for (int i = 0; i < static_cast<int>(samples.size()); ++i) {
+        picture->row(40)[10 + 12 * i] = foreign;
+        mask->row(40)[10 + 12 * i] = samples[static_cast<std::size_t>(i)].first;
+    }
+    const auto result = filled(*picture, *mask);
+    for (int i = 0; i < static_cast<int>(samples.size()); ++i)
+        EXPECT_EQ(result->row(40)[10 + 12 * i] != foreign, samples[static_cast<std::size_t>(i)].second) << i;
+}
+
+TEST(Filling, AMaskOfAnotherSizeIsLaidOverThePicture)
+{
+    const auto picture = clothPicture();
+    // 3 pixels of the picture to a sample across, 2 down.
+    const auto small = maskOf({32, 40}, within({12, 15, 8, 10}));
+    const auto large = maskOf(kSize, within(kMiddle));
+    EXPECT_TRUE(bytesEqual(*filled(*picture, *small), *filled(*picture, *large)));
+    // A mask that is larger: the sample under the centre of a pixel counts.
+    const auto twice = maskOf({2 * kSize.width, 2 * kSize.height}, within({72, 60, 48, 40}));
+    EXPECT_TRUE(bytesEqual(*filled(*picture, *twice), *filled(*picture, *large)));
+}
+
+TEST(Filling, RefusesWhereNothingIsKnown)
+{
+    EXPECT_THAT([] { (void)filled(*clothPicture(), *maskOf(kSize, [](int, int) { return true; })); },
+                ThrowsMessage<FailureError>(HasSubstr("marks all of 96 x 80 pixels")));
+    EXPECT_THAT(
+        [] {
+            (void)filled(*clothPicture({0, 0}), *maskOf(kSize, within(kMiddle)));
+        },
+        ThrowsMessage<FailureError>(HasSubstr("expected a picture with pixels")));
+    EXPECT_THAT(
+        [] {
+            (void)filled(*clothPicture(), *maskOf({0, 5}, within(kMiddle)));
+        },
+        ThrowsMessage<FailureError>(HasSubstr("expected a mask with pixels")));
+}
+
+TEST(Filling, WhatIsInTheHoleDoesNotMatter)
+{
+    const auto mask = maskOf(kSize, within(kMiddle));
+    const auto other = clothPicture();
+    for (int y = 0; y < kSize.height; ++y)
+        for (int x = 0; x < kSize.width; ++x)
+            if (mask->row(y)[x] > 0.0f)
+                other->row(y)[x] = (x + y) % 2 == 0 ? Pixel{1.0f, 0.0f, 1.0f} : Pixel{kNaN, -3.0f, kInfinity};
+    EXPECT_TRUE(bytesEqual(*filled(*clothPicture(), *mask), *filled(*other, *mask)));
+}
+
+// --- What is painted -------------------------------------------------------------------------------------------------
+
+TEST(Filling, AFlatPictureStaysFlat)
+{
+    const Pixel grey{0.3f, 0.4f, 0.5f};
+    const auto picture = drawn(kSize, nullptr, [&](int, int) { return grey; });
+    const auto mask = maskOf(kSize, within(kMiddle));
+    constexpr float kRounding = 1e-5f; // of a weighted mean of equal values
+    EXPECT_LT(worstInside(*picture, *filled(*picture, *mask), *mask), kRounding);
+}
+
+TEST(Filling, ContinuesStripes)
+{
+    const auto picture = drawn({160, 120}, nullptr, [](int x, int y) {
+        return (x + 2 * y) % 15 < 6 ? Pixel{0.8f, 0.7f, 0.2f} : Pixel{0.1f, 0.2f, 0.3f};
+    });
+    const auto mask = maskOf({160, 120}, within({60, 40, 45, 40}));
+    constexpr float kHardlySeen = 0.02f;
+    EXPECT_LT(worstInside(*picture, *filled(*picture, *mask), *mask), kHardlySeen);
+}
+
+TEST(Filling, ContinuesAStraightEdge)
+{
+    const orvo::_Size<int> size{200, 160};
+    const auto colour = [](int x, int y) {
+        return 3 * y < x + 190 ? Pixel{0.6f, 0.75f, 0.95f} : Pixel{0.2f, 0.35f, 0.15f};
+    };
+    const auto picture = drawn(size, nullptr, colour);
+    const auto mask = maskOf(size, within({70, 50, 60, 60}));
+    const auto result = filled(*picture, *mask);
+    int wrong = 0;
+    for (int y = 50; y < 110; ++y)
+        for (int x = 70; x < 130; ++x)
+            wrong += std::abs(result->row(y)[x].b - picture->row(y)[x].b) > 0.2f ? 1 : 0;
+    EXPECT_LT(wrong, 2 * 60) << "pixels; the edge is off by more than two";
+}
+
+TEST(Filling, KeepsTheGrainOfNoise)
+{
+    const orvo::_Size<int> size{128, 128};
+    const auto picture = noise(size, nullptr, 5, 0.2f, 0.8f);
+    const auto mask = maskOf(size, within({44, 44, 40, 40}));
+    const auto result = filled(*picture, *mask);
+    const auto roughness = [](const Picture& p) {
+        double sum = 0.0;
+        for (int y = 46; y < 82; ++y)
+            for (int x = 46; x < 82; ++x)
+                sum += std::abs(p.row(y)[x + 1].g - p.row(y)[x].g);
+        return sum;
+    };
+    EXPECT_GT(roughness(*result), 0.75 * roughness(*picture));
+}
+
+TEST(Filling, StaysNearWhatIsKnown)
+{
+    const auto picture = noise(kSize, nullptr, 9, 0.4f, 0.6f);
+    const auto mask = maskOf(kSize, within(kMiddle));
+    const auto result = filled(*picture, *mask);
+    constexpr float kEvenedOut = 0.08f; // a seam may move what meets there by so much
+    for (std::size_t i = 0; i < result->pixelCount(); ++i)
+        for (const float v : {result->data()[i].r, result->data()[i].g, result->data()[i].b})
+            ASSERT_TRUE(v > 0.4f - kEvenedOut && v < 0.6f + kEvenedOut) << i << ": " << v;
+}
+
+TEST(Filling, ValuesBeyondFullScaleSurvive)
+{
+    const auto picture = drawn(kSize, nullptr, [](int x, int y) {
+        const Pixel p = cloth(x, y);
+        return Pixel{6.0f * p.r, 6.0f * p.g, 6.0f * p.b};
+    });
+    const auto mask = maskOf(kSize, within(kMiddle));
+    const auto result = filled(*picture, *mask);
+    float greatest = 0.0f;
+    for (int y = 30; y < 50; ++y)
+        for (int x = 36; x < 60; ++x)
+            greatest = std::max(greatest, result->row(y)[x].r);
+    EXPECT_GT(greatest, 2.0f);
+}
+
+// --- Holes of every shape --------------------------------------------------------------------------------------------
+
+struct Shape
+{
+    const char* name;
+    orvo::_Size<int> size;
+    std::function<bool(int x, int y)> inside;
+};
+
+class FillingShapes : public testing::TestWithParam<Shape>
+{};
+
+TEST_P(FillingShapes, AreFilledFromWhatIsKnown)
+{
+    const Shape& shape = GetParam();
+    const auto mask = maskOf(shape.size, shape.inside);
+    const auto picture = drawn(shape.size, nullptr, [&](int x, int y) {
+        return shape.inside(x, y) ? Pixel{kNaN, kNaN, kNaN} : cloth(x, y);
+    });
+    const auto result = filled(*picture, *mask);
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(finite(*result));
+    EXPECT_TRUE(knownEqual(*picture, *result, *mask));
+    for (std::size_t i = 0; i < result->pixelCount(); ++i) // cloth() draws 0.2 to 0.7; seams are evened out
+        ASSERT_TRUE(result->data()[i].r > 0.1f && result->data()[i].r < 0.8f) << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Holes, FillingShapes,
+    testing::Values(
+        Shape{"Corner", kSize, within({0, 0, 30, 20})}, Shape{"OtherCorner", kSize, within({70, 65, 26, 15})},
+        Shape{"LeftBorder", kSize, within({0, 0, 25, 80})},
+        Shape{"AroundThePicture",
+              {140, 120},
+              [](int x, int y) {
+                  return !within({35, 30, 70, 60})(x, y);
+              }},
+        Shape{"AroundALittle",
+              {90, 90},
+              [](int x, int y) {
+                  return !within({38, 40, 10, 9})(x, y);
+              }},
+        Shape{"AllButOnePixel", {33, 31}, [](int x, int y) { return x != 20 || y != 9; }},
+        Shape{"AllButAThinStrip", {80, 60}, [](int, int y) { return y >= 3; }},
+        Shape{"Chequered", {51, 47}, [](int x, int y) { return (x + y) % 2 == 0; }},
+        Shape{"OnePixel", kSize, within({50, 40, 1, 1})}, Shape{"LastPixel", kSize, within({95, 79, 1, 1})},
+        Shape{"ThinLine", {301, 117}, [](int x, int y) { return std::abs(3 * y - x) < 6; }},
+        Shape{"TwoFarApart", {401, 60}, [](int x, int y) { return x < 9 || (x > 380 && y < 30); }},
+        Shape{"Ring", {120, 120}, [](int x, int y) { return std::abs(std::hypot(x - 60.0, y - 60.0) - 40.0) < 8.0; }},
+        Shape{"TwoPixels", {2, 1}, within({1, 0, 1, 1})}, Shape{"ThreeByTwo", {3, 2}, within({1, 0, 1, 2})},
+        Shape{"Column", {1, 7}, within({0, 2, 1, 3})}, Shape{"LowAndWide", {641, 3}, within({300, 0, 40, 3})},
+        Shape{"OddSides", {7, 7}, within({3, 3, 1, 1})}, Shape{"Eight", {8, 8}, within({0, 0, 4, 8})}),
+    [](const auto& shape) { return std::string(shape.param.name); });
+
+TEST(Filling, OnePixelThatIsKnownIsACopy)
+{
+    const auto picture = clothPicture({1, 1});
+    EXPECT_TRUE(bytesEqual(*picture, *filled(*picture, *maskOf({1, 1}, within({5, 5, 1, 1})))));
+}
+
+// --- How it runs -----------------------------------------------------------------------------------------------------
+
+TEST(Filling, SameBytesForAnyNumberOfThreads)
+{
+    const orvo::_Size<int> size{301, 237};
+    const auto picture = clothPicture(size);
+    const auto mask = maskOf(size, [](int x, int y) { return within({90, 70, 110, 90})(x, y) || x < 12; });
+    const auto run = [&](int threads) {
+        const orvo::WorkerLimit limit(threads);
+        return filled(*picture, *mask);
+    };
+    const auto single = run(1);
+    for (const int threads : {2, 3, 7})
+        EXPECT_TRUE(bytesEqual(*single, *run(threads))) << threads;
+}
+
+TEST(Filling, ProgressRisesToOne)
+{
+    std::vector<float> seen;
+    const orvo::RunControl control({}, [&](float done) { seen.push_back(done); });
+    const auto result = filled(*clothPicture(), *maskOf(kSize, within(kMiddle)), control);
+    ASSERT_TRUE(result);
+    ASSERT_GT(seen.size(), 2u);
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    EXPECT_GE(seen.front(), 0.0f);
+    EXPECT_EQ(seen.back(), 1.0f);
+}
+
+TEST(Filling, StopsWheneverItIsCancelled)
+{
+    const auto picture = clothPicture();
+    const auto mask = maskOf(kSize, within(kMiddle));
+    int asked = 0;
+    (void)filled(*picture, *mask, orvo::RunControl([&] { return ++asked < 0; }));
+    ASSERT_GT(asked, 3);
+    for (int last = 1; last <= asked; last += 3) {
+        int count = 0;
+        try {
+            (void)filled(*picture, *mask, orvo::RunControl([&] { return ++count >= last; }));
+            ADD_FAILURE() << last;
+        } catch (const FailureError& error) {
+            EXPECT_EQ(error.failure().kind, FailureKind::Cancelled);
+        }
+        EXPECT_EQ(orvo::lastFailure(), orvo::cancelledFailure());
+        EXPECT_EQ(count, last);
+    }
+}
+
+TEST(Filling, ASmallHoleTakesLittleMemory)
+{
+    const orvo::_Size<int> size{2400, 1600};
+    const auto picture = clothPicture(size);
+    const auto mask = maskOf(size, within({1000, 800, 40, 40}));
+    auto& memory = orvo::MemoryManager::instance();
+    memory.resetPeak();
+    const std::size_t before = memory.liveBytes();
+    ASSERT_TRUE(filled(*picture, *mask));
+    const std::size_t result = picture->pixelCount() * sizeof(Pixel);
+    EXPECT_LT(memory.peakBytes() - before, result + result / 2);
+}
+
+} // namespace

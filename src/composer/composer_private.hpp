@@ -1,0 +1,91 @@
+/// What a composer holds, and the renders on it.
+#pragma once
+
+#include "panorama/panorama_stitcher.hpp"
+
+#include <orvo/operation_queue.hpp>
+#include <orvo_extensions/panorama_preview_composer.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace orvo {
+
+/// What a render needs of the caller's side, at the time of the request.
+struct ComposerSnapshot
+{
+    std::function<void(RenderedData)> mainCallback;
+    std::function<void(RenderedData)> underlayCallback;
+    std::function<void(std::shared_ptr<const _ImageData<PixelRGB<float>>>, std::shared_ptr<const _ImageData<float>>,
+                       _Rect<int>)>
+        meaningfulPartCallback;
+    PreviewContext context;
+};
+
+/// The snapshot, operations, projection and configuration belong to the caller's thread, stitcher and cache to the
+/// worker's.
+struct PanoramaPreviewComposerPrivate
+{
+    template <typename Source>
+    explicit PanoramaPreviewComposerPrivate(const Source& source)
+        : stitcher(std::make_unique<PanoramaStitcher>(source)),
+          projection(static_cast<WarpType>(source.settings.warpType))
+    {}
+
+    ComposerSnapshot snapshot;
+    opq::OperationQueue queue;
+    std::shared_ptr<opq::Operation> mainOperation;
+    std::shared_ptr<opq::Operation> underlayOperation;
+    std::shared_ptr<opq::Operation> cropOperation;
+    std::unique_ptr<PanoramaStitcher> stitcher;
+    WarpType projection;
+    RenderedData cachedPreview;                      ///< the last full panorama
+    _Rect<int> cachedRoi;                            ///< where it lies on the canvas; zero: not to be used any more
+    WarpType cachedProjection = WarpType::Spherical; ///< of the last full panorama
+    _Size<int> cachedPreviewSize;                    ///< calculatePreviewSize() has found it
+    std::shared_ptr<std::atomic<bool>> cancelFlag = std::make_shared<std::atomic<bool>>(false);
+    ComposerConfiguration configuration;
+
+    /// For the stitcher.
+    [[nodiscard]] std::function<bool()> cancelFunction() const;
+
+    // All below on the worker.
+
+    /// Makes the stitcher draw in a projection and answers its canvas.
+    _Size<int> enterProjection(WarpType type);
+    /// Makes the cache miss.
+    void resetCachedSettings();
+    [[nodiscard]] Panorama drawCanvas(const _Size<int>& canvas, const _Size<int>& size, bool keepCanvas);
+
+    void load(const std::function<void(bool, _Rect<int>)>& completion);
+    void shift(_Point<float> by);
+    void turn(float angle, _Rect<int> roi);
+    void reset();
+    void drawMain(WarpType type, const ComposerSnapshot& taken, const std::string& signature);
+    void drawUnderlay(WarpType type, const ComposerSnapshot& taken, const std::string& signature);
+
+    [[nodiscard]] RenderedData createFullPanorama(WarpType type, _Size<int> size, _Rect<int> roi);
+    [[nodiscard]] bool restoreCachedPreview(RenderedData& data, _Size<int> size, _Rect<int> roi) const;
+    [[nodiscard]] _Size<int> calculateSizeForPreview(WarpType type, _Size<int> size);
+    [[nodiscard]] _Size<int> calculatePreviewSize(WarpType type, _Size<int> size);
+
+    void cropPreview(WarpType type, _Size<int> size, const std::function<void(RenderedData, _Rect<int>)>& callback);
+    void finalizePreview(WarpType type, const PanoramaPreviewComposer::CropInfo& info, _Size<int> size,
+                         const std::function<void(RenderedData)>& callback, const std::string& signature);
+    void finish(WarpType type, const PanoramaPreviewComposer::CropInfo& info,
+                const std::function<void(RenderedData)>& callback, const std::string& signature);
+    [[nodiscard]] RenderedData finishedWhole(const _Rect<int>& roi);
+    [[nodiscard]] RenderedData finishedCrop(const PanoramaPreviewComposer::CropInfo& info);
+    /// Whether a crop was made for another picture than the kept one; logged.
+    [[nodiscard]] bool isStale(const _Rect<int>& roi, const std::string& signature, const char* method) const;
+};
+
+/// The size at which a canvas fits into 1500 pixels.
+[[nodiscard]] _Size<int> fittedSize(int width, int height);
+
+/// Lays a panorama over white, in place. Without a picture or a mask nothing happens.
+void blendAlpha(const Panorama& panorama);
+
+} // namespace orvo

@@ -1,0 +1,382 @@
+// Panoramas by way of the composer: brackets, videos, turned, straightened and cropped.
+#include "support/temporary_folder.hpp"
+
+#include <jobs/pano_job.hpp>
+#include <orvo_extensions/panorama_preview_composer.hpp>
+#include <orvo_io/image_reader.hpp>
+#include <orvo_io/image_writer.hpp>
+#include <scenes/sphere_view_files.hpp>
+#include <scenes/video_file.hpp>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <fstream>
+#include <numbers>
+#include <string>
+
+namespace orvo::jobs {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Picture = _ImageData<PixelRGB<float>>;
+
+constexpr double kDegree = std::numbers::pi / 180.0;
+
+scenes::SphereView smallView()
+{
+    scenes::SphereView view;
+    view.size = {400, 300};
+    view.focal = 400.0;
+    return view;
+}
+
+class ComposedPanorama : public testing::Test
+{
+protected:
+    ComposedPanorama()
+    {
+        const auto views = scenes::rowOfViews(3, 22.0, 3.0, smallView(), 1.0, 7);
+        for (std::size_t i = 0; i < views.size(); ++i) {
+            request.files.push_back(folder / (std::to_string(i) + ".tif"));
+            scenes::writeSphereView(scenes::SphereScene(), views[i], request.files.back(), {.noiseSeed = i + 1});
+        }
+        request.output = folder / "out.tif";
+    }
+
+    [[nodiscard]] std::shared_ptr<Picture> made(const PanoJobRequest& job) const
+    {
+        const PanoJobResult result = panoJob(job);
+        EXPECT_TRUE(result.done()) << result.message;
+        return read(job.output);
+    }
+    [[nodiscard]] static std::shared_ptr<Picture> read(const std::filesystem::path& path)
+    {
+        const auto image = ImageReader::instance().open({path, {}}, {}, ImageReaderOpenFlag::Upright, nullptr, {}, -1);
+        return image ? image->imageData({}, {}, true) : nullptr;
+    }
+    [[nodiscard]] std::ptrdiff_t filesInFolder() const
+    {
+        return std::distance(std::filesystem::directory_iterator(folder.path()), std::filesystem::directory_iterator());
+    }
+    /// Nothing is left behind, and the line is about the cause.
+    std::string failure(const PanoJobRequest& job, JobOutcome outcome) const
+    {
+        const auto before = filesInFolder();
+        const PanoJobResult result = panoJob(job);
+        EXPECT_EQ(result.outcome, outcome) << result.message;
+        EXPECT_EQ(filesInFolder(), before) << "something was left behind";
+        EXPECT_EQ(result.message.find('\n'), std::string::npos);
+        return result.message;
+    }
+
+    test::TemporaryFolder folder;
+    PanoJobRequest request;
+};
+
+bool isWhite(const PixelRGB<float>& pixel) { return pixel.r > 0.999f && pixel.g > 0.999f && pixel.b > 0.999f; }
+
+double whiteShare(const Picture& picture)
+{
+    std::size_t white = 0;
+    for (std::size_t i = 0; i < picture.pixelCount(); ++i)
+        white += isWhite(picture.data()[i]) ? 1 : 0;
+    return static_cast<double>(white) / static_cast<double>(picture.pixelCount());
+}
+
+double meanDifference(const Picture& a, const Picture& b)
+{
+    EXPECT_EQ(a.size(), b.size());
+    double sum = 0.0;
+    for (std::size_t i = 0; i < std::min(a.pixelCount(), b.pixelCount()); ++i)
+        sum += static_cast<double>(std::abs(a.data()[i].g - b.data()[i].g));
+    return sum / static_cast<double>(a.pixelCount());
+}
+
+// A sphere with a sea below the horizon, and a lighthouse or two: level and plumb can be seen.
+void writeSeaView(const scenes::SphereView& view, const std::filesystem::path& path)
+{
+    const auto picture = scenes::SphereScene(4).see(view);
+    for (int y = 0; y < picture->height(); ++y)
+        for (int x = 0; x < picture->width(); ++x) {
+            const double cx = (x + 0.5 - view.size.width / 2.0) / view.focal;
+            const double cy = (y + 0.5 - view.size.height / 2.0) / view.focal;
+            const auto& r = view.rotation;
+            const double wx = r[0] * cx + r[1] * cy + r[2];
+            const double wy = r[3] * cx + r[4] * cy + r[5];
+            const double wz = r[6] * cx + r[7] * cy + r[8];
+            const double down = std::atan2(wy, std::hypot(wx, wz));
+            const double yaw = std::atan2(wx, wz);
+            const double sea = std::clamp(down * view.focal + 0.5, 0.0, 1.0); // a soft edge, one pixel wide
+            const bool isTower = std::abs(std::remainder(yaw, 14.0 * kDegree)) < 0.7 * kDegree && down > -0.22;
+            const auto shade = static_cast<float>((isTower ? 0.45 : 1.0) * (1.0 - 0.55 * sea));
+            auto& pixel = picture->row(y)[x];
+            pixel = {(0.4f + 0.6f * pixel.r) * shade, (0.4f + 0.6f * pixel.g) * shade, (0.5f + 0.5f * pixel.b) * shade};
+        }
+    ImageWriteSettings settings = writeSettingsForPath(path);
+    settings.profile = ColorProfileType::sRGB();
+    writeImage(path, *picture, settings);
+}
+
+std::filesystem::path writePan(const std::filesystem::path& path, std::size_t frames)
+{
+    const scenes::SphereScene scene(3);
+    scenes::writeVideo(path, {160, 120}, frames,
+                       [&](std::size_t index, std::uint8_t* bgr) {
+                           scenes::SphereView view;
+                           view.size = {160, 120};
+                           view.focal = 160;
+                           view.rotation = scenes::rotationOf(1.5 * static_cast<double>(index), 0, 0);
+                           const auto picture = scene.see(view);
+                           for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
+                               const auto& pixel = picture->data()[i];
+                               bgr[3 * i] = static_cast<std::uint8_t>(255.0f * pixel.b);
+                               bgr[3 * i + 1] = static_cast<std::uint8_t>(255.0f * pixel.g);
+                               bgr[3 * i + 2] = static_cast<std::uint8_t>(255.0f * pixel.r);
+                           }
+                       },
+                       {});
+    return path;
+}
+
+} // namespace
+
+TEST_F(ComposedPanorama, AnAutomaticCropIsFullOfPicture)
+{
+    const auto whole = made(request);
+    EXPECT_GT(whiteShare(*whole), 0.005);
+    request.crop = PanoCrop::Auto;
+    for (const WarpType type :
+         {WarpType::Spherical, WarpType::Cylindrical, WarpType::Plane, WarpType::Fisheye, WarpType::Mercator}) {
+        request.projection = type;
+        const auto cropped = made(request);
+        EXPECT_EQ(whiteShare(*cropped), 0.0) << static_cast<int>(type);
+        EXPECT_GT(cropped->width(), whole->width() / 2);
+        EXPECT_GT(cropped->height(), whole->height() / 2);
+    }
+}
+
+TEST_F(ComposedPanorama, ARectangleIsCutOutOfTheWhole)
+{
+    request.straighten = false;
+    request.turnDegrees = 1e-9; // by way of the composer, without a turn
+    const auto whole = made(request);
+    request.crop = PanoCrop::Rectangle;
+    request.cropRect = {100, 60, 200, 120};
+    EXPECT_LT(meanDifference(*made(request), *whole->copy(request.cropRect)), 1e-6);
+    request.cropRect = {0, 0, whole->width() + 1, 10};
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("the crop does not lie inside"));
+}
+
+TEST_F(ComposedPanorama, TurnAndShiftBothTakeEffect)
+{
+    // A quarter turn makes an upright panorama of a level one.
+    request.turnDegrees = 90.0;
+    const auto turned = made(request);
+    EXPECT_GT(turned->height(), turned->width());
+    request.turnDegrees = 0.0;
+    request.projection = WarpType::Plane;
+    const auto straight = made(request);
+    request.shift = {0.05f, 0.0f};
+    const auto shifted = made(request);
+    EXPECT_GT(shifted->height(), straight->height()) << "farther from the middle the plane is larger";
+    request.turnDegrees = 90.0;
+    const auto both = made(request);
+    EXPECT_GT(both->height(), both->width());
+    EXPECT_GT(both->width(), turned->width());
+}
+
+TEST_F(ComposedPanorama, AQuarterTurnGoesClockwise)
+{
+    request.projection = WarpType::Plane;
+    request.crop = PanoCrop::Auto;
+    const auto level = made(request);
+    request.turnDegrees = 90.0;
+    const auto turned = made(request);
+    // The middle of the one, turned, against that of the other.
+    constexpr int kHalf = 80;
+    double clockwise = 0.0;
+    double counterClockwise = 0.0;
+    const auto at = [](const Picture& p, int x, int y) {
+        return static_cast<double>(p.row(p.height() / 2 + y)[p.width() / 2 + x].g);
+    };
+    for (int y = -kHalf; y < kHalf; ++y)
+        for (int x = -kHalf; x < kHalf; ++x) {
+            clockwise += std::abs(at(*turned, -y, x) - at(*level, x, y));
+            counterClockwise += std::abs(at(*turned, y, -x) - at(*level, x, y));
+        }
+    EXPECT_LT(clockwise, counterClockwise);
+}
+
+TEST_F(ComposedPanorama, TheHorizonIsLevelledFromFifteenDegreesEachWay)
+{
+    auto view = smallView();
+    view.size = {480, 360};
+    const auto views = scenes::rowOfViews(3, 20.0, 0.0, view, 0.5, 3);
+    request.files.clear();
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        request.files.push_back(folder / ("sea_" + std::to_string(i) + ".png"));
+        writeSeaView(views[i], request.files.back());
+    }
+    request.output = folder / "out.png";
+    request.projection = WarpType::Plane;
+    request.crop = PanoCrop::Auto;
+    request.straighten = true;
+    PanoramaPreviewComposer detector{PanoSource()};
+    const auto tiltOf = [&](const Picture& picture) {
+        return static_cast<double>(detector.getHorizonAngle(picture.copy({}))) / kDegree;
+    };
+    for (const double degrees : {-15.0, -7.0, 0.0, 3.0, 11.0, 15.0}) {
+        request.turnDegrees = degrees;
+        EXPECT_NEAR(tiltOf(*made(request)), 0.0, 0.5) << degrees;
+    }
+    request.straighten = false;
+    request.turnDegrees = 7.0;
+    EXPECT_NEAR(tiltOf(*made(request)), 7.0, 1.5) << "without it the view stays turned, clockwise";
+}
+
+TEST_F(ComposedPanorama, BracketsAreMergedFirst)
+{
+    const auto views = scenes::rowOfViews(3, 22.0, 3.0, smallView(), 1.0, 7);
+    request.files.clear();
+    for (std::size_t i = 0; i < views.size(); ++i)
+        for (const double ev : {0.0, -2.0, 2.0}) {
+            auto view = views[i];
+            view.ev = ev;
+            request.files.push_back(folder / ("shot_" + std::to_string(request.files.size()) + ".jpg"));
+            scenes::writeSphereView(scenes::SphereScene(), view, request.files.back());
+        }
+    request.brackets = true;
+    const PanoJobResult result = panoJob(request);
+    ASSERT_TRUE(result.done()) << result.message;
+    EXPECT_EQ(result.brackets, 3u);
+    EXPECT_NEAR(read(request.output)->width(), 679, 30);
+    request.files.erase(request.files.begin() + 4);
+    std::filesystem::remove(request.output);
+    EXPECT_THAT(failure(request, JobOutcome::Failed), AllOf(HasSubstr("shot_3.jpg"), HasSubstr("2 frames")));
+}
+
+TEST_F(ComposedPanorama, AVideoIsAPan)
+{
+    request.files.clear();
+    request.video = writePan(folder / "pan.mkv", 30);
+    const auto all = made(request);
+    EXPECT_NEAR(all->width(), 29 * 1.5 * kDegree * 160 + 148, 25);
+    request.to = 15;
+    EXPECT_LT(made(request)->width(), all->width() - 30);
+    request.to.reset();
+    request.frames = {{10, {40, 30, 60, 50}}};
+    EXPECT_NEAR(made(request)->width(), all->width(), 8);
+    request.projection = WarpType::Stereographic;
+    EXPECT_GT(made(request)->width(), 50);
+}
+
+TEST_F(ComposedPanorama, VideosThatShowNoPan)
+{
+    request.files.clear();
+    request.video = writePan(folder / "one.mkv", 1);
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("one.mkv"));
+    request.video = folder / "sound.mkv";
+    scenes::writeSound(request.video);
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("sound.mkv"));
+    request.video = folder / "text.mp4";
+    std::ofstream(request.video) << "no video";
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("text.mp4"));
+    request.video = folder / "missing.mp4";
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("missing.mp4"));
+    request.video = folder / "one.mkv";
+    request.from = 5;
+    request.to = 5;
+    EXPECT_THAT(failure(request, JobOutcome::Refused), HasSubstr("end at frame 5"));
+    request.files = {folder / "0.tif"};
+    EXPECT_THAT(failure(request, JobOutcome::Refused), HasSubstr("not of both"));
+}
+
+TEST_F(ComposedPanorama, PicturesThatGiveNone)
+{
+    request.crop = PanoCrop::Auto;
+    scenes::writeSphereView(scenes::SphereScene(99), smallView(), folder / "stranger.tif");
+    request.files = {folder / "0.tif", folder / "stranger.tif"};
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("do not fit together"));
+    request.files = {folder / "0.tif"};
+    EXPECT_THAT(failure(request, JobOutcome::Refused), HasSubstr("two pictures"));
+    request.files = {folder / "0.tif", folder / "1.tif", folder / "cut.tif"};
+    const std::string bytes(2000, 'I');
+    std::ofstream(folder / "cut.tif", std::ios::binary) << bytes;
+    EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("cut.tif"));
+}
+
+TEST_F(ComposedPanorama, ProgressGoesFromLoadingThroughRegistrationToDrawing)
+{
+    request.crop = PanoCrop::Auto;
+    std::vector<JobStep> steps;
+    std::vector<double> fractions;
+    const PanoJobResult result = panoJob(request, {[&](const JobProgress& progress) {
+                                                       if (steps.empty() || steps.back() != progress.step)
+                                                           steps.push_back(progress.step);
+                                                       fractions.push_back(progress.fraction);
+                                                   },
+                                                   {}});
+    ASSERT_TRUE(result.done()) << result.message;
+    EXPECT_EQ(steps.front(), JobStep::Check);
+    EXPECT_EQ(steps.back(), JobStep::Write);
+    EXPECT_NE(std::find(steps.begin(), steps.end(), JobStep::Stitch), steps.end());
+    EXPECT_TRUE(std::is_sorted(steps.begin(), steps.end()));
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_EQ(fractions.back(), 1.0);
+    EXPECT_THAT(result.places, IsEmpty());
+}
+
+TEST_F(ComposedPanorama, ACancelAtAnyReportLeavesNothing)
+{
+    request.crop = PanoCrop::Auto;
+    request.straighten = true;
+    const auto before = filesInFolder();
+    for (int last = 1; last <= 6; ++last) {
+        const auto flag = std::make_shared<std::atomic<unsigned char>>(static_cast<unsigned char>(0));
+        int count = 0;
+        const PanoJobResult cancelled = panoJob(request, {[&](const JobProgress&) {
+                                                              if (++count == last)
+                                                                  *flag = 1;
+                                                          },
+                                                          flag});
+        if (count < last)
+            break;
+        EXPECT_EQ(cancelled.outcome, JobOutcome::Cancelled) << last;
+        EXPECT_EQ(cancelled.message, "cancelled");
+        EXPECT_EQ(filesInFolder(), before);
+    }
+}
+
+TEST_F(ComposedPanorama, TheLargestSizeCountsForWhatIsLeft)
+{
+    request.crop = PanoCrop::Auto;
+    request.maxSize = 150;
+    EXPECT_EQ(made(request)->width(), 150);
+}
+
+TEST_F(ComposedPanorama, TheFileIsInTheColoursOfTheStraightWay)
+{
+    const auto straight = made(request);
+    request.turnDegrees = 1e-9;
+    const auto composed = made(request);
+    ASSERT_NEAR(composed->width(), straight->width(), 6);
+    double best = 1.0;
+    for (int dy = -5; dy <= 5; ++dy)
+        for (int dx = -5; dx <= 5; ++dx) {
+            double sum = 0.0;
+            int count = 0;
+            for (int y = 40; y < straight->height() - 40; y += 3)
+                for (int x = 40; x < straight->width() - 40; x += 3, ++count)
+                    sum += static_cast<double>(std::abs(straight->row(y)[x].r - composed->row(y + dy)[x + dx].r));
+            best = std::min(best, sum / count);
+        }
+    EXPECT_LT(best, 0.01);
+}
+
+} // namespace orvo::jobs

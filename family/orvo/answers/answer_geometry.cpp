@@ -128,7 +128,7 @@ void upscaleToInitialSize(AnswerPicture& result, const _Size<int>& size,
         settings.passes = std::clamp(static_cast<int>(std::lround(std::log2(growth))), 1, kMostUpscalePasses);
         settings.faces = false;
         const auto where = mask && mask->pixelCount() > 0 ? mask->resize(result->size(), {}, true) : nullptr;
-        // Only a lack of memory or an unusable network make it fail, of which the log tells; a softer picture is
+        // Only a lack of memory or an unusable network make it fail, which the log reports; a softer picture is
         // better than none.
         if (const auto larger = upscaleX(result, settings, where, nullptr, {}))
             result = larger;

@@ -186,7 +186,7 @@ struct ResourceManager::Store
             if (!holds(key, entry))
                 return; // cleared or replaced meanwhile
         }
-        ::mkdir(directory.c_str(), 0700); // there already, as a rule; if it cannot be made, the file tells why
+        ::mkdir(directory.c_str(), 0700); // there already, as a rule; if it cannot be made, opening the file fails
         ResourceFile file(path, ResourceFile::Use::Write);
         entry->resource.write(file);
         file.finish();

@@ -186,11 +186,11 @@ TEST_F(Fill, NetworkThatCannotBeUsed)
 TEST_F(Fill, MasksThatCannotBeUsed)
 {
     expectEnd({"--mask", "nowhere.png"}, 1, {"nowhere.png", "no such file"});
-    expectEnd({"--mask", "in.png"}, 1, {"in.png"}); // the picture itself
+    expectEnd({"--mask", "in.png"}, 2, {"in.png", "given twice"}); // the picture itself
     writeText(folder / "letter.png", "Dear photographer");
     expectEnd({"--mask", "letter.png"}, 1, {"letter.png"});
     drawMask("white.png", {3, 3}, [](int, int) { return true; });
-    expectEnd({"--mask", "white.png"}, 1, {"marks all of 120 x 80 pixels"});
+    expectEnd({"--mask", "white.png"}, 1, {"white.png", "marks all of 120 x 80 pixels"});
     expectEnd({}, 2, {"--mask"});
 }
 

@@ -71,7 +71,13 @@ std::shared_ptr<Image> fill(PictureRun& run, const FillJobRequest& request)
                                  run.report({JobStep::Fill, kFillStarts + (kWriteStarts.fraction - kFillStarts) *
                                                                               static_cast<double>(done)});
                              });
-    return CreateOrvoImage(filler->fill(*pixels, *mask, control), image->metadata());
+    try {
+        return CreateOrvoImage(filler->fill(*pixels, *mask, control), image->metadata());
+    } catch (const FailureError& error) { // a filler knows of no files; a mask that marks everything is what is left
+        if (error.failure().kind != FailureKind::UnfittingPictures)
+            throw;
+        throw FailureError({FailureKind::UnfittingPictures, request.mask, error.failure().sentence});
+    }
 }
 
 } // namespace

@@ -93,7 +93,7 @@ TEST_F(UpscaleFailures, ASettingOutOfRange)
     settings.passes = 9;
     EXPECT_FALSE(upscales(source, settings));
     expectLastFailure(FailureKind::Internal);
-    EXPECT_THAT(lastFailure()->sentence, HasSubstr("9 was found"));
+    EXPECT_THAT(lastFailure()->sentence, HasSubstr("passes is 9"));
 }
 
 TEST_F(UpscaleFailures, ANetworkThatCannotBeUsed)

@@ -162,9 +162,8 @@ struct Thumbnail
 };
 
 Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<const ImageMetadata>& known,
-                        const std::function<bool()>& cancel)
+                        const RunControl& run)
 {
-    const RunControl run(cancel);
     run.throwIfCancelled();
     ReadJob job;
     job.depth = ReadDepth::Facts;
@@ -195,7 +194,7 @@ Thumbnail readThumbnail(const SourceFile& file, int side, const std::shared_ptr<
 std::shared_ptr<RGBPicture> pictureToMeasure(const SourceFile& file, bool isRaw)
 {
     if (!isRaw)
-        return readThumbnail(file, kMeasuredSide, nullptr, {}).picture;
+        return readThumbnail(file, kMeasuredSide, nullptr, RunControl::none()).picture;
     ReadJob job;
     job.depth = ReadDepth::Reduced;
     job.side = kMeasuredSide;
@@ -281,7 +280,7 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> ImageReader::getThumbnailBySide(con
         if (side < 1)
             throw ReadFailure("a thumbnail of side " + std::to_string(side) + " was requested, expected at least 1");
         const SourceFile file(path);
-        std::shared_ptr<RGBPicture> picture = readThumbnail(file, side, known, cancel).picture;
+        std::shared_ptr<RGBPicture> picture = readThumbnail(file, side, known, RunControl(cancel)).picture;
         if (!flag || std::max(picture->width(), picture->height()) == side)
             return picture;
         return picture->resize(fittedSize(picture->size(), side), {}, true);

@@ -360,7 +360,7 @@ TEST_F(FocusStack, AnEmptyListGivesNothingAndALine)
     const LogCapture capture;
     EXPECT_FALSE(makeFocusStack({}, {}));
     EXPECT_THAT(capture.texts(LogMessageType::Error),
-                ElementsAre("Error in makeFocusStack: frame 0 was asked for, but the series has 0"));
+                ElementsAre("Error in makeFocusStack: frame 0 was requested, but the series has 0"));
 }
 
 TEST_F(FocusStack, AReferenceOutOfRangeGivesNothingAndALine)

@@ -89,8 +89,8 @@ TEST(Completions, PassesAreThoseOfTheProgram)
     EXPECT_EQ(passesIn("completions/orvo.bash", R"(--passes\)[^']*'([^']*)')"), values);
     EXPECT_EQ(passesIn("completions/_orvo", R"(--passes[^:]*:passes:\(([^)]*)\))"), values);
     EXPECT_EQ(passesIn("completions/orvo.fish", "-l passes -x -a '([^']*)'"), values);
-    EXPECT_EQ(passesIn("man/orvo.1", R"(How often the picture is doubled, )" + range), *most.begin());
-    EXPECT_EQ(matches(runOrvo({"upscale", "--help"}).out, R"(times that it is doubled, )" + range), most);
+    EXPECT_EQ(passesIn("man/orvo.1", R"(Number of doublings, )" + range), *most.begin());
+    EXPECT_EQ(matches(runOrvo({"upscale", "--help"}).out, R"(number of doublings, )" + range), most);
 }
 
 } // namespace

@@ -43,7 +43,10 @@ TEST_F(HdrInputs, GhostReferenceBeyondTheFrames)
     expectEnd({"--deghost", "1", "--ghost-reference", "4"}, 2, "4", "only 3 were given");
 }
 
-TEST_F(HdrInputs, GhostReferenceWithoutRemoval) { expectEnd({"--ghost-reference", "1"}, 2, "ghost", "no removal"); }
+TEST_F(HdrInputs, GhostReferenceWithoutRemoval)
+{
+    expectEnd({"--ghost-reference", "1"}, 2, "ghost", "without ghost removal");
+}
 
 TEST_F(HdrInputs, ValueOutOfRange) { expectEnd({"--details", "1.5"}, 2, "--details", "expected 0 to 1, found 1.5"); }
 

@@ -75,7 +75,7 @@ TEST_F(HdrOutput, FolderTakesNoFiles) // not even from root
 {
     if (!fs::exists("/proc/self"))
         GTEST_SKIP() << "no /proc, the folder that takes no files";
-    expectEnd("/proc/out.jpg", 1, "no file can be written in the folder");
+    expectEnd("/proc/out.jpg", 1, "cannot create a file in the folder");
 }
 
 TEST_F(HdrOutput, FolderIsWriteProtected)

@@ -112,7 +112,7 @@ TEST_F(Terminal, OutputThatIsFullIsAnError)
 {
     const Finished run = merge({"--json"}, {.standardOutput = "/dev/full"});
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("standard output cannot be written: No space left")));
+    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("cannot write to standard output: No space left")));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// An effect of one's own in the document model: exposure, in the upper half of a picture, fading out downwards.
+// A custom effect in the document model: exposure, in the upper half of a picture, fading out downwards.
 // edit_with_effect INPUT OUTPUT EV
 
 #include <orvo_core/parallel.hpp>
@@ -17,7 +17,7 @@ using Picture = orvo::_ImageData<orvo::PixelRGB<float>>;
 
 constexpr const char* kEffectID = "ExampleExposureEffect";
 constexpr const char* kExposure = "exposure"; // EV
-constexpr const char* kSky = "sky";           // where it counts
+constexpr const char* kSky = "sky";           // where it applies
 
 class ExposureEffect : public orvo::Effect
 {
@@ -66,7 +66,7 @@ std::shared_ptr<const orvo::MaskImage> skyMask(orvo::_Size<int> size)
     return mask;
 }
 
-// A layer with one edit, and the effect set up as the edit says.
+// A layer with one edit, and the effect configured by the edit.
 orvo::AdjustmentLayer layerOf(float ev, orvo::_Size<int> size)
 {
     orvo::Edit edit(orvo::ToolDescription({kEffectID}, "EXPOSURE"), orvo::UUIDGenerator()(), false, nullptr, false, 0,

@@ -1,1 +1,1 @@
-// The shared library is the sum of its rooms; a target needs one source of its own.
+// The shared library is the sum of its static libraries; a target needs at least one source.

@@ -1,4 +1,4 @@
-/// What all bracket operations share: settings records, and the order of a bracket's files.
+/// Shared by all bracket operations: settings records, and the order of a bracket's files.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -20,7 +20,7 @@ struct ORVO_EXPORT RawAutoCorrection
     RawAutoCorrection& operator=(const RawAutoCorrection&);
 
     bool chromaticAberrations = false; ///< correct lateral chromatic aberration
-    bool lensCorrection = false;       ///< correct distortion and vignetting by the lens of the metadata
+    bool lensCorrection = false;       ///< correct distortion and vignetting, for the lens that the metadata name
 };
 
 struct ORVO_EXPORT Adjust
@@ -39,16 +39,16 @@ struct ORVO_EXPORT GhostReduction
     GhostReduction(const GhostReduction&) = default;
     GhostReduction& operator=(const GhostReduction&);
 
-    bool enabled = true;             ///< take out ghosts of moving subjects
+    bool enabled = true;             ///< remove ghosts of moving subjects
     std::int32_t referenceIndex = 0; ///< the frame whose subjects are kept, an index into the paths
     std::int32_t amount = 0;         ///< a DeghostAmount, 0 (least) to 4 (most)
 };
 
-/// Read: all by makeFocusStack(), the fields of `adjust` and `ghostReduction` beside `enabled` only where that is true;
-/// none that changes a pixel by exportAligned().
+/// makeFocusStack() reads all fields; the other fields of `adjust` and `ghostReduction` have an effect only if their
+/// `enabled` is true. exportAligned() reads no field that changes a pixel.
 struct ORVO_EXPORT FocusStacking
 {
-    /// Aligns and does not deghost: in a focus series blur would be taken for motion.
+    /// Aligns and does not deghost: deghosting would take the blur in a focus series for motion.
     FocusStacking();
     FocusStacking(const FocusStacking&) = default;
     FocusStacking& operator=(const FocusStacking&);
@@ -60,9 +60,9 @@ struct ORVO_EXPORT FocusStacking
 
 } // namespace BracketSettings
 
-/// The paths in order of rising exposure and their EVs, the middle one being 0, at equal indices. Reads metadata and
-/// thumbnails only. A file that has no thumbnail drops out, and lastFailure() says why the first such one
-/// did; files of equal EV keep their order.
+/// Returns the paths in order of rising exposure, and at the same indices their EVs relative to the middle one. Reads
+/// metadata and thumbnails only. A file without a thumbnail is dropped, and lastFailure() gives the reason for the
+/// first such file. Files of equal EV keep their order.
 [[nodiscard]] ORVO_EXPORT std::pair<std::vector<std::filesystem::path>, std::vector<float>>
 getSortedPathsAndEVsFromPaths(const std::vector<std::filesystem::path>& paths);
 

@@ -1,12 +1,12 @@
-/// The document model: layers that hold edits, edits that name a tool and its effects, and the records that go between
-/// them and an image processor.
+/// The document model: layers contain edits, edits name a tool and its effects, and records carry values between them
+/// and an image processor.
 ///
-/// These classes are data that other libraries fill. They carry values, report on them, and fix the order of an
-/// effect's operations; they run no pipeline. Where a type only passes through, its header says so, and the type holds
-/// no more than that needs. docs/documents.md gives the overview.
+/// These classes are data that other libraries fill. They store values, return them, and fix the order of an effect's
+/// operations; they run no pipeline. A type that is only passed on says so in its header and contains no more than that
+/// requires. docs/documents.md gives the overview.
 ///
 /// Conventions: an object belongs to one thread at a time; const functions may be called from several. Pictures are
-/// shared by std::shared_ptr, and const where they must not change. Accessors throw nothing but std::bad_alloc.
+/// shared through std::shared_ptr, and are const if they must not change. Accessors throw nothing but std::bad_alloc.
 #pragma once
 
 #include <orvo/deblur_ai_effect.hpp>

@@ -1,7 +1,7 @@
 /// The document format's vocabulary: identifiers of effects, names of tools and networks, keys of stored resources.
 ///
-/// Every text is defined here once, as a compile-time constant. Nothing is built at program start, so the initialiser
-/// of any other object may use these. For the same reason inline functions return lists and the table as new standard
+/// Each text is defined here once, as a compile-time constant. Nothing is built at program start, so the initialiser of
+/// any other object may use them. For the same reason inline functions return lists and the table as new standard
 /// containers.
 #pragma once
 
@@ -18,7 +18,7 @@
 
 namespace orvo {
 
-/// The texts that name effect classes.
+/// Names of effect classes.
 namespace EffectIdentifiers {
 
 inline constexpr std::string_view kDeblurAI = "ORVODeblurAIEffect";
@@ -51,7 +51,7 @@ inline constexpr std::array<std::string_view, 8> kDefaultEntries = {
 inline constexpr std::array<std::string_view, 8> kDefaultRawEntries = {
     kLensCorrection, kRawDevelop, kDenoiseLaplacian, kCurve, kBlackWhite, kSaturation, kVibrance, kSharpen};
 
-/// The list as a ToolDescription takes it.
+/// The list in the form that ToolDescription takes.
 template <std::size_t Count>
 [[nodiscard]] std::vector<std::string> toStrings(const std::array<std::string_view, Count>& texts)
 {
@@ -109,7 +109,7 @@ inline constexpr std::array<std::pair<std::int32_t, std::string_view>, 13> kEntr
     {15, "EMotionBlurFullFaceEnhance"},
 }};
 
-/// The name of a number; empty for a number that is not in use.
+/// The name for a number; empty for a number that is not in use.
 [[nodiscard]] constexpr std::string_view nameOf(std::int32_t number)
 {
     const auto* const found =
@@ -121,7 +121,7 @@ inline constexpr std::array<std::pair<std::int32_t, std::string_view>, 13> kEntr
 
 } // namespace ModelNames
 
-/// Keys of the resources that a document stores beside its settings.
+/// Keys of the resources that a document stores in addition to its settings.
 namespace ResourceKeys {
 
 inline constexpr std::string_view kMask = "msk";
@@ -138,7 +138,7 @@ inline constexpr std::string_view kTiledImageDataCompressed = "orvoTiledImageDat
 /// The name of the log file, as setLogFile() uses it.
 inline constexpr std::string_view kLogFile = kLogFileName;
 
-/// The prefix of a generated response that comes as text.
+/// The prefix of a generated text response.
 inline constexpr std::string_view kGeneratedResponsePrefix = "data:image/png;base64,";
 
 } // namespace orvo

@@ -1,7 +1,7 @@
 /// Merging an exposure bracket, or a single frame, into one picture.
 ///
-/// Bracket operations run on the caller's thread and wait for their own parallel loops. make_HDR lets no exception
-/// out: it answers empty pointers, and lastFailure() says why.
+/// Bracket operations run on the caller's thread and wait for their own parallel loops. make_HDR throws nothing: it
+/// returns empty pointers, and lastFailure() gives the reason.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -18,7 +18,7 @@
 
 namespace orvo {
 
-/// How strongly moving subjects are looked for. Every step up marks more of the picture.
+/// Strength of the search for moving subjects. Each step up marks more of the picture.
 enum class DeghostAmount : std::int32_t
 {
     Lowest = 0,
@@ -28,7 +28,7 @@ enum class DeghostAmount : std::int32_t
     Highest = 4
 };
 
-/// Carried by HDRSettings for the application. Read: none of it.
+/// Kept in HDRSettings for the application; no operation here reads it.
 struct ORVO_EXPORT HDRSettingsLL
 {
     HDRSettingsLL();
@@ -41,7 +41,7 @@ struct ORVO_EXPORT HDRSettingsLL
     std::int32_t samples = 0;
 };
 
-/// Limits of an exposure ladder, carried by HDRSettings for the application. Read: none of it.
+/// Limits of an exposure ladder, kept in HDRSettings for the application; no operation here reads them.
 struct HDREvLimits
 {
     float rawLow = -4.0f;
@@ -52,10 +52,11 @@ struct HDREvLimits
     std::int32_t count = 4;
 };
 
-/// What a merge is to do. A copy shares the cancel flag, so that whoever keeps it can stop a merge that got a copy.
+/// Settings of a merge. A copy shares the cancel flag, so the owner can stop a merge that received a copy.
 ///
-/// Read: all but `optionA`, `optionB`, `evLimits`, `strength` and `ll`, which are kept for the application; the merge
-/// works with its own constants. `ghostRefImageIdx` and `deghostAmount` count only with `ghostReduction`.
+/// make_HDR reads all fields except `optionA`, `optionB`, `evLimits`, `strength` and `ll`, which are kept for the
+/// application; the merge uses its own constants. `ghostRefImageIdx` and `deghostAmount` have an effect only with
+/// `ghostReduction`.
 struct ORVO_EXPORT HDRSettings
 {
     HDRSettings();
@@ -67,12 +68,12 @@ struct ORVO_EXPORT HDRSettings
 
     /// Align the frames of a handheld bracket.
     bool alignment = false;
-    /// Take out ghosts of moving subjects.
+    /// Remove ghosts of moving subjects.
     bool ghostReduction = false;
-    /// Index into the given paths of the frame whose subjects are kept; out of range: the middle frame by exposure.
+    /// The frame whose subjects are kept, an index into the given paths; out of range: the middle frame by exposure.
     std::int32_t ghostRefImageIdx = 0;
     DeghostAmount deghostAmount = DeghostAmount::Lowest;
-    /// Any thread may set the byte to stop the merge. Empty: it cannot be stopped.
+    /// Any thread may set the byte to stop the merge. Empty: the merge cannot be stopped.
     std::shared_ptr<std::atomic<unsigned char>> cancelFlag;
     bool optionA = true;
     /// Correct lateral chromatic aberration.
@@ -82,17 +83,17 @@ struct ORVO_EXPORT HDRSettings
     float whiteBalance = 0.0f;
     /// Above 0: enhancement of fine detail in the result, up to 1.
     float details = 0.0f;
-    /// Correct distortion and vignetting of raw frames by the lens of the metadata.
+    /// Correct distortion and vignetting of raw frames, for the lens that the metadata name.
     bool lensCorrection = false;
     HDREvLimits evLimits;
     float strength = 1.0f;
     HDRSettingsLL ll;
 
-    /// Whether there is a cancel flag and it is set.
+    /// True if there is a cancel flag and it is set.
     [[nodiscard]] bool canceled() const;
 };
 
-/// What has been reached. A bracket reports 0, 1, 2, 3, 4, 5, 6, a single frame 200, 1, 2, 3, 5, 6.
+/// The phase that a merge has reached. A bracket reports 0, 1, 2, 3, 4, 5, 6, a single frame 200, 1, 2, 3, 5, 6.
 enum class HDRMergingPhaseName : std::int32_t
 {
     BracketStarted = 0,
@@ -106,14 +107,14 @@ enum class HDRMergingPhaseName : std::int32_t
 };
 
 /// Merges a bracket of any order, or a single frame, by a luminance-mask exposure blend (no radiance map, no tone
-/// mapping): the frames are sorted by exposure, brought to a regular ladder of exposures, aligned and deghosted if
-/// asked, and folded from the brightest to the darkest, each mixed in through a mask made of its own luminance.
+/// mapping): the frames are sorted by exposure, resampled to a regular ladder of exposures, aligned and deghosted if
+/// set, and blended from the brightest to the darkest, each through a mask made from its own luminance.
 ///
-/// All frames must have one size: that of the first by exposure counts for all, and a smaller one is refused. `size`
-/// has no effect. `onPhase` is called on the caller's
-/// thread; empty: the phases are logged. Result: the merged picture, in melissaRGB(), and the pixels of the middle
-/// frame as loaded (developed if raw); both empty on failure and on cancel. Peak: one picture for each frame and each
-/// rung of the ladder, and a fifth of a picture for masks; deghosting adds four pictures, alignment one.
+/// All frames must have one size: that of the first by exposure is used for all, and a smaller frame is an error.
+/// `size` has no effect. `onPhase` is called on the caller's thread; empty: the phases are logged. Result: the merged
+/// picture, in melissaRGB(), and the pixels of the middle frame as loaded (developed if raw); both empty on failure and
+/// on cancel. Peak: one picture for each frame and each rung of the ladder, and a fifth of a picture for masks;
+/// deghosting adds four pictures, alignment one.
 [[nodiscard]] ORVO_EXPORT std::pair<std::shared_ptr<Image>, std::shared_ptr<_ImageData<PixelRGB<float>>>>
 make_HDR(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> size,
          std::function<void(HDRMergingPhaseName)> onPhase);

@@ -1,5 +1,5 @@
-/// A picture with a state for each pixel, as the retouching algorithms of the editor exchange it. The names are global,
-/// since those algorithms expect them there.
+/// A picture with a state for each pixel, as exchanged by the editor's retouching algorithms. The names are global
+/// because those algorithms expect them there.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -20,7 +20,7 @@ struct ORVO_EXPORT pixel_t
     static constexpr unsigned char kForbidden = 2;
     static constexpr unsigned char kProcessed = 3;
 
-    /// Sets nothing, so that a large plane needs no pass.
+    /// Initialises nothing, so that a large plane needs no extra pass.
     pixel_t() {} // NOLINT(modernize-use-equals-default): a defaulted one would set zeros in pixel_t{}
     /// Sets the colour; everything else is 0.
     pixel_t(float red, float green, float blue) : r(red), g(green), b(blue), further{0, 0}, mask(kClear) {}
@@ -28,7 +28,7 @@ struct ORVO_EXPORT pixel_t
     float r;
     float g;
     float b;
-    std::uint32_t further[2]; ///< the algorithms' own
+    std::uint32_t further[2]; ///< reserved for the algorithms
     unsigned char mask;       ///< kClear to kProcessed
 };
 
@@ -42,10 +42,10 @@ struct ORVO_EXPORT rle_t
 /// Coefficients of the Walsh transform around a pixel, for a quick comparison of patches.
 struct ORVO_EXPORT walsh_t
 {
-    /// Pixels a side of a patch.
+    /// Side of a patch in pixels.
     static constexpr int S = 8;
 
-    /// Sets `first` to 0 and nothing else: the algorithms fill the rest.
+    /// Sets only `first`, to 0: the algorithms fill the rest.
     walsh_t() : first(0) {} // NOLINT(cppcoreguidelines-pro-type-member-init)
 
     std::int32_t values[32];
@@ -63,12 +63,11 @@ public:
 
     /// 0 x 0.
     MaskedImage();
-    /// Black, all pixels clear. Throws std::invalid_argument on a negative size and on one of more pixels than the
-    /// 32-bit start of a run can name, std::bad_alloc.
+    /// Black, all pixels clear. Throws std::invalid_argument if the size is negative or has more pixels than the 32-bit
+    /// start of a run can address, std::bad_alloc.
     MaskedImage(int columns, int rows);
     virtual ~MaskedImage();
-    /// To be called after changes of samples or states, so that derived classes update what depends on them. Here:
-    /// nothing.
+    /// Call after changing samples or states, so that derived classes update dependent data. Here: does nothing.
     virtual void commit_changes();
 
     MaskedImage(const MaskedImage&);
@@ -84,7 +83,7 @@ public:
     [[nodiscard]] const pixel_t* data() const { return pixels.data(); }
 
     [[nodiscard]] const pixel_t& getSample(int x, int y) const { return pixels[indexOf(x, y)]; }
-    /// Sets colour, state and everything else.
+    /// Sets all members.
     void setSample(int x, int y, const pixel_t& pixel) { pixels[indexOf(x, y)] = pixel; }
     [[nodiscard]] unsigned char getMask(int x, int y) const { return pixels[indexOf(x, y)].mask; }
     void setMask(int x, int y, unsigned char value) { pixels[indexOf(x, y)].mask = value; }
@@ -107,11 +106,11 @@ private:
     Pixels pixels;
 };
 
-/// A MaskedImage with the data of patch comparison for each pixel.
+/// A MaskedImage with patch comparison data for each pixel.
 class ORVO_EXPORT MaskedImageExt : public MaskedImage
 {
 public:
-    /// Full scale of the distance of two patches.
+    /// Full scale of the distance between two patches.
     static constexpr int DSCALE = 65535;
 
     using Points = std::vector<walsh_t, orvo::ManagedAllocator<walsh_t>>;
@@ -125,16 +124,16 @@ public:
     MaskedImageExt(const MaskedImageExt&);
     MaskedImageExt& operator=(const MaskedImageExt&);
 
-    /// A deep copy.
+    /// Returns a deep copy.
     [[nodiscard]] std::shared_ptr<MaskedImageExt> copy() const;
 
-    /// Creates a new walsh_t for each pixel and lists the masked pixels as runs, row by row. A run ends with its row,
-    /// and is split where its 16-bit length would overflow.
+    /// Creates a new walsh_t for each pixel and lists the masked pixels as runs, row by row. A run ends at the end of
+    /// its row, and is split where its 16-bit length would overflow.
     void init_points();
 
-    /// One for each pixel after init_points(), empty before.
+    /// One per pixel after init_points(), empty before.
     [[nodiscard]] const Points& getPoints() const { return points; }
-    /// In order of their start.
+    /// Sorted by start.
     [[nodiscard]] const std::vector<rle_t>& getRuns() const { return runs; }
 
 private:

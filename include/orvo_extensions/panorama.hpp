@@ -1,4 +1,4 @@
-/// Panoramas: what they are made from, and the whole job in one call.
+/// Panoramas: their sources, and stitching in one call.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -17,11 +17,11 @@
 
 namespace orvo {
 
-/// How a panorama is stitched. A plain record.
+/// Settings of a panorama. A plain record.
 ///
-/// Read: `autoLensCorrection`, `rawChromaticAberration`, `devignette`; `warpType` by a preview, at its start
-/// (stitchPanorama() takes PanoramaOutput::projection). The engine works with its own constants; all other fields are
-/// kept for the application.
+/// Fields that are read: `autoLensCorrection`, `rawChromaticAberration`, `devignette`, and, when a preview starts,
+/// `warpType` (stitchPanorama() takes PanoramaOutput::projection). The engine uses its own constants; all other fields
+/// are kept for the application.
 struct ORVO_EXPORT PanoramaStitchingSettings
 {
     PanoramaStitchingSettings();
@@ -31,9 +31,9 @@ struct ORVO_EXPORT PanoramaStitchingSettings
     PanoramaStitchingSettings& operator=(PanoramaStitchingSettings&&) noexcept;
 
     bool option0 = false;
-    bool autoLensCorrection = false;     ///< raw files: distortion and vignetting by the lens of the metadata
-    bool rawChromaticAberration = false; ///< raw files: lateral chromatic aberration
-    bool devignette = false;             ///< PanoSource only: fit and remove vignetting from the overlaps
+    bool autoLensCorrection = false;     ///< raw files: correct distortion and vignetting
+    bool rawChromaticAberration = false; ///< raw files: correct lateral chromatic aberration
+    bool devignette = false;             ///< PanoSource only: estimate vignetting from the overlaps and remove it
     bool option4 = true;
     bool option5 = false;
     float scale0 = 0.6f;
@@ -65,7 +65,7 @@ struct PanoSource
     PanoramaStitchingSettings settings;
 };
 
-/// An exposure bracket for each position, in any order. Merged by make_HDR() before they are stitched.
+/// An exposure bracket for each position, in any order. make_HDR() merges each before stitching.
 struct PanoSourceHDR
 {
     std::vector<std::vector<std::filesystem::path>> brackets;
@@ -73,7 +73,7 @@ struct PanoSourceHDR
     HDRSettings hdr;
 };
 
-/// A pan.
+/// A video of a pan.
 struct PanoSourceVideo
 {
     std::filesystem::path file;
@@ -81,32 +81,32 @@ struct PanoSourceVideo
     std::uint64_t start = 0;           ///< first frame
     std::uint64_t end = 0;             ///< the frame after the last one
     std::vector<std::uint64_t> frames; ///< frames that the user added by hand
-    std::vector<_Rect<int>> rects;     ///< for each of them the only part that may show
+    std::vector<_Rect<int>> rects;     ///< for each of them the only part that may be used
 };
 
-/// Pixels of a side of any panorama: more does not fit the coordinates with which pictures are resampled.
+/// Longest side of any panorama in pixels: the coordinates used for resampling hold no more.
 inline constexpr std::int32_t kLongestPanoramaSide = 32000;
 
-/// How the whole panorama is drawn.
+/// How the panorama is drawn.
 struct PanoramaOutput
 {
     WarpType projection = WarpType::Spherical;
-    /// The longest side is at most so many pixels; 0: the resolution of the pictures where the projection stretches
-    /// nothing. Never above that, nor above kLongestPanoramaSide.
+    /// Limit of the longest side in pixels; 0: the resolution of the pictures where the projection does not stretch
+    /// them. The result never exceeds that resolution, nor kLongestPanoramaSide.
     std::int32_t maxSize = 0;
 };
 
-/// Where a picture has its place.
+/// The position of a picture in the panorama.
 struct PanoramaPlace
 {
     std::filesystem::path path;
-    bool placed = false;             ///< false: it fits none of the others, and was left out
+    bool placed = false;             ///< false: it matches no other picture and is left out
     std::array<float, 9> rotation{}; ///< row after row, from the camera (x right, y down, z ahead) to the world
 };
 
 struct StitchedPanorama
 {
-    /// sRGB, over white, cut to the content; metadata of the first picture that has a place
+    /// sRGB, over white, cut to the content; metadata of the first placed picture
     std::shared_ptr<Image> image;
     WarpType projection = WarpType::Spherical;
     bool isRead = false;               ///< all pictures could be read
@@ -114,10 +114,10 @@ struct StitchedPanorama
     std::vector<PanoramaPlace> places; ///< one for each file, in the order of the source
 };
 
-/// Stitches single pictures: reads them, registers them as views from one point, and draws what they show within the
-/// reach of the projection. The picture does not depend on the order of the files, only its metadata do.
+/// Stitches single pictures: reads them, registers them as views from one point, and draws the part within the range of
+/// the projection. Only the metadata of the result depend on the order of the files.
 ///
-/// | projection | reach, in degrees |
+/// | projection | range, in degrees |
 /// |---|---|
 /// | spherical | all |
 /// | plane | 64 to each side, 45 up and down |
@@ -137,13 +137,13 @@ struct StitchedPanorama
 ///                          orvo::writeSettingsForPath("panorama.jpg"));
 ///     for (const auto& place : panorama.places)
 ///         if (!place.placed)
-///             std::cerr << place.path << " fits none of the others\n";
+///             std::cerr << place.path << " matches no other picture\n";
 ///
-/// Blocks the calling thread. `progress`, 0 to 1, is called on it and may be empty, as may `cancel`, which is polled
-/// and stops the work when true. The image is empty if it was stopped, if a file cannot be read, if
-/// fewer than two pictures fit together (then no picture has a place), or if what they show is beyond the projection's
-/// reach, and lastFailure() says which of these; an exception is logged and answered with an empty result. Peak: the
-/// pictures in 16 bit, and twice the panorama in 16 bit and once in floats, or twice in floats.
+/// Blocks the calling thread. `progress` receives 0 to 1 on this thread. `cancel` is polled on it; the work stops when
+/// it returns true. Both may be empty. The image is empty if the work was cancelled, if a file cannot be read, if fewer
+/// than two pictures fit together (then no picture is placed), or if their content is outside the range of the
+/// projection; lastFailure() gives the reason. An exception is logged and gives an empty result. Peak: the pictures in
+/// 16 bit, and twice the panorama in 16 bit and once in floats, or twice in floats.
 [[nodiscard]] ORVO_EXPORT StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                                           const std::function<void(float)>& progress,
                                                           const std::function<bool()>& cancel);

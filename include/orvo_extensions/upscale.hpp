@@ -1,4 +1,4 @@
-/// Enlarging a picture by learned filters or a network.
+/// Enlarging a picture with learned filters or a network.
 #pragma once
 
 #include <orvo/image_loader.hpp>
@@ -12,8 +12,8 @@
 
 namespace orvo {
 
-/// Opens `source`, enlarges it as `settings` say (upscaleX()), sharpens its faces unless told not to, and wraps the
-/// result with the file's metadata, which then tell the new size.
+/// Opens `source`, enlarges it by `settings` (upscaleX()), sharpens its faces unless switched off, and returns the
+/// result with the file's metadata, updated to the new size.
 ///
 /// Example:
 ///
@@ -23,12 +23,12 @@ namespace orvo {
 ///     if (enlarged)
 ///         orvo::writeImage("large.png", *enlarged->imageData({}, {}, true), orvo::writeSettingsForPath("large.png"));
 ///
-/// `state` and `statePath` say how the document is to be opened; default constructed ones open the file plainly.
-/// Result: the picture in melissaRGB(); empty on failure, with the reason in lastFailure(). A file that is no picture
-/// gives an empty result without a log line. Of a picture that cannot be decoded, or settings or a network that cannot
-/// be used, the reader's or upscaleX()'s line tells why; what an exception says is logged as "Error in upscaleAI: ...".
-/// Blocks the calling thread; cannot be cancelled, except that opening stops where `state.canceled` says so. Peak: as
-/// upscaleX(), and, if faces are sharpened, the result twice.
+/// `state` and `statePath` select how the document is opened; default-constructed ones open the file as it is. Result:
+/// the picture in melissaRGB(); empty on failure, with the reason in lastFailure(). A file that is not a picture gives
+/// an empty result without a log line. If the picture cannot be decoded, or the settings or the network cannot be used,
+/// the reader or upscaleX() logs the reason; an exception is logged as "Error in upscaleAI: ...". Blocks the calling
+/// thread; cannot be cancelled, except that opening stops if `state.canceled` returns true. Peak: as upscaleX(), and,
+/// if faces are sharpened, the result twice.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> upscaleAI(const std::filesystem::path& source,
                                                            const UpscaleAISettings& settings, StateSettings state,
                                                            std::filesystem::path statePath);

@@ -5,15 +5,15 @@
 
 namespace orvo {
 
-/// How the sphere of a panorama is laid out in the plane. The values are part of the interface and of saved settings.
+/// How the sphere of a panorama maps to the plane. The values are part of the interface and of saved settings.
 enum class WarpType : std::int32_t
 {
     Plane = 0,         ///< straight lines stay straight; for views well below 180 degrees
-    Cylindrical = 2,   ///< uprights stay straight, the horizon becomes level
-    Spherical = 3,     ///< longitude and latitude at equal steps; holds the whole sphere
+    Cylindrical = 2,   ///< vertical lines stay straight, the horizon becomes level
+    Spherical = 3,     ///< longitude and latitude at equal steps; covers the whole sphere
     Fisheye = 4,       ///< stereographic about the view's axis
     Stereographic = 5, ///< stereographic about the vertical axis: a "little planet"
-    Mercator = 14,     ///< as cylindrical, but shapes are kept
+    Mercator = 14,     ///< like cylindrical, but preserves shapes
 };
 
 } // namespace orvo

@@ -1,4 +1,4 @@
-/// What a watermark looks like.
+/// The look of a watermark.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -7,8 +7,8 @@
 
 namespace orvo {
 
-/// Carried for the application, which draws watermarks by itself: no operation here reads it, so units and meanings are
-/// the application's. A plain record.
+/// Kept for the application, which draws watermarks itself: no operation here reads it, so the application defines
+/// units and meanings. A plain record.
 struct ORVO_EXPORT WatermarkSettings
 {
     WatermarkSettings();

@@ -17,18 +17,18 @@
 namespace orvo {
 namespace {
 
-// Shorter side at which key points are looked for: enough for sub-pixel homographies, small enough to be quick.
+// Shorter side at which key points are detected: large enough for sub-pixel homographies, small enough to be fast.
 constexpr double kDetectionSide = 1024.0;
 
-// An alignment that leaves less than this share of a side has gone wrong, or would cost more picture than it is worth.
+// An alignment that keeps less than this share of a side has failed, or would crop more than it is worth.
 constexpr double kSmallestShare = 0.9;
 
-// White of the 8-bit pictures that features are looked for in.
+// White of the 8-bit pictures in which features are detected.
 constexpr double kWhite8 = 255.0;
 
 struct FrameInfo
 {
-    cv::Mat image;  // looks at the frame's pixels
+    cv::Mat image;  // a view of the frame's pixels
     cv::Mat scaled; // at the detection scale
     std::string name;
     int width = 0;
@@ -55,7 +55,7 @@ FrameInfos describeFrames(const std::vector<HDRFrame>& frames, int width, int he
     return infos;
 }
 
-// 8-bit forms of two neighbours, the first at the exposure of the second: key points depend on contrast.
+// Two neighbours in 8 bits, the first at the exposure of the second: key points depend on contrast.
 void equalizeExposure(const cv::Mat& a, const cv::Mat& b, cv::Mat& a8, cv::Mat& b8)
 {
     cv::Mat a2;
@@ -84,7 +84,7 @@ cv::Mat registerNeighbours(FrameInfos& infos, std::size_t i, double scale)
     if (i == 1 && first.keypoints.empty())
         first.keypoints = second.keypoints;
     cv::Mat homography;
-    // A pair that fails stays in the chain as identity; estimatePair() has told why.
+    // A pair that fails is an identity in the chain; estimatePair() has logged the reason.
     (void)estimatePair(a8, first.keypoints, b8, second.keypoints, homography, scale, first.width, first.height);
     return homography;
 }
@@ -122,7 +122,7 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> warped(const FrameInfo& info, const
                                                     const std::shared_ptr<ColorProfile>& profile)
 {
     auto result = std::make_shared<_ImageData<PixelRGB<float>>>(_Size<int>(size.width, size.height), profile);
-    cv::Mat target = viewOfFrame(result->data(), size.width, size.height); // of the size asked for: written in place
+    cv::Mat target = viewOfFrame(result->data(), size.width, size.height); // of the requested size: written in place
     cv::warpPerspective(info.image.getUMat(cv::ACCESS_READ), target, transform, size, cv::INTER_NEAREST,
                         cv::BORDER_CONSTANT, cv::Scalar());
     return result;

@@ -1,4 +1,4 @@
-/// Registers the frames of a handheld bracket and brings them to one common rectangle.
+/// Aligns the frames of a handheld bracket to one common rectangle.
 #pragma once
 
 #include "bracket/frames.hpp"
@@ -7,19 +7,19 @@
 
 namespace orvo {
 
-/// Each frame is registered against its neighbour at a shorter side of at most 1024 pixels, the homographies are
-/// chained to frame `referenceIndex`, and every frame is warped once, at full size. With `crop` the result is the
-/// rectangle that all warped frames cover, otherwise the one around them all.
+/// Registers each frame against its neighbour at a shorter side of at most 1024 pixels, chains the homographies to
+/// frame `referenceIndex`, and warps each frame once, at full size. With `crop` the result is the rectangle that all
+/// warped frames cover, otherwise the one that contains them all.
 ///
-/// Each frame's `image` is replaced by a new one, all of one size. If less than nine tenths of a side would be left,
-/// the whole alignment is given up: the frames keep their pixels, in a new copy, and the log tells it for each.
-/// A pair that cannot be registered counts as standing still.
+/// Replaces each frame's `image` by a new one, all of one size. If less than nine tenths of a side would remain, the
+/// whole alignment is abandoned: the frames keep their pixels, in a new copy, and this is logged for each. A pair that
+/// cannot be registered counts as unmoved.
 ///
-/// All frames have the size of the first; larger ones are read as if they had it, smaller ones throw
-/// std::invalid_argument. Peak: one picture beside the frames, and a small one for each frame.
+/// All frames should have the size of the first; larger ones are read as if they had it, smaller ones throw
+/// std::invalid_argument. Peak: one picture in addition to the frames, and a small one for each frame.
 void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop);
 
-/// Throws std::invalid_argument if a frame has fewer pixels than the first, whose size all loops take.
+/// Throws std::invalid_argument if a frame has fewer pixels than the first, whose size all loops use.
 void requireSizeOfFirst(const std::vector<HDRFrame>& frames);
 
 } // namespace orvo

@@ -14,7 +14,8 @@ namespace {
 
 constexpr float kInverseWhite = 3.0518509e-05f; // 1 / grfx::kGray16White
 
-// The local Laplacian filter: detail to a quarter, no floor, nine intensity samples, and edges above half of the scale.
+// The local Laplacian filter: detail reduced to a quarter, no floor, nine intensity samples, and edges above half of
+// the scale.
 constexpr float kDetail = -2.0f;
 constexpr float kFloor = 0.0f;
 constexpr int kIntensitySamples = 9;
@@ -25,11 +26,11 @@ constexpr int kSmoothRadius = 1;
 
 std::int16_t quantised(float mean)
 {
-    const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f; // also brings NaN to 0
+    const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f; // also maps NaN to 0
     return static_cast<std::int16_t>(limited * grfx::kGray16White);
 }
 
-// The source positions that one target cell covers, and how much of the first and the last.
+// The source positions that a target cell covers, and the covered shares of the first and the last.
 struct Span
 {
     int first;
@@ -54,8 +55,8 @@ Span spanOf(int cell, int sourceSize, int targetSize)
     span.first = static_cast<int>(std::floor(start));
     span.end = std::min(static_cast<int>(std::ceil(stop)), sourceSize);
     span.firstShare = std::floor(start) + 1.0f - start;
-    // A cell that ends on a border covers its last pixel whole, and so does the last cell, whose end may come out a
-    // little beyond the picture.
+    // A cell that ends on a border covers its last pixel in full, and so does the last cell, whose computed end may be
+    // slightly outside the picture.
     const float lastShare = stop - std::floor(stop);
     span.lastShare = lastShare > 0.0f && stop < static_cast<float>(sourceSize) ? lastShare : 1.0f;
     return span;
@@ -69,7 +70,7 @@ std::vector<Span> spansOf(int sourceSize, int targetSize)
     return spans;
 }
 
-// Twice the size in both directions: every cell is the plain mean of four pixels.
+// Exactly twice the size in both directions: each cell is the mean of four pixels.
 void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::int16_t* target, int targetWidth)
 {
     for (int x = 0; x < targetWidth; ++x) {
@@ -80,7 +81,7 @@ void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::i
     }
 }
 
-// `pixels` start at the row `firstRow` of the picture.
+// `pixels` begins at row `firstRow` of the picture.
 void averageRow(const PixelRGB<float>* pixels, int firstRow, int width, const Span& rows,
                 const std::vector<Span>& columns, std::int16_t* target)
 {
@@ -160,7 +161,7 @@ std::vector<float, ManagedAllocator<float>> computeMask(RungPixels& pixels, floa
     const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     if (count == 0)
         return {};
-    // A picture one pixel wide or high has no half; it is its own.
+    // A picture one pixel wide or high cannot be halved; it is used as it is.
     const int halfWidth = std::max(width / 2, 1);
     const int halfHeight = std::max(height / 2, 1);
     const std::size_t halfCount = static_cast<std::size_t>(halfWidth) * static_cast<std::size_t>(halfHeight);
@@ -175,7 +176,8 @@ std::vector<float, ManagedAllocator<float>> computeMask(RungPixels& pixels, floa
                 plane[p] = static_cast<float>(gray[p]) * kInverseWhite;
         });
     }
-    std::vector<float, ManagedAllocator<float>> result(count); // only now: the filter's scratch is gone
+    std::vector<float, ManagedAllocator<float>> result(
+        count); // allocated after the filter has freed its scratch memory
     upsample_near(plane.data(), halfWidth, halfHeight, result.data(), width, height);
     grfx_fast_blur_gray(plane.data(), result.data(), width, height, kSmoothRadius);
     grfx_fast_blur_gray(result.data(), plane.data(), width, height, kSmoothRadius);

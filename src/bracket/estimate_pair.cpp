@@ -14,14 +14,14 @@
 namespace orvo {
 namespace {
 
-// SURF: threshold of the Hessian low enough for dark frames, two octaves of one layer, since neighbours hardly differ
-// in scale; 64 numbers a descriptor, with orientation.
+// SURF: a Hessian threshold low enough for dark frames; two octaves of one layer, since neighbours hardly differ in
+// scale; 64 values per descriptor, with orientation.
 constexpr double kHessianThreshold = 100;
 constexpr int kOctaves = 2;
 constexpr int kOctaveLayers = 1;
 
 constexpr int kNearestNeighbours = 2;
-// The ratio of the nearest to the second nearest distance only has to be below 1: the symmetry test sorts out the rest.
+// The ratio of the nearest to the second nearest distance only has to be below 1: the symmetry test removes the rest.
 constexpr float kDistanceRatio = 1.0f;
 // Descriptors farther apart than this show different things.
 constexpr float kLargestDistance = 0.7f;
@@ -66,8 +66,8 @@ bool matchBothWays(const cv::Mat& descriptors1, const cv::Mat& descriptors2, Mat
     return true;
 }
 
-// Positions of the matches, at full scale, one row each. The rows of matches that are too far apart stay in the list;
-// they hold scattered points that no transform brings together, so they can neither support one nor join one.
+// Positions of the matches at full scale, one row each. The rows of matches that are too far apart remain in the list
+// with random points, which fit no transform, so they cannot become inliers.
 void fullScalePoints(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyPoint>& keypoints1,
                      const std::vector<cv::KeyPoint>& keypoints2, double scale, cv::Mat& points1, cv::Mat& points2)
 {
@@ -109,8 +109,8 @@ bool estimatePair(const cv::Mat& picture1, std::vector<cv::KeyPoint>& keypoints1
     cv::Mat descriptors2;
     extractor->compute(picture1, keypoints1, descriptors1);
     extractor->compute(picture2, keypoints2, descriptors2);
-    // Points found on one side only cannot be matched. Both sides are left without descriptors, so that the pair fails
-    // below for want of matches, and the empty side gets the points for the next pair.
+    // Points found on one side only cannot be matched. Both sides remain without descriptors, so the pair fails below
+    // because it has no matches, and the empty side gets the points for the next pair.
     if (keypoints1.empty() != keypoints2.empty()) {
         if (keypoints1.empty()) {
             keypoints1 = keypoints2;

@@ -16,7 +16,7 @@ namespace {
 using Picture = _ImageData<PixelRGB<float>>;
 using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 
-// The frames of a series: each is loaded when it is first asked for, and kept.
+// The frames of a series: each is loaded at its first use and kept.
 class Series
 {
 public:
@@ -24,13 +24,13 @@ public:
         : paths(paths_), settings(settings_), frames(paths_.size())
     {}
 
-    // A copy that shares the pixels: who warps it gives it new ones, who deghosts it changes the series.
+    // A copy that shares the pixels: warping replaces them, deghosting changes the series.
     FocusStackerFrame frame(int index)
     {
         if (index < 0 || static_cast<std::size_t>(index) >= frames.size())
             throw FailureError({FailureKind::Internal,
                                 {},
-                                "frame " + std::to_string(index) + " was asked for, but the series has " +
+                                "frame " + std::to_string(index) + " was requested, but the series has " +
                                     std::to_string(frames.size())});
         FocusStackerFrame& slot = frames[static_cast<std::size_t>(index)];
         if (!slot.image)
@@ -38,7 +38,7 @@ public:
         return slot;
     }
 
-    // Takes what moves against the ghost reference out of a frame, in the pixels that the frame holds.
+    // Removes from a frame what moved relative to the ghost reference, in place.
     void deghost(const FocusStackerFrame& frame_, int index)
     {
         if (!settings.ghostReduction.enabled || index == settings.ghostReduction.referenceIndex)
@@ -79,7 +79,7 @@ private:
     }
 };
 
-// Gives the stacker every frame but the reference, which it has. Returns the rectangle in which all of them are valid.
+// Passes the stacker every frame except the reference, which it has. Returns the rectangle in which all are valid.
 _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFrame& reference, int referenceIndex,
                           int count, bool align)
 {
@@ -97,7 +97,7 @@ _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFr
                 add(index, series.frame(index));
         return cropRect;
     }
-    // A frame of another size has to be refused before it is registered.
+    // A frame of another size must fail before it is registered.
     const auto sameSizedFrame = [&](int index) {
         FocusStackerFrame frame = series.frame(index);
         Series::requireSameSize(reference, frame);
@@ -114,15 +114,16 @@ _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFr
     return cropRect;
 }
 
-// What single frames get when they are opened is done once, on the merged picture.
+// The corrections that single frames get when they are opened are applied once, to the merged picture.
 void correctLens(std::shared_ptr<Picture>& result, const std::shared_ptr<ImageMetadata>& metadata,
-                 const FocusStackerFrame& reference, const BracketSettings::RawAutoCorrection& wanted)
+                 const FocusStackerFrame& reference, const BracketSettings::RawAutoCorrection& corrections)
 {
     if (metadata->isRaw) {
-        if (wanted.lensCorrection)
+        if (corrections.lensCorrection)
             result = applyAutoLensCorrection(result, metadata, reference.rawMetadata);
-        LensCorrectionUnit::applyAndDismissRawCA(result, metadata, reference.rawMetadata, wanted.chromaticAberrations);
-    } else if (wanted.chromaticAberrations) {
+        LensCorrectionUnit::applyAndDismissRawCA(result, metadata, reference.rawMetadata,
+                                                 corrections.chromaticAberrations);
+    } else if (corrections.chromaticAberrations) {
         applyChromaticAbberationsCorrection(result);
     }
 }
@@ -173,7 +174,7 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
     auto metadata = std::make_shared<ImageMetadata>(*reference.metadata);
     correctLens(result, metadata, reference, settings.rawAutoCorrection);
     metadata->isRaw = false;
-    // Frames that have nothing in common leave an empty rectangle, which stands for the whole picture.
+    // Frames with nothing in common give an empty rectangle, which means the whole picture.
     std::shared_ptr<const Picture> cropped = result->resize(cropRect.size(), cropRect, true);
     return CreateOrvoImage(cropped, metadata);
 }

@@ -1,4 +1,4 @@
-/// The merge of a focus series around a stacker.
+/// Merges a focus series with a stacker.
 #pragma once
 
 #include <orvo_core/image.hpp>
@@ -13,18 +13,18 @@
 
 namespace orvo {
 
-/// Makes the stacker for frames of a width and height.
+/// Creates the stacker for frames of a width and height.
 using StackerFactory = std::function<std::unique_ptr<grfx::IFocusStacking<PixelRGB<float>>>(int width, int height)>;
 
-/// Loads the frames, feeds the stacker, finishes and crops its result. A file that cannot be opened is told on standard
-/// error, in a line that starts with `caller`, and gives an empty pointer; everything else that fails throws.
-/// Peak: all frames, and either a warped frame (while it is made, also its copy for OpenCV) and what the stacker holds,
-/// or the result and its crop.
+/// Loads the frames, feeds the stacker, finishes and crops its result. If a file cannot be opened, writes a line that
+/// starts with `caller` to standard error and returns an empty pointer; all other failures throw. Peak: all frames, and
+/// either a warped frame (during warping, also its copy for OpenCV) and the memory of the stacker, or the result and
+/// its crop.
 [[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
                                                       const BracketSettings::FocusStacking& settings,
                                                       const StackerFactory& makeStacker, const std::string& caller);
 
-/// The part that two rectangles share; all zero if there is none.
+/// The intersection of two rectangles; all zero if it is empty.
 [[nodiscard]] _Rect<int> commonRectangle(const _Rect<int>& a, const _Rect<int>& b);
 
 } // namespace orvo

@@ -30,7 +30,7 @@ struct HDRFrame : FocusStackerFrame
 /// Whether a frame's pixels still need raw development.
 [[nodiscard]] inline bool hasRawMark(const FocusStackerFrame& frame) { return frame.metadata && frame.metadata->isRaw; }
 
-/// Puts the developed mark on a frame and on its own copy of the metadata.
+/// Marks a frame as developed, and gives it its own copy of the metadata with the same mark.
 inline void markDeveloped(FocusStackerFrame& frame)
 {
     frame.developed = true;

@@ -9,13 +9,14 @@
 namespace orvo {
 namespace {
 
-// Squared pixels; farther intersections belong to a transform that has gone wrong.
+// Squared pixels; farther intersections come from a wrong transform.
 constexpr float kFarthest = 1e10f;
 
-// Pixels; a corner beyond it is cut to it, since neither it nor the width between two such fits an int otherwise.
+// Pixels; corners are limited to it, so that they and the width between two of them fit an int.
 constexpr float kOutermost = 1e9f;
 
-// Where the line through `origin` along `direction` meets the line through a and b; nothing if they are parallel.
+// The intersection of the line through `origin` along `direction` with the line through a and b; empty if they are
+// parallel.
 std::optional<cv::Point2f> intersection(cv::Point2f origin, cv::Point2f direction, cv::Point2f a, cv::Point2f b)
 {
     const cv::Point2f side = b - a;
@@ -61,7 +62,7 @@ cv::Rect inscribedRect(const std::vector<cv::Point2f>& corners, float width, flo
     }
     const float dx = std::abs(found.x - centre.x);
     const float dy = std::abs(found.y - centre.y);
-    const auto rounded = [](float v) { // what is not a number counts as outermost
+    const auto rounded = [](float v) { // NaN counts as outermost
         return static_cast<int>(std::rint(v > -kOutermost ? std::min(v, kOutermost) : -kOutermost));
     };
     return {cv::Point(rounded(centre.x + dx), rounded(centre.y + dy)),

@@ -54,7 +54,7 @@ std::vector<Frame> loadAll(const std::vector<std::filesystem::path>& paths, Imag
                                            : loadInParallel<Frame>(paths, flagBits, lensCorrection, run);
     if (run.wasCancelled())
         details::stateFailure(cancelledFailure());
-    // The index counts paths; where files dropped out of a raw series it may lie beyond the frames.
+    // The index counts paths; if files dropped out of a raw series it may exceed the number of frames.
     const bool isPath = referenceIndex >= 0 && static_cast<std::size_t>(referenceIndex) < paths.size();
     if (isPath && static_cast<std::size_t>(referenceIndex) < frames.size())
         frames[static_cast<std::size_t>(referenceIndex)].isGhostReference = true;

@@ -12,14 +12,14 @@
 
 namespace orvo {
 
-/// One file. A zero `size` is the file's own. `lensCorrection` prepares the lens data of a raw file. A file that
-/// cannot be opened gives a frame with nothing in it, a line in the log and the stated failure.
+/// Loads one file. A zero `size` means the size of the file. `lensCorrection` prepares the lens data of a raw file. A
+/// file that cannot be opened gives an empty frame, a line in the log and a stated failure.
 template <typename Frame>
 [[nodiscard]] Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, bool lensCorrection);
 
-/// All files, in the order of the paths. With `sequential` (raw files, whose decoder is itself parallel) a file that
-/// cannot be opened drops out; otherwise it leaves an empty frame in its place. Empty if cancelled. The frame at the
-/// ghost reference index, which counts paths, is marked.
+/// Loads all files, in the order of the paths. With `sequential` (raw files, whose decoder is itself parallel) a file
+/// that cannot be opened is dropped; otherwise it leaves an empty frame. Empty if cancelled. Marks the frame at the
+/// ghost reference index, which counts paths.
 [[nodiscard]] std::vector<HDRFrame> loadFrames(const std::vector<std::filesystem::path>& paths,
                                                const HDRSettings& settings, ImageReaderOpenFlag flags, bool sequential);
 /// The same for a focus series, which cannot be cancelled.
@@ -27,7 +27,7 @@ template <typename Frame>
                                                         const BracketSettings::FocusStacking& settings,
                                                         ImageReaderOpenFlag flags, bool sequential);
 
-/// Whether all paths are raw camera files, which load one after the other.
+/// True if all paths are raw camera files, which load one after the other.
 [[nodiscard]] bool areAllRaw(const std::vector<std::filesystem::path>& paths);
 
 /// Raw development of a focus stacking frame, in place.

@@ -36,16 +36,17 @@ using Merged = std::pair<std::shared_ptr<Image>, std::shared_ptr<Picture>>;
 
 // Weight of the brightest blended frame; the others fall linearly to 0 for the darkest.
 constexpr float kLargestWeight = 0.75f;
-// A resampled ladder of finished pictures has less behind it than raw files or a long bracket, and is blended softer.
+// A resampled ladder of developed pictures contains less information than raw files or a long bracket, and is blended
+// more softly.
 constexpr float kResampledMaskScale = 0.8f;
 
 // One exposure map for all channels.
 constexpr int kAllChannels = 0;
 
-// Marks the diagnostic line, so that a sink can tell it from progress.
+// Marks the diagnostic line, so that a sink can distinguish it from progress.
 constexpr std::uint64_t kDiagnosticMark = 16;
 
-// Tells the phases in order; once the fourth is told, blending goes on in silence.
+// Reports the phases in order; after the fourth, blending reports nothing.
 class Phases
 {
 public:
@@ -87,7 +88,7 @@ void tellIsRaw(bool isRaw)
     LOG(line << LogMessageType::Diagnostic << "isRaw " << isRaw << "\n");
 }
 
-// The parallel loader leaves an empty frame where a file could not be read, and has stated why.
+// The parallel loader leaves an empty frame for a file that could not be read, and has stated the failure.
 void requireAllLoaded(const std::vector<HDRFrame>& frames)
 {
     for (const HDRFrame& frame : frames)
@@ -95,7 +96,7 @@ void requireAllLoaded(const std::vector<HDRFrame>& frames)
             details::throwStatedFailure();
 }
 
-// Frames whose pixels nobody asks for again leave them to the ladder, whose rungs can then take them in place.
+// Frames whose pixels are not used again hand them to the ladder, whose rungs can then be processed in place.
 void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
 {
     for (std::size_t i = 0; i < frames.size(); ++i)
@@ -103,16 +104,16 @@ void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
             frames[i].image.reset();
 }
 
-// What is folded: pixels of the size of the first rung, and the curve that still has to go over them.
+// The state of the blend: pixels of the size of the first rung, and the curve that still has to be applied to them.
 struct BlendStart
 {
     std::shared_ptr<Picture> pixels;
     ExposureCurve pending = curveOfShift(0.0f); // none
 };
 
-// The last rung as the start of the blend: its own pixels, if they have the first rung's size and nobody asks for them
-// again, or only the rung below does, which is blended first and reads them just before they change. Otherwise a copy.
-// A larger rung is read as if it had the first one's size.
+// The last rung as the start of the blend: its own pixels, if they have the first rung's size and are used again by no
+// rung, or only by the rung below, which is blended first and reads them just before they change. Otherwise a copy. A
+// larger rung is read as if it had the first one's size.
 BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, bool chromatic)
 {
     const std::size_t n = ladder.size();
@@ -134,7 +135,7 @@ BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>&
     return {std::move(start)};
 }
 
-// `pending` goes over the result's pixels before the rung is mixed in.
+// `pending` is applied to the result's pixels before the rung is mixed in.
 void blendIn(Picture& result, const ExposureCurve& pending, RungPixels& rung,
              const std::vector<float, ManagedAllocator<float>>& mask)
 {
@@ -159,8 +160,8 @@ void blendIn(Picture& result, const ExposureCurve& pending, RungPixels& rung,
     }
 }
 
-// The pixels of a rung that is not yet at its exposure. Developed pictures are brought there as they are read; raw ones
-// are developed whole.
+// The pixels of a rung that is not yet at its exposure. Developed pictures are shifted to it as they are read; raw ones
+// are developed as a whole.
 RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, bool chromatic)
 {
     if (!hasRawMark(rung))
@@ -169,8 +170,9 @@ RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, bool chromatic
     return {rung.image->data(), size.width, size.height};
 }
 
-// Folds the ladder from its last rung to the first; empty if cancelled. Rungs give back their pixels as they go. With
-// `shifts` they are brought to their exposure only now, so that no rung of its own is held beside the frames.
+// Blends the ladder from its last rung to the first; empty if cancelled. Each rung frees its pixels once it is blended.
+// With `shifts` the rungs are shifted to their exposure only here, so that no separate rung is kept in addition to the
+// frames.
 std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, float maskScale,
                                      bool chromatic, const RunControl& run, Phases& phases)
 {
@@ -197,7 +199,7 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::v
     return result;
 }
 
-// Brings the rungs to their exposure; false if cancelled.
+// Shifts the rungs to their exposure; false if cancelled.
 bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, bool chromatic, const RunControl& run)
 {
     for (std::size_t i = 0; i < shifts.size(); ++i) {
@@ -208,7 +210,7 @@ bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, b
     return true;
 }
 
-// A single frame is brought back to the exposure that it had in the middle of its ladder.
+// Shifts a single frame back to the exposure that it had in the middle of its ladder.
 void restoreExposure(const Picture& middleRung, Picture& result)
 {
     auto_exposure_data_t data;
@@ -220,27 +222,27 @@ void restoreExposure(const Picture& middleRung, Picture& result)
 
 std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings)
 {
-    const auto told = [](bool value) { return value ? "true" : "false"; };
+    const auto boolText = [](bool value) { return value ? "true" : "false"; };
     std::ostringstream text;
     text << "HDR was created for settings:\n";
     for (const auto& path : paths)
         text << ws2s(wideFromPath(path)) << "\n";
-    text << "alingment...................." << told(settings.alignment) << "\n"
-         << "chromaticAberrations.." << told(settings.chromaticAberrations) << "\n"
-         << "ghostReduction..........." << told(settings.ghostReduction) << "\n"
+    text << "alingment...................." << boolText(settings.alignment) << "\n"
+         << "chromaticAberrations.." << boolText(settings.chromaticAberrations) << "\n"
+         << "ghostReduction..........." << boolText(settings.ghostReduction) << "\n"
          << "ghostRefImageIdx......." << settings.ghostRefImageIdx << "\n"
          << "deghostAmount..........." << static_cast<int>(settings.deghostAmount) << "\n";
     return text.str();
 }
 
-// The answer to a cancel.
+// The result of a cancelled merge.
 Merged stopped()
 {
     details::stateFailure(cancelledFailure());
     return {};
 }
 
-// What is left to do on a raw merge: lens, development of the middle frame, chromatic aberration.
+// The remaining steps of a raw merge: lens, development of the middle frame, chromatic aberration.
 void finishRaw(HDRFrame& middle, std::shared_ptr<Picture>& result, std::shared_ptr<Picture>& linear,
                const std::shared_ptr<ImageMetadata>& metadata, const HDRSettings& settings)
 {
@@ -293,7 +295,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
 
     const bool allRaw = areAllRaw(paths);
     std::vector<HDRFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, allRaw);
-    // A cancelled load gives no frames, so that it ends here too. The loader has stated why.
+    // A cancelled load returns no frames, so it ends here too. The loader has stated the failure.
     if (frames.size() != paths.size()) {
         std::cerr << functionSignature() << " make_EFLL: not all images were loaded" << std::endl;
         return {};
@@ -306,7 +308,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
 
     fillEVsAndSort(frames);
     requireSizeOfFirst(frames);
-    // The correction of chromatic aberration needs raw frames as the lens drew them, so warping waits for it.
+    // The correction of chromatic aberration needs unwarped raw frames, so warping comes after it.
     const bool alignsLate = allRaw && settings.chromaticAberrations;
     if (settings.alignment && paths.size() > 1 && !alignsLate)
         alignFrames(frames, static_cast<int>(frames.size() / 2), true);
@@ -331,7 +333,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     }
     const std::size_t mid = frames.size() / 2;
     dropPixelsExcept(frames, mid);
-    // Only who looks at several rungs at once needs them all at their exposure before the blend.
+    // Only steps that read several rungs at once need all of them at their exposure before the blend.
     if (settings.ghostReduction || (alignsLate && settings.alignment)) {
         if (!shiftAll(ladder, shifts, settings.chromaticAberrations, run))
             return stopped();
@@ -351,7 +353,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     if (run.cancelled())
         return stopped();
 
-    // Only a single frame's exposure is judged by its middle rung; holding it otherwise would cost a picture.
+    // Only a single frame's exposure is measured on its middle rung; keeping it in other cases would cost a picture.
     const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
     auto result = blendLadder(ladder, shifts, maskScale, settings.chromaticAberrations, run, phases);
     if (!result)

@@ -6,7 +6,8 @@
 namespace orvo {
 namespace {
 
-// The pyramid is as deep as a blur of a few hundred pixels needs, but its coarsest level keeps this smallest side.
+// The pyramid is deep enough for a blur of a few hundred pixels, but the sides of its coarsest level are at least this
+// long.
 constexpr float kSmallestSide = 8.0f;
 constexpr int kMostLevels = 8;
 
@@ -15,7 +16,7 @@ constexpr int kMostLevels = 8;
 std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                       const BracketSettings::FocusStacking& settings)
 {
-    const char* const signature = __PRETTY_FUNCTION__; // a string would need memory outside of the frame
+    const char* const signature = __PRETTY_FUNCTION__; // a string would allocate outside the call frame
     return runInCallFrame("makeFocusStack", [&] {
         const auto makeStacker = [](int width, int height) {
             return grfx::produceLaplacianFocusStacking<PixelRGB<float>>(width, height, kSmallestSide, kMostLevels,

@@ -9,11 +9,11 @@
 namespace orvo {
 namespace {
 
-// Deciles of fewer matches than this say nothing.
+// Deciles of fewer matches than this are not significant.
 constexpr std::size_t kFewestForCut = 20;
 constexpr std::size_t kParts = 10;
 
-// The growth of the displacement from decile to decile may itself grow by this share of the frame's side.
+// The growth of the displacement from decile to decile may increase by this share of the frame's side.
 constexpr float kJump = 0.003f;
 
 /// Orders matches by their displacement on one axis.
@@ -68,8 +68,8 @@ std::vector<float> sortedDisplacements(const std::vector<cv::DMatch>& matches, c
     return values;
 }
 
-// Whether the growth into decile k exceeds the growth before it by more than the limit. Before the first decile there
-// is no growth but the first displacement itself.
+// True if the growth into decile k exceeds the growth before it by more than the limit. The growth before the first
+// decile is the first displacement.
 bool jumpsAt(const std::vector<float>& sorted, std::size_t part, std::size_t k)
 {
     const float current = sorted[k * part];
@@ -107,7 +107,7 @@ void symmetryTest(const std::vector<std::vector<cv::DMatch>>& matches12,
     };
     tbb::parallel_for(std::size_t{0}, matches12.size(), testEntry, tbb::auto_partitioner());
     out.clear();
-    // Gathered here, not in the loop: a position counter shared by threads would make the order depend on timing.
+    // Collected here, not in the loop: a position counter shared by threads would make the order depend on timing.
     for (std::size_t i = 0; i < matches12.size(); ++i)
         if (crossed[i] != 0)
             out.push_back(matches12[i].front());

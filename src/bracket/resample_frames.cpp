@@ -14,26 +14,26 @@
 namespace orvo {
 namespace {
 
-// EVs on either side of a single frame, and the span that two or three frames are widened to. Raw files hold more than
-// a finished picture does.
+// EVs on either side of a single frame, and the range to which two or three frames are widened. Raw files contain more
+// range than developed pictures.
 constexpr float kSingleReachRaw = 3.0f;
 constexpr float kSingleReach = 2.0f;
 constexpr float kMinimumSpanRaw = 5.0f;
 constexpr float kMinimumSpan = 4.0f;
 
-// EVs between rungs that a ladder aims at, and the number of steps it may have. Never fewer than three steps, so that
-// the blend always has a dark, a bright and two middle rungs.
+// Target step between rungs in EV, and the allowed number of steps. Never fewer than three, so that the blend always
+// has a dark, a bright and two middle rungs.
 constexpr float kStepSingle = 1.0f;
 constexpr float kStep = 1.5f;
 constexpr float kMostStepsSingle = 4.0f;
 constexpr float kMostSteps = 6.0f;
 constexpr float kFewestSteps = 3.0f;
 
-// Added to the top of the range, so that the error of adding steps does not lose the last rung: one step of
-// 16 bit.
+// Added to the top of the range, so that the rounding error of adding steps does not lose the last rung: one step of 16
+// bits.
 constexpr float kTopMargin = std::bit_cast<float>(0x37800080u);
 
-// Roll-off of the exposure curve that fills rungs from developed pictures: where it starts, and the tone it keeps.
+// Roll-off of the exposure curve that fills rungs from developed pictures: its start, and the tone that it preserves.
 constexpr float kRollOffStart = 0.9f;
 constexpr float kRollOffPivot = 0.5f;
 
@@ -65,10 +65,10 @@ Ladder planLadder(const std::vector<HDRFrame>& frames, bool isRaw)
     const float span = high - low;
     const float count = std::max(std::min(maxCount, std::ceil(span / stepBase)), kFewestSteps);
     const float step = span / count;
-    // Exposures that are not finite, or so large that a step is lost in them, come from broken metadata. The ladder
-    // would never reach its top.
+    // Exposures that are not finite, or so large that adding a step has no effect, come from broken metadata. The
+    // ladder would never reach its top.
     if (!(low + step > low && high + step > high && std::isfinite(high + step)))
-        throw FailureError({FailureKind::UnfittingPictures, {}, "the exposure values of the frames make no ladder"});
+        throw FailureError({FailureKind::UnfittingPictures, {}, "the exposure values of the frames are not usable"});
     return {low, high, step};
 }
 
@@ -86,7 +86,7 @@ std::size_t nearestFrame(const std::vector<HDRFrame>& frames, float target)
     return nearest;
 }
 
-// The frames themselves as the ladder. Only pixels go on: the result's metadata come from the frames.
+// The frames themselves as the ladder. Only pixels are passed on: the result's metadata come from the frames.
 std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromatic)
 {
     std::vector<HDRFrame> ladder;
@@ -109,7 +109,7 @@ PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& 
     grfx::cout << "Framees EV resampling from " << plan.low << " to " << plan.high << " step " << plan.step << "\n";
     PlannedLadder ladder;
     const float limit = plan.high + kTopMargin;
-    // Rungs are where these additions lead, rounding and all. NOLINTNEXTLINE(clang-analyzer-security.FloatLoopCounter)
+    // Rung exposures are these sums, including their rounding. NOLINTNEXTLINE(clang-analyzer-security.FloatLoopCounter)
     for (float target = plan.low; limit >= target; target += plan.step) {
         const std::size_t nearest = nearestFrame(frames, target);
         if (settings.ghostReduction && static_cast<int>(nearest) == reference)

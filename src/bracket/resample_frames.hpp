@@ -1,4 +1,4 @@
-/// Brings a short bracket to a regular ladder of exposures.
+/// Resamples a short bracket to a regular ladder of exposures.
 #pragma once
 
 #include "bracket/frames.hpp"
@@ -11,7 +11,7 @@
 
 namespace orvo {
 
-/// Brackets of more frames than this are fine enough to be blended as they are.
+/// Brackets with more frames than this are fine enough to blend as they are.
 inline constexpr std::size_t kMostResampledFrames = 3;
 
 /// A ladder whose rungs still share the pixels of their frames.
@@ -22,23 +22,23 @@ struct PlannedLadder
     int ghostIndex = -1;         ///< the last rung from the ghost reference; -1 without ghost reduction
 };
 
-/// Plans the ladder of one to three frames sorted by rising ev. Throws std::runtime_error if their exposure values make
-/// none.
+/// Plans the ladder of one to three frames sorted by rising ev. Throws std::runtime_error if their exposure values are
+/// not usable.
 [[nodiscard]] PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings);
 
-/// The curve that brings a developed picture to a rung `shift` EV away.
+/// The curve that shifts a developed picture by `shift` EV.
 [[nodiscard]] ExposureCurve curveOfShift(float shift);
 
-/// Brings a planned rung to its exposure: in a copy of its pixels, or in place if nobody else holds them.
+/// Shifts a planned rung to its exposure: in a copy of its pixels, or in place if they are not shared.
 void shiftRung(HDRFrame& rung, float shift, bool chromatic);
 
 /// `frames` are sorted by rising ev. One to three frames give a ladder of 4 to 7 rungs between the ends of the bracket,
-/// each filled from the nearest frame shifted to the rung's exposure: raw frames by development, others by the
-/// exposure curve. Four or more frames are the ladder themselves: raw ones are developed in place, and the entries
-/// share their pixels.
+/// each filled from the nearest frame shifted to the rung's exposure: raw frames by development, others by the exposure
+/// curve. Four or more frames are used as the ladder: raw ones are developed in place, and the entries share their
+/// pixels.
 ///
-/// Result: the ladder, and the rung that stands for the ghost reference, -1 if none was fixed. A cancelled run gives
-/// an empty ladder and 0. `unused` is not written. Exposure values that no ladder can be made of (not finite) throw
+/// Result: the ladder, and the rung that represents the ghost reference, -1 if there is none. A cancelled run returns
+/// an empty ladder and 0. `unused` is not written. Exposure values that are not usable (not finite) throw
 /// std::runtime_error. Peak: the frames and one picture for each rung.
 [[nodiscard]] std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames,
                                                                     const HDRSettings& settings, float& unused);

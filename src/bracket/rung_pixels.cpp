@@ -8,7 +8,7 @@
 namespace orvo {
 namespace {
 
-// Some megabytes of a large picture: enough for all threads, little beside a picture.
+// A few megabytes of a large picture: enough work for all threads, small compared with a picture.
 constexpr int kBandRows = 128;
 
 const ExposureCurve kAsItIs(1.0f, 0.9f, 0.5f);
@@ -27,9 +27,9 @@ int RungPixels::bandRows() const { return handsOutSource() ? std::max(lines, 1) 
 
 const PixelRGB<float>* RungPixels::rows(int first, int end)
 {
-    const PixelRGB<float>* const wanted = source + static_cast<std::ptrdiff_t>(first) * columns;
+    const PixelRGB<float>* const requested = source + static_cast<std::ptrdiff_t>(first) * columns;
     if (handsOutSource())
-        return wanted;
+        return requested;
     const auto rowPixels = static_cast<std::size_t>(columns);
     if (bandCapacity < end - first) {
         band.reset();
@@ -39,7 +39,7 @@ const PixelRGB<float>* RungPixels::rows(int first, int end)
     PixelRGB<float>* const made = band->data();
     forEachRow(end - first, [&](int y) {
         const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(y) * columns;
-        std::memcpy(made + offset, wanted + offset, rowPixels * sizeof(PixelRGB<float>));
+        std::memcpy(made + offset, requested + offset, rowPixels * sizeof(PixelRGB<float>));
     });
     exposure.applyInPlace(&made->r, static_cast<std::size_t>(end - first) * rowPixels * 3);
     return made;

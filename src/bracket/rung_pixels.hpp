@@ -1,4 +1,4 @@
-/// The pixels of a rung, brought to its exposure only where they are looked at.
+/// The pixels of a rung, shifted to its exposure on demand.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -9,9 +9,9 @@
 
 namespace orvo {
 
-/// A picture as an exposure curve shows it. A pass from top to bottom asks for a band of rows at a time, so that no
-/// second picture is held for the sake of a curve that is quick to apply again. Looks at the pixels, which must outlive
-/// it. One thread at a time; each call is itself parallel.
+/// A picture seen through an exposure curve. A pass from top to bottom requests a band of rows at a time, so that no
+/// second picture is kept for a curve that is quick to apply again. Refers to the pixels, which must outlive it. One
+/// thread at a time; each call is itself parallel.
 class RungPixels
 {
 public:
@@ -19,18 +19,17 @@ public:
     RungPixels(const PixelRGB<float>* pixels, int width, int height);
     RungPixels(const PixelRGB<float>* pixels, int width, int height, const ExposureCurve& curve);
 
-    /// From now on rows() hands out copies even where the curve changes nothing, so that who reads them may write the
-    /// picture.
+    /// From now on rows() returns copies even if the curve changes nothing, so that the reader may write the picture.
     void keepApart() { apart = true; }
 
     [[nodiscard]] int width() const { return columns; }
     [[nodiscard]] int height() const { return lines; }
 
-    /// Rows that a pass should ask for at once: all where nothing has to be made.
+    /// Rows that a pass should request at once: all if nothing has to be computed.
     [[nodiscard]] int bandRows() const;
 
-    /// Rows `first` to `end` - 1, one after another. Valid until the next call. Peak: these rows, unless the picture
-    /// itself is handed out, as it is where the curve changes nothing. Throws std::bad_alloc.
+    /// Rows `first` to `end` - 1, contiguous. Valid until the next call. Peak: these rows, or nothing if the curve
+    /// changes nothing and the picture itself is returned. Throws std::bad_alloc.
     [[nodiscard]] const PixelRGB<float>* rows(int first, int end);
 
 private:

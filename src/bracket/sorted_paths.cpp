@@ -8,7 +8,7 @@
 namespace orvo {
 namespace {
 
-// A thumbnail only proves that the file is a picture, so the smallest that readers make is enough.
+// The thumbnail only proves that the file is a picture, so the smallest size is enough.
 constexpr int kThumbnailSide = 32;
 
 using PathsAndEVs = std::pair<std::vector<std::filesystem::path>, std::vector<float>>;
@@ -20,7 +20,7 @@ PathsAndEVs sortedByExposure(const std::vector<std::filesystem::path>& paths)
         auto metadata = ImageReader::readMetadata(path);
         auto thumbnail = ImageReader::instance().getThumbnailBySide(path, kThumbnailSide, true, nullptr, {});
         if (!thumbnail) {
-            details::stateLastFailure({FailureKind::UnreadableFile, path, "no thumbnail can be made of it"});
+            details::stateLastFailure({FailureKind::UnreadableFile, path, "cannot create a thumbnail"});
             continue;
         }
         HDRFrame frame;

@@ -15,7 +15,7 @@ std::vector<std::shared_ptr<Effect>> AdjustmentLayer::getEffects() const { retur
 void AdjustmentLayer::addEffect(std::shared_ptr<Effect> effect)
 {
     if (!effect)
-        throw std::invalid_argument("AdjustmentLayer::addEffect: no effect");
+        throw std::invalid_argument("AdjustmentLayer::addEffect: the pointer is empty");
     effects.push_back(std::move(effect));
 }
 

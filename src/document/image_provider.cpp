@@ -7,7 +7,7 @@ namespace orvo {
 
 struct ImageProvider::Opening
 {
-    std::mutex mutex; // held while the file is opened, so that it is opened once
+    std::mutex mutex; // locked while the file is opened, so that it is opened once
     Opener open;
 };
 

@@ -30,7 +30,7 @@ void logException(const char* functionName) noexcept
         } catch (...) {
             LOG(__orvolog() << LogMessageType::Error << "Unknown error in " << functionName << ".");
         }
-    } catch (...) { // NOLINT(bugprone-empty-catch): not even memory for the log line
+    } catch (...) { // NOLINT(bugprone-empty-catch): no memory for the log line
     }
 }
 

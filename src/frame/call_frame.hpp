@@ -1,5 +1,5 @@
-/// How an exported operation runs: no exception crosses the library's boundary, and lastFailure() says why there is no
-/// result.
+/// The frame around an exported operation: no exception crosses the library's boundary, and lastFailure() gives the
+/// reason for a missing result.
 #pragma once
 
 #include <orvo_common/failure.hpp>
@@ -8,7 +8,7 @@
 namespace orvo {
 namespace details {
 
-/// failureOfException() that knows OpenCV's way of saying that there is not enough memory.
+/// failureOfException() that recognises OpenCV's out-of-memory error.
 [[nodiscard]] Failure failureOfOpenCv() noexcept;
 
 /// Logs the exception being handled as an error of the exported function.
@@ -16,9 +16,9 @@ void logException(const char* functionName) noexcept;
 
 } // namespace details
 
-/// Runs `body` and returns what it returns. An exception is logged as an error, with the name of the exported
-/// function, and answered with the empty result. lastFailure() is then what the exception stands for, else what the
-/// body has stated, and the cancel if `run` was cancelled.
+/// Runs `body` and returns what it returns. An exception is logged as an error, with the name of the exported function,
+/// and the empty result is returned. lastFailure() is then the failure of the exception, else the one that the body has
+/// stated, or the cancel if `run` was cancelled.
 template <typename Body>
 [[nodiscard]] auto runInCallFrame(const char* functionName, const RunControl& run, const Body& body) -> decltype(body())
 {
@@ -42,7 +42,7 @@ template <typename Body>
     return runInCallFrame(functionName, RunControl(), body);
 }
 
-/// Runs the body of an exported operation whose exceptions go on to the caller.
+/// Runs the body of an exported operation whose exceptions reach the caller.
 template <typename Body>
 [[nodiscard]] auto runInOpenCallFrame(const Body& body) -> decltype(body())
 {

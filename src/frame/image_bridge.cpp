@@ -17,16 +17,16 @@
 namespace orvo {
 namespace {
 
-// 1/255 and 1/16383.5 to the bit. The half in the latter is a convention of the engine; white comes back as 0.99997.
+// 1/255 and 1/16383.5 to the bit. The half in the latter is a convention of the engine; white converts back to 0.99997.
 constexpr float kByteStep = 0.003921569f;
 constexpr float kWorkingStep = std::bit_cast<float>(0x38800100u);
 
-// Pixels that are converted to sRGB at once; the block stays in the first cache.
+// Pixels converted to sRGB at once; the block stays in the L1 cache.
 constexpr int kBlock = 512;
 
 ORVO_INLINE std::int16_t workingSample(float value)
 {
-    value = value > 0.0f ? value : 0.0f; // what is not a number too
+    value = value > 0.0f ? value : 0.0f; // also maps NaN to 0
     value = value < 1.0f ? value : 1.0f;
     return static_cast<std::int16_t>(static_cast<std::int32_t>(value * kWorkingWhite));
 }
@@ -80,7 +80,7 @@ ORVO_VECTOR_CLONES void maskFromBytes(const std::uint8_t* __restrict in, float* 
         out[i] = static_cast<float>(in[i]) * kByteStep;
 }
 
-// Where a result column or row falls between two of the source.
+// The position of a result column or row between two of the source.
 struct Between
 {
     std::ptrdiff_t near; // samples from the row's start, or rows
@@ -88,8 +88,8 @@ struct Between
     float share; // of the far one
 };
 
-// The position is rounded once it is large, so the last one may come out on the end of the source; `near` is limited
-// for that. Positions in the source itself are not touched by it.
+// Large positions are rounded, so the last one may reach the end of the source; `near` is limited for this case. The
+// limit does not change positions inside the source.
 Between between(int index, float step, float start, int count)
 {
     float whole = 0.0f;
@@ -99,7 +99,7 @@ Between between(int index, float step, float start, int count)
     return {near, std::min(count - 1, near + 1), share};
 }
 
-// The shares of the four samples around a position.
+// The weights of the four samples around a position.
 struct Weights
 {
     float nearUpper, farUpper, farLower, nearLower;
@@ -123,7 +123,7 @@ void copyPartPixel(const Sample* upper, const Sample* lower, float down, const B
     }
 }
 
-// Vectors of GCC and Clang: all channels of a pixel at once, and one sample more that nobody looks at.
+// Vectors of GCC and Clang: all channels of a pixel at once, and one more sample that is ignored.
 using Samples4 = std::int16_t __attribute__((vector_size(8)));
 using Floats4 = float __attribute__((vector_size(16)));
 using Integers4 = std::int32_t __attribute__((vector_size(16)));
@@ -132,11 +132,11 @@ ORVO_INLINE Floats4 floatsAt(const std::int16_t* samples)
 {
     Samples4 four;
     std::memcpy(&four, samples, sizeof four);
-    return __builtin_convertvector(__builtin_convertvector(four, Integers4), Floats4); // two steps that are one each
+    return __builtin_convertvector(__builtin_convertvector(four, Integers4), Floats4); // each step is one instruction
 }
 
-// Colour pixels whose fourth sample, the first of the next pixel, can be read and written too: the same bits as by
-// copyPartPixel(), twice as fast. Each pixel overwrites what the one before wrote too much.
+// Colour pixels whose fourth sample, the first of the next pixel, can also be read and written: the same bits as
+// copyPartPixel(), twice as fast. Each pixel overwrites the extra sample that the previous one wrote.
 ORVO_VECTOR_CLONES void copyPartPixels(const std::int16_t* upper, const std::int16_t* lower, float down,
                                        const Between* columns, int count, std::int16_t* out)
 {
@@ -151,7 +151,7 @@ ORVO_VECTOR_CLONES void copyPartPixels(const std::int16_t* upper, const std::int
     }
 }
 
-// Columns, from the left, that have another one beside them in the source and in the result.
+// The number of columns, from the left, with another one to their right in the source and in the result.
 int columnsWithNeighbour(const std::vector<Between>& columns, std::ptrdiff_t lastOfSource)
 {
     std::size_t count = 0;
@@ -194,8 +194,7 @@ cv::Mat cvMatFromImageData(std::shared_ptr<const _ImageData<PixelRGB<float>>> im
         return {};
     const int width = image->width();
     const std::shared_ptr<ColorProfile>& profile = image->colorProfile();
-    // Converted block by block on the way, with the bits that colorTransform() gives, so that no second picture is
-    // made.
+    // Converted block by block, with the same bits as colorTransform(), so that no second picture is needed.
     std::optional<RowConverter> toSRGB;
     if (profile && *profile != *ColorProfileType::sRGB())
         toSRGB.emplace(profile, 3, ColorProfileType::sRGB());

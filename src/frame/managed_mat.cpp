@@ -12,8 +12,8 @@ namespace {
 class ManagedMatAllocator final : public cv::MatAllocator
 {
 public:
-    // `data` is given where a UMat is made of a matrix that stands; then nothing is allocated, and OpenCV's own
-    // allocator knows how to do that.
+    // `data` is set when a UMat is created from an existing matrix; nothing is allocated then, and OpenCV's own
+    // allocator handles it.
     cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, std::size_t* step, cv::AccessFlag flags,
                            cv::UMatUsageFlags usage) const override
     {
@@ -38,7 +38,7 @@ public:
         if (data == nullptr)
             return;
         MemoryManager::instance().free(data->origdata);
-        delete data; // NOLINT(cppcoreguidelines-owning-memory): made in allocate(), handed through OpenCV
+        delete data; // NOLINT(cppcoreguidelines-owning-memory): created in allocate(), passed through OpenCV
     }
 };
 
@@ -46,7 +46,7 @@ public:
 
 cv::Mat managedMat(int rows, int cols, int type)
 {
-    // Never deleted: matrices of static life may outlive any other object of static life.
+    // Never deleted: static matrices may outlive any other static object.
     static cv::MatAllocator* const allocator = new ManagedMatAllocator;
     cv::Mat mat;
     mat.allocator = allocator;

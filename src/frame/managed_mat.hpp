@@ -5,9 +5,9 @@
 
 namespace orvo {
 
-/// A matrix of `rows` by `cols`, contents not set. Its plane is kept for reuse when the last header of it is gone: a
-/// fresh one of some megapixels costs more in page faults than a conversion writes into it. Otherwise a matrix like any
-/// other, also as a UMat. Usable from any thread. Throws cv::Exception on a negative size, std::bad_alloc.
+/// Returns a matrix of `rows` by `cols` with undefined contents. Its plane is kept for reuse when its last header is
+/// destroyed: the page faults of a new plane of some megapixels cost more than a conversion that fills it. Otherwise it
+/// behaves like any matrix, also as a UMat. Thread-safe. Throws cv::Exception on a negative size, std::bad_alloc.
 [[nodiscard]] cv::Mat managedMat(int rows, int cols, int type);
 
 } // namespace orvo

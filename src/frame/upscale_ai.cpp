@@ -27,7 +27,7 @@ std::shared_ptr<Image> opened(const UpscaleSteps& steps, const std::filesystem::
     auto upscaled = steps.upscale(picture, settings);
     picture.reset();
     if (!upscaled) {
-        details::stateLastFailure({FailureKind::Internal, source, "the upscaling gave no picture"});
+        details::stateLastFailure({FailureKind::Internal, source, "upscaling returned no picture"});
         return {};
     }
     if (settings.faces)
@@ -57,7 +57,7 @@ std::shared_ptr<Image> upscaleWith(const UpscaleSteps& steps, const std::filesys
     return runInCallFrame("upscaleAI", [&] { return opened(steps, source, settings, state, statePath); });
 }
 
-// Both are the callee's own, so that they are gone when it returns. NOLINTBEGIN(performance-unnecessary-value-param)
+// Passed by value, so that both are freed when it returns. NOLINTBEGIN(performance-unnecessary-value-param)
 std::shared_ptr<Image> upscaleAI(const std::filesystem::path& source, const UpscaleAISettings& settings,
                                  StateSettings state, std::filesystem::path statePath)
 {

@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// What enlarges a picture and what sharpens its faces.
+/// The functions that enlarge a picture and sharpen its faces.
 struct UpscaleSteps
 {
     using PicturePointer = std::shared_ptr<_ImageData<PixelRGB<float>>>;
@@ -16,7 +16,7 @@ struct UpscaleSteps
         upscale;
     std::function<PicturePointer(const PicturePointer&)> sharpenFaces;
 
-    /// Those of the library: upscaleX(), and DeblurAIEffect::deblurFaces() under a fresh id.
+    /// The library's functions: upscaleX(), and DeblurAIEffect::deblurFaces() with a new id.
     [[nodiscard]] static UpscaleSteps ofTheLibrary();
 };
 

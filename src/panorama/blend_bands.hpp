@@ -1,4 +1,4 @@
-/// How many bands the pictures of a panorama are blended in.
+/// The number of bands in which the pictures of a panorama are blended.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// For pictures that fade into each other over `width` output pixels; none below 1: they are then cut hard.
+/// For pictures that blend over `width` output pixels; 0 if that is below 1: they are then cut without blending.
 [[nodiscard]] inline std::optional<int> blendBands(double width)
 {
     constexpr int kMost = 9;

@@ -12,7 +12,7 @@ namespace orvo {
 namespace {
 
 constexpr std::int32_t kBytesPerPixel16 = 6;      // of CV_16SC3
-constexpr std::uint32_t kBytesPerPixelWeight = 4; // of one float plane, as the blender keeps its weights
+constexpr std::uint32_t kBytesPerPixelWeight = 4; // of the blender's float plane of weights
 constexpr double kUsableShare = 0.8;              // of a device's memory: others use it too
 
 std::string sizeText(const cv::Size& size) { return std::to_string(size.width) + " " + std::to_string(size.height); }
@@ -38,7 +38,7 @@ bool deviceCanHold(const DeviceMemory& memory, const std::vector<cv::Mat>& sourc
 {
     if (memory.largestAllocation == 0 || memory.total == 0 || sources.empty())
         return false;
-    // Both products are 32 bits wide, so that the guess wraps for sizes that no device would be asked for.
+    // Both products have 32 bits, so the estimate overflows only for sizes that are never requested from a device.
     std::int64_t total = 0;
     for (const cv::Mat& image : sources)
         total += static_cast<std::int32_t>(static_cast<std::uint32_t>(image.rows) *

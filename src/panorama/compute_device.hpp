@@ -1,4 +1,4 @@
-/// Where a panorama is composed: on the OpenCL device, or on the CPU.
+/// Composes a panorama on the OpenCL device or on the CPU.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -11,7 +11,7 @@
 
 namespace orvo {
 
-/// Set once the device has failed or cannot hold the work; from then on the process composes on the CPU. Several
+/// Set when the device has failed or does not have enough memory; from then on the process composes on the CPU. All
 /// stitchers share it.
 [[nodiscard]] std::atomic<bool>& forceCpu();
 
@@ -21,21 +21,21 @@ struct DeviceMemory
     std::size_t total = 0;             ///< bytes
 };
 
-/// Of OpenCL's default device; 0 where there is none. May throw.
+/// Of OpenCL's default device; 0 if there is none. May throw.
 [[nodiscard]] DeviceMemory readDeviceMemory();
 
-/// Whether a device of this memory is expected to hold the composition of `sources` at `size`. A cheap guess that keeps
-/// renders from being started that cannot end well.
+/// True if the memory of a device is expected to be sufficient to compose `sources` at `size`. A cheap estimate that
+/// avoids renders that would fail.
 [[nodiscard]] bool deviceCanHold(const DeviceMemory& memory, const std::vector<cv::Mat>& sources, const cv::Size& size);
 
-/// Composes on the device unless forceCpu() is set or `readMemory` tells that it cannot hold the work. If that fails,
-/// which is logged, or if it is not even tried, composes on the CPU. `caller` starts the line about a device that
-/// cannot be asked. What fails on the CPU is logged and thrown on.
+/// Composes on the device unless forceCpu() is set or `readMemory` reports too little memory. If this fails, which is
+/// logged, or is not tried, composes on the CPU. `caller` starts the log line about a device that cannot be queried.
+/// Failures on the CPU are logged and rethrown.
 [[nodiscard]] cv::Rect composeOnDevice(const std::function<DeviceMemory()>& readMemory,
                                        const std::function<cv::Rect()>& compose, const std::vector<cv::Mat>& sources,
                                        const cv::Size& size, const std::string& caller);
 
-/// Composes with OpenCL switched off for the calling thread; its state is restored in any case.
+/// Composes with OpenCL switched off for the calling thread; its state is always restored.
 [[nodiscard]] cv::Rect composeOnCpu(const std::function<cv::Rect()>& compose, const cv::Size& size);
 
 } // namespace orvo

@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kChannels = 3;
 
-// Two samples of a line of gains and how they are mixed.
+// Two samples of a line of gains and their weights.
 struct Mix
 {
     int near;
@@ -26,7 +26,7 @@ struct Mix
     float farShare;
 };
 
-// For an index of the picture's columns or rows, middle of pixel upon middle of pixel.
+// For an index of the picture's columns or rows, with pixel centres mapped to pixel centres.
 Mix mixAt(int index, int count, int gainCount)
 {
     const double step = 1.0 / (static_cast<double>(count) / gainCount); // rounded as cv::resize does
@@ -53,7 +53,7 @@ void spread(const float* gains, const std::vector<Mix>& columns, std::vector<flo
     for (const Mix& column : columns) {
         const float* const near = gains + std::ptrdiff_t{kChannels} * column.near;
         const float* const far = gains + std::ptrdiff_t{kChannels} * column.far;
-        // At the ends both are one sample, which is taken as it is.
+        // At the ends both are the same sample, which is used unchanged.
         const bool isEnd = near == far;
         for (int c = 0; c < kChannels; ++c)
             *out++ = isEnd ? near[c] : near[c] * column.nearShare + far[c] * column.farShare;
@@ -63,7 +63,7 @@ void spread(const float* gains, const std::vector<Mix>& columns, std::vector<flo
 ORVO_VECTOR_CLONES void multiplyRow(const float* __restrict upper, const float* __restrict lower, float upperShare,
                                     float lowerShare, std::int16_t* __restrict samples, int count)
 {
-    // Added and taken off again it leaves the nearest integer, the even one of two: what is larger has no fraction.
+    // Adding and subtracting it rounds to the nearest integer, ties to even: larger numbers have no fraction.
     constexpr float kRounder = 12582912.0f; // 1.5 * 2^23
     for (int i = 0; i < count; ++i) {
         float value = static_cast<float>(samples[i]) * (upper[i] * upperShare + lower[i] * lowerShare);
@@ -104,7 +104,7 @@ void multiplyByGains(cv::Mat& picture, const cv::Mat& gains)
 {
     const std::vector<Mix> columns = mixesOf(picture.cols, gains.cols);
     forEachRange(static_cast<std::size_t>(picture.rows), [&](std::size_t first, std::size_t last) {
-        // Rows of the picture share their two rows of gains with many neighbours.
+        // Neighbouring rows of the picture use the same two rows of gains.
         std::vector<float> upper(columns.size() * kChannels);
         std::vector<float> lower(columns.size() * kChannels);
         int upperRow = -1;

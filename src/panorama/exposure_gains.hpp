@@ -1,4 +1,4 @@
-/// How the gains of an exposure compensator reach a picture.
+/// Applies the gains of an exposure compensator to a picture.
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -8,15 +8,14 @@
 
 namespace orvo {
 
-/// The gains of picture `index` as CV_32FC3 of `size`, bilinear between the middles of their blocks. Empty for any
-/// other compensator than one of blocks, and for an index outside of its list; `caller` starts the log line about it.
+/// The gains of picture `index` as CV_32FC3 of `size`, bilinear between the centres of their blocks. Empty for
+/// compensators without blocks and for an index out of range; `caller` starts the log line about it.
 [[nodiscard]] cv::Mat blockGains(cv::detail::ExposureCompensator* compensator, int index, const cv::Size& size,
                                  const std::string& caller);
 
-/// Multiplies `picture` (CV_16SC3) in place by `gains` (CV_32FC3), spread over it bilinearly: to the bit what
-/// cv::resize and cv::multiply give, row-parallel and without a matrix of gains of the picture's size, which would be
-/// twice as large as the picture. The picture is at least as large as the gains in both directions. Peak: some rows a
-/// thread.
+/// Multiplies `picture` (CV_16SC3) in place by `gains` (CV_32FC3), resized bilinearly: bit-identical to cv::resize and
+/// cv::multiply, parallel over rows and without a matrix of gains of the picture's size, which would be twice as large
+/// as the picture. The picture is at least as large as the gains in both directions. Peak: some rows per thread.
 void multiplyByGains(cv::Mat& picture, const cv::Mat& gains);
 
 } // namespace orvo

@@ -15,14 +15,14 @@
 namespace orvo {
 namespace {
 
-// Who has a canvas pixel: nobody yet, the picture of this number counted from 1 if nobody claims it, or a claimant.
-// A byte holds it for the sets of this world, so that a whole row of them fits the first cache; else 32 bits.
+// The owner of a canvas pixel: none yet, the picture with this number, counted from 1, if no mask claims it, or a
+// claimant. A byte is enough for usual sets, so that a row of them fits the L1 cache; else 32 bits.
 template <typename State>
 constexpr State kNobody = 0;
 template <typename State>
 constexpr State kClaimed = std::numeric_limits<State>::max();
 
-// One row of the canvas, for the columns of one picture; `state` is the canvas row's.
+// One row of the canvas, for the columns of one picture; `state` belongs to the canvas row.
 template <typename State>
 ORVO_INLINE void visit(std::uint8_t* __restrict claims, const std::uint8_t* __restrict whole, State number,
                        State* __restrict state, int count)
@@ -30,8 +30,8 @@ ORVO_INLINE void visit(std::uint8_t* __restrict claims, const std::uint8_t* __re
     for (int x = 0; x < count; ++x) {
         const State before = state[x];
         const std::uint8_t claim = claims[x];
-        const State wanted = whole[x] != 0 && before == kNobody<State> ? number : before;
-        state[x] = claim != 0 ? kClaimed<State> : wanted;
+        const State unclaimed = whole[x] != 0 && before == kNobody<State> ? number : before;
+        state[x] = claim != 0 ? kClaimed<State> : unclaimed;
         claims[x] = before == kClaimed<State> ? std::uint8_t{0} : claim;
     }
 }

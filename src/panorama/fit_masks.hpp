@@ -1,4 +1,4 @@
-/// Makes masks a partition.
+/// Turns masks into a partition.
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -7,9 +7,9 @@
 
 namespace orvo {
 
-/// Makes the seamed masks `masks` a partition of the union of the whole masks (both CV_8UC1, of equal sizes, placed by
-/// `corners` on one canvas). A pixel that two masks claim stays with the first; one that none claims goes to the first
-/// picture whose whole mask has it, with the value 1. In place; parallel over rows of the canvas.
+/// Turns the seam masks `masks` into a partition of the union of the whole masks (both CV_8UC1, of equal sizes, at
+/// `corners` on one canvas). A pixel that two masks claim goes to the first; a pixel that none claims goes to the first
+/// picture whose whole mask covers it, with the value 1. In place; parallel over rows of the canvas.
 void fitMasks(std::vector<cv::Mat>& masks, const std::vector<cv::Mat>& wholeMasks,
               const std::vector<cv::Point>& corners);
 

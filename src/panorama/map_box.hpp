@@ -1,4 +1,4 @@
-/// Where values of maps lie: their range, and the box of the pixels that look into a picture.
+/// The range of map values, and the bounding box of the pixels that map into a picture.
 #pragma once
 
 #include <opencv2/core/types.hpp>
@@ -9,7 +9,7 @@
 
 namespace orvo {
 
-/// Least and greatest of what is a number.
+/// Least and greatest value, ignoring NaN.
 struct Span
 {
     float low = std::numeric_limits<float>::max();
@@ -28,14 +28,14 @@ struct Span
     [[nodiscard]] bool isEmpty() const { return low > high; }
 };
 
-/// Of one row of maps the first and the last column that looks into the picture; first above last if none does.
+/// The first and the last column of a row of maps that map into the picture; first above last if none does.
 struct ColumnRange
 {
     int first = std::numeric_limits<int>::max();
     int last = std::numeric_limits<int>::min();
 };
 
-/// The columns whose point (x, y) lies inside a picture of `size`.
+/// The columns whose point (x, y) is inside a picture of `size`.
 [[nodiscard]] inline ColumnRange columnsInside(const float* x, const float* y, int count, const cv::Size& size)
 {
     const auto width = static_cast<float>(size.width);
@@ -52,7 +52,7 @@ struct ColumnRange
     return {first, last};
 }
 
-/// The box of all rows; empty if none looks into the picture.
+/// The box of all rows; empty if none maps into the picture.
 [[nodiscard]] inline cv::Rect boxOf(const std::vector<ColumnRange>& rows)
 {
     ColumnRange columns;

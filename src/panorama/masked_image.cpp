@@ -45,7 +45,7 @@ std::shared_ptr<MaskedImageExt> MaskedImageExt::copy() const { return std::make_
 void MaskedImageExt::init_points()
 {
     constexpr int kLongestRun = std::numeric_limits<std::int16_t>::max();
-    points.clear(); // a walsh_t is made in place each, since most of it has no value that could be copied
+    points.clear(); // each walsh_t is constructed in place, since most of it is uninitialised and must not be copied
     points.resize(pixelCount(width(), height()));
     runs.clear();
     for (int y = 0; y < height(); ++y) {

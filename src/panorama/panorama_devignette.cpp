@@ -19,15 +19,15 @@
 namespace orvo {
 namespace {
 
-// Range and resolution of each coefficient: the gain only brightens outwards, and a step in it of less than a
-// thousandth is not seen.
+// Range and resolution of each coefficient: the gain only brightens outwards, and steps below a thousandth are
+// invisible.
 constexpr float kLeast = 0.0f;
 constexpr float kMost = 5.0f;
 constexpr float kTolerance = 0.001f;
 constexpr int kMostRounds = 50;
 
-// Samples that go through all steps at once; their planes stay in the first cache. The sums of the cost are taken block
-// by block, whatever thread a block falls to.
+// Samples that pass through all steps at once; their planes stay in the L1 cache. The cost is summed block by block, in
+// an order that does not depend on the threads.
 constexpr int kBlock = 256;
 
 struct Curves
@@ -38,19 +38,19 @@ struct Curves
     const grfx_curve_ext_t& gamma;
 };
 
-// Working samples carry the encoding but no tone, so of the family's four curves the two of tone stay unused.
+// Working samples are encoded but have no tone curve, so the two tone curves of the family's four are not used.
 const Curves& curves()
 {
     static const Curves all = {grfx_inv_tone(), grfx_inv_gamma(), grfx_tone(), grfx_gamma()};
     return all;
 }
 
-// Working colour as the curves take it: 1.0 is 32767/2.
+// Working colour in the scale of the curves: 1.0 is 32767/2.
 constexpr float kWorkingRange = 32767.0f;
 
 ORVO_INLINE float floatOf(std::int16_t sample) { return 2.0f * static_cast<float>(sample) / kWorkingRange; }
 
-// Truncated; only the ends of the type bound it, for no number beyond them can be held. What is not a number becomes 0.
+// Truncated, and limited only by the range of the type. NaN becomes 0.
 ORVO_INLINE std::int16_t sampleOf(float value)
 {
     const float scaled = value * kWorkingRange * 0.5f;
@@ -80,7 +80,7 @@ struct Side
         });
     }
 
-    std::array<ManagedPlane<float>, 3> light; // linear; the same in every evaluation, so computed once
+    std::array<ManagedPlane<float>, 3> light; // linear; constant over all evaluations, so computed once
     const std::vector<float>& radius;
 };
 
@@ -100,7 +100,7 @@ ORVO_VECTOR_CLONES void multiplyRow(const float* __restrict a, const float* __re
         product[i] = a[i] * b[i];
 }
 
-// In eight sums side by side, put together in order: one sum would wait for itself at every addition.
+// Eight partial sums, combined in order: a single sum would make each addition wait for the previous one.
 ORVO_VECTOR_CLONES double squaredDifference(const float* __restrict a, const float* __restrict b, int count)
 {
     constexpr int kLanes = 8;
@@ -129,7 +129,7 @@ public:
         : a(a_), b(b_), count(count_), sums((count_ + kBlock - 1) / kBlock)
     {}
 
-    // The mean over the pairs; not a number where there are none.
+    // The mean over the pairs; NaN if there are none.
     [[nodiscard]] double operator()(const devignette_t& model)
     {
         forEachRow(static_cast<int>(sums.size()), [&](int block) {
@@ -167,7 +167,7 @@ private:
     std::vector<double> sums;
 };
 
-// Bisection by the sign of the slope. Leaves `coefficient` at the last middle and answers the cost there.
+// Bisection by the sign of the slope. Leaves `coefficient` at the last middle and returns the cost there.
 double search(devignette_t& model, float devignette_t::*coefficient, PairCost& cost)
 {
     float low = kLeast;
@@ -183,7 +183,7 @@ double search(devignette_t& model, float devignette_t::*coefficient, PairCost& c
         if (nextCost < middleCost)
             low = middle;
         else
-            high = middle; // also where there are no pairs, and the costs are not numbers
+            high = middle; // also if there are no pairs, where the costs are NaN
     }
     return middleCost;
 }
@@ -194,7 +194,7 @@ struct Pairs
     std::vector<float> radiiA, radiiB;
 };
 
-// One picture with all that belongs to it.
+// One picture with its mask, radius map and corner.
 struct Placed
 {
     const cv::Mat& image;
@@ -207,7 +207,7 @@ struct Placed
         return row >= 1 && row < mask.rows - 1 && column >= 1 && column < mask.cols - 1;
     }
     [[nodiscard]] bool isSet(int row, int column) const { return mask.at<std::uint8_t>(row, column) != 0; }
-    // Whether one of the eight around an inner pixel is clear.
+    // True if one of the eight neighbours of an inner pixel is clear.
     [[nodiscard]] bool touchesEdge(int row, int column) const
     {
         for (int r = row - 1; r <= row + 1; ++r) {
@@ -246,8 +246,8 @@ void collectPairs(const Placed& current, const Placed& before, Pairs& pairs)
 
 // -- Process --
 
-// The light of each sample that 16 bits can hold, so that a picture goes through one curve only. 256 KB, of which the
-// samples in range touch a quarter: they stay in the second cache.
+// The light of each 16-bit sample, so that a picture passes through only one curve. 256 KB, of which samples in range
+// use a quarter, which stays in the L2 cache.
 class LightOfSamples
 {
 public:
@@ -257,7 +257,7 @@ public:
             light[static_cast<std::size_t>(i)] = floatOf(static_cast<std::int16_t>(i - kZero));
         curves().inverseGamma(light.data(), kCount);
     }
-    // At the sample 0; negative ones stand before it.
+    // Points to sample 0; negative ones come before it.
     [[nodiscard]] const float* atZero() const { return light.data() + kZero; }
 
 private:

@@ -1,4 +1,4 @@
-// Where the pictures come from, and what a new set of them makes stale.
+// The source of the pictures, and the state that a new set of them invalidates.
 #include "panorama/panorama_stitcher.hpp"
 
 #include <utility>

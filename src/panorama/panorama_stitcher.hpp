@@ -34,103 +34,104 @@ struct Panorama
 {
     std::shared_ptr<_ImageData<PixelRGB<float>>> image;
     std::shared_ptr<_ImageData<float>> mask; ///< 1 where the panorama has content
-    cv::Rect roi;                            ///< where `image` lies inside the requested size; empty if it fills it
+    cv::Rect roi;                            ///< position of `image` inside the requested size; empty if it fills it
 };
 
-/// Owns the source of the images, registers them as rotated cameras about one point (Brown, Lowe 2007), and draws.
+/// Owns the source of the images, registers them as cameras rotated about one point (Brown, Lowe 2007), and renders.
 ///
 /// Four stages, a source file each (docs/stitching.md draws them): features (stitcher_features.cpp), cameras
 /// (stitcher_registration.cpp), the seam scale (stitcher_seam_scale.cpp) and rendering (stitcher_compositing.cpp,
-/// stitcher_reprojection.cpp). A stage keeps its results in one struct. Those of the seam scale and of the drag stand
-/// behind a dirty flag in that struct, so that a change of view repeats none of them; a step makes its struct aside and
-/// puts it in place when it is whole, so that a step that fails leaves the flag set and everything else as it was.
+/// stitcher_reprojection.cpp). A stage keeps its results in one struct. The structs of the seam scale and of the drag
+/// have a dirty flag, so that a change of view repeats none of them. A step builds a new struct and replaces the old
+/// one when it is complete, so a step that fails leaves the flag set and changes nothing else.
 ///
-/// Lengths: a sphere unit is one pixel of the spherical projection at the resolution of the sources. The seam scale is
-/// where seams, gains and vignetting are found, at most 0.1 megapixel a picture; the work scale is where features are
-/// found, at most 0.6 megapixel.
+/// Lengths: a sphere unit is one pixel of the spherical projection at the resolution of the sources. Seams, gains and
+/// vignetting are computed at the seam scale, at most 0.1 megapixel per picture; features at the work scale, at most
+/// 0.6 megapixel.
 ///
-/// Used by one thread at a time; only cancelLoad() may come from another one while a load runs. A cancel function
-/// returns true when the work is to stop, and must not be empty (std::bad_function_call). Exceptions of OpenCV pass.
+/// Used by one thread at a time; only cancelLoad() may be called from another thread while a load runs. A cancel
+/// function returns true to stop the work, and must not be empty (std::bad_function_call). Exceptions of OpenCV reach
+/// the caller.
 class PanoramaStitcher
 {
 public:
     using CancelFunction = std::function<bool()>;
 
-    /// The internal number of the sphere, on which everything is composed; other projections are drawn from it.
+    /// The internal number of the sphere, on which everything is composed; other projections are rendered from it.
     static constexpr std::int32_t kSpherical = 2;
-    /// Pixels of a side of anything that is rendered: OpenCV remaps with coordinates of 16 bits.
+    /// Longest side of any rendering in pixels: OpenCV remaps with 16-bit coordinates.
     static constexpr int kLongestSide = kLongestPanoramaSide;
 
     explicit PanoramaStitcher(const PanoSource& panoSource);
     explicit PanoramaStitcher(const PanoSourceHDR& panoSource);
     explicit PanoramaStitcher(const PanoSourceVideo& panoSource);
 
-    /// Reads the pictures and registers them. False if there are none, they do not fit together, or it was cancelled.
+    /// Reads the pictures and registers them. False if there are none, if they do not fit together, or if it was
+    /// cancelled.
     bool loadImages(CancelFunction cancel);
-    /// Video only: replaces the frames that the user added by hand, and registers anew. The only parts of them that may
-    /// show are `rects`.
+    /// Video only: replaces the frames that the user added by hand, and registers again. Only their `rects` are used.
     void reloadWithComposition(const std::vector<std::uint64_t>& frames, const std::vector<_Rect<int>>& rects);
-    /// Video only: the frames `start` .. `end` - 1 from the next loadImages() on.
+    /// Video only: uses the frames `start` .. `end` - 1 from the next loadImages() on.
     void setVideoInterval(std::uint64_t start, std::uint64_t end);
-    /// Finds cameras for these pictures (CV_16SC3). Pictures that fit none of the others drop out. `cancel` may be
-    /// empty; it is polled on the calling thread, before the features of each picture, between the pairs that are
-    /// matched and between the cameras that are adjusted. Cancelled, it answers false, like a registration that failed.
+    /// Finds cameras for these pictures (CV_16SC3). Pictures that match no other picture are dropped. `cancel` may be
+    /// empty; it is polled on the calling thread, before the features of each picture, between matched pairs and
+    /// between adjusted cameras. Returns false if cancelled or if the registration fails.
     bool estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel = {});
-    /// Brackets only: stops a merge that runs, or lets the next one run.
+    /// Brackets only: stops a running merge, or allows the next one.
     void cancelLoad(bool cancel);
     /// The progress of loadImages(), 0 to 1; may be empty.
     void setLoadCallback(std::function<void(float)> progress);
-    /// 0 never estimated, 1 registered, 2 registration failed.
+    /// 0: not estimated, 1: registered, 2: registration failed.
     [[nodiscard]] std::int32_t getStatus() const { return registered.status; }
 
-    /// The internal number of the projection that makePanorama() draws in.
+    /// The internal number of the projection that makePanorama() uses.
     [[nodiscard]] std::int32_t getWarpType() const { return view.warpKind; }
     void setWarpType(std::int32_t kind) { view.warpKind = kind; }
 
     /// The outer rectangle of a projection, the current one by default, in sphere units.
     [[nodiscard]] cv::Rect projectionBounds(std::optional<std::int32_t> kind = std::nullopt) const;
-    /// Where the pictures lie on the sphere, in sphere units.
+    /// The rectangle of the pictures on the sphere, in sphere units.
     [[nodiscard]] cv::Rect roiInOutputPixels();
-    /// The size, shrunk in proportion until no side is above 32000.
+    /// The size, scaled down in proportion until no side exceeds 32000.
     [[nodiscard]] static cv::Size limitOutputSize(const cv::Size& size);
 
-    /// Between these two renders are fast and rough, and rotations count from where the view was at the start.
+    /// Between these two calls renders are fast and rough, and rotations are relative to the view at the start.
     void beginViewAdjust();
     void endViewAdjust();
-    /// Turns the view by fractions of the projection's bounds.
+    /// Rotates the view by fractions of the projection's bounds.
     void setViewShift(const _Point<float>& shift);
-    /// Turns the view by `angle` radians about the ray through a point given as fractions of the projection's bounds.
+    /// Rotates the view by `angle` radians about the ray through a point given as fractions of the projection's bounds.
     void setViewRotation(float angle, const _Point<float>& centre);
     void resetView();
 
     /// Draws the part `rect` of the unrotated sphere, in sphere units, at `size`: `image` CV_16SC3, `mask` CV_8UC1.
-    /// Returns where the content lies inside `size`, and is what `image` and `mask` hold; empty if cancelled, or if no
-    /// picture reaches the rectangle (both are then CV_16SC3 and zero). Runs on the OpenCL device if there is one that
-    /// can hold the work, else, and for good after a failure there, on the CPU. Peak: for each picture that reaches the
-    /// rectangle what it covers at `size` (8 bytes a pixel, 12 to take out vignetting), then the blender's pyramids of
-    /// the rectangle with a margin of some percent (14 bytes a pixel).
+    /// Returns the rectangle of the content inside `size`, which `image` and `mask` contain; empty if cancelled, or if
+    /// no picture reaches the rectangle (both are then CV_16SC3 and zero). Runs on the OpenCL device if it has enough
+    /// memory, else, and permanently after a failure there, on the CPU. Peak: for each picture that reaches the
+    /// rectangle its area at `size` (8 bytes per pixel, 12 to remove vignetting), then the blender's pyramids of the
+    /// rectangle with a margin of some percent (14 bytes per pixel).
     cv::Rect makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
                              CancelFunction cancel);
     /// Draws `rect`, counted from the origin of projectionBounds(), in the current projection and view, at `size`. With
-    /// `keepCanvas` the result has exactly that size, and is zero outside of the content. Empty if cancelled and where
-    /// there is no content. Where it is not the unturned sphere that is drawn, the part of the sphere that is needed is
-    /// composed at the same resolution and remapped. Peak: that part, two planes of floats and the result.
+    /// `keepCanvas` the result has exactly this size, and is zero outside the content. Empty if cancelled or if there
+    /// is no content. Unless the unrotated sphere is drawn, the required part of the sphere is composed at the same
+    /// resolution and remapped. Peak: that part, two planes of floats and the result.
     Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
                           CancelFunction cancel);
-    /// The form for the finished picture: `outputSize` counts only where no reprojection is needed.
+    /// The overload for the finished picture: `outputSize` is used only if no reprojection is needed.
     Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, CancelFunction cancel,
                           const _Size<int>& outputSize);
 
-    /// Says that the next picture drawn is the last one: on the CPU each source is let go of as soon as it is warped,
-    /// and what was kept for reuse goes back to the system before the blender starts. Whatever is drawn after it is
-    /// empty until pictures are registered anew.
+    /// Announces that the next render is the last one: on the CPU each source is freed as soon as it is warped, and
+    /// planes kept for reuse return to the system before the blender starts. Later renders are empty until pictures are
+    /// registered again.
     void drawOnceMore();
 
     /// The pictures in use, at full size, and their cameras (focal length at the work scale). For reports and tests.
     [[nodiscard]] const std::vector<cv::Mat>& usedImages() const { return registered.images; }
     [[nodiscard]] const std::vector<cv::Mat>& usedMasks() const { return registered.masks; }
     [[nodiscard]] const std::vector<cv::detail::CameraParams>& usedCameras() const { return registered.cameras; }
-    /// For each picture in use its place in the list that was registered.
+    /// For each picture in use its index in the registered list.
     [[nodiscard]] const std::vector<int>& usedIndices() const { return registered.indices; }
     [[nodiscard]] float getWorkScale() const { return registered.workScale; }
     [[nodiscard]] float getWarpedImageScale() const { return registered.warpedImageScale; }
@@ -140,14 +141,14 @@ public:
     [[nodiscard]] const PanoramaDevignette* usedDevignetteModel() const { return devignetting.devignetteModel.get(); }
 
 private:
-    // Kept from one registration to the next.
+    // Kept between registrations.
     struct FeatureFinding
     {
         cv::Ptr<cv::Feature2D> finder;
         cv::Ptr<CancellableMatcher> matcher;
     };
 
-    // The pictures that fit together, and their cameras. Whole where `status` is 1.
+    // The pictures that fit together, and their cameras. Complete if `status` is 1.
     struct Registration
     {
         std::int32_t status = 0;
@@ -160,8 +161,8 @@ private:
         std::vector<cv::detail::CameraParams> cameras;
     };
 
-    // Seam scale: the pictures on the sphere. The lists hold only what shows there; `warpedIndex` leads from the
-    // pictures in use into them.
+    // Seam scale: the pictures on the sphere. The lists contain only visible pictures; `warpedIndex` maps pictures in
+    // use to their entries.
     struct WarpedImages
     {
         bool warpedDirty = true;
@@ -174,14 +175,14 @@ private:
         cv::Rect resultRoi;
     };
 
-    // Seam scale: what each picture shows of its warped mask.
+    // Seam scale: the visible part of each warped mask.
     struct Seams
     {
         bool seamsDirty = true;
         std::vector<cv::UMat> seamMasks;
     };
 
-    // Seam scale: the vignetting that the pictures share, and the warped pictures without it.
+    // Seam scale: the common vignetting of the pictures, and the warped pictures without it.
     struct Devignetting
     {
         bool devignetteDirty = true;
@@ -189,14 +190,14 @@ private:
         std::vector<cv::UMat> devignetted8;
     };
 
-    // Seam scale: the gains that even out exposures.
+    // Seam scale: the gains that equalise exposures.
     struct ExposureGains
     {
         bool compensatorDirty = true;
         cv::Ptr<cv::detail::ExposureCompensator> compensator;
     };
 
-    // What the user dials in.
+    // Set by the user.
     struct View
     {
         std::int32_t warpKind = kSpherical;
@@ -205,7 +206,7 @@ private:
         bool fastRender = false;
     };
 
-    // The small sphere that a drag draws from.
+    // The small sphere used during a drag.
     struct RotateSphere
     {
         bool rotateImageDirty = true;
@@ -214,7 +215,7 @@ private:
         cv::Rect rotateRect;
     };
 
-    struct FullSizeParts; // rendering keeps nothing beyond one call
+    struct FullSizeParts; // rendering keeps nothing between calls
 
     static CancelFunction required(CancelFunction cancel)
     {

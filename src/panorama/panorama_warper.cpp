@@ -22,12 +22,12 @@
 namespace orvo {
 namespace {
 
-// Points a side of the grid on which the place of an image is looked for.
+// Points per side of the grid that is used to find the position of an image.
 constexpr int kGridPoints = 100;
 
 bool isMatrix3(const cv::Mat& mat) { return mat.rows == 3 && mat.cols == 3 && mat.type() == CV_32F; }
 
-// What is beyond the range of a picture by far is as good as at its end; a number without bounds has no integer.
+// Values far outside any picture are limited: unbounded numbers cannot be converted to integers.
 int truncatedPosition(float value)
 {
     constexpr float kFar = 1e9f;
@@ -42,7 +42,7 @@ Span unitedOf(const std::array<Span, kGridPoints>& rows)
     return all;
 }
 
-// A drawing of the plane on pixels, and the part of it where an image may lie.
+// A drawing of the plane in pixels, and the part of it where an image may be.
 struct Drawing
 {
     cv::Rect rect;
@@ -56,7 +56,7 @@ WarpRows rowsOf(const PanoramaWarper& warper, const Drawing& drawing)
     return {warper, drawing.roi.x, drawing.roi.width, stepX, static_cast<float>(drawing.rect.x)};
 }
 
-// Fills the rows of both maps from `first` on, counted in the drawing's roi, and the columns of each that lie inside
+// Fills the rows of both maps from `first` on, relative to the drawing's roi, and the columns of each that are inside
 // the image.
 void fillMaps(const WarpRows& rows, const cv::Size& src, const Drawing& drawing, int first, cv::Mat x, cv::Mat y,
               std::vector<ColumnRange>& inside)
@@ -71,7 +71,7 @@ void fillMaps(const WarpRows& rows, const cv::Size& src, const Drawing& drawing,
     });
 }
 
-// Two matrices of floats that look into one plane.
+// Two matrices of floats in one plane.
 struct MapPlanes
 {
     explicit MapPlanes(const cv::Size& size)
@@ -111,7 +111,7 @@ void fillRadius(const cv::Size& src, const cv::Mat& x, const cv::Mat& y, cv::Mat
 
 void remapPicture(cv::InputArray src, cv::OutputArray dst, const cv::Mat& x, const cv::Mat& y)
 {
-    cv::remap(src, dst, x, y, cv::INTER_AREA, cv::BORDER_REFLECT); // which takes INTER_AREA for bilinear
+    cv::remap(src, dst, x, y, cv::INTER_AREA, cv::BORDER_REFLECT); // treats INTER_AREA as bilinear
 }
 
 void remapMask(cv::InputArray mask, cv::OutputArray dst, const cv::Mat& x, const cv::Mat& y)
@@ -119,7 +119,7 @@ void remapMask(cv::InputArray mask, cv::OutputArray dst, const cv::Mat& x, const
     cv::remap(mask, dst, x, y, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar::all(0));
 }
 
-// A matrix that is filled through the CPU, and handed over without a copy where the receiver can share it.
+// A matrix that the CPU fills, and that is passed on without a copy if the receiver can share it.
 class Filled
 {
 public:
@@ -141,8 +141,8 @@ private:
     cv::Mat mapped;
 };
 
-// Warps through the CPU by a few rows at a time: the maps of a picture take more memory than the picture, and those of
-// one that reaches around the back of the sphere as much as those of the whole panorama.
+// Warps on the CPU, a few rows at a time: the maps of a picture take more memory than the picture, and those of a
+// picture across the back of the sphere as much as those of the whole panorama.
 cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::Mat& mask, cv::OutputArray dst,
                     cv::OutputArray dstMask, cv::OutputArray radius, const Drawing& drawing)
 {
@@ -233,7 +233,7 @@ void PanoramaWarper::setCameraParams(cv::InputArray K, cv::InputArray R)
     const cv::Mat rotation = R.getMat();
     if (!isMatrix3(camera) || !isMatrix3(rotation))
         return;
-    // The products in double, so that each entry is rounded once.
+    // Computes the products in double, so that each entry is rounded once.
     const cv::Matx33d cameraExact = cv::Matx33f(camera);
     const cv::Matx33d rotationExact = cv::Matx33f(rotation);
     k = Matrix(cameraExact);

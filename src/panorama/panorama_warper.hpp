@@ -1,12 +1,12 @@
-/// Maps between camera images and the plane of a projection.
+/// Maps camera images to the plane of a projection and back.
 ///
 /// Rays are directions (x right, y down, z ahead) of any length, in the space of all cameras. Plane units are pixels at
-/// scale 1 of the warper: a rectangle of the plane may be drawn at any resolution, so every map takes the rectangle,
-/// in plane units, and the pixel size at which it is drawn.
+/// scale 1 of the warper: a rectangle of the plane can be drawn at any resolution, so all maps take the rectangle, in
+/// plane units, and its size in pixels.
 ///
-/// Bad inputs give an empty rectangle; nothing is logged, and only allocators and OpenCV throw. A warper belongs to the
-/// one who makes it; its const functions may be called from many threads at once. Maps are parallel over rows and give
-/// the same bytes for any number of threads.
+/// Invalid inputs give an empty rectangle; nothing is logged, and only allocators and OpenCV throw. The creator owns a
+/// warper; its const functions may be called from many threads at once. Maps are parallel over rows and give the same
+/// bytes for any number of threads.
 #pragma once
 
 #include <orvo_extensions/warp_type.hpp>
@@ -17,7 +17,7 @@
 
 namespace orvo {
 
-/// One projection with a camera, and perhaps a second one behind a rotation. Its own rules are those of the plane.
+/// One projection with a camera, and optionally a second one behind a rotation. The base class is the plane.
 class PanoramaWarper
 {
 public:
@@ -31,12 +31,12 @@ public:
     /// Outer rectangle of the whole projection, in plane units, each value truncated.
     [[nodiscard]] virtual cv::Rect outputBounds() const;
 
-    /// Where an image of `src` pixels falls in the drawing of `rect` at `size`, in pixels of the drawing and cut to it;
-    /// found on a grid of 100 by 100 of its pixels. Empty where it does not fall in.
+    /// The position of an image of `src` pixels in the drawing of `rect` at `size`, in pixels of the drawing and
+    /// cropped to it; computed on a grid of 100 by 100 of its pixels. Empty if it is outside.
     [[nodiscard]] virtual cv::Rect detectResultRoi(const cv::Size& src, const cv::Rect& rect,
                                                    const cv::Size& size) const;
 
-    /// From a ray to the plane, and from the plane to a ray (of length 1 but for the plane's and the cylinder's).
+    /// From a ray to the plane, and from the plane to a ray (of length 1 except for the plane and the cylinder).
     virtual void mapForward(float x, float y, float z, float& u, float& v) const = 0;
     virtual void mapBackward(float u, float v, float& x, float& y, float& z) const = 0;
 
@@ -45,30 +45,29 @@ public:
     /// Camera matrix and rotation. Does nothing unless both are 3x3 and CV_32F.
     void setCameraParams(cv::InputArray K, cv::InputArray R);
 
-    /// Where each pixel of the drawing finds its colour in an image of `src` pixels; (-1, -1) where the image lies
-    /// behind. `xmap` and `ymap` become CV_32F of the size of the returned rectangle: the tight box, in pixels of the
-    /// drawing, of those that lie in the image. Empty where there are none; the maps then stay as they were.
-    /// Peak: the maps twice.
+    /// The source position of each pixel of the drawing in an image of `src` pixels; (-1, -1) behind the camera. `xmap`
+    /// and `ymap` become CV_32F of the size of the returned rectangle: the tight box, in pixels of the drawing, of
+    /// those that map into the image. Empty if there are none; the maps are then unchanged. Peak: the maps twice.
     cv::Rect buildMaps(const cv::Size& src, const cv::Rect& rect, const cv::Size& size, cv::OutputArray xmap,
                        cv::OutputArray ymap) const;
 
     /// Draws `src` as the camera K, R sees it: buildMaps(), then `dst` (the type of `src`; bilinear, edges mirrored),
-    /// `dstMask` from `mask` (its type; nearest, 0 outside; left alone where `mask` is empty) and `radius` (CV_32F: the
-    /// distance from the image's centre, 1 in its corners and at most; left out for cv::noArray()), all of the returned
-    /// rectangle's size. Empty, and nothing drawn, where `src` is empty or `mask` has another size. On the CPU it works
-    /// by 64 rows, and the results look into matrices of detectResultRoi()'s size. Peak: these, and two floats for each
-    /// pixel of 64 rows; on an OpenCL device the results and the maps twice.
+    /// `dstMask` from `mask` (its type; nearest, 0 outside; unchanged if `mask` is empty) and `radius` (CV_32F: the
+    /// distance from the image's centre, 1 in its corners and at most; skipped for cv::noArray()), all of the returned
+    /// rectangle's size. Empty, and nothing drawn, if `src` is empty or `mask` has another size. On the CPU it works on
+    /// 64 rows at a time, and the results are parts of matrices of detectResultRoi()'s size. Peak: these, and two
+    /// floats for each pixel of 64 rows; on an OpenCL device the results and the maps twice.
     cv::Rect warp(cv::InputArray src, cv::InputArray mask, cv::OutputArray dst, cv::OutputArray dstMask,
                   cv::OutputArray radius, const cv::Rect& rect, const cv::Size& size, cv::InputArray K,
                   cv::InputArray R);
 
     /// From a pixel of the camera's image to the plane.
     void mapImageToPlane(float x, float y, float& u, float& v) const;
-    /// And back; (-1, -1) for what lies beside or behind the camera.
+    /// The reverse; (-1, -1) for points beside or behind the camera.
     void mapPlaneToImage(float u, float v, float& x, float& y) const;
 
-    /// Puts `rotation` (3x3, CV_32F; another one is not taken) between `intermediate` and this projection, and sets the
-    /// cameras of both to the identity. Without `intermediate` this projection stands on both sides.
+    /// Puts `rotation` (3x3, CV_32F; others are ignored) between `intermediate` and this projection, and sets the
+    /// cameras of both to the identity. Without `intermediate` this projection is used on both sides.
     void setIntermediate(cv::InputArray rotation, std::shared_ptr<PanoramaWarper> intermediate);
 
     /// From this plane to that of the intermediate projection, and back.
@@ -88,10 +87,10 @@ protected:
     std::shared_ptr<PanoramaWarper> intermediate;
 };
 
-/// The number by which the stitcher knows a projection; that of the sphere for a value that is no WarpType.
+/// The stitcher's number of a projection; that of the sphere for a value that is not a WarpType.
 [[nodiscard]] int warpNumberOf(WarpType type);
 
-/// A warper by that number, 0 to 5; empty for any other.
+/// Creates the warper for that number, 0 to 5; empty for any other.
 [[nodiscard]] std::shared_ptr<PanoramaWarper> makeWarper(float scale, int internalNumber);
 
 } // namespace orvo

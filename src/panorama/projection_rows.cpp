@@ -10,12 +10,12 @@
 namespace orvo::projections {
 namespace {
 
-// The angle of (x, y) from the axis of x, -pi to pi, within 3e-7. The polynomial is that of least greatest error for
+// The angle of (x, y) from the axis of x, -pi to pi, within 3e-7. The polynomial minimises the largest error for
 // atan(t)/t over t^2 in 0..1, by reweighted least squares: 1.4e-8, less than the rounding of its steps.
 ORVO_INLINE float angleOf(float y, float x)
 {
     constexpr std::uint32_t kSign = 0x80000000u;
-    constexpr float kSmallest = 1e-37f; // keeps the angle of nothing at all a number
+    constexpr float kSmallest = 1e-37f; // keeps the angle of (0, 0) finite
     const float ax = std::bit_cast<float>(std::bit_cast<std::uint32_t>(x) & ~kSign);
     const float ay = std::bit_cast<float>(std::bit_cast<std::uint32_t>(y) & ~kSign);
     const float larger = ax > ay ? ax : ay;
@@ -37,7 +37,7 @@ ORVO_INLINE float angleOf(float y, float x)
     return std::bit_cast<float>(std::bit_cast<std::uint32_t>(angle) | (std::bit_cast<std::uint32_t>(y) & kSign));
 }
 
-// Rays of a row of meridians and parallels: the row gives height and radius, the columns the direction.
+// Rays of a row of meridians and parallels: the row defines height and radius, the columns the direction.
 ORVO_VECTOR_CLONES void meridianRays(const float* __restrict across, const float* __restrict ahead, float radius,
                                      float height, float* __restrict x, float* __restrict y, float* __restrict z,
                                      int count)
@@ -65,7 +65,7 @@ ORVO_VECTOR_CLONES void fisheyeRays(const float* __restrict u, float v, float sc
     }
 }
 
-// The same about the vertical axis, by the unit instead of by the diameter.
+// The same about the vertical axis, scaled by the unit instead of the diameter.
 ORVO_VECTOR_CLONES void stereographicRays(const float* __restrict along, float b, float* __restrict x,
                                           float* __restrict y, float* __restrict z, int count)
 {
@@ -79,8 +79,8 @@ ORVO_VECTOR_CLONES void stereographicRays(const float* __restrict along, float b
     }
 }
 
-// pi - acos(y/length) is the angle from the axis of -y; found by a tangent, it keeps its digits at the poles. The ray
-// of no length counts as level.
+// pi - acos(y/length) is the angle from the axis of -y; computed with a tangent, it stays accurate at the poles. The
+// zero ray counts as level.
 ORVO_VECTOR_CLONES void projectOnSphere(float scale, const float* __restrict x, const float* __restrict y,
                                         const float* __restrict z, float* __restrict u, float* __restrict v, int count)
 {

@@ -5,7 +5,7 @@
 namespace orvo {
 namespace {
 
-// Calls `visit` with the number of each entry of the table as a constant.
+// Calls `visit` with the index of each table entry as a constant.
 template <typename Visit>
 void forEachProjection(const Visit& visit)
 {

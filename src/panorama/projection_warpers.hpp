@@ -8,7 +8,7 @@
 
 namespace orvo {
 
-/// A warper by an entry of kProjections.
+/// A warper for an entry of kProjections.
 template <std::size_t kNumber>
 class ProjectionWarper final : public PanoramaWarper
 {
@@ -33,7 +33,7 @@ using FisheyePanoramaWarper = ProjectionWarper<3>;
 using StereographicPanoramaWarper = ProjectionWarper<4>;
 using MercatorPanoramaWarper = ProjectionWarper<5>;
 
-/// The entry by which a warper works; empty for a class of another kind.
+/// The entry of a warper; empty for other classes.
 [[nodiscard]] const Projection* projectionOf(const PanoramaWarper& warper);
 
 } // namespace orvo

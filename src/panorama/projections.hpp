@@ -1,4 +1,4 @@
-/// All that differs from projection to projection, in one table: kProjections.
+/// All differences between projections, in one table: kProjections.
 ///
 /// Formulas are in single precision; `s` is the scale; the rays have x right, y down, z ahead. Geometry after Snyder,
 /// "Map Projections: A Working Manual", USGS Professional Paper 1395, 1987.
@@ -17,9 +17,9 @@
 namespace orvo::projections {
 
 inline constexpr float kPi = std::numbers::pi_v<float>;
-// A radius below this is the centre, which has no direction.
+// Radii below this count as the centre, which has no direction.
 inline constexpr float kCentre = std::numeric_limits<float>::epsilon();
-// A quarter of pi to the digits of the engine's tables.
+// A quarter of pi with the digits of the engine's tables.
 inline constexpr float kQuarterPi = 0.7853982f;
 
 // Width over height of the bounds of projections that have none of their own.
@@ -32,11 +32,11 @@ inline cv::Rect truncated(float x, float y, float width, float height)
     return {static_cast<int>(x), static_cast<int>(y), static_cast<int>(width), static_cast<int>(height)};
 }
 
-// Half the way round, rounded once.
+// Half a turn, rounded once.
 inline float halfTurn(float s) { return static_cast<float>(std::numbers::pi * static_cast<double>(s)); }
 
-/// Columns of one row of a plane: their coordinate, and what of the ray depends on the column alone. Where
-/// `kHasLongitude` these are sine and cosine of the longitude, else the coordinate in units of the scale, and 1.
+/// Columns of one row of a plane: their coordinate, and the part of the ray that depends only on the column. With
+/// `kHasLongitude` this is sine and cosine of the longitude, else the coordinate in units of the scale, and 1.
 struct Columns
 {
     const float* u;
@@ -45,7 +45,7 @@ struct Columns
     int count;
 };
 
-/// As many rays, the coordinates in three arrays.
+/// The same number of rays, with the coordinates in three arrays.
 struct Rays
 {
     float* x;
@@ -53,11 +53,11 @@ struct Rays
     float* z;
 };
 
-/// What all projections have. forward() and backward() take single points; bounds() is the outer rectangle of the
-/// plane, each value truncated; stretch() is how many pixels of the plane a pixel of the sphere covers at most, at a
-/// place in units of the sphere's radius (the derivative along its steepest direction), 0 where nothing is resampled.
-/// raysOfRow() is backward() for a row of points, projectRow() forward() for a row of rays; they are vector code and
-/// keep the accuracy that WarpRows promises.
+/// Members of all projections. forward() and backward() take single points; bounds() is the outer rectangle of the
+/// plane, each value truncated; stretch() is the largest number of pixels of the plane that a pixel of the sphere
+/// covers, at a position in units of the sphere's radius (the derivative along its steepest direction), 0 if nothing is
+/// resampled. raysOfRow() is backward() for a row of points, projectRow() forward() for a row of rays; they are vector
+/// code with the accuracy that WarpRows documents.
 struct Projection
 {
     WarpType type;
@@ -184,8 +184,7 @@ struct Fisheye
     static void projectRow(float s, const Rays& rays, int count, float* u, float* v);
 };
 
-/// The planet. Its bounds begin at v = +scale, not -scale, and so lie to one side of the pole. All callers work through
-/// them.
+/// The planet. Its bounds begin at v = +scale, not -scale, so they are on one side of the pole. All callers use them.
 struct Stereographic
 {
     static constexpr WarpType kType = WarpType::Stereographic;
@@ -256,7 +255,7 @@ namespace orvo {
 
 using projections::Projection;
 
-/// The table. The index is the number by which the stitcher knows a projection.
+/// The table. The index is the stitcher's number of a projection.
 inline constexpr std::array<Projection, 6> kProjections = {
     projections::entry<projections::Plane>(),         projections::entry<projections::Cylindrical>(),
     projections::entry<projections::Spherical>(),     projections::entry<projections::Fisheye>(),

@@ -1,4 +1,4 @@
-/// Rays, and how 3x3 matrices (row after row) turn them.
+/// Rays, and their rotation by 3x3 matrices (row after row).
 #pragma once
 
 #include <orvo_core/detail/vector_code.hpp>

@@ -1,4 +1,4 @@
-/// What must be done however a scope is left.
+/// Runs a function when a scope ends.
 #pragma once
 
 #include <orvo_logger/logstream.hpp>
@@ -10,7 +10,7 @@
 
 namespace orvo {
 
-/// Calls a function at the end of its life. An exception of it is logged and goes no further.
+/// Calls a function in its destructor. Exceptions of the function are logged and not rethrown.
 class ScopeExit
 {
 public:

@@ -8,7 +8,7 @@
 namespace orvo {
 namespace {
 
-// What the finder adds of each picture around the shared rectangle, in pixels.
+// The margin of each picture that the finder adds around the shared rectangle, in pixels.
 constexpr int kFinderMargin = 10;
 
 struct Columns
@@ -17,8 +17,8 @@ struct Columns
     int last; // one past
 };
 
-// The columns in which a mask is set, joined across what is no void. A void is wider than high: a cut that came to run
-// along it would be shorter if it left by the top or the bottom, so that the two sides do not depend on each other.
+// The columns in which a mask is set, joined across gaps that are not voids. A void is wider than high: a cut along it
+// would be shorter if it left at the top or the bottom, so its two sides are independent.
 std::vector<Columns> contentOf(const cv::Mat& eitherMask)
 {
     const int noVoid = eitherMask.rows;
@@ -48,7 +48,7 @@ bool cutSeams(const std::vector<cv::UMat>& pictures, const std::vector<cv::Point
     cv::detail::GraphCutSeamFinder seamFinder(cv::detail::GraphCutSeamFinderBase::COST_COLOR, kSeamTerminalCost,
                                               badRegionPenalty);
     const auto rectOf = [&](std::size_t i) { return cv::Rect(corners[i], pictures[i].size()); };
-    // Shares the pixels: what is cut from a part is cut from the mask.
+    // Shares the pixels: cutting the part cuts the mask.
     const auto cutPart = [&](std::size_t i, std::size_t j, const cv::Rect& part) {
         const cv::Rect a = part & rectOf(i);
         const cv::Rect b = part & rectOf(j);

@@ -18,21 +18,21 @@ constexpr float kLoaded = 0.3f;
 constexpr float kRegistered = 0.6f;
 constexpr float kFound = 0.65f;
 
-// Longest side of the drawing on which the content is looked for.
+// Longest side of the drawing used to find the content.
 constexpr int kSearchSide = 1600;
 
-// Longest side of the smallest drawing. Smaller panoramas are drawn so large and scaled down: of few pixels the engine
-// finds none that a picture covers.
+// Longest side of the smallest drawing. Smaller panoramas are drawn at this size and scaled down: with too few pixels
+// the engine finds none that a picture covers.
 constexpr int kSmallestSide = 200;
 
-// How far a planet reaches, in units of the sphere's radius: 53 degrees above the horizon. Zenith lies at infinity.
+// The range of a planet, in units of the sphere's radius: 53 degrees above the horizon. The zenith is at infinity.
 constexpr double kPlanetReach = 3.0;
 
-// How deep resampling mixes what is beside the content into it, in pixels of the sphere: colours reach by a whole
-// pixel, and the mask is rounded to the nearest one.
+// How far resampling mixes the surroundings into the content, in pixels of the sphere: colours by a full pixel, and the
+// mask is rounded to the nearest one.
 constexpr double kMixedPixels = 1.5;
 
-// Where that rim of the content is taken away, at most so many pixels of the picture deep.
+// The rim of the content that is removed for this reason has at most this depth in pixels of the picture.
 constexpr int kWidestRim = 12;
 
 _Size<int> scaledTo(const _Size<int>& size, int longest)
@@ -41,15 +41,15 @@ _Size<int> scaledTo(const _Size<int>& size, int longest)
     return {std::max(1, static_cast<int>(size.width * factor)), std::max(1, static_cast<int>(size.height * factor))};
 }
 
-// A part of the plane of a projection, counted from the origin of its bounds as makePanorama() does, and the pixels on
-// which it is drawn.
+// A part of the plane of a projection, relative to the origin of its bounds as in makePanorama(), and its size in
+// pixels.
 struct PlanePart
 {
     _Rect<int> rect;
     _Size<int> size;
 };
 
-// Where content may lie: the bounds of the projection. Those of the planet lie beside it, so it has its own.
+// The area that may have content: the bounds of the projection. Those of the planet are beside it, so it has its own.
 _Rect<int> searchedRect(const PanoramaStitcher& stitcher, WarpType projection, double radius)
 {
     const cv::Rect bounds = stitcher.projectionBounds();
@@ -59,7 +59,7 @@ _Rect<int> searchedRect(const PanoramaStitcher& stitcher, WarpType projection, d
     return {-reach - bounds.x, -reach - bounds.y, 2 * reach, 2 * reach};
 }
 
-// The columns and rows that hold a pixel for which `isContent(x, y)`; empty if there is none.
+// The bounding box of the pixels for which `isContent(x, y)`; empty if there are none.
 template <typename IsContent>
 _Rect<int> boundsOf(const _Size<int>& size, const IsContent& isContent)
 {
@@ -95,7 +95,7 @@ _Rect<int> boundsOf(const _Size<int>& size, const IsContent& isContent)
     return top < 0 ? _Rect<int>() : _Rect<int>(left, top, right - left + 1, bottom - top + 1);
 }
 
-// The part of `searched` that holds the content; empty if there is none.
+// The part of `searched` that contains the content; empty if there is none.
 _Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const RunControl& run)
 {
     const _Size<int> size = scaledTo(searched.size(), kSearchSide);
@@ -105,7 +105,7 @@ _Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, con
     const _Rect<int> seen = boundsOf(drawn.mask->size(), [&](int x, int y) { return drawn.mask->row(y)[x] > 0.0f; });
     if (seen == _Rect<int>())
         return {};
-    // A pixel of the search more on each side: the content may end within it.
+    // One more pixel of the search on each side: the content may end within it.
     const double sx = static_cast<double>(searched.width) / size.width;
     const double sy = static_cast<double>(searched.height) / size.height;
     const int x = drawn.roi.x + seen.x;
@@ -118,7 +118,7 @@ _Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, con
 }
 
 // Sphere and picture are cut behind the camera. The planet joins the two ends of the sphere along a half line from its
-// middle to the left, where the mask is open for up to half a pixel of the sphere, while the colours go on.
+// centre to the left, where the mask has a gap of up to half a pixel of the sphere, while the colours continue.
 void closeSeamOfPlanet(_ImageData<float>& mask, double middleColumn, double middleRow)
 {
     constexpr int kReach = 4; // pixels; more than half a pixel of the sphere anywhere on the planet
@@ -133,14 +133,15 @@ void closeSeamOfPlanet(_ImageData<float>& mask, double middleColumn, double midd
                 mask.row(y)[x] = 1.0f;
 }
 
-// Of each pixel the columns to the nearest one without content in its row, 0 if it is itself one, never above one more
-// than the widest rim. Any mask but 0 is content: the last pixels that a seam leaves open come with the value 1 of 255.
+// For each pixel the distance in columns to the nearest one without content in its row, 0 if it has none itself,
+// limited to one more than the widest rim. Every mask value except 0 is content: the last pixels that a seam leaves
+// open have the value 1 of 255.
 void becomeGaps(_ImageData<float>& mask)
 {
     constexpr float kFar = kWidestRim + 1;
     forEachRow(mask.height(), [&](int y) {
         float* const row = mask.row(y);
-        float gap = 0.0f; // beside the picture there is nothing, either
+        float gap = 0.0f; // there is no content beside the picture
         for (int x = 0; x < mask.width(); ++x) {
             gap = row[x] > 0.0f ? std::min(kFar, gap + 1.0f) : 0.0f;
             row[x] = gap;
@@ -153,8 +154,8 @@ void becomeGaps(_ImageData<float>& mask)
     });
 }
 
-// Lays the content over white and cuts the picture to it. Where the sphere was resampled, the rim of the content is
-// mixed with the black beside it; it goes.
+// Composes the content over white and crops the picture to it. Where the sphere was resampled, the rim of the content
+// is mixed with the black beside it and is removed.
 std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, const PlanePart& part, WarpType projection,
                                                       const cv::Point& origin, double radius)
 {
@@ -191,7 +192,7 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
     return content.size() == picture->size() ? picture : picture->copy(content);
 }
 
-// For each file its place in the list that was registered, which is sorted.
+// For each file its index in the registered list, which is sorted.
 std::vector<std::size_t> orderOf(const std::vector<std::filesystem::path>& files)
 {
     std::vector<std::size_t> order(files.size());
@@ -225,7 +226,7 @@ std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>
     return metadata;
 }
 
-// All that the registered pictures show; empty if cancelled, or if it lies outside of the projection.
+// All content of the registered pictures; empty if cancelled, or if it is outside the projection.
 std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher,
                                                      const RunControl& run)
 {
@@ -272,10 +273,11 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
     const auto picture = drawnAs(output, stitcher, run);
     if (!picture) {
-        details::stateFailure({FailureKind::UnfittingPictures,
-                               {},
-                               "the pictures fit together, but what they show lies outside of this projection; the "
-                               "spherical one holds everything"});
+        details::stateFailure(
+            {FailureKind::UnfittingPictures,
+             {},
+             "the pictures fit together, but their content is outside the range of this projection; the "
+             "spherical one covers everything"});
         return result;
     }
     result.image = CreateOrvoImage(picture, metadataOf(result.places, picture->size()));
@@ -288,7 +290,7 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                 const std::function<void(float)>& progress, const std::function<bool()>& cancel)
 {
-    // By reference: a copy of the functions may need memory, outside of the frame.
+    // By reference: a copy of the functions could allocate outside the call frame.
     const RunControl run([&cancel] { return cancel && cancel(); },
                          [&progress](float share) {
                              if (progress)

@@ -20,7 +20,7 @@
 namespace orvo {
 namespace {
 
-constexpr double kBlendPercent = 5.0; // of the output's mean side: how wide pictures fade into each other
+constexpr double kBlendPercent = 5.0; // of the output's mean side: the width over which pictures blend
 
 cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
 {
@@ -33,7 +33,7 @@ cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
     return blender;
 }
 
-// The matrix, mapped for reading and writing while it lives.
+// The matrix, mapped for reading and writing while this object exists.
 std::vector<cv::Mat> writable(const std::vector<cv::UMat>& matrices)
 {
     std::vector<cv::Mat> mapped;
@@ -42,7 +42,7 @@ std::vector<cv::Mat> writable(const std::vector<cv::UMat>& matrices)
     return mapped;
 }
 
-// Without a copy where the receiver can share it.
+// Without a copy if the receiver can share it.
 void handOver(const cv::UMat& made, cv::OutputArray receiver)
 {
     if (receiver.isUMat())
@@ -53,8 +53,8 @@ void handOver(const cv::UMat& made, cv::OutputArray receiver)
 
 } // namespace
 
-// The warped pictures of one render, at equal indices. The largest allocations of the library: each list is let go as
-// soon as no step needs it any more.
+// The warped pictures of one render, at equal indices. The largest allocations of the library: each list is freed as
+// soon as no later step needs it.
 struct PanoramaStitcher::FullSizeParts
 {
     std::vector<std::int32_t> entries; // into the lists at the seam scale
@@ -81,7 +81,7 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
     };
     std::vector<cv::Mat> images = registered.images;
     std::vector<cv::Mat> masks = registered.masks;
-    // If a device fails, the CPU starts again from the sources.
+    // If a device fails, the CPU restarts from the sources.
     const bool letGo = isLastDrawing && !cv::ocl::useOpenCL();
     if (letGo)
         for (std::vector<cv::Mat>* const list : {&registered.images, &registered.masks})
@@ -122,7 +122,7 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         parts.seams.push_back(seam);
     }
     if (letGo)
-        MemoryManager::instance().trim(); // the planes that are kept for reuse are the sources
+        MemoryManager::instance().trim(); // the planes kept for reuse are the sources
     return true;
 }
 
@@ -185,7 +185,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         std::sqrt(1.0 * warped.resultRoi.width * warped.resultRoi.height * outputPerSeam * outputPerSeam) *
         kBlendPercent / 100.0;
 
-    // A margin keeps the bands of the blender from ending at the frame.
+    // With a margin the blender's bands do not end at the frame.
     cv::Rect wide = rect;
     if (blendWidth >= 1.0) {
         const double margin = std::ceil(blendWidth);
@@ -195,7 +195,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     }
     wide &= projectionBounds(kSpherical);
     cv::Size wideSize = size;
-    if (wide != rect) // else the quotients are those of the request, up to a rounding that could cost a pixel
+    if (wide != rect) // else the quotients equal the request up to rounding, which could cost a pixel
         wideSize = cv::Size(static_cast<int>(wide.width / sx), static_cast<int>(wide.height / sy));
     if (wide.empty() || wideSize.empty())
         return drawNothing();

@@ -14,7 +14,7 @@
 namespace orvo {
 namespace {
 
-// Features are found on at most so many pixels: more cost time and add matches that do not move the cameras.
+// Limit of pixels for feature detection: more cost time and add matches that do not move the cameras.
 constexpr double kWorkPixels = 600000.0;
 constexpr double kWorkTo8Bit = 0.015564439832758568; // 255 / 16383.5
 
@@ -23,7 +23,7 @@ constexpr int kSurfOctaves = 4;
 constexpr int kSurfLayers = 3;
 
 constexpr int kFewestMatches = 6;
-// A pair that fits suspiciously well (the same picture twice) is not thrown out.
+// Pairs that match suspiciously well (the same picture twice) are not discarded.
 constexpr double kNoConfidenceLimit = DBL_MAX;
 
 } // namespace
@@ -55,7 +55,7 @@ std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const RunC
     return features;
 }
 
-// Leaves the pictures that fit together, and their features and matches. None if cancelled.
+// Keeps the pictures that fit together, and their features and matches. None if cancelled.
 void PanoramaStitcher::keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
                                             std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run)
 {
@@ -64,7 +64,7 @@ void PanoramaStitcher::keepBiggestComponent(std::vector<cv::detail::ImageFeature
         matcher = cv::makePtr<CancellableMatcher>(false, kMatchConfidence, kFewestMatches, kFewestMatches,
                                                   kNoConfidenceLimit);
     registered.indices.clear();
-    // OpenCV does not expect to be asked about no picture at all.
+    // OpenCV does not expect an empty list.
     if (!features.empty()) {
         const bool isMatched = matcher->matchAll(features, pairwise, run);
         matcher->collectGarbage();

@@ -1,4 +1,4 @@
-// The second stage: cameras of the pictures that fit together, and where the panorama faces.
+// The second stage: cameras of the pictures that fit together, and the direction of the panorama.
 #include "panorama/match_confidence.hpp"
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/rotation_vector.hpp"
@@ -16,10 +16,10 @@
 namespace orvo {
 namespace {
 
-// Bundle adjustment starts from a rough guess and may need to go on from where it failed.
+// Bundle adjustment starts from a rough guess and may need to continue after a failure.
 constexpr int kAdjustmentTries = 4;
 
-// Views count as far from the horizon beyond some 45 degrees of pitch, if they look about the same way.
+// Views count as far from the horizon beyond about 45 degrees of pitch, if they face about the same direction.
 constexpr float kSteepPitch = 0.7f;
 constexpr float kNarrowSpread = 0.5f;
 
@@ -37,7 +37,7 @@ float medianFocal(const std::vector<cv::detail::CameraParams>& cameras)
 
 } // namespace
 
-// All of a picture may be used; of a frame that the user added by hand only the rectangle that the user drew.
+// Pictures may be used in full; of a frame that the user added by hand only the rectangle that the user drew.
 void PanoramaStitcher::makeMasks()
 {
     const std::size_t frames = std::min(compositionFrameCount(), registered.images.size());
@@ -46,7 +46,7 @@ void PanoramaStitcher::makeMasks()
     cv::Mat whole;
     for (std::size_t i = 0; i < registered.images.size(); ++i) {
         if (i < base) {
-            // Nobody writes into the registered.masks of pictures, so that those of one size can be one.
+            // The masks of pictures are never written, so pictures of one size share one.
             if (whole.size() != registered.images[i].size())
                 whole = cv::Mat(registered.images[i].size(), CV_8UC1, cv::Scalar(255));
             registered.masks.push_back(whole);
@@ -71,15 +71,15 @@ bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, cons
     else if (!isRegistered)
         details::stateFailure({FailureKind::UnfittingPictures,
                                {},
-                               "the pictures do not fit together: fewer than two of them show enough of the same; "
-                               "neighbours should share a third"});
+                               "the pictures do not fit together: fewer than two of them overlap enough; "
+                               "neighbours should overlap by a third"});
     return isRegistered;
 }
 
 bool PanoramaStitcher::registerPictures(const std::vector<cv::Mat>& sources, const RunControl& run)
 {
     const OwnRandomNumbers ownRandomNumbers; // the same pictures give the same cameras every time
-    registered.status = 2;                   // until proved otherwise: also what an exception leaves behind
+    registered.status = 2;                   // until it succeeds: also after an exception
     registered.masks.clear();
     registered.cameras.clear();
     registered.images = sources;
@@ -117,7 +117,7 @@ bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures
             if (adjuster(features, pairwise, registered.cameras))
                 return true;
         } catch (const SparseRayAdjuster::Hopeless&) {
-            continue;                   // as if it had counted to the last iteration
+            continue;                   // as if it had reached the last iteration
         } catch (const FailureError&) { // cancelled
             return false;
         }
@@ -136,8 +136,8 @@ void PanoramaStitcher::straighten()
         registered.cameras[i].R = rotations[i];
 }
 
-// Wave correction takes the plane of the views for the horizon. Views that all look up or down the same way have none:
-// they are turned so that their mean looks along the z axis.
+// Wave correction uses the plane of the views as the horizon. Views that all face up or down in the same direction have
+// none: they are rotated so that their mean faces along the z axis.
 void PanoramaStitcher::pointAtTheScene()
 {
     std::vector<cv::Vec3f> directions;

@@ -1,4 +1,4 @@
-/// Bundle adjustment by rays at a cost that grows with the pairs of pictures, not with pictures times pairs.
+/// Bundle adjustment by rays at a cost proportional to the pairs of pictures, not to pictures times pairs.
 #pragma once
 
 #include <orvo_common/run_control.hpp>
@@ -13,34 +13,34 @@
 
 namespace orvo {
 
-/// cv::detail::BundleAdjusterRay (Brown, Lowe 2007), the same steps to the last bit.
+/// cv::detail::BundleAdjusterRay (Brown, Lowe 2007), with bit-identical steps.
 ///
-/// A camera moves only the errors of the pairs that it is in, yet OpenCV measures those of all pairs for each of its
-/// parameters. Here only these are measured; the derivative of all others is the zero that OpenCV finds, too. Of 30
-/// pictures that saves 14 of 15 measurements.
+/// A camera changes only the errors of its own pairs, but OpenCV computes those of all pairs for each of its
+/// parameters. Here only its own are computed; the derivative of all others is zero, as in OpenCV. For 30 pictures this
+/// saves 14 of 15 evaluations.
 ///
-/// Parameters that are no numbers stay so: OpenCV goes on until it has counted to the last iteration and then fails.
-/// Here the first such parameter ends it, by Hopeless.
+/// A parameter that is NaN stays NaN: OpenCV continues to the last iteration and then fails. Here the first such
+/// parameter ends it, by throwing Hopeless.
 class SparseRayAdjuster : public cv::detail::BundleAdjusterRay
 {
 public:
-    /// No step can lead anywhere from here. Thrown by the call operator, which then has left the cameras alone.
+    /// No further step can succeed. Thrown by the call operator, which then has not changed the cameras.
     struct Hopeless
     {};
 
-    /// `control` is asked on the calling thread, before the errors of each camera are measured; it must outlive this.
-    /// Cancelled, the call operator throws FailureError and has left the cameras alone.
+    /// `control` is polled on the calling thread, before the errors of each camera are computed; it must outlive this
+    /// object. If cancelled, the call operator throws FailureError and does not change the cameras.
     explicit SparseRayAdjuster(const RunControl& control = RunControl::none()) : run(control) {}
 
 private:
     // The parameters of a camera, focal length and rotation, and the errors of a match, the difference of two rays.
     static constexpr int kParameters = 4;
     static constexpr int kErrors = 3;
-    static constexpr double kStep = 1e-3; // as OpenCV's, or the steps would not be the same
+    static constexpr double kStep = 1e-3; // as in OpenCV, for identical steps
 
     using Edges = std::vector<std::pair<int, int>>;
 
-    // OpenCV keeps its measurement to itself where it overrides it, but shares the declaration.
+    // OpenCV's override of the error function is private, but the declaration is accessible.
     struct Measurement : cv::detail::BundleAdjusterBase
     {
         static auto pointer() { return &Measurement::calcError; }
@@ -112,7 +112,7 @@ private:
     const RunControl& run;
     cv::Mat before;
     cv::Mat after;
-    std::vector<std::pair<int, int>> rows; // of the pairs of a camera: the first row, and the one past the last
+    std::vector<std::pair<int, int>> rows; // for the pairs of a camera: the first row, and one past the last
 };
 
 } // namespace orvo

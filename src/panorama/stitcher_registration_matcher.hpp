@@ -1,4 +1,4 @@
-/// Matching of all pairs of pictures that can be stopped between two of them.
+/// Matches all pairs of pictures, and can be cancelled between two of them.
 #pragma once
 
 #include <orvo_common/run_control.hpp>
@@ -11,15 +11,14 @@
 
 namespace orvo {
 
-/// cv::detail::BestOf2NearestMatcher, whose matches it finds. It matches on many threads, while a cancel function may
-/// be asked on one of them alone: the calling thread, which takes its share of the pairs, asks for all.
+/// cv::detail::BestOf2NearestMatcher, with the same matches. It matches on many threads, but a cancel function may be
+/// called on only one: the calling thread, which matches its share of the pairs, polls it for all.
 class CancellableMatcher : public cv::detail::BestOf2NearestMatcher
 {
 public:
     using cv::detail::BestOf2NearestMatcher::BestOf2NearestMatcher;
 
-    /// Calls the matcher; `control` is asked once for each pair. False if cancelled: pairs that were left have
-    /// no matches.
+    /// Calls the matcher; `control` is polled once per pair. False if cancelled: the remaining pairs have no matches.
     bool matchAll(const std::vector<cv::detail::ImageFeatures>& features,
                   std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& control)
     {
@@ -29,7 +28,7 @@ public:
         pairs = 0;
         isCancelled = false;
         (*this)(features, pairwise, cv::UMat());
-        // For the pairs of other threads, so that the number of polls does not tell which thread had how many.
+        // For the pairs of other threads, so that the number of polls does not depend on their distribution.
         while (polls < pairs && !isCancelled)
             poll();
         run = nullptr;
@@ -56,7 +55,7 @@ private:
 
     const RunControl* run = nullptr; // while matchAll() runs
     std::thread::id caller;
-    int polls = 0; // of the calling thread alone
+    int polls = 0; // by the calling thread only
     std::atomic<int> pairs = 0;
     std::atomic<bool> isCancelled = false;
 };

@@ -1,4 +1,4 @@
-// Rendering in other projections and under other views: by a second mapping of the sphere.
+// Rendering in other projections and views: a second mapping of the sphere.
 #include "frame/image_bridge.hpp"
 #include "panorama/map_box.hpp"
 #include "panorama/panorama_stitcher.hpp"
@@ -17,10 +17,10 @@
 namespace orvo {
 namespace {
 
-constexpr float kRotateScale = 0.2f; // of the sphere that a drag draws from, against sphere units
-constexpr int kGrid = 100;           // points a side, where the outline of a mapped rectangle is looked for
+constexpr float kRotateScale = 0.2f; // of the sphere used during a drag, relative to sphere units
+constexpr int kGrid = 100;           // points per side to find the outline of a mapped rectangle
 
-// In a group of its own: what cancels the tasks around it does not cancel a loop half way.
+// In its own task group: cancelling the surrounding tasks does not stop a loop half way.
 template <typename Body>
 void parallelRows(int rows, const Body& body)
 {
@@ -34,7 +34,7 @@ void parallelRows(int rows, const Body& body)
         tbb::auto_partitioner(), context);
 }
 
-// The rectangle between two corners, both ends included; empty where they cross.
+// The rectangle between two corners, both included; empty if they cross.
 cv::Rect between(int x0, int y0, int x1, int y1)
 {
     if (x1 < x0 || y1 < y0)
@@ -45,10 +45,10 @@ cv::Rect between(int x0, int y0, int x1, int y1)
 int floorInt(double value) { return static_cast<int>(std::floor(value)); }
 int ceilInt(double value) { return static_cast<int>(std::ceil(value)); }
 
-// Truncation that keeps to what an int holds: a pole maps to infinity in some projections.
+// Truncation limited to the range of int: a pole maps to infinity in some projections.
 int limited(double value) { return static_cast<int>(std::clamp(value, -1e9, 1e9)); }
 
-// A rectangle of the panorama that is to be drawn at a size, and the scale between them.
+// A rectangle of the panorama, its size in pixels, and the scale between them.
 struct Request
 {
     cv::Rect rect; // in units of the target projection
@@ -64,7 +64,7 @@ struct Request
     }
 };
 
-// Where the content of the sphere, `roi` at the seam scale, can fall in the output.
+// The part of the output that the content of the sphere, `roi` at the seam scale, can reach.
 cv::Rect outputRectangle(const PanoramaWarper& target, const cv::Rect& roi, double seamScale, const cv::Rect& sphere,
                          const Request& request)
 {
@@ -95,7 +95,7 @@ cv::Rect outputRectangle(const PanoramaWarper& target, const cv::Rect& roi, doub
                    limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(rows.high))));
 }
 
-// For each pixel of `out` its place on the sphere, in sphere units.
+// For each pixel of `out` its position on the sphere, in sphere units.
 void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request& request, cv::Mat& mapX, cv::Mat& mapY)
 {
     mapX.create(out.size(), CV_32FC1);
@@ -108,7 +108,7 @@ void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request
     });
 }
 
-// The part of the sphere that the maps point into.
+// The part of the sphere that the maps refer to.
 cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& sphere)
 {
     std::vector<Span> xs(static_cast<std::size_t>(mapX.rows));
@@ -137,7 +137,7 @@ cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rec
            sphere;
 }
 
-// The size at which a part of the sphere is drawn: the output's resolution, but no side above the longest.
+// The size at which a part of the sphere is drawn: the output's resolution, but no side above the limit.
 cv::Size partSize(const cv::Rect& part, const Request& request)
 {
     const double g = std::max(1.0 / request.unitsPerRow(), 1.0 / request.unitsPerColumn());
@@ -152,7 +152,7 @@ cv::Size partSize(const cv::Rect& part, const Request& request)
     return {static_cast<int>(w * k), static_cast<int>(h * k)};
 }
 
-// The pixels of `out` whose map points into a part of the sphere.
+// The pixels of `out` that map into a part of the sphere.
 cv::Rect coveredRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& out, const cv::Size& part)
 {
     std::vector<ColumnRange> rows(static_cast<std::size_t>(mapX.rows));
@@ -186,7 +186,7 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     const cv::Rect bounds = projectionBounds();
     const Request request{cv::Rect(rect.x + bounds.x, rect.y + bounds.y, rect.width, rect.height),
                           cv::Size(size.width, size.height)};
-    cv::UMat drawn; // lives longer than the matrix that looks into it
+    cv::UMat drawn; // outlives the matrix that refers to it
     cv::UMat drawnMask;
     cv::Mat picture;
     cv::Mat mask;
@@ -242,7 +242,7 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     if (part.width <= 0 || part.height <= 0)
         return true;
 
-    cv::UMat composed; // lives longer than the matrix that looks into it
+    cv::UMat composed; // outlives the matrix that refers to it
     cv::UMat composedMask;
     cv::Mat drawn;
     cv::Mat drawnMask;
@@ -280,15 +280,15 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     return true;
 }
 
-// A part of the sphere for a drag: out of the small sphere that was drawn once.
+// A part of the sphere for a drag, from the small sphere that is drawn once.
 cv::Rect PanoramaStitcher::copyFromRotateImage(const cv::Rect& part, const cv::Size& size, const cv::Rect& sphere,
                                                cv::Mat& picture, cv::Mat& mask)
 {
     prepareRotateImage();
-    const cv::Rect_<float> wanted(
+    const cv::Rect_<float> requested(
         static_cast<float>(part.x - sphere.x) * kRotateScale, static_cast<float>(part.y - sphere.y) * kRotateScale,
         static_cast<float>(part.width) * kRotateScale, static_cast<float>(part.height) * kRotateScale);
-    const cv::Rect_<float> q = wanted & cv::Rect_<float>(rotateSphere.rotateRect);
+    const cv::Rect_<float> q = requested & cv::Rect_<float>(rotateSphere.rotateRect);
     if (!(q.width > 1.0f && q.height > 1.0f))
         return {};
     const float fx = static_cast<float>(size.width) / static_cast<float>(part.width);

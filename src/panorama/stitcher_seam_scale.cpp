@@ -1,6 +1,6 @@
 // The third stage, which all renders share: pictures, seams, vignetting and gains at the seam scale. Each step returns
-// at once unless its flag is set. It makes its result aside and puts it in place at the end, so that one that throws or
-// is cancelled leaves nothing half made for the next try.
+// at once unless its flag is set. It builds its result separately and stores it at the end, so that a step that throws
+// or is cancelled leaves no partial result for the next attempt.
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/seam_cut.hpp"
 
@@ -15,12 +15,12 @@
 namespace orvo {
 namespace {
 
-// Seams need no more: they are cut where pictures agree, and what full size adds is hidden by blending.
+// Enough for seams: they are placed where pictures agree, and blending hides the detail that full size would add.
 constexpr double kSeamPixels = 100000.0;
 constexpr double kWorkTo8Bit = 0.015564439818263054; // 255 / 16383.5 in single precision
 
 constexpr float kSeamBadRegionPenalty = 1000.0f;
-constexpr float kOverlapBadRegionPenalty = 1750.0f; // a frame placed by hand is meant to be seen
+constexpr float kOverlapBadRegionPenalty = 1750.0f; // a frame placed by hand should be visible
 
 constexpr int kGainFeeds = 1;
 constexpr int kGainFilterings = 2;
@@ -102,7 +102,7 @@ void PanoramaStitcher::prepareWarpedImages()
     seams.seamMasks = std::move(wholeMasks);
 }
 
-// False if cancelled; the next call starts anew.
+// False if cancelled; the next call starts again.
 bool PanoramaStitcher::findSeams(const RunControl& run)
 {
     if (!seams.seamsDirty)
@@ -141,8 +141,8 @@ bool PanoramaStitcher::findSeams(const RunControl& run)
     return true;
 }
 
-// Cuts a frame placed by hand into every base picture that it overlaps. The search runs only outside of the frame's
-// mask: what the finder gives to the frame there is added to it, and the frame's own rectangle is never eaten.
+// Cuts a frame placed by hand into every base picture that it overlaps. The search runs only outside the frame's mask:
+// pixels that the finder assigns to the frame are added to it, and the frame's own rectangle is never reduced.
 void PanoramaStitcher::cutSeamsOfCompositionFrame(std::vector<cv::UMat>& seamMasks, std::int32_t frame,
                                                   std::size_t baseCount) const
 {

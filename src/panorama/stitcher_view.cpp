@@ -1,4 +1,4 @@
-// The projection and the rotation that the user dials in.
+// The projection and the rotation set by the user.
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/rotation_vector.hpp"
 

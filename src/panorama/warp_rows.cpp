@@ -9,7 +9,7 @@
 namespace orvo {
 namespace {
 
-// Points that go through all steps at once; their rays stay in the first cache.
+// Points that pass through all steps at once; their rays stay in the L1 cache.
 constexpr int kBlock = 256;
 
 struct RayBlock

@@ -1,5 +1,5 @@
-/// Whole rows of a warper's maps at once: what mapPlaneToImage() and mapToIntermediate() give point by point, for the
-/// loops that fill the maps of a picture.
+/// Computes rows of a warper's maps: the results of mapPlaneToImage() and mapToIntermediate(), for the loops that fill
+/// the maps of a picture.
 #pragma once
 
 #include "panorama/panorama_warper.hpp"
@@ -9,13 +9,14 @@
 
 namespace orvo {
 
-/// The points u(c) = (firstColumn + c) * step + start, 0 <= c < count, of any row of a plane. What depends on the
-/// column alone is computed once, here; sphere, cylinder and Mercator then cost a few products a point. Immutable: the
-/// rows may be asked for from many threads at once. The warper must outlive it and keep its camera and rotation.
+/// The points u(c) = (firstColumn + c) * step + start, 0 <= c < count, of any row of a plane. Everything that depends
+/// only on the column is computed once, here; sphere, cylinder and Mercator then cost a few products per point.
+/// Immutable: rows may be computed on many threads at once. The warper must outlive it and keep its camera and
+/// rotation.
 ///
-/// To an image, plane, cylinder, sphere and Mercator give the bits of the single points, and the two stereographic ones
-/// directions within 1e-6. On the sphere points are within 1e-6 radian of the truth everywhere; the single ones lose up
-/// to 5e-4 near its poles, where the inverse cosine of a float says little.
+/// To an image, plane, cylinder, sphere and Mercator give the same bits as single points, and the two stereographic
+/// ones directions within 1e-6. On the sphere points are within 1e-6 radian of the truth everywhere; single points are
+/// off by up to 5e-4 near its poles, where the inverse cosine of a float is inaccurate.
 class WarpRows
 {
 public:
@@ -31,11 +32,11 @@ private:
     void project(const projections::Rays& rays, int length, float* x, float* y) const;
 
     const PanoramaWarper& warper;
-    const PanoramaWarper& target; ///< the other side of toIntermediate()
-    const Projection* projection; ///< empty for a class that is not in the table: it goes point by point
+    const PanoramaWarper& target; ///< the target of toIntermediate()
+    const Projection* projection; ///< empty for a class that is not in the table: it is computed point by point
     const Projection* targetProjection;
     std::vector<float> u;
-    // Of each column: as projections::Columns has it.
+    // For each column: as in projections::Columns.
     std::vector<float> across;
     std::vector<float> ahead;
 };

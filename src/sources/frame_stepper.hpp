@@ -1,4 +1,4 @@
-/// Walks through a video in equal steps.
+/// Steps through a video at equal intervals.
 #pragma once
 
 #include "sources/mf_capture.hpp"
@@ -8,22 +8,22 @@
 
 namespace orvo {
 
-/// Every `step`-th sample of a capture from where it stands, up to `end` (exclusive). Owns the capture.
+/// Every `step`-th sample of a capture from its position up to `end` (exclusive). Owns the capture.
 class FrameStepper
 {
 public:
     struct Result
     {
         cv::Mat frame;           ///< empty at the end
-        std::uint64_t index = 0; ///< the capture's position less one
+        std::uint64_t index = 0; ///< the capture's position minus one
     };
 
     FrameStepper(MFCapture openCapture, std::int32_t frameStep, std::uint64_t endIndex)
         : capture(std::move(openCapture)), step(frameStep), end(endIndex)
     {}
 
-    /// Since the position runs ahead by one after each read, two results are exactly `step` samples apart. A step of 0
-    /// asks for what lies behind and gives nothing. Throws cv::Exception.
+    /// Since the position advances by one after each read, two results are exactly `step` samples apart. A step of 0
+    /// requests an earlier frame and returns nothing. Throws cv::Exception.
     [[nodiscard]] Result next()
     {
         Result result;

@@ -12,10 +12,10 @@
 namespace orvo {
 namespace {
 
-// Shares of the frame that may have gone out of sight.
+// Shares of the frame that may be lost.
 constexpr double kLargestLoss = 0.67;
 constexpr double kLargestLossTurningBack = 0.2;
-// Without a homography: the displacement that is trusted, as a share of the picture's sides.
+// Without a homography: the largest trusted displacement, as a share of the picture's sides.
 constexpr double kTrustedDisplacement = 0.1;
 
 bool isNear(const cv::detail::MatchesInfo& matches, cv::Size size, const cv::detail::ImageFeatures& keyFeatures,
@@ -30,8 +30,8 @@ bool isNear(const cv::detail::MatchesInfo& matches, cv::Size size, const cv::det
     const auto count = static_cast<float>(matches.matches.size());
     const cv::Point2f mean(sum.x / count, sum.y / count);
     const double length = std::sqrt(static_cast<double>(mean.x) * mean.x + static_cast<double>(mean.y) * mean.y);
-    // Rows weigh the horizontal part and columns the vertical one: so a pan across the long side of the picture is
-    // trusted less far than one across its short side. No displacement at all has no direction and is not trusted.
+    // Rows weight the horizontal part and columns the vertical one: a pan along the long side of the picture is trusted
+    // less far than one along its short side. A displacement of zero has no direction and is not trusted.
     const double trusted =
         (std::abs(mean.x / length) * size.height + std::abs(mean.y / length) * size.width) * kTrustedDisplacement;
     return trusted > length;
@@ -61,7 +61,7 @@ bool KeyFrameJudge::acceptCandidate(const cv::detail::MatchesInfo& matches, cv::
     const auto [overlap, shift] = overlapWithKeyFrame(matches.H, size.width, size.height);
     const double loss = 1.0 - overlap;
     const cv::Point rounded(cvRound(shift.x), cvRound(shift.y));
-    // In 32 bits, which a wild homography may overrun; multiplied in 64 so that this is no undefined behaviour.
+    // In 32 bits, which a wild homography may overflow; multiplied in 64 bits to avoid undefined behaviour.
     const auto dot = static_cast<std::int32_t>(static_cast<std::int64_t>(lastDirection.x) * rounded.x +
                                                static_cast<std::int64_t>(lastDirection.y) * rounded.y);
     double norm = cv::norm(lastDirection) * cv::norm(shift);
@@ -69,7 +69,7 @@ bool KeyFrameJudge::acceptCandidate(const cv::detail::MatchesInfo& matches, cv::
         norm = 1.0;
     const auto cosine = static_cast<float>(dot / norm);
     const float angle = std::acos(cosine > 0.0f ? std::min(cosine, 1.0f) : 0.0f);
-    // The more the camera leaves its direction, the more of the frame may be lost; at right angles there is no limit.
+    // The more the camera changes direction, the more of the frame may be lost; at right angles there is no limit.
     const float fromRightAngle = std::abs(angle - std::numbers::pi_v<float> / 2.0f);
     if (loss > 1.0 / static_cast<double>(fromRightAngle))
         return false;

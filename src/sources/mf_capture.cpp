@@ -8,7 +8,7 @@
 namespace orvo {
 namespace {
 
-// The usual rate of phones, for files that do not tell theirs.
+// The usual rate of phones, for files without a frame rate.
 constexpr float kDefaultFps = 30.0f;
 
 } // namespace
@@ -44,10 +44,10 @@ void MFCapture::readFrame(std::uint64_t index, cv::Mat& out)
             return;
         }
         // Going back to `index` means reading 0 .. index - 1 first. Each of these reads finds the counter ahead of it,
-        // so it takes no sample and moves the counter on by its own step.
+        // so it reads no sample and increments the counter.
         position += index;
     }
-    cv::Mat sample; // kept over the loop: samples that are passed over share their memory
+    cv::Mat sample; // outside the loop: skipped samples reuse its memory
     while (position <= index) {
         ++position;
         if (!reader->readSample(sample)) {

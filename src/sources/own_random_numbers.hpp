@@ -1,4 +1,4 @@
-/// OpenCV's random numbers, the same ones each time.
+/// Reproducible random numbers of OpenCV.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -7,9 +7,9 @@
 
 namespace orvo {
 
-/// Gives the calling thread, and the loops of OpenCV that it starts, random numbers from a fixed seed while it lives,
-/// and puts back what was there. Matching draws from them, so that without it a result would depend on what the thread
-/// did before.
+/// While this object exists, the calling thread and the loops of OpenCV that it starts get random numbers from a fixed
+/// seed; the destructor restores the previous state. Matching uses them, so without it a result would depend on earlier
+/// work of the thread.
 class OwnRandomNumbers
 {
 public:

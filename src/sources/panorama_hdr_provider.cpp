@@ -40,7 +40,7 @@ PanoramaHDRProvider::PanoramaHDRProvider(const PanoSourceHDR& source)
 {
     std::stable_sort(brackets.begin(), brackets.end(),
                      [](const Paths& a, const Paths& b) { return smallest(a) < smallest(b); });
-    // Made here, so that a cancel from another thread never meets a load that reads the pointer.
+    // Created here, so that a cancel from another thread never races with a load that reads the pointer.
     if (!hdr.cancelFlag)
         hdr.cancelFlag = std::make_shared<std::atomic<unsigned char>>();
 }
@@ -52,7 +52,7 @@ std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
     images.resize(brackets.size());
     const auto count = static_cast<float>(brackets.size());
     const float perBracket = 1.0f / count;
-    // A bracket has seven phases, and the last one of all leaves a step for what follows.
+    // A bracket has seven phases; after the last one a step remains for the caller.
     const float perPhase = 1.0f / (7.0f * count + 1.0f);
     for (std::size_t i = 0; i < brackets.size(); ++i) {
         const float done = static_cast<float>(i) * perBracket;
@@ -61,7 +61,8 @@ std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
         };
         PicturePointer picture = mergeBracket(brackets[i], hdr, phaseProgress);
         if (!picture) {
-            details::stateLastFailure({FailureKind::Internal, smallest(brackets[i]), "the bracket gave no picture"});
+            details::stateLastFailure(
+                {FailureKind::Internal, smallest(brackets[i]), "merging the bracket returned no picture"});
             (void)run.cancelled();
             return {};
         }

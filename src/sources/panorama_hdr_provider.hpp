@@ -11,17 +11,17 @@
 
 namespace orvo {
 
-/// One merged picture for each bracket, the brackets in order of their smallest paths. Peak: all matrices, and what
-/// make_HDR() holds.
+/// One merged picture per bracket, in order of the smallest paths of the brackets. Peak: all matrices, and the peak of
+/// make_HDR().
 class PanoramaHDRProvider : public PanoramaProvider
 {
 public:
     explicit PanoramaHDRProvider(const PanoSourceHDR& source);
 
-    /// A bracket that cannot be merged gives an empty list; make_HDR() has logged why.
+    /// A bracket that cannot be merged gives an empty list; make_HDR() has logged the reason.
     std::vector<cv::Mat> load(std::function<bool()> canceled);
 
-    /// Stops a merge that runs, or lets the next one run, through the cancel flag of the settings. From any thread.
+    /// Stops a running merge, or allows the next one, through the cancel flag of the settings. From any thread.
     void cancelLoad(bool cancel);
 
 private:

@@ -58,7 +58,7 @@ SourceMedians computeSourceMedians(const std::vector<std::filesystem::path>& fil
     if (files.empty())
         return {};
     const auto middle = static_cast<std::ptrdiff_t>(files.size() / 2);
-    // The two lists are ordered on their own: white balance and exposure may come from different files.
+    // The two lists are sorted separately: white balance and exposure may come from different files.
     std::nth_element(exposures.begin(), exposures.begin() + middle, exposures.end());
     std::nth_element(balances.begin(), balances.begin() + middle, balances.end(),
                      [](const WhiteBalance& a, const WhiteBalance& b) { return a.temperature < b.temperature; });

@@ -1,4 +1,4 @@
-/// What the sources of panorama pictures share.
+/// Shared by the sources of panorama pictures.
 #pragma once
 
 #include <orvo_common/run_control.hpp>
@@ -12,27 +12,27 @@
 
 namespace orvo {
 
-/// Which corrections the lens of a picture gets.
+/// Lens corrections of a picture.
 struct LensFlags
 {
     bool autoLensCorrection = false;
     bool rawChromaticAberration = false;
-    bool devignette = false; ///< the stitcher's work
+    bool devignette = false; ///< done by the stitcher
 };
 
-/// A provider's own `load(canceled)` gives one CV_16SC3 matrix for each input, or none if it failed or was stopped; it
-/// may be called several times, by one thread at a time. The matrices share their pixels with the provider's.
+/// A provider's `load(canceled)` returns one CV_16SC3 matrix per input, or none if it failed or was cancelled; it may
+/// be called several times, by one thread at a time. The matrices share their pixels with the provider's.
 class PanoramaProvider
 {
 public:
-    /// Gets 0 to 1 while load() runs. To be called before. May be empty.
+    /// Receives 0 to 1 while load() runs. Set it before; may be empty.
     void setLoadCallback(std::function<void(float)> callback)
     {
         progress = callback ? std::move(callback) : [](float) {};
     }
-    /// What the last load() has read, also where it then stopped.
+    /// The matrices of the last load(), also if it was stopped.
     [[nodiscard]] const std::vector<cv::Mat>& getImages() const { return images; }
-    /// Lets go of them; who else holds the matrices keeps them.
+    /// Frees them; other holders of the matrices keep them.
     void dropImages() { images.clear(); }
 
 protected:
@@ -40,7 +40,7 @@ protected:
         : lensFlags{settings.autoLensCorrection, settings.rawChromaticAberration, settings.devignette}
     {}
 
-    /// The argument of load(), which must be callable: throws std::bad_function_call.
+    /// The argument of load(); throws std::bad_function_call if it is not callable.
     static std::function<bool()> requiredCancel(std::function<bool()> canceled)
     {
         if (!canceled)

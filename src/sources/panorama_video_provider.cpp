@@ -15,7 +15,7 @@
 namespace orvo {
 namespace {
 
-// Of the exception being handled.
+// The text of the exception being handled.
 void logFailure(const char* text)
 {
     LOG(__orvolog() << LogMessageType::Error << "failed to load video images " << text);
@@ -52,7 +52,7 @@ std::vector<cv::Mat> PanoramaVideoProvider::load(std::function<bool()> canceled)
     return images;
 }
 
-// False if the interval shows no frame.
+// False if the interval has no frame.
 bool PanoramaVideoProvider::selectAll(const RunControl& run)
 {
     images = selectKeyFrames(file, start, end, run);
@@ -98,7 +98,7 @@ void PanoramaVideoProvider::applyCompositionFrames()
             continue;
         const std::size_t owner = owners[i].second;
         compositionFrames.push_back(frames[i]);
-        // A frame without a rectangle of its own shows nothing.
+        // A frame without a rectangle is not shown.
         compositionRects.push_back(owner < rects.size() ? rects[owner] : _Rect<int>());
         images.push_back(read[i]);
     }

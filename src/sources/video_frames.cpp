@@ -19,8 +19,7 @@ namespace orvo {
 namespace {
 
 constexpr double kLookedAtPerSecond = 10.0;
-// The walk ends with more key frames than this. The one that made them more was the pending one, so that none joins
-// behind it.
+// The walk ends with more key frames than this. The last one was the pending one, so none follows it.
 constexpr std::size_t kMostKeyFramesToGoOn = 35;
 constexpr std::size_t kUsualKeyFrames = 36;
 constexpr float kFeaturePixels = 600000.0f;
@@ -32,10 +31,10 @@ constexpr int kOctaveLayers = 3;
 constexpr float kMatchConfidence = 0.65f;
 constexpr int kFewestMatches = 6;
 
-// 8 bits to full scale 16383, with half a step so that white comes out whole: 16383.5 / 255.
+// 8 bits to full scale 16383, with half a step so that white maps to full scale: 16383.5 / 255.
 constexpr double kWorkingScale = 64.24901960784314;
 
-// Features at working scale, and how far two frames agree in them.
+// Features at working scale, and their matches between two frames.
 class FeatureMatching
 {
 public:
@@ -46,7 +45,7 @@ public:
           matcher(false, kMatchConfidence, kFewestMatches, kFewestMatches, DBL_MAX)
     {}
 
-    // Gives the size at working scale too.
+    // Also returns the size at working scale.
     cv::detail::ImageFeatures find(const cv::Mat& frame, cv::Size& smallSize) const
     {
         cv::Mat small;
@@ -70,12 +69,12 @@ private:
     cv::detail::BestOf2NearestMatcher matcher;
 };
 
-// What the walk has found so far.
+// The key frames found so far.
 struct Selection
 {
     std::vector<cv::Mat> keyFrames; // 8-bit
     std::vector<cv::detail::ImageFeatures> keyFeatures;
-    cv::Mat pending; // the last frame that still overlaps well; a later one takes its place
+    cv::Mat pending; // the last frame that still overlaps well; a later one replaces it
     cv::detail::ImageFeatures pendingFeatures;
 
     void add(cv::Mat frame, cv::detail::ImageFeatures features)
@@ -95,7 +94,7 @@ void toWorkingColour(std::vector<cv::Mat>& frames)
     for (cv::Mat& frame : frames) {
         cv::Mat converted;
         frame.convertTo(converted, CV_16SC3, kWorkingScale, 0.0);
-        frame = std::move(converted); // each 8-bit frame goes before the next is converted
+        frame = std::move(converted); // frees each 8-bit frame before the next is converted
     }
 }
 
@@ -113,7 +112,7 @@ std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uin
 {
     std::optional<MFCapture> capture = openCapture(file);
     if (!capture) {
-        details::stateFailure({FailureKind::UnreadableFile, file, "a video was expected that can be decoded"});
+        details::stateFailure({FailureKind::UnreadableFile, file, "expected a video that can be decoded"});
         return {};
     }
     const float fps = capture->getFps();
@@ -150,7 +149,7 @@ std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uin
             return {};
         run.report(static_cast<float>(index - start) / static_cast<float>(span));
         if (judge.acceptCandidate(matches, smallSize, selection.keyFeatures.back(), features)) {
-            selection.pending = std::move(candidate); // memory of its own, so it needs no copy
+            selection.pending = std::move(candidate); // has its own memory, so needs no copy
             selection.pendingFeatures = std::move(features);
         } else {
             selection.keepPending(); // the rejected one is not tried against the new key frame

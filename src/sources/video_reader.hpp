@@ -1,5 +1,5 @@
-/// What decodes behind MFCapture: Media Foundation on Windows, FFmpeg elsewhere. Each stands in a source of its own,
-/// which alone sees the decoder's headers.
+/// The decoder of MFCapture: Media Foundation on Windows, FFmpeg elsewhere. Each has its own source file, the only one
+/// that includes the decoder's headers.
 #pragma once
 
 #include <opencv2/core/mat.hpp>
@@ -10,14 +10,14 @@
 
 namespace orvo {
 
-/// Frames per second as a fraction. A denominator of 0: the file does not tell.
+/// Frames per second as a fraction. A denominator of 0: the file has no frame rate.
 struct VideoFrameRate
 {
     std::uint32_t numerator = 0;
     std::uint32_t denominator = 0;
 };
 
-/// A video file being decoded from its first frame on. Used from one thread; the decoder may have threads of its own.
+/// A video file, decoded from its first frame on. Used from one thread; the decoder may have its own threads.
 class VideoReader
 {
 public:
@@ -28,11 +28,11 @@ public:
 
     [[nodiscard]] virtual VideoFrameRate frameRate() = 0;
 
-    /// The next sample in order of presentation, converted and turned upright: CV_8UC3, blue first, in memory that may
-    /// be `out`'s own. False when there is none or it cannot be read; `out` is then not defined. Throws cv::Exception.
+    /// The next sample in order of presentation, converted and upright: CV_8UC3, blue first; may reuse the memory of
+    /// `out`. False if there is none or it cannot be read; `out` is then undefined. Throws cv::Exception.
     [[nodiscard]] virtual bool readSample(cv::Mat& out) = 0;
 
-    /// Goes back, so that the next sample is the first one again. False if that cannot be.
+    /// Rewinds, so that the next sample is the first one again. False if that is not possible.
     [[nodiscard]] virtual bool seekToStart() = 0;
 };
 
@@ -40,7 +40,7 @@ enum class VideoOpening
 {
     Opened,
     NoDecoder,  ///< the platform's decoder did not start
-    Unreadable, ///< no video that the decoder reads
+    Unreadable, ///< not a video that the decoder can read
 };
 
 struct OpenedVideo
@@ -50,11 +50,11 @@ struct OpenedVideo
     std::unique_ptr<VideoReader> reader;
 };
 
-/// Opens the first video stream of a local file (its name as wideFromPath() tells it), and nothing else that the file
-/// may refer to. Throws std::bad_alloc. Pixels come as stored: pixels that are not square stay so, fields stay woven,
-/// primaries and transfer curve stay those of the file; matrix and range are applied. Where FFmpeg decodes, the first
-/// call silences its own log for the process, unless the program has set FFmpeg's log level or callback itself:
-/// failures are told in the family's log.
+/// Opens the first video stream of a local file (its name as returned by wideFromPath()), and no other file that it may
+/// refer to. Throws std::bad_alloc. Pixels are returned as stored: non-square pixels are not resampled, fields stay
+/// interlaced, primaries and transfer curve remain those of the file; matrix and range are applied. With FFmpeg the
+/// first call silences FFmpeg's log for the process, unless the program has set its log level or callback: failures go
+/// to the family's log.
 [[nodiscard]] OpenedVideo openVideoReader(const std::wstring& path);
 
 } // namespace orvo

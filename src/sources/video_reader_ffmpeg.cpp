@@ -1,4 +1,4 @@
-// The video reader everywhere but on Windows: FFmpeg. No other file sees its headers.
+// The video reader on systems other than Windows: FFmpeg. No other file includes its headers.
 #include "sources/video_reader.hpp"
 
 #include <orvo_common/wide_path.hpp>
@@ -30,19 +30,19 @@ extern "C" {
 namespace orvo {
 namespace {
 
-// More than any camera films: 16K by 8.5K. A file that claims more is damaged or hostile.
+// More than any camera records: 16K by 8.5K. A file that claims more is damaged or hostile.
 constexpr std::int64_t kMostPixels = 16384LL * 8640;
-constexpr int kMostThreads = 16; // libavcodec's own limit; each holds a frame
+constexpr int kMostThreads = 16; // libavcodec's own limit; each needs a frame
 constexpr int kPacketsForRate = 100;
 constexpr int kFileBufferBytes = 1 << 16;
-// Interpolated, exactly rounded colour: chroma copied to its neighbours leaves steps that key points hang on.
+// Interpolated, exactly rounded colour: replicated chroma leaves steps that attract key points.
 constexpr int kConversionFlags = SWS_BILINEAR | SWS_FULL_CHR_H_INT | SWS_ACCURATE_RND;
 constexpr int kFullRange = 1;
 // Neutral picture controls of libswscale, in 16.16 fixed point.
 constexpr int kNoBrightness = 0;
 constexpr int kUnitContrast = 1 << 16;
 constexpr int kUnitSaturation = 1 << 16;
-// Files that name no matrix follow the two television systems: standard definition ends at these sizes.
+// Files without a matrix follow the two television systems: standard definition ends at these sizes.
 constexpr int kWidestStandardDefinition = 1279;
 constexpr int kTallestStandardDefinition = 576;
 
@@ -54,7 +54,7 @@ struct InputCloser
 {
     void operator()(AVIOContext* context) const
     {
-        av_freep(&context->buffer); // may be another than the one it began with
+        av_freep(&context->buffer); // may differ from the initial one
         avio_context_free(&context);
     }
 };
@@ -75,8 +75,8 @@ struct ScalerCloser
     void operator()(SwsContext* context) const { sws_freeContext(context); }
 };
 
-// FFmpeg writes whatever it notices to standard error. Its level belongs to the whole process, so it is silenced once
-// and only where it still is as FFmpeg came: a program with a level or with a callback of its own keeps what it has.
+// FFmpeg logs to standard error. Its level is global to the process, so it is silenced once and only if it still has
+// FFmpeg's defaults: a program with its own level or callback keeps them.
 void quietenFfmpeg()
 {
     static std::once_flag once;
@@ -93,7 +93,7 @@ std::string errorText(int code)
     return text.data();
 }
 
-// The file as FFmpeg reads it. Only this file is ever open: what a playlist or a reference movie points at is not.
+// The file as read by FFmpeg. Only this file is opened, not the targets of a playlist or a reference movie.
 class InputFile
 {
 public:
@@ -109,18 +109,18 @@ public:
         if (std::filesystem::is_directory(status))
             return AVERROR(EISDIR);
         if (!std::filesystem::is_regular_file(status))
-            return AVERROR(EINVAL); // a pipe cannot go back, and may never answer
+            return AVERROR(EINVAL); // a pipe cannot seek, and may block forever
         bytes = static_cast<std::int64_t>(std::filesystem::file_size(path, failure));
-        stream.rdbuf()->pubsetbuf(nullptr, 0); // FFmpeg has a buffer
+        stream.rdbuf()->pubsetbuf(nullptr, 0); // FFmpeg buffers itself
         stream.open(path, std::ios::binary);
         return stream.is_open() && !failure ? 0 : AVERROR(EACCES);
     }
 
-    static int read(void* self, std::uint8_t* out, int wanted)
+    static int read(void* self, std::uint8_t* out, int size)
     {
         auto& stream = static_cast<InputFile*>(self)->stream;
         stream.clear();
-        stream.read(reinterpret_cast<char*>(out), wanted);
+        stream.read(reinterpret_cast<char*>(out), size);
         if (stream.bad())
             return AVERROR(EIO);
         const auto got = static_cast<int>(stream.gcount());
@@ -146,7 +146,7 @@ private:
 
 int refuseOtherFiles(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) { return AVERROR(EPERM); }
 
-// How a stored picture becomes upright: first transposed, then flipped.
+// Turns a stored picture upright: first transpose, then flip.
 struct Turn
 {
     bool transpose = false;
@@ -154,9 +154,9 @@ struct Turn
     bool flipY = false;
 };
 
-// From the container's display matrix, which takes a stored point (x, y) to (a x + c y, b x + d y); its first row holds
-// a and b, its second c and d. Only quarter turns and mirrors can be had without resampling; anything between counts
-// as the nearest of them.
+// From the container's display matrix, which maps a stored point (x, y) to (a x + c y, b x + d y); its first row is a
+// and b, its second c and d. Only quarter turns and mirrors are possible without resampling; other rotations use the
+// nearest of them.
 Turn turnOf(const std::int32_t* matrix)
 {
     const std::int64_t a = matrix[0];
@@ -182,7 +182,7 @@ void turnUpright(const cv::Mat& stored, const Turn& turn, cv::Mat& out)
         stored.copyTo(out);
 }
 
-// libswscale has the full range of the old "J" formats as a setting, and warns about these.
+// libswscale takes the full range of the old "J" formats as a setting, and warns about these formats.
 AVPixelFormat plainFormat(AVPixelFormat format, bool& isFullRange)
 {
     const auto full = [&isFullRange](AVPixelFormat plain) {
@@ -214,24 +214,24 @@ int matrixOf(const AVFrame& frame)
         return frame.width > kWidestStandardDefinition || frame.height > kTallestStandardDefinition ? SWS_CS_ITU709
                                                                                                     : SWS_CS_ITU601;
     default:
-        return frame.colorspace; // libswscale counts them in the same way
+        return frame.colorspace; // libswscale uses the same numbers
     }
 }
 
 int workers() { return std::clamp(tbb::this_task_arena::max_concurrency(), 1, kMostThreads); }
 
-// Pixels of any format to 8-bit blue, green, red. Matrix and range are those that the frame names; its primaries and
-// transfer curve stay as they are.
+// Converts pixels of any format to 8-bit blue, green, red. Applies the frame's matrix and range; primaries and transfer
+// curve are not changed.
 class ColourConverter
 {
 public:
-    // The picture in memory of this object's, good until the next call; empty if the format cannot be converted.
+    // The picture in memory of this object, valid until the next call; empty if the format cannot be converted.
     [[nodiscard]] cv::Mat convert(AVFrame& frame)
     {
         bool isFullRange = frame.color_range == AVCOL_RANGE_JPEG;
         frame.format = plainFormat(static_cast<AVPixelFormat>(frame.format), isFullRange);
-        const Source wanted{frame.width, frame.height, frame.format, matrixOf(frame), isFullRange};
-        if (!(scaler && wanted == source) && !prepare(wanted))
+        const Source requested{frame.width, frame.height, frame.format, matrixOf(frame), isFullRange};
+        if (!(scaler && requested == source) && !prepare(requested))
             return {};
         if (sws_scale_frame(scaler.get(), converted.get(), &frame) < 0)
             return {};
@@ -250,33 +250,33 @@ private:
         bool operator==(const Source&) const = default;
     };
 
-    bool prepare(const Source& wanted);
+    bool prepare(const Source& requested);
 
     std::unique_ptr<SwsContext, ScalerCloser> scaler;
-    // The converters write whole vectors, beyond the ends of rows; FFmpeg's own frames have room for that.
+    // The converters write full vectors, beyond the ends of rows; FFmpeg's own frames have padding for that.
     std::unique_ptr<AVFrame, FrameCloser> converted;
     Source source;
 };
 
-bool ColourConverter::prepare(const Source& wanted)
+bool ColourConverter::prepare(const Source& requested)
 {
-    source = wanted;
+    source = requested;
     scaler.reset(sws_alloc_context());
     converted.reset(av_frame_alloc());
     if (!scaler || !converted)
         return false;
-    converted->width = wanted.width;
-    converted->height = wanted.height;
+    converted->width = requested.width;
+    converted->height = requested.height;
     converted->format = AV_PIX_FMT_BGR24;
     int code = av_frame_get_buffer(converted.get(), 0);
     const auto set = [&](const char* option, std::int64_t value) {
         code = std::min(code, av_opt_set_int(scaler.get(), option, value, 0));
     };
-    set("srcw", wanted.width);
-    set("srch", wanted.height);
-    set("src_format", wanted.format);
-    set("dstw", wanted.width);
-    set("dsth", wanted.height);
+    set("srcw", requested.width);
+    set("srch", requested.height);
+    set("src_format", requested.format);
+    set("dstw", requested.width);
+    set("dsth", requested.height);
     set("dst_format", AV_PIX_FMT_BGR24);
     set("sws_flags", kConversionFlags);
     set("threads", workers());
@@ -284,10 +284,10 @@ bool ColourConverter::prepare(const Source& wanted)
         scaler.reset();
         return false;
     }
-    // Refused for sources that are red, green and blue already: they have no matrix.
-    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(wanted.matrix), wanted.isFullRange ? kFullRange : 0,
-                             sws_getCoefficients(SWS_CS_DEFAULT), kFullRange, kNoBrightness, kUnitContrast,
-                             kUnitSaturation);
+    // Fails for sources that are already RGB: they have no matrix.
+    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(requested.matrix),
+                             requested.isFullRange ? kFullRange : 0, sws_getCoefficients(SWS_CS_DEFAULT), kFullRange,
+                             kNoBrightness, kUnitContrast, kUnitSaturation);
     return true;
 }
 
@@ -296,7 +296,7 @@ bool isTooLarge(const AVCodecParameters& parameters)
     return static_cast<std::int64_t>(parameters.width) * parameters.height > kMostPixels;
 }
 
-// Looks into the streams, which decodes the beginning of each; pictures beyond the limit are refused there too.
+// Probes the streams, which decodes the beginning of each; pictures beyond the limit fail here too.
 int findStreams(AVFormatContext& format)
 {
     std::vector<AVDictionary*> limits(std::max(1u, format.nb_streams), nullptr);
@@ -310,7 +310,7 @@ int findStreams(AVFormatContext& format)
     return code;
 }
 
-// The first stream of moving pictures; a cover picture is none. FFmpeg's error code if there is no such stream.
+// The first video stream that is not a cover picture. FFmpeg's error code if there is none.
 int firstVideoStream(const AVFormatContext& format)
 {
     for (unsigned i = 0; i < format.nb_streams; ++i) {
@@ -358,8 +358,8 @@ public:
         return true;
     }
 
-    // Demuxer and decoder begin anew. A seek by time would find the first sample only in containers whose index and
-    // times are sound; this finds it in all, and costs what opening costs.
+    // Restarts demuxer and decoder. A seek by time would find the first sample only in containers with a correct index
+    // and times; this works for all, at the cost of opening.
     [[nodiscard]] bool seekToStart() override { return start() == 0; }
 
 private:
@@ -371,7 +371,7 @@ private:
     void feedDecoder();
     void endOfData();
 
-    InputFile file; // first: the contexts below read from it
+    InputFile file; // declared first: the contexts below read from it
     std::unique_ptr<AVIOContext, InputCloser> input;
     std::unique_ptr<AVFormatContext, FormatCloser> format;
     std::unique_ptr<AVCodecContext, DecoderCloser> decoder;
@@ -381,8 +381,8 @@ private:
     int streamIndex = 0;
     AVRational rate{0, 0}; // frames per second
     Turn turn;
-    bool hasDelivered = false; // a frame came out
-    bool isDraining = false;   // the decoder was told that no more packets come
+    bool hasDelivered = false; // a frame was decoded
+    bool isDraining = false;   // the end of the packets was signalled to the decoder
 };
 
 int FfmpegReader::start()
@@ -413,7 +413,7 @@ int FfmpegReader::openFormat()
         return AVERROR(ENOMEM);
     context->pb = input.get();
     context->io_open = &refuseOtherFiles;
-    int code = avformat_open_input(&context, "", nullptr, nullptr); // frees the context when it fails
+    int code = avformat_open_input(&context, "", nullptr, nullptr); // frees the context on failure
     if (code < 0)
         return code;
     format.reset(context);
@@ -444,7 +444,7 @@ int FfmpegReader::openDecoder()
     int code = avcodec_parameters_to_context(decoder.get(), &parameters);
     if (code >= 0) {
         decoder->pkt_timebase = stream.time_base;
-        decoder->max_pixels = kMostPixels; // pictures may grow in the middle of a stream
+        decoder->max_pixels = kMostPixels; // pictures may become larger within a stream
         decoder->thread_count = workers();
         code = avcodec_open2(decoder.get(), codec, nullptr);
     }
@@ -457,8 +457,8 @@ int FfmpegReader::openDecoder()
     return 0;
 }
 
-// The mean rate, as the container tells it or, where frames come at irregular times and it does not, as the first
-// packets show it. FFmpeg's other figure, the rate whose multiples all times are, may be a thousand for such files.
+// The mean rate of the container or, if it has none because frames are irregular, of the first packets. FFmpeg's other
+// value, the rate whose multiples all times are, may be a thousand for such files.
 int FfmpegReader::findRate()
 {
     rate = format->streams[streamIndex]->avg_frame_rate;
@@ -481,12 +481,12 @@ int FfmpegReader::findRate()
         av_reduce(&rate.num, &rate.den, (count - 1) * static_cast<std::int64_t>(tick.den),
                   (latest - earliest) * static_cast<std::int64_t>(tick.num), INT32_MAX);
     }
-    return start(); // packets that were looked at are gone
+    return start(); // probed packets are consumed
 }
 
-// The next frame that the decoder gives, which is in order of presentation. Data that cannot be decoded are the end of
-// the video, since a gap would shift the numbers of all frames behind it; but a recording that was cut out of a longer
-// one may begin with such data, and its frames count from the first whole one.
+// The next frame of the decoder, in order of presentation. Data that cannot be decoded end the video, since a gap would
+// shift the numbers of all later frames; but a recording cut from a longer one may begin with such data, and its frames
+// count from the first complete one.
 bool FfmpegReader::decodeFrame()
 {
     for (;;) {
@@ -513,7 +513,7 @@ void FfmpegReader::feedDecoder()
             break;
         av_packet_unref(packet.get());
     }
-    const bool isWhole = (packet->flags & AV_PKT_FLAG_CORRUPT) == 0; // not cut off by the end of the file
+    const bool isWhole = (packet->flags & AV_PKT_FLAG_CORRUPT) == 0; // not truncated by the end of the file
     const int code = isWhole ? avcodec_send_packet(decoder.get(), packet.get()) : AVERROR_INVALIDDATA;
     av_packet_unref(packet.get());
     if (code < 0 && hasDelivered)
@@ -523,7 +523,7 @@ void FfmpegReader::feedDecoder()
 void FfmpegReader::endOfData()
 {
     isDraining = true;
-    avcodec_send_packet(decoder.get(), nullptr); // what it still holds comes out
+    avcodec_send_packet(decoder.get(), nullptr); // flushes the remaining frames
 }
 
 } // namespace

@@ -25,16 +25,16 @@ constexpr ULONG kMediaFoundationVersion = 0x20070; // that of Windows 7 and late
 constexpr auto kFirstVideoStream = static_cast<DWORD>(MF_SOURCE_READER_FIRST_VIDEO_STREAM);
 constexpr auto kMediaSource = static_cast<DWORD>(MF_SOURCE_READER_MEDIASOURCE);
 constexpr std::size_t kBytesPerPixel = 4; // RGB32: blue, green, red, unused
-constexpr ULONG kCanSeek = 4;             // of the source's characteristics
+constexpr ULONG kCanSeek = 4;             // in the source's characteristics
 
-// Not every kit's headers have these two, so they stand here under names of our own.
-// MF_MT_VIDEO_ROTATION: degrees by which the picture has to be turned clockwise.
+// Not all SDK headers have these two, so they are defined here under other names. MF_MT_VIDEO_ROTATION: the clockwise
+// rotation in degrees that makes the picture upright.
 constexpr GUID kVideoRotation = {0xc380465d, 0x2271, 0x428c, {0x9b, 0x83, 0xec, 0xea, 0x3b, 0x4a, 0x85, 0xc1}};
 // MF_SOURCE_READER_ENABLE_ADVANCED_VIDEO_PROCESSING
 constexpr GUID kAdvancedVideoProcessing = {
     0x0f81da2c, 0xb537, 0x4672, {0xa8, 0xb2, 0xa6, 0x81, 0xb1, 0x73, 0x07, 0xa3}};
 
-// What is asked of the file itself, at its first video stream.
+// Queries to the first video stream of the file.
 struct NativeProperties
 {
     int width = 0;
@@ -55,7 +55,7 @@ struct Variant
     Variant& operator=(const Variant&) = delete;
 };
 
-// The pixels of a sample while they are locked.
+// The pixels of a sample, locked.
 class LockedPixels
 {
 public:
@@ -91,7 +91,7 @@ void turnUpright(cv::Mat& picture, UINT32 rotationDegrees)
         cv::rotate(picture, picture, cv::ROTATE_90_COUNTERCLOCKWISE);
 }
 
-// Owns one start-up of Media Foundation and one reference to its reader.
+// Owns one startup of Media Foundation and one reference to its reader.
 class MediaFoundationReader final : public VideoReader
 {
 public:
@@ -104,8 +104,8 @@ public:
     }
 
     [[nodiscard]] HRESULT startUp() const { return started; }
-    // `code` is what the log tells: the result of the call that failed, or of setting the media type where a later one
-    // did.
+    // `code` is the logged value: the result of the call that failed, or of setting the media type if a later call
+    // failed.
     [[nodiscard]] bool open(const std::wstring& path, HRESULT& code);
 
     [[nodiscard]] VideoFrameRate frameRate() override;
@@ -132,7 +132,7 @@ HRESULT MediaFoundationReader::createReader(const std::wstring& path, const GUID
     return result;
 }
 
-HRESULT wantedType(ComPtr<IMFMediaType>& type)
+HRESULT outputType(ComPtr<IMFMediaType>& type)
 {
     HRESULT result = MFCreateMediaType(type.GetAddressOf());
     if (SUCCEEDED(result))
@@ -153,7 +153,7 @@ bool MediaFoundationReader::open(const std::wstring& path, HRESULT& code)
     if (FAILED(code))
         return false;
     ComPtr<IMFMediaType> type;
-    code = wantedType(type);
+    code = outputType(type);
     if (FAILED(code))
         return false;
     code = reader->SetCurrentMediaType(kFirstVideoStream, nullptr, type.Get());
@@ -164,12 +164,12 @@ bool MediaFoundationReader::open(const std::wstring& path, HRESULT& code)
     if (FAILED(nativeType(native)))
         return false;
     UINT32 rotationDegrees = 0; // a file without the attribute is upright
-    const HRESULT asked = native->GetUINT32(kVideoRotation, &rotationDegrees);
-    if (FAILED(asked) && asked != MF_E_ATTRIBUTENOTFOUND)
+    const HRESULT status = native->GetUINT32(kVideoRotation, &rotationDegrees);
+    if (FAILED(status) && status != MF_E_ATTRIBUTENOTFOUND)
         return false;
     if (rotationDegrees != 0 && rotationDegrees != 180)
         return true;
-    // Only files turned by a quarter stay with the plain video processing.
+    // Only files with a quarter turn use the basic video processing.
     reader.Reset();
     return SUCCEEDED(createReader(path, kAdvancedVideoProcessing)) &&
            SUCCEEDED(reader->SetCurrentMediaType(kFirstVideoStream, nullptr, type.Get()));
@@ -213,7 +213,7 @@ bool MediaFoundationReader::readSample(cv::Mat& out)
     if (FAILED(sample->ConvertToContiguousBuffer(buffer.GetAddressOf())))
         return false;
     const LockedPixels pixels(buffer.Get());
-    cv::Mat picture; // stays empty without a lock, and the conversion throws
+    cv::Mat picture; // remains empty without a lock, and the conversion throws
     if (pixels.data() != nullptr) {
         const std::size_t needed =
             static_cast<std::size_t>(properties.width) * static_cast<std::size_t>(properties.height) * kBytesPerPixel;
@@ -229,9 +229,9 @@ bool MediaFoundationReader::readSample(cv::Mat& out)
 bool MediaFoundationReader::seekToStart()
 {
     Variant variant;
-    const HRESULT asked =
+    const HRESULT status =
         reader->GetPresentationAttribute(kMediaSource, MF_SOURCE_READER_MEDIASOURCE_CHARACTERISTICS, &variant.value);
-    if (FAILED(asked) && variant.value.vt == VT_UI4 && (variant.value.ulVal & kCanSeek) != 0)
+    if (FAILED(status) && variant.value.vt == VT_UI4 && (variant.value.ulVal & kCanSeek) != 0)
         return false;
     PropVariantClear(&variant.value);
     variant.value.vt = VT_I8;

@@ -35,7 +35,7 @@ std::vector<HDRFrame> shiftedFrames(const std::vector<std::array<double, 2>>& sh
     return frames;
 }
 
-// Turns the texture about the middle of the frame.
+// Rotates the texture about the centre of the frame.
 std::shared_ptr<Picture> turned(int width, int height, double degrees)
 {
     const double a = degrees * 3.14159265358979 / 180;
@@ -58,7 +58,7 @@ double meanDifference(const Picture& a, const Picture& b)
 
 } // namespace
 
-TEST(AlignFrames, BringsShiftedFramesTogether)
+TEST(AlignFrames, AlignsShiftedFrames)
 {
     auto frames = shiftedFrames({{0, 0}, {6, -4}, {-5, 8}});
     alignFrames(frames, 1, true);
@@ -140,9 +140,9 @@ TEST(AlignFrames, TooMuchRotationFailsAllFrames)
     }
 }
 
-TEST(AlignFrames, APairThatFailsCountsAsStandingStill)
+TEST(AlignFrames, APairThatFailsCountsAsUnmoved)
 {
-    // A blank frame in the middle: both its pairs fail, and all three frames stay where they are.
+    // A blank frame in the middle: both its pairs fail, and no frame moves.
     std::vector<HDRFrame> frames = {frameOf(textured(480, 360)), frameOf(plain(480, 360, 0.4f)),
                                     frameOf(textured(480, 360))};
     const auto before = frames[2].image;
@@ -200,7 +200,7 @@ TEST(AlignFrames, DoesNotDependOnThreads)
 
 TEST(AlignFrames, WarpsToTheNearestPixel)
 {
-    // Nothing is mixed: every pixel of the result is one of the frame's.
+    // No interpolation: each pixel of the result is a pixel of the frame.
     auto frames = shiftedFrames({{0, 0}, {5.4, -3.3}});
     std::set<std::tuple<float, float, float>> before;
     for (std::size_t i = 0; i < frames[1].image->pixelCount(); ++i) {
@@ -217,7 +217,7 @@ TEST(AlignFrames, WarpsToTheNearestPixel)
     EXPECT_EQ(mixed, 0u);
 }
 
-// How much of the frame is left of one that is shifted by so much.
+// The share of a shifted frame that remains.
 struct ShareCase
 {
     double shiftX;
@@ -234,7 +234,7 @@ TEST_P(SmallestShare, IsNineTenthsOfEachSide)
     auto frames = shiftedFrames({{0, 0}, {shiftX, shiftY}}); // 480 x 360
     const LogCapture capture;
     alignFrames(frames, 0, true);
-    EXPECT_EQ(capture.texts(LogMessageType::Warning).size(), 0u) << "the pair itself fits";
+    EXPECT_EQ(capture.texts(LogMessageType::Warning).size(), 0u) << "the pair itself registers";
     EXPECT_EQ(frames[0].image->size() != _Size<int>(480, 360), aligned);
     const auto failure = Contains("[Alignment] Failed to align frame #0");
     if (aligned)
@@ -250,7 +250,7 @@ INSTANTIATE_TEST_SUITE_P(AlignFrames, SmallestShare,
 
 TEST(AlignFrames, TheTransformsOfNeighboursAreChainedFromTheReferenceOutwards)
 {
-    // A turn and a shift: taken in the wrong order, or the wrong way round, they miss by a pixel and more.
+    // A rotation and a shift: in the wrong order or direction they are off by a pixel or more.
     const int width = 900;
     const int height = 700;
     const double shift = 36;

@@ -16,7 +16,7 @@ using namespace orvo::test;
 
 namespace {
 
-// The half plane holds 15 bits, and the filter rounds once more.
+// The half-size plane has 15 bits, and the filter rounds once more.
 constexpr float kTwoSteps = 2.0f / 32767.0f;
 
 // The definition, cell by cell in double.
@@ -64,7 +64,7 @@ TEST(DownsampleArea, IsTheMeanOfTheCoveredArea)
 
 TEST(DownsampleArea, TheLastColumnAndRowCountInFull)
 {
-    // At these sizes the ends of the last cell come out a little beyond the picture.
+    // At these sizes the computed ends of the last cell are slightly outside the picture.
     const auto picture = drawn(55, 55, [](int x, int y) {
         const float v = x == 54 || y == 54 ? 1.0f : 0.0f;
         return PixelRGB<float>{v, v, v};
@@ -153,7 +153,7 @@ TEST(ComputeMask, IsItsStepsInOrder)
 {
     for (const _Size<int> size : {_Size<int>(200, 120), _Size<int>(131, 77)})
         for (const float weight : {0.0f, 0.4f, 0.75f}) {
-            // Large edges and texture, so that every argument of the filter shows.
+            // Large edges and texture, so that every argument of the filter has an effect.
             const auto picture = drawn(size.width, size.height, [](int x, int y) {
                 const auto p = texture(x, y);
                 const float light = (x / 40 + y / 30) % 2 == 0 ? 0.15f : 1.6f;

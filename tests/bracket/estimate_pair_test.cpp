@@ -79,7 +79,7 @@ cv::Mat descriptorsAt(const cv::Mat& picture, std::vector<cv::KeyPoint> points)
 }
 
 // Two pictures of noise and ten places that are the same in both, where the descriptors of the two pictures are
-// each other's nearest although the pictures have nothing in common: at distances of `low` to `high`.
+// mutually nearest although the pictures have nothing in common: at distances of `low` to `high`.
 Pair pairAtDistances(double low, double high)
 {
     constexpr int kCandidates = 20000;
@@ -122,7 +122,7 @@ TEST(EstimatePair, MatchesOfADistanceAboveTheLimitCarryNoTransform)
         const bool isNear = high < 0.7;
         EXPECT_EQ(pair.estimate(), isNear);
         EXPECT_LT(cv::norm(pair.homography, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF), 1e-3) << "nothing moved";
-        // They count as matches all the same.
+        // They still count as matches.
         const std::vector<std::string> complaints = {
             "[Alignment] Not enough inliners to find a reliable transformation."};
         EXPECT_EQ(capture.texts(LogMessageType::Warning), isNear ? std::vector<std::string>() : complaints);
@@ -213,7 +213,7 @@ TEST(EstimatePair, FramesThatShowDifferentThingsFailOnInliers)
                 ElementsAre("[Alignment] Not enough inliners to find a reliable transformation."));
 }
 
-TEST(EstimatePair, AMatcherThatThrowsIsToldAndFails)
+TEST(EstimatePair, AMatcherThatThrowsIsLoggedAndFails)
 {
     // One key point too few descriptors on neither side: a picture of a type that SURF takes but the matcher cannot
     // compare does not exist, so the failure is made by more descriptors than the matcher indexes.
@@ -230,7 +230,7 @@ TEST(EstimatePair, AMatcherThatThrowsIsToldAndFails)
 
 TEST(EstimatePair, AMatchAsGoodAsTheNextIsDropped)
 {
-    // Every point of the second frame stands there twice, so that the nearest and the second nearest are equally far.
+    // Every point of the second frame occurs twice, so that the nearest and the second nearest are equally far.
     Pair pair(picture8(0, 0), picture8(3.3, 2.1));
     const auto once = pair.keypoints2;
     pair.keypoints2.insert(pair.keypoints2.end(), once.begin(), once.end());
@@ -241,7 +241,7 @@ TEST(EstimatePair, AMatchAsGoodAsTheNextIsDropped)
                 ElementsAre("[Alignment] Not enough matches found between a pair of images (found 0)"));
 }
 
-TEST(EstimatePair, TheCountOfMatchesIsTold)
+TEST(EstimatePair, TheCountOfMatchesIsLogged)
 {
     Pair pair(picture8(0, 0), picture8(0, 0));
     pair.keypoints1.resize(5);

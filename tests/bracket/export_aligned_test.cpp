@@ -30,7 +30,7 @@ protected:
     }
 };
 
-// The frame as it is opened, with a line of text on it.
+// The frame as opened, with a line of text on it.
 std::shared_ptr<Picture> labelled(const std::filesystem::path& path, const std::string& text)
 {
     auto picture = ImageReader::instance()
@@ -44,7 +44,7 @@ std::shared_ptr<const Picture> pixelsOf(const Image& image) { return image.devel
 
 } // namespace
 
-TEST_F(ExportAligned, TheTextsCountFromOne)
+TEST_F(ExportAligned, TheLabelsCountFromOne)
 {
     const std::vector<std::filesystem::path> paths = {file("a", *plain(400, 100, 0.2f)),
                                                       file("b", *plain(400, 100, 0.7f))};
@@ -53,7 +53,7 @@ TEST_F(ExportAligned, TheTextsCountFromOne)
     EXPECT_TRUE(sameBytes(*pixelsOf(*images[0]), *labelled(paths[0], "align result, image 1 out of 2")));
     EXPECT_TRUE(sameBytes(*pixelsOf(*images[1]), *labelled(paths[1], "align result, image 2 out of 2")));
     EXPECT_FALSE(sameBytes(*pixelsOf(*images[0]), *labelled(paths[0], "align result, image 2 out of 2")))
-        << "the numbers can be told apart";
+        << "the numbers are distinguishable";
 }
 
 TEST_F(ExportAligned, KeepsEachFramesOwnSizeAndMetadata)
@@ -77,7 +77,7 @@ TEST_F(ExportAligned, NothingIsAlignedOrDeghosted)
         EXPECT_NEAR(pixels->row(230)[x].g, moved->row(230)[x].g, 1e-3f);
 }
 
-TEST_F(ExportAligned, TheOrderOfThePathsStands)
+TEST_F(ExportAligned, KeepsTheOrderOfThePaths)
 {
     const auto images = exportAligned({file("bright", *plain(100, 80, 0.9f)), file("dark", *plain(100, 80, 0.1f))}, {});
     ASSERT_THAT(images, SizeIs(2));
@@ -94,7 +94,7 @@ TEST_F(ExportAligned, AFileThatCannotBeOpenedIsAnExceptionForTheCaller)
     const LogCapture capture;
     try {
         (void)exportAligned({file("a", *plain(40, 30, 0.5f)), broken}, {});
-        FAIL() << "an exception was expected";
+        FAIL() << "expected an exception";
     } catch (const std::runtime_error& error) {
         EXPECT_THAT(error.what(), HasSubstr(broken.string()));
     }

@@ -1,4 +1,4 @@
-// What lastFailure() says of make_HDR, makeFocusStack, exportAligned and getSortedPathsAndEVsFromPaths.
+// lastFailure() of make_HDR, makeFocusStack, exportAligned and getSortedPathsAndEVsFromPaths.
 #include "support/failures.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
@@ -29,7 +29,7 @@ using Paths = std::vector<std::filesystem::path>;
 struct Operation
 {
     const char* name;
-    bool (*gives)(const Paths& paths); ///< whether there is a result of all paths
+    bool (*gives)(const Paths& paths); ///< true if all paths give a result
 };
 
 bool merges(const Paths& paths)
@@ -39,7 +39,7 @@ bool merges(const Paths& paths)
 
 bool stacks(const Paths& paths)
 {
-    std::streambuf* const before = std::cerr.rdbuf(nullptr); // where unreadable files are reported, too
+    std::streambuf* const before = std::cerr.rdbuf(nullptr); // unreadable files are also reported there
     const auto image = makeFocusStack(paths, {});
     std::cerr.rdbuf(before);
     return image != nullptr;
@@ -77,7 +77,7 @@ protected:
 
 } // namespace
 
-TEST_P(BracketFailures, ThereIsNoneWhereThereIsAResult)
+TEST_P(BracketFailures, ThereIsNoneIfThereIsAResult)
 {
     ASSERT_TRUE(gives(frames()));
     EXPECT_FALSE(lastFailure().has_value());
@@ -132,7 +132,7 @@ TEST_P(BracketFailures, TheNextCallClearsIt)
 
 TEST_P(BracketFailures, EachThreadHasItsOwn)
 {
-    const Paths good = frames(); // writing them is a call, too
+    const Paths good = frames(); // writing them is also a call
     const auto letter = textFile(folder / "letter.jpg");
     EXPECT_FALSE(gives({folder / "nowhere.tif"}));
     std::thread([&] {

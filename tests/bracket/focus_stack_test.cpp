@@ -32,7 +32,7 @@ namespace {
 using Paths = std::vector<std::filesystem::path>;
 using Settings = BracketSettings::FocusStacking;
 
-// Notes what it is given and answers the first frame.
+// Records its inputs and returns the first frame.
 class NotingStacker : public grfx::IFocusStacking<PixelRGB<float>>
 {
 public:
@@ -83,7 +83,7 @@ protected:
         return writtenTo(folder / (name + ".tif"), picture);
     }
 
-    // Gray frames whose first red value tells them apart.
+    // Gray frames that differ in their first red value.
     Paths grays(const std::vector<float>& values)
     {
         Paths paths;
@@ -158,7 +158,7 @@ TEST_F(FocusStack, ASinglePathGivesThatFramesContent)
 TEST_F(FocusStack, WithoutAlignmentTheMiddlePathIsTheReferenceAndGoesFirst)
 {
     auto settings = unaligned();
-    settings.adjust.referenceIndex = 3; // counts only while aligning
+    settings.adjust.referenceIndex = 3; // has an effect only with alignment
     ASSERT_TRUE(stackNoted(grays({0.1f, 0.2f, 0.3f, 0.4f}), settings));
     EXPECT_THAT(reds(added), ElementsAre(0.3f, 0.1f, 0.2f, 0.4f));
 }
@@ -214,23 +214,23 @@ TEST_F(FocusStack, TheCropShowsTheReferenceInPlace)
     EXPECT_LT(best, 0.03f);
 }
 
-TEST_F(FocusStack, ACommonRectangleThatIsEmptyLeavesTheWholePicture)
+TEST_F(FocusStack, AnEmptyCommonRectangleKeepsTheWholePicture)
 {
     const Paths paths = {file("here", *clouds(kSkyOfReference)), file("elsewhere", *clouds(kSkyElsewhere))};
     const auto image = stackNoted(paths, alignedTo(0));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), _Size<int>(120, 90));
     EXPECT_THAT(*pixelsOf(*image), PixelsNear(*clouds(kSkyOfReference), 1e-4f));
-    EXPECT_THAT(added, SizeIs(2)) << "the frame goes in all the same";
+    EXPECT_THAT(added, SizeIs(2)) << "the frame is still added";
 }
 
-TEST(CommonRectangle, IsWhatBothShare)
+TEST(CommonRectangle, IsTheIntersection)
 {
     EXPECT_EQ(commonRectangle({0, 0, 100, 80}, {10, 5, 100, 60}), _Rect<int>(10, 5, 90, 60));
     EXPECT_EQ(commonRectangle({10, 5, 20, 20}, {0, 0, 100, 80}), _Rect<int>(10, 5, 20, 20));
 }
 
-TEST(CommonRectangle, IsAllZeroWhereNothingIsShared)
+TEST(CommonRectangle, IsAllZeroWithoutAnIntersection)
 {
     const _Rect<int> frame(10, 10, 20, 20);
     for (const auto& other :
@@ -238,7 +238,7 @@ TEST(CommonRectangle, IsAllZeroWhereNothingIsShared)
         EXPECT_EQ(commonRectangle(frame, other), _Rect<int>());
 }
 
-TEST(CommonRectangle, AnEmptyOneStandsForTheWholePicture)
+TEST(CommonRectangle, AnEmptyOneMeansTheWholePicture)
 {
     const auto whole = textured(64, 48);
     const auto cropped = whole->resize(_Rect<int>().size(), {}, true);
@@ -296,7 +296,7 @@ std::shared_ptr<ImageMetadata> rawMetadataOf(const std::filesystem::path& path)
 
 } // namespace
 
-TEST_F(FocusStack, FringesOfRawFramesAreTakenOutOfTheMergedPictureIfAsked)
+TEST_F(FocusStack, FringesOfRawFramesAreRemovedFromTheMergedPictureIfEnabled)
 {
     const Paths paths = {rawOfDiscs(folder / "a.dng", 1.0015), rawOfDiscs(folder / "b.dng", 1.0015)};
     auto settings = unaligned();
@@ -308,10 +308,10 @@ TEST_F(FocusStack, FringesOfRawFramesAreTakenOutOfTheMergedPictureIfAsked)
     auto expected = pixelsOf(*plainly)->copy({});
     applyChromaticAbberationsCorrection(expected);
     EXPECT_TRUE(sameBytes(*pixelsOf(*corrected), *expected)) << "once, and on the result";
-    EXPECT_EQ(added[0].firstRed, added[2].firstRed) << "the frames are stacked as the lens drew them";
+    EXPECT_EQ(added[0].firstRed, added[2].firstRed) << "the frames are stacked uncorrected";
 }
 
-TEST_F(FocusStack, TheLensOfRawFramesIsCorrectedOnTheMergedPictureIfAsked)
+TEST_F(FocusStack, TheLensOfRawFramesIsCorrectedOnTheMergedPictureIfEnabled)
 {
     const Paths paths = {rawOfDiscs(folder / "a.dng", 1.0015)};
     const auto metadata = rawMetadataOf(paths[0]);
@@ -337,22 +337,22 @@ TEST_F(FocusStack, TheLensOfRawFramesIsCorrectedOnTheMergedPictureIfAsked)
     EXPECT_FALSE(both->metadata()->isRaw);
 }
 
-TEST_F(FocusStack, AnUnreadableFrameIsToldOnStandardErrorAndGivesNothing)
+TEST_F(FocusStack, AnUnreadableFrameIsReportedOnStandardErrorAndGivesNothing)
 {
     auto paths = grays({0.1f, 0.2f});
     paths.push_back(textFile("broken.jpg"));
     const LogCapture capture;
     testing::internal::CaptureStderr();
     const auto image = makeFocusStack(paths, unaligned());
-    const std::string told = testing::internal::GetCapturedStderr();
+    const std::string errorOutput = testing::internal::GetCapturedStderr();
     EXPECT_FALSE(image);
-    EXPECT_THAT(told, testing::EndsWith(" makeFocusStack: Image broken.jpg could not be loaded\n"));
-    EXPECT_THAT(told, HasSubstr("makeFocusStack(")) << "the line begins with the signature of the function";
-    EXPECT_THAT(told, HasSubstr("FocusStacking"));
-    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1);
+    EXPECT_THAT(errorOutput, testing::EndsWith(" makeFocusStack: Image broken.jpg could not be loaded\n"));
+    EXPECT_THAT(errorOutput, HasSubstr("makeFocusStack(")) << "the line begins with the signature of the function";
+    EXPECT_THAT(errorOutput, HasSubstr("FocusStacking"));
+    EXPECT_EQ(std::count(errorOutput.begin(), errorOutput.end(), '\n'), 1);
     EXPECT_THAT(capture.texts(LogMessageType::Warning),
                 testing::Contains("Can't open image at path: " + paths.back().string()));
-    EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty()) << "an ordinary refusal, no exception";
+    EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty()) << "an ordinary failure, not an exception";
 }
 
 TEST_F(FocusStack, AnEmptyListGivesNothingAndALine)
@@ -360,7 +360,7 @@ TEST_F(FocusStack, AnEmptyListGivesNothingAndALine)
     const LogCapture capture;
     EXPECT_FALSE(makeFocusStack({}, {}));
     EXPECT_THAT(capture.texts(LogMessageType::Error),
-                ElementsAre("Error in makeFocusStack: frame 0 was asked for, but the series has 0"));
+                ElementsAre("Error in makeFocusStack: frame 0 was requested, but the series has 0"));
 }
 
 TEST_F(FocusStack, AReferenceOutOfRangeGivesNothingAndALine)
@@ -405,7 +405,7 @@ namespace {
 constexpr int kDiscRow = 120;
 constexpr int kDiscs[] = {80, 240}; // columns of their centres
 
-// A disc that stands elsewhere in each frame of the same view.
+// A disc at a different position in each frame of the same view.
 std::shared_ptr<Picture> withDisc(int frame)
 {
     return drawn(320, 240, [frame](int x, int y) {
@@ -423,7 +423,7 @@ Settings deghostedTo(int reference, Settings settings)
     return settings;
 }
 
-// Whether a picture shows the disc of one frame and not that of the other.
+// Checks that a picture shows the disc of one frame and not that of the other.
 void expectDiscOf(int frame, const Picture& picture)
 {
     EXPECT_LT(picture.row(kDiscRow)[kDiscs[frame]].b, 0.15f) << "the disc of the ghost reference is kept";
@@ -432,7 +432,7 @@ void expectDiscOf(int frame, const Picture& picture)
 
 } // namespace
 
-TEST_F(FocusStack, DeghostingTakesTheReferencesSubject)
+TEST_F(FocusStack, DeghostingKeepsTheReferencesSubject)
 {
     const Paths paths = {file("a", *withDisc(0)), file("b", *withDisc(1))};
     const auto image = makeFocusStack(paths, deghostedTo(1, unaligned()));
@@ -444,7 +444,7 @@ TEST_F(FocusStack, TheStackingReferenceIsDeghostedBeforeItIsAdded)
 {
     const Paths paths = {file("a", *withDisc(0)), file("b", *withDisc(1))};
     const auto settings = deghostedTo(0, unaligned()); // the stacking reference is the second
-    const auto first = stackNoted(paths, settings);    // as the stacker was given it
+    const auto first = stackNoted(paths, settings);    // as passed to the stacker
     ASSERT_TRUE(first);
     expectDiscOf(0, *pixelsOf(*first));
 }
@@ -455,14 +455,14 @@ TEST_F(FocusStack, AlignedFramesAreDeghostedToo)
     for (const int ghostReference : {0, 1}) {
         const auto image = makeFocusStack(paths, deghostedTo(ghostReference, alignedTo(1)));
         ASSERT_TRUE(image);
-        ASSERT_GT(image->size().width, 300) << "next to nothing is cropped";
+        ASSERT_GT(image->size().width, 300) << "almost nothing is cropped";
         expectDiscOf(ghostReference, *pixelsOf(*image));
     }
 }
 
-TEST_F(FocusStack, FringesAreCorrectedOnTheMergedPictureIfAsked)
+TEST_F(FocusStack, FringesAreCorrectedOnTheMergedPictureIfEnabled)
 {
-    // Discs whose red is drawn larger by as much as a strong lens does.
+    // Discs with red enlarged as by a lens with strong fringes.
     const auto light = [](double x, double y) {
         const double dx = x - 60.0 * std::floor(x / 60.0) - 30.0;
         const double dy = y - 60.0 * std::floor(y / 60.0) - 30.0;
@@ -496,11 +496,11 @@ TEST_F(FocusStack, LinesOfOnePixelAreStackedThoughTheyCannotBeRegistered)
     }
 }
 
-TEST_F(FocusStack, NoGhostIsLookedForUnlessAsked)
+TEST_F(FocusStack, DoesNotDeghostUnlessEnabled)
 {
     const auto values = std::vector<float>{0.1f, 0.5f, 0.9f};
     ASSERT_TRUE(stackNoted(grays(values), unaligned()));
-    EXPECT_THAT(reds(added), ElementsAre(0.5f, 0.1f, 0.9f)) << "frames arrive with the pixels of their files";
+    EXPECT_THAT(reds(added), ElementsAre(0.5f, 0.1f, 0.9f)) << "frames have the pixels of their files";
 }
 
 TEST_F(FocusStack, OneAndTwoThreadsGiveTheSameBytes)

@@ -35,7 +35,8 @@ std::shared_ptr<const Picture> stacked(const scenes::FocusSeries& series, bool a
     return image ? image->developedOriginalImageData({}) : nullptr;
 }
 
-// The truth where the stack shows it: the crop is centred up to a few pixels, so the best of these places counts.
+// The truth at the position of the stack: the crop is centred up to a few pixels, so the best of these positions
+// counts.
 struct Comparison
 {
     double decibels = 0.0;
@@ -91,11 +92,11 @@ TEST(FocusStackTruth, ASeriesThatBreathesAndShifts)
     std::cout << "breathing and shifting: " << comparison.decibels << " dB, " << result->width() << " x "
               << result->height() << "\n";
     EXPECT_GT(comparison.decibels, kFewestDecibels);
-    EXPECT_LT(result->width(), settings.size.width) << "borders that a frame does not show are cropped";
+    EXPECT_LT(result->width(), settings.size.width) << "borders missing in a frame are cropped";
     EXPECT_GT(result->width(), settings.size.width * 9 / 10);
 }
 
-TEST(FocusStackTruth, NoiseIsNotGatheredFromAllFrames)
+TEST(FocusStackTruth, NoiseDoesNotAccumulateFromAllFrames)
 {
     scenes::FocusSeriesSettings settings;
     settings.noise = scenes::SensorNoise{};

@@ -34,7 +34,7 @@ TEST(InscribedRect, IdentityGivesTheFrame)
 
 TEST(InscribedRect, AShiftMovesIt) { EXPECT_EQ(inscribed(shifted(12, -5), 640, 480), cv::Rect(12, -5, 640, 480)); }
 
-TEST(InscribedRect, ARotatedFrameHoldsItsRectangle)
+TEST(InscribedRect, ARotatedFrameContainsItsRectangle)
 {
     const int w = 600;
     const int h = 400;
@@ -78,7 +78,7 @@ TEST(InscribedRect, AWildTransformStaysFinite)
     EXPECT_TRUE(inscribedRect(corners, 100, 100).empty()) << "intersections beyond 1e5 pixels do not count";
 }
 
-TEST(InscribedRect, CornersThatFitNoIntegerStayOutside)
+TEST(InscribedRect, CornersBeyondTheIntegerRangeStayOutside)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const cv::Rect frame(0, 0, 100, 100);

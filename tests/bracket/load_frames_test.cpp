@@ -71,7 +71,7 @@ TEST_F(LoadFrames, FillsTheRecord)
     EXPECT_EQ(frame.ev, 0.0f);
 }
 
-TEST_F(LoadFrames, ASizeCanBeAskedFor)
+TEST_F(LoadFrames, ASizeCanBeRequested)
 {
     const auto frame = loadFrame<FocusStackerFrame>(paths[0], 4126, {80, 60}, false);
     EXPECT_EQ(frame.image->size(), _Size<int>(80, 60));
@@ -192,7 +192,7 @@ TEST_F(LoadFrames, OrdinaryFilesAreNotRaw)
     EXPECT_TRUE(areAllRaw({}));
 }
 
-TEST_F(LoadFrames, DevelopBringsARawFrameToTheWorkingSpace)
+TEST_F(LoadFrames, DevelopConvertsARawFrameToTheWorkingSpace)
 {
     auto image = drawn(700, 300, [](int x, int) {
         const float v = static_cast<float>(x) / 700;
@@ -211,7 +211,7 @@ TEST_F(LoadFrames, DevelopBringsARawFrameToTheWorkingSpace)
 
 TEST_F(LoadFrames, ACancelBetweenTwoFilesEndsTheLoad)
 {
-    // The line about the first file, which is no picture, is the moment at which somebody cancels.
+    // Cancels when the log line about the first file, which is not a picture, appears.
     const std::vector<std::filesystem::path> files = {textFile(), folder / "missing.jpg", paths[0], paths[1]};
     for (const bool sequential : {true, false}) {
         HDRSettings settings;
@@ -226,7 +226,7 @@ TEST_F(LoadFrames, ACancelBetweenTwoFilesEndsTheLoad)
     }
 }
 
-TEST_F(LoadFrames, AFocusSeriesLosesFilesAsABracketDoes)
+TEST_F(LoadFrames, AFocusSeriesDropsFilesLikeABracket)
 {
     paths[1] = textFile();
     BracketSettings::FocusStacking settings;
@@ -234,7 +234,7 @@ TEST_F(LoadFrames, AFocusSeriesLosesFilesAsABracketDoes)
     const auto sequential = loadFrames(paths, settings, kFlags, true);
     ASSERT_EQ(sequential.size(), 2u);
     EXPECT_EQ(sequential[1].path, paths[2]);
-    EXPECT_TRUE(sequential[1].isGhostReference) << "the index counts paths, whichever frame stands there now";
+    EXPECT_TRUE(sequential[1].isGhostReference) << "the index counts paths, whatever frame is at that position now";
     const auto parallel = loadFrames(paths, settings, kFlags, false);
     ASSERT_EQ(parallel.size(), 3u);
     EXPECT_FALSE(parallel[1].image);
@@ -259,23 +259,23 @@ TEST_F(LoadFrames, ARawFileComesUndevelopedWithItsRawMetadata)
     EXPECT_TRUE(frame.image->colorProfile()->isLinear());
 }
 
-TEST_F(LoadFrames, LensCorrectionIsPreparedForThoseWhoAsk)
+TEST_F(LoadFrames, LensCorrectionIsPreparedIfEnabled)
 {
     const auto files = rawFiles(folder);
-    for (const bool asked : {false, true}) {
-        EXPECT_EQ(loadFrame<HDRFrame>(files[0], 4126, {}, asked).rawMetadata->isLensCorrectionPrepared(), asked);
+    for (const bool enabled : {false, true}) {
+        EXPECT_EQ(loadFrame<HDRFrame>(files[0], 4126, {}, enabled).rawMetadata->isLensCorrectionPrepared(), enabled);
         HDRSettings merge;
-        merge.lensCorrection = asked;
+        merge.lensCorrection = enabled;
         BracketSettings::FocusStacking stack;
-        stack.rawAutoCorrection.lensCorrection = asked;
+        stack.rawAutoCorrection.lensCorrection = enabled;
         for (const bool sequential : {true, false}) {
             for (const auto& frame : loadFrames(files, merge, kFlags, sequential))
-                EXPECT_EQ(frame.rawMetadata->isLensCorrectionPrepared(), asked);
+                EXPECT_EQ(frame.rawMetadata->isLensCorrectionPrepared(), enabled);
             for (const auto& frame : loadFrames(files, stack, kFlags, sequential))
-                EXPECT_EQ(frame.rawMetadata->isLensCorrectionPrepared(), asked);
+                EXPECT_EQ(frame.rawMetadata->isLensCorrectionPrepared(), enabled);
         }
     }
-    EXPECT_TRUE(loadFrame<HDRFrame>(paths[0], 4126, {}, true).image) << "a file without raw metadata loads as ever";
+    EXPECT_TRUE(loadFrame<HDRFrame>(paths[0], 4126, {}, true).image) << "a file without raw metadata loads as usual";
 }
 
 TEST_F(LoadFrames, SortingReadsNoPictureInFull)
@@ -303,9 +303,9 @@ TEST_F(LoadFrames, PathsOfEqualExposureKeepTheirOrder)
     EXPECT_EQ(evs[1], evs[2]);
 }
 
-TEST_F(LoadFrames, DevelopCorrectsAndDismissesChromaticAberrationIfAsked)
+TEST_F(LoadFrames, DevelopCorrectsAndDismissesChromaticAberrationIfEnabled)
 {
-    for (const bool asked : {false, true}) {
+    for (const bool enabled : {false, true}) {
         auto image = plain(64, 48, 0.2f);
         image->setColorProfile(ColorProfileType::linearMelissaRGB());
         auto metadata = std::make_shared<ImageMetadata>();
@@ -313,11 +313,11 @@ TEST_F(LoadFrames, DevelopCorrectsAndDismissesChromaticAberrationIfAsked)
         const auto rawMetadata = std::make_shared<AdditionalRawMetadataSync>();
         grfx::cout.quiet = 0;
         testing::internal::CaptureStdout();
-        develop(image, metadata, rawMetadata, asked);
+        develop(image, metadata, rawMetadata, enabled);
         const std::string trace = testing::internal::GetCapturedStdout();
         grfx::cout.quiet = 1;
-        EXPECT_EQ(trace.find("applyChromaticAbberationsCorrection: ") != std::string::npos, asked);
-        EXPECT_EQ(rawMetadata->hasPendingChromaticAberration(), !asked) << "else left for the merged picture";
+        EXPECT_EQ(trace.find("applyChromaticAbberationsCorrection: ") != std::string::npos, enabled);
+        EXPECT_EQ(rawMetadata->hasPendingChromaticAberration(), !enabled) << "else left for the merged picture";
     }
 }
 
@@ -334,9 +334,9 @@ TEST_F(LoadFrames, DevelopAppliesTheToneThatTheRawReaderSuggests)
     EXPECT_GT(developed(1.0f), developed(0.0f) * 1.2f);
 }
 
-TEST_F(LoadFrames, AMissingFileOfAnyNameIsToldInAnyLocale)
+TEST_F(LoadFrames, AMissingFileOfAnyNameIsLoggedInAnyLocale)
 {
-    // The C locale, in which programs start, knows no umlauts.
+    // The C locale, in which programs start, has no umlauts.
     const auto path = folder / "fl\xc3\xb6te.jpg";
     const LogCapture capture;
     EXPECT_FALSE(loadFrame<HDRFrame>(path, static_cast<int>(ImageReaderOpenFlag::Bracket), {}, false).image);

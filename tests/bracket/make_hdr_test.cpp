@@ -124,11 +124,11 @@ HDRSettings withFlag(const std::shared_ptr<std::atomic<unsigned char>>& flag)
     return settings;
 }
 
-// How often chromatic aberration was corrected until the phase in which the frames are loaded.
-std::size_t correctionsWhileLoading(const Paths& paths, bool asked)
+// The number of corrections of chromatic aberration up to the phase in which the frames are loaded.
+std::size_t correctionsWhileLoading(const Paths& paths, bool enabled)
 {
     HDRSettings settings;
-    settings.chromaticAberrations = asked;
+    settings.chromaticAberrations = enabled;
     std::string trace;
     const auto onPhase = [&trace](HDRMergingPhaseName phase) {
         if (phase != HDRMergingPhaseName::FramesLoaded)
@@ -142,9 +142,9 @@ std::size_t correctionsWhileLoading(const Paths& paths, bool asked)
     (void)testing::internal::GetCapturedStdout();
     grfx::cout.quiet = 1;
     EXPECT_TRUE(merged.first);
-    const std::string wanted = "applyChromaticAbberationsCorrection: ";
+    const std::string marker = "applyChromaticAbberationsCorrection: ";
     std::size_t times = 0;
-    for (std::size_t at = trace.find(wanted); at != std::string::npos; at = trace.find(wanted, at + 1))
+    for (std::size_t at = trace.find(marker); at != std::string::npos; at = trace.find(marker, at + 1))
         ++times;
     return times;
 }
@@ -189,14 +189,14 @@ TEST_F(MakeHdr, WithoutACallbackThePhasesAreLogged)
                             "Merging phase: 4", "Merging phase: 5", "Merging phase: 6"));
 }
 
-TEST_F(MakeHdr, TellsWhetherTheFramesAreRaw)
+TEST_F(MakeHdr, LogsWhetherTheFramesAreRaw)
 {
     const LogCapture capture;
     ASSERT_TRUE(merge(bracket(2), {}, record()).first);
     EXPECT_THAT(capture.lines(), Contains(LogCapture::Line{LogMessageType::Diagnostic, "isRaw 0\n", 16}));
 }
 
-TEST_F(MakeHdr, TheResultIsAFinishedPictureAndTheMiddleFrameComesAlong)
+TEST_F(MakeHdr, ReturnsAFinishedPictureAndTheMiddleFrame)
 {
     const auto paths = bracket(3);
     const auto merged = merge(paths, {}, record());
@@ -230,7 +230,7 @@ TEST_F(MakeHdr, ASingleFrameStaysNearItself)
         mean += static_cast<double>(pixels->data()[i].g);
         expected += static_cast<double>(merged.second->data()[i].g);
     }
-    EXPECT_NEAR(mean / expected, 1.0, 0.1) << "automatic exposure brings it back";
+    EXPECT_NEAR(mean / expected, 1.0, 0.1) << "automatic exposure compensates";
 }
 
 TEST_F(MakeHdr, ASingleFrameTracesItsAutomaticExposure)
@@ -257,7 +257,7 @@ TEST_F(MakeHdr, ASingleFrameSkipsAlignmentAndDeghosting)
     }
 }
 
-TEST_F(MakeHdr, AlignsAndDeghostsABracketWhenAsked)
+TEST_F(MakeHdr, AlignsAndDeghostsABracketIfEnabled)
 {
     HDRSettings settings;
     settings.alignment = true;
@@ -272,8 +272,8 @@ TEST_F(MakeHdr, AlignsAndDeghostsABracketWhenAsked)
 
 TEST_F(MakeHdr, TheGhostReferenceIsFoundAgainOnTheLadder)
 {
-    // Three equal files: every rung comes from the first of them, so that another reference has no rung of its own and
-    // its place is taken by proportion.
+    // Three equal files: every rung comes from the first of them, so another reference has no rung, and its position is
+    // found by proportion.
     Paths paths;
     for (const char* name : {"a.tif", "b.tif", "c.tif"})
         paths.push_back(writtenTo(folder / name, *texturedAt(0.8f)));
@@ -353,8 +353,8 @@ TEST_F(MakeHdr, ACancelBeforeTheStartGivesNothing)
 TEST_F(MakeHdr, ACancelAtEachPhaseGivesNothingAndNoFurtherPhase)
 {
     const auto paths = bracket(3);
-    // Set in the callback of a phase, the flag is seen at the next point that looks: none comes after the fourth phase
-    // of a ladder of four rungs but the last blend.
+    // If set in the callback of a phase, the flag is seen at the next check: after the fourth phase of a ladder of four
+    // rungs there is only the last blend.
     for (const int stopAt : {0, 1, 2, 3, 4}) {
         phases.clear();
         const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
@@ -427,7 +427,7 @@ TEST_F(MakeHdr, FramesSmallerThanTheFirstAreRefused)
     EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre(HasSubstr("small.tif")));
 }
 
-TEST_F(MakeHdr, DrawsItsSettingsWhenAsked)
+TEST_F(MakeHdr, DrawsItsSettingsIfEnabled)
 {
     const auto paths = bracket(2);
     const auto base = merge(paths, {}, record());
@@ -469,8 +469,8 @@ TEST_F(MakeHdr, GivesItsMemoryBack)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
 }
 
-// Three frames make four rungs, but no rung is held beside the frames: those, a mask and its scratch are all.
-TEST_F(MakeHdr, HoldsNoPictureForARungOfAShortBracket)
+// Three frames make four rungs, but no separate rungs are kept: only the frames, a mask and its scratch memory.
+TEST_F(MakeHdr, KeepsNoPictureForARungOfAShortBracket)
 {
     constexpr int kWidth = 300;
     constexpr int kHeight = 2400; // many bands
@@ -499,7 +499,7 @@ TEST_F(MakeHdr, ARawBracketIsBlendedAtFullStrength)
     EXPECT_GT(largestDifference(*folded(paths, 0.8f), *folded(paths, 1.0f)), 10 * kRoundings);
 }
 
-TEST_F(MakeHdr, TheMiddleRawFrameComesDevelopedAtItsOwnExposure)
+TEST_F(MakeHdr, TheMiddleRawFrameIsDevelopedAtItsOwnExposure)
 {
     for (const std::size_t count : {2u, 3u, 4u, 5u}) { // a resampled ladder leaves it undeveloped, a long one does not
         const auto paths = rawBracket(count);
@@ -538,7 +538,7 @@ TEST_F(MakeHdr, AMixedBracketCountsAsRawByItsFirstFrameInOrderOfExposure)
 {
     for (const std::size_t rawIndex : {0u, 1u, 2u}) {
         auto paths = mixedBracket(rawIndex);
-        std::reverse(paths.begin(), paths.end()); // the order given does not count
+        std::reverse(paths.begin(), paths.end()); // the given order has no effect
         const LogCapture capture;
         const auto merged = merge(paths, {}, record());
         ASSERT_TRUE(merged.first);
@@ -552,7 +552,7 @@ TEST_F(MakeHdr, AMixedBracketCountsAsRawByItsFirstFrameInOrderOfExposure)
     }
 }
 
-TEST_F(MakeHdr, TheSummaryTellsPathsAndSettings)
+TEST_F(MakeHdr, TheSummaryListsPathsAndSettings)
 {
     // High enough for all of its lines below the middle.
     const Paths paths = {writtenTo(folder / "a.tif", *texturedAt(0.5f, 480, 360)),
@@ -593,7 +593,7 @@ TEST_F(MakeHdr, WhiteBalanceComesBeforeDetails)
     EXPECT_TRUE(sameBytes(*pixelsOf(*merged.first), *expected));
     applyDetails(otherWayRound->data(), otherWayRound->width(), otherWayRound->height(), 0.7f);
     applyWB(otherWayRound, 0.6f);
-    ASSERT_FALSE(sameBytes(*otherWayRound, *expected)) << "the order can be told";
+    ASSERT_FALSE(sameBytes(*otherWayRound, *expected)) << "the order makes a difference";
 }
 
 TEST_F(MakeHdr, ACancelAtEachPhaseOfASingleFrameGivesNothing)
@@ -616,7 +616,7 @@ TEST_F(MakeHdr, ACancelAfterTheLastBlendComesTooLate)
     for (const std::size_t count : {1u, 3u, 4u})
         for (const int stopAt : {5, 6}) {
             if (count == 1 && stopAt == 5)
-                continue; // a single frame tells its fifth phase between two blends
+                continue; // a single frame reports its fifth phase between two blends
             const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
             const auto merged = merge(bracket(count), withFlag(flag), [&](HDRMergingPhaseName phase) {
                 if (static_cast<int>(phase) == stopAt)
@@ -642,7 +642,7 @@ TEST_F(MakeHdr, ACancelDuringAStepIsSeenAtItsEnd)
     const Case cases[] = {{"[Alignment]", bracket(3), false, {0, 1}},
                           {"[Deghosting]", bracket(3), false, {0, 1, 2}},
                           {"[Deghosting]", bracket(4), false, {0, 1, 2}},
-                          // Aligned after the ladder, raw frames go on to deghosting, which runs to its end.
+                          // Raw frames are aligned after the ladder and then deghosted, which runs to its end.
                           {"[Alignment]", rawBracket(3), true, {0, 1, 2}}};
     for (const Case& c : cases) {
         phases.clear();
@@ -670,10 +670,10 @@ TEST_F(MakeHdr, ACancelWhileFramesAreReadGivesNothingAndNoFurtherPhase)
     const LogCapture capture;
     testing::internal::CaptureStderr();
     EXPECT_TRUE(isEmpty(merge(paths, withFlag(flag), record())));
-    const std::string told = testing::internal::GetCapturedStderr();
+    const std::string errorOutput = testing::internal::GetCapturedStderr();
     EXPECT_THAT(phases, ElementsAre(0));
-    EXPECT_THAT(capture.texts(LogMessageType::Error), testing::IsEmpty()) << "a cancel is no failure";
-    EXPECT_THAT(told, testing::EndsWith(" make_EFLL: not all images were loaded\n"));
+    EXPECT_THAT(capture.texts(LogMessageType::Error), testing::IsEmpty()) << "a cancel is not a failure";
+    EXPECT_THAT(errorOutput, testing::EndsWith(" make_EFLL: not all images were loaded\n"));
 }
 
 TEST_F(MakeHdr, AGhostReferenceOutOfRangeIsTheMiddleFrame)
@@ -681,21 +681,21 @@ TEST_F(MakeHdr, AGhostReferenceOutOfRangeIsTheMiddleFrame)
     const auto paths = bracket(3);
     HDRSettings settings;
     settings.ghostReduction = true;
-    const auto told = [&](int index) {
+    const auto resultFor = [&](int index) {
         settings.ghostRefImageIdx = index;
         const LogCapture capture;
         EXPECT_TRUE(merge(paths, settings, record()).first) << index;
         const auto lines = capture.texts(LogMessageType::Progress);
         return lines.empty() ? std::string() : lines.front();
     };
-    const std::string middle = told(1);
+    const std::string middle = resultFor(1);
     EXPECT_THAT(middle, HasSubstr("[Deghosting] "));
-    EXPECT_NE(told(0), middle);
+    EXPECT_NE(resultFor(0), middle);
     for (const int index : {-1, 3, 1000, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
-        EXPECT_EQ(told(index), middle) << index;
+        EXPECT_EQ(resultFor(index), middle) << index;
 }
 
-TEST(CallFrame, AnswersTheEmptyResultAndLogs)
+TEST(CallFrame, ReturnsTheEmptyResultAndLogs)
 {
     const LogCapture capture;
     const auto failing = runInCallFrame("make_HDR", []() -> std::shared_ptr<int> { throw std::runtime_error("why"); });

@@ -21,7 +21,7 @@ std::vector<int> queries(const std::vector<cv::DMatch>& matches)
     return result;
 }
 
-// `count` matches of point i with point i, displaced as the two functions say.
+// `count` matches of point i with point i, displaced by the two functions.
 struct Displaced
 {
     std::vector<cv::KeyPoint> first;
@@ -43,7 +43,7 @@ constexpr float kSide = 1000.0f;
 
 } // namespace
 
-TEST(SymmetryTest, KeepsWhatBothDirectionsAgreeOn)
+TEST(SymmetryTest, KeepsMatchesThatBothDirectionsAgreeOn)
 {
     const Lists forward = {{match(0, 2), match(0, 1)}, {match(1, 0)}, {}, {match(3, 1)}};
     const Lists backward = {{match(0, 1)}, {match(1, 9)}, {match(2, 0), match(2, 3)}, {}};

@@ -1,5 +1,5 @@
-// Real brackets: they merge, nothing is clipped that was not, and tones stay in order. Looks are judged by people, and
-// by scripts/bench_merge.sh.
+// Real brackets: they merge, no new clipping appears, and tones stay in order. Users, and scripts/bench_merge.sh, judge
+// the look.
 #include "support/pictures.hpp"
 
 #include <orvo_extensions/bracket.hpp>
@@ -46,7 +46,7 @@ protected:
     {
         files = filesBelow(GetParam());
         if (files.empty())
-            GTEST_SKIP() << "ORVO_TEST_DATA names no folder of real pictures";
+            GTEST_SKIP() << "ORVO_TEST_DATA is not set to a folder of real pictures";
     }
 };
 
@@ -77,7 +77,7 @@ TEST(RealBracketOrder, ExifPutsFilesInOrder)
 {
     const auto files = filesBelow("brackets/church_film");
     if (files.empty())
-        GTEST_SKIP() << "ORVO_TEST_DATA names no folder of real pictures";
+        GTEST_SKIP() << "ORVO_TEST_DATA is not set to a folder of real pictures";
     auto shuffled = files;
     std::rotate(shuffled.begin(), shuffled.begin() + 7, shuffled.end());
     const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(shuffled);
@@ -92,7 +92,7 @@ TEST(RealBracketOrder, BrightnessPutsFilesWithoutExifInOrder)
 {
     const auto files = filesBelow("brackets/canal_boat");
     if (files.empty())
-        GTEST_SKIP() << "ORVO_TEST_DATA names no folder of real pictures";
+        GTEST_SKIP() << "ORVO_TEST_DATA is not set to a folder of real pictures";
     const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(files);
     ASSERT_EQ(sorted.size(), 3u);
     EXPECT_EQ(sorted[0].filename(), "grandcanal_under.jpg");

@@ -87,10 +87,10 @@ std::string traceOf(const std::function<void()>& call)
     return testing::internal::GetCapturedStdout();
 }
 
-std::size_t timesIn(const std::string& trace, const std::string& wanted)
+std::size_t timesIn(const std::string& trace, const std::string& text)
 {
     std::size_t times = 0;
-    for (std::size_t at = trace.find(wanted); at != std::string::npos; at = trace.find(wanted, at + 1))
+    for (std::size_t at = trace.find(text); at != std::string::npos; at = trace.find(text, at + 1))
         ++times;
     return times;
 }
@@ -222,7 +222,7 @@ TEST(ResampleFrames, FourRawFramesAreDevelopedInPlace)
         EXPECT_TRUE(frame.metadata->isDeveloped);
         EXPECT_TRUE(*frame.image->colorProfile() == *ColorProfileType::melissaRGB());
     }
-    EXPECT_FALSE(metadata->isDeveloped) << "others that hold the metadata see no change";
+    EXPECT_FALSE(metadata->isDeveloped) << "other holders of the metadata see no change";
     EXPECT_EQ(result.ladder[2].image, input[2].image);
 }
 
@@ -238,7 +238,7 @@ TEST(ResampleFrames, RawRungsAreDevelopedToTheirExposure)
     EXPECT_FALSE(input[0].developed);
 }
 
-TEST(ResampleFrames, EachFrameGoesByItsOwnRawMark)
+TEST(ResampleFrames, EachFrameUsesItsOwnRawMark)
 {
     auto input = frames({-2, 2});
     auto rawInput = frames({2}, true);
@@ -272,7 +272,7 @@ TEST(ResampleFrames, TracesTheLadder)
     EXPECT_THAT(trace, HasSubstr("Frame inserted: 2\n"));
 }
 
-TEST(ResampleFrames, ExposuresThatMakeNoLadderAreRefused)
+TEST(ResampleFrames, UnusableExposuresAreRefused)
 {
     const float infinity = std::numeric_limits<float>::infinity();
     for (const auto& evs : {std::vector<float>{0, 0, infinity}, std::vector<float>{-infinity, 0},
@@ -313,20 +313,20 @@ TEST(ResampleFrames, RawRungsAreDevelopedByTheirDistanceFromTheFrame)
     }
 }
 
-TEST(ResampleFrames, RawRungsAreCorrectedForChromaticAberrationWhenAsked)
+TEST(ResampleFrames, RawRungsAreCorrectedForChromaticAberrationIfEnabled)
 {
     const std::string corrected = "applyChromaticAbberationsCorrection: ";
     for (const auto& evs : {std::vector<float>{-2, 0, 2}, std::vector<float>{-3, -1, 0, 1, 2}})
-        for (const bool asked : {false, true}) {
+        for (const bool enabled : {false, true}) {
             HDRSettings settings;
-            settings.chromaticAberrations = asked;
+            settings.chromaticAberrations = enabled;
             auto input = frames(evs, true);
             const std::string trace = traceOf([&] { (void)resample(input, settings); });
-            EXPECT_EQ(timesIn(trace, corrected), asked ? 5u : 0u) << evs.size();
+            EXPECT_EQ(timesIn(trace, corrected), enabled ? 5u : 0u) << evs.size();
         }
 }
 
-TEST(ResampleFrames, OfFourFramesEachGoesByItsOwnRawMark)
+TEST(ResampleFrames, EachOfFourFramesUsesItsOwnRawMark)
 {
     auto input = frames({-3, -1, 0, 2});
     const auto raw = frames({-3, -1, 0, 2}, true);
@@ -345,7 +345,7 @@ TEST(ResampleFrames, OfFourFramesEachGoesByItsOwnRawMark)
     EXPECT_TRUE(sameBytes(*result.ladder[3].image, *expected)) << "at its own exposure";
 }
 
-TEST(ResampleFrames, TheFirstFrameTellsHowFarALadderReaches)
+TEST(ResampleFrames, TheFirstFrameDecidesTheRangeOfALadder)
 {
     const auto finished = frames({0, 1});
     const auto raw = frames({0, 1}, true);
@@ -361,7 +361,7 @@ TEST(ResampleFrames, AGhostReferenceWithoutARungIsNotFixed)
     HDRSettings settings;
     settings.ghostReduction = true;
     auto input = frames({0, 0, 0});
-    EXPECT_EQ(resample(input, settings).ghostIndex, -1) << "the middle frame stands for the reference";
+    EXPECT_EQ(resample(input, settings).ghostIndex, -1) << "the middle frame replaces the reference";
     input[0].isGhostReference = true;
     EXPECT_EQ(resample(input, settings).ghostIndex, 3);
     settings.ghostReduction = false;

@@ -77,7 +77,7 @@ cv::Mat eightBit(const Picture& picture)
     return mat;
 }
 
-// What the aligner does with two neighbours, to see the homography itself.
+// The aligner's steps for two neighbours, to check the homography itself.
 Homography estimated(const Bracket& bracket, std::size_t first, std::size_t second)
 {
     const auto frames = framesOf(bracket);
@@ -123,7 +123,7 @@ TEST(SceneTruth, AlignedFramesShowTheSamePlaces)
     const auto size = frames[0].image->size();
     EXPECT_GT(size.width, 1536 * 9 / 10);
     const int left = (1536 - size.width) / 2;
-    // The common rectangle need not be centred: look for the offset by the middle frame, which was only cropped.
+    // The common rectangle need not be centred: find the offset with the middle frame, which was only cropped.
     double best = 1e9;
     _Point<int> offset;
     for (int dy = 0; dy <= 1024 - size.height; ++dy)
@@ -164,13 +164,13 @@ TEST(SceneTruth, AMovedSubjectLeavesLessThanOnePercentWrong)
     recipe.subjects = {{330.0, 760.0, 420.0, 0.6}, {640.0, 760.0, 420.0, 1.2}, {930.0, 760.0, 420.0, 0.3}};
     const Bracket bracket(recipe);
     auto frames = framesOf(bracket);
-    // Truth: each frame with the walker where the reference has him.
+    // Truth: each frame with the walker at the position in the reference.
     auto still = recipe;
     still.subjects.assign(3, recipe.subjects[1]);
     const auto truth = framesOf(Bracket(still));
     processDeghosting(frames, DeghostAmount::Highest, 1);
     for (const std::size_t k : {0u, 2u}) {
-        // Only where the reference can be brought to the frame's exposure: neither blown out nor black in it.
+        // Only where the reference can be shifted to the frame's exposure: neither blown out nor black in it.
         const auto mask = bracket.frame(k).subject;
         const auto there = bracket.frame(1).subject;
         for (int y = 0; y < mask->height(); ++y)
@@ -252,7 +252,7 @@ TEST(SceneTruth, ASequentialLoadThatLosesAFileFailsOnStandardError)
     scenes::BracketFileSettings settings;
     settings.format = scenes::BracketFileFormat::Dng;
     const auto paths = scenes::writeBracket(Bracket(recipe), folder.path(), settings);
-    // Cut in its pixels, so that it still counts as raw.
+    // Truncated in its pixels, so that it still counts as raw.
     std::filesystem::resize_file(paths[1], std::filesystem::file_size(paths[1]) * 3 / 4);
     ASSERT_TRUE(areAllRaw(paths));
     testing::internal::CaptureStderr();

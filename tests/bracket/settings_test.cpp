@@ -174,7 +174,7 @@ TEST(HDRSettings, AssignmentCopiesEveryField)
         EXPECT_EQ(settings->ll.detail, 0.3f);
         EXPECT_EQ(settings->ll.samples, 7);
     }
-    EXPECT_EQ(copied.cancelFlag, moved.cancelFlag) << "shared, so that who set it keeps the power to cancel";
+    EXPECT_EQ(copied.cancelFlag, moved.cancelFlag) << "shared, so that the owner can still cancel";
 }
 
 TEST(Frames, AreEmptyAtFirstAndShareTheirPixelsWithCopies)

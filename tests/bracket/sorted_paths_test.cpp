@@ -1,5 +1,4 @@
-// What happens to an exception inside the sorting of paths. Nothing in it fails by itself, so memory is made to run
-// out, at every allocation in turn.
+// Exceptions while sorting paths. Nothing there fails by itself, so each allocation in turn fails.
 #include "support/failing_memory.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
@@ -20,7 +19,7 @@ TEST(SortedPaths, AnExceptionInsideIsLoggedAndGivesNothing)
     const TemporaryFolder folder;
     const std::vector<std::filesystem::path> paths = {writtenTo(folder / "bright.tif", *texturedAt(1.1f, 24, 16)),
                                                       writtenTo(folder / "dark.tif", *texturedAt(0.4f, 24, 16))};
-    ASSERT_EQ(getSortedPathsAndEVsFromPaths(paths).first.size(), 2u); // what is made once is there from now on
+    ASSERT_EQ(getSortedPathsAndEVsFromPaths(paths).first.size(), 2u); // one-time allocations are done now
     constexpr long kEnough = 1'000'000'000;
     allocationsLeft = kEnough;
     const bool sortedBoth = getSortedPathsAndEVsFromPaths(paths).first.size() == 2;
@@ -28,7 +27,7 @@ TEST(SortedPaths, AnExceptionInsideIsLoggedAndGivesNothing)
     allocationsLeft = -1;
     ASSERT_TRUE(sortedBoth);
     ASSERT_GT(total, 0);
-    // Some within the reader, and the last ones, which fill the answer.
+    // Some inside the reader, and the last ones, which fill the result.
     std::vector<long> failing;
     for (long i = 0; i < 12; ++i)
         failing.push_back(total * i / 12);
@@ -43,7 +42,7 @@ TEST(SortedPaths, AnExceptionInsideIsLoggedAndGivesNothing)
         const auto errors = capture.texts(LogMessageType::Error);
         ASSERT_EQ(sorted.size(), evs.size()) << allocations;
         if (errors.empty())
-            continue; // somebody on the way does without
+            continue; // a caller on the way handled it
         EXPECT_THAT(errors, testing::ElementsAre("Error in getSortedPathsAndEVsFromPaths: std::bad_alloc"));
         EXPECT_TRUE(sorted.empty()) << allocations;
         ++caught;

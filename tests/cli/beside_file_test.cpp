@@ -1,4 +1,4 @@
-// Files that are there whole or not at all.
+// Atomic output files.
 #include "support/temporary_folder.hpp"
 
 #include <jobs/beside_file.hpp>
@@ -37,7 +37,7 @@ TEST(BesideFile, IsInTheFolderOfTheTargetWithItsEnding)
     EXPECT_FALSE(fs::exists(folder / "picture.TIFF"));
 }
 
-TEST(BesideFile, GoesAwayUnlessCommitted)
+TEST(BesideFile, IsRemovedUnlessCommitted)
 {
     const TemporaryFolder folder;
     {
@@ -59,7 +59,7 @@ TEST(BesideFile, ReplacesTheTargetInOneStep)
     EXPECT_EQ(filesIn(folder.path()), 1u);
 }
 
-TEST(BesideFile, TwoForOneTargetDoNotMeet)
+TEST(BesideFile, TwoForOneTargetHaveDifferentNames)
 {
     const TemporaryFolder folder;
     const BesideFile one(folder / "a.jpg");
@@ -102,7 +102,7 @@ TEST(WriteBesideAndRename, LeavesNothingWhenTheWriterStopsOrThrows)
     EXPECT_EQ(read(target), "whole");
 }
 
-TEST(RemoveUnfinishedFiles, TakesWhatIsBeingWrittenAndNothingElse)
+TEST(RemoveUnfinishedFiles, RemovesOnlyFilesBeingWritten)
 {
     const TemporaryFolder folder;
     BesideFile finished(folder / "finished.jpg");
@@ -115,10 +115,10 @@ TEST(RemoveUnfinishedFiles, TakesWhatIsBeingWrittenAndNothingElse)
     EXPECT_TRUE(fs::exists(folder / "finished.jpg"));
 }
 
-TEST(RemoveUnfinishedFiles, KnowsAPlaceAgainAfterItsUse)
+TEST(RemoveUnfinishedFiles, ReusesItsSlots)
 {
     const TemporaryFolder folder;
-    for (int i = 0; i < 100; ++i) // far more than there are places
+    for (int i = 0; i < 100; ++i) // far more than there are slots
         const BesideFile file(folder / "a.jpg");
     const BesideFile last(folder / "a.jpg");
     removeUnfinishedFiles();

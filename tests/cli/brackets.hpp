@@ -14,7 +14,7 @@ struct FrameSettings
 {
     int width = 240;
     int height = 160;
-    bool exposureData = true; ///< EXIF tells time, aperture and sensitivity
+    bool exposureData = true; ///< EXIF contains time, aperture and sensitivity
 };
 
 struct FocusSettings
@@ -30,7 +30,7 @@ struct ViewSettings
     int width = 400;
     int height = 300;
     int views = 3;
-    std::uint64_t scene = 1; ///< views of different scenes show nothing that is the same
+    std::uint64_t scene = 1; ///< views of different scenes have nothing in common
     std::string ending = ".jpg";
     std::string prefix = "view";
     bool exif = true;
@@ -40,7 +40,7 @@ inline constexpr double kViewStep = 22.0;      ///< degrees between neighbouring
 inline constexpr double kStepEv = 2.0;         ///< between neighbouring frames of writeBracket()
 inline constexpr std::size_t kMiddleFrame = 1; ///< of writeBracket()
 
-/// Three JPEG frames of the room scene from dark to bright; their names do not sort like that.
+/// Three JPEG frames of the room scene from dark to bright; their names sort differently.
 std::vector<std::filesystem::path> writeBracket(const std::filesystem::path& folder,
                                                 const FrameSettings& settings = {});
 
@@ -59,7 +59,7 @@ std::vector<std::filesystem::path> writeViews(const std::filesystem::path& folde
 
 void writeText(const std::filesystem::path& path, const std::string& text);
 
-/// The beginning of a file that promises a picture of this size and holds none of it.
+/// The header of a picture of this size, without pixels.
 [[nodiscard]] std::string pngHeader(std::uint32_t width, std::uint32_t height);
 [[nodiscard]] std::string jpegHeader(std::uint16_t width, std::uint16_t height);
 

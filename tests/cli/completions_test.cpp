@@ -1,4 +1,4 @@
-// The man page and the completions of the shells know every option that the program has, and no other.
+// The man page and the shell completions have exactly the options of the program.
 #include "program.hpp"
 
 #include <gmock/gmock.h>
@@ -34,7 +34,7 @@ std::set<std::string> optionsOfTheProgram()
                                                   {"pano", "--help"},
                                                   {"frames", "--help"},
                                                   {"demo", "--help"}})
-        // An option stands at the start of its line of the help, maybe behind its short form.
+        // An option is at the start of its line of the help, possibly after its short form.
         options.merge(matches(runOrvo(words).out, R"(\n  (?:-\w,)?--([a-z][a-z-]*))"));
     return options;
 }
@@ -43,8 +43,9 @@ std::string document(const std::string& name) { return fileText(std::filesystem:
 
 TEST(Completions, TheProgramHasTheOptionsOfThisTest)
 {
-    EXPECT_THAT(optionsOfTheProgram(), IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep",
-                                                     "reference", "format", "model", "mask", "projection", "max-size"}));
+    EXPECT_THAT(optionsOfTheProgram(),
+                IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep", "reference", "format",
+                              "model", "mask", "projection", "max-size"}));
 }
 
 TEST(Completions, ManPage)
@@ -89,8 +90,8 @@ TEST(Completions, PassesAreThoseOfTheProgram)
     EXPECT_EQ(passesIn("completions/orvo.bash", R"(--passes\)[^']*'([^']*)')"), values);
     EXPECT_EQ(passesIn("completions/_orvo", R"(--passes[^:]*:passes:\(([^)]*)\))"), values);
     EXPECT_EQ(passesIn("completions/orvo.fish", "-l passes -x -a '([^']*)'"), values);
-    EXPECT_EQ(passesIn("man/orvo.1", R"(How often the picture is doubled, )" + range), *most.begin());
-    EXPECT_EQ(matches(runOrvo({"upscale", "--help"}).out, R"(times that it is doubled, )" + range), most);
+    EXPECT_EQ(passesIn("man/orvo.1", R"(Number of doublings, )" + range), *most.begin());
+    EXPECT_EQ(matches(runOrvo({"upscale", "--help"}).out, R"(number of doublings, )" + range), most);
 }
 
 } // namespace

@@ -25,15 +25,15 @@ std::vector<fs::path> picturesBelow(const fs::path& folder)
     return pictures;
 }
 
-TEST(Demo, MakesPicturesWorksOnThemAndTellsWhatIsWhat)
+TEST(Demo, CreatesPicturesRunsTheCommandsAndExplainsEachFile)
 {
     const TemporaryFolder folder;
     const Finished run = runOrvo({"demo", folder / "deep/demo", "--size", "192"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_THAT(run.err, IsEmpty());
     const auto pictures = picturesBelow(folder.path());
-    // Three brackets of at least three frames, eight of a focus series, a small one, four views around, and what was
-    // made of them.
+    // Three brackets of at least three frames, eight of a focus series, a small one, four panorama views, and their
+    // results.
     ASSERT_GE(pictures.size(), 9u + 8u + 1u + 4u + 6u);
     for (const fs::path& picture : pictures) {
         EXPECT_THAT(run.out, HasSubstr(picture.string()));
@@ -79,7 +79,7 @@ TEST(Demo, SizeOutOfRange)
     EXPECT_FALSE(fs::exists(folder / "demo"));
 }
 
-TEST(Demo, FolderThatCannotBeMade)
+TEST(Demo, FolderThatCannotBeCreated)
 {
     const Finished run = runOrvo({"demo", "/proc/demo", "--size", "160"});
     EXPECT_EQ(run.exitCode, 1);

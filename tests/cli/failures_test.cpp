@@ -79,7 +79,7 @@ class JobFailures : public testing::TestWithParam<Job>
 protected:
     JobFailures()
     {
-        // Views of one scene, of which every job can make something.
+        // Views of one scene that every job accepts.
         scenes::SphereView view;
         view.size = {320, 240};
         view.focal = 320.0;
@@ -110,7 +110,7 @@ protected:
     std::filesystem::path output = folder / "out/result.tif";
 };
 
-TEST_P(JobFailures, ThereIsNoneWhereThereIsAResult)
+TEST_P(JobFailures, ThereIsNoneIfThereIsAResult)
 {
     const RunReport report = run();
     EXPECT_TRUE(report.done()) << report.message;
@@ -158,7 +158,7 @@ TEST_P(JobFailures, AFullDisk)
     const test::SmallDisk disk(folder / "disk");
     if (!disk.mounted)
         GTEST_SKIP() << "no right to mount a small disk";
-    std::ofstream(folder / "disk/filler") << std::string(60 * 1024, 'x'); // leaves room for a page
+    std::ofstream(folder / "disk/filler") << std::string(60 * 1024, 'x'); // leaves space for a page
     output = folder / "disk/0.tif";
     const RunReport report = run();
     expectFailure(report, FailureKind::FullDisk, output);
@@ -200,7 +200,7 @@ TEST(FramesFailures, EachFileHasItsOwnReason)
     EXPECT_EQ(result.failure->kind, FailureKind::UnreadableFile);
 }
 
-// Each thread runs a job over and over, which fails on a file of its own while it reads.
+// Each thread runs a job repeatedly, which fails on its own file while reading.
 TEST(TwoJobsAtATime, HaveTheirOwnReasons)
 {
     constexpr int kAttempts = 20;
@@ -228,7 +228,7 @@ TEST(TwoJobsAtATime, HaveTheirOwnReasons)
     other.join();
 }
 
-// Of two jobs only the one that looks for faces warns that there is nothing to find them with.
+// Of two jobs only the one that searches for faces warns that the detector is missing.
 TEST(TwoJobsAtATime, HaveTheirOwnWarnings)
 {
     constexpr int kAttempts = 10;

@@ -57,7 +57,7 @@ TEST_F(Frames, SortsByBrightnessWithoutExposureData)
     EXPECT_THAT(filesOf(run.out), ElementsAre(bracket[0], bracket[1], bracket[2]));
 }
 
-TEST_F(Frames, JsonTellsExposureAndTheGivenOrder)
+TEST_F(Frames, JsonContainsExposureAndTheGivenOrder)
 {
     const auto bracket = names(writeBracket(folder.path()));
     const Finished run = list({bracket[2], bracket[0], bracket[1], "--json"});

@@ -1,4 +1,5 @@
-// Inputs that cannot be merged, beside what no command takes: one line, the right exit code, and nothing left behind.
+// Inputs that cannot be merged, in addition to those that every command rejects: one line, the right exit code, and no
+// files left.
 #include "picture_commands.hpp"
 
 namespace orvo::test {
@@ -7,7 +8,7 @@ namespace {
 class HdrInputs : public testing::Test
 {
 protected:
-    /// Merges three good frames and `bad`, which fails with one line that holds `file` and `reason`.
+    /// Merges three good frames and `bad`, which fails with one line that contains `file` and `reason`.
     void expectFailure(const std::string& bad, const std::string& reason) { expectEnd({bad}, 1, bad, reason); }
 
     void expectEnd(const std::vector<std::string>& more, int exitCode, const std::string& file,
@@ -43,7 +44,10 @@ TEST_F(HdrInputs, GhostReferenceBeyondTheFrames)
     expectEnd({"--deghost", "1", "--ghost-reference", "4"}, 2, "4", "only 3 were given");
 }
 
-TEST_F(HdrInputs, GhostReferenceWithoutRemoval) { expectEnd({"--ghost-reference", "1"}, 2, "ghost", "no removal"); }
+TEST_F(HdrInputs, GhostReferenceWithoutRemoval)
+{
+    expectEnd({"--ghost-reference", "1"}, 2, "ghost", "without ghost removal");
+}
 
 TEST_F(HdrInputs, ValueOutOfRange) { expectEnd({"--details", "1.5"}, 2, "--details", "expected 0 to 1, found 1.5"); }
 

@@ -1,4 +1,4 @@
-// The merge job, where the program does not reach: callbacks, profiles, cancel at every step.
+// The merge job, in cases that the program cannot reach: callbacks, profiles, cancel at every step.
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -33,7 +33,7 @@ protected:
             std::distance(std::filesystem::directory_iterator(folder.path()), std::filesystem::directory_iterator()));
     }
 
-    /// Runs the job; `atStep` is called whenever `step` is told.
+    /// Runs the job; `atStep` is called whenever `step` is reported.
     HdrJobResult runAndAt(JobStep step, const std::function<void()>& atStep,
                           const std::shared_ptr<std::atomic<unsigned char>>& cancelFlag = {})
     {
@@ -50,7 +50,7 @@ protected:
     HdrJobRequest request;
 };
 
-TEST_F(HdrJob, TellsStepsAndFractionsInOrder)
+TEST_F(HdrJob, ReportsStepsAndFractionsInOrder)
 {
     std::vector<JobStep> steps;
     std::vector<double> fractions;
@@ -75,7 +75,7 @@ TEST_F(HdrJob, CancelAtAnyStepLeavesNothing)
     for (const JobStep step : kSteps) {
         SCOPED_TRACE(stepName(step));
         const auto flag = std::make_shared<std::atomic<unsigned char>>(static_cast<unsigned char>(0));
-        bool lateInWrite = false; // the last word of Write comes when the file is whole
+        bool lateInWrite = false; // Write reports last when the file is complete
         const HdrJobResult result = runAndAt(
             step,
             [&] {
@@ -111,7 +111,7 @@ TEST_F(HdrJob, TakesTheProfileOfTheFrames) // which are in the working space
     EXPECT_EQ(ImageReader::readMetadata(request.output)->fileProfile->hash(), ColorProfileType::melissaRGB()->hash());
 }
 
-TEST_F(HdrJob, TakesTheProfileThatIsAskedFor)
+TEST_F(HdrJob, UsesTheRequestedProfile)
 {
     request.profile = ColorProfileType::sRGB();
     const HdrJobResult result = hdrJob(request);
@@ -119,7 +119,7 @@ TEST_F(HdrJob, TakesTheProfileThatIsAskedFor)
     EXPECT_EQ(ImageReader::readMetadata(request.output)->fileProfile->hash(), ColorProfileType::sRGB()->hash());
 }
 
-TEST_F(HdrJob, RefusesWhatContradictsItself)
+TEST_F(HdrJob, RefusesInvalidRequests)
 {
     const auto refused = [&](auto change, const char* reason) {
         HdrJobRequest changed = request;
@@ -151,7 +151,7 @@ TEST_F(HdrJob, GhostReferenceIsAnIndexFromZero)
     EXPECT_EQ(hdrJob(request).outcome, JobOutcome::Refused);
 }
 
-TEST_F(HdrJob, RelativePathsGoByTheWorkingFolder)
+TEST_F(HdrJob, RelativePathsUseTheWorkingFolder)
 {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(folder.path());

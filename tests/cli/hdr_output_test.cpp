@@ -1,4 +1,4 @@
-// Outputs that cannot be written, and what stands at their place afterwards.
+// Outputs that cannot be written, and the file at their path afterwards.
 #include "brackets.hpp"
 #include "program.hpp"
 #include "small_disk.hpp"
@@ -71,11 +71,11 @@ TEST_F(HdrOutput, BitsThatTheFormatCannotHold)
 
 TEST_F(HdrOutput, QualityOfAFormatWithoutOne) { expectEnd("out.tif", 2, "JPEG", {"--quality", "80"}); }
 
-TEST_F(HdrOutput, FolderTakesNoFiles) // not even from root
+TEST_F(HdrOutput, FolderCannotContainFiles) // not even from root
 {
     if (!fs::exists("/proc/self"))
-        GTEST_SKIP() << "no /proc, the folder that takes no files";
-    expectEnd("/proc/out.jpg", 1, "no file can be written in the folder");
+        GTEST_SKIP() << "there is no /proc, in which no file can be created";
+    expectEnd("/proc/out.jpg", 1, "cannot create a file in the folder");
 }
 
 TEST_F(HdrOutput, FolderIsWriteProtected)
@@ -94,13 +94,13 @@ TEST_F(HdrOutput, DiskIsFull)
         GTEST_SKIP() << "no right to mount a small disk";
     for (const char* const output : {"disk/out.tif", "disk/out.png", "disk/out.exr", "disk/out.jpg"}) {
         SCOPED_TRACE(output);
-        writeText(folder / "disk/filler", std::string(60 * 1024, 'x')); // leaves room for a page
+        writeText(folder / "disk/filler", std::string(60 * 1024, 'x')); // leaves space for a page
         expectEnd(output, 1, "space", {"--threads", "1"});
         EXPECT_THAT(namesIn(folder / "disk"), testing::ElementsAre("filler"));
     }
 }
 
-TEST_F(HdrOutput, FailureKeepsTheFileThatWasThere)
+TEST_F(HdrOutput, FailureKeepsTheExistingFile)
 {
     writeText(folder / "out.jpg", "yesterday's picture");
     const std::string whole = fileText(folder / bracket[1]);
@@ -130,9 +130,9 @@ TEST_F(HdrOutput, WritesThroughALink)
     EXPECT_THAT(namesIn(folder / "archive"), testing::ElementsAre("real.jpg"));
 }
 
-TEST_F(HdrOutput, NameOfTheGreatestLength)
+TEST_F(HdrOutput, NameOfMaximumLength)
 {
-    const std::string name = std::string(251, 'n') + ".jpg"; // 255 bytes is what a folder holds
+    const std::string name = std::string(251, 'n') + ".jpg"; // 255 bytes is the limit of a folder
     EXPECT_EQ(merge(name).exitCode, 0);
     EXPECT_TRUE(fs::exists(folder / name));
 }

@@ -57,7 +57,7 @@ TEST_F(HdrResult, AllOptionsTogether)
     EXPECT_TRUE(metadataOf("out.png"));
 }
 
-TEST_F(HdrResult, CarriesMetadataOfTheMiddleFrame)
+TEST_F(HdrResult, CopiesMetadataOfTheMiddleFrame)
 {
     ASSERT_EQ(merge({"-o", "out.jpg"}).exitCode, 0);
     const auto middle = metadataOf(bracket[kMiddleFrame]);
@@ -80,7 +80,7 @@ TEST_F(HdrResult, QuietPrintsNothing)
     EXPECT_TRUE(std::filesystem::exists(folder / "out.jpg"));
 }
 
-TEST_F(HdrResult, PlainLinesTellTheSteps)
+TEST_F(HdrResult, PlainLinesReportTheSteps)
 {
     const Finished run = merge({"-o", "out.jpg"});
     std::size_t at = 0;
@@ -90,7 +90,7 @@ TEST_F(HdrResult, PlainLinesTellTheSteps)
     }
 }
 
-TEST_F(HdrResult, JsonTellsEverything)
+TEST_F(HdrResult, JsonContainsEverything)
 {
     const Finished run = merge({"--json", "-o", "out.tif"});
     ASSERT_EQ(run.exitCode, 0);
@@ -172,7 +172,7 @@ TEST_F(HdrResult, LogIsWritten)
 
 TEST_F(HdrResult, LogThatCannotBeWritten)
 {
-    const std::string place = bracket[0] + "/run.txt"; // below a file nothing can be
+    const std::string place = bracket[0] + "/run.txt"; // a file cannot contain files
     const Finished run = merge({"-o", "out.jpg", "--log", place});
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr(place)));

@@ -1,4 +1,4 @@
-// What the program says about itself.
+// Help, version and unknown commands.
 #include "program.hpp"
 
 #include <gmock/gmock.h>

@@ -17,8 +17,8 @@ using testing::HasSubstr;
 using testing::Not;
 
 /// Runs the program in `folder` with -o out.tif, sends `signals` once it printed `line`, and expects that it is
-/// cancelled and leaves nothing behind. Where the machine is busy with something else, the program may be done before a
-/// signal gets there; then it is run again.
+/// cancelled and leaves no file. On a busy machine the program may be done before a signal arrives; then it is run
+/// again.
 Finished interrupted(const std::vector<std::string>& arguments, const std::filesystem::path& folder,
                      const std::string& line, const std::vector<int>& signals)
 {
@@ -83,7 +83,7 @@ TEST(InterruptOpaqueStep, EndsAtOnce)
         arguments.insert(arguments.end(), series.begin(), series.end());
         const Finished run = interrupted(arguments, folder.path(), "stacking", {signal});
         EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
-        // After the step the log would tell how the job ended.
+        // After the step the log would contain the end of the job.
         EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo stack:")));
     }
 }
@@ -102,7 +102,7 @@ TEST(InterruptPano, AtAnyTimeLeavesNothing)
         std::this_thread::sleep_for(steps * kStep);
         program.send(SIGINT);
         const Finished run = program.wait();
-        if (run.exitCode == 0) { // a fast machine was done before
+        if (run.exitCode == 0) { // a fast machine finished first
             std::filesystem::remove(folder / "out.tif");
             EXPECT_GT(steps, 0);
             continue;

@@ -86,7 +86,7 @@ TEST_F(Label, FormatAndBits)
     EXPECT_FALSE(fs::exists(folder / "wrong"));
 }
 
-TEST_F(Label, FilesOfOneStemDoNotMeet)
+TEST_F(Label, FilesWithOneStemGetDifferentNames)
 {
     copyAs({"one/a.jpg", "two/a.jpg", "a-2.jpg", "three/A.jpg"});
     const Finished run = label({"one/a.jpg", "two/a.jpg", "a-2.jpg", "three/A.jpg"}, "out", {"--json"});
@@ -99,7 +99,7 @@ TEST_F(Label, FilesOfOneStemDoNotMeet)
     EXPECT_EQ(namesIn(folder / "out").size(), 4u);
 }
 
-TEST_F(Label, JsonTellsOfEachFrame)
+TEST_F(Label, JsonDescribesEachFrame)
 {
     const auto json = nlohmann::json::parse(label(series, "out", {"--json"}).out);
     ASSERT_EQ(json.at("frames").size(), 3u);
@@ -119,13 +119,13 @@ TEST_F(Label, FramesMayDifferInSize)
     EXPECT_EQ(ImageReader::readMetadata(folder / "out/other.jpg")->size, (_Size<int>{150, 100}));
 }
 
-TEST_F(Label, AFolderThatWasThereStays)
+TEST_F(Label, AnExistingFolderRemains)
 {
     fs::create_directory(folder / "out");
     EXPECT_EQ(label({series[0], "nowhere.jpg"}, "out").exitCode, 1);
     EXPECT_TRUE(fs::is_directory(folder / "out"));
     EXPECT_EQ(label(series, "out").exitCode, 0);
-    EXPECT_EQ(label(series, "out").exitCode, 0) << "pictures of before are replaced";
+    EXPECT_EQ(label(series, "out").exitCode, 0) << "existing pictures are replaced";
     EXPECT_EQ(namesIn(folder / "out"), series);
 }
 

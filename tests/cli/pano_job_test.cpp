@@ -1,4 +1,4 @@
-// The panorama job where the program does not reach: progress, cancel and exceptions at every report.
+// The panorama job in cases that the program cannot reach: progress, cancel and exceptions at every report.
 #include "support/temporary_folder.hpp"
 
 #include <jobs/pano_job.hpp>
@@ -42,7 +42,7 @@ protected:
     PanoJobRequest request;
 };
 
-TEST_F(PanoJob, TellsStepsAndFractionsInOrder)
+TEST_F(PanoJob, ReportsStepsAndFractionsInOrder)
 {
     std::vector<JobStep> steps;
     std::vector<double> fractions;
@@ -57,7 +57,7 @@ TEST_F(PanoJob, TellsStepsAndFractionsInOrder)
     EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
     EXPECT_EQ(fractions.front(), 0.0);
     EXPECT_EQ(fractions.back(), 1.0);
-    EXPECT_GE(fractions.size(), 8u) << "a bar that stands still looks dead";
+    EXPECT_GE(fractions.size(), 8u) << "a bar that does not move looks stuck";
     EXPECT_THAT(result.message, IsEmpty());
     EXPECT_THAT(result.warnings, IsEmpty());
     EXPECT_EQ(result.places.size(), 3u);
@@ -94,7 +94,7 @@ TEST_F(PanoJob, CancelOrExceptionAtAnyReportLeavesNothing)
     }
 }
 
-TEST_F(PanoJob, RefusesWhatIsOutOfRange)
+TEST_F(PanoJob, RefusesValuesOutOfRange)
 {
     const auto refused = [&](auto change, const char* reason) {
         PanoJobRequest changed = request;
@@ -110,7 +110,7 @@ TEST_F(PanoJob, RefusesWhatIsOutOfRange)
     refused([](PanoJobRequest& r) { r.maxSize = 32001; }, "is 32001, expected 1 to 32000");
 }
 
-TEST_F(PanoJob, FailureTellsThePlaces)
+TEST_F(PanoJob, FailureReportsThePlaces)
 {
     scenes::SphereView high;
     high.size = {400, 300};
@@ -124,7 +124,7 @@ TEST_F(PanoJob, FailureTellsThePlaces)
     ASSERT_EQ(result.places.size(), 2u);
     for (const PanoramaPlace& place : result.places)
         EXPECT_FALSE(place.placed);
-    EXPECT_THAT(result.warnings, IsEmpty()) << "the message says it";
+    EXPECT_THAT(result.warnings, IsEmpty()) << "the message contains it";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What orvo pano holds of large pictures. A test of its own process each, as the peak of a process never falls.
+// Memory of orvo pano for large pictures. Each test has its own process, since the peak of a process never decreases.
 #include "program.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -16,7 +16,7 @@ namespace orvo::test {
 namespace {
 
 constexpr int kPictures = 12;
-constexpr int kEnlarged = 4; // what is looked for in the pictures is larger than that anyhow
+constexpr int kEnlarged = 4; // features are larger than that
 constexpr _Size<int> kSmall{1000, 750};
 constexpr double kMegapixels = kPictures * 1e-6 * kSmall.width * kSmall.height * kEnlarged * kEnlarged;
 
@@ -44,7 +44,7 @@ std::vector<std::string> writeLargeViews(const std::filesystem::path& folder)
 TEST(PanoMemory, TwelvePicturesOfTwelveMegapixels)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer holds much more than the program";
+    GTEST_SKIP() << "a sanitizer needs much more memory than the program";
 #endif
     const TemporaryFolder folder;
     std::vector<std::string> arguments{"pano", "-o", "out.jpg", "--json"};
@@ -62,7 +62,8 @@ TEST(PanoMemory, TwelvePicturesOfTwelveMegapixels)
         1e-6 * report.at("size").at("width").get<double>() * report.at("size").at("height").get<double>();
     std::cout << "peak of the manager's planes " << planes << " MB, of the process " << process << " MB, for "
               << kMegapixels << " megapixels in and " << drawn << " out\n";
-    EXPECT_NEAR(static_cast<double>(run.peakMemoryKiB) * 1024e-6, process, 0.02 * process) << "what the system tells";
+    EXPECT_NEAR(static_cast<double>(run.peakMemoryKiB) * 1024e-6, process, 0.02 * process)
+        << "as reported by the system";
 
     // The manager: all pictures with 6 bytes a pixel and their masks while they are registered, or the result in floats
     // with its mask.

@@ -29,7 +29,7 @@ protected:
         return runOrvo(more, {.workingFolder = folder.path()});
     }
 
-    [[nodiscard]] nlohmann::json told(std::vector<std::string> more) const
+    [[nodiscard]] nlohmann::json jsonResult(std::vector<std::string> more) const
     {
         more.insert(more.begin(), {"-o", "out.tif", "--json"});
         const Finished run = pano(more);
@@ -88,9 +88,9 @@ TEST_F(Pano, EveryFormatCanBeReadAgain)
     }
 }
 
-TEST_F(Pano, IsAsFineAsThePictures)
+TEST_F(Pano, HasTheResolutionOfThePictures)
 {
-    const auto json = told({});
+    const auto json = jsonResult({});
     // Two steps of 22 degrees and half a view on each side, at 400 pixels a radian.
     EXPECT_NEAR(json.at("size").at("width").get<double>(), 679, 25);
     EXPECT_NEAR(json.at("focal_length_pixels").get<double>(), 400, 12);
@@ -100,10 +100,10 @@ TEST_F(Pano, IsAsFineAsThePictures)
     EXPECT_EQ(json.at("bits"), 16);
 }
 
-TEST_F(Pano, TellsPlacesInTheOrderGiven)
+TEST_F(Pano, ReportsPlacesInTheGivenOrder)
 {
     std::swap(views[0], views[2]);
-    const auto json = told({"--max-size", "200"});
+    const auto json = jsonResult({"--max-size", "200"});
     ASSERT_THAT(json.at("files"), SizeIs(3));
     for (std::size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(json.at("files")[i].at("path"), views[i]);
@@ -111,11 +111,11 @@ TEST_F(Pano, TellsPlacesInTheOrderGiven)
     }
     const auto left = rotationIn(json.at("files")[2]);
     const auto right = rotationIn(json.at("files")[0]);
-    EXPECT_NEAR(scenes::angleBetween(left, right), 2 * kViewStep, 3.0); // the hand shook by a degree
+    EXPECT_NEAR(scenes::angleBetween(left, right), 2 * kViewStep, 3.0); // the hand shakes by a degree
     EXPECT_LT(left[2], right[2]) << "the camera's axis points to the left of the other's";
 }
 
-TEST_F(Pano, NumbersHaveNoMoreDigitsThanTheyDeserve)
+TEST_F(Pano, NumbersHaveNoMoreDigitsThanTheirAccuracy)
 {
     const Finished run = pano({"-o", "out.tif", "--json", "--max-size", "200"});
     const std::string files = run.out.substr(run.out.find("focal_length_pixels"),
@@ -134,7 +134,7 @@ TEST_F(Pano, PictureDoesNotDependOnTheOrder)
     EXPECT_TRUE(fileText(folder / "a.tif") == fileText(folder / "b.tif"));
 }
 
-TEST_F(Pano, CarriesMetadataOfTheFirstPictureThatHasAPlace)
+TEST_F(Pano, CopiesMetadataOfTheFirstPlacedPicture)
 {
     views.insert(views.begin(), stranger());
     std::swap(views[1], views[3]);
@@ -149,7 +149,7 @@ TEST_F(Pano, EveryProjectionGivesItsOwnPicture)
 {
     std::vector<std::string> pictures;
     for (const char* const name : {"plane", "cylindrical", "spherical", "fisheye", "planet", "mercator"}) {
-        const auto json = told({"--projection", name, "--max-size", "300"});
+        const auto json = jsonResult({"--projection", name, "--max-size", "300"});
         EXPECT_EQ(json.at("projection"), name);
         EXPECT_THAT(json.at("warnings"), IsEmpty());
         pictures.push_back(fileText(folder / "out.tif"));
@@ -178,7 +178,7 @@ TEST_F(Pano, SameBytesForAnyNumberOfThreads)
     }
 }
 
-TEST_F(Pano, StrangerIsLeftOutAndTold)
+TEST_F(Pano, UnrelatedPictureIsLeftOutAndReported)
 {
     views.insert(views.begin() + 1, stranger());
     const Finished run = pano({"-o", "out.tif", "--json", "--max-size", "200"});
@@ -237,7 +237,7 @@ TEST_F(Pano, UnreadablePictureIsNamed)
     EXPECT_EQ(fileText(folder / "out.jpg"), "yesterday's picture");
 }
 
-TEST_F(Pano, BarFitsBesideItsText)
+TEST_F(Pano, BarAndTextFitTheLine)
 {
     const auto arguments = [this] {
         std::vector<std::string> all{"pano", "-o", "out.jpg", "--max-size", "200"};

@@ -1,4 +1,4 @@
-/// The commands that make pictures of pictures, for tests of what holds for all of them.
+/// The commands that make pictures from pictures, for tests of their common behaviour.
 #pragma once
 
 #include "brackets.hpp"
@@ -31,7 +31,7 @@ inline constexpr PictureCommand kPictureCommands[] = {
     {.name = "pano", .phase = "stitch", .output = "out.jpg", .takesSeveral = true, .intoFolder = false},
 };
 
-/// Has steps of its own, so its outputs have tests of their own; of its inputs the same is asked.
+/// Has its own steps, so its outputs have separate tests; its inputs follow the same rules.
 inline constexpr PictureCommand kHdrCommand{
     .name = "hdr", .phase = "blend", .output = "out.jpg", .takesSeveral = true, .intoFolder = false};
 
@@ -52,12 +52,12 @@ inline std::vector<std::filesystem::path> writeGood(const std::filesystem::path&
     return writeFocusSeries(folder, {.width = 120, .height = 80, .frames = 3});
 }
 
-/// A run in `folder` ends with `exitCode`, one line that holds `file` and `reason` (and one more about the help if it
-/// was used wrongly), and leaves nothing behind.
+/// A run in `folder` ends with `exitCode`, one line that contains `file` and `reason` (and one more about the help
+/// after wrong usage), and leaves no file.
 inline void expectRefusal(const std::vector<std::string>& arguments, const std::filesystem::path& folder, int exitCode,
                           const std::string& file, const std::string& reason)
 {
-    // Small frames and the libraries take well below this; a picture of 60000 x 60000 would take 43 GB.
+    // Small frames and the libraries need much less; a picture of 60000 x 60000 would need 43 GB.
     constexpr long kFewPicturesKiB = 600'000;
     const auto before = namesIn(folder);
     const Finished finished = runOrvo(arguments, {.workingFolder = folder});
@@ -91,7 +91,7 @@ protected:
         return arguments;
     }
 
-    /// As many of the good frames as the command takes beside another file.
+    /// As many of the good frames as the command takes in addition to another file.
     [[nodiscard]] std::vector<std::string> goodBeside(const std::string& file) const
     {
         std::vector<std::string> files = GetParam().takesSeveral ? good : std::vector<std::string>();

@@ -1,4 +1,4 @@
-// Inputs of which no picture can be made, for every command: one line, the right exit code, and nothing left behind.
+// Unusable inputs, for every command: one line, the right exit code, and no files left.
 #include "picture_commands.hpp"
 
 #include <gmock/gmock.h>
@@ -15,7 +15,7 @@ using testing::IsEmpty;
 class PictureInputs : public PictureCommandTest
 {
 protected:
-    /// One bad file among good ones fails with one line that holds its name and `reason`.
+    /// One bad file among good ones fails with one line that contains its name and `reason`.
     void expectFailure(const std::string& bad, const std::string& reason)
     {
         expectEnd(goodBeside(bad), {}, 1, bad, reason);

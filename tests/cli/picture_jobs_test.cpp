@@ -1,4 +1,4 @@
-// Jobs whose long step is opaque, where the program does not reach: progress, cancel and exceptions at every step.
+// Jobs with an opaque long step, in cases that the program cannot reach: progress, cancel and exceptions at every step.
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -75,7 +75,7 @@ protected:
     std::vector<std::filesystem::path> frames;
 };
 
-TEST_P(PictureJobs, TellsStepsAndFractionsInOrder)
+TEST_P(PictureJobs, ReportsStepsAndFractionsInOrder)
 {
     std::vector<JobStep> steps;
     std::vector<double> fractions;
@@ -135,7 +135,7 @@ std::string nameOfJob(const testing::TestParamInfo<Job>& tested) { return tested
 
 INSTANTIATE_TEST_SUITE_P(Jobs, PictureJobs, testing::ValuesIn(kJobs), nameOfJob);
 
-TEST(StackJob, RefusesWhatContradictsItself)
+TEST(StackJob, RefusesInvalidRequests)
 {
     const test::TemporaryFolder folder;
     StackJobRequest request;
@@ -160,7 +160,7 @@ TEST(StackJob, RefusesWhatContradictsItself)
         "neither alignment");
 }
 
-TEST(StackJob, TakesTheProfileThatIsAskedFor)
+TEST(StackJob, UsesTheRequestedProfile)
 {
     const test::TemporaryFolder folder;
     StackJobRequest request;
@@ -173,7 +173,7 @@ TEST(StackJob, TakesTheProfileThatIsAskedFor)
     EXPECT_EQ(ImageReader::readMetadata(request.output)->fileProfile->hash(), ColorProfileType::sRGB()->hash());
 }
 
-TEST(LabelJob, WhatIsWrittenStaysWhenALaterPictureFails)
+TEST(LabelJob, WrittenPicturesRemainIfALaterOneFails)
 {
     const test::TemporaryFolder folder;
     LabelJobRequest request;
@@ -182,7 +182,7 @@ TEST(LabelJob, WhatIsWrittenStaysWhenALaterPictureFails)
     request.folder = folder / "deep/out";
     int pictures = 0;
     const LabelJobResult result = labelJob(request, {[&](const JobProgress& progress) {
-                                                         // The step's beginning, then each picture when it is whole.
+                                                         // The start of the step, then each completed picture.
                                                          if (progress.step == JobStep::Write && ++pictures == 3)
                                                              throw std::runtime_error("stop");
                                                      },
@@ -193,7 +193,7 @@ TEST(LabelJob, WhatIsWrittenStaysWhenALaterPictureFails)
     EXPECT_FALSE(std::filesystem::exists(folder / "deep/out/b.jpg"));
 }
 
-TEST(LabelJob, HoldsAllFramesAndOnePictureMore)
+TEST(LabelJob, NeedsMemoryForAllFramesAndOneMorePicture)
 {
     const test::TemporaryFolder folder;
     LabelJobRequest request;
@@ -208,7 +208,7 @@ TEST(LabelJob, HoldsAllFramesAndOnePictureMore)
     const LabelJobResult result = labelJob(request);
     ASSERT_TRUE(result.done()) << result.message;
     EXPECT_GE(result.peak.planes, (kFrames + 1) * kFrame);
-    EXPECT_LT(result.peak.planes, (kFrames + 1) * kFrame + kFrame / 2) << "rows and the like beside them";
+    EXPECT_LT(result.peak.planes, (kFrames + 1) * kFrame + kFrame / 2) << "plus rows and other small buffers";
 }
 
 class UpscaleJob : public testing::Test
@@ -224,7 +224,7 @@ protected:
     UpscaleJobRequest request;
 };
 
-TEST_F(UpscaleJob, RefusesWhatContradictsItself)
+TEST_F(UpscaleJob, RefusesInvalidRequests)
 {
     const auto refused = [&](auto change, const char* reason) {
         UpscaleJobRequest changed = request;
@@ -258,7 +258,7 @@ TEST_F(UpscaleJob, LeavesTheSettingsOfTheProcess)
     orvosettings().remove("Upscale.model");
 }
 
-TEST_F(UpscaleJob, BuiltInFiltersTakeThePlaceOfTheConfiguredNetwork)
+TEST_F(UpscaleJob, BuiltInFiltersReplaceTheConfiguredNetwork)
 {
     orvosettings().set<std::string>("Upscale.model", "/nowhere.onnx");
     EXPECT_EQ(upscaleJob(request).outcome, JobOutcome::Failed);

@@ -1,4 +1,4 @@
-// Results that cannot be made or written: told before the work, in the words of whoever would refuse them after it.
+// Results that cannot be made or written: reported before the work, with the message that would follow it.
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -17,7 +17,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// What the writer says of such a picture.
+/// The writer's message for such a picture.
 std::string wordsOfTheWriter(const std::filesystem::path& path, _Size<int> size)
 {
     try {
@@ -36,7 +36,7 @@ protected:
         return test::writtenTo(folder / name, *test::plain(size.width, size.height, 0.4f));
     }
 
-    /// It ended while the files were looked at, with the writer's words, and left nothing.
+    /// It ended during the check, with the writer's message, and left no file.
     static void expectEarlyEnd(const RunReport& report, const std::filesystem::path& output, _Size<int> size)
     {
         EXPECT_EQ(report.outcome, JobOutcome::Failed);
@@ -78,7 +78,7 @@ TEST_F(PictureLimits, UpscaleUpToTheLimitAndInOtherFormats)
     }
 }
 
-TEST_F(PictureLimits, UpscaleToMorePixelsThanCanBeMade)
+TEST_F(PictureLimits, UpscaleToMorePixelsThanPossible)
 {
     UpscaleJobRequest request;
     request.source = picture("in.tif", {2400, 1700});

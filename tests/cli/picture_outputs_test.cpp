@@ -1,4 +1,4 @@
-// Outputs that cannot be written, and what stands at their place afterwards, for every command.
+// Outputs that cannot be written, and the file at their path afterwards, for every command.
 #include "picture_commands.hpp"
 #include "small_disk.hpp"
 
@@ -43,7 +43,7 @@ TEST_P(PictureOutputs, WouldReplaceAnInput)
     EXPECT_TRUE(fileText(folder / good[0]) == before);
 }
 
-TEST_P(PictureOutputs, IsOfTheWrongKind)
+TEST_P(PictureOutputs, IsAFileInsteadOfAFolderOrTheReverse)
 {
     fs::create_directory(folder / "folder.jpg");
     writeText(folder / "file", "no folder");
@@ -52,10 +52,10 @@ TEST_P(PictureOutputs, IsOfTheWrongKind)
 
 TEST_P(PictureOutputs, BitsThatTheFormatCannotHold) { expectEnd(GetParam().output, 2, "16", {"--bits", "16"}); }
 
-TEST_P(PictureOutputs, FolderTakesNoFiles) // not even from root
+TEST_P(PictureOutputs, FolderCannotContainFiles) // not even from root
 {
     if (!fs::exists("/proc/self"))
-        GTEST_SKIP() << "no /proc, the folder that takes no files";
+        GTEST_SKIP() << "there is no /proc, in which no file can be created";
     expectEnd(GetParam().intoFolder ? "/proc/out" : "/proc/out.jpg", 1, "/proc");
 }
 
@@ -73,7 +73,7 @@ TEST_P(PictureOutputs, DiskIsFull)
     const SmallDisk disk(folder / "disk");
     if (!disk.mounted)
         GTEST_SKIP() << "no right to mount a small disk";
-    writeText(folder / "disk/filler", std::string(60 * 1024, 'x')); // leaves room for a page
+    writeText(folder / "disk/filler", std::string(60 * 1024, 'x')); // leaves space for a page
     expectEnd("disk/" + std::string(GetParam().output), 1, "space");
     EXPECT_THAT(namesIn(folder / "disk"), testing::ElementsAre("filler"));
 }
@@ -87,7 +87,7 @@ TEST_P(PictureOutputs, QuietPrintsNothing)
     EXPECT_TRUE(fs::exists(folder / GetParam().output));
 }
 
-TEST_P(PictureOutputs, JsonTellsOfTheRun)
+TEST_P(PictureOutputs, JsonDescribesTheRun)
 {
     const Finished finished = run(GetParam().output, files(), {"--json"});
     ASSERT_EQ(finished.exitCode, 0) << finished.err;

@@ -36,7 +36,7 @@ std::string restOf(int file)
 {
     std::string text;
     std::array<char, kChunk> chunk{};
-    // A terminal whose program has gone tells an error instead of the end.
+    // A terminal whose program has ended reports an error instead of the end.
     for (ssize_t got = 0; (got = ::read(file, chunk.data(), chunk.size())) > 0;)
         text.append(chunk.data(), static_cast<std::size_t>(got));
     return text;
@@ -154,14 +154,14 @@ Finished Program::wait()
 {
     while (readMore()) {
     }
-    // What it wrote to a terminal must be read while it runs, or it would wait for the reader.
+    // Terminal output must be read while it runs, or it would block.
     if (errorIsTerminal)
         finished.err = restOf(errorSource);
     int status = 0;
     rusage usage{};
     ::wait4(pid, &status, 0, &usage);
     pid = -1;
-    constexpr int kSignalBase = 128; // as shells tell it
+    constexpr int kSignalBase = 128; // as in shells
     finished.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalBase + WTERMSIG(status);
     finished.peakMemoryKiB = usage.ru_maxrss;
     if (!errorIsTerminal) {

@@ -1,4 +1,4 @@
-/// Runs the program as its users do.
+/// Runs the program like a user.
 #pragma once
 
 #include <sys/types.h>
@@ -12,7 +12,7 @@ namespace orvo::test {
 /// How the program ended and what it wrote.
 struct Finished
 {
-    int exitCode = -1; ///< 128 and the number of the signal if one ended it
+    int exitCode = -1; ///< 128 plus the number of the signal if one ended it
     std::string out;
     std::string err;
     long peakMemoryKiB = 0;
@@ -21,7 +21,7 @@ struct Finished
     [[nodiscard]] std::vector<std::string> errLines() const;
 };
 
-/// Where the streams of the program lead.
+/// The streams of the program.
 struct Streams
 {
     std::filesystem::path workingFolder{"/"};
@@ -39,7 +39,7 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /// Reads standard output until `text` has come, or the end.
+    /// Reads standard output until `text` or the end.
     void waitFor(const std::string& text);
     void send(int signal) const;
     [[nodiscard]] Finished wait();
@@ -57,7 +57,7 @@ private:
 [[nodiscard]] Finished runOrvo(const std::vector<std::string>& arguments, const Streams& streams = {});
 
 [[nodiscard]] std::string fileText(const std::filesystem::path& path);
-/// Names of what lies in a folder, sorted, hidden files too.
+/// Names of all entries of a folder, sorted, including hidden ones.
 [[nodiscard]] std::vector<std::string> namesIn(const std::filesystem::path& folder);
 
 } // namespace orvo::test

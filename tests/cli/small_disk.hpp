@@ -1,4 +1,4 @@
-/// A disk that is soon full.
+/// A small disk for tests of full disks.
 #pragma once
 
 #include <sys/mount.h>
@@ -7,7 +7,7 @@
 
 namespace orvo::test {
 
-/// A small disk of its own, taken away with the scope. Only root may have one.
+/// A small mounted disk, unmounted by the destructor. Requires root.
 class SmallDisk
 {
 public:

@@ -27,7 +27,7 @@ protected:
         return runOrvo(more, {.workingFolder = folder.path()});
     }
 
-    /// Wrong usage is told before anything is read.
+    /// Wrong usage is reported before anything is read.
     void expectWrongUsage(const std::vector<std::string>& more, const std::string& reason) const
     {
         auto arguments = more;
@@ -66,11 +66,11 @@ TEST_F(Stack, AligningCropsToWhatAllFramesShow)
     ASSERT_EQ(stack({"-o", "out.jpg"}).exitCode, 0);
     const auto metadata = metadataOf("out.jpg");
     ASSERT_TRUE(metadata);
-    EXPECT_LT(metadata->size.width, 240); // the hand shook by pixels
+    EXPECT_LT(metadata->size.width, 240); // the hand shakes by pixels
     EXPECT_GT(metadata->size.width, 200);
 }
 
-TEST_F(Stack, CarriesMetadataOfTheReference)
+TEST_F(Stack, CopiesMetadataOfTheReference)
 {
     const auto distance = [this](const std::string& name) { return metadataOf(name)->subjectDistance; };
     ASSERT_EQ(stack({"-o", "out.jpg"}).exitCode, 0);
@@ -117,7 +117,7 @@ TEST_F(Stack, SameBytesForAnyNumberOfThreads)
     EXPECT_TRUE(fileText(folder / "1.tif") == fileText(folder / "2.tif"));
 }
 
-TEST_F(Stack, OneFrameAloneIsTheResult)
+TEST_F(Stack, ASingleFrameIsTheResult)
 {
     series.resize(1);
     const Finished run = stack({"-o", "out.png"});
@@ -133,7 +133,7 @@ TEST_F(Stack, ReferenceOutOfRange)
     expectWrongUsage({"--reference", "-1"}, "--reference");
 }
 
-TEST_F(Stack, ReferenceThatNothingRefersTo) { expectWrongUsage({"--no-align", "--reference", "1"}, "reference"); }
+TEST_F(Stack, ReferenceThatIsNotUsed) { expectWrongUsage({"--no-align", "--reference", "1"}, "reference"); }
 
 TEST_F(Stack, DeghostOutOfRange) { expectWrongUsage({"--deghost", "5"}, "expected 0 to 4, found 5"); }
 
@@ -145,11 +145,11 @@ TEST_F(Stack, FramesOfDifferentSizes)
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_THAT(run.errLines(),
                 testing::ElementsAre(AllOf(HasSubstr("other.jpg"), HasSubstr("150 x 100"), HasSubstr(series[0]))));
-    EXPECT_THAT(run.out, testing::Not(HasSubstr("stacking"))) << "it was known before";
+    EXPECT_THAT(run.out, testing::Not(HasSubstr("stacking"))) << "it is known before";
     EXPECT_FALSE(std::filesystem::exists(folder / "out.jpg"));
 }
 
-TEST_F(Stack, FailureKeepsTheFileThatWasThere)
+TEST_F(Stack, FailureKeepsTheExistingFile)
 {
     writeText(folder / "out.jpg", "yesterday's picture");
     const std::string whole = fileText(folder / series[1]);

@@ -1,4 +1,4 @@
-// What depends on where the streams lead: bar or lines, pipes that close, disks that are full.
+// Behaviour that depends on the streams: bar or lines, closed pipes, full disks.
 #include "brackets.hpp"
 #include "program.hpp"
 
@@ -34,7 +34,7 @@ protected:
 
 constexpr const char* kEmptyLine = "\r\033[K";
 
-TEST_F(Terminal, ShowsOneBarAndTakesItAway)
+TEST_F(Terminal, ShowsOneBarAndClearsIt)
 {
     const Finished run = merge({}, {.errorIsTerminal = true});
     EXPECT_EQ(run.exitCode, 0);
@@ -47,7 +47,7 @@ TEST_F(Terminal, ShowsOneBarAndTakesItAway)
     ASSERT_GE(percents.size(), 8u);
     EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
     EXPECT_EQ(percents.back(), 100);
-    EXPECT_THAT(run.out, Not(HasSubstr("reading"))) << "the bar tells it";
+    EXPECT_THAT(run.out, Not(HasSubstr("reading"))) << "the bar shows it";
 }
 
 TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
@@ -67,7 +67,7 @@ TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
         if (phase.at("name") == "stack")
             milliseconds = phase.at("milliseconds");
     ASSERT_GT(milliseconds, 0.0);
-    // The block moves four times a second, where the step takes that long; twice the time for a machine that is busy.
+    // The block moves four times a second if the step is long enough; twice the time for a busy machine.
     constexpr double kTwoMoves = 1000.0;
     EXPECT_GE(pictures.size(), milliseconds > kTwoMoves ? 2u : 1u) << run.err;
     EXPECT_THAT(run.err, Not(testing::ContainsRegex("% stacking")));
@@ -98,7 +98,7 @@ TEST_F(Terminal, ErrorComesAfterTheBar)
     EXPECT_THAT(run.err.substr(bar), HasSubstr("orvo: nowhere.jpg: "));
 }
 
-TEST_F(Terminal, ReaderThatGoesAwayIsNoError)
+TEST_F(Terminal, AClosedReaderIsNoError)
 {
     for (const char* const option : {"--json", "--bits=8"}) {
         const Finished run = merge({option}, {.readerGoesAway = true});
@@ -108,11 +108,11 @@ TEST_F(Terminal, ReaderThatGoesAwayIsNoError)
     EXPECT_EQ(runOrvo({"hdr", "--help"}, {.readerGoesAway = true}).exitCode, 0);
 }
 
-TEST_F(Terminal, OutputThatIsFullIsAnError)
+TEST_F(Terminal, AFullOutputIsAnError)
 {
     const Finished run = merge({"--json"}, {.standardOutput = "/dev/full"});
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("standard output cannot be written: No space left")));
+    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("cannot write to standard output: No space left")));
 }
 
 } // namespace

@@ -81,12 +81,12 @@ TEST_F(Upscale, ResultsThatCannotBeWrittenEndBeforeTheWork)
 {
     writeFrame(folder / "in.jpg", {.width = 4608, .height = 48});
     expectEnd({"--passes", "4"}, 1, {"out.jpg: a JPEG has at most 65500 pixels a side, the picture has 73728 x 768"});
-    // The network tells its scale when it is tried.
+    // The scale of a network is known after a trial run.
     writeText(folder / "eight.onnx", ::test::onnx::convolveAndEnlarge(3, {1.0f}, 1, 8));
     expectEnd({"--model", "eight.onnx", "--passes", "2"}, 1, {"out.jpg: a JPEG has at most 65500", "294912 x 3072"});
 }
 
-TEST_F(Upscale, CarriesMetadata)
+TEST_F(Upscale, CopiesMetadata)
 {
     ASSERT_EQ(upscale({"-o", "out.jpg"}).exitCode, 0);
     const auto before = ImageReader::readMetadata(folder / "in.jpg");
@@ -106,7 +106,7 @@ TEST_F(Upscale, EachOptionChangesTheResult)
         ASSERT_EQ(upscale({"-o", "other.tif", option}).exitCode, 0);
         EXPECT_FALSE(fileText(folder / "other.tif") == plain);
     }
-    // What is so anyway may be asked for; there is no face in the room.
+    // Options without effect are allowed; there is no face in the room.
     ASSERT_EQ(upscale({"-o", "other.tif", "--no-faces", "--passes", "1", "--denoise", "0"}).exitCode, 0);
     EXPECT_TRUE(fileText(folder / "other.tif") == plain);
 }
@@ -118,7 +118,7 @@ TEST_F(Upscale, SameBytesForAnyNumberOfThreads)
     EXPECT_TRUE(fileText(folder / "1.tif") == fileText(folder / "2.tif"));
 }
 
-TEST_F(Upscale, ByANetworkOfItsOwnScale)
+TEST_F(Upscale, UsesTheScaleOfANetwork)
 {
     writeText(folder / "three.onnx", ::test::onnx::convolveAndEnlarge(3, {1.0f}, 1, 3));
     const Finished run = upscale({"-o", "out.png", "--model", "three.onnx", "--no-faces"});
@@ -142,16 +142,16 @@ TEST_F(Upscale, ValuesOutOfRange)
     expectEnd({"second.jpg"}, 2, {"second.jpg"}); // one file at a time
 }
 
-TEST_F(Upscale, SharpensFacesUnlessToldNotTo)
+TEST_F(Upscale, SharpensFacesUnlessDisabled)
 {
     const char* const data = std::getenv("ORVO_TEST_DATA");
     if (data == nullptr)
-        GTEST_SKIP() << "ORVO_TEST_DATA names no folder of real pictures";
-    const std::filesystem::path people = std::filesystem::path(data) / "single/faces_cafe/faces_cafe.jpg";
-    if (!std::filesystem::exists(people))
-        GTEST_SKIP() << "there is no " << people;
+        GTEST_SKIP() << "ORVO_TEST_DATA is not set to a folder of real pictures";
+    const std::filesystem::path photo = std::filesystem::path(data) / "single/faces_cafe/faces_cafe.jpg";
+    if (!std::filesystem::exists(photo))
+        GTEST_SKIP() << "there is no " << photo;
     const auto run = [&](const std::vector<std::string>& more) {
-        std::vector<std::string> arguments{"upscale", people, "--quiet", "-o"};
+        std::vector<std::string> arguments{"upscale", photo, "--quiet", "-o"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return runOrvo(arguments, {.workingFolder = folder.path()}).exitCode;
     };
@@ -160,7 +160,7 @@ TEST_F(Upscale, SharpensFacesUnlessToldNotTo)
     EXPECT_FALSE(fileText(folder / "sharpened.jpg") == fileText(folder / "plain.jpg"));
 }
 
-TEST_F(Upscale, JsonTellsBothSizes)
+TEST_F(Upscale, JsonContainsBothSizes)
 {
     const auto json = nlohmann::json::parse(upscale({"-o", "out.tif", "--json"}).out);
     EXPECT_EQ(json.at("size").at("width"), 240);

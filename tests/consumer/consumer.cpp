@@ -18,7 +18,7 @@ int main(int argc, char** argv)
     const auto onPhase = [](orvo::HDRMergingPhaseName phase) { std::printf("phase %d\n", static_cast<int>(phase)); };
     const auto [merged, middleFrame] = orvo::make_HDR(paths, settings, {}, onPhase);
     if (!merged)
-        return 1; // orvo::lastFailure() says why
+        return 1; // orvo::lastFailure() has the reason
 
     orvo::ImageWriteSettings file = orvo::writeSettingsForPath(target);
     file.metadata = merged->metadata();

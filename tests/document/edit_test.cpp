@@ -22,7 +22,7 @@ Edit editOf(const std::string& toolName, std::shared_ptr<const Identifier> id = 
     return {ToolDescription(kEffects, toolName), std::move(id), false, nullptr, false, 0, 0, false};
 }
 
-TEST(ToolDescription, AnswersCopies)
+TEST(ToolDescription, ReturnsCopies)
 {
     const ToolDescription tool(kEffects, "EXPOSURE");
     EXPECT_THAT(tool.getEffectIDs(), ElementsAre("b", "a"));
@@ -73,7 +73,7 @@ TEST(Edit, TakesTheRestFromItsConstructor)
     EXPECT_TRUE(second.isDevelopBase());
 }
 
-TEST(Edit, AnswersWhatWasSet)
+TEST(Edit, ReturnsTheValuesSet)
 {
     Edit edit = editOf("CURVE");
     edit.setMask("mask.bin");
@@ -95,7 +95,7 @@ TEST(Edit, AnswersWhatWasSet)
     EXPECT_EQ(edit.getBlendMode(), BlendModeType(4));
 }
 
-TEST(Edit, MaskFlagsAreNegatedOnlyWhereAsked)
+TEST(Edit, MaskFlagsAreNegatedOnlyByTheirGetters)
 {
     Edit edit = editOf("CURVE");
     edit.setMaskFlag(false);
@@ -171,7 +171,7 @@ TEST(EditCollection, NoEditIsTheLargestIndex)
     static_assert(std::has_virtual_destructor_v<EditCollection>);
 }
 
-TEST(EditCollection, HoldsEditsInOrder)
+TEST(EditCollection, KeepsEditsInOrder)
 {
     EditCollection edits;
     EXPECT_EQ(edits.size(), 0U);
@@ -214,7 +214,7 @@ TEST(EditInfo, StartsEmpty)
     EXPECT_EQ(info.name, L"");
 }
 
-TEST(EditInfo, IsThereOnceItHasParameters)
+TEST(EditInfo, IsValidOnceItHasParameters)
 {
     EditInfo info;
     info.mask = "mask";

@@ -1,11 +1,11 @@
-// The base of effects: what it answers by itself, keeps, shares and lets go of.
+// The base of effects: default results, stored, shared and released data.
 
 #include <orvo_extensions/document/effect.hpp>
 
 #include <gmock/gmock.h>
 
 namespace orvo {
-// Named only in this room: an allocation of that name is all that the tests need.
+// Only declared in this library: the tests need no more than an allocation with that name.
 class EffectsCacheHelper
 {};
 } // namespace orvo
@@ -52,7 +52,7 @@ EffectCallContext callFor(Effect* effect, const std::atomic<bool>* run = nullptr
     return {picture(), picture(), {}, {}, image, {}, run, one, effect, {}, {}};
 }
 
-TEST(Effect, AnswersPlainlyByItself)
+TEST(Effect, HasItsDefaultResults)
 {
     PlainEffect effect;
     EXPECT_FALSE(effect.computeSuggestedParameters());
@@ -74,7 +74,7 @@ TEST(Effect, AnswersPlainlyByItself)
     static_assert(std::is_abstract_v<Effect> && std::has_virtual_destructor_v<Effect>);
 }
 
-TEST(Effect, PassesOverWhatComesBeforeAndAfter)
+TEST(Effect, DoesNothingBeforeAndAfter)
 {
     PlainEffect effect;
     auto before = std::make_shared<PreProcessInfo>();
@@ -106,7 +106,7 @@ TEST(Effect, OnlyAmountsAreScaled)
                 ElementsAre(Parameter{"amount", 1.0f}, Parameter{"shift", 3.0f}));
 }
 
-TEST(Effect, KeepsWhatItIsGiven)
+TEST(Effect, KeepsTheGivenValues)
 {
     PlainEffect effect;
     const auto parametersContext = std::make_shared<const EffectParametersContext>();
@@ -126,7 +126,7 @@ TEST(Effect, KeepsWhatItIsGiven)
     EXPECT_TRUE(effect.isDevelopBase());
 }
 
-TEST(Effect, MaskLayersCountOnceTheyAreSet)
+TEST(Effect, MaskLayersAreUsedOnceTheyAreSet)
 {
     PlainEffect effect;
     const auto sky = effect.makeMaskLayerForIdentifier("sky");
@@ -145,7 +145,7 @@ TEST(Effect, MaskLayersCountOnceTheyAreSet)
     EXPECT_THAT(effect.getMaskLayersIdentifiers(), IsEmpty());
 }
 
-TEST(Effect, TakesTheEditInfoOver)
+TEST(Effect, TakesOverTheEditInfo)
 {
     PlainEffect effect;
     int changes = 0;
@@ -174,7 +174,7 @@ TEST(Effect, TakesTheEditInfoOver)
     EXPECT_EQ(changes, 1);
 }
 
-TEST(Effect, SourceMayChangeWithoutAnybodyListening)
+TEST(Effect, SourceMayChangeWithoutACallback)
 {
     PlainEffect effect;
     EXPECT_TRUE(effect.checkAndSetEditInfoSource(picture()));
@@ -182,7 +182,7 @@ TEST(Effect, SourceMayChangeWithoutAnybodyListening)
     EXPECT_FALSE(effect.checkAndSetEditInfoSource(nullptr));
 }
 
-TEST(Effect, ClearCacheLetsGoOfSourceAndCache)
+TEST(Effect, ClearCacheReleasesSourceAndCache)
 {
     PlainEffect effect;
     effect.setEditInfo({picture(), std::make_shared<EffectsCacheHelper>(), [] {}});

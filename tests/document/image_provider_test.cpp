@@ -1,4 +1,4 @@
-// One file, one image, opened when it is first asked for.
+// One file, one image, opened at the first use.
 
 #include <orvo_extensions/document/destructive_processor.hpp>
 #include <orvo_extensions/document/image_provider.hpp>

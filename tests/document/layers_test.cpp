@@ -1,4 +1,4 @@
-// Layers and the adaptor through which they see their processor.
+// Layers and the adaptor that connects them to their processor.
 
 #include <orvo_extensions/document/adjustment_layer.hpp>
 #include <orvo_extensions/document/image_layer.hpp>
@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 namespace orvo {
-// Named only in this room: allocations of these names are all that the tests need.
+// Only declared in this library: the tests need no more than allocations with these names.
 class BrushController
 {};
 class BrushQueue
@@ -38,7 +38,7 @@ public:
     using ProcessorAdaptor::ProcessorAdaptor;
 };
 
-TEST(BaseLayer, AnswersPlainlyByItself)
+TEST(BaseLayer, HasItsDefaultResults)
 {
     BaseLayer layer;
     EXPECT_EQ(layer.defaultMaskValue(), 1.0f);
@@ -51,7 +51,7 @@ TEST(BaseLayer, AnswersPlainlyByItself)
     static_assert(std::has_virtual_destructor_v<BaseLayer>);
 }
 
-TEST(BaseLayer, PreparesNothing)
+TEST(BaseLayer, PreparationDoesNothing)
 {
     BaseLayer layer;
     auto info = std::make_shared<PreProcessInfo>();
@@ -84,7 +84,7 @@ TEST(BaseLayer, ReplacesItsQueueAndSharesItWithCopies)
     EXPECT_TRUE(copy.isLensPreviewEffectAmountChanged());
 }
 
-TEST(Layer, AsksItsAdaptor)
+TEST(Layer, ForwardsToItsAdaptor)
 {
     Layer layer(ProcessConfig{});
     EXPECT_EQ(layer.getBaseUUID(), nullptr);
@@ -107,7 +107,7 @@ TEST(Layer, AsksItsAdaptor)
     EXPECT_EQ(copy.getBaseUUID(), id);
 }
 
-TEST(Layer, CarriesItsConfiguration)
+TEST(Layer, KeepsItsConfiguration)
 {
     const Layer layer(ProcessConfig{4, 5, 6});
     EXPECT_EQ(layer.getProcessConfig().mode, 4);
@@ -186,7 +186,7 @@ TEST(AdjustmentLayer, CopiesHaveTheirOwnEditsAndShareEffects)
     EXPECT_EQ(copy.getEffects()[0], layer.getEffects()[0]);
 }
 
-TEST(ProcessorAdaptor, AnswersACopyOfItsMasks)
+TEST(ProcessorAdaptor, ReturnsACopyOfItsMasks)
 {
     OpenAdaptor adaptor(nullptr);
     EXPECT_EQ(adaptor.getBaseUUID(), nullptr);

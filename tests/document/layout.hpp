@@ -1,4 +1,4 @@
-// Where fields lie in memory and virtual operations in their table. For the Itanium C++ ABI, which GCC and Clang
+// Positions of fields in memory and of virtual operations in their table. For the Itanium C++ ABI, which GCC and Clang
 // follow: there a pointer to a field is its offset, and a pointer to a virtual operation holds the offset of its entry.
 #pragma once
 

@@ -73,7 +73,7 @@ struct Swapped
     void plain() {}
 };
 
-TEST(Layout, FieldsLieInOrder)
+TEST(Layout, FieldsAreInOrder)
 {
     EXPECT_EQ(fieldOrderOf<ToolDescription>(), true);
     EXPECT_EQ(fieldOrderOf<EditEffects>(), true);
@@ -168,7 +168,7 @@ TEST(Layout, MaskedImagesHaveTheirSlots)
     EXPECT_TRUE(std::has_virtual_destructor_v<MaskedImage>);
 }
 
-TEST(Layout, PixelsAndRunsAreRecordsOfFixedPlaces)
+TEST(Layout, PixelsAndRunsAreRecordsWithFixedOffsets)
 {
     static_assert(offsetof(pixel_t, r) == 0 && offsetof(pixel_t, g) == 4 && offsetof(pixel_t, b) == 8);
     static_assert(offsetof(pixel_t, further) == 12 && sizeof(pixel_t::further) == 8);

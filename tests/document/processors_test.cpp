@@ -90,7 +90,7 @@ public:
 class PlainDetection : public ImageDetectionPublicInterface
 {};
 
-TEST(ImageProcessorInterface, AnswersPlainlyByItself)
+TEST(ImageProcessorInterface, HasItsDefaultResults)
 {
     PlainProcessor processor;
     ImageProcessorInterface& base = processor;
@@ -100,7 +100,7 @@ TEST(ImageProcessorInterface, AnswersPlainlyByItself)
     EXPECT_EQ(base.getCurrentPersonIndex(), 0);
 }
 
-TEST(ImageProcessor, AnswersWhatWasSet)
+TEST(ImageProcessor, ReturnsTheValuesSet)
 {
     ImageProcessor processor;
     EXPECT_EQ(processor.getCurrentLayerIndex(), 0);

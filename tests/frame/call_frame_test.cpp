@@ -1,4 +1,4 @@
-// How an exported call ends.
+// Results and failures of exported calls.
 #include "frame/call_frame.hpp"
 #include "support/failures.hpp"
 
@@ -38,7 +38,7 @@ TEST(CallFrame, KeepsTheFailureOfAnException)
     expectLastFailure(FailureKind::Internal);
 }
 
-TEST(CallFrame, KnowsMissingMemoryWhoeverReportsIt)
+TEST(CallFrame, RecognisesEveryOutOfMemoryError)
 {
     EXPECT_FALSE(callThatThrows(std::bad_alloc()));
     expectLastFailure(FailureKind::OutOfMemory);

@@ -92,7 +92,7 @@ TEST(CvMatFromImageData, PutsBlueFirstAndFullScaleAt16383)
     EXPECT_EQ(mat.at<cv::Vec3s>(0, 0), cv::Vec3s(4095, 8191, 16383)) << "truncated, not rounded";
 }
 
-TEST(CvMatFromImageData, LimitsWhatIsOutOfRange)
+TEST(CvMatFromImageData, LimitsValuesOutOfRange)
 {
     EXPECT_EQ(cvMatFromImageData(onePixel({2.0f, -1.0f, kNaN})).at<cv::Vec3s>(0, 0), cv::Vec3s(0, 0, 16383));
     EXPECT_EQ(cvMatFromImageData(onePixel({kInfinity, -kInfinity, -0.0f})).at<cv::Vec3s>(0, 0), cv::Vec3s(0, 0, 16383));
@@ -138,7 +138,7 @@ TEST(CvMatFromImageData, ConvertsOtherProfilesAndLeavesThePictureAlone)
     EXPECT_NEAR(cvMatFromImageData(linear).at<cv::Vec3s>(0, 0)[0], 0.7354 * 16383, 3);
 }
 
-TEST(CvMatFromImageData, TakesAPictureWithoutAProfileAsItStands)
+TEST(CvMatFromImageData, UsesAPictureWithoutAProfileUnchanged)
 {
     const auto named = noise(33, 9, ColorProfileType::sRGB());
     for (const auto& profile : {ColorProfileType::None(), std::shared_ptr<ColorProfile>()})
@@ -153,7 +153,7 @@ TEST(CvMatFromImageData, NothingGivesAnEmptyMatrix)
         cvMatFromImageData(std::make_shared<Picture>(_Size<int>(0, 0), ColorProfileType::melissaRGB())).empty());
 }
 
-TEST(CvMatFromImageData, MakesNoSecondPicture)
+TEST(CvMatFromImageData, CreatesNoSecondPicture)
 {
     for (const auto& profile : {ColorProfileType::sRGB(), ColorProfileType::melissaRGB()}) {
         const auto picture = noise(300, 200, profile);
@@ -200,7 +200,7 @@ TEST(ImageDataFromCVMat, ScalesWorkingSamplesToTheBit)
     mat.at<cv::Vec3s>(0, 2) = {32767, 16384, 8000};
     const auto image = imageDataFromCVMat(mat);
     EXPECT_EQ(image->row(0)[0], (PixelRGB<float>{16383.0f * step, 2.0f * step, step}));
-    EXPECT_EQ(image->row(0)[1], (PixelRGB<float>{0.0f, 0.0f, 0.0f})) << "what the blender leaves below zero";
+    EXPECT_EQ(image->row(0)[1], (PixelRGB<float>{0.0f, 0.0f, 0.0f})) << "negative values that the blender leaves";
     EXPECT_EQ(image->row(0)[2], (PixelRGB<float>{8000.0f * step, 1.0f, 1.0f}));
 }
 

@@ -19,7 +19,7 @@ TEST(ManagedMat, IsCountedAndGivenBack)
         EXPECT_GE(memory.liveBytes(), before + 30 * 40 * 6);
         const cv::Mat part = mat(cv::Rect(1, 2, 3, 4));
         mat.release();
-        EXPECT_GT(memory.liveBytes(), before) << "another header still looks at it";
+        EXPECT_GT(memory.liveBytes(), before) << "another header still refers to it";
         EXPECT_EQ(part.size(), cv::Size(3, 4));
     }
     EXPECT_EQ(memory.liveBytes(), before);

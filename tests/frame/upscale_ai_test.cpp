@@ -82,7 +82,7 @@ TEST_F(UpscaleAi, NoPictureGivesNothingAndNoLogLine)
     EXPECT_THAT(capture.lines(), IsEmpty());
 }
 
-TEST_F(UpscaleAi, TheMetadataTellTheNewSize)
+TEST_F(UpscaleAi, TheMetadataHaveTheNewSize)
 {
     const auto image = run(counted(), source());
     ASSERT_TRUE(image);
@@ -91,7 +91,7 @@ TEST_F(UpscaleAi, TheMetadataTellTheNewSize)
     EXPECT_TRUE(image->metadata()->fileProfile) << "everything else is the file's";
 }
 
-TEST_F(UpscaleAi, FacesAreSharpenedUnlessToldNotTo)
+TEST_F(UpscaleAi, FacesAreSharpenedUnlessDisabled)
 {
     UpscaleAISettings settings;
     ASSERT_TRUE(run(counted(), source(), settings));
@@ -126,7 +126,7 @@ TEST_F(UpscaleAi, AnExceptionGivesOneErrorLine)
     EXPECT_EQ(capture.lines().size(), 1u);
 }
 
-TEST_F(UpscaleAi, AnExceptionOfNoKnownKindGivesOneErrorLine)
+TEST_F(UpscaleAi, AnUnknownExceptionGivesOneErrorLine)
 {
     auto steps = counted();
     steps.sharpenFaces = [](const auto&) -> UpscaleSteps::PicturePointer { throw 7; };
@@ -136,7 +136,7 @@ TEST_F(UpscaleAi, AnExceptionOfNoKnownKindGivesOneErrorLine)
     EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre("Unknown error in upscaleAI."));
 }
 
-TEST_F(UpscaleAi, TheSettingsGoOnUnchanged)
+TEST_F(UpscaleAi, TheSettingsArePassedOnUnchanged)
 {
     UpscaleAISettings given;
     given.passes = 3;

@@ -1,4 +1,4 @@
-// What lastFailure() says of upscaleAI.
+// lastFailure() of upscaleAI.
 #include "frame/upscale_ai.hpp"
 #include "support/failures.hpp"
 #include "support/files.hpp"
@@ -32,7 +32,7 @@ protected:
 
 } // namespace
 
-TEST_F(UpscaleFailures, ThereIsNoneWhereThereIsAResult)
+TEST_F(UpscaleFailures, ThereIsNoneIfThereIsAResult)
 {
     ASSERT_TRUE(upscales(source));
     EXPECT_FALSE(lastFailure().has_value());
@@ -113,7 +113,7 @@ TEST_F(UpscaleFailures, NotEnoughMemory)
     expectOutOfMemory([&] { return upscales(source, settings); });
     auto steps = UpscaleSteps::ofTheLibrary();
     steps.sharpenFaces = [](const auto&) -> UpscaleSteps::PicturePointer {
-        throw cv::Exception(cv::Error::StsNoMem, "no room", "f", "f.cpp", 1);
+        throw cv::Exception(cv::Error::StsNoMem, "no memory", "f", "f.cpp", 1);
     };
     EXPECT_FALSE(upscaleWith(steps, source, {}, {}, {}));
     expectLastFailure(FailureKind::OutOfMemory);

@@ -39,7 +39,7 @@ protected:
 
 } // namespace
 
-TEST_F(ComputeDevice, ADeviceThatCanHoldItIsUsedSilently)
+TEST_F(ComputeDevice, ADeviceWithEnoughMemoryIsUsedSilently)
 {
     EXPECT_EQ(run(plenty, [] { return kDone; }), kDone);
     EXPECT_FALSE(forceCpu());
@@ -53,7 +53,7 @@ TEST_F(ComputeDevice, WithoutADeviceTheCpuIsUsed)
     EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre("Trying to make panorama on CPU"));
 }
 
-TEST_F(ComputeDevice, ADeviceThatCannotBeAskedIsToldAndNotUsed)
+TEST_F(ComputeDevice, ADeviceThatCannotBeQueriedIsLoggedAndNotUsed)
 {
     EXPECT_EQ(run([]() -> DeviceMemory { throw std::runtime_error("gone"); }, [] { return kDone; }), kDone);
     EXPECT_TRUE(forceCpu());
@@ -61,7 +61,7 @@ TEST_F(ComputeDevice, ADeviceThatCannotBeAskedIsToldAndNotUsed)
                 ElementsAre("caller: makePanoramaRaw: OpenCV exception on cv::ocl::Device access"));
 }
 
-TEST_F(ComputeDevice, AnOpenCvExceptionOnTheDeviceFallsBackForGood)
+TEST_F(ComputeDevice, AnOpenCvExceptionOnTheDeviceFallsBackPermanently)
 {
     int calls = 0;
     const auto compose = [&]() -> cv::Rect { return ++calls == 1 ? failLikeOpenCv() : kDone; };
@@ -71,18 +71,18 @@ TEST_F(ComputeDevice, AnOpenCvExceptionOnTheDeviceFallsBackForGood)
         capture.texts(LogMessageType::Warning),
         ElementsAre(testing::AllOf(testing::StartsWith("makePanoramaRaw: OpenCV exception: "),
                                    HasSubstr("no such queue"), EndsWith(". From now on will use a CPU fallback"))));
-    int asked = 0;
+    int queries = 0;
     const auto memory = [&] {
-        ++asked;
+        ++queries;
         return plenty();
     };
     EXPECT_EQ(run(memory, compose), kDone);
-    EXPECT_EQ(asked, 0) << "the device is not even asked";
+    EXPECT_EQ(queries, 0) << "the device is not queried";
     EXPECT_THAT(capture.texts(LogMessageType::Progress),
                 ElementsAre("Trying to make panorama on CPU", "Trying to make panorama on CPU"));
 }
 
-TEST_F(ComputeDevice, AnyOtherExceptionOnTheDeviceTellsTheSize)
+TEST_F(ComputeDevice, AnyOtherExceptionOnTheDeviceLogsTheSize)
 {
     int calls = 0;
     const auto compose = [&]() -> cv::Rect {
@@ -96,7 +96,7 @@ TEST_F(ComputeDevice, AnyOtherExceptionOnTheDeviceTellsTheSize)
                 ElementsAre("Probably not enough memory to create panorama on GPU of size, width, height: 300 200"));
 }
 
-TEST_F(ComputeDevice, AnOpenCvExceptionOnTheCpuIsToldAndThrownOn)
+TEST_F(ComputeDevice, AnOpenCvExceptionOnTheCpuIsLoggedAndRethrown)
 {
     forceCpu() = true;
     EXPECT_THROW((void)run(plenty, failLikeOpenCv), cv::Exception);
@@ -107,7 +107,7 @@ TEST_F(ComputeDevice, AnOpenCvExceptionOnTheCpuIsToldAndThrownOn)
                     HasSubstr("no such queue"))));
 }
 
-TEST_F(ComputeDevice, AnyOtherExceptionOnTheCpuIsToldAndThrownOn)
+TEST_F(ComputeDevice, AnyOtherExceptionOnTheCpuIsLoggedAndRethrown)
 {
     forceCpu() = true;
     EXPECT_THROW((void)run(plenty, []() -> cv::Rect { throw 5; }), int);
@@ -138,7 +138,7 @@ TEST_F(ComputeDevice, ASmallDeviceIsNotTried)
     EXPECT_FALSE(deviceCanHold({std::size_t{1} << 40, 0}, sources, kSize));
 }
 
-TEST(ScopeExit, RunsHoweverTheScopeIsLeft)
+TEST(ScopeExit, RunsAtEveryExitOfTheScope)
 {
     int runs = 0;
     try {
@@ -149,7 +149,7 @@ TEST(ScopeExit, RunsHoweverTheScopeIsLeft)
     EXPECT_EQ(runs, 1);
 }
 
-TEST(ScopeExit, WhatFailsInItIsLoggedAndGoesNoFurther)
+TEST(ScopeExit, ExceptionsInItAreLoggedAndNotRethrown)
 {
     const LogCapture capture;
     {

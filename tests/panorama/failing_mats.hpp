@@ -1,11 +1,12 @@
-/// Matrices of OpenCV whose memory runs out when a test wants it to.
+/// Matrices of OpenCV whose allocation fails on demand.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 namespace orvo::test {
 
-/// While it lives, counts the matrices that the calling thread makes, and can let one of them fail. One at a time.
+/// During its lifetime counts the matrices that the calling thread creates, and can make one of them fail. One at a
+/// time.
 class FailingMats final : public cv::MatAllocator
 {
 public:
@@ -31,7 +32,7 @@ public:
                            cv::UMatUsageFlags usage) const override
     {
         if (++count == failing)
-            CV_Error(cv::Error::StsNoMem, "the test lets this matrix fail");
+            CV_Error(cv::Error::StsNoMem, "the test makes this matrix fail");
         return previous->allocate(dims, sizes, type, data, step, flags, usage);
     }
     bool allocate(cv::UMatData* data, cv::AccessFlag flags, cv::UMatUsageFlags usage) const override

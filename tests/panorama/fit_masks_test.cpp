@@ -16,7 +16,7 @@ cv::Mat none(int width, int height) { return cv::Mat::zeros(height, width, CV_8U
 
 } // namespace
 
-TEST(FitMasks, APixelClaimedByTwoStaysWithTheFirst)
+TEST(FitMasks, APixelClaimedByTwoGoesToTheFirst)
 {
     std::vector<cv::Mat> masks = {full(6, 4), full(6, 4)};
     const std::vector<cv::Mat> whole = {full(6, 4), full(6, 4)};
@@ -45,7 +45,7 @@ TEST(FitMasks, AClaimBehindAHoleWins)
     EXPECT_TRUE(sameBytes(masks[1], full(4, 2)));
 }
 
-TEST(FitMasks, WhereNobodyHasDataNobodyGetsThePixel)
+TEST(FitMasks, APixelWithoutDataHasNoOwner)
 {
     std::vector<cv::Mat> masks = {none(4, 2), none(4, 2)};
     fitMasks(masks, {none(4, 2), none(4, 2)}, {{0, 0}, {10, -3}});
@@ -115,7 +115,7 @@ TEST(FitMasks, TakesMorePicturesThanAByteCounts)
     fitMasks(masks, whole, corners);
     for (int i = 0; i < kPictures; ++i)
         EXPECT_EQ(cv::countNonZero(masks[static_cast<std::size_t>(i)]), i % 2 == 0 ? 6 : 0) << i;
-    EXPECT_EQ(cv::countNonZero(masks.back()), 3 * kPictures) << "what the others left";
+    EXPECT_EQ(cv::countNonZero(masks.back()), 3 * kPictures) << "the remaining pixels";
     masks.back().setTo(0);
     fitMasks(masks, whole, corners);
     EXPECT_TRUE(sameBytes(masks[299], cv::Mat(2, 3, CV_8UC1, cv::Scalar(1)))) << "the first that has data there";

@@ -94,7 +94,7 @@ TEST(MaskedImage, RefusesImpossibleSizes)
     EXPECT_EQ(MaskedImage(0, 5).height(), 5);
 }
 
-TEST(MaskedImage, PixelsLieRowByRow)
+TEST(MaskedImage, PixelsAreStoredRowByRow)
 {
     MaskedImage image(3, 2);
     image.setSample(2, 1, pixel_t(0.1f, 0.2f, 0.3f));
@@ -109,7 +109,7 @@ TEST(MaskedImage, PixelsLieRowByRow)
     EXPECT_EQ(readOnly.data(), image.data());
 }
 
-TEST(MaskedImage, EachStateAnswersToItsOwnName)
+TEST(MaskedImage, EachStateHasItsOwnQuery)
 {
     MaskedImage image(1, 1);
     for (int state = 0; state <= 4; ++state) {

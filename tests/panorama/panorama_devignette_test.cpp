@@ -208,7 +208,7 @@ TEST(Devignette, FindsEachCoefficientOfPairs)
     }
 }
 
-TEST(Devignette, IsTheDescentThatItsHeaderTells)
+TEST(Devignette, IsTheDescentThatItsHeaderDescribes)
 {
     // Radii as a narrow overlap has them: the powers of the radius can hardly be told apart there. The steps then
     // become smaller than the tolerance and the descent stops by itself, or it creeps until the rounds are over. Where
@@ -264,7 +264,7 @@ TEST(Devignette, EqualPairsGiveNoGain)
     EXPECT_NEAR(model.gain(1.0f), 1.0f, 0.003f);
 }
 
-TEST(Devignette, TellsItsTimeToTheDevelopersTrace)
+TEST(Devignette, TracesItsTime)
 {
     testing::internal::CaptureStdout();
     grfx::cout.quiet = 0;
@@ -273,7 +273,7 @@ TEST(Devignette, TellsItsTimeToTheDevelopersTrace)
     EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("devignette::fit: ", 0), 0u);
 }
 
-TEST(PanoramaDevignette, BringsAKnownVignetteBack)
+TEST(PanoramaDevignette, RecoversAKnownVignette)
 {
     for (const Gain& truth : {Gain{0.3, 0.15, 0.05}, Gain{0.8, 0.0, 0.3}, Gain{0.2, 0.3, 0.1}}) {
         Views views = row(4, truth);
@@ -373,7 +373,7 @@ TEST(PanoramaDevignette, OnlyNeighboursInTheListArePaired)
     EXPECT_EQ(model.model().k1, 5.0f / 8192);
 }
 
-TEST(PanoramaDevignette, PairsLieOnTheOutlineOfTheOverlap)
+TEST(PanoramaDevignette, PairsAreOnTheOutlineOfTheOverlap)
 {
     // What stands deep inside both masks, or under no mask, or on the rim of the matrix, is not looked at.
     const Gain gain{0.5, 0.2, 0.0};
@@ -437,7 +437,7 @@ TEST(PanoramaDevignette, SeamMasksAreNotRead)
     EXPECT_TRUE(sameBytes(views.images[1], other.images[1]));
 }
 
-TEST(PanoramaDevignette, ProcessCorrectsWhatOneMaskAloneCovers)
+TEST(PanoramaDevignette, ProcessCorrectsPixelsUnderASingleMask)
 {
     Views views = row(2, {0.5, 0.2, 0.0});
     PanoramaDevignette model;
@@ -484,7 +484,7 @@ TEST(PanoramaDevignette, ProcessIsGammaOfTheLightTimesTheGain)
     EXPECT_NEAR(sumOfErrors / (3.0 * kSide * kSide), -0.5, 0.02) << "truncated";
 }
 
-TEST(PanoramaDevignette, ProcessLeavesWhatIsMaskedAlone)
+TEST(PanoramaDevignette, ProcessKeepsMaskedPixels)
 {
     Views views = row(2, {0.5, 0.2, 0.0});
     PanoramaDevignette model;
@@ -519,7 +519,7 @@ TEST(PanoramaDevignette, ProcessDoesNotLimitToFullScale)
     EXPECT_EQ(pixel[2], 0);
 }
 
-TEST(PanoramaDevignette, ProcessEndsAtTheTypesEnds)
+TEST(PanoramaDevignette, ProcessSaturatesAtTheRangeOfTheType)
 {
     // Twice full scale in light times a gain of four would be beyond 16 bits.
     Views views = row(2, {3.0, 0.0, 0.0});
@@ -534,7 +534,7 @@ TEST(PanoramaDevignette, ProcessEndsAtTheTypesEnds)
     EXPECT_GT(views.images[0].at<cv::Vec3s>(60, 80)[2], 28000);
 }
 
-TEST(PanoramaDevignette, AwkwardSizesAreNoTrouble)
+TEST(PanoramaDevignette, AcceptsAwkwardSizes)
 {
     for (const cv::Size size : {cv::Size(1, 1), cv::Size(2, 7), cv::Size(3, 3), cv::Size(641, 3)}) {
         Views views;

@@ -83,7 +83,7 @@ TEST(PanoramaStitcher, APictureAloneFails)
     EXPECT_EQ(stitcher.getStatus(), 2);
 }
 
-TEST(PanoramaStitcher, PicturesThatNoRotationExplainsFailAndAreTold)
+TEST(PanoramaStitcher, PicturesThatNoRotationExplainsFailAndAreLogged)
 {
     // The second one is the middle of the first, twice as large: no cameras of one place and one focal length do that.
     SphereView view = smallView();
@@ -102,7 +102,7 @@ TEST(PanoramaStitcher, PicturesThatNoRotationExplainsFailAndAreTold)
     EXPECT_EQ(stitcher.getStatus(), 1);
 }
 
-TEST(PanoramaStitcher, AStrangerDropsOut)
+TEST(PanoramaStitcher, AnUnrelatedPictureIsDropped)
 {
     auto views = smallRow();
     views.resize(2);
@@ -132,7 +132,7 @@ TEST(PanoramaStitcher, AnEmptyPictureGivesNoFeaturesAndIsNoError)
     EXPECT_THAT(stitcher.usedIndices(), ElementsAre(0, 1, 2, 3));
 }
 
-TEST(PanoramaStitcher, LooksForFeaturesOnSixTenthsOfAMegapixel)
+TEST(PanoramaStitcher, DetectsFeaturesAtSixTenthsOfAMegapixel)
 {
     SphereView view = smallView();
     view.size = {1200, 900};
@@ -282,7 +282,7 @@ TEST_F(StitcherView, BoundsAreTheWarpersOwn)
     }
 }
 
-TEST_F(StitcherView, TellsWhereThePicturesLie)
+TEST_F(StitcherView, ReturnsTheRectangleOfThePictures)
 {
     const cv::Rect roi = stitcher.roiInOutputPixels();
     // Three steps of 21 degrees and a picture of 53 degrees.

@@ -1,4 +1,4 @@
-/// What a panorama of a sphere scene should look like, and how far a rendered one is from it.
+/// The truth for a panorama of a sphere scene, and the difference of a rendered one.
 #pragma once
 
 #include "sphere_sets.hpp"
@@ -85,7 +85,7 @@ struct Drawing
     cv::Matx33d view = cv::Matx33d::eye();
 };
 
-/// What should be seen there: CV_32FC3, red first, sRGB-encoded.
+/// The true picture of that part: CV_32FC3, red first, sRGB-encoded.
 inline cv::Mat truthOf(const scenes::SphereScene& scene, const PanoramaStitcher& stitcher,
                        const std::vector<scenes::SphereView>& views, const Drawing& drawing)
 {

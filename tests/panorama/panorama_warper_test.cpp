@@ -36,7 +36,7 @@ cv::Mat rotation(float x, float y, float z)
 
 cv::Mat eye() { return cv::Mat::eye(3, 3, CV_32F); }
 
-// Smooth and different everywhere, so that a sample tells its place: x to 24 times, y to 32 times, both in one.
+// Smooth and different everywhere, so that a sample identifies its position: x to 24 times, y to 32 times, both in one.
 cv::Mat gradients(cv::Size size = kImage)
 {
     cv::Mat image(size, CV_16SC3);
@@ -113,10 +113,10 @@ public:
 
 void expectMatrix(const PanoramaWarper::Matrix& found, const cv::Mat& expected, double tolerance = 1e-6)
 {
-    cv::Mat wanted;
-    expected.convertTo(wanted, CV_64F);
+    cv::Mat expected64;
+    expected.convertTo(expected64, CV_64F);
     for (int i = 0; i < 9; ++i)
-        EXPECT_NEAR(static_cast<double>(found.val[i]), wanted.at<double>(i / 3, i % 3), tolerance) << i;
+        EXPECT_NEAR(static_cast<double>(found.val[i]), expected64.at<double>(i / 3, i % 3), tolerance) << i;
 }
 
 double greatestDifference(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF); }
@@ -169,7 +169,7 @@ TEST(MapImageToPlane, AndMapPlaneToImageAreInverse)
     }
 }
 
-TEST(MapPlaneToImage, GivesMinusOneForWhatIsBehind)
+TEST(MapPlaneToImage, GivesMinusOneForPointsBehind)
 {
     const auto warper = makeWarper(500.0f, 2);
     warper->setCameraParams(camera(), eye());
@@ -252,7 +252,7 @@ TEST(DetectResultRoi, IsCutToTheDrawing)
     EXPECT_EQ(warper->detectResultRoi(kImage, {-900, -900, 300, 300}, {300, 300}), cv::Rect());
 }
 
-TEST(DetectResultRoi, StandsNumbersWithoutBounds)
+TEST(DetectResultRoi, AcceptsUnboundedNumbers)
 {
     // Seen sideways half of the plane's rays have z = 0 or less, so that the span has no end.
     const auto warper = makeWarper(kFocal, 0);
@@ -263,7 +263,7 @@ TEST(DetectResultRoi, StandsNumbersWithoutBounds)
     EXPECT_TRUE(warper->detectResultRoi(kImage, {-1000, -1000, 2000, 2000}, {100, 100}).empty());
 }
 
-TEST(DetectResultRoi, NothingIsNowhere)
+TEST(DetectResultRoi, EmptyInputsAreEmpty)
 {
     const auto warper = makeWarper(kFocal, 2);
     EXPECT_TRUE(warper->detectResultRoi({0, 0}, {0, 0, 10, 10}, {10, 10}).empty());
@@ -312,7 +312,7 @@ TEST(BuildMaps, TheBoxIsTight)
     EXPECT_EQ(inside.at<uchar>(0, 0), 0);
 }
 
-TEST(BuildMaps, MarkWhatIsBehindByMinusOne)
+TEST(BuildMaps, MarkPointsBehindByMinusOne)
 {
     // An image across the seam of the sphere: the box spans the whole width, most of which the camera does not see.
     const auto warper = makeWarper(200.0f, 2);
@@ -354,10 +354,10 @@ TEST(Warp, RefusesBadInputs)
         warper->warp(gradients(), cv::noArray(), dst, mask, radius, {5000, 5000, 10, 10}, {10, 10}, camera(), eye()),
         cv::Rect());
     EXPECT_TRUE(dst.empty() && mask.empty() && radius.empty());
-    EXPECT_TRUE(log.lines().empty()) << "a refusal is nothing to be told";
+    EXPECT_TRUE(log.lines().empty()) << "a rejection is not logged";
 }
 
-TEST(Warp, MeasuresNoRadiusWhereNobodyReadsIt)
+TEST(Warp, ComputesNoRadiusUnlessRequested)
 {
     const auto warper = makeWarper(kFocal, 2);
     const cv::Rect bounds = warper->outputBounds();
@@ -373,7 +373,7 @@ TEST(Warp, MeasuresNoRadiusWhereNobodyReadsIt)
     EXPECT_EQ(cv::norm(alone, dst, cv::NORM_INF), 0.0);
 }
 
-TEST(Warp, ShowsTheImageWhereTheMapsSay)
+TEST(Warp, DrawsTheImageWhereTheMapsPoint)
 {
     for (const int number : kNumbers) {
         const auto warper = makeWarper(300.0f, number);
@@ -453,7 +453,7 @@ TEST(Warp, ShowsTheSphereThatTheCameraSaw)
     }
 }
 
-TEST(Warp, AwkwardSizesAreNoTrouble)
+TEST(Warp, AcceptsAwkwardSizes)
 {
     for (const int number : kNumbers) {
         for (const cv::Size size :
@@ -501,14 +501,14 @@ TEST(Warp, MirrorsTheEdgesAndEndsTheRadiusAtOne)
     const cv::Mat plain(kImage, CV_16SC3, cv::Scalar(1000, 2000, 3000));
     const cv::Mat R = rotation(0, 0, 0.6f);
     (void)warper->warp(plain, cv::noArray(), dst, dstMask, radius, bounds, bounds.size(), camera(), R);
-    EXPECT_EQ(dst.at<cv::Vec3s>(0, 0), cv::Vec3s(1000, 2000, 3000)) << "beyond the image its mirror image stands";
+    EXPECT_EQ(dst.at<cv::Vec3s>(0, 0), cv::Vec3s(1000, 2000, 3000)) << "the image is mirrored beyond its border";
     double low = 0, high = 0;
     cv::minMaxLoc(radius, &low, &high);
     EXPECT_LT(low, 0.01);
     EXPECT_EQ(high, 1.0);
 }
 
-TEST(Warp, LeavesTheMaskAloneWithoutOne)
+TEST(Warp, KeepsTheMaskWithoutAnInputMask)
 {
     const auto warper = makeWarper(kFocal, 2);
     const cv::Rect bounds = warper->outputBounds();
@@ -535,7 +535,7 @@ TEST(Warp, TakesOtherTypesAndDeviceMatrices)
     EXPECT_EQ(
         warper->warp(source, cv::noArray(), target, targetMask, targetRadius, bounds, bounds.size(), camera(), eye()),
         roi);
-    EXPECT_LE(greatestDifference(target.getMat(cv::ACCESS_READ), dst), 2.0) << "devices round in their own ways";
+    EXPECT_LE(greatestDifference(target.getMat(cv::ACCESS_READ), dst), 2.0) << "devices round differently";
     EXPECT_EQ(greatestDifference(targetRadius.getMat(cv::ACCESS_READ), radius), 0.0);
 }
 

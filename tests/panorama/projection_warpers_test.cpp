@@ -157,7 +157,7 @@ TEST(Projections, KeepTheLengthOfRays)
     }
 }
 
-TEST(Projections, PutKnownDirectionsWhereTheyBelong)
+TEST(Projections, MapKnownDirectionsCorrectly)
 {
     const auto expectAt = [](int number, Ray ray, float u, float v) {
         float toU = 0, toV = 0;
@@ -181,7 +181,7 @@ TEST(Projections, PutKnownDirectionsWhereTheyBelong)
     expectAt(5, {1, std::sinh(1.0f), 0}, half, kScale);
 }
 
-TEST(Projections, TheSphereTakesTheZeroRayForALevelOne)
+TEST(Projections, TheSphereTreatsTheZeroRayAsLevel)
 {
     float u = -1, v = -1;
     makeWarper(kScale, 2)->mapForward(0, 0, 0, u, v);

@@ -1,4 +1,4 @@
-// Real sets: everything that belongs together registers, and what does not is left out.
+// Real sets: matching pictures register, and others are left out.
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
 
@@ -34,7 +34,7 @@ protected:
     {
         const char* const data = std::getenv("ORVO_TEST_DATA");
         if (data == nullptr)
-            GTEST_SKIP() << "ORVO_TEST_DATA names no folder of real pictures";
+            GTEST_SKIP() << "ORVO_TEST_DATA is not set to a folder of real pictures";
         forceCpu() = true;
         for (const auto& entry :
              std::filesystem::directory_iterator(std::filesystem::path(data) / "panorama" / GetParam().name))
@@ -49,14 +49,14 @@ protected:
 TEST_P(RealPanoramas, RegisterAndCompose)
 {
     PanoramaStitcher stitcher(source);
-    std::vector<float> told;
-    stitcher.setLoadCallback([&](float share) { told.push_back(share); });
+    std::vector<float> reported;
+    stitcher.setLoadCallback([&](float share) { reported.push_back(share); });
     ASSERT_TRUE(stitcher.loadImages(never));
-    EXPECT_EQ(told.size(), source.files.size());
+    EXPECT_EQ(reported.size(), source.files.size());
     EXPECT_EQ(stitcher.getStatus(), 1);
     ASSERT_EQ(stitcher.usedImages().size(), GetParam().used);
     for (std::size_t i = 0; i < GetParam().used; ++i)
-        EXPECT_EQ(stitcher.usedIndices()[i], static_cast<int>(i)) << "the stranger is the last of its set";
+        EXPECT_EQ(stitcher.usedIndices()[i], static_cast<int>(i)) << "the unrelated picture is the last of its set";
 
     const cv::Rect sphere = stitcher.projectionBounds();
     const double degreesPerUnit = 360.0 / sphere.width;

@@ -15,7 +15,7 @@ struct Pictures
     std::vector<cv::UMat> masks;
     std::vector<cv::Point> corners;
 
-    /// Content, out of a common scene with noise of its own, in these columns of the rectangle.
+    /// Content from a common scene, with individual noise, in these columns of the rectangle.
     void add(const cv::Rect& place, const std::vector<cv::Range>& columns)
     {
         cv::RNG rng(100 + pictures.size());
@@ -54,7 +54,7 @@ int differing(const cv::UMat& a, const cv::UMat& b)
 
 } // namespace
 
-TEST(SeamCut, IsTheFindersWhereThereIsNoVoid)
+TEST(SeamCut, EqualsTheFinderWithoutAVoid)
 {
     Pictures row;
     for (int i = 0; i < 5; ++i)
@@ -83,7 +83,7 @@ TEST(SeamCut, CutsBothEndsOfTheSphere)
     EXPECT_LT(differing(back.masks[1], expected[1]), kShared / 100);
 }
 
-TEST(SeamCut, LeavesPairsAloneThatShareNothing)
+TEST(SeamCut, SkipsPairsThatShareNothing)
 {
     Pictures apart;
     apart.add({0, 0, 400, 60}, {{0, 50}});

@@ -1,4 +1,4 @@
-/// Panorama sets whose truth is known, and how far a registration is from it.
+/// Panorama sets with known truth, and the error of a registration.
 #pragma once
 
 #include "frame/image_bridge.hpp"

@@ -1,4 +1,4 @@
-// What lastFailure() says of stitchPanorama.
+// lastFailure() of stitchPanorama.
 #include "support/failures.hpp"
 #include "support/pictures.hpp"
 #include "support/temporary_folder.hpp"
@@ -50,7 +50,7 @@ protected:
 
 } // namespace
 
-TEST_F(StitchFailures, ThereIsNoneWhereThereIsAResult)
+TEST_F(StitchFailures, ThereIsNoneIfThereIsAResult)
 {
     ASSERT_TRUE(stitches());
     EXPECT_FALSE(lastFailure().has_value());

@@ -1,4 +1,4 @@
-// The whole job in one call.
+// Stitching in one call.
 #include "panorama_truth.hpp"
 #include "support/pictures.hpp"
 #include "support/temporary_folder.hpp"
@@ -79,7 +79,7 @@ protected:
 
 } // namespace
 
-TEST_F(StitchPanorama, DrawsAllThatThePicturesShow)
+TEST_F(StitchPanorama, DrawsAllContentOfThePictures)
 {
     const StitchedPanorama panorama = stitched();
     ASSERT_TRUE(panorama.image);
@@ -143,7 +143,7 @@ TEST_F(StitchPanorama, EveryProjectionGivesAPictureCutToItsContent)
     }
 }
 
-TEST_F(StitchPanorama, NothingDarkLiesBetweenContentAndWhite)
+TEST_F(StitchPanorama, ThereIsNoDarkRimBetweenContentAndWhite)
 {
     // Bright pictures, so that what is dark is no part of them.
     for (std::size_t i = 0; i < views.size(); ++i) {
@@ -274,7 +274,7 @@ TEST_F(StitchPanorama, OneFile)
     EXPECT_FALSE(panorama.places[0].placed);
 }
 
-TEST_F(StitchPanorama, StrangerIsLeftOut)
+TEST_F(StitchPanorama, UnrelatedPictureIsLeftOut)
 {
     source.files.insert(source.files.begin(), write("z.tif", smallView(), 1, 99));
     const StitchedPanorama panorama = stitched({WarpType::Spherical, 200});
@@ -297,11 +297,11 @@ TEST_F(StitchPanorama, PicturesThatDoNotFitTogether)
         EXPECT_FALSE(place.placed);
 }
 
-TEST_F(StitchPanorama, UnreadableFileIsToldInTheLog)
+TEST_F(StitchPanorama, UnreadableFileIsLogged)
 {
     std::ofstream(folder / "b.tif") << "no picture";
     const LogCapture log;
-    testing::internal::CaptureStderr(); // the provider tells it there, too
+    testing::internal::CaptureStderr(); // the provider also reports it there
     const StitchedPanorama panorama = stitched();
     (void)testing::internal::GetCapturedStderr();
     EXPECT_FALSE(panorama.image);

@@ -23,7 +23,7 @@ using testing::IsEmpty;
 
 namespace {
 
-// What the process has held at most so far, in bytes.
+// The peak memory of the process so far, in bytes.
 double peakBytes()
 {
     rusage usage{};
@@ -56,7 +56,7 @@ protected:
         ASSERT_TRUE(stitcher->estimateCameras(seen(scene, views)));
     }
 
-    // Where the pictures lie, in sphere units, and some more.
+    // The rectangle of the pictures, in sphere units, with a margin.
     [[nodiscard]] cv::Rect content(int more = 20) const
     {
         const cv::Rect sphere = stitcher->projectionBounds(kSphericalKind);
@@ -145,7 +145,7 @@ TEST_F(StitcherCompositing, EvensOutExposures)
         EXPECT_LT(std::abs(ratios[i] / ratios[i - 1] - 1.0), 0.05) << "no step at stripe " << i;
 }
 
-TEST_F(StitcherCompositing, TakesVignettingOut)
+TEST_F(StitcherCompositing, RemovesVignetting)
 {
     for (auto& view : views)
         view.vignetting = {0.55, 0.1, 0.0};
@@ -182,7 +182,7 @@ TEST_F(StitcherCompositing, ShowsARectanglePartlyBesideTheSphereWhereItBelongs)
     EXPECT_TRUE(sameBytes(cut.mask, inside.mask));
 }
 
-TEST_F(StitcherCompositing, AMarginKeepsTheFrameFromBeingSeen)
+TEST_F(StitcherCompositing, AMarginHidesTheFrame)
 {
     registerViews();
     const cv::Rect rect = content();
@@ -211,7 +211,7 @@ TEST_F(StitcherCompositing, ARectangleWithoutPicturesIsZeroAndEmpty)
     }
 }
 
-TEST_F(StitcherCompositing, ATinyPreviewIsCutHardAndStillRight)
+TEST_F(StitcherCompositing, ATinyPreviewIsCutHardAndStillCorrect)
 {
     registerViews();
     const cv::Rect rect = content(0);
@@ -309,10 +309,10 @@ TEST_F(StitcherCompositing, GivesTheSameBytesForAnyThreads)
     EXPECT_TRUE(sameBytes(one.mask, two.mask));
 }
 
-TEST_F(StitcherCompositing, HoldsAFewPlanesForEachPictureAtFullSize)
+TEST_F(StitcherCompositing, NeedsAFewPlanesForEachPictureAtFullSize)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer holds much more than the program";
+    GTEST_SKIP() << "a sanitizer needs much more memory than the program";
 #endif
     registerViews();
     const cv::Rect rect = content();
@@ -335,11 +335,11 @@ TEST_F(StitcherCompositing, SeamsCutThePicturesApart)
     for (const cv::UMat& seam : seams) {
         const int kept = cv::countNonZero(seam);
         EXPECT_GT(kept, static_cast<int>(seam.total()) / 8);
-        EXPECT_LT(kept, static_cast<int>(seam.total()) * 95 / 100) << "something went to a neighbour";
+        EXPECT_LT(kept, static_cast<int>(seam.total()) * 95 / 100) << "some pixels went to a neighbour";
     }
 }
 
-TEST_F(StitcherCompositing, TellsThatTheCpuDoesTheWork)
+TEST_F(StitcherCompositing, LogsThatTheCpuIsUsed)
 {
     registerViews();
     const LogCapture capture;
@@ -347,7 +347,7 @@ TEST_F(StitcherCompositing, TellsThatTheCpuDoesTheWork)
     EXPECT_THAT(capture.texts(LogMessageType::Progress), ElementsAre("Trying to make panorama on CPU"));
 }
 
-TEST_F(StitcherCompositing, LastDrawingIsLikeAnyOtherAndLetsGoOfTheSources)
+TEST_F(StitcherCompositing, TheLastDrawingIsLikeAnyOtherAndFreesTheSources)
 {
     registerViews();
     const Raw usual = draw(content(), {400, 160});
@@ -406,7 +406,7 @@ TEST(BlockGains, MultiplyAPictureAsResizedGainsDo)
     }
 }
 
-TEST(BlockGains, AreOfThreeChannelsAndOfTheSizeAskedFor)
+TEST(BlockGains, HaveThreeChannelsAndTheRequestedSize)
 {
     cv::detail::BlocksGainCompensator blocks(4, 4);
     std::vector<cv::Mat> gains = {cv::Mat(2, 2, CV_32F, cv::Scalar(1.25))};

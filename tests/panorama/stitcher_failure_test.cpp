@@ -1,4 +1,4 @@
-// What a step that fails half way leaves behind for the next try.
+// The state after a step that fails half way, for the next attempt.
 #include "failing_mats.hpp"
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
@@ -106,7 +106,7 @@ TEST_F(StitcherFailure, ADrawingThatFailsAtAnyMatrixIsDrawnAgainAsIfNothingHadHa
     }
 }
 
-TEST_F(StitcherFailure, VignettingThatFailsToBeTakenOutIsTakenOutOnce)
+TEST_F(StitcherFailure, VignettingIsRemovedOnceAfterAFailure)
 {
     const FailingMats memory;
     const auto undisturbed = registered();

@@ -88,7 +88,7 @@ TEST_F(StitcherOpenCl, DrawsWhatTheCpuDraws)
     expectSame(a, onDevice, maskOnDevice, b, onCpu, maskOnCpu);
 }
 
-TEST_F(StitcherOpenCl, TakesVignettingOutAsTheCpuDoes)
+TEST_F(StitcherOpenCl, RemovesVignettingLikeTheCpu)
 {
     for (auto& view : views)
         view.vignetting = {0.5, 0.0, 0.0};
@@ -103,7 +103,7 @@ TEST_F(StitcherOpenCl, TakesVignettingOutAsTheCpuDoes)
     expectSame(a, onDevice, maskOnDevice, b, onCpu, maskOnCpu);
 }
 
-TEST_F(StitcherOpenCl, WhatTheDeviceCannotHoldGoesToTheCpuForGood)
+TEST_F(StitcherOpenCl, WorkTooLargeForTheDeviceMovesToTheCpuPermanently)
 {
     PanoramaStitcher stitcher(source);
     ASSERT_TRUE(stitcher.estimateCameras(seen(scene, views)));

@@ -47,7 +47,7 @@ cv::detail::MatchesInfo matchesOf(const scenes::SphereView& a, const scenes::Sph
         }
     info.confidence = info.num_inliers > 10 ? 1.0 : 0.0;
     if (info.confidence > 0.0)
-        info.H = cv::Mat::eye(3, 3, CV_64F); // only asked whether there is one
+        info.H = cv::Mat::eye(3, 3, CV_64F); // only checked for presence
     return info;
 }
 
@@ -111,6 +111,7 @@ TEST(SparseRayAdjuster, EndsAtTheFirstParameterThatIsNoNumber)
                  SparseRayAdjuster::Hopeless);
     EXPECT_EQ(cameras[0].focal, spoiled.cameras[0].focal);
     auto adjuster = prepared<cv::detail::BundleAdjusterRay>();
-    adjuster.setTermCriteria({cv::TermCriteria::COUNT, 20, 0.0}); // the answer of all 1000 takes as much longer
+    adjuster.setTermCriteria(
+        {cv::TermCriteria::COUNT, 20, 0.0}); // the result after all 1000 takes proportionally longer
     EXPECT_FALSE(adjuster(spoiled.features, spoiled.pairwise, cameras));
 }

@@ -164,7 +164,7 @@ TEST_F(StitcherReprojection, TheCanvasIsThePictureInItsPlaceOnZero)
     EXPECT_TRUE(sameBytes(maskOf(*canvas.mask), expectedMask));
 }
 
-TEST_F(StitcherReprojection, BesideTheContentThereIsNothing)
+TEST_F(StitcherReprojection, OutsideTheContentItIsEmpty)
 {
     for (const bool keepCanvas : {false, true}) {
         stitcher.setWarpType(kSphericalKind);
@@ -246,7 +246,7 @@ TEST_F(StitcherReprojection, APartThatWouldBeTooLongIsDrawnSmaller)
     const _Size<int> size{500, 128};
     const Panorama panorama = stitcher.makePanorama(rect, size, true, never);
     ASSERT_NE(panorama.image, nullptr);
-    EXPECT_EQ(panorama.image->size(), size) << "the size asked for";
+    EXPECT_EQ(panorama.image->size(), size) << "the requested size";
     const Agreement agreement =
         agreementOf(matrixOf(*panorama.image), maskOf(*panorama.mask), truth(rect, {size.width, size.height}), 4);
     EXPECT_GT(agreement.pixels, 10000);
@@ -270,7 +270,7 @@ TEST_F(StitcherReprojection, APartThatWouldBeTooTallIsDrawnSmaller)
     EXPECT_GT(agreement.psnr, 25.0);
 }
 
-TEST_F(StitcherReprojection, WhatFailsWhileDrawingPasses)
+TEST_F(StitcherReprojection, ExceptionsWhileDrawingReachTheCaller)
 {
     struct Broken
     {};

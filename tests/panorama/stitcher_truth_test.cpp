@@ -38,7 +38,7 @@ void expectRegistered(const std::vector<SphereView>& views)
 
 } // namespace
 
-// What a single pair tells of its cameras depends on where its matches happen to lie, so five are asked.
+// The accuracy of a single pair depends on the positions of its matches, so five are tested.
 TEST(StitcherTruth, TwoViews)
 {
     const SphereScene scene;

@@ -1,4 +1,4 @@
-// Panoramas of a pan, into which frames are put by hand.
+// Panoramas of a pan with frames added by hand.
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
 #include "support/temporary_folder.hpp"
@@ -25,9 +25,9 @@ constexpr double kBallRadius = 3.0; // degrees
 // A ball that is there in one frame only, between those that the walk for key frames looks at.
 struct Moment
 {
-    std::uint64_t shown; // the frame
-    std::uint64_t asked; // the number that reads it: the capture's counter runs ahead by one for each read before
-    double right;        // degrees from the frame's middle
+    std::uint64_t shown;   // the frame
+    std::uint64_t request; // the number that reads it: the capture's counter runs ahead by one for each read before
+    double right;          // degrees from the frame's middle
     double up;
 };
 
@@ -78,8 +78,8 @@ protected:
     }
     void TearDown() override { forceCpu() = false; }
 
-    // The share of red pixels within two thirds of the ball's radius about where it should be, told from the camera
-    // that took `frame`.
+    // The share of red pixels within two thirds of the ball's radius about where it should be, computed from the camera
+    // of `frame`.
     static double redAt(PanoramaStitcher& stitcher, const Moment& moment, std::size_t camera, std::uint64_t frame)
     {
         const cv::Matx33d panoramaFromCamera = cv::Matx33f(stitcher.usedCameras().at(camera).R);
@@ -114,7 +114,7 @@ protected:
 
 } // namespace
 
-TEST_F(StitcherVideo, FramesPutInByHandShowTheirRectanglesWhole)
+TEST_F(StitcherVideo, FramesAddedByHandShowTheirWholeRectangles)
 {
     PanoramaStitcher stitcher(source);
     ASSERT_TRUE(stitcher.loadImages(never));
@@ -125,14 +125,14 @@ TEST_F(StitcherVideo, FramesPutInByHandShowTheirRectanglesWhole)
     EXPECT_EQ(redAt(stitcher, kFirst, 0, 0), 0.0) << "no key frame shows a ball";
 
     // One frame: its seam cuts into the key frames only.
-    stitcher.reloadWithComposition({kFirst.asked}, {rectOf(kFirst)});
+    stitcher.reloadWithComposition({kFirst.request}, {rectOf(kFirst)});
     ASSERT_EQ(stitcher.getStatus(), 1);
     ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 1);
     EXPECT_EQ(redAt(stitcher, kFirst, keyFrames, kFirst.shown), 1.0) << "the ball is never eaten";
     EXPECT_EQ(stitcher.usedSeamMasks().size(), keyFrames + 1) << "rendered with its seams";
 
     // Two frames, whatever order they come in.
-    stitcher.reloadWithComposition({kSecond.asked, kFirst.asked}, {rectOf(kSecond), rectOf(kFirst)});
+    stitcher.reloadWithComposition({kSecond.request, kFirst.request}, {rectOf(kSecond), rectOf(kFirst)});
     ASSERT_EQ(stitcher.getStatus(), 1);
     ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 2);
     const std::vector<Moment> moments = {kFirst, kSecond};
@@ -149,12 +149,12 @@ TEST_F(StitcherVideo, FramesPutInByHandShowTheirRectanglesWhole)
     EXPECT_EQ(stitcher.usedImages().size(), keyFrames);
 }
 
-TEST_F(StitcherVideo, FramesPutInByHandAreCutApartFromEachOther)
+TEST_F(StitcherVideo, FramesAddedByHandAreCutFromEachOther)
 {
     PanoramaStitcher stitcher(source);
     ASSERT_TRUE(stitcher.loadImages(never));
     const std::size_t keyFrames = stitcher.usedImages().size();
-    // Neighbours in the video, by what they show and by what of it is wanted.
+    // Neighbours in the video, by their content and by its selected part.
     const _Rect<int> middle{120, 80, 80, 80};
     stitcher.reloadWithComposition({31, 33}, {middle, middle});
     ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 2);
@@ -182,12 +182,12 @@ TEST_F(StitcherVideo, ARectangleBeyondTheFrameIsCut)
     PanoramaStitcher stitcher(source);
     ASSERT_TRUE(stitcher.loadImages(never));
     const std::size_t keyFrames = stitcher.usedImages().size();
-    stitcher.reloadWithComposition({kFirst.asked}, {{300, 200, 100, 100}});
+    stitcher.reloadWithComposition({kFirst.request}, {{300, 200, 100, 100}});
     ASSERT_EQ(stitcher.usedMasks().size(), keyFrames + 1);
     EXPECT_EQ(cv::countNonZero(stitcher.usedMasks().back()), 20 * 40);
     const cv::Rect sphere = stitcher.projectionBounds();
     EXPECT_NO_THROW((void)stitcher.makePanorama({0, 0, sphere.width, sphere.height}, {200, 100}, true, never));
-    stitcher.reloadWithComposition({kFirst.asked}, {{400, 300, 10, 10}});
+    stitcher.reloadWithComposition({kFirst.request}, {{400, 300, 10, 10}});
     EXPECT_EQ(cv::countNonZero(stitcher.usedMasks().back()), 0);
     EXPECT_NO_THROW((void)stitcher.makePanorama({0, 0, sphere.width, sphere.height}, {200, 100}, true, never));
 }

@@ -146,7 +146,7 @@ TEST(WarpRows, TheZeroRayIsLevelOnTheSphere)
     }
 }
 
-TEST(WarpRows, NoColumnsAreNoTrouble)
+TEST(WarpRows, AcceptsNoColumns)
 {
     const auto warper = makeWarper(kScale, 2);
     const WarpRows rows(*warper, 0, 0, 1.0f, 0.0f);

@@ -140,7 +140,7 @@ TEST(KeyFrameJudge, BeyondTheLimitTheDirectionStays)
     EXPECT_FALSE(accepts(judge, 0.25 * kWidth, 0));             // so this one still turns back
 }
 
-TEST(KeyFrameJudge, AWildHomographyIsNoCrash)
+TEST(KeyFrameJudge, AWildHomographyDoesNotCrash)
 {
     KeyFrameJudge judge;
     EXPECT_TRUE(accepts(judge, -0.3 * kWidth, 0));
@@ -171,7 +171,7 @@ TEST(KeyFrameJudge, WithoutAHomographyTheMeanCounts)
     EXPECT_FALSE(Loose({{30, 0}, {100, 0}}).accepted(kSize));
 }
 
-TEST(KeyFrameJudge, WithoutAHomographyAndADisplacementTheAnswerIsNo)
+TEST(KeyFrameJudge, RejectsWithoutAHomographyAndADisplacement)
 {
     EXPECT_FALSE(Loose({}).accepted(kSize));
     EXPECT_FALSE(Loose({{0, 0}}).accepted(kSize));

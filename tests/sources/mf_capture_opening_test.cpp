@@ -1,5 +1,5 @@
-// What a capture tells of each outcome of opening, with a decoder in the place of the platform's: this program defines
-// openVideoReader() itself, so that the library's does not get linked.
+// Log lines of a capture for each outcome of opening, with a substitute for the platform's decoder: this program
+// defines openVideoReader() itself, so that the library's is not linked.
 #include "sources/mf_capture.hpp"
 
 #include <orvo_logger/log_capture.hpp>
@@ -50,12 +50,12 @@ orvo::OpenedVideo orvo::openVideoReader(const std::wstring& path)
     return {outcome, code, outcome == VideoOpening::Opened ? std::make_unique<NoSamples>() : nullptr};
 }
 
-TEST(MFCaptureOpening, TellsThatTheDecoderDidNotStart)
+TEST(MFCaptureOpening, LogsThatTheDecoderDidNotStart)
 {
     expectFailure(VideoOpening::NoDecoder, -2147467263, "Failed to initialize Media Foundation.");
 }
 
-TEST(MFCaptureOpening, TellsTheCodeOfWhatCannotBeReadInDecimal)
+TEST(MFCaptureOpening, LogsTheErrorCodeInDecimal)
 {
     expectFailure(VideoOpening::Unreadable, -1072875772,
                   "Failed initializing media foundation reader with error code -1072875772");
@@ -63,7 +63,7 @@ TEST(MFCaptureOpening, TellsTheCodeOfWhatCannotBeReadInDecimal)
     expectFailure(VideoOpening::Unreadable, 0, "Failed initializing media foundation reader with error code 0");
 }
 
-TEST(MFCaptureOpening, SaysNothingOfWhatIsOpen)
+TEST(MFCaptureOpening, LogsNothingForAnOpenFile)
 {
     outcome = VideoOpening::Opened;
     const LogCapture log;

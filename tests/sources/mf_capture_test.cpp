@@ -1,4 +1,4 @@
-// The frame counter of a capture, on a decoder whose every call is seen.
+// The frame counter of a capture, on a decoder that records every call.
 #include "sources/frame_stepper.hpp"
 #include "sources/mf_capture.hpp"
 
@@ -118,7 +118,7 @@ TEST_F(MFCaptureCounter, ReadingBehindThePositionLeavesThePictureAlone)
     EXPECT_EQ(sampleIn(frame), 77);
     EXPECT_EQ(record.reads, 6);
     EXPECT_GE(record.seeks, 1);
-    // Frames 0, 1 and 2 were each asked for, and each moved the counter by one.
+    // Frames 0, 1 and 2 were each requested, and each incremented the counter.
     EXPECT_EQ(video.framePosition(), 10u);
     // The decoder is at its start again, the counter is not.
     EXPECT_EQ(readFrom(video, 10), 0);
@@ -203,7 +203,7 @@ TEST_F(MFCaptureCounter, AStepOfZeroGivesNothing)
     EXPECT_EQ(record.seeks, 1);
 }
 
-TEST_F(MFCaptureCounter, TellsTheFrameRate)
+TEST_F(MFCaptureCounter, ReturnsTheFrameRate)
 {
     EXPECT_EQ(capture(1, {24, 1}).getFps(), 24.0f);
     EXPECT_EQ(capture(1, {30000, 1001}).getFps(), 30000.0f / 1001.0f);

@@ -45,17 +45,17 @@ class Providers : public testing::Test
 {
 protected:
     TemporaryFolder folder;
-    std::vector<float> told;
-    int asked = 0;
+    std::vector<float> reported;
+    int polls = 0;
 
     std::function<void(float)> record()
     {
-        return [this](float share) { told.push_back(share); };
+        return [this](float share) { reported.push_back(share); };
     }
 
     std::function<bool()> cancelAt(int call)
     {
-        return [this, call] { return ++asked >= call; };
+        return [this, call] { return ++polls >= call; };
     }
 
     // Three gray pictures, the darkest first by its name.
@@ -101,13 +101,13 @@ TEST_F(ImagesProvider, GivesOneWorkingMatrixForEachFileInOrderOfTheirPaths)
     }
 }
 
-TEST_F(ImagesProvider, TellsItsProgressAndLoadsAgain)
+TEST_F(ImagesProvider, ReportsItsProgressAndLoadsAgain)
 {
     PanoramaImagesProvider provider(sourceOf(grays()));
-    ASSERT_THAT(provider.load(never), SizeIs(3)) << "nobody listens";
+    ASSERT_THAT(provider.load(never), SizeIs(3)) << "without a callback";
     provider.setLoadCallback(record());
     ASSERT_THAT(provider.load(never), SizeIs(3));
-    EXPECT_THAT(told, ElementsAre(1.0f * (1.0f / 3.0f), 2.0f * (1.0f / 3.0f), 3.0f * (1.0f / 3.0f)));
+    EXPECT_THAT(reported, ElementsAre(1.0f * (1.0f / 3.0f), 2.0f * (1.0f / 3.0f), 3.0f * (1.0f / 3.0f)));
 }
 
 TEST_F(ImagesProvider, IsCancelledAfterTheReportOfAFile)
@@ -115,10 +115,10 @@ TEST_F(ImagesProvider, IsCancelledAfterTheReportOfAFile)
     PanoramaImagesProvider provider(sourceOf(grays()));
     provider.setLoadCallback(record());
     EXPECT_THAT(provider.load(cancelAt(2)), IsEmpty());
-    EXPECT_THAT(told, SizeIs(2));
-    EXPECT_EQ(asked, 2);
+    EXPECT_THAT(reported, SizeIs(2));
+    EXPECT_EQ(polls, 2);
     ASSERT_THAT(provider.getImages(), SizeIs(3));
-    EXPECT_FALSE(provider.getImages()[1].empty()) << "what was read stays";
+    EXPECT_FALSE(provider.getImages()[1].empty()) << "pictures already read remain";
     EXPECT_TRUE(provider.getImages()[2].empty());
 }
 
@@ -127,11 +127,11 @@ TEST_F(ImagesProvider, WithoutFilesGivesNothingAndReportsNothing)
     PanoramaImagesProvider provider(sourceOf({}));
     provider.setLoadCallback(record());
     EXPECT_THAT(provider.load(cancelAt(1)), IsEmpty());
-    EXPECT_THAT(told, IsEmpty());
-    EXPECT_EQ(asked, 0);
+    EXPECT_THAT(reported, IsEmpty());
+    EXPECT_EQ(polls, 0);
 }
 
-TEST_F(ImagesProvider, TellsOnStandardErrorWhichFileCannotBeRead)
+TEST_F(ImagesProvider, ReportsOnStandardErrorWhichFileCannotBeRead)
 {
     Paths files = grays();
     files.push_back(folder / "gray1_none.jpg");
@@ -141,13 +141,13 @@ TEST_F(ImagesProvider, TellsOnStandardErrorWhichFileCannotBeRead)
     const LogCapture capture;
     testing::internal::CaptureStderr();
     const auto images = provider.load(never);
-    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string errorOutput = testing::internal::GetCapturedStderr();
     EXPECT_THAT(images, IsEmpty());
-    EXPECT_THAT(told, SizeIs(2));
+    EXPECT_THAT(reported, SizeIs(2));
     const std::string message = " Image " + files.back().string() + " could not be loaded\n";
-    ASSERT_GT(said.size(), message.size());
-    EXPECT_EQ(said.substr(said.size() - message.size()), message);
-    EXPECT_THAT(said, HasSubstr("load")) << "starts with the function";
+    ASSERT_GT(errorOutput.size(), message.size());
+    EXPECT_EQ(errorOutput.substr(errorOutput.size() - message.size()), message);
+    EXPECT_THAT(errorOutput, HasSubstr("load")) << "starts with the function";
     EXPECT_THAT(capture.texts(LogMessageType::Warning), testing::Contains(StartsWith("Can't open image at path: ")));
 }
 
@@ -166,7 +166,7 @@ protected:
         return folder / name;
     }
 
-    // Takes the white balance out of a raw file: its AsShotNeutral gets a number that nobody knows.
+    // Removes the white balance from a raw file: its AsShotNeutral gets an unknown tag number.
     static void forgetWhiteBalance(const std::filesystem::path& path)
     {
         std::ifstream in(path, std::ios::binary);
@@ -232,11 +232,11 @@ TEST_F(RawImagesProvider, AFileWithoutWhiteBalanceCanBeTheMedian)
     forgetWhiteBalance(path);
     const SourceMedians medians = computeSourceMedians({path});
     EXPECT_FALSE(medians.hasWhiteBalance);
-    EXPECT_GT(medians.ev, -1000.0f) << "it is raw all the same";
+    EXPECT_GT(medians.ev, -1000.0f) << "it is still raw";
     EXPECT_FALSE(loadPanoramaFrame(path, {}, medians).empty());
 }
 
-TEST_F(RawImagesProvider, TheMedianFileSaysWhetherThereIsAWhiteBalance)
+TEST_F(RawImagesProvider, TheMedianFileDecidesWhetherThereIsAWhiteBalance)
 {
     Paths files = {raw("a.dng", 0.0), raw("b.dng", 0.0), raw("c.dng", 0.0)};
     forgetWhiteBalance(files[0]);
@@ -259,7 +259,7 @@ TEST_F(RawImagesProvider, DevelopsRawFilesWithTheirExposuresLeftAsTheyAre)
     EXPECT_FALSE(sameBytes(images[0], images[1]));
 }
 
-TEST_F(RawImagesProvider, TheLensOfRawFilesIsCorrectedIfAsked)
+TEST_F(RawImagesProvider, TheLensOfRawFilesIsCorrectedIfEnabled)
 {
     const auto path = rawOfDiscs(folder / "discs.dng", 1.0015);
     const auto pixels = [](const cv::Mat& matrix) { return imageDataFromCVMat(matrix); };
@@ -304,12 +304,12 @@ TEST_F(HdrProvider, MergesBracketsInOrderOfTheirSmallestPaths)
     EXPECT_EQ(images[0].size(), cv::Size(160, 120));
     EXPECT_LT(greenOf(images[0]), greenOf(images[1])) << "the bracket that holds a.tif comes first";
     // Phase p of bracket i of N: (p + 1) / (7 N + 1) + i / N.
-    ASSERT_FALSE(told.empty());
-    EXPECT_FLOAT_EQ(told.front(), 1.0f / 15.0f);
-    EXPECT_FLOAT_EQ(told.back(), 1.0f);
-    EXPECT_THAT(told, testing::Contains(testing::FloatEq(0.5f)));
-    EXPECT_THAT(told, testing::Contains(testing::FloatEq(1.0f / 15.0f + 0.5f)));
-    EXPECT_THAT(told, testing::Contains(testing::FloatEq(7.0f / 15.0f)));
+    ASSERT_FALSE(reported.empty());
+    EXPECT_FLOAT_EQ(reported.front(), 1.0f / 15.0f);
+    EXPECT_FLOAT_EQ(reported.back(), 1.0f);
+    EXPECT_THAT(reported, testing::Contains(testing::FloatEq(0.5f)));
+    EXPECT_THAT(reported, testing::Contains(testing::FloatEq(1.0f / 15.0f + 0.5f)));
+    EXPECT_THAT(reported, testing::Contains(testing::FloatEq(7.0f / 15.0f)));
 }
 
 TEST_F(HdrProvider, GivesSrgb)
@@ -337,7 +337,7 @@ TEST_F(HdrProvider, ABracketThatCannotBeMergedGivesNothing)
     source.brackets = {{folder / "none1.tif", folder / "none2.tif"}};
     PanoramaHDRProvider provider(source);
     EXPECT_THAT(provider.load(cancelAt(100)), IsEmpty());
-    EXPECT_EQ(asked, 1) << "asked once, whatever it answers";
+    EXPECT_EQ(polls, 1) << "polled once, whatever it returns";
 }
 
 TEST_F(HdrProvider, IsCancelledAfterTheReportOfABracket)
@@ -348,7 +348,7 @@ TEST_F(HdrProvider, IsCancelledAfterTheReportOfABracket)
     PanoramaHDRProvider provider(source);
     provider.setLoadCallback(record());
     EXPECT_THAT(provider.load(cancelAt(1)), IsEmpty());
-    EXPECT_FLOAT_EQ(told.back(), 0.5f);
+    EXPECT_FLOAT_EQ(reported.back(), 0.5f);
     EXPECT_FALSE(provider.getImages()[0].empty());
     EXPECT_TRUE(provider.getImages()[1].empty());
 }
@@ -358,8 +358,8 @@ TEST_F(HdrProvider, WithoutBracketsGivesNothingAndReportsNothing)
     PanoramaHDRProvider provider{PanoSourceHDR()};
     provider.setLoadCallback(record());
     EXPECT_THAT(provider.load(cancelAt(1)), IsEmpty());
-    EXPECT_THAT(told, IsEmpty());
-    EXPECT_EQ(asked, 0);
+    EXPECT_THAT(reported, IsEmpty());
+    EXPECT_EQ(polls, 0);
 }
 
 TEST_F(HdrProvider, TheFlagStopsAMergeAndLetsTheNextOneRun)
@@ -399,19 +399,19 @@ TEST_F(VideoProvider, DecodesOnceUntilTheIntervalChanges)
     ASSERT_GE(first.size(), 2u);
     EXPECT_EQ(first[0].type(), CV_16SC3);
     EXPECT_EQ(pan.frameShownBy(first[0], kFrames), 0u);
-    EXPECT_FALSE(told.empty());
-    told.clear();
+    EXPECT_FALSE(reported.empty());
+    reported.clear();
     const auto again = provider.load(never);
-    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(reported, IsEmpty());
     ASSERT_EQ(again.size(), first.size());
     EXPECT_EQ(again[0].data, first[0].data);
 
     provider.setInterval(0, kFrames);
     (void)provider.load(never);
-    EXPECT_THAT(told, IsEmpty()) << "the same interval";
+    EXPECT_THAT(reported, IsEmpty()) << "the same interval";
     provider.setInterval(15, kFrames);
     const auto later = provider.load(never);
-    EXPECT_FALSE(told.empty());
+    EXPECT_FALSE(reported.empty());
     EXPECT_EQ(pan.frameShownBy(later.at(0), kFrames), 15u);
 }
 
@@ -420,9 +420,9 @@ TEST_F(VideoProvider, IsCancelled)
     PanoramaVideoProvider provider(source);
     EXPECT_THAT(provider.load(cancelAt(1)), IsEmpty());
     ASSERT_FALSE(provider.load(never).empty()) << "and loads the next time";
-    asked = 0;
-    EXPECT_THAT(provider.load(cancelAt(1)), IsEmpty()) << "asked even where nothing is left to do";
-    EXPECT_EQ(asked, 1);
+    polls = 0;
+    EXPECT_THAT(provider.load(cancelAt(1)), IsEmpty()) << "polled even if nothing is left to do";
+    EXPECT_EQ(polls, 1);
 }
 
 TEST_F(VideoProvider, CompositionFramesFollowInAscendingOrderWithTheirRectangles)
@@ -453,7 +453,7 @@ TEST_F(VideoProvider, NewCompositionFramesReplaceTheEarlierOnes)
     ASSERT_EQ(provider.getImages().size(), keyFrames + 3);
     EXPECT_EQ(pan.frameShownBy(provider.getImages()[keyFrames], kFrames), 12u);
     EXPECT_EQ(pan.frameShownBy(provider.getImages()[keyFrames + 1], kFrames), 29u);
-    // The capture only goes forward: of a frame that is asked for twice, the first owner keeps it.
+    // The capture only goes forward: a frame that is requested twice stays with its first owner.
     provider.setCompositionFrames({30, 12, 30}, {a, b, c});
     EXPECT_THAT(provider.getCompositionFrames(), ElementsAre(12u, 30u));
     EXPECT_THAT(provider.getCompositionRects(), ElementsAre(b, a));
@@ -474,7 +474,7 @@ TEST_F(VideoProvider, AFrameThatCannotBeReadDropsOutSilently)
     EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty());
 }
 
-TEST_F(VideoProvider, AFileThatIsNoneGivesNothing)
+TEST_F(VideoProvider, AnInvalidFileGivesNothing)
 {
     source.file = folder / "none.mp4";
     PanoramaVideoProvider provider(source);
@@ -482,7 +482,7 @@ TEST_F(VideoProvider, AFileThatIsNoneGivesNothing)
     EXPECT_THAT(provider.load(never), IsEmpty()) << "tries again";
 }
 
-TEST_F(VideoProvider, WhatFailsIsLoggedAndGivesNothing)
+TEST_F(VideoProvider, AFailureIsLoggedAndGivesNothing)
 {
     source.start = 100000; // there is no such frame to start from
     source.end = 200000;
@@ -495,7 +495,7 @@ TEST_F(VideoProvider, WhatFailsIsLoggedAndGivesNothing)
 
 namespace {
 
-// Throws when it is asked the first time, and never says stop.
+// Throws at the first call, and never cancels.
 template <typename Thrown>
 std::function<bool()> failingOnce(Thrown thrown)
 {
@@ -508,7 +508,7 @@ std::function<bool()> failingOnce(Thrown thrown)
 
 } // namespace
 
-TEST_F(VideoProvider, TellsWhyItFailedWhereTheExceptionDoes)
+TEST_F(VideoProvider, LogsTheReasonOfAnException)
 {
     PanoramaVideoProvider provider(source);
     const LogCapture capture;
@@ -523,7 +523,7 @@ TEST_F(VideoProvider, TellsWhyItFailedWhereTheExceptionDoes)
     EXPECT_FALSE(provider.load(never).empty()) << "and loads the next time";
 }
 
-TEST_F(Providers, WhatFilesAndBracketsThrowPasses)
+TEST_F(Providers, ExceptionsOfFilesAndBracketsReachTheCaller)
 {
     struct Broken
     {};

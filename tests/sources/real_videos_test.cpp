@@ -43,7 +43,7 @@ protected:
 
 } // namespace
 
-TEST_P(RealVideos, OpenUprightAndHoldAllTheirFrames)
+TEST_P(RealVideos, OpenUprightWithAllFrames)
 {
     std::optional<MFCapture> video = openCapture(file);
     ASSERT_TRUE(video);

@@ -71,7 +71,7 @@ std::filesystem::path written(const std::filesystem::path& path, const std::stri
     return path;
 }
 
-// Expects a refusal, with the line that the log promises.
+// Expects a failure with its documented log line.
 void expectRefused(const std::filesystem::path& path)
 {
     const LogCapture log;
@@ -178,7 +178,7 @@ TEST_P(VideoKinds, GoingBackAfterTheEndBeginsWithTheFirstFrame)
     EXPECT_EQ(numberOf(frame), 5u);
 }
 
-TEST_P(VideoKinds, TellsItsFrameRate)
+TEST_P(VideoKinds, HasItsFrameRate)
 {
     const auto path = writeNumbered(folder / ("numbers." + GetParam().ending), 40, GetParam().settings);
     std::optional<MFCapture> video = openCapture(path);
@@ -223,7 +223,7 @@ TEST_F(VideoFile, VariableFrameRateCountsFramesNotTime)
     }
 }
 
-TEST_F(VideoFile, VariableFrameRateTellsItsMean)
+TEST_F(VideoFile, VariableFrameRateReturnsItsMean)
 {
     for (const char* ending : {"mp4", "mkv", "ts"}) {
         VideoFileSettings settings;
@@ -251,7 +251,7 @@ TEST_F(VideoFile, WithoutAFrameRateCountsAs30)
                 testing::ElementsAre(testing::EndsWith(": Error reading video fps")));
 }
 
-TEST_F(VideoFile, AnEditListTakesFramesOutOfThePresentation)
+TEST_F(VideoFile, AnEditListRemovesFramesFromThePresentation)
 {
     VideoFileSettings settings;
     for (int i = 0; i < 30; ++i)
@@ -272,7 +272,7 @@ TEST_F(VideoFile, AnEditListTakesFramesOutOfThePresentation)
     EXPECT_EQ(numberOf(frame), 5u);
 }
 
-TEST_F(VideoFile, TimesThatBeginLateDoNotMatter)
+TEST_F(VideoFile, LateStartTimesDoNotMatter)
 {
     VideoFileSettings settings;
     for (int i = 0; i < 20; ++i)
@@ -282,7 +282,7 @@ TEST_F(VideoFile, TimesThatBeginLateDoNotMatter)
             << ending;
 }
 
-TEST_F(VideoFile, SoundBeforeThePictureIsPassedOver)
+TEST_F(VideoFile, SoundBeforeThePictureIsSkipped)
 {
     VideoFileSettings settings;
     settings.sound = true;
@@ -434,7 +434,7 @@ TEST_F(VideoFile, NoiseInEveryPlaceNeverCrashes)
     }
 }
 
-TEST_F(VideoFile, WhatIsNoVideoIsRefused)
+TEST_F(VideoFile, FilesThatAreNoVideosAreRefused)
 {
     expectRefused(folder / "missing.mp4");
     expectRefused(folder.path());
@@ -484,7 +484,7 @@ TEST_F(VideoFile, GiganticClaimsAreRefused)
     EXPECT_LE(allNumbers(written(folder / "claims.mp4", bytes)).size(), 5u);
 }
 
-TEST_F(VideoFile, TheLogTellsTheReasonAndStandardErrorStaysEmpty)
+TEST_F(VideoFile, TheLogHasTheReasonAndStandardErrorStaysEmpty)
 {
     const LogCapture log;
     testing::internal::CaptureStderr();

@@ -105,15 +105,15 @@ protected:
     TemporaryFolder folder;
 };
 
-// Walks through frames 4 .. 63 of a pan of a pixel a frame, and expects what a walk of `step` frames a look tells and
-// finds.
+// Walks through frames 4 .. 63 of a pan of a pixel a frame, and expects the progress and the frames of a walk with
+// `step`.
 void expectLooks(const Pan& pan, const std::filesystem::path& path, std::uint64_t step)
 {
     constexpr std::uint64_t kStart = 4;
     constexpr std::uint64_t kEnd = 64;
-    std::vector<float> told;
+    std::vector<float> reported;
     const auto keyFrames = selectVideoFrames(
-        path, kStart, kEnd, [&](float share) { told.push_back(share); }, never);
+        path, kStart, kEnd, [&](float share) { reported.push_back(share); }, never);
 
     // The counter stands two above the start and then gains the step and one with each look.
     std::vector<float> expected;
@@ -123,7 +123,7 @@ void expectLooks(const Pan& pan, const std::filesystem::path& path, std::uint64_
         expected.push_back(static_cast<float>(position - 1 - kStart) / static_cast<float>(kEnd - kStart));
     }
     expected.push_back(1.0f);
-    EXPECT_EQ(told, expected);
+    EXPECT_EQ(reported, expected);
     EXPECT_THAT(framesShown(pan, keyFrames, 70), ElementsAre(kStart, kStart + looks * step));
 }
 
@@ -166,7 +166,7 @@ TEST_F(SelectVideoFrames, AreThirtySixAtMost)
     EXPECT_EQ(shown.back(), 35u * 2 * kStepAt30);
 }
 
-TEST_F(SelectVideoFrames, DoNotGrowWhileThePanStands)
+TEST_F(SelectVideoFrames, DoNotIncreaseWhileThePanPauses)
 {
     // 120 pixels to the right, then a long stand.
     const Pan pan = panAcross(
@@ -176,7 +176,7 @@ TEST_F(SelectVideoFrames, DoNotGrowWhileThePanStands)
     EXPECT_EQ(pan.corner(pan.frameShownBy(keyFrames[1], 120)).x, 120);
 }
 
-TEST_F(SelectVideoFrames, GoOnAfterAStand)
+TEST_F(SelectVideoFrames, ContinueAfterAPause)
 {
     // The same with a way on: what was pending moved on to the stand's place, and is kept when the pan leaves it.
     const Pan pan = panAcross(kWindowWidth + 300, [](std::size_t frame) {
@@ -235,7 +235,7 @@ INSTANTIATE_TEST_SUITE_P(, SamplingStep,
 
 TEST_F(SelectVideoFrames, WithoutAFrameRateAreThoseOf30)
 {
-    // All frames at one time, from which no rate can be told.
+    // All frames have the same time, so there is no rate.
     VideoFileSettings settings;
     settings.bFrames = 0;
     for (int i = 0; i < 70; ++i)
@@ -329,7 +329,7 @@ TEST_F(SelectVideoFrames, AreTheFramesOfTheCaptureTimesTheWorkingScale)
     }
 }
 
-TEST_F(SelectVideoFrames, ThrowWhereOnlyLaterOnesHaveKeyPoints)
+TEST_F(SelectVideoFrames, ThrowIfOnlyLaterOnesHaveKeyPoints)
 {
     cv::Mat world = drawnWorld(2 * kWindowWidth, kWindowHeight, 3);
     world.colRange(0, kWindowWidth).setTo(0);
@@ -402,14 +402,14 @@ protected:
     }
 };
 
-TEST_F(ReadCompositionFrames, GoByTheCounterOfTheCapture)
+TEST_F(ReadCompositionFrames, UseTheCounterOfTheCapture)
 {
     // Each read leaves the counter one further ahead of the decoder.
     EXPECT_THAT(numbers({3, 10, 20, 30}), ElementsAre(3u, 9u, 18u, 27u));
     EXPECT_THAT(numbers({17}), ElementsAre(17u));
 }
 
-TEST_F(ReadCompositionFrames, LeaveAnEmptyPlaceForWhatCannotBeRead)
+TEST_F(ReadCompositionFrames, LeaveAnEmptyMatrixForUnreadableFrames)
 {
     EXPECT_THAT(numbers({3, 60}), ElementsAre(3u, std::nullopt));
     EXPECT_THAT(numbers({5, 5, 30}), ElementsAre(5u, std::nullopt, 17u)); // the second one went back to the start

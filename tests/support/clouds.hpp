@@ -1,4 +1,4 @@
-/// Smooth noise, of which no two pictures have anything in common.
+/// Smooth noise; no two pictures have anything in common.
 #pragma once
 
 #include "support/pictures.hpp"

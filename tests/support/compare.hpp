@@ -1,4 +1,4 @@
-/// How two pictures differ, in words: where first, where most, how many samples, by how much.
+/// Describes how two pictures differ: position, number of samples, and amount.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -16,7 +16,7 @@
 
 namespace orvo::test {
 
-/// What of two pictures of one size differs by more than a tolerance.
+/// The differences of two pictures of one size beyond a tolerance.
 struct Differences
 {
     std::size_t count = 0; ///< samples beyond the tolerance
@@ -77,7 +77,7 @@ Differences differencesOf(const _ImageData<T>& found, const _ImageData<T>& expec
     return differencesOf(found.width(), found.height(), kChannels, tolerance, sampleOf(found), sampleOf(expected));
 }
 
-/// Whether two pictures hold the same bytes; the failure says where they part.
+/// Checks that two pictures have the same bytes; the failure has the first difference.
 template <typename T>
 testing::AssertionResult sameBytes(const _ImageData<T>& found, const _ImageData<T>& expected)
 {

@@ -1,4 +1,4 @@
-/// Memory that runs out when a test wants it to. Replaces operator new of the whole program.
+/// Allocations that fail on demand. Replaces operator new of the whole program.
 #pragma once
 
 namespace orvo::test {

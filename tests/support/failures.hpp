@@ -1,4 +1,4 @@
-/// What tests ask about the failure of a call.
+/// Checks of the failure of a call.
 #pragma once
 
 #include "support/failing_memory.hpp"
@@ -28,7 +28,7 @@ inline void expectLastFailure(FailureKind kind, const std::filesystem::path& fil
     EXPECT_EQ(failure->sentence.find('\n'), std::string::npos);
 }
 
-/// Cuts a file to a share of its bytes.
+/// Truncates a file to a share of its bytes.
 inline void damage(const std::filesystem::path& path, double share = 0.5)
 {
     const auto bytes = static_cast<double>(std::filesystem::file_size(path));
@@ -41,12 +41,12 @@ inline std::filesystem::path textFile(const std::filesystem::path& path)
     return path;
 }
 
-/// Lets memory run out at several places of `call`, which returns whether it gave a result: where it gives none,
-/// OutOfMemory is the failure, and there are such places.
+/// Makes allocations fail at several places of `call`, which returns true if it has a result: if not, OutOfMemory is
+/// the failure, and there are such places.
 template <typename Call>
 void expectOutOfMemory(const Call& call)
 {
-    ASSERT_TRUE(call()); // what is made once is there from now on
+    ASSERT_TRUE(call()); // one-time allocations are done now
     constexpr long kEnough = 1'000'000'000;
     allocationsLeft = kEnough;
     const bool hasResult = call();
@@ -60,7 +60,7 @@ void expectOutOfMemory(const Call& call)
         const bool result = call();
         allocationsLeft = -1;
         if (result)
-            continue; // somebody on the way does without
+            continue; // a caller on the way handled it
         const auto failure = lastFailure();
         ASSERT_TRUE(failure.has_value()) << place;
         EXPECT_EQ(static_cast<int>(failure->kind), static_cast<int>(FailureKind::OutOfMemory)) << describe(*failure);

@@ -1,4 +1,4 @@
-/// How two matrices of OpenCV compare.
+/// Comparison of two matrices of OpenCV.
 #pragma once
 
 #include "support/compare.hpp"
@@ -10,8 +10,8 @@
 
 namespace orvo::test {
 
-/// Whether two matrices have one size, one type and the same bytes; the failure says where they part. Matrices may
-/// have gaps between rows, which are not compared.
+/// Checks that two matrices have one size, one type and the same bytes; the failure has the first difference. Matrices
+/// may have gaps between rows, which are not compared.
 inline testing::AssertionResult sameBytes(const cv::Mat& found, const cv::Mat& expected)
 {
     if (found.size() != expected.size() || found.type() != expected.type())

@@ -1,4 +1,4 @@
-/// A raw file whose lens draws fringes, and how strong they are.
+/// A raw file with colour fringes, and a measure of them.
 #pragma once
 
 #include "support/pictures.hpp"
@@ -57,7 +57,7 @@ inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, doubl
     return path;
 }
 
-/// How far red is from green, in the outer part of the picture where a lens shows its fringes.
+/// The difference of red and green in the outer part of the picture, where fringes are visible.
 inline double fringes(const Picture& picture)
 {
     double sum = 0.0;

@@ -1,4 +1,4 @@
-/// A folder of a test's own, removed with everything in it.
+/// A temporary folder of a test, removed with its contents.
 #pragma once
 
 #include <stdlib.h>
@@ -16,7 +16,7 @@ public:
     {
         std::string name = (std::filesystem::temp_directory_path() / "orvo_test_XXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr)
-            throw std::runtime_error("cannot make a temporary folder like " + name);
+            throw std::runtime_error("cannot create a temporary folder like " + name);
         folder = name;
     }
     ~TemporaryFolder()
@@ -28,7 +28,7 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     [[nodiscard]] const std::filesystem::path& path() const { return folder; }
-    operator const std::filesystem::path&() const { return folder; } // a folder is given wherever a path is taken
+    operator const std::filesystem::path&() const { return folder; } // usable wherever a path is expected
     [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return folder / name; }
 
 private:

@@ -16,7 +16,7 @@
 namespace orvo::jobs {
 namespace {
 
-// Names of the files that are being written, in fixed memory, since a signal handler may neither lock nor allocate.
+// Names of the files being written, in fixed memory, since a signal handler can neither lock nor allocate.
 enum class SlotState
 {
     Free,
@@ -28,7 +28,7 @@ struct Slot
     std::atomic<SlotState> state{SlotState::Free};
     std::array<char, PATH_MAX> path{};
 };
-constexpr std::size_t kSlots = 16; // files written at one time; further ones only miss the removal in an emergency
+constexpr std::size_t kSlots = 16; // files written at one time; more are not removed by a signal
 std::array<Slot, kSlots> slots;
 static_assert(std::atomic<SlotState>::is_always_lock_free);
 
@@ -53,7 +53,7 @@ void releaseSlot(std::size_t slot)
         slots[slot].state = SlotState::Free;
 }
 
-/// The file that a link leads to, so that the link stays a link; otherwise the path itself.
+/// The target of a link, so that the link remains a link; otherwise the path itself.
 std::filesystem::path behindLinks(const std::filesystem::path& path)
 {
     std::error_code error;
@@ -61,11 +61,11 @@ std::filesystem::path behindLinks(const std::filesystem::path& path)
     return error ? std::filesystem::absolute(path) : real;
 }
 
-/// Makes an empty file with a free name in a folder, for a `target` as its user named it. The name does not hold the
-/// target's, which may be as long as a name can be.
+/// Creates an empty file with an unused name in a folder; errors name `target` as the user wrote it. The new name does
+/// not include the target's, which may already have the maximum length.
 std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const std::filesystem::path& target)
 {
-    constexpr int kAttempts = 8; // names are random; a second attempt is already a surprise
+    constexpr int kAttempts = 8; // names are random, so even a second attempt is unlikely
     constexpr std::size_t kNameDigits = 13;
     int cause = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -82,7 +82,7 @@ std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const s
     }
     throw FailureError(
         {kindOfSystemError(cause, FailureKind::Internal), target,
-         "no file can be written in the folder " + folder.string() + ": " + std::generic_category().message(cause)});
+         "cannot create a file in the folder " + folder.string() + ": " + std::generic_category().message(cause)});
 }
 
 } // namespace
@@ -108,7 +108,7 @@ void BesideFile::commit()
     std::filesystem::rename(beside, target, error);
     if (error)
         throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), target,
-                            "the finished file cannot be put in place: " + error.message()});
+                            "cannot rename the finished file: " + error.message()});
     committed = true;
 }
 

@@ -20,15 +20,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// One bracket of the demonstration, before its size is known.
+/// A bracket of the demonstration, independent of its size.
 struct Exhibit
 {
-    const char* name; ///< of its folder, and the beginning of the name of its result
+    const char* name; ///< of its folder, and the prefix of its result
     const char* about;
     scenes::BracketFileFormat format;
     const char* frameEnding;
     const char* resultEnding;
-    std::vector<double> evs; ///< not in order, as cameras shoot them
+    std::vector<double> evs; ///< not sorted, as in cameras
     bool handheld;
     bool walker;
 };
@@ -37,7 +37,7 @@ const std::array<Exhibit, 3>& exhibits()
 {
     static const std::array<Exhibit, 3> all = {
         Exhibit{"handheld",
-                "Three JPEGs taken by hand while a person walks by; aligned, the person kept as in the middle frame.",
+                "Three handheld JPEGs with a person walking by; aligned, the person kept as in the middle frame.",
                 scenes::BracketFileFormat::Jpeg,
                 ".jpg",
                 ".jpg",
@@ -45,7 +45,7 @@ const std::array<Exhibit, 3>& exhibits()
                 true,
                 true},
         Exhibit{"tripod",
-                "Five TIFFs of 16 bits from a tripod, eight stops from the darkest to the brightest.",
+                "Five 16-bit TIFFs from a tripod, eight stops from the darkest to the brightest.",
                 scenes::BracketFileFormat::Tiff16,
                 ".tiff",
                 ".tif",
@@ -53,7 +53,7 @@ const std::array<Exhibit, 3>& exhibits()
                 false,
                 false},
         Exhibit{"raw",
-                "Three raw DNGs taken by hand; developed and aligned.",
+                "Three handheld raw DNGs; developed and aligned.",
                 scenes::BracketFileFormat::Dng,
                 ".dng",
                 ".tif",
@@ -64,8 +64,8 @@ const std::array<Exhibit, 3>& exhibits()
     return all;
 }
 
-constexpr double kRenderShare = 0.4;   // of the time of one piece, the rest is the work on it
-constexpr const char* kPart = ".part"; // beginning of the name of a frame that is not whole
+constexpr double kRenderShare = 0.4;   // of the time of a piece; the rest is its job
+constexpr const char* kPart = ".part"; // prefix of the name of an incomplete frame
 
 scenes::BracketRecipe recipeOf(const Exhibit& exhibit, _Size<int> size)
 {
@@ -76,7 +76,7 @@ scenes::BracketRecipe recipeOf(const Exhibit& exhibit, _Size<int> size)
     if (exhibit.format == scenes::BracketFileFormat::Jpeg)
         recipe.camera.response = scenes::ResponseCurve::Filmic;
     if (exhibit.handheld) {
-        constexpr double kShake = 0.004; // of the picture's height: a calm hand
+        constexpr double kShake = 0.004; // of the picture's height: a steady hand
         constexpr double kTurnDegrees = 0.12;
         const scenes::CameraView amplitude{
             .rotationDegrees = kTurnDegrees, .shiftX = kShake * size.height, .shiftY = kShake * size.height};
@@ -98,23 +98,23 @@ void makeFolder(const fs::path& folder)
     fs::create_directories(folder, error);
     if (error)
         throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), folder,
-                            "the folder cannot be made: " + error.message()});
+                            "cannot create the folder: " + error.message()});
 }
 
-/// A table with things on it, focused from near to far by a calm hand, through a lens that breathes.
+/// A table with objects, focused from near to far by a steady hand, through a lens that breathes.
 scenes::FocusSeriesSettings focusRecipe(_Size<int> size)
 {
     scenes::FocusSeriesSettings recipe;
     recipe.size = size;
-    recipe.frames = 8; // close enough for every point to be sharp in one of them
+    recipe.frames = 8; // enough for every point to be sharp in one of them
     recipe.breathing = 0.02;
-    constexpr double kShake = 0.002; // of the picture's height: somebody who leans on the table
+    constexpr double kShake = 0.002; // of the picture's height: leaning on the table
     recipe.shake = {.shiftX = kShake * size.height, .shiftY = kShake * size.height, .rotationDegrees = 0.05};
     recipe.noise = scenes::SensorNoise{};
     return recipe;
 }
 
-/// One shot of the room, for what takes a single picture.
+/// One shot of the room, for operations on a single picture.
 scenes::BracketRecipe smallRecipe(_Size<int> size)
 {
     scenes::BracketRecipe recipe;
@@ -125,18 +125,17 @@ scenes::BracketRecipe smallRecipe(_Size<int> size)
     return recipe;
 }
 
-/// Views of a world all around, each turned a little against the one before by a hand that holds the camera, which
-/// chooses another exposure for each.
+/// Handheld views of a surrounding scene, each rotated relative to the previous one and with a different exposure.
 std::vector<scenes::SphereView> viewsAround(int pictureSide)
 {
-    constexpr int kSmallestView = 400; // pixels; smaller ones show too little to be found again in their neighbours
+    constexpr int kSmallestView = 400; // pixels; smaller views have too few features to match their neighbours
     const int side = std::max(kSmallestView, pictureSide / 2);
     scenes::SphereView view;
     view.size = {side, side * 2 / 3};
     view.focal = side;
     view.vignetting = {0.1, 0.02, 0.0};
     view.noise = 0.004;
-    constexpr double kStepDegrees = 22.0; // half of a view is seen in the next one
+    constexpr double kStepDegrees = 22.0; // half of a view overlaps the next one
     auto views = scenes::rowOfViews(4, kStepDegrees, /*pitch=*/4.0, view, /*shake=*/1.0, /*seed=*/5);
     for (std::size_t i = 0; i < views.size(); ++i)
         views[i].ev = i % 2 == 0 ? 0.0 : 0.3;
@@ -163,14 +162,14 @@ public:
 private:
     void report(JobProgress progress, double fractionOfPiece) const
     {
-        constexpr std::size_t kOthers = 3; // pieces beside the brackets
+        constexpr std::size_t kOthers = 3; // pieces in addition to the brackets
         progress.fraction = (static_cast<double>(result.pieces.size()) + fractionOfPiece) /
                             static_cast<double>(exhibits().size() + kOthers);
         if (callbacks.progress)
             callbacks.progress(progress);
     }
 
-    /// Lets `job` work on the frames of a piece, whose result is what the request names.
+    /// Runs `job` on the frames of a piece; the request names the result.
     template <typename Request>
     void finish(DemoPiece piece, const Request& work, PictureJobResult (*job)(const Request&, const JobCallbacks&))
     {
@@ -209,11 +208,10 @@ private:
                 series = std::make_unique<scenes::FocusSeries>(recipe);
             return scenes::writeFocusFrame(*series, static_cast<int>(i), folder, {.prefix = kPart});
         };
-        const DemoPiece piece{
-            "Eight JPEGs of a table, taken by hand and focused from near to far; aligned and stacked.",
-            frames("focus", ".jpg", static_cast<std::size_t>(recipe.frames), write),
-            "stacked",
-            {}};
+        const DemoPiece piece{"Eight handheld JPEGs of a table, focused from near to far; aligned and stacked.",
+                              frames("focus", ".jpg", static_cast<std::size_t>(recipe.frames), write),
+                              "stacked",
+                              {}};
         series.reset();
         StackJobRequest stack;
         stack.frames = piece.frames;
@@ -251,7 +249,7 @@ private:
             scenes::writeSphereView(world, views[i], path, {.noiseSeed = i + 1});
             return path;
         };
-        const DemoPiece piece{"Four JPEGs taken by hand from one point, each turned to the right; stitched.",
+        const DemoPiece piece{"Four handheld JPEGs from one point, each turned to the right; stitched.",
                               frames("around", ".jpg", views.size(), write),
                               "stitched",
                               {}};
@@ -275,8 +273,8 @@ private:
                       });
     }
 
-    /// The frames of a piece in the folder `name`. `write` makes one of them under a name of its own first: a
-    /// half-written frame must not be kept by the next run.
+    /// The frames of a piece in the folder `name`. `write` creates each under a temporary name first: the next run must
+    /// not keep a partial frame.
     std::vector<fs::path> frames(const std::string& name, const std::string& ending, std::size_t count,
                                  const std::function<fs::path(std::size_t, const fs::path&)>& write)
     {
@@ -293,7 +291,7 @@ private:
         return paths;
     }
 
-    /// The room of all brackets, painted when the first frame is missing.
+    /// The room of all brackets, rendered when the first frame is missing.
     const std::shared_ptr<const scenes::RadianceScene>& scene()
     {
         if (!room)

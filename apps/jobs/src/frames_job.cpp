@@ -9,7 +9,7 @@
 namespace orvo::jobs {
 namespace {
 
-/// The given files that can be sorted; the others are told in `result`.
+/// The given files that can be sorted; the others are reported in `result`.
 std::vector<std::filesystem::path> readableFiles(const std::vector<std::filesystem::path>& paths,
                                                  const JobCallbacks& callbacks, FramesJobResult& result)
 {
@@ -35,7 +35,7 @@ std::vector<BracketFrame> sortedFrames(const std::vector<std::filesystem::path>&
                                        const std::vector<std::filesystem::path>& given)
 {
     const auto [sorted, evs] = getSortedPathsAndEVsFromPaths(readable);
-    std::vector<bool> taken(given.size(), false); // a path that was given twice has two places
+    std::vector<bool> taken(given.size(), false); // a path given twice has two positions
     std::vector<BracketFrame> frames;
     for (std::size_t i = 0; i < sorted.size(); ++i) {
         std::size_t place = 0;
@@ -49,8 +49,8 @@ std::vector<BracketFrame> sortedFrames(const std::vector<std::filesystem::path>&
 
 Failure reasonOfDropping(const std::filesystem::path& path)
 {
-    (void)getSortedPathsAndEVsFromPaths({path}); // alone, so that its failure is this file's
-    return lastFailure().value_or(Failure{FailureKind::UnreadableFile, path, "no thumbnail can be made of it"});
+    (void)getSortedPathsAndEVsFromPaths({path}); // alone, so that the failure belongs to this file
+    return lastFailure().value_or(Failure{FailureKind::UnreadableFile, path, "cannot create a thumbnail"});
 }
 
 FramesJobResult framesJob(const std::vector<std::filesystem::path>& paths, const JobCallbacks& callbacks)

@@ -13,10 +13,10 @@ namespace {
 struct Reached
 {
     HDRMergingPhaseName phase;
-    JobProgress progress; ///< where the job is from then on
+    JobProgress progress; ///< the progress from this phase on
 };
 
-// See hdrJob() for where the fractions come from.
+// hdrJob() documents the fractions.
 constexpr double kCheckStarts = 0.0;
 constexpr double kWriteStarts = 0.95;
 using Phase = HDRMergingPhaseName;
@@ -26,8 +26,8 @@ constexpr Reached kBracket[] = {
     {Phase::SecondFrameBlended, {JobStep::Blend, 0.85}}, {Phase::Blended, {JobStep::Finish, 0.93}},
     {Phase::Normalized, {JobStep::Finish, 0.94}},
 };
-// A single frame tells one phase less: it jumps over 4, so that its 5 means that two frames are blended, and its 6 that
-// all are.
+// A single frame reports one phase less: it skips 4, so its 5 means that two frames are blended, and its 6 that all
+// are.
 constexpr Reached kSingle[] = {
     {Phase::SingleFrameStarted, {JobStep::Load, 0.01}}, {Phase::FramesLoaded, {JobStep::Ladder, 0.15}},
     {Phase::LadderBuilt, {JobStep::Blend, 0.4}},        {Phase::FirstFrameBlended, {JobStep::Blend, 0.75}},
@@ -49,12 +49,12 @@ HDRSettings mergeSettings(const HdrJobRequest& request, const JobCallbacks& call
     return settings;
 }
 
-/// Values of the request that are wrong whatever lies on the disk.
+/// Checks the values that do not depend on files.
 void checkRequest(const HdrJobRequest& request)
 {
     checkFileNames(request.frames, request.output);
     if (request.ghostReference && !request.deghost)
-        throw JobRefusal("a ghost reference was given, but no removal of ghosts was asked for");
+        throw JobRefusal("a ghost reference was given without ghost removal");
     checkReference("ghost reference", request.ghostReference, request.frames.size());
     checkDeghostAmount(request.deghost);
     checkShare("white balance", request.whiteBalance);
@@ -86,11 +86,11 @@ std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, cons
         if (row != table.end())
             run.report(row->progress);
     };
-    // Only the merged picture is kept; the pixels of the middle frame go at once.
+    // Keeps only the merged picture and frees the pixels of the middle frame.
     auto merged = make_HDR(request.frames, mergeSettings(request, callbacks), {}, onPhase).first;
     run.throwIfCancelled();
     if (!merged)
-        throwLastFailure("the merge gave no picture and no reason");
+        throwLastFailure("the merge returned no picture and no reason");
     run.keepWarnings();
     return merged;
 }

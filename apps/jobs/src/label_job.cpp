@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// See labelJob(). Reading and writing a picture take about as long as each other.
+// See labelJob(). Reading and writing a picture take about the same time.
 constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kLabelStarts{JobStep::Label, 0.02, /*opaque=*/true};
 constexpr double kWriteStarts = 0.4;
@@ -35,15 +35,15 @@ const char* endingOf(ImageFileFormat format)
     return "";
 }
 
-/// As file systems compare names that know no upper case: there "A.jpg" and "a.jpg" are one file.
+/// Compares names like case-insensitive file systems: there "A.jpg" and "a.jpg" are one file.
 std::string folded(std::string name)
 {
     std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
     return name;
 }
 
-/// Where each picture goes: named after its source, no two alike. A name that only one source has is never given to
-/// another one.
+/// The path of each picture: the name of its source, made unique. A name that only one source has is never given to
+/// another.
 std::vector<fs::path> outputsOf(const LabelJobRequest& request)
 {
     std::set<std::string> stems;
@@ -71,7 +71,7 @@ void checkFiles(PictureRun& run, const LabelJobRequest& request, const std::vect
     const auto metadata = run.checkPictures(request.frames);
     for (std::size_t i = 0; i < outputs.size(); ++i)
         checkHolds(outputs[i], request.format, metadata[i]->size);
-    const MadeFolder probe(request.folder); // gone again until there is something to put into it
+    const MadeFolder probe(request.folder); // removed again until there is a picture to write
     for (const auto& output : outputs)
         checkOutput(output, request.frames);
     run.throwIfCancelled();
@@ -82,7 +82,7 @@ std::vector<std::shared_ptr<Image>> label(PictureRun& run, const std::vector<fs:
     run.report(kLabelStarts);
     auto images = exportAligned(frames, {});
     run.throwIfCancelled();
-    if (images.size() != frames.size()) // a raw file that cannot be opened drops out
+    if (images.size() != frames.size()) // raw files that cannot be opened are dropped
         throwLastFailure("not all frames could be read");
     run.keepWarnings();
     return images;

@@ -11,19 +11,19 @@ namespace fs = std::filesystem;
 MadeFolder::MadeFolder(const fs::path& folder)
 {
     std::error_code error;
-    // Absolute and without "..": what is missing on the way is found by going up.
+    // Absolute and without "..", so that missing parents are found by going up.
     for (fs::path each = fs::absolute(folder).lexically_normal(); !fs::exists(each, error); each = each.parent_path())
         if (each.has_filename())
             made.push_back(each);
     fs::create_directories(folder, error);
     if (error)
         throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), folder,
-                            "the folder cannot be made: " + error.message()});
+                            "cannot create the folder: " + error.message()});
 }
 
 MadeFolder::~MadeFolder()
 {
-    std::error_code notEmpty; // then it stays
+    std::error_code notEmpty; // then it remains
     for (const fs::path& each : made)
         fs::remove(each, notEmpty);
 }

@@ -1,4 +1,4 @@
-/// A folder that is there while something is put into it.
+/// A folder created for output.
 #pragma once
 
 #include <filesystem>
@@ -6,11 +6,11 @@
 
 namespace orvo::jobs {
 
-/// Makes a folder and those above it that are missing, and removes those it made if they are still empty when it goes.
+/// Creates a folder and its missing parents; the destructor removes those it created if they are still empty.
 class MadeFolder
 {
 public:
-    /// Throws FailureError that names the folder and the cause.
+    /// Throws FailureError with the folder and the cause.
     explicit MadeFolder(const std::filesystem::path& folder);
     ~MadeFolder();
     MadeFolder(const MadeFolder&) = delete;

@@ -31,7 +31,7 @@ PeakMemory peakMemory()
     PeakMemory peak;
     peak.planes = MemoryManager::instance().peakBytes();
     std::ifstream status("/proc/self/status");
-    constexpr std::uint64_t kBytesPerUnit = 1024; // the system tells it in KiB
+    constexpr std::uint64_t kBytesPerUnit = 1024; // the system reports KiB
     for (std::string word; status >> word;)
         if (word == "VmHWM:" && status >> peak.process)
             peak.process *= kBytesPerUnit;

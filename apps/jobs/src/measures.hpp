@@ -1,4 +1,4 @@
-/// Times of steps, and memory.
+/// Measures step times and memory.
 #pragma once
 
 #include <jobs/picture_job.hpp>
@@ -8,7 +8,7 @@
 
 namespace orvo::jobs {
 
-/// Measures the steps of a job into its answer, one after the other.
+/// Records the times of a job's steps in its report.
 class StepClock
 {
 public:
@@ -18,9 +18,9 @@ public:
     StepClock(const StepClock&) = delete;
     StepClock& operator=(const StepClock&) = delete;
 
-    /// Ends the step at hand and begins `step`, unless that is the one at hand.
+    /// Ends the current step and begins `step`, unless it is the current one.
     void enter(JobStep step);
-    /// Adds the time so far to the step at hand.
+    /// Adds the time so far to the current step.
     void stop();
 
 private:

@@ -16,7 +16,7 @@ constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kStitchStarts{JobStep::Stitch, 0.02};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
 
-/// Values of the request that are wrong whatever lies on the disk.
+/// Checks the values that do not depend on files.
 void checkRequest(const PanoJobRequest& request)
 {
     const bool isVideo = !request.video.empty();
@@ -122,9 +122,9 @@ std::shared_ptr<Image> compose(PictureRun& run, const PanoJobRequest& request, P
 StitchedPanorama stitch(PictureRun& run, const PanoJobRequest& request)
 {
     run.report(kStitchStarts);
-    const double room = kWriteStarts.fraction - kStitchStarts.fraction;
+    const double span = kWriteStarts.fraction - kStitchStarts.fraction;
     const auto progress = [&](float share) {
-        run.report({JobStep::Stitch, kStitchStarts.fraction + room * static_cast<double>(share)});
+        run.report({JobStep::Stitch, kStitchStarts.fraction + span * static_cast<double>(share)});
     };
     auto panorama = stitchPanorama(sourceOf(request), {request.projection, request.maxSize}, progress,
                                    [&] { return run.isCancelled(); });
@@ -151,7 +151,7 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
             result.focalLength = static_cast<double>(panorama.focalLength);
             result.places = panorama.places;
             if (!panorama.image)
-                throwLastFailure("the pictures gave no panorama and no reason");
+                throwLastFailure("stitching returned no picture and no reason");
             run.keepWarnings();
             image = panorama.image;
         }
@@ -161,7 +161,7 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
     if (result.done())
         for (const PanoramaPlace& place : result.places)
             if (!place.placed)
-                result.warnings.push_back(place.path.string() + ": was left out, since it fits none of the others");
+                result.warnings.push_back(place.path.string() + ": left out, because it matches no other picture");
     return result;
 }
 

@@ -15,7 +15,7 @@ void PictureRun::report(const JobProgress& progress)
     clock.enter(progress.step);
     if (callbacks.progress)
         callbacks.progress(progress);
-    if (progress.opaque) // the last moment to stop for long
+    if (progress.opaque) // the last chance to stop for a long time
         throwIfCancelled();
 }
 
@@ -49,10 +49,10 @@ WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::pa
         try {
             if (!writeImage(beside, *picture.developedOriginalImageData({}), settings))
                 return false;
-        } catch (const FailureError& error) { // names the file beside, which nobody knows
+        } catch (const FailureError& error) { // names the temporary file, which the user does not know
             throw FailureError({error.failure().kind, output, error.failure().sentence});
         }
-        report({JobStep::Write, doneFraction}); // before the file is in place, since the callback may throw
+        report({JobStep::Write, doneFraction}); // before the file is renamed, since the callback may throw
         return true;
     });
     if (!written)

@@ -1,5 +1,4 @@
-/// One run of a job that makes picture files of picture files: its report, and the ways in and out that all
-/// of them share.
+/// A run of a job that makes picture files from picture files: its report, and the shared checks and output.
 #pragma once
 
 #include "measures.hpp"
@@ -17,29 +16,28 @@
 
 namespace orvo::jobs {
 
-/// Everything here throws JobRefusal or FailureError.
+/// All members throw JobRefusal or FailureError.
 class PictureRun
 {
 public:
-    /// Both must outlive the run. The report is filled on the way, so that a failed one tells how far it came.
+    /// Both must outlive the run. The report is filled during the run, so a failed job shows how far it got.
     PictureRun(const JobCallbacks& callbacks_, RunReport& result_)
         : callbacks(callbacks_), result(result_), clock(result_.steps)
     {}
 
     void report(const JobProgress& progress);
 
-    /// All inputs are files, and no two of them are the same.
+    /// Checks that all inputs are files, and that no two are the same.
     void checkFiles(const std::vector<std::filesystem::path>& inputs) const;
-    /// All inputs are pictures. Their metadata stand at the same indices.
+    /// Checks that all inputs are pictures. Returns their metadata at the same indices.
     [[nodiscard]] std::vector<std::shared_ptr<const ImageMetadata>>
     checkPictures(const std::vector<std::filesystem::path>& inputs);
 
-    /// Writes a picture with its metadata beside `output` and puts it in place once `doneFraction` of the job has been
-    /// reported.
+    /// Writes a picture with its metadata beside `output`, reports `doneFraction` of the job, and renames the file.
     [[nodiscard]] WrittenPicture write(const Image& picture, const std::filesystem::path& output,
                                        ImageWriteSettings settings, double doneFraction);
 
-    /// Takes over what the call of the library that has just ended warned about.
+    /// Collects the warnings of the last library call.
     void keepWarnings();
     void throwIfCancelled() const { jobs::throwIfCancelled(callbacks); }
     [[nodiscard]] bool isCancelled() const { return callbacks.cancelled(); }
@@ -50,7 +48,7 @@ private:
     StepClock clock;
 };
 
-/// Runs `body` with a PictureRun as a job, under the request's limit of threads, and fills the report.
+/// Runs `body` with a PictureRun as a job, with the request's thread limit, and fills the report.
 template <typename Body>
 void runPictureJob(const PictureJobRequest& request, const JobCallbacks& callbacks, RunReport& result, const Body& body)
 {

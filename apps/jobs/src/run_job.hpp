@@ -1,11 +1,11 @@
-/// The one place where a job's exceptions become its answer.
+/// The single place that turns a job's exceptions into its result.
 #pragma once
 
 #include <jobs/job.hpp>
 
 namespace orvo::jobs {
 
-/// Runs `body` and fills the outcome of `result`. After a cancel every failure is a consequence of it.
+/// Runs `body` and sets the outcome of `result`. After a cancel every failure counts as its consequence.
 template <typename Body>
 void runJob(JobResult& result, const JobCallbacks& callbacks, const Body& body)
 {
@@ -31,7 +31,7 @@ inline void throwIfCancelled(const JobCallbacks& callbacks)
         throw FailureError(cancelledFailure());
 }
 
-/// Throws what the call of the library that has just ended failed from; `otherwise` is the sentence if it said nothing.
+/// Throws the failure of the last library call; `otherwise` is the sentence if there is none.
 [[noreturn]] inline void throwLastFailure(const char* otherwise)
 {
     throw FailureError(lastFailure().value_or(Failure{FailureKind::Internal, {}, otherwise}));

@@ -7,18 +7,18 @@
 namespace orvo::jobs {
 namespace {
 
-// See stackJob() for where the fractions come from.
+// stackJob() documents the fractions.
 constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kStackStarts{JobStep::Stack, 0.02, /*opaque=*/true};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.95};
 
-/// Values of the request that are wrong whatever lies on the disk.
+/// Checks the values that do not depend on files.
 void checkRequest(const StackJobRequest& request)
 {
     checkFileNames(request.frames, request.output);
     checkReference("reference", request.reference, request.frames.size());
     if (request.reference && !request.align && !request.deghost)
-        throw JobRefusal("a reference was given, but neither alignment nor removal of ghosts was asked for");
+        throw JobRefusal("a reference was given, but neither alignment nor ghost removal uses it");
     checkDeghostAmount(request.deghost);
 }
 
@@ -52,7 +52,7 @@ std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, st
     auto stacked = makeFocusStack(request.frames, stackSettings(request, reference));
     run.throwIfCancelled();
     if (!stacked)
-        throwLastFailure("the focus stack gave no picture and no reason");
+        throwLastFailure("stacking returned no picture and no reason");
     run.keepWarnings();
     return stacked;
 }
@@ -74,7 +74,7 @@ StackJobResult stackJob(const StackJobRequest& request, const JobCallbacks& call
         static_cast<WrittenPicture&>(result) = run.write(*stacked, request.output, settings, 1.0);
     });
     if (result.done() && request.frames.size() == 1)
-        result.warnings.push_back(request.frames[0].string() + ": one frame alone is the result as it is");
+        result.warnings.push_back(request.frames[0].string() + ": a single frame, so nothing was merged");
     return result;
 }
 

@@ -11,12 +11,12 @@
 namespace orvo::jobs {
 namespace {
 
-// See upscaleJob(). Writing is a share of an enlargement by the filters, and little beside one by a network.
+// See upscaleJob(). Writing takes a notable share of the time with the filters, and little with a network.
 constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kUpscaleStarts{JobStep::Upscale, 0.02, /*opaque=*/true};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
 
-/// Names a network in the settings of the process while it lives.
+/// Sets a network in the settings of the process during its lifetime.
 class ModelSetting
 {
 public:
@@ -49,7 +49,7 @@ void checkRange(const std::string& name, int value, int low, int high)
                          std::to_string(high));
 }
 
-/// Values of the request that are wrong whatever lies on the disk.
+/// Checks the values that do not depend on files.
 void checkRequest(const UpscaleJobRequest& request)
 {
     constexpr int kMostDenoise = 3;
@@ -57,7 +57,7 @@ void checkRequest(const UpscaleJobRequest& request)
     checkRange("the number of passes", request.passes, 1, kMostUpscalePasses);
     checkRange("the strength of denoising", request.denoise, 0, kMostDenoise);
     if (request.builtIn && !request.model.empty())
-        throw JobRefusal(request.model.string() + ": a network was given, but the built-in filters were asked for");
+        throw JobRefusal(request.model.string() + ": a network was given together with the built-in filters");
 }
 
 UpscaleAISettings upscaleSettings(const UpscaleJobRequest& request)
@@ -71,7 +71,7 @@ UpscaleAISettings upscaleSettings(const UpscaleJobRequest& request)
     return settings;
 }
 
-/// Even the largest result that a method could make of a picture of `size` can be made and written.
+/// True if even the largest possible result for a picture of `size` can be made and written.
 bool fitsForCertain(_Size<int> size, int passes, ImageFileFormat format)
 {
     double scale = 1.0;
@@ -81,8 +81,8 @@ bool fitsForCertain(_Size<int> size, int passes, ImageFileFormat format)
            size.width * scale * size.height * scale <= static_cast<double>(kMostUpscaledPixels);
 }
 
-/// throwLastFailure() for a call about `source`, which is named also where the failure is about another file, such as
-/// the network, or about none.
+/// throwLastFailure() for a call about `source`. Names it even if the failure is about another file, such as the
+/// network, or about none.
 [[noreturn]] void throwLastFailureOn(const std::filesystem::path& source, const char* otherwise)
 {
     Failure failure = lastFailure().value_or(Failure{FailureKind::Internal, {}, otherwise});
@@ -91,7 +91,7 @@ bool fitsForCertain(_Size<int> size, int passes, ImageFileFormat format)
     throw FailureError(failure);
 }
 
-/// The result can be made and written. Asked only where it matters: a network may have to be loaded for the answer.
+/// Checks that the result can be made and written. Called only where necessary: it may have to load a network.
 void checkResult(const UpscaleJobRequest& request, ImageFileFormat format, _Size<int> size)
 {
     if (fitsForCertain(size, request.passes, format))
@@ -99,7 +99,7 @@ void checkResult(const UpscaleJobRequest& request, ImageFileFormat format, _Size
     const ModelSetting model(request.model);
     const _Size<int> result = upscaledSize(size, upscaleSettings(request));
     if (result == _Size<int>())
-        throwLastFailureOn(request.source, "the picture cannot be enlarged");
+        throwLastFailureOn(request.source, "cannot enlarge the picture");
     checkHolds(request.output, format, result);
 }
 
@@ -123,7 +123,7 @@ std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request
     auto upscaled = upscaleAI(request.source, upscaleSettings(request), {}, {});
     run.throwIfCancelled();
     if (!upscaled)
-        throwLastFailureOn(request.source, "the picture cannot be enlarged");
+        throwLastFailureOn(request.source, "cannot enlarge the picture");
     run.keepWarnings();
     return upscaled;
 }

@@ -5,13 +5,13 @@
 
 namespace orvo::cli {
 
-/// What the program tells its caller.
+/// Exit codes of the program.
 enum ExitCode : int
 {
     kDone = 0,
     kFailed = 1,
     kWrongUsage = 2,
-    kCancelled = 130 ///< as shells tell a program that Ctrl-C ended
+    kCancelled = 130 ///< as in shells for a program that Ctrl-C ended
 };
 
 struct Command
@@ -30,7 +30,7 @@ int runPano(int argc, char** argv);
 int runFrames(int argc, char** argv);
 int runDemo(int argc, char** argv);
 
-/// The exit code of a job that ended so. Its message, if any, goes to standard error.
-[[nodiscard]] int tellOutcome(const jobs::JobResult& result, const char* command);
+/// The exit code for a job's outcome. Prints its message, if any, to standard error.
+[[nodiscard]] int reportOutcome(const jobs::JobResult& result, const char* command);
 
 } // namespace orvo::cli

@@ -1,4 +1,4 @@
-/// orvo demo: makes example pictures and shows what the other commands do with them.
+/// orvo demo: creates example pictures and runs the other commands on them.
 #include "job_watch.hpp"
 #include "options.hpp"
 
@@ -7,9 +7,8 @@
 namespace orvo::cli {
 namespace {
 
-constexpr const char* kAbout =
-    "Makes example pictures in a folder, merges, stacks, enlarges and stitches them, and\n"
-    "tells what every file is. The pictures are computed, so nothing but the program is needed.\n";
+constexpr const char* kAbout = "Creates example pictures in a folder, merges, stacks, enlarges and stitches them, and\n"
+                               "explains each file. The pictures are computed; no other files are needed.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  orvo demo /tmp/orvo-demo\n"
                                   "  orvo demo /tmp/orvo-demo --size 3000\n";
@@ -33,11 +32,11 @@ int runDemo(int argc, char** argv)
     Options app("demo", kAbout);
     std::string folder;
     jobs::DemoJobRequest request;
-    app.add_option("DIR", folder, "folder for the pictures; made if it is not there")->type_name("")->required();
-    app.add_option("--size", request.size, "longer side of the pictures in pixels; else 1536")
+    app.add_option("DIR", folder, "folder for the pictures; created if missing")->type_name("")->required();
+    app.add_option("--size", request.size, "longer side of the pictures in pixels; default 1536")
         ->type_name("N")
         ->check(between(jobs::kSmallestDemo, jobs::kLargestDemo));
-    app.add_flag("--keep", request.keep, "keep frames that are in DIR already, make only missing ones");
+    app.add_flag("--keep", request.keep, "keep frames that exist in DIR, create only missing ones");
     app.footer(kExamples);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
@@ -49,7 +48,7 @@ int runDemo(int argc, char** argv)
         result = jobs::demoJob(request, watch.callbacks());
     }
     say(asText(result));
-    return tellOutcome(result, "demo");
+    return reportOutcome(result, "demo");
 }
 
 } // namespace orvo::cli

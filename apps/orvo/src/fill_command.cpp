@@ -1,4 +1,4 @@
-/// orvo fill: paints anew what a mask marks.
+/// orvo fill: fills the area that a mask marks.
 #include "picture_command.hpp"
 
 #include <jobs/fill_job.hpp>
@@ -9,13 +9,13 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Takes something out of a picture, or fills a border: what the mask marks is painted anew from\n"
-    "what surrounds it. The mask is a picture that is white where to paint and black elsewhere; it\n"
-    "covers the whole picture, whatever its own size. All other pixels stay as they are.\n";
+    "Removes something from a picture, or fills a border: the area that the mask marks is filled from\n"
+    "its surroundings. The mask is a picture that is white in this area and black elsewhere; it\n"
+    "covers the whole picture, at any size of its own. All other pixels are unchanged.\n";
 constexpr const char* kExamples = "Examples:\n"
-                                  "  Take out what mask.png is white over:\n"
+                                  "  Remove the area that is white in mask.png:\n"
                                   "    orvo fill beach.jpg --mask mask.png -o empty-beach.jpg\n"
-                                  "  By a network:\n"
+                                  "  With a network:\n"
                                   "    orvo fill beach.png --mask mask.png -o empty-beach.png --model inpaint.onnx\n";
 
 nlohmann::ordered_json asJson(const jobs::FillJobResult& result, const std::string& model)
@@ -40,10 +40,10 @@ int runFill(int argc, char** argv)
     std::string model;
     std::string output;
     app.add_option("FILE", file, kReadable)->type_name("")->required();
-    app.add_option("--mask", mask, "a picture that is white where to paint")->type_name("FILE")->required();
+    app.add_option("--mask", mask, "a picture that is white in the area to fill")->type_name("FILE")->required();
     bindOutput(app, output);
     bindFormat(app, request);
-    app.add_option("--model", model, "let this network do it: an inpainting network in ONNX")->type_name("FILE");
+    app.add_option("--model", model, "use this ONNX inpainting network instead of the patches")->type_name("FILE");
     bindRun(app, request, run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))

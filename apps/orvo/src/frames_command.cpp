@@ -11,8 +11,8 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout = "Lists the frames of a bracket from the darkest to the brightest, with their exposure\n"
-                               "against the middle frame in EV (stops). Only metadata and thumbnails are read.\n"
-                               "The number before each file is its place among the files as given, from 1: the\n"
+                               "relative to the middle frame in EV (stops). Reads only metadata and thumbnails.\n"
+                               "The number before each file is its position among the given files, from 1: the\n"
                                "number that 'orvo hdr --ghost-reference' takes.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  orvo frames IMG_*.jpg\n"
@@ -60,7 +60,7 @@ int runFrames(int argc, char** argv)
         result = jobs::framesJob({files.begin(), files.end()});
     }
     if (result.outcome == jobs::JobOutcome::Refused)
-        return tellOutcome(result, "frames");
+        return reportOutcome(result, "frames");
     say(json ? asJson(result) : asTable(result));
     for (const auto& file : result.unreadable)
         complain(file.reason);

@@ -10,13 +10,13 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout = "Merges an exposure bracket (the same view taken several times, from dark to bright)\n"
-                               "into one picture that shows detail in the shadows and in the highlights.\n"
-                               "The frames may be given in any order. A single frame is enhanced by itself.\n";
+                               "into one picture with detail in shadows and highlights.\n"
+                               "The frames may be in any order. A single frame is enhanced.\n";
 constexpr const char* kExamples =
     "Examples:\n"
     "  Three frames from a tripod:\n"
     "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg\n"
-    "  Raw frames taken by hand, people walking, kept as in the second file:\n"
+    "  Handheld raw frames; moving people are kept as in the second file:\n"
     "    orvo hdr a.dng b.dng c.dng -o merged.tif --align --deghost 2 --ghost-reference 2\n"
     "  A file whose name begins with a dash:\n"
     "    orvo hdr -o merged.jpg -- -1.jpg -2.jpg -3.jpg\n";
@@ -34,15 +34,15 @@ struct HdrOptions
 void bindMergeOptions(Options& app, HdrOptions& options)
 {
     auto& request = options.request;
-    app.add_flag("--align", request.align, "the frames were taken by hand: bring them into line");
+    app.add_flag("--align", request.align, "align frames that were taken by hand");
     bindDeghost(app, options.deghost);
     bindFrameNumber(app, "--ghost-reference", options.ghostReference,
-                    "keep what moved as it is in the Nth of the FILES, from 1");
+                    "keep moving subjects as in the Nth of the FILES, from 1");
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
-    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (not) to 1 (wholly)")
+    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (not) to 1 (fully)")
         ->type_name("X")
         ->check(between(0, 1));
-    app.add_option("--details", request.details, "bring out fine detail, 0 (not) to 1 (strongly)")
+    app.add_option("--details", request.details, "enhance fine detail, 0 (not) to 1 (strongly)")
         ->type_name("X")
         ->check(between(0, 1));
 }

@@ -15,21 +15,21 @@ namespace orvo::cli {
 namespace {
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-constexpr std::string_view kTakeBarAway = "\r\033[K";
+constexpr std::string_view kClearBar = "\r\033[K";
 constexpr std::string_view kCancelledLine = "orvo: cancelled\n"; // as complain() writes it after a job
-constexpr std::string_view kStopping = "\nstopping after the step at hand; once more stops at once\n";
+constexpr std::string_view kStopping = "\nstopping after the current step; interrupt again to stop at once\n";
 
-// What the handler touches. It may run on any thread at any time.
+// State of the handler, which may run on any thread at any time.
 std::atomic<std::atomic<unsigned char>*> flagOfHandler{nullptr};
 std::atomic<bool> barIsShown{false};
 std::atomic<bool> stepIsOpaque{false};
 static_assert(std::atomic<std::atomic<unsigned char>*>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-void tell(std::string_view text)
+void writeError(std::string_view text)
 {
     if (::write(STDERR_FILENO, text.data(), text.size()) < 0) {
-        // A terminal that has gone away needs no words.
+        // Errors are ignored: the terminal may be gone.
     }
 }
 
@@ -37,20 +37,20 @@ extern "C" void onInterrupt(int)
 {
     const int errorBefore = errno;
     std::atomic<unsigned char>* const cancel = flagOfHandler.load();
-    // The flag comes before the look at the step: a job that is about to begin an opaque one does it the other way
-    // round, so that one of both stops it.
+    // The flag is set before the step is read: a job that begins an opaque step does it in the reverse order, so one of
+    // the two stops it.
     const bool isFirst = cancel != nullptr && cancel->exchange(1) == 0;
     if (isFirst && !stepIsOpaque) {
         if (barIsShown)
-            tell(kStopping);
+            writeError(kStopping);
         errno = errorBefore;
         return;
     }
     jobs::removeUnfinishedFiles();
     if (isFirst) {
         if (barIsShown)
-            tell(kTakeBarAway);
-        tell(kCancelledLine);
+            writeError(kClearBar);
+        writeError(kCancelledLine);
     }
     ::_exit(kCancelled);
 }
@@ -63,7 +63,7 @@ void setHandler(int signal, void (*handler)(int))
         return;
     action = {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART; // reading and writing go on; the job looks at the flag by itself
+    action.sa_flags = SA_RESTART; // reading and writing continue; the job checks the flag itself
     ::sigemptyset(&action.sa_mask);
     ::sigaction(signal, &action, nullptr);
 }

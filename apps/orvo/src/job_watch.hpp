@@ -1,4 +1,4 @@
-/// What surrounds a job while it runs: the bar, Ctrl-C, and silence of the libraries below.
+/// The surroundings of a running job: the bar, Ctrl-C, and silenced libraries.
 #pragma once
 
 #include "interrupt.hpp"
@@ -12,7 +12,7 @@ class JobWatch
 public:
     explicit JobWatch(Talk talk) : bar(talk), interrupt(bar.isBar()) {}
 
-    /// To be given to a job; must not outlive the watch.
+    /// Passed to a job; must not outlive the watch.
     [[nodiscard]] jobs::JobCallbacks callbacks()
     {
         const auto follow = [this](const jobs::JobProgress& progress) {

@@ -1,4 +1,4 @@
-/// JSON as the program prints it.
+/// JSON output.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -7,7 +7,7 @@
 
 namespace orvo::cli {
 
-/// Indented by two. File names need not be UTF-8, JSON must be: bytes that are none become U+FFFD.
+/// Indented by two. File names may not be UTF-8, but JSON must be: invalid bytes become U+FFFD.
 [[nodiscard]] inline std::string jsonText(const nlohmann::ordered_json& json)
 {
     return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";

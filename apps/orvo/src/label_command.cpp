@@ -1,4 +1,4 @@
-/// orvo label: writes frames once more with their numbers.
+/// orvo label: writes copies of frames with their numbers.
 #include "picture_command.hpp"
 
 #include <jobs/label_job.hpp>
@@ -10,14 +10,14 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Writes each frame of a series once more, with a line in the picture that says which one it\n"
-    "is: 'align result, image 2 out of 7'. So frames can be told apart when they are looked at\n"
-    "or sent to somebody. Nothing is aligned or corrected, and raw files look as the sensor\n"
-    "saw them. The pictures are named after the files.\n";
+    "Writes a copy of each frame of a series with a line of text in the picture that gives its\n"
+    "number: 'align result, image 2 out of 7', to identify frames when viewing or sharing them.\n"
+    "Does not align or correct anything; raw files are not developed. The pictures are named\n"
+    "after the files.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  See which frame of a focus series has which number:\n"
                                   "    orvo label IMG_*.jpg -o labelled\n"
-                                  "  The same without loss:\n"
+                                  "  The same without compression loss:\n"
                                   "    orvo label IMG_*.tif -o labelled --format tiff\n";
 
 const std::vector<std::pair<std::string, ImageFileFormat>> kFormats = {{"jpeg", ImageFileFormat::Jpeg},
@@ -36,10 +36,10 @@ struct LabelOptions
 
 void bindLabelOptions(Options& app, LabelOptions& options)
 {
-    app.add_option("-o,--output", options.folder, "folder for the pictures; made if it is not there")
+    app.add_option("-o,--output", options.folder, "folder for the pictures; created if missing")
         ->type_name("DIR")
         ->required();
-    app.add_option("--format", options.format, "jpeg, png, tiff or exr; else jpeg")
+    app.add_option("--format", options.format, "jpeg, png, tiff or exr; default jpeg")
         ->type_name("X")
         ->check(oneOf(kFormats));
 }

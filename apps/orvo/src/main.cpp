@@ -1,4 +1,4 @@
-/// orvo: operations of the library on files, for people at a terminal and for scripts.
+/// orvo: operations of the library on files, for terminals and scripts.
 #include "command.hpp"
 #include "nearest.hpp"
 #include "output.hpp"
@@ -23,12 +23,12 @@ namespace {
 constexpr std::array kCommands = {
     Command{"hdr", "merge an exposure bracket into one picture", runHdr},
     Command{"stack", "merge a focus series into one picture that is sharp throughout", runStack},
-    Command{"label", "write frames once more, each with its number in the picture", runLabel},
+    Command{"label", "write copies of frames with their numbers in the picture", runLabel},
     Command{"upscale", "enlarge a picture 2 to 16 times", runUpscale},
     Command{"fill", "take something out of a picture, or fill a border", runFill},
     Command{"pano", "stitch pictures taken from one point into a wide one", runPano},
     Command{"frames", "list the frames of a bracket by exposure", runFrames},
-    Command{"demo", "make example pictures and show what the other commands do", runDemo},
+    Command{"demo", "create example pictures and run the other commands on them", runDemo},
 };
 
 std::string mainHelp()
@@ -45,15 +45,15 @@ std::string mainHelp()
     }
     return text + "\n"
                   "Options:\n"
-                  "  -h,--help    print this help; 'orvo COMMAND --help' tells more of a command\n"
+                  "  -h,--help    print this help; 'orvo COMMAND --help' explains a command\n"
                   "  --version    print the version\n"
                   "\n"
                   "Examples:\n"
-                  "  Three pictures taken by hand, with people walking by:\n"
+                  "  Three handheld pictures with moving people:\n"
                   "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg --align --deghost 2\n"
-                  "  Pictures of one thing, each focused elsewhere:\n"
+                  "  Pictures of one subject at different focus distances:\n"
                   "    orvo stack near.jpg middle.jpg far.jpg -o sharp.jpg\n"
-                  "  See what the program does, without pictures of your own:\n"
+                  "  Try the program without your own pictures:\n"
                   "    orvo demo /tmp/orvo-demo\n";
 }
 
@@ -92,9 +92,8 @@ int run(int argc, char** argv)
     return unknownCommand(word);
 }
 
-// Large blocks that are freed are kept for the next ones. By default they go back to the system at once, and a fifth of
-// the time of a panorama is spent on having their pages cleared again; the program ends before it could matter to
-// others.
+// Keeps large freed blocks for reuse. By default they return to the system at once, and a fifth of the time of a
+// panorama goes into clearing their pages again; the program ends before this can affect other processes.
 void keepFreedMemory()
 {
 #if defined(__GLIBC__)
@@ -106,7 +105,7 @@ void keepFreedMemory()
 
 } // namespace
 
-int tellOutcome(const jobs::JobResult& result, const char* command)
+int reportOutcome(const jobs::JobResult& result, const char* command)
 {
     if (result.done())
         return kDone;
@@ -127,7 +126,7 @@ int tellOutcome(const jobs::JobResult& result, const char* command)
 int main(int argc, char** argv)
 {
     orvo::cli::keepFreedMemory();
-    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away shows as an error of writing, not as the program's death
+    std::signal(SIGPIPE, SIG_IGN); // a closed reader gives a write error instead of ending the program
     try {
         return orvo::cli::finishOutput(orvo::cli::run(argc, argv));
     } catch (const std::exception& error) {

@@ -7,7 +7,7 @@
 namespace orvo::cli {
 namespace {
 
-/// Optimal string alignment: the distance of Damerau (1964) in which no letter is edited twice.
+/// Optimal string alignment: the distance of Damerau (1964) without editing a letter twice.
 std::size_t distance(std::string_view a, std::string_view b)
 {
     std::vector<std::vector<std::size_t>> cost(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
@@ -33,7 +33,7 @@ std::string_view nearestWord(std::string_view typed, std::span<const std::string
     std::size_t bestDistance = typed.size() + 1;
     for (const std::string_view word : known) {
         const std::size_t here = distance(typed, word);
-        // Half of the letters right, or there is no likeness left.
+        // At least half of the letters must match.
         if (here < bestDistance && 2 * here <= std::max(word.size(), typed.size())) {
             best = word;
             bestDistance = here;

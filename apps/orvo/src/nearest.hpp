@@ -1,4 +1,4 @@
-/// Finds what somebody meant who mistyped.
+/// Suggestions for mistyped words.
 #pragma once
 
 #include <span>
@@ -6,8 +6,8 @@
 
 namespace orvo::cli {
 
-/// The word of `known` that is nearest to `typed`, by single letters left out, added, changed, or swapped with the
-/// next; empty if none is near enough to be meant.
+/// The word of `known` nearest to `typed`, by omitted, added, changed or swapped letters; empty if none is close
+/// enough.
 [[nodiscard]] std::string_view nearestWord(std::string_view typed, std::span<const std::string_view> known);
 
 } // namespace orvo::cli

@@ -1,4 +1,4 @@
-/// Reading of a command's options, the same for all commands.
+/// Option parsing, shared by all commands.
 #pragma once
 
 #include "command.hpp"
@@ -14,7 +14,7 @@
 
 namespace orvo::cli {
 
-/// A command's own reader of options: its name in help texts is "orvo NAME".
+/// The option parser of a command; its name in help texts is "orvo NAME".
 class Options : public CLI::App
 {
 public:
@@ -28,8 +28,8 @@ public:
         set_help_flag("-h,--help", "print this help");
     }
 
-    /// Reads the arguments into the variables that were bound. Returns the exit code if the command ends here: after
-    /// help, or with wrong usage told on standard error.
+    /// Parses the arguments into the bound variables. Returns the exit code if the command ends here: after help, or
+    /// after an error message about wrong usage.
     std::optional<int> read(int argc, char** argv)
     {
         try {
@@ -46,8 +46,8 @@ public:
     }
 
 private:
-    /// As CLI11 wants them, the last one first. It would take "[a,b]" for a list; no value of ours is one, but a file
-    /// may have such a name, and "./" before it changes nothing.
+    /// In reverse order, as CLI11 requires. It would parse "[a,b]" as a list; no option takes one, but a file may have
+    /// such a name, and a "./" before it changes nothing.
     static std::vector<std::string> arguments(int argc, char** argv)
     {
         std::vector<std::string> reversed;
@@ -62,7 +62,7 @@ private:
     std::string command;
 };
 
-/// Accepts numbers of a range; says nothing in the help, where the option's own text tells it better.
+/// Accepts numbers of a range; adds nothing to the help, since the option's text describes the range.
 inline CLI::Validator between(double low, double high)
 {
     return CLI::Validator(
@@ -71,14 +71,14 @@ inline CLI::Validator between(double low, double high)
             if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high)
                 return {};
             std::ostringstream complaint;
-            complaint.precision(9); // no limit is told as a power of ten
+            complaint.precision(9); // prints limits without an exponent
             complaint << "expected " << low << " to " << high << ", found " << text;
             return complaint.str();
         },
         "");
 }
 
-/// Accepts the names of a table, whose rows begin with them.
+/// Accepts the names in the first column of a table.
 template <typename Table>
 CLI::Validator oneOf(const Table& table)
 {

@@ -53,7 +53,7 @@ int finishOutput(int exitCode)
 {
     if (firstOutputError == 0 || firstOutputError == EPIPE || exitCode != kDone)
         return exitCode;
-    complain(std::string("the standard output cannot be written: ") + std::strerror(firstOutputError));
+    complain(std::string("cannot write to standard output: ") + std::strerror(firstOutputError));
     return kFailed;
 }
 

@@ -1,4 +1,4 @@
-/// What the program writes: results on standard output, complaints on standard error.
+/// Output of the program: results on standard output, errors on standard error.
 #pragma once
 
 #include <streambuf>
@@ -7,24 +7,22 @@
 
 namespace orvo::cli {
 
-/// Writes to standard output. A reader that has gone away is no error.
+/// Writes to standard output. A closed reader is not an error.
 void say(std::string_view text);
 
 /// One line on standard error, "orvo: ..." .
 void complain(std::string_view message);
 
-/// The second line of a complaint about wrong usage. `command` may be empty.
+/// The second line of an error about wrong usage. `command` may be empty.
 void hintAtHelp(const std::string& command);
 
-/// The text with control characters replaced, so that a file's name can neither break the line nor talk to the
-/// terminal.
+/// The text with control characters replaced, so that a file name can neither break the line nor control the terminal.
 [[nodiscard]] std::string printable(std::string_view text);
 
-/// The exit code of the program: `exitCode`, unless standard output could not be written (a full disk, for example).
+/// The exit code of the program: `exitCode`, unless writing to standard output failed (a full disk, for example).
 [[nodiscard]] int finishOutput(int exitCode);
 
-/// Lets nothing through std::cerr while it lives: the libraries below write there too, but what went wrong is told
-/// once, by the program.
+/// Silences std::cerr during its lifetime: the libraries also write there, but the program reports an error once.
 class SilentStandardError
 {
 public:

@@ -15,19 +15,19 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Stitches pictures that were taken from one point, each turned a little against the others,\n"
-    "into one wide picture. In any order and in several rows; neighbours should share a third.\n"
-    "Also of exposure brackets, and of a video that pans.\n";
+    "Stitches pictures that were taken from one point in different directions\n"
+    "into one wide picture. In any order and in several rows; neighbours should overlap by a third.\n"
+    "Also stitches exposure brackets, or a video of a pan.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  A valley in five pictures:\n"
                                   "    orvo pano IMG_1.jpg IMG_2.jpg IMG_3.jpg IMG_4.jpg IMG_5.jpg -o valley.jpg\n"
-                                  "  A facade, its edges straight:\n"
+                                  "  A facade with straight edges:\n"
                                   "    orvo pano *.jpg -o facade.tif --projection plane\n"
-                                  "  Three exposures at each place, level, without ragged edges:\n"
+                                  "  Three exposures at each position, level, without ragged edges:\n"
                                   "    orvo pano --brackets *.jpg -o hall.tif --straighten --crop auto\n"
                                   "  A pan:\n"
                                   "    orvo pano --video pan.mp4 -o pan.jpg --projection cylindrical\n"
-                                  "  A small one to look at:\n"
+                                  "  A small preview:\n"
                                   "    orvo pano *.jpg -o preview.jpg --max-size 1600\n";
 
 constexpr std::array<std::pair<std::string_view, WarpType>, 6> kProjections = {{
@@ -135,15 +135,15 @@ struct PanoOptions
 void bindPanoOptions(Options& app, PanoOptions& options)
 {
     app.add_option("--projection", options.projection,
-                   "plane, cylindrical, spherical, fisheye, planet or mercator; else spherical")
+                   "plane, cylindrical, spherical, fisheye, planet or mercator; default spherical")
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     app.add_option("--max-size", options.maxSize,
-                   "longest side at most, in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
-                       "; else as fine as the FILES")
+                   "limit of the longest side in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
+                       "; default: the resolution of the FILES")
         ->type_name("N")
         ->check(between(1, kLongestPanoramaSide));
-    app.add_flag("--devignette", options.request.devignette, "lighten dark corners by what the overlaps tell");
+    app.add_flag("--devignette", options.request.devignette, "remove dark corners, measured in the overlaps");
     bindCorrections(app, options.request.chromaticAberrations, options.request.lensCorrection);
 }
 
@@ -161,11 +161,11 @@ void bindSourceOptions(Options& app, PanoOptions& options)
         ->type_name("N")
         ->needs(video)
         ->check(between(0, kMostFrames));
-    app.add_option("--to", options.request.to, "the frame after its last one; else all")
+    app.add_option("--to", options.request.to, "the frame after its last one; default: all")
         ->type_name("N")
         ->needs(video)
         ->check(between(1, kMostFrames));
-    app.add_option("--frame", options.frames, "put this part of frame N in, X,Y,W,H in pixels; may be repeated")
+    app.add_option("--frame", options.frames, "add this part of frame N, X,Y,W,H in pixels; may be repeated")
         ->type_name("N:X,Y,W,H")
         ->needs(video)
         ->expected(1)
@@ -184,7 +184,7 @@ void bindViewOptions(Options& app, PanoOptions& options)
         ->check(between(-kHalfTurn, kHalfTurn));
     app.add_flag("--straighten", options.request.straighten, "then turn it until the horizon is level");
     app.add_option("--crop", options.crop,
-                   "none, auto for the largest full rectangle, or X,Y,W,H in pixels of none; else none")
+                   "none, auto for the largest full rectangle, or X,Y,W,H in pixels of none; default none")
         ->type_name("CROP")
         ->check(cropText());
 }
@@ -219,7 +219,8 @@ void completeRequest(PanoOptions& options)
     request.projection = projectionOf(options.projection);
 }
 
-/// Without the digits that no estimate has, and a float as a double would show. `perUnit`: a power of ten.
+/// Removes digits beyond the accuracy of an estimate, which a float printed as a double would show. `perUnit`: a power
+/// of ten.
 double roundedTo(double value, double perUnit)
 {
     return std::round(value * perUnit) / perUnit + 0.0; // not -0
@@ -227,7 +228,7 @@ double roundedTo(double value, double perUnit)
 
 nlohmann::ordered_json rotationAsJson(const std::array<float, 9>& rotation)
 {
-    constexpr double kPerUnit = 1e7; // as fine as a float of 1
+    constexpr double kPerUnit = 1e7; // the precision of a float near 1
     auto json = nlohmann::ordered_json::array();
     for (const float element : rotation)
         json.push_back(roundedTo(static_cast<double>(element), kPerUnit));

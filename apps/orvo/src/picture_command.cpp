@@ -11,11 +11,11 @@
 namespace orvo::cli {
 namespace {
 
-/// Log lines are appended to a file, whatever it is: it must not be one of the pictures.
+/// Log lines are appended to any existing file, so it must not be one of the pictures.
 bool logIsAPicture(const PictureCommand& command)
 {
     const std::filesystem::path log = command.run.log;
-    std::error_code missing; // a file that is not there is no other file
+    std::error_code missing; // a missing file is not equivalent to another
     const auto isLog = [&](const std::filesystem::path& file) {
         return file.lexically_normal() == log.lexically_normal() || std::filesystem::equivalent(file, log, missing);
     };
@@ -73,17 +73,17 @@ void bindOutput(Options& app, std::string& output)
 
 void bindFormat(Options& app, jobs::PictureJobRequest& request)
 {
-    app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100; else 95")
+    app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100; default 95")
         ->type_name("N")
         ->check(between(1, 100));
-    app.add_option("--bits", request.bits, "bits of a sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32")
+    app.add_option("--bits", request.bits, "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32")
         ->type_name("N")
         ->check(between(8, 32));
 }
 
 void bindFrameNumber(Options& app, const std::string& name, std::optional<int>& number, const std::string& about)
 {
-    constexpr int kMostFrames = 1'000'000; // beyond any bracket; the job knows how many there are
+    constexpr int kMostFrames = 1'000'000; // more than any bracket; the job knows the actual number
     app.add_option(name, number, about)->type_name("N")->check(between(1, kMostFrames));
 }
 
@@ -94,7 +94,7 @@ std::optional<std::size_t> frameIndex(const std::optional<int>& number)
 
 void bindDeghost(Options& app, std::optional<int>& amount)
 {
-    app.add_option("--deghost", amount, "take out ghosts of what moved, 0 (least) to 4 (most)")
+    app.add_option("--deghost", amount, "remove ghosts of moving subjects, 0 (least) to 4 (most)")
         ->type_name("N")
         ->check(between(0, 4));
 }
@@ -118,7 +118,7 @@ void bindRun(Options& app, jobs::PictureJobRequest& request, RunOptions& run)
         ->check(between(1, kMostThreads));
     app.add_flag("--quiet", run.quiet, "print nothing but errors");
     app.add_flag("--json", run.json, "print the result as JSON, for scripts");
-    app.add_option("--log", run.log, "append what is done to FILE, or to log_orvo.txt in a folder")->type_name("FILE");
+    app.add_option("--log", run.log, "append log lines to FILE, or to log_orvo.txt in a folder")->type_name("FILE");
 }
 
 int runPictureCommand(const PictureCommand& command)
@@ -138,7 +138,7 @@ int runPictureCommand(const PictureCommand& command)
     const jobs::RunReport& report = command.report;
     LOG(__orvolog() << "orvo " << command.name << ": " << (report.done() ? "done" : report.message));
     if (!report.done())
-        return tellOutcome(report, command.name.c_str());
+        return reportOutcome(report, command.name.c_str());
     if (!command.run.quiet)
         for (const std::string& warning : report.warnings)
             complain("note: " + warning);

@@ -1,4 +1,4 @@
-/// What the commands that make pictures of pictures share: options, running, and how the result is told.
+/// Shared by commands that make pictures from pictures: options, running, and reporting the result.
 #pragma once
 
 #include "json_text.hpp"
@@ -19,7 +19,7 @@ inline constexpr const char* kExitCodes = "\nExit codes: 0 done, 1 failed, 2 wro
 
 inline constexpr const char* kReadable = "JPEG, PNG, TIFF, WebP, EXR, HEIC, AVIF or camera raw";
 
-/// Options of a run that no job needs to know.
+/// Options of a run that do not concern the job.
 struct RunOptions
 {
     bool quiet = false;
@@ -27,16 +27,16 @@ struct RunOptions
     std::string log;
 };
 
-/// The pictures, FILES.
+/// The positional argument FILES: the pictures.
 void bindFiles(Options& app, std::vector<std::string>& files);
-/// The result: --output.
+/// --output: the result.
 void bindOutput(Options& app, std::string& output);
-/// How it is written: --quality, --bits.
+/// --quality and --bits.
 void bindFormat(Options& app, jobs::PictureJobRequest& request);
-/// An option that counts the FILES from 1, as people do, and what the jobs make of it.
+/// An option that counts the FILES from 1, and its conversion for the jobs.
 void bindFrameNumber(Options& app, const std::string& name, std::optional<int>& number, const std::string& about);
 [[nodiscard]] std::optional<std::size_t> frameIndex(const std::optional<int>& number);
-/// --deghost, and what the jobs make of it.
+/// --deghost, and its conversion for the jobs.
 void bindDeghost(Options& app, std::optional<int>& amount);
 [[nodiscard]] std::optional<DeghostAmount> deghostAmount(const std::optional<int>& amount);
 /// --chromatic and --lens.
@@ -44,20 +44,20 @@ void bindCorrections(Options& app, bool& chromaticAberrations, bool& lensCorrect
 /// --threads, --quiet, --json, --log.
 void bindRun(Options& app, jobs::PictureJobRequest& request, RunOptions& run);
 
-/// A command that is about to run.
+/// A command to run.
 struct PictureCommand
 {
     std::string name;
     RunOptions run;
     std::vector<std::filesystem::path> inputs;
-    std::filesystem::path output; ///< a file, or the folder of several
+    std::filesystem::path output; ///< a file, or a folder for several
     std::function<void(const jobs::JobCallbacks&)> job;
     const jobs::RunReport& report;                ///< filled by `job`
-    std::function<nlohmann::ordered_json()> json; ///< what is told of the result beside the run itself
-    std::function<std::string()> sentence;        ///< the same for people, without the time
+    std::function<nlohmann::ordered_json()> json; ///< the result, without the report of the run
+    std::function<std::string()> sentence;        ///< the same as text, without the time
 };
 
-/// Runs the job with progress, Ctrl-C and the log, tells its result, and returns the exit code.
+/// Runs the job with progress, Ctrl-C and the log, prints its result, and returns the exit code.
 [[nodiscard]] int runPictureCommand(const PictureCommand& command);
 
 /// Members "size", "bits" and "profile" after "output".

@@ -14,11 +14,11 @@
 namespace orvo::cli {
 namespace {
 
-constexpr int kWidestBar = 40;  // characters; longer ones are harder to read, not easier
-constexpr int kTextWidth = 32;  // characters beside the bar: brackets, percent, and the name of the step
-constexpr int kUsualWidth = 80; // of a terminal that does not tell its own
-constexpr int kBlock = 6;       // characters of what moves while a step tells nothing
-constexpr std::chrono::milliseconds kMove(250); // calm, but alive
+constexpr int kWidestBar = 40;  // characters; longer bars are harder to read
+constexpr int kTextWidth = 32;  // characters around the bar: brackets, percent, and the name of the step
+constexpr int kUsualWidth = 80; // of a terminal that does not report its width
+constexpr int kBlock = 6;       // characters of the block that moves during an opaque step
+constexpr std::chrono::milliseconds kMove(250); // slow, but visible
 
 bool isTerminal()
 {
@@ -39,7 +39,7 @@ std::string rightAligned(long number)
     return std::string(kDigits - std::min(kDigits, digits.size()), ' ') + digits;
 }
 
-/// A block that goes to and fro in a bar of `length`, by one character each move.
+/// A block that moves back and forth in a bar of `length`, by one character each time.
 std::string movingBlock(int length, long moves)
 {
     const int block = std::min(kBlock, length);
@@ -100,7 +100,7 @@ void ProgressBar::draw()
                   std::string(static_cast<std::size_t>(length - filled), '.');
         amount = rightAligned(std::lround(last->fraction * 100)) + " %";
     }
-    // The escape sequence of ECMA-48 that empties the line from the cursor on.
+    // The ECMA-48 escape sequence that clears the line from the cursor.
     std::fprintf(stderr, "\r[%s] %s %s\033[K", picture.c_str(), amount.c_str(), jobs::stepText(last->step));
     std::fflush(stderr);
 }

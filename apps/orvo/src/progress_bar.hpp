@@ -1,4 +1,4 @@
-/// Shows where a job is.
+/// Shows the progress of a job.
 #pragma once
 
 #include <jobs/job.hpp>
@@ -14,13 +14,13 @@ namespace orvo::cli {
 
 enum class Talk
 {
-    Silent,  ///< nothing at all
+    Silent,  ///< nothing
     BarOnly, ///< a bar on a terminal, else nothing: standard output is for a machine
     Full,    ///< a bar on a terminal, else a line on standard output for each step
 };
 
-/// One bar at the bottom of the terminal that standard error is, taken away at the end. While a step is opaque it shows
-/// how long that has been going on, and moves.
+/// A bar on standard error if that is a terminal, cleared at the end. During an opaque step it shows the elapsed time,
+/// and moves.
 class ProgressBar
 {
 public:
@@ -42,7 +42,7 @@ private:
 
     const Talk talk;
     const bool bar;
-    std::mutex mutex; // of all below
+    std::mutex mutex; // for all members below
     std::condition_variable ended;
     bool isEnded = false;
     std::optional<jobs::JobProgress> last;

@@ -11,15 +11,15 @@ namespace {
 
 constexpr const char* kAbout =
     "Merges a focus series (the same view taken several times, each focused nearer or farther)\n"
-    "into one picture that is sharp throughout, from the near edge of a flower to the far one.\n"
-    "Give the files in the order of the focus. They are brought into line, since focusing\n"
-    "makes things a little larger or smaller.\n";
+    "into one picture that is sharp throughout.\n"
+    "Give the files in the order of the focus. The frames are aligned, since focusing\n"
+    "changes the scale a little.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  A flower, focused from its front to its back:\n"
                                   "    orvo stack IMG_01.jpg IMG_02.jpg IMG_03.jpg -o flower.jpg\n"
-                                  "  A rail and a lens that does not breathe: nothing to bring into line:\n"
+                                  "  A rail and a lens that does not breathe; no alignment needed:\n"
                                   "    orvo stack *.tif -o coin.tif --no-align\n"
-                                  "  Leaves that moved are kept as in the fourth file:\n"
+                                  "  Moving leaves, kept as in the fourth file:\n"
                                   "    orvo stack *.dng -o forest.tif --deghost 2 --reference 4\n";
 
 struct StackOptions
@@ -36,9 +36,9 @@ struct StackOptions
 void bindStackOptions(Options& app, StackOptions& options)
 {
     auto& request = options.request;
-    app.add_flag("--no-align", options.noAlign, "the frames are in line already: leave them as they are");
+    app.add_flag("--no-align", options.noAlign, "do not align the frames");
     bindFrameNumber(app, "--reference", options.reference,
-                    "align to the Nth of the FILES, from 1; else the middle one");
+                    "align to the Nth of the FILES, from 1; default: the middle one");
     bindDeghost(app, options.deghost);
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
 }

@@ -11,13 +11,13 @@ namespace {
 constexpr const char* kAbout =
     "Enlarges a picture to twice its width and height, or up to 16 times, with sharper edges and\n"
     "finer detail than plain resizing: for a large print of an old file, or after a tight crop.\n"
-    "Faces are sharpened with care of their own. A network in ONNX of yours may do the work.\n";
+    "Faces are detected and sharpened. An ONNX network can replace the built-in filters.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  Twice the size, for a print:\n"
                                   "    orvo upscale portrait.jpg -o portrait-large.tif\n"
-                                  "  Four times, of a small and noisy picture from an old telephone:\n"
+                                  "  Four times, for a small and noisy picture from an old phone:\n"
                                   "    orvo upscale phone.jpg -o phone-large.jpg --passes 2 --denoise 2\n"
-                                  "  By a network:\n"
+                                  "  With a network:\n"
                                   "    orvo upscale bird.png -o bird-large.png --model esr.onnx\n";
 
 struct UpscaleOptions
@@ -33,16 +33,15 @@ struct UpscaleOptions
 void bindUpscaleOptions(Options& app, UpscaleOptions& options)
 {
     auto& request = options.request;
-    app.add_option("--passes", request.passes,
-                   "times that it is doubled, 1 to 4: each side grows 2 to 16 times; else 1")
+    app.add_option("--passes", request.passes, "number of doublings, 1 to 4: each side grows 2 to 16 times; default 1")
         ->type_name("N")
         ->check(between(1, kMostUpscalePasses));
-    app.add_option("--denoise", request.denoise, "smooth noise before, 0 (not) to 3 (most); else 0")
+    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 (not) to 3 (most); default 0")
         ->type_name("N")
         ->check(between(0, 3));
-    app.add_flag("--crisp", request.crisp, "make soft edges crisper");
-    app.add_flag("--no-faces", options.noFaces, "leave faces as they are");
-    app.add_option("--model", options.model, "let this network do it: a super-resolution network in ONNX")
+    app.add_flag("--crisp", request.crisp, "sharpen soft edges");
+    app.add_flag("--no-faces", options.noFaces, "do not sharpen faces");
+    app.add_option("--model", options.model, "use this ONNX super-resolution network instead of the filters")
         ->type_name("FILE");
 }
 

@@ -17,7 +17,7 @@ namespace orvo {
 /// Example:
 ///   orvo::AdjustmentLayer layer(0);
 ///   layer.edits().append(edit);
-///   layer.addEffect(effect); // set up as the edit says
+///   layer.addEffect(effect); // configured by the edit
 ///   for (const auto& next : layer.getEffects())
 ///       next->processImage(call);
 class ORVO_EXPORT AdjustmentLayer : public BaseLayer

@@ -15,7 +15,7 @@ class BrushQueue;
 class Effect;
 class PreProcessInfo;
 
-/// Copies share brush and queue.
+/// Copies share the brush and the queue.
 class ORVO_EXPORT BaseLayer
 {
 public:
@@ -26,20 +26,20 @@ public:
 
     /// The value of the layer's mask where nothing is painted.
     [[nodiscard]] virtual float defaultMaskValue() const;
-    /// The picture below the layer, for layers that keep one. Here: nothing, and an empty pointer.
+    /// The picture below the layer, for layers that keep one. Here: does nothing, and returns an empty pointer.
     virtual void setBaseImage(std::shared_ptr<const _ImageData<PixelRGB<float>>> image);
     [[nodiscard]] virtual std::shared_ptr<const _ImageData<PixelRGB<float>>> getBaseImage() const;
-    /// Before `effects` run. Here: nothing.
+    /// Called before `effects` run. Here: does nothing.
     virtual void preProcess(std::shared_ptr<PreProcessInfo>& info, std::vector<Effect*>& effects);
-    /// Undoes preProcess(). Here: nothing.
+    /// Undoes preProcess(). Here: does nothing.
     virtual void preProcessReset(std::shared_ptr<PreProcessInfo>& info);
-    /// Drops what edits keep between runs. Here: nothing.
+    /// Drops the data that edits keep between runs. Here: does nothing.
     virtual void cleanEditsCache();
 
-    /// Empty if the layer is not painted on. The brush belongs to the application and is only passed on.
+    /// Empty if nothing is painted on the layer. The brush belongs to the application and is only passed on.
     [[nodiscard]] const std::shared_ptr<BrushController>& getBrushController() const { return brushController; }
     void setBrushController(std::shared_ptr<BrushController> controller) { brushController = std::move(controller); }
-    /// The queue of strokes on the layer. Replaces the held one.
+    /// The queue of strokes on the layer. The setter replaces the current one.
     void setBrushQueue(std::shared_ptr<BrushQueue> queue) { brushQueue = std::move(queue); }
     [[nodiscard]] const std::shared_ptr<BrushQueue>& getBrushQueue() const { return brushQueue; }
     [[nodiscard]] bool isLensPreviewEffectAmountChanged() const { return lensPreviewEffectAmountChanged; }

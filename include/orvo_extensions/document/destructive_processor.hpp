@@ -25,7 +25,7 @@ private:
     std::shared_ptr<ImageProvider> imageProvider;
 };
 
-/// The same for a whole picture.
+/// The same, for a complete picture.
 class ORVO_EXPORT DestructiveImageProcessor : public DestructiveProcessor
 {
 public:

@@ -20,22 +20,22 @@ namespace orvo {
 /// The effects of an edit, by their identifiers.
 struct ORVO_EXPORT EditEffects
 {
-    static constexpr std::size_t kBuckets = 8; ///< at first; a tool has a handful of effects
+    static constexpr std::size_t kBuckets = 8; ///< initial; a tool has few effects
 
     std::map<std::string, Parameters> parameters;
     std::vector<std::string> order; ///< as the tool applies them
     std::unordered_map<std::string, EffectMaskInfo> masks{kBuckets};
 };
 
-/// A value. Copies are deep, except that they share the identifier, the context of the parameters and the kept picture,
-/// which never change.
+/// A value. Copies are deep, except that they share the identifier, the context of the parameters and the stored
+/// picture, which never change.
 class ORVO_EXPORT Edit
 {
 public:
-    /// Initially no effect of `tool` has parameters or a mask.
-    /// `id`: the identity of this edit; may be empty. `permanent`: cannot be removed. `locked`: cannot
-    /// be changed. `person`: the number of the person that the edit is limited to. `processorLayerIndex`: the layer
-    /// that applies it. `developBase`: belongs to the development of the picture.
+    /// Initially no effect of `tool` has parameters or a mask. `id`: the identity of this edit; may be empty.
+    /// `permanent`: the edit cannot be removed. `locked`: it cannot be changed. `person`: the number of the person that
+    /// it is limited to. `processorLayerIndex`: the layer that applies it. `developBase`: it is part of the development
+    /// of the picture.
     Edit(const ToolDescription& tool, std::shared_ptr<const Identifier> id, bool permanent,
          std::shared_ptr<const EffectParametersContext> parametersContext, bool locked, int person,
          int processorLayerIndex, bool developBase);
@@ -45,7 +45,7 @@ public:
     Edit(Edit&&) noexcept;
     Edit& operator=(Edit&&) noexcept;
 
-    /// Spelled as the document libraries have it.
+    /// Spelled as in the document libraries.
     [[nodiscard]] const ToolDescription& getToolDesription() const { return tool; }
     [[nodiscard]] const EditEffects& getEffects() const { return effects; }
     /// Both throw std::invalid_argument if the tool has no such effect.
@@ -57,7 +57,7 @@ public:
     [[nodiscard]] const std::string& getMask() const { return mask; }
     void setMask(std::string resource) { mask = std::move(resource); }
     [[nodiscard]] bool hasMask() const { return !noMask; }
-    /// Stores the flag of which hasMask() is the negation: true means that there is no mask.
+    /// Stores the negation of hasMask(): true means that there is no mask.
     void setMaskFlag(bool flag) { noMask = flag; }
     [[nodiscard]] bool isPermanentEdit() const { return permanent; }
     [[nodiscard]] bool getEnabled() const { return enabled; }
@@ -86,7 +86,7 @@ public:
     [[nodiscard]] int getProcessorLayerIndex() const { return processorLayerIndex; }
     [[nodiscard]] bool isDevelopBase() const { return developBase; }
 
-    /// By the name of the tool (ToolNames).
+    /// These compare the name of the tool (ToolNames).
     [[nodiscard]] bool isCloneEdit() const;
     [[nodiscard]] bool isEraseEdit() const;
 

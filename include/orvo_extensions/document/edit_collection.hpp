@@ -25,10 +25,10 @@ public:
     [[nodiscard]] std::uint64_t size() const { return edits.size(); }
     /// Returns the index of the new edit.
     std::uint64_t append(const Edit& edit);
-    /// Throws std::out_of_range; NoEdit is out of every range.
+    /// Throws std::out_of_range, always for NoEdit.
     [[nodiscard]] const Edit& at(std::uint64_t index) const { return edits.at(index); }
     [[nodiscard]] Edit& at(std::uint64_t index) { return edits.at(index); }
-    /// The index of the first edit with that identity; NoEdit if there is none, and for an empty pointer.
+    /// The index of the first edit with this identity; NoEdit if there is none or `id` is empty.
     [[nodiscard]] std::uint64_t indexOf(const std::shared_ptr<const Identifier>& id) const;
 
 private:

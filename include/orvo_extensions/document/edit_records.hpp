@@ -13,13 +13,13 @@
 
 namespace orvo {
 
-/// How an edit blends with what lies below. Further values belong to the library that blends.
+/// How an edit blends with the picture below. Further values belong to the library that blends.
 enum class BlendModeType : std::int32_t
 {
     Normal = 0,
 };
 
-/// Display and shape of an edit's mask. Only carried here; initially 0.
+/// Display and shape of an edit's mask. Only passed on here; initially 0.
 struct ORVO_EXPORT MaskSetting
 {
     std::uint64_t bits = 0;
@@ -27,7 +27,7 @@ struct ORVO_EXPORT MaskSetting
     bool operator==(const MaskSetting&) const = default;
 };
 
-/// A picture of its result that an edit keeps; initially empty. Only carried here; copies share the pixels.
+/// A picture of an edit's result; initially empty. Only passed on here; copies share the pixels.
 struct ORVO_EXPORT ImageDump
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels;
@@ -35,7 +35,7 @@ struct ORVO_EXPORT ImageDump
     [[nodiscard]] bool empty() const { return pixels == nullptr; }
 };
 
-/// Names for display, by effect.
+/// Display names, by effect.
 using PrettyNames = std::map<std::string, std::wstring>;
 
 /// A summary of an edit, for lists of edits. Plain data; the functions here read `parameters` only.
@@ -57,9 +57,9 @@ struct ORVO_EXPORT EditInfo
     bool permanent = false;
     std::wstring name;
 
-    /// There is something to apply.
+    /// True if there is something to apply.
     explicit operator bool() const { return !parameters.empty(); }
-    /// The edit is in its initial state.
+    /// True if the edit is in its initial state.
     [[nodiscard]] bool isResetState() const { return parameters.empty(); }
 };
 
@@ -69,7 +69,7 @@ struct ORVO_EXPORT EffectMaskInfo
     std::string identifier;
     std::string resource;
 
-    /// Either text is missing, so that there is no mask.
+    /// True if either text is missing: there is no mask.
     [[nodiscard]] bool empty() const { return identifier.empty() || resource.empty(); }
 };
 

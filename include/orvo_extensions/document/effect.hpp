@@ -17,8 +17,8 @@
 
 namespace orvo {
 
-/// What a tool does to a picture. Libraries that are built separately call these operations by their slot in the table
-/// of virtual functions: the order is part of the interface, and new operations go to the end.
+/// What a tool does to a picture. Libraries that are built separately call these operations by their slot in the
+/// virtual function table: the order is part of the interface, and new operations are added at the end.
 ///
 /// A new effect overrides processImage() and clone(), and every operation whose default does not fit. An effect belongs
 /// to one thread at a time. Copies share mask layers, contexts and caches.
@@ -33,20 +33,21 @@ class ORVO_EXPORT Effect
 {
 public:
     virtual ~Effect();
-    /// Drops what earlier runs left. Here: the held source and cache.
+    /// Drops the data of earlier runs. Here: the stored source and the cache.
     virtual void clearCache();
-    /// Before the picture is processed. Here: nothing.
+    /// Called before the picture is processed. Here: does nothing.
     virtual void preProcess(std::shared_ptr<PreProcessInfo>& info);
-    /// Before the effect is removed. Here: nothing.
+    /// Called before the effect is removed. Here: does nothing.
     virtual void preRemove(std::shared_ptr<PreReleaseInfo>& info);
-    /// Computes parameters that suit the picture, for getSuggestedParameters(); false if there are none. Here: false.
+    /// Computes parameters that suit the picture, for getSuggestedParameters(). Returns false if there are none. Here:
+    /// false.
     virtual bool computeSuggestedParameters();
-    /// The mask of the last run, and a small one of it. Here: empty.
+    /// The mask of the last run, and a small version of it. Here: empty.
     [[nodiscard]] virtual std::shared_ptr<const MaskImage> getLastProcessMask() const;
     [[nodiscard]] virtual std::shared_ptr<const MaskImage> getLastProcessMaskThumbnail() const;
     /// Writes `call.result`. Returns false if the call was cancelled or failed; the result is then invalid.
     virtual bool processImage(EffectCallContext& call) = 0;
-    /// A new effect of the same class and settings. Here: empty, for classes that cannot be copied.
+    /// Returns a new effect of the same class and settings. Here: empty, for classes that cannot be copied.
     [[nodiscard]] virtual std::shared_ptr<Effect> clone() const;
     /// Resets all parameters to the defaults of getProperties().
     virtual void setParametersDefault();
@@ -60,13 +61,13 @@ public:
     /// False if the effect would change nothing. Here: true.
     [[nodiscard]] virtual bool isNeedProcessing() const;
     virtual void setAdditionalSettings(std::shared_ptr<const EffectAdditionalSettings> settings);
-    /// The part of the source that a part of the result depends on, and the other way round. Here: the same part.
+    /// The part of the source that a part of the result depends on, and the reverse. Here: the same part.
     [[nodiscard]] virtual _Rect<int> getInRectForOutRect(const GetRectParameters& part) const;
     [[nodiscard]] virtual _Rect<int> getOutRectForInRect(const GetRectParameters& part) const;
     virtual void setContext(std::shared_ptr<EffectContext> context);
     /// Identifiers of the mask layers that are set, in ascending order.
     [[nodiscard]] virtual std::vector<std::string> getMaskLayersIdentifiers() const;
-    /// Returns a new layer without a mask; it takes effect through setMaskLayerForIdentifier().
+    /// Returns a new layer without a mask. setMaskLayerForIdentifier() puts it into use.
     [[nodiscard]] virtual std::shared_ptr<EffectMaskLayer> makeMaskLayerForIdentifier(const std::string& identifier);
     /// An empty pointer removes the layer.
     virtual void setMaskLayerForIdentifier(const std::string& identifier, std::shared_ptr<EffectMaskLayer> layer);
@@ -78,10 +79,10 @@ protected:
     [[nodiscard]] virtual const std::vector<std::string> amountParameters() const;
 
 public:
-    /// Moves in source, cache and callable.
+    /// Moves the source, the cache and the callable into the effect.
     virtual void setEditInfo(EditCacheInfo info);
-    /// Returns false if `source` is the held one. Otherwise holds it from now on, drops the cache, calls
-    /// `sourceChanged` of the edit's info, and returns true.
+    /// Returns false if `source` is the stored one. Otherwise stores it, drops the cache, calls `sourceChanged` of the
+    /// edit's info, and returns true.
     virtual bool checkAndSetEditInfoSource(std::shared_ptr<const _ImageData<PixelRGB<float>>> source);
     /// Releases the source.
     virtual void freeEditInfoSource();
@@ -89,7 +90,7 @@ public:
     [[nodiscard]] virtual Transforms getTransforms() const;
 
     [[nodiscard]] const EffectProperties& getProperties() const { return properties; }
-    /// Spelled as the document libraries have it.
+    /// Spelled as in the document libraries.
     [[nodiscard]] const std::shared_ptr<const EffectParametersContext>& getPrarmetersContext() const
     {
         return parametersContext;
@@ -103,14 +104,14 @@ public:
     [[nodiscard]] bool isDevelopBase() const { return developBase; }
 
 protected:
-    /// Parameters start from the defaults.
+    /// Initial parameters are the defaults.
     explicit Effect(EffectProperties properties);
     Effect(const Effect&);
     Effect& operator=(const Effect&);
 
     /// For computeSuggestedParameters().
     void setSuggestedParameters(std::vector<Parameter> list);
-    /// The layer of that identifier; empty if there is none.
+    /// The layer with this identifier; empty if there is none.
     [[nodiscard]] std::shared_ptr<const EffectMaskLayer> maskLayer(const std::string& identifier) const;
     [[nodiscard]] const EditCacheInfo& editInfo() const { return cacheInfo; }
     [[nodiscard]] const std::shared_ptr<EffectContext>& context() const { return effectContext; }

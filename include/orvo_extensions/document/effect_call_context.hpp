@@ -15,15 +15,15 @@ namespace orvo {
 
 class Effect;
 
-/// One call of Effect::processImage(). A record; copies share pictures and lists. Flags and effect are the caller's and
-/// outlive the call.
+/// One call of Effect::processImage(). A record; copies share pictures and lists. The caller owns the flags and the
+/// effect, which outlive the call.
 struct ORVO_EXPORT EffectCallContext
 {
     /// `source`: the input of the effect. `result`: its output, of the size of `source`; if empty, the effect creates
     /// it. `unedited`: the picture before any effect; may be empty. `rect`: the part to process; the zero rectangle is
-    /// the whole picture. `image`: the document image, which the context keeps. `cancelRun`, `cancelEffect`: true when
-    /// the whole run, or this effect, must stop; null if neither can happen. `effect`: the effect that is called.
-    /// `processed`: receives an entry for each effect of the run; may be empty.
+    /// the whole picture. `image`: the document image, which the context shares. `cancelRun`, `cancelEffect`: true when
+    /// the whole run, or this effect, must stop; may be null. `effect`: the effect that is called. `processed`:
+    /// receives an entry for each effect of the run; may be empty.
     EffectCallContext(std::shared_ptr<const _ImageData<PixelRGB<float>>> source,
                       std::shared_ptr<_ImageData<PixelRGB<float>>> result,
                       std::shared_ptr<const _ImageData<PixelRGB<float>>> unedited, const _Rect<int>& rect,
@@ -36,7 +36,7 @@ struct ORVO_EXPORT EffectCallContext
     EffectCallContext(EffectCallContext&&) noexcept;
     EffectCallContext& operator=(EffectCallContext&&) noexcept;
 
-    /// Whether either flag is set.
+    /// True if either flag is set.
     [[nodiscard]] bool canceled() const;
 
     std::shared_ptr<const _ImageData<PixelRGB<float>>> source;

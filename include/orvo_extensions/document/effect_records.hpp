@@ -1,4 +1,4 @@
-/// What an effect receives.
+/// Records that an effect receives.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -21,7 +21,7 @@ struct ORVO_EXPORT EffectMaskLayer
     std::shared_ptr<const MaskImage> mask; ///< 0: not at all, 1: in full; empty: everywhere
 };
 
-/// What is known before a picture is processed. Only passed on here; a library with more to say derives from it.
+/// Data known before a picture is processed. Only passed on here; libraries that need more derive from it.
 class ORVO_EXPORT PreProcessInfo
 {
 public:
@@ -31,7 +31,7 @@ public:
     PreProcessInfo& operator=(const PreProcessInfo&) = default;
 };
 
-/// The same, before an effect is removed.
+/// The same, for removing an effect.
 class ORVO_EXPORT PreReleaseInfo
 {
 public:
@@ -41,7 +41,7 @@ public:
     PreReleaseInfo& operator=(const PreReleaseInfo&) = default;
 };
 
-/// Settings beyond parameters. Only passed on here; a library with more to say derives from it.
+/// Settings beyond parameters. Only passed on here; libraries that need more derive from it.
 class ORVO_EXPORT EffectAdditionalSettings
 {
 public:
@@ -51,7 +51,7 @@ public:
     EffectAdditionalSettings& operator=(const EffectAdditionalSettings&) = default;
 };
 
-/// The surroundings of an effect. Only passed on here; a library with more to say derives from it.
+/// The environment of an effect. Only passed on here; libraries that need more derive from it.
 class ORVO_EXPORT EffectContext
 {
 public:
@@ -88,12 +88,12 @@ struct ORVO_EXPORT CacheEnvironment
     std::shared_ptr<EffectsCacheHelper> cache;
 };
 
-/// What an effect keeps between the runs of one edit.
+/// Data that an effect keeps between the runs of one edit.
 struct ORVO_EXPORT EditCacheInfo
 {
-    std::shared_ptr<const _ImageData<PixelRGB<float>>> source; ///< the picture that the cache was filled for
+    std::shared_ptr<const _ImageData<PixelRGB<float>>> source; ///< the picture that the cache belongs to
     std::shared_ptr<EffectsCacheHelper> cache;
-    std::function<void()> sourceChanged; ///< called when the cache no longer fits the source; may be empty
+    std::function<void()> sourceChanged; ///< called when the cache no longer matches the source; may be empty
 };
 
 } // namespace orvo

@@ -31,7 +31,7 @@ public:
     /// The lens corrections that are set.
     [[nodiscard]] Transforms getLensCorrectionOperations() const;
     void setLensCorrection(LensCorrectionData data) { lensCorrection = std::move(data); }
-    /// Either half of the lens correction is missing.
+    /// True if either half of the lens correction is missing.
     [[nodiscard]] bool emptyLC() const { return !lensCorrection.distortion || !lensCorrection.chromaticAberration; }
 
 private:

@@ -23,7 +23,7 @@ public:
     [[nodiscard]] virtual int getCurrentPersonIndex() const;
     /// The identifier of the effect that the user works with. Here: empty.
     [[nodiscard]] virtual std::string getFirstCurrentEffectID() const;
-    /// Resets all layers to the state before any edit. Here: nothing.
+    /// Resets all layers to the state before any edit. Here: does nothing.
     virtual void resetAllLayers();
 
 protected:
@@ -48,15 +48,15 @@ protected:
 class ORVO_EXPORT ImageProcessor : public ImageProcessorInterface
 {
 public:
-    /// The index of the layer that edits go to.
+    /// The index of the layer that receives edits.
     [[nodiscard]] int getCurrentLayerIndex() const { return currentLayerIndex; }
     void setCurrentLayerIndex(int index) { currentLayerIndex = index; }
-    /// By EXIF's numbers.
+    /// An EXIF orientation.
     static constexpr int kUpright = 1;
     [[nodiscard]] int getImageOrientation() const { return imageOrientation; }
     void setImageOrientation(int orientation) { imageOrientation = orientation; }
     [[nodiscard]] OverlayPixelsType overlayPixelsType() const { return overlayPixels; }
-    /// Clipped highlights, and clipped shadows, are marked.
+    /// Whether clipped highlights, and clipped shadows, are marked.
     [[nodiscard]] bool showHotPixels() const { return hotPixels; }
     [[nodiscard]] bool showColdPixels() const { return coldPixels; }
     void setOverlayPixels(OverlayPixelsType type, bool hot, bool cold)

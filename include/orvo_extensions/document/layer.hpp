@@ -12,7 +12,7 @@ namespace orvo {
 
 class ProcessorAdaptor;
 
-/// Copies belong to the same adaptor.
+/// Copies share the adaptor.
 class ORVO_EXPORT Layer : public BaseLayer
 {
 public:

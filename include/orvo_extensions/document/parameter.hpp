@@ -8,7 +8,7 @@
 
 namespace orvo {
 
-/// One control of an effect. Range and unit are the effect's.
+/// One control of an effect. The effect defines range and unit.
 struct ORVO_EXPORT Parameter
 {
     std::string name;
@@ -22,13 +22,13 @@ class ORVO_EXPORT Parameters
 {
 public:
     Parameters();
-    /// Equivalent to set() for each in turn: of several with one name the last one counts.
+    /// Equivalent to set() for each in turn: the last of several with one name wins.
     explicit Parameters(const std::vector<Parameter>& list);
 
     [[nodiscard]] const std::vector<Parameter>& list() const { return entries; }
     /// The value of `name`, or `otherwise` if there is no such parameter.
     [[nodiscard]] float value(const std::string& name, float otherwise) const;
-    /// Replaces the value of that name, or appends it.
+    /// Replaces the value of this name, or appends it.
     void set(const Parameter& parameter);
 
     bool operator==(const Parameters&) const = default;
@@ -44,8 +44,8 @@ struct ORVO_EXPORT EffectProperties
     Parameters defaults;
 };
 
-/// What parameters refer to, such as the picture that they were computed for. Only passed on here; a library with more
-/// to say derives from it.
+/// The context of parameters, such as the picture that they were computed for. Only passed on here; libraries that need
+/// more derive from it.
 class ORVO_EXPORT EffectParametersContext
 {
 public:

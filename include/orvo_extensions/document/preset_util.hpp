@@ -1,5 +1,5 @@
-/// Handles of presets and of document states. Both can be assigned, and nothing else is fixed here: a library that
-/// fills them derives from them.
+/// Handles of presets and of document states. Both are assignable and contain nothing here: libraries that fill them
+/// derive from them.
 #pragma once
 
 #include <orvo_common/export.hpp>

@@ -13,24 +13,24 @@
 
 namespace orvo {
 
-/// Copies have their own table and share the masks in it.
+/// Copies have their own table and share its masks.
 class ORVO_EXPORT ProcessorAdaptor
 {
 public:
-    /// By the key of the erase that they belong to.
+    /// Keyed by the erase that they belong to.
     using EraseMasks = std::map<std::string, std::shared_ptr<const MaskImage>>;
 
-    /// `base`: the identity of the picture that is processed; may be empty.
+    /// `base`: the identity of the processed picture; may be empty.
     explicit ProcessorAdaptor(std::shared_ptr<const Identifier> base);
     virtual ~ProcessorAdaptor();
     ProcessorAdaptor(const ProcessorAdaptor&);
     ProcessorAdaptor& operator=(const ProcessorAdaptor&);
 
     [[nodiscard]] const std::shared_ptr<const Identifier>& getBaseUUID() const { return baseUUID; }
-    /// Requests that the next run ignores what is cached.
+    /// Makes the next run ignore cached results.
     void setClearCache(bool clear) { clearCache = clear; }
     [[nodiscard]] bool isClearCache() const { return clearCache; }
-    /// A copy of the table.
+    /// Returns a copy of the table.
     [[nodiscard]] EraseMasks getEraseMasks() const { return eraseMasks; }
     void setEraseMask(const std::string& key, std::shared_ptr<const MaskImage> mask)
     {

@@ -10,7 +10,7 @@
 
 namespace orvo {
 
-/// How to process a layer. Only carried here.
+/// How to process a layer. Only passed on here.
 struct ORVO_EXPORT ProcessConfig
 {
     std::int32_t mode = 1;
@@ -23,16 +23,16 @@ struct ORVO_EXPORT RenderResult
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
     std::shared_ptr<const _ImageData<PixelRGB<float>>> unedited; ///< before any edit; may be empty
-    bool final = false;                                          ///< no further result follows for this render
+    bool final = false;                                          ///< the last result of this render
 };
 
-/// How to render a picture. Only carried here.
+/// How to render a picture. Only passed on here.
 struct ORVO_EXPORT RenderConfig
 {
     bool flag = false;
 };
 
-/// How often each value occurs in a picture of 8 bits, channel by channel. A plain block of memory.
+/// The count of each value in an 8-bit picture, per channel. A plain block of memory.
 struct ORVO_EXPORT ImageHistogram
 {
     static constexpr int _numBins = 256;

@@ -18,7 +18,7 @@ class ORVO_EXPORT Transformation
 {
 public:
     virtual ~Transformation();
-    /// The coefficients, in an order that the type fixes.
+    /// The coefficients; the type defines their order.
     [[nodiscard]] virtual std::vector<float> serialize() const = 0;
     [[nodiscard]] virtual TransformationType getType() const = 0;
 

@@ -1,4 +1,4 @@
-/// Files that are there whole or not at all: written beside their place and renamed into it.
+/// Atomic output files: written beside their target and renamed onto it.
 #pragma once
 
 #include <cstddef>
@@ -7,38 +7,38 @@
 
 namespace orvo::jobs {
 
-/// An empty file with a name of its own in the folder of `target` and with the same ending. It is removed with this
-/// object unless commit() was called. If `target` is a link to a file, the file it leads to is meant.
+/// An empty file with a unique name in the folder of `target` and with the same ending. The destructor removes it
+/// unless commit() was called. If `target` is a link to a file, the linked file is the target.
 class BesideFile
 {
 public:
-    /// Throws FailureError that names the target, its folder and the cause if no file can be made in it.
+    /// Throws FailureError with the target, its folder and the cause if no file can be created there.
     explicit BesideFile(const std::filesystem::path& target);
     ~BesideFile();
     BesideFile(const BesideFile&) = delete;
     BesideFile& operator=(const BesideFile&) = delete;
 
-    /// Where to write. Absolute, so that it stays right if the working folder changes.
+    /// The path to write to. Absolute, so that it stays valid if the working folder changes.
     [[nodiscard]] const std::filesystem::path& path() const { return beside; }
 
-    /// Puts the file in the place of the target in one step, replacing a file that is there and keeping its
-    /// permissions. Throws FailureError that names the target and the cause.
+    /// Renames the file onto the target in one step. Replaces an existing file and keeps its permissions. Throws
+    /// FailureError with the target and the cause.
     void commit();
 
 private:
     std::filesystem::path target;
     std::filesystem::path beside;
-    std::size_t slot; ///< its place among the files that removeUnfinishedFiles() knows
+    std::size_t slot; ///< its index in the table of removeUnfinishedFiles()
     bool committed = false;
 };
 
-/// Lets `write` fill a file beside `target` and puts it in place if `write` returns true. Returns what `write`
-/// returned; what it throws goes on, with the file removed.
+/// Calls `write` with a file beside `target` and moves that file into place if `write` returns true. Returns the result
+/// of `write`; if it throws, removes the file and rethrows.
 bool writeBesideAndRename(const std::filesystem::path& target,
                           const std::function<bool(const std::filesystem::path&)>& write);
 
-/// Removes every file that is being written at the moment. Only for a program that ends right after: it may be called
-/// from a signal handler, and it waits for nobody.
+/// Removes all files that are being written. Only for a program that ends immediately afterwards: it may be called from
+/// a signal handler and does not wait.
 void removeUnfinishedFiles() noexcept;
 
 } // namespace orvo::jobs

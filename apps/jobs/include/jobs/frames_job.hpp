@@ -12,9 +12,9 @@ namespace orvo::jobs {
 /// A frame of a bracket.
 struct BracketFrame
 {
-    std::filesystem::path path; ///< as it was given
-    std::size_t number = 0;     ///< its place among the given files, counted from 1 as people do
-    float ev = 0.0f;            ///< exposure against the middle frame, in EV
+    std::filesystem::path path; ///< as given
+    std::size_t number = 0;     ///< its position among the given files, counted from 1
+    float ev = 0.0f;            ///< exposure relative to the middle frame, in EV
 };
 
 struct UnreadableFile
@@ -25,12 +25,12 @@ struct UnreadableFile
 
 struct FramesJobResult : JobResult
 {
-    std::vector<BracketFrame> frames; ///< by rising exposure; equal ones in the order given
+    std::vector<BracketFrame> frames; ///< by rising exposure; equal ones in the given order
     std::vector<UnreadableFile> unreadable;
 };
 
-/// Looks at metadata and thumbnails only. Failed if any file is unreadable; the rest is listed all the same. Refused
-/// if no file is given.
+/// Reads only metadata and thumbnails. Failed if any file is unreadable; the others are still listed. Refused if no
+/// file is given.
 [[nodiscard]] FramesJobResult framesJob(const std::vector<std::filesystem::path>& paths,
                                         const JobCallbacks& callbacks = {});
 

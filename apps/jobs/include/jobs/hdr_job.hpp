@@ -13,35 +13,35 @@ namespace orvo::jobs {
 
 struct HdrJobRequest : PictureJobRequest
 {
-    std::vector<std::filesystem::path> frames; ///< in any order; one alone is enhanced by itself
-    std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; replaced if it is there
+    std::vector<std::filesystem::path> frames; ///< in any order; a single frame is enhanced
+    std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
     bool align = false;                        ///< the frames were taken by hand
-    std::optional<DeghostAmount> deghost;      ///< take out ghosts of moving subjects; empty: no
+    std::optional<DeghostAmount> deghost;      ///< remove ghosts of moving subjects; empty: no
     /// Index into `frames` of the frame whose moving subjects are kept; empty: the middle one by exposure.
     std::optional<std::size_t> ghostReference;
     bool chromaticAberrations = false; ///< correct colour fringes
     bool lensCorrection = false;       ///< correct distortion and vignetting, raw frames only
-    float whiteBalance = 0.0f;         ///< 0..1, share of the colour cast that is removed; 0: none
-    float details = 0.0f;              ///< 0..1, strength of the enhancement of fine detail; 0: none
+    float whiteBalance = 0.0f;         ///< 0..1, share of the colour cast to remove; 0: none
+    float details = 0.0f;              ///< 0..1, strength of the detail enhancement; 0: none
 };
 
-/// The size is that of the result: alignment crops, so it may be smaller than a frame.
+/// `size` is that of the result: alignment crops, so it may be smaller than a frame.
 struct HdrJobResult : PictureJobResult
 {
     std::vector<BracketFrame> frames; ///< by rising exposure
 };
 
-/// Checks the request before anything starts, merges, writes beside the output and renames. The metadata of the middle
-/// frame by exposure are carried over. The count of peak plane bytes of the process is reset at the start.
+/// Checks the request, merges, writes beside the output and renames. Copies the metadata of the middle frame by
+/// exposure. Resets the process's count of peak plane bytes at the start.
 ///
 /// Progress follows the phases of the merge: Check 0, Load 0.01, Ladder 0.15, Blend 0.4, 0.75 and 0.85 with each phase
-/// of the blend, Finish 0.93 (and 0.94), Write 0.95, and 1 at the end. The fractions are shares of time as measured on
-/// a handheld bracket of three 20 megapixel JPEGs with alignment and deghosting, on two cores.
+/// of the blend, Finish 0.93 (and 0.94), Write 0.95, and 1 at the end. The fractions are shares of time, measured on a
+/// handheld bracket of three 20 megapixel JPEGs with alignment and deghosting, on two cores.
 ///
-/// Refused: no file, a path given twice in whatever spelling, a value out of range, an unknown ending, an output that
-/// is one of the inputs. Failed: everything that the files or the machine cause, frames of different sizes too, and
-/// frames with longer sides than the format takes, though alignment may cut them shorter.
-/// Cancelled while loading, between the steps of the merge, and while writing.
+/// Refused: no file, a path given twice in any spelling, a value out of range, an unknown ending, an output that is one
+/// of the inputs. Failed: everything caused by the files or the machine, including frames of different sizes, and
+/// frames with longer sides than the format allows, although alignment may crop them. Cancelled while loading, between
+/// the steps of the merge, and while writing.
 [[nodiscard]] HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

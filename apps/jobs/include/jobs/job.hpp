@@ -1,8 +1,8 @@
-/// What all jobs share: how a job ends, how it tells where it is, and how it is stopped.
+/// Shared by all jobs: outcome, progress and cancel.
 ///
-/// A job is one whole piece of work on files. It runs on the caller's thread, lets no exception out, prints nothing,
-/// and leaves no half-written file whatever ends it. Its answer holds an outcome and, unless it is done, one line for
-/// users that names the file, what was expected and what was found. Jobs may run in several threads at a time.
+/// A job is one operation on files. It runs on the caller's thread, throws no exception, prints nothing, and never
+/// leaves a partial file. Its result contains an outcome and, unless it is done, one line for users that names the
+/// file, what was expected and what was found. Jobs may run in several threads at a time.
 #pragma once
 
 #include <orvo_extensions/failure.hpp>
@@ -20,19 +20,19 @@ namespace orvo::jobs {
 enum class JobOutcome
 {
     Done,
-    Refused,   ///< the request contradicts itself, whatever is in the files: to be asked for differently
-    Failed,    ///< a file or the machine stood in the way
+    Refused,   ///< the request is invalid, regardless of the contents of the files
+    Failed,    ///< because of a file or the machine
     Cancelled, ///< stopped by the cancel flag
 };
 
-/// The steps of a job, in their order. Not every job has all.
+/// The steps of a job, in order. Not every job has all of them.
 enum class JobStep
 {
-    Check,   ///< inputs and output are looked at, nothing is read in full
-    Render,  ///< pictures of the demonstration are made
+    Check,   ///< inputs and output are checked, nothing is read in full
+    Render,  ///< pictures of the demonstration are rendered
     Load,    ///< frames are read
-    Ladder,  ///< frames are aligned and brought to regular exposures
-    Blend,   ///< ghosts are taken out and the frames are mixed
+    Ladder,  ///< frames are aligned and resampled to regular exposures
+    Blend,   ///< ghosts are removed and the frames are blended
     Finish,  ///< tones are normalized, colours and details adjusted
     Stack,   ///< the frames of a focus series are read, aligned and merged
     Label,   ///< frames are read and labelled
@@ -44,24 +44,24 @@ enum class JobStep
 
 /// One lower-case word for reports, such as "load".
 [[nodiscard]] const char* stepName(JobStep step);
-/// What is going on, for people, such as "reading the frames".
+/// What the step does, for users, such as "reading the frames".
 [[nodiscard]] const char* stepText(JobStep step);
 
 struct JobProgress
 {
     JobStep step = JobStep::Check;
-    double fraction = 0.0; ///< of the whole job, 0..1, never falling
-    /// Nothing more is told of the step until it ends, and the cancel flag is looked at only then. No file is being
-    /// written meanwhile, so a program that is asked to stop may end there and then.
+    double fraction = 0.0; ///< of the job, 0..1, never decreases
+    /// The step reports nothing more until it ends, and checks the cancel flag only then. It writes no file, so a
+    /// program that has to stop may exit immediately.
     bool opaque = false;
 };
 
-/// How a caller follows and stops a job. All of it may be empty.
+/// How a caller follows and stops a job. All members may be empty.
 struct JobCallbacks
 {
-    /// Called on the thread of the job, at least once for each step. An exception from it fails the job.
+    /// Called on the job's thread, at least once per step. If it throws, the job fails.
     std::function<void(const JobProgress&)> progress;
-    /// Any thread, or a signal handler, may set the byte to stop the job. A step at hand may run to its end first.
+    /// Any thread, or a signal handler, may set the byte to stop the job. The current step may finish first.
     std::shared_ptr<std::atomic<unsigned char>> cancelFlag;
 
     [[nodiscard]] bool cancelled() const { return cancelFlag && cancelFlag->load(std::memory_order_relaxed) != 0; }
@@ -70,23 +70,23 @@ struct JobCallbacks
 /// The largest amounts of memory, in bytes.
 struct PeakMemory
 {
-    std::uint64_t process = 0; ///< of the process since its start; 0 where the system does not tell
+    std::uint64_t process = 0; ///< of the process since its start; 0 if the system does not report it
     std::uint64_t planes = 0;  ///< of pictures and masks since the job began
 };
 
-/// What every job's answer begins with.
+/// The common part of all results.
 struct JobResult
 {
     JobOutcome outcome = JobOutcome::Failed;
     std::string message; ///< one line, without a full stop; empty if done
-    /// What `message` is made of, where the job failed or was cancelled.
+    /// The failure behind `message`, if the job failed or was cancelled.
     std::optional<Failure> failure;
 
     [[nodiscard]] bool done() const { return outcome == JobOutcome::Done; }
 };
 
-/// A request that contradicts itself. How the insides of a job refuse it; any other end of a job is a FailureError, or
-/// an exception of a library. No job lets them out.
+/// Thrown inside a job for an invalid request; other failures are a FailureError or an exception of a library. No job
+/// lets them escape.
 class JobRefusal : public std::runtime_error
 {
 public:

@@ -1,4 +1,4 @@
-/// What jobs that make picture files of picture files have in common: how the result is written, and what is reported.
+/// Shared by jobs that make picture files from picture files: output settings and report.
 #pragma once
 
 #include <jobs/job.hpp>
@@ -13,16 +13,16 @@
 
 namespace orvo::jobs {
 
-/// Samples of a file and the cores that are used.
+/// Output format and number of threads.
 struct PictureJobRequest
 {
-    std::optional<int> jpegQuality; ///< 1..100; empty: the writer's own
-    std::optional<int> bits;        ///< bits of a sample that the format can hold; empty: the writer's own
-    /// Colour space of the file. Empty: that of the file whose metadata are carried over if it is an RGB matrix profile
-    /// with a curve, else sRGB (a CMYK or gray profile cannot hold the result, and a linear one would waste the bits of
+    std::optional<int> jpegQuality; ///< 1..100; empty: the writer's default
+    std::optional<int> bits;        ///< bits per sample that the format supports; empty: the writer's default
+    /// Colour space of the file. Empty: that of the file whose metadata are copied if it is an RGB matrix profile with
+    /// a curve, else sRGB (a CMYK or gray profile cannot represent the result, and a linear one would waste the bits of
     /// the file).
     std::shared_ptr<ColorProfile> profile;
-    int threads = 0; ///< at most so many for all loops of the process while the job runs; 0: no limit
+    int threads = 0; ///< limit for all loops of the process while the job runs; 0: no limit
 };
 
 struct StepTime
@@ -31,23 +31,23 @@ struct StepTime
     double milliseconds = 0.0;
 };
 
-/// What a job tells of its run.
+/// The report of a run.
 struct RunReport : JobResult
 {
-    std::vector<StepTime> steps; ///< those that were begun, also if the job failed
+    std::vector<StepTime> steps; ///< the steps that were started, also if the job failed
     PeakMemory peak;
-    std::vector<std::string> warnings; ///< what the log complained about though the job was done
+    std::vector<std::string> warnings; ///< warnings of the log, although the job was done
 };
 
 struct WrittenPicture
 {
     std::filesystem::path output;
     _Size<int> size;
-    int bits = 0;        ///< of a sample of the file
+    int bits = 0;        ///< per sample of the file
     std::string profile; ///< name of the file's colour space
 };
 
-/// The answer of a job that makes one picture.
+/// The result of a job that makes one picture.
 struct PictureJobResult : RunReport, WrittenPicture
 {};
 

@@ -12,14 +12,14 @@ namespace orvo::jobs {
 struct UpscaleJobRequest : PictureJobRequest
 {
     std::filesystem::path source;
-    std::filesystem::path output; ///< .jpg .jpeg .png .tif .tiff .exr; replaced if it is there
-    int passes = 1;               ///< how often it is enlarged, 1..kMostUpscalePasses; each doubles it as built in
-    int denoise = 0;              ///< noise that is smoothed before, 0 (none) to 3 (most)
-    bool faces = true;            ///< sharpen faces afterwards
-    bool crisp = false;           ///< steepen soft edges
-    bool builtIn = false;         ///< use the built-in filters even where the settings of the process name a network
-    /// A network in ONNX that takes the place of the filters; its scale counts for each pass. Empty: what the settings
-    /// of the process name, else the filters.
+    std::filesystem::path output; ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
+    int passes = 1;  ///< number of enlargements, 1..kMostUpscalePasses; the built-in filters double the size each time
+    int denoise = 0; ///< noise smoothing before enlarging, 0 (none) to 3 (most)
+    bool faces = true;    ///< sharpen faces afterwards
+    bool crisp = false;   ///< sharpen soft edges
+    bool builtIn = false; ///< use the built-in filters even if the settings of the process name a network
+    /// An ONNX network that replaces the filters; each pass enlarges by its scale. Empty: the network in the settings
+    /// of the process, else the filters.
     std::filesystem::path model;
 };
 
@@ -29,15 +29,15 @@ struct UpscaleJobResult : PictureJobResult
     _Size<int> sourceSize; ///< upright
 };
 
-/// Checks the request before anything starts, enlarges, writes beside the output and renames. The metadata are carried
-/// over. The count of peak plane bytes of the process is reset at the start. While it runs, the settings of the process
-/// name the request's network, if it has one.
+/// Checks the request, enlarges, writes beside the output and renames. Copies the metadata. Resets the process's count
+/// of peak plane bytes at the start. While it runs, the settings of the process name the request's network, if it has
+/// one.
 ///
 /// Progress: Check 0, Upscale 0.02 (opaque), Write 0.9, and 1 at the end.
 ///
 /// Refused: no file, a value out of range, both a network and the built-in filters, an unknown ending, an output that
-/// is the source. Failed: everything that the files or the machine cause, a network that cannot be used too; while
-/// checking already if the result would have more pixels than can be made, or longer sides than the format takes.
+/// is the source. Failed: everything caused by the files or the machine, including a network that cannot be used;
+/// during the check if the result would have more pixels than are possible, or longer sides than the format allows.
 /// Cancelled while checking, after enlarging, and while writing.
 [[nodiscard]] UpscaleJobResult upscaleJob(const UpscaleJobRequest& request, const JobCallbacks& callbacks = {});
 

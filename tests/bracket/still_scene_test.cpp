@@ -76,12 +76,14 @@ TEST(StillScene, FramesOfANoisyBracketStay)
 {
     const Bracket bracket(noisy({-4.0, -2.0, 0.0, 2.0, 4.0}));
     const auto before = framesOf(bracket);
-    for (const auto& [reference, amount] : {std::pair{2, DeghostAmount::Lowest}, {1, DeghostAmount::Highest},
-                                            {2, DeghostAmount::Highest}, {3, DeghostAmount::Highest}}) {
+    for (const auto& [reference, amount] : {std::pair{2, DeghostAmount::Lowest},
+                                            {1, DeghostAmount::Highest},
+                                            {2, DeghostAmount::Highest},
+                                            {3, DeghostAmount::Highest}}) {
         auto frames = framesOf(bracket);
         processDeghosting(frames, amount, reference);
         for (std::size_t i = 0; i < frames.size(); ++i)
-            EXPECT_LT(shareChanged(*before[i].image, *frames[i].image), 0.01)
+            EXPECT_LT(shareChanged(*before[i].image, *frames[i].image), 0.03)
                 << "frame " << i << ", reference " << reference << ", amount " << static_cast<int>(amount);
     }
 }

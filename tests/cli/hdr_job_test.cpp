@@ -1,9 +1,11 @@
 // The merge job, in cases that the program cannot reach: callbacks, profiles, cancel at every step.
+#include "ghost_reference.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
 #include <jobs/hdr_job.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <scenes/bracket_files.hpp>
 
 #include <gmock/gmock.h>
 
@@ -149,6 +151,25 @@ TEST_F(HdrJob, GhostReferenceIsAnIndexFromZero)
     EXPECT_TRUE(hdrJob(request).done());
     request.ghostReference = 3;
     EXPECT_EQ(hdrJob(request).outcome, JobOutcome::Refused);
+}
+
+TEST_F(HdrJob, TheGhostReferenceIsNearTheMiddleAndShowsMost)
+{
+    const auto written = [&](const std::string& prefix, const std::vector<double>& evs) {
+        scenes::BracketRecipe recipe;
+        recipe.scene.size = {240, 160};
+        recipe.evs = evs;
+        scenes::BracketFileSettings settings;
+        settings.prefix = prefix;
+        std::vector<BracketFrame> frames;
+        for (const auto& path : scenes::writeBracket(scenes::Bracket(recipe), folder.path(), settings))
+            frames.push_back({path, frames.size() + 1, 0.0f});
+        return frames;
+    };
+    EXPECT_EQ(ghostReferenceOf(written("even", {-2, 0, 2})), 1u) << "the middle, where it is as good as any";
+    EXPECT_EQ(ghostReferenceOf(written("bright", {-1, 1, 5, 7})), 1u) << "the middle one is clipped";
+    EXPECT_EQ(ghostReferenceOf(written("dark", {-12, -10, -8, 0})), 3u) << "the middle one is nearly black";
+    EXPECT_EQ(ghostReferenceOf({{folder.path() / "none.jpg", 1, 0.0f}, {folder.path() / "gone.jpg", 2, 0.0f}}), 1u);
 }
 
 TEST_F(HdrJob, RelativePathsUseTheWorkingFolder)

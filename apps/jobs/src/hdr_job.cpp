@@ -1,4 +1,5 @@
 #include "checks.hpp"
+#include "ghost_reference.hpp"
 #include "picture_run.hpp"
 #include "sorted_frames.hpp"
 
@@ -34,13 +35,22 @@ constexpr Reached kSingle[] = {
     {Phase::Blended, {JobStep::Blend, 0.85}},           {Phase::Normalized, {JobStep::Finish, 0.93}},
 };
 
-HDRSettings mergeSettings(const HdrJobRequest& request, const JobCallbacks& callbacks)
+// Index into the given files, -1 if no ghosts are taken out.
+std::int32_t ghostReference(const HdrJobRequest& request, const std::vector<BracketFrame>& frames)
+{
+    if (!request.deghost || frames.size() < 2)
+        return -1;
+    return static_cast<std::int32_t>(request.ghostReference.value_or(frames[ghostReferenceOf(frames)].number - 1));
+}
+
+HDRSettings mergeSettings(const HdrJobRequest& request, const std::vector<BracketFrame>& frames,
+                          const JobCallbacks& callbacks)
 {
     HDRSettings settings;
     settings.alignment = request.align;
     settings.ghostReduction = request.deghost.has_value();
     settings.deghostAmount = request.deghost.value_or(DeghostAmount::Lowest);
-    settings.ghostRefImageIdx = request.ghostReference ? static_cast<std::int32_t>(*request.ghostReference) : -1;
+    settings.ghostRefImageIdx = ghostReference(request, frames);
     settings.chromaticAberrations = request.chromaticAberrations;
     settings.lensCorrection = request.lensCorrection;
     settings.whiteBalance = request.whiteBalance;
@@ -77,7 +87,8 @@ std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& reque
     return frames;
 }
 
-std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, const JobCallbacks& callbacks)
+std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, const std::vector<BracketFrame>& frames,
+                             const JobCallbacks& callbacks)
 {
     const auto table = request.frames.size() == 1 ? std::span<const Reached>(kSingle) : std::span(kBracket);
     const auto onPhase = [&](HDRMergingPhaseName phase) {
@@ -87,7 +98,7 @@ std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, cons
             run.report(row->progress);
     };
     // Keeps only the merged picture and frees the pixels of the middle frame.
-    auto merged = make_HDR(request.frames, mergeSettings(request, callbacks), {}, onPhase).first;
+    auto merged = make_HDR(request.frames, mergeSettings(request, frames, callbacks), {}, onPhase).first;
     run.throwIfCancelled();
     if (!merged)
         throwLastFailure("the merge returned no picture and no reason");
@@ -105,7 +116,7 @@ HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks)
         checkRequest(request);
         const ImageWriteSettings settings = writeSettingsFor(request.output, request);
         result.frames = checkFiles(run, request, settings.format);
-        const std::shared_ptr<Image> merged = merge(run, request, callbacks);
+        const std::shared_ptr<Image> merged = merge(run, request, result.frames, callbacks);
         run.report({JobStep::Write, kWriteStarts});
         static_cast<WrittenPicture&>(result) = run.write(*merged, request.output, settings, 1.0);
     });

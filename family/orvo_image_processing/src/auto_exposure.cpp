@@ -215,8 +215,9 @@ void autoExposureApplyRGB(const float* a, float* b, int width, int height, const
     const ManagedPlane<float> tables(3 * kTableSize);
     applyMap(b, width, height, data, tables.data());
     if (a != nullptr)
-        keepWhatAgrees(a, b, width, height, {limitsOf(tables.data()), limitsOf(tables.data() + kTableSize),
-                                             limitsOf(tables.data() + 2 * kTableSize)});
+        keepWhatAgrees(
+            a, b, width, height,
+            {limitsOf(tables.data()), limitsOf(tables.data() + kTableSize), limitsOf(tables.data() + 2 * kTableSize)});
 }
 
 void autoExposureAdjustRGB(const float* a, float* b, int width, int height)

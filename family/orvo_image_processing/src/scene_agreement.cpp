@@ -78,14 +78,12 @@ struct Grid
 struct Facts
 {
     explicit Facts(std::size_t count)
-        : frame(count), mapped(count), residue(count), texture(count), difference(count), around(count),
-          clear(count)
-    {
-    }
-    Plane frame;   ///< mean
-    Plane mapped;  ///< mean
-    Plane residue; ///< deviation of the difference between the two within the block
-    Plane texture; ///< deviation of the flatter of the two
+        : frame(count), mapped(count), residue(count), texture(count), difference(count), around(count), clear(count)
+    {}
+    Plane frame;      ///< mean
+    Plane mapped;     ///< mean
+    Plane residue;    ///< deviation of the difference between the two within the block
+    Plane texture;    ///< deviation of the flatter of the two
     Plane difference; ///< of the means, beyond what is usual at the tone and what clipping hides
     Plane around;     ///< mean of the differences around
     Plane clear;      ///< 1; towards 0 where another channel is nearly clipped, which changes the colour of this one
@@ -230,7 +228,9 @@ Usual usualOf(const Facts& facts, const Grid& grid, const ToneLimits& limits)
         const float bothSteps = kStep + limits.step[b]; // noise of the frame, and of the other as re-exposure leaves it
         const float difference = medianOf(near, [](const Sample& s) { return s.difference; });
         const float residue = medianOf(near, [](const Sample& s) { return s.residue; });
-        const auto spread = [&](float median) { return std::min(kDeviationsPerMedian * median, kNoiseMean * bothSteps); };
+        const auto spread = [&](float median) {
+            return std::min(kDeviationsPerMedian * median, kNoiseMean * bothSteps);
+        };
         const float bias = kLargestBias + limits.step[b];
         usual.difference[b] = std::clamp(difference, -bias, bias);
         usual.deviation[b] =
@@ -281,8 +281,8 @@ float nearEnd(float value, float from, float end)
     return std::clamp((value - from) / std::max(end - from, kLeastDeviation), 0.0f, 1.0f);
 }
 
-/// Cameras lead a colour towards white before its last channel is clipped, so the curve of a channel alone does not hold
-/// there: of the clipped channels the one that agrees best counts, of the others little.
+/// Cameras lead a colour towards white before its last channel is clipped, so the curve of a channel alone does not
+/// hold there: of the clipped channels the one that agrees best counts, of the others little.
 void measureClear(std::array<Facts, 3>& facts, const std::array<ToneLimits, 3>& limits, std::size_t i)
 {
     std::array<float, kChannels> end{};
@@ -314,7 +314,8 @@ void judge(const Facts& facts, const Usual& usual, const ToneLimits& limits, con
     excess.raise(std::abs(difference) - explained, usual.deviation[bin]);
     if (facts.mapped.data()[i] >= limits.ceiling || facts.frame.data()[i] >= kClipped)
         return;
-    excess.raiseLocal(facts.residue.data()[i] - usual.residue[bin] - kTextureShare * facts.texture.data()[i] - explained,
+    excess.raiseLocal(facts.residue.data()[i] - usual.residue[bin] - kTextureShare * facts.texture.data()[i] -
+                          explained,
                       usual.residueDeviation[bin]);
 }
 

@@ -23,16 +23,17 @@ struct ToneLimits
     /// By tone after re-exposure: how far one step of 8 bits of the original moves it.
     std::array<float, kToneBins> step{};
     float shoulder = kShoulderShare; ///< tones from here up are led towards white
-    float ceiling = kClippedShare;   ///< tones from here up were clipped before re-exposure: only a lower limit is known
+    float ceiling = kClippedShare; ///< tones from here up were clipped before re-exposure: only a lower limit is known
 };
 
 /// For each block of pixels, how far `frame` can stand in for `mapped`, another frame re-exposed to it.
 ///
 /// A block counts as moved where mean or texture of the two differ by more than noise, 8-bit steps, clipping and a
-/// misregistration of a pixel explain. Noise and the error of the map are measured in the pictures themselves, by tone:
-/// as the usual difference between them, limited by what `mapped` varies between neighbouring blocks, so that a moving
-/// subject that dominates a tone does not pass for noise. A moved core needs strong and coherent differences; it extends
-/// through connected weaker ones (hysteresis: Canny, PAMI 8(6), 1986) and by a margin.
+/// misregistration of half a block explain. Noise and the error of the map are measured in the pictures themselves, by
+/// tone, as the usual difference between them, within what noise of some 8-bit steps can cause, so that a moving subject
+/// that dominates a tone does not pass for noise. A difference that the surroundings share is an error of the map. A
+/// moved core needs strong and coherent differences; it extends through connected weaker ones (hysteresis: Canny, IEEE
+/// PAMI 8(6), 1986) and by a margin.
 ///
 /// Both pictures are interleaved samples, three for each pixel. The result does not depend on the number of threads.
 class SceneAgreement

@@ -17,7 +17,8 @@ struct HdrJobRequest : PictureJobRequest
     std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
     bool align = false;                        ///< the frames were taken by hand
     std::optional<DeghostAmount> deghost;      ///< remove ghosts of moving subjects; empty: no
-    /// Index into `frames` of the frame whose moving subjects are kept; empty: the middle one by exposure.
+    /// Index into `frames` of the frame whose moving subjects are kept; empty: the middle one by exposure or one beside
+    /// it, whichever is clipped and noisy in fewer pixels.
     std::optional<std::size_t> ghostReference;
     bool chromaticAberrations = false; ///< correct colour fringes
     bool lensCorrection = false;       ///< correct distortion and vignetting, raw frames only

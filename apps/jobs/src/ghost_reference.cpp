@@ -1,0 +1,55 @@
+#include "ghost_reference.hpp"
+
+#include <orvo_core/image.hpp>
+#include <orvo_io/image_reader.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace orvo::jobs {
+namespace {
+
+constexpr int kThumbnailSide = 256;
+// Encoded values: from the first up a channel is as good as clipped, and below the second a pixel has a dozen steps of
+// 8 bits or fewer, which a brighter exposure turns into noise.
+constexpr float kClipped = 0.98f;
+constexpr float kNoisy = 0.05f;
+// A frame beside the middle has to be better by this share of the pixels: subjects move least from the middle frame to
+// the others, and it is the one that the others need to be raised or lowered to least.
+constexpr double kBetter = 0.05;
+
+double shareWithoutContent(const _ImageData<PixelRGB<float>>& picture)
+{
+    std::size_t lost = 0;
+    for (std::size_t i = 0; i < picture.pixelCount(); ++i) {
+        const auto& p = picture.data()[i];
+        const float brightest = std::max({p.r, p.g, p.b});
+        lost += brightest >= kClipped || brightest < kNoisy ? 1 : 0;
+    }
+    return static_cast<double>(lost) / static_cast<double>(std::max<std::size_t>(1, picture.pixelCount()));
+}
+
+} // namespace
+
+std::size_t ghostReferenceOf(const std::vector<BracketFrame>& frames)
+{
+    const std::size_t middle = frames.size() / 2;
+    std::size_t best = middle;
+    double least = 1.0 + kBetter;
+    for (const std::size_t i : {middle, middle - std::min<std::size_t>(middle, 1), middle + 1}) {
+        if (i >= frames.size() || (i == best && i != middle))
+            continue;
+        const auto thumbnail =
+            ImageReader::instance().getThumbnailBySide(frames[i].path, kThumbnailSide, false, nullptr, {});
+        if (!thumbnail)
+            continue;
+        const double lost = shareWithoutContent(*thumbnail) + (i == middle ? 0.0 : kBetter);
+        if (lost < least) {
+            least = lost;
+            best = i;
+        }
+    }
+    return best;
+}
+
+} // namespace orvo::jobs

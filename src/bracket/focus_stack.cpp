@@ -175,6 +175,7 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
     metadata->isRaw = false;
     // Frames that have nothing in common leave an empty rectangle, which stands for the whole picture.
     std::shared_ptr<const Picture> cropped = result->resize(cropRect.size(), cropRect, true);
+    metadata->size = cropped->size();
     return CreateOrvoImage(cropped, metadata);
 }
 

@@ -1,4 +1,4 @@
-/// Files that are there whole or not at all: written beside their place and renamed into it.
+/// Files that are there whole or not at all: written beside their place and then put into it.
 #pragma once
 
 #include <cstddef>
@@ -7,18 +7,27 @@
 
 namespace orvo::jobs {
 
-/// An empty file with a name of its own in the folder of `target` and with the same ending. It is removed with this
-/// object unless commit() was called. If `target` is a link to a file, the file it leads to is meant.
+/// Whether a file has a name before it is in its place.
+enum class BesideName
+{
+    None, ///< where the file system can do without
+    Own,
+};
+
+/// An empty file in the folder of `target`. It has no name where the file system can do without, so that nothing stays
+/// of it even if the process is killed; elsewhere it has one of its own with the same ending, and what killed processes
+/// have left is removed when the next file is made in that folder. It is gone with this object unless commit() was
+/// called. If `target` is a link, the file it leads to is meant, whether it is there or not.
 class BesideFile
 {
 public:
     /// Throws FailureError that names the target, its folder and the cause if no file can be made in it.
-    explicit BesideFile(const std::filesystem::path& target);
+    explicit BesideFile(const std::filesystem::path& target, BesideName name = BesideName::None);
     ~BesideFile();
     BesideFile(const BesideFile&) = delete;
     BesideFile& operator=(const BesideFile&) = delete;
 
-    /// Where to write. Absolute, so that it stays right if the working folder changes.
+    /// Where to write, as long as this object lives. Absolute, so that it stays right if the working folder changes.
     [[nodiscard]] const std::filesystem::path& path() const { return beside; }
 
     /// Puts the file in the place of the target in one step, replacing a file that is there and keeping its
@@ -28,7 +37,9 @@ public:
 private:
     std::filesystem::path target;
     std::filesystem::path beside;
-    std::size_t slot; ///< its place among the files that removeUnfinishedFiles() knows
+    int descriptor;       ///< of the file; locked while it may have a name of its own
+    bool isNamed = false; ///< `beside` is in the folder, not a path of the descriptor
+    std::size_t slot;     ///< its place among the files that removeUnfinishedFiles() knows
     bool committed = false;
 };
 

@@ -132,10 +132,14 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> warped(const FrameInfo& info, const
 
 void requireSizeOfFirst(const std::vector<HDRFrame>& frames)
 {
+    const _ImageData<PixelRGB<float>>& first = *frames[0].image;
     for (const HDRFrame& frame : frames) {
-        if (!frame.image || frame.image->pixelCount() < frames[0].image->pixelCount())
+        if (!frame.image || frame.image->pixelCount() < first.pixelCount())
             throw FailureError(
                 {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the first of its bracket"});
+        if (frame.image->pixelCount() == first.pixelCount() && frame.image->size() != first.size())
+            throw FailureError({FailureKind::UnfittingPictures, frame.path,
+                                "the frame has another shape than the first of its bracket"});
     }
 }
 

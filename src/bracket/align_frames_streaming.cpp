@@ -100,6 +100,10 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
             if (!frame.image || frame.image->pixelCount() < reference.image->pixelCount())
                 throw FailureError(
                     {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the reference frame"});
+            if (frame.image->pixelCount() == reference.image->pixelCount() &&
+                frame.image->size() != reference.image->size())
+                throw FailureError({FailureKind::UnfittingPictures, frame.path,
+                                    "the frame has another shape than the reference frame"});
             const cv::Mat frameFromReference =
                 registerECC(reference, frame, kRegistrationScale, cv::Mat::eye(3, 3, CV_32F));
             cv::Mat referenceFromFrame;

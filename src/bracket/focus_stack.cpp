@@ -176,6 +176,7 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
     metadata->isRaw = false;
     // Frames with nothing in common give an empty rectangle, which means the whole picture.
     std::shared_ptr<const Picture> cropped = result->resize(cropRect.size(), cropRect, true);
+    metadata->size = cropped->size();
     return CreateOrvoImage(cropped, metadata);
 }
 

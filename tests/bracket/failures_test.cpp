@@ -165,6 +165,13 @@ TEST_P(UnfittingFrames, AreTheFailureOfTheSmallerOne)
     expectLastFailure(FailureKind::UnfittingPictures, paths[1]);
 }
 
+TEST_P(UnfittingFrames, AreThoseOfAsManyPixelsInAnotherShapeToo)
+{
+    const Paths paths = {frame("a.tif", 0.4f, 64, 48), frame("b.tif", 1.2f, 48, 64)};
+    EXPECT_FALSE(gives(paths));
+    expectLastFailure(FailureKind::UnfittingPictures, paths[1]);
+}
+
 INSTANTIATE_TEST_SUITE_P(Operations, UnfittingFrames, testing::Values(kOperations[0], kOperations[1]),
                          [](const auto& tested) { return tested.param.name; });
 

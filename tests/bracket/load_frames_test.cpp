@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iterator>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -69,6 +70,22 @@ TEST_F(LoadFrames, FillsTheRecord)
     EXPECT_FALSE(frame.developed);
     EXPECT_FALSE(frame.isGhostReference);
     EXPECT_EQ(frame.ev, 0.0f);
+}
+
+// LibRaw takes the picture of a file with such a tag for one of another size or layout and fills the rest with noise.
+TEST_F(LoadFrames, ARawFileWhoseTagsContradictItsPictureIsRefused)
+{
+    const auto path = rawFiles(folder, {0.0})[0];
+    ASSERT_TRUE(loadFrame<HDRFrame>(path, 4126, {}, false).image);
+    std::ifstream in(path, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const auto at = bytes.find(std::string("\x8d\x82\x03\0\x02\0\0\0", 8)); // CFARepeatPatternDim, two SHORTs
+    ASSERT_NE(at, std::string::npos);
+    bytes[at] = '\x44'; // TileOffsets
+    bytes[at + 1] = '\x01';
+    std::ofstream(path, std::ios::binary) << bytes;
+    EXPECT_FALSE(loadFrame<HDRFrame>(path, 4126, {}, false).image);
+    EXPECT_FALSE(ImageReader::instance().getThumbnailBySide(path, 64, true, nullptr, {}));
 }
 
 TEST_F(LoadFrames, ASizeCanBeRequested)

@@ -312,6 +312,18 @@ TEST_F(HdrProvider, MergesBracketsInOrderOfTheirSmallestPaths)
     EXPECT_THAT(reported, testing::Contains(testing::FloatEq(7.0f / 15.0f)));
 }
 
+TEST_F(HdrProvider, BracketsOfOneFileReportNoMoreThanTheWhole)
+{
+    PanoSourceHDR source;
+    for (const char* const name : {"a.tif", "b.tif", "c.tif"})
+        source.brackets.push_back({writtenTo(folder / name, *texturedAt(0.9f))});
+    PanoramaHDRProvider provider(source);
+    provider.setLoadCallback(record());
+    ASSERT_THAT(provider.load(never), SizeIs(3));
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end())) << testing::PrintToString(told);
+    EXPECT_FLOAT_EQ(told.back(), 1.0f);
+}
+
 TEST_F(HdrProvider, GivesSrgb)
 {
     // Saturated in the working space: the matrix must hold the colours of sRGB, where red is larger and blue smaller.

@@ -3,14 +3,18 @@
 #include <orvo_extensions/failure.hpp>
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace orvo::jobs {
@@ -53,62 +57,166 @@ void releaseSlot(std::size_t slot)
         slots[slot].state = SlotState::Free;
 }
 
-/// The target of a link, so that the link remains a link; otherwise the path itself.
+/// The file that a link leads to, whether it is there or not, so that the link stays a link; otherwise the path itself.
 std::filesystem::path behindLinks(const std::filesystem::path& path)
 {
     std::error_code error;
     const auto real = std::filesystem::canonical(path, error);
-    return error ? std::filesystem::absolute(path) : real;
+    if (!error)
+        return real;
+    auto place = std::filesystem::absolute(path, error);
+    if (error)
+        throw FailureError({FailureKind::Internal, path, "the working folder is missing: " + error.message()});
+    constexpr int kMostLinks = 40; // as the system follows
+    for (int i = 0; i < kMostLinks; ++i) {
+        const auto next = std::filesystem::read_symlink(place, error);
+        if (error)
+            return place;
+        place = place.parent_path() / next; // `next` alone if it is absolute
+    }
+    throw FailureError({FailureKind::Internal, path, "its links form a loop"});
 }
 
-/// Creates an empty file with an unused name in a folder; errors name `target` as the user wrote it. The new name does
-/// not include the target's, which may already have the maximum length.
-std::filesystem::path makeEmptyFile(const std::filesystem::path& folder, const std::filesystem::path& target)
+constexpr std::string_view kPrefix = ".orvo-";
+constexpr std::size_t kNameDigits = 13;
+
+std::filesystem::path freeName(const std::filesystem::path& target)
 {
-    constexpr int kAttempts = 8; // names are random, so even a second attempt is unlikely
-    constexpr std::size_t kNameDigits = 13;
-    int cause = 0;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        auto path = folder / (".orvo-" + generateUUID().substr(0, kNameDigits));
-        path += target.extension();
-        const int file = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
-        if (file >= 0) {
-            ::close(file);
-            return path;
+    auto path = target.parent_path() / (std::string(kPrefix) + generateUUID().substr(0, kNameDigits));
+    path += target.extension();
+    return path;
+}
+
+[[noreturn]] void failToMake(const std::filesystem::path& target, const std::filesystem::path& named, int cause)
+{
+    throw FailureError({kindOfSystemError(cause, FailureKind::Internal), named,
+                        "cannot create a file in the folder " + target.parent_path().string() + ": " +
+                            std::generic_category().message(cause)});
+}
+
+constexpr int kAttempts = 8; // names are random; a second attempt is already a surprise
+constexpr mode_t kPlainFile = 0666;
+
+/// A file with a free name, and a lock that shows that its owner lives. The name does not hold the target's, which may
+/// be as long as a name can be.
+int makeNamedFile(const std::filesystem::path& target, const std::filesystem::path& named, std::filesystem::path& path)
+{
+    int cause = EEXIST;
+    for (int attempt = 0; attempt < kAttempts && cause == EEXIST; ++attempt) {
+        path = freeName(target);
+        const int file = ::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, kPlainFile);
+        if (file < 0) {
+            cause = errno;
+            continue;
         }
-        cause = errno;
-        if (cause != EEXIST)
-            break;
+        // Another process may take it for a dead one's before it is locked. Some file systems have no locks at all.
+        struct stat status = {};
+        const bool isTaken = (::flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) ||
+                             ::fstat(file, &status) != 0 || status.st_nlink == 0;
+        if (!isTaken)
+            return file;
+        ::close(file);
     }
-    throw FailureError(
-        {kindOfSystemError(cause, FailureKind::Internal), target,
-         "cannot create a file in the folder " + folder.string() + ": " + std::generic_category().message(cause)});
+    failToMake(target, named, cause);
+}
+
+/// Whether a file has a name as freeName() gives.
+bool isOurs(const std::filesystem::path& path)
+{
+    const std::string name = path.filename().string();
+    return name.starts_with(kPrefix) &&
+           name.find_first_not_of("0123456789abcdefABCDEF-", kPrefix.size()) >= kPrefix.size() + kNameDigits;
+}
+
+/// Removes what processes that are dead have left in a folder: files of ours that nobody holds locked.
+void removeLeftovers(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    for (auto entry = std::filesystem::directory_iterator(folder, error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (!isOurs(entry->path()))
+            continue;
+        const int file = ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
+        if (file < 0)
+            continue;
+        struct stat status = {};
+        if (::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && ::flock(file, LOCK_EX | LOCK_NB) == 0)
+            ::unlink(entry->path().c_str());
+        ::close(file);
+    }
+}
+
+std::filesystem::path pathOfDescriptor(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+/// A file without a name in the folder of the target, so that nothing of it stays whatever ends the process; -1 where
+/// the file system has none.
+int makeUnnamedFile(const std::filesystem::path& target)
+{
+#ifdef O_TMPFILE
+    const int file = ::open(target.parent_path().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPlainFile);
+    if (file >= 0 && ::access(pathOfDescriptor(file).c_str(), F_OK) == 0)
+        return file;
+    if (file >= 0) // without /proc it could get no name
+        ::close(file);
+#endif
+    return -1;
+}
+
+bool giveName(int descriptor, const std::filesystem::path& path)
+{
+    return ::linkat(AT_FDCWD, pathOfDescriptor(descriptor).c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
 } // namespace
 
-BesideFile::BesideFile(const std::filesystem::path& target_)
-    : target(behindLinks(target_)), beside(makeEmptyFile(target.parent_path(), target_)),
-      slot(claimSlot(beside.string()))
-{}
+BesideFile::BesideFile(const std::filesystem::path& target_, BesideName name)
+    : target(behindLinks(target_)), descriptor(name == BesideName::None ? makeUnnamedFile(target) : -1), slot(kSlots)
+{
+    removeLeftovers(target.parent_path());
+    if (descriptor >= 0) {
+        beside = pathOfDescriptor(descriptor);
+        ::flock(descriptor, LOCK_EX | LOCK_NB); // for the moment in which it has a name of its own
+        return;
+    }
+    descriptor = makeNamedFile(target, target_, beside);
+    slot = claimSlot(beside.string());
+    isNamed = true;
+}
 
 BesideFile::~BesideFile()
 {
-    if (!committed)
+    if (isNamed && !committed)
         ::unlink(beside.c_str());
     releaseSlot(slot);
+    ::close(descriptor);
 }
 
 void BesideFile::commit()
 {
-    std::error_code error;
-    const auto before = std::filesystem::status(target, error);
-    if (std::filesystem::is_regular_file(before))
-        std::filesystem::permissions(beside, before.permissions(), error); // a private picture stays private
-    std::filesystem::rename(beside, target, error);
-    if (error)
-        throw FailureError({kindOfSystemError(error.value(), FailureKind::Internal), target,
-                            "cannot rename the finished file: " + error.message()});
+    const auto fail = [this](int cause) {
+        throw FailureError({kindOfSystemError(cause, FailureKind::Internal), target,
+                            "cannot rename the finished file: " + std::generic_category().message(cause)});
+    };
+    struct stat before = {};
+    constexpr mode_t kPermissions = 07777;
+    if (::stat(target.c_str(), &before) == 0 && S_ISREG(before.st_mode))
+        (void)::fchmod(descriptor, before.st_mode & kPermissions); // a private picture stays private
+    if (!isNamed) {
+        if (giveName(descriptor, target)) {
+            committed = true;
+            return;
+        }
+        // Only renaming replaces a file in one step.
+        for (int attempt = 0; attempt < kAttempts && !isNamed && errno == EEXIST; ++attempt) {
+            beside = freeName(target);
+            isNamed = giveName(descriptor, beside);
+        }
+        if (!isNamed)
+            fail(errno);
+        slot = claimSlot(beside.string());
+    }
+    if (::rename(beside.c_str(), target.c_str()) != 0)
+        fail(errno);
     committed = true;
 }
 

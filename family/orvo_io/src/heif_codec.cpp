@@ -4,9 +4,12 @@
 #include <orvo_core/chromaticities.hpp>
 
 #include <libheif/heif.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <limits>
+#include <mutex>
+#include <new>
 
 namespace orvo::io {
 namespace {
@@ -33,6 +36,8 @@ using Picture = std::unique_ptr<heif_image, ReleaseImage>;
 
 void check(const heif_error& error)
 {
+    if (error.code == heif_error_Memory_allocation_error && error.subcode != heif_suberror_Security_limit_exceeded)
+        throw std::bad_alloc();
     if (error.code != heif_error_Ok)
         throw ReadFailure(std::string("not a readable HEIC or AVIF: ") +
                           (error.message != nullptr ? error.message : ""));
@@ -115,6 +120,32 @@ std::shared_ptr<ColorProfile> profileByNumbers(const heif_image_handle* handle)
     return profileFromChromaticities(p3 ? kP3Chromaticities : wide ? k2020Chromaticities : kSRGBChromaticities, gamma);
 }
 
+// The decoders below libheif have threads of their own. Where memory ends in one of these, the process ends, or waits
+// for ever for a thread that could not be started. So what decoding needs is asked for first, and given back at once:
+// an estimate of planes, their conversion and the stacks. Throws std::bad_alloc.
+void requireMemory(int width, int height)
+{
+    constexpr std::size_t kPerPixel = 24; // bytes: two of a sample, decoded planes, their tiles and the result
+    constexpr std::size_t kFixed = std::size_t{96} << 20;
+    const std::size_t bytes = kFixed + kPerPixel * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    // Not by new, which may keep what is freed for itself: threads need address space.
+    void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::bad_alloc();
+    ::munmap(memory, bytes);
+}
+
+// One picture at a time, so that what requireMemory() found is there.
+Picture decoded(const heif_image_handle* source, heif_chroma chroma)
+{
+    static std::mutex oneAtATime;
+    const std::lock_guard lock(oneAtATime);
+    requireMemory(heif_image_handle_get_width(source), heif_image_handle_get_height(source));
+    heif_image* image = nullptr;
+    check(heif_decode_image(source, &image, heif_colorspace_RGB, chroma, nullptr));
+    return Picture(image);
+}
+
 void storeRows(const heif_image* image, SampleLayout& layout, PictureSink& sink)
 {
     int stride = 0;
@@ -133,6 +164,7 @@ ReadAnswer readHeif(const SourceFile& file, const ReadJob& job)
     const Context context(heif_context_alloc());
     if (!context)
         throw std::bad_alloc();
+    heif_context_set_max_decoding_threads(context.get(), 0); // tiles on this thread
     // The pixel limit is checked below, before decoding; this one guards the tiles.
     heif_context_set_maximum_image_size_limit(context.get(), std::numeric_limits<std::int32_t>::max());
     check(heif_context_read_from_memory_without_copy(context.get(), bytes.data(), bytes.size(), nullptr));
@@ -172,9 +204,7 @@ ReadAnswer readHeif(const SourceFile& file, const ReadJob& job)
     const heif_chroma chroma = bits > 8
                                    ? (alpha ? heif_chroma_interleaved_RRGGBBAA_LE : heif_chroma_interleaved_RRGGBB_LE)
                                    : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
-    heif_image* decoded = nullptr;
-    check(heif_decode_image(source, &decoded, heif_colorspace_RGB, chroma, nullptr));
-    const Picture image(decoded);
+    const Picture image = decoded(source, chroma);
     SampleLayout layout;
     layout.width = heif_image_get_width(image.get(), heif_channel_interleaved);
     layout.height = heif_image_get_height(image.get(), heif_channel_interleaved);

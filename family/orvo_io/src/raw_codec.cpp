@@ -1,5 +1,6 @@
 // Camera raw files through LibRaw.
 #include "codecs.hpp"
+#include "dng_tags.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_core/planckian_locus.hpp>
@@ -340,6 +341,8 @@ ReadAnswer readRaw(const SourceFile& file, const ReadJob& job)
     const auto& sizes = raw->imgdata.sizes;
     checkExtent(file, job, sizes.raw_width, sizes.raw_height, 0);
     checkExtent(file, job, sizes.iwidth, sizes.iheight, 0);
+    if (raw->imgdata.idata.dng_version != 0)
+        checkDngTags(file, {sizes.raw_width, sizes.raw_height});
 
     ReadAnswer answer;
     answer.facts = readFactsOfFile(file.path(), job.wants(ImageReaderOpenFlag::Embedded));

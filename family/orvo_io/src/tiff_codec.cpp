@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 namespace orvo::io {
 namespace {
@@ -178,7 +179,34 @@ struct Band
     int planes;
 };
 
-Band bandOf(TIFF* tiff, const TiffFacts& facts)
+// Bytes of decoded samples that a file of this length can contain. CCITT codes white rows of any width in one bit, so
+// bilevel files have no such limit.
+std::int64_t mostDecodedBytes(const SourceFile& file, const TiffFacts& facts)
+{
+    constexpr std::int64_t kUnlimited = std::numeric_limits<std::int64_t>::max();
+    return facts.bits == 1 || file.size() > kUnlimited / kMostInflation ? kUnlimited : file.size() * kMostInflation;
+}
+
+// Throws ReadFailure for tiles that neither the picture nor the file can fill.
+void checkTiles(const SourceFile& file, const TiffFacts& facts, std::uint32_t tileWidth, std::uint32_t tileHeight,
+                std::int64_t rowOfTilesBytes)
+{
+    // Writers use one tile size for all pictures, so that of a small picture may exceed it.
+    static constexpr std::uint32_t kLargestTile = 1u << 12; // pixels a side
+    static constexpr std::uint32_t kTileStep = 16;          // TIFF 6.0: sides are multiples of it
+    const auto tooLarge = [](std::uint32_t tile, std::uint32_t picture) {
+        return tile == 0 || tile > std::max(kLargestTile, (picture + kTileStep - 1) / kTileStep * kTileStep);
+    };
+    if (tooLarge(tileWidth, facts.width) || tooLarge(tileHeight, facts.height))
+        throw ReadFailure("not a readable TIFF: tiles of " + std::to_string(tileWidth) + " x " +
+                          std::to_string(tileHeight) + " in a picture of " + std::to_string(facts.width) + " x " +
+                          std::to_string(facts.height));
+    if (rowOfTilesBytes > mostDecodedBytes(file, facts))
+        throw ReadFailure("the file announces tiles of " + std::to_string(rowOfTilesBytes) + " bytes but has only " +
+                          std::to_string(file.size()));
+}
+
+Band bandOf(TIFF* tiff, const TiffFacts& facts, const SourceFile& file)
 {
     Band band{};
     band.planes = facts.planar == PLANARCONFIG_SEPARATE ? facts.samples : 1;
@@ -187,15 +215,15 @@ Band bandOf(TIFF* tiff, const TiffFacts& facts)
         std::uint32_t tileHeight = 0;
         TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &tileWidth);
         TIFFGetField(tiff, TIFFTAG_TILELENGTH, &tileHeight);
-        constexpr std::uint32_t kLargestTile = 1u << 16; // pixels a side
-        if (tileWidth == 0 || tileHeight == 0 || tileWidth > kLargestTile || tileHeight > kLargestTile)
-            throw ReadFailure("not a readable TIFF: tiles of " + std::to_string(tileWidth) + " x " +
-                              std::to_string(tileHeight));
+        // Before any product of theirs: libtiff multiplies what the file says.
+        checkTiles(file, facts, tileWidth, tileHeight, 0);
         band.rows = static_cast<int>(tileHeight);
         band.blockWidth = static_cast<int>(tileWidth);
         band.across = static_cast<int>((facts.width - 1) / tileWidth + 1);
         band.blockBytes = static_cast<std::size_t>(TIFFTileSize(tiff));
         band.storedRow = static_cast<std::size_t>(TIFFTileRowSize(tiff));
+        checkTiles(file, facts, tileWidth, tileHeight,
+                   static_cast<std::int64_t>(band.blockBytes) * band.across * band.planes);
     } else {
         std::uint32_t rowsPerStrip = facts.height;
         TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
@@ -225,10 +253,9 @@ bool readBlock(TIFF* tiff, bool tiled, int y, int block, int plane, const Band& 
 }
 
 // Tiles, and strips of separate planes: decodes and combines one band at a time.
-void readBands(TIFF* tiff, const TiffFacts& facts, const RowUnpacker& unpacker, const SampleLayout& layout,
-               PictureSink& sink)
+void readBands(TIFF* tiff, const TiffFacts& facts, const Band& band, const RowUnpacker& unpacker,
+               const SampleLayout& layout, PictureSink& sink)
 {
-    const Band band = bandOf(tiff, facts);
     const auto blocks = static_cast<std::size_t>(band.across) * static_cast<std::size_t>(band.planes);
     const ManagedPlane<unsigned char> memory(band.blockBytes * blocks, true);
     const std::size_t pixelBytes = layout.rowBytes() / static_cast<std::size_t>(layout.width);
@@ -273,12 +300,12 @@ void readBands(TIFF* tiff, const TiffFacts& facts, const RowUnpacker& unpacker, 
 }
 
 // What libtiff converts itself (L*a*b*, LogLuv, YCbCr without JPEG): strips or tiles of 8-bit RGBA.
-void readThroughRgba(TIFF* tiff, const TiffFacts& facts, const SampleLayout& layout, PictureSink& sink)
+void readThroughRgba(TIFF* tiff, const TiffFacts& facts, const Band& band, const SampleLayout& layout,
+                     PictureSink& sink)
 {
     char reason[1024] = {};
     if (TIFFRGBAImageOK(tiff, reason) == 0)
         throw ReadFailure(std::string("this kind of TIFF is not supported: ") + reason);
-    const Band band = bandOf(tiff, facts);
     const std::size_t blockPixels = static_cast<std::size_t>(band.blockWidth) * static_cast<std::size_t>(band.rows);
     const ManagedPlane<std::uint32_t> memory(blockPixels * static_cast<std::size_t>(band.across), true);
     std::vector<std::uint32_t> row(static_cast<std::size_t>(layout.width));
@@ -335,9 +362,12 @@ std::int64_t leastBytes(const TiffFacts& facts)
 ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
 {
     // One strip may contain the whole picture, so the allocation limit follows the pixel limit: 4 samples of 8 bytes.
+    // It also follows the length of the file; the first bytes are free, since bilevel rows can be any length.
     constexpr std::int64_t kLargestPixel = 32;
+    constexpr std::int64_t kFreeBytes = std::int64_t{1} << 27;
     file.rewind();
-    TiffStream stream(file.stream(), "r", job.maxPixels * kLargestPixel);
+    const std::int64_t fromLength = kFreeBytes + std::min(file.size(), job.maxPixels) * kMostInflation;
+    TiffStream stream(file.stream(), "r", std::min(job.maxPixels * kLargestPixel, fromLength));
     TIFF* const tiff = stream.handle();
     if (tiff == nullptr)
         throw ReadFailure("not a readable TIFF: " + stream.error());
@@ -372,17 +402,19 @@ ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
     if (job.depth == ReadDepth::Facts)
         return answer;
 
+    const bool byScanlines = direct && !facts.tiled && facts.planar != PLANARCONFIG_SEPARATE;
+    const Band band = byScanlines ? Band{} : bandOf(tiff, facts, file); // refused before the picture is allocated
     if (!stream.missingValue().empty())
         noteDamage("the file is truncated: " + stream.missingValue(), job, answer);
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     if (!direct) {
-        readThroughRgba(tiff, facts, layout, sink);
+        readThroughRgba(tiff, facts, band, layout, sink);
     } else {
         const RowUnpacker unpacker(tiff, facts, layout);
-        if (facts.tiled || facts.planar == PLANARCONFIG_SEPARATE)
-            readBands(tiff, facts, unpacker, layout, sink);
-        else
+        if (byScanlines)
             readScanlines(tiff, unpacker, layout, sink);
+        else
+            readBands(tiff, facts, band, unpacker, layout, sink);
     }
     if (sink.rowsDone() < layout.height)
         noteCutOff(sink.rowsDone(), layout.height, stream.error(), job, answer);

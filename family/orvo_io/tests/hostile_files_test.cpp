@@ -261,6 +261,55 @@ TEST_F(HostileFiles, GiganticIsRefusedBeforeItCosts)
         ImageReader::instance().open({folder / "a.png", ""}, small, ImageReaderOpenFlag::Bracket, nullptr, "", -1));
 }
 
+// Sets a number of the first directory of a little-endian TIFF as LibTIFF writes it.
+void setTag(Bytes& tiff, std::uint16_t tag, std::uint32_t value)
+{
+    const auto number = [&](std::size_t at, std::size_t bytes) {
+        std::size_t result = 0;
+        for (std::size_t i = bytes; i > 0; --i)
+            result = result << 8 | tiff.at(at + i - 1);
+        return result;
+    };
+    const std::size_t directory = number(4, 4);
+    for (std::size_t i = 0; i < number(directory, 2); ++i) {
+        const std::size_t entry = directory + 2 + 12 * i;
+        if (number(entry, 2) != tag)
+            continue;
+        tiff.at(entry + 2) = 4; // LONG
+        for (std::size_t b = 0; b < 4; ++b)
+            tiff.at(entry + 8 + b) = static_cast<unsigned char>(value >> (8 * b));
+        return;
+    }
+    FAIL() << "no tag " << tag;
+}
+
+TEST_F(HostileFiles, TilesOfATiffAreBoundedByItsPictureAndItsLength)
+{
+    makeTiff(folder / "a.tif", 16, 16, Bytes(768, 99), {.tiled = true});
+    const Bytes whole = readBytes(folder / "a.tif");
+    const auto withTiles = [&](std::uint32_t width, std::uint32_t height) {
+        Bytes bytes = whole;
+        setTag(bytes, 322, width);
+        setTag(bytes, 323, height);
+        writeBytes(folder / "huge.tif", bytes);
+        return folder / "huge.tif";
+    };
+    ASSERT_TRUE(openFile(withTiles(16, 16)));
+    MemoryManager::instance().resetPeak();
+    expectRefused(withTiles(65536, 65536), "tiles of 65536 x 65536");
+    expectRefused(withTiles(16, 1u << 20), "tiles of 16 x 1048576");
+    // Many programs write tiles larger than a small picture; these still need bytes of the file.
+    expectRefused(withTiles(4096, 4096),
+                  "the file announces tiles of 50331648 bytes but has only " + std::to_string(whole.size()));
+    EXPECT_LT(MemoryManager::instance().peakBytes(), std::size_t{1} << 20);
+}
+
+TEST_F(HostileFiles, TilesLargerThanASmallPictureAreRead)
+{
+    makeTiff(folder / "a.tif", 20, 10, Bytes(600, 99), {.tiled = true, .tileSide = 256});
+    EXPECT_TRUE(openFile(folder / "a.tif"));
+}
+
 TEST_F(HostileFiles, NoPicturesAreRefusedWithAReason)
 {
     expectRefused(folder / "missing.jpg", "No such file");

@@ -1,12 +1,17 @@
 // Pictures of real cameras, from the folder named by ORVO_TEST_DATA.
 #include "test_files.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
 
 namespace orvo::test {
 namespace {
@@ -130,6 +135,28 @@ TEST_F(RealFiles, HeicIsUprightAndWide)
     const LogCapture log;
     EXPECT_FALSE(openFile(folder / "cut.heic"));
     EXPECT_EQ(log.texts(LogMessageType::Warning).size(), 1u);
+}
+
+// The decoder's own threads neither wait for ever nor end the process.
+TEST_F(RealFiles, HeicWithoutMemoryIsAFailure)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto file = testData() / "single" / "sign_heic_p3" / "sign_heic_p3.heic";
+    for (const std::size_t room : {8u, 24u, 48u, 120u, 300u, 400u}) { // MiB
+        const auto read = [&] {
+            constexpr unsigned kLongest = 30; // seconds, then SIGALRM ends it
+            ::alarm(kLongest);
+            std::ifstream sizes("/proc/self/statm");
+            std::size_t pages = 0;
+            sizes >> pages;
+            rlimit limit{};
+            limit.rlim_cur = limit.rlim_max = pages * static_cast<std::size_t>(::getpagesize()) + (room << 20);
+            ::setrlimit(RLIMIT_AS, &limit);
+            const bool isRead = openFile(file) != nullptr;
+            std::_Exit(isRead || lastFailure() ? 0 : 1);
+        };
+        EXPECT_EXIT(read(), testing::ExitedWithCode(0), "") << room << " MiB";
+    }
 }
 
 TEST_F(RealFiles, RawIsLinearAndOnACommonScale)

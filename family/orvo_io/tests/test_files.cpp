@@ -157,17 +157,16 @@ void makePng(const std::filesystem::path& path, int width, int height, const Byt
 
 namespace {
 
-void writeTiles(TIFF* tiff, int width, int height, const Bytes& samples, std::size_t pixelBytes)
+void writeTiles(TIFF* tiff, int width, int height, const Bytes& samples, std::size_t pixelBytes, int side)
 {
-    constexpr int kTile = 32;
-    Bytes tile(static_cast<std::size_t>(kTile * kTile) * pixelBytes);
-    for (int top = 0; top < height; top += kTile)
-        for (int left = 0; left < width; left += kTile) {
+    Bytes tile(static_cast<std::size_t>(side * side) * pixelBytes);
+    for (int top = 0; top < height; top += side)
+        for (int left = 0; left < width; left += side) {
             std::fill(tile.begin(), tile.end(), static_cast<unsigned char>(0));
-            for (int y = top; y < std::min(height, top + kTile); ++y) {
-                const auto count = static_cast<std::size_t>(std::min(width, left + kTile) - left) * pixelBytes;
+            for (int y = top; y < std::min(height, top + side); ++y) {
+                const auto count = static_cast<std::size_t>(std::min(width, left + side) - left) * pixelBytes;
                 const auto from = static_cast<std::size_t>(y * width + left) * pixelBytes;
-                std::memcpy(tile.data() + static_cast<std::size_t>((y - top) * kTile) * pixelBytes,
+                std::memcpy(tile.data() + static_cast<std::size_t>((y - top) * side) * pixelBytes,
                             samples.data() + from, count);
             }
             TIFFWriteTile(tiff, tile.data(), static_cast<std::uint32_t>(left), static_cast<std::uint32_t>(top), 0, 0);
@@ -217,9 +216,10 @@ void makeTiff(const std::filesystem::path& path, int width, int height, const By
     if (!kind.icc.empty())
         TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(kind.icc.size()), kind.icc.data());
     if (kind.tiled) {
-        TIFFSetField(tiff, TIFFTAG_TILEWIDTH, 32);
-        TIFFSetField(tiff, TIFFTAG_TILELENGTH, 32);
-        writeTiles(tiff, width, height, samples, static_cast<std::size_t>(kind.channels * kind.bits / 8));
+        TIFFSetField(tiff, TIFFTAG_TILEWIDTH, kind.tileSide);
+        TIFFSetField(tiff, TIFFTAG_TILELENGTH, kind.tileSide);
+        writeTiles(tiff, width, height, samples, static_cast<std::size_t>(kind.channels * kind.bits / 8),
+                   kind.tileSide);
     } else {
         TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 7);
         writeRows(tiff, width, height, samples, kind);

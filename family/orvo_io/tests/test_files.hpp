@@ -75,6 +75,7 @@ struct TiffKind
     bool floats = false;
     int photometric = 2; // RGB
     bool tiled = false;
+    int tileSide = 32; // a multiple of 16
     bool planar = false;
     int alpha = -1; // 1 associated, 2 not
     int orientation = 1;

@@ -26,6 +26,10 @@ for folder in "${folders[@]}"; do
 done
 c++ -std=c++20 "$source/all_headers.cpp" -I"$scratch" "${flags[@]}" -o "$scratch/all_headers"
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir orvo_extensions) "$scratch/all_headers"
+# The one header with OpenCV in it asks for a component of the package, which the project above does without.
+cmake -S "$source/opencv" -B "$scratch/joining" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >>"$scratch/configure.log"
+cmake --build "$scratch/joining" >"$scratch/build.log" || { cat "$scratch/build.log" >&2; exit 1; }
+"$scratch/joining/joining"
 test -s "$scratch/prefix/share/man/man1/orvo.1"
 # What is not exported stays hidden: none of the third-party libraries' names come out of the shared library.
 library=$(find "$scratch/prefix" -name 'liborvo_extensions.so' | head -n 1)

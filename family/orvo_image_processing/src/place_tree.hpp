@@ -1,0 +1,71 @@
+/// Places of the plane in a binary tree, so that a far group of them can be taken as one.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace orvo::detail {
+
+/// A group of consecutive places. Nodes lie in the order of a walk from the root: the first child follows its parent,
+/// and `next` is the node to go on with when the children are left out.
+struct PlaceNode
+{
+    float x; ///< mean of the places
+    float y;
+    float radius; ///< no place is further from (x, y)
+    int first;    ///< places first up to before last
+    int last;
+    int next;
+    bool leaf;
+};
+
+/// Key that keeps near places near each other: the bits of x and y in turn (Morton order).
+[[nodiscard]] constexpr std::uint64_t nearnessKey(std::uint32_t x, std::uint32_t y)
+{
+    const auto spread = [](std::uint64_t v) {
+        v = (v | v << 16) & 0x0000FFFF0000FFFFULL;
+        v = (v | v << 8) & 0x00FF00FF00FF00FFULL;
+        v = (v | v << 4) & 0x0F0F0F0F0F0F0F0FULL;
+        v = (v | v << 2) & 0x3333333333333333ULL;
+        return (v | v << 1) & 0x5555555555555555ULL;
+    };
+    return spread(x) | spread(y) << 1;
+}
+
+/// Appends the tree over the places `first` up to before `last`, at most `leafSize` in a leaf, to `nodes`. `placeAt(i)`
+/// gives something with floats x and y; neighbours in the order should be near each other in the plane.
+template <typename PlaceAt>
+void growPlaceTree(std::vector<PlaceNode>& nodes, int first, int last, int leafSize, const PlaceAt& placeAt);
+
+} // namespace orvo::detail
+
+#include <algorithm>
+#include <cmath>
+
+template <typename PlaceAt>
+void orvo::detail::growPlaceTree(std::vector<PlaceNode>& nodes, int first, int last, int leafSize,
+                                 const PlaceAt& placeAt)
+{
+    double x = 0.0;
+    double y = 0.0;
+    for (int i = first; i < last; ++i) {
+        x += static_cast<double>(placeAt(i).x);
+        y += static_cast<double>(placeAt(i).y);
+    }
+    PlaceNode node = {};
+    node.x = static_cast<float>(x / (last - first));
+    node.y = static_cast<float>(y / (last - first));
+    for (int i = first; i < last; ++i)
+        node.radius = std::max(node.radius, std::hypot(placeAt(i).x - node.x, placeAt(i).y - node.y));
+    node.first = first;
+    node.last = last;
+    node.leaf = last - first <= leafSize;
+    const std::size_t self = nodes.size();
+    nodes.push_back(node);
+    if (!node.leaf) {
+        const int middle = first + (last - first) / 2;
+        growPlaceTree(nodes, first, middle, leafSize, placeAt);
+        growPlaceTree(nodes, middle, last, leafSize, placeAt);
+    }
+    nodes[self].next = static_cast<int>(nodes.size());
+}

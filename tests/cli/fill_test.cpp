@@ -168,7 +168,7 @@ TEST_F(Fill, ByANetwork)
     writeText(
         folder / "quarter.onnx",
         onnx::Message().number(1, 7).message(8, onnx::Message().text(1, "").number(2, 11)).message(7, graph).bytes);
-    const Finished run = fill({"--mask", "mask.png", "-o", "out.png", "--model", "quarter.onnx"});
+    const Finished run = fill({"--mask", "mask.png", "-o", "out.png", "--bits", "8", "--model", "quarter.onnx"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     const auto after = read("out.png");
     ASSERT_TRUE(after);

@@ -135,12 +135,12 @@ struct PanoOptions
 void bindPanoOptions(Options& app, PanoOptions& options)
 {
     app.add_option("--projection", options.projection,
-                   "plane, cylindrical, spherical, fisheye, planet or mercator; default spherical")
+                   "plane, cylindrical, spherical (default), fisheye, planet or mercator")
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     app.add_option("--max-size", options.maxSize,
                    "limit of the longest side in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
-                       "; default: the resolution of the FILES")
+                       "; default: as the FILES")
         ->type_name("N")
         ->check(between(1, kLongestPanoramaSide));
     app.add_flag("--devignette", options.request.devignette, "remove dark corners, measured in the overlaps");
@@ -184,7 +184,7 @@ void bindViewOptions(Options& app, PanoOptions& options)
         ->check(between(-kHalfTurn, kHalfTurn));
     app.add_flag("--straighten", options.request.straighten, "then turn it until the horizon is level");
     app.add_option("--crop", options.crop,
-                   "none, auto for the largest full rectangle, or X,Y,W,H in pixels of none; default none")
+                   "none (default), auto (largest full rectangle), or X,Y,W,H in pixels of none")
         ->type_name("CROP")
         ->check(cropText());
 }

@@ -213,6 +213,47 @@ bool decodeInterlaced(Decoder& decoder, PictureSink& sink, const SampleLayout& l
     return well;
 }
 
+// Of an interlaced file the first passes are the picture with every step-th pixel of every step-th row. A reduced read
+// takes no more of them than leave it four times the side to average over. 1: all passes are needed.
+int stepOfPasses(const SampleLayout& layout, const ReadJob& job)
+{
+    constexpr int kAveraged = 4;
+    for (const int step : {8, 4, 2})
+        if (job.depth == ReadDepth::Reduced && job.side > 0 &&
+            std::max(layout.width, layout.height) / step >= kAveraged * std::int64_t{job.side})
+            return step;
+    return 1;
+}
+
+// Decodes the passes of that step into a plane of theirs. False if the file ended early.
+bool decodeFirstPasses(Decoder& decoder, PictureSink& sink, const SampleLayout& full, const SampleLayout& small,
+                       int step)
+{
+    const int passes = step == 8 ? 1 : step == 4 ? 3 : 5;
+    const std::size_t pixelBytes = full.rowBytes() / static_cast<std::size_t>(full.width);
+    const ManagedPlane<unsigned char> plane(small.rowBytes() * static_cast<std::size_t>(small.height), true);
+    std::vector<unsigned char> row(full.rowBytes());
+    const auto rowAt = [&](int y) { return plane.data() + small.rowBytes() * static_cast<std::size_t>(y); };
+    const auto decodePass = [&](int pass) {
+        const int rows = PNG_PASS_ROWS(full.height, pass);
+        const int columns = PNG_PASS_COLS(full.width, pass);
+        for (int y = 0; columns > 0 && y < rows; ++y) {
+            png_read_row(decoder.state.png, row.data(), nullptr);
+            unsigned char* const out = rowAt(PNG_ROW_FROM_PASS_ROW(y, pass) / step);
+            for (int x = 0; x < columns; ++x)
+                std::memcpy(out + static_cast<std::size_t>(PNG_COL_FROM_PASS_COL(x, pass) / step) * pixelBytes,
+                            row.data() + static_cast<std::size_t>(x) * pixelBytes, pixelBytes);
+        }
+    };
+    const bool well = decoder.state.attempt([&decodePass, passes] {
+        for (int pass = 0; pass < passes; ++pass)
+            decodePass(pass);
+    });
+    for (int y = 0; y < small.height; ++y)
+        sink.put(rowAt(y));
+    return well;
+}
+
 } // namespace
 
 ReadAnswer readPng(const SourceFile& file, const ReadJob& job)
@@ -240,15 +281,29 @@ ReadAnswer readPng(const SourceFile& file, const ReadJob& job)
     if (job.depth == ReadDepth::Facts)
         return answer;
 
+    const bool interlaced = png_get_interlace_type(state.png, state.info) != PNG_INTERLACE_NONE;
+    const int step = interlaced ? stepOfPasses(layout, job) : 1;
     int passes = 1;
-    decoder.guarded([&state, &passes] {
-        passes = png_set_interlace_handling(state.png);
+    decoder.guarded([&state, &passes, step] {
+        if (step == 1)
+            passes = png_set_interlace_handling(state.png);
         png_read_update_info(state.png, state.info);
     });
     if (png_get_rowbytes(state.png, state.info) != layout.rowBytes())
         throw ReadFailure("not a readable PNG: its rows have " +
                           std::to_string(png_get_rowbytes(state.png, state.info)) + " bytes, expected " +
                           std::to_string(layout.rowBytes()));
+    if (step > 1) {
+        SampleLayout small = layout;
+        small.width = (layout.width + step - 1) / step;
+        small.height = (layout.height + step - 1) / step;
+        PictureSink sink = makeSink(small, job, answer.facts, profile);
+        if (!decodeFirstPasses(decoder, sink, layout, small, step))
+            noteDamage(std::string("the picture is truncated within its interlaced passes (") + state.message + ")",
+                       job, answer);
+        answer.picture = sink.finish();
+        return answer;
+    }
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
     const bool well = passes > 1 ? decodeInterlaced(decoder, sink, layout, passes) : decodeRows(decoder, sink, layout);
     if (!well && passes > 1)

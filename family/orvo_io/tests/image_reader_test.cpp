@@ -1,5 +1,6 @@
 #include "test_files.hpp"
 
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/log_capture.hpp>
 
@@ -332,6 +333,38 @@ TEST_F(ImageReaderTest, ThumbnailsHaveTheirSide)
             ImageReader::instance().getThumbnailBySide(folder / name, 100, true, nullptr, [] { return true; }));
     }
     EXPECT_FALSE(ImageReader::instance().getThumbnailBySide(folder / "a.jpg", 0, true, nullptr, {}));
+}
+
+TEST_F(ImageReaderTest, ThumbnailsOfLargeInterlacedPicturesTakeTheFirstPassesOnly)
+{
+    // Black and white in squares of 512 pixels, one bit each.
+    const int w = 4096;
+    const int h = 3000;
+    Bytes bits(static_cast<std::size_t>(w / 8 * h));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w / 8; ++x)
+            bits[static_cast<std::size_t>(y * (w / 8) + x)] = (x / 64 + y / 512) % 2 == 0 ? 0xFF : 0;
+    makePng(folder / "plain.png", w, h, bits, {.colorType = 0, .bits = 1});
+    makePng(folder / "interlaced.png", w, h, bits, {.colorType = 0, .bits = 1, .interlaced = true});
+    for (const int side : {64, 128, 256, 512, 1024}) {
+        const auto thumbnail = [&](const char* name) {
+            MemoryManager::instance().resetPeak();
+            return ImageReader::instance().getThumbnailBySide(folder / name, side, true, nullptr, {});
+        };
+        const auto plain = thumbnail("plain.png");
+        const auto interlaced = thumbnail("interlaced.png");
+        ASSERT_TRUE(plain && interlaced) << side;
+        if (side <= 128) { // else much of it is needed
+            EXPECT_LT(MemoryManager::instance().peakBytes(), std::size_t{w} * h / 2) << side;
+        }
+        ASSERT_EQ(plain->size(), interlaced->size());
+        EXPECT_EQ(std::max(interlaced->width(), interlaced->height()), side);
+        // The edges of the squares may lie a pixel of the passes elsewhere.
+        double sum = 0.0;
+        for (std::size_t i = 0; i < plain->pixelCount(); ++i)
+            sum += std::abs(static_cast<double>(plain->data()[i].g - interlaced->data()[i].g));
+        EXPECT_LT(sum / static_cast<double>(plain->pixelCount()), 0.04) << side;
+    }
 }
 
 TEST_F(ImageReaderTest, PreviewIsUsedOnlyWhereItFits)

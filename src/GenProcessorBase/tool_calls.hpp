@@ -1,0 +1,67 @@
+/// What the calls of a tool have in common: nothing gets out of them, answers are read, callbacks are served.
+#pragma once
+
+#include "GenProcessorBase/detached_call.hpp"
+
+#include <orvo_core/image_data.hpp>
+#include <orvo_extensions/generative_processor.hpp>
+#include <orvo_logger/logstream.hpp>
+
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace orvo {
+
+inline void logToolError(const std::string& where, const std::string& text)
+{
+    LOG(__orvolog() << LogMessageType::Error << where << ": " << text);
+}
+
+/// Runs `work`, which must not throw at its caller, and logs what it throws. Whether it ended well.
+template <typename Work>
+bool guardedCall(const std::string& where, const Work& work)
+{
+    try {
+        work();
+        return true;
+    } catch (const std::exception& error) {
+        logToolError(where, error.what());
+    } catch (...) {
+        logToolError(where, "Unknown");
+    }
+    return false;
+}
+
+/// The record of a request for which there is nothing to send.
+[[nodiscard]] inline GenerativeProcessorBase::RequestInput requestWithoutContent(const std::string& id)
+{
+    GenerativeProcessorBase::RequestInput request;
+    request.id = id;
+    return request;
+}
+
+/// Calls `done`, which may be empty, on a thread of its own.
+inline void deliverState(const std::function<void(GenerativeProcessorBase::OutState)>& done,
+                         GenerativeProcessorBase::OutState state)
+{
+    if (done)
+        callDetached([done, state = std::move(state)] { done(state); });
+}
+
+/// The picture's part of a service's answer; nothing if that is too short to hold one. The length of the prefix counts,
+/// its text is not compared.
+[[nodiscard]] inline std::optional<std::string> pictureTextOf(const std::string& response)
+{
+    constexpr std::string_view kPrefix = "data:image/png;base64,";
+    if (response.size() <= kPrefix.size())
+        return std::nullopt;
+    return response.substr(kPrefix.size());
+}
+
+} // namespace orvo

@@ -320,8 +320,8 @@ TEST_F(HdrProvider, BracketsOfOneFileReportNoMoreThanTheWhole)
     PanoramaHDRProvider provider(source);
     provider.setLoadCallback(record());
     ASSERT_THAT(provider.load(never), SizeIs(3));
-    EXPECT_TRUE(std::is_sorted(told.begin(), told.end())) << testing::PrintToString(told);
-    EXPECT_FLOAT_EQ(told.back(), 1.0f);
+    EXPECT_TRUE(std::is_sorted(reported.begin(), reported.end())) << testing::PrintToString(reported);
+    EXPECT_FLOAT_EQ(reported.back(), 1.0f);
 }
 
 TEST_F(HdrProvider, GivesSrgb)

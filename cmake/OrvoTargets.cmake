@@ -66,6 +66,12 @@ function(orvo_test NAME)
   set(REPORTS ${CMAKE_BINARY_DIR}/Testing/reports)
   add_test(NAME ${NAME} COMMAND ${NAME} --gtest_filter=-${SLOW} --gtest_output=xml:${REPORTS}/${NAME}.xml)
   set_tests_properties(${NAME} PROPERTIES LABELS "${ARG_LABEL};fast" TIMEOUT 900)
-  gtest_discover_tests(${NAME} TEST_FILTER ${SLOW} DISCOVERY_TIMEOUT 60 XML_OUTPUT_DIR ${REPORTS}
-    PROPERTIES LABELS "${ARG_LABEL};slow" TIMEOUT 900)
+  gtest_discover_tests(${NAME} TEST_FILTER ${SLOW} TEST_LIST ${NAME}_SLOW DISCOVERY_TIMEOUT 60 XML_OUTPUT_DIR ${REPORTS}
+    PROPERTIES TIMEOUT 900)
+  # gtest_discover_tests() passes a single label only, so ctest adds both when it reads the discovered tests.
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${NAME}_labels.cmake
+    "foreach(TEST IN LISTS ${NAME}_SLOW)\n"
+    "  set_tests_properties(\"\${TEST}\" PROPERTIES LABELS \"${ARG_LABEL};slow\")\n"
+    "endforeach()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_CURRENT_BINARY_DIR}/${NAME}_labels.cmake)
 endfunction()

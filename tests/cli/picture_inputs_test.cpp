@@ -76,7 +76,7 @@ TEST_P(PictureInputs, LineBreakInAName)
     expectEnd(goodBeside("two\nlines.jpg"), {}, 1, "two?lines.jpg", "no such file");
 }
 
-TEST_P(PictureInputs, UnknownOption) { expectEnd({good[0]}, {"--brackets"}, 2, "--brackets", "not expected"); }
+TEST_P(PictureInputs, UnknownOption) { expectEnd({good[0]}, {"--nonsense"}, 2, "--nonsense", "not expected"); }
 
 TEST_P(PictureInputs, LogIsNeverWrittenIntoAPicture)
 {

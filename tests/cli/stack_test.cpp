@@ -3,10 +3,12 @@
 #include "program.hpp"
 
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/image_writer.hpp>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace orvo::test {
@@ -103,8 +105,17 @@ TEST_F(Stack, AllOptionsTogether)
     EXPECT_TRUE(metadataOf("out.png"));
 }
 
-TEST_F(Stack, DeghostingChangesTheResult)
+TEST_F(Stack, DeghostingChangesTheResultWhereSomethingMoves)
 {
+    // Something dark stands in one frame alone; the ghost reference is the first.
+    const auto image =
+        ImageReader::instance().open({folder / series[2], {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+    const auto pixels = image->imageData({}, {}, true);
+    for (int y = 50; y < 110; ++y)
+        std::fill_n(pixels->row(y) + 90, 50, PixelRGB<float>{0.02f, 0.02f, 0.02f});
+    ImageWriteSettings settings = writeSettingsForPath(folder / series[2]);
+    settings.profile = pixels->colorProfile();
+    writeImage(folder / series[2], *pixels, settings);
     ASSERT_EQ(stack({"-o", "plain.tif", "--no-align"}).exitCode, 0);
     ASSERT_EQ(stack({"-o", "deghosted.tif", "--no-align", "--deghost", "4"}).exitCode, 0);
     EXPECT_FALSE(fileText(folder / "plain.tif") == fileText(folder / "deghosted.tif"));

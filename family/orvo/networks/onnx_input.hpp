@@ -17,8 +17,8 @@ struct OnnxInput
     std::vector<std::int64_t> sides; ///< 0 where the file leaves a side free
 };
 
-/// The inputs of the graph that are not weights, in their order; none if the bytes are not such a file. Reads only inside
-/// them.
+/// The inputs of the graph that are not weights, in their order; none if the bytes are not such a file. Reads only
+/// inside them.
 [[nodiscard]] std::vector<OnnxInput> declaredInputs(std::span<const unsigned char> model);
 
 /// The first of them; empty if there is none.

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <ostream>
 #include <string>
 
 namespace {
@@ -71,6 +72,9 @@ struct Pair
     double most; ///< mean distance explained by noise, fine texture and hand movement
 };
 
+// Names the test; GoogleTest would print the bytes of the pointers, which are others in every run.
+void PrintTo(const Pair& pair, std::ostream* out) { *out << pair.first << " and " << pair.second; }
+
 class RealBracket : public testing::TestWithParam<Pair>
 {};
 
@@ -91,13 +95,13 @@ TEST_P(RealBracket, NeighboursMeetMuchBetterThanByAGainAlone)
         orvo::auto_exposure_data_t data;
         orvo::autoExposureEstimateRGB(a.samples.data(), b.samples.data(), a.width, a.height, data, 7);
         std::vector<float> byCurve = b.samples;
-        orvo::autoExposureApplyRGB(a.samples.data(), byCurve.data(), a.width, a.height, data);
+        orvo::autoExposureApplyRGB(nullptr, byCurve.data(), a.width, a.height, data);
         for (auto& curve : data.curves) { // same exposures, with straight splines
             curve.knots = 1;
             curve.from[0] = curve.to[0] = 1.0f;
         }
         std::vector<float> byGain = b.samples;
-        orvo::autoExposureApplyRGB(a.samples.data(), byGain.data(), a.width, a.height, data);
+        orvo::autoExposureApplyRGB(nullptr, byGain.data(), a.width, a.height, data);
         const double curveDistance = distance(a, b, byCurve);
         EXPECT_LT(curveDistance, GetParam().most) << k;
         EXPECT_LT(curveDistance, 0.75 * distance(a, b, byGain)) << k;

@@ -27,7 +27,8 @@ public:
     BesideFile(const BesideFile&) = delete;
     BesideFile& operator=(const BesideFile&) = delete;
 
-    /// The path to write to, valid as long as this object. Absolute, so that it survives a change of the working folder.
+    /// The path to write to, valid as long as this object. Absolute, so that it survives a change of the working
+    /// folder.
     [[nodiscard]] const std::filesystem::path& path() const { return beside; }
 
     /// Renames the file onto the target in one step. Replaces an existing file and keeps its permissions. Throws

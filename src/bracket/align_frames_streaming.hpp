@@ -20,7 +20,7 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
 
 /// The homography (CV_32F 3x3) that takes reference coordinates to frame coordinates, by enhanced correlation of the
 /// gray pictures at `scale` (Evangelidis, Psarakis, PAMI 30(10), 2008), starting from `transform`. If that does not
-/// converge the log tells it, and the transform goes back as far as it came.
+/// converge, it logs an error and returns a copy of `transform`.
 [[nodiscard]] cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame& frame, float scale,
                                   const cv::Mat& transform);
 

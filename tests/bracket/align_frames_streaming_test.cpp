@@ -212,7 +212,7 @@ TEST(AlignFramesStreaming, AFrameThatEndsUpBesideTheReferenceHasTheEmptyRectangl
     const _Size<int> size = reference.image->size();
     const cv::Rect inner = inscribedRect(projectedCorners(transform, size.width, size.height),
                                          static_cast<float>(size.width), static_cast<float>(size.height));
-    ASSERT_FALSE(inner.empty()) << "not for want of a rectangle";
+    ASSERT_FALSE(inner.empty()) << "there is a rectangle";
     ASSERT_TRUE((inner & cv::Rect(0, 0, size.width, size.height)).empty());
     const auto consumed = align({reference, frame}, 0);
     EXPECT_EQ(consumed[1].valid, _Rect<int>());

@@ -223,12 +223,12 @@ TEST(FailureOfException, KnowsTheKinds)
 TEST(RunControl, AsksAndReports)
 {
     bool stop = false;
-    float told = 0.0f;
-    const RunControl run([&] { return stop; }, [&](float share) { told = share; });
+    float reported = 0.0f;
+    const RunControl run([&] { return stop; }, [&](float share) { reported = share; });
     EXPECT_FALSE(run.cancelled());
     EXPECT_NO_THROW(run.throwIfCancelled());
     run.report(0.5f);
-    EXPECT_EQ(told, 0.5f);
+    EXPECT_EQ(reported, 0.5f);
     stop = true;
     EXPECT_FALSE(run.wasCancelled()) << "nobody has asked yet";
     EXPECT_TRUE(run.cancelled());

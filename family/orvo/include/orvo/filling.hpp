@@ -22,7 +22,7 @@ public:
     /// plain copy.
     ///
     /// Values are used as they are encoded, so a picture should have a curve that is even to the eye, such as sRGB's.
-    /// `control` is asked and told on the thread of the caller, between steps that take about a second for a hole of
+    /// `control` is called on the thread of the caller, between steps that take about a second for a hole of
     /// two megapixels. Throws FailureError: Cancelled; UnfittingPictures if picture or mask are empty or nothing of the
     /// picture is known. Throws std::bad_alloc. Blocks its caller; parallel inside.
     [[nodiscard]] virtual std::shared_ptr<_ImageData<PixelRGB<float>>> fill(const _ImageData<PixelRGB<float>>& picture,

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -27,7 +26,6 @@ std::unique_ptr<Filler> networkFiller(const std::filesystem::path& model)
 namespace details {
 namespace {
 
-constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have half of it
 constexpr int kUsualSide = 512; // of what a network with free sides sees: what most were trained with
 constexpr int kMostSide = 4096; // a network that declares larger sides asks for more memory than a machine has
 // The square around the hole is so many times as wide as the hole, so that the network sees what surrounds it.
@@ -41,24 +39,6 @@ std::string text(const std::vector<std::int64_t>& sides)
     for (const std::int64_t side : sides)
         all += (all.empty() ? "" : " x ") + (side == 0 ? "any" : std::to_string(side));
     return all.empty() ? "none" : all;
-}
-
-std::vector<uchar> readModel(const std::filesystem::path& model)
-{
-    const auto fail = [&](const std::string& found) {
-        throw FailureError({FailureKind::UnreadableFile, model, "expected an ONNX file, " + found});
-    };
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(model, error))
-        fail("no such file");
-    const std::uintmax_t size = std::filesystem::file_size(model, error);
-    if (error || size == 0 || size > kMostModelBytes)
-        fail("found " + std::to_string(error ? 0 : size) + " bytes");
-    std::vector<uchar> bytes(static_cast<std::size_t>(size));
-    std::ifstream file(model, std::ios::binary);
-    if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
-        fail("it cannot be read");
-    return bytes;
 }
 
 } // namespace
@@ -136,7 +116,7 @@ struct NetworkFiller::State
 
     void load(const std::filesystem::path& model)
     {
-        const std::vector<uchar> bytes = readModel(model);
+        const std::vector<uchar> bytes = readOnnxFile(model);
         const std::vector<OnnxInput> inputs = declaredInputs(bytes);
         if (inputs.empty())
             fail("expected an ONNX file, found one without a graph that has inputs");

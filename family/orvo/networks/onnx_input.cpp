@@ -1,6 +1,9 @@
 #include "networks/onnx_input.hpp"
 
+#include <orvo_common/failure.hpp>
+
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <stdexcept>
 
@@ -9,6 +12,8 @@ namespace orvo::details {
 namespace {
 
 using Bytes = std::span<const unsigned char>;
+
+constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have half of it
 
 constexpr std::uint64_t kModelGraph = 7;
 constexpr std::uint64_t kGraphNode = 1;
@@ -386,6 +391,24 @@ std::vector<unsigned char> withInput(std::span<const unsigned char> model, const
     });
     putBytes(result, kModelGraph, graph);
     return result;
+}
+
+std::vector<unsigned char> readOnnxFile(const std::filesystem::path& model)
+{
+    const auto fail = [&](const std::string& found) {
+        throw FailureError({FailureKind::UnreadableFile, model, "expected an ONNX file, " + found});
+    };
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(model, error))
+        fail("no such file");
+    const std::uintmax_t size = std::filesystem::file_size(model, error);
+    if (error || size == 0 || size > kMostModelBytes)
+        fail("found " + std::to_string(error ? 0 : size) + " bytes");
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
+    std::ifstream file(model, std::ios::binary);
+    if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+        fail("it cannot be read");
+    return bytes;
 }
 
 } // namespace orvo::details

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
@@ -16,6 +17,9 @@ struct OnnxInput
     std::string name;
     std::vector<std::int64_t> sides; ///< 0 where the file leaves a side free
 };
+
+/// The bytes of a model file. Throws FailureError (UnreadableFile) if there is none, or one of 0 bytes or above 1 GiB.
+[[nodiscard]] std::vector<unsigned char> readOnnxFile(const std::filesystem::path& model);
 
 /// The inputs of the graph that are not weights, in their order; none if the bytes are not such a file. Reads only
 /// inside them.

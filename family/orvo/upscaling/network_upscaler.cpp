@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,7 +18,6 @@ namespace orvo::details {
 namespace {
 
 constexpr int kMostScale = kMostUpscaleScale;
-constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // ten times the largest published networks
 // Approximate side of the kept part of a tile: large relative to the overlap, small enough for the planes of a deep
 // network (64 channels of such a tile are 4 MB).
 constexpr int kTileCore = 128;
@@ -32,24 +30,6 @@ std::string dimensions(const cv::Mat& blob)
     for (int i = 0; i < blob.dims; ++i)
         text += (i == 0 ? "" : " x ") + std::to_string(blob.size[i]);
     return text.empty() ? "nothing" : text;
-}
-
-std::vector<uchar> readModel(const std::filesystem::path& model)
-{
-    const auto fail = [&](const std::string& found) {
-        throw FailureError({FailureKind::UnreadableFile, model, "expected an ONNX file, " + found});
-    };
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(model, error))
-        fail("no such file");
-    const std::uintmax_t size = std::filesystem::file_size(model, error);
-    if (error || size == 0 || size > kMostModelBytes)
-        fail("found " + std::to_string(error ? 0 : size) + " bytes");
-    std::vector<uchar> bytes(static_cast<std::size_t>(size));
-    std::ifstream file(model, std::ios::binary);
-    if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
-        fail("it cannot be read");
-    return bytes;
 }
 
 } // namespace
@@ -139,7 +119,7 @@ struct NetworkUpscaler::State
 
     void load()
     {
-        const std::vector<uchar> bytes = readModel(model);
+        const std::vector<uchar> bytes = readOnnxFile(model);
         const auto declared = declaredInput(bytes);
         if (!declared)
             fail("expected an ONNX file, found one without a graph that has an input");

@@ -1,4 +1,4 @@
-/// Generative erase: the user paints over what is to vanish, a service paints what was behind it.
+/// Generative erase: the user paints over what should disappear, and a service paints what was behind it.
 #pragma once
 
 #include <orvo_brush/brush_settings.hpp>
@@ -19,11 +19,11 @@ class GenerativeEraseProcessorImpl;
 
 /// An erase tool on one picture.
 ///
-/// Drawing happens in phases. Between beginDrawing() and finishDrawing() the mask belongs to the brush; outside of a
-/// phase it is finished and can be sent. A call out of order is logged as a warning and does nothing, though the render
-/// that follows it still runs. Points and radii are pixels of the picture.
+/// Drawing happens in phases. Between beginDrawing() and finishDrawing() the brush changes the mask; outside of a phase
+/// the mask is final and can be sent. A call out of order logs a warning and changes nothing, although its render still
+/// runs. Points and radii are in pixels of the picture.
 ///
-/// The answer is put in through the mask, which fades outward: what lies outside of it stays as it is, bit by bit.
+/// The answer is blended in through the mask, feathered outward. Pixels beyond the feather stay bit-exact.
 ///
 /// Example:
 ///   GenerativeEraseProcessor erase(StateSource{"picture.jpg", {}, {}});
@@ -34,41 +34,41 @@ class GenerativeEraseProcessorImpl;
 ///   erase.finishStroke({}, {});
 ///   erase.finishDrawing();
 ///   erase.generateRequest("request 1", {}, [](auto request) { if (request.valid) send(std::move(request)); });
-///   // ... and when the answer is there:
+///   // ... and once the answer has arrived:
 ///   const auto before = erase.storeState();
 ///   erase.applyGeneratedResponse(answer, sizeThatWasSent);
-///   erase.restoreState(before, {}); // takes it back
+///   erase.restoreState(before, {}); // undo
 class ORVO_EXPORT GenerativeEraseProcessor : public GenerativeProcessorBase
 {
 public:
     explicit GenerativeEraseProcessor(const StateSource& source);
     explicit GenerativeEraseProcessor(std::shared_ptr<Composer> composer);
     explicit GenerativeEraseProcessor(std::shared_ptr<const _ImageData<PixelRGB<float>>> data);
-    /// Removes the files of stored masks and states.
+    /// Removes the temporary files of stored masks and states.
     ~GenerativeEraseProcessor() override;
 
-    /// Opens a phase, with the mask of the last one.
+    /// Opens a phase. The mask of the previous one is kept.
     void beginDrawing();
     void finishDrawing();
-    /// The callbacks are not called.
+    /// Never calls the callbacks.
     void startStroke(std::function<void()>, std::function<void()>);
     void stroke(const _Point<float>& point, std::shared_ptr<const BaseBrushSettings> settings);
-    /// The brush may change from batch to batch. Only RoundBrushSettings are known. Renders the main channel.
+    /// The brush may change between batches. RoundBrushSettings is the only supported kind. Renders the main channel.
     void strokePoints(const std::vector<_Point<float>>& points, std::shared_ptr<const BaseBrushSettings> settings);
     void finishStroke(std::function<void()>, std::function<void()>);
     void setDrawingMode(const DrawingMode& mode);
-    /// Shows the mask over renders also while nothing is drawn. Needs no phase.
+    /// Shows the mask over renders outside of a phase, too. Works at any time.
     void setShowMask(bool show);
     void clearMask();
 
-    /// Keeps the mask as it is now, for going back stroke by stroke. Three are kept in memory, older ones in files.
+    /// Stores the mask for stroke-by-stroke undo. The last three stay in memory, older ones in temporary files.
     std::vector<unsigned char> storeMask();
     void restoreMask(const std::vector<unsigned char>& state);
 
-    /// Prepares the picture around the mask and the mask for the service: at most 8000000 pixels for both, 9000000
-    /// characters of text for both, and sides of at most 1 to 2.45, as nearly as it can be done. `size` is not used.
-    /// `callback` comes on a thread of its own; on the worker, with a record that is not valid, if the mask is empty or
-    /// a phase is open.
+    /// Prepares the mask and the picture around it for the service: together at most 8000000 pixels and 9000000
+    /// characters of text, with an aspect ratio of at most 2.45; a request that cannot meet these is as small as
+    /// possible. `size` is unused. `callback` runs on a thread of its own; with an empty mask or an open phase it runs
+    /// on the worker, with an invalid record.
     void generateRequest(const std::string& id, _Size<int> size, std::function<void(RequestInput)> callback);
     void applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size) override;
     void applyGeneratedResponse(const std::string& response, _Size<int> size) override;

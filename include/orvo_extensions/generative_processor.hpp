@@ -1,15 +1,15 @@
-/// What the generative tools have in common: renders of the picture that is being edited, requests to a remote service,
-/// its answers, and states to go back to.
+/// The base of the generative tools: renders of the edited picture, requests to a remote service, its answers, and
+/// states for undo.
 ///
-/// A tool never touches the network. It prepares a request, the application sends it and brings the answer.
+/// A tool never touches the network. It prepares a request; the application sends it and passes the answer back.
 ///
 /// Threads: the application calls a processor from one thread at a time, and every method returns at once. All work on
-/// the picture runs on the processor's one worker, in the order of the calls. Renders are delivered on a second worker,
-/// one after the other; every other callback comes on a thread of its own, except where its method says so. A callback
-/// may drop the processor.
+/// the picture runs on the processor's single worker, in call order. A second worker delivers the renders, one after
+/// another; every other callback runs on a thread of its own unless its method says otherwise. A callback may destroy
+/// the processor.
 ///
-/// A constructor that cannot open its picture logs why and makes a processor of an empty canvas, whose methods do
-/// nothing.
+/// A constructor that cannot open its picture logs the reason and leaves a processor with an empty canvas, whose
+/// methods do nothing.
 #pragma once
 
 #include <orvo/image_loader.hpp>
@@ -32,7 +32,7 @@ namespace orvo {
 class Composer;
 class GenerativeProcessorBaseImpl;
 
-/// An image on disk, and how it is opened (openNoEmpty()).
+/// An image on disk and the settings to open it with (openNoEmpty()).
 struct ORVO_EXPORT StateSource
 {
     std::filesystem::path path;
@@ -42,12 +42,12 @@ struct ORVO_EXPORT StateSource
 
 namespace NoAlphaRender {
 
-/// A render. The pictures are shared, and nobody changes them.
+/// A render. The pictures are shared and immutable.
 struct ORVO_EXPORT Data
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
-    std::shared_ptr<const _ImageData<PixelRGB<float>>> unedited; ///< before any change; empty unless it is compared
-    PreviewContext context; ///< what was asked for, also where less of it lies inside the picture
+    std::shared_ptr<const _ImageData<PixelRGB<float>>> unedited; ///< before any edit; empty outside of compare mode
+    PreviewContext context; ///< as requested, even if part of it lies outside the picture
 };
 
 } // namespace NoAlphaRender
@@ -62,71 +62,73 @@ public:
     {
         RenderCallback callback; ///< empty: the channel is off
         PreviewContext context;
-        std::shared_ptr<ColorProfile> colorProfile = ColorProfileType::melissaRGB(); ///< of what is delivered
+        std::shared_ptr<ColorProfile> colorProfile =
+            ColorProfileType::melissaRGB(); ///< the renders are delivered in it
     };
 
     struct Configuration
     {
-        bool keepPendingRenders = false; ///< true: every render runs; false: a new one takes the waiting one's place
+        bool keepPendingRenders = false; ///< true: every render runs; false: a new one replaces the one that waits
     };
 
     /// A request for the service.
     struct RequestInput
     {
         std::string image;      ///< a PNG in base64
-        std::string mask;       ///< a gray PNG of the same size in base64, white where the service is to paint
-        std::string id;         ///< as the application gave it
+        std::string mask;       ///< a gray PNG of the same size in base64; white marks what the service paints
+        std::string id;         ///< as passed by the application
         std::int32_t width = 0; ///< pixels of `image`
-        bool valid = false;     ///< false: there is nothing to send; everything but `id` is empty
+        bool valid = false;     ///< false: nothing to send, everything but `id` is empty
     };
 
-    /// The answer to restoreState().
+    /// The result of restoreState().
     struct OutState
     {
-        std::vector<unsigned char> state; ///< as the application gave them
-        std::string id;                   ///< of the request that the state knew; empty if there is no such state
+        std::vector<unsigned char> state; ///< as passed by the application
+        std::string id; ///< of the last request before the state was stored; empty for an unknown state
     };
 
     explicit GenerativeProcessorBase(const StateSource& source);
     explicit GenerativeProcessorBase(const std::shared_ptr<Composer>& composer);
     explicit GenerativeProcessorBase(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& data);
-    /// Returns when the work that waits has been done.
+    /// Blocks until all queued work is done.
     virtual ~GenerativeProcessorBase();
     GenerativeProcessorBase(const GenerativeProcessorBase&) = delete;
     GenerativeProcessorBase& operator=(const GenerativeProcessorBase&) = delete;
 
-    /// Keeps the picture as it is now. The bytes name it for restoreState() of this processor, in no other one; they
-    /// are empty if it failed.
+    /// Stores the picture as it is now. The returned bytes identify it to restoreState() of this processor only; they
+    /// are empty on failure.
     virtual std::vector<unsigned char> storeState() = 0;
-    /// Goes back to a stored picture. `done` may be empty.
+    /// Restores a stored picture. `done` may be empty.
     virtual void restoreState(const std::vector<unsigned char>& state, std::function<void(OutState)> done) = 0;
-    /// Puts the service's picture, a file or the text of a data URL (a PNG in base64), in the place of the last
-    /// request. `size` is that of the picture that was sent; (0, 0) where it is not known.
+    /// Blends the service's picture, a file or the text of a data URL (a PNG in base64), into the area of the last
+    /// request. `size` is the size of the picture that was sent, or (0, 0) if unknown.
     virtual void applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size) = 0;
     virtual void applyGeneratedResponse(const std::string& response, _Size<int> size) = 0;
 
     [[nodiscard]] _Size<int> getCanvasSize() const;
 
-    /// Renders `context` for `callback`, now and after every change.
+    /// Renders `context` for `callback`, now and after every edit.
     void initRender(RenderCallback callback, PreviewContext context);
-    /// The same for the whole canvas at no more than `maxSize` pixels a side.
+    /// The same for the whole canvas, with sides of at most `maxSize` pixels.
     void initUnderlayRender(RenderCallback callback, int maxSize);
-    /// The main channel's next view; rendered now if `render` says so. A part outside of the picture is logged and left
-    /// out; if nothing remains the whole picture is shown.
+    /// Sets the main channel's view, and renders it now if `render` is set. The view is clipped to the picture, with a
+    /// log line; a view that misses the picture shows all of it.
     void setRenderContext(PreviewContext context, bool render);
-    /// Renders both channels in another profile; the pointer that is set already does nothing.
+    /// Renders both channels in another profile. Does nothing if the pointer is the one already set.
     void changeColorProfile(std::shared_ptr<ColorProfile> profile);
-    /// The whole picture at full size, in the main channel's profile. The record names melissaRGB() as its profile.
+    /// Renders the whole picture at full size in the main channel's profile. The record names melissaRGB() as its
+    /// profile.
     void generateDataForExport(std::function<void(RenderedData)> callback);
 
-    /// Between these two each render carries the unedited picture, too. Ending it renders nothing.
+    /// While compare mode is on, each render carries the unedited picture as well. Finishing renders nothing.
     void beginCompareBlindMode();
     void finishCompareBlindMode();
-    /// Between these two renders show the unedited picture alone. Both render the main channel.
+    /// While quick preview is on, renders show the unedited picture only. Both calls render the main channel.
     void quickPreviewOn();
     void quickPreviewOff();
 
-    /// No answer has been put in, or a state was restored from before there was one.
+    /// True until an answer is applied, and again after restoring a state stored before any answer.
     [[nodiscard]] bool isInInitialState();
     void setConfiguration(const Configuration& newConfiguration);
 
@@ -139,7 +141,7 @@ protected:
 
     Update mainUpdate;
     Update underlayUpdate;
-    std::unique_ptr<GenerativeProcessorBaseImpl> impl; ///< set by the tool
+    std::unique_ptr<GenerativeProcessorBaseImpl> impl; ///< set by the derived tool
     Configuration configuration;
     bool compareBlindMode = false;
     bool quickPreview = false;

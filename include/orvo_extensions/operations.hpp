@@ -1,12 +1,12 @@
 /// The units of work of a queue.
 ///
-/// An operation is made by one thread, runs once on the worker of an opq::OperationQueue, and is released. All that is
-/// read and written across threads is whether it is cancelled; name and function are set before it is added.
+/// One thread creates an operation; the worker of an opq::OperationQueue runs it once and releases it. Only the
+/// cancelled flag is shared between threads; name and function are set before the operation is added.
 ///
 /// Example:
 ///   const auto render = std::make_shared<opq::FunctionOperation>([view] { draw(view); }, "render");
 ///   queue.addOperation(render);
-///   render->cancel(); // a newer one makes it superfluous; without effect once it runs
+///   render->cancel(); // superseded by a newer one; no effect once it runs
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -18,7 +18,7 @@
 
 namespace opq {
 
-/// Held by std::shared_ptr: by the queue, and by whoever may want to cancel it.
+/// Held by std::shared_ptr, by the queue and by callers that may cancel it.
 class ORVO_EXPORT Operation
 {
 public:
@@ -28,13 +28,13 @@ public:
 
     /// The work. Called at most once, by the queue.
     virtual void execute() = 0;
-    /// Makes the queue leave the operation out. Does not wait and interrupts nothing: one that runs goes on to its end.
+    /// Makes the queue skip the operation. Does not wait, and does not interrupt an operation that runs already.
     /// From any thread.
     virtual void cancel();
     /// From any thread.
     [[nodiscard]] virtual bool isCanceled();
 
-    /// The name, for log lines; empty at first. To be set before the operation is added.
+    /// The name for log lines, initially empty. Set it before adding the operation.
     void setIdentifier(const std::string& name) { identifier = name; }
     [[nodiscard]] const std::string& getIdentifier() const { return identifier; }
 
@@ -44,7 +44,7 @@ protected:
 
     std::atomic<bool> canceled{false};
     std::string identifier;
-    std::int32_t priority = 1; ///< for the queue's owner; operations run in the order in which they are added
+    std::int32_t priority = 1; ///< for the queue's owner; operations run in the order they were added
 };
 
 /// Calls a function; an empty one raises std::bad_function_call.
@@ -59,7 +59,7 @@ private:
     std::function<void()> function;
 };
 
-/// A render, of which a queue's owner needs no more than the latest.
+/// A render. The queue's owner needs only the latest one.
 class ORVO_EXPORT RenderOperation final : public FunctionOperation
 {
 public:
@@ -70,7 +70,7 @@ protected:
     bool isUnderlay = false; ///< for the queue's owner
 };
 
-/// A change of settings, on which all that is added after it relies: it cannot be cancelled.
+/// A change of settings. It cannot be cancelled, since later operations rely on it.
 class ORVO_EXPORT ConfigOperation final : public Operation
 {
 public:

@@ -1,5 +1,5 @@
-/// Joins pictures by membranes. The one header of this library that includes OpenCV, whose matrices are its interface:
-/// a program that includes it must find OpenCV 4.7 or newer itself.
+/// Joins pictures by membranes. This is the only header of the library that includes OpenCV, since its interface is
+/// made of OpenCV's matrices: a program that includes it must find OpenCV 4.7 or newer itself.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -15,10 +15,10 @@
 
 namespace orvo {
 
-/// Lays pictures one after another on a canvas and hides each new seam with a membrane: the difference in colour along
-/// the edge of what lies there already is carried into the new picture, so that both meet without a step. Nothing is
-/// done by bands. Where the two disagree strongly, as at something that moved, the edge is left out of the membrane.
-/// The pictures in front come first.
+/// Lays pictures one after another on a canvas and hides each new seam with a membrane: it measures the colour
+/// difference along the edge of the pictures already placed and spreads it smoothly into the new picture, so that both
+/// meet without a step. There are no frequency bands. Where the two disagree strongly, as at a moving subject, the
+/// membrane skips the edge. Earlier pictures lie in front.
 ///
 /// Colour is CV_16SC3, blue first, full scale 16383, 0 .. full scale; masks are CV_8UC1, set where not 0.
 ///
@@ -38,43 +38,43 @@ public:
     PanoramaMBlender& operator=(PanoramaMBlender&&) noexcept;
     virtual ~PanoramaMBlender();
 
-    /// Adds a picture whose top-left pixel lies at `corner`. `mask` says where it counts; `region` where it may also
-    /// grow, by up to 16 pixels, into canvas that holds nothing. Both begin at the picture's first pixel; what they do
-    /// not cover is clear. The picture is shared, not copied: it must not change before the last blend(). The masks are
-    /// copied, a bit a pixel. Throws cv::Exception on matrices of other types.
+    /// Adds a picture whose top-left pixel lies at `corner`. `mask` selects its pixels; `region` selects where it may
+    /// also grow, by up to 16 pixels, into empty canvas. Both start at the picture's first pixel; pixels that they do
+    /// not cover count as clear. The picture is shared, not copied: it must not change before the last blend(). The
+    /// masks are copied, one bit per pixel. Throws cv::Exception on matrices of other types.
     void feed(const cv::Mat& image, const cv::Mat& mask, const cv::Mat& region, cv::Point corner);
 
-    /// Joins all pictures fed so far, in that order: `result` becomes a new CV_16SC3 of the rectangle that holds them
-    /// all, `resultMask` a new CV_8UC1 of that size, 255 where a picture lies and 0 elsewhere, where `result` is black.
-    /// A membrane can lift samples above full scale, or below 0; only the ends of the type bound them. Without any
-    /// picture both stay as they are. May be called again, and after further feeds.
+    /// Joins all pictures fed so far, in that order: `result` becomes a new CV_16SC3 of their common bounding box,
+    /// `resultMask` a new CV_8UC1 of that size: 255 where there is a picture, and 0 elsewhere, where `result` is black.
+    /// A membrane can push samples above full scale or below 0; only the range of the type bounds them. Without
+    /// pictures both stay unchanged. May be called again, also after further feeds.
     ///
-    /// A difference that is the same all along the joint is carried through the whole new part, and so to the ends of
-    /// the canvas: where the new picture ends over nothing, nothing is asked of the membrane. A spot where a channel
-    /// differs by half of full scale or more is left out, and 16 pixels around it.
+    /// A difference that is constant along the joint carries through the whole new part to the ends of the canvas: the
+    /// membrane is free where the new picture borders on empty canvas. Spots where a channel differs by half of full
+    /// scale or more are skipped, with a margin of 16 pixels.
     ///
     /// Blocks; one thread at a time on one object. Parallel over rows; the same bytes for any number of threads.
-    /// Peak, in bytes a pixel of the canvas: 41, and 12 a pixel of the largest picture. Throws std::length_error
-    /// where the rectangle is wider than an int, what allocation throws, and cv::Exception.
+    /// Peak: 41 bytes per pixel of the canvas and 12 per pixel of the largest picture. Throws std::length_error if the
+    /// bounding box is wider than an int, std::bad_alloc, and cv::Exception.
     void blend(cv::Mat& result, cv::Mat& resultMask);
 
 private:
     std::vector<cv::Mat> images;
-    std::vector<std::vector<bool>> masks;   ///< row-major, a bit for each pixel of the image
+    std::vector<std::vector<bool>> masks;   ///< row-major, one bit per pixel of the image
     std::vector<std::vector<bool>> regions; ///< the same
     std::vector<cv::Point> corners;
 };
 
-/// Sets to 1 all of the `width` x `height` plane `data` that lies within `radius` pixels, across and down, of a pixel
-/// that is not 0; the rest stays 0. T is a byte type. Works on runs of set pixels, so that the time does not grow with
-/// the radius. A negative radius counts as 0. Any thread; parallel; the same bytes for any number of threads. Peak: one
-/// more plane. Throws std::bad_alloc.
+/// Dilates the nonzero pixels of the `width` x `height` plane `data` by `radius` pixels horizontally and vertically:
+/// those within reach become 1, the rest 0. T is a byte type. Works on runs of set pixels, so that the time does not
+/// grow with the radius. A negative radius counts as 0. Any thread; parallel; the same bytes for any number of threads.
+/// Peak: one more plane. Throws std::bad_alloc.
 template <typename T>
 void dilationRLE(T* data, int width, int height, int radius);
 
 namespace detail {
 
-/// One line of dilationRLE(), `length` pixels `in`, onto `out`, which is 0 all along.
+/// One line of dilationRLE(): reads `length` pixels of `in`, sets runs in `out`, which must be all 0.
 template <typename T>
 void dilateRuns(const T* in, T* out, int length, int radius)
 {
@@ -113,7 +113,7 @@ void dilationRLE(T* data, int width, int height, int radius)
     const ManagedPlane<T> across(static_cast<std::size_t>(width) * static_cast<std::size_t>(height), true);
     forEachRow(height, [&](int y) { detail::dilateRuns(rowAt(data, y), rowAt(across.data(), y), width, reach); });
 
-    // Columns are taken out in strips of a cache line.
+    // Columns are gathered in strips as wide as a cache line.
     constexpr int kStrip = 64;
     forEachRow((width + kStrip - 1) / kStrip, [&](int strip) {
         const int first = strip * kStrip;

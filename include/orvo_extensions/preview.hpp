@@ -1,4 +1,4 @@
-/// Views of a picture that is being edited, and what a render of one answers.
+/// Views of an edited picture and their renders.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -12,28 +12,29 @@
 
 namespace orvo {
 
-/// One view. A zero size or rectangle means that it is not given: the whole picture.
+/// One view. A zero size or rectangle means the whole picture.
 struct PreviewContext
 {
-    _Size<int> size; ///< of the whole picture as the view shows it: the scale of the view
+    _Size<int> size; ///< size of the whole picture at the view's scale
     _Rect<int> roi;  ///< the part to render, in pixels of the source picture
 
     bool operator==(const PreviewContext&) const = default;
 };
 
-/// A finished render. A plain record; the pictures are shared and nobody changes them.
+/// A finished render, as a plain record. The pictures are shared and immutable.
 struct RenderedData
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
-    std::shared_ptr<const _ImageData<float>> mask; ///< 1 where the picture has content; empty: everywhere
-    std::shared_ptr<const void> option0;           ///< kept, stays empty
-    std::shared_ptr<const void> option1;           ///< kept, stays empty
-    PreviewContext context;                        ///< what the picture shows
-    /// What the receiver is to take the picture for.
+    std::shared_ptr<const _ImageData<float>>
+        mask;                            ///< 1 where the picture has content; empty if it has content everywhere
+    std::shared_ptr<const void> option0; ///< reserved, always empty
+    std::shared_ptr<const void> option1; ///< reserved, always empty
+    PreviewContext context;              ///< what the picture shows
+    /// The profile to interpret the picture in.
     std::shared_ptr<ColorProfile> colorProfile = ColorProfileType::melissaRGB();
-    bool option2 = false;       ///< kept
-    bool isPlaceholder = false; ///< this is no real result
-    std::string option3;        ///< kept, stays empty
+    bool option2 = false;       ///< reserved
+    bool isPlaceholder = false; ///< not a real result
+    std::string option3;        ///< reserved, always empty
 };
 
 } // namespace orvo

@@ -30,10 +30,10 @@ struct ToneLimits
 ///
 /// A block counts as moved where mean or texture of the two differ by more than noise, 8-bit steps, clipping and a
 /// misregistration of half a block explain. Noise and the error of the map are measured in the pictures themselves, by
-/// tone, as the usual difference between them, within what noise of some 8-bit steps can cause, so that a moving subject
-/// that dominates a tone does not pass for noise. A difference that the surroundings share is an error of the map. A
-/// moved core needs strong and coherent differences; it extends through connected weaker ones (hysteresis: Canny, IEEE
-/// PAMI 8(6), 1986) and by a margin.
+/// tone, as the usual difference between them, within what noise of some 8-bit steps can cause, so that a moving
+/// subject that dominates a tone does not pass for noise. A difference that the surroundings share is an error of the
+/// map. A moved core needs strong and coherent differences; it extends through connected weaker ones (hysteresis:
+/// Canny, IEEE PAMI 8(6), 1986) and by a margin.
 ///
 /// Both pictures are interleaved samples, three for each pixel. The result does not depend on the number of threads.
 class SceneAgreement

@@ -1,5 +1,4 @@
-/// Requests to a generative service and its answers: which part of a picture is sent, and how what comes back is put
-/// in.
+/// Requests to a generative service and its answers: which part of a picture to send, and how to blend the answer in.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -13,50 +12,48 @@ using AnswerPicture = std::shared_ptr<_ImageData<PixelRGB<float>>>;
 
 // Geometry.
 
-/// The rectangle to be processed for a hole within `roi`: half of its size more on every side (at least 32 pixels), its
-/// shorter side brought to at least half of the longer one and to `minimum`, as far as the picture goes. An empty `roi`
-/// gives the whole picture, and so does one that lies outside.
+/// Returns the rectangle to process for a hole within `roi`: extended by half its size on every side (at least 32
+/// pixels), with its shorter side grown to at least half of the longer one and to `minimum`, as far as the picture
+/// allows. An empty `roi`, or one outside of the picture, gives the whole picture.
 [[nodiscard]] ORVO_EXPORT _Rect<int> adjustProcessingRect(const _Rect<int>& roi, const _Size<int>& imageSize,
                                                           _Size<int> minimum);
 
-/// The bounds of what is above 0; (0, 0, 0, 0) if nothing is.
+/// The bounding box of the samples above 0; (0, 0, 0, 0) if there are none.
 [[nodiscard]] ORVO_EXPORT _Rect<int> calculateMaskRoi(const std::shared_ptr<const _ImageData<float>>& mask);
 
-/// The largest size with the aspect of `rectSize` that exceeds neither of the two; at least 1 x 1, (0, 0) if one of
-/// them is empty.
+/// The largest size with the aspect of `rectSize` that fits into both sizes; at least 1 x 1, or (0, 0) if either is
+/// empty.
 [[nodiscard]] ORVO_EXPORT _Size<int> calculateDownsampledSize(const _Size<int>& requestSize,
                                                               const _Size<int>& rectSize);
 
-/// Brings an answer to exactly `size`: through upscaleX() if it has to grow by an eighth or more, by resize() else.
-/// `mask` (may be empty) says where the upscaler's method counts. What has grown remembers by how much, for
+/// Resizes an answer to exactly `size`: with upscaleX() to grow by an eighth or more, with resize() otherwise. `mask`
+/// (may be empty) selects where the upscaler applies. An enlarged picture records its factor for
 /// applyDetailsToResult(). Throws std::invalid_argument if there is no picture or `size` is empty. Peak: as upscaleX().
 ORVO_EXPORT void upscaleToInitialSize(AnswerPicture& result, const _Size<int>& size,
                                       const std::shared_ptr<const _ImageData<float>>& mask);
 
-// Blending. Pictures are brought into the profile of the one that they go into.
+// Blending. Pictures are converted to the profile of their target.
 
-/// Turns a painted mask into one to blend by, in place: it fades outward over a width of three hundredths of the hole's
-/// extent (the root of its area), 3 to 48 pixels. What is painted at half or more becomes 1, softer rims stay at least
-/// as they are. The fade follows the exact Euclidean distance (Felzenszwalb, Huttenlocher: Distance Transforms of
-/// Sampled Functions, Theory of Computing 8, 2012). Peak: one plane of floats.
+/// Turns a painted mask into a blend mask, in place: it fades outward over three hundredths of the hole's extent (the
+/// square root of its area), 3 to 48 pixels. Samples of 0.5 or more become 1; softer rims never decrease. The fade
+/// follows the exact Euclidean distance (Felzenszwalb, Huttenlocher: Distance Transforms of Sampled Functions, Theory
+/// of Computing 8, 2012). Peak: one float plane.
 ORVO_EXPORT void prepareBlendMask(const std::shared_ptr<_ImageData<float>>& mask);
 
-/// Gives an enlarged answer back some of the contrast of fine structure that enlarging takes: each sample moves away
-/// from the mean around it, but not beyond what is around it. A picture that has not grown stays as it is. Peak: one
-/// picture.
+/// Restores some of the fine contrast that enlarging an answer loses: moves each sample away from its local mean,
+/// within the range of its neighbours. A picture that was not enlarged stays unchanged. Peak: one picture.
 ORVO_EXPORT void applyDetailsToResult(AnswerPicture& result);
 
-/// Makes an answer fit its surroundings, where the mask is 0 or small: the difference of colour there is spread
-/// smoothly into the hole and taken out (a membrane by push and pull over a pyramid: Gortler et al., The Lumigraph,
-/// SIGGRAPH 1996), and where the source is grainier than the answer, so much grain is added (the same grain in every
-/// run). All three have one size, otherwise std::invalid_argument. Where result and source are the same nothing
-/// changes. Peak: a tenth of a picture.
+/// Matches an answer to its surroundings, where the mask is 0 or small: spreads the colour difference measured there
+/// smoothly into the hole and subtracts it (a membrane by push and pull over a pyramid: Gortler et al., The Lumigraph,
+/// SIGGRAPH 1996), and adds grain where the source is grainier (the same grain in every run). The sizes must be equal,
+/// otherwise std::invalid_argument. Equal pictures stay unchanged. Peak: a tenth of a picture.
 ORVO_EXPORT void blendWithSource(AnswerPicture& result,
                                  const std::shared_ptr<const _ImageData<PixelRGB<float>>>& source,
                                  const std::shared_ptr<const _ImageData<float>>& mask);
 
-/// Puts `result` into `target` at `rect`, through `mask`: where the mask is 0 the target stays as it is, bit by bit;
-/// what lies outside of the target is left out. All have the size of `rect`, otherwise std::invalid_argument.
+/// Blends `result` into `target` at `rect` through `mask`. The target stays bit-exact where the mask is 0; parts of
+/// `rect` outside of the target are skipped. All sizes must equal that of `rect`, otherwise std::invalid_argument.
 ORVO_EXPORT void blendRoi(AnswerPicture& target, const std::shared_ptr<const _ImageData<PixelRGB<float>>>& result,
                           const std::shared_ptr<const _ImageData<float>>& mask, const _Rect<int>& rect);
 

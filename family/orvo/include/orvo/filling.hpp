@@ -1,4 +1,4 @@
-/// Completing pictures: what a mask marks is painted anew from what surrounds it.
+/// Picture completion: paints the masked part of a picture anew from its surroundings.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -16,36 +16,35 @@ class ORVO_EXPORT Filler
 public:
     virtual ~Filler();
 
-    /// A copy of `picture`, in its colour profile, in which the hole is painted: the pixels where `mask` is at least a
-    /// half. What is not a number counts as known. A mask of another size than the picture is laid over it, each side
-    /// with its own scale, and taken at the nearest sample. Known pixels come back bit for bit; an empty hole gives a
-    /// plain copy.
+    /// Returns a copy of `picture`, in its colour profile, with the hole painted: the pixels where `mask` is at least
+    /// 0.5. NaN counts as known. A mask of another size is stretched over the picture, each side by its own scale, and
+    /// sampled at the nearest pixel. Known pixels stay bit-exact; an empty hole gives a plain copy.
     ///
-    /// Values are used as they are encoded, so a picture should have a curve that is even to the eye, such as sRGB's.
-    /// `control` is called on the thread of the caller, between steps that take about a second for a hole of
-    /// two megapixels. Throws FailureError: Cancelled; UnfittingPictures if picture or mask are empty or nothing of the
-    /// picture is known. Throws std::bad_alloc. Blocks its caller; parallel inside.
+    /// Works on encoded values, so the picture should have a perceptually even curve such as sRGB's. Calls `control` on
+    /// the caller's thread, between steps of about a second for a hole of two megapixels. Throws FailureError:
+    /// Cancelled; UnfittingPictures if picture or mask is empty or the hole covers the whole picture. Throws
+    /// std::bad_alloc. Blocks; parallel inside.
     [[nodiscard]] virtual std::shared_ptr<_ImageData<PixelRGB<float>>> fill(const _ImageData<PixelRGB<float>>& picture,
                                                                             const _ImageData<float>& mask,
                                                                             const RunControl& control) const = 0;
 };
 
-/// Fills with patches of the picture itself, so without a network: an energy over patches is minimised from coarse to
-/// fine (Wexler, Shechtman, Irani, PAMI 29(3), 2007; Newson, Almansa, Gousseau, Perez, IPOL 2017,
-/// doi:10.5201/ipol.2017.189), matches being found as by Barnes et al. (SIGGRAPH 2009). Every pixel of the hole is a
-/// copy of known pixels or a mean of a few, but for colours that are evened out where copies meet; no pixel of the hole
-/// is ever a source. The same bytes for any number of threads. Where so little is known that no
-/// patch of 7 x 7 pixels is, the hole is filled smoothly from its rim.
+/// Fills with patches of the picture itself, without a network. Minimises an energy over patches from coarse to fine
+/// (Wexler, Shechtman, Irani, PAMI 29(3), 2007; Newson, Almansa, Gousseau, Perez, IPOL 2017,
+/// doi:10.5201/ipol.2017.189) and matches patches with PatchMatch (Barnes et al., SIGGRAPH 2009). Each pixel of the
+/// hole is the mean of a few known pixels, with colour steps between neighbouring copies evened out; no pixel of the
+/// hole is ever a source. The same bytes for any number of threads. If the known part holds no whole patch of 7 x 7
+/// pixels, the hole is filled smoothly from its rim.
 ///
-/// Peak: the result, and about 20 bytes for each pixel of the surroundings that are searched: the bounding box of the
-/// hole, larger by its longer side all around.
+/// Peak: the result, and about 20 bytes per pixel of the search window: the bounding box of the hole, extended by its
+/// longer side on all four sides.
 [[nodiscard]] ORVO_EXPORT std::unique_ptr<Filler> patchFiller();
 
-/// Fills by an inpainting network in a file of ONNX, run by OpenCV on the processor. Its inputs are a picture of
+/// Fills with an inpainting network from an ONNX file, run by OpenCV on the CPU. Its inputs are a picture of
 /// 1 x 3 x H x W (red, green, blue, 1.0 full scale) and a mask of 1 x 1 x H x W (1 in the hole), in either order; its
-/// output is a picture of 1 x 3 x H x W, whose hole is used. It sees a square around the hole. A model is run like a
-/// program and must be trusted like one. Throws FailureError, UnreadableFile, if the file cannot be used, and so does
-/// fill() if the network fails; one filling at a time, others wait.
+/// output is a picture of 1 x 3 x H x W. It sees a square around the hole, and only the hole of its output is used. A
+/// model runs like a program, so use only trusted ones. Throws FailureError, UnreadableFile, if the file cannot be
+/// used; fill() throws the same if the network fails. Runs one filling at a time; others wait.
 [[nodiscard]] ORVO_EXPORT std::unique_ptr<Filler> networkFiller(const std::filesystem::path& model);
 
 } // namespace orvo

@@ -9,10 +9,10 @@
 
 namespace orvo {
 
-/// How far each step goes: 0 leaves it out, 1 is full. Values beyond are limited, what is not a number counts as 0.
+/// The strength of each step: 0 skips it, 1 is full strength. Values are clamped to this range; NaN counts as 0.
 struct RestorationSettings
 {
-    float noise = 0.75f; ///< below 1 some of the grain stays, without which skin looks like plastic
+    float noise = 0.75f; ///< below 1 some grain stays, since skin without any looks like plastic
     float blur = 0.8f;
     float contrast = 0.15f; ///< log2 of the gain of fine structure
     float faces = 0.6f;
@@ -26,26 +26,25 @@ struct RestorationCallbacks
     std::function<bool()> cancel;         ///< true stops the restoration
 };
 
-/// A new picture of the same size and profile; `picture` is not changed. Steps, in their order:
+/// Returns a new picture of the same size and profile. Steps, in order:
 ///
-/// Noise. Its power is measured in the quietest blocks of each brightness, cosine by cosine, in one luminance-like and
-/// two opponent channels, and anew in copies of half and a quarter of the size, where the coarse grain of compressed
-/// and demosaiced pictures shows (Lebrun, Colom, Morel, "Multiscale image blind denoising", IEEE TIP 24(10), 2015).
-/// From the smallest copy up, blocks of 8 x 8 pixels at all even places are transformed to cosines, what is below the
-/// noise is dropped, and the result guides a second pass that weighs each cosine by what it has over the noise: Yu and
-/// Sapiro, "DCT image denoising", IPOL 2011, doi:10.5201/ipol.2011.ys-dct; over scales as by Pierazzo, Morel, Facciolo,
-/// "Multi-scale DCT denoising", IPOL 2017, doi:10.5201/ipol.2017.201. Where no noise is found nothing changes.
+/// Noise. Measures the noise power per DCT frequency in the quietest blocks of each brightness, in one luminance-like
+/// and two opponent channels, at full, half and quarter size, since the coarse grain of compressed and demosaiced
+/// pictures shows in the smaller ones (Lebrun, Colom, Morel, "Multiscale image blind denoising", IEEE TIP 24(10),
+/// 2015). From the smallest copy up, transforms blocks of 8 x 8 pixels at all even positions and drops coefficients
+/// below the noise; the result guides a second, Wiener-weighted pass: Yu and Sapiro, "DCT image denoising", IPOL 2011,
+/// doi:10.5201/ipol.2011.ys-dct; over scales as in Pierazzo, Morel, Facciolo, "Multi-scale DCT denoising", IPOL 2017,
+/// doi:10.5201/ipol.2017.201. A picture without noise stays unchanged.
 ///
-/// Blur. One figure for the picture, from its sharpest edges (Zhuo and Sim 2011), is taken for a Gaussian of up to 2
-/// pixels and undone by a deconvolution with a sparse prior (Krishnan and Fergus 2009) of luminance; the noise that is
-/// left limits the strength. No sample leaves the range of its surroundings by more than 2 percent of full scale, so
-/// that edges do not ring. A picture without measurable blur stays as it is.
+/// Blur. Estimates one Gaussian blur of up to 2 pixels from the sharpest edges (Zhuo and Sim 2011) and reverses it in
+/// luminance by deconvolution with a sparse prior (Krishnan and Fergus 2009); remaining noise limits the strength. No
+/// sample exceeds the range of its surroundings by more than 2 percent of full scale, so edges do not ring. A picture
+/// without measurable blur stays unchanged.
 ///
-/// Local contrast, by applyDetails(). Faces, by DeblurAIEffect::deblurFaces(), which measures what blur is left in
-/// them.
+/// Local contrast, by applyDetails(). Faces, by DeblurAIEffect::deblurFaces(), which measures the blur left in them.
 ///
-/// `picture`: 1.0 full scale, any RGB profile; None() is taken for encoded values. Pixels that are not finite or far
-/// out of range keep their bits and have no effect beyond 8 pixels around them in each scale.
+/// `picture`: 1.0 full scale, any RGB profile; None() counts as encoded values. Pixels that are not finite or far
+/// out of range keep their bits and affect nothing beyond 8 pixels around them at each scale.
 ///
 /// Empty on cancel. Throws std::invalid_argument if `picture` is empty, std::bad_alloc. Blocks; parallel inside; the
 /// same bits for any number of threads; callable from several threads at once. Peak: the result, four pictures of the

@@ -52,9 +52,9 @@ ORVO_EXPORT void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRG
 /// Applies the map to `b`, in place, in parallel. Towards white the channels converge, so that clipped pixels stay
 /// neutral. A neutral record changes nothing. Otherwise negative values and NaN become 0; finite values stay finite.
 ///
-/// `a` is the frame whose exposure `b` gets, pixel by pixel in the same place; it may be empty. Where both show the same
-/// scene, the result is `a` itself: no re-exposure gives back what noise, 8-bit steps or clipping took from `b`. What
-/// counts as the same is measured by tone in the two pictures, on blocks of 4 to 16 pixels (1 / 400 of the longer
+/// `a` is the frame whose exposure `b` gets, pixel by pixel in the same place; it may be empty. Where both show the
+/// same scene, the result is `a` itself: no re-exposure gives back what noise, 8-bit steps or clipping took from `b`.
+/// What counts as the same is measured by tone in the two pictures, on blocks of 4 to 16 pixels (1 / 400 of the longer
 /// side). Scratch with `a`: 1.4 planes of one channel at blocks of 4 pixels, a tenth of a plane at 16.
 ORVO_EXPORT void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
                                       const auto_exposure_data_t& data);

@@ -1,12 +1,11 @@
 #include "GenProcessorBase/render_view.hpp"
 
 #include "GenProcessorBase/detached_call.hpp"
+#include "GenProcessorBase/rectangles.hpp"
 
 #include <orvo_core/display.hpp>
 #include <orvo_extensions/operations.hpp>
 
-#include <algorithm>
-#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -26,25 +25,13 @@ std::string invalidRoi(const _Rect<int>& roi, const _Rect<int>& bounds)
 
 } // namespace
 
-_Rect<int> clippedRoi(const _Rect<int>& roi, const _Rect<int>& bounds)
-{
-    const auto end = [](int start, int length) { return std::int64_t{start} + length; };
-    const int left = std::max(roi.x, bounds.x);
-    const int top = std::max(roi.y, bounds.y);
-    const std::int64_t width = std::min(end(roi.x, roi.width), end(bounds.x, bounds.width)) - left;
-    const std::int64_t height = std::min(end(roi.y, roi.height), end(bounds.y, bounds.height)) - top;
-    if (width < 1 || height < 1)
-        return {};
-    return {left, top, static_cast<int>(width), static_cast<int>(height)};
-}
-
 std::shared_ptr<const _ImageData<PixelRGB<float>>>
 getDevelopedModifiedImageData(std::shared_ptr<ColorProfile> profile, const _Size<int>& size, const _Rect<int>& roi,
                               const std::shared_ptr<GenerativeProcessorBaseImpl::WorkingImage>& workingImage,
                               RenderCache& cache, SourceLocation location)
 {
     const _Rect<int> bounds = workingImage->rect();
-    const _Rect<int> clipped = clippedRoi(roi, bounds);
+    const _Rect<int> clipped = intersected(roi, bounds);
     if (clipped != roi)
         LOG(__orvolog() << LogMessageType::Error << functionSignature() << ": " << invalidRoi(roi, bounds)
                         << " called from " << location.function_name());
@@ -66,7 +53,7 @@ getDevelopedOriginalImageData(const GenerativeProcessorBase::Update& update, con
 {
     const _Rect<int> roi = update.context.roi;
     const _Rect<int> bounds = image->rect();
-    const _Rect<int> clipped = clippedRoi(roi, bounds);
+    const _Rect<int> clipped = intersected(roi, bounds);
     if (clipped != roi)
         LOG(__orvolog() << LogMessageType::Error << functionSignature() << ": " << invalidRoi(roi, bounds));
     const auto size = update.context.size;

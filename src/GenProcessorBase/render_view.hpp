@@ -11,9 +11,6 @@
 
 namespace orvo {
 
-/// `roi` within `bounds`; (0, 0, 0, 0), the whole picture, if less than a pixel remains.
-[[nodiscard]] _Rect<int> clippedRoi(const _Rect<int>& roi, const _Rect<int>& bounds);
-
 /// The part `roi` of the current picture at `size`, for display in `profile`. A part that does not lie within the
 /// picture is logged as an error that names `location`, and clipped.
 [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>

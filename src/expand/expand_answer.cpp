@@ -3,8 +3,6 @@
 #include "expand/tie_answer.hpp"
 
 #include <orvo/answers.hpp>
-#include <orvo/image_loader.hpp>
-#include <orvo_core/identifier.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -29,18 +27,6 @@ int answerSide(int downsampled, int generated, int sent, int rect)
 }
 
 } // namespace
-
-std::shared_ptr<Picture> loadExpandAnswer(const std::filesystem::path& file)
-{
-    const auto bytes = ImageLoader::load(file);
-    const auto provider = ImageLoader::get(Identifier::deserialize(bytes));
-    if (!provider)
-        return nullptr;
-    const auto image = provider->image();
-    auto data = image ? image->imageData(image->size(), {}, true) : nullptr;
-    ImageLoader::dispose(bytes);
-    return data;
-}
 
 std::shared_ptr<Picture> expandedPicture(const GenerativeProcessorBaseImpl::RequestParameters& parameters,
                                          std::shared_ptr<Picture> generated, _Size<int> size)

@@ -3,13 +3,9 @@
 
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
 
-#include <filesystem>
 #include <memory>
 
 namespace orvo {
-
-/// The picture of a file, as the loader opens it; empty if it cannot be read.
-[[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> loadExpandAnswer(const std::filesystem::path& file);
 
 /// The canvas of the request with the answer in it, as a new picture. `size` is that of the picture that was sent, (0,
 /// 0) where it is not known. Throws std::runtime_error if there is no request that it could belong to. `generated` is

@@ -1,6 +1,6 @@
 #include "expand/expand_canvas.hpp"
 
-#include "expand/rectangles.hpp"
+#include "GenProcessorBase/rectangles.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_core/rgba.hpp>

@@ -1,9 +1,9 @@
 #include "expand/expand_request.hpp"
 
 #include "GenProcessorBase/fit_to_limits.hpp"
+#include "GenProcessorBase/rectangles.hpp"
 #include "GenProcessorBase/tool_calls.hpp"
 #include "expand/expand_canvas.hpp"
-#include "expand/rectangles.hpp"
 
 #include <orvo/answers.hpp>
 

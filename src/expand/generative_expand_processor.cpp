@@ -1,3 +1,4 @@
+#include "GenProcessorBase/answer_file.hpp"
 #include "GenProcessorBase/tool_calls.hpp"
 #include "expand/expand_answer.hpp"
 #include "expand/expand_request.hpp"
@@ -95,7 +96,7 @@ void GenerativeExpandProcessor::applyGeneratedResponse(const std::string& respon
 
 void GenerativeExpandProcessor::applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size)
 {
-    applyGeneratedResponse([file] { return loadExpandAnswer(file); }, size);
+    applyGeneratedResponse([file] { return loadAnswer(file); }, size);
 }
 
 void GenerativeExpandProcessor::applyGeneratedResponse(

@@ -1,6 +1,6 @@
 #include "expand/tie_answer.hpp"
 
-#include "expand/rectangles.hpp"
+#include "GenProcessorBase/rectangles.hpp"
 
 #include <orvo_extensions/panorama_mblender.hpp>
 

@@ -1,8 +1,8 @@
+#include "GenProcessorBase/answer_file.hpp"
 #include "GenProcessorBase/fit_to_limits.hpp"
 
 #include <orvo/composer.hpp>
 #include <orvo/image_loader.hpp>
-#include <orvo_core/identifier.hpp>
 #include <orvo_extensions/generative_restoration.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -137,13 +137,7 @@ GenRestorationProcessor::Request GenRestorationProcessor::generateRequest()
 
 std::shared_ptr<_ImageData<PixelRGB<float>>> GenRestorationProcessor::applyResponse(const std::filesystem::path& file)
 {
-    const auto bytes = ImageLoader::load(file);
-    const auto provider = ImageLoader::get(Identifier::deserialize(bytes));
-    if (!provider)
-        return nullptr;
-    const auto image = provider->image();
-    const auto data = image ? image->imageData(image->size(), {}, true) : nullptr;
-    ImageLoader::dispose(bytes);
+    const auto data = loadAnswer(file);
     if (!data)
         return nullptr;
     std::shared_ptr<_ImageData<PixelRGB<float>>> result;

@@ -1,4 +1,5 @@
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
+#include "GenProcessorBase/rectangles.hpp"
 #include "GenProcessorBase/render_view.hpp"
 #include "support/pictures.hpp"
 #include "support/renders.hpp"
@@ -166,12 +167,12 @@ TEST(ProcessorBase, ARoiThatOverlapsIsClipped)
 TEST(ProcessorBase, RectanglesOfAnyNumbersAreClippedWithoutOverflow)
 {
     constexpr int kMost = std::numeric_limits<int>::max();
-    EXPECT_EQ(clippedRoi({-5, -5, 10, 10}, {0, 0, 100, 50}), _Rect<int>(0, 0, 5, 5));
-    EXPECT_EQ(clippedRoi({-kMost, -kMost, kMost, kMost}, {0, 0, 100, 50}), _Rect<int>());
-    EXPECT_EQ(clippedRoi({0, 0, kMost, kMost}, {0, 0, 100, 50}), _Rect<int>(0, 0, 100, 50));
-    EXPECT_EQ(clippedRoi({50, 0, kMost, kMost}, {0, 0, 100, 50}), _Rect<int>(50, 0, 50, 50));
-    EXPECT_EQ(clippedRoi({5, 5, -3, 10}, {0, 0, 100, 50}), _Rect<int>());
-    EXPECT_EQ(clippedRoi({}, {0, 0, 100, 50}), _Rect<int>());
+    EXPECT_EQ(intersected({-5, -5, 10, 10}, {0, 0, 100, 50}), _Rect<int>(0, 0, 5, 5));
+    EXPECT_EQ(intersected({-kMost, -kMost, kMost, kMost}, {0, 0, 100, 50}), _Rect<int>());
+    EXPECT_EQ(intersected({0, 0, kMost, kMost}, {0, 0, 100, 50}), _Rect<int>(0, 0, 100, 50));
+    EXPECT_EQ(intersected({50, 0, kMost, kMost}, {0, 0, 100, 50}), _Rect<int>(50, 0, 50, 50));
+    EXPECT_EQ(intersected({5, 5, -3, 10}, {0, 0, 100, 50}), _Rect<int>());
+    EXPECT_EQ(intersected({}, {0, 0, 100, 50}), _Rect<int>());
 }
 
 TEST(ProcessorBase, TheSameViewIsRenderedOnce)

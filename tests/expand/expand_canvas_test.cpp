@@ -1,5 +1,5 @@
+#include "GenProcessorBase/rectangles.hpp"
 #include "expand/expand_canvas.hpp"
-#include "expand/rectangles.hpp"
 #include "support/pictures.hpp"
 
 #include <gtest/gtest.h>

@@ -3,9 +3,7 @@
 #include "GenProcessorBase/fit_to_limits.hpp"
 
 #include <orvo/answers.hpp>
-#include <orvo/image_loader.hpp>
 #include <orvo_common/text.hpp>
-#include <orvo_core/identifier.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -145,18 +143,6 @@ std::shared_ptr<KepTiledImageData> obtainModifiedData(const std::shared_ptr<Imag
         true);
     tiled->copyTo(copy);
     return copy;
-}
-
-std::shared_ptr<_ImageData<PixelRGB<float>>> loadAnswer(const std::filesystem::path& file)
-{
-    const auto bytes = ImageLoader::load(file);
-    const auto provider = ImageLoader::get(Identifier::deserialize(bytes));
-    if (!provider)
-        return nullptr;
-    const auto image = provider->image();
-    auto data = image ? image->imageData(image->size(), {}, true) : nullptr;
-    ImageLoader::dispose(bytes);
-    return data;
 }
 
 void applyEraseAnswer(const std::shared_ptr<Image>& image,

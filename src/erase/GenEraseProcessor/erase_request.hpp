@@ -50,9 +50,6 @@ prepareEraseRequest(const Image& image, const TiledMaskImage& mask, const Reques
 /// A copy of the modified data of the image, all tiles computed, which may be written to.
 [[nodiscard]] std::shared_ptr<KepTiledImageData> obtainModifiedData(const std::shared_ptr<Image>& image);
 
-/// The picture of a file, as the loader opens it; empty if it cannot be read.
-[[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> loadAnswer(const std::filesystem::path& file);
-
 /// Puts an answer into the image. `size` is that of the picture that was sent, (0, 0) where it is not known. Throws
 /// std::runtime_error if there is no request that it could belong to.
 void applyEraseAnswer(const std::shared_ptr<Image>& image,

@@ -1,7 +1,8 @@
 // Opening, requests, answers and states.
 #include "GenEraseProcessor/erase_request.hpp"
 #include "GenEraseProcessor/generative_erase_processor_impl.hpp"
-#include "GenProcessorBase/detached_call.hpp"
+#include "GenProcessorBase/answer_file.hpp"
+#include "GenProcessorBase/tool_calls.hpp"
 
 #include <orvo/composer.hpp>
 #include <orvo/documents.hpp>
@@ -10,8 +11,6 @@
 #include <orvo_io/base64_image.hpp>
 #include <orvo_logger/logstream.hpp>
 
-#include <exception>
-#include <string_view>
 #include <utility>
 
 namespace orvo {
@@ -19,60 +18,24 @@ namespace {
 
 using State = GenerativeEraseProcessorImpl::State;
 
-constexpr std::string_view kDataPrefix = "data:image/png;base64,"; // its length counts, its text is not compared
-
-void logError(const std::string& where, const std::string& text)
-{
-    LOG(__orvolog() << LogMessageType::Error << where << ": " << text);
-}
-
-// Runs `work`, which must not throw at its caller, and logs what it throws. Whether it ended well.
-template <typename Work>
-bool guarded(const std::string& where, const Work& work)
-{
-    try {
-        work();
-        return true;
-    } catch (const std::exception& error) {
-        logError(where, error.what());
-    } catch (...) {
-        logError(where, "Unknown");
-    }
-    return false;
-}
-
-GenerativeProcessorBase::RequestInput failedRequest(const std::string& id)
-{
-    GenerativeProcessorBase::RequestInput failed;
-    failed.id = id;
-    return failed;
-}
-
-void deliver(const std::function<void(GenerativeProcessorBase::OutState)>& done,
-             GenerativeProcessorBase::OutState state)
-{
-    if (done)
-        callDetached([done, state = std::move(state)] { done(state); });
-}
-
 } // namespace
 
 GenerativeEraseProcessor::GenerativeEraseProcessor(const StateSource& source) : GenerativeProcessorBase(source)
 {
-    guarded(functionSignature(),
-            [&] { initializeImpl(openNoEmpty(source.path, source.settings, source.presetsPath)); });
+    guardedCall(functionSignature(),
+                [&] { initializeImpl(openNoEmpty(source.path, source.settings, source.presetsPath)); });
 }
 
 GenerativeEraseProcessor::GenerativeEraseProcessor(std::shared_ptr<Composer> composer)
     : GenerativeProcessorBase(composer)
 {
-    guarded(functionSignature(), [&] { initializeImpl(exportFromComposer(composer)); });
+    guardedCall(functionSignature(), [&] { initializeImpl(exportFromComposer(composer)); });
 }
 
 GenerativeEraseProcessor::GenerativeEraseProcessor(std::shared_ptr<const _ImageData<PixelRGB<float>>> data)
     : GenerativeProcessorBase(data)
 {
-    guarded(functionSignature(), [&] { initializeImpl(CreateOrvoImage(data)); });
+    guardedCall(functionSignature(), [&] { initializeImpl(CreateOrvoImage(data)); });
 }
 
 GenerativeEraseProcessor::~GenerativeEraseProcessor()
@@ -89,7 +52,7 @@ GenerativeEraseProcessor::~GenerativeEraseProcessor()
 
 void GenerativeEraseProcessor::initializeImpl(std::shared_ptr<Image>&& image)
 {
-    guarded(functionSignature(), [&] {
+    guardedCall(functionSignature(), [&] {
         auto made = std::make_unique<GenerativeEraseProcessorImpl>(std::move(image));
         auto working = std::make_shared<WorkingImageErase>();
         working->image = made->image;
@@ -111,11 +74,11 @@ void GenerativeEraseProcessor::generateRequest(const std::string& id, _Size<int>
             return;
         std::shared_ptr<const GenEraseData> data;
         if (!info->mask)
-            logError(where, "Failed to generate request with empty mask.");
+            logToolError(where, "Failed to generate request with empty mask.");
         else
-            guarded(where, [&] { data = prepareEraseRequest(*image, *info->mask, limits, id, *parameters); });
+            guardedCall(where, [&] { data = prepareEraseRequest(*image, *info->mask, limits, id, *parameters); });
         if (!data) {
-            callback(failedRequest(id));
+            callback(requestWithoutContent(id));
             return;
         }
         callDetached([callback, data, id] {
@@ -127,12 +90,10 @@ void GenerativeEraseProcessor::generateRequest(const std::string& id, _Size<int>
 
 void GenerativeEraseProcessor::applyGeneratedResponse(const std::string& response, _Size<int> size)
 {
-    if (response.size() <= kDataPrefix.size()) {
-        logError(functionSignature(), "Responce does not contain image.");
-        return;
-    }
-    applyGeneratedResponse(
-        [response] { return convertToImageData(std::string_view(response).substr(kDataPrefix.size())); }, size);
+    if (auto text = pictureTextOf(response))
+        applyGeneratedResponse([picture = std::move(*text)] { return convertToImageData(picture); }, size);
+    else
+        logToolError(functionSignature(), "Responce does not contain image.");
 }
 
 void GenerativeEraseProcessor::applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size)
@@ -148,14 +109,14 @@ void GenerativeEraseProcessor::applyGeneratedResponse(
     const std::string where = functionSignature();
     const auto apply = [where, source = std::move(source), size, image = impl->image,
                         parameters = impl->requestParameters] {
-        guarded(where, [&] {
+        guardedCall(where, [&] {
             if (const auto generated = source())
                 applyEraseAnswer(image, *parameters, *generated, size);
             else
-                logError(where, "Failed to parse responce.");
+                logToolError(where, "Failed to parse responce.");
         });
     };
-    guarded(where, [&] {
+    guardedCall(where, [&] {
         impl->initialState = false;
         impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(apply, "applyGeneratedResponse"));
         renderAll();
@@ -168,13 +129,13 @@ std::vector<unsigned char> GenerativeEraseProcessor::storeState()
     if (!eraseImpl)
         return bytes;
     const std::string where = functionSignature();
-    const bool stored = guarded(where, [&] {
+    const bool stored = guardedCall(where, [&] {
         const auto id = UUIDGenerator()();
         if (impl->initialState)
             impl->initialStateIds.insert(id);
         const auto store = [where, id, image = impl->image, info = eraseImpl->brushInfo,
                             parameters = impl->requestParameters, index = eraseImpl->stateIndex] {
-            guarded(where, [&] {
+            guardedCall(where, [&] {
                 State state;
                 state.mask = info->mask;
                 state.showMask = info->showMask;
@@ -204,15 +165,15 @@ void GenerativeEraseProcessor::restoreState(const std::vector<unsigned char>& st
     const auto restore = [where, image = impl->image, info = eraseImpl->brushInfo, parameters = impl->requestParameters,
                           done, index = eraseImpl->stateIndex, stateBytes] {
         std::string requestId;
-        guarded(where, [&] {
+        guardedCall(where, [&] {
             const auto id = Identifier::deserialize(stateBytes);
             if (!id) {
-                logError(where, "Cannot parse id.");
+                logToolError(where, "Cannot parse id.");
                 return;
             }
             const State state = index->find(id);
             if (!state.id) {
-                logError(where, "Cannot find state with id: " + id->text());
+                logToolError(where, "Cannot find state with id: " + id->text());
                 return;
             }
             image->setModifiedImageData(state.modifiedData, "");
@@ -221,9 +182,9 @@ void GenerativeEraseProcessor::restoreState(const std::vector<unsigned char>& st
             info->showMask = state.showMask;
             requestId = state.requestParameters.id;
         });
-        deliver(done, {stateBytes, requestId});
+        deliverState(done, {stateBytes, requestId});
     };
-    guarded(where, [&] {
+    guardedCall(where, [&] {
         if (const auto id = Identifier::deserialize(stateBytes))
             impl->initialState = impl->initialStateIds.contains(id);
         impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(restore, std::string()));

@@ -1,6 +1,6 @@
 #include "GenEraseProcessor/generative_erase_processor_impl.hpp"
 
-#include "GenProcessorBase/render_view.hpp"
+#include "GenProcessorBase/rectangles.hpp"
 
 #include <orvo_common/temporary_directory.hpp>
 #include <orvo_image_processing/image_transform.hpp>
@@ -114,13 +114,13 @@ std::shared_ptr<const MaskImage> PostRenderDataErase::maskToShow(const PreviewCo
     if (!controller) {
         // Clipped as the picture is, so that both show the same.
         return brushInfo->showMask && mask
-                   ? mask->maskImage(context.size, clippedRoi(context.roi, {0, 0, mask->width(), mask->height()}))
+                   ? mask->maskImage(context.size, intersected(context.roi, {0, 0, mask->width(), mask->height()}))
                    : nullptr;
     }
     if (channel != PostRenderType::Main || !(controller->isStrokeInProgress() || brushInfo->showMask))
         return nullptr;
     const auto size = controller->maskSize();
-    const _Rect<int> roi = clippedRoi(context.roi, {0, 0, size.width, size.height});
+    const _Rect<int> roi = intersected(context.roi, {0, 0, size.width, size.height});
     const _Rect<float> part(static_cast<float>(roi.x), static_cast<float>(roi.y), static_cast<float>(roi.width),
                             static_cast<float>(roi.height));
     return controller->getMaskPreview(ImageTransformSettings({}, part, context.size, ImageTransformType::Affine,

@@ -5,7 +5,7 @@
 
 namespace orvo {
 
-/// Runs `call` on a new thread that nobody waits for; if there is none to be had, right here. What it throws is logged.
+/// Runs `call` on a new detached thread, or on this one if no thread can be started. Logs what it throws.
 void callDetached(std::function<void()> call);
 
 } // namespace orvo

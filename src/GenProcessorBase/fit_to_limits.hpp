@@ -1,4 +1,4 @@
-/// Shrinking a request until its text is short enough.
+/// Shrinks a request until its text is short enough.
 #pragma once
 
 #include <orvo_core/geometry.hpp>
@@ -10,8 +10,8 @@
 
 namespace orvo {
 
-/// `size` with no side longer than `aspect` times the other; an aspect below 1 allows all. No side becomes 0: a picture
-/// resized to nothing would be the whole one.
+/// Clamps `size` so that no side exceeds `aspect` times the other; an aspect below 1 switches this off. No side becomes
+/// 0, since resize() takes an empty size as the whole picture.
 [[nodiscard]] inline _Size<int> clampedToAspect(_Size<int> size, float aspect)
 {
     if (!(aspect >= 1.0f))
@@ -25,7 +25,7 @@ namespace orvo {
     return size;
 }
 
-/// A scale, and the candidate of that scale; empty for the scale 0, which is nothing.
+/// A scale and its candidate; empty at scale 0.
 template <typename Candidate>
 struct ScaledCandidate
 {
@@ -35,10 +35,10 @@ struct ScaledCandidate
     [[nodiscard]] _Size<int> size() const { return candidate ? candidate->image->size() : _Size<int>(); }
 };
 
-/// The largest candidate found by bisection whose `total` is at most `maxSize` and whose sides keep to `aspect`. A
-/// Candidate has `image`, and `resized(size)` makes another one, encoded anew; `total(candidate)` is the length of its
-/// text. Encoding is what costs: no size is encoded twice, and the search ends within a hundredth of the scale. Where
-/// nothing fits, the smallest that was tried. An empty candidate gives an empty result.
+/// Finds by bisection the largest candidate whose `total` is at most `maxSize` and whose sides respect `aspect`. A
+/// Candidate has `image`, and `resized(size)` returns a newly encoded one; `total(candidate)` is the length of its
+/// text. Encoding dominates the cost, so no size is encoded twice, and the search stops within a hundredth of the
+/// scale. If nothing fits, returns the smallest candidate tried. An empty candidate gives an empty result.
 template <typename Candidate, typename Total>
 [[nodiscard]] std::shared_ptr<const Candidate> fitToLimits(std::shared_ptr<const Candidate> candidate,
                                                            std::int32_t maxSize, float aspect, const Total& total)

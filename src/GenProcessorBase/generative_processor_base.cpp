@@ -11,7 +11,7 @@
 namespace orvo {
 namespace {
 
-// All that a render reads: what changes afterwards cannot alter it.
+// Everything a render reads, so that later changes cannot affect it.
 struct RenderSnapshot
 {
     GenerativeProcessorBase::Update update;
@@ -23,7 +23,7 @@ struct RenderSnapshot
     bool quickPreview;
     std::shared_ptr<opq::OperationQueue> callbackQueue;
 
-    // at(): the subscript check of a vector that is too short.
+    // at(), since the vector may be too short.
     [[nodiscard]] RenderCache& modifiedCache() const { return caches->at(0); }
     [[nodiscard]] RenderCache& uneditedCache() const { return caches->at(1); }
 
@@ -94,8 +94,8 @@ GenerativeProcessorBase::GenerativeProcessorBase(const std::shared_ptr<const _Im
 
 GenerativeProcessorBase::~GenerativeProcessorBase()
 {
-    // Deliveries end after the work does, and on this thread. Were a render the last to hold their queue, the worker
-    // would wait for a callback that may be the one which waits for the worker here.
+    // The delivery queue must end after the work, and on this thread. If a render held its last reference, the worker
+    // would wait for a callback that may itself be waiting for the worker here.
     const auto deliveries = impl ? impl->callbackQueue : nullptr;
     impl.reset();
 }

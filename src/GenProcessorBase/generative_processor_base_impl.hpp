@@ -23,31 +23,32 @@ using RenderCache = Cache<std::shared_ptr<const _ImageData<PixelRGB<float>>>, Im
 class GenerativeProcessorBaseImpl
 {
 public:
-    /// The tool's view of the picture that is being edited. Used on the queue's worker.
+    /// The tool's edited picture. Used on the queue's worker.
     class WorkingImage
     {
     public:
         virtual ~WorkingImage();
-        /// The current picture, scaled and cut, as the caller's own; empty if there is none.
+        /// A copy of the current picture, scaled and cropped; empty if there is none.
         [[nodiscard]] virtual std::shared_ptr<_ImageData<PixelRGB<float>>>
         imageData(const ResizeParameters& parameters) = 0;
         [[nodiscard]] virtual std::int32_t width() const = 0;
         [[nodiscard]] virtual std::int32_t height() const = 0;
         [[nodiscard]] virtual _Rect<int> rect() const = 0;
-        /// Changes whenever the content does.
+        /// Changes with the content.
         [[nodiscard]] virtual std::string identifier() const = 0;
     };
 
-    /// The geometry of the last request: written when it is generated, read when its answer comes. A plain record.
+    /// The geometry of the last request: generateRequest() writes it, applyGeneratedResponse() reads it. A plain
+    /// record.
     struct RequestParameters
     {
-        _Rect<int> rect;                         ///< what is processed, in pixels of the canvas
-        _Rect<int> sourceRect;                   ///< expanding: where the picture lies in the canvas
+        _Rect<int> rect;                         ///< the part to process, in pixels of the canvas
+        _Rect<int> sourceRect;                   ///< expand only: the picture's place on the canvas
         _Size<int> downsampledSize;              ///< of the answer before it is enlarged to `rect`
-        std::shared_ptr<_ImageData<float>> mask; ///< to blend by, of the size of `rect`
+        std::shared_ptr<_ImageData<float>> mask; ///< the blend mask, of the size of `rect`
         std::shared_ptr<const _ImageData<PixelRGB<float>>> spare;
         std::string id;
-        std::shared_ptr<_ImageData<PixelRGB<float>>> canvas; ///< expanding: what was sent, at full size
+        std::shared_ptr<_ImageData<PixelRGB<float>>> canvas; ///< expand only: the sent canvas at full size
     };
 
     explicit GenerativeProcessorBaseImpl(std::shared_ptr<Image> source);
@@ -55,7 +56,7 @@ public:
     GenerativeProcessorBaseImpl(const GenerativeProcessorBaseImpl&) = delete;
     GenerativeProcessorBaseImpl& operator=(const GenerativeProcessorBaseImpl&) = delete;
 
-    /// What a render shows over the picture; empty: nothing.
+    /// The overlay of a render; empty for none.
     [[nodiscard]] virtual std::shared_ptr<PostRenderDataI> postRenderData();
 
     std::shared_ptr<Image> image; ///< the source
@@ -67,7 +68,7 @@ public:
     std::shared_ptr<std::vector<RenderCache>> caches;  ///< 0: modified, 1: unedited
     std::shared_ptr<RequestParameters> requestParameters;
     std::shared_ptr<opq::OperationQueue> callbackQueue; ///< delivers renders
-    /// Ids of states that were stored before anything was changed.
+    /// Ids of the states stored before any edit.
     std::set<std::shared_ptr<const Identifier>, Comparator> initialStateIds;
     bool initialState = true;
     std::int32_t maxRequestPixels = 8000000;

@@ -1,4 +1,4 @@
-/// What is drawn over a render.
+/// Overlays on renders.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -16,7 +16,7 @@ enum class PostRenderType : std::int32_t
     Underlay = 1,
 };
 
-/// What a tool gives along with a render.
+/// A tool's data for the overlay of a render.
 struct PostRenderDataI
 {
     static constexpr std::int32_t kErase = 1; ///< shows a mask; any other type is delivered as it is
@@ -24,7 +24,7 @@ struct PostRenderDataI
     std::int32_t type = 0;
 
     virtual ~PostRenderDataI();
-    /// The mask that is to be seen over the view; empty: none. On the queue's worker.
+    /// The mask to show over the view; empty for none. Runs on the queue's worker.
     [[nodiscard]] virtual std::shared_ptr<const MaskImage> maskToShow(const PreviewContext& context,
                                                                       PostRenderType channel) const;
 };

@@ -8,7 +8,7 @@
 
 namespace orvo {
 
-/// What two rectangles share; (0, 0, 0, 0) below one pixel in a direction. Sums of any two fields may exceed an int.
+/// The intersection; (0, 0, 0, 0) if it is less than a pixel wide or high. Handles any values without overflow.
 [[nodiscard]] inline _Rect<int> intersected(const _Rect<int>& a, const _Rect<int>& b)
 {
     const auto end = [](int start, int length) { return std::int64_t{start} + length; };

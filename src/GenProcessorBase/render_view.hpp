@@ -1,4 +1,4 @@
-/// Views of the pictures of a processor, through its caches. On the queue's worker.
+/// Views of a processor's pictures, through its caches. Used on the queue's worker.
 #pragma once
 
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
@@ -11,14 +11,14 @@
 
 namespace orvo {
 
-/// The part `roi` of the current picture at `size`, for display in `profile`. A part that does not lie within the
-/// picture is logged as an error that names `location`, and clipped.
+/// The part `roi` of the current picture at `size`, for display in `profile`. A part that exceeds the picture is
+/// clipped and logged as an error that names `location`.
 [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
 getDevelopedModifiedImageData(std::shared_ptr<ColorProfile> profile, const _Size<int>& size, const _Rect<int>& roi,
                               const std::shared_ptr<GenerativeProcessorBaseImpl::WorkingImage>& workingImage,
                               RenderCache& cache, SourceLocation location);
 
-/// The same of the unedited picture, as `update` says.
+/// The same for the unedited picture, with the view and profile of `update`.
 [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
 getDevelopedOriginalImageData(const GenerativeProcessorBase::Update& update, const std::shared_ptr<Image>& image,
                               RenderCache& cache);

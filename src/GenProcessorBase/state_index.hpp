@@ -15,12 +15,12 @@
 
 namespace orvo {
 
-/// At most this many states are whole in memory; older ones have their heavy parts in files.
+/// This many states stay whole in memory; the pictures of older ones go to files.
 inline constexpr std::size_t kStatesInMemory = 3;
-/// Heavy parts of a state, and so keys.
+/// Pictures, and so resource keys, of a state.
 inline constexpr std::size_t kStateResources = 3;
 
-/// Saves `data` under a fresh key, which is returned, and lets go of it; nothing to save has an empty key.
+/// Saves `data` under a new key, releases it and returns the key; the key is empty if there is nothing to save.
 template <typename Saved, typename Data>
 [[nodiscard]] std::string archivePart(ResourceManager& resources, std::shared_ptr<Data>& data)
 {
@@ -33,9 +33,9 @@ template <typename Saved, typename Data>
     return key;
 }
 
-/// States by their ids, on the queue's worker. A State has `id`, `resourceKeys` (empty, or kStateResources keys once it
-/// was archived), `archive(resources)`, which saves its heavy parts under new keys and lets go of them, `release()`,
-/// which lets go of those that have keys already, and `load(resources)`, which reads them back.
+/// States by id. Used on the queue's worker. A State has `id`, `resourceKeys` (empty, or kStateResources keys once
+/// archived), `archive(resources)` to save its pictures under new keys and release them, `release()` to release those
+/// that are saved already, and `load(resources)` to read them back.
 template <typename State>
 class StateIndex
 {
@@ -45,7 +45,7 @@ public:
     StateIndex(const StateIndex&) = delete;
     StateIndex& operator=(const StateIndex&) = delete;
 
-    /// The state becomes the newest.
+    /// Adds the state as the newest one.
     void push(State state)
     {
         recent.push_back(std::move(state));
@@ -54,15 +54,15 @@ public:
             if (oldest.resourceKeys.empty())
                 oldest.archive(resources);
             else
-                oldest.release(); // restored before, so its files are there
+                oldest.release(); // its files exist, since it was restored from them
             const auto id = oldest.id;
             archived.insert_or_assign(id, std::move(oldest));
             recent.pop_front();
         }
     }
 
-    /// A copy of the state, whole; one without an id if there is none. What was archived becomes the newest. Throws
-    /// what loading throws.
+    /// A complete copy of the state; one without an id if it is unknown. An archived state becomes the newest again.
+    /// Throws what loading throws.
     [[nodiscard]] State find(const std::shared_ptr<const Identifier>& id)
     {
         for (const State& state : recent)

@@ -1,4 +1,4 @@
-/// What the calls of a tool have in common: nothing gets out of them, answers are read, callbacks are served.
+/// Helpers for the public methods of the tools: exceptions are logged, answers parsed, callbacks delivered.
 #pragma once
 
 #include "GenProcessorBase/detached_call.hpp"
@@ -23,7 +23,7 @@ inline void logToolError(const std::string& where, const std::string& text)
     LOG(__orvolog() << LogMessageType::Error << where << ": " << text);
 }
 
-/// Runs `work`, which must not throw at its caller, and logs what it throws. Whether it ended well.
+/// Runs `work` and logs what it throws. Returns whether it succeeded.
 template <typename Work>
 bool guardedCall(const std::string& where, const Work& work)
 {
@@ -38,7 +38,7 @@ bool guardedCall(const std::string& where, const Work& work)
     return false;
 }
 
-/// The record of a request for which there is nothing to send.
+/// The record of a failed request.
 [[nodiscard]] inline GenerativeProcessorBase::RequestInput requestWithoutContent(const std::string& id)
 {
     GenerativeProcessorBase::RequestInput request;
@@ -54,8 +54,8 @@ inline void deliverState(const std::function<void(GenerativeProcessorBase::OutSt
         callDetached([done, state = std::move(state)] { done(state); });
 }
 
-/// The picture's part of a service's answer; nothing if that is too short to hold one. The length of the prefix counts,
-/// its text is not compared.
+/// The base64 part of a data URL; nothing if the text is too short. Drops as many characters as the prefix has, without
+/// comparing them.
 [[nodiscard]] inline std::optional<std::string> pictureTextOf(const std::string& response)
 {
     constexpr std::string_view kPrefix = "data:image/png;base64,";

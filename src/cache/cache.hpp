@@ -1,4 +1,4 @@
-/// Values computed on demand, of which the latest used are kept.
+/// A least-recently-used cache of values computed on demand.
 #pragma once
 
 #include "cache/i_cache.hpp"
@@ -12,10 +12,9 @@
 
 namespace orvo {
 
-/// At most N values by their keys, the least recently used goes first. The producer of a value runs when the first
-/// waiter asks its future, on that waiter's thread and without the lock; a second waiter gets the same value, or the
-/// same exception. Keys carry all that a value depends on, so nothing ever has to be invalidated. Usable from any
-/// thread.
+/// Holds at most N values by key and evicts the least recently used first. A producer runs on the thread of the first
+/// waiter on its future, outside of the lock; later waiters get the same value or the same exception. Keys carry
+/// everything a value depends on, so no entry ever goes stale. Usable from any thread.
 template <typename Value, typename Key, std::size_t N>
 class Cache final : public CacheBase
 {
@@ -36,7 +35,7 @@ public:
         dropped.swap(entries);
     }
 
-    /// The value of `key`; `producer` is called if there is none yet.
+    /// The value of `key`, from `producer` if it is not cached.
     template <typename Producer>
     [[nodiscard]] std::shared_future<Value> get(Key key, Producer producer)
     {

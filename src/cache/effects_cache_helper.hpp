@@ -1,4 +1,4 @@
-/// The cache that the effects of a document share.
+/// The cache shared by the effects of a document.
 #pragma once
 
 #include <orvo_core/effect_cache.hpp>
@@ -8,7 +8,7 @@
 
 namespace orvo {
 
-/// A handle on one map; copies share it. A handle that was moved from holds none.
+/// A handle to one map, shared by its copies. A moved-from handle holds none.
 class EffectsCacheHelper
 {
 public:

@@ -13,7 +13,7 @@ struct Registry
     std::vector<ICache*> caches;
 };
 
-// Never destroyed: a cache in a static object may outlive any static of ours.
+// Never destroyed, since a cache in a static object may outlive this one.
 Registry& registry()
 {
     static auto* const all = new Registry;

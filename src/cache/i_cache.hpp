@@ -1,21 +1,21 @@
-/// What memory management sees of a cache.
+/// The interface of a cache to memory management.
 #pragma once
 
 #include <functional>
 
 namespace orvo {
 
-/// A cache of the process. Usable from any thread.
+/// A cache. Usable from any thread.
 class ICache
 {
 public:
-    /// Without it nothing is stored. What is stored goes with the next use, or with clear().
+    /// Switching it off stops storing; stored values go with the next use or clear().
     virtual void setEnabled(bool enabled) = 0;
     virtual void clear() = 0;
     virtual ~ICache();
 };
 
-/// A cache that is in the process's registry while it lives.
+/// A cache that registers itself with the process for its lifetime.
 class CacheBase : public ICache
 {
 public:
@@ -25,12 +25,12 @@ public:
 
 protected:
     CacheBase();
-    /// Leaves the registry, before what the virtual functions use is destroyed.
+    /// Leaves the registry; derived classes call it before their members are destroyed.
     void withdraw();
 };
 
-/// Calls `visit` for every cache of the process, in the order of their making. None is made or destroyed meanwhile; the
-/// visitor must not do so itself.
+/// Calls `visit` for every cache of the process, in order of construction. Blocks construction and destruction of
+/// caches meanwhile, so the visitor must do neither.
 void forEachCache(const std::function<void(ICache&)>& visit);
 
 } // namespace orvo

@@ -13,16 +13,16 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-// An answer of more than this many times the pixels that it is to fill shows nothing more, and the canvas is brought to
-// its scale.
+// The limit of an answer's sides relative to the area it fills. Larger ones add no detail, but the canvas is scaled to
+// them.
 constexpr std::int64_t kMostOversampled = 2;
 
-/// One side of an answer before it is enlarged. A service may answer at another scale than it was asked at; `sent` is 0
-/// where the application does not know what it sent.
+/// One side of an answer before it is enlarged. The ratio allows for a service that answers at another scale than that
+/// of the request; `sent` is 0 if the application does not know the size it sent.
 int answerSide(int downsampled, int generated, int sent, int rect)
 {
     const std::int64_t side = sent > 0 ? std::int64_t{downsampled} * generated / sent : downsampled;
-    // More than the answer or the place have would be enlarged for nothing, to any size if `sent` is nonsense.
+    // A larger side adds no detail, and a nonsensical `sent` could make it arbitrarily large.
     return static_cast<int>(std::clamp<std::int64_t>(side, 1, std::max(generated, rect)));
 }
 
@@ -39,7 +39,7 @@ std::shared_ptr<Picture> expandedPicture(const GenerativeProcessorBaseImpl::Requ
         answerSide(parameters.downsampledSize.height, generated->height(), size.height, rect.height)};
     if (generated->width() > kMostOversampled * rect.width || generated->height() > kMostOversampled * rect.height)
         generated = generated->resize(rect.size(), {}, true);
-    // Both have to speak of the same colours to be tied.
+    // The membrane compares samples, so both need the same profile.
     generated->convertTo(parameters.canvas->colorProfile());
     tieAnswer(*generated, parameters);
 

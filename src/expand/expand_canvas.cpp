@@ -58,7 +58,7 @@ ExpandCanvas scaledTo(const ExpandCanvas& pair, _Size<int> size)
                                                             AffineTransform(), CropDescription(), 0));
     const SplittedRGBA scaled =
         splitRGBA(computer.createTransformedRoi(*joined, computer.getWorkingResizeParameters()));
-    // The service sees a hard mask, whatever the resampling made of it.
+    // The service gets a hard mask, so the soft rim from resampling goes.
     binarize(*scaled.mask);
     return {scaled.image, scaled.mask};
 }

@@ -1,4 +1,4 @@
-/// The enlarged canvas: the picture on gray, and a mask of what is to be painted.
+/// The enlarged canvas: the picture on gray, and the mask of the area to paint.
 #pragma once
 
 #include <orvo_core/geometry.hpp>
@@ -8,12 +8,12 @@
 
 namespace orvo {
 
-/// Copies `source` row by row to `rect` of `target`, which holds it; `source` has the size of `rect`. Nothing is done
-/// for a rectangle without rows. Parallel over the rows.
+/// Copies `source`, of the size of `rect`, into `target` at `rect`, which must lie inside. Does nothing for an empty
+/// rectangle. Parallel over the rows.
 void copyRect(std::shared_ptr<_ImageData<PixelRGB<float>>>& target,
               const std::shared_ptr<const _ImageData<PixelRGB<float>>>& source, const _Rect<int>& rect);
 
-/// What is above 0 becomes 1, all else 0. Parallel.
+/// Samples above 0 become 1, all others 0. Parallel.
 void binarize(_ImageData<float>& mask);
 
 struct ExpandCanvas
@@ -22,12 +22,12 @@ struct ExpandCanvas
     std::shared_ptr<_ImageData<float>> mask; ///< 1 where the service has to paint
 };
 
-/// The canvas of `crop`, in coordinates of the picture, with the picture's profile. `crop` has pixels. Peak: the
-/// canvas, and the part of the picture that lies in it.
+/// The canvas of the nonempty `crop`, in coordinates of the picture and in its profile. Peak: the canvas, and the part
+/// of the picture inside it.
 [[nodiscard]] ExpandCanvas makeExpandCanvas(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
                                             const _Rect<int>& crop);
 
-/// Both at `size`, the mask hard. Peak: two pictures of four channels beside the result.
+/// Both scaled to `size`, with a hard mask. Peak: two four-channel pictures beside the result.
 [[nodiscard]] ExpandCanvas scaledTo(const ExpandCanvas& pair, _Size<int> size);
 
 } // namespace orvo

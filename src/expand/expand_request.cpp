@@ -20,7 +20,7 @@ using Picture = _ImageData<PixelRGB<float>>;
 constexpr Base64EncodeParameters kEncoding(0, 8);
 constexpr int kWidestBorder = 2000; // pixels that a service paints from one known side
 
-/// Widths of what is new around the picture; negative where the crop cuts into it.
+/// Widths of the new border on each side; negative where the crop cuts into the picture.
 struct Borders
 {
     int top, left, bottom, right;
@@ -33,7 +33,7 @@ int scaledBorder(int width, float scale) { return static_cast<int>(std::ceil(sta
 int atLeastSideOf(int longer, float aspect) { return static_cast<int>(std::ceil(static_cast<float>(longer) / aspect)); }
 
 /// Keeps the known part of a request from being a sliver: grows its shorter side, and the request with it, as far as
-/// the picture goes, and moves both where the part would stick out of the picture's place `inner`.
+/// the picture allows, and moves both back inside the picture's place `inner`.
 void widenKnownPart(_Rect<int>& part, _Rect<int>& roi, const _Rect<int>& inner, _Size<int> picture, float aspect)
 {
     const int formerWidth = part.width;
@@ -58,7 +58,7 @@ void widenKnownPart(_Rect<int>& part, _Rect<int>& roi, const _Rect<int>& inner, 
     }
 }
 
-/// The size that the known picture may have in a request.
+/// The largest size of the known picture in a request.
 _Size<int> allowedSize(const std::shared_ptr<Picture>& known, const ExpandLimits& limits)
 {
     std::shared_ptr<const Picture> sample = known;
@@ -72,7 +72,7 @@ _Size<int> allowedSize(const std::shared_ptr<Picture>& known, const ExpandLimits
         ->image->size();
 }
 
-/// Of the scale that brings every border down to what a service paints; 1 if all are narrow enough.
+/// The scale at which no border exceeds the width that a service paints; 1 if all are narrow enough.
 float borderScale(const Borders& borders)
 {
     float scale = 1.0f;
@@ -114,7 +114,7 @@ ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& wo
     widenKnownPart(part, roi, inner, size, limits.aspect);
     roi = intersected(roi, whole); // an answer has nothing to paint beyond the canvas
 
-    // Only a measuring tool: an empty part measures all of the canvas.
+    // Encoded only to measure its text; an empty part measures the whole canvas.
     const std::shared_ptr<Picture> known = canvas.picture->copy(part);
     const _Size<int> knownSize = known->size();
     const _Size<int> allowed = allowedSize(known, limits);
@@ -135,7 +135,7 @@ ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& wo
         target = {scaledSide(target.width, scale), scaledSide(target.height, scale)};
         sent = scaledTo(sent, target);
     }
-    // Before the encoding: a mask that was not scaled is sent as it blends.
+    // Before encoding, since a request at full scale sends the mask that blends.
     prepareBlendMask(full.mask);
     ExpandRequest request;
     request.image = imageToBase64(sent.picture, kEncoding);

@@ -1,4 +1,4 @@
-/// From a crop to a request. On the queue's worker.
+/// Makes a request from a crop. Used on the queue's worker.
 #pragma once
 
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
@@ -12,11 +12,11 @@
 
 namespace orvo {
 
-/// One candidate for a request. Immutable; it knows the exact length of its text.
+/// A candidate for a request, with its encoded text. Immutable.
 struct GenExpandData
 {
     GenExpandData(std::shared_ptr<const _ImageData<PixelRGB<float>>> picture, const Base64EncodeParameters& encoding);
-    /// The picture brought to `size` and encoded anew.
+    /// The picture resized to `size` and encoded again.
     [[nodiscard]] std::shared_ptr<const GenExpandData> resized(_Size<int> size) const;
 
     const std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
@@ -24,7 +24,7 @@ struct GenExpandData
     const Base64EncodeParameters parameters;
 };
 
-/// What the known picture in a request may have at most.
+/// The limits of the known picture in a request.
 struct ExpandLimits
 {
     std::int32_t pixels;
@@ -39,8 +39,8 @@ struct ExpandRequest
     int width = 0;
 };
 
-/// What is sent, and in `parameters` what its answer needs. `crop` has pixels. `where` is the function that log lines
-/// name. Peak: three canvases, and what shrinking them takes.
+/// Makes the request for the nonempty `crop` and stores its geometry in `parameters`. Log lines name the function
+/// `where`. Peak: three canvases, and the scratch for shrinking them.
 [[nodiscard]] ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& workingImage,
                                                  const _Rect<int>& crop, const ExpandLimits& limits,
                                                  const std::string& id, const std::string& where,

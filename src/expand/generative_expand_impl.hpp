@@ -34,11 +34,11 @@ public:
     std::shared_ptr<StateIndex<State>> stateIndex = std::make_shared<StateIndex<State>>();
 };
 
-/// The picture of an expand tool: plain pixels, which every answer replaces.
+/// The picture of an expand tool. Every answer replaces it as a whole.
 class WorkingImageExpand final : public GenerativeProcessorBaseImpl::WorkingImage
 {
 public:
-    /// A new content, with an identity of its own for the caches.
+    /// Replaces the content and gives it a new identity for the caches.
     void set(std::shared_ptr<_ImageData<PixelRGB<float>>> newImage);
 
     ~WorkingImageExpand() override;

@@ -15,8 +15,8 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-constexpr int kMargin = 16; // pixels of the known picture that the answer may still change
-constexpr int kOverlap = 2; // pixels in which both are known
+constexpr int kMargin = 16; // pixels inside the known picture that the answer may still change
+constexpr int kOverlap = 2; // pixels in which both pictures count
 constexpr double kToWorking = 16383.0;
 constexpr double kFromWorking = 6.103701889514923e-05; // 1 / 16383.5
 
@@ -25,7 +25,7 @@ cv::Rect cvRect(const _Rect<int>& rect) { return {rect.x, rect.y, rect.width, re
 /// The samples of `picture`, shared. The order of the channels does not matter to the blender.
 cv::Mat samplesOf(Picture& picture) { return {picture.height(), picture.width(), CV_32FC3, picture.data()}; }
 
-/// From pixels of the canvas to those of the answer.
+/// Maps canvas coordinates to those of the answer.
 class AnswerScale
 {
 public:
@@ -57,7 +57,7 @@ void tieAnswer(Picture& generated, const GenerativeProcessorBaseImpl::RequestPar
     const _Rect<int>& source = parameters.sourceRect;
     const _Rect<int> known = intersected(
         {scale.across(source.x), scale.down(source.y), scale.across(source.width), scale.down(source.height)}, all);
-    // A small known part has none that is safe: the answer then counts everywhere.
+    // A small known part has no safe core; the answer then counts everywhere.
     const _Rect<int> safe = intersected(inset(known, kMargin), all);
     cv::Mat safeMask = cv::Mat::zeros(scaledSize, CV_8UC1);
     safeMask(cvRect(safe)) = cv::Scalar(255);

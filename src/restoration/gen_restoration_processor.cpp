@@ -14,9 +14,9 @@
 namespace orvo {
 namespace {
 
-constexpr float kAnyAspect = -1.0f; // switches off what fitToLimits() does about sliver pictures
+constexpr float kAnyAspect = -1.0f; // switches the aspect limit of fitToLimits() off
 
-/// One candidate for a request. Immutable; it knows the exact length of its text.
+/// A candidate for a request, with its encoded text. Immutable.
 struct GenRestorationData
 {
     GenRestorationData(std::shared_ptr<const _ImageData<PixelRGB<float>>> picture,
@@ -33,7 +33,7 @@ struct GenRestorationData
     const Base64EncodeParameters parameters;
 };
 
-/// A loaded document, let go of at the end of the scope, also where that is left by an exception.
+/// Loads a document and disposes of it at the end of the scope.
 class LoadedDocument
 {
 public:
@@ -45,7 +45,7 @@ public:
     const std::vector<unsigned char> bytes;
 };
 
-/// `size`, or the largest one with its proportions that is within `most`.
+/// `size`, or the largest size of its proportions within `most`.
 _Size<int> shrunkTo(_Size<int> size, _Size<int> most)
 {
     if (size.width <= most.width && size.height <= most.height)
@@ -67,7 +67,7 @@ public:
     GenRestorationProcessor::RequestRestrictions restrictions;
     Base64EncodeParameters encodeParameters{0, 8};
 
-    /// The document on its canvas; empty if the file is no picture.
+    /// The document on its canvas; empty if the file is not a picture.
     [[nodiscard]] std::unique_ptr<Composer> makeComposer() const
     {
         const LoadedDocument document(path);
@@ -117,7 +117,7 @@ GenRestorationProcessor::Request GenRestorationProcessor::generateRequest()
     const CropDescription crop = composer->getCropDescription();
     const _Size<int> size = crop != CropDescription() ? crop.getCropRect().size() : composer->getCanvasSize();
 
-    // The picture may come on another thread.
+    // The callback may run on another thread.
     const auto promise = std::make_shared<std::promise<RenderedData>>();
     std::future<RenderedData> rendered = promise->get_future();
     composer->generateDataForExport(shrunkTo(size, impl->restrictions.maxSize),

@@ -28,7 +28,7 @@ _Size<int> withinPixelBudget(_Size<int> size, std::int32_t maxPixels)
     return {side(size.width), side(size.height)};
 }
 
-// The first of `count` lines that has a sample of the mask, counted in steps from `start`; `count` if none has.
+// The first of `count` lines for which `hasSample` holds; `count` if none does.
 template <typename HasSample>
 int stepsToMask(int count, const HasSample& hasSample)
 {
@@ -38,13 +38,13 @@ int stepsToMask(int count, const HasSample& hasSample)
     return steps;
 }
 
-// One side of an answer before it is enlarged. A service may answer at another scale than it was asked at; `sent` is 0
-// where the application does not know what it sent.
+// One side of an answer before it is enlarged. The ratio allows for a service that answers at another scale than that
+// of the request; `sent` is 0 if the application does not know the size it sent.
 int answerSide(int downsampled, int generated, int sent, int rect)
 {
     const float ratio = sent > 0 ? static_cast<float>(generated) / static_cast<float>(sent) : 1.0f;
     const float side = static_cast<float>(downsampled) * ratio;
-    // More than the answer or the place have would be enlarged for nothing, to any size if `sent` is nonsense.
+    // A larger side adds no detail, and a nonsensical `sent` could make it arbitrarily large.
     const auto most = static_cast<float>(std::max(generated, rect));
     return std::max(1, static_cast<int>(std::min(side, most)));
 }
@@ -68,7 +68,7 @@ _Rect<int> maskBounds(const TiledMaskImage& mask)
     const int width = mask.width();
     const int height = mask.height();
     constexpr int kTile = TiledMaskImage::kTileSize;
-    // A line of samples, tile by tile: most tiles are empty and seen at a glance.
+    // Tests a line tile by tile, since most tiles are empty and need no look at their samples.
     const auto tileIsEmpty = [&](int column, int row) {
         const auto& tile = mask.tile(column, row);
         return !tile.samples && isFloatEqual(tile.uniform, 0.0f);
@@ -119,7 +119,7 @@ std::shared_ptr<const GenEraseData> prepareEraseRequest(const Image& image, cons
         std::make_shared<const GenEraseData>(image.developedModifiedImageData({requestSize, roi, true}),
                                              roiMask->resize(requestSize, {}, true), kEncoding),
         limits.base64Size, limits.aspect, total);
-    // The service gets the mask as it was painted, the blend one that fades.
+    // The service gets the mask as painted; the blend uses a feathered one.
     prepareBlendMask(roiMask);
     parameters.downsampledSize = calculateDownsampledSize(data->image->size(), roi.size());
     parameters.rect = roi;

@@ -1,4 +1,4 @@
-/// From a painted mask to a request, and from an answer to the picture. On the queue's worker.
+/// Makes a request from a painted mask and applies its answer. Used on the queue's worker.
 #pragma once
 
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
@@ -15,12 +15,12 @@
 
 namespace orvo {
 
-/// One candidate for a request. Immutable; it knows the exact length of its text.
+/// A candidate for a request, with its encoded text. Immutable.
 struct GenEraseData
 {
     GenEraseData(std::shared_ptr<const _ImageData<PixelRGB<float>>> picture,
                  std::shared_ptr<const _ImageData<float>> itsMask, const Base64EncodeParameters& encoding);
-    /// Picture and mask brought to `size` and encoded anew.
+    /// Picture and mask resized to `size` and encoded again.
     [[nodiscard]] std::shared_ptr<const GenEraseData> resized(_Size<int> size) const;
 
     const std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
@@ -30,7 +30,7 @@ struct GenEraseData
     const Base64EncodeParameters parameters;
 };
 
-/// What a request may have at most.
+/// The limits of a request.
 struct RequestLimits
 {
     std::int32_t pixels;     ///< of picture and mask together
@@ -38,20 +38,20 @@ struct RequestLimits
     float aspect;
 };
 
-/// The bounds of what is not 0; (0, 0, 0, 0) if nothing is.
+/// The bounding box of the nonzero samples; (0, 0, 0, 0) if there are none.
 [[nodiscard]] _Rect<int> maskBounds(const TiledMaskImage& mask);
 
-/// The request for what `mask` covers, and in `parameters` what its answer needs; the candidate is empty, and nothing
-/// is written, if the mask is.
+/// Makes the request for the area that `mask` covers and stores its geometry in `parameters`. An empty mask returns an
+/// empty candidate and leaves `parameters` unchanged.
 [[nodiscard]] std::shared_ptr<const GenEraseData>
 prepareEraseRequest(const Image& image, const TiledMaskImage& mask, const RequestLimits& limits, const std::string& id,
                     GenerativeProcessorBaseImpl::RequestParameters& parameters);
 
-/// A copy of the modified data of the image, all tiles computed, which may be written to.
+/// A writable copy of the image's modified data with all tiles computed.
 [[nodiscard]] std::shared_ptr<KepTiledImageData> obtainModifiedData(const std::shared_ptr<Image>& image);
 
-/// Puts an answer into the image. `size` is that of the picture that was sent, (0, 0) where it is not known. Throws
-/// std::runtime_error if there is no request that it could belong to.
+/// Blends an answer into the image. `size` is the size of the picture that was sent, or (0, 0) if unknown. Throws
+/// std::runtime_error if there was no request.
 void applyEraseAnswer(const std::shared_ptr<Image>& image,
                       const GenerativeProcessorBaseImpl::RequestParameters& parameters,
                       const _ImageData<PixelRGB<float>>& generated, _Size<int> size);

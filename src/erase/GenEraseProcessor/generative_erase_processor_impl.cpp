@@ -43,7 +43,7 @@ GenerativeEraseProcessorImpl::BrushInfo::findDrawingState(const std::shared_ptr<
     const auto save = resources.saves.find(key);
     if (save == resources.saves.end())
         return std::nullopt;
-    save->second.wait(); // not get(): what could not be written is still in memory
+    save->second.wait(); // not get(): a mask that could not be written is still in memory
     DrawingState state = resources.loadDrawingState(key);
     storeDrawingState(state, id);
     return state;
@@ -112,7 +112,7 @@ std::shared_ptr<const MaskImage> PostRenderDataErase::maskToShow(const PreviewCo
     const auto& controller = brushInfo->controller;
     const auto& mask = brushInfo->mask;
     if (!controller) {
-        // Clipped as the picture is, so that both show the same.
+        // Clipped like the picture, so that both show the same part.
         return brushInfo->showMask && mask
                    ? mask->maskImage(context.size, intersected(context.roi, {0, 0, mask->width(), mask->height()}))
                    : nullptr;

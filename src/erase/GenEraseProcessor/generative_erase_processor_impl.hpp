@@ -21,20 +21,20 @@ namespace orvo {
 class GenerativeEraseProcessorImpl final : public GenerativeProcessorBaseImpl
 {
 public:
-    /// All that is known of the mask. Used on the queue's worker.
+    /// The state of mask and brush. Used on the queue's worker.
     struct BrushInfo
     {
         BrushInfo();
 
         std::shared_ptr<TiledMaskImage> mask; ///< between phases; empty while one runs
         bool showMask = false;
-        std::shared_ptr<DrawingController> controller; ///< exactly while a phase runs
+        std::shared_ptr<DrawingController> controller; ///< set while a phase runs
         /// The latest stored masks, oldest first.
         std::vector<std::pair<DrawingState, std::shared_ptr<const Identifier>>> drawingStates;
         ResourceManager resources; ///< the older ones
 
         void storeDrawingState(DrawingState state, std::shared_ptr<const Identifier> id);
-        /// What was stored under the id, which becomes the newest; nothing if that is unknown.
+        /// The mask stored under the id, which becomes the newest; nothing for an unknown id.
         [[nodiscard]] std::optional<DrawingState> findDrawingState(const std::shared_ptr<const Identifier>& id);
     };
 
@@ -62,7 +62,7 @@ public:
     std::shared_ptr<StateIndex<State>> stateIndex;
 };
 
-/// The picture of an erase tool: that of its image, with what was erased.
+/// The picture of an erase tool: its image with the edits.
 class WorkingImageErase final : public GenerativeProcessorBaseImpl::WorkingImage
 {
 public:
@@ -76,7 +76,7 @@ public:
     [[nodiscard]] std::string identifier() const override;
 };
 
-/// Shows the mask of an erase tool: what is being drawn in the main channel, and with showMask what was drawn in both.
+/// Shows the mask of an erase tool: during a phase in the main channel, and with showMask outside of it in both.
 struct PostRenderDataErase final : PostRenderDataI
 {
     explicit PostRenderDataErase(std::shared_ptr<GenerativeEraseProcessorImpl::BrushInfo> info);

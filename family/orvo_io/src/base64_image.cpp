@@ -1,5 +1,6 @@
 #include "base64.hpp"
 #include "codecs.hpp"
+#include "png_rows.hpp"
 #include "png_state.hpp"
 #include "row_source.hpp"
 
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <span>
 #include <stdexcept>
 #include <vector>
 
@@ -45,6 +47,10 @@ class Encoder
 {
 public:
     Encoder(_Size<int> size, int bits, int colourType)
+        : pixelBytes(static_cast<std::size_t>(bits / 8) * (colourType == PNG_COLOR_TYPE_RGB ? 3 : 1)),
+          bytesOfRow(pixelBytes * static_cast<std::size_t>(size.width)),
+          rows(bytesOfRow, pixelBytes, bits, size.height, kDeflateLevel,
+               [this](std::span<const unsigned char> chunk) { writeChunk("IDAT", chunk); })
     {
         state.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, static_cast<PngState*>(&state), PngState::onError,
                                             PngState::onWarning);
@@ -57,27 +63,24 @@ public:
             png_set_IHDR(state.png, state.info, static_cast<png_uint_32>(size.width),
                          static_cast<png_uint_32>(size.height), bits, colourType, PNG_INTERLACE_NONE,
                          PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-            png_set_compression_level(state.png, kDeflateLevel);
-            png_set_filter(state.png, PNG_FILTER_TYPE_BASE, kFilters);
             if (colourType == PNG_COLOR_TYPE_RGB)
                 png_set_sRGB(state.png, state.info, PNG_sRGB_INTENT_RELATIVE);
             png_write_info(state.png, state.info);
-            if (bits == 16)
-                png_set_swap(state.png);
         });
     }
     ~Encoder() { png_destroy_write_struct(&state.png, &state.info); }
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
 
-    void writeRow(const unsigned char* row)
-    {
-        guarded([this, row] { png_write_row(state.png, row); });
-    }
+    [[nodiscard]] std::size_t rowBytes() const { return bytesOfRow; }
+    // The memory of the next row; commit() adds the row.
+    [[nodiscard]] unsigned char* nextRow() { return rows.nextRow(); }
+    void commit() { rows.commit(); }
 
+    // After the last row.
     [[nodiscard]] std::string finish()
     {
-        guarded([this] { png_write_end(state.png, nullptr); });
+        writeChunk("IEND", {});
         return io::base64Of(state.bytes);
     }
 
@@ -89,10 +92,19 @@ private:
             throw std::runtime_error(std::string("imageToBase64: ") + state.message);
     }
 
+    void writeChunk(const char* name, std::span<const unsigned char> content)
+    {
+        guarded([this, name, content] {
+            png_write_chunk(state.png, reinterpret_cast<png_const_bytep>(name), content.data(), content.size());
+        });
+    }
+
     static constexpr int kDeflateLevel = 3;
-    static constexpr int kFilters = PNG_FILTER_SUB | PNG_FILTER_UP;
 
     MemoryState state;
+    std::size_t pixelBytes;
+    std::size_t bytesOfRow;
+    io::PngRows rows;
 };
 
 void checkParameters(const void* picture, bool empty, const Base64EncodeParameters& parameters)
@@ -151,9 +163,11 @@ std::string imageToBase64(const std::shared_ptr<const _ImageData<PixelRGB<float>
     const auto source = picture->colorProfile();
     const bool hasProfile = source && *source != *ColorProfileType::None();
     io::RowSource rows(*picture, hasProfile ? ColorProfileType::sRGB() : ColorProfileType::None(),
-                       parameters.bits == 8 ? io::RowFormat::Bits8 : io::RowFormat::Bits16, {});
-    for (int y = 0; y < picture->height(); ++y)
-        encoder.writeRow(rows.row(y));
+                       parameters.bits == 8 ? io::RowFormat::Bits8 : io::RowFormat::Bits16, RunControl::none());
+    for (int y = 0; y < picture->height(); ++y) {
+        std::memcpy(encoder.nextRow(), rows.row(y), encoder.rowBytes());
+        encoder.commit();
+    }
     return encoder.finish();
 }
 
@@ -162,14 +176,13 @@ std::string imageToBase64(const std::shared_ptr<const _ImageData<float>>& mask,
 {
     checkParameters(mask.get(), mask && mask->pixelCount() == 0, parameters);
     Encoder encoder(mask->size(), parameters.bits, PNG_COLOR_TYPE_GRAY);
-    std::vector<std::uint16_t> row(static_cast<std::size_t>(mask->width()));
-    auto* const bytes = reinterpret_cast<unsigned char*>(row.data());
     for (int y = 0; y < mask->height(); ++y) {
+        unsigned char* const row = encoder.nextRow();
         if (parameters.bits == 8)
-            quantise(mask->row(y), mask->width(), bytes);
+            quantise(mask->row(y), mask->width(), row);
         else
-            quantise(mask->row(y), mask->width(), row.data());
-        encoder.writeRow(bytes);
+            quantise(mask->row(y), mask->width(), reinterpret_cast<std::uint16_t*>(row));
+        encoder.commit();
     }
     return encoder.finish();
 }

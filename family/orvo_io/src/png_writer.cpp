@@ -1,10 +1,13 @@
 #include "metadata.hpp"
+#include "png_rows.hpp"
 #include "png_state.hpp"
 #include "row_source.hpp"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <span>
 #include <vector>
 
 namespace orvo::io {
@@ -41,6 +44,13 @@ public:
     {
         if (!state.attempt(call))
             throw file.failure(state.systemError, state.message);
+    }
+
+    void writeChunk(const char* name, std::span<const unsigned char> content)
+    {
+        guarded([this, name, content] {
+            png_write_chunk(state.png, reinterpret_cast<png_const_bytep>(name), content.data(), content.size());
+        });
     }
 
     PngState state;
@@ -107,8 +117,7 @@ void setMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<int
 void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, const ImageWriteSettings& settings,
               const RunControl& run)
 {
-    // Measured on photographs: level 1 takes two thirds of the time of level 3 and makes files 6 to 10 percent larger;
-    // more filters than these two cost more than they save.
+    // Measured on photographs: level 1 takes two thirds of the time of level 3 and makes files 6 to 10 percent larger.
     constexpr int kDeflateLevel = 1;
     Encoder encoder(file);
     PngState& state = encoder.state;
@@ -120,24 +129,22 @@ void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
         png_set_IHDR(state.png, state.info, static_cast<png_uint_32>(picture.width()),
                      static_cast<png_uint_32>(picture.height()), settings.bits, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                      PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        png_set_compression_level(state.png, kDeflateLevel);
-        png_set_filter(state.png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB | PNG_FILTER_UP);
         if (!icc.empty())
             png_set_iCCP(state.png, state.info, "icc", PNG_COMPRESSION_TYPE_BASE, icc.data(),
                          static_cast<png_uint_32>(icc.size()));
     });
     setMetadata(encoder, settings, picture.size());
-    encoder.guarded([&state, &settings] {
-        png_write_info(state.png, state.info);
-        if (settings.bits == 16)
-            png_set_swap(state.png);
-    });
+    encoder.guarded([&state] { png_write_info(state.png, state.info); });
+    const std::size_t pixelBytes = settings.bits == 8 ? 3 : 6;
+    const std::size_t rowBytes = pixelBytes * static_cast<std::size_t>(picture.width());
     RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run);
+    PngRows rows(rowBytes, pixelBytes, settings.bits, picture.height(), kDeflateLevel,
+                 [&](std::span<const unsigned char> chunk) { encoder.writeChunk("IDAT", chunk); });
     for (int y = 0; y < picture.height(); ++y) {
-        const unsigned char* const row = source.row(y);
-        encoder.guarded([&state, row] { png_write_row(state.png, row); });
+        std::memcpy(rows.nextRow(), source.row(y), rowBytes);
+        rows.commit();
     }
-    encoder.guarded([&state] { png_write_end(state.png, nullptr); });
+    encoder.writeChunk("IEND", {});
 }
 
 } // namespace orvo::io

@@ -24,8 +24,8 @@ struct ORVO_EXPORT Base64EncodeParameters
 
 /// The picture in sRGB, or as it is where it has no profile, as the text of a PNG: values are limited to 0..1 and
 /// rounded to the nearest, NaN becomes 0. The text is one line with padding, the same for any number of threads. Throws
-/// std::invalid_argument on an empty picture or on parameters that are not offered. Any thread. Peak: the file and its
-/// text, and 32 rows.
+/// std::invalid_argument on an empty picture or on parameters that are not offered. Any thread; compresses on all
+/// cores. Peak: the file and its text, and 16 MB.
 [[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
                                                     const Base64EncodeParameters& parameters);
 /// A mask as a gray PNG, 1.0 white.

@@ -143,8 +143,8 @@ std::string broken(const std::string& line, int width, int lineHeight)
     return result + last;
 }
 
-/// The label in lines of the given height, if all of it fits into the picture. Its distance to the border is half a
-/// line, or whatever is left.
+/// The label in lines of the given height, if it fits entirely. Its distance to the border is half a line, or less if
+/// there is no room.
 std::optional<Layout> layoutOf(const Picture& image, const std::string& label, int lineHeight)
 {
     const int margin = lineHeight / 2;

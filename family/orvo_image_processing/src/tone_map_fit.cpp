@@ -147,7 +147,7 @@ float contrastOf(const std::vector<Quantile>& quantiles)
     }
     const auto n = static_cast<double>(quantiles.size());
     const double spread = xx - x * x / n;
-    constexpr double kLeastSpread = 0.25; // stops squared, per quantile: a flat picture says nothing about contrast
+    constexpr double kLeastSpread = 0.25; // stops squared, per quantile: a flat picture gives no contrast
     return spread > kLeastSpread * n ? static_cast<float>(std::clamp((xy - x * y / n) / spread, 0.25, 4.0)) : 1.0f;
 }
 

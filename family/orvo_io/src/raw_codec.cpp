@@ -43,7 +43,7 @@ int exifOrientation(int flip)
     return flip >= 0 && flip < 8 ? kOrientations[static_cast<std::size_t>(flip)] : 1;
 }
 
-// Fills in what LibRaw knows beyond or instead of EXIF.
+// Fills in LibRaw's values beyond or instead of EXIF.
 void fillRecord(LibRaw& raw, ImageMetadata& record)
 {
     const auto& other = raw.imgdata.other;

@@ -38,9 +38,9 @@ struct ORVO_EXPORT UpscaleAISettings
     bool builtIn = false; ///< use the built-in filters even where a network is configured
 };
 
-/// Identifies the result of an upscaling, so that it can be cached. `key` names the pixels: the same key and size must
-/// never mean other pixels. `size` is the size of the picture; with any other, nothing is cached. Nor with an empty key
-/// (the default).
+/// Identifies the result of an upscaling, so that it can be cached. `key` stands for the pixels: the same key and size
+/// must never mean other pixels. `size` is the size of the picture; any other size disables caching, and so does an
+/// empty key (the default).
 struct ORVO_EXPORT mlCacheInfo
 {
     std::string key;

@@ -24,7 +24,7 @@ public:
         changed.notify_all();
     }
 
-    /// A callback that stores what it gets; this object must outlive it.
+    /// A callback that stores its argument; this object must outlive it.
     [[nodiscard]] std::function<void(Value)> callback()
     {
         return [this](Value value) { (*this)(std::move(value)); };

@@ -258,7 +258,7 @@ private:
     int width;
     int height;
     ManagedPlane<float> base;   // luminance
-    ManagedPlane<float> change; // what the filter adds to it
+    ManagedPlane<float> change; // the filter's change of it
 };
 
 // Subtracts `black` from luminance; near it a parabola with the same slope takes over, so that shadows end at 0 without

@@ -161,7 +161,7 @@ bool describesDevice(cmsHPROFILE profile)
            kind == cmsSigColorSpaceClass;
 }
 
-// Tables are more precise than the primaries beside them, so LittleCMS prefers them, and so does this code.
+// Tables are more precise than the primaries stored with them, so LittleCMS prefers them, and so does this code.
 bool hasTables(cmsHPROFILE profile)
 {
     constexpr cmsTagSignature kTables[] = {cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigDToB0Tag, cmsSigDToB1Tag};

@@ -80,7 +80,7 @@ struct Lettering
     int rim;       ///< of the dark strokes under them
 };
 
-/// Draws the line as two masks of its own size, rim and letters, and blends them where they overlap the picture.
+/// Draws the line as two masks of the line's size, rim and letters, and blends them where they overlap the picture.
 void drawLine(Picture& image, const std::string& text, int left, int top, int lineHeight)
 {
     const auto [height, scale, thickness, rim] = Lettering(lineHeight);

@@ -40,8 +40,8 @@ constexpr float kAlignedStops = 0.5f;
 constexpr float kOutlierDistances[] = {0.06f, 0.03f, 0.02f};
 constexpr float kOutlierMost = 0.15f;
 constexpr float kOutlierMedians = 4.0f;
-// Pairs of one tone that scatter more than this, and than this many times the scatter of all tones, follow no curve: a
-// tone that only a moving subject has. The map continues there as it does beside it.
+// Pairs of one tone that scatter more than this, and than this many times the scatter of all tones, follow no curve:
+// only a moving subject has that tone. The map continues there from the neighbouring tones.
 constexpr float kScatterLeast = 0.03f;
 constexpr float kScatterMedians = 4.0f;
 // Pairs of about one tone are judged together, and neighbouring groups vote: a moving subject of one tone can dominate

@@ -122,7 +122,7 @@ private:
         sum.g += weight * static_cast<double>(v.g);
         sum.b += weight * static_cast<double>(v.b);
     }
-    /// `right` and `left` say whether the region lies on that side as one looks from a to b on the screen.
+    /// Whether the region is on the `right` and on the `left`, looking from a to b on the screen.
     void add(Place a, Place b, bool right, bool left)
     {
         if (right && !left)

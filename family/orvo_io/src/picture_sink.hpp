@@ -56,7 +56,7 @@ public:
     // Allocates the picture. Throws std::bad_alloc, std::invalid_argument and what RowConverter throws.
     PictureSink(const SampleLayout& layout, SinkSettings settings);
 
-    // Memory for up to `rows` consecutive next rows; reduces `rows` to the number there is room for.
+    // Memory for up to `rows` consecutive next rows; reduces `rows` to the number that fits.
     [[nodiscard]] unsigned char* nextRows(int& rows);
     // Marks that many rows as filled. Throws FailureError on cancel.
     void commit(int rows);

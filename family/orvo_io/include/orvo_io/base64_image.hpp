@@ -22,10 +22,10 @@ struct ORVO_EXPORT Base64EncodeParameters
     bool operator==(const Base64EncodeParameters&) const = default;
 };
 
-/// Encodes the picture as PNG text, in sRGB, or unconverted if it has no profile: values are clamped to 0..1 and
+/// The picture in sRGB, or as it is where it has no profile, as the text of a PNG: values are limited to 0..1 and
 /// rounded to the nearest, NaN becomes 0. The text is one line with padding, the same for any number of threads. Throws
-/// std::invalid_argument on an empty picture or unsupported parameters. Any thread. Peak: the file and its text, and 32
-/// rows.
+/// std::invalid_argument on an empty picture or on parameters that are not offered. Any thread. Peak: the file and its
+/// text, and 32 rows.
 [[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
                                                     const Base64EncodeParameters& parameters);
 /// A mask as a gray PNG, 1.0 white.

@@ -1,4 +1,4 @@
-// The life of an erase tool in an editor: draw, ask, answer, look, undo, redo, save.
+// The life of an erase tool in an editor: draw, request, answer, view, undo, redo, save.
 // erase_editor INPUT OUTPUT X Y RADIUS
 
 #include <orvo_extensions/generative_erase.hpp>
@@ -19,7 +19,7 @@ using Bytes = std::vector<unsigned char>;
 using Picture = orvo::_ImageData<orvo::PixelRGB<float>>;
 using Request = GenerativeEraseProcessor::RequestInput;
 
-// A callback that answers a future. The tools call back from threads of their own.
+// A callback that fulfils a future. The tools call back from their own threads.
 template <typename Value>
 struct Answer
 {
@@ -31,7 +31,7 @@ struct Answer
     }
 };
 
-// Stands for the remote service, which an editor asks over the network: paints the mean of what is left over.
+// Replaces the remote service of a real editor: paints the mean of the unmasked pixels.
 std::string service(const Request& request)
 {
     const auto picture = orvo::convertToImageData(request.image);
@@ -58,7 +58,7 @@ std::string service(const Request& request)
     return "data:image/png;base64," + orvo::imageToBase64(picture, {0, 8});
 }
 
-// A stroke from the left of the place to its right, as a pointer would draw it.
+// A stroke from the left of `place` to its right, as drawn with a mouse.
 void paint(GenerativeEraseProcessor& erase, orvo::_Point<float> place, float radius)
 {
     const auto brush = std::make_shared<orvo::RoundBrushSettings>(radius, 0.3f, 1.0f);

@@ -1,9 +1,9 @@
-// The life of a panorama composer in an editor: load, look, drag, change the projection, crop, finish.
+// The life of a panorama composer in an editor: load, view, drag, change the projection, crop, finish.
 //
 //   panorama_editor DIR result.ppm     stitches the pictures of a folder
 //
-// The composer answers on a thread of its own. An editor shows pictures on its user interface thread, so every answer
-// goes through a mailbox: here `Mailbox`, there the message loop of the toolkit.
+// The composer answers on its own thread. An editor shows pictures on its user interface thread, so every answer goes
+// through a mailbox: `Mailbox` here, the message loop of the toolkit there.
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
 #include <condition_variable>
@@ -18,7 +18,7 @@
 
 namespace {
 
-/// Hands work over to the thread that calls run().
+/// Passes work to the thread that calls run().
 class Mailbox
 {
 public:
@@ -28,7 +28,7 @@ public:
         waiting.push(std::move(work));
         arrived.notify_one();
     }
-    /// Does what is posted until `isDone` holds.
+    /// Runs posted work until `isDone` returns true.
     void run(const std::function<bool()>& isDone)
     {
         while (!isDone()) {
@@ -128,7 +128,7 @@ int main(int argc, char** argv)
             composer.finalize(crop, [&](orvo::RenderedData finished) {
                 mailbox.post([&, finished = std::move(finished)] {
                     show("finished", finished);
-                    isWritten = !finished.isPlaceholder; // gray says that the request did not fit, or failed
+                    isWritten = !finished.isPlaceholder; // gray means that the request did not fit, or failed
                     if (isWritten)
                         writePpm(argv[2], *finished.image);
                     isDone = true;

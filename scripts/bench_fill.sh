@@ -6,14 +6,14 @@ usage() {
   cat <<'TEXT'
 usage: scripts/bench_fill.sh quality|sheet|large [FOLDER]
 
-  quality  fills holes whose truth is known (bench/jobs/fill_holes.txt): PSNR inside, mean gradient inside and
-           across the rim as a share of the truth's, seconds
-  sheet    takes things out of photographs and adds borders (bench/jobs/fill_removals.txt), and puts the results
-           beside the originals: FOLDER/sheet_holes.png and FOLDER/sheet_removals.png
+  quality  fills holes with known content (bench/jobs/fill_holes.txt): PSNR inside, mean gradient inside and
+           across the rim relative to the truth, seconds
+  sheet    removes objects from photographs and adds borders (bench/jobs/fill_removals.txt), and puts the results
+           next to the originals: FOLDER/sheet_holes.png and FOLDER/sheet_removals.png
   large    fills a hole of 2 megapixels in 24: wall time and peak memory of orvo fill
 
 Results are kept in FOLDER (by default build/bench/fill). Needs ORVO_TEST_DATA and the release preset built.
-PyPatchMatch (MIT) is installed from PyPI into /tmp/orvo_bench_fill if that is possible, else left out.
+PyPatchMatch (MIT) is installed from PyPI into /tmp/orvo_bench_fill if possible, else skipped.
 TEXT
 }
 
@@ -28,7 +28,7 @@ need bench_fill "$bin/orvo" "$bin/orvo_fill_bench"
 bench=$bin/orvo_fill_bench
 venv=/tmp/orvo_bench_fill
 
-# The cases of a list, made once.
+# Creates the cases of a list once.
 cases() {
   [ -d "$work/$1" ] || "$bench" cases "$root/bench/jobs/fill_$1.txt" "$ORVO_TEST_DATA" "$work/$1"
 }

@@ -1,6 +1,6 @@
 // An editor's session over pictures of one panorama: bench_composer PICTURE...
-// One line: seconds to the first underlay, renders a second of a drag at 1500 pixels, seconds of the finished picture,
-// its size, and peak memory.
+// Prints one line: seconds to the first underlay, renders per second of a drag at 1500 pixels, seconds of the finished
+// picture, its size, and peak memory.
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
 #include <sys/resource.h>
@@ -34,7 +34,7 @@ orvo::RenderedData finalized(orvo::PanoramaPreviewComposer& composer,
     return answer.get_future().get();
 }
 
-// Moves come faster than renders, as from a pointer.
+// Moves come faster than renders, as from a mouse.
 double rendersPerSecond(orvo::PanoramaPreviewComposer& composer)
 {
     constexpr double kSeconds = 3.0;
@@ -44,7 +44,7 @@ double rendersPerSecond(orvo::PanoramaPreviewComposer& composer)
     composer.startFastRender();
     composer.setContext({{1500, 750}, {0, 0, canvas.width, canvas.height}});
     composer.setShiftVector({0.001f, 0.0f});
-    (void)finalized(composer, {}); // the small sphere is made in the first render
+    (void)finalized(composer, {}); // the first render creates the small sphere
     renders = 0;
     const auto start = Clock::now();
     for (int i = 0; secondsSince(start) < kSeconds; ++i) {

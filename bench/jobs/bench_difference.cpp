@@ -48,7 +48,7 @@ double hueDegrees(double a, double b)
     return hue < 0.0 ? hue + 360.0 : hue;
 }
 
-// The saturation of a high chroma: c^7 / (c^7 + 25^7), its root.
+// The saturation of a high chroma: the square root of c^7 / (c^7 + 25^7).
 double saturation(double chroma)
 {
     const double seventh = std::pow(chroma, 7.0);

@@ -92,7 +92,7 @@ PicturePointer atMegapixels(const PicturePointer& picture, double megapixels)
     return picture->resize({side(picture->width()), side(picture->height())}, {}, true);
 }
 
-// A canvas that is larger by `share` of the sides all around; the new border is the hole.
+// A canvas larger by `share` of its sides on all four; the new border is the hole.
 Case expanded(const std::string& name, const Picture& picture, double share)
 {
     const int dx = static_cast<int>(std::lround(share * picture.width()));
@@ -331,7 +331,7 @@ void printScores(const std::string& method, const fs::path& folder)
 
 constexpr int kTileSide = 480;
 
-// What is around the hole, at its own size if it fits, else reduced.
+// The surroundings of the hole, at full size if they fit, else reduced.
 PicturePointer tileOf(const Picture& picture, const Hole& hole)
 {
     const auto& box = hole.bounds();

@@ -147,7 +147,7 @@ void printTable(const std::filesystem::path& folder, int scale)
 }
 
 constexpr int kPart = 160;   // pixels of the truth in a cell of the sheet
-constexpr int kEnlarged = 2; // screen pixels for one of them
+constexpr int kEnlarged = 2; // screen pixels per pixel of it
 constexpr int kCell = kPart * kEnlarged;
 
 void paint(Picture& sheet, int column, int row, const Picture& picture)

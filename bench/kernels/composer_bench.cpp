@@ -1,4 +1,4 @@
-// The largest rectangle of a mask, as a preview and as a finished panorama have it.
+// The largest rectangle of a mask, at the sizes of a preview and of a finished panorama.
 #include "measure.hpp"
 
 #include <orvo_extensions/panorama_preview_composer.hpp>
@@ -9,7 +9,7 @@ namespace {
 
 using namespace orvo::bench;
 
-// A band with a ragged rim and some holes, as a row of pictures from the hand leaves it.
+// A band with a ragged rim and some holes, like a handheld row of pictures.
 void inscribedRect(benchmark::State& state)
 {
     const Extent extent{static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};

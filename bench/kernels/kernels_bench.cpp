@@ -40,7 +40,7 @@ void localLaplacian(benchmark::State& state)
     const ManagedPlane<std::int16_t> data(extent.pixels());
     for (std::size_t i = 0; i < extent.pixels(); ++i)
         original[i] = static_cast<std::int16_t>(sample(i, static_cast<std::size_t>(extent.width)) * 32767.0f);
-    // Always from the same picture: repeated smoothing would end in a flat one. The copy is a hundredth of the time.
+    // Always from the same picture: repeated smoothing would make it flat. The copy takes a hundredth of the time.
     measure(state, extent, 2 * extent.pixels(), [&] {
         std::memcpy(data.data(), original.data(), 2 * extent.pixels());
         orvo::grfx::local_laplacian_gray16(data.data(), extent.width, extent.height, extent.width, -2.0f, 0.0f, 9, 0.5f,

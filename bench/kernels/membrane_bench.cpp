@@ -1,4 +1,4 @@
-// The membrane between a known picture and what is new around it: the interpolation alone, and the blender with it.
+// The membrane between a known picture and its new surroundings: the interpolation alone, and the whole blender.
 #include "measure.hpp"
 
 #include <orvo_extensions/panorama_mblender.hpp>
@@ -23,7 +23,7 @@ Extent megapixels(const benchmark::State& state)
     return {static_cast<int>(3.0 * side), static_cast<int>(2.0 * side)};
 }
 
-/// The known picture takes the middle three fifths of each side.
+/// The known picture covers the middle three fifths of each side.
 bool known(Extent extent, int x, int y)
 {
     return x >= extent.width / 5 && x < extent.width * 4 / 5 && y >= extent.height / 5 && y < extent.height * 4 / 5;

@@ -1,5 +1,4 @@
-// What a panorama composer uses of the stitcher once the cameras are known: masks made a partition, the frames of a
-// drag, previews.
+// The stitcher calls of a panorama composer once the cameras are known: partition of masks, frames of a drag, previews.
 #include "frame/image_bridge.hpp"
 #include "measure.hpp"
 #include "panorama/fit_masks.hpp"

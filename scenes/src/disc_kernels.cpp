@@ -29,7 +29,7 @@ double momentOf(double made)
 double madeRadius(double radius)
 {
     const double target = radius * radius / 4.0;
-    double low = 0.5; // the middle pixel alone
+    double low = 0.5; // only the middle pixel
     double high = radius + 1.0;
     constexpr int kHalvings = 24; // far below the step between two discs
     for (int i = 0; i < kHalvings; ++i) {

@@ -48,7 +48,7 @@ struct TablePlace
 
 TablePlace tablePlace(const Spot& p)
 {
-    // The plane drops 0.17 m over its 0.25 m of depth as the lens sees it from above: 1.21 m along it per metre.
+    // The plane drops 0.17 m over its 0.25 m of depth, seen by the lens from above: 1.21 m along it per metre.
     constexpr float kSlope = 1.21f;
     const float dioptres = dioptresOf(kTableNearness(p.u, p.v));
     const float perV = (dioptresOf(1.0f) - dioptresOf(0.0f)) * kTableNearness.perV;

@@ -100,7 +100,7 @@ Patch paintTin(const Spot& p, std::uint32_t seed)
 
 Patch paintCard(const Spot& p, std::uint32_t seed)
 {
-    // An upright card turned about its left edge, which is the farther one: nearer parts look taller.
+    // An upright card rotated about its left edge, which is the farther one: nearer parts look taller.
     constexpr float kLeft = 0.12f;
     constexpr float kRight = 0.54f;
     constexpr float kTall = 0.165f; // times 1/m

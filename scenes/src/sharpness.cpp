@@ -56,7 +56,7 @@ std::shared_ptr<_ImageData<float>> sumModifiedLaplacian(const Picture& picture, 
     const int reach = window / 2;
     const int lastX = picture.width() - 1;
     const int lastY = picture.height() - 1;
-    // Sums start anew for each pixel, instead of running: so they are exact to rounding, and flat pixels are 0.
+    // Sums start from zero for each pixel instead of running, so they are exact to rounding, and flat pixels are 0.
     const auto sumRow = [&](int y) {
         std::vector<float> columns(static_cast<std::size_t>(lastX) + 1, 0.0f);
         for (int j = y - reach; j <= y + reach; ++j) {

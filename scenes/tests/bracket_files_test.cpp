@@ -111,7 +111,7 @@ TEST_F(BracketFiles, RawFilesDecodeToTheScene)
         ASSERT_EQ(picture->size(), (_Size<int>(360, 240)));
         grays.push_back(meanOf(*picture, kGrayPatch));
         const auto& gray = grays.back();
-        EXPECT_NEAR(gray.r / gray.g, 1.0, 0.02) << path; // the patch is neutral, and stays so
+        EXPECT_NEAR(gray.r / gray.g, 1.0, 0.02) << path; // the patch is neutral, and must stay neutral
         EXPECT_NEAR(gray.b / gray.g, 1.0, 0.02) << path;
     }
     EXPECT_NEAR(grays[1].g / grays[0].g, 2.0, 0.04);

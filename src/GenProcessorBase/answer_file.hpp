@@ -1,4 +1,4 @@
-/// Reading a service's answer from a file.
+/// Reads a service's answer from a file.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -8,7 +8,7 @@
 
 namespace orvo {
 
-/// The picture of a file, as the loader opens it; empty if it cannot be read. The loader drops it again.
+/// The picture of a file, as opened by the loader, which drops it afterwards; empty if it cannot be read.
 [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> loadAnswer(const std::filesystem::path& file);
 
 } // namespace orvo

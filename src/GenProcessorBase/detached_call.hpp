@@ -1,4 +1,4 @@
-/// Callbacks on threads of their own.
+/// Callbacks on detached threads.
 #pragma once
 
 #include <functional>

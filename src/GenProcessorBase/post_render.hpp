@@ -19,7 +19,7 @@ enum class PostRenderType : std::int32_t
 /// A tool's data for the overlay of a render.
 struct PostRenderDataI
 {
-    static constexpr std::int32_t kErase = 1; ///< shows a mask; any other type is delivered as it is
+    static constexpr std::int32_t kErase = 1; ///< shows a mask; any other type is delivered unchanged
 
     std::int32_t type = 0;
 

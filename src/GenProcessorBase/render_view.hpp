@@ -23,7 +23,7 @@ getDevelopedModifiedImageData(std::shared_ptr<ColorProfile> profile, const _Size
 getDevelopedOriginalImageData(const GenerativeProcessorBase::Update& update, const std::shared_ptr<Image>& image,
                               RenderCache& cache);
 
-/// Delivers a render on `queue`, or on a thread of its own without one. An empty callback gets nothing.
+/// Delivers a render on `queue`, or on a new thread without one. Does nothing for an empty callback.
 void enqueue(std::function<void(NoAlphaRender::Data)> callback, NoAlphaRender::Data data,
              const std::shared_ptr<opq::OperationQueue>& queue);
 

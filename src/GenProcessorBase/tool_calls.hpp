@@ -46,7 +46,7 @@ bool guardedCall(const std::string& where, const Work& work)
     return request;
 }
 
-/// Calls `done`, which may be empty, on a thread of its own.
+/// Calls `done`, which may be empty, on a new thread.
 inline void deliverState(const std::function<void(GenerativeProcessorBase::OutState)>& done,
                          GenerativeProcessorBase::OutState state)
 {

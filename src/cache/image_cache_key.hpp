@@ -1,4 +1,4 @@
-/// What identifies a rendered view.
+/// The identity of a rendered view.
 #pragma once
 
 #include <orvo_core/geometry.hpp>
@@ -18,7 +18,7 @@ struct ImageCacheKey
 
     _Rect<int> roi;
     _Size<int> size;
-    std::string id; ///< of the content and of how it is shown
+    std::string id; ///< of the content and its display settings
 
     bool operator==(const ImageCacheKey& other) const
     {

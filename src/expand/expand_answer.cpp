@@ -17,8 +17,8 @@ using Picture = _ImageData<PixelRGB<float>>;
 // them.
 constexpr std::int64_t kMostOversampled = 2;
 
-/// One side of an answer before it is enlarged. The ratio allows for a service that answers at another scale than that
-/// of the request; `sent` is 0 if the application does not know the size it sent.
+/// One side of an answer before it is enlarged. The ratio corrects for a service that answers at a scale different from
+/// the request's; `sent` is 0 if the application does not know the size it sent.
 int answerSide(int downsampled, int generated, int sent, int rect)
 {
     const std::int64_t side = sent > 0 ? std::int64_t{downsampled} * generated / sent : downsampled;

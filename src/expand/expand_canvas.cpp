@@ -58,7 +58,7 @@ ExpandCanvas scaledTo(const ExpandCanvas& pair, _Size<int> size)
                                                             AffineTransform(), CropDescription(), 0));
     const SplittedRGBA scaled =
         splitRGBA(computer.createTransformedRoi(*joined, computer.getWorkingResizeParameters()));
-    // The service gets a hard mask, so the soft rim from resampling goes.
+    // The service gets a hard mask, without the soft rim of resampling.
     binarize(*scaled.mask);
     return {scaled.image, scaled.mask};
 }

@@ -8,8 +8,8 @@
 
 namespace orvo {
 
-/// Copies `source`, of the size of `rect`, into `target` at `rect`, which must lie inside. Does nothing for an empty
-/// rectangle. Parallel over the rows.
+/// Copies `source`, of the size of `rect`, into `target` at `rect`, which must be inside of it. Does nothing for an
+/// empty rectangle. Parallel over the rows.
 void copyRect(std::shared_ptr<_ImageData<PixelRGB<float>>>& target,
               const std::shared_ptr<const _ImageData<PixelRGB<float>>>& source, const _Rect<int>& rect);
 
@@ -27,7 +27,7 @@ struct ExpandCanvas
 [[nodiscard]] ExpandCanvas makeExpandCanvas(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
                                             const _Rect<int>& crop);
 
-/// Both scaled to `size`, with a hard mask. Peak: two four-channel pictures beside the result.
+/// Both scaled to `size`, with a hard mask. Peak: two four-channel pictures besides the result.
 [[nodiscard]] ExpandCanvas scaledTo(const ExpandCanvas& pair, _Size<int> size);
 
 } // namespace orvo

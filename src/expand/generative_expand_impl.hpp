@@ -20,7 +20,7 @@ public:
     /// One entry of the undo store.
     struct State
     {
-        std::shared_ptr<_ImageData<PixelRGB<float>>> picture; ///< held, not copied: it is replaced, never changed
+        std::shared_ptr<_ImageData<PixelRGB<float>>> picture; ///< shared: it is replaced, never changed
         GenerativeProcessorBaseImpl::RequestParameters requestParameters;
         std::vector<std::string> resourceKeys;
         std::shared_ptr<const Identifier> id;

@@ -19,7 +19,7 @@ using State = GenerativeExpandImpl::State;
 
 std::shared_ptr<WorkingImageExpand> workingOf(const std::unique_ptr<GenerativeProcessorBaseImpl>& impl)
 {
-    return std::static_pointer_cast<WorkingImageExpand>(impl->workingImage); // initializeImpl() made it
+    return std::static_pointer_cast<WorkingImageExpand>(impl->workingImage); // created by initializeImpl()
 }
 
 } // namespace

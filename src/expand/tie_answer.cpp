@@ -15,8 +15,8 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-constexpr int kMargin = 16; // pixels inside the known picture that the answer may still change
-constexpr int kOverlap = 2; // pixels in which both pictures count
+constexpr int kMargin = 16; // width of the known picture's rim that the answer may change, in pixels
+constexpr int kOverlap = 2; // pixels where the two pictures overlap
 constexpr double kToWorking = 16383.0;
 constexpr double kFromWorking = 6.103701889514923e-05; // 1 / 16383.5
 

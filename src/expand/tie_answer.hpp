@@ -1,4 +1,4 @@
-/// Matches the colours of an answer to the known picture beside it.
+/// Matches the colours of an answer to those of the known picture next to it.
 #pragma once
 
 #include "GenProcessorBase/generative_processor_base_impl.hpp"

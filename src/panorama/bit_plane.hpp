@@ -1,4 +1,4 @@
-/// Planes of single bits, filled from many threads.
+/// Planes of single bits, filled by many threads.
 #pragma once
 
 #include <orvo_core/parallel.hpp>
@@ -9,9 +9,9 @@
 
 namespace orvo {
 
-/// Sets the bit `i` of `bits` wherever `isSet(i)`; the others stay. Parallel. Setting a bit reads and writes the word
-/// that holds it, and the end of one row shares a word with the start of the next: so threads take whole words here,
-/// whatever their width, and not rows.
+/// Sets the bit `i` of `bits` wherever `isSet(i)`, and no others. Parallel. Setting a bit reads and writes its word,
+/// and a word may hold the end of one row and the start of the next, so threads get blocks of whole words instead of
+/// rows.
 template <typename IsSet>
 void setBits(std::vector<bool>& bits, const IsSet& isSet)
 {

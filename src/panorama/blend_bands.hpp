@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// For pictures that blend over `width` output pixels; 0 if that is below 1: they are then cut without blending.
+/// For pictures blended over `width` output pixels; empty below 1: the pictures are then cut without blending.
 [[nodiscard]] inline std::optional<int> blendBands(double width)
 {
     constexpr int kMost = 9;

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::int32_t kBytesPerPixel16 = 6;      // of CV_16SC3
 constexpr std::uint32_t kBytesPerPixelWeight = 4; // of the blender's float plane of weights
-constexpr double kUsableShare = 0.8;              // of a device's memory: others use it too
+constexpr double kUsableShare = 0.8;              // of a device's memory, which is shared with others
 
 std::string sizeText(const cv::Size& size) { return std::to_string(size.width) + " " + std::to_string(size.height); }
 

@@ -16,11 +16,11 @@ namespace orvo {
 
 namespace {
 
-// Pixels by which a picture grows into empty canvas, by which a disagreement is kept away from, and of the feather.
+// In pixels: growth into empty canvas, distance kept from disagreements, and width of the feather.
 constexpr int kReach = 16;
-// Square of the smallest difference of a channel, of full scale 1, that is a disagreement.
+// Square of the smallest channel difference, of full scale 1, that counts as a disagreement.
 constexpr float kDisagreement = 0.25f;
-// No difference, in planes of half differences: they are kept about the middle of the scale.
+// Zero in planes of half differences, which are centred in the scale.
 constexpr float kNoDifference = 0.5f;
 
 float squared(float v) { return v * v; }
@@ -32,7 +32,7 @@ void fillWith(PixelRGB<float>* plane, std::size_t count, float value)
     });
 }
 
-/// Full scale 16383 of a colour sample; one full scale of a float is half of what 16 bits hold.
+/// Full scale of a colour sample is 16383; a float of 1 is half of the 16-bit range.
 short workingSample(float value)
 {
     constexpr float kLowest = std::numeric_limits<short>::min();
@@ -47,7 +47,7 @@ MembraneCanvas::MembraneCanvas(_Size<int> size)
       covered(pixels->pixelCount(), true)
 {}
 
-/// body(index on the canvas, index in the picture), parallel over the rows of the picture.
+/// Calls body(index on the canvas, index in the picture), parallel over the rows of the picture.
 template <typename Body>
 void MembraneCanvas::eachPixel(const MembranePicture& picture, int width, const Body& body)
 {
@@ -90,13 +90,13 @@ void MembraneCanvas::add(const MembranePicture& picture)
     lay(picture, effective.data(), membrane.data(), alpha.data());
 }
 
-/// The mask where the canvas has data; the mask grown by kReach, as far as the region goes, where it has none.
+/// The mask where the canvas has data; elsewhere the mask grown by kReach, within the region.
 void MembraneCanvas::findEffective(const MembranePicture& picture, unsigned char* effective) const
 {
     const int width = pixels->width();
     eachPixel(picture, width, [&](std::size_t at, std::size_t own) { effective[at] = picture.mask[own] ? 1 : 0; });
     dilationRLE<unsigned char>(effective, width, pixels->height(), kReach);
-    // What has grown over the picture's own border has nothing to write.
+    // Growth across the picture's border has no pixels to write.
     const cv::Rect own(picture.corner, cv::Size(picture.pixels->width(), picture.pixels->height()));
     forEachRow(pixels->height(), [&](int y) {
         unsigned char* const row = effective + static_cast<std::ptrdiff_t>(y) * width;
@@ -113,7 +113,7 @@ void MembraneCanvas::findEffective(const MembranePicture& picture, unsigned char
     });
 }
 
-/// 1 within kReach of pixels where canvas and picture disagree, as far as both have data; else 0.
+/// 1 within kReach of pixels where canvas and picture both have data and disagree; else 0.
 void MembraneCanvas::findConflict(const MembranePicture& picture, const unsigned char* effective, float* conflict) const
 {
     const PixelRGB<float>* const canvas = pixels->data();
@@ -132,8 +132,8 @@ void MembraneCanvas::findConflict(const MembranePicture& picture, const unsigned
     });
 }
 
-/// What the membrane is not to be held by: disagreement, and the end of the picture over empty canvas. There no
-/// difference is known, and taking it for none would let the one at the joint fade on the way.
+/// Pixels that do not constrain the membrane: disagreements, and the border of the picture over empty canvas. There the
+/// difference is unknown, and a difference of 0 would fade out the one at the joint.
 void MembraneCanvas::findHardPixels(const unsigned char* effective, const float* conflict,
                                     std::vector<bool>& hardPixels) const
 {
@@ -141,7 +141,7 @@ void MembraneCanvas::findHardPixels(const unsigned char* effective, const float*
             [&](std::size_t at) { return effective[at] != 0 && (covered[at] == 0 || conflict[at] > 0.5f); });
 }
 
-/// Half of the difference of canvas and picture, about kNoDifference.
+/// Half of the difference of canvas and picture, centred on kNoDifference.
 void MembraneCanvas::findBoundary(const MembranePicture& picture, const unsigned char* effective,
                                   PixelRGB<float>* boundary) const
 {
@@ -156,7 +156,7 @@ void MembraneCanvas::findBoundary(const MembranePicture& picture, const unsigned
     });
 }
 
-/// The picture with the membrane added; over data it fades in from its edge.
+/// Writes the picture with the membrane added; over data it fades in from its edge.
 void MembraneCanvas::lay(const MembranePicture& picture, const unsigned char* effective,
                          const PixelRGB<float>* membrane, const float* alpha)
 {

@@ -1,4 +1,4 @@
-/// What PanoramaMBlender works on while it blends.
+/// The canvas of PanoramaMBlender.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -12,25 +12,25 @@
 
 namespace orvo {
 
-/// A picture that is laid on the canvas.
+/// A picture to add to the canvas.
 struct MembranePicture
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels; ///< 0 .. 1
-    const std::vector<bool>& mask;                             ///< row-major bits of the picture: where it counts
-    const std::vector<bool>& region;                           ///< the same: where it may also grow
-    cv::Point corner;                                          ///< on the canvas, which holds all of the picture
+    const std::vector<bool>& mask;                             ///< row-major bits of the picture: its visible part
+    const std::vector<bool>& region;                           ///< the same: where it may grow
+    cv::Point corner;                                          ///< on the canvas, which contains the whole picture
 };
 
-/// Float colour of all pictures so far, and where it holds data.
+/// The float colours of all pictures so far, and where there are any.
 class MembraneCanvas
 {
 public:
     explicit MembraneCanvas(_Size<int> size);
 
-    /// Lays `picture` over what is there. Peak beside the canvas: 33 bytes a pixel of it.
+    /// Blends `picture` over the canvas. Peak besides the canvas: 33 bytes per pixel of it.
     void add(const MembranePicture& picture);
 
-    /// New matrices: CV_16SC3, blue first, full scale 16383, and CV_8UC1, 255 where there is data.
+    /// Creates new matrices: CV_16SC3, blue first, full scale 16383, and CV_8UC1, 255 where there is data.
     void write(cv::Mat& result, cv::Mat& resultMask) const;
 
 private:
@@ -49,7 +49,7 @@ private:
     static void eachPixel(const MembranePicture& picture, int width, const Body& body);
 
     std::shared_ptr<_ImageData<PixelRGB<float>>> pixels;
-    Bytes covered; ///< 1 where the canvas holds data
+    Bytes covered; ///< 1 where the canvas has data
 };
 
 } // namespace orvo

@@ -17,7 +17,7 @@ namespace orvo {
 
 namespace {
 
-/// One bit a pixel of a picture of `size`.
+/// One bit per pixel of a picture of `size`.
 std::vector<bool> bitsOf(const cv::Mat& mask, cv::Size size)
 {
     const auto columns = static_cast<std::size_t>(size.width);
@@ -30,7 +30,7 @@ std::vector<bool> bitsOf(const cv::Mat& mask, cv::Size size)
     return bits;
 }
 
-/// The smallest rectangle that holds all pictures; pictures without pixels take no part.
+/// The bounding box of all pictures; empty pictures are ignored.
 cv::Rect placeOfAll(const std::vector<cv::Mat>& images, const std::vector<cv::Point>& corners)
 {
     constexpr std::int64_t kFar = std::numeric_limits<std::int64_t>::max();

@@ -63,7 +63,7 @@ public:
 
     /// From a pixel of the camera's image to the plane.
     void mapImageToPlane(float x, float y, float& u, float& v) const;
-    /// The reverse; (-1, -1) for points beside or behind the camera.
+    /// The inverse; (-1, -1) for points sideways or behind the camera.
     void mapPlaneToImage(float u, float v, float& x, float& y) const;
 
     /// Puts `rotation` (3x3, CV_32F; others are ignored) between `intermediate` and this projection, and sets the

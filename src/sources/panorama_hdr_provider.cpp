@@ -57,7 +57,7 @@ std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
     for (std::size_t i = 0; i < brackets.size(); ++i) {
         const float done = static_cast<float>(i) * perBracket;
         const auto phaseProgress = [&](HDRMergingPhaseName phase) {
-            // The start of a single frame has a number of its own, far above those of the other phases.
+            // The start of a single frame has a separate number, far above those of the other phases.
             const int number = phase == HDRMergingPhaseName::SingleFrameStarted ? 0 : static_cast<int>(phase);
             run.report(static_cast<float>(number + 1) * perPhase + done);
         };

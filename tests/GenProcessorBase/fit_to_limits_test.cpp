@@ -9,7 +9,7 @@
 namespace orvo {
 namespace {
 
-// A candidate whose text is as long as a function of its size says.
+// A candidate whose text length is a function of its size.
 struct Candidate
 {
     using Length = std::function<std::size_t(_Size<int>)>;
@@ -76,7 +76,7 @@ TEST(FitToLimits, OneStepIsEnoughWhereTheTextFollowsTheArea)
 
 TEST(FitToLimits, BisectsWhereTheTextShrinksMoreSlowly)
 {
-    // As long as the circumference: the first step is far too large.
+    // As long as the circumference, so the first step overshoots by far.
     const auto length = [](_Size<int> size) { return static_cast<std::size_t>(size.width + size.height); };
     const auto fitted = fit({2000, 1500}, 700, 2.45f, length);
     EXPECT_LE(fitted.total, 700u);

@@ -18,7 +18,7 @@ namespace {
 using ::testing::HasSubstr;
 using Data = NoAlphaRender::Data;
 
-// A working picture of one colour over the source's place, whose content can be replaced.
+// A working picture of one colour over the source's place, with replaceable content.
 class PlainWorkingImage final : public GenerativeProcessorBaseImpl::WorkingImage
 {
 public:
@@ -270,7 +270,7 @@ TEST(ProcessorBase, QuickPreviewShowsTheUneditedPictureAlone)
     EXPECT_NEAR(data.image->row(3)[3].r, 0.25f, 1e-5f);
     EXPECT_FALSE(data.unedited);
     tool.settle();
-    EXPECT_EQ(underlay.count(), 1u); // is not rendered by itself
+    EXPECT_EQ(underlay.count(), 1u); // not rendered separately
     tool.beginCompareBlindMode();
     data = main.at(2);
     EXPECT_EQ(data.unedited, data.image);
@@ -325,7 +325,7 @@ TEST(ProcessorBase, AnEmptyRenderIsLoggedAndNotDelivered)
     const LogCapture log;
     tool.initRender(main.callback(), {{10, 10}, {}});
     tool.initUnderlayRender(underlay.callback(), 100);
-    EXPECT_FALSE(underlay.at(0).image); // is delivered as it is
+    EXPECT_FALSE(underlay.at(0).image); // delivered without conversion
     tool.settle();
     EXPECT_EQ(main.count(), 0u);
     const auto warnings = log.texts(LogMessageType::Warning);
@@ -418,13 +418,13 @@ TEST(PostRender, CopiesAndLaysTheMaskOver)
     EXPECT_NE(same, picture);
     EXPECT_TRUE(sameBytes(*same, *picture));
     const auto overlay = std::make_shared<Overlay>();
-    EXPECT_TRUE(sameBytes(*postRender(overlay, picture, {}, PostRenderType::Main), *picture)); // of no known type
+    EXPECT_TRUE(sameBytes(*postRender(overlay, picture, {}, PostRenderType::Main), *picture)); // unknown type
     overlay->type = PostRenderDataI::kErase;
     const auto shown = postRender(overlay, picture, {}, PostRenderType::Main);
     EXPECT_FLOAT_EQ(shown->data()[0].r, 0.75f);
     EXPECT_FLOAT_EQ(shown->data()[0].g, 0.25f);
     EXPECT_FLOAT_EQ(shown->data()[1].r, 0.625f);
-    const auto wide = plain(2, 1, 0.5f); // in the working space red is another colour
+    const auto wide = plain(2, 1, 0.5f); // red has other values in the working space
     const auto red = postRender(overlay, wide, {}, PostRenderType::Main)->data()[0];
     const Picture pure({1, 1}, {1, 0, 0}, ColorProfileType::sRGB());
     std::shared_ptr<Picture> converted;

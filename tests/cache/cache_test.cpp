@@ -48,7 +48,7 @@ TEST(Cache, TheSixthKeyPushesTheLeastRecentlyUsedOut)
     for (const int key : {1, 3, 4, 5})
         (void)cache.get(key, Counted{key * 10, &runs}).get();
     EXPECT_EQ(held.get(), 20);
-    (void)cache.get(2, Counted{0, &runs}); // used: 1 is the oldest now
+    (void)cache.get(2, Counted{0, &runs}); // used, so 1 is the oldest
     (void)cache.get(6, Counted{60, &runs}).get();
     runs = 0;
     for (const int key : {2, 3, 4, 5, 6})
@@ -56,7 +56,7 @@ TEST(Cache, TheSixthKeyPushesTheLeastRecentlyUsedOut)
     EXPECT_EQ(runs, 0);
     EXPECT_EQ(cache.get(1, Counted{11, &runs}).get(), 11);
     EXPECT_EQ(runs, 1);
-    EXPECT_EQ(held.get(), 20); // lives on with its future
+    EXPECT_EQ(held.get(), 20); // kept alive by its future
     (void)cache.get(7, Counted{70, &runs});
     EXPECT_EQ(held.get(), 20);
 }

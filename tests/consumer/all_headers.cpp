@@ -1,4 +1,4 @@
-// Includes every exported header (run.sh writes the list) and links something from the libraries behind them.
+// Includes every exported header (run.sh writes the list) and links symbols of the libraries behind them.
 #include "all_headers.hpp"
 
 #include <cstdio>

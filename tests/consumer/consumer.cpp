@@ -1,4 +1,4 @@
-// The example of docs/guide.md, which is compiled and run as it stands there.
+// The example of docs/guide.md, compiled and run unchanged.
 #include <orvo_extensions/bracket.hpp>
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_io/image_writer.hpp>

@@ -1,4 +1,4 @@
-// The vocabulary of stored documents: a changed letter makes them unreadable.
+// The vocabulary of stored documents: one changed letter makes them unreadable.
 
 #include <orvo_extensions/effect_identifiers.hpp>
 
@@ -10,7 +10,7 @@ using namespace orvo;
 using testing::ElementsAre;
 using testing::Pair;
 
-// Built before main(), in whatever order: the constants and lists must serve initialisers of other files.
+// Built before main(), in any order: constants and lists must work in initialisers of other files.
 const std::string kBuiltEarly = std::string(ToolNames::kClone) + EffectIdentifiers::defaultEffects().back();
 
 TEST(EffectIdentifiers, HaveTheirValues)

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 
 namespace orvo {
-// Only declared in this library: the tests need no more than an allocation with that name.
+// Only declared in this library: the tests only need an allocation of that type.
 class EffectsCacheHelper
 {};
 } // namespace orvo

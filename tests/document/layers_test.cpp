@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 namespace orvo {
-// Only declared in this library: the tests need no more than allocations with these names.
+// Only declared in this library: the tests only need allocations of these types.
 class BrushController
 {};
 class BrushQueue
@@ -88,7 +88,7 @@ TEST(Layer, ForwardsToItsAdaptor)
 {
     Layer layer(ProcessConfig{});
     EXPECT_EQ(layer.getBaseUUID(), nullptr);
-    layer.setClearCache(true); // nobody to ask: nothing happens
+    layer.setClearCache(true); // no processor: nothing happens
 
     const auto id = UUIDGenerator()();
     ProcessorAdaptor adaptor(id);

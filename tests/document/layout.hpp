@@ -41,8 +41,8 @@ std::optional<bool>& fieldOrderOf()
     return inOrder;
 }
 
-// Notes whether the fields of a class lie in this order. To be instantiated by name, where the rules of access do not
-// apply to its arguments: template struct test::FieldOrder<Class, &Class::first, &Class::second>;
+// Records whether the fields of a class are in this order. Instantiate it explicitly, since access rules do not apply
+// to its arguments there: template struct test::FieldOrder<Class, &Class::first, &Class::second>;
 template <typename Class, auto... Fields>
 struct FieldOrder
 {

@@ -62,7 +62,7 @@ template struct test::FieldOrder<MaskedImageExt, &MaskedImageExt::points, &Maske
 
 namespace {
 
-// Counter-examples: the helper itself must distinguish orders.
+// Counterexamples: the helper itself must distinguish orders.
 struct Swapped
 {
     int first = 0;
@@ -99,7 +99,7 @@ TEST(Layout, HelpersDistinguishOrders)
     EXPECT_EQ(entryOf(&Swapped::plain), std::nullopt);
 }
 
-// Reaches the protected operation, and adds one of its own behind the last.
+// Reaches the protected operation, and adds its own after the last.
 struct EffectProbe : Effect
 {
     using Effect::Effect;

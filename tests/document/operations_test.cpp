@@ -8,7 +8,7 @@
 
 namespace {
 
-// What protected fields hold after construction.
+// The values of protected fields after construction.
 struct OpenFunctionOperation : opq::FunctionOperation
 {
     using FunctionOperation::FunctionOperation;

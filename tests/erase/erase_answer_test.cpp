@@ -21,7 +21,7 @@ using ::testing::EndsWith;
 
 std::vector<std::string> errors(const LogCapture& log) { return log.texts(LogMessageType::Error); }
 
-// What the request's picture becomes when a service enlarges or shrinks its answer.
+// The request's picture after a service enlarges or shrinks its answer.
 std::string scaledAnswer(const Request& request, double scale)
 {
     const auto picture = convertToImageData(request.image);
@@ -190,7 +190,7 @@ TEST(EraseAnswer, AnAnswerBelongsToTheRequestBeforeIt)
     tool.finishDrawing();
     const Request second = tool.request("2");
     const auto before = tool.picture();
-    // The answer to the first request comes late: it lands where the second one asked.
+    // The answer to the first request comes late and is applied at the place of the second.
     tool.applyGeneratedResponse(plainAnswer(sizeOf(first), 0.95f), sizeOf(first));
     const auto after = tool.picture();
     EXPECT_EQ(after->row(60)[60], before->row(60)[60]);

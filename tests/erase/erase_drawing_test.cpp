@@ -137,12 +137,12 @@ TEST(EraseDrawing, TheStrokeUnderWayIsSeenInTheMainViewAlone)
     EXPECT_EQ(main.last().image->row(5)[5], plainView->row(5)[5]);
     tool.finishStroke({}, {});
     tool.settle();
-    EXPECT_FALSE(isRed(main, main.last())); // no stroke, not asked for
+    EXPECT_FALSE(isRed(main, main.last())); // no stroke, no overlay requested
     EXPECT_FALSE(isRed(underlay, underlay.last()));
     tool.setShowMask(true);
     tool.settle();
     EXPECT_TRUE(isRed(main, main.last()));
-    EXPECT_FALSE(isRed(underlay, underlay.last())); // not while the user draws
+    EXPECT_FALSE(isRed(underlay, underlay.last())); // not during a stroke
     tool.finishDrawing();
     tool.settle();
     EXPECT_TRUE(isRed(main, main.last()));
@@ -241,9 +241,9 @@ TEST(EraseDrawing, StoredMasksComeBackAlsoFromFiles)
         EXPECT_LE(states.size(), 3u);
         Bytes newest;
         states.back().second->serialize(newest);
-        EXPECT_EQ(newest, stored[i]); // the one restored is the newest
+        EXPECT_EQ(newest, stored[i]); // the restored one is the newest
     }
-    // No mask is written twice.
+    // Every mask is written only once.
     EXPECT_EQ(tool.inside().brushInfo->resources.saves.size(), 6u);
 }
 

@@ -1,4 +1,4 @@
-// Everything at once, as fast as a pointer moves, and ends at any moment.
+// Interleaves all calls at the rate of mouse moves, and ends at any moment.
 #include "erase_tool.hpp"
 
 #include <gtest/gtest.h>
@@ -98,7 +98,7 @@ TEST(EraseInterleaving, RandomCallsEndAtRandomMoments)
         const int calls = 5 + static_cast<int>(random() % 60);
         for (int i = 0; i < calls; ++i)
             act(*tool, random, states, masks, callbacks);
-        tool.reset(); // with work in flight
+        tool.reset(); // with work pending
         EXPECT_EQ(temporaryFiles(), filesBefore) << seed;
     }
     EXPECT_GT(*callbacks, 0);

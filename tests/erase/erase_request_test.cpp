@@ -19,7 +19,7 @@ TEST(MaskBounds, AreThoseOfWhatIsNotZero)
 {
     TiledMaskImage mask({700, 600});
     EXPECT_EQ(maskBounds(mask), _Rect<int>());
-    mask.writableTile(1, 1)[0] = 0.0f; // a tile with samples and nothing in it
+    mask.writableTile(1, 1)[0] = 0.0f; // a tile with samples that are all 0
     EXPECT_EQ(maskBounds(mask), _Rect<int>());
     mask.writableTile(1, 1)[3 * 256 + 5] = 0.01f;
     EXPECT_EQ(maskBounds(mask), _Rect<int>(261, 259, 1, 1));
@@ -51,8 +51,8 @@ TEST(EraseRequest, HoldsPictureAndMaskAroundWhatWasPainted)
     EXPECT_EQ(parameters.downsampledSize, _Size<int>(160, 160));
     EXPECT_EQ(parameters.mask->size(), _Size<int>(160, 160));
     EXPECT_EQ(mask->row(80)[80].r, 1.0f);
-    EXPECT_EQ(mask->row(38)[80].r, 0.0f);          // hard, as it was painted
-    EXPECT_GT(parameters.mask->row(38)[80], 0.0f); // the one to blend by fades outward
+    EXPECT_EQ(mask->row(38)[80].r, 0.0f);          // hard, as painted
+    EXPECT_GT(parameters.mask->row(38)[80], 0.0f); // the blend mask fades outward
     EXPECT_EQ(parameters.mask->row(2)[2], 0.0f);
     std::shared_ptr<Picture> expected;
     textured(600, 500)->copy(parameters.rect)->colorTransform(expected, ColorProfileType::sRGB(), true);
@@ -159,7 +159,7 @@ TEST(EraseRequest, KeepsToTheLimitsWhateverThePictureIs)
             EXPECT_LE(longSide / shortSide, 2.45 + 1e-6) << size.width << "x" << size.height;
             EXPECT_GE(shortSide, 1.0);
             EXPECT_EQ(data->mask->size(), request);
-            // Noise fills the text well: nothing is given away.
+            // Noise compresses badly, so the text uses the limit.
             if (noise && size.width * size.height > 400000) {
                 EXPECT_GT(data->imageBase64.size(), 240000u);
             }

@@ -1,4 +1,4 @@
-/// An erase tool whose insides the tests see.
+/// An erase tool with access to its internals.
 #pragma once
 
 #include "GenEraseProcessor/generative_erase_processor_impl.hpp"
@@ -45,7 +45,7 @@ public:
         waitFor(*impl->callbackQueue);
     }
 
-    // The mask as it stands, flat; empty if there is none.
+    // The current mask, flat; empty if there is none.
     [[nodiscard]] std::vector<float> mask()
     {
         settle();
@@ -57,7 +57,7 @@ public:
         return {flat->data(), flat->data() + flat->pixelCount()};
     }
 
-    // The picture as it stands, in the working space.
+    // The current picture, in the working space.
     [[nodiscard]] std::shared_ptr<const Picture> picture()
     {
         std::promise<RenderedData> promise;
@@ -96,7 +96,7 @@ public:
 /// The size of a request's picture.
 inline _Size<int> sizeOf(const Request& request) { return convertToImageData(request.image)->size(); }
 
-/// A picture as a service answers.
+/// A picture in the form of a service's answer.
 inline std::string answerText(const std::shared_ptr<const Picture>& picture)
 {
     return kPrefix + imageToBase64(picture, {0, 8});

@@ -56,10 +56,10 @@ TEST(EraseUndo, AStateFromBeforeTheFirstAnswerIsInitialAgain)
     EXPECT_FALSE(tool.isInInitialState());
     const Bytes after = tool.storeState();
     tool.restoreState(before, {});
-    EXPECT_TRUE(tool.isInInitialState()); // at once
+    EXPECT_TRUE(tool.isInInitialState()); // immediately
     tool.restoreState(after, {});
     EXPECT_FALSE(tool.isInInitialState());
-    tool.restoreState({1, 2}, {}); // names nothing, so it says nothing
+    tool.restoreState({1, 2}, {}); // unknown id: does nothing
     EXPECT_FALSE(tool.isInInitialState());
 }
 
@@ -159,7 +159,7 @@ TEST(EraseUndo, FilesThatVanishAreAnErrorAndNotASilentLoss)
         states.push_back(tool.storeState());
     }
     const auto before = tool.picture();
-    // The first two are in files; wait until they are, then take the files away.
+    // The first two are in files: waits for that, then deletes the files.
     (void)tool.restored(states[0]);
     (void)tool.restored(states[1]);
     (void)tool.restored(states[4]);
@@ -228,7 +228,7 @@ TEST(EraseUndo, TwoHundredRandomActionsEqualAModelOfFullCopies)
         for (int action = 0; action < 200; ++action) {
             SCOPED_TRACE(action);
             switch (upTo(7)) {
-            case 0: // draws, and keeps some masks on the way
+            case 0: // draws, and stores some masks
                 tool.beginDrawing();
                 for (int i = 0; i < 3; ++i) {
                     tool.strokePoints({place(), place()}, brush(4.0f + static_cast<float>(upTo(12)), 0.4f));
@@ -237,7 +237,7 @@ TEST(EraseUndo, TwoHundredRandomActionsEqualAModelOfFullCopies)
                 }
                 tool.finishDrawing();
                 break;
-            case 1: // goes back to a mask
+            case 1: // restores a mask
                 if (!model.masks.empty()) {
                     const auto& entry = model.masks[upTo(model.masks.size())];
                     tool.beginDrawing();
@@ -264,7 +264,7 @@ TEST(EraseUndo, TwoHundredRandomActionsEqualAModelOfFullCopies)
                     {bytes, tool.picture(), tool.mask(), model.showMask, model.initial, model.requestId});
                 break;
             }
-            default: // goes back
+            default: // restores a state
                 if (!model.states.empty()) {
                     const auto& entry = model.states[upTo(model.states.size())];
                     EXPECT_EQ(tool.restored(entry.bytes).id, entry.requestId);

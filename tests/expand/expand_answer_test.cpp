@@ -16,7 +16,7 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
 
-/// The mean difference from the texture over the pixels that `counts`.
+/// The mean difference from the texture over the pixels for which `counts` is true.
 template <typename Counts>
 double meanError(const Picture& picture, _Size<int> shift, const Counts& counts)
 {
@@ -60,7 +60,7 @@ TEST(ExpandAnswer, ACastOfTheAnswerIsTakenOut)
 {
     ExpandTool tool({400, 300});
     const auto sent = picturesOf(tool.request(cropOf(-60, -50, 520, 400)));
-    // In the working space, so that it is the same everywhere in the values that are compared.
+    // In the working space, so that the compared values are uniform.
     const auto answer = trueAnswer(tool, {60, 50}, 1.0, {0.06f, -0.05f, 0.04f});
     const TemporaryFolder folder;
     tool.applyGeneratedResponse(writtenTo(folder / "answer.tif", *answer), sent->size());

@@ -11,7 +11,7 @@ namespace {
 
 constexpr PixelRGB<float> kGray = {0.5f, 0.5f, 0.5f};
 
-/// The picture where the crop shows it, gray and 1 elsewhere.
+/// The picture inside of the crop; gray and mask 1 elsewhere.
 void expectCanvas(const ExpandCanvas& canvas, const Picture& picture, const _Rect<int>& crop)
 {
     ASSERT_EQ(canvas.picture->size(), crop.size());

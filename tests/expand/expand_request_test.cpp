@@ -78,7 +78,7 @@ TEST(ExpandRequest, ASliverOfTheKnownPictureIsWidened)
     ExpandTool tool({600, 300});
     (void)tool.request(cropOf(0, 0, 660, 300));
     const auto& rect = tool.inside().requestParameters->rect;
-    // 90 known columns beside 300 rows at first; 300 / 2.45 are wanted.
+    // At first 90 known columns for 300 rows; the limit needs 300 / 2.45.
     const int known = static_cast<int>(std::ceil(300 / 2.45f));
     EXPECT_EQ(rect, _Rect<int>(600 - known, 0, known + 60, 300));
 }
@@ -139,7 +139,7 @@ TEST(ExpandRequest, NoBorderIsWiderThanAServicePaints)
 
 TEST(ExpandRequest, AStripIsWidenedAsFarAsThePictureGoes)
 {
-    // The known part is 1200 x 100 at first; 1200 / 2.45 rows would be wanted.
+    // At first the known part is 1200 x 100; the limit needs 1200 / 2.45 rows.
     ExpandTool strip({1200, 100});
     ASSERT_TRUE(strip.request(cropOf(0, 0, 1200, 140)).valid);
     const auto& rect = strip.inside().requestParameters->rect;

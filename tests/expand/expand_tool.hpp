@@ -1,4 +1,4 @@
-/// An expand tool whose insides the tests see.
+/// An expand tool with access to its internals.
 #pragma once
 
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
@@ -77,14 +77,14 @@ inline std::string answerText(const std::shared_ptr<const Picture>& picture)
 
 inline std::shared_ptr<Picture> picturesOf(const Request& request) { return convertToImageData(request.image); }
 
-/// The texture as it goes on beyond a picture that shows it from (0, 0) on, where the last request of `tool` asks for
-/// it, `scale` times as large as the request's place in the canvas; `cast` is added to its values.
+/// The continuation of the texture beyond a picture that starts at (0, 0), for the rectangle of `tool`'s last request,
+/// `scale` times as large as on the canvas; `cast` is added to its values.
 inline std::shared_ptr<Picture> trueAnswer(const ExpandTool& tool, _Size<int> shift, double scale,
                                            const PixelRGB<float>& cast = {})
 {
     const auto& parameters = *tool.inside().requestParameters;
     const _Rect<int>& rect = parameters.rect;
-    // Drawn at full size, so that it shrinks as the picture does.
+    // Drawn at full size, so that it shrinks like the picture.
     const auto full = drawn(rect.width, rect.height, [&](int x, int y) {
         const auto p = texture(x + rect.x - shift.width, y + rect.y - shift.height);
         return PixelRGB<float>{p.r + cast.r, p.g + cast.g, p.b + cast.b};

@@ -24,7 +24,7 @@ void grow(ExpandTool& tool, const std::string& id)
 
 TEST(ExpandUndo, GoesBackToEveryState)
 {
-    // More than are kept in memory.
+    // More states than stay in memory.
     ExpandTool tool({120, 90});
     std::vector<Bytes> states;
     std::vector<std::shared_ptr<const Picture>> pictures;
@@ -43,7 +43,7 @@ TEST(ExpandUndo, GoesBackToEveryState)
         EXPECT_LT(largestDifference(*tool.picture(), *pictures[i]), 1e-6f) << i;
         EXPECT_EQ(tool.isInInitialState(), i == 0);
     }
-    // And on from there.
+    // Continues from there.
     grow(tool, "again");
     EXPECT_EQ(tool.picture()->size(), _Size<int>(120 + 3 * 24, 90 + 3 * 16));
 }
@@ -91,7 +91,7 @@ TEST(ExpandUndo, UnknownStatesAreReported)
     const LogCapture log;
     EXPECT_TRUE(tool.restored(bytes).id.empty());
     EXPECT_THAT(errors(log), ElementsAre(HasSubstr("Cannot find state with id: " + stranger->text())));
-    tool.restoreState({}, {}); // nobody waits for it
+    tool.restoreState({}, {}); // no callback
     tool.settle();
     EXPECT_EQ(tool.picture()->size(), _Size<int>(60, 40));
 }

@@ -132,7 +132,7 @@ TEST(CvMatFromImageData, ConvertsOtherProfilesAndLeavesThePictureAlone)
             EXPECT_EQ(*picture->colorProfile(), *profile);
         }
     }
-    // Linear light of a half is far brighter once encoded.
+    // Linear light of 0.5 is far brighter once encoded.
     auto linear =
         std::make_shared<Picture>(_Size<int>(1, 1), PixelRGB<float>{0.5f, 0.5f, 0.5f}, ColorProfileType::linearSRGB());
     EXPECT_NEAR(cvMatFromImageData(linear).at<cv::Vec3s>(0, 0)[0], 0.7354 * 16383, 3);
@@ -172,7 +172,7 @@ TEST(ImageDataFromCVMat, UndoesCvMatFromImageDataWithinAStep)
     const auto back = imageDataFromCVMat(cvMatFromImageData(picture));
     ASSERT_EQ(back->size(), picture->size());
     EXPECT_EQ(*back->colorProfile(), *ColorProfileType::sRGB());
-    // Truncation takes up to one step of 1/16383, full scale being 16383.5 on the way back up to half of one more.
+    // Truncation takes up to one step of 1/16383; full scale 16383.5 in the inverse adds up to half a step.
     EXPECT_THAT(*picture, PixelsNear(*back, 1.5f / 16383.0f));
     for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
         const PixelRGB<float>& p = picture->data()[i];
@@ -341,7 +341,7 @@ TEST(CopyPart, RepeatsTheLastColumnAndRow)
 
 TEST(CopyPart, APositionThatRoundsOntoTheEndReadsTheLastSample)
 {
-    // The step, 2/32000, is less than half of what a float tells apart near 4096.
+    // The step, 2/32000, is less than half the spacing of floats near 4096.
     cv::Mat source(1, 4096, CV_8UC1, cv::Scalar(0));
     source.at<std::uint8_t>(0, 4095) = 50;
     cv::Mat part;

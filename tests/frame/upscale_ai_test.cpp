@@ -27,7 +27,7 @@ protected:
 
     std::filesystem::path source() { return writtenTo(folder / "source.tif", *textured(60, 40)); }
 
-    // Doubles by a plain resize, and counts.
+    // Doubles the size by plain resizing, and counts its calls.
     UpscaleSteps counted()
     {
         UpscaleSteps steps;

@@ -5,8 +5,8 @@
 
 namespace orvo::test {
 
-/// During its lifetime counts the matrices that the calling thread creates, and can make one of them fail. One at a
-/// time.
+/// Counts the matrices that the calling thread creates during its lifetime, and can make one of them fail. One instance
+/// at a time.
 class FailingMats final : public cv::MatAllocator
 {
 public:
@@ -20,7 +20,7 @@ public:
     FailingMats(const FailingMats&) = delete;
     FailingMats& operator=(const FailingMats&) = delete;
 
-    /// The next matrix counts as 1. The one at `place` fails with cv::Exception, once; 0: none.
+    /// The next matrix counts as 1. The one at `place` fails with cv::Exception, once; 0: none fails.
     static void failAt(long place)
     {
         count = 0;

@@ -1,4 +1,4 @@
-// Built without NDEBUG whatever the preset: there, a pixel outside the picture ends the program.
+// Built without NDEBUG in every preset, where a pixel outside of the picture ends the program.
 #undef NDEBUG
 
 #include <orvo_extensions/masked_image.hpp>

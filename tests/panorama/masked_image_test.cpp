@@ -1,4 +1,4 @@
-// Pixels with states: what constructors set, what copies own, and the runs of masked pixels.
+// Pixel states: initial values, deep copies, and runs of masked pixels.
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_extensions/masked_image.hpp>
@@ -18,7 +18,7 @@ using testing::IsEmpty;
 
 auto isRun(int start, int length) { return testing::AllOf(Field(&rle_t::start, start), Field(&rle_t::length, length)); }
 
-// A T constructed in memory full of `fill`, which shows what its constructor sets.
+// A T constructed in memory full of `fill`, to show what its constructor sets.
 template <typename T, typename... Arguments>
 class MadeOn
 {

@@ -27,7 +27,7 @@ struct Gain
     [[nodiscard]] double at(double r) const { return 1 + k1 * r * r + k2 * std::pow(r, 4) + k3 * std::pow(r, 6); }
 };
 
-// Light of a scene, all about a third, different everywhere.
+// Light of a scene around one third, different everywhere.
 double light(double x, double y, int channel)
 {
     return 0.3 + 0.1 * std::sin(x * 0.043 + channel) * std::cos(y * 0.057 - channel) + 0.05 * std::sin(x * 0.011);
@@ -60,7 +60,7 @@ struct Views
                     image.at<cv::Vec3s>(y, x)[c] = encoded(light(x + corner.x, y + corner.y, c) / gain.at(r));
             }
         }
-        // A border that is not seen, as around any warped picture.
+        // An invisible border, as around any warped picture.
         cv::Mat mask(size, CV_8UC1, cv::Scalar(0));
         mask(cv::Rect(2, 2, size.width - 4, size.height - 4)).setTo(255);
         images.push_back(image);
@@ -101,7 +101,7 @@ struct PairList
     }
 };
 
-// The descent once more, as plainly as it can be written and in double.
+// A second implementation of the descent, as plain as possible and in double.
 class PlainDescent
 {
 public:
@@ -210,9 +210,9 @@ TEST(Devignette, FindsEachCoefficientOfPairs)
 
 TEST(Devignette, IsTheDescentThatItsHeaderDescribes)
 {
-    // Radii as a narrow overlap has them: the powers of the radius can hardly be told apart there. The steps then
-    // become smaller than the tolerance and the descent stops by itself, or it creeps until the rounds are over. Where
-    // it ends, near the truth or not, is where the plain one ends.
+    // Radii of a narrow overlap, where the powers of the radius are nearly indistinguishable. The steps then fall below
+    // the tolerance and the descent stops, or it creeps until the rounds are over. Near the truth or not, it must end
+    // where the plain one ends.
     struct Case
     {
         Gain truth;
@@ -232,7 +232,7 @@ TEST(Devignette, IsTheDescentThatItsHeaderDescribes)
         EXPECT_EQ(plain.rounds == 50, known.isCutShort) << plain.rounds;
         devignette_t model;
         model.fit(pairs.colorsA, pairs.colorsB, pairs.radiiA, pairs.radiiB);
-        // Single precision may turn an undecided step the other way; two rounds more or less would be seen.
+        // Single precision may reverse a tie; more than two rounds of difference would be an error.
         constexpr double kTwoSteps = 2.01 * 5.0 / 4096;
         EXPECT_NEAR(static_cast<double>(model.k1), plain.k[0], kTwoSteps) << known.nearest;
         EXPECT_NEAR(static_cast<double>(model.k2), plain.k[1], kTwoSteps) << known.nearest;
@@ -296,9 +296,9 @@ TEST(PanoramaDevignette, RecoversAKnownVignette)
 
 TEST(PanoramaDevignette, WorksOnViewsOfTheWarper)
 {
-    // Two cameras side by side that look at a plain sky, drawn on the sphere with their true maps of radius. Their
-    // overlap is wide, two thirds of a view: in a narrow one the three powers of the radius can hardly be told apart,
-    // and the descent stops where the views agree with each other, though not with the truth.
+    // Two neighbouring cameras that look at a plain sky, drawn on the sphere with their true radius maps. Their overlap
+    // is wide, two thirds of a view: in a narrow one the three powers of the radius are nearly indistinguishable, and
+    // the descent stops where the views agree with each other, though not with the truth.
     const Gain truth{0.4, 0.2, 0.1};
     const cv::Size size(300, 200);
     const cv::Mat K = (cv::Mat_<float>(3, 3) << 320, 0, 150, 0, 320, 100, 0, 0, 1);
@@ -362,7 +362,7 @@ TEST(PanoramaDevignette, ASecondFitDoesNothing)
 
 TEST(PanoramaDevignette, OnlyNeighboursInTheListArePaired)
 {
-    // The first and the third view overlap, the second lies apart: no pairs.
+    // The first and the third view overlap, the second is apart: no pairs.
     Views views;
     const Gain gain{0.8, 0.2, 0.1};
     views.add({0, 0}, {160, 120}, gain);
@@ -375,7 +375,7 @@ TEST(PanoramaDevignette, OnlyNeighboursInTheListArePaired)
 
 TEST(PanoramaDevignette, PairsAreOnTheOutlineOfTheOverlap)
 {
-    // What stands deep inside both masks, or under no mask, or on the rim of the matrix, is not looked at.
+    // Pixels deep inside both masks, outside of all masks, or on the rim of the matrix are ignored.
     const Gain gain{0.5, 0.2, 0.0};
     PanoramaDevignette clean;
     row(2, gain).fit(clean);
@@ -400,7 +400,7 @@ TEST(PanoramaDevignette, PairsAreOnTheOutlineOfTheOverlap)
     EXPECT_EQ(model.model().k1, clean.model().k1);
     EXPECT_EQ(model.model().k2, clean.model().k2);
     EXPECT_EQ(model.model().k3, clean.model().k3);
-    // And the outline is: spoiling it spoils the fit.
+    // The outline is used: spoiling it spoils the fit.
     Views outline = row(2, gain);
     outline.images[1](cv::Rect(2, 2, 1, 116)).setTo(cv::Scalar(16000, 16000, 16000));
     PanoramaDevignette other;
@@ -410,14 +410,14 @@ TEST(PanoramaDevignette, PairsAreOnTheOutlineOfTheOverlap)
 
 TEST(PanoramaDevignette, MasksWithoutAClearPixelHaveNoOutline)
 {
-    // The rim of the matrix is no edge of the mask, and is not looked at itself.
+    // The rim of the matrix is not an edge of the mask, and is itself ignored.
     Views views = row(2, {0.8, 0.2, 0.1});
     for (cv::Mat& mask : views.masks)
         mask.setTo(255);
     PanoramaDevignette model;
     views.fit(model);
     EXPECT_EQ(model.model().k1, 5.0f / 8192);
-    // One clear pixel on the rim of the second view gives its neighbours within the rim, which lie in the first.
+    // A clear pixel on the rim of the second view makes edges of its neighbours inside, which are in the first.
     views.masks[1].at<uchar>(60, 0) = 0;
     PanoramaDevignette other;
     views.fit(other);
@@ -452,7 +452,7 @@ TEST(PanoramaDevignette, ProcessCorrectsPixelsUnderASingleMask)
 
 TEST(PanoramaDevignette, ProcessIsGammaOfTheLightTimesTheGain)
 {
-    // Every working sample there is, in other orders by channel, at radii of all kinds.
+    // Every possible working sample, in a different order per channel, at many radii.
     Views views = row(2, {0.5, 0.2, 0.0});
     PanoramaDevignette model;
     views.fit(model);
@@ -521,7 +521,7 @@ TEST(PanoramaDevignette, ProcessDoesNotLimitToFullScale)
 
 TEST(PanoramaDevignette, ProcessSaturatesAtTheRangeOfTheType)
 {
-    // Twice full scale in light times a gain of four would be beyond 16 bits.
+    // Twice full scale in light times a gain of four would exceed 16 bits.
     Views views = row(2, {3.0, 0.0, 0.0});
     PanoramaDevignette model;
     views.fit(model);

@@ -18,9 +18,9 @@ using namespace orvo;
 
 namespace {
 
-constexpr int kReach = 16; // pixels of growth, of the feather and around a disagreement
+constexpr int kReach = 16; // pixels: growth, feather width, and margin around a disagreement
 constexpr float kWhite = 16383.0f;
-// In and out of float, truncated both times.
+// Converts to float and back, truncating both times.
 constexpr float kRounding = 1.5f / kWhite;
 
 using Colour = cv::Vec3f; // blue first, full scale 1
@@ -83,7 +83,7 @@ float largestDifference(const Colour& a, const Colour& b)
     return std::max({std::abs(a[0] - b[0]), std::abs(a[1] - b[1]), std::abs(a[2] - b[2])});
 }
 
-/// Something to look at, 0.2 .. 0.6, defined everywhere.
+/// A scene, 0.2 .. 0.6, defined everywhere.
 Colour scene(int x, int y)
 {
     const auto u = static_cast<float>(x);
@@ -92,7 +92,7 @@ Colour scene(int x, int y)
     return {base, base * 0.9f, base * 0.8f};
 }
 
-/// A picture of the scene, 200 wide, with the canvas's left part, and what lies right of it, which overlaps by
+/// A picture of the scene, 200 wide, for the left part of the canvas, and one to the right of it, which overlaps by
 /// `overlap` and shows the scene with `cast` added.
 Joined besides(const Drawing& cast, int overlap, int shiftY = 0)
 {
@@ -161,13 +161,13 @@ TEST(PanoramaMBlender, EqualColoursInTheOverlapLeaveBothPicturesAsTheyAre)
 
 TEST(PanoramaMBlender, ASmoothDifferenceLeavesNoVisibleSeam)
 {
-    // Up to a tenth of full scale, by channels, changing along the joint and away from it.
+    // Up to a tenth of full scale, different per channel, varying along the joint and across it.
     const auto cast = [](int x, int y) {
         const auto u = static_cast<float>(x);
         const auto v = static_cast<float>(y);
         return Colour(0.06f + 0.03f * std::sin(0.03f * v), 0.0003f * v, -0.05f + 0.0001f * u);
     };
-    constexpr int kJoint = 140; // the second picture's first column, over the first one
+    constexpr int kJoint = 140; // first column of the second picture, which is on top
     const Joined joined = besides(cast, 200 - kJoint);
     const auto meanOver = [](int first, int last, const auto& error) {
         double sum = 0.0;
@@ -178,19 +178,19 @@ TEST(PanoramaMBlender, ASmoothDifferenceLeavesNoVisibleSeam)
     };
     const auto error = [&](int x, int y) { return largestDifference(joined.at(x, y), scene(x, y)); };
     EXPECT_LT(meanOver(kJoint - 2, kJoint + 5, error), 1.0 / 255);
-    // Nor where the first picture ends below the second one.
+    // Nor at the end of the first picture below the second one.
     const auto step = [&](int x, int y) {
         return largestDifference(joined.at(x + 1, y) - joined.at(x, y), scene(x + 1, y) - scene(x, y));
     };
     EXPECT_LT(meanOver(kJoint - 4, 204, step), 0.25 / 255);
-    // Without the membrane the pictures are this far apart.
+    // The difference of the pictures without the membrane.
     EXPECT_GT(meanOver(kJoint, kJoint + 5, [&](int x, int y) { return largestDifference(cast(x, y), Colour::all(0)); }),
               10.0 / 255);
 }
 
 TEST(PanoramaMBlender, ACastThatIsTheSameAlongTheJointIsCarriedToTheEnds)
 {
-    for (const int shiftY : {0, 40}) { // the second picture ends at the canvas, then within it
+    for (const int shiftY : {0, 40}) { // the second picture ends at the border of the canvas, then inside of it
         const Joined joined = besides([](int, int) { return Colour(0.1f, -0.08f, 0.05f); }, 40, shiftY);
         for (int y = shiftY; y < 150 + shiftY; ++y)
             for (int x = 200; x < 420; ++x)
@@ -200,7 +200,7 @@ TEST(PanoramaMBlender, ACastThatIsTheSameAlongTheJointIsCarriedToTheEnds)
 
 TEST(PanoramaMBlender, ACastIsCarriedThroughARingAroundTheKnownPicture)
 {
-    // As an enlarged canvas: what is known in the middle, what is new around it and 2 pixels over it.
+    // Like an enlarged canvas: the known part in the middle, the new part around it and 2 pixels over it.
     const cv::Rect known(60, 50, 120, 90);
     PanoramaMBlender blender;
     const cv::Mat all = full(known.width, known.height);
@@ -232,7 +232,7 @@ TEST(PanoramaMBlender, WhereTheCanvasHasDataTheMaskDoesNotGrow)
 
 TEST(PanoramaMBlender, OverDataAPictureFadesInFromTheEdgeOfItsMask)
 {
-    // So different that the membrane is held by nothing: what is left is the feather.
+    // So different that nothing constrains the membrane: only the feather remains.
     PanoramaMBlender blender;
     blender.feed(plain(200, 60, 0.1f), full(200, 60), full(200, 60), {0, 0});
     blender.feed(plain(200, 60, 0.9f), mask(200, 60, [](int x, int) { return x >= 40; }), full(200, 60), {50, 0});
@@ -257,7 +257,7 @@ TEST(PanoramaMBlender, OverEmptyCanvasAPictureCountsInFull)
 
 TEST(PanoramaMBlender, ADisagreementDoesNotSmear)
 {
-    // Something dark stands across the joint in one picture only.
+    // A dark object across the joint in only one picture.
     const cv::Rect spot(130, 60, 20, 20);
     const auto withSpot = [&](float depth) {
         return besides(
@@ -274,15 +274,15 @@ TEST(PanoramaMBlender, ADisagreementDoesNotSmear)
                 worst = std::max(worst, largestDifference(joined.at(x, y), clean.at(x, y)));
         return worst;
     };
-    // The scene is about 0.4 there, so that the spot is made bright instead of dark to differ by half of full scale.
+    // The scene is about 0.4 there, so the spot is bright instead of dark, to differ by half of full scale.
     EXPECT_LT(smear(withSpot(-0.56f)), 1.0f / 255) << "differs by more than half: left out";
     EXPECT_GT(smear(withSpot(-0.40f)), 4.0f / 255) << "differs by less: followed";
 }
 
 TEST(PanoramaMBlender, ABandOfSixteenPixelsAroundADisagreementIsLeftOut)
 {
-    // A joint along x = 100 whose known differences are 0.2, but for the disagreement at `spot` and a stretch beside it
-    // with another difference, 0.4: left out while it lies within the band.
+    // A joint along x = 100 with known differences of 0.2, except for the disagreement at `spot` and a range next to it
+    // with another difference, 0.4: ignored inside of the band.
     const auto farValue = [](int stretchStart, int stretchEnd) {
         PanoramaMBlender blender;
         blender.feed(plain(120, 200, 0.3f), full(120, 200), full(120, 200), {0, 0});
@@ -419,7 +419,7 @@ TEST(PanoramaMBlender, IsTheSameForAnyNumberOfThreadsAndLeavesNoPlane)
         const WorkerLimit limit(threads);
         return besides(
             [](int x, int y) {
-                const auto spot = static_cast<float>((x * 7 + y * 13) % 97 == 0); // disagreements all over
+                const auto spot = static_cast<float>((x * 7 + y * 13) % 97 == 0); // disagreements everywhere
                 return Colour(0.1f, 0.05f + 0.5f * spot, 0.001f * static_cast<float>(y));
             },
             70, 13);
@@ -465,7 +465,7 @@ TEST(DilationRLE, TakesAnyTypeOfBytes)
 
 TEST(BitPlane, EveryWordBelongsToOneThread)
 {
-    // Rows of 37 bits: every word is shared by rows, but the bits of one must follow each other on one thread.
+    // Rows of 37 bits: rows share words, but the bits of a word must be written by one thread.
     constexpr std::size_t kBits = 37 * 9001;
     constexpr std::size_t kWidestWord = 64;
     for (int round = 0; round < 20; ++round) {

@@ -85,7 +85,8 @@ TEST(PanoramaStitcher, APictureAloneFails)
 
 TEST(PanoramaStitcher, PicturesThatNoRotationExplainsFailAndAreLogged)
 {
-    // The second one is the middle of the first, twice as large: no cameras of one place and one focal length do that.
+    // The second one is the middle of the first, twice as large: impossible for cameras at one place with one focal
+    // length.
     SphereView view = smallView();
     view.noise = 0.0;
     const cv::Mat image = seen(SphereScene(), {view})[0];
@@ -97,7 +98,7 @@ TEST(PanoramaStitcher, PicturesThatNoRotationExplainsFailAndAreLogged)
     EXPECT_EQ(stitcher.getStatus(), 2);
     EXPECT_EQ(stitcher.usedImages().size(), 2u);
     EXPECT_THAT(capture.texts(LogMessageType::Error), ElementsAre("failed to make more accurate focals prediction"));
-    // The same stitcher registers what fits.
+    // The same stitcher registers matching pictures.
     EXPECT_TRUE(stitcher.estimateCameras(seen(SphereScene(), smallRow())));
     EXPECT_EQ(stitcher.getStatus(), 1);
 }
@@ -261,7 +262,7 @@ TEST(PanoramaStitcher, OnlyVideosTakeCompositionFrames)
     EXPECT_EQ(stitcher.usedImages().size(), 4u);
 }
 
-// The rest on one registered row.
+// The remaining tests, on one registered row.
 class StitcherView : public testing::Test
 {
 protected:

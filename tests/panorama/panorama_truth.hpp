@@ -1,4 +1,4 @@
-/// The truth for a panorama of a sphere scene, and the difference of a rendered one.
+/// The true panorama of a sphere scene, and the error of a rendered one.
 #pragma once
 
 #include "sphere_sets.hpp"
@@ -14,7 +14,7 @@ namespace orvo::test {
 
 constexpr std::int32_t kSphericalKind = 2;
 
-/// Four views in a row that overlap by half, small enough to be stitched in well under a second.
+/// Four views in a row that overlap by half, small enough to stitch in well under a second.
 inline scenes::SphereView smallView()
 {
     scenes::SphereView view;
@@ -31,7 +31,7 @@ inline std::vector<scenes::SphereView> smallRow(const scenes::SphereView& like =
 
 inline bool never() { return false; }
 
-/// True at the `last`-th call and ever after.
+/// True from the `last`-th call on.
 struct CancelAt
 {
     int last;
@@ -56,7 +56,7 @@ inline cv::Mat maskOf(const _ImageData<float>& mask)
     return out;
 }
 
-/// The rotation that takes the scene's directions to the panorama's: cameras are known up to one common turn.
+/// The rotation from the scene's directions to the panorama's: cameras are known up to a common rotation.
 inline cv::Matx33d panoramaFromScene(const PanoramaStitcher& stitcher, const std::vector<scenes::SphereView>& views)
 {
     cv::Matx33d sum = cv::Matx33d::zeros();
@@ -115,7 +115,7 @@ struct Agreement
 {
     double psnr = 0.0;      ///< dB, of encoded values
     double worstMean = 0.0; ///< the largest difference of the means of 9 by 9 pixels: steps, shifts, ghosts
-    int pixels = 0;         ///< how many were compared
+    int pixels = 0;         ///< number of compared pixels
 };
 
 /// Inside the mask, `margin` pixels away from its rim.

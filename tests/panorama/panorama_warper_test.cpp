@@ -19,7 +19,7 @@ namespace {
 constexpr int kNumbers[] = {0, 1, 2, 3, 4, 5};
 const cv::Size kImage(400, 300);
 constexpr float kFocal = 350.0f;
-constexpr float kExact = 512.0f; // a power of two, so that positions on a plane come out exactly
+constexpr float kExact = 512.0f; // a power of two, so that positions on a plane are exact
 
 cv::Mat camera(float focal = kFocal, cv::Size image = kImage)
 {
@@ -86,7 +86,7 @@ SlowMaps slowMaps(const PanoramaWarper& warper, cv::Size src, cv::Rect rect, cv:
     return maps;
 }
 
-// Shows what setCameraParams() and setIntermediate() keep.
+// Exposes the results of setCameraParams() and setIntermediate().
 class Opened final : public PanoramaWarper
 {
 public:
@@ -177,7 +177,7 @@ TEST(MapPlaneToImage, GivesMinusOneForPointsBehind)
     warper->mapPlaneToImage(3.1f * 500.0f, 1.57f * 500.0f, x, y);
     EXPECT_EQ(x, -1.0f);
     EXPECT_EQ(y, -1.0f);
-    // Exactly beside: the third component is 0, which is not above 0. A camera whose axis is the plane's x.
+    // Exactly sideways: the third component is 0, which is not above 0. A camera whose axis is the plane's x.
     const auto plane = makeWarper(1.0f, 0);
     const cv::Mat sideways = (cv::Mat_<float>(3, 3) << 0, 0, 1, 0, 1, 0, -1, 0, 0);
     plane->setCameraParams(eye(), sideways);
@@ -190,7 +190,7 @@ TEST(MapPlaneToImage, GivesMinusOneForPointsBehind)
 
 TEST(DetectResultRoi, IsTheSpanOfTheGrid)
 {
-    // A plane as large as the image shows it in its place, the last column and row included.
+    // A plane of the image's size shows it in place, including the last column and row.
     const auto warper = makeWarper(kExact, 0);
     warper->setCameraParams(camera(kExact), eye());
     const cv::Rect rect(-250, -200, 500, 400);
@@ -254,12 +254,12 @@ TEST(DetectResultRoi, IsCutToTheDrawing)
 
 TEST(DetectResultRoi, AcceptsUnboundedNumbers)
 {
-    // Seen sideways half of the plane's rays have z = 0 or less, so that the span has no end.
+    // Seen sideways, half of the plane's rays have z = 0 or less, so that the span is infinite.
     const auto warper = makeWarper(kFocal, 0);
     warper->setCameraParams(camera(), rotation(0, 1.5707963f, 0));
     const cv::Rect roi = warper->detectResultRoi(kImage, {-1000, -1000, 2000, 2000}, {100, 100});
     EXPECT_EQ(roi & cv::Rect(0, 0, 100, 100), roi);
-    warper->setCameraParams(cv::Mat::zeros(3, 3, CV_32F), eye()); // no camera at all
+    warper->setCameraParams(cv::Mat::zeros(3, 3, CV_32F), eye()); // invalid camera
     EXPECT_TRUE(warper->detectResultRoi(kImage, {-1000, -1000, 2000, 2000}, {100, 100}).empty());
 }
 
@@ -301,7 +301,7 @@ TEST(BuildMaps, AgreeWithTheSinglePoints)
 TEST(BuildMaps, TheBoxIsTight)
 {
     const auto warper = makeWarper(kFocal, 2);
-    warper->setCameraParams(camera(), rotation(0, 0, 0.6f)); // turned, so that the corners of the box are empty
+    warper->setCameraParams(camera(), rotation(0, 0, 0.6f)); // rotated, so that the corners of the box are empty
     cv::Mat x, y;
     const cv::Rect roi = warper->buildMaps(kImage, warper->outputBounds(), warper->outputBounds().size(), x, y);
     const cv::Mat inside = (x >= 0) & (x < kImage.width) & (y >= 0) & (y < kImage.height);
@@ -333,7 +333,8 @@ TEST(BuildMaps, LeaveTheMapsAloneWhereNothingIsSeen)
     cv::Mat x(1, 1, CV_32F, cv::Scalar(5));
     cv::Mat y(1, 1, CV_32F, cv::Scalar(6));
     EXPECT_EQ(warper->buildMaps(kImage, {900, 0, 100, 100}, {100, 100}, x, y), cv::Rect());
-    // In the span of the grid, but between the pixels: the drawing is so coarse that no point of it lies in the image.
+    // Inside the span of the grid, but between the pixels: the drawing is so coarse that none of its points is in the
+    // image.
     EXPECT_EQ(warper->buildMaps({3, 3}, {-1000, 0, 1000, 1000}, {3, 3}, x, y), cv::Rect());
     EXPECT_EQ(x.at<float>(0, 0), 5.0f);
     EXPECT_EQ(y.at<float>(0, 0), 6.0f);
@@ -401,7 +402,7 @@ TEST(Warp, DrawsTheImageWhereTheMapsPoint)
                 if (mx < 1 || mx > 398 || my < 1 || my > 298)
                     continue;
                 ASSERT_EQ(dstMask.at<uchar>(r, c), 255);
-                // remap() works on a grid of 1/32 pixel.
+                // remap() works on a grid of 1/32 pixel
                 ASSERT_NEAR(dst.at<cv::Vec3s>(r, c)[0], 24 * mx, 24.0f / 32 + 1) << number;
                 ASSERT_NEAR(dst.at<cv::Vec3s>(r, c)[1], 32 * my, 32.0f / 32 + 1) << number;
             }
@@ -411,8 +412,8 @@ TEST(Warp, DrawsTheImageWhereTheMapsPoint)
 
 TEST(Warp, ShowsTheSphereThatTheCameraSaw)
 {
-    // A smooth light for every direction, seen through the camera and drawn in each projection: the drawing shows the
-    // light of the direction that the projection gives to the place.
+    // A smooth light per direction, seen through the camera and drawn in each projection: each pixel must have the
+    // light of the direction that the projection assigns to it.
     const auto light = [](cv::Vec3d d, int channel) {
         d /= cv::norm(d);
         return 8000 + 5000 * std::sin(6 * d[0] + channel) * std::cos(5 * d[1] - channel) + 2000 * d[2];
@@ -619,7 +620,7 @@ TEST(SetIntermediate, MappingThereAndBackIsTheIdentity)
 
 TEST(SetIntermediate, TurnsTheViewByTheRotation)
 {
-    // The middle of the plane looks along z; the inverse rotation brings it a quarter of a radian to the side.
+    // The middle of the plane looks along z; the inverse rotation moves it a quarter of a radian sideways.
     const auto warper = makeWarper(500.0f, 0);
     warper->setIntermediate(rotation(0, -0.25f, 0), makeWarper(400.0f, 2));
     float x = 0, y = 0;

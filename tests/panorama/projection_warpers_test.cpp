@@ -13,8 +13,8 @@ namespace {
 constexpr float kScale = 1000.0f;
 constexpr float kPi = std::numbers::pi_v<float>;
 constexpr int kNumbers[] = {0, 1, 2, 3, 4, 5};
-// Single precision leaves three hundredths of a pixel at a scale of 1000 where a formula loses digits, as the inverse
-// cosine does near the poles.
+// Single precision leaves 0.03 pixels at a scale of 1000 where a formula loses digits, as the arccosine does near the
+// poles.
 constexpr float kPixelTolerance = 0.05f;
 
 struct Ray
@@ -28,7 +28,7 @@ Ray unit(Ray r)
     return {r.x / n, r.y / n, r.z / n};
 }
 
-// Rays that all six projections hold: ahead, and away from the poles and the edges.
+// Rays inside all six projections: ahead, and away from the poles and the edges.
 std::vector<Ray> raysAhead()
 {
     std::vector<Ray> rays;
@@ -82,7 +82,7 @@ TEST(OutputBounds, AreTruncatedToTheInteger)
 
 TEST(OutputBounds, RoundWhereTheyShould)
 {
-    // pi times this scale lies just below an integer in double and on it once rounded to a float.
+    // pi times this scale is just below an integer in double, and equal to it once rounded to float.
     float scale = 0.0f;
     int whole = 3000;
     for (; whole < 40000 && scale == 0.0f; ++whole) {
@@ -210,7 +210,7 @@ TEST(Projections, TheFisheyesCentreIsExact)
 
 TEST(Projections, TheBorderOfAnImageLiesWithinTheBounds)
 {
-    // A camera of 60 degrees across, level; all but the asymmetric bounds of number 4 hold its border.
+    // A level camera, 60 degrees wide; all projections contain its border, except the asymmetric bounds of number 4.
     const cv::Mat K = (cv::Mat_<float>(3, 3) << 866, 0, 500, 0, 866, 375, 0, 0, 1);
     for (const int number : {0, 1, 2, 3, 5}) {
         for (const float turn : {0.0f, 0.3f, -0.3f}) {

@@ -1,4 +1,4 @@
-// Real sets: matching pictures register, and others are left out.
+// Real sets: matching pictures register, others are skipped.
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
 

@@ -38,7 +38,7 @@ protected:
     bool stitches(const std::function<bool()>& cancel = {}, const std::function<void(float)>& progress = {},
                   WarpType projection = WarpType::Spherical) const
     {
-        testing::internal::CaptureStderr(); // the provider reports unreadable files there, too
+        testing::internal::CaptureStderr(); // the provider also reports unreadable files there
         const bool result = stitchPanorama(source, {projection, 200}, progress, cancel).image != nullptr;
         (void)testing::internal::GetCapturedStderr();
         return result;

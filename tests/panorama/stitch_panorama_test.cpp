@@ -33,7 +33,7 @@ std::shared_ptr<const Picture> pixelsOf(const StitchedPanorama& panorama)
 
 bool isWhite(const PixelRGB<float>& pixel) { return pixel.r == 1.0f && pixel.g == 1.0f && pixel.b == 1.0f; }
 
-/// How many pixels of a row or column are not white.
+/// The number of pixels of a row or column that are not white.
 int contentInRow(const Picture& picture, int y)
 {
     return static_cast<int>(std::count_if(picture.row(y), picture.row(y) + picture.width(),
@@ -51,7 +51,7 @@ int contentInColumn(const Picture& picture, int x)
 class StitchPanorama : public testing::Test
 {
 protected:
-    /// Files named from a to d, each exposed a little longer than the one before.
+    /// Files named a to d, each exposed a little longer than the one before.
     StitchPanorama()
     {
         for (std::size_t i = 0; i < views.size(); ++i) {
@@ -86,7 +86,7 @@ TEST_F(StitchPanorama, DrawsAllContentOfThePictures)
     EXPECT_TRUE(panorama.isRead);
     EXPECT_EQ(panorama.projection, WarpType::Spherical);
     EXPECT_NEAR(panorama.focalLength, 400.0f, 8.0f);
-    // Three steps of 21 degrees and half a view on each side, at 400 pixels a radian, and the hand's shake.
+    // Three steps of 21 degrees and half a view on each side, at 400 pixels per radian, plus hand shake.
     EXPECT_NEAR(panorama.image->size().width, 811, 25);
     EXPECT_NEAR(panorama.image->size().height, 310, 40);
     EXPECT_EQ(panorama.image->metadata()->size, panorama.image->size());
@@ -145,7 +145,7 @@ TEST_F(StitchPanorama, EveryProjectionGivesAPictureCutToItsContent)
 
 TEST_F(StitchPanorama, ThereIsNoDarkRimBetweenContentAndWhite)
 {
-    // Bright pictures, so that what is dark is no part of them.
+    // Bright pictures, so that dark pixels are not part of them.
     for (std::size_t i = 0; i < views.size(); ++i) {
         views[i].ev = 4.0;
         views[i].noise = 0.0;
@@ -184,8 +184,8 @@ TEST_F(StitchPanorama, PlanetOfAFullTurnIsClosed)
     ASSERT_TRUE(panorama.image);
     const auto pixels = pixelsOf(panorama);
     EXPECT_NEAR(pixels->width(), pixels->height(), 50);
-    // Of the circle of the horizon all is content: radius 1 where the sides of the picture are at tan(60.5 degrees)
-    // and more, as a view reaches 31 degrees up in its middle.
+    // The whole circle of the horizon is content: radius 1. The sides of the picture are at tan(60.5 degrees) and more,
+    // since the middle of a view reaches 31 degrees up.
     const double x0 = 0.5 * pixels->width();
     const double y0 = 0.5 * pixels->height();
     const double horizon = 0.5 * pixels->width() / 1.77;
@@ -239,7 +239,7 @@ TEST_F(StitchPanorama, CancelAtAnyPollGivesNoImage)
     source.files.resize(2);
     int polls = 0;
     const auto stitchedUntil =
-        [&](int last) { // the plane is drawn by way of the sphere, so it polls wherever that does
+        [&](int last) { // the plane is drawn from the sphere, so it polls wherever the sphere does
             polls = 0;
             return stitchPanorama(source, {WarpType::Plane, 200}, {}, CancelAt{last, &polls});
         };

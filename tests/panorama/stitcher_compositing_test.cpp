@@ -71,7 +71,7 @@ protected:
         return raw;
     }
 
-    // Drawn at one pixel for one unit.
+    // One pixel per unit.
     [[nodiscard]] Agreement compare(const Raw& raw, const cv::Rect& rect, int margin) const
     {
         Drawing drawing;
@@ -131,14 +131,14 @@ TEST_F(StitcherCompositing, EvensOutExposures)
     drawing.rect = cv::Rect(rect.tl() + raw.shown.tl(), raw.shown.size());
     drawing.size = raw.shown.size();
     const cv::Mat truth = truthOf(scene, *stitcher, views, drawing);
-    // Mean brightness against the scene's, in upright stripes: views 0.6 EV apart differ by 20 percent of the encoded
-    // values, which must not be seen any more.
+    // Mean brightness relative to the scene's, in vertical stripes: views 0.6 EV apart differ by 20 percent of the
+    // encoded values, which must be invisible in the result.
     std::vector<double> ratios;
     for (int x = 40; x + 40 < picture.cols - 40; x += 40) {
         const cv::Rect stripe(x, picture.rows / 3, 40, picture.rows / 3);
         ratios.push_back(cv::mean(picture(stripe))[1] / cv::mean(truth(stripe))[1]);
     }
-    // The outer rims overlap nothing: there the gains go back to 1, smoothly.
+    // The outer rims overlap nothing: there the gains return smoothly to 1.
     const auto [low, high] = std::minmax_element(ratios.begin() + 3, ratios.end() - 3);
     EXPECT_LT(*high / *low, 1.07);
     for (std::size_t i = 1; i < ratios.size(); ++i)
@@ -231,8 +231,8 @@ TEST_F(StitcherCompositing, OnlyATinyPreviewIsCutHard)
 {
     registerViews();
     const cv::Rect rect = content(0);
-    // A hole between two seams is filled with ones. Cut hard, the mask still shows them; blended it is 255 wherever
-    // anything is seen.
+    // A hole between two seams is filled with ones. Without blending the mask still shows them; with blending it is 255
+    // wherever there is content.
     const auto filledHoles = [&](const cv::Size& size) {
         const Raw raw = draw(rect, size);
         EXPECT_EQ(cv::countNonZero(raw.mask), cv::countNonZero(raw.mask == 1) + cv::countNonZero(raw.mask == 255));
@@ -298,7 +298,7 @@ TEST_F(StitcherCompositing, GivesTheSameBytesForAnyThreads)
         const WorkerLimit limit(1);
         one = draw(rect, size);
     }
-    registerViews(); // seams, gains and vignetting anew
+    registerViews(); // computes seams, gains and vignetting again
     Raw two;
     {
         const WorkerLimit limit(2);
@@ -320,7 +320,7 @@ TEST_F(StitcherCompositing, NeedsAFewPlanesForEachPictureAtFullSize)
     const double before = peakBytes();
     const cv::Size size(5 * rect.width, 5 * rect.height);
     ASSERT_FALSE(draw(rect, size).shown.empty());
-    // The warped pictures overlap by half; with the margin for blending that is near to three times the drawing.
+    // The warped pictures overlap by half; with the blending margin that is nearly three times the drawing.
     const double perPixel = (peakBytes() - before) / (3.0 * size.area());
     std::cout << "peak above the start: " << perPixel << " bytes for each warped pixel\n";
     EXPECT_LT(perPixel, 16.0);
@@ -374,7 +374,7 @@ TEST(BlockGains, OnlyCompensatorsOfBlocksHaveThem)
                             "where: applyExposureCompensation does not implement for ChannelsCompensator"));
 }
 
-// By cv::resize and cv::multiply.
+// The reference: cv::resize and cv::multiply.
 cv::Mat multipliedPlainly(const cv::Mat& picture, const cv::Mat& gains)
 {
     cv::Mat spread;
@@ -395,7 +395,7 @@ TEST(BlockGains, MultiplyAPictureAsResizedGainsDo)
         cv::Mat gains(gainSize, CV_32FC3);
         random.fill(gains, cv::RNG::UNIFORM, 0.2, 3.0);
         cv::Mat picture(size, CV_16SC3);
-        random.fill(picture, cv::RNG::UNIFORM, -100, 16384); // some come out above what 16 bits hold
+        random.fill(picture, cv::RNG::UNIFORM, -100, 16384); // some results exceed 16 bits
         const cv::Mat expected = multipliedPlainly(picture, gains);
         for (const int workers : {1, 2}) {
             const WorkerLimit limit(workers);

@@ -1,4 +1,4 @@
-// The state after a step that fails half way, for the next attempt.
+// The state after a step fails half way, for the next attempt.
 #include "failing_mats.hpp"
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
@@ -67,7 +67,7 @@ protected:
         return drawn;
     }
 
-    // As a drag does.
+    // Like a drag.
     static cv::Mat drag(PanoramaStitcher& stitcher)
     {
         stitcher.beginViewAdjust();
@@ -91,7 +91,7 @@ TEST_F(StitcherFailure, ADrawingThatFailsAtAnyMatrixIsDrawnAgainAsIfNothingHadHa
     const long cold = FailingMats::made();
     FailingMats::failAt(0);
     expectSame(draw(*undisturbed), expected, 0);
-    const long seamScale = cold - FailingMats::made(); // what the first drawing made for all that follow
+    const long seamScale = cold - FailingMats::made(); // created once, by the first drawing
     ASSERT_GT(seamScale, 100);
     ASSERT_FALSE(expected.shown.empty());
 
@@ -121,7 +121,7 @@ TEST_F(StitcherFailure, VignettingIsRemovedOnceAfterAFailure)
         FailingMats::failAt(0);
         return stitcher;
     };
-    // The first matrix whose failure finds the vignetting taken out already.
+    // The first matrix whose failure happens after vignetting was removed.
     long before = 0;
     long after = needed;
     while (after - before > 1) {
@@ -166,7 +166,7 @@ TEST_F(StitcherFailure, ASmallSphereThatFailsIsMadeAgainByTheNextDrag)
     constexpr long kPlaces = 10;
     for (long place = 1; place <= needed; place += std::max(1L, needed / kPlaces)) {
         FailingMats::failAt(0);
-        const auto stitcher = registered(); // without a small sphere of its own
+        const auto stitcher = registered(); // without its own small sphere
         (void)draw(*stitcher);
         FailingMats::failAt(place);
         EXPECT_THROW(stitcher->resetView(), cv::Exception) << place;
@@ -210,7 +210,7 @@ TEST_F(StitcherFailure, ARegistrationThatFailsIsNone)
     FailingMats::failAt(0);
     ASSERT_TRUE(stitcher->estimateCameras(images));
     const long needed = FailingMats::made();
-    // Features are found and matched on all threads, so that how many matrices are this thread's differs every time.
+    // Features and matches use all threads, so this thread's number of matrices differs every time.
     constexpr long kPlaces = 12;
     int failed = 0;
     for (long place = 1; place <= needed; place += std::max(1L, needed / kPlaces)) {

@@ -1,4 +1,4 @@
-// The way through OpenCL against the way through the CPU. A program of its own: OpenCV chooses its device once.
+// OpenCL compared with the CPU. A separate program: OpenCV chooses its device once.
 #include "panorama/compute_device.hpp"
 #include "panorama_truth.hpp"
 
@@ -19,10 +19,10 @@ using testing::Not;
 
 namespace {
 
-// A device on the CPU serves as well: the same kernels run.
+// A device on the CPU is sufficient: it runs the same kernels.
 const int kDeviceChosen = setenv("OPENCV_OPENCL_DEVICE", ":CPU:", 0);
 
-// Bilinear samples of OpenCL lie at exact places, those of the CPU at 32nds of a pixel.
+// OpenCL samples at exact positions, the CPU at 1/32 of a pixel.
 constexpr double kUsual = 0.006;
 constexpr double kWorstMean = 0.03;
 
@@ -109,7 +109,7 @@ TEST_F(StitcherOpenCl, WorkTooLargeForTheDeviceMovesToTheCpuPermanently)
     ASSERT_TRUE(stitcher.estimateCameras(seen(scene, views)));
     const cv::Rect sphere = stitcher.projectionBounds();
     const cv::Rect part(sphere.x + sphere.width / 2 - 50, sphere.y + sphere.height / 2 - 50, 100, 100);
-    // One row, so that it costs nothing, but for the guess, which goes by columns, more than one allocation holds.
+    // One row, so that it costs nothing, but the estimate, which counts columns, exceeds one allocation.
     const auto largest = static_cast<double>(cv::ocl::Device::getDefault().maxMemAllocSize());
     const double bytesPerColumn = 400.0 * 300.0 * 6.0 / 400.0;
     const double columns = 1.1 * largest / bytesPerColumn;

@@ -19,12 +19,12 @@ struct Matched
 {
     std::vector<cv::detail::ImageFeatures> features;
     std::vector<cv::detail::MatchesInfo> pairwise;
-    std::vector<cv::detail::CameraParams> cameras; // some degrees and percents beside the truth
+    std::vector<cv::detail::CameraParams> cameras; // off the truth by some degrees and percent
 };
 
 cv::Matx33d matrixOf(const scenes::Rotation& rotation) { return cv::Matx33d(rotation.data()); }
 
-// What the two see of points of the first one's grid, with noise; some of the matches are no inliers.
+// The matches of both cameras on the first one's grid, with noise and some outliers.
 cv::detail::MatchesInfo matchesOf(const scenes::SphereView& a, const scenes::SphereView& b,
                                   cv::detail::ImageFeatures& seenByA, cv::detail::ImageFeatures& seenByB, cv::RNG& rng)
 {

@@ -45,7 +45,7 @@ protected:
         stitcher.endViewAdjust();
     }
 
-    // The whole of the current projection. The stereographic one has its middle above its bounds.
+    // The whole current projection. The middle of the stereographic one is above its bounds.
     [[nodiscard]] _Rect<int> whole() const
     {
         const cv::Rect bounds = stitcher.projectionBounds();
@@ -64,7 +64,7 @@ protected:
         return truthOf(scene, stitcher, views, drawing);
     }
 
-    // Calls `draw` with a cancel function that fires at the n-th call, for every n until it ends undisturbed.
+    // Calls `draw` with a cancel function that fires at the n-th call, for every n until it finishes.
     int cancelEverywhere(const std::function<Panorama(std::function<bool()>)>& draw)
     {
         for (int n = 1; n < 200; ++n) {
@@ -138,7 +138,7 @@ TEST_F(StitcherReprojection, AnUnturnedSphereIsDrawnDirectly)
     EXPECT_EQ(panorama.roi, shown);
     EXPECT_TRUE(sameBytes(matrixOf(*panorama.image), matrixOf(*imageDataFromCVMat(picture))));
     EXPECT_TRUE(sameBytes(maskOf(*panorama.mask), mask));
-    // A turn that is none changes nothing.
+    // A rotation by 0 changes nothing.
     turnBy(0.0f, 0.0f);
     const Panorama again = stitcher.makePanorama(rect, size, false, never);
     EXPECT_TRUE(sameBytes(matrixOf(*again.image), matrixOf(*panorama.image)));
@@ -239,7 +239,7 @@ TEST_F(StitcherReprojection, TheOutputSizeCountsOnlyWithoutReprojection)
 
 TEST_F(StitcherReprojection, APartThatWouldBeTooLongIsDrawnSmaller)
 {
-    // 8 rows of the sphere at 16 pixels each ask for a part of 40000 columns.
+    // 8 rows of the sphere at 16 pixels each would need a part of 40000 columns.
     turnBy(0.001f, 0.0f);
     const cv::Rect bounds = stitcher.projectionBounds();
     const _Rect<int> rect{0, bounds.height / 2, bounds.width, 8};
@@ -255,7 +255,7 @@ TEST_F(StitcherReprojection, APartThatWouldBeTooLongIsDrawnSmaller)
 
 TEST_F(StitcherReprojection, APartThatWouldBeTooTallIsDrawnSmaller)
 {
-    // 10 columns of the sphere at 26 pixels each ask for a part of 32700 rows.
+    // 10 columns of the sphere at 26 pixels each would need a part of 32700 rows.
     turnBy(0.001f, 0.0f);
     const cv::Rect bounds = stitcher.projectionBounds();
     const _Rect<int> rect{bounds.width / 2, 0, 10, bounds.height};
@@ -282,7 +282,7 @@ TEST_F(StitcherReprojection, ExceptionsWhileDrawingReachTheCaller)
         };
     };
     const _Size<int> size{210, 105};
-    constexpr int kWhileComposing = 6; // of both ways
+    constexpr int kWhileComposing = 6; // on both paths
     EXPECT_THROW((void)stitcher.makePanorama(whole(), size, true, breakAt(kWhileComposing)), Broken);
     EXPECT_THROW((void)stitcher.makePanorama(whole(), size, breakAt(kWhileComposing), size), Broken);
     turnBy(0.04f, 0.01f);
@@ -301,7 +301,7 @@ TEST_F(StitcherReprojection, DuringADragAStripOfAUnitShowsNothing)
     stitcher.setViewShift({0.0f, 0.0f});
     const cv::Rect bounds = stitcher.projectionBounds();
     const cv::Rect content = stitcher.roiInOutputPixels();
-    // The content's left rim on the equator, where cylinder and sphere agree.
+    // The left rim of the content on the equator, where cylinder and sphere agree.
     const int rim = content.x;
     const _Rect<int> strip{rim - 40, bounds.height / 2 - 20, 43, 40};
     EXPECT_TRUE(isEmpty(stitcher.makePanorama(strip, {43, 40}, false, never)));

@@ -75,7 +75,7 @@ TEST(StitcherTruth, ThirtyViewsAllAround)
     expectRegistered(views);
 }
 
-// Far from the horizon each view sees most of the others across the pole, turned by any angle.
+// Far from the horizon each view overlaps most of the others across the pole, rotated by any angle.
 static void expectCircleRegistered(int views, double step, double pitch)
 {
     SphereView view = handheld();
@@ -90,7 +90,7 @@ TEST(StitcherTruth, CircleOfTenPitchedUp) { expectCircleRegistered(10, 36.0, 75.
 
 TEST(StitcherTruth, ThreeViewsThatShareTheNadir) { expectCircleRegistered(3, 40.0, -84.0); }
 
-// Views down to the nadir lie across the back of the sphere, with the whole sphere for their rectangle.
+// Views near the nadir extend across the back of the sphere, so their rectangle is the whole sphere.
 TEST(StitcherTruth, DrawsACirclePitchedDown)
 {
     SphereView view = handheld();

@@ -22,12 +22,12 @@ constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 constexpr double kBallRadius = 3.0; // degrees
 
-// A ball that is there in one frame only, between those that the walk for key frames looks at.
+// A ball visible in one frame only, between those examined for key frames.
 struct Moment
 {
     std::uint64_t shown;   // the frame
-    std::uint64_t request; // the number that reads it: the capture's counter runs ahead by one for each read before
-    double right;          // degrees from the frame's middle
+    std::uint64_t request; // the number that reads it: the capture's counter is ahead by one per earlier read
+    double right;          // degrees from the middle of the frame
     double up;
 };
 
@@ -78,8 +78,8 @@ protected:
     }
     void TearDown() override { forceCpu() = false; }
 
-    // The share of red pixels within two thirds of the ball's radius about where it should be, computed from the camera
-    // of `frame`.
+    // The share of red pixels within two thirds of the ball's radius around its expected position, computed from the
+    // camera of `frame`.
     static double redAt(PanoramaStitcher& stitcher, const Moment& moment, std::size_t camera, std::uint64_t frame)
     {
         const cv::Matx33d panoramaFromCamera = cv::Matx33f(stitcher.usedCameras().at(camera).R);
@@ -131,7 +131,7 @@ TEST_F(StitcherVideo, FramesAddedByHandShowTheirWholeRectangles)
     EXPECT_EQ(redAt(stitcher, kFirst, keyFrames, kFirst.shown), 1.0) << "the ball is never eaten";
     EXPECT_EQ(stitcher.usedSeamMasks().size(), keyFrames + 1) << "rendered with its seams";
 
-    // Two frames, whatever order they come in.
+    // Two frames, in either order.
     stitcher.reloadWithComposition({kSecond.request, kFirst.request}, {rectOf(kSecond), rectOf(kFirst)});
     ASSERT_EQ(stitcher.getStatus(), 1);
     ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 2);
@@ -144,7 +144,7 @@ TEST_F(StitcherVideo, FramesAddedByHandShowTheirWholeRectangles)
         EXPECT_EQ(redAt(stitcher, moments[j], keyFrames + j, moments[j].shown), 1.0) << "ball " << j;
     }
 
-    // And none again.
+    // None again.
     stitcher.reloadWithComposition({}, {});
     EXPECT_EQ(stitcher.usedImages().size(), keyFrames);
 }
@@ -154,7 +154,7 @@ TEST_F(StitcherVideo, FramesAddedByHandAreCutFromEachOther)
     PanoramaStitcher stitcher(source);
     ASSERT_TRUE(stitcher.loadImages(never));
     const std::size_t keyFrames = stitcher.usedImages().size();
-    // Neighbours in the video, by their content and by its selected part.
+    // Neighbours in the video: their contents and their rectangles overlap.
     const _Rect<int> middle{120, 80, 80, 80};
     stitcher.reloadWithComposition({31, 33}, {middle, middle});
     ASSERT_EQ(stitcher.usedImages().size(), keyFrames + 2);

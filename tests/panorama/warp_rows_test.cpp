@@ -11,7 +11,7 @@ using namespace orvo;
 namespace {
 
 constexpr float kScale = 800.0f;
-constexpr int kCount = 613; // no multiple of anything
+constexpr int kCount = 613; // prime, so not a multiple of any vector width
 
 cv::Mat rotation(float x, float y, float z)
 {
@@ -22,7 +22,7 @@ cv::Mat rotation(float x, float y, float z)
 
 const cv::Mat kCamera = (cv::Mat_<float>(3, 3) << 900, 0, 512, 0, 900, 384, 0, 0, 1);
 
-// A class that the rows do not know.
+// A class unknown to the rows.
 class TiltedPlane final : public PanoramaWarper
 {
 public:
@@ -68,7 +68,8 @@ TEST(WarpRows, ToImageIsWhatMapPlaneToImageGives)
                     ASSERT_EQ(x[i], toX) << number << " at " << u << ", " << v;
                     ASSERT_EQ(y[i], toY) << number << " at " << u << ", " << v;
                 } else if (std::abs(toX) < 3000 && std::abs(toY) < 3000) {
-                    // Further out a ray nearly beside the camera moves far for the last bit of its direction.
+                    // Farther out, the last bit of a ray's direction moves a position by much if the ray is nearly
+                    // sideways.
                     ASSERT_NEAR(x[i], toX, 0.02f) << number << " at " << u << ", " << v;
                     ASSERT_NEAR(y[i], toY, 0.02f) << number << " at " << u << ", " << v;
                 }
@@ -95,8 +96,9 @@ TEST(WarpRows, ToIntermediateIsWhatMapToIntermediateGives)
                     warper->mapToIntermediate(u, v, toX, toY);
                     const auto i = static_cast<std::size_t>(c);
                     if (!(std::abs(toX) < 3 * kScale && std::abs(toY) < 3 * kScale))
-                        continue; // where a plane or a Mercator runs away, the last bit of a ray is much
-                    // The single inverse cosine is worth less near the poles of the sphere.
+                        continue; // near infinity of a plane or Mercator projection the last bit of a ray is a large
+                                  // distance
+                    // A single-precision arccosine is less accurate near the poles of the sphere.
                     const bool sphere = other == 2 || (other < 0 && number == 2);
                     const float nearPole = sphere && (toY < 200 || toY > 2300) ? 0.3f : 0.05f;
                     const float turnedOver = std::abs(std::abs(x[i] - toX) - 2 * 3.14159265f * kScale);
@@ -112,7 +114,7 @@ TEST(WarpRows, ToIntermediateIsWhatMapToIntermediateGives)
 
 TEST(WarpRows, TheSpheresAnglesAgreeWithDouble)
 {
-    // A whole turn, and from pole to pole: the fast angles against those of the library in double.
+    // A full rotation, and from pole to pole: the fast angles compared with those of the library in double.
     const auto plane = makeWarper(kScale, 2);
     plane->setIntermediate(cv::Mat::eye(3, 3, CV_32F), makeWarper(1.0f, 2));
     const WarpRows rows(*plane, -2500, 5001, 1.0f, 0.0f);
@@ -132,7 +134,7 @@ TEST(WarpRows, TheSpheresAnglesAgreeWithDouble)
 
 TEST(WarpRows, TheZeroRayIsLevelOnTheSphere)
 {
-    // A rotation that is none, so that all rays vanish.
+    // A zero matrix, so that all rays vanish.
     const auto warper = makeWarper(kScale, 1);
     const auto sphere = makeWarper(kScale, 2);
     warper->setIntermediate(cv::Mat::zeros(3, 3, CV_32F), sphere);

@@ -64,7 +64,7 @@ TEST_F(Restorations, ALargePictureShrinksWithItsProportions)
 {
     {
         GenRestorationProcessor wide(file(5400, 2700), {}, {});
-        // Quick to encode: what counts is the size.
+        // Fast to encode; only its size matters.
         wide.setRequestRestrictions({{2700, 2700}, 100000000});
         EXPECT_EQ(wide.generateRequest().size, _Size<int>(2700, 1350));
     }

@@ -26,7 +26,7 @@ bool accepts(KeyFrameJudge& judge, double x, double y)
     return judge.acceptCandidate(seen(shiftBy(x, y)), kSize, {}, {});
 }
 
-// Matches without a homography whose displacements, from candidate to key frame, are those given.
+// Matches without a homography, with the given displacements from candidate to key frame.
 struct Loose
 {
     cv::detail::MatchesInfo matches;
@@ -80,7 +80,7 @@ TEST(OverlapWithKeyFrame, IsNothingElsewhereOrWithoutAHomography)
 
 TEST(OverlapWithKeyFrame, IsTakenFromTheBoxOfATurnedFrame)
 {
-    // Turned by a quarter about its middle: a box of 600 by 800 about the middle of 800 by 600.
+    // Rotated by 90 degrees about its middle: a box of 600 by 800 around the middle of 800 by 600.
     const cv::Mat turned = (cv::Mat_<double>(3, 3) << 0, -1, 700, 1, 0, -100, 0, 0, 1);
     EXPECT_NEAR(overlapWithKeyFrame(turned, kWidth, kHeight).overlap, 0.75, 0.01);
 }
@@ -88,7 +88,7 @@ TEST(OverlapWithKeyFrame, IsTakenFromTheBoxOfATurnedFrame)
 TEST(KeyFrameJudge, AcceptsUntilTwoThirdsAreLost)
 {
     for (const double lost : {0.05, 0.3, 0.6, 0.65}) {
-        KeyFrameJudge judge; // that has no direction yet, so the angle sets no limit
+        KeyFrameJudge judge; // no direction yet, so the angle sets no limit
         EXPECT_TRUE(accepts(judge, -lost * kWidth, 0)) << lost;
     }
     for (const double lost : {0.69, 0.8, 1.2}) {
@@ -107,7 +107,7 @@ TEST(KeyFrameJudge, StraightOnTheLimitIsTheInverseOfAQuarterTurn)
 
 TEST(KeyFrameJudge, TheDirectionIsKeptInWholePixels)
 {
-    KeyFrameJudge still; // less than half a pixel is no direction, so nothing is straight on
+    KeyFrameJudge still; // less than half a pixel is no direction, so no way is straight on
     EXPECT_TRUE(accepts(still, -0.4, 0));
     EXPECT_TRUE(accepts(still, -0.645 * kWidth, 0));
     KeyFrameJudge moving;
@@ -127,7 +127,7 @@ TEST(KeyFrameJudge, ACameraThatTurnsBackMayLoseAFifth)
     KeyFrameJudge judge;
     EXPECT_TRUE(accepts(judge, -0.3 * kWidth, 0));
     EXPECT_FALSE(accepts(judge, 0.25 * kWidth, 0));
-    // The direction was taken over by the rejected one, so that going on that way is straight on.
+    // The rejected one set the direction, so moving on that way is straight on.
     EXPECT_TRUE(accepts(judge, 0.25 * kWidth, 0));
     EXPECT_TRUE(accepts(judge, -0.15 * kWidth, 0));
 }
@@ -137,7 +137,7 @@ TEST(KeyFrameJudge, BeyondTheLimitTheDirectionStays)
     KeyFrameJudge judge;
     EXPECT_TRUE(accepts(judge, -0.3 * kWidth, 0));
     EXPECT_FALSE(accepts(judge, -0.9 * kWidth, 0.4 * kHeight)); // far beyond the limit of its angle
-    EXPECT_FALSE(accepts(judge, 0.25 * kWidth, 0));             // so this one still turns back
+    EXPECT_FALSE(accepts(judge, 0.25 * kWidth, 0));             // so this one still counts as turning back
 }
 
 TEST(KeyFrameJudge, AWildHomographyDoesNotCrash)
@@ -153,7 +153,7 @@ TEST(KeyFrameJudge, AWildHomographyDoesNotCrash)
 
 TEST(KeyFrameJudge, WithoutAHomographyAcrossGoesByTheHeight)
 {
-    // A tenth of the rows for a displacement across: 60 of 600.
+    // A tenth of the rows for a sideways displacement: 60 of 600.
     EXPECT_TRUE(Loose({{58, 0}, {58, 0}}).accepted(kSize));
     EXPECT_FALSE(Loose({{62, 0}, {62, 0}}).accepted(kSize));
     EXPECT_TRUE(Loose({{-58, 0}}).accepted(kSize));

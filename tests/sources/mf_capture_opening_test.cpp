@@ -59,7 +59,7 @@ TEST(MFCaptureOpening, LogsTheErrorCodeInDecimal)
 {
     expectFailure(VideoOpening::Unreadable, -1072875772,
                   "Failed initializing media foundation reader with error code -1072875772");
-    // Where a call behind the setting of the media type fails, the code is the success of that.
+    // If a call after setting the media type fails, the code is that of setting it: success.
     expectFailure(VideoOpening::Unreadable, 0, "Failed initializing media foundation reader with error code 0");
 }
 

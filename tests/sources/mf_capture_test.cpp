@@ -16,14 +16,14 @@ using testing::HasSubstr;
 
 namespace {
 
-// What happened to the decoder; outlives it.
+// Calls of the decoder; outlives it.
 struct Record
 {
     int reads = 0;
     int seeks = 0;
 };
 
-// Its sample n is one pixel of blue n.
+// Its sample n is one pixel with blue = n.
 class CountingReader final : public VideoReader
 {
 public:
@@ -120,7 +120,7 @@ TEST_F(MFCaptureCounter, ReadingBehindThePositionLeavesThePictureAlone)
     EXPECT_GE(record.seeks, 1);
     // Frames 0, 1 and 2 were each requested, and each incremented the counter.
     EXPECT_EQ(video.framePosition(), 10u);
-    // The decoder is at its start again, the counter is not.
+    // The decoder is back at its start, the counter is not.
     EXPECT_EQ(readFrom(video, 10), 0);
     EXPECT_EQ(readFrom(video, 14), 3);
 }
@@ -190,7 +190,7 @@ TEST_F(MFCaptureCounter, StepsAreExactlyThatManySamplesApart)
         samples.push_back(sampleIn(frame));
     }
     EXPECT_THAT(samples, ElementsAre(7, 10, 13));
-    // The position less one: ahead of the sample by the reads so far; the walk ends by it, too.
+    // The position less one: ahead of the sample by the number of reads; it also ends the loop.
     EXPECT_THAT(indices, ElementsAre(9u, 13u, 17u, 17u));
 }
 

@@ -96,7 +96,7 @@ TEST_F(ImagesProvider, GivesOneWorkingMatrixForEachFileInOrderOfTheirPaths)
         EXPECT_EQ(a[i].size(), cv::Size(24, 16));
         EXPECT_TRUE(sameBytes(a[i], b[i])) << i;
         EXPECT_EQ(a[i].data, sorted.getImages()[i].data) << "shared with the provider";
-        // Gray is gray in any profile, and both curves are those of sRGB.
+        // Gray is neutral in any profile, and both curves are those of sRGB.
         EXPECT_NEAR(greenOf(a[i]), (0.2 + 0.2 * static_cast<double>(i)) * 16383.0, 3.0);
     }
 }
@@ -197,7 +197,7 @@ TEST_F(RawImagesProvider, MediansAreThoseOfAllFiles)
     ASSERT_TRUE(ImageReader::getTemperatureAndTint(temperature, tint, files[0]));
     EXPECT_EQ(medians.temperature, temperature);
     EXPECT_EQ(medians.tint, tint);
-    // Of an even number the upper one of the middle.
+    // For an even number of files the upper middle one.
     EXPECT_NEAR(computeSourceMedians({files[0], files[2]}).ev, ev, 1e-4);
 }
 
@@ -270,7 +270,7 @@ TEST_F(RawImagesProvider, TheLensOfRawFilesIsCorrectedIfEnabled)
     const cv::Mat withoutFringes = loadPanoramaFrame(path, flags, {});
     EXPECT_LT(fringes(*pixels(withoutFringes)), 0.5 * fringes(*pixels(plainly)));
     flags = {};
-    flags.devignette = true; // the stitcher's work
+    flags.devignette = true; // done by the stitcher
     EXPECT_TRUE(sameBytes(loadPanoramaFrame(path, flags, {}), plainly));
 
     const auto metadata = ImageReader::readMetadata(path);
@@ -282,7 +282,7 @@ TEST_F(RawImagesProvider, TheLensOfRawFilesIsCorrectedIfEnabled)
     const cv::Mat straight = loadPanoramaFrame(path, flags, {});
     EXPECT_GT(straight.at<cv::Vec3s>(2, 2)[1], 1.05 * plainly.at<cv::Vec3s>(2, 2)[1]) << "corners are brightened";
     EXPECT_FALSE(sameBytes(straight, plainly));
-    // The record of the settings says it, too.
+    // The settings record enables it too.
     PanoSource source = sourceOf({path});
     source.settings.autoLensCorrection = true;
     PanoramaImagesProvider provider(source);
@@ -465,7 +465,7 @@ TEST_F(VideoProvider, NewCompositionFramesReplaceTheEarlierOnes)
     ASSERT_EQ(provider.getImages().size(), keyFrames + 3);
     EXPECT_EQ(pan.frameShownBy(provider.getImages()[keyFrames], kFrames), 12u);
     EXPECT_EQ(pan.frameShownBy(provider.getImages()[keyFrames + 1], kFrames), 29u);
-    // The capture only goes forward: a frame that is requested twice stays with its first owner.
+    // The capture only goes forward: a frame requested twice stays with its first owner.
     provider.setCompositionFrames({30, 12, 30}, {a, b, c});
     EXPECT_THAT(provider.getCompositionFrames(), ElementsAre(12u, 30u));
     EXPECT_THAT(provider.getCompositionRects(), ElementsAre(b, a));
@@ -496,7 +496,7 @@ TEST_F(VideoProvider, AnInvalidFileGivesNothing)
 
 TEST_F(VideoProvider, AFailureIsLoggedAndGivesNothing)
 {
-    source.start = 100000; // there is no such frame to start from
+    source.start = 100000; // beyond the last frame
     source.end = 200000;
     PanoramaVideoProvider provider(source);
     const LogCapture capture;

@@ -1,4 +1,4 @@
-// Videos of real cameras and players' files: they open upright and give key frames that can be stitched.
+// Real camera and player files: they open upright and give key frames that can be stitched.
 #include "sources/mf_capture.hpp"
 #include "sources/video_frames.hpp"
 
@@ -20,7 +20,7 @@ struct RealVideo
     int height;
     float fps;
     std::uint64_t frames;
-    std::uint64_t start; // of the two seconds or so in which key frames are looked for
+    std::uint64_t start; // of the two seconds or so searched for key frames
     std::uint64_t end;
     std::size_t fewestKeyFrames;
     std::size_t mostKeyFrames;

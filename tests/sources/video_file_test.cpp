@@ -1,5 +1,5 @@
-// Real files through the decoder: exact frame numbers in all containers, upright pictures, true colours, and files
-// that are no videos.
+// Real files through the decoder: exact frame numbers in all containers, upright pictures, true colours, and files that
+// are not videos.
 #include "sources/mf_capture.hpp"
 #include "videos.hpp"
 
@@ -20,8 +20,8 @@ using scenes::VideoCodec;
 using scenes::VideoFileSettings;
 using scenes::VideoMatrix;
 
-// The HEVC encoder that writes some of these videos keeps its parameters when it closes, and none of the codecs is
-// built with the thread sanitizer, so what their threads synchronise by is not seen.
+// The HEVC encoder of some of these videos keeps its parameters when it closes, and the codecs are built without the
+// thread sanitizer, so it cannot see how their threads synchronise.
 extern "C" {
 __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
 __attribute__((visibility("default"))) const char* __tsan_default_suppressions();
@@ -34,7 +34,7 @@ const char* __tsan_default_suppressions()
 
 namespace {
 
-// All numbers of a video, read one after the other, until it ends.
+// All numbers of a video, in order.
 std::vector<std::uint32_t> allNumbers(const std::filesystem::path& path)
 {
     std::vector<std::uint32_t> numbers;
@@ -82,7 +82,7 @@ void expectRefused(const std::filesystem::path& path)
                               "MFCapture.*: Failed initializing media foundation reader with error code -[0-9]+$"));
 }
 
-// An MP3 with a picture of one pixel on its cover: to FFmpeg a video stream, too.
+// An MP3 with a one-pixel cover picture, which FFmpeg reports as a video stream.
 std::string soundWithCover()
 {
     static constexpr char kPng[] = "\x89\x50\x4e\x47\x0d\x0a\x1a\x0a\x00\x00\x00\x0d\x49\x48\x44\x52\x00"
@@ -92,7 +92,7 @@ std::string soundWithCover()
     const std::string picture = std::string("\0image/png\0\3\0", 13) + std::string(kPng, sizeof(kPng) - 1);
     const auto sizeByte = [](std::size_t size) { return static_cast<char>(size); };
     const std::string frame = std::string("APIC\0\0\0", 7) + sizeByte(picture.size()) + std::string(2, '\0') + picture;
-    // Sizes of a tag have seven bits a byte.
+    // Sizes in a tag have seven bits per byte.
     std::string file =
         std::string("ID3\3\0\0\0\0", 8) + sizeByte(frame.size() >> 7) + sizeByte(frame.size() & 0x7f) + frame;
     constexpr std::size_t kFrameBytes = 417; // 128 kbit/s at 44100 Hz
@@ -169,7 +169,7 @@ TEST_P(VideoKinds, GoingBackAfterTheEndBeginsWithTheFirstFrame)
     video->readFrame(25, frame);
     EXPECT_TRUE(frame.empty());
     const std::uint64_t position = video->framePosition();
-    video->readFrame(position - 1, frame); // goes back, reads nothing
+    video->readFrame(position - 1, frame); // goes back and reads nothing
     EXPECT_TRUE(frame.empty());
     const std::uint64_t ahead = video->framePosition();
     video->readFrame(ahead, frame);
@@ -185,7 +185,7 @@ TEST_P(VideoKinds, HasItsFrameRate)
     ASSERT_TRUE(video);
     const auto& settings = GetParam().settings;
     const double rate = static_cast<double>(settings.rateNumerator) / settings.rateDenominator;
-    constexpr double kOneTick = 1e-4; // of MKV's milliseconds over the whole video
+    constexpr double kOneTick = 1e-4; // MKV's milliseconds relative to the whole video
     EXPECT_NEAR(video->getFps(), rate, rate * kOneTick);
 }
 
@@ -234,7 +234,7 @@ TEST_F(VideoFile, VariableFrameRateReturnsItsMean)
         ASSERT_TRUE(video);
         EXPECT_NEAR(video->getFps(), 1000.0 / 41.0, 0.5) << ending;
         cv::Mat frame;
-        video->readFrame(0, frame); // looking for the rate took nothing away
+        video->readFrame(0, frame); // measuring the rate consumed no frame
         EXPECT_EQ(numberOf(frame), 0u);
     }
 }
@@ -255,7 +255,7 @@ TEST_F(VideoFile, AnEditListRemovesFramesFromThePresentation)
 {
     VideoFileSettings settings;
     for (int i = 0; i < 30; ++i)
-        settings.timesMs.push_back((i - 5) * 40); // five frames lie before the beginning
+        settings.timesMs.push_back((i - 5) * 40); // five frames are before the start
     const auto path = writeNumbered(folder / "edited.mp4", 30, settings);
     std::vector<std::uint32_t> expected = countingTo(30);
     expected.erase(expected.begin(), expected.begin() + 5);
@@ -332,7 +332,7 @@ TEST_F(VideoFile, QuarterTurnsSwapWidthAndHeight)
 
 TEST_F(VideoFile, OddSizesComeWithoutPadding)
 {
-    // Rows that are no whole number of vectors; the last row must not run over.
+    // Rows that are not a multiple of the vector width; the last row must not overrun.
     const _Size<int> size(322, 18);
     VideoFileSettings settings;
     settings.codec = VideoCodec::Ffv1;
@@ -398,12 +398,12 @@ TEST_F(VideoFile, ATruncatedFileKeepsWhatIsWhole)
         const auto numbers = allNumbers(cut);
         EXPECT_GE(numbers.size(), 10u) << ending;
         EXPECT_LT(numbers.size(), 60u) << ending;
-        // A last frame that others between were to be predicted from may be there without them.
+        // The last frame may exist without the frames that are predicted from it.
         ASSERT_FALSE(numbers.empty()) << ending;
         EXPECT_EQ(std::vector(numbers.begin(), numbers.end() - 1), countingTo(numbers.size() - 1)) << ending;
         EXPECT_GE(numbers.back(), numbers.size() - 1) << ending;
     }
-    // The index of this one stands at its end.
+    // The index of this one is at its end.
     const auto whole = bytesOf(writeNumbered(folder / "whole.mp4", 60));
     expectRefused(written(folder / "cut.mp4", whole.substr(0, whole.size() * 6 / 10)));
 }
@@ -472,9 +472,9 @@ TEST_F(VideoFile, APlaylistDoesNotOpenOtherFiles)
 
 TEST_F(VideoFile, GiganticClaimsAreRefused)
 {
-    // A YUV4MPEG header: 60000 by 60000 pixels, of which hardly any follow.
+    // A YUV4MPEG header: 60000 by 60000 pixels, with almost no data.
     expectRefused(written(folder / "huge.y4m", "YUV4MPEG2 W60000 H60000 F30:1 Ip A1:1 C420jpeg\nFRAME\n0123456789"));
-    // The same of the size in an MP4: track header and sample description.
+    // The same for the size in an MP4: track header and sample description.
     std::string bytes = bytesOf(writeNumbered(folder / "true.mp4", 5, kind(VideoCodec::Mpeg4)));
     const std::size_t description = bytes.find("mp4v");
     ASSERT_NE(description, std::string::npos);

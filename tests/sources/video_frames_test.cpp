@@ -1,4 +1,4 @@
-// Key frames of pans whose every position is known.
+// Key frames of pans with known positions.
 #include "sources/mf_capture.hpp"
 #include "sources/video_frames.hpp"
 #include "videos.hpp"
@@ -23,8 +23,8 @@ namespace {
 constexpr std::uint64_t kNoEnd = 1000000;
 constexpr int kWindowWidth = 320;
 constexpr int kWindowHeight = 240;
-constexpr int kStepAt30 = 3; // frames from one that is looked at to the next
-// Straight on, the share of a frame that may be lost from one key frame to the next: 2 / pi.
+constexpr int kStepAt30 = 3; // frames between examined frames
+// Straight on, the share of a frame that may be lost between key frames: 2 / pi.
 constexpr double kLostAtMost = 0.6366;
 
 bool never() { return false; }
@@ -51,8 +51,8 @@ std::vector<std::size_t> framesShown(const Pan& pan, const std::vector<cv::Mat>&
     return shown;
 }
 
-// A number of Matroska (RFC 8794): as many bytes as its first one has leading zeros, and one; the first set bit belongs
-// to the number only in names.
+// A Matroska number (RFC 8794): one byte more than the leading zeros of its first byte; the first set bit is part of
+// the number only in ids.
 std::uint64_t ebmlNumber(const std::string& bytes, std::size_t& at, bool isName)
 {
     const auto first = static_cast<std::uint8_t>(bytes.at(at++));
@@ -78,7 +78,7 @@ void clearTimes(std::string& bytes, std::size_t at, std::size_t end)
             std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at),
                       bytes.begin() + static_cast<std::ptrdiff_t>(next), '\0');
         else if (name == kSimpleBlock || name == kBlock)
-            bytes.replace(at + 1, 2, 2, '\0'); // behind the number of the track
+            bytes.replace(at + 1, 2, 2, '\0'); // after the track number
         at = next;
     }
 }
@@ -89,7 +89,7 @@ protected:
     TemporaryFolder folder;
 };
 
-// The frame rates of cameras and the step that each is sampled with.
+// The frame rates of cameras and the sampling step of each.
 struct RateAndStep
 {
     int numerator;
@@ -105,7 +105,7 @@ protected:
     TemporaryFolder folder;
 };
 
-// Walks through frames 4 .. 63 of a pan of a pixel a frame, and expects the progress and the frames of a walk with
+// Walks through frames 4 .. 63 of a pan of one pixel per frame, and expects the progress and the frames of a walk with
 // `step`.
 void expectLooks(const Pan& pan, const std::filesystem::path& path, std::uint64_t step)
 {
@@ -115,7 +115,7 @@ void expectLooks(const Pan& pan, const std::filesystem::path& path, std::uint64_
     const auto keyFrames = selectVideoFrames(
         path, kStart, kEnd, [&](float share) { reported.push_back(share); }, never);
 
-    // The counter stands two above the start and then gains the step and one with each look.
+    // The counter starts two above the start and gains `step` and one per examined frame.
     std::vector<float> expected;
     std::uint64_t looks = 0;
     for (std::uint64_t position = kStart + 2; position + step - 1 < kEnd; ++looks) {
@@ -141,13 +141,13 @@ TEST_F(SelectVideoFrames, CoverAPanWithFewFrames)
     const auto shown = framesShown(pan, keyFrames, kFrames);
     ASSERT_GE(shown.size(), 3u);
     EXPECT_EQ(shown.front(), 0u);
-    // The walk went to the end of the video, so the last one looked at is there.
+    // The walk reached the end of the video, so the last examined frame is there.
     EXPECT_EQ(shown.back(), (kFrames - 1) / kStepAt30 * kStepAt30);
     for (std::size_t i = 1; i < shown.size(); ++i) {
         const int moved = pan.corner(shown[i]).x - pan.corner(shown[i - 1]).x;
         EXPECT_GT(moved, 0);
         EXPECT_LE(moved, kLostAtMost * kWindowWidth + 2) << "from frame " << shown[i - 1] << " to " << shown[i];
-        if (i + 1 < shown.size()) { // no more than needed: each is the last that still overlaps
+        if (i + 1 < shown.size()) { // no more than needed: each is the last one that still overlaps
             EXPECT_GE(moved, kLostAtMost * kWindowWidth - 2 * 6 * kStepAt30) << i;
         }
     }
@@ -156,7 +156,7 @@ TEST_F(SelectVideoFrames, CoverAPanWithFewFrames)
 TEST_F(SelectVideoFrames, AreThirtySixAtMost)
 {
     constexpr std::size_t kFrames = 300;
-    constexpr int kPerFrame = 26; // the second look is the last that overlaps
+    constexpr int kPerFrame = 26; // the second examined frame is the last that overlaps
     const Pan pan = panAcross(kWindowWidth + kPerFrame * 300,
                               [](std::size_t frame) { return kPerFrame * static_cast<int>(frame); });
     const auto keyFrames = selected(pan.write(folder / "long.mp4", kFrames));
@@ -168,7 +168,7 @@ TEST_F(SelectVideoFrames, AreThirtySixAtMost)
 
 TEST_F(SelectVideoFrames, DoNotIncreaseWhileThePanPauses)
 {
-    // 120 pixels to the right, then a long stand.
+    // 120 pixels to the right, then a long stop.
     const Pan pan = panAcross(
         kWindowWidth + 120, [](std::size_t frame) { return static_cast<int>(std::min<std::size_t>(6 * frame, 120)); });
     const auto keyFrames = selected(pan.write(folder / "stands.mp4", 120));
@@ -178,7 +178,7 @@ TEST_F(SelectVideoFrames, DoNotIncreaseWhileThePanPauses)
 
 TEST_F(SelectVideoFrames, ContinueAfterAPause)
 {
-    // The same with a way on: what was pending moved on to the stand's place, and is kept when the pan leaves it.
+    // The same with a continuation: the pending frame advanced to the stop, and is kept when the pan goes on.
     const Pan pan = panAcross(kWindowWidth + 300, [](std::size_t frame) {
         const int at = static_cast<int>(6 * frame);
         return at <= 120 ? at : at <= 420 ? 120 : std::min(at - 300, 300);
@@ -191,8 +191,8 @@ TEST_F(SelectVideoFrames, ContinueAfterAPause)
 
 TEST_F(SelectVideoFrames, KeepTheFarthestFrameWhenTheCameraTurnsBack)
 {
-    // Where the camera stands at each look, as shares of the window: out to the right, then back beyond the start. The
-    // first look on the other side has lost a quarter, too much for a camera that turned back.
+    // Camera positions of the examined frames, in window widths: out to the right, then back beyond the start. The
+    // first one on the other side has lost a quarter, too much for a camera that turned back.
     const std::vector<double> places = {0.0, 0.15, 0.3, -0.25, -0.27, -0.29, -0.3};
     const Pan pan = panAcross(2 * kWindowWidth, [places](std::size_t frame) {
         return kWindowWidth / 2 +
@@ -303,7 +303,7 @@ TEST_F(SelectVideoFrames, AreUprightAndWorkingColour)
     const auto keyFrames = selected(pan.write(folder / "white.mp4", 4, settings));
     ASSERT_EQ(keyFrames.size(), 1u);
     EXPECT_EQ(keyFrames[0].size(), cv::Size(kWindowHeight, kWindowWidth));
-    // White is 255, which becomes 16383.5 and is rounded.
+    // White is 255, which maps to 16383.5 and is rounded.
     const auto middle = keyFrames[0].at<cv::Vec3s>(100, 100);
     for (int channel = 0; channel < 3; ++channel)
         EXPECT_NEAR(middle[channel], 16383.5, 2 * 64.25);
@@ -344,10 +344,10 @@ TEST_F(SelectVideoFrames, AreTheSameEveryTimeAndForAnyNumberOfThreads)
     const Pan pan = panAcross(kWindowWidth + 600, [](std::size_t frame) { return static_cast<int>(10 * frame); });
     const auto path = pan.write(folder / "pan.mp4", 60);
     const auto first = selected(path);
-    cv::theRNG() = cv::RNG(12345); // as if other work had drawn from the thread's random numbers
+    cv::theRNG() = cv::RNG(12345); // as if other work had used the thread's random numbers
     const WorkerLimit limit(1);
     const auto second = selected(path);
-    EXPECT_EQ(cv::theRNG().state, cv::RNG(12345).state); // and it finds them as they were
+    EXPECT_EQ(cv::theRNG().state, cv::RNG(12345).state); // unchanged
     ASSERT_EQ(first.size(), second.size());
     for (std::size_t i = 0; i < first.size(); ++i)
         EXPECT_EQ(cv::norm(first[i], second[i], cv::NORM_INF), 0.0);
@@ -360,7 +360,7 @@ TEST_F(SelectVideoFrames, AreNoneAfterACancelAtAnyMoment)
     int polls = 0;
     const auto whole = selectVideoFrames(path, 0, kNoEnd, ignored, [&polls] { return ++polls < 0; });
     EXPECT_FALSE(whole.empty());
-    EXPECT_GE(polls, 10); // once at the beginning, then three times with each look
+    EXPECT_GE(polls, 10); // once at the start, then three times per examined frame
     for (int at = 1; at <= polls; ++at) {
         int count = 0;
         bool isDone = false;
@@ -404,7 +404,7 @@ protected:
 
 TEST_F(ReadCompositionFrames, UseTheCounterOfTheCapture)
 {
-    // Each read leaves the counter one further ahead of the decoder.
+    // Each read moves the counter one further ahead of the decoder.
     EXPECT_THAT(numbers({3, 10, 20, 30}), ElementsAre(3u, 9u, 18u, 27u));
     EXPECT_THAT(numbers({17}), ElementsAre(17u));
 }

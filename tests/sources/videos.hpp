@@ -28,7 +28,7 @@ inline std::filesystem::path writeNumbered(const std::filesystem::path& path, st
         cv::Mat shown(upright.height, upright.width, CV_8UC3);
         scenes::drawFrameNumber(shown.data, upright, static_cast<std::uint32_t>(index));
         cv::Mat stored(kNumberedSize.height, kNumberedSize.width, CV_8UC3, bgr);
-        // What a player undoes, in the other order.
+        // The inverse of a player's rotation.
         if (settings.rotationDegrees == 90)
             cv::rotate(shown, stored, cv::ROTATE_90_COUNTERCLOCKWISE);
         else if (settings.rotationDegrees == 180)
@@ -44,7 +44,7 @@ inline std::filesystem::path writeNumbered(const std::filesystem::path& path, st
     return path;
 }
 
-/// The number that an 8-bit or working colour matrix carries; empty if it is empty or carries none.
+/// The number in an 8-bit or working colour matrix; empty if it is empty or has none.
 inline std::optional<std::uint32_t> numberOf(const cv::Mat& frame)
 {
     if (frame.empty())
@@ -54,7 +54,7 @@ inline std::optional<std::uint32_t> numberOf(const cv::Mat& frame)
     return scenes::readFrameNumber(bytes.data, {bytes.cols, bytes.rows});
 }
 
-/// A large picture full of things of all sizes, different everywhere.
+/// A large picture with objects of all sizes, different everywhere.
 inline cv::Mat drawnWorld(int width, int height, std::uint64_t seed)
 {
     cv::Mat world(height, width, CV_8UC3, cv::Scalar(110, 120, 130));
@@ -69,7 +69,7 @@ inline cv::Mat drawnWorld(int width, int height, std::uint64_t seed)
     return world;
 }
 
-/// A camera that looks at a part of a large picture; `corner` gives the upper left corner of each frame's window.
+/// A camera over a large picture; `corner` gives the upper left corner of each frame's window.
 struct Pan
 {
     cv::Mat world;
@@ -88,7 +88,7 @@ struct Pan
         return path;
     }
 
-    /// Which of `frames` frames a working colour matrix shows: the one that it differs least from.
+    /// The index of the most similar of `frames` frames for a working colour matrix.
     [[nodiscard]] std::size_t frameShownBy(const cv::Mat& working, std::size_t frames) const
     {
         cv::Mat bytes;

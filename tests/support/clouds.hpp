@@ -1,4 +1,4 @@
-/// Smooth noise; no two pictures have anything in common.
+/// Smooth noise; pictures with no common content.
 #pragma once
 
 #include "support/pictures.hpp"
@@ -10,7 +10,7 @@
 
 namespace orvo::test {
 
-/// Registering the second sky onto the first ends far outside of the frame, for these two also with some noise added.
+/// Registration of the second sky onto the first ends far outside of the frame, for these two also with some noise.
 constexpr std::uint64_t kSkyOfReference = 110;
 constexpr std::uint64_t kSkyElsewhere = 111;
 

@@ -9,7 +9,7 @@ constinit thread_local long allocationsLeft = -1;
 
 } // namespace orvo::test
 
-// All forms that the library's own go through, so that memory is given back to where it came from.
+// All forms that the other standard forms forward to, so that memory is freed by its own allocator.
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
 {
     if (orvo::test::allocationsLeft >= 0 && orvo::test::allocationsLeft-- == 0)

@@ -3,8 +3,8 @@
 
 namespace orvo::test {
 
-/// Allocations of this thread until one fails with std::bad_alloc, once. Negative, as it is at the start and after the
-/// failure: none does.
+/// Number of successful allocations of this thread before one fails with std::bad_alloc, once. Negative, as initially
+/// and after the failure: none fails.
 extern constinit thread_local long allocationsLeft;
 
 } // namespace orvo::test

@@ -15,7 +15,7 @@
 
 namespace orvo::test {
 
-/// lastFailure() of the call that has just ended is of this kind, about this file (empty: about none), with a sentence
+/// Checks that lastFailure() of the last call is of this kind, with this file (empty: without one), and with a sentence
 /// of one line without a full stop.
 inline void expectLastFailure(FailureKind kind, const std::filesystem::path& file = {})
 {
@@ -41,12 +41,12 @@ inline std::filesystem::path textFile(const std::filesystem::path& path)
     return path;
 }
 
-/// Makes allocations fail at several places of `call`, which returns true if it has a result: if not, OutOfMemory is
-/// the failure, and there are such places.
+/// Makes allocations fail at several places of `call`, which returns true if it has a result. If not, expects the
+/// failure OutOfMemory; there must be such places.
 template <typename Call>
 void expectOutOfMemory(const Call& call)
 {
-    ASSERT_TRUE(call()); // one-time allocations are done now
+    ASSERT_TRUE(call()); // makes one-time allocations
     constexpr long kEnough = 1'000'000'000;
     allocationsLeft = kEnough;
     const bool hasResult = call();
@@ -60,7 +60,7 @@ void expectOutOfMemory(const Call& call)
         const bool result = call();
         allocationsLeft = -1;
         if (result)
-            continue; // a caller on the way handled it
+            continue; // handled by an intermediate caller
         const auto failure = lastFailure();
         ASSERT_TRUE(failure.has_value()) << place;
         EXPECT_EQ(static_cast<int>(failure->kind), static_cast<int>(FailureKind::OutOfMemory)) << describe(*failure);

@@ -9,7 +9,7 @@
 
 namespace orvo::test {
 
-/// Writes a picture in the working space without EXIF; the format goes by the name's ending.
+/// Writes a picture in the working space without EXIF; the file extension selects the format.
 inline std::filesystem::path writtenTo(const std::filesystem::path& path, const Picture& picture)
 {
     ImageWriteSettings settings = writeSettingsForPath(path);

@@ -1,4 +1,4 @@
-/// How much memory planes hold, where threads in the background may still give some back.
+/// Memory held by planes, some of which background threads may still release.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -9,8 +9,8 @@
 
 namespace orvo::test {
 
-/// Waits, 10 seconds at most, until the planes hold no more than `bytes`; returns what they hold then. A saved state,
-/// say, lives until its file is written.
+/// Waits up to 10 seconds until the planes hold at most `bytes`, and returns their size. A saved state, for example,
+/// lives until its file is written.
 inline std::size_t liveBytesDownTo(std::size_t bytes)
 {
     constexpr std::chrono::milliseconds kPause{5};

@@ -10,8 +10,8 @@
 
 namespace orvo::test {
 
-/// Checks that two matrices have one size, one type and the same bytes; the failure has the first difference. Matrices
-/// may have gaps between rows, which are not compared.
+/// Checks that two matrices have the same size, type and bytes; the failure has the first difference. Ignores gaps
+/// between rows.
 inline testing::AssertionResult sameBytes(const cv::Mat& found, const cv::Mat& expected)
 {
     if (found.size() != expected.size() || found.type() != expected.type())

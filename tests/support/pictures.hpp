@@ -1,4 +1,4 @@
-/// Small pictures for tests, and how they compare.
+/// Small pictures for tests, and their comparison.
 #pragma once
 
 #include "support/compare.hpp"
@@ -30,7 +30,8 @@ inline std::shared_ptr<Picture> plain(int width, int height, float value)
     return drawn(width, height, [value](int, int) { return PixelRGB<float>{value, value, value}; });
 }
 
-/// Smooth blobs of all sizes about mid gray, different everywhere: plenty to register by. Defined at any position.
+/// Smooth blobs of all sizes around mid gray, different everywhere, with enough detail to register. Defined at any
+/// position.
 inline PixelRGB<float> texture(double x, double y)
 {
     const auto wave = [&](double u, double v, double phase) { return std::sin(u * x + v * y + phase); };

@@ -16,7 +16,7 @@ namespace orvo::test {
 
 inline constexpr _Size<int> kRawSize{600, 420};
 
-/// Light discs on gray, at any place.
+/// Light discs on gray, at any position.
 inline double discs(double x, double y)
 {
     const double dx = x - 60.0 * std::floor(x / 60.0) - 30.0;
@@ -24,8 +24,8 @@ inline double discs(double x, double y)
     return 0.08 + 0.35 / (1.0 + std::exp(1.5 * (std::hypot(dx, dy) - 18.0)));
 }
 
-/// A raw file of a camera of which the lens cannot be changed, with discs on its sensor whose red stands `redScale`
-/// times as far from the middle as the rest.
+/// A raw file of a camera with a fixed lens, with discs on its sensor whose red is `redScale` times as far from the
+/// middle as the rest.
 inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, double redScale)
 {
     const scenes::RadianceScene anyScene({kRawSize, 1, 0.06});
@@ -35,7 +35,7 @@ inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, doubl
     exif.focalLength = 6.0;
     exif.exposure.aperture = 2.0;
     scenes::writeDng(path, anyScene, {}, {}, exif);
-    // The sensor's values end the file; RGGB, of which red and blue let less light through.
+    // The sensor's values end the file; RGGB, whose red and blue pass less light.
     constexpr double kBlack = 512.0;
     constexpr double kWhite = 16383.0;
     constexpr double kPassed[] = {0.5, 1.0, 0.65};

@@ -1,4 +1,4 @@
-/// Waiting for what a generative processor delivers.
+/// Waits for the deliveries of a generative processor.
 #pragma once
 
 #include <orvo/operation_queue.hpp>
@@ -12,7 +12,7 @@
 
 namespace orvo::test {
 
-/// Values that come from other threads.
+/// Values from other threads.
 template <typename Value>
 class Received
 {
@@ -24,13 +24,13 @@ public:
         changed.notify_all();
     }
 
-    /// A callback that stores what it gets; this object must outlive it.
+    /// A callback that stores its argument; this object must outlive it.
     [[nodiscard]] std::function<void(Value)> callback()
     {
         return [this](Value value) { (*this)(std::move(value)); };
     }
 
-    /// The value at `index`, once it is there. Waits for good: a test that hangs is ended by its time limit.
+    /// The value at `index`; waits for it without a limit, since the time limit of the test ends a hang.
     [[nodiscard]] Value at(std::size_t index)
     {
         std::unique_lock lock(mutex);
@@ -56,7 +56,7 @@ private:
     std::vector<Value> values;
 };
 
-/// Returns when all that was added to the queue before has run.
+/// Returns after everything queued before has run.
 inline void waitFor(opq::OperationQueue& queue)
 {
     std::promise<void> reached;

@@ -24,7 +24,7 @@ bool sameProfile(const Picture& a, const Picture& b)
            (a.colorProfile() && b.colorProfile() && *a.colorProfile() == *b.colorProfile());
 }
 
-// `picture` in the profile of `other`; itself if it has it already.
+// `picture` converted to the profile of `other`; `picture` itself if they are equal.
 std::shared_ptr<const Picture> inProfileOf(const Picture& other, const std::shared_ptr<const Picture>& picture)
 {
     if (sameProfile(*picture, other) || !other.colorProfile())
@@ -36,8 +36,8 @@ std::shared_ptr<const Picture> inProfileOf(const Picture& other, const std::shar
 
 float luma(const PixelRGB<float>& p) { return 0.25f * p.r + 0.5f * p.g + 0.25f * p.b; }
 
-// Strength of the finest structure: the difference that remains of 2 x 2 pixels after their mean, rows and columns are
-// taken out. Smooth pictures have none, white noise of deviation s has 2 s.
+// Strength of the finest structure: the residual of 2 x 2 pixels without their mean, rows and columns. It is 0 for
+// smooth pictures and 2 s for white noise of deviation s.
 float finest(const Picture& picture, int x, int y)
 {
     const PixelRGB<float>* const above = picture.row(y) + x;
@@ -45,8 +45,8 @@ float finest(const Picture& picture, int x, int y)
     return luma(above[0]) - luma(above[1]) - luma(below[0]) + luma(below[1]);
 }
 
-// Deviation of the grain where the mask is 0: the median of the three quarters of the places that have the least
-// structure stands for grain and not for edges.
+// Deviation of the grain where the mask is 0: the median over the three quarters of the samples with the least
+// structure, so that edges do not count as grain.
 struct Grain
 {
     float source = 0.0f;
@@ -55,9 +55,9 @@ struct Grain
 
 Grain grainAround(const Picture& result, const Picture& source, const _ImageData<float>& mask)
 {
-    constexpr int kStep = 4;                       // pixels between places that are looked at
-    constexpr std::size_t kLeastPlaces = 64;       // fewer say nothing
-    constexpr float kDeviationOfQuantile = 2.046f; // over that quantile of the sizes of a normal distribution
+    constexpr int kStep = 4;                       // pixels between samples
+    constexpr std::size_t kLeastPlaces = 64;       // too few to measure below this
+    constexpr float kDeviationOfQuantile = 2.046f; // 1 / the 0.375 quantile of an absolute normal distribution
     std::vector<float> ofSource;
     std::vector<float> ofResult;
     for (int y = 0; y + 1 < mask.height(); y += kStep)
@@ -77,9 +77,8 @@ Grain grainAround(const Picture& result, const Picture& source, const _ImageData
     return {deviation(ofSource), deviation(ofResult)};
 }
 
-// A number that looks random and depends on the place alone; mean 0, deviation 1, about normal: the sum of four
-// uniform ones out of one mixed word (the mixer of Steele, Lea, Flood: Fast Splittable Pseudorandom Number Generators,
-// OOPSLA 2014).
+// Pseudorandom value that depends only on the position; mean 0, deviation 1, about normal: the sum of four uniform ones
+// from one mixed word (the mixer of Steele, Lea, Flood: Fast Splittable Pseudorandom Number Generators, OOPSLA 2014).
 float grainAt(int x, int y)
 {
     std::uint64_t z = static_cast<std::uint64_t>(static_cast<std::uint32_t>(x)) << 32 | static_cast<std::uint32_t>(y);
@@ -88,13 +87,13 @@ float grainAt(int x, int y)
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
     z ^= z >> 31;
     const auto part = [z](int shift) { return static_cast<float>(z >> shift & 0xFFFF) / 65535.0f - 0.5f; };
-    constexpr float kDeviationOfSum = 0.57735f; // the root of 4/12
+    constexpr float kDeviationOfSum = 0.57735f; // square root of 4/12
     return (part(0) + part(16) + part(32) + part(48)) / kDeviationOfSum;
 }
 
 void addGrain(Picture& result, const _ImageData<float>& mask, float deviation)
 {
-    constexpr float kMostGrain = 0.05f; // more is no grain
+    constexpr float kMostGrain = 0.05f; // more is not grain
     const float strength = std::min(deviation, kMostGrain);
     forEachRow(result.height(), [&](int y) {
         PixelRGB<float>* const row = result.row(y);
@@ -122,7 +121,7 @@ void blendWithSource(AnswerPicture& result, const std::shared_ptr<const Picture>
         result->convertTo(source->colorProfile());
     const Grain grain = grainAround(*result, *source, *mask);
     addMembrane(*result, *source, *mask);
-    constexpr float kNoticeable = 1.1f; // less lies within what such a measure is worth
+    constexpr float kNoticeable = 1.1f; // less is within the error of the measurement
     if (grain.source > kNoticeable * grain.result)
         addGrain(*result, *mask, std::sqrt(grain.source * grain.source - grain.result * grain.result));
 }

@@ -9,7 +9,7 @@
 namespace orvo {
 namespace {
 
-constexpr float kMostSharpening = 0.6f; // of the difference from the mean around, from twice the size on
+constexpr float kMostSharpening = 0.6f; // of the difference from the local mean, reached at twice the size
 constexpr float PixelRGB<float>::*kChannels[] = {&PixelRGB<float>::r, &PixelRGB<float>::g, &PixelRGB<float>::b};
 
 } // namespace

@@ -14,9 +14,9 @@
 namespace orvo {
 namespace {
 
-constexpr std::int64_t kLeastContext = 32; // pixels: a dot needs surroundings to be guessed from, too
-constexpr std::int64_t kSidesAtMost = 2;   // services take pictures of moderate aspect; squeezing costs detail
-constexpr double kWorthUpscaling = 1.125;  // a smaller growth shows no structure that could be lost
+constexpr std::int64_t kLeastContext = 32; // pixels: even a dot needs context to guess from
+constexpr std::int64_t kSidesAtMost = 2;   // services take pictures of moderate aspect, and squeezing costs detail
+constexpr double kWorthUpscaling = 1.125;  // a smaller growth loses no structure
 constexpr std::size_t kRgbFloats = 3;
 
 struct Span
@@ -25,7 +25,7 @@ struct Span
     int length;
 };
 
-// `start` and `length` brought to at least `least`, about the same middle, within 0..limit.
+// Grows `start` and `length` to at least `least` about the same middle, within 0..limit.
 Span grown(std::int64_t start, std::int64_t length, std::int64_t least, int limit)
 {
     const std::int64_t wanted = std::min<std::int64_t>(std::max(length, least), limit);
@@ -104,7 +104,7 @@ _Size<int> calculateDownsampledSize(const _Size<int>& requestSize, const _Size<i
     const std::int64_t width = rectSize.width, height = rectSize.height;
     if (requestWidth >= width && requestHeight >= height)
         return rectSize;
-    // The side that has to shrink more decides; the other follows, rounded to the nearest.
+    // The side that has to shrink more decides; the other follows, rounded to nearest.
     if (requestWidth * height <= requestHeight * width) {
         const std::int64_t other = (height * requestWidth + width / 2) / width;
         return {requestSize.width,
@@ -128,8 +128,7 @@ void upscaleToInitialSize(AnswerPicture& result, const _Size<int>& size,
         settings.passes = std::clamp(static_cast<int>(std::lround(std::log2(growth))), 1, kMostUpscalePasses);
         settings.faces = false;
         const auto where = mask && mask->pixelCount() > 0 ? mask->resize(result->size(), {}, true) : nullptr;
-        // Only a lack of memory or an unusable network make it fail, which the log reports; a softer picture is
-        // better than none.
+        // Fails only if memory is short or a network is unusable, which is logged; a softer picture beats none.
         if (const auto larger = upscaleX(result, settings, where, nullptr, {}))
             result = larger;
     }

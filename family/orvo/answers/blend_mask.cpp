@@ -11,13 +11,13 @@
 namespace orvo {
 namespace {
 
-constexpr float kCore = 0.5f;       // painted at least so much is hole
-constexpr double kFadeShare = 0.03; // of the hole's extent
+constexpr float kCore = 0.5f;       // values from here on are hole
+constexpr double kFadeShare = 0.03; // of the extent of the hole
 constexpr double kLeastFade = 3.0;  // pixels: less would show as an edge
-constexpr double kMostFade = 48.0;  // pixels: more would take in what is next to the hole
-constexpr float kFar = 1e12f;       // a squared distance beyond any picture
+constexpr double kMostFade = 48.0;  // pixels: more would spread into neighbouring objects
+constexpr float kFar = 1e12f;       // a squared distance larger than any picture
 
-// The lower envelope of parabolas: squared distances along one line, `values` being those across it.
+// The lower envelope of parabolas: squared distances along one line, from `values` across it.
 class LineDistance
 {
 public:
@@ -68,7 +68,7 @@ private:
     std::vector<double> borders;
 };
 
-// Pixels of the hole, counted by rows so that the sum is the same for any number of threads.
+// Area of the hole in pixels, summed per row so that it does not depend on the number of threads.
 double holeArea(const _ImageData<float>& mask)
 {
     std::vector<std::size_t> counts(static_cast<std::size_t>(mask.height()));
@@ -93,7 +93,7 @@ void prepareBlendMask(const std::shared_ptr<_ImageData<float>>& mask)
     const int height = mask->height();
     const double area = holeArea(*mask);
     if (area == 0.0)
-        return; // nothing painted hard enough to be a hole: it blends as it is
+        return; // nothing is painted hard enough to be a hole, so the mask stays as it is
     const auto fade = static_cast<float>(std::clamp(kFadeShare * std::sqrt(area), kLeastFade, kMostFade));
 
     ManagedPlane<float> squares(mask->pixelCount());

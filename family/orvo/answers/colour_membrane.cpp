@@ -10,7 +10,7 @@
 namespace orvo {
 namespace {
 
-// Differences are taken over blocks of so many pixels a side: colour is what is evened out, not structure.
+// Side in pixels of the blocks whose differences are taken: colours are evened out, not structure.
 constexpr int kBlock = 4;
 
 // Red, green and blue differences times their weight, and the weight.
@@ -50,7 +50,7 @@ std::shared_ptr<Level> blockDifferences(const _ImageData<PixelRGB<float>>& resul
     return level;
 }
 
-// Half the size; weights are limited to 1, so that what is well known at a fine level counts no more than once.
+// Half the size. Weights are clamped to 1, so that dense areas of a fine level count no more than once.
 std::shared_ptr<Level> pushed(const Level& fine)
 {
     auto level = std::make_shared<Level>(_Size<int>(blocks(fine.width(), 2), blocks(fine.height(), 2)), nullptr);
@@ -67,7 +67,7 @@ std::shared_ptr<Level> pushed(const Level& fine)
     return level;
 }
 
-// The value at a place given in samples of the level, whose centres are at halves.
+// The value at a position in samples of the level, whose centres are at halves.
 PixelRGBA<float> interpolated(const Level& level, float x, float y)
 {
     const auto split = [](float at, int length, int& low, int& high) {
@@ -85,7 +85,7 @@ PixelRGBA<float> interpolated(const Level& level, float x, float y)
     return mixed(mixed(level.row(y0)[x0], level.row(y0)[x1], fx), mixed(level.row(y1)[x0], level.row(y1)[x1], fx), fy);
 }
 
-// Fills what a level does not know from the coarser one, which is full.
+// Fills the unknown part of a level from the coarser one, which is complete.
 void pull(Level& level, const Level& coarse)
 {
     forEachRow(level.height(), [&](int y) {

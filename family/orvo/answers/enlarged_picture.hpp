@@ -1,4 +1,4 @@
-// A picture that knows that it has been enlarged.
+// A picture that records its enlargement.
 #pragma once
 
 #include <orvo_core/image_data.hpp>

@@ -11,28 +11,28 @@
 namespace orvo {
 namespace {
 
-// Longest side of the picture on which lines are looked for: longer lines are broken by noise, shorter ones coarse.
+// Longest side of the searched picture: above it noise breaks long lines, below it directions are coarse.
 constexpr int kSearchSide = 1200;
-// Farther from level or plumb a line says nothing about the horizon.
+// Lines farther from level or plumb do not indicate the horizon.
 constexpr double kReachDegrees = 20.0;
 constexpr double kBlurSigma = 1.0; // pixels
-// Segments below this share of the picture's longer side are texture.
+// Shorter segments, as a share of the picture's longer side, are texture.
 constexpr double kShortest = 0.02;
-// Steps of the vote, and how far a segment's direction may be off.
+// Step of the vote, and tolerance of a segment's direction.
 constexpr double kStepDegrees = 0.05;
 constexpr double kSpreadDegrees = 0.35;
-// Within so much of the winner its direction is the weighted mean.
+// The result is the weighted mean direction within this distance of the winner.
 constexpr double kRefineDegrees = 0.8;
-// The winner needs segments of so many times the picture's longer side.
+// Least total length of the winner's segments, in longer sides of the picture.
 constexpr double kFewest = 0.15;
-// Uprights converge and facades recede, each to both sides; level lines far away, such as shores, do not.
+// Uprights converge and facades recede to both sides; distant level lines, such as shores, do not.
 constexpr double kUprightWeight = 0.8;
 
 struct Vote
 {
     double degrees = 0.0;
-    double weight = 0.0; // grows faster than the length: the longer a line, the surer its direction
-    double length = 0.0; // of the picture's longer side
+    double weight = 0.0; // grows faster than the length, since long lines have more accurate directions
+    double length = 0.0; // in longer sides of the picture
 };
 
 cv::Mat grayOf(const Image& image)
@@ -47,7 +47,7 @@ cv::Mat grayOf(const Image& image)
                 static_cast<std::uint8_t>(255.0f * (0.25f * pixel.r + 0.6f * pixel.g + 0.15f * pixel.b));
         }
     }
-    // Edges as hard as a pixel have directions of their pixels, not of their line.
+    // Hard edges would give the direction of pixel steps, not of the line.
     cv::GaussianBlur(gray, gray, cv::Size(), kBlurSigma);
     return gray;
 }
@@ -55,7 +55,7 @@ cv::Mat grayOf(const Image& image)
 std::vector<Vote> votesOf(const cv::Mat& gray)
 {
     std::vector<cv::Vec4f> segments;
-    // Not LSD_REFINE_ADV: its count of false alarms throws out the longest slanted lines.
+    // Not LSD_REFINE_ADV: its false alarm test rejects the longest slanted lines.
     cv::createLineSegmentDetector(cv::LSD_REFINE_STD)->detect(gray, segments);
     const double side = std::max(gray.cols, gray.rows);
     std::vector<Vote> votes;
@@ -65,8 +65,8 @@ std::vector<Vote> votesOf(const cv::Mat& gray)
         const double length = std::hypot(dx, dy) / side;
         if (length < kShortest)
             continue;
-        double degrees = std::atan2(dy, dx) * 180.0 / std::numbers::pi; // y points down: clockwise
-        degrees -= 90.0 * std::round(degrees / 90.0);                   // from the nearer of level and plumb
+        double degrees = std::atan2(dy, dx) * 180.0 / std::numbers::pi; // y points down, so clockwise
+        degrees -= 90.0 * std::round(degrees / 90.0);                   // relative to the nearer of level and plumb
         const bool isUpright = std::abs(dy) > std::abs(dx);
         if (std::abs(degrees) <= kReachDegrees)
             votes.push_back({degrees, length * std::sqrt(length) * (isUpright ? kUprightWeight : 1.0), length});

@@ -15,7 +15,7 @@ BackgroundWriter& BackgroundWriter::instance()
 
 BackgroundWriter::BackgroundWriter()
 {
-    (void)getTemporaryDirectory(); // so that the folder goes after the last file was written
+    (void)getTemporaryDirectory(); // makes the folder outlive the last write
     worker = std::thread([this] { work(); });
 }
 
@@ -59,7 +59,7 @@ void BackgroundWriter::work()
         } catch (...) {
             failure = std::current_exception();
         }
-        task.run = nullptr; // what it holds may hold the future
+        task.run = nullptr; // the function may own the future
         if (failure)
             task.done.set_exception(failure);
         else

@@ -1,4 +1,4 @@
-// Work that waits for the disk.
+// Background writes of temporary files.
 #pragma once
 
 #include <condition_variable>
@@ -10,8 +10,8 @@
 
 namespace orvo {
 
-// One thread of the process that writes temporary files, in the order of the calls: several would not make a disk
-// faster. It starts with the first task and ends with the process, after the last one.
+// One thread per process that writes temporary files in the order of the calls, since several would not make a disk
+// faster. It starts with the first task and ends with the process, after the last task.
 class BackgroundWriter
 {
 public:
@@ -20,7 +20,7 @@ public:
     BackgroundWriter(const BackgroundWriter&) = delete;
     BackgroundWriter& operator=(const BackgroundWriter&) = delete;
 
-    // What `task` throws goes into the future. The task is dropped before the future is ready.
+    // An exception of `task` goes into the future. The task is destroyed before the future is ready.
     [[nodiscard]] std::shared_future<void> run(std::function<void()> task);
 
 private:
@@ -37,7 +37,7 @@ private:
     std::condition_variable changed;
     std::deque<Task> waiting;
     bool ending = false;
-    std::thread worker; // last: starts when all the others are there
+    std::thread worker; // last, since it uses the other members
 };
 
 } // namespace orvo

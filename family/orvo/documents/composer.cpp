@@ -16,11 +16,11 @@ namespace {
 
 using nlohmann::json;
 
-constexpr float kMostExposure = 10.0f; // EV: more than any picture holds
+constexpr float kMostExposure = 10.0f; // EV: beyond the range of any picture
 constexpr int kLargestSide = 100'000;  // pixels of a crop
-constexpr std::size_t kDeepest = 16;   // levels of a saved composition; it has three
+constexpr std::size_t kDeepest = 16;   // nesting of a saved composition; it has three levels
 
-// What a saved composition says.
+// The content of a saved composition.
 struct Saved
 {
     CropDescription crop;
@@ -191,7 +191,7 @@ void Composer::generateDataForExport(const _Size<int>& size, const std::function
         }
         rendered = prepareToDisplay(rendered, ColorProfileType::melissaRGB());
         if (exposure != 0.0f) {
-            // Ends of the roll-off as development has them: white starts to bend at nine tenths.
+            // Ends of the roll-off as in development: it starts at 0.9 of white.
             constexpr float kRollOff = 0.9f;
             constexpr float kPivot = 0.5f;
             ExposureCurve(1.0f + exposure / 10.0f, kRollOff, kPivot)

@@ -19,7 +19,7 @@ public:
     const std::vector<unsigned char> bytes;
 };
 
-// The picture with its composition; empty, with a line in the log, if that cannot be applied.
+// The picture with its composition applied; empty, with a log line, if that fails.
 std::shared_ptr<Image> composed(const LoadedDocument& document, const StateSettings& settings,
                                 const std::filesystem::path& path, const std::filesystem::path& presetsPath)
 try {

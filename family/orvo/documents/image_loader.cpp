@@ -68,8 +68,8 @@ private:
     std::unordered_map<Key, Document, Hasher, PredEqual> documents;
 };
 
-// Whether the file begins like one of the formats that the reader knows. The reader logs every file that is not a
-// picture, but here that is an ordinary answer.
+// Whether the file begins like a format of ImageReader. The reader logs every file that is not a picture, but here such
+// files are expected.
 bool beginsLikePicture(const std::filesystem::path& path)
 {
     using namespace std::string_view_literals;
@@ -85,7 +85,7 @@ bool beginsLikePicture(const std::filesystem::path& path)
     };
     constexpr std::array kMarks = {
         "\xFF\xD8\xFF"sv, "\x89PNG\r\n\x1a\n"sv, "\x76\x2f\x31\x01"sv, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv};
-    // Videos start with "ftyp" too, with other brands.
+    // Videos also start with "ftyp", but with other brands.
     constexpr std::array kBrands = {"heic"sv, "heix"sv, "heim"sv, "heis"sv, "hevc"sv,
                                     "hevx"sv, "mif1"sv, "msf1"sv, "avif"sv, "avis"sv};
     return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return has(0, mark); }) ||
@@ -95,7 +95,7 @@ bool beginsLikePicture(const std::filesystem::path& path)
            isRawImageFile(path);
 }
 
-// Why what does not begin like a picture is none.
+// The reason why a file that does not begin like a picture is rejected.
 Failure noPicture(const std::filesystem::path& path)
 {
     std::error_code error;

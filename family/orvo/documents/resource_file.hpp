@@ -1,4 +1,4 @@
-// A temporary file of planes of samples.
+// A temporary file of sample planes.
 #pragma once
 
 #include <cstddef>
@@ -14,18 +14,18 @@ public:
     enum class Use
     {
         Read,
-        Write // a new file, readable by this user alone
+        Write // a new file, readable only by this user
     };
 
     ResourceFile(const std::filesystem::path& path, Use use);
-    // A file that was being written and not finished is removed.
+    // Removes a file whose writing was not finished.
     ~ResourceFile();
     ResourceFile(const ResourceFile&) = delete;
     ResourceFile& operator=(const ResourceFile&) = delete;
 
     void write(const void* bytes, std::size_t count);
     void read(void* bytes, std::size_t count);
-    // Everything has been handed to the system.
+    // Flushes and closes the file.
     void finish();
 
 private:

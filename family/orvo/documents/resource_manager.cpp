@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One thing to be kept: in memory, and how it goes to a file and comes back. `read` holds no samples.
+// A stored value: in memory, with its functions to write it to a file and read it back. `read` holds no samples.
 struct Resource
 {
     std::any value;
@@ -43,7 +43,7 @@ Resource pictureResource(const std::shared_ptr<const _ImageData<T>>& data)
 constexpr std::size_t kMaskTileSamples =
     static_cast<std::size_t>(TiledMaskImage::kTileSize) * static_cast<std::size_t>(TiledMaskImage::kTileSize);
 
-// Which tiles of a mask have samples, and the values of the others.
+// The tiles of a mask that have samples, and the values of the others.
 struct MaskShape
 {
     struct Place
@@ -65,7 +65,7 @@ void visitTiles(const TiledMaskImage& mask, const Visit& visit)
 
 Resource maskResource(const TiledMaskImage& source)
 {
-    const auto mask = std::make_shared<const TiledMaskImage>(source); // its own hold on the tiles as they are
+    const auto mask = std::make_shared<const TiledMaskImage>(source); // shares the tiles in their current state
     MaskShape shape{mask->size(), {}};
     visitTiles(*mask, [&](int column, int row) {
         const auto& tile = mask->tile(column, row);
@@ -143,19 +143,19 @@ struct ResourceManager::Store
     struct Entry
     {
         Resource resource;
-        std::shared_future<void> done; // without state: there is no folder
-        fs::path path;                 // set once the file is there
+        std::shared_future<void> done; // invalid if there is no folder
+        fs::path path;                 // set once the file exists
     };
 
     fs::path directory;
     std::string name;
-    std::mutex mutex; // guards what follows
+    std::mutex mutex; // guards the members below
     std::unordered_map<std::string, std::shared_ptr<Entry>> entries;
     unsigned long long filesNamed = 0;
 
     ~Store() { removeAll(); }
 
-    // The entry of a key, whose save has ended; empty if there is none.
+    // The entry of a key once its save has ended; empty if there is none.
     std::shared_ptr<Entry> settled(const std::string& key)
     {
         std::shared_ptr<Entry> entry;
@@ -184,13 +184,13 @@ struct ResourceManager::Store
         {
             const std::lock_guard lock(mutex);
             if (!holds(key, entry))
-                return; // cleared or replaced meanwhile
+                return; // cleared or replaced in the meantime
         }
-        ::mkdir(directory.c_str(), 0700); // there already, as a rule; if it cannot be made, opening the file fails
+        ::mkdir(directory.c_str(), 0700); // usually exists already; if mkdir fails, opening the file fails too
         ResourceFile file(path, ResourceFile::Use::Write);
         entry->resource.write(file);
         file.finish();
-        Resource written; // released without the lock
+        Resource written; // destroyed outside of the lock
         const std::lock_guard lock(mutex);
         entry->path = path;
         std::swap(written.value, entry->resource.value);
@@ -207,7 +207,7 @@ struct ResourceManager::Store
         entry.path.clear();
     }
 
-    // Takes all entries out; what is being written removes its own file then.
+    // Takes all entries out; a write in progress then removes its own file.
     std::vector<std::shared_future<void>> removeAll()
     {
         std::unordered_map<std::string, std::shared_ptr<Entry>> dropped;
@@ -238,7 +238,7 @@ struct ResourceManager::Store
             replaced = std::exchange(place, entry);
             if (replaced)
                 remove(*replaced);
-            // Numbered, so that a file being replaced is not in the way.
+            // Numbered, so that the name differs from that of a file being replaced.
             path = store->directory / (store->name + std::to_string(store->filesNamed++) + "-" + key);
         }
         if (store->directory.empty()) {
@@ -282,7 +282,7 @@ struct ResourceManager::Store
         return valueOf<Value>(key, value);
     }
 
-    // From memory comes what was given, const; a copy makes it the caller's own.
+    // The value in memory is const and shared, so the caller gets a copy.
     template <typename Value>
     static Value valueOf(const std::string& key, const std::any& value)
     {

@@ -1,4 +1,4 @@
-/// How patches vote for the pixels that they cover.
+/// Votes of patches for the pixels they cover.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -14,7 +14,7 @@
 
 namespace orvo::details {
 
-/// Weights of votes, looked up, since an exponential for every vote would cost more than all else.
+/// Weights of votes, from tables, since an exponential per vote would dominate the cost.
 class VoteWeights
 {
 public:
@@ -29,7 +29,7 @@ public:
             byDepth[i] = std::pow(settings.depthFalloff, -static_cast<float>(std::min<std::size_t>(i, kDeepest)));
     }
 
-    /// The distance of a patch, as it were if known pixels counted like others.
+    /// The distance of a patch with known pixels weighted like others.
     [[nodiscard]] float even(int distance, int known) const
     {
         return static_cast<float>(distance) * evened[static_cast<std::size_t>(known)];
@@ -45,25 +45,25 @@ public:
 
 private:
     static constexpr float kStepsOfMean = 32.0f;
-    static constexpr std::size_t kDeepest = 100; // beyond it weights would leave what a float holds
+    static constexpr std::size_t kDeepest = 100; // beyond it weights would underflow a float
     std::array<float, kPatchPixels + 1> evened{};
     std::array<float, 256> byRatio{};
     std::array<float, 256> byDepth{};
 };
 
-/// What the patches over one pixel say it should be.
+/// The votes of the patches over one pixel.
 class Ballot
 {
 public:
     struct Vote
     {
-        int source = 0; ///< index of the pixel that is voted for
+        int source = 0; ///< index of the pixel voted for
         float weight = 0.0f;
         std::uint8_t column = 0; ///< of the pixel in the patch, 0..kPatch - 1
         std::uint8_t row = 0;
     };
 
-    /// Collects the votes for the pixel at (x, y) of the level. There are some for each pixel of the hole.
+    /// Collects the votes for the pixel at (x, y) of the level. Each pixel of the hole has at least one.
     void gather(const FillLevel& level, const PatchField& field, const VoteWeights& weights, int x, int y);
 
     [[nodiscard]] std::span<const Vote> votes() const { return {all.data(), count}; }

@@ -20,7 +20,7 @@ std::uint8_t toByte(float value)
 
 int luma(Texel t) { return (t.r + 2 * t.g + t.b) / 4; }
 
-// Flags of all patches: `rule` joins the flags of the pixels of a row, and then the rows.
+// Flags of all patches: `rule` combines the flags of the pixels of a row, then those of the rows.
 template <typename Rule>
 void joinOverPatches(const ManagedPlane<std::uint8_t>& flags, ManagedPlane<std::uint8_t>& out, int width, int height,
                      const Rule& rule)
@@ -76,7 +76,7 @@ void FillLevel::markPatches()
     joinOverPatches(flags, known, stride, rows, [](std::uint8_t a, std::uint8_t b) { return std::uint8_t(a + b); });
     mark(Place::Hole);
     joinOverPatches(flags, targets, stride, rows, [](std::uint8_t a, std::uint8_t b) { return std::uint8_t(a | b); });
-    // A pixel is painted if a target can cover it; targets are what meets the hole inside.
+    // A margin pixel is painted if a target can cover it; targets meet the hole inside the picture.
     constexpr int kReach = kPatch - 1;
     forEachRow(rows, [&](int y) {
         for (int x = 0; x < stride; ++x) {
@@ -138,12 +138,12 @@ void FillLevel::measureDepth()
 
 namespace {
 
-// The mean gradient of the luma around each known pixel, times `gain`, into the texture of the texels.
+// Writes the mean luma gradient around each known pixel, times `gain`, to the texture of the texels.
 void measureTexture(FillLevel& level, int radius, float gain)
 {
     const int width = level.width();
     const int height = level.height();
-    // Sums along the row: of gradients and of how many there are. At most (2 * 16 + 1) * 510 and so within 16 bits.
+    // Sums along the row, of gradients and their count: at most (2 * 16 + 1) * 510, so 16 bits suffice.
     const ManagedPlane<std::uint16_t> sums(pixels(width, height), true);
     const ManagedPlane<std::uint16_t> counts(pixels(width, height), true);
     forEachRow(height - 1, [&](int y) {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr float kThreshold = 0.5f;
 
-// The sample of `from` that lies under the centre of sample `at` of `to`.
+// The sample of `from` under the centre of sample `at` of `to`.
 int nearestSample(int at, int to, int from)
 {
     return static_cast<int>((2 * static_cast<std::int64_t>(at) + 1) * from / (2 * static_cast<std::int64_t>(to)));

@@ -1,4 +1,4 @@
-/// Which pixels of a picture are to be painted.
+/// The pixels of a picture to paint.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -10,17 +10,17 @@
 
 namespace orvo::details {
 
-/// The pixels of a picture that a mask marks.
+/// The pixels of a picture marked by a mask.
 class Hole
 {
 public:
-    /// Throws FailureError if picture or mask have no pixels, or the mask marks every one.
+    /// Throws FailureError if picture or mask is empty, or the mask marks every pixel.
     Hole(_Size<int> picture, const _ImageData<float>& mask);
 
     [[nodiscard]] bool empty() const { return count == 0; }
     [[nodiscard]] std::size_t pixelCount() const { return count; }
     [[nodiscard]] _Size<int> size() const { return extent; }
-    /// The smallest rectangle that holds all of it.
+    /// The bounding box.
     [[nodiscard]] const _Rect<int>& bounds() const { return box; }
     /// 1 in the hole, 0 elsewhere.
     [[nodiscard]] const std::uint8_t* row(int y) const

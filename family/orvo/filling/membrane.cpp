@@ -8,11 +8,11 @@ namespace orvo::details {
 namespace {
 
 constexpr int kCycles = 6;
-constexpr int kRelaxations = 2; // before and after each step to the coarser grid
+constexpr int kRelaxations = 2; // before and after each coarser grid
 constexpr int kCoarsestRelaxations = 40;
-// Sums of 2 x 2 pixels tie blocks together twice as strongly as a grid of that width would (Braess).
+// Sums of 2 x 2 pixels couple blocks twice as strongly as a grid of that spacing would (Braess).
 constexpr float kLooser = 0.5f;
-// Ties every pixel to 0, so that a mismatch on one side of a wide hole does not tint all of it: half of it is left
+// Pulls every pixel towards 0, so that a mismatch on one side of a wide hole does not tint all of it; it falls to half
 // about 30 pixels away.
 constexpr float kAnchor = 5e-4f;
 
@@ -79,7 +79,7 @@ Membrane::Grid Membrane::coarser(const Grid& fine)
 void Membrane::relax(Grid& grid, bool forward)
 {
     const auto stride = static_cast<std::size_t>(grid.size.width + 2);
-    // Like the fields of a chessboard: those of one colour depend on the other colour alone.
+    // Red-black order: pixels of one colour depend only on the other colour.
     for (const int colour : {forward ? 0 : 1, forward ? 1 : 0})
         forEachRow(grid.size.height, [&](int y) {
             for (int x = (y + colour) % 2; x < grid.size.width; x += 2) {

@@ -10,25 +10,25 @@
 
 namespace orvo::details {
 
-/// Solves, for the pixels of a hole, "as high as the mean of the neighbours, but for the given steps", with 0 around
-/// the hole and no neighbours beyond the picture. Several right sides, one after the other. Multigrid with sums of 2 x
-/// 2 pixels (Braess, Computing 55, 1995), so that its cost is that of the pixels.
+/// Solves, for the pixels of a hole, "the mean of the neighbours plus given steps", with 0 around the hole and no
+/// neighbours beyond the picture, for several right sides in turn. Multigrid with sums of 2 x 2 pixels (Braess,
+/// Computing 55, 1995), so that the cost is linear in the pixels.
 class Membrane
 {
 public:
     enum class Pixel : std::uint8_t
     {
-        Beyond, ///< the picture: has no say
+        Beyond, ///< the picture; ignored
         Fixed,  ///< at 0
         Free,
     };
 
-    /// `kindOf(x, y)` also takes the pixels just around `size`.
+    /// `kindOf(x, y)` is also called for the pixels just around `size`.
     Membrane(_Size<int> size, const std::function<Pixel(int x, int y)>& kindOf);
 
-    /// `sums(x, y)`: of the differences that a free pixel is to have to its neighbours.
+    /// `sums(x, y)`: the sum of the wanted differences of a free pixel to its neighbours.
     void solve(const std::function<float(int x, int y)>& sums);
-    /// What the last solve() found; 0 where the pixel is not free.
+    /// The result of the last solve(); 0 where the pixel is not free.
     [[nodiscard]] float value(int x, int y) const { return grids.front().value[grids.front().at(x, y)]; }
 
 private:
@@ -45,11 +45,11 @@ private:
             return static_cast<std::size_t>(size.width + 2) * static_cast<std::size_t>(size.height + 2);
         }
 
-        _Size<int> size;             // around it there is a border of pixels that are not free
-        ManagedPlane<float> toRight; // how strongly a pixel is tied to its right neighbour
+        _Size<int> size;             // surrounded by a border of pixels that are not free
+        ManagedPlane<float> toRight; // coupling of a pixel to its right neighbour
         ManagedPlane<float> below;
-        ManagedPlane<float> anchor;  // and to 0
-        ManagedPlane<float> inverse; // of the sum of all ties; 0 where the pixel is not free
+        ManagedPlane<float> anchor;  // coupling to 0
+        ManagedPlane<float> inverse; // of the sum of all couplings; 0 where the pixel is not free
         ManagedPlane<float> right;   // right sides
         ManagedPlane<float> value;
     };

@@ -26,11 +26,11 @@ std::unique_ptr<Filler> networkFiller(const std::filesystem::path& model)
 namespace details {
 namespace {
 
-constexpr int kUsualSide = 512; // of what a network with free sides sees: what most were trained with
-constexpr int kMostSide = 4096; // a network that declares larger sides asks for more memory than a machine has
-// The square around the hole is so many times as wide as the hole, so that the network sees what surrounds it.
+constexpr int kUsualSide = 512; // input side of networks without a fixed one: most were trained at it
+constexpr int kMostSide = 4096; // larger declared sides would need more memory than machines have
+// Side of the input square in multiples of the hole's, so that the network sees the surroundings of the hole.
 constexpr int kSurroundings = 2;
-// A network that is shown a middle gray and gives more than this counts to 255.
+// A network whose output for a middle gray exceeds this uses 255 as full scale.
 constexpr float kBeyondOne = 4.0f;
 
 std::string text(const std::vector<std::int64_t>& sides)
@@ -125,7 +125,7 @@ struct NetworkFiller::State
             fail("expected an undamaged ONNX file, " + damage);
         readInputs(inputs);
         try {
-            const QuietOpenCv quiet; // what it has to say comes with the exception
+            const QuietOpenCv quiet; // its messages come with the exception
             net = cv::dnn::readNetFromONNX(
                 withInput(withInput(bytes, pictureInput, {1, 3, height, width}), maskInput, {1, 1, height, width}));
             net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
@@ -148,13 +148,13 @@ NetworkFiller::~NetworkFiller() = default;
 
 namespace {
 
-// The part of the picture that the network sees; it may reach beyond the picture.
+// The square of the picture shown to the network; it may reach beyond the picture.
 _Rect<int> squareAround(const Hole& hole, int width, int height)
 {
     const _Rect<int>& box = hole.bounds();
-    const int most = std::max(hole.size().width, hole.size().height); // beyond it there is nothing to be seen
+    const int most = std::max(hole.size().width, hole.size().height); // a larger square would show nothing more
     const int side = std::max(std::min(kSurroundings * std::max(box.width, box.height), most), std::min(width, height));
-    // Inside the picture where there is room: what is beyond shows nothing new.
+    // Inside the picture if it fits, since the outside adds no information.
     const auto place = [&](int begin, int length, int whole) {
         const int centred = begin + length / 2 - side / 2;
         return whole > side ? std::clamp(centred, 0, whole - side) : (whole - side) / 2;
@@ -192,7 +192,7 @@ NetworkFiller::Result NetworkFiller::filled(const _ImageData<PixelRGB<float>>& p
         return result;
     control.throwIfCancelled();
     const _Rect<int> square = squareAround(hole, state->width, state->height);
-    fillSmoothly(*result, hole); // what the network must not see mixes with its surroundings when it is reduced
+    fillSmoothly(*result, hole); // the hole mixes with its surroundings when reduced, so its old content must go
     const _Size<int> seen{state->width, state->height};
     _ImageData<float> marks(hole.size(), nullptr);
     forEachRow(hole.size().height, [&](int y) { std::copy_n(hole.row(y), hole.size().width, marks.row(y)); });

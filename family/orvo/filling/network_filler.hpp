@@ -8,8 +8,8 @@
 
 namespace orvo::details {
 
-/// See orvo::networkFiller(). The network is tried when it is loaded, which shows whether it counts full scale as 1 or
-/// as 255: published ones do either.
+/// See orvo::networkFiller(). A trial run at load time shows whether the network uses 1 or 255 as full scale; published
+/// ones differ.
 class NetworkFiller : public Filler
 {
 public:

@@ -1,4 +1,4 @@
-/// How much two patches differ.
+/// The distance of two patches.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -14,13 +14,13 @@ namespace orvo::details {
 
 inline constexpr int kLoadBytes = kPatchLoad * static_cast<int>(sizeof(Texel));
 
-/// How much each byte of a row counts; those that are only loaded count nothing.
+/// Weights of the bytes of a row; 0 for those that are only loaded.
 struct RowWeights
 {
     alignas(32) std::array<std::int16_t, kLoadBytes> values{};
 };
 
-/// A patch copied out, with what its pixels count.
+/// A copied patch with the weights of its pixels.
 struct WeightedPatch
 {
     std::array<std::array<std::uint8_t, kLoadBytes>, kPatch> bytes;
@@ -35,7 +35,7 @@ struct WeightedPatch
     }
 };
 
-/// Sum of weighted squared differences of `rows` rows from `first` on; `stride` in texels.
+/// Sum of weighted squared differences of `rows` rows starting at `first`; `stride` in texels.
 ORVO_INLINE int rowsDistance(const WeightedPatch& a, const Texel* b, std::ptrdiff_t stride, std::size_t first,
                              std::size_t rows)
 {
@@ -53,17 +53,17 @@ ORVO_INLINE int rowsDistance(const WeightedPatch& a, const Texel* b, std::ptrdif
     return sum;
 }
 
-/// Sum of weighted squared differences; where it is known to be `limit` or more, some number not below that.
+/// Sum of weighted squared differences. Once it reaches `limit`, any value not below `limit`.
 ORVO_INLINE int patchDistance(const WeightedPatch& a, const Texel* b, std::ptrdiff_t stride, int limit)
 {
-    constexpr std::size_t kFirst = 3; // rows, before a look at the limit: half of all candidates end there
+    constexpr std::size_t kFirst = 3; // rows before the first check of the limit: half of all candidates end there
     const int first = rowsDistance(a, b, stride, 0, kFirst);
     if (first >= limit)
         return first;
     return first + rowsDistance(a, b, stride, kFirst, kPatch - kFirst);
 }
 
-/// Numbers that depend on nothing but what they are asked for, so that no order of threads matters (Steele, Lea, Flood,
+/// Random numbers that depend only on the arguments, so the order of threads does not matter (Steele, Lea, Flood,
 /// OOPSLA 2014: the mixing of SplitMix, here of 32 bits).
 class CountedRandom
 {

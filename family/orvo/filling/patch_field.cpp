@@ -31,7 +31,7 @@ public:
           stream(stream_)
     {}
 
-    // `before` is the field of the pass before; `row` is written. `forward`: from left to right.
+    // Reads `before`, the field of the previous pass, and writes `row`. `forward`: from left to right.
     ORVO_INLINE void operator()(int y, const PatchField& before, PatchField& row, bool forward, bool measure) const
     {
         const FillLevel::Span span = level.targetSpans[static_cast<std::size_t>(y)];
@@ -46,7 +46,7 @@ public:
             const WeightedPatch patch = patchAt(target);
             if (measure)
                 best.distance = distanceTo(patch, best.source, std::numeric_limits<int>::max());
-            propose(patch, target, target - step, row, best); // the one that this pass has just found
+            propose(patch, target, target - step, row, best); // found by this pass
             propose(patch, target, target + step, before, best);
             propose(patch, target, target - width, before, best);
             propose(patch, target, target + width, before, best);
@@ -88,7 +88,7 @@ private:
             best = {source, distance};
     }
 
-    // What lies beside the source of a neighbour as the target lies beside the neighbour.
+    // Tries the patch as far from the neighbour's source as the target is from the neighbour.
     ORVO_INLINE void propose(const WeightedPatch& patch, int target, int neighbour, const PatchField& field,
                              Match& best) const
     {
@@ -129,7 +129,7 @@ PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const P
             const auto target = static_cast<std::size_t>(level.at(x, y));
             if (level.targets[target] == 0)
                 continue;
-            // The coarse patch around the same place. Counted from far outside, so that halves round down.
+            // The coarse patch at the same place. The large offset makes halves round down.
             constexpr int kFar = 1 << 20;
             const int coarseX = (x - kMargin + kCentre + 2 * kFar) / 2 - kFar - kCentre + kMargin;
             const int coarseY = (y - kMargin + kCentre + 2 * kFar) / 2 - kFar - kCentre + kMargin;
@@ -144,7 +144,7 @@ PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const P
                 CountedRandom random(0, static_cast<unsigned>(target));
                 source = level.someSources[static_cast<std::size_t>(
                     random.below(static_cast<int>(level.someSources.size())))];
-                distance *= 4; // a guess that others should outvote
+                distance *= 4; // a guess for others to outvote
             }
             refined.source[target] = source;
             refined.distance[target] = distance;

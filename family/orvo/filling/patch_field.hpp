@@ -1,4 +1,4 @@
-/// Which known patch is most like each patch that meets the hole.
+/// The most similar known patch of each patch that meets the hole.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -10,22 +10,22 @@
 
 namespace orvo::details {
 
-/// For each target of a level a source and their distance. Sources are indices into the planes of the level.
+/// A source and its distance for each target of a level. Sources are indices into the planes of the level.
 struct PatchField
 {
     explicit PatchField(const FillLevel& level);
 
-    ManagedPlane<std::int32_t> source;   ///< set for targets alone
+    ManagedPlane<std::int32_t> source;   ///< set for targets only
     ManagedPlane<std::int32_t> distance; ///< sum of weighted squared differences
 };
 
-/// The field of a level from that of the next coarser one, whose pixels are twice as large.
+/// The field of a level from that of the next coarser one, of half the size.
 [[nodiscard]] PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const PatchField& field);
 
-/// Measures the distances anew, after the hole was repainted, and looks for better sources: those next to the sources
-/// of neighbours, and random ones at up to `radius` pixels from the present one (PatchMatch: Barnes, Shechtman,
-/// Finkelstein, Goldman, SIGGRAPH 2009). Departure: a row sees the rows above and below as they were before the pass,
-/// so that the order of rows, hence the number of threads, does not matter. `stream` numbers the search.
+/// Measures the distances again, since the hole was repainted, and searches for better sources: next to the sources of
+/// neighbours, and at random up to `radius` pixels from the current one (PatchMatch: Barnes, Shechtman, Finkelstein,
+/// Goldman, SIGGRAPH 2009). Departure: a row reads the rows above and below as they were before the pass, so the order
+/// of rows and the number of threads do not matter. `stream` numbers the search.
 void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, int radius, unsigned stream);
 
 } // namespace orvo::details

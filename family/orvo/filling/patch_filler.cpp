@@ -22,15 +22,15 @@ std::unique_ptr<Filler> patchFiller() { return std::make_unique<details::PatchFi
 namespace details {
 namespace {
 
-// The part of the picture that is searched reaches beyond the hole by its longer side, at least so far: what lies
-// nearer is more alike, and a small hole needs some choice.
+// The search window extends beyond the hole by its longer side, at least by this many pixels: nearby patches match
+// better, and small holes need enough candidates.
 constexpr int kLeastReach = 192;
-// A coarser level is made while the hole is deeper than this, in pixels...
+// A coarser level follows while the hole is deeper than this, in pixels...
 constexpr int kDeepestStart = kPatch / 2;
-// ... and it still has so many sources to choose from.
+// ... and the level still has this many sources.
 constexpr std::size_t kFewestSources = 400;
 constexpr int kMostLevels = 10;
-// Pixels around that the texture of a pixel is measured in.
+// Radius in pixels of the area that measures the texture of a pixel.
 constexpr int kTextureRadius = 8;
 
 _Rect<int> windowAround(const Hole& hole)
@@ -73,7 +73,7 @@ class PatchRun
 public:
     PatchRun(const PatchFillSettings& settings_, const RunControl& control_) : settings(settings_), control(control_) {}
 
-    // Paints the hole of `result`, whose known pixels are the picture's.
+    // Paints the hole of `result`, which holds a copy of the picture.
     void fill(const Hole& hole, _ImageData<PixelRGB<float>>& result)
     {
         const _Rect<int> window = windowAround(hole);

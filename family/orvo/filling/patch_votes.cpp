@@ -53,7 +53,7 @@ void voteInFull(const FillLevel& level, const PatchField& field, const PatchFill
             for (const Ballot::Vote& one : ballot.votes()) {
                 const int sourceX = one.source % level.width() - kMargin + window.x;
                 const int sourceY = one.source / level.width() - kMargin + window.y;
-                const PixelRGB<float> p = result.row(sourceY)[sourceX]; // known, so nobody writes it
+                const PixelRGB<float> p = result.row(sourceY)[sourceX]; // known, so never written
                 const float w = one.weight;
                 sum += w;
                 mean.r += w * p.r;

@@ -1,4 +1,4 @@
-/// Paints the hole by what the patches over each of its pixels say.
+/// Paints the hole from the votes of the patches over each of its pixels.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -9,13 +9,13 @@
 
 namespace orvo::details {
 
-/// Repaints the hole of `level`: each pixel becomes the weighted mean of what the sources of all patches over it show
-/// there. A vote counts the more, the better its patch fits compared with the others over the pixel, and the nearer the
-/// patch is to what is known.
+/// Repaints the hole of `level`: each pixel becomes the weighted mean of the source pixels that the patches over it
+/// assign to it. A vote weighs more the better its patch fits, compared with the others over the pixel, and the nearer
+/// the patch is to known pixels.
 void vote(FillLevel& level, const PatchField& field, const PatchFillSettings& settings);
 
-/// The same at the finest level with the samples of the picture, whose part `window` the level shows; what `hole`
-/// marks of `result` is written.
+/// The same at the finest level, with the samples of the picture, whose part `window` the level shows. Writes the
+/// pixels of `result` that `hole` marks.
 void voteInFull(const FillLevel& level, const PatchField& field, const PatchFillSettings& settings, const Hole& hole,
                 const _Rect<int>& window, _ImageData<PixelRGB<float>>& result);
 

@@ -13,8 +13,8 @@ namespace orvo::details {
 namespace {
 
 constexpr int kCentre = kPatch / 2;
-// Comparisons that a first guess may cost, in all: about a second on one core. With more sources than that allows each
-// patch looks at a random choice of them.
+// Limit on the comparisons of a first guess, in all: about a second on one core. With more sources than it allows, each
+// patch compares a random subset.
 constexpr std::int64_t kMostComparisons = 40'000'000;
 constexpr std::int64_t kFewestSources = 256;
 
@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    // Pixels of the hole beside painted ones.
+    // Pixels of the hole next to painted ones.
     [[nodiscard]] std::vector<int> nextLayer() const
     {
         std::vector<int> layer;
@@ -72,7 +72,7 @@ private:
         for (int y = 0; y < kPatch; ++y)
             for (int x = 0; x < kPatch; ++x) {
                 const auto i = idx(corner + y * level.width() + x);
-                patch.setPixel(idx(x), idx(y), level.texels[i], painted[i], 0); // the texture of the hole is not known
+                patch.setPixel(idx(x), idx(y), level.texels[i], painted[i], 0); // the texture of the hole is unknown
             }
         return patch;
     }
@@ -103,7 +103,7 @@ private:
             }
     }
 
-    // The best source of the patch that begins at `corner`, by what is painted of it.
+    // The best source of the patch that begins at `corner`, compared on its painted pixels.
     [[nodiscard]] int bestSource(int corner) const
     {
         const WeightedPatch patch = patchAt(corner);
@@ -118,7 +118,7 @@ private:
         const int offset = kCentre * level.width() + kCentre;
         std::vector<int> found(layer.size());
         forEachRow(static_cast<int>(layer.size()), [&](int n) { found[idx(n)] = bestSource(layer[idx(n)] - offset); });
-        // Each pixel of the layer is the mean of what the patches around the layer's pixels nearby say of it.
+        // Each pixel of the layer becomes the mean of the patches around nearby pixels of the layer.
         const int width = level.width();
         for (std::size_t n = 0; n < layer.size(); ++n) {
             sourceOf[idx(layer[n])] = found[n];
@@ -148,7 +148,7 @@ private:
         }
     }
 
-    // Sources of all targets, now that all of them are painted.
+    // The sources of all targets, once all of them are painted.
     void matchAll()
     {
         forEachRow(level.height(), [&](int y) {

@@ -1,4 +1,4 @@
-/// The first guess at the coarsest level: the hole is painted layer by layer from its rim.
+/// The first guess at the coarsest level: paints the hole layer by layer from its rim.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -7,8 +7,8 @@
 
 namespace orvo::details {
 
-/// Paints the hole of `level` and returns the sources that it was painted from. What lies on the rim is compared with
-/// sources by the pixels that are known or painted by then (Newson, Almansa, Gousseau, Perez, section 3.4).
+/// Paints the hole of `level` and returns the sources used. Patches on the rim are compared with sources on the pixels
+/// known or painted so far (Newson, Almansa, Gousseau, Perez, section 3.4).
 [[nodiscard]] PatchField peel(FillLevel& level, const PatchFillSettings& settings);
 
 } // namespace orvo::details

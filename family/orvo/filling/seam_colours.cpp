@@ -11,9 +11,9 @@
 namespace orvo::details {
 namespace {
 
-// Steps are kept in parts of this of full scale; larger ones than 1 are no seams.
+// Unit of the stored steps, as a fraction of full scale; a step above 1 is no seam.
 constexpr float kUnit = 1.0f / 30000.0f;
-// A step of this size counts half: what is stronger is an edge that does not fit, and evening it out would smear it.
+// A step of this size has half weight: larger ones are mismatched edges, and evening them out would smear them.
 constexpr float kEdge = 0.12f;
 
 PixelRGB<float> operator-(const PixelRGB<float>& a, const PixelRGB<float>& b)
@@ -23,7 +23,7 @@ PixelRGB<float> operator-(const PixelRGB<float>& a, const PixelRGB<float>& b)
 
 float greatest(const PixelRGB<float>& p) { return std::max({std::abs(p.r), std::abs(p.g), std::abs(p.b)}); }
 
-// What the votes for a pixel expect of the step to a neighbour that lies (dx, dy) away.
+// The step to a neighbour at (dx, dy) that the votes for a pixel expect.
 class ExpectedStep
 {
 public:
@@ -31,7 +31,7 @@ public:
         : level(level_), window(window_), painted(painted_)
     {}
 
-    // False if no vote speaks of both pixels.
+    // False if no vote covers both pixels.
     bool operator()(const Ballot& ballot, int dx, int dy, PixelRGB<float>& step) const
     {
         float sum = 0.0f;
@@ -98,7 +98,7 @@ SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const Patc
                 const PixelRGB<float> seam = step - (painted.row(y + dy)[x + dx] - painted.row(y)[x]);
                 const float size = greatest(seam) / kEdge;
                 const float share = 1.0f / (kUnit * (1.0f + size * size * size * size));
-                if (!(greatest(seam) < 1.0f)) // nor what is not a number
+                if (!(greatest(seam) < 1.0f)) // false for NaN too
                     return;
                 to = {static_cast<std::int16_t>(std::lround(share * seam.r)),
                       static_cast<std::int16_t>(std::lround(share * seam.g)),

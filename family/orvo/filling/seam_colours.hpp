@@ -1,4 +1,4 @@
-/// Evens out the colours where what was painted from different places meets, and where it meets what is known.
+/// Evens out colours where areas painted from different sources meet, and at the rim of the hole.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -12,8 +12,8 @@
 
 namespace orvo::details {
 
-/// Steps between neighbouring pixels of the hole, and across its rim, that their sources do not have: seams. Each pixel
-/// keeps those to its right and its lower neighbour.
+/// Seams: steps between neighbouring pixels of the hole, and across its rim, that are not in their sources. Each pixel
+/// stores those to its right and lower neighbour.
 class SeamSteps
 {
 public:
@@ -21,9 +21,9 @@ public:
     SeamSteps(const FillLevel& level, const PatchField& field, const PatchFillSettings& settings, const Hole& hole_,
               const _Rect<int>& window, const _ImageData<PixelRGB<float>>& painted);
 
-    /// Takes the steps out of the hole of `painted`: adds to it the smoothest planes that have them the other way round
-    /// and vanish on the rim (Perez, Gangnet, Blake, SIGGRAPH 2003, solved for the difference). Colours stay within
-    /// 0..1 if they were. The level and the field are no longer needed.
+    /// Removes the steps from the hole of `painted`: adds the smoothest planes with the opposite steps that vanish on
+    /// the rim (Perez, Gangnet, Blake, SIGGRAPH 2003, solved for the difference). Colours in 0..1 stay there. The level
+    /// and the field are no longer needed.
     void evenOut(_ImageData<PixelRGB<float>>& painted) const;
 
 private:

@@ -9,7 +9,7 @@
 namespace orvo::details {
 namespace {
 
-// Sums of known pixels and, beside them, their weight, at most 1.
+// Weighted sums of known pixels, and their weight, at most 1.
 struct Block
 {
     float r = 0.0f;
@@ -46,7 +46,7 @@ Blocks firstBlocks(const _ImageData<PixelRGB<float>>& picture, const Hole& hole)
     return blocks;
 }
 
-// Means of 2 x 2 blocks by their weights; the weight is their sum, at most 1.
+// Weighted means of 2 x 2 blocks; the weight is their sum, at most 1.
 Blocks pulled(const Blocks& fine)
 {
     Blocks coarse({(fine.size.width + 1) / 2, (fine.size.height + 1) / 2});
@@ -69,7 +69,7 @@ Blocks pulled(const Blocks& fine)
     return coarse;
 }
 
-// What blocks of `fine` lack of their weight comes from `coarse`, between whose blocks is interpolated.
+// Fills up the blocks of `fine` with a weight below 1 from `coarse`, interpolated.
 void push(const Blocks& coarse, Blocks& fine)
 {
     forEachRow(fine.size.height, [&](int y) {

@@ -105,7 +105,7 @@ struct Points
 };
 
 // White is between the luminance and the strongest channel of the brightest pixels: with the latter alone one coloured
-// lamp would keep the picture dark, and the shoulder compresses what the former pushes over white.
+// lamp would keep the picture dark, and the shoulder compresses values that the former moves above white.
 constexpr float kShareOfStrongest = 0.4f;
 
 // Measures black by luminance.
@@ -258,7 +258,7 @@ private:
     int width;
     int height;
     ManagedPlane<float> base;   // luminance
-    ManagedPlane<float> change; // what the filter adds to it
+    ManagedPlane<float> change; // the filter's change of it
 };
 
 // Subtracts `black` from luminance; near it a parabola with the same slope takes over, so that shadows end at 0 without

@@ -33,7 +33,7 @@ struct FreeList
 };
 
 // The database of the process, read at first use. Queries take the lock too: lensfun compiles its patterns for lens
-// names at first use, without a lock of its own.
+// names at first use, without locking.
 class Database
 {
 public:

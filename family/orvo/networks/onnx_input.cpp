@@ -13,7 +13,7 @@ namespace {
 
 using Bytes = std::span<const unsigned char>;
 
-constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // the largest published networks have half of it
+constexpr std::uintmax_t kMostModelBytes = std::uintmax_t{1} << 30; // twice the size of the largest published networks
 
 constexpr std::uint64_t kModelGraph = 7;
 constexpr std::uint64_t kGraphNode = 1;
@@ -115,7 +115,7 @@ void forEachField(Bytes message, const Visit& visit)
     }
 }
 
-// The content of the last field with that number, which takes precedence; empty if there is none.
+// The content of the last field with that number, which wins; empty if there is none.
 Bytes fieldOf(Bytes message, std::uint64_t number)
 {
     Bytes found;
@@ -250,7 +250,7 @@ struct Layer
     std::string damage;
 };
 
-// Lengths, steps, groups and block sizes: OpenCV divides by them and allocates by them.
+// Lengths, steps, groups and block sizes: OpenCV divides by them and uses them as allocation sizes.
 void checkAttribute(Bytes attribute, Layer& layer)
 {
     std::string name;
@@ -303,7 +303,7 @@ std::string layerDamage(const Layer& layer, const Known& known)
             return "a layer " + layer.operation + " has the input " + input + ", which nothing produces";
     if (layer.operation == "Conv" || layer.operation == "ConvTranspose") {
         const bool kernel = layer.inputs.size() >= 2 && known.contains(layer.inputs[1]);
-        // The kernel of a network may be computed by layers; its sides are then unknown here.
+        // Layers may compute the kernel; its sides are then unknown here.
         if (!kernel || (!known.at(layer.inputs[1]).empty() && known.at(layer.inputs[1]).size() != 4))
             return "a layer " + layer.operation + " has no kernel of 4 sides";
     }

@@ -18,23 +18,23 @@ struct OnnxInput
     std::vector<std::int64_t> sides; ///< 0 where the file leaves a side free
 };
 
-/// The bytes of a model file. Throws FailureError (UnreadableFile) if there is none, or one of 0 bytes or above 1 GiB.
+/// Reads a model file. Throws FailureError (UnreadableFile) if it is missing, empty or above 1 GiB.
 [[nodiscard]] std::vector<unsigned char> readOnnxFile(const std::filesystem::path& model);
 
-/// The inputs of the graph that are not weights, in their order; none if the bytes are not such a file. Reads only
-/// inside them.
+/// The inputs of the graph that are not weights, in order; none if the bytes are not an ONNX file. Never reads out of
+/// bounds.
 [[nodiscard]] std::vector<OnnxInput> declaredInputs(std::span<const unsigned char> model);
 
-/// The first of them; empty if there is none.
+/// The first of these inputs; empty if there is none.
 [[nodiscard]] std::optional<OnnxInput> declaredInput(std::span<const unsigned char> model);
 
-/// Describes obvious damage of the graph; empty if there is none. OpenCV does not check for it and would read beyond
-/// its tables: a layer's inputs come from an input, a weight or a layer before it; weights have as many bytes as their
+/// Describes obvious damage of the graph; empty if there is none. OpenCV does not check these and would read out of
+/// bounds: a layer's inputs are graph inputs, weights or outputs of earlier layers; weights have as many bytes as their
 /// sides require; a convolution has its kernel.
 [[nodiscard]] std::string graphDamage(std::span<const unsigned char> model);
 
 /// The same network with the input `name` declared as `sides` of floats. OpenCV fixes the shapes of all layers when it
-/// reads a file, and refuses some layers (DepthToSpace is one) with free sides.
+/// reads a file, and rejects some layers (such as DepthToSpace) with free sides.
 [[nodiscard]] std::vector<unsigned char> withInput(std::span<const unsigned char> model, const std::string& name,
                                                    const std::array<int, 4>& sides);
 

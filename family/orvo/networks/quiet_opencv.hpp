@@ -1,4 +1,4 @@
-/// Keeps OpenCV from printing to standard error what its exception already says.
+/// Keeps OpenCV from printing its exceptions to standard error.
 #pragma once
 
 #include <opencv2/core/utils/logger.hpp>
@@ -7,7 +7,7 @@
 
 namespace orvo {
 
-/// OpenCV's log level is global: an instance silences it during its lifetime and restores it. One at a time.
+/// Silences OpenCV's global log level during its lifetime, then restores it. One instance at a time.
 class QuietOpenCv
 {
 public:

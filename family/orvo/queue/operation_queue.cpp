@@ -19,9 +19,10 @@ struct OperationQueue::State
     std::condition_variable changed;
     std::deque<std::shared_ptr<Operation>> waiting;
     bool running = true;
-    std::mutex joining; // held by whoever waits for the worker, so that a second one waits too; never by the worker
+    std::mutex joining; // held while waiting for the worker, so that a second caller waits too; never held by the
+                        // worker
     std::thread worker;
-    std::thread::id workerId; // joining changes what the thread itself says
+    std::thread::id workerId; // a copy, since join() resets the thread's own
 
     [[nodiscard]] bool isOnWorker() const { return workerId == std::this_thread::get_id(); }
 
@@ -34,7 +35,8 @@ struct OperationQueue::State
 
     void close(bool dropWaiting)
     {
-        std::deque<std::shared_ptr<Operation>> dropped; // released without the lock: their functions may own anything
+        std::deque<std::shared_ptr<Operation>> dropped; // destroyed outside of the lock: their functions may own
+                                                        // anything
         {
             const std::lock_guard lock(mutex);
             running = false;
@@ -44,7 +46,7 @@ struct OperationQueue::State
         changed.notify_all();
     }
 
-    // The next operation; empty if there is none and, with `wait`, there never will be.
+    // The next operation; empty if there is none and, with `wait`, none will follow.
     std::shared_ptr<Operation> next(bool wait)
     {
         std::unique_lock lock(mutex);
@@ -126,7 +128,7 @@ bool OperationQueue::closed() const
 
 void OperationQueue::shutDown()
 {
-    const auto shared = state; // a waiting operation may be the last to hold the owner of this queue
+    const auto shared = state; // a waiting operation may hold the last reference to the owner of this queue
     shared->close(true);
     if (!shared->isOnWorker())
         shared->join();

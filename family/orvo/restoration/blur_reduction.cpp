@@ -16,12 +16,12 @@ namespace {
 using Pixel = PixelRGB<float>;
 using Picture = _ImageData<Pixel>;
 
-constexpr double kSharpBlur = 0.65;  // px: a camera's own pixels blur this much; nothing is to be undone
-constexpr double kClearBlur = 1.0;   // px: undone in full from here on
-constexpr double kWidestBlur = 2.0;  // px: beyond it detail is lost for good, and would be made up
-constexpr double kNoiseLimit = 0.02; // noise at which the strength is halved
+constexpr double kSharpBlur = 0.65;  // px: the pixels of a camera blur this much on their own, so nothing is removed
+constexpr double kClearBlur = 1.0;   // px: removed in full from here on
+constexpr double kWidestBlur = 2.0;  // px: detail beyond it is lost, and would be invented
+constexpr double kNoiseLimit = 0.02; // noise that halves the strength
 constexpr int kTile = 1024;
-constexpr int kContext = 48;          // pixels around a tile that it sees: many times the widest blur
+constexpr int kContext = 48;          // pixels of context around a tile: many times the widest blur
 constexpr float kShadowGuard = 0.02f; // added to luminance before ratios, so that black does not gain colour noise
 
 float luminanceOf(const Pixel& p) { return 0.299f * p.r + 0.587f * p.g + 0.114f * p.b; }
@@ -32,19 +32,19 @@ double smoothStep(double low, double high, double v)
     return t * t * (3.0 - 2.0 * t);
 }
 
-/// `change` added to the luminance by the same gain on all channels.
+/// `p` with `change` added to the luminance, by the same gain on all channels.
 Pixel raised(const Pixel& p, float change)
 {
     const float y = std::max(luminanceOf(p), 0.0f) + kShadowGuard;
     float factor = std::max((y + change) / y, 0.0f);
-    // A channel at its end cannot follow; the others then wait for it, so that hue stays.
+    // A channel at its limit cannot follow, so the others stop too, which keeps the hue.
     const float strongest = std::max({p.r, p.g, p.b});
     if (factor > 1.0f && strongest * factor > 1.0f)
         factor = std::max(1.0f, 1.0f / strongest);
     return {p.r * factor, p.g * factor, p.b * factor};
 }
 
-/// Luminance of the part of `plane`'s size from `corner` on, the picture mirrored beyond its ends.
+/// Fills `plane` with the luminance from `corner` on; the picture is mirrored beyond its borders.
 void readLuminance(const Picture& picture, cv::Point corner, const FacePlane& plane)
 {
     const auto inside = [](int position, int length) {
@@ -85,7 +85,7 @@ bool reduceBlur(Picture& picture, float amount, const Step& step)
                              cv::Rect(0, 0, picture.width(), picture.height());
         const FacePlane change(transformSize({own.width + 2 * kContext, own.height + 2 * kContext}));
         const FacePlane contrast(change.size());
-        // From the luminance as it was: tiles that are done must not show in the surroundings of the next.
+        // Reads the original luminance: finished tiles must not appear in the context of the next.
         forEachRow(change.size().height, [&](int y) {
             const int row = cv::borderInterpolate(own.y - kContext + y, picture.height(), cv::BORDER_REFLECT);
             for (int x = 0; x < change.size().width; ++x)

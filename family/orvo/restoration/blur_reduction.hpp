@@ -1,4 +1,4 @@
-/// Undoing the mild blur of a whole picture.
+/// Removes the mild blur of a whole picture.
 #pragma once
 
 #include "restoration/steps.hpp"
@@ -7,8 +7,8 @@
 
 namespace orvo::details {
 
-/// Measures the blur of encoded values and takes `amount`, above 0..1, of it away, in place, tile by tile; does nothing
-/// where none is measured. All samples are finite. False on cancel; the picture is then half done.
+/// Measures the blur of encoded values and removes `amount`, above 0 and at most 1, of it in place, tile by tile; does
+/// nothing if it finds none. All samples must be finite. Returns false on cancel, with the picture half done.
 [[nodiscard]] bool reduceBlur(_ImageData<PixelRGB<float>>& picture, float amount, const Step& step);
 
 } // namespace orvo::details

@@ -17,14 +17,14 @@ using Picture = _ImageData<PixelRGB<float>>;
 constexpr int kSide = kBlockSide;
 constexpr int kChannels = 3;
 constexpr int kStep = 2;       // pixels between blocks: every pixel is the mean of 16
-constexpr int kBandRows = 64;  // rows that one task finishes; blocks across its ends are worked on twice
-constexpr int kBandsAsked = 4; // bands between two looks at cancel
-// Cosines below this many deviations are dropped in the first pass; the value of Yu and Sapiro is 3, for one pass.
+constexpr int kBandRows = 64;  // rows per task; blocks across its ends are computed twice
+constexpr int kBandsAsked = 4; // bands between two checks of cancel
+// The first pass drops cosines below this many deviations; Yu and Sapiro use 3, for their single pass.
 constexpr float kThreshold = 2.7f;
 constexpr float kTiny = 1e-12f;
 
-/// Drops what is below the threshold. The weight of the block is one over the number of cosines that are left: the
-/// fewer, the less of the noise.
+/// Drops coefficients below the threshold. The weight of the block is 1 / the number of those left: the fewer, the less
+/// noise.
 ORVO_INLINE float dropSmall(CosineBlock& block, const CosineBlock& noise)
 {
     float left = 1.0f;
@@ -38,7 +38,7 @@ ORVO_INLINE float dropSmall(CosineBlock& block, const CosineBlock& noise)
     return 1.0f / left;
 }
 
-/// Weighs each cosine by the share that is no noise as the first pass has it.
+/// Weighs each coefficient by the share that is not noise according to the first pass.
 ORVO_INLINE float weigh(CosineBlock& block, const CosineBlock& pilot, const CosineBlock& noise)
 {
     float squares = 1.0f;
@@ -52,7 +52,7 @@ ORVO_INLINE float weigh(CosineBlock& block, const CosineBlock& pilot, const Cosi
     return 1.0f / squares;
 }
 
-/// Rows `first` up to before `last` of the result, and what blocks add to them.
+/// Rows from `first` up to but excluding `last` of the result, and the contributions of blocks to them.
 class Band
 {
 public:
@@ -71,7 +71,7 @@ public:
              y += kStep)
             blockRow(y);
         if (lastRow < last && lastRow + kSide > first)
-            blockRow(lastRow); // the last one may lie off the grid
+            blockRow(lastRow); // the last one may be off the grid
         for (int y = first; y < last; ++y)
             for (int x = 0; x < width; ++x) {
                 const auto value = [&](int channel) {

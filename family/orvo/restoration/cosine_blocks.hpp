@@ -1,4 +1,4 @@
-/// Noise reduction in overlapping blocks of cosines.
+/// Noise reduction by DCT of overlapping blocks.
 #pragma once
 
 #include "restoration/noise_spectrum.hpp"
@@ -10,8 +10,8 @@
 
 namespace orvo::details {
 
-/// A new picture: `picture` with the noise reduced that `noise` finds in it, channel by channel. Empty on cancel. A
-/// picture of less than 8 pixels a side is copied. Peak: two pictures.
+/// Returns a copy of `picture` without the noise described by `noise`, channel by channel. Empty on cancel. A picture
+/// with a side below 8 pixels is only copied. Peak: two pictures.
 [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> withoutNoise(const _ImageData<PixelRGB<float>>& picture,
                                                                         const NoiseSpectrum& noise, const Step& step);
 

@@ -1,4 +1,4 @@
-/// Blocks of 8 x 8 samples and their cosines.
+/// Blocks of 8 x 8 samples and their DCT.
 #pragma once
 
 #include <orvo_core/detail/vector_code.hpp>
@@ -18,7 +18,7 @@ struct alignas(32) CosineBlock
     float v[kBlockSide][kBlockSide];
 };
 
-/// The orthonormal cosines of a block's side.
+/// The orthonormal 8-point DCT.
 struct Cosines
 {
     CosineBlock byRows;

@@ -13,12 +13,12 @@ namespace {
 using Pixel = PixelRGB<float>;
 using Picture = _ImageData<Pixel>;
 
-constexpr int kScales = 3;    // full, half and a quarter of the size
-constexpr int kSmallest = 64; // pixels a side below which a picture has no coarse grain worth a scale
-// Of the picture's time: a scale has a quarter of the pixels of the one before.
+constexpr int kScales = 3;    // full, half and quarter size
+constexpr int kSmallest = 64; // pixels per side; smaller pictures have no coarse grain worth a scale
+// Share of the time; each scale has a quarter of the pixels of the previous one.
 constexpr double kCoarseShare = 0.25;
 
-// One sum and two differences, orthonormal, so that noise which is the same in all channels stays the same.
+// One sum and two differences, orthonormal, so that noise equal in all channels stays equal.
 const float kSum = 1.0f / std::sqrt(3.0f);
 const float kAcross = 1.0f / std::sqrt(2.0f);
 const float kBetween = 1.0f / std::sqrt(6.0f);
@@ -36,7 +36,7 @@ Pixel fromOpponent(const Pixel& p)
     return {mean + across + between, mean - 2.0f * between, mean - across + between};
 }
 
-/// Means of 2 x 2 pixels; a last odd row or column is repeated.
+/// Means of 2 x 2 pixels; an odd last row or column is repeated.
 std::shared_ptr<Picture> halved(const Picture& picture)
 {
     const int width = picture.width();
@@ -57,14 +57,14 @@ std::shared_ptr<Picture> halved(const Picture& picture)
     return half;
 }
 
-/// Adds `after` - `before`, both of half the size, to `picture`, bilinear between the middles of their pixels.
+/// Adds `after` - `before`, both of half the size, to `picture`, interpolated bilinearly between their pixel centres.
 void addDifference(Picture& picture, const Picture& before, const Picture& after)
 {
     const auto neighbours = [](int position, int count, int& near, int& far) {
         near = position / 2;
         far = std::clamp(position % 2 == 0 ? near - 1 : near + 1, 0, count - 1);
     };
-    constexpr float kNear = 0.75f; // the middle of a pixel lies a quarter of the coarse step from the nearer one
+    constexpr float kNear = 0.75f; // a pixel centre is a quarter of the coarse step from the nearer coarse centre
     forEachRow(picture.height(), [&](int y) {
         int nearY = 0, farY = 0;
         neighbours(y, before.height(), nearY, farY);
@@ -85,8 +85,7 @@ void addDifference(Picture& picture, const Picture& before, const Picture& after
     });
 }
 
-/// `picture` with its noise reduced, the coarse grain first; `finer` is the spectrum at twice the size. Empty on
-/// cancel.
+/// `picture` with its noise reduced, coarse grain first; `finer` is the spectrum at twice the size. Empty on cancel.
 std::shared_ptr<Picture> reduced(Picture& picture, int scales, const NoiseSpectrum* finer, const Step& step)
 {
     const NoiseSpectrum noise(picture, finer);

@@ -1,4 +1,4 @@
-/// Noise reduction led by what is measured in the picture.
+/// Noise reduction based on the noise measured in the picture.
 #pragma once
 
 #include "restoration/steps.hpp"
@@ -7,8 +7,8 @@
 
 namespace orvo::details {
 
-/// Reduces the noise of encoded values, in place; `amount`, above 0..1, of what is found is taken away. All samples are
-/// finite. False on cancel; the picture is then half done. Peak: four pictures.
+/// Reduces the noise of encoded values in place by `amount`, above 0 and at most 1. All samples must be finite. Returns
+/// false on cancel, with the picture half done. Peak: four pictures.
 [[nodiscard]] bool reduceNoise(_ImageData<PixelRGB<float>>& picture, float amount, const Step& step);
 
 } // namespace orvo::details

@@ -13,24 +13,24 @@ namespace {
 
 using Picture = _ImageData<PixelRGB<float>>;
 
-constexpr int kMostPerSide = 256; // blocks that are looked at
-constexpr int kOffset = 3;        // so that blocks lie across those of JPEG, whose steps they should see
-// A tenth of the blocks of one brightness are taken for flat, but no fewer than say something.
+constexpr int kMostPerSide = 256; // sampled blocks
+constexpr int kOffset = 3;        // moves blocks off the grid of JPEG, so that they contain its block edges
+// A tenth of the blocks of each brightness counts as flat, but at least enough for a measurement.
 constexpr std::size_t kQuietShare = 10;
 constexpr std::size_t kFewest = 24;
-// The quietest tenth of white noise has 0.69 of its power; where only a part of the blocks is flat it has more, and the
-// rest of them has some texture. Too little taken leaves grain, too much takes texture, which is worse.
+// The quietest tenth of white noise has 0.69 of its power. If only some blocks are flat, the tenth has more, and also
+// includes some texture. A low estimate leaves grain, a high one removes texture, which is worse.
 constexpr float kQuietToAll = 1.05f;
-// Cosines that go up and down a few times in both directions have little of texture and shading. Even noise that went
-// through demosaicing has not much more power in longer waves.
+// DCT frequencies with a few periods in both directions contain little texture and shading. Even demosaiced noise has
+// not much more power at lower frequencies.
 constexpr int kFirstSure = 2;
 constexpr int kLastSure = 5;
 constexpr float kMostOverSure = 1.5f;
-// Deviation of a sample below which a block is clipped or drawn: a fifth of what rounding to 8 bits leaves.
+// Deviation of a sample below which a block is clipped or synthetic: a fifth of the rounding error of 8 bits.
 constexpr float kNothing = 2e-4f;
-// Noise changes slowly with brightness; a brightness at which it seems to leap is one with texture all over.
+// Noise changes slowly with brightness; an apparent jump at one brightness is texture.
 constexpr float kMostRise = 2.0f;
-// By how much the measure of a coarser scale may be above the finer one's.
+// Allowed excess of a coarser scale's measurement over the finer one's.
 constexpr float kScaleTolerance = 1.5f;
 const float kWhite = std::sqrt(3.0f);
 
@@ -106,7 +106,7 @@ std::vector<NoiseSpectrum::Sample> NoiseSpectrum::samplesOf(const Picture& pictu
 void NoiseSpectrum::measure(const Picture& picture, std::vector<Sample>& samples, int channel)
 {
     constexpr float kSilent = kNothing * kNothing * (kBlockSamples - 1);
-    // Equal energies are ordered by place, so that the choice is the same each time.
+    // Ties are broken by position, so that the choice is deterministic.
     std::sort(samples.begin(), samples.end(), [channel](const Sample& a, const Sample& b) {
         return std::tie(a.bin, a.energy[channel], a.y, a.x) < std::tie(b.bin, b.energy[channel], b.y, b.x);
     });
@@ -124,7 +124,7 @@ void NoiseSpectrum::measure(const Picture& picture, std::vector<Sample>& samples
         CosineBlock& power = bins[index(bin)].channel[channel];
         const auto left = static_cast<std::size_t>(end - loud);
         if (2 * left < all || left < kFewest)
-            return; // mostly without noise
+            return; // mostly free of noise
         const std::size_t taken = std::max(kFewest, left / kQuietShare);
         for (auto sample = loud; sample != loud + static_cast<std::ptrdiff_t>(taken); ++sample) {
             CosineBlock blocks[3];
@@ -139,7 +139,7 @@ void NoiseSpectrum::measure(const Picture& picture, std::vector<Sample>& samples
         for (auto& row : power.v)
             for (float& v : row)
                 v = std::min(v * scale, most);
-        power.v[0][0] = 0.0f; // means are no noise
+        power.v[0][0] = 0.0f; // the mean is not noise
     });
 }
 
@@ -149,8 +149,9 @@ void NoiseSpectrum::limitBy(const NoiseSpectrum& finer)
         for (int c = 0; c < 3; ++c)
             for (int y = 0; y < kBlockSide; ++y)
                 for (int x = 0; x < kBlockSide; ++x) {
-                    // Four pixels in one leave a quarter of the power. A wave of the coarser scale has half the number
-                    // in the finer block; the mean there says nothing, so the longest wave stands for it.
+                    // Averaging four pixels leaves a quarter of the power. A frequency of the coarser scale has half
+                    // the index in the finer block; the mean there carries no information, so the lowest frequency
+                    // replaces it.
                     const int fineY = (y + 1) / 2;
                     const int fineX = (x + 1) / 2;
                     const float most = 0.25f * kScaleTolerance * finer.bins[index(bin)].channel[c].v[fineY][fineX];
@@ -179,7 +180,7 @@ void NoiseSpectrum::interpolate()
         };
         limitAlong(0, kBins, 1);
         limitAlong(kBins - 1, -1, -1);
-        // A brightness that is hardly there takes what its neighbours have.
+        // A brightness with too few blocks gets the value of its neighbours.
         for (int bin = 1; bin < kBins; ++bin)
             if (!known[index(bin)][index(c)] && known[index(bin - 1)][index(c)]) {
                 bins[index(bin)].channel[c] = bins[index(bin - 1)].channel[c];

@@ -19,14 +19,14 @@ using Pixel = PixelRGB<float>;
 using Picture = _ImageData<Pixel>;
 using details::Step;
 
-// Where each step begins, of the time that all of them take.
+// Start of each step as a fraction of the total time.
 constexpr double kBlurFrom = 0.5;
 constexpr double kContrastFrom = 0.8;
 constexpr double kFacesFrom = 0.9;
-constexpr float kLeast = -1.0f; // what lies outside is taken for broken and left alone
+constexpr float kLeast = -1.0f; // values outside of the range count as broken and stay unchanged
 constexpr float kMost = 16.0f;
 
-float limited(float amount) { return amount > 0.0f ? std::min(amount, 1.0f) : 0.0f; } // not a number: 0
+float limited(float amount) { return amount > 0.0f ? std::min(amount, 1.0f) : 0.0f; } // NaN: 0
 
 bool usable(const Pixel& p)
 {

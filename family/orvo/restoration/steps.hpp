@@ -5,13 +5,13 @@
 
 namespace orvo::details {
 
-/// The share of the whole that one step is, reported as it goes on. Used on the thread of the caller.
+/// The share of a step in the whole; reports its progress. Used on the caller's thread.
 class Step
 {
 public:
     Step(const RestorationCallbacks& callbacks_, double from_, double to_) : callbacks(callbacks_), from(from_), to(to_)
     {}
-    /// `done`, 0..1, of this step. False if the caller wants it to stop.
+    /// `done`: 0..1 of this step. Returns false if the caller cancelled.
     [[nodiscard]] bool goOn(double done) const
     {
         if (callbacks.progress)

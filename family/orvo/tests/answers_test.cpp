@@ -54,7 +54,7 @@ TEST(ProcessingRect, AddsContextAndKeepsToThePicture)
                     rect.y + rect.height <= size.height);
         ASSERT_TRUE(rect.x <= x && rect.y <= y && rect.x + rect.width >= x + roi.width &&
                     rect.y + rect.height >= y + roi.height);
-        // Not narrower than 1:2 where the picture has room.
+        // Not narrower than 1:2 if the picture has room.
         ASSERT_TRUE(rect.width * 2 >= rect.height || rect.width == size.width);
         ASSERT_TRUE(rect.height * 2 >= rect.width || rect.height == size.height);
     }

@@ -92,7 +92,7 @@ TEST(ChromaticAberration, IsRemovedFromLinearPictures)
 {
     PicturePointer picture = aberrated({0.0008, 0.0}, {-0.0007, 0.0}, true);
     orvo::applyChromaticAbberationsCorrection(picture);
-    EXPECT_EQ(cornerShift(*picture, Channel::Red), 0.0); // nothing significant is left
+    EXPECT_EQ(cornerShift(*picture, Channel::Red), 0.0); // nothing significant remains
     EXPECT_EQ(cornerShift(*picture, Channel::Blue), 0.0);
 }
 

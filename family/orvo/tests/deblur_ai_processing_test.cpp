@@ -1,4 +1,4 @@
-// The sharpening of faces as an effect of a document: parameters, part, mixture, cancel.
+// Face sharpening as an effect of a document: parameters, part, blend, cancel.
 
 #include "drawn_face.hpp"
 
@@ -87,7 +87,7 @@ TEST(DeblurAIProcessing, WritesTheSharpenedPictureWithinTheRect)
     EXPECT_EQ(whole.processed->front().effectID, "ORVODeblurAIEffect");
     EXPECT_TRUE(whole.processed->front().processed);
 
-    // The left half only, half mixed; beyond the picture there is nothing to do.
+    // The left half only, half mixed; the part beyond the picture is ignored.
     const auto result = std::make_shared<Picture>(kSize, source->colorProfile());
     EffectCallContext half = callOn(source, result, {-50, -50, 250, 600}, 0.5f);
     ASSERT_TRUE(effect.processImage(half));

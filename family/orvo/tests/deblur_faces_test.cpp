@@ -176,7 +176,7 @@ TEST_F(DeblurFaces, BlurredFaceIsRestored)
         const PicturePointer after = deblur(before);
         const double gain = fidelity(*truth, *after, headOf(kPlace)) - fidelity(*truth, *before, headOf(kPlace));
         EXPECT_GE(gain, 1.0) << "sigma " << sigma;
-        const int mixed = static_cast<int>(std::ceil(2.0 * sigma)); // how far the blur mixes pixels
+        const int mixed = static_cast<int>(std::ceil(2.0 * sigma)); // reach of the blur
         EXPECT_LE(overshoot(*truth, *after, headOf(kPlace), mixed), 0.03f) << "sigma " << sigma;
     }
 }
@@ -435,7 +435,7 @@ TEST_F(DeblurFaces, ProfileCascadesAreRequiredForProfilesOnly)
     }
 }
 
-// Blurred discs with a red cell of 32 px, which the test network takes for a face.
+// Blurred discs with a red cell of 32 px, which the test network detects as a face.
 PicturePointer redCell(orvo::_Size<int> size, int left, int top)
 {
     const test::Discs discs(size);
@@ -502,7 +502,7 @@ TEST_F(DeblurFaces, UnusableNetworkFallsBackToCascades)
     }
 }
 
-// On photographs; ORVO_TEST_DATA names the folder.
+// On photographs; needs the folder ORVO_TEST_DATA.
 class DeblurFacesOfPhotographs : public DeblurFaces
 {
 protected:
@@ -539,7 +539,7 @@ TEST_F(DeblurFacesOfPhotographs, FourPeopleAtATable)
         EXPECT_GT(fidelity(*truth, *after, face), fidelity(*truth, *before, face) + 1.0) << "at " << face.x;
 }
 
-// One of the guests behind them turns his head so far away that only the profile cascades find him.
+// One of the guests in the background turns his head so far away that only the profile cascades find him.
 TEST_F(DeblurFacesOfPhotographs, ProfilesOnRequest)
 {
     const PicturePointer picture = read("single/faces_cafe/faces_cafe.jpg");
@@ -555,7 +555,7 @@ TEST_F(DeblurFacesOfPhotographs, ProfilesOnRequest)
 TEST_F(DeblurFacesOfPhotographs, NoFacesInLandscapes)
 {
     for (const char* const name : {"single/lake_horizon/lake_horizon.jpg", "single/skiers/skiers.jpg"}) {
-        // The skiers wear goggles; one cascade takes the fence behind them for a face.
+        // The skiers wear goggles; one cascade detects the fence behind them as a face.
         const PicturePointer before = read(name);
         ASSERT_NE(before, nullptr) << name;
         EXPECT_TRUE(test::bytesEqual(*before, *deblur(before))) << name;

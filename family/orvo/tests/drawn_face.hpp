@@ -1,4 +1,4 @@
-/// A face drawn by formula, so that the truth is known at any size and blur. Detectors take it for a face.
+/// A face drawn by formula, so that the truth is known at any size and blur. Face detectors accept it.
 #pragma once
 
 #include "orvo_test_pictures.hpp"

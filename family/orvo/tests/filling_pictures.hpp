@@ -13,7 +13,7 @@ namespace test {
 
 using Mask = orvo::_ImageData<float>;
 
-/// 1 where `inside` holds.
+/// 1 where `inside` is true.
 inline std::shared_ptr<Mask> maskOf(orvo::_Size<int> size, const std::function<bool(int x, int y)>& inside)
 {
     auto mask = std::make_shared<Mask>(size, nullptr);
@@ -36,7 +36,7 @@ inline orvo::PicturePointer filled(const Picture& picture, const Mask& mask,
     return orvo::patchFiller()->fill(picture, mask, control);
 }
 
-/// Something with structure at several scales, without a period.
+/// A texture with structure at several scales, without a period.
 inline Pixel cloth(int x, int y)
 {
     const auto wave = [](double v) { return static_cast<float>(0.5 + 0.5 * std::sin(v)); };
@@ -45,7 +45,7 @@ inline Pixel cloth(int x, int y)
     return {0.2f + 0.5f * coarse, 0.3f + 0.4f * fine, 0.2f + 0.25f * (coarse + fine)};
 }
 
-/// Bytes of the known pixels are the same.
+/// Checks that the known pixels have the same bytes.
 inline bool knownEqual(const Picture& a, const Picture& b, const Mask& mask)
 {
     for (std::size_t i = 0; i < a.pixelCount(); ++i)

@@ -1,4 +1,4 @@
-// Filling by patches of the picture itself
+// Filling by patches of the picture itself.
 #include "filling_pictures.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -72,11 +72,11 @@ TEST(Filling, TheHoleBeginsAtAHalf)
 TEST(Filling, AMaskOfAnotherSizeIsLaidOverThePicture)
 {
     const auto picture = clothPicture();
-    // 3 pixels of the picture to a sample across, 2 down.
+    // A sample covers 3 pixels of the picture across and 2 down.
     const auto small = maskOf({32, 40}, within({12, 15, 8, 10}));
     const auto large = maskOf(kSize, within(kMiddle));
     EXPECT_TRUE(bytesEqual(*filled(*picture, *small), *filled(*picture, *large)));
-    // A mask that is larger: the sample under the centre of a pixel counts.
+    // A larger mask: the sample under the centre of a pixel counts.
     const auto twice = maskOf({2 * kSize.width, 2 * kSize.height}, within({72, 60, 48, 40}));
     EXPECT_TRUE(bytesEqual(*filled(*picture, *twice), *filled(*picture, *large)));
 }
@@ -166,7 +166,7 @@ TEST(Filling, StaysNearWhatIsKnown)
     const auto picture = noise(kSize, nullptr, 9, 0.4f, 0.6f);
     const auto mask = maskOf(kSize, within(kMiddle));
     const auto result = filled(*picture, *mask);
-    constexpr float kEvenedOut = 0.08f; // a seam may move what meets there by so much
+    constexpr float kEvenedOut = 0.08f; // seam correction may change pixels by this much
     for (std::size_t i = 0; i < result->pixelCount(); ++i)
         for (const float v : {result->data()[i].r, result->data()[i].g, result->data()[i].b})
             ASSERT_TRUE(v > 0.4f - kEvenedOut && v < 0.6f + kEvenedOut) << i << ": " << v;

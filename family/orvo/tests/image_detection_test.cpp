@@ -27,7 +27,7 @@ float angleOf(const std::shared_ptr<const Picture>& picture)
     return ImageDetection().getAutoHorizonAngle(image.get());
 }
 
-// What lies in the middle, as a camera that is turned clockwise sees it: the horizon turns counter-clockwise.
+// The middle of a picture from a camera turned clockwise: the horizon turns counter-clockwise.
 std::shared_ptr<const Picture> turned(const Picture& picture, double degrees)
 {
     CropDescription crop;
@@ -56,7 +56,7 @@ std::shared_ptr<Picture> pictureOf(const cv::Mat& bgr)
     return picture;
 }
 
-// A lake under a sky with noise: one level line, and bushes before it.
+// A lake under a noisy sky: one level line, with bushes in front.
 cv::Mat lake()
 {
     cv::Mat scene(800, 1200, CV_8UC3, cv::Scalar(210, 180, 150));
@@ -70,11 +70,11 @@ cv::Mat lake()
     cv::Mat noise(scene.size(), CV_8UC3);
     random.fill(noise, cv::RNG::NORMAL, cv::Scalar::all(8), cv::Scalar::all(4));
     scene += noise;
-    cv::GaussianBlur(scene, scene, cv::Size(), 0.7); // no lens is sharper
+    cv::GaussianBlur(scene, scene, cv::Size(), 0.7); // real lenses are no sharper
     return scene;
 }
 
-// Houses whose roofs and bases recede to both sides, and upright edges; nothing level.
+// Houses whose roofs and bases recede to both sides, with upright edges; nothing level.
 cv::Mat street()
 {
     cv::Mat scene(800, 1200, CV_8UC3, cv::Scalar(230, 220, 200));

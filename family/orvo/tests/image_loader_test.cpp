@@ -95,14 +95,14 @@ TEST_F(DocumentLoading, LoadsOpensAndDisposes)
     const auto metadata = copyMetadata(bytes);
     ASSERT_TRUE(metadata);
     EXPECT_EQ(metadata->size, orvo::_Size<int>(10, 2));
-    metadata->size = {1, 1}; // the caller's own copy
+    metadata->size = {1, 1}; // the caller's copy
     EXPECT_EQ(copyMetadata(bytes)->size, orvo::_Size<int>(10, 2));
     EXPECT_NE(copyMetadata(bytes), metadata);
     ImageLoader::dispose(bytes);
     EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>());
     EXPECT_FALSE(orvo::open(bytes, {}, {}));
     EXPECT_FALSE(copyMetadata(bytes));
-    ImageLoader::dispose(bytes); // a second time is harmless
+    ImageLoader::dispose(bytes); // harmless a second time
     EXPECT_TRUE(log.lines().empty());
 }
 
@@ -171,7 +171,7 @@ TEST_F(DocumentLoading, StopsOnRequest)
     StateSettings state;
     state.canceled = [] { return true; };
     EXPECT_FALSE(orvo::open(bytes, state, {}));
-    EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>(10, 2)); // still there
+    EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>(10, 2)); // still registered
     state.canceled = [] { return false; };
     EXPECT_TRUE(orvo::open(bytes, state, {}));
     ImageLoader::dispose(bytes);

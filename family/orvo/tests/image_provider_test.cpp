@@ -30,7 +30,7 @@ TEST(ImageProvider, HandsOutTheOneImageOfAnIdentifier)
     EXPECT_LT(largestDifference(*image->developedOriginalImageData({}), *picture), 1e-4f);
     ImageLoader::dispose(bytes);
     EXPECT_FALSE(ImageLoader::get(Identifier::deserialize(bytes)));
-    EXPECT_EQ(provider->image(), image); // who holds it goes on
+    EXPECT_EQ(provider->image(), image); // kept alive by its holder
 }
 
 TEST(ImageProvider, ManyThreadsGetTheSame)

@@ -54,7 +54,7 @@ TEST(UnknownLens, ReturnsThePictureItself)
     unknown[2]->lensModel.clear();
     unknown[3]->focalLength = 0.0f;
     unknown[4]->focalLength = test::kNaN;
-    unknown[5]->focalLength = 400.0f; // not one of this zoom
+    unknown[5]->focalLength = 400.0f; // outside of this zoom's range
     unknown[6] = std::make_shared<orvo::ImageMetadata>();
     for (std::size_t i = 0; i < unknown.size(); ++i)
         EXPECT_EQ(orvo::applyAutoLensCorrection(picture, unknown[i], nullptr), picture) << i;
@@ -73,7 +73,7 @@ TEST_F(Lens, BrightensTheCornersInLinearLight)
     EXPECT_NEAR(corrected->row(200)[300].g, 0.4f, 2e-3f);
     EXPECT_GT(corrected->row(2)[2].g, 0.45f);
     EXPECT_EQ(corrected->row(2)[2].r, corrected->row(2)[2].b);
-    // A gain in light: the same for every tone.
+    // A gain in light: equal for all tones.
     const auto cornerGain = [](float tone) {
         const PicturePointer result = orvo::applyAutoLensCorrection(gray(tone), zoomOnFullFrame(24.0f), nullptr);
         return orvo::linearFromSRGBCurve(result->row(2)[2].g) / orvo::linearFromSRGBCurve(tone);
@@ -81,7 +81,7 @@ TEST_F(Lens, BrightensTheCornersInLinearLight)
     EXPECT_NEAR(cornerGain(0.2f) / cornerGain(0.5f), 1.0f, 1e-3f);
 }
 
-// The two sides of the database agree: a picture drawn as the lens would show it becomes straight again.
+// The two directions of the database agree: a picture drawn as the lens would show it becomes straight again.
 TEST_F(Lens, StraightensWhatTheModelBends)
 {
     const auto model = orvo::details::findLensModel(*zoomOnFullFrame(24.0f), kSize);

@@ -1,4 +1,4 @@
-// Filling by a network
+// Filling by a network.
 #include "filling_pictures.hpp"
 #include "onnx_writer.hpp"
 
@@ -20,14 +20,14 @@ constexpr Pixel kPaint{0.25f, 0.5f, 0.75f};
 
 struct Painter
 {
-    float scale = 1.0f;     // of what it gives
+    float scale = 1.0f;     // of its output
     bool maskFirst = false; // among its inputs
     int pictureChannels = 3;
     onnx::Sides sides{};
 };
 
-// Gives the picture where the mask is 0, and kPaint where it is 1 (the picture being black there): a convolution of
-// 1 x 1 over both.
+// Returns the picture where the mask is 0, and kPaint where it is 1 (the picture is black there): a convolution of 1 x
+// 1 over both.
 std::string painter(const Painter& kind)
 {
     std::vector<float> weights(12, 0.0f);
@@ -69,7 +69,7 @@ TEST_P(NetworkFilling, TakesTheHoleOfWhatTheNetworkGives)
     ASSERT_TRUE(result);
     EXPECT_TRUE(knownEqual(*picture, *result, *mask));
     const auto expected = drawn(kSize, nullptr, [](int, int) { return kPaint; });
-    const auto middle = maskOf(kSize, within({44, 34, 12, 12})); // away from the rim, which interpolation reaches
+    const auto middle = maskOf(kSize, within({44, 34, 12, 12})); // away from the rim, which interpolation affects
     EXPECT_LT(worstInside(*expected, *result, *middle), 0.01f);
 }
 

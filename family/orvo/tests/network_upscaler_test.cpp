@@ -123,7 +123,7 @@ TEST_F(NetworkUpscaling, LumaNetworkKeepsColours)
 TEST_F(NetworkUpscaling, IsTheSameForAnyNumberOfThreads)
 {
     const auto picture = test::noise({300, 200}, ColorProfileType::melissaRGB(), 3);
-    for (const int side : {3, 5}) { // OpenCV has a convolution of its own for 3 x 3
+    for (const int side : {3, 5}) { // OpenCV has a special convolution for 3 x 3
         const ModelFile file(
             convolveAndEnlarge(3, std::vector<float>(static_cast<std::size_t>(side * side), 0.11f), side, 2));
         use(file);
@@ -231,7 +231,7 @@ TEST_F(NetworkUpscaling, SurvivesDamagedModels)
         refused += empty ? 1 : 0;
     }
     EXPECT_GT(refused, 50);
-    // A layer with an input that nothing produces, and weights shorter than their sides require.
+    // A layer with a missing input, and weights shorter than their sides require.
     using namespace test::onnx;
     for (const std::string& bytes :
          {model({node("Conv", {"in", "absent"}, "out", {})}, {}, 3),

@@ -85,7 +85,7 @@ TEST(NormalizeForHdr, RisesWithLuminance)
 
 TEST(NormalizeForHdr, IsGentle)
 {
-    // Low contrast on purpose, and the darkest lamp-lit night: nothing is stretched to the whole scale.
+    // Low contrast on purpose, and the darkest lamp-lit night: neither is stretched to the whole scale.
     for (const auto& [low, high] : {std::pair{0.4f, 0.6f}, {0.0f, 0.3f}, {0.3f, 0.7f}, {0.1f, 0.5f}}) {
         const PicturePointer picture = grays(low, high);
         const PicturePointer before = test::copyOf(picture);

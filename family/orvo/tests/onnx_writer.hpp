@@ -1,4 +1,4 @@
-/// Writes small networks as ONNX files by hand: the few protocol buffer messages that they need.
+/// Writes small networks as ONNX files, with only the protocol buffer messages they need.
 #pragma once
 
 #include <cstdint>

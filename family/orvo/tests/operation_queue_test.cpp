@@ -24,13 +24,13 @@ std::shared_ptr<opq::Operation> calling(std::function<void()> function, std::str
     return std::make_shared<opq::FunctionOperation>(function, std::move(name));
 }
 
-// Keeps the worker busy until it is opened, so that what is added after it waits.
+// Keeps the worker busy until opened, so that later operations wait.
 class Gate
 {
 public:
     explicit Gate(opq::OperationQueue& queue)
     {
-        auto entered = std::make_shared<std::promise<void>>(); // the worker may still hold it when the gate is gone
+        auto entered = std::make_shared<std::promise<void>>(); // the worker may hold it longer than the gate lives
         auto inside = entered->get_future();
         queue.addOperation(calling([entered, passable = opened.get_future().share()] {
             entered->set_value();

@@ -111,7 +111,7 @@ private:
     std::vector<Disc> discs;
 };
 
-/// Folder of the real test pictures, if the environment names one.
+/// Folder of the real test pictures, if ORVO_TEST_DATA is set.
 inline std::optional<std::filesystem::path> dataFolder()
 {
     const char* const folder = std::getenv("ORVO_TEST_DATA");

@@ -89,7 +89,7 @@ TEST(DevelopForHdr, RisesWithToneAndWithExposure)
     }
 }
 
-// A kink would show as a jump of the slope that does not shrink with the step.
+// A kink would be a jump of the slope that does not shrink with the step.
 TEST(DevelopForHdr, HasNoKink)
 {
     for (const float exposure : {-3.0f, -1.0f, 0.0f, 1.5f}) {
@@ -281,7 +281,7 @@ TEST(RawImageDevelop, DevelopsAPart)
 
 TEST(RawImageDevelop, LeavesTheTargetOnCancel)
 {
-    // Polled more than once, so that a cancel while the tone is judged counts as well.
+    // Polled more than once, so that a cancel during the tone estimate also counts.
     for (const int yesAt : {1, 2}) {
         PicturePointer picture = test::noise({20, 10}, ColorProfileType::linearMelissaRGB(), 3);
         const PicturePointer before = test::copyOf(picture);

@@ -1,4 +1,4 @@
-// On photographs; ORVO_TEST_DATA names the folder.
+// On photographs; needs the folder ORVO_TEST_DATA.
 
 #include "orvo_test_pictures.hpp"
 

@@ -50,7 +50,7 @@ std::shared_ptr<const KepTiledImageData> tiledPicture()
     const auto picture = textured(600, 300);
     tiled->prepareImageData(
         {0, 0, 300, 300}, [&](const auto& rect, const auto&) { return picture->copy(rect); }, true);
-    return tiled; // the tile at the right is not computed
+    return tiled; // the right tile is not computed
 }
 
 class Resources : public testing::Test
@@ -95,7 +95,7 @@ protected:
 TEST_F(Resources, WhatIsSavedComesBack)
 {
     saveAll();
-    expectAll(); // waits by itself
+    expectAll(); // waits for the save
     EXPECT_EQ(filesIn(folder.path() / "store"), 6);
     for (const auto& future : futures)
         EXPECT_NO_THROW(future.get());
@@ -136,7 +136,7 @@ TEST_F(Resources, ClearingRemovesTheFiles)
     EXPECT_EQ(filesIn(folder.path() / "store"), 0);
     EXPECT_TRUE(manager.saves.empty());
     EXPECT_THROW((void)manager.loadTiledMaskImage("mask"), std::runtime_error);
-    manager.save("mask", drawnMask()).get(); // it goes on being usable
+    manager.save("mask", drawnMask()).get(); // stays usable
     EXPECT_EQ(filesIn(folder.path() / "store"), 1);
 }
 
@@ -170,7 +170,7 @@ TEST_F(Resources, RefusesWhatMakesNoSense)
     EXPECT_THROW((void)manager.loadDrawingState("nothing"), std::runtime_error);
     EXPECT_FALSE(manager.checkAndLoadImageData("nothing", true));
     manager.save("mask", drawnMask()).get();
-    EXPECT_THROW((void)manager.loadMask("mask"), std::runtime_error); // of another kind
+    EXPECT_THROW((void)manager.loadMask("mask"), std::runtime_error); // another type
 }
 
 TEST_F(Resources, AManagerWithoutAFolderKeepsInMemory)
@@ -205,7 +205,7 @@ TEST_F(Resources, AFullDiskLosesNothing)
     const auto large = manager.save("mask", drawnMask());
     EXPECT_NO_THROW(small.get());
     EXPECT_THROW(large.get(), std::runtime_error);
-    EXPECT_EQ(filesIn(disk / "store"), 1); // nothing half-written is left
+    EXPECT_EQ(filesIn(disk / "store"), 1); // no partial file remains
     EXPECT_TRUE(equal(*manager.loadTiledMaskImage("mask"), *drawnMask()));
     EXPECT_EQ(manager.loadMask("plane")->size(), _Size<int>(31, 17));
     manager.clearTempFiles();

@@ -29,7 +29,7 @@ PicturePtr drawn(int width, int height, const std::function<Pixel(int, int)>& co
     return picture;
 }
 
-/// Smooth shades, hard edges and a patch of fine weave, as photographs have them.
+/// Smooth shades, hard edges and a patch of fine weave, as in photographs.
 Pixel scene(int x, int y)
 {
     const auto u = static_cast<float>(x);
@@ -44,7 +44,7 @@ Pixel scene(int x, int y)
 
 PicturePtr clean(int width = 384, int height = 320) { return drawn(width, height, scene); }
 
-/// White noise of this deviation at mid gray; `byBrightness`: more of it in the light, as photons make it.
+/// White noise of this deviation at mid gray; `byBrightness`: stronger in bright areas, like photon noise.
 PicturePtr noisy(const Picture& picture, float deviation, bool byBrightness = false)
 {
     std::mt19937 random(5);
@@ -58,7 +58,7 @@ PicturePtr noisy(const Picture& picture, float deviation, bool byBrightness = fa
     return result;
 }
 
-/// The same after a small blur, which leaves its grain coarse, as cameras and JPEG do.
+/// The same after a small blur, which makes the grain coarse, as in cameras and JPEG.
 PicturePtr coarselyNoisy(const Picture& picture, float deviation)
 {
     const auto grain =
@@ -104,7 +104,7 @@ RestorationSettings only(float RestorationSettings::*step, float amount = 1.0f)
 
 PicturePtr quieter(const Picture& picture) { return restorePicture(picture, only(&RestorationSettings::noise), {}); }
 
-/// Gaussian blur of green, all channels alike.
+/// Gaussian blur of green, copied to all channels.
 PicturePtr blurred(const Picture& picture, double sigma)
 {
     const int reach = static_cast<int>(std::ceil(4.0 * sigma));
@@ -179,7 +179,7 @@ TEST(Restoration, KeepsTextureThatStandsAboveTheNoise)
 {
     const auto truth = clean();
     const auto restored = quieter(*noisy(*truth, 0.015f));
-    // How much of the weave is left: the part of the picture that goes with it.
+    // The remaining share of the weave: its projection on the original.
     double together = 0.0, alone = 0.0;
     for (int y = 190; y < 310; ++y)
         for (int x = 210; x < 370; ++x) {
@@ -245,7 +245,7 @@ TEST(Restoration, LeavesASharpPictureSharp)
 
 TEST(Restoration, TilesLeaveNoSeam)
 {
-    // Wider than a tile: where two meet the result is the one of a narrower picture about that place.
+    // Wider than a tile: where two meet the result equals that of a narrower picture around that position.
     const auto soft = blurred(*drawn(1200, 160,
                                      [](int x, int y) {
                                          const float value = (x / 23 + y / 31) % 2 == 0 ? 0.3f : 0.6f;

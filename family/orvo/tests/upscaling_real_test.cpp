@@ -12,7 +12,7 @@ namespace {
 using test::Picture;
 using test::Pixel;
 
-// As HELD_OUT of scripts/train_upscaler/train.py.
+// The same as HELD_OUT of scripts/train_upscaler/train.py.
 constexpr const char* kHeldOut[] = {
     "single/faces_cafe/faces_cafe.jpg",        "single/skiers/skiers.jpg",
     "single/lake_horizon/lake_horizon.jpg",    "single/waterfall_orientation6/waterfall_orientation6.jpg",

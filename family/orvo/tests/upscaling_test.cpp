@@ -87,7 +87,7 @@ double meanSquare(const Picture& a, const Picture& b)
     return sum / (3.0 * static_cast<double>(a.pixelCount()));
 }
 
-// How many decibels nearer to `truth` `found` is than `plain`.
+// Decibels by which `found` is closer to `truth` than `plain`.
 double gain(const Picture& found, const Picture& plain, const Picture& truth)
 {
     return 10.0 * std::log10(meanSquare(plain, truth) / meanSquare(found, truth));
@@ -290,7 +290,7 @@ TEST(Upscaling, CrispLeavesNoiseNoStrongerThanCubic)
 
 TEST(Upscaling, CrispSeparatesNoiseFromEdgesPlaceByPlace)
 {
-    // A soft edge in the left third, strong noise in the right third, nothing between.
+    // A soft edge in the left third, strong noise in the right third, a flat middle.
     std::mt19937 random(7);
     std::normal_distribution<float> values(0.0f, 0.1f);
     const auto soft = [](double x, double) { return 0.5 + 0.3 * std::tanh((x - 48.0) / 2.0); };
@@ -496,7 +496,7 @@ TEST(Upscaling, UsesThePictureAndTheResultOnly)
     const std::size_t before = memory.liveBytes();
     memory.resetPeak();
     auto result = upscaled(picture);
-    // Two threads with a tile each.
+    // Two threads with one tile each.
     EXPECT_LT(memory.peakBytes(), memory.liveBytes() + 2 * (std::size_t{1} << 20));
     EXPECT_LT(memory.liveBytes(), before + result->pixelCount() * sizeof(Pixel) * 5 / 4);
     UpscaleAISettings crisp;
@@ -521,8 +521,8 @@ TEST(Upscaling, CachesResultsUnderAKeyOnly)
         const mlCacheInfo info{"portrait", {50, 40}};
         const auto made = upscaleX(first, {}, nullptr, nullptr, info);
         const auto original = made->copy({});
-        made->row(0)[0] = {9.0f, 9.0f, 9.0f}; // the caller's own copy
-        // The key promises the same pixels, so the cached result appears.
+        made->row(0)[0] = {9.0f, 9.0f, 9.0f}; // the caller's copy
+        // The key stands for the same pixels, so the cached result is returned.
         EXPECT_TRUE(test::bytesEqual(*upscaleX(second, {}, nullptr, nullptr, info), *original));
         const auto fresh = upscaled(second);
         EXPECT_FALSE(test::bytesEqual(*fresh, *original));

@@ -44,7 +44,7 @@ std::pair<float, float> cast(const orvo::_ImageData<Pixel>& picture)
 }
 
 const std::vector<Pixel> kLamps = {{1.4f, 1.0f, 0.6f}, {0.8f, 1.0f, 1.3f}, {1.1f, 0.95f, 1.1f}, {1.6f, 1.0f, 0.45f}};
-constexpr float kTenthOfAStop = 0.12f; // what the eye tolerates in a gray
+constexpr float kTenthOfAStop = 0.12f; // visible tolerance of a gray
 
 TEST(ApplyWB, RemovesAKnownCast)
 {
@@ -104,7 +104,7 @@ TEST(ApplyWB, LeavesNeutralPicturesUnchanged)
 TEST(ApplyWB, IsRobustToALargeColouredArea)
 {
     PicturePointer picture = scene({1.0f, 1.0f, 1.0f});
-    for (int y = 0; y < 190; ++y) // a lawn over more than half of it
+    for (int y = 0; y < 190; ++y) // a lawn over more than half of the picture
         for (int x = 0; x < kSize.width; ++x) {
             const float shade = 0.8f + 0.2f * std::sin(static_cast<float>(x * y) * 0.01f);
             picture->row(y)[x] = {0.28f * shade, 0.45f * shade, 0.15f * shade};

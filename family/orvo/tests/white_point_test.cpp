@@ -48,7 +48,7 @@ TEST(WhitePoint, RoundTripIsTheIdentity)
     ASSERT_TRUE(there && back);
     const PixelRGB<float> colour{0.3f, 0.15f, 0.4f};
     const auto p = shifted(shifted(colour, *there), *back);
-    const float scale = p.g / colour.g; // luminance of grays is kept, that of colours nearly
+    const float scale = p.g / colour.g; // the luminance of grays is exact, that of colours approximate
     EXPECT_NEAR(p.r / scale, colour.r, 1e-4f);
     EXPECT_NEAR(p.b / scale, colour.b, 1e-4f);
     EXPECT_NEAR(scale, 1.0f, 0.1f);

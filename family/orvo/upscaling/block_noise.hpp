@@ -47,7 +47,8 @@ double varianceAboutPlane(int values, const Value& value)
 template <typename Value>
 BlockNoise blockNoise(const _ImageData<PixelRGB<float>>& picture, int left, int top, const Value& value)
 {
-    // A fifth of the rounding to 8 bits: a block below it is clipped or drawn, and says nothing about the camera.
+    // A fifth of the rounding error of 8 bits: a block below it is clipped or synthetic, and useless for measuring
+    // noise.
     constexpr float kNothing = 2e-4f;
     std::array<std::array<float, kNoiseBlock>, kNoiseBlock> values;
     for (std::size_t y = 0; y < kNoiseBlock; ++y)

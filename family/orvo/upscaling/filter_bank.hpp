@@ -18,7 +18,7 @@ constexpr int kFeatures = 9; ///< inputs of the decision tree
 struct FilterBank
 {
     /// A decision: is the feature below the threshold? The next node is `below`, or the one after it. A leaf has a NaN
-    /// threshold, which nothing is below, and leads to itself; so a walk of `depth` steps ends in a leaf from
+    /// threshold, so the comparison is always false, and leads to itself; so `depth` steps end in a leaf from
     /// everywhere.
     struct Node
     {
@@ -45,8 +45,8 @@ public:
     /// The filters built into the library. Any thread.
     [[nodiscard]] static const FilterBanks& builtIn();
 
-    /// Parses the bytes that scripts/train_upscaler/train.py writes. Throws std::runtime_error that names what was
-    /// expected and what was found; whatever it accepts can be walked without leaving the tables.
+    /// Parses the output of scripts/train_upscaler/train.py. Throws std::runtime_error that states the expected and the
+    /// found value. A walk through an accepted bank never leaves its tables.
     [[nodiscard]] static FilterBanks parse(std::span<const unsigned char> bytes);
 
     /// The bank whose noise is nearest, by ratio.

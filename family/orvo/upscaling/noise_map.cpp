@@ -20,7 +20,7 @@ constexpr double kBareExcess = 1.7;
 constexpr int kAround = 2; // blocks on each side whose noise a busy block uses
 // Catmull-Rom leaves 0.80 to 0.82 of the deviation of white noise, whatever the scale above 1.
 constexpr float kCubicNoise = 0.8f;
-constexpr float kWeaker = 0.9f * kCubicNoise; // below it the enlargement itself smooths, and stays as it is
+constexpr float kWeaker = 0.9f * kCubicNoise; // below it the enlargement itself smooths, and stays unchanged
 // Busy blocks far from any other use the quietest quarter's: too low a value leaves them as crisp as they would be.
 constexpr std::size_t kQuietShare = 4;
 

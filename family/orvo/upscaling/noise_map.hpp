@@ -16,26 +16,26 @@ namespace orvo::details {
 class NoiseMap
 {
 public:
-    /// Measures blocks of 16 x 16 all over `source`; a smaller picture has none and counts as free of noise.
+    /// Measures blocks of 16 x 16 all over `source`; a smaller picture has none and counts as noise-free.
     explicit NoiseMap(const _ImageData<PixelRGB<float>>& source);
 
-    /// Measures in `enlarged`, `scale` times as wide and high as the source, the noise of the blocks that had nothing
-    /// else. Call before the members below.
+    /// Measures the noise in `enlarged`, `scale` times as wide and high as the source, in the blocks of pure noise.
+    /// Call before the members below.
     void measure(const _ImageData<PixelRGB<float>>& enlarged, int scale);
 
-    /// For blendWithCubic(): 0 where bare noise came out of the enlargement stronger than Catmull-Rom leaves it, 1
-    /// where it is weaker by a tenth and wherever there is more than noise. Has the size of the source; empty if it
-    /// would be 1 everywhere. Afterwards the map contains the noise after blending.
+    /// For blendWithCubic(): 0 where pure noise is stronger in the enlargement than Catmull-Rom leaves it, 1 where it
+    /// is weaker by a tenth and wherever there is more than noise. Has the size of the source; empty if it would be 1
+    /// everywhere. Afterwards the map contains the noise after blending.
     [[nodiscard]] std::shared_ptr<_ImageData<float>> calmingMask();
 
     /// Deviations of the noise of each channel in row `y` of the enlarged picture, for pixels 0 to `width` - 1.
-    /// Interpolated between the centres of blocks; blocks with more than noise use what was found around them.
+    /// Interpolated between the centres of blocks; blocks with more than noise use the values around them.
     void row(int y, int width, PixelRGB<float>* deviations) const;
 
 private:
     enum class Kind : unsigned char
     {
-        Silent, ///< flat without noise, because clipped or drawn
+        Silent, ///< flat without noise: clipped or synthetic
         Bare,   ///< nothing but noise
         Busy    ///< anything else
     };

@@ -155,7 +155,7 @@ std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::N
 }
 
 // Steepens the edges of `result`, `total` times the size of `image` and made of `smooth`, which is the same picture or
-// a smoothed one. Noise alone comes out no stronger than Catmull-Rom leaves it. False on cancel.
+// a smoothed one. Pure noise ends up no stronger than Catmull-Rom leaves it. False on cancel.
 bool crispened(const Picture& image, const Picture& smooth, int total, Picture& result, const RunControl& run)
 {
     details::NoiseMap noise(image);

@@ -10,12 +10,12 @@ namespace orvo {
 namespace {
 
 constexpr int kTile = TiledMaskImage::kTileSize;
-constexpr double kSpacing = 0.25;     // of the radius: ripples along the rim stay below one percent of it
+constexpr double kSpacing = 0.25;     // of the radius: ripples along the rim stay below 1 percent of it
 constexpr double kLeastSpacing = 0.5; // pixels
-constexpr float kFarthest = 1e8f;     // pixels: within it stamps can be counted exactly
+constexpr float kFarthest = 1e8f;     // pixels: stamps are counted exactly within it
 constexpr double kHardRim = 0.5;      // pixels to either side of a hard rim, so that it is antialiased
 
-// The part of the way from `from` to `to` (as shares 0..1) that lies within [low, high] of one axis.
+// The part of the line from `from` to `to` (as shares 0..1) that is within [low, high] on one axis.
 void clip(double from, double to, double low, double high, double& begin, double& end)
 {
     const double way = to - from;
@@ -30,7 +30,7 @@ void clip(double from, double to, double low, double high, double& begin, double
     end = std::min(end, std::max(a, b));
 }
 
-// Strength of a stamp by the distance from its centre.
+// Strength of a stamp by distance from its centre.
 class Profile
 {
 public:
@@ -81,7 +81,7 @@ void StrokePath::advance(const _Point<float>& point, const Brush& brush, _Size<i
     last = to;
     const double length = std::hypot(to.x - from.x, to.y - from.y);
     const double spacing = brush.spacing();
-    const double first = std::max(0.0, spacing - sinceStamp); // a brush that shrank on the way stamps at once
+    const double first = std::max(0.0, spacing - sinceStamp); // a brush that became smaller stamps at once
     if (length == 0.0 || first > length) {
         sinceStamp += length;
         return;
@@ -90,7 +90,7 @@ void StrokePath::advance(const _Point<float>& point, const Brush& brush, _Size<i
     sinceStamp = length - (first + count * spacing);
     if (brush.radius <= 0.0)
         return;
-    // Only stamps that touch the mask: a line may come from far outside.
+    // Only stamps that touch the mask: a line may start far outside.
     const double reach = brush.reach();
     double begin = 0.0;
     double end = 1.0;
@@ -127,7 +127,7 @@ void StrokeLayer::stamp(double x, double y, const Brush& brush, DrawingMode mode
         const int x1 = std::min(right, (column + 1) * kTile);
         const int y0 = std::max(top, row * kTile);
         const int y1 = std::min(bottom, (row + 1) * kTile);
-        // The corners of the box may lie in tiles that the disc does not reach.
+        // The corners of the box may be in tiles that the disc does not touch.
         const double nearX = std::clamp(x, static_cast<double>(x0), static_cast<double>(x1)) - x;
         const double nearY = std::clamp(y, static_cast<double>(y0), static_cast<double>(y1)) - y;
         if (nearX * nearX + nearY * nearY >= reach * reach)

@@ -1,4 +1,4 @@
-// Where the stamps of a stroke fall, and what one does to a mask.
+// Stamp positions of a stroke, and the effect of a stamp on a mask.
 #pragma once
 
 #include <orvo_brush/brush_settings.hpp>
@@ -10,31 +10,31 @@
 
 namespace orvo {
 
-// A round brush with its values within their ranges.
+// A round brush with its values clamped to their ranges.
 struct Brush
 {
     double radius = 0.0;
     double softness = 0.0;
     float opacity = 0.0f;
 
-    // Distance between stamps. A tiny brush does not stamp more often than its antialiased rim needs.
+    // Distance between stamps. A tiny brush stamps no denser than its antialiased rim needs.
     [[nodiscard]] double spacing() const;
-    // Beyond this distance from its centre a stamp is nothing.
+    // Radius beyond which a stamp has no effect.
     [[nodiscard]] double reach() const;
 };
 
-// Walks along the line through a stroke's points.
+// Follows the line through the points of a stroke.
 class StrokePath
 {
 public:
     using Stamp = std::function<void(double x, double y)>;
 
-    // Calls `stamp` for every place from the last point to this one that touches a mask of `size`.
+    // Calls `stamp` for every stamp between the last point and this one that touches a mask of `size`.
     void advance(const _Point<float>& point, const Brush& brush, _Size<int> size, const Stamp& stamp);
 
 private:
     std::optional<_Point<double>> last;
-    double sinceStamp = 0.0; // length of the line behind the last stamp
+    double sinceStamp = 0.0; // distance since the last stamp
 };
 
 // Coverage of one stroke over a mask.
@@ -43,8 +43,7 @@ class StrokeLayer
 public:
     explicit StrokeLayer(_Size<int> size) : coverage(size) {}
 
-    // Raises the coverage where the stamp is stronger and puts what follows from it into `mask`: `base`, drawn or
-    // erased through the coverage.
+    // Raises the coverage where the stamp is stronger and updates `mask`: `base`, drawn or erased through the coverage.
     void stamp(double x, double y, const Brush& brush, DrawingMode mode, const TiledMaskImage& base,
                TiledMaskImage& mask);
 

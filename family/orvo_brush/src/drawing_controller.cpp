@@ -26,8 +26,8 @@ struct DrawingController::Drawing
 {
     explicit Drawing(TiledMaskImage mask_) : mask(std::move(mask_)), base(mask) {}
 
-    TiledMaskImage mask; // as it stands
-    TiledMaskImage base; // without the stroke under way
+    TiledMaskImage mask; // including the running stroke
+    TiledMaskImage base; // without the running stroke
     std::optional<StrokeLayer> layer;
     StrokePath path;
     Brush brush;

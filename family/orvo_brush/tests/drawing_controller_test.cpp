@@ -91,7 +91,7 @@ TEST(Drawing, ASoftRimFallsFromTheInsideOut)
     for (int x = 300; x < 365; ++x) {
         const float value = at(*drawn, x, 300);
         EXPECT_LE(value, before);
-        EXPECT_LT(before - value, 0.08f); // no edge anywhere
+        EXPECT_LT(before - value, 0.08f); // no visible edge
         if (x < 328) {
             EXPECT_EQ(value, 1.0f);
         }
@@ -116,7 +116,7 @@ TEST(Drawing, OneBatchEqualsManyBytewise)
     for (std::size_t i = 0; i < points.size(); i += 3)
         inThrees->stroke(Points(points.begin() + static_cast<std::ptrdiff_t>(i),
                                 points.begin() + static_cast<std::ptrdiff_t>(std::min(i + 3, points.size()))));
-    EXPECT_EQ(samples(*inThrees), samples(*together)); // before the stroke is finished too
+    EXPECT_EQ(samples(*inThrees), samples(*together)); // also before the stroke is finished
 }
 
 TEST(Drawing, PointsOnALineChangeNothing)

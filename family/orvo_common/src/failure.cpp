@@ -14,9 +14,9 @@ constexpr const char* kTooLarge = "there is not enough memory for pictures of th
 
 struct ThreadState
 {
-    details::Statements stated; // by the call that runs
-    details::Statements last;   // of the call that has ended
-    int scopes = 0;             // open ones; what is stated outside of all is nobody's
+    details::Statements stated; // by the running call
+    details::Statements last;   // of the call that ended last
+    int scopes = 0;             // number of open ones; statements outside of all are dropped
 };
 
 ThreadState& threadState()
@@ -25,7 +25,7 @@ ThreadState& threadState()
     return state;
 }
 
-// Libraries write lines of several, with full stops.
+// Messages of libraries may have several lines and full stops.
 std::string oneLine(std::string text)
 {
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -36,7 +36,7 @@ std::string oneLine(std::string text)
 
 Failure complete(Failure failure)
 {
-    // Without memory nobody writes a sentence; it is written when somebody reads it.
+    // Without memory the sentence stays empty; it is filled in when read.
     failure.sentence = failure.kind == FailureKind::OutOfMemory && failure.sentence.empty()
                            ? kTooLarge
                            : oneLine(std::move(failure.sentence));

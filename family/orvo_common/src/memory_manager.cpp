@@ -25,8 +25,8 @@
 namespace orvo {
 namespace {
 
-/// The address sanitizer knows malloc's blocks only. These two let it see that the bytes of a kept plane, and those
-/// between the size asked for and that of the block, belong to nobody.
+/// The address sanitizer knows only malloc's blocks. These two mark the bytes of a kept plane, and those beyond the
+/// requested size of a block, as not accessible.
 void forbid([[maybe_unused]] void* begin, [[maybe_unused]] std::size_t bytes)
 {
 #ifdef ORVO_ADDRESS_SANITIZER
@@ -41,7 +41,7 @@ void permit([[maybe_unused]] void* begin, [[maybe_unused]] std::size_t bytes)
 }
 
 #ifdef ORVO_CHECKED
-// As floats and doubles these bytes are NaN: whoever reads a sample that nobody wrote sees it in the result.
+// These bytes are NaN as floats and doubles, so reads of uninitialised samples show in the result.
 constexpr int kUnwritten = 0xFF;
 #endif
 

@@ -16,15 +16,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A folder "orvo-UID-ID" is alive as long as its process holds the lock on the file "orvo-UID-ID.lock" beside it. The
-// system drops the lock however the process ends, and a number used again by another process means nothing.
+// A folder "orvo-UID-ID" is alive while its process holds the lock on the file "orvo-UID-ID.lock" next to it. The
+// system drops the lock however the process ends, so a reused process id does no harm.
 constexpr std::string_view kLockEnding = ".lock";
 
 std::string ownPrefix() { return "orvo-" + std::to_string(::getuid()) + "-"; }
 
 fs::path lockOf(fs::path folder) { return folder += kLockEnding; }
 
-// Opens and locks a lock file that is still in its place; -1 if somebody else holds it or it is not ours.
+// Opens and locks an existing lock file; -1 if it is locked or foreign.
 int tryLock(const fs::path& file, int flags)
 {
     const int handle = ::open(file.c_str(), flags | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -32,7 +32,7 @@ int tryLock(const fs::path& file, int flags)
         return -1;
     struct stat held = {};
     struct stat named = {};
-    // A sweeper may remove the file between our opening and our locking it.
+    // A sweeper may remove the file between open and lock.
     const bool usable = ::flock(handle, LOCK_EX | LOCK_NB) == 0 && ::fstat(handle, &held) == 0 &&
                         ::lstat(file.c_str(), &named) == 0 && held.st_ino == named.st_ino &&
                         held.st_dev == named.st_dev && held.st_uid == ::getuid();
@@ -48,7 +48,7 @@ void removeFolderAndLock(const fs::path& folder)
     struct stat facts = {};
     if (::lstat(folder.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode) && facts.st_uid == ::getuid())
         fs::remove_all(folder, ignored);
-    ::unlink(lockOf(folder).c_str()); // last: as long as something is left, a later sweep finds it
+    ::unlink(lockOf(folder).c_str()); // last: while anything is left, a later sweep finds it
 }
 
 class ProcessFolder
@@ -56,7 +56,7 @@ class ProcessFolder
 public:
     ~ProcessFolder()
     {
-        // A child that was forked without a new program must not take away what is its parent's.
+        // a forked child must not remove the folder of its parent
         if (lock >= 0 && owner == ::getpid())
             removeFolderAndLock(folder);
         if (lock >= 0)
@@ -77,7 +77,7 @@ public:
         if (lock < 0)
             lock = tryLock(lockOf(folder), O_CREAT | O_EXCL);
         if (lock >= 0)
-            ::mkdir(folder.c_str(), 0700); // made again where somebody cleaned up below us
+            ::mkdir(folder.c_str(), 0700); // recreated after a cleanup of the temporary folder
         return folder;
     }
 

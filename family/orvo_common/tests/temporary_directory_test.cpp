@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A folder that stands for the system's temporary one in child processes.
+// A folder that replaces the system's temporary one in child processes.
 class TemporaryDirectory : public testing::Test
 {
 protected:
@@ -28,7 +28,7 @@ protected:
     }
     void TearDown() override { fs::remove_all(parent); }
 
-    // What a process of its own does below `parent`. It ends the way `body` ends it, else through exit().
+    // Runs `body` in a child process below `parent`. The child ends as `body` ends it, else through exit().
     template <typename Body>
     int inChild(const Body& body)
     {
@@ -107,7 +107,7 @@ TEST_F(TemporaryDirectory, TheSweepLeavesTheLivingAndTheForeignAlone)
 TEST_F(TemporaryDirectory, APlaceThatCannotBeWrittenGivesAPathAllTheSame)
 {
     const int status = inChild([this] {
-        ::setenv("TMPDIR", (parent / "file").c_str(), 1); // no folder at all
+        ::setenv("TMPDIR", (parent / "file").c_str(), 1); // not a folder
         std::ofstream(parent / "file") << "";
         if (orvo::getTemporaryDirectory().empty())
             std::_Exit(1);

@@ -69,7 +69,7 @@ std::optional<Matrix3> xyzFromLinear(const Chromaticities& c, const Vector3& tar
     return matrix.allFinite() ? std::optional(matrix) : std::nullopt;
 }
 
-// Makes full red, green and blue add up to exactly D50 if a file misses it only by rounding: neutral must stay neutral.
+// Makes full red, green and blue sum to exactly D50 if a file misses it only by rounding: neutral must stay neutral.
 void normaliseWhite(Matrix3& matrix)
 {
     constexpr double kRounding = 5e-3;
@@ -161,7 +161,7 @@ bool describesDevice(cmsHPROFILE profile)
            kind == cmsSigColorSpaceClass;
 }
 
-// Tables are more precise than the primaries beside them, so LittleCMS prefers them, and so does this code.
+// Tables are more precise than the primaries stored with them, so LittleCMS prefers them, and so does this code.
 bool hasTables(cmsHPROFILE profile)
 {
     constexpr cmsTagSignature kTables[] = {cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigDToB0Tag, cmsSigDToB1Tag};
@@ -249,7 +249,7 @@ ToneCurve srgbToneCurve()
 ToneCurve linearToneCurve() { return ToneCurve(cmsBuildGamma(lcmsContext(), 1.0)); }
 
 // Rounds the primaries so that they sum to D50 exactly in the file's rounding: neutral then stays neutral for other
-// programs too, which use the numbers as they are.
+// programs too, which use the numbers unchanged.
 Matrix3 roundedToD50(const Matrix3& exact)
 {
     constexpr double kUnits = 65536.0;
@@ -365,7 +365,7 @@ std::shared_ptr<ColorProfile> ColorProfile::fromIcc(std::span<const unsigned cha
 
 std::shared_ptr<ColorProfile> profileFromChromaticities(const Chromaticities& chromaticities, double gamma)
 {
-    constexpr double kLargest = 16.0; // far beyond any real primary; what is larger does not fit the ICC's numbers
+    constexpr double kLargest = 16.0; // far beyond any real primary; larger values do not fit the numbers of ICC files
     // White to the decimals that the ICC prints; entries are rounded to the units of the file after that.
     const auto matrix = xyzFromLinear(chromaticities, {0.9642, 1.0, 0.8249});
     if (!matrix || !(gamma >= 0.0) || gamma > kLargest || !(matrix->cwiseAbs().maxCoeff() < kLargest))

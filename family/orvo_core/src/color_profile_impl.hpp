@@ -19,10 +19,10 @@ namespace orvo {
 using Vector3 = Eigen::Vector3d;
 using Matrix3 = Eigen::Matrix3d;
 
-/// Empty where the rows are so nearly dependent that an inverse would be noise.
+/// Empty if the rows are so nearly dependent that the inverse would be noise.
 [[nodiscard]] inline std::optional<Matrix3> inverse(const Matrix3& m)
 {
-    constexpr double kSmallest = 1e-6; // determinant; that of ProPhoto, the widest in use, is 0.25; of sRGB 0.1
+    constexpr double kSmallest = 1e-6; // of the determinant; that of ProPhoto, the widest in use, is 0.25; of sRGB 0.1
     Matrix3 result;
     bool isInvertible = false;
     m.computeInverseWithCheck(result, isInvertible, kSmallest);
@@ -63,7 +63,7 @@ struct LcmsDeleter
 using LcmsProfile = std::unique_ptr<void, LcmsCloser>;
 using LcmsTransform = std::unique_ptr<void, LcmsDeleter>;
 
-/// Handles are not shared among threads: each user opens the bytes anew. Empty if they are not a profile.
+/// Handles are not shared among threads: each user opens its own. Empty if the bytes are not a profile.
 [[nodiscard]] LcmsProfile openLcmsProfile(const std::vector<unsigned char>& icc);
 
 /// The LittleCMS format of `channels` interleaved floats.

@@ -5,7 +5,7 @@
 namespace orvo {
 namespace {
 
-// A right angle in single precision is off by some 1e-7, which would resample every pixel to say the same again.
+// A right angle in single precision is off by about 1e-7, which would resample every pixel for nothing.
 constexpr double kRightAngle = 1e-6;
 
 double snapped(double value)

@@ -71,7 +71,7 @@ namespace {
 
 using Picture = TiledImageData::Picture;
 
-// The pixels of `part` out of the tiles, those that are not computed out of `original`.
+// The pixels of `part` from the tiles; missing tiles come from `original`.
 std::shared_ptr<Picture> assembled(const TiledImageData& tiles, const Picture& original, const _Rect<int>& part)
 {
     auto all = tiles.getTiles();
@@ -103,10 +103,10 @@ std::shared_ptr<Picture> assembled(const TiledImageData& tiles, const Picture& o
     return result;
 }
 
-// What `shown` needs of a picture of `size`, itself clipped; never empty.
+// The part of a picture of `size` needed for `shown`, clipped; never empty.
 _Rect<int> neededFor(const _Rect<int>& shown, _Size<int> size)
 {
-    constexpr std::int64_t kReach = 2; // a picture that grows is made of so many samples beyond its part
+    constexpr std::int64_t kReach = 2; // samples beyond the part read when the picture grows
     const auto limited = [](std::int64_t value, int lower, int upper) {
         return static_cast<int>(std::clamp<std::int64_t>(value, lower, upper));
     };

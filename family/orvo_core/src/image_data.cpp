@@ -46,7 +46,7 @@ _Rect<int> clipped(_Rect<int> rect, _Size<int> size)
     return {left, top, std::max(0, right - left), std::max(0, bottom - top)};
 }
 
-// Clang 14 compiles the members for masks with every pixel type, although nobody can call them there.
+// Clang 14 compiles the members for masks with every pixel type, although they cannot be called there.
 template <typename T>
 float* asFloats(T* samples)
 {

@@ -127,7 +127,7 @@ void filterRow(const float* source, float* target, const AxisTaps& taps)
     for (const AxisTaps::Run& run : taps.runs) {
         const float* const weights = taps.weights.data() + run.start;
         const float* input = source + static_cast<std::ptrdiff_t>(run.first) * kChannels;
-        // Long sums are made of short ones: the rounding error of a sum grows with the number of its terms.
+        // Long sums are split into short ones: the rounding error of a sum grows with the number of its terms.
         constexpr int kShort = 16;
         float sums[kChannels] = {};
         for (int first = 0; first < run.count; first += kShort) {

@@ -53,16 +53,16 @@ TEST(CropDescription, ACanvasOfAnotherSizeSpansTheRectangle)
 
 TEST(CropDescription, APositiveAngleTurnsTheRectangleClockwiseAboutItsCentre)
 {
-    // The corners of the rotated rectangle, as x right and y down have it.
+    // The corners of the rotated rectangle, with x to the right and y down.
     const double angle = 0.3;
     const auto transform = cropOf(static_cast<float>(angle), {10, 20, 40, 30}).getAffineTransformForCanvas({40, 30});
     const auto centre = transform.map(20, 15);
     EXPECT_NEAR(centre.x, 30, 1e-9);
     EXPECT_NEAR(centre.y, 35, 1e-9);
-    const auto right = transform.map(40, 15); // the middle of the right side has gone down
+    const auto right = transform.map(40, 15); // the middle of the right side moved down
     EXPECT_NEAR(right.x, 30 + 20 * std::cos(angle), 1e-6);
     EXPECT_NEAR(right.y, 35 + 20 * std::sin(angle), 1e-6);
-    const auto bottom = transform.map(20, 30); // the middle of the lower side has gone left
+    const auto bottom = transform.map(20, 30); // the middle of the lower side moved left
     EXPECT_NEAR(bottom.x, 30 - 15 * std::sin(angle), 1e-6);
     EXPECT_NEAR(bottom.y, 35 + 15 * std::cos(angle), 1e-6);
 }

@@ -77,7 +77,7 @@ TEST(Identifier, GarbageDeserializesToNothing)
     bytes.push_back(0);
     EXPECT_FALSE(Identifier::deserialize(bytes));
     bytes = good;
-    bytes[0] = 200; // no kind has this number
+    bytes[0] = 200; // unknown kind
     EXPECT_FALSE(Identifier::deserialize(bytes));
     EXPECT_FALSE(Identifier::deserialize(std::vector<unsigned char>(1000, 255)));
 }
@@ -92,7 +92,7 @@ TEST(Identifier, KeysRejectEmptyPointers)
               "Comparator::operator(): lhs identifier is empty");
     EXPECT_EQ(complaintOf([&] { (void)Comparator()(key, nullptr); }),
               "Comparator::operator(): rhs identifier is empty");
-    // With both empty the message names the left one.
+    // If both are empty the message names the left one.
     EXPECT_EQ(complaintOf([] { (void)PredEqual()(nullptr, nullptr); }),
               "PredEqual::operator(): lhs identifier is empty");
     EXPECT_EQ(complaintOf([] { (void)Comparator()(nullptr, nullptr); }),
@@ -107,7 +107,7 @@ TEST(Identifier, HashMapFindsByValueAndRefusesEmptyPointers)
     map[fresh()] = 6;
     EXPECT_EQ(map.at(Identifier::deserialize(bytesOf(key))), 5);
     EXPECT_EQ(map.count(fresh()), 0u);
-    // Not every library looks into an empty table; this one has entries.
+    // Some libraries do not search an empty table; this one has entries.
     EXPECT_EQ(complaintOf([&] { (void)map.find(nullptr); }), "Hasher::operator(): identifier is empty");
 }
 

@@ -15,8 +15,8 @@ using namespace orvo;
 
 namespace {
 
-// The number of threads that a loop ran on. Its rows wait until `expected` of them have arrived, so that one thread
-// cannot take all rows before others wake; not for ever, because they may never come.
+// The number of threads that ran a loop. Its rows wait until `expected` of them have started, so that one thread cannot
+// run all rows before others wake; with a timeout, since they may never come.
 std::size_t threadsOfALoop(std::size_t expected)
 {
     constexpr std::chrono::seconds kPatience(20);

@@ -27,8 +27,8 @@ std::shared_ptr<Picture> ramp(_Size<int> size)
     return result;
 }
 
-// Where an average takes a part of a sample, it takes that sample's value and not the ramp's inside it: the part's
-// share, p(1-p)/2 of a sample's rise at each end, of the whole step. Half a pixel would be 1/128.
+// An average over a part of a sample uses that sample's value, not the ramp inside of it, which is an error of p(1-p)/2
+// of a sample's rise at each end, relative to the whole step. Half a pixel would be 1/128.
 double rampTolerance(double step)
 {
     constexpr double kOfSums = 1e-5;
@@ -119,7 +119,7 @@ TEST(Resize, DoublingAStepGivesTheCubicsWeights)
     MaskImage mask({8, 1}, 0.25f);
     mask.fillRect(0.75f, {4, 0, 4, 1});
     const auto doubled = static_cast<const _ImageData<float>&>(mask).resize({16, 1}, {}, true);
-    // The new samples are a quarter of the old distance beside the old ones. The cubic's weights at the distances 1/4,
+    // The new samples are a quarter of the old distance from the old ones. The cubic's weights at the distances 1/4,
     // 3/4, 5/4, 7/4 are 111, 29, -9, -3 of 128; to the right of the middle one half is added.
     EXPECT_NEAR(doubled->data()[5], 0.25 + 0.5 * -3 / 128, kRounding);
     EXPECT_NEAR(doubled->data()[6], 0.25 + 0.5 * -9 / 128, kRounding);

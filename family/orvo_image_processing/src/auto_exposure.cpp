@@ -20,8 +20,8 @@ using detail::FittedCurve;
 using detail::PatchPairs;
 using detail::ToneCurve;
 
-// The curve as a table over the square root of the value, which is finer where a strong exposure is steep. Two units of
-// the root cover 0..4; beyond, the last piece is extended.
+// The curve as a table over the square root of the value, which is finer where a strong exposure is steep. It covers
+// values of 0..4; beyond, the last piece is extrapolated.
 constexpr int kTableSize = 8192;
 constexpr float kTableReach = 2.0f;
 constexpr float kPerRoot = static_cast<float>(kTableSize - 1) / kTableReach;
@@ -41,14 +41,14 @@ void fillTable(float* table, const ToneCurveMap& map)
     }
 }
 
-// White has no colour. The channels' curves are fitted separately and end at different heights, which would tint all
-// clipped areas; pixels whose darkest channel is beyond the first of these converge and are equal at the second.
+// White is neutral. The channels' curves are fitted separately and end at different heights, which would tint all
+// clipped areas; pixels whose darkest channel exceeds the first limit converge and are equal at the second.
 constexpr float kMeetFrom = 0.97f;
 constexpr float kMeetAt = 1.0f;
 
-// A clipped channel lost what it had above white, so a darker exposure would keep a ratio to the others that nothing
-// ever had: a pale window turns pink. The paler the pixel (by its darkest channel), the closer a clipped channel comes
-// to the darkest. Smooth in both, because a step would show as a ring.
+// A clipped channel lost its range above white, so a darker exposure would produce ratios to the others that never
+// existed: a pale window turns pink. The paler the pixel (by its darkest channel), the more a clipped channel is pulled
+// towards the darkest. Smooth in both, since a step would show as a ring.
 constexpr float kClippedFrom = 0.98f;
 constexpr float kPaleFrom = 0.85f;
 constexpr float kPaleAt = 0.97f;

@@ -12,7 +12,7 @@ namespace orvo::detail {
 
 namespace {
 
-// Columns summed together on the way down: a cache line of floats.
+// Columns summed together: a cache line of floats.
 constexpr int kStrip = 16;
 
 /// The positions of the two ends of a block's window in running sums.

@@ -21,9 +21,9 @@ struct BlockAxis
     [[nodiscard]] int centresUpTo(int x) const;
 };
 
-/// In place along both axes: the sum of each block becomes the mean over the window of all pixels at most `radius`
-/// from the block's centre. A block at the edge of the window counts with the part inside. `planes` are contiguous.
-/// Time per block does not grow with the radius.
+/// In place along both axes: the sum of each block becomes the mean over the window of all pixels at most `radius` from
+/// the block's centre. A block at the edge of the window counts with its part inside. `planes` are contiguous. The time
+/// per block does not depend on the radius.
 void meansOfWindows(float* planes, int planeCount, const BlockAxis& columns, const BlockAxis& rows, float radius);
 
 } // namespace orvo::detail

@@ -80,7 +80,7 @@ struct Lettering
     int rim;       ///< of the dark strokes under them
 };
 
-/// Draws the line as two masks of its own size, rim and letters, and blends them where they overlap the picture.
+/// Draws the line as two masks of the line's size, rim and letters, and blends them where they overlap the picture.
 void drawLine(Picture& image, const std::string& text, int left, int top, int lineHeight)
 {
     const auto [height, scale, thickness, rim] = Lettering(lineHeight);
@@ -143,8 +143,8 @@ std::string broken(const std::string& line, int width, int lineHeight)
     return result + last;
 }
 
-/// The label in lines of the given height, if all of it fits into the picture. Its distance to the border is half a
-/// line, or whatever is left.
+/// The label in lines of the given height, if it fits entirely. Its distance to the border is half a line, or less if
+/// there is no room.
 std::optional<Layout> layoutOf(const Picture& image, const std::string& label, int lineHeight)
 {
     const int margin = lineHeight / 2;

@@ -12,13 +12,13 @@ namespace orvo {
 
 namespace {
 
-constexpr int kLanes = 32; // lines that go side by side in vector registers
+constexpr int kLanes = 32; // lines processed together in vector registers
 
 ORVO_INLINE float larger(float a, float b) { return a < b ? b : a; }
 
 /// Running maximum along `length` steps of kLanes lines, interleaved, in `lines`. `fromEnd` is scratch of the same
-/// size. Steps are cut into blocks of 2 radius + 1: a window is the end of one block and the start of the next, and
-/// both have their maximum ready once each block has been gone through from either end.
+/// size. Steps are divided into blocks of 2 radius + 1: a window is the end of one block and the start of the next, and
+/// one pass over each block from either end gives both maxima.
 ORVO_VECTOR_CLONES void runningMaximum(float* lines, float* fromEnd, int length, int radius)
 {
     const int block = 2 * radius + 1;
@@ -32,14 +32,14 @@ ORVO_VECTOR_CLONES void runningMaximum(float* lines, float* fromEnd, int length,
         if (i % block != 0)
             for (int k = 0; k < kLanes; ++k)
                 at(lines, i)[k] = larger(at(lines, i)[k], at(lines, i - 1)[k]);
-    // The window of step i is radius before to radius after; what is written at i is read no more: both reads are
-    // ahead of it in `lines`, and `fromEnd` stays as it is.
+    // The window of step i extends `radius` to both sides. Writing at i is safe: both reads are ahead of it in `lines`,
+    // and `fromEnd` does not change.
     for (int i = 0; i < length; ++i) {
         const int last = std::min(i + radius, length - 1);
         const int first = std::max(i - radius, 0);
         const float* const head = at(fromEnd, first);
         const float* const tail = at(lines, last);
-        // Cut by the end of the plane, a window can lie within one block, whose start `tail` would include.
+        // At the ends of the plane a window can be inside one block, whose start `tail` would include.
         const bool within = first / block == last / block;
         float* const out = at(lines, i);
         if (!within)
@@ -50,7 +50,8 @@ ORVO_VECTOR_CLONES void runningMaximum(float* lines, float* fromEnd, int length,
     }
 }
 
-/// Lines `first` .. `first` + kLanes - 1 of the plane `from`, run through and written to `to`. Samples of a line lie
+/// Reads lines `first` .. `first` + kLanes - 1 of the plane `from` and writes their maxima to `to`. Samples of a line
+/// are `along` apart, lines `across`.
 /// `along` apart, lines `across`.
 void dilateLines(const float* from, float* to, int first, int lines, int length, std::ptrdiff_t along,
                  std::ptrdiff_t across, int radius)
@@ -78,7 +79,7 @@ void dilateFast(float* data, const _Size<int>& size, int radius, float* scratch)
     std::optional<ManagedPlane<float>> own;
     float* const between = scratch != nullptr ? scratch : own.emplace(pixels).data();
     const auto groups = [](int lines) { return (lines + kLanes - 1) / kLanes; };
-    // No window reaches beyond the plane's own length.
+    // No window is longer than the plane.
     const int radiusX = std::min(radius, size.width);
     const int radiusY = std::min(radius, size.height);
     forEachRow(groups(size.height), [&](int group) {

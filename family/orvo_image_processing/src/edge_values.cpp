@@ -11,10 +11,10 @@ namespace orvo::detail {
 
 namespace {
 
-// A group is taken as one where its radius is below this share of the distance.
+// A group is approximated as one point if its radius is below this share of the distance.
 constexpr float kFarPolygon = 0.12f;
 constexpr float kFarPixels = 0.12f;
-constexpr int kLeafSize = 8; // units or pixels that are not worth a group
+constexpr int kLeafSize = 8; // fewer units or pixels are not worth a group
 
 std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
@@ -39,7 +39,7 @@ PixelRGB<float> limited(const PixelRGB<float>& v, const PartValues& part)
             std::clamp(v.b, part.smallest.b, part.largest.b) + part.base.b};
 }
 
-/// Sorted by part, within a part so that neighbours are near each other.
+/// Sorted by part, then so that neighbours are close to each other.
 template <typename Item>
 void sortForTree(std::vector<Item>& items)
 {
@@ -47,7 +47,7 @@ void sortForTree(std::vector<Item>& items)
         return std::make_tuple(item.part,
                                nearnessKey(static_cast<std::uint32_t>(item.x), static_cast<std::uint32_t>(item.y)));
     };
-    // Stable: units that start at one place keep the order of their rows.
+    // Stable: units that start at the same position keep their row order.
     std::stable_sort(items.begin(), items.end(), [&](const Item& a, const Item& b) { return key(a) < key(b); });
 }
 
@@ -63,7 +63,7 @@ std::vector<int> partRanges(const std::vector<Item>& items, int parts)
     return starts;
 }
 
-/// The known pixels of all parts, each part a tree of its own.
+/// The known pixels of all parts, a tree per part.
 class KnownPixels
 {
 public:
@@ -90,7 +90,7 @@ public:
         });
     }
 
-    /// Weighted mean of the differences known in `part`, seen from (x, y), which is none of them.
+    /// Weighted mean of the known differences in `part` at (x, y), which is not one of them.
     [[nodiscard]] PixelRGB<float> meanAt(float x, float y, int part) const
     {
         PixelRGB<float> sum;
@@ -176,7 +176,7 @@ void fillOpenPixels(std::vector<EdgePixel> pixels, const std::vector<PartValues>
     });
 }
 
-/// One row of vector registers for each sum.
+/// One vector register row per sum.
 struct EdgeSurface::Sums
 {
     float weight[kTogether] = {};
@@ -306,8 +306,8 @@ void EdgeSurface::evaluate(Points& points, int count, int part) const
     Sums sums;
     Walk::through(sums, points, *this, partStart[at(part)], partStart[at(part) + 1]);
     for (int k = 0; k < count; ++k) {
-        // Positive by the theorem for closed polygons; what far groups lose of it cannot turn the sign, but a quotient
-        // is not left to that.
+        // Positive by the theorem for closed polygons. The approximation of distant groups cannot change the sign, but
+        // the division is guarded anyway.
         const float scale = sums.weight[k] > 0.0f ? 1.0f / sums.weight[k] : 0.0f;
         points.value[k] = limited({sums.r[k] * scale, sums.g[k] * scale, sums.b[k] * scale}, known[at(part)]);
     }

@@ -1,4 +1,4 @@
-/// Sums over the edge of a region, for the interpolation from it: near stretches unit by unit, far ones as a whole.
+/// Sums over the edge of a region, for its interpolation: unit by unit nearby, in groups far away.
 #pragma once
 
 #include "place_tree.hpp"
@@ -10,8 +10,8 @@
 
 namespace orvo::detail {
 
-/// What is known along the edge of one part. Sums are taken of the differences from `base`, so that a value which is
-/// the same all along the edge comes out as it went in.
+/// The known values along the edge of one part. Sums use the differences from `base`, so that a value constant along
+/// the edge is reproduced exactly.
 struct PartValues
 {
     bool any = false;         ///< has a known edge pixel
@@ -24,8 +24,8 @@ struct PartValues
 [[nodiscard]] std::vector<PartValues> knownValues(const std::vector<EdgePixel>& pixels, int parts,
                                                   const PixelRGB<float>* plane, int width);
 
-/// Fills edge pixels that have no value from those that have one, weighted with the inverse square of the distance:
-/// Shepard, "A two-dimensional interpolation function for irregularly-spaced data", 23rd ACM conference, 1968.
+/// Fills edge pixels without a value from those with one, weighted with the inverse square of the distance: Shepard, "A
+/// two-dimensional interpolation function for irregularly-spaced data", 23rd ACM conference, 1968.
 void fillOpenPixels(std::vector<EdgePixel> pixels, const std::vector<PartValues>& values, PixelRGB<float>* plane,
                     int width);
 
@@ -33,7 +33,7 @@ void fillOpenPixels(std::vector<EdgePixel> pixels, const std::vector<PartValues>
 class EdgeSurface
 {
 public:
-    /// Points that are asked for together: one walk through the tree and full vector registers.
+    /// Points evaluated together: one walk through the tree and full vector registers.
     static constexpr int kTogether = 8;
 
     struct Points
@@ -43,12 +43,12 @@ public:
         PixelRGB<float> value[kTogether]; ///< the result
     };
 
-    /// `plane` holds a value for each edge pixel of the parts that know any; parts without are left out.
+    /// `plane` has a value for each edge pixel of the parts with known values; other parts are skipped.
     EdgeSurface(std::vector<EdgeUnit> units, const std::vector<PartValues>& values, const PixelRGB<float>* plane,
                 int width);
 
-    /// Values at `count` points, 1 .. kTogether, which lie inside `part` and off its polygon. Unused points repeat a
-    /// used one. The nearer they are to each other, the faster.
+    /// Values at `count` points, 1 .. kTogether, inside of `part` and not on its polygon. Unused points repeat a used
+    /// one. Fastest for points close to each other.
     void evaluate(Points& points, int count, int part) const;
 
 private:
@@ -58,7 +58,7 @@ private:
         float x, y, dx, dy;
         PixelRGB<float> from, to;
     };
-    /// What a group of units looks like from afar: the sum of their normals, plain and times the value of each.
+    /// Far-field sums of a group of units: the sum of their normals, plain and times the value of each.
     struct Moments
     {
         float nx = 0.0f, ny = 0.0f;

@@ -263,7 +263,7 @@ Activity measureActivity(const PixelRGB<float>* pixels, LevelExtent extent, cons
         const Level& grid = activity.grids.back();
         if (i + 1 < levels.size())
             levelEnergy(grid, levels[i], levels[i + 1], kCoarseBandShare);
-        else // the coarsest level has no band of its own
+        else // the coarsest level has no band
             forEachRow(grid.height(), [&](int y) { std::fill_n(grid.row(0, y), grid.width(), 0.0f); });
         addFiner(grid, activity.grids[i - 1]);
     }

@@ -10,7 +10,7 @@
 namespace orvo {
 namespace {
 
-// A pixel's area is sampled at most so often a side: what shrinks further has had its details taken away before.
+// Samples per side of a pixel's area: a stronger reduction comes from an already reduced picture.
 constexpr int kMostSamples = 64;
 
 // `outer` after `inner`.
@@ -48,7 +48,7 @@ std::array<float, 4> cubicWeights(float t)
             0.5f * (t3 - t2)};
 }
 
-// Adds `weight` times a pixel; what lies outside has the colour of the edge and no alpha.
+// Adds `weight` times a pixel; outside pixels have the colour of the edge and no alpha.
 void add(PixelRGB<float>& sum, const PixelRGB<float>& pixel, float weight, bool /*isInside*/)
 {
     sum.r += weight * pixel.r;
@@ -67,7 +67,7 @@ void add(PixelRGBA<float>& sum, const PixelRGBA<float>& pixel, float weight, boo
 constexpr PixelRGB<float> nothingLike(const PixelRGB<float>*) { return {1.0f, 1.0f, 1.0f}; }
 constexpr PixelRGBA<float> nothingLike(const PixelRGBA<float>*) { return {1.0f, 1.0f, 1.0f, 0.0f}; }
 
-// The picture at a place, where whole numbers are samples.
+// The picture at a position; integers are sample positions.
 template <typename Pixel>
 Pixel sampleAt(const _ImageData<Pixel>& picture, double x, double y)
 {
@@ -98,10 +98,10 @@ Pixel sampleAt(const _ImageData<Pixel>& picture, double x, double y)
     return sum;
 }
 
-// How many samples a side of a pixel takes that is so long in the picture.
+// Samples per side of a pixel whose side has this length in the picture.
 int samplesOf(double dx, double dy)
 {
-    constexpr double kRounding = 1e-6; // a turned pixel is one pixel long
+    constexpr double kRounding = 1e-6; // the side of a rotated pixel is 1 only up to rounding
     return std::clamp(static_cast<int>(std::ceil(std::hypot(dx, dy) - kRounding)), 1, kMostSamples);
 }
 

@@ -21,7 +21,7 @@ using detail::SmoothCells;
 
 constexpr int kTileSide = 1 << SmoothCells::kTopLevel;
 constexpr int kNodes = kTileSide + 1; // the last column and row are the first of the next tiles
-// Points that are asked for together lie within this many steps of each other.
+// Points evaluated together are within this many steps of each other.
 constexpr int kReach = 4;
 
 struct Surroundings
@@ -32,9 +32,9 @@ struct Surroundings
     const std::vector<detail::PartValues>& values;
 };
 
-/// One square of the largest size. Its pixels are either asked of the surface or lie in the largest smooth cell around
-/// them, whose corners are. A corner that stands on the side of a larger cell takes that side's value, from either
-/// tile, so that there is no step between cells.
+/// One square of the largest size. The surface is evaluated at its pixels or at the corners of the largest smooth cells
+/// around them. A corner on the side of a larger cell gets the value interpolated along that side, in both tiles, so
+/// that there is no step between cells.
 class Tile
 {
 public:
@@ -64,7 +64,7 @@ private:
     [[nodiscard]] PixelRGB<float>& node(int x, int y) const { return values[indexOf(x, y)]; }
     static bool inTile(int x, int y) { return x >= 0 && y >= 0 && x < kNodes && y < kNodes; }
 
-    /// A run of pixels mostly belongs to the part of the last one asked for.
+    /// A run of pixels usually belongs to the same part as the previous query.
     [[nodiscard]] int partAt(int x, int y)
     {
         if (y != partRow || x < partFirst || x >= partLast) {
@@ -77,7 +77,8 @@ private:
         return part;
     }
 
-    /// The largest smooth cells of this size in the tile and in those that share a side with it, by top-left node.
+    /// Calls `take` for the largest smooth cells of this size in the tile and in those that share a side with it, by
+    /// top-left node.
     template <typename Take>
     void eachCell(int level, const Take& take) const
     {
@@ -120,7 +121,7 @@ private:
         want(x + side, y + side);
     }
 
-    /// Asks the surface for all wanted nodes, in groups of near ones.
+    /// Evaluates the surface at all wanted nodes, in groups of close ones.
     void ask(int step)
     {
         EdgeSurface::Points points;
@@ -150,14 +151,14 @@ private:
         wanted.clear();
     }
 
-    /// Bilinear between the corners; of a cell of another tile only the side that it shares with this one.
+    /// Bilinear between the corners; for a cell of another tile only on the side shared with this one.
     void fillCell(int x, int y, int side)
     {
         const int firstX = std::max(x, 0);
         const int lastX = std::min(x + side, kTileSide);
         const int firstY = std::max(y, 0);
         const int lastY = std::min(y + side, kTileSide);
-        // A corner beyond the shared side has no weight there.
+        // A corner off the shared side has weight 0 there.
         const auto corner = [&](int cx, int cy) {
             return node(std::clamp(cx, 0, kTileSide), std::clamp(cy, 0, kTileSide));
         };

@@ -74,12 +74,12 @@ std::shared_ptr<TiledImageData::Picture> KepTiledImageData::flattened() const
                 std::fill_n(result->row(y) + left, width, PixelRGB<float>());
         }
     };
-    // Isolated: a thread that waits here under the lock must not start a piece of another loop that wants the lock.
+    // Isolated: a thread that waits here with the lock must not run part of another loop that needs the lock.
     tbb::this_task_arena::isolate([&] { forEachRow(extent.height, fillRow); });
     return result;
 }
 
-// Takes over what was written into the picture behind the tiles. Called under the lock.
+// Takes over writes to the picture behind the tiles. Called under the lock.
 void KepTiledImageData::settle() const
 {
     if (!behind)
@@ -171,7 +171,7 @@ void KepTiledImageData::prepareImageData(const _Rect<int>& rect_, const Producer
                 throw std::runtime_error("KepTiledImageData: a strip of " + text(strip.size()) + " was expected, " +
                                          (picture ? text(picture->size()) : std::string("nothing")) + " came");
             if (profile && (!picture->colorProfile() || *picture->colorProfile() != *profile)) {
-                std::shared_ptr<Picture> converted; // the producer's own is not ours to change
+                std::shared_ptr<Picture> converted; // the producer's picture is const
                 tbb::this_task_arena::isolate([&] { picture->colorTransform(converted, profile, true); });
                 picture = converted;
             }

@@ -1,4 +1,4 @@
-/// Places of the plane in a binary tree, so that a far group of them can be taken as one.
+/// Points of the plane in a binary tree, so that distant groups can be treated as one point.
 #pragma once
 
 #include <cstdint>
@@ -6,20 +6,20 @@
 
 namespace orvo::detail {
 
-/// A group of consecutive places. Nodes lie in the order of a walk from the root: the first child follows its parent,
-/// and `next` is the node to go on with when the children are left out.
+/// A group of consecutive points. Nodes are in depth-first order: the first child follows its parent, and `next` is the
+/// node to continue with when the children are skipped.
 struct PlaceNode
 {
-    float x; ///< mean of the places
+    float x; ///< mean of the points
     float y;
-    float radius; ///< no place is further from (x, y)
-    int first;    ///< places first up to before last
+    float radius; ///< of a circle around (x, y) that contains all points
+    int first;    ///< points first up to but excluding last
     int last;
     int next;
     bool leaf;
 };
 
-/// Key that keeps near places near each other: the bits of x and y in turn (Morton order).
+/// Sort key that keeps close points together: the interleaved bits of x and y (Morton order).
 [[nodiscard]] constexpr std::uint64_t nearnessKey(std::uint32_t x, std::uint32_t y)
 {
     const auto spread = [](std::uint64_t v) {
@@ -32,8 +32,8 @@ struct PlaceNode
     return spread(x) | spread(y) << 1;
 }
 
-/// Appends the tree over the places `first` up to before `last`, at most `leafSize` in a leaf, to `nodes`. `placeAt(i)`
-/// gives something with floats x and y; neighbours in the order should be near each other in the plane.
+/// Appends the tree over the points from `first` up to but excluding `last`, at most `leafSize` per leaf, to `nodes`.
+/// `placeAt(i)` returns an object with floats x and y; neighbours in the order should be close in the plane.
 template <typename PlaceAt>
 void growPlaceTree(std::vector<PlaceNode>& nodes, int first, int last, int leafSize, const PlaceAt& placeAt);
 

@@ -40,7 +40,7 @@ void RegionEdge::classify(const unsigned char* region, const PixelRGB<float>* va
     forEachRow(rows, [&](int y) {
         const auto from = [&](int line) { return region + static_cast<std::ptrdiff_t>(line) * columns; };
         const unsigned char* middle = from(y);
-        // Missing rows repeat the middle one, which can make no edge.
+        // Missing rows repeat the middle one, which creates no edge.
         const unsigned char* above = y > 0 ? from(y - 1) : middle;
         const unsigned char* below = y + 1 < rows ? from(y + 1) : middle;
         const ManagedPlane<unsigned char> upright(static_cast<std::size_t>(columns) + 2);
@@ -111,7 +111,7 @@ void RegionEdge::joinRuns()
                 ++here;
         }
     }
-    // The root of a part is its first run, so that parts are numbered in the order in which rows show them.
+    // The root of a part is its first run, so that parts are numbered in row order.
     for (std::size_t i = 0; i < runs.size(); ++i) {
         const int root = findRoot(parent, static_cast<int>(i));
         runs[i].part = root == static_cast<int>(i) ? partCount++ : runs[static_cast<std::size_t>(root)].part;

@@ -1,4 +1,4 @@
-/// A region of a plane, its parts and its edge. What lies outside the plane is not known to be outside the region.
+/// A region of a plane, its parts and its edge. The region may continue beyond the plane.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -15,10 +15,10 @@ enum class Place : std::uint8_t
     Outside,
     Inside, ///< all eight neighbours belong to the region
     Known,  ///< on the edge, with a value
-    Open,   ///< on the border of the plane, or on the edge with a value that is not to be used
+    Open,   ///< on the border of the plane, or on the edge with an unusable value
 };
 
-/// Pixels of one row, `first` up to before `last`, that belong to one part of the region.
+/// Pixels of one row, from `first` up to but excluding `last`, in one part of the region.
 struct RegionRun
 {
     int first;
@@ -54,9 +54,9 @@ public:
     [[nodiscard]] int width() const { return columns; }
     [[nodiscard]] int height() const { return rows; }
     [[nodiscard]] const Place* row(int y) const { return places.data() + static_cast<std::ptrdiff_t>(y) * columns; }
-    /// How many parts there are: pixels of one part reach each other by steps to side neighbours.
+    /// The number of parts: connected components by pixel sides.
     [[nodiscard]] int parts() const { return partCount; }
-    /// The run that holds a pixel of the region.
+    /// The run of a pixel of the region.
     [[nodiscard]] RegionRun runAt(int x, int y) const;
     /// All edge pixels, row by row.
     [[nodiscard]] std::vector<EdgePixel> pixels() const;

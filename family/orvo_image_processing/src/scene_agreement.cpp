@@ -13,7 +13,7 @@ namespace orvo::detail {
 
 namespace {
 
-// Blocks across the longer side. A block of 4 pixels is the least that averages noise.
+// Blocks across the longer side. Blocks below 4 pixels would not average noise.
 constexpr int kBlocksAcross = 400;
 constexpr int kSmallestSide = 4;
 constexpr int kLargestSide = 16;
@@ -22,40 +22,41 @@ constexpr int kLargestSide = 16;
 constexpr float kClipped = kClippedShare;
 constexpr float kShoulder = kShoulderShare;
 
-// What a misregistration of about half a block can move, as a share of the difference between neighbouring blocks,
-// and of the texture within a block.
+// The effect of a misregistration of about half a block, as a share of the difference between neighbouring blocks and
+// of the texture within a block.
 constexpr float kShiftShare = 0.5f;
 constexpr float kTextureShare = 0.6f;
 
-// Deviations of the usual difference of a tone: one that is certain alone, one that extends a certain one.
+// In deviations of the usual difference of a tone: a block that moved for certain, and one that extends such blocks.
 constexpr float kCertain = 6.0f;
 constexpr float kPossible = 2.5f;
-// The smallest differences that count, of full scale. Deghosting at its strongest marks a difference of 0.03 in each
+// The smallest visible differences, of full scale. Deghosting at its strongest marks a difference of 0.03 in each
 // channel.
 constexpr float kVisible = 0.012f;
 constexpr float kFaint = 0.006f;
-// A difference that its surroundings share is a tint of the map unless it is this many times as large.
+// A difference shared by its surroundings is a tint of the map unless it is this many times as large.
 constexpr float kTintMultiple = 8.0f;
 // Surroundings: the scale of the structure that deghosting compares, a thirtieth of the width to each side.
 constexpr int kWidthsPerRadius = 30;
 constexpr float kMiddleTone = 0.4f;
 constexpr float kLeastVisible = 0.5f;
-// An error of rounding and fitting that noise does not show.
+// Rounding and fitting errors not covered by noise.
 constexpr float kLeastDeviation = 0.0015f;
-// Limits of what counts as usual, so that a moving subject that dominates a tone does not: steps of 8 bits of noise in
-// a pixel and in the mean of a block, where compression correlates it, and the error of the map in encoded values.
+// Limits of the usual difference, so that a moving subject that dominates a tone does not count as usual: noise in
+// 8-bit steps of a pixel and of the mean of a block, where compression correlates it, and the error of the map in
+// encoded values.
 constexpr float kStep = 1.0f / 255.0f;
 constexpr float kNoisePixel = 2.0f;
 constexpr float kNoiseMean = 2.0f;
 constexpr float kLargestBias = 0.02f;
 
-// A moved core: so many certain blocks among nine.
+// A block is a moved core if this many of its nine blocks are certain.
 constexpr int kCoherent = 4;
-// Blocks around what moved that are given up with it: what a block at its edge shows of it is below the limits.
+// Blocks added around moved ones: at its edge a subject covers too little of a block to be detected.
 constexpr int kMargin = 2;
 
 constexpr std::size_t kMostSamples = 65536; // per channel for the statistics
-constexpr std::size_t kFewestSamples = 48;  // per tone; sparser tones share with their neighbours
+constexpr std::size_t kFewestSamples = 48;  // per tone; sparser tones borrow from their neighbours
 
 constexpr std::size_t kChannels = 3;
 
@@ -74,7 +75,7 @@ struct Grid
     }
 };
 
-/// Of one channel, by block.
+/// Measurements of one channel, per block.
 struct Facts
 {
     explicit Facts(std::size_t count)
@@ -84,9 +85,9 @@ struct Facts
     Plane mapped;     ///< mean
     Plane residue;    ///< deviation of the difference between the two within the block
     Plane texture;    ///< deviation of the flatter of the two
-    Plane difference; ///< of the means, beyond what is usual at the tone and what clipping hides
-    Plane around;     ///< mean of the differences around
-    Plane clear;      ///< 1; towards 0 where another channel is nearly clipped, which changes the colour of this one
+    Plane difference; ///< of the means, beyond the usual of the tone and the range hidden by clipping
+    Plane around;     ///< mean of the differences around the block
+    Plane clear;      ///< 1; towards 0 where another channel is nearly clipped, which changes this one
 };
 
 struct Sums
@@ -141,11 +142,11 @@ void measureBlockRow(const float* frame, const float* mapped, const Grid& grid, 
     }
 }
 
-/// What is usual at each tone of one channel.
+/// The usual difference at each tone of one channel.
 struct Usual
 {
-    std::array<float, kToneBins> difference{}; ///< of the means: what the map is off
-    std::array<float, kToneBins> deviation{};  ///< of the means around that
+    std::array<float, kToneBins> difference{}; ///< of the means: the error of the map
+    std::array<float, kToneBins> deviation{};  ///< of the means from that
     std::array<float, kToneBins> residue{};
     std::array<float, kToneBins> residueDeviation{};
 };
@@ -153,7 +154,7 @@ struct Usual
 struct Sample
 {
     float difference, residue;
-    float shift; ///< what a misregistration could explain
+    float shift; ///< the difference explained by a misregistration
 };
 
 float rangeAround(const Plane& plane, const Grid& grid, std::size_t i)
@@ -173,7 +174,7 @@ float shiftAt(const Facts& facts, const Grid& grid, std::size_t i)
     return kShiftShare * std::min(rangeAround(facts.frame, grid, i), rangeAround(facts.mapped, grid, i));
 }
 
-/// By tone; only tones that neither picture clips.
+/// Samples per tone; only tones that neither picture clips.
 std::array<std::vector<Sample>, kToneBins> samplesOf(const Facts& facts, const Grid& grid, float ceiling)
 {
     std::array<std::vector<Sample>, kToneBins> bins;
@@ -188,7 +189,7 @@ std::array<std::vector<Sample>, kToneBins> samplesOf(const Facts& facts, const G
     return bins;
 }
 
-/// The samples of the nearest tones, as many as it takes; of these the half that misregistration affects least.
+/// The samples of the nearest tones, as many as needed; of these the half least affected by misregistration.
 std::vector<Sample> samplesNear(const std::array<std::vector<Sample>, kToneBins>& bins, int bin)
 {
     std::vector<Sample> near = bins[static_cast<std::size_t>(bin)];
@@ -225,7 +226,7 @@ Usual usualOf(const Facts& facts, const Grid& grid, const ToneLimits& limits)
     forEachRow(kToneBins, [&](int bin) {
         const auto b = static_cast<std::size_t>(bin);
         const std::vector<Sample> near = samplesNear(bins, bin);
-        const float bothSteps = kStep + limits.step[b]; // noise of the frame, and of the other as re-exposure leaves it
+        const float bothSteps = kStep + limits.step[b]; // noise of the frame, and of the other after re-exposure
         const float difference = medianOf(near, [](const Sample& s) { return s.difference; });
         const float residue = medianOf(near, [](const Sample& s) { return s.residue; });
         const auto spread = [&](float median) {
@@ -242,12 +243,12 @@ Usual usualOf(const Facts& facts, const Grid& grid, const ToneLimits& limits)
     return usual;
 }
 
-/// How far a block differs beyond what is explained, in encoded values; only what stands out of the deviations counts.
+/// The unexplained difference of a block, in encoded values; only the part above the deviations counts.
 struct Excess
 {
     explicit Excess(float visible_) : visible(visible_) {}
 
-    /// Against what is around: a subject, but no tint that the map leaves on a whole area.
+    /// Relative to the surroundings: responds to a subject, not to a tint that the map leaves on a whole area.
     void raiseLocal(float amount, float deviation) { raiseBy(amount, deviation, 1.0f); }
     void raise(float amount, float deviation) { raiseBy(amount, deviation, kTintMultiple); }
 
@@ -264,7 +265,7 @@ private:
     float visible;
 };
 
-/// The difference that a block shows. Where one of the two is at the end of what it can show, the other may go beyond.
+/// The difference of a block. Where one of the two is clipped, its true value may lie farther out.
 float differenceAt(const Facts& facts, const Usual& usual, const ToneLimits& limits, std::size_t i)
 {
     const float a = facts.frame.data()[i];
@@ -275,14 +276,14 @@ float differenceAt(const Facts& facts, const Usual& usual, const ToneLimits& lim
     return a - m - usual.difference[static_cast<std::size_t>(toneBin(m))];
 }
 
-/// 1 where the value is at the end of what its picture can show, 0 well below.
+/// 1 where the value is at the limit of its picture, 0 well below.
 float nearEnd(float value, float from, float end)
 {
     return std::clamp((value - from) / std::max(end - from, kLeastDeviation), 0.0f, 1.0f);
 }
 
-/// Cameras lead a colour towards white before its last channel is clipped, so the curve of a channel alone does not
-/// hold there: of the clipped channels the one that agrees best counts, of the others little.
+/// Cameras desaturate a colour towards white before its last channel is clipped, so the curve of a single channel fails
+/// there: of the clipped channels the one that agrees best counts, the others count little.
 void measureClear(std::array<Facts, 3>& facts, const std::array<ToneLimits, 3>& limits, std::size_t i)
 {
     std::array<float, kChannels> end{};
@@ -319,7 +320,7 @@ void judge(const Facts& facts, const Usual& usual, const ToneLimits& limits, con
                       usual.residueDeviation[bin]);
 }
 
-/// Dark tones are opened by the merge, so less of a difference is visible there.
+/// The merge brightens dark tones, so smaller differences are visible there.
 float visibleAt(const std::array<Facts, 3>& facts, std::size_t i)
 {
     float brightest = 0.0f;
@@ -377,7 +378,7 @@ void extendCores(Verdicts& cores, const Verdicts& verdicts, const Grid& grid)
     }
 }
 
-/// The largest (or smallest, or mean) of `reach` blocks to each side, along one axis.
+/// Maximum (or minimum, or mean) over `reach` blocks to each side, along one axis.
 template <typename Fold>
 void alongAxis(float* plane, const Grid& grid, bool down, const Fold& fold)
 {

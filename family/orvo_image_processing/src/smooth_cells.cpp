@@ -9,7 +9,7 @@ namespace orvo::detail {
 namespace {
 
 constexpr int kWindow = 2 * SmoothCells::kMargin + 1;
-constexpr int kStrip = 256; // columns that are gone down together: a few cache lines of each row
+constexpr int kStrip = 256; // columns processed together: a few cache lines of each row
 
 int half(int size) { return (size + 1) / 2; }
 
@@ -22,7 +22,7 @@ SmoothCells::SmoothCells(const RegionEdge& edge)
     forEachRow(first.down, [&](int j) {
         const Place* const upper = edge.row(2 * j);
         const Place* const lower = edge.row(std::min(2 * j + 1, edge.height() - 1));
-        // A square that the plane cuts holds a pixel of its border, which is never inside.
+        // A square cut by the plane contains border pixels, which never count as inside.
         const int last = edge.width() - 1;
         for (int i = 0; i < first.across; ++i) {
             const int right = std::min(2 * i + 1, last);
@@ -50,7 +50,7 @@ void SmoothCells::halve(const Level& finer, const Level& coarser)
     });
 }
 
-/// Keeps a flag where all within kMargin, across and down, are set; beyond the ends none is.
+/// Keeps a flag if all within kMargin across and down are set; outside of the plane none is.
 void SmoothCells::shrink(const Level& level)
 {
     const auto keep = [](int length, const auto& flagAt) {

@@ -1,4 +1,4 @@
-/// Where the inside of a region is far enough from its edge to be sampled at coarse steps.
+/// Finds the areas of a region far enough from its edge for coarse sampling.
 #pragma once
 
 #include "region_edge.hpp"
@@ -9,8 +9,8 @@
 
 namespace orvo::detail {
 
-/// Squares of 2^level pixels, level 1 .. kTopLevel, aligned to multiples of their side. One is smooth where itself and
-/// kMargin squares of its size all around hold only pixels of Place::Inside.
+/// Squares of 2^level pixels, level 1 .. kTopLevel, aligned to multiples of their side. A square is smooth if it and
+/// kMargin squares of its size on every side have only pixels of Place::Inside.
 class SmoothCells
 {
 public:
@@ -19,7 +19,7 @@ public:
 
     explicit SmoothCells(const RegionEdge& edge);
 
-    /// `i`, `j`: square across and down, also beyond the plane, where nothing is smooth.
+    /// `i`, `j`: square across and down; outside of the plane none is smooth.
     [[nodiscard]] bool smooth(int level, int i, int j) const
     {
         const Level& cells = levels[static_cast<std::size_t>(level) - 1];

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kTileSamples =
     static_cast<std::size_t>(TiledMaskImage::kTileSize) * static_cast<std::size_t>(TiledMaskImage::kTileSize);
 
-// The stretch of samples that one result covers, with the shares of the first and the last; those between count whole.
+// The samples covered by one result, with the weights of the first and the last; the others have weight 1.
 struct Cover
 {
     int first;
@@ -31,10 +31,10 @@ Cover coverOf(int index, double scale, int length, int count)
     return {first, end, static_cast<float>(firstEnd - left), static_cast<float>(right - (end - 1))};
 }
 
-// What `shown` needs of a mask of `size`: never empty.
+// The part of a mask of `size` needed for `shown`; never empty.
 _Rect<int> neededFor(const _Rect<int>& shown, _Size<int> size)
 {
-    constexpr std::int64_t kReach = 2; // a mask that grows is made of so many samples beyond its part
+    constexpr std::int64_t kReach = 2; // samples beyond the part read when the mask grows
     const auto limited = [](std::int64_t value, int lower, int upper) {
         return static_cast<int>(std::clamp<std::int64_t>(value, lower, upper));
     };
@@ -93,8 +93,7 @@ std::shared_ptr<MaskImage> TiledMaskImage::assembled(const _Rect<int>& part) con
     return result;
 }
 
-// Sums columns first, over the rows that a result covers, then along the row of sums. Stretches of zero tiles are left
-// out of both.
+// Sums columns first, over the rows that a result covers, then along the row of sums. Both skip runs of zero tiles.
 std::shared_ptr<MaskImage> TiledMaskImage::averaged(_Size<int> size, const _Rect<int>& part) const
 {
     auto result = std::make_shared<MaskImage>(size);
@@ -169,7 +168,7 @@ std::shared_ptr<MaskImage> TiledMaskImage::maskImage(_Size<int> size, _Rect<int>
     if (inside && wanted.width > 0 && wanted.height > 0 && wanted.width <= shown.width && wanted.height <= shown.height)
         return averaged(wanted, shown);
     if (extent.width == 0 || extent.height == 0)
-        return assembled(whole)->resize(wanted, shown, true); // which refuses or gives nothing
+        return assembled(whole)->resize(wanted, shown, true); // throws or returns empty
     const _Rect<int> needed = neededFor(shown, extent);
     return assembled(needed)->resize(wanted, {shown.x - needed.x, shown.y - needed.y, shown.width, shown.height}, true);
 }

@@ -40,8 +40,8 @@ constexpr float kAlignedStops = 0.5f;
 constexpr float kOutlierDistances[] = {0.06f, 0.03f, 0.02f};
 constexpr float kOutlierMost = 0.15f;
 constexpr float kOutlierMedians = 4.0f;
-// Pairs of one tone that scatter more than this, and than this many times the scatter of all tones, follow no curve: a
-// tone that only a moving subject has. The map continues there as it does beside it.
+// Pairs of one tone that scatter more than this, and than this many times the scatter of all tones, follow no curve:
+// only a moving subject has that tone. The map continues there from the neighbouring tones.
 constexpr float kScatterLeast = 0.03f;
 constexpr float kScatterMedians = 4.0f;
 // Pairs of about one tone are judged together, and neighbouring groups vote: a moving subject of one tone can dominate
@@ -147,7 +147,7 @@ float contrastOf(const std::vector<Quantile>& quantiles)
     }
     const auto n = static_cast<double>(quantiles.size());
     const double spread = xx - x * x / n;
-    constexpr double kLeastSpread = 0.25; // stops squared, per quantile: a flat picture says nothing about contrast
+    constexpr double kLeastSpread = 0.25; // stops squared, per quantile: a flat picture gives no contrast
     return spread > kLeastSpread * n ? static_cast<float>(std::clamp((xy - x * y / n) / spread, 0.25, 4.0)) : 1.0f;
 }
 

@@ -88,7 +88,7 @@ double shareOff(const Samples& a, const Samples& b, const Samples& result, float
     return static_cast<double>(off) / static_cast<double>(std::max<std::size_t>(1, count));
 }
 
-/// As a camera stores it: with noise, in 8 bits.
+/// As stored by a camera: with noise, in 8 bits.
 Samples stored(Samples samples, float noise, std::uint32_t seed)
 {
     planes::Random random(seed);
@@ -97,7 +97,7 @@ Samples stored(Samples samples, float noise, std::uint32_t seed)
     return samples;
 }
 
-/// b re-exposed to a; by the map alone without `frame`.
+/// b re-exposed to a; without `frame` by the map alone.
 Samples reexposed(const Samples& a, const Samples& b, const float* frame)
 {
     auto_exposure_data_t data;
@@ -295,7 +295,7 @@ TEST(AutoExposure, WhatMovedComesFromThePictureThatIsReexposed)
         const Samples b = stored(byLinearGain(there, ev), 0.006f, 2);
         const Samples map = reexposed(a, b, nullptr);
         EXPECT_LT(shareDifferent(reexposed(a, b, a.data()), map, box), 0.01) << ev;
-        // And the other way round: what only the frame shows goes.
+        // And the other way round: the frame's moving parts must go.
         const Samples a2 = stored(there, 0.004f, 1);
         const Samples b2 = stored(byLinearGain(clean, ev), 0.006f, 2);
         EXPECT_LT(shareDifferent(reexposed(a2, b2, a2.data()), reexposed(a2, b2, nullptr), box), 0.01) << ev;

@@ -50,7 +50,7 @@ inline float difference(const PixelRGB<float>& a, const PixelRGB<float>& b)
     return std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)});
 }
 
-/// Infinite if a value is not a number.
+/// Infinite if a value is NaN.
 inline float worstDifference(const Picture& a, const Picture& b)
 {
     float worst = 0.0f;
@@ -108,7 +108,7 @@ inline Picture noisy(Picture picture, float deviation, std::uint32_t seed)
     return picture;
 }
 
-/// Gaussian blur with a deviation per pixel: what a lens does to a surface of little slope.
+/// Gaussian blur with a deviation per pixel, like a lens on a surface of small slope.
 inline Picture blurred(const Picture& picture, const std::function<float(int, int)>& deviation)
 {
     Picture result = picture;

@@ -23,7 +23,7 @@ using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 constexpr float kRoundings = 1e-5f;
 // The result is clamped to a range stored in steps of this size.
 constexpr float kRangeStep = 1.0f / 8192;
-// What a filled row of absent pixels, far from the truth in white noise, leaves in coarse levels.
+// The effect on coarse levels of a filled row of absent pixels, far from the truth in white noise.
 constexpr float kFilledUp = 2e-3f;
 
 std::unique_ptr<Stacker> stacker(int width, int height)

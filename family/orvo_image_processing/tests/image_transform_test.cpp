@@ -29,7 +29,7 @@ std::shared_ptr<Picture> noise(_Size<int> size)
     return picture;
 }
 
-// A smooth scene that is known between the pixels too; its finest waves are nine pixels long.
+// A smooth scene defined between pixels too; its finest waves are nine pixels long.
 orvo::PixelRGB<float> sceneAt(double x, double y)
 {
     const auto wave = [](double phase) { return static_cast<float>(0.5 + 0.4 * std::sin(phase)); };
@@ -88,7 +88,7 @@ TEST(CreateTransformedRoi, QuarterTurnsAreExact)
 {
     const auto picture = noise({40, 30});
     const auto quarter = cropped(*picture, cropOf(std::numbers::pi / 2, {0, 0, 40, 30}));
-    // The rectangle turns clockwise, so what lies on its right was below.
+    // The rectangle rotates clockwise, so its right side was below.
     for (int y = 0; y < 30; ++y)
         for (int x = 5; x < 35; ++x)
             ASSERT_EQ(quarter->row(y)[x], picture->row(x - 5)[34 - y]) << x << ", " << y;
@@ -131,7 +131,7 @@ TEST(CreateTransformedRoi, ATurnedPictureIsWithinATenthOfAPixelOfTheTruth)
 
 TEST(CreateTransformedRoi, ShrinkingTakesTheMeanOverThePixelsArea)
 {
-    // Stripes of one pixel, which samples alone would turn into black or white.
+    // Stripes of one pixel, which point sampling would turn black or white.
     auto stripes = std::make_shared<Picture>(_Size<int>(96, 96), nullptr);
     for (int y = 0; y < 96; ++y)
         for (int x = 0; x < 96; ++x) {

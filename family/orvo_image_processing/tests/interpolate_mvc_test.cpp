@@ -20,7 +20,7 @@ using Colours = std::vector<PixelRGB<float>>;
 using Shape = std::function<bool(int, int)>;
 using Drawing = std::function<PixelRGB<float>(int, int)>;
 
-// No result of any part without a known edge, and none of a test's drawings.
+// Marks unwritten pixels: a value outside of all test patterns, so never a result.
 constexpr PixelRGB<float> kUntouched = {-7.0f, -8.0f, -9.0f};
 
 struct Region
@@ -75,7 +75,7 @@ Colours filled(Region region, const Colours& boundary, const std::vector<bool>& 
     return membrane;
 }
 
-/// The whole sum at every `step`th pixel, in double, for a region of one part.
+/// The direct sum at every `step`th pixel, in double, for a region of one part.
 class Direct
 {
 public:
@@ -122,7 +122,7 @@ private:
         sum.g += weight * static_cast<double>(v.g);
         sum.b += weight * static_cast<double>(v.b);
     }
-    /// `right` and `left` say whether the region lies on that side as one looks from a to b on the screen.
+    /// Whether the region is on the `right` and on the `left`, looking from a to b on the screen.
     void add(Place a, Place b, bool right, bool left)
     {
         if (right && !left)
@@ -358,7 +358,7 @@ TEST(InterpolateMvc, LeavesAloneWhatHasNoKnownEdge)
     EXPECT_TRUE(stays(Region(40, 30, [](int, int) { return true; }), {})) << "no edge at all";
     EXPECT_TRUE(stays(Region(40, 30, [](int, int) { return false; }), {})) << "no region";
     EXPECT_TRUE(stays(Region(40, 30, [](int x, int) { return x > 9; }), std::vector<bool>(1200, true))) << "all hard";
-    // One part with an edge beside one without.
+    // One part with an edge and one without.
     const Region region(40, 30, [](int x, int) { return x != 20; });
     std::vector<bool> hard(1200);
     for (int y = 0; y < 30; ++y)
@@ -401,7 +401,7 @@ TEST(InterpolateMvc, HasNoStepsInside)
 
 TEST(InterpolateMvc, ThinRegionsKeepTheirValues)
 {
-    // One pixel wide, so that no polygon can be drawn.
+    // One pixel wide, so that it has no polygon.
     const Region line(64, 9, [](int, int y) { return y == 4; });
     std::vector<bool> hard(line.bytes.size());
     for (int x = 20; x < 30; ++x)

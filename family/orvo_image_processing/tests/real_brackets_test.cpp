@@ -1,4 +1,4 @@
-// Exposure matching on photographed brackets of static scenes. ORVO_TEST_DATA names the folder.
+// Exposure matching on photographed brackets of static scenes; needs the folder ORVO_TEST_DATA.
 #include "test_planes.hpp"
 
 #include <orvo_image_processing/auto_exposure.hpp>
@@ -72,7 +72,7 @@ struct Pair
     double most; ///< mean distance explained by noise, fine texture and hand movement
 };
 
-// Names the test; GoogleTest would print the bytes of the pointers, which are others in every run.
+// Names the test; GoogleTest would print the bytes of the pointers, which differ in every run.
 void PrintTo(const Pair& pair, std::ostream* out) { *out << pair.first << " and " << pair.second; }
 
 class RealBracket : public testing::TestWithParam<Pair>

@@ -17,7 +17,7 @@ namespace planes {
 
 using orvo::PixelRGB;
 
-/// A small generator, so that a test sees the same numbers with every standard library.
+/// A small generator with the same numbers for every standard library.
 class Random
 {
 public:
@@ -68,7 +68,7 @@ inline std::vector<PixelRGB<float>> noisePicture(int width, int height, std::uin
     return asPixels(noise(3 * area(width, height), seed));
 }
 
-/// Sizes that break loops over blocks, bands and borders first.
+/// Sizes that first break loops over blocks, bands and borders.
 inline const std::vector<std::pair<int, int>>& awkwardSizes()
 {
     static const std::vector<std::pair<int, int>> sizes = {{0, 0},  {0, 5},   {1, 1},   {2, 1},   {1, 2},   {2, 2},

@@ -60,7 +60,7 @@ TEST(TiledImageData, IsFilledOnDemandAndOnlyOnce)
     ASSERT_TRUE(some[1]);
     EXPECT_EQ(some[1]->size(), _Size<int>(256, 256));
     tiled.prepareImageData(tiled.rect(), from(picture, &calls), true);
-    EXPECT_EQ(calls, 4); // two strips beside the tile that was there, one below
+    EXPECT_EQ(calls, 4); // two strips around the existing tile, one below
     EXPECT_EQ(tiled.getTiles()[1], some[1]);
     EXPECT_EQ(tiled.getTiles()[5]->size(), _Size<int>(188, 44));
     tiled.prepareImageData(tiled.rect(), from(picture, &calls), true);
@@ -133,7 +133,7 @@ TEST(TiledImageData, TakesAPictureIntoAPart)
             expected->row(20 + y)[230 + x] = piece->row(y)[x];
     EXPECT_TRUE(sameBytes(*std::as_const(tiled).imageData(), *expected));
     EXPECT_EQ(tiled.getTiles()[2], before[2]);
-    tiled.blendWithImageData(*piece, {{}, {-20, -20, 50, 60}, true}); // what lies outside is left out
+    tiled.blendWithImageData(*piece, {{}, {-20, -20, 50, 60}, true}); // clipped
     EXPECT_EQ(tiled.getTiles()[0]->row(0)[0], piece->row(20)[20]);
 }
 
@@ -156,7 +156,7 @@ TEST(ModifiedImage, ShowsTilesAndBehindThemTheOriginal)
             edited->row(y)[x] = {1, 1, 1};
     EXPECT_TRUE(sameBytes(*image->developedModifiedImageData({}), *edited));
     EXPECT_EQ(image->developedOriginalImageData({}), original);
-    // Any part at any size is what the whole picture would show there.
+    // Any part at any size equals that of the whole picture.
     for (const auto& [size, rect] : std::vector<std::pair<_Size<int>, _Rect<int>>>{{{0, 0}, {200, 200, 100, 100}},
                                                                                    {{90, 77}, {0, 0, 0, 0}},
                                                                                    {{33, 21}, {250, 260, 300, 300}},
@@ -173,7 +173,7 @@ TEST(ModifiedImage, ShowsTilesAndBehindThemTheOriginal)
                  std::invalid_argument);
 }
 
-// Values everywhere, a tile of zeros and a uniform one among them.
+// Random values, with a tile of zeros and a uniform one.
 TiledMaskImage patchy(_Size<int> size)
 {
     TiledMaskImage mask(size);

@@ -73,7 +73,7 @@ std::optional<std::vector<unsigned char>> bytesOfBase64(std::string_view text)
             digits = 0;
         }
     }
-    // One digit alone holds no byte; padding, if there is any, fills the group.
+    // One digit alone holds no byte; padding, if any, fills the group.
     if (digits == 1 || (padding > 0 && (digits == 0 || digits + padding != 4)))
         return std::nullopt;
     if (digits == 2)

@@ -11,7 +11,7 @@ namespace orvo::io {
 
 [[nodiscard]] std::string base64Of(std::span<const unsigned char> bytes);
 
-// White space is skipped and padding may be missing; nothing if a character is none of the alphabet.
+// Skips white space; padding is optional. Nothing if a character is not in the alphabet.
 [[nodiscard]] std::optional<std::vector<unsigned char>> bytesOfBase64(std::string_view text);
 
 } // namespace orvo::io

@@ -42,7 +42,7 @@ void onWrite(png_structp png, png_bytep bytes, png_size_t count)
         png_error(png, "out of memory");
 }
 
-// A PNG being made in memory.
+// Encodes a PNG in memory.
 class Encoder
 {
 public:

@@ -100,8 +100,8 @@ std::vector<unsigned char> iccOf(const heif_image_handle* handle)
     return icc;
 }
 
-// From the numbers of ITU-T H.273; empty for those of sRGB and unknown ones. The curves of BT.709 and sRGB count as
-// one, as in all viewers.
+// From the numbers of ITU-T H.273; empty for those of sRGB and unknown ones. The curves of BT.709 and sRGB are treated
+// as equal, as in all viewers.
 std::shared_ptr<ColorProfile> profileByNumbers(const heif_image_handle* handle)
 {
     heif_color_profile_nclx* nclx = nullptr;
@@ -120,22 +120,22 @@ std::shared_ptr<ColorProfile> profileByNumbers(const heif_image_handle* handle)
     return profileFromChromaticities(p3 ? kP3Chromaticities : wide ? k2020Chromaticities : kSRGBChromaticities, gamma);
 }
 
-// The decoders below libheif have threads of their own. Where memory ends in one of these, the process ends, or waits
-// for ever for a thread that could not be started. So what decoding needs is asked for first, and given back at once:
-// an estimate of planes, their conversion and the stacks. Throws std::bad_alloc.
+// The decoders used by libheif have their own threads. If one of these runs out of memory, the process ends, or waits
+// forever for a thread that could not be started. So this allocates the memory for decoding beforehand and frees it
+// again: an estimate of planes, their conversion and the stacks. Throws std::bad_alloc.
 void requireMemory(int width, int height)
 {
     constexpr std::size_t kPerPixel = 24; // bytes: two of a sample, decoded planes, their tiles and the result
     constexpr std::size_t kFixed = std::size_t{96} << 20;
     const std::size_t bytes = kFixed + kPerPixel * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    // Not by new, which may keep what is freed for itself: threads need address space.
+    // Not with new, which may keep freed memory: threads need address space.
     void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
         throw std::bad_alloc();
     ::munmap(memory, bytes);
 }
 
-// One picture at a time, so that what requireMemory() found is there.
+// One picture at a time, so that the memory found by requireMemory() stays available.
 Picture decoded(const heif_image_handle* source, heif_chroma chroma)
 {
     static std::mutex oneAtATime;

@@ -27,17 +27,17 @@ void warn(const std::filesystem::path& path, const std::string& text)
     details::logWarning(path.string() + ": " + text);
 }
 
-// What the exception being handled says of reading the file at `path`.
+// The failure of reading the file at `path` for the exception being handled.
 Failure readFailure(const std::filesystem::path& path) noexcept
 {
     Failure failure = failureOfException();
     if (failure.kind == FailureKind::Cancelled)
-        return failure; // is about no file
+        return failure; // concerns no file
     try {
         failure.file = path;
         if (failure.kind == FailureKind::OutOfMemory)
             failure.sentence = "not enough memory for this picture";
-        else if (failure.kind == FailureKind::Internal) // a codec's own exception: the file is not what it expects
+        else if (failure.kind == FailureKind::Internal) // a codec's exception: the file is malformed
             failure.kind = FailureKind::UnreadableFile;
     } catch (...) {
         failure.kind = FailureKind::OutOfMemory;
@@ -61,7 +61,7 @@ ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
     case io::FileKind::Raw:
         return io::readRaw(file, job);
     case io::FileKind::Tiff:
-        // Most raw formats are TIFF underneath.
+        // Most raw formats are based on TIFF.
         return io::librawKnows(file.path()) ? io::readRaw(file, job) : io::readTiff(file, job);
     case io::FileKind::Unknown:
         break;
@@ -69,8 +69,8 @@ ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
     throw ReadFailure("expected a picture file: " + file.describeBeginning());
 }
 
-// Runs `body`, which opens a file, as an exported call: whatever it throws becomes the failure of the call, one line of
-// the log unless it is a cancel, and the empty answer.
+// Runs `body`, which opens a file, as an exported call. An exception becomes the failure of the call, one line of the
+// log unless it is a cancel, and an empty result.
 template <typename Body>
 auto guarded(const std::filesystem::path& path, const Body& body) -> decltype(body())
 {
@@ -88,7 +88,7 @@ auto guarded(const std::filesystem::path& path, const Body& body) -> decltype(bo
 
 // Side of the picture whose brightness is measured: enough for a mean, and a whole reduced JPEG of any camera.
 constexpr int kMeasuredSide = 64;
-// 14 bits below full scale: a black picture counts no darker than what a camera's converter can resolve.
+// 14 bits below full scale: a black picture counts no darker than a camera's converter resolves.
 constexpr float kDarkestMean = 1.0f / 16384.0f;
 
 _Size<int> fittedSize(_Size<int> size, int side)

@@ -177,7 +177,7 @@ float cropFactorOf(const Tags& tags, float focal)
     return factor > 0.2 && factor < 100.0 ? static_cast<float>(factor) : 0.0f;
 }
 
-// "2026:11:21 23:15:00" and the digits behind its decimal point, which stand in a tag of their own.
+// "2026:11:21 23:15:00" and its fraction of a second, which has a separate tag.
 std::optional<double> captureSecondsOf(const Tags& tags)
 {
     const std::string text = tags.text({"Exif.Photo.DateTimeOriginal"});

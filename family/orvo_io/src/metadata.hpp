@@ -14,12 +14,12 @@
 
 namespace orvo::io {
 
-// What a file's blocks contain besides ImageMetadata.
+// The content of a file's blocks besides ImageMetadata.
 struct BlockFacts
 {
     ImageMetadata record;
     int orientation = 1;                // EXIF, 1..8
-    bool adobe = false;                 // EXIF says that the colour space is Adobe RGB
+    bool adobe = false;                 // EXIF declares Adobe RGB
     bool hasBias = false;               // record.exposureBias was in the file
     std::vector<unsigned char> preview; // a JPEG, may be empty
     std::vector<unsigned char> icc;     // from readFactsOfFile() only
@@ -34,11 +34,11 @@ struct BlockFacts
 
 // IPTC records from the Photoshop resources of a JPEG; empty if there are none.
 [[nodiscard]] std::vector<unsigned char> iptcFromPhotoshop(std::span<const unsigned char> resources);
-// The reverse.
+// The inverse.
 [[nodiscard]] std::vector<unsigned char> photoshopFromIptc(std::span<const unsigned char> iptc);
 
 // The blocks for a new file: upright, of `size`, in sRGB or not, without the preview and without anything that
-// describes the pixels of the original file. Unreadable blocks are left out.
+// describes the pixels of the original file. Skips unreadable blocks.
 [[nodiscard]] EmbeddedMetadata blocksForWriting(const EmbeddedMetadata& blocks, _Size<int> size, bool isSRGB,
                                                 std::size_t exifLimit);
 
@@ -51,8 +51,8 @@ struct DirectoryEntry
     std::vector<unsigned char> value;
 };
 
-// The EXIF directories that a TIFF file stores beside its main one: exposure and location, and the texts for the main
-// directory. MakerNote is left out: its offsets do not survive the move.
+// The EXIF directories that a TIFF file stores next to its main one: exposure and location, and the texts for the main
+// directory. Without the MakerNote, whose offsets do not survive the move.
 struct ExifDirectories
 {
     std::vector<DirectoryEntry> main; // texts: maker, model, artist, ...

@@ -1,4 +1,4 @@
-// Takes rows from codecs; converts, turns and, for thumbnails, reduces them on the way.
+// Takes rows from codecs; converts them, rotates them and, for thumbnails, reduces them.
 #pragma once
 
 #include <orvo_common/memory_manager.hpp>
@@ -49,14 +49,14 @@ struct SinkSettings
 };
 
 // Takes the rows of one picture from top to bottom and converts them in parallel batches. Besides the result it holds
-// only one batch of the file's samples (and of the picture, if it is turned by 90 degrees).
+// only one batch of the file's samples (and of the picture, if it is rotated by 90 degrees).
 class PictureSink
 {
 public:
     // Allocates the picture. Throws std::bad_alloc, std::invalid_argument and what RowConverter throws.
     PictureSink(const SampleLayout& layout, SinkSettings settings);
 
-    // Memory for up to `rows` consecutive next rows; reduces `rows` to the number there is room for.
+    // Memory for up to `rows` consecutive next rows; reduces `rows` to the number that fits.
     [[nodiscard]] unsigned char* nextRows(int& rows);
     // Marks that many rows as filled. Throws FailureError on cancel.
     void commit(int rows);

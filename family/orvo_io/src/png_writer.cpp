@@ -124,7 +124,7 @@ void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
     const std::vector<unsigned char>& icc = settings.profile->icc();
     encoder.guarded([&] {
         png_set_user_limits(state.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
-        // Many cameras embed a copy of sRGB that libpng knows as incorrect, and would refuse to write.
+        // Many cameras embed a copy of sRGB that libpng knows to be incorrect and refuses to write.
         png_set_option(state.png, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
         png_set_IHDR(state.png, state.info, static_cast<png_uint_32>(picture.width()),
                      static_cast<png_uint_32>(picture.height()), settings.bits, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,

@@ -43,7 +43,7 @@ int exifOrientation(int flip)
     return flip >= 0 && flip < 8 ? kOrientations[static_cast<std::size_t>(flip)] : 1;
 }
 
-// Fills in what LibRaw knows beyond or instead of EXIF.
+// Fills in LibRaw's values beyond or instead of EXIF.
 void fillRecord(LibRaw& raw, ImageMetadata& record)
 {
     const auto& other = raw.imgdata.other;
@@ -63,7 +63,7 @@ void fillRecord(LibRaw& raw, ImageMetadata& record)
     if (record.lensModel.empty())
         record.lensModel = raw.imgdata.lens.Lens;
     const auto& levels = raw.imgdata.color.dng_levels;
-    constexpr float kMostBaseline = 10.0f; // EV; LibRaw says -999 for none
+    constexpr float kMostBaseline = 10.0f; // EV; LibRaw's -999 means none
     if (std::isfinite(levels.baseline_exposure) && std::abs(levels.baseline_exposure) <= kMostBaseline)
         record.baselineExposure = levels.baseline_exposure;
     if (levels.LinearResponseLimit > 0.0f && levels.LinearResponseLimit <= 1.0f)
@@ -196,7 +196,7 @@ void setParameters(LibRaw& raw, const ReadJob& job, bool undeveloped)
     auto& parameters = raw.imgdata.params;
     parameters.use_camera_wb = 1;
     parameters.output_bps = 16;
-    parameters.user_flip = 0; // rows are turned while they are stored
+    parameters.user_flip = 0; // rows are rotated when stored
     parameters.user_qual = 3; // adaptive homogeneity-directed (Hirakawa, Parks 2005)
     parameters.half_size = job.depth == ReadDepth::Reduced ? 1 : 0;
     // Otherwise the brightest sample of each picture becomes its white, and the frames of a series lose their common

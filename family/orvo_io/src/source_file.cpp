@@ -44,7 +44,7 @@ std::string reason(int error) { return std::generic_category().message(error); }
 
 SourceFile::SourceFile(const std::filesystem::path& path) : location(path)
 {
-    // O_NONBLOCK: opening a pipe without a writer would block for ever.
+    // O_NONBLOCK: opening a pipe without a writer would block forever.
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0)
         throw ReadFailure("cannot be opened: " + reason(errno));

@@ -215,7 +215,7 @@ Band bandOf(TIFF* tiff, const TiffFacts& facts, const SourceFile& file)
         std::uint32_t tileHeight = 0;
         TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &tileWidth);
         TIFFGetField(tiff, TIFFTAG_TILELENGTH, &tileHeight);
-        // Before any product of theirs: libtiff multiplies what the file says.
+        // Before any multiplication: libtiff multiplies the values of the file unchecked.
         checkTiles(file, facts, tileWidth, tileHeight, 0);
         band.rows = static_cast<int>(tileHeight);
         band.blockWidth = static_cast<int>(tileWidth);

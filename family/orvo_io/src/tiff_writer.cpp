@@ -48,7 +48,7 @@ Bytes serialise(const std::vector<DirectoryEntry>& entries, std::uint64_t offset
     return out;
 }
 
-// Appends the directory to the file, where libtiff has not written yet, and returns its offset; 0 for none.
+// Appends the directory at the end of the file, after libtiff's data, and returns its offset; 0 for none.
 std::uint64_t appendDirectory(OutputFile& file, std::vector<DirectoryEntry> entries, bool big)
 {
     if (entries.empty())
@@ -73,7 +73,7 @@ void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& setting
     EmbeddedMetadata blocks = blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestExif);
     const ExifDirectories directories = directoriesOf(blocks.exif);
     for (const DirectoryEntry& entry : directories.main) {
-        // Texts that libtiff knows; it would need a declaration of any other.
+        // Tags with a text that libtiff knows; others would need a declaration.
         static constexpr std::uint32_t kTexts[] = {TIFFTAG_IMAGEDESCRIPTION, TIFFTAG_MAKE,     TIFFTAG_MODEL,
                                                    TIFFTAG_SOFTWARE,         TIFFTAG_DATETIME, TIFFTAG_ARTIST,
                                                    TIFFTAG_COPYRIGHT};

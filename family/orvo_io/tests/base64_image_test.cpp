@@ -150,7 +150,7 @@ TEST(Base64Image, NonsenseGivesNothingAndOneLine)
         EXPECT_THAT(line, HasSubstr("convertToImageData: "));
 }
 
-// A PNG of zeros that unfolds to a thousand times its size.
+// A PNG of zeros that decompresses to a thousand times its size.
 std::string bomb(int width, int height)
 {
     const TemporaryFolder folder;

@@ -36,7 +36,7 @@ std::shared_ptr<Picture> gray(const Picture& picture)
     return out;
 }
 
-// Where pixel (x, y) of a file of size w x h ends up.
+// Position of pixel (x, y) of a file of size w x h in the upright picture.
 std::shared_ptr<Picture> turned(const Picture& stored, int orientation)
 {
     const int w = stored.width();
@@ -143,7 +143,7 @@ TEST_F(ImageReaderTest, ReadsInk)
         ASSERT_TRUE(read) << adobe;
         const auto reference = uniform(40, 30, expected.r, expected.g, expected.b);
         EXPECT_LT(worstDifference(*read, *reference), kJpeg) << adobe;
-        // Ink does not have three channels that could stay as they are.
+        // Ink has no three channels to keep.
         const auto stored = pixelsOf(openFile(folder / "c.jpg", ImageReaderOpenFlag::None));
         EXPECT_EQ(*stored->colorProfile(), *ColorProfileType::sRGB());
     }

@@ -166,7 +166,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
         EXPECT_FLOAT_EQ(read->isoSpeed, 320.0f) << name;
         ASSERT_TRUE(read->embedded) << name;
 
-        // What another program sees in the file.
+        // The file as seen by another program.
         const auto other = Exiv2::ImageFactory::open((folder / name).string());
         other->readMetadata();
         Exiv2::ExifData& seen = other->exifData();
@@ -345,7 +345,7 @@ TEST_F(ImageWriterTest, NoSecondPlane)
     constexpr std::size_t kBand = 12u << 20; // writers convert and compress a band at a time
     const auto picture = gradient(2000, 1500);
     for (const char* const name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
-        MemoryManager::instance().trim(); // a kept plane may be larger than what it is used for
+        MemoryManager::instance().trim(); // a kept plane may be larger than requested
         const std::size_t before = MemoryManager::instance().liveBytes();
         MemoryManager::instance().resetPeak();
         writeImage(folder / name, *picture, writeSettingsForPath(name));

@@ -137,7 +137,7 @@ TEST_F(RealFiles, HeicIsUprightAndWide)
     EXPECT_EQ(log.texts(LogMessageType::Warning).size(), 1u);
 }
 
-// The decoder's own threads neither wait for ever nor end the process.
+// The decoder's threads neither wait forever nor end the process.
 TEST_F(RealFiles, HeicWithoutMemoryIsAFailure)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -87,7 +87,7 @@ void makeTiff(const std::filesystem::path& path, int width, int height, const By
 // Lossless WebP from RGBA; `exif` may be empty.
 void makeWebP(const std::filesystem::path& path, int width, int height, const Bytes& rgba);
 
-// Opens as the bracket operations do.
+// Opens like the bracket operations.
 std::shared_ptr<Image> openFile(const std::filesystem::path& path,
                                 ImageReaderOpenFlag flags = ImageReaderOpenFlag::Bracket,
                                 std::shared_ptr<ColorProfile> profile = nullptr);

@@ -11,7 +11,7 @@
 
 namespace orvo::scenes {
 
-/// What the camera writes besides the picture.
+/// The metadata that a camera writes.
 struct ExifValues
 {
     std::string make = "Orvo";

@@ -49,7 +49,7 @@ class SphereScene
 public:
     explicit SphereScene(std::uint64_t seed = 1);
 
-    /// Linear light, primaries of sRGB, in a direction of length 1. Details finer than `finest` degrees are left out.
+    /// Linear light, primaries of sRGB, in a direction of length 1. Omits details finer than `finest` degrees.
     [[nodiscard]] PixelRGB<float> light(double x, double y, double z, double finest) const;
 
     /// The camera's picture: sRGB-encoded, clamped to 0..1, profile sRGB(). Parallel over rows.

@@ -28,7 +28,7 @@ _Size<int> withinPixelBudget(_Size<int> size, std::int32_t maxPixels)
     return {side(size.width), side(size.height)};
 }
 
-// The first of `count` lines for which `hasSample` holds; `count` if none does.
+// The first of `count` lines for which `hasSample` returns true; `count` if there is none.
 template <typename HasSample>
 int stepsToMask(int count, const HasSample& hasSample)
 {
@@ -38,8 +38,8 @@ int stepsToMask(int count, const HasSample& hasSample)
     return steps;
 }
 
-// One side of an answer before it is enlarged. The ratio allows for a service that answers at another scale than that
-// of the request; `sent` is 0 if the application does not know the size it sent.
+// One side of an answer before it is enlarged. The ratio corrects for a service that answers at a scale different from
+// the request's; `sent` is 0 if the application does not know the size it sent.
 int answerSide(int downsampled, int generated, int sent, int rect)
 {
     const float ratio = sent > 0 ? static_cast<float>(generated) / static_cast<float>(sent) : 1.0f;
@@ -68,7 +68,7 @@ _Rect<int> maskBounds(const TiledMaskImage& mask)
     const int width = mask.width();
     const int height = mask.height();
     constexpr int kTile = TiledMaskImage::kTileSize;
-    // Tests a line tile by tile, since most tiles are empty and need no look at their samples.
+    // Tests a line tile by tile, since most tiles are empty and need no check of their samples.
     const auto tileIsEmpty = [&](int column, int row) {
         const auto& tile = mask.tile(column, row);
         return !tile.samples && isFloatEqual(tile.uniform, 0.0f);

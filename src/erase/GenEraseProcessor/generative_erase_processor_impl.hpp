@@ -42,7 +42,7 @@ public:
     struct State
     {
         std::shared_ptr<TiledImageData> modifiedData; ///< empty: the picture was unedited
-        std::shared_ptr<TiledMaskImage> mask;         ///< held, not copied: a phase draws on its own copy
+        std::shared_ptr<TiledMaskImage> mask;         ///< shared: a phase draws on a copy
         bool showMask = false;
         RequestParameters requestParameters;
         std::vector<std::string> resourceKeys;

@@ -1,4 +1,4 @@
-// Two halves of one gray, the second of them brighter, are joined without a step.
+// Joins two halves of one gray, the second one brighter, without a visible step.
 #include <orvo_extensions/panorama_mblender.hpp>
 
 #include <opencv2/core.hpp>

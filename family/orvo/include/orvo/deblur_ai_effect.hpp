@@ -28,7 +28,7 @@ public:
     /// result differs in size from the source. Polls `call.cancelRun` all the time and `call.cancelEffect` before and
     /// after the work. Throws as deblurFaces() does.
     bool processImage(EffectCallContext& call) override;
-    /// Drops what the base keeps; deblurFaces() keeps nothing between runs.
+    /// Drops the base's cached data; deblurFaces() caches nothing between runs.
     void clearCache() override;
     [[nodiscard]] std::shared_ptr<Effect> clone() const override;
     /// False at an amount of 0.

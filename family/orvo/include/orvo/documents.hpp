@@ -11,14 +11,14 @@
 
 namespace orvo {
 
-/// The picture file, with its edits applied where `settings` holds a saved composition, otherwise as it is. A
-/// composition that cannot be applied is logged as a warning, and the picture comes as it is. Throws std::runtime_error
-/// that names the file if it cannot be opened. Peak: as open(), and Composer's export.
+/// Opens the picture file and applies the edits if `settings` holds a saved composition. If that fails, logs a warning
+/// and returns the picture without edits. Throws std::runtime_error that names the file if it cannot be opened. Peak:
+/// that of open() and of Composer's export.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image>
 openNoEmpty(const std::filesystem::path& path, const StateSettings& settings, const std::filesystem::path& presetsPath);
 
-/// The composition at its own size. Throws std::invalid_argument if there is none, std::runtime_error if it has no
-/// layer.
+/// Renders the composition at its own size. Throws std::invalid_argument on an empty pointer, std::runtime_error if it
+/// has no layer.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> exportFromComposer(const std::shared_ptr<Composer>& composer);
 
 } // namespace orvo

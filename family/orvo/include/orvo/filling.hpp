@@ -1,4 +1,4 @@
-/// Picture completion: paints the masked part of a picture anew from its surroundings.
+/// Picture completion: paints the masked part of a picture from its surroundings.
 #pragma once
 
 #include <orvo_common/export.hpp>

@@ -1,5 +1,5 @@
 /// Final adjustments of a merged picture, in place. Any thread; parallel; bit-identical for any number of threads.
-/// Non-finite values are ignored by measurements and do not spread. Empty pictures stay as they are.
+/// Measurements ignore non-finite values, which do not spread. Empty pictures stay empty.
 #pragma once
 
 #include <orvo/raw_development.hpp>

@@ -1,4 +1,4 @@
-/// The queue on which the work of an object runs: one worker, in the order of the calls.
+/// A work queue: one worker, in the order of the calls.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -9,43 +9,42 @@
 
 namespace opq {
 
-/// Runs operations one after the other on a worker of its own and leaves out those that are cancelled by the time the
-/// worker gets to them. An exception of an operation is logged as an error, and the worker goes on.
+/// Runs operations one after the other on its own worker thread and skips those that are cancelled before they start.
+/// Logs an exception of an operation as an error and goes on.
 ///
-/// Operations may call every method, the destructor included: a callback may shut the queue down or drop the last
-/// reference to the queue's owner. Functions of operations are released on the worker, or by whoever drops them
+/// Operations may call every method, including the destructor: a callback may shut the queue down or drop the last
+/// reference to the queue's owner. Functions of operations are destroyed on the worker, or where they are dropped
 /// without a run, never under a lock. Methods may be called from any thread.
 class ORVO_EXPORT OperationQueue
 {
 public:
-    /// What a queue is for, as its log lines say.
+    /// The purpose of a queue, for its log lines.
     enum class Type : std::int32_t
     {
         Work = 0,
-        Delivery = 1, ///< hands results over
+        Delivery = 1, ///< delivers results
     };
 
-    /// Throws std::system_error if there is no thread to be had.
+    /// Throws std::system_error if no thread can be started.
     OperationQueue();
     explicit OperationQueue(Type type);
-    /// Finishes what it holds: returns after the last operation added before has run. From an operation of its own the
-    /// waiting ones run right here, in the midst of the one that destroys the queue. What is added meanwhile is
-    /// dropped.
+    /// Returns after all added operations have run. When called from one of its own operations, runs the waiting ones
+    /// right here, inside of that operation. Drops operations added meanwhile.
     ~OperationQueue();
     OperationQueue(const OperationQueue&) = delete;
     OperationQueue& operator=(const OperationQueue&) = delete;
 
-    /// Appends; dropped without a run if the queue is closed. An empty pointer is ignored.
+    /// Appends an operation; drops it without a run if the queue is closed. Ignores an empty pointer.
     void addOperation(std::shared_ptr<Operation> operation);
-    /// The worker takes no further operations in.
+    /// Whether the worker accepts no more operations.
     [[nodiscard]] bool closed() const;
-    /// Closes the queue, drops what waits, and returns when the running operation has ended; at once if called from an
-    /// operation, which is the running one then. May be called again.
+    /// Closes the queue, drops the waiting operations, and returns when the running one has ended; at once if called
+    /// from that operation. May be called again.
     void shutDown();
 
 private:
     struct State;
-    std::shared_ptr<State> state; // shared with the worker, which outlives a queue that its own operation destroys
+    std::shared_ptr<State> state; // shared with the worker, which outlives a queue destroyed by its own operation
 };
 
 } // namespace opq

@@ -1,4 +1,4 @@
-/// The store of the tools for what is too large to be kept in memory.
+/// Disk storage for the large data of the tools.
 #pragma once
 
 #include <orvo_brush/drawing_controller.hpp>
@@ -15,24 +15,24 @@
 
 namespace orvo {
 
-/// The key of a new file: a text that generateUUID() made, with the ending of the files.
+/// The key of a new file: `text`, from generateUUID(), with the file extension.
 [[nodiscard]] ORVO_EXPORT std::string appendMaskExt(const std::string& text);
 
-/// Temporary files by key. Copies share the files, which go with the last of them.
+/// Temporary files by key. Copies share the files; the last copy removes them.
 ///
-/// save() returns at once; the file is written in the background, one after the other. What cannot be written (a full
-/// or read-only disk) stays in memory, where the loads find it: the future of the save then holds the error, which is
-/// also logged, and nothing is lost. The samples must not change once they are saved; tiles are shared as they stand.
+/// save() returns at once; a background thread writes one file after the other. Data that cannot be written (a full or
+/// read-only disk) stays in memory, where loads find it; the future of the save then holds the error, which is also
+/// logged. Saved samples must not change, since their tiles are shared.
 ///
-/// Loads wait for a save of the key that is under way. They throw std::runtime_error that names the key if nothing is
-/// saved under it, if it holds something else, or if its file cannot be read. Usable from any thread, but for `saves`.
-/// Peak: what is loaded.
+/// Loads wait for a pending save of the key. They throw std::runtime_error that names the key if nothing is saved under
+/// it, if it holds another type, or if its file cannot be read. Usable from any thread, except `saves`. Peak: the
+/// loaded data.
 class ORVO_EXPORT ResourceManager
 {
 public:
-    /// Of no folder: what is saved stays in memory.
+    /// Without a folder: saved data stays in memory.
     ResourceManager();
-    /// Files in `directory`, which is made (0700) if it is not there; their names begin with `name`.
+    /// Puts files in `directory`, creating it with mode 0700 if missing; their names begin with `name`.
     ResourceManager(std::filesystem::path directory, std::string name);
     ~ResourceManager();
     ResourceManager(const ResourceManager&);
@@ -40,8 +40,8 @@ public:
     ResourceManager& operator=(const ResourceManager&);
     ResourceManager& operator=(ResourceManager&&) noexcept;
 
-    /// A former save of the key is replaced. Throw std::invalid_argument if `data` is empty or the key is no file name
-    /// of letters, digits, '-', '_' and '.'.
+    /// Replaces an earlier save of the key. Throw std::invalid_argument if `data` is empty or the key is not a file
+    /// name of letters, digits, '-', '_' and '.'.
     std::shared_future<void> save(const std::string& key, const std::shared_ptr<const KepTiledImageData>& data);
     std::shared_future<void> save(const std::string& key, const std::shared_ptr<const _ImageData<float>>& data);
     std::shared_future<void> save(const std::string& key,
@@ -52,15 +52,15 @@ public:
     [[nodiscard]] std::shared_ptr<_ImageData<float>> loadMask(const std::string& key) const;
     [[nodiscard]] std::shared_ptr<TiledMaskImage> loadTiledMaskImage(const std::string& key) const;
     [[nodiscard]] std::shared_ptr<KepTiledImageData> loadTiledImageDataSol(const std::string& key) const;
-    /// Empty, instead of throwing, if nothing is saved under the key. `flag` is always true here.
+    /// Returns empty, instead of throwing, if nothing is saved under the key. `flag` is always true here.
     [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> checkAndLoadImageData(const std::string& key,
                                                                                      bool flag) const;
     [[nodiscard]] DrawingState loadDrawingState(const std::string& key) const;
 
-    /// Removes the files of this manager; returns when none is left. Nothing is saved afterwards, and `saves` is empty.
+    /// Removes all saved data and clears `saves`. No file of this manager is left when it returns.
     void clearTempFiles();
 
-    /// The futures of the saves by key, kept by whoever saves.
+    /// The futures of the saves by key, filled in by the callers of save().
     std::unordered_map<std::string, std::shared_future<void>> saves;
 
 private:

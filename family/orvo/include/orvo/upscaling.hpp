@@ -38,9 +38,9 @@ struct ORVO_EXPORT UpscaleAISettings
     bool builtIn = false; ///< use the built-in filters even where a network is configured
 };
 
-/// Identifies the result of an upscaling, so that it can be cached. `key` names the pixels: the same key and size must
-/// never mean other pixels. `size` is the size of the picture; with any other, nothing is cached. Nor with an empty key
-/// (the default).
+/// Identifies the result of an upscaling, so that it can be cached. `key` stands for the pixels: the same key and size
+/// must never mean other pixels. `size` is the size of the picture; any other size disables caching, and so does an
+/// empty key (the default).
 struct ORVO_EXPORT mlCacheInfo
 {
     std::string key;
@@ -60,9 +60,8 @@ struct ORVO_EXPORT mlCacheInfo
 /// positions.
 ///
 /// The built-in filters are learned from photographs and double the picture (scripts/train_upscaler/train.py describes
-/// the method). The noise of the picture is measured and filters learned with as much noise are used, so noise with a
-/// deviation of 0.01 to 0.05 comes out weaker than from cubic interpolation, and other noise about unchanged. `crisp`
-/// steepens edges, not noise.
+/// the method). Filters learned with the measured noise of the picture are used, so noise with a deviation of 0.01 to
+/// 0.05 becomes weaker than with cubic interpolation, and other noise about equal. `crisp` steepens edges, not noise.
 ///
 /// A network replaces them if the settings store (orvosettings()) names one:
 ///   "Upscale.model"    text; path of a super-resolution network in ONNX with 3 channels (red, green, blue) or 1 (luma,

@@ -1,11 +1,11 @@
-/// What a brush is like.
+/// Settings of a brush.
 #pragma once
 
 #include <orvo_common/export.hpp>
 
 #include <cstdint>
 
-/// What strokes do to a mask.
+/// The effect of strokes on a mask.
 enum class DrawingMode : std::int32_t
 {
     Draw = 0,
@@ -26,7 +26,7 @@ public:
     [[nodiscard]] virtual BrushSettingsType getType() const = 0;
 };
 
-/// A round brush. Values outside their range are limited when they are used; NaN counts as 0.
+/// A round brush. Values are clamped to their ranges on use; NaN counts as 0.
 class ORVO_EXPORT RoundBrushSettings : public BaseBrushSettings
 {
 public:
@@ -37,11 +37,11 @@ public:
     ~RoundBrushSettings() override;
 
     [[nodiscard]] BrushSettingsType getType() const override { return BrushSettingsType::Round; }
-    /// Pixels of the mask; 0 draws nothing.
+    /// In pixels of the mask; 0 draws nothing.
     [[nodiscard]] float getRadius() const { return radius; }
     /// Share of the radius over which the rim fades, 0..1. A hard rim fades over one pixel.
     [[nodiscard]] float getSoftness() const { return softness; }
-    /// What a stroke reaches at most, 0..1.
+    /// The most a stroke reaches, 0..1.
     [[nodiscard]] float getOpacity() const { return opacity; }
 
 private:

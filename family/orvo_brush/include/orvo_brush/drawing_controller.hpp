@@ -12,22 +12,22 @@
 
 namespace orvo {
 
-/// A mask at one moment. Copying it shares the mask's tiles.
+/// A snapshot of a mask. Copies share its tiles.
 struct ORVO_EXPORT DrawingState
 {
-    std::shared_ptr<const TiledMaskImage> mask; ///< empty: nothing drawn, as a default state is
+    std::shared_ptr<const TiledMaskImage> mask; ///< empty: nothing drawn (the default)
 };
 
-/// A mask under the brush.
+/// A mask painted with a brush.
 ///
-/// A stroke sets round stamps along the line through its points, a quarter of the radius apart. Where stamps of one
-/// stroke overlap the strongest counts, so that a stroke reaches its opacity and no more, however slowly it is drawn;
-/// strokes upon each other add up. The same points give the same mask, in one batch or in many. Points are pixels: the
-/// centre of the first one is (0.5, 0.5). Points that are no numbers, or a hundred million pixels away, are left out.
+/// A stroke sets round stamps along the line through its points, a quarter of the radius apart. Overlapping stamps of
+/// one stroke take the maximum, so a stroke never exceeds its opacity, however slowly it is drawn; separate strokes add
+/// up. The same points give the same mask in one batch or in many. Points are in pixels: the centre of the first pixel
+/// is (0.5, 0.5). Points that are NaN or a hundred million pixels away are skipped.
 ///
-/// Only the tiles that a stamp touches cost anything. Masks that are given and taken share their tiles with the one
-/// being drawn, which copies a tile when it writes to it, so that none of them changes. Belongs to one thread at a
-/// time. Every method but the constructors throws std::logic_error before initialize().
+/// Only tiles touched by a stamp cost memory and time. Masks passed in and returned share tiles with the one being
+/// drawn (copy on write), so they never change. One thread at a time. Every method except the constructors throws
+/// std::logic_error before initialize().
 ///
 /// Example:
 ///   DrawingController controller(_Size<int>(6000, 4000));
@@ -40,9 +40,9 @@ struct ORVO_EXPORT DrawingState
 class ORVO_EXPORT DrawingController
 {
 public:
-    /// An empty mask of that size.
+    /// Starts from an empty mask.
     explicit DrawingController(const _Size<int>& size);
-    /// Goes on from `mask`, which stays as it is.
+    /// Starts from `mask`, which is not changed.
     explicit DrawingController(std::shared_ptr<TiledMaskImage> mask);
     ~DrawingController();
     DrawingController(const DrawingController&) = delete;
@@ -50,33 +50,33 @@ public:
 
     void initialize();
 
-    /// Ends a stroke under way first.
+    /// Ends a running stroke first.
     void startStroke();
-    /// The next points of the stroke. Outside of a stroke the points are a stroke of their own.
+    /// Adds points to the stroke. Outside of a stroke the points form their own stroke.
     void stroke(const std::vector<_Point<float>>& points);
     void finishStroke();
     [[nodiscard]] bool isStrokeInProgress() const;
     [[nodiscard]] _Size<int> maskSize() const { return size; }
 
-    /// For the points that come. A larger brush counts from the last point on, not back along the line.
+    /// Applies to later points. A larger brush takes effect from the last point on, not back along the line.
     void setRoundBrushSettings(float radius, float softness);
     void setBrushOpacity(float opacity);
-    /// A stroke under way goes on as a new one.
+    /// Splits a running stroke in two.
     void setDrawingMode(DrawingMode mode);
 
-    /// Sets the whole mask, the stroke under way included, to a value, which is limited to 0..1.
+    /// Sets the whole mask, including a running stroke, to `value`, clamped to 0..1.
     void fillMask(const float& value);
 
-    /// The mask as it stands, a stroke under way included.
+    /// The current mask, including a running stroke.
     [[nodiscard]] std::shared_ptr<TiledMaskImage> getMask() const;
-    /// The same, the part `rect` at `size` (TiledMaskImage::maskImage()).
+    /// The part `rect` of the current mask at `previewSize` (TiledMaskImage::maskImage()).
     [[nodiscard]] std::shared_ptr<const MaskImage> getMaskPreview(_Size<int> previewSize, const _Rect<int>& rect) const;
-    /// The same for settings of whole pixels and without a turn; others are refused with std::invalid_argument.
+    /// The same for settings in whole pixels without rotation; throws std::invalid_argument on others.
     [[nodiscard]] std::shared_ptr<const MaskImage> getMaskPreview(const ImageTransformSettings& settings) const;
 
     [[nodiscard]] DrawingState getState() const;
-    /// Ends a stroke under way and puts the state's mask in place of what is drawn; brush and mode stay. Throws
-    /// std::invalid_argument on a state of another size.
+    /// Ends a running stroke and replaces the mask by the state's; keeps brush and mode. Throws std::invalid_argument
+    /// on a state of another size.
     void applyState(const DrawingState& state);
 
 private:

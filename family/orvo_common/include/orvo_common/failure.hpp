@@ -1,7 +1,7 @@
-/// Why an operation gave nothing, as a value.
+/// The reason why an operation returned nothing, as a value.
 ///
-/// Whoever fails says kind, file and sentence once: by throwing FailureError or, where the answer is an empty result,
-/// by details::stateFailure(). The exported call that this ends keeps it for lastFailure() of its thread.
+/// Failing code reports kind, file and sentence once: it throws FailureError or, if it returns an empty result, calls
+/// details::stateFailure(). The enclosing exported call keeps the failure for lastFailure() of its thread.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -17,19 +17,19 @@ namespace orvo {
 
 enum class FailureKind
 {
-    Cancelled,         ///< the caller stopped it
-    UnreadableFile,    ///< missing, damaged, or nothing that is read
-    UnfittingPictures, ///< readable, but not fit for what was asked: of different sizes, too large, without overlap
-    OutOfMemory,       ///< there is not enough memory
-    FullDisk,          ///< there is no space left for the file, or a quota is used up
-    Internal,          ///< anything else: a setting out of range, a folder that takes no files, an error of a library
+    Cancelled,         ///< stopped by the caller
+    UnreadableFile,    ///< missing, damaged, or of an unsupported format
+    UnfittingPictures, ///< readable but unusable together or for the operation: sizes differ, too large, no overlap
+    OutOfMemory,       ///< not enough memory
+    FullDisk,          ///< no space left for the file, or quota exceeded
+    Internal,          ///< anything else: a setting out of range, an unwritable folder, an error of a library
 };
 
 struct Failure
 {
     FailureKind kind = FailureKind::Internal;
-    std::filesystem::path file; ///< as the caller named it; empty: the failure is about no single file
-    std::string sentence;       ///< one line without a full stop, which does not repeat `file`
+    std::filesystem::path file; ///< as passed by the caller; empty if the failure concerns no single file
+    std::string sentence;       ///< one line without a full stop and without `file`
 
     bool operator==(const Failure&) const = default;
 };
@@ -37,17 +37,17 @@ struct Failure
 /// "photo.jpg: the file is empty", or the sentence alone if there is no file.
 [[nodiscard]] ORVO_EXPORT std::string describe(const Failure& failure);
 
-/// Why the last exported call of this thread gave nothing, or left a file out; empty if nothing failed. It is cleared
-/// when an exported call begins and set when it ends; calls of other threads do not touch it. Exported calls are the
-/// operations of include/orvo_extensions, ImageReader's, ImageLoader's, upscaleX(), upscaledSize() and writeImage().
-/// A call that throws sets it, too.
+/// Why the last exported call of this thread returned nothing, or skipped a file; empty if nothing failed. An exported
+/// call clears it at its start and sets it at its end, also when it throws; other threads do not affect it. Exported
+/// calls are the operations of include/orvo_extensions, ImageReader's, ImageLoader's, upscaleX(), upscaledSize() and
+/// writeImage().
 [[nodiscard]] ORVO_EXPORT std::optional<Failure> lastFailure();
 
-/// What the last exported call of this thread warned about although it went on: lines of its log, in their order, each
-/// once. Cleared and set as lastFailure() is.
+/// Warnings of the last exported call of this thread, which it survived: lines of its log, in order, without
+/// duplicates. Cleared and set like lastFailure().
 [[nodiscard]] ORVO_EXPORT std::vector<std::string> lastWarnings();
 
-/// The exception as which a failure travels. what() is describe().
+/// Carries a failure as an exception. what() is describe().
 class ORVO_EXPORT FailureError : public std::runtime_error
 {
 public:
@@ -56,65 +56,65 @@ public:
 
 private:
     explicit FailureError(std::shared_ptr<const Failure> completed);
-    std::shared_ptr<const Failure> value; // copies of an exception must not throw
+    std::shared_ptr<const Failure> value; // shared, since copies of an exception must not throw
 };
 
 /// FullDisk for ENOSPC and EDQUOT, OutOfMemory for ENOMEM, else `otherwise`.
 [[nodiscard]] ORVO_EXPORT FailureKind kindOfSystemError(int code, FailureKind otherwise);
 
-/// What a caller's cancel is reported as.
+/// The failure of a call cancelled by its caller.
 [[nodiscard]] ORVO_EXPORT Failure cancelledFailure();
 
-/// The failure that the exception being handled stands for: that of a FailureError, OutOfMemory for std::bad_alloc,
-/// FullDisk for a system error that says so, else Internal with the exception's text. To be called in a handler.
+/// The failure for the exception being handled: that of a FailureError, OutOfMemory for std::bad_alloc, FullDisk for a
+/// matching system error, else Internal with the exception's text. Call it in a handler.
 [[nodiscard]] ORVO_EXPORT Failure failureOfException() noexcept;
 
 namespace details {
 
-/// States why the result that follows is empty. The first statement of a call stands, but a cancel replaces it:
-/// whatever fails after a cancel is its consequence. Has no effect outside of a call.
+/// Records why the coming result is empty. The first record of a call wins, but a cancel replaces it, since any failure
+/// after a cancel is its consequence. Has no effect outside of a call.
 ORVO_EXPORT void stateFailure(Failure failure) noexcept;
-/// Restates what the call that has just ended failed from; `otherwise` if that said nothing.
+/// Records the failure of the call that has just ended; `otherwise` if it recorded none.
 ORVO_EXPORT void stateLastFailure(Failure otherwise) noexcept;
-/// Throws what has been stated, where that ends the call after all.
+/// Throws the recorded failure, for code where it does end the call.
 [[noreturn]] ORVO_EXPORT void throwStatedFailure();
 /// Keeps a line for lastWarnings(). Has no effect outside of a call.
 ORVO_EXPORT void keepWarning(const std::string& text) noexcept;
 
-/// What a piece of work had to say.
+/// The failure and the warnings of a piece of work.
 struct Statements
 {
     std::optional<Failure> failure;
     std::vector<std::string> warnings;
 };
 
-/// An exported call, from its first line to its last. A call inside another has its own statements; the outer one gets
-/// its warnings, but its failure only by stateLastFailure(), since it may go on without that result.
+/// Spans an exported call. A nested call has its own statements; the outer one gets its warnings, but its failure only
+/// through stateLastFailure(), since it may go on without that result.
 class ORVO_EXPORT CallScope
 {
 public:
-    CallScope() noexcept; ///< clears what lastFailure() and lastWarnings() return
+    CallScope() noexcept; ///< clears lastFailure() and lastWarnings()
     ~CallScope();         ///< sets them
     CallScope(const CallScope&) = delete;
     CallScope& operator=(const CallScope&) = delete;
 
-    /// What ended the call, in place of anything stated before.
+    /// Records the failure that ended the call and replaces earlier ones.
     void fail(Failure failure) noexcept;
 
 private:
     Statements outer;
 };
 
-/// Collects the statements of a part of a call, such as one item of a parallel loop on whatever thread.
+/// Collects the statements of a part of a call, such as one item of a parallel loop, on any thread.
 class ORVO_EXPORT StatementScope
 {
 public:
     StatementScope() noexcept;
-    ~StatementScope(); ///< puts back what the thread had stated before
+    ~StatementScope(); ///< restores the earlier statements of the thread
     StatementScope(const StatementScope&) = delete;
     StatementScope& operator=(const StatementScope&) = delete;
 
-    /// What was stated since; nothing is left of it.
+    /// Takes the statements made since the start of the scope.
     [[nodiscard]] Statements take() noexcept;
 
 private:
@@ -124,7 +124,7 @@ private:
 /// Adds the statements of a part to those of the calling thread.
 ORVO_EXPORT void addStatements(Statements statements) noexcept;
 
-/// Runs `body` as an exported call that lets exceptions out.
+/// Runs `body` as an exported call and lets exceptions pass.
 template <typename Body>
 auto keepingFailure(const Body& body) -> decltype(body())
 {

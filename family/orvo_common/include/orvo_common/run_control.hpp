@@ -1,4 +1,4 @@
-/// How whoever waits for a piece of work stops and follows it.
+/// Cancel and progress of a piece of work.
 #pragma once
 
 #include <orvo_common/failure.hpp>
@@ -9,24 +9,24 @@
 
 namespace orvo {
 
-/// The one form in which cancel and progress travel through internal code: made where an exported call begins, from
-/// whatever that takes, and passed on by const reference. It polls what it was made from on the thread that asks.
+/// The only form of cancel and progress in internal code. An exported call creates it from its own parameters and
+/// passes it on by const reference. It polls its source on the calling thread.
 class RunControl
 {
 public:
-    /// Nobody stops or follows it.
+    /// Without cancel and progress.
     RunControl() = default;
-    /// Either function may be empty. Both must live as long as this if they refer to anything.
+    /// Either function may be empty. Objects they refer to must outlive this.
     explicit RunControl(std::function<bool()> cancel_, std::function<void(float)> progress_ = {})
         : cancel(std::move(cancel_)), progress(std::move(progress_))
     {}
-    /// The flag may be null; it must live as long as this.
+    /// The flag may be null; it must outlive this.
     explicit RunControl(const std::atomic<bool>* flag)
     {
         if (flag != nullptr)
             cancel = [flag] { return flag->load(std::memory_order_relaxed); };
     }
-    /// For work that nobody stops or follows.
+    /// For work without cancel and progress.
     static const RunControl& none()
     {
         static const RunControl nobody;
@@ -35,7 +35,7 @@ public:
     RunControl(const RunControl&) = delete;
     RunControl& operator=(const RunControl&) = delete;
 
-    /// Whether the work is to stop.
+    /// Whether to stop the work.
     [[nodiscard]] bool cancelled() const
     {
         const bool is = cancel && cancel();
@@ -48,10 +48,10 @@ public:
         if (cancelled())
             throw FailureError(cancelledFailure());
     }
-    /// Whether cancelled() has ever returned true; asks nobody.
+    /// Whether cancelled() has ever returned true; does not poll.
     [[nodiscard]] bool wasCancelled() const { return seen.load(std::memory_order_relaxed); }
 
-    /// `share` of the work is done, 0 to 1.
+    /// `share`: the finished part of the work, 0 to 1.
     void report(float share) const
     {
         if (progress)

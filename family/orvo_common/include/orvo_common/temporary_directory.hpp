@@ -1,4 +1,4 @@
-/// Where the process keeps its temporary files.
+/// The temporary files of the process.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -7,16 +7,14 @@
 
 namespace orvo {
 
-/// A folder below the system's temporary folder that belongs to this process alone (mode 0700). It is made on the
-/// first call and removed with all that is in it when the process ends; the first call also removes the folders of
-/// processes that ended without doing so. Where it cannot be made (a full or read-only disk), the path is given all the
-/// same and the next call tries again: whoever writes into it then meets the system's error. Never throws for that.
-/// Usable from any thread.
+/// Returns a folder in the system's temporary folder that belongs to this process alone (mode 0700). The first call
+/// creates it and removes the folders left behind by dead processes; the end of the process removes it with its
+/// content. If it cannot be created (a full or read-only disk), returns the path anyway and tries again at the next
+/// call; writing to it then fails with the system's error. Never throws for that. Usable from any thread.
 [[nodiscard]] ORVO_EXPORT std::filesystem::path getTemporaryDirectory();
 
-/// Removes the folders below `parent` whose processes are dead: those whose lock nobody holds. Folders of other users,
-/// links and everything of another name are left alone. getTemporaryDirectory() does this for its own parent. Returns
-/// how many were removed.
+/// Removes the folders in `parent` of dead processes, which hold no lock any more. Keeps folders of other users, links
+/// and other names. getTemporaryDirectory() calls it for its own parent. Returns the number of removed folders.
 ORVO_EXPORT int sweepTemporaryDirectories(const std::filesystem::path& parent);
 
 } // namespace orvo

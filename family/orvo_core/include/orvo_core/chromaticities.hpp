@@ -1,4 +1,4 @@
-/// Colour spaces that are described by numbers instead of an ICC file.
+/// Colour spaces described by chromaticities instead of an ICC file.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -28,8 +28,8 @@ inline constexpr double kAdobeGamma = 563.0 / 256.0;
 /// ProPhoto RGB (ISO 22028-2), white D50.
 inline constexpr Chromaticities kRommChromaticities = {0.7347, 0.2653, 0.1596, 0.8404, 0.0366, 0.0001, 0.3457, 0.3585};
 
-/// The profile of these primaries, adapted to D50 after Bradford (Lam 1985). `gamma` of 0: the curve of sRGB, 1:
-/// linear. Empty if the primaries span no space, or if a number is none or beyond what an ICC file holds.
+/// The profile of these primaries, adapted to D50 by the Bradford transform (Lam 1985). `gamma` of 0: the curve of
+/// sRGB, 1: linear. Empty if the primaries span no space, or if a number is NaN or exceeds the range of an ICC file.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<ColorProfile> profileFromChromaticities(const Chromaticities& chromaticities,
                                                                                   double gamma);
 

@@ -1,4 +1,4 @@
-/// Pictures on their way to a screen.
+/// Conversion of pictures for display.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -8,9 +8,8 @@
 
 namespace orvo {
 
-/// The picture in `profile`. One that has it already is given back as it is; another one is converted, in place if it
-/// is not const. An empty picture stays empty, and an empty profile converts nothing. Throws as
-/// _ImageData::colorTransform(). Peak: the result.
+/// Converts the picture to `profile`, in place unless it is const. Returns `image` itself if it already has the
+/// profile, if `profile` is empty or if there is no image. Throws as _ImageData::colorTransform(). Peak: the result.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 prepareToDisplay(std::shared_ptr<_ImageData<PixelRGB<float>>> image, const std::shared_ptr<ColorProfile>& profile);
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<const _ImageData<PixelRGB<float>>>

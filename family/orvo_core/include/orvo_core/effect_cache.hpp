@@ -1,4 +1,4 @@
-/// What effects keep between renders.
+/// Intermediate results that effects cache between renders.
 #pragma once
 
 #include <orvo_core/image_data.hpp>
@@ -9,15 +9,15 @@
 
 namespace orvo {
 
-/// The place of one effect's intermediate result. The values belong to the effects.
+/// The cache slot of an effect's intermediate result. The values belong to the effects.
 enum class CacheKeyIndex : std::int32_t
 {
 };
 
-/// An intermediate result and what it was made of.
+/// An intermediate result and the id of its inputs.
 struct CacheObject
 {
-    std::string id; ///< changes with what the result depends on
+    std::string id; ///< changes with the inputs of the result
     std::shared_ptr<const _ImageData<PixelRGB<float>>> picture;
 };
 

@@ -15,7 +15,7 @@ struct _Size
     constexpr bool operator==(const _Size&) const = default;
 };
 
-/// Left, top, width, height; (0, 0, 0, 0) means the whole picture where a function takes a part.
+/// Left, top, width, height; as a part of a picture, (0, 0, 0, 0) means all of it.
 template <typename T>
 struct _Rect
 {
@@ -41,8 +41,8 @@ struct _Point
     constexpr bool operator==(const _Point&) const = default;
 };
 
-/// `size`, shrunk in proportion until its longest side is at most `limit` (1 or more), truncated; no side becomes 0
-/// that was not. A size that fits stays as it is.
+/// `size`, shrunk in proportion until its longest side is at most `limit` (1 or more), truncated; no nonzero side
+/// becomes 0. A size within the limit is unchanged.
 [[nodiscard]] constexpr _Size<int> scaleSizeToMax(const _Size<int>& size, int limit)
 {
     const int longest = size.width > size.height ? size.width : size.height;
@@ -55,7 +55,7 @@ struct _Point
     return {scaled(size.width), scaled(size.height)};
 }
 
-/// A picture, or a part of it, at a size. The zero rectangle is the whole picture, the zero size the picture's own.
+/// A picture, or a part of it, at a size. A zero rectangle is the whole picture, a zero size the picture's own.
 struct ResizeParameters
 {
     _Size<int> size;

@@ -16,11 +16,11 @@ namespace orvo {
 class ORVO_EXPORT ImageSource
 {
 public:
-    /// Pixels that others may share and that nobody changes.
+    /// Shared pixels that are never changed.
     ImageSource(std::shared_ptr<const _ImageData<PixelRGB<float>>> pixels,
                 std::shared_ptr<const ImageMetadata> metadata, std::shared_ptr<AdditionalRawMetadata> rawMetadata);
 
-    /// Pixels created for this image alone, such as a reader's. Image::imageData() returns them without a copy.
+    /// Pixels created for this image alone, such as by a reader. Image::imageData() returns them without a copy.
     [[nodiscard]] static std::shared_ptr<ImageSource> owning(std::shared_ptr<_ImageData<PixelRGB<float>>> pixels,
                                                              std::shared_ptr<const ImageMetadata> metadata,
                                                              std::shared_ptr<AdditionalRawMetadata> rawMetadata);
@@ -49,7 +49,7 @@ public:
     [[nodiscard]] int height() const { return size().height; }
 };
 
-/// Owned by std::shared_ptr. Reading it from several threads is safe, also while another one sets its modified data.
+/// Owned by std::shared_ptr. Reads from several threads are safe, even while another one sets the modified data.
 class ORVO_EXPORT Image final : public BaseImage
 {
 public:
@@ -71,25 +71,25 @@ public:
     [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
     developedOriginalImageData(const ResizeParameters& parameters) const;
 
-    /// The picture with all edits applied: from the modified data where there are any, in their profile, with tiles
-    /// that are not computed yet filled in from the unedited picture; else the unedited picture. At full size without
-    /// modified data no copy is made. Peak: the result and the part of the tiles that it shows.
+    /// The picture with all edits applied: the modified data, if any, in their profile, with tiles not computed yet
+    /// filled in from the unedited picture; else the unedited picture. Makes no copy at full size without modified
+    /// data. Peak: the result and the part of the tiles that it shows.
     [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
     developedModifiedImageData(const ResizeParameters& parameters) const;
 
-    /// Replaces the modified data, which must have this picture's size (otherwise std::invalid_argument); empty: the
-    /// picture is unedited again. `id` becomes the text of getGUID(), a fresh one if it is empty. The tiles are not to
-    /// be written to any more.
+    /// Replaces the modified data, which must have the size of this picture (otherwise std::invalid_argument); empty
+    /// removes all edits. `id` becomes the text of getGUID(); an empty `id` becomes a new one. The caller must not
+    /// write to the tiles afterwards.
     void setModifiedImageData(std::shared_ptr<TiledImageData> data, const std::string& id);
-    /// What was set last; may be empty.
+    /// The last modified data set; may be empty.
     [[nodiscard]] std::shared_ptr<TiledImageData> modifiedImageData() const;
 
-    /// A text that stays the same as long as the content does.
+    /// A text that stays the same until the content changes.
     [[nodiscard]] std::string getGUID() const;
 
 private:
     std::shared_ptr<ImageSource> source;
-    mutable std::mutex mutex; // guards what follows
+    mutable std::mutex mutex; // guards the members below
     std::string guid;
     std::shared_ptr<TiledImageData> modified;
 };

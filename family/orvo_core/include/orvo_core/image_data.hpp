@@ -12,7 +12,7 @@
 
 namespace orvo {
 namespace details {
-/// Reports a row that a picture of `height` rows does not have, and ends the program.
+/// Reports an access to a row beyond `height` and ends the program.
 [[noreturn]] ORVO_EXPORT void endAtMissingRow(int y, int height);
 } // namespace details
 
@@ -39,7 +39,7 @@ public:
     }
     [[nodiscard]] T* data() { return samples; }
     [[nodiscard]] const T* data() const { return samples; }
-    /// `y`: 0 to height() - 1, which builds with ORVO_CHECKED (the sanitizer presets) check.
+    /// `y`: 0 to height() - 1, checked in builds with ORVO_CHECKED (the sanitizer presets).
     [[nodiscard]] T* row(int y) { return samples + rowOffset(y); }
     [[nodiscard]] const T* row(int y) const { return samples + rowOffset(y); }
 
@@ -47,7 +47,7 @@ public:
     /// Changes the meaning of the samples; converts nothing.
     void setColorProfile(std::shared_ptr<ColorProfile> newProfile) { profile = std::move(newProfile); }
 
-    /// A deep copy of `rect`; the zero rectangle is the whole picture. The part outside the picture is left out.
+    /// A deep copy of `rect`; a zero rectangle is the whole picture. Clips `rect` to the picture.
     [[nodiscard]] std::shared_ptr<_ImageData> copy(_Rect<int> rect) const;
 
     /// A new picture of `size` that shows `rect` (the zero rectangle: all; the zero size: the size of `rect`).

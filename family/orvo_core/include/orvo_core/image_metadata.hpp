@@ -1,4 +1,4 @@
-/// What is known about a picture besides its pixels.
+/// Metadata of a picture.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -57,7 +57,7 @@ struct ORVO_EXPORT ImageMetadata
     [[nodiscard]] std::shared_ptr<ImageMetadata> deepCopyDCP() const { return std::make_shared<ImageMetadata>(*this); }
 };
 
-/// What the raw reader found besides the pixels. Immutable after wait(), except for prepareLensCorrection().
+/// Further data found by the raw reader. Immutable after wait(), except for prepareLensCorrection().
 class ORVO_EXPORT AdditionalRawMetadata
 {
 public:

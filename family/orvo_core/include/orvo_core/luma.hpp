@@ -1,4 +1,4 @@
-/// How bright a pixel looks, by the weights that encoded values usually get.
+/// Perceived brightness of a pixel from encoded values.
 #pragma once
 
 #include <orvo_core/pixel.hpp>

@@ -20,12 +20,12 @@
 namespace orvo {
 namespace details {
 
-/// Of the exceptions of a parallel loop the one of the lowest index: all that lies below the lowest one so far still
-/// runs, so the choice does not depend on the threads.
+/// Keeps the exception of the lowest index in a parallel loop. Indices below the lowest failed one still run, so the
+/// choice does not depend on the threads.
 class ORVO_EXPORT LowestException
 {
 public:
-    /// Runs `part`, which begins at `index`, unless a lower one has failed. Its exception is kept.
+    /// Runs `part`, which begins at `index`, unless a lower one has failed, and keeps its exception.
     template <typename Part>
     void guard(std::int64_t index, const Part& part)
     {
@@ -37,11 +37,11 @@ public:
             keep(index);
         }
     }
-    /// Throws the kept exception, if there is one.
+    /// Throws the kept exception, if any.
     void rethrow() const;
 
 private:
-    void keep(std::int64_t index) noexcept; // the exception being handled
+    void keep(std::int64_t index) noexcept; // keeps the exception being handled
 
     std::atomic<std::int64_t> lowest = std::numeric_limits<std::int64_t>::max();
     std::mutex mutex;
@@ -50,8 +50,8 @@ private:
 
 } // namespace details
 
-/// tbb::parallel_for over a blocked range. What is thrown reaches the caller: of several exceptions that of the lowest
-/// index. `more`: partitioner and context.
+/// tbb::parallel_for over a blocked range. Of several exceptions rethrows that of the lowest index. `more`: partitioner
+/// and context.
 template <typename Index, typename Body, typename... More>
 void parallelFor(const tbb::blocked_range<Index>& range, const Body& body, More&&... more)
 {
@@ -65,8 +65,9 @@ void parallelFor(const tbb::blocked_range<Index>& range, const Body& body, More&
     failed.rethrow();
 }
 
-/// Runs `body(i)` once for each item, 0 <= i < count, in any order and on any thread; waits for all. What the items
-/// state and warn of (failure.hpp) reaches the calling thread in their order, so that the lowest failure counts.
+/// Runs `body(i)` once for each item, 0 <= i < count, in any order and on any thread; waits for all. Forwards the
+/// failures and warnings of the items (failure.hpp) to the calling thread in item order, so that the lowest failure
+/// counts.
 template <typename Body>
 void forEachItem(std::size_t count, const Body& body)
 {
@@ -84,8 +85,8 @@ void forEachItem(std::size_t count, const Body& body)
 }
 
 /// Calls `body(y)` once for each row, 0 <= y < height, in any order and on any thread, and waits for all. Each call
-/// writes only its own row, so results do not depend on the number of threads. Of several exceptions that of the lowest
-/// row reaches the caller.
+/// writes only its own row, so results do not depend on the number of threads. Of several exceptions rethrows that of
+/// the lowest row.
 template <typename Body>
 void forEachRow(int height, const Body& body)
 {
@@ -99,18 +100,18 @@ void forEachRow(int height, const Body& body)
 }
 
 /// The same for pixels or samples: `body(first, last)` for ranges that together cover 0..count-1. Ranges give the
-/// compiler a plain inner loop that it can vectorise.
+/// compiler a plain inner loop to vectorise.
 template <typename Body>
 void forEachRange(std::size_t count, const Body& body)
 {
-    constexpr std::size_t kGrain = 4096; // samples; with less the scheduling costs more than the work
+    constexpr std::size_t kGrain = 4096; // samples; below it scheduling costs more than the work
     parallelFor(
         tbb::blocked_range<std::size_t>(0, count, kGrain),
         [&body](const tbb::blocked_range<std::size_t>& range) { body(range.begin(), range.end()); },
         tbb::auto_partitioner());
 }
 
-/// Limits all loops of the process to `threads` worker threads, including the caller, during its lifetime.
+/// Limits all loops of the process to `threads` threads, including the caller, during its lifetime.
 class ORVO_EXPORT WorkerLimit
 {
 public:

@@ -1,5 +1,5 @@
-/// Pixel types. Exported, because GCC hides symbols with a hidden template argument. With float samples 1.0 is full
-/// scale; values outside 0..1 can occur.
+/// Pixel types. Exported, because GCC hides symbols with a hidden template argument. For float samples 1.0 is full
+/// scale; values outside of 0..1 can occur.
 #pragma once
 
 #include <orvo_common/export.hpp>

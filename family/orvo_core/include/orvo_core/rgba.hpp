@@ -8,19 +8,19 @@
 
 namespace orvo {
 
-/// `mask` becomes the alpha of `picture`, whose profile stays; `flag` is always false here. Throws
-/// std::invalid_argument if one is missing or their sizes differ. Peak: the result.
+/// Makes `mask` the alpha of `picture` and keeps the profile; `flag` is always false here. Throws std::invalid_argument
+/// if one is empty or their sizes differ. Peak: the result.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGBA<float>>>
 joinToRGBA(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
            const std::shared_ptr<const _ImageData<float>>& mask, bool flag);
 
 struct SplittedRGBA
 {
-    std::shared_ptr<_ImageData<PixelRGB<float>>> image; ///< with the profile of what was split
-    std::shared_ptr<_ImageData<float>> mask;            ///< not limited to 0..1
+    std::shared_ptr<_ImageData<PixelRGB<float>>> image; ///< in the profile of the split picture
+    std::shared_ptr<_ImageData<float>> mask;            ///< not clamped to 0..1
 };
 
-/// The inverse. Throws std::invalid_argument if `joined` is empty. Peak: the result.
+/// The inverse of the above. Throws std::invalid_argument if `joined` is empty. Peak: the result.
 [[nodiscard]] ORVO_EXPORT SplittedRGBA splitRGBA(const std::shared_ptr<const _ImageData<PixelRGBA<float>>>& joined);
 
 } // namespace orvo

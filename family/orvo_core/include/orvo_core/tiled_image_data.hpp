@@ -1,4 +1,4 @@
-/// A picture held in tiles.
+/// Tiled pictures.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -9,8 +9,8 @@
 
 namespace orvo {
 
-/// A picture in square tiles, row after row of tiles; those at the right and at the bottom end with the picture. A tile
-/// that is not computed yet is an empty pointer.
+/// A picture in square tiles in row order; the picture's right and bottom edges cut tiles off. A tile not computed yet
+/// is an empty pointer.
 class ORVO_EXPORT TiledImageData
 {
 public:
@@ -20,11 +20,11 @@ public:
     virtual ~TiledImageData();
 
     [[nodiscard]] virtual _Size<int> size() const = 0;
-    /// Puts `picture`, in the profile of the tiles and at the size of the part, into `parameters.rect`.
+    /// Writes `picture`, converted to the profile of the tiles and resized, to `parameters.rect`.
     virtual void blendWithImageData(const Picture& picture, const ResizeParameters& parameters) = 0;
-    /// The whole picture, put together from the tiles; black where there is none.
+    /// The whole picture, assembled from the tiles; black where a tile is empty.
     [[nodiscard]] virtual std::shared_ptr<const Picture> imageData() const = 0;
-    /// The picture behind the tiles: what is written into it is what the tiles show from then on.
+    /// The picture behind the tiles; writes to it change the tiles.
     [[nodiscard]] virtual std::shared_ptr<Picture> imageData() = 0;
     [[nodiscard]] virtual Tiles getTiles() const = 0;
     /// Side of a tile in pixels.

@@ -9,9 +9,8 @@
 
 namespace orvo {
 
-/// A tone curve from one frame to another, found by autoExposureEstimateRGB: the plain gain of 2^ev in linear light,
-/// then a smooth rising spline through a few knots that models what the camera's own curve adds, then a shoulder at
-/// white.
+/// A tone curve from one frame to another, found by autoExposureEstimateRGB: a gain of 2^ev in linear light, then a
+/// smooth rising spline through a few knots for the camera's own curve, then a shoulder at white.
 struct ToneCurveMap
 {
     static constexpr int kMostKnots = 32;
@@ -35,7 +34,7 @@ struct auto_exposure_data_t
 };
 
 /// Estimates the map from the exposure of `b` to that of `a`. Both are `width` x `height`, encoded with the sRGB
-/// transfer curve or a camera's own, 1.0 full scale. `mode` has a bit per channel (1, 2, 4): a channel whose bit is set
+/// transfer curve or the camera's, 1.0 full scale. `mode` has a bit per channel (1, 2, 4): a channel whose bit is set
 /// gets its own curve, the others share one fitted to all channels.
 ///
 /// Method: the means of at most about 16000 small patches on a grid are matched by quantiles, which are robust to noise
@@ -52,17 +51,17 @@ ORVO_EXPORT void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRG
 /// Applies the map to `b`, in place, in parallel. Towards white the channels converge, so that clipped pixels stay
 /// neutral. A neutral record changes nothing. Otherwise negative values and NaN become 0; finite values stay finite.
 ///
-/// `a` is the frame whose exposure `b` gets, pixel by pixel in the same place; it may be empty. Where both show the
-/// same scene, the result is `a` itself: no re-exposure gives back what noise, 8-bit steps or clipping took from `b`.
-/// What counts as the same is measured by tone in the two pictures, on blocks of 4 to 16 pixels (1 / 400 of the longer
-/// side). Scratch with `a`: 1.4 planes of one channel at blocks of 4 pixels, a tenth of a plane at 16.
+/// `a` is the frame whose exposure `b` gets, pixel by pixel; it may be empty. Where both show the same scene, the
+/// result is `a` itself, since re-exposure cannot restore detail that `b` lost to noise, 8-bit steps or clipping. The
+/// two are compared per tone on blocks of 4 to 16 pixels (1 / 400 of the longer side). Scratch with `a`: 1.4 planes of
+/// one channel at blocks of 4 pixels, a tenth of a plane at 16.
 ORVO_EXPORT void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
                                       const auto_exposure_data_t& data);
 
-/// Estimates with mode 7 and applies the map alone: `b` gets the exposure of `a`. The frames need not be aligned.
+/// Estimates with mode 7 and applies only the map: `b` gets the exposure of `a`. The frames need not be aligned.
 ORVO_EXPORT void autoExposureAdjustRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height);
 
-/// The same for interleaved samples, three for each pixel in any channel order.
+/// The same for interleaved samples, three per pixel, in any channel order.
 ORVO_EXPORT void autoExposureEstimateRGB(const float* a, const float* b, int width, int height,
                                          auto_exposure_data_t& data, int mode);
 ORVO_EXPORT void autoExposureApplyRGB(const float* a, float* b, int width, int height,

@@ -1,4 +1,4 @@
-/// A mask held in tiles, of which only those with different values take memory.
+/// A tiled mask; uniform tiles take no memory.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -12,22 +12,21 @@
 
 namespace orvo {
 
-/// A plane of weights in square tiles. Copying shares the tiles, which costs a pointer for each; a tile is copied when
-/// one of its holders writes to it. One mask belongs to one thread at a time, but masks that share tiles may be used by
-/// different threads.
+/// A plane of weights in square tiles. Copies share tiles, at the cost of a pointer each (copy on write). One mask is
+/// used by one thread at a time, but masks that share tiles may be used on different threads.
 class ORVO_EXPORT TiledMaskImage
 {
 public:
-    static constexpr int kTileSize = 256; ///< pixels a side: 256 KB a tile, large enough that its upkeep is nothing
+    static constexpr int kTileSize = 256; ///< pixels per side: 256 KB per tile, large enough for negligible overhead
 
-    /// One tile: a value all over, or samples of its own, kTileSize a row, also where the mask ends within the tile.
+    /// One tile: a uniform value, or samples, kTileSize per row even where the mask ends inside the tile.
     struct Tile
     {
         float uniform = 0.0f;
-        std::shared_ptr<const ManagedPlane<float>> samples; ///< empty: `uniform` all over
+        std::shared_ptr<const ManagedPlane<float>> samples; ///< empty: `uniform` everywhere
     };
 
-    /// All `value`. Throws std::invalid_argument on a negative size.
+    /// Every sample is `value`. Throws std::invalid_argument on a negative size.
     explicit TiledMaskImage(_Size<int> size, float value = 0.0f);
 
     [[nodiscard]] int width() const { return extent.width; }
@@ -36,7 +35,7 @@ public:
     [[nodiscard]] int columns() const { return (extent.width + kTileSize - 1) / kTileSize; }
     [[nodiscard]] int rows() const { return (extent.height + kTileSize - 1) / kTileSize; }
 
-    /// The sample at (x, y), which must lie inside.
+    /// The sample at (x, y), which must be inside the mask.
     [[nodiscard]] float getValue(int x, int y) const
     {
         const Tile& tile = this->tile(x / kTileSize, y / kTileSize);
@@ -45,9 +44,9 @@ public:
                    : tile.uniform;
     }
 
-    /// The part `rect` at `size`, as MaskImage::resize() has it; the zero rectangle is the whole mask, the zero size
-    /// that of the part. What lies outside the mask repeats its edge. Where the mask shrinks, tiles of zeros cost
-    /// nothing. Peak: the result; where it grows or is turned to another aspect, the part as well.
+    /// The part `rect` at `size`, as in MaskImage::resize(); a zero rectangle is the whole mask, a zero size that of
+    /// the part. The edge samples extend outwards. When shrinking, tiles of zeros are free. Peak: the result; when
+    /// growing or changing the aspect, also the part.
     [[nodiscard]] std::shared_ptr<MaskImage> maskImage(_Size<int> size, _Rect<int> rect) const;
 
     void fill(float value);
@@ -55,7 +54,7 @@ public:
     [[nodiscard]] const Tile& tile(int column, int row) const { return tiles[index(column, row)]; }
     /// Replaces a tile.
     void setTile(int column, int row, Tile tile) { tiles[index(column, row)] = std::move(tile); }
-    /// The tile's samples, to be written: a tile that is shared or uniform gets samples of its own first.
+    /// The tile's samples for writing; first gives a shared or uniform tile its own samples.
     [[nodiscard]] float* writableTile(int column, int row);
 
 private:

@@ -1,4 +1,4 @@
-/// Pictures as text: a PNG in base64 (RFC 4648), made and read in memory.
+/// Pictures as text: PNG in base64 (RFC 4648), encoded and decoded in memory.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -11,11 +11,11 @@
 
 namespace orvo {
 
-/// How a picture becomes text.
+/// How to encode a picture.
 struct ORVO_EXPORT Base64EncodeParameters
 {
     std::int32_t format = 0; ///< 0: PNG, the only one
-    std::int32_t bits = 16;  ///< of a sample: 8 or 16
+    std::int32_t bits = 16;  ///< per sample: 8 or 16
 
     constexpr Base64EncodeParameters() = default;
     constexpr Base64EncodeParameters(std::int32_t format_, std::int32_t bits_) : format(format_), bits(bits_) {}
@@ -32,14 +32,14 @@ struct ORVO_EXPORT Base64EncodeParameters
 [[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<float>>& mask,
                                                     const Base64EncodeParameters& parameters);
 
-/// Pictures of more pixels are not decoded: five times what a request may have, so that a service may answer at twice
-/// the size each way, but a small text that unfolds into a gigantic picture takes no memory.
+/// Larger pictures are not decoded. Five times the limit of a request, so that a service may answer at twice the size
+/// each way; it keeps a small text that decompresses to a huge picture from filling memory.
 inline constexpr std::int64_t kMostDecodedPixels = 40'000'000;
 
-/// The picture of such a text, in sRGB: 1 to 16 bits, gray, palette and interlaced ones too; alpha is laid over black.
-/// White space in the text is skipped, padding may be missing. Empty, with one log line of level Warning, if it is no
-/// base64, no whole PNG, or one of more than kMostDecodedPixels. Never throws. Any thread. Peak: the file, the result,
-/// and some rows (interlaced: one plane of the file's samples).
+/// Decodes such a text to a picture in sRGB. Accepts 1 to 16 bits, gray, palette and interlacing; alpha is blended over
+/// black. Skips white space; padding is optional. Empty, with one log line of level Warning, if the text is not base64
+/// of a complete PNG of at most kMostDecodedPixels. Never throws. Any thread. Peak: the file, the result, and some rows
+/// (interlaced: one plane of the file's samples).
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 convertToImageData(std::string_view text) noexcept;
 

@@ -12,7 +12,7 @@
 
 namespace orvo {
 
-/// What the reader does while it loads. A set of bits.
+/// Options of the reader. A set of bits.
 enum class ImageReaderOpenFlag : std::int32_t
 {
     None = 0,
@@ -40,7 +40,7 @@ struct ImageReadOptions
     std::int64_t maxPixels = 1'000'000'000;
 };
 
-/// The reader of the process. Every member can be called from any thread, also inside parallel loops.
+/// The reader of the process. Every member can be called from any thread, also inside of parallel loops.
 ///
 /// Formats, detected by content and not by name: JPEG (gray, RGB, CMYK), PNG, TIFF, WebP, OpenEXR, HEIC and
 /// AVIF, camera raw. 8 and 16 bit integers and floats, palettes; alpha is composited over black in the encoded values.

@@ -32,7 +32,7 @@ public:
 private:
     mutable std::mutex mutex;
     std::vector<Line> collected;
-    std::shared_ptr<void> sink; // last: destroyed before what it writes to
+    std::shared_ptr<void> sink; // last: destroyed before its targets
 };
 
 } // namespace orvo

@@ -102,23 +102,25 @@ cv::Mat blockGains(cv::detail::ExposureCompensator* compensator, int index, cons
 
 void multiplyByGains(cv::Mat& picture, const cv::Mat& gains)
 {
+    constexpr int kRowsAtOnce = 32; // so that neighbouring rows share their gains, and no thread idles
     const std::vector<Mix> columns = mixesOf(picture.cols, gains.cols);
-    forEachRange(static_cast<std::size_t>(picture.rows), [&](std::size_t first, std::size_t last) {
+    forEachRow((picture.rows + kRowsAtOnce - 1) / kRowsAtOnce, [&](int band) {
         // Neighbouring rows of the picture use the same two rows of gains.
         std::vector<float> upper(columns.size() * kChannels);
         std::vector<float> lower(columns.size() * kChannels);
         int upperRow = -1;
         int lowerRow = -1;
-        for (std::size_t y = first; y < last; ++y) {
-            const Mix row = mixAt(static_cast<int>(y), picture.rows, gains.rows);
+        const int last = std::min((band + 1) * kRowsAtOnce, picture.rows);
+        for (int y = band * kRowsAtOnce; y < last; ++y) {
+            const Mix row = mixAt(y, picture.rows, gains.rows);
             if (row.near != upperRow)
                 spread(gains.ptr<float>(row.near), columns, upper);
             if (row.far != lowerRow)
                 spread(gains.ptr<float>(row.far), columns, lower);
             upperRow = row.near;
             lowerRow = row.far;
-            multiplyRow(upper.data(), lower.data(), row.nearShare, row.farShare,
-                        picture.ptr<std::int16_t>(static_cast<int>(y)), kChannels * picture.cols);
+            multiplyRow(upper.data(), lower.data(), row.nearShare, row.farShare, picture.ptr<std::int16_t>(y),
+                        kChannels * picture.cols);
         }
     });
 }

@@ -8,11 +8,11 @@
 #include <orvo_io/image_reader.hpp>
 #include <orvo_io/image_writer.hpp>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-
-#include <unistd.h>
 
 namespace {
 
@@ -22,8 +22,8 @@ using Picture = orvo::_ImageData<orvo::PixelRGB<float>>;
 std::shared_ptr<Picture> photograph(orvo::_Size<int> size)
 {
     if (const char* const path = std::getenv("ORVO_BENCH_PICTURE"))
-        if (const auto image = orvo::ImageReader::instance().open({path, ""}, {}, orvo::ImageReaderOpenFlag::Bracket,
-                                                                  nullptr, "", -1))
+        if (const auto image =
+                orvo::ImageReader::instance().open({path, ""}, {}, orvo::ImageReaderOpenFlag::Bracket, nullptr, "", -1))
             return image->imageData(size, {}, true);
     auto picture = std::make_shared<Picture>(size, orvo::ColorProfileType::melissaRGB());
     fill(&picture->data()->r, 3 * picture->pixelCount(), 3 * static_cast<std::size_t>(size.width));
@@ -45,8 +45,8 @@ void timeWriting(benchmark::State& state, const Picture& picture, const Call& ca
 void writeFile(benchmark::State& state, const char* extension, int bits)
 {
     const auto picture = photograph({6000, 4000});
-    const auto path = std::filesystem::temp_directory_path() /
-                      ("orvo_files_bench_" + std::to_string(::getpid()) + "." + extension);
+    const auto path =
+        std::filesystem::temp_directory_path() / ("orvo_files_bench_" + std::to_string(::getpid()) + "." + extension);
     orvo::ImageWriteSettings settings = orvo::writeSettingsForPath(path);
     settings.bits = bits;
     timeWriting(state, *picture, [&] {
@@ -65,7 +65,8 @@ BENCHMARK_CAPTURE(writeFile, jpeg, "jpg", 8)->UseRealTime()->Unit(benchmark::kMi
 void requestText(benchmark::State& state)
 {
     const std::shared_ptr<const Picture> picture = photograph({3464, 2309});
-    timeWriting(state, *picture, [&] { return orvo::imageToBase64(picture, orvo::Base64EncodeParameters(0, 8)).size(); });
+    timeWriting(state, *picture,
+                [&] { return orvo::imageToBase64(picture, orvo::Base64EncodeParameters(0, 8)).size(); });
 }
 BENCHMARK(requestText)->UseRealTime()->Unit(benchmark::kMillisecond);
 

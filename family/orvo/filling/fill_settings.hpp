@@ -15,6 +15,7 @@ struct PatchFillSettings
     float lastAgreement = 16.0f; ///< the same for the last painting
     float depthFalloff = 1.6f;   ///< weight loss of a patch per pixel of distance to known ones; 1: none
     bool evenSeams = true;       ///< even out colours at the rim and where sources meet
+    float lineWeight = 6.0f; ///< 8-bit steps per sample that a source beside the lines costs; 0: lines do not matter
     unsigned seed = 1;
 };
 

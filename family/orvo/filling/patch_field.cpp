@@ -26,9 +26,9 @@ struct Match
 class RowSearch
 {
 public:
-    RowSearch(const FillLevel& level_, int rimWeight_, int radius_, unsigned stream_)
-        : level(level_), rimWeight(rimWeight_), count(level_.width() * level_.height()), radius(radius_),
-          stream(stream_)
+    RowSearch(const FillLevel& level_, int rimWeight_, const OffsetCost& offsetCost_, int radius_, unsigned stream_)
+        : level(level_), rimWeight(rimWeight_), offsetCost(offsetCost_), count(level_.width() * level_.height()),
+          radius(radius_), stream(stream_)
     {}
 
     // Reads `before`, the field of the previous pass, and writes `row`. `forward`: from left to right.
@@ -45,7 +45,8 @@ public:
             Match best{before.source[idx(target)], before.distance[idx(target)]};
             const WeightedPatch patch = patchAt(target);
             if (measure)
-                best.distance = distanceTo(patch, best.source, std::numeric_limits<int>::max());
+                best.distance =
+                    distanceTo(patch, best.source, std::numeric_limits<int>::max()) + costOf(target, best.source);
             propose(patch, target, target - step, row, best); // found by this pass
             propose(patch, target, target + step, before, best);
             propose(patch, target, target - width, before, best);
@@ -79,11 +80,20 @@ private:
         return patchDistance(patch, level.texels.data() + source, level.width(), limit);
     }
 
-    ORVO_INLINE void attempt(const WeightedPatch& patch, int source, Match& best) const
+    ORVO_INLINE int costOf(int target, int source) const
+    {
+        const int width = level.width();
+        return offsetCost(source % width - target % width, source / width - target / width);
+    }
+
+    ORVO_INLINE void attempt(const WeightedPatch& patch, int target, int source, Match& best) const
     {
         if (source == best.source || !isSource(source))
             return;
-        const int distance = distanceTo(patch, source, best.distance);
+        const int cost = costOf(target, source);
+        if (cost >= best.distance)
+            return;
+        const int distance = distanceTo(patch, source, best.distance - cost) + cost;
         if (distance < best.distance)
             best = {source, distance};
     }
@@ -93,7 +103,7 @@ private:
                              Match& best) const
     {
         if (isTarget(neighbour))
-            attempt(patch, field.source[idx(neighbour)] + target - neighbour, best);
+            attempt(patch, target, field.source[idx(neighbour)] + target - neighbour, best);
     }
 
     ORVO_INLINE void lookAround(const WeightedPatch& patch, int target, Match& best) const
@@ -103,12 +113,13 @@ private:
             const int x = best.source % level.width() + random.below(2 * reach + 1) - reach;
             const int y = best.source / level.width() + random.below(2 * reach + 1) - reach;
             if (x >= 0 && x < level.width() && y >= 0 && y < level.height())
-                attempt(patch, level.at(x, y), best);
+                attempt(patch, target, level.at(x, y), best);
         }
     }
 
     const FillLevel& level;
     const int rimWeight;
+    const OffsetCost& offsetCost;
     const int count;
     const int radius;
     const unsigned stream;
@@ -153,11 +164,12 @@ PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const P
     return refined;
 }
 
-void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, int radius, unsigned stream)
+void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const OffsetCost& offsetCost,
+            int radius, unsigned stream)
 {
     PatchField next(level);
     for (int pass = 0; pass < settings.passes; ++pass) {
-        const RowSearch row(level, settings.rimWeight, radius, stream * 64 + static_cast<unsigned>(pass));
+        const RowSearch row(level, settings.rimWeight, offsetCost, radius, stream * 64 + static_cast<unsigned>(pass));
         forEachRow(level.height(), [&](int y) {
             runLoop([&]() __attribute__((always_inline)) { row(y, field, next, pass % 2 == 0, pass == 0); });
         });

@@ -2,6 +2,7 @@
 
 #include "filling/fill_level.hpp"
 #include "filling/hole.hpp"
+#include "filling/line_directions.hpp"
 #include "filling/patch_field.hpp"
 #include "filling/patch_votes.hpp"
 #include "filling/peel.hpp"
@@ -84,11 +85,13 @@ public:
             return;
         }
         count = static_cast<int>(levels.size());
-        PatchField field = peel(levels.back(), settings);
+        // Fine enough for thin lines, coarse enough that grain has no direction.
+        const LineDirections lines(levels[std::min<std::size_t>(1, levels.size() - 1)]);
+        PatchField field = peel(levels.back(), settings, offsetCostOf(lines, levels.back()));
         control.report(kPeeled);
         for (int i = count - 1; i >= 0; --i) {
             FillLevel& level = levels.back();
-            improve(level, i, field);
+            improve(level, i, field, offsetCostOf(lines, level));
             if (i > 0) {
                 PatchField finer = refinedField(levels[static_cast<std::size_t>(i - 1)], level, field);
                 std::swap(field, finer);
@@ -107,11 +110,21 @@ public:
     }
 
 private:
+    [[nodiscard]] OffsetCost offsetCostOf(const LineDirections& lines, const FillLevel& level) const
+    {
+        constexpr float kReach = 0.03f; // of the longer side: offsets farther across the lines all cost the same
+        constexpr float kLeastAcross = 1.5f;
+        constexpr int kColours = 3;
+        const float most = settings.lineWeight * settings.lineWeight * static_cast<float>(kPatchPixels * kColours);
+        return {settings.lineWeight > 0.0f ? lines : LineDirections(),
+                std::max(kLeastAcross, kReach * static_cast<float>(std::max(level.width(), level.height()))), most};
+    }
+
     static constexpr float kPeeled = 0.05f;
     static constexpr float kPainted = 0.9f;
 
     // Rounds of search and vote at level `i`.
-    void improve(FillLevel& level, int i, PatchField& field)
+    void improve(FillLevel& level, int i, PatchField& field, const OffsetCost& offsetCost)
     {
         const int most = settings.coarsestRounds;
         const int rounds = count == 1 ? most : settings.finestRounds + (most - settings.finestRounds) * i / (count - 1);
@@ -121,7 +134,7 @@ private:
             i + 1 == count ? kPeeled : kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i + 1));
         for (int round = 0; round < rounds; ++round) {
             control.throwIfCancelled();
-            search(level, field, settings, std::max(level.width(), level.height()), ++stream);
+            search(level, field, settings, offsetCost, std::max(level.width(), level.height()), ++stream);
             vote(level, field, settings);
             control.report(begin + (end - begin) * static_cast<float>(round + 1) / static_cast<float>(rounds));
         }

@@ -23,8 +23,9 @@ std::size_t idx(int i) { return static_cast<std::size_t>(i); }
 class Peeling
 {
 public:
-    Peeling(FillLevel& level_, unsigned seed_)
-        : level(level_), seed(seed_), painted(idx(level_.width() * level_.height())), field(level_)
+    Peeling(FillLevel& level_, const PatchFillSettings& settings, const OffsetCost& offsetCost_)
+        : level(level_), seed(settings.seed), rimWeight(settings.rimWeight), offsetCost(offsetCost_),
+          painted(idx(level_.width() * level_.height())), field(level_)
     {
         std::int64_t targets = 0;
         for (int i = 0; i < level.width() * level.height(); ++i) {
@@ -79,8 +80,13 @@ private:
 
     ORVO_INLINE void tryAll(int corner, const WeightedPatch& patch, int& best, int& bestDistance) const
     {
+        const int width = level.width();
         const auto attempt = [&](int source) {
-            const int distance = patchDistance(patch, level.texels.data() + source, level.width(), bestDistance);
+            // Known pixels weigh 1 here, so the cost shrinks as they do.
+            const int cost = offsetCost(source % width - corner % width, source / width - corner / width) / rimWeight;
+            if (cost >= bestDistance)
+                return;
+            const int distance = patchDistance(patch, level.texels.data() + source, width, bestDistance - cost) + cost;
             if (distance < bestDistance) {
                 bestDistance = distance;
                 best = source;
@@ -165,6 +171,8 @@ private:
 
     FillLevel& level;
     const unsigned seed;
+    const int rimWeight;
+    const OffsetCost& offsetCost;
     std::int64_t attempts = 0;
     ManagedPlane<std::uint8_t> painted; // 1 where known or painted
     std::vector<int> sourceOf = std::vector<int>(idx(level.width() * level.height()));
@@ -174,6 +182,9 @@ private:
 
 } // namespace
 
-PatchField peel(FillLevel& level, const PatchFillSettings& settings) { return Peeling(level, settings.seed).run(); }
+PatchField peel(FillLevel& level, const PatchFillSettings& settings, const OffsetCost& offsetCost)
+{
+    return Peeling(level, settings, offsetCost).run();
+}
 
 } // namespace orvo::details

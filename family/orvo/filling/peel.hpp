@@ -3,12 +3,13 @@
 
 #include "filling/fill_level.hpp"
 #include "filling/fill_settings.hpp"
+#include "filling/line_directions.hpp"
 #include "filling/patch_field.hpp"
 
 namespace orvo::details {
 
 /// Paints the hole of `level` and returns the sources used. Patches on the rim are compared with sources on the pixels
 /// known or painted so far (Newson, Almansa, Gousseau, Perez, section 3.4).
-[[nodiscard]] PatchField peel(FillLevel& level, const PatchFillSettings& settings);
+[[nodiscard]] PatchField peel(FillLevel& level, const PatchFillSettings& settings, const OffsetCost& offsetCost);
 
 } // namespace orvo::details

@@ -1,4 +1,5 @@
 // Filling by patches of the picture itself.
+#include "filling/line_directions.hpp"
 #include "filling_pictures.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -143,6 +144,51 @@ TEST(Filling, ContinuesAStraightEdge)
         for (int x = 70; x < 130; ++x)
             wrong += std::abs(result->row(y)[x].b - picture->row(y)[x].b) > 0.2f ? 1 : 0;
     EXPECT_LT(wrong, 2 * 60) << "pixels; the edge is off by more than two";
+}
+
+orvo::details::LineDirections directionsOf(const Picture& picture)
+{
+    const auto mask = maskOf(picture.size(), within(kMiddle));
+    const orvo::details::Hole hole(picture.size(), *mask);
+    return orvo::details::LineDirections(
+        orvo::details::finestLevel(picture, hole, {0, 0, picture.width(), picture.height()}, 8, 0.0f));
+}
+
+// Stripes whose lines rise by `degrees`, 9 pixels apart.
+orvo::PicturePointer stripes(double degrees)
+{
+    const double turn = degrees * 3.14159265358979 / 180.0;
+    return drawn({200, 160}, nullptr, [turn](int x, int y) {
+        const double across = y * std::cos(turn) - x * std::sin(turn);
+        const auto v = static_cast<float>(0.5 + 0.4 * std::sin(across * 2.0 * 3.14159265358979 / 9.0));
+        return Pixel{v, v, v};
+    });
+}
+
+TEST(Filling, FindsTheDirectionOfLines)
+{
+    for (const double degrees : {0.0, 30.0, 77.0, 90.0, 150.0}) {
+        const auto lines = directionsOf(*stripes(degrees));
+        ASSERT_EQ(lines.count(), 1u) << degrees;
+        const double turn = degrees * 3.14159265358979 / 180.0;
+        const double along = lines.normal(0).x * std::cos(turn) + lines.normal(0).y * std::sin(turn);
+        EXPECT_LT(std::abs(along), std::sin(2.1 * 3.14159265358979 / 180.0)) << degrees;
+    }
+    EXPECT_EQ(directionsOf(*noise({200, 160}, nullptr, 5, 0.2f, 0.8f)).count(), 0u);
+    EXPECT_EQ(directionsOf(*drawn({200, 160}, nullptr, [](int, int) { return Pixel{0.5f, 0.5f, 0.5f}; })).count(), 0u);
+}
+
+TEST(Filling, OffsetsAlongLinesAreFree)
+{
+    using orvo::details::OffsetCost;
+    const auto lines = directionsOf(*stripes(0.0));
+    const OffsetCost cost(lines, 4.0f, 1000.0f);
+    EXPECT_EQ(cost(50, 0), 0);
+    EXPECT_EQ(cost(-50, 2), 500);
+    EXPECT_EQ(cost(3, -2), 500);
+    EXPECT_EQ(cost(0, 4), 1000);
+    EXPECT_EQ(cost(0, -400), 1000);
+    EXPECT_EQ(OffsetCost({}, 4.0f, 1000.0f)(0, -400), 0);
 }
 
 TEST(Filling, KeepsTheGrainOfNoise)

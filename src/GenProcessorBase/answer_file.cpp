@@ -3,7 +3,23 @@
 #include <orvo/image_loader.hpp>
 #include <orvo_core/identifier.hpp>
 
+#include <vector>
+
 namespace orvo {
+namespace {
+
+// Disposes of a document at the end of a scope, so that an exception does not leave its picture in memory.
+struct Disposal
+{
+    explicit Disposal(const std::vector<unsigned char>& document) : bytes(document) {}
+    ~Disposal() { ImageLoader::dispose(bytes); }
+    Disposal(const Disposal&) = delete;
+    Disposal& operator=(const Disposal&) = delete;
+
+    const std::vector<unsigned char>& bytes;
+};
+
+} // namespace
 
 std::shared_ptr<_ImageData<PixelRGB<float>>> loadAnswer(const std::filesystem::path& file)
 {
@@ -11,10 +27,9 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> loadAnswer(const std::filesystem::p
     const auto provider = ImageLoader::get(Identifier::deserialize(bytes));
     if (!provider)
         return nullptr;
+    const Disposal disposal(bytes);
     const auto image = provider->image();
-    auto data = image ? image->imageData(image->size(), {}, true) : nullptr;
-    ImageLoader::dispose(bytes);
-    return data;
+    return image ? image->imageData(image->size(), {}, true) : nullptr;
 }
 
 } // namespace orvo

@@ -1,6 +1,7 @@
 #include "GenProcessorBase/detached_call.hpp"
 #include "GenProcessorBase/generative_processor_base_impl.hpp"
 #include "GenProcessorBase/render_view.hpp"
+#include "GenProcessorBase/tool_calls.hpp"
 
 #include <orvo_core/display.hpp>
 #include <orvo_extensions/generative_processor.hpp>
@@ -138,14 +139,14 @@ void GenerativeProcessorBase::generateDataForExport(std::function<void(RenderedD
 {
     if (!impl)
         return;
-    const auto exportAll = [callback = std::move(callback), workingImage = impl->workingImage,
-                            profile = mainUpdate.colorProfile] {
-        const auto shown = prepareToDisplay(workingImage->imageData({{}, {}, true}), profile);
+    const auto exportAll = [where = functionSignature(), callback = std::move(callback),
+                            workingImage = impl->workingImage, profile = mainUpdate.colorProfile] {
         RenderedData data;
-        data.image = shown;
-        if (shown)
-            data.context = {shown->size(), {0, 0, shown->width(), shown->height()}};
-        data.isPlaceholder = !shown;
+        // A failure is delivered too, since the receiver waits for its picture.
+        guardedCall(where, [&] { data.image = prepareToDisplay(workingImage->imageData({{}, {}, true}), profile); });
+        if (data.image)
+            data.context = {data.image->size(), {0, 0, data.image->width(), data.image->height()}};
+        data.isPlaceholder = !data.image;
         data.colorProfile = ColorProfileType::melissaRGB();
         if (callback)
             callDetached([callback, data] { callback(data); });

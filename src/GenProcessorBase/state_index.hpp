@@ -20,22 +20,21 @@ inline constexpr std::size_t kStatesInMemory = 3;
 /// Pictures, and so resource keys, of a state.
 inline constexpr std::size_t kStateResources = 3;
 
-/// Saves `data` under a new key, releases it and returns the key; the key is empty if there is nothing to save.
+/// Saves `data` under a new key and returns the key; the key is empty if there is nothing to save.
 template <typename Saved, typename Data>
-[[nodiscard]] std::string archivePart(ResourceManager& resources, std::shared_ptr<Data>& data)
+[[nodiscard]] std::string archivePart(ResourceManager& resources, const std::shared_ptr<Data>& data)
 {
     if (!data)
         return {};
     const std::string key = appendMaskExt(generateUUID());
     const auto saved = std::dynamic_pointer_cast<const Saved>(std::shared_ptr<const Data>(data));
     resources.saves[key] = resources.save(key, saved);
-    data.reset();
     return key;
 }
 
 /// States by id. Used on the queue's worker. A State has `id`, `resourceKeys` (empty, or kStateResources keys once
-/// archived), `archive(resources)` to save its pictures under new keys and release them, `release()` to release those
-/// that are saved already, and `load(resources)` to read them back.
+/// archived), `archive(resources)` to save its pictures under new keys, `release()` to release those that are saved,
+/// and `load(resources)` to read them back.
 template <typename State>
 class StateIndex
 {
@@ -51,12 +50,10 @@ public:
         recent.push_back(std::move(state));
         while (recent.size() > kStatesInMemory) {
             State& oldest = recent.front();
-            if (oldest.resourceKeys.empty())
+            if (oldest.resourceKeys.empty()) // otherwise its files exist, since it was restored from them
                 oldest.archive(resources);
-            else
-                oldest.release(); // its files exist, since it was restored from them
-            const auto id = oldest.id;
-            archived.insert_or_assign(id, std::move(oldest));
+            // Released only as a copy in its new place, so that the state stays whole if anything here throws.
+            archived.insert_or_assign(oldest.id, oldest).first->second.release();
             recent.pop_front();
         }
     }

@@ -10,11 +10,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <limits>
+#include <memory>
+#include <stdexcept>
 #include <thread>
 
 namespace orvo::test {
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using Data = NoAlphaRender::Data;
 
@@ -25,10 +30,13 @@ public:
     std::shared_ptr<Picture> picture;
     std::string id = "first";
     std::atomic<int> renders = 0;
+    std::atomic<bool> fails = false;
 
     std::shared_ptr<Picture> imageData(const ResizeParameters& parameters) override
     {
         ++renders;
+        if (fails)
+            throw std::runtime_error("no picture");
         return picture ? picture->resize(parameters.size, parameters.rect, true) : nullptr;
     }
     std::int32_t width() const override { return picture ? picture->width() : 0; }
@@ -57,6 +65,7 @@ public:
     using GenerativeProcessorBase::impl;
     using GenerativeProcessorBase::mainUpdate;
     using GenerativeProcessorBase::renderAll;
+    using GenerativeProcessorBase::underlayMaxSize;
     using GenerativeProcessorBase::underlayUpdate;
 
     void settle()
@@ -86,6 +95,9 @@ TEST(ProcessorBase, StartsWithItsInitialValues)
     EXPECT_TRUE(tool.isInInitialState());
     EXPECT_EQ(tool.mainUpdate.context, PreviewContext());
     EXPECT_EQ(tool.mainUpdate.colorProfile, ColorProfileType::melissaRGB());
+    EXPECT_EQ(tool.underlayUpdate.context, PreviewContext());
+    EXPECT_EQ(tool.underlayUpdate.colorProfile, ColorProfileType::melissaRGB());
+    EXPECT_EQ(tool.underlayMaxSize, 1000);
     EXPECT_EQ(tool.impl->caches->size(), 2u);
     EXPECT_EQ(tool.impl->maxRequestPixels, 8000000);
     EXPECT_EQ(tool.impl->maxRequestBase64Size, 9000000);
@@ -164,6 +176,32 @@ TEST(ProcessorBase, ARoiThatOverlapsIsClipped)
     EXPECT_THAT(log.texts(LogMessageType::Error)[0], HasSubstr("(x:300 y:200 w:500 h:500), while source has: "));
 }
 
+TEST(ProcessorBase, TheUneditedPictureIsClippedAndLoggedTheSameWay)
+{
+    Tool tool;
+    Received<Data> main;
+    const LogCapture log;
+    tool.quickPreviewOn();
+    tool.initRender(main.callback(), {{50, 40}, {300, 200, 500, 500}});
+    EXPECT_EQ(main.at(0).image->size(), _Size<int>(50, 40));
+    EXPECT_THAT(log.texts(LogMessageType::Error),
+                ElementsAre(EndsWith(": Invalid render context roi: (x:300 y:200 w:500 h:500), while source has: "
+                                     "(x:0 y:0 w:400 h:300)")));
+}
+
+TEST(ProcessorBase, TheUnderlayIsNeverClipped)
+{
+    Tool tool;
+    Received<Data> underlay;
+    const LogCapture log;
+    tool.initUnderlayRender(underlay.callback(), 100);
+    (void)underlay.at(0);
+    tool.beginCompareBlindMode();
+    tool.renderAll();
+    (void)underlay.at(1);
+    EXPECT_TRUE(log.texts(LogMessageType::Error).empty());
+}
+
 TEST(ProcessorBase, RectanglesOfAnyNumbersAreClippedWithoutOverflow)
 {
     constexpr int kMost = std::numeric_limits<int>::max();
@@ -189,6 +227,88 @@ TEST(ProcessorBase, TheSameViewIsRenderedOnce)
     tool.setRenderContext(kView, true);
     (void)main.at(2);
     EXPECT_EQ(tool.working->renders, 2);
+}
+
+TEST(ProcessorBase, AViewIsKnownByItsPartItsSizeItsProfileAndThePicturesSize)
+{
+    Tool tool;
+    Received<Data> main;
+    int expected = 0;
+    const auto expectRenders = [&](int renders, const PreviewContext& context) {
+        tool.setRenderContext(context, true);
+        tool.settle();
+        expected += renders;
+        EXPECT_EQ(tool.working->renders, expected) << context.size.width << " " << context.roi.width;
+    };
+    tool.initRender(main.callback(), kView);
+    tool.settle();
+    expected = 1;
+    expectRenders(1, {{100, 75}, {0, 0, 200, 150}});
+    expectRenders(1, {{50, 40}, {0, 0, 200, 150}});
+    expectRenders(0, {{50, 40}, {0, 0, 200, 150}});
+    expectRenders(0, kView);
+    tool.working->picture = plain(410, 300, 0.5f); // under the same id
+    expectRenders(1, kView);
+    EXPECT_NEAR(main.last().image->row(5)[5].g, 0.5f, 1e-5f);
+    tool.changeColorProfile(ColorProfileType::sRGB());
+    tool.settle();
+    EXPECT_EQ(tool.working->renders, ++expected);
+}
+
+TEST(ProcessorBase, TheUneditedPictureIsRenderedOnceWhateverTheContent)
+{
+    Tool tool;
+    Received<Data> main;
+    tool.beginCompareBlindMode();
+    tool.initRender(main.callback(), kView);
+    tool.settle();
+    tool.working->id = "second";
+    tool.setRenderContext(kView, true);
+    tool.settle();
+    ASSERT_EQ(main.count(), 2u);
+    EXPECT_EQ(tool.working->renders, 2);
+    EXPECT_EQ(main.at(1).unedited, main.at(0).unedited);
+}
+
+TEST(ProcessorBase, ARenderThatFailsIsLoggedAndStaysFailedForItsContent)
+{
+    Tool tool;
+    Received<Data> main;
+    const LogCapture log;
+    tool.working->fails = true;
+    tool.initRender(main.callback(), kView);
+    tool.settle();
+    tool.working->fails = false;
+    tool.setRenderContext(kView, true);
+    tool.settle();
+    EXPECT_EQ(tool.working->renders, 1);
+    EXPECT_EQ(main.count(), 0u);
+    EXPECT_THAT(log.texts(LogMessageType::Error),
+                ElementsAre("Exception in an operation: no picture", "Exception in an operation: no picture"));
+    tool.working->id = "second";
+    tool.setRenderContext(kView, true);
+    EXPECT_TRUE(main.at(0).image);
+}
+
+TEST(ProcessorBase, RendersAreDeliveredOnOneThreadThatIsNotTheWorker)
+{
+    Tool tool;
+    tool.setConfiguration({true});
+    Received<std::thread::id> threads;
+    const auto deliver = [&](const Data&) { threads(std::this_thread::get_id()); };
+    tool.initRender(deliver, kView);
+    tool.initUnderlayRender(deliver, 100);
+    tool.renderAll();
+    std::thread::id worker;
+    tool.impl->queue.addOperation(
+        std::make_shared<opq::FunctionOperation>([&] { worker = std::this_thread::get_id(); }, ""));
+    tool.settle();
+    ASSERT_EQ(threads.count(), 4u);
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_TRUE(threads.at(i) == threads.at(0));
+        EXPECT_TRUE(threads.at(i) != worker);
+        EXPECT_TRUE(threads.at(i) != std::this_thread::get_id());
+    }
 }
 
 TEST(ProcessorBase, ANewRenderTakesThePlaceOfTheWaitingOne)
@@ -282,6 +402,26 @@ TEST(ProcessorBase, QuickPreviewShowsTheUneditedPictureAlone)
     EXPECT_NEAR(main.last().image->row(3)[3].r, 0.75f, 1e-5f);
 }
 
+TEST(ProcessorBase, BothModesHoldForTheUnderlay)
+{
+    Tool tool;
+    Received<Data> underlay;
+    tool.initUnderlayRender(underlay.callback(), 100);
+    EXPECT_FALSE(underlay.at(0).unedited);
+    tool.beginCompareBlindMode();
+    tool.renderAll();
+    Data data = underlay.at(1);
+    ASSERT_TRUE(data.unedited);
+    EXPECT_EQ(data.unedited->size(), _Size<int>(100, 75));
+    EXPECT_NEAR(data.unedited->row(3)[3].r, 0.25f, 1e-5f);
+    EXPECT_NEAR(data.image->row(3)[3].r, 0.75f, 1e-5f);
+    tool.quickPreviewOn();
+    tool.renderAll();
+    data = underlay.at(2);
+    EXPECT_NEAR(data.image->row(3)[3].r, 0.25f, 1e-5f);
+    EXPECT_EQ(data.unedited, data.image);
+}
+
 TEST(ProcessorBase, AModeChangedLaterDoesNotAlterAWaitingRender)
 {
     Tool tool;
@@ -330,7 +470,7 @@ TEST(ProcessorBase, AnEmptyRenderIsLoggedAndNotDelivered)
     EXPECT_EQ(main.count(), 0u);
     const auto warnings = log.texts(LogMessageType::Warning);
     ASSERT_EQ(warnings.size(), 1u);
-    EXPECT_THAT(warnings[0], ::testing::EndsWith(": Empty post render."));
+    EXPECT_THAT(warnings[0], EndsWith(": Empty post render."));
 }
 
 TEST(ProcessorBase, ExportsTheWholePictureOnAThreadOfItsOwn)
@@ -358,6 +498,28 @@ TEST(ProcessorBase, ExportsTheWholePictureOnAThreadOfItsOwn)
     EXPECT_TRUE(thread.at(0) != std::this_thread::get_id());
     tool.generateDataForExport({});
     tool.settle();
+}
+
+TEST(ProcessorBase, AnExportThatFailsIsAnsweredToo)
+{
+    Tool tool;
+    Received<RenderedData> exported;
+    const LogCapture log;
+    tool.working->fails = true;
+    tool.generateDataForExport(exported.callback());
+    const RenderedData failed = exported.at(0);
+    EXPECT_FALSE(failed.image);
+    EXPECT_TRUE(failed.isPlaceholder);
+    EXPECT_EQ(failed.context, PreviewContext());
+    EXPECT_EQ(failed.colorProfile, ColorProfileType::melissaRGB());
+    const auto errors = log.texts(LogMessageType::Error);
+    ASSERT_THAT(errors, ElementsAre(EndsWith(": no picture")));
+    EXPECT_THAT(errors[0], HasSubstr("generateDataForExport"));
+    tool.working->fails = false;
+    tool.working->picture.reset();
+    tool.generateDataForExport(exported.callback());
+    EXPECT_TRUE(exported.at(1).isPlaceholder);
+    EXPECT_EQ(log.texts(LogMessageType::Error).size(), 1u);
 }
 
 TEST(ProcessorBase, AnExportIsNotCancelledByARender)
@@ -390,6 +552,23 @@ TEST(ProcessorBase, ACallbackMayThrowAndMayDropTheProcessor)
         kView);
     EXPECT_EQ(dropped.at(0), 1);
     EXPECT_FALSE(tool);
+}
+
+TEST(ProcessorBase, ACallbackMayDropTheProcessorWhileTheCallThatRendersStillRuns)
+{
+    for (int i = 0; i < 200; ++i) {
+        auto tool = std::make_unique<Tool>(_Size<int>(8, 6));
+        Received<int> dropped;
+        tool->initRender(
+            [&](Data) {
+                if (tool) {
+                    tool.reset();
+                    dropped(1);
+                }
+            },
+            {{8, 6}, {0, 0, 8, 6}});
+        EXPECT_EQ(dropped.at(0), 1);
+    }
 }
 
 TEST(ProcessorBase, EnqueueWithoutAQueueUsesAThread)

@@ -3,6 +3,7 @@
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
+#include <orvo/answers.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -68,6 +69,44 @@ TEST(EraseAnswer, AnAnswerEqualToWhatWasSentChangesNearlyNothing)
         const Request request = tool.request("1");
         tool.applyGeneratedResponse(scaledAnswer(request, scale), sizeOf(request));
         EXPECT_LT(largestDifference(*tool.picture(), *before), scale < 1.0 ? 0.06f : 0.02f) << scale;
+    }
+}
+
+// The effect of an answer, step by step.
+std::shared_ptr<const Picture> stepByStep(const Picture& before,
+                                          const GenerativeProcessorBaseImpl::RequestParameters& parameters,
+                                          const std::string& answer, _Size<int> sent)
+{
+    const auto generated = convertToImageData(answer.substr(kPrefix.size()));
+    const auto side = [](int downsampled, int answered, int asked) {
+        const float ratio = static_cast<float>(answered) / static_cast<float>(asked);
+        return static_cast<int>(static_cast<float>(downsampled) * ratio);
+    };
+    const _Size<int> target(side(parameters.downsampledSize.width, generated->width(), sent.width),
+                            side(parameters.downsampledSize.height, generated->height(), sent.height));
+    AnswerPicture result = generated->resize(target, {}, true);
+    upscaleToInitialSize(result, parameters.rect.size(), parameters.mask);
+    applyDetailsToResult(result);
+    AnswerPicture current = before.copy({});
+    blendWithSource(result, current->resize(parameters.rect.size(), parameters.rect, true), parameters.mask);
+    blendRoi(current, result, parameters.mask, parameters.rect);
+    return current;
+}
+
+TEST(EraseAnswer, TakesItsStepsInOrderWhateverItsScale)
+{
+    for (const double scale : {1.0, 2.0, 0.5}) {
+        EraseTool tool({600, 500});
+        tool.inside().maxRequestPixels = 20000; // so that the picture is sent smaller than its part
+        const auto before = tool.picture();
+        tool.draw({{300, 250}, {330, 270}}, brush(40, 0.5f));
+        const Request request = tool.request("1");
+        const auto parameters = *tool.inside().requestParameters;
+        ASSERT_LT(parameters.downsampledSize.width, parameters.rect.width);
+        const std::string answer = scaledAnswer(request, scale);
+        tool.applyGeneratedResponse(answer, sizeOf(request));
+        const auto expected = stepByStep(*before, parameters, answer, sizeOf(request));
+        EXPECT_TRUE(sameBytes(*tool.picture(), *expected)) << scale;
     }
 }
 

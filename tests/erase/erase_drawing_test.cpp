@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 namespace orvo::test {
 namespace {
 
@@ -156,6 +158,73 @@ TEST(EraseDrawing, TheStrokeUnderWayIsSeenInTheMainViewAlone)
     EXPECT_FALSE(isRed(main, main.last()));
 }
 
+TEST(EraseDrawing, ShowingTheMaskNeedsNoPhaseAndRendersBoth)
+{
+    EraseTool tool;
+    Received<Data> main;
+    Received<Data> underlay;
+    tool.initRender(main.callback(), {{32, 24}, {0, 0, 320, 240}});
+    tool.initUnderlayRender(underlay.callback(), 20);
+    tool.settle();
+    const LogCapture log;
+    tool.setShowMask(true);
+    tool.settle();
+    EXPECT_TRUE(tool.inside().brushInfo->showMask);
+    EXPECT_EQ(main.count(), 2u);
+    EXPECT_EQ(underlay.count(), 2u);
+    EXPECT_TRUE(warnings(log).empty());
+}
+
+TEST(EraseDrawing, TheLogNamesTheCallThatRenders)
+{
+    EraseTool tool;
+    Received<Data> main;
+    tool.initRender(main.callback(), {{32, 24}, {1000, 1000, 5, 5}});
+    tool.settle();
+    const LogCapture log;
+    tool.beginDrawing();
+    tool.settle();
+    tool.strokePoints({{5, 5}}, brush(5));
+    tool.settle();
+    const auto errors = log.texts(LogMessageType::Error);
+    ASSERT_EQ(errors.size(), 2u);
+    EXPECT_THAT(errors[0].substr(errors[0].find(" called from ")), HasSubstr("beginDrawing"));
+    EXPECT_THAT(errors[1].substr(errors[1].find(" called from ")), HasSubstr("strokePoints"));
+}
+
+TEST(EraseDrawing, ArgumentsAreThoseOfTheCall)
+{
+    EraseTool tool;
+    tool.beginDrawing();
+    const auto go = tool.busy();
+    DrawingMode mode = DrawingMode::Draw;
+    std::vector<_Point<float>> points = {{100, 100}};
+    tool.setDrawingMode(mode);
+    tool.strokePoints(points, brush(20));
+    mode = DrawingMode::Erase;
+    points = {{200, 100}};
+    go->set_value();
+    const auto drawn = tool.mask();
+    EXPECT_EQ(drawn[100 * 320 + 100], 1.0f);
+    EXPECT_EQ(drawn[100 * 320 + 200], 0.0f);
+}
+
+TEST(EraseDrawing, TheCallbacksOfStrokesAreNeverCalled)
+{
+    EraseTool tool;
+    std::atomic<int> calls = 0;
+    const auto count = [&calls] { ++calls; };
+    tool.beginDrawing();
+    tool.startStroke(count, count);
+    tool.stroke({100, 100}, brush(20));
+    tool.finishStroke(count, count);
+    tool.startStroke(count, count);
+    tool.finishStroke(count, count);
+    tool.finishDrawing();
+    tool.settle();
+    EXPECT_EQ(calls, 0);
+}
+
 TEST(EraseDrawing, AViewThatReachesOutsideShowsTheMaskWhereThePictureIs)
 {
     EraseTool tool;
@@ -245,6 +314,20 @@ TEST(EraseDrawing, StoredMasksComeBackAlsoFromFiles)
     }
     // Every mask is written only once.
     EXPECT_EQ(tool.inside().brushInfo->resources.saves.size(), 6u);
+}
+
+TEST(EraseDrawing, StoringReturnsBeforeTheMaskIsStored)
+{
+    EraseTool tool;
+    tool.beginDrawing();
+    tool.settle();
+    const auto go = tool.busy();
+    const Bytes stored = tool.storeMask();
+    EXPECT_TRUE(Identifier::deserialize(stored));
+    EXPECT_TRUE(tool.inside().brushInfo->drawingStates.empty());
+    go->set_value();
+    tool.settle();
+    EXPECT_EQ(tool.inside().brushInfo->drawingStates.size(), 1u);
 }
 
 TEST(EraseDrawing, TheNewestIsFoundInMemoryEachTime)

@@ -6,6 +6,7 @@
 
 #include <random>
 #include <set>
+#include <stdexcept>
 
 namespace orvo::test {
 namespace {
@@ -21,6 +22,10 @@ TEST(MaskBounds, AreThoseOfWhatIsNotZero)
     EXPECT_EQ(maskBounds(mask), _Rect<int>());
     mask.writableTile(1, 1)[0] = 0.0f; // a tile with samples that are all 0
     EXPECT_EQ(maskBounds(mask), _Rect<int>());
+    mask.writableTile(1, 1)[0] = 1e-6f; // within the tolerance of isFloatEqual()
+    mask.setTile(0, 1, {1e-6f, nullptr});
+    EXPECT_EQ(maskBounds(mask), _Rect<int>());
+    mask.setTile(0, 1, {});
     mask.writableTile(1, 1)[3 * 256 + 5] = 0.01f;
     EXPECT_EQ(maskBounds(mask), _Rect<int>(261, 259, 1, 1));
     mask.writableTile(2, 2)[87 * 256 + 187] = 1.0f;
@@ -90,6 +95,51 @@ TEST(EraseRequest, AMaskOfZerosFailsWithoutALine)
     EXPECT_EQ(tool.inside().requestParameters->id, "");
 }
 
+TEST(EraseRequest, AFailedRequestKeepsTheGeometryOfTheLast)
+{
+    EraseTool tool;
+    tool.draw({{100, 100}}, brush(20));
+    EXPECT_TRUE(tool.request("1").valid);
+    const auto parameters = *tool.inside().requestParameters;
+    tool.beginDrawing();
+    EXPECT_FALSE(tool.request("2").valid);
+    tool.clearMask();
+    tool.finishDrawing();
+    EXPECT_FALSE(tool.request("3").valid);
+    EXPECT_EQ(tool.inside().requestParameters->id, "1");
+    EXPECT_EQ(tool.inside().requestParameters->rect, parameters.rect);
+    EXPECT_EQ(tool.inside().requestParameters->downsampledSize, parameters.downsampledSize);
+    EXPECT_EQ(tool.inside().requestParameters->mask, parameters.mask);
+}
+
+TEST(EraseRequest, TheSizeIsUnusedAndTheLimitsAreThoseOfTheCall)
+{
+    EraseTool tool;
+    tool.draw({{100, 100}}, brush(20));
+    const Request expected = tool.request("1");
+    Received<Request> received;
+    const auto go = tool.busy();
+    tool.generateRequest("1", {7, 3}, received.callback());
+    tool.inside().maxRequestPixels = 100;
+    tool.inside().maxRequestBase64Size = 100;
+    tool.inside().maxRequestAspect = 1.0f;
+    go->set_value();
+    EXPECT_EQ(received.at(0).image, expected.image);
+    EXPECT_EQ(received.at(0).mask, expected.mask);
+    EXPECT_EQ(received.at(0).width, expected.width);
+    EXPECT_LT(tool.request("2").width, expected.width);
+}
+
+TEST(EraseRequest, AnExceptionOfTheCallbackIsLoggedWithTheOperationsName)
+{
+    EraseTool tool;
+    const LogCapture log;
+    tool.generateRequest("1", {}, [](const Request&) { throw std::runtime_error("from the application"); });
+    tool.settle();
+    EXPECT_THAT(errors(log), ElementsAre(EndsWith(": Failed to generate request with empty mask."),
+                                         "Exception in an operation generateRequest: from the application"));
+}
+
 TEST(EraseRequest, FailuresComeOnTheWorkerRequestsOnAThreadOfTheirOwn)
 {
     EraseTool tool;
@@ -112,6 +162,21 @@ std::shared_ptr<const GenEraseData> prepared(const std::shared_ptr<const Picture
     return prepareEraseRequest(*CreateOrvoImage(picture), mask, limits, "id", parameters);
 }
 
+TEST(EraseRequest, ACandidateHasItsTextAtEightBits)
+{
+    GenerativeProcessorBaseImpl::RequestParameters parameters;
+    const auto data = prepared(textured(120, 90), TiledMaskImage({120, 90}, 0.6f), parameters);
+    const auto smaller = data->resized({40, 30});
+    EXPECT_EQ(smaller->image->size(), _Size<int>(40, 30));
+    EXPECT_TRUE(sameBytes(*smaller->image, *data->image->resize({40, 30}, {}, true)));
+    EXPECT_EQ(smaller->mask->size(), _Size<int>(40, 30));
+    for (const auto& candidate : {data, smaller}) {
+        EXPECT_TRUE(candidate->parameters == Base64EncodeParameters(0, 8));
+        EXPECT_EQ(candidate->imageBase64, imageToBase64(candidate->image, {0, 8}));
+        EXPECT_EQ(candidate->maskBase64, imageToBase64(candidate->mask, {0, 8}));
+    }
+}
+
 TEST(EraseRequest, ExactlyThePixelBudgetIsNotScaled)
 {
     GenerativeProcessorBaseImpl::RequestParameters parameters;
@@ -128,6 +193,8 @@ TEST(EraseRequest, ALongPictureIsSqueezedToTheAspect)
     const auto data = prepared(plain(4000, 1000, 0.5f), TiledMaskImage({4000, 1000}, 1.0f), parameters);
     EXPECT_EQ(data->image->size(), _Size<int>(2450, 1000));
     EXPECT_EQ(parameters.rect, _Rect<int>(0, 0, 4000, 1000));
+    EXPECT_EQ(parameters.downsampledSize, _Size<int>(2450, 613)); // in proportion to the rectangle
+    EXPECT_EQ(parameters.mask->size(), _Size<int>(4000, 1000));
 }
 
 std::shared_ptr<Picture> noisePicture(_Size<int> size)

@@ -45,6 +45,15 @@ public:
         waitFor(*impl->callbackQueue);
     }
 
+    // Keeps the queue busy until the returned promise is set.
+    [[nodiscard]] std::shared_ptr<std::promise<void>> busy()
+    {
+        auto go = std::make_shared<std::promise<void>>();
+        auto future = go->get_future().share();
+        impl->queue.addOperation(std::make_shared<opq::FunctionOperation>([future] { future.wait(); }, ""));
+        return go;
+    }
+
     // The current mask, flat; empty if there is none.
     [[nodiscard]] std::vector<float> mask()
     {

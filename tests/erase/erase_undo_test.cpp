@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <thread>
 
 namespace orvo::test {
 namespace {
@@ -117,6 +118,23 @@ TEST(EraseUndo, UnknownStatesAreLoggedAndAnswered)
     EXPECT_TRUE(sameBytes(*tool.picture(), *before));
     tool.restoreState(unknown, {});
     tool.settle();
+}
+
+TEST(EraseUndo, TheOutcomeComesOnAThreadOfItsOwn)
+{
+    EraseTool tool;
+    std::thread::id worker;
+    tool.inside().queue.addOperation(
+        std::make_shared<opq::FunctionOperation>([&] { worker = std::this_thread::get_id(); }, ""));
+    const Bytes state = tool.storeState();
+    Received<std::thread::id> threads;
+    const auto deliver = [&](const OutState&) { threads(std::this_thread::get_id()); };
+    tool.restoreState(state, deliver);
+    tool.restoreState({1, 2, 3}, deliver);
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_TRUE(threads.at(i) != worker);
+        EXPECT_TRUE(threads.at(i) != std::this_thread::get_id());
+    }
 }
 
 TEST(EraseUndo, AStoredMaskDoesNotChangeWhenDrawingGoesOn)

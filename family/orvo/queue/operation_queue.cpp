@@ -111,13 +111,14 @@ void OperationQueue::addOperation(std::shared_ptr<Operation> operation)
 {
     if (!operation)
         return;
+    const auto shared = state; // once added, the operation may run and destroy this queue at any moment
     {
-        const std::lock_guard lock(state->mutex);
-        if (!state->running)
+        const std::lock_guard lock(shared->mutex);
+        if (!shared->running)
             return;
-        state->waiting.push_back(std::move(operation));
+        shared->waiting.push_back(std::move(operation));
     }
-    state->changed.notify_one();
+    shared->changed.notify_one();
 }
 
 bool OperationQueue::closed() const

@@ -26,6 +26,11 @@ using io::PngState;
 
 struct MemoryState : PngState
 {
+    MemoryState() = default;
+    ~MemoryState() { png_destroy_write_struct(&png, &info); }
+    MemoryState(const MemoryState&) = delete;
+    MemoryState& operator=(const MemoryState&) = delete;
+
     std::vector<unsigned char> bytes;
 };
 
@@ -57,6 +62,8 @@ public:
         if (state.png == nullptr)
             throw std::bad_alloc();
         state.info = png_create_info_struct(state.png);
+        if (state.info == nullptr)
+            throw std::bad_alloc();
         png_set_write_fn(state.png, &state, onWrite, [](png_structp) {});
         guarded([this, size, bits, colourType] {
             png_set_user_limits(state.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
@@ -68,7 +75,6 @@ public:
             png_write_info(state.png, state.info);
         });
     }
-    ~Encoder() { png_destroy_write_struct(&state.png, &state.info); }
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
 

@@ -45,10 +45,8 @@ void changeUsable(Picture& target, const Picture& source, const Picture& judged,
 
 Pixel eachChannel(const Pixel& p, float (*curve)(float)) { return {curve(p.r), curve(p.g), curve(p.b)}; }
 
-} // namespace
-
-std::shared_ptr<Picture> restorePicture(const Picture& picture, const RestorationSettings& settings,
-                                        const RunControl& control)
+std::shared_ptr<Picture> restored(const Picture& picture, const RestorationSettings& settings,
+                                  const RunControl& control)
 {
     if (picture.pixelCount() == 0)
         throw std::invalid_argument("restorePicture: the picture is empty");
@@ -68,8 +66,8 @@ std::shared_ptr<Picture> restorePicture(const Picture& picture, const Restoratio
         applyDetails(work->data(), work->width(), work->height(), amount);
 
     const auto backInPlace = [&](Picture& target) {
-        changeUsable(target, picture, picture, [linear](const Pixel& p, bool good, const Pixel& restored) {
-            return !good ? p : linear ? eachChannel(restored, linearFromSRGBCurve) : restored;
+        changeUsable(target, picture, picture, [linear](const Pixel& p, bool good, const Pixel& done) {
+            return !good ? p : linear ? eachChannel(done, linearFromSRGBCurve) : done;
         });
     };
     contrast.goOn(1.0);
@@ -81,6 +79,14 @@ std::shared_ptr<Picture> restorePicture(const Picture& picture, const Restoratio
     }
     control.report(1.0f);
     return work;
+}
+
+} // namespace
+
+std::shared_ptr<Picture> restorePicture(const Picture& picture, const RestorationSettings& settings,
+                                        const RunControl& control)
+{
+    return details::keepingFailure([&] { return restored(picture, settings, control); });
 }
 
 } // namespace orvo

@@ -352,6 +352,7 @@ TEST(Restoration, ReportsProgressAndStops)
         } catch (const FailureError& error) {
             EXPECT_EQ(error.failure().kind, FailureKind::Cancelled);
         }
+        EXPECT_EQ(lastFailure(), cancelledFailure());
         return calls;
     };
     for (std::size_t last = 1; last <= pollsAtFaces; last += 3)

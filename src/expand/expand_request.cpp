@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -28,7 +30,17 @@ struct Borders
 
 int scaledSide(int length, float scale) { return std::max(1, static_cast<int>(static_cast<float>(length) * scale)); }
 
-int scaledBorder(int width, float scale) { return static_cast<int>(std::ceil(static_cast<float>(width) * scale)); }
+/// Distances beyond the range of an int, of crops far from the picture, are limited to it.
+int limited(std::int64_t distance)
+{
+    constexpr std::int64_t kMost = std::numeric_limits<int>::max();
+    return static_cast<int>(std::clamp(distance, -kMost, kMost));
+}
+
+int scaledBorder(int width, float scale)
+{
+    return limited(static_cast<std::int64_t>(std::ceil(static_cast<float>(width) * scale)));
+}
 
 int atLeastSideOf(int longer, float aspect) { return static_cast<int>(std::ceil(static_cast<float>(longer) / aspect)); }
 
@@ -104,9 +116,10 @@ ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& wo
     const ExpandCanvas canvas = makeExpandCanvas(picture, crop);
     const _Rect<int> whole(0, 0, crop.width, crop.height);
     _Rect<int> roi = adjustProcessingRect(calculateMaskRoi(canvas.mask), canvas.mask->size(), {0, 0});
-    Borders borders = {-crop.y, -crop.x, crop.height + crop.y - size.height, crop.width + crop.x - size.width};
+    const _Rect<int> place(limited(-std::int64_t{crop.x}), limited(-std::int64_t{crop.y}), size.width, size.height);
+    Borders borders = {place.y, place.x, limited(std::int64_t{crop.height} + crop.y - size.height),
+                       limited(std::int64_t{crop.width} + crop.x - size.width)};
 
-    const _Rect<int> place(-crop.x, -crop.y, size.width, size.height);
     const _Rect<int> inner = intersected(place, whole);
     if (inner != place)
         logToolError(where, "Improper rect");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 namespace orvo {
 namespace {
@@ -25,15 +26,22 @@ cv::Rect cvRect(const _Rect<int>& rect) { return {rect.x, rect.y, rect.width, re
 /// The samples of `picture`, shared. The order of the channels does not matter to the blender.
 cv::Mat samplesOf(Picture& picture) { return {picture.height(), picture.width(), CV_32FC3, picture.data()}; }
 
-/// Maps canvas coordinates to those of the answer.
+/// Maps canvas coordinates to those of the answer. The place of a picture far outside of the canvas may exceed the
+/// range of an int; it is limited to it.
 class AnswerScale
 {
 public:
     AnswerScale(const _Rect<int>& rect, _Size<int> answer) : from(rect.size()), to(answer) {}
-    [[nodiscard]] int across(int x) const { return static_cast<int>(std::int64_t{x} * to.width / from.width); }
-    [[nodiscard]] int down(int y) const { return static_cast<int>(std::int64_t{y} * to.height / from.height); }
+    [[nodiscard]] int across(int x) const { return scaled(x, to.width, from.width); }
+    [[nodiscard]] int down(int y) const { return scaled(y, to.height, from.height); }
 
 private:
+    static int scaled(int value, int numerator, int denominator)
+    {
+        constexpr std::int64_t kMost = std::numeric_limits<int>::max();
+        return static_cast<int>(std::clamp(std::int64_t{value} * numerator / denominator, -kMost, kMost));
+    }
+
     _Size<int> from;
     _Size<int> to;
 };

@@ -69,6 +69,11 @@ void PanoramaMBlender::feed(const cv::Mat& image, const cv::Mat& mask, const cv:
     CV_CheckTypeEQ(region.type(), CV_8UC1, "the region of a picture to blend");
     std::vector<bool> maskBits = bitsOf(mask, image.size());
     std::vector<bool> regionBits = bitsOf(region, image.size());
+    // Room in all four lists first, so that a lack of memory adds to none of them.
+    images.reserve(images.size() + 1);
+    masks.reserve(masks.size() + 1);
+    regions.reserve(regions.size() + 1);
+    corners.reserve(corners.size() + 1);
     images.push_back(image);
     masks.push_back(std::move(maskBits));
     regions.push_back(std::move(regionBits));

@@ -4,6 +4,7 @@
 #include "GenEraseProcessor/generative_erase_processor_impl.hpp"
 #include "support/pictures.hpp"
 #include "support/renders.hpp"
+#include "support/temporary_files.hpp"
 
 #include <orvo/documents.hpp>
 #include <orvo_extensions/generative_erase.hpp>
@@ -116,16 +117,6 @@ inline std::string plainAnswer(_Size<int> size, float value)
     auto picture = plain(size.width, size.height, value);
     picture->setColorProfile(ColorProfileType::sRGB());
     return answerText(picture);
-}
-
-/// Temporary files of the process.
-inline int temporaryFiles()
-{
-    int count = 0;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(getTemporaryDirectory(), error))
-        count += entry.is_regular_file() ? 1 : 0;
-    return count;
 }
 
 } // namespace orvo::test

@@ -2,6 +2,8 @@
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
+#include <orvo/composer.hpp>
+#include <orvo/image_loader.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <gmock/gmock.h>
@@ -133,6 +135,30 @@ TEST(ExpandAnswer, ACropBesideThePictureTakesTheAnswerAlone)
     EXPECT_NEAR(after->row(30)[40].g, 0.25f, 0.01f);
 }
 
+TEST(ExpandAnswer, APictureAtTheEndOfTheCoordinatesLeavesNoTrace)
+{
+    for (const int x : kFarAway) {
+        ExpandTool tool({60, 40});
+        const auto sent = picturesOf(tool.request(cropOf(x, 0, 200, 100)));
+        // Twice the size of the canvas, where the picture's place is beyond an int.
+        tool.applyGeneratedResponse(answerText(plain(400, 200, 0.25f)), sent->size());
+        const auto after = tool.picture();
+        ASSERT_EQ(after->size(), _Size<int>(200, 100));
+        for (std::size_t i = 0; i < after->pixelCount(); ++i)
+            ASSERT_NEAR(after->data()[i].g, 0.25f, 0.01f) << x << ", pixel " << i;
+    }
+}
+
+TEST(ExpandAnswer, ThePrefixIsCutAndNotCompared)
+{
+    ExpandTool tool({60, 40});
+    (void)tool.request(cropOf(-20, 0, 80, 40));
+    const LogCapture log;
+    tool.applyGeneratedResponse(std::string(22, '?') + answerText(plain(80, 40, 0.25f)).substr(22), {80, 40});
+    EXPECT_EQ(tool.picture()->size(), _Size<int>(80, 40));
+    EXPECT_THAT(errors(log), IsEmpty());
+}
+
 TEST(ExpandAnswer, OfTwoRequestsTheLastOneCounts)
 {
     ExpandTool tool({200, 150});
@@ -188,6 +214,38 @@ TEST(ExpandAnswer, IsTheSameForAnyNumberOfThreads)
         return tool.picture();
     };
     EXPECT_TRUE(sameBytes(*expanded(1), *expanded(4)));
+}
+
+TEST(ExpandOpening, FromFilesAndCompositions)
+{
+    const TemporaryFolder folder;
+    const auto path = writtenTo(folder / "picture.tif", *textured(90, 70));
+    const GenerativeExpandProcessor opened(StateSource{path, {}, {}});
+    EXPECT_EQ(opened.getCanvasSize(), _Size<int>(90, 70));
+    EXPECT_EQ(opened.requestedCanvasSize(), _Size<int>(90, 70));
+    const auto bytes = ImageLoader::load(path);
+    const auto composer = std::make_shared<Composer>(ImageLoader::getSize(bytes));
+    composer->createLayer(bytes, {}, ComposerScaleMode::Fill);
+    ImageLoader::dispose(bytes);
+    composer->setCropDescription(cropOf(10, 10, 50, 40));
+    EXPECT_EQ(GenerativeExpandProcessor(composer).getCanvasSize(), _Size<int>(50, 40));
+}
+
+TEST(ExpandOpening, WhatCannotBeOpenedIsLoggedAndDoesNothing)
+{
+    const LogCapture log;
+    GenerativeExpandProcessor missing(StateSource{"/nowhere/picture.jpg", {}, {}});
+    GenerativeExpandProcessor none{std::shared_ptr<const Picture>()};
+    GenerativeExpandProcessor noComposer{std::shared_ptr<Composer>()};
+    EXPECT_EQ(errors(log).size(), 3u);
+    for (auto* const tool : {&missing, &none, &noComposer}) {
+        EXPECT_EQ(tool->getCanvasSize(), _Size<int>());
+        EXPECT_EQ(tool->requestedCanvasSize(), _Size<int>());
+        tool->generateRequest("1", cropOf(-1, 0, 3, 3), {}, [](const Request&) {});
+        tool->applyGeneratedResponse(std::string(40, 'a'), {1, 1});
+        EXPECT_TRUE(tool->storeState().empty());
+        tool->restoreState({}, {});
+    }
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "GenProcessorBase/rectangles.hpp"
 #include "expand/expand_canvas.hpp"
+#include "expand/generative_expand_impl.hpp"
 #include "support/pictures.hpp"
 
 #include <gtest/gtest.h>
@@ -86,6 +87,27 @@ TEST(CopyRect, WritesItsRowsAndNothingElse)
     for (int y = 0; y < 8; ++y)
         for (int x = 0; x < 10; ++x)
             EXPECT_EQ(target->row(y)[x], x >= 6 && y >= 5 ? piece->row(y - 5)[x - 6] : before->row(y)[x]);
+}
+
+TEST(WorkingImageExpand, IsEmptyUntilItIsSet)
+{
+    WorkingImageExpand working;
+    EXPECT_FALSE(working.imageData({{}, {}, true}));
+    EXPECT_EQ(working.width(), 0);
+    EXPECT_EQ(working.height(), 0);
+    EXPECT_EQ(working.rect(), _Rect<int>());
+    EXPECT_EQ(working.identifier(), "");
+    const auto picture = textured(9, 7);
+    working.set(picture);
+    EXPECT_EQ(working.rect(), _Rect<int>(0, 0, 9, 7));
+    const auto whole = working.imageData({{}, {}, true});
+    EXPECT_NE(whole, picture) << "a copy";
+    EXPECT_TRUE(sameBytes(*whole, *picture));
+    EXPECT_EQ(working.imageData({{3, 2}, {1, 1, 6, 4}, true})->size(), _Size<int>(3, 2));
+    const std::string first = working.identifier();
+    EXPECT_NE(first, "");
+    working.set(picture);
+    EXPECT_NE(working.identifier(), first) << "also for the same picture";
 }
 
 TEST(Rectangles, IntersectWithoutOverflow)

@@ -98,6 +98,7 @@ TEST(ExpandRequest, TheSentMaskFadesOnlyWhereNothingWasScaled)
     EXPECT_EQ(mask->size(), convertToImageData(request.image)->size());
     EXPECT_EQ(request.width, mask->width());
     const auto& parameters = *tool.inside().requestParameters;
+    EXPECT_EQ(parameters.downsampledSize, calculateDownsampledSize(mask->size(), parameters.rect.size()));
     EXPECT_EQ(parameters.mask->size(), parameters.rect.size()) << "blends at full size";
     EXPECT_LT(mask->width(), parameters.rect.width);
 }
@@ -133,19 +134,61 @@ TEST(ExpandRequest, NoBorderIsWiderThanAServicePaints)
     const Request left = tool.request(cropOf(-2500, 0, 2900, 300));
     const int width = tool.inside().requestParameters->rect.width;
     EXPECT_EQ(left.width, static_cast<int>(static_cast<float>(width) * 0.8f));
+    const auto mask = convertToImageData(left.mask);
+    EXPECT_EQ(mask->size(), convertToImageData(left.image)->size());
+    EXPECT_TRUE(isHard(*mask));
     const Request narrow = tool.request(cropOf(-2000, 0, 2400, 300));
     EXPECT_EQ(narrow.width, tool.inside().requestParameters->rect.width);
+    // Counted at the scale of the request: 1250 pixels at half the size.
+    tool.inside().maxRequestPixels = 200 * 150;
+    EXPECT_EQ(tool.request(cropOf(-2500, 0, 2900, 300)).width, 2900 / 2);
 }
 
-TEST(ExpandRequest, AStripIsWidenedAsFarAsThePictureGoes)
+TEST(ExpandRequest, AFlatKnownPartIsMadeHigherAsFarAsThePictureGoes)
 {
-    // At first the known part is 1200 x 100; the limit needs 1200 / 2.45 rows.
+    // At first the known part has 80 rows of 480 pixels; the limit needs 480 / 2.45.
+    const int needed = static_cast<int>(std::ceil(480 / 2.45f));
+    ExpandTool tool({480, 360});
+    const auto& rect = tool.inside().requestParameters->rect;
+    (void)tool.request(cropOf(0, -160, 480, 520));
+    EXPECT_EQ(rect, _Rect<int>(0, 0, 480, 160 + needed));
+    (void)tool.request(cropOf(0, 0, 480, 520));
+    EXPECT_EQ(rect, _Rect<int>(0, 360 - needed, 480, needed + 160)) << "moved back into the picture";
+    ExpandTool low({480, 120});
+    (void)low.request(cropOf(0, -160, 480, 280));
+    EXPECT_EQ(low.inside().requestParameters->rect, _Rect<int>(0, 0, 480, 280)) << "there are only 120 rows";
+}
+
+TEST(ExpandRequest, AStripIsSentNarrower)
+{
+    // The known part of 1200 x 100 cannot grow; within the aspect it is 245 wide.
     ExpandTool strip({1200, 100});
-    ASSERT_TRUE(strip.request(cropOf(0, 0, 1200, 140)).valid);
-    const auto& rect = strip.inside().requestParameters->rect;
-    EXPECT_GE(rect.y, 0);
-    EXPECT_LE(rect.y + rect.height, 140);
-    EXPECT_LE(rect.x + rect.width, 1200);
+    const Request request = strip.request(cropOf(0, 0, 1200, 140));
+    ASSERT_TRUE(request.valid);
+    EXPECT_EQ(strip.inside().requestParameters->rect, _Rect<int>(0, 0, 1200, 140));
+    EXPECT_NEAR(request.width, 245, 1);
+    EXPECT_EQ(convertToImageData(request.image)->size(), _Size<int>(request.width, 140));
+}
+
+TEST(ExpandRequest, ACutPictureGivesNoAreaBeyondTheCanvas)
+{
+    // The known part is 300 x 100, and more rows are outside of the crop.
+    ExpandTool tool({1000, 1000});
+    const Request request = tool.request(cropOf(0, 900, 1600, 100));
+    ASSERT_TRUE(request.valid);
+    EXPECT_EQ(tool.inside().requestParameters->rect, _Rect<int>(700, 0, 900, 100));
+}
+
+TEST(ExpandRequest, ACropAtTheEndOfTheCoordinatesIsServed)
+{
+    for (const int x : kFarAway) {
+        ExpandTool tool({60, 40});
+        const Request request = tool.request(cropOf(x, 0, 200, 100));
+        EXPECT_TRUE(request.valid) << x;
+        const auto& parameters = *tool.inside().requestParameters;
+        EXPECT_EQ(parameters.rect, _Rect<int>(0, 0, 200, 100)) << x;
+        EXPECT_EQ(parameters.sourceRect.x > 0, x < 0) << "the picture is on the other side";
+    }
 }
 
 TEST(ExpandRequest, AnEmptyCropHasNoRequest)

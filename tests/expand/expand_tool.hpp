@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <future>
+#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -28,6 +29,9 @@ inline CropDescription cropOf(int x, int y, int width, int height)
     crop.rect = {x, y, width, height};
     return crop;
 }
+
+/// Left edges of crops so far from the picture that the distances exceed an int.
+inline constexpr int kFarAway[] = {std::numeric_limits<int>::min(), 2147483520};
 
 class ExpandTool final : public GenerativeExpandProcessor
 {

@@ -1,11 +1,17 @@
 #include "expand_tool.hpp"
 #include "support/live_planes.hpp"
+#include "support/renders.hpp"
+#include "support/temporary_files.hpp"
 
 #include <orvo_core/identifier.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
+#include <random>
+#include <utility>
 #include <vector>
 
 namespace orvo::test {
@@ -113,15 +119,113 @@ TEST(ExpandUndo, AProcessorMayGoWhileItWorks)
     EXPECT_EQ(liveBytesDownTo(live), live);
 }
 
-TEST(ExpandUndo, APictureThatCannotBeOpenedMakesAnEmptyProcessor)
+TEST(ExpandUndo, AnAnswerRendersBothChannelsARestoreTheUnderlayAlone)
 {
+    // Before the tool, whose destructor waits for the last delivery.
+    Received<NoAlphaRender::Data> views;
+    Received<NoAlphaRender::Data> underlays;
+    ExpandTool tool({120, 90});
+    tool.setConfiguration({true});
+    tool.initRender(views.callback(), {{60, 45}, {0, 0, 120, 90}});
+    tool.initUnderlayRender(underlays.callback(), 60);
+    const auto delivered = [&] {
+        tool.settle();
+        waitFor(*tool.inside().callbackQueue);
+        return std::pair(views.count(), underlays.count());
+    };
+    const Bytes before = tool.storeState();
+    EXPECT_EQ(delivered(), std::pair(std::size_t{1}, std::size_t{1}));
+    grow(tool, "1");
+    EXPECT_EQ(delivered(), std::pair(std::size_t{2}, std::size_t{2}));
+    EXPECT_EQ(underlays.last().context.roi, _Rect<int>(0, 0, 144, 106));
+    (void)tool.restored(before);
+    EXPECT_EQ(delivered(), std::pair(std::size_t{2}, std::size_t{3}));
+    EXPECT_EQ(underlays.last().context.roi, _Rect<int>(0, 0, 120, 90));
+}
+
+TEST(ExpandUndo, AStateIsWrittenOnceAndItsFilesGoWithTheTool)
+{
+    const int filesBefore = temporaryFiles();
+    {
+        ExpandTool tool({120, 90});
+        std::vector<Bytes> states;
+        for (int i = 0; i < 5; ++i) {
+            states.push_back(tool.storeState());
+            grow(tool, std::to_string(i));
+        }
+        // Restores every state, which waits for its files; later ones are older than the three in memory.
+        for (int round = 0; round < 2; ++round)
+            for (const Bytes& state : states)
+                EXPECT_EQ(tool.restored(state).state, state);
+        // Picture, mask and canvas of each; the first state has no request.
+        EXPECT_EQ(temporaryFiles() - filesBefore, 4 * 3 + 1);
+    }
+    EXPECT_EQ(temporaryFiles(), filesBefore);
+}
+
+TEST(ExpandUndo, FilesThatVanishAreAnErrorAndChangeNoPicture)
+{
+    ExpandTool tool({120, 90});
+    std::vector<Bytes> states;
+    for (int i = 0; i < 5; ++i) {
+        states.push_back(tool.storeState());
+        grow(tool, std::to_string(i));
+    }
+    for (const Bytes& state : states)
+        (void)tool.restored(state);
+    (void)tool.restored(states.front()); // all are written by now
+    (void)tool.restored(states.back());
+    const auto before = tool.picture();
+    for (const auto& entry : std::filesystem::directory_iterator(getTemporaryDirectory()))
+        std::filesystem::remove(entry.path());
     const LogCapture log;
-    GenerativeExpandProcessor processor(StateSource{"/nowhere/picture.jpg", {}, {}});
-    EXPECT_FALSE(errors(log).empty());
-    processor.generateRequest("1", cropOf(-1, 0, 3, 3), {}, {});
-    processor.applyGeneratedResponse(std::string(40, 'a'), {1, 1});
-    EXPECT_TRUE(processor.storeState().empty());
-    processor.restoreState({}, {});
+    const OutState lost = tool.restored(states[1]);
+    EXPECT_EQ(lost.id, "");
+    EXPECT_EQ(lost.state, states[1]);
+    EXPECT_EQ(errors(log).size(), 1u);
+    EXPECT_TRUE(sameBytes(*tool.picture(), *before));
+}
+
+TEST(ExpandUndo, RandomCallsEndAtRandomMoments)
+{
+    const int filesBefore = temporaryFiles();
+    const auto callbacks = std::make_shared<std::atomic<int>>(0);
+    const auto count = [callbacks](const auto&) { ++*callbacks; };
+    const std::string answer = answerText(plain(40, 30, 0.4f));
+    for (unsigned seed = 0; seed < 12; ++seed) {
+        std::mt19937 random(seed);
+        const auto upTo = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+        auto tool = std::make_unique<ExpandTool>(_Size<int>(80, 60));
+        tool->initRender(count, {{40, 30}, {0, 0, 80, 60}});
+        std::vector<Bytes> states = {{1, 2}};
+        for (int calls = 5 + upTo(40); calls > 0; --calls)
+            switch (upTo(8)) {
+            case 0:
+            case 1:
+                tool->generateRequest("id", cropOf(upTo(40) - 30, upTo(40) - 30, 30 + upTo(100), 30 + upTo(100)), {},
+                                      count);
+                break;
+            case 2:
+            case 3:
+                tool->applyGeneratedResponse(answer, {upTo(50), 30});
+                break;
+            case 4:
+                states.push_back(tool->storeState());
+                break;
+            case 5:
+                tool->restoreState(states[static_cast<std::size_t>(upTo(static_cast<int>(states.size())))], count);
+                break;
+            case 6:
+                tool->setRenderContext({{upTo(80), 60}, {0, 0, upTo(200), 60}}, true);
+                break;
+            default:
+                tool->initUnderlayRender(count, upTo(90));
+                break;
+            }
+        tool.reset(); // with work pending
+        EXPECT_EQ(temporaryFiles(), filesBefore) << seed;
+    }
+    EXPECT_GT(*callbacks, 0);
 }
 
 } // namespace

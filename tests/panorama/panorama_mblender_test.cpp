@@ -1,4 +1,5 @@
 #include "panorama/bit_plane.hpp"
+#include "support/failing_memory.hpp"
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cmath>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <type_traits>
 #include <vector>
@@ -299,6 +301,21 @@ TEST(PanoramaMBlender, ABandOfSixteenPixelsAroundADisagreementIsLeftOut)
     EXPECT_LT(farValue(100 - kReach - 4, 100 + kReach + 5), 0.297f);
 }
 
+TEST(PanoramaMBlender, ADisagreementOutsideOfTheRegionCounts)
+{
+    // A joint along x = 100 with differences of 0.2, but 0.65 in a few rows.
+    const auto farValue = [](const cv::Mat& region) {
+        PanoramaMBlender blender;
+        blender.feed(plain(120, 200, 0.3f), full(120, 200), full(120, 200), {0, 0});
+        const cv::Mat right =
+            picture(200, 200, [](int x, int y) { return Colour::all(x < 20 && y >= 98 && y < 103 ? 0.95f : 0.5f); });
+        blender.feed(right, full(200, 200), region, {100, 0});
+        return blended(blender).at(140, 100)[0];
+    };
+    EXPECT_NEAR(farValue(full(200, 200)), 0.3f, 0.002f) << "left out";
+    EXPECT_LT(farValue(mask(200, 200, [](int x, int) { return x >= 20; })), 0.295f) << "followed";
+}
+
 TEST(PanoramaMBlender, SamplesAboveFullScaleAreKept)
 {
     PanoramaMBlender blender;
@@ -375,6 +392,25 @@ TEST(PanoramaMBlender, RefusesMatricesOfOtherTypes)
     cv::Mat result, resultMask;
     blender.blend(result, resultMask);
     EXPECT_TRUE(result.empty()) << "nothing was taken in";
+}
+
+TEST(PanoramaMBlender, WithoutMemoryAFeedAddsNothing)
+{
+    const cv::Mat image = plain(20, 10, 0.5f);
+    const cv::Mat all = full(20, 10);
+    bool failed = true;
+    for (long allocations = 0; failed; ++allocations) {
+        PanoramaMBlender blender;
+        failed = false;
+        test::allocationsLeft = allocations;
+        try {
+            blender.feed(image, all, all, {});
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+        test::allocationsLeft = -1;
+        EXPECT_EQ(blended(blender).colour.empty(), failed) << allocations;
+    }
 }
 
 TEST(PanoramaMBlender, RefusesACanvasThatNoMatrixHolds)

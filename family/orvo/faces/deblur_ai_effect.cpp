@@ -1,5 +1,6 @@
 #include "faces/face_detection.hpp"
 #include "faces/face_restoration.hpp"
+#include "faces/sharpened_faces.hpp"
 
 #include <orvo/deblur_ai_effect.hpp>
 #include <orvo_common/scoped_timer.hpp>
@@ -280,13 +281,11 @@ void logMeasures(const std::string& id, const std::vector<Measures>& faces)
 
 } // namespace
 
-std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
-                                                     float amount, bool profiles, bool features,
-                                                     const std::atomic<bool>* cancel)
+std::shared_ptr<Picture> details::sharpenedFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
+                                                 float amount, bool profiles, bool features, const RunControl& control)
 {
     if (!image)
         throw std::invalid_argument("deblurFaces: no picture");
-    const RunControl control(cancel);
     if (control.cancelled())
         return {};
     const ScopedTimer timer("deblurFaces", 0);
@@ -294,7 +293,7 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
     if (limited <= 0.0f)
         return image->copy({});
     const std::vector<Face> faces = findFaces(*image, profiles, control);
-    if (control.cancelled())
+    if (control.wasCancelled() || control.cancelled())
         return {};
     std::shared_ptr<Picture> result = image->copy({});
     FaceDeblurring deblurring(*image, *result, faces, limited, features);
@@ -309,6 +308,13 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
     }
     logMeasures(id, measures);
     return result;
+}
+
+std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
+                                                     float amount, bool profiles, bool features,
+                                                     const std::atomic<bool>* cancel)
+{
+    return details::sharpenedFaces(id, image, amount, profiles, features, RunControl(cancel));
 }
 
 } // namespace orvo

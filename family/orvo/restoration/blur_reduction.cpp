@@ -2,7 +2,7 @@
 
 #include "faces/face_restoration.hpp"
 
-#include <orvo_common/run_control.hpp>
+#include <orvo_common/failure.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <opencv2/core.hpp>
@@ -60,27 +60,23 @@ void readLuminance(const Picture& picture, cv::Point corner, const FacePlane& pl
 
 } // namespace
 
-bool reduceBlur(Picture& picture, float amount, const Step& step)
+void reduceBlur(Picture& picture, float amount, const Step& step)
 {
-    if (!step.goOn(0.0))
-        return false;
-    double noise = 0.0;
-    double blur = 0.0;
+    step.goOn(0.0);
     const FacePlane before(cv::Size(picture.width(), picture.height()));
     readLuminance(picture, {0, 0}, before);
-    noise = measuredNoise(before.mat());
-    blur = measuredBlur(before.mat(), noise);
+    const double noise = measuredNoise(before.mat());
+    const double measured = measuredBlur(before.mat(), noise);
     const double noisy = noise / kNoiseLimit;
-    const double strength = amount * smoothStep(kSharpBlur, kClearBlur, blur) / (1.0 + noisy * noisy);
+    const double strength = amount * smoothStep(kSharpBlur, kClearBlur, measured) / (1.0 + noisy * noisy);
     if (!(strength > 0.0))
-        return true;
-    blur = std::min(blur, kWidestBlur);
+        return;
+    const double blur = std::min(measured, kWidestBlur);
 
     const int across = (picture.width() + kTile - 1) / kTile;
     const int down = (picture.height() + kTile - 1) / kTile;
     for (int tile = 0; tile < across * down; ++tile) {
-        if (!step.goOn(0.2 + 0.8 * tile / (across * down)))
-            return false;
+        step.goOn(0.2 + 0.8 * tile / (across * down));
         const cv::Rect own = cv::Rect(tile % across * kTile, tile / across * kTile, kTile, kTile) &
                              cv::Rect(0, 0, picture.width(), picture.height());
         const FacePlane change(transformSize({own.width + 2 * kContext, own.height + 2 * kContext}));
@@ -92,8 +88,8 @@ bool reduceBlur(Picture& picture, float amount, const Step& step)
                 change.row(y)[x] =
                     before.row(row)[cv::borderInterpolate(own.x - kContext + x, picture.width(), cv::BORDER_REFLECT)];
         });
-        if (!lostDetail(change, contrast, blur, noise, RunControl::none()))
-            return false;
+        if (!lostDetail(change, contrast, blur, noise, step.control()))
+            throw FailureError(cancelledFailure());
         forEachRow(own.height, [&](int y) {
             const float* const lost = change.row(y + kContext) + kContext;
             Pixel* const out = picture.row(own.y + y) + own.x;
@@ -101,7 +97,6 @@ bool reduceBlur(Picture& picture, float amount, const Step& step)
                 out[x] = raised(out[x], static_cast<float>(strength) * lost[x]);
         });
     }
-    return true;
 }
 
 } // namespace orvo::details

@@ -8,7 +8,7 @@
 namespace orvo::details {
 
 /// Measures the blur of encoded values and removes `amount`, above 0 and at most 1, of it in place, tile by tile; does
-/// nothing if it finds none. All samples must be finite. Returns false on cancel, with the picture half done.
-[[nodiscard]] bool reduceBlur(_ImageData<PixelRGB<float>>& picture, float amount, const Step& step);
+/// nothing if it finds none. All samples must be finite. Throws FailureError on cancel, with the picture half done.
+void reduceBlur(_ImageData<PixelRGB<float>>& picture, float amount, const Step& step);
 
 } // namespace orvo::details

@@ -144,8 +144,7 @@ std::shared_ptr<Picture> pass(const Picture& picture, const Picture* pilot, cons
     const Cosines cosines;
     const int bands = (picture.height() + kBandRows - 1) / kBandRows;
     for (int start = 0; start < bands; start += kBandsAsked) {
-        if (!step.goOn(static_cast<double>(start) / bands))
-            return nullptr;
+        step.goOn(static_cast<double>(start) / bands);
         forEachRow(std::min(kBandsAsked, bands - start), [&](int i) {
             const int first = (start + i) * kBandRows;
             Band(picture, pilot, noise, cosines, first, std::min(picture.height(), first + kBandRows)).run(*result);
@@ -161,7 +160,7 @@ std::shared_ptr<Picture> withoutNoise(const Picture& picture, const NoiseSpectru
     if (picture.width() < kSide || picture.height() < kSide)
         return picture.copy({});
     const std::shared_ptr<Picture> pilot = pass(picture, nullptr, noise, step.part(0.0, 0.4));
-    return pilot ? pass(picture, pilot.get(), noise, step.part(0.4, 1.0)) : nullptr;
+    return pass(picture, pilot.get(), noise, step.part(0.4, 1.0));
 }
 
 } // namespace orvo::details

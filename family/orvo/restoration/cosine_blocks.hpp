@@ -10,8 +10,8 @@
 
 namespace orvo::details {
 
-/// Returns a copy of `picture` without the noise described by `noise`, channel by channel. Empty on cancel. A picture
-/// with a side below 8 pixels is only copied. Peak: two pictures.
+/// Returns a copy of `picture` without the noise described by `noise`, channel by channel. A picture with a side below
+/// 8 pixels is only copied. Throws FailureError on cancel. Peak: two pictures.
 [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> withoutNoise(const _ImageData<PixelRGB<float>>& picture,
                                                                         const NoiseSpectrum& noise, const Step& step);
 

@@ -85,7 +85,7 @@ void addDifference(Picture& picture, const Picture& before, const Picture& after
     });
 }
 
-/// `picture` with its noise reduced, coarse grain first; `finer` is the spectrum at twice the size. Empty on cancel.
+/// `picture` with its noise reduced, coarse grain first; `finer` is the spectrum at twice the size.
 std::shared_ptr<Picture> reduced(Picture& picture, int scales, const NoiseSpectrum* finer, const Step& step)
 {
     const NoiseSpectrum noise(picture, finer);
@@ -94,8 +94,6 @@ std::shared_ptr<Picture> reduced(Picture& picture, int scales, const NoiseSpectr
         const std::shared_ptr<Picture> before = halved(picture);
         const std::shared_ptr<Picture> half = before->copy({});
         const std::shared_ptr<Picture> after = reduced(*half, scales - 1, &noise, step.part(0.0, kCoarseShare));
-        if (!after)
-            return nullptr;
         addDifference(picture, *before, *after);
     }
     return withoutNoise(picture, noise, step.part(coarser ? kCoarseShare : 0.0, 1.0));
@@ -103,15 +101,13 @@ std::shared_ptr<Picture> reduced(Picture& picture, int scales, const NoiseSpectr
 
 } // namespace
 
-bool reduceNoise(Picture& picture, float amount, const Step& step)
+void reduceNoise(Picture& picture, float amount, const Step& step)
 {
     const std::shared_ptr<Picture> opponent = std::make_shared<Picture>(picture.size(), picture.colorProfile());
     forEachRow(picture.height(), [&](int y) {
         std::transform(picture.row(y), picture.row(y) + picture.width(), opponent->row(y), toOpponent);
     });
     const std::shared_ptr<Picture> quiet = reduced(*opponent, kScales, nullptr, step);
-    if (!quiet)
-        return false;
     forEachRow(picture.height(), [&](int y) {
         Pixel* const out = picture.row(y);
         for (int x = 0; x < picture.width(); ++x) {
@@ -121,7 +117,6 @@ bool reduceNoise(Picture& picture, float amount, const Step& step)
                                    before.b + amount * (after.b - before.b)});
         }
     });
-    return true;
 }
 
 } // namespace orvo::details

@@ -7,8 +7,8 @@
 
 namespace orvo::details {
 
-/// Reduces the noise of encoded values in place by `amount`, above 0 and at most 1. All samples must be finite. Returns
-/// false on cancel, with the picture half done. Peak: four pictures.
-[[nodiscard]] bool reduceNoise(_ImageData<PixelRGB<float>>& picture, float amount, const Step& step);
+/// Reduces the noise of encoded values in place by `amount`, above 0 and at most 1. All samples must be finite. Throws
+/// FailureError on cancel; the picture is then unchanged. Peak: four pictures.
+void reduceNoise(_ImageData<PixelRGB<float>>& picture, float amount, const Step& step);
 
 } // namespace orvo::details

@@ -1,8 +1,8 @@
+#include "faces/sharpened_faces.hpp"
 #include "restoration/blur_reduction.hpp"
 #include "restoration/noise_reduction.hpp"
 #include "restoration/steps.hpp"
 
-#include <orvo/deblur_ai_effect.hpp>
 #include <orvo/finishing.hpp>
 #include <orvo/restoration.hpp>
 #include <orvo_core/color_transform.hpp>
@@ -45,10 +45,8 @@ void changeUsable(Picture& target, const Picture& source, const Picture& judged,
 
 Pixel eachChannel(const Pixel& p, float (*curve)(float)) { return {curve(p.r), curve(p.g), curve(p.b)}; }
 
-} // namespace
-
-std::shared_ptr<Picture> restorePicture(const Picture& picture, const RestorationSettings& settings,
-                                        const RestorationCallbacks& callbacks)
+std::shared_ptr<Picture> restored(const Picture& picture, const RestorationSettings& settings,
+                                  const RunControl& control)
 {
     if (picture.pixelCount() == 0)
         throw std::invalid_argument("restorePicture: the picture is empty");
@@ -58,34 +56,37 @@ std::shared_ptr<Picture> restorePicture(const Picture& picture, const Restoratio
         return !good ? Pixel{} : linear ? eachChannel(p, srgbCurveFromLinear) : p;
     });
 
-    if (const float amount = limited(settings.noise);
-        amount > 0.0f && !details::reduceNoise(*work, amount, Step(callbacks, 0.0, kBlurFrom)))
-        return nullptr;
-    if (const float amount = limited(settings.blur);
-        amount > 0.0f && !details::reduceBlur(*work, amount, Step(callbacks, kBlurFrom, kContrastFrom)))
-        return nullptr;
-    const Step contrast(callbacks, kContrastFrom, kFacesFrom);
-    if (!contrast.goOn(0.0))
-        return nullptr;
+    if (const float amount = limited(settings.noise); amount > 0.0f)
+        details::reduceNoise(*work, amount, Step(control, 0.0, kBlurFrom));
+    if (const float amount = limited(settings.blur); amount > 0.0f)
+        details::reduceBlur(*work, amount, Step(control, kBlurFrom, kContrastFrom));
+    const Step contrast(control, kContrastFrom, kFacesFrom);
+    contrast.goOn(0.0);
     if (const float amount = limited(settings.contrast); amount > 0.0f)
         applyDetails(work->data(), work->width(), work->height(), amount);
 
     const auto backInPlace = [&](Picture& target) {
-        changeUsable(target, picture, picture, [linear](const Pixel& p, bool good, const Pixel& restored) {
-            return !good ? p : linear ? eachChannel(restored, linearFromSRGBCurve) : restored;
+        changeUsable(target, picture, picture, [linear](const Pixel& p, bool good, const Pixel& done) {
+            return !good ? p : linear ? eachChannel(done, linearFromSRGBCurve) : done;
         });
     };
-    if (!contrast.goOn(1.0))
-        return nullptr;
+    contrast.goOn(1.0);
     backInPlace(*work);
     if (const float amount = limited(settings.faces); amount > 0.0f) {
-        work = DeblurAIEffect::deblurFaces("restoration", work, amount, true, true, nullptr);
-        if (callbacks.cancel && callbacks.cancel())
-            return nullptr;
+        work = details::sharpenedFaces("restoration", work, amount, true, true, control);
+        if (!work)
+            throw FailureError(cancelledFailure());
     }
-    if (callbacks.progress)
-        callbacks.progress(1.0);
+    control.report(1.0f);
     return work;
+}
+
+} // namespace
+
+std::shared_ptr<Picture> restorePicture(const Picture& picture, const RestorationSettings& settings,
+                                        const RunControl& control)
+{
+    return details::keepingFailure([&] { return restored(picture, settings, control); });
 }
 
 } // namespace orvo

@@ -1,5 +1,7 @@
 #include <orvo/restoration.hpp>
+#include <orvo_common/failure.hpp>
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <gtest/gtest.h>
@@ -320,24 +322,42 @@ TEST(Restoration, LinearPicturesAreJudgedAsTheyAreSeen)
 TEST(Restoration, ReportsProgressAndStops)
 {
     const auto grainy = noisy(*clean(), 0.03f);
-    std::vector<double> seen;
-    RestorationCallbacks callbacks;
-    callbacks.progress = [&](double done) { seen.push_back(done); };
-    ASSERT_TRUE(restorePicture(*grainy, {}, callbacks));
+    std::vector<float> seen;
+    std::size_t polls = 0;
+    std::size_t pollsAtFaces = 0;
+    const RunControl watching(
+        [&] {
+            ++polls;
+            return false;
+        },
+        [&](float done) {
+            seen.push_back(done);
+            if (done < 1.0f)
+                pollsAtFaces = polls + 1; // the poll that follows this report is the last one before the faces
+        });
+    ASSERT_TRUE(restorePicture(*grainy, {}, watching));
     ASSERT_GT(seen.size(), 6u);
     EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
-    EXPECT_EQ(seen.front(), 0.0);
-    EXPECT_EQ(seen.back(), 1.0);
+    EXPECT_EQ(seen.front(), 0.0f);
+    EXPECT_EQ(seen.back(), 1.0f);
+    EXPECT_GT(polls, pollsAtFaces) << "polled while faces are searched";
 
     const std::size_t live = MemoryManager::instance().liveBytes();
-    const std::size_t asked = seen.size();
-    for (std::size_t stopAt = 0; stopAt + 1 < asked; stopAt += 3) {
+    const auto stopsAt = [&](std::size_t last) {
         std::size_t calls = 0;
-        RestorationCallbacks stopping;
-        stopping.cancel = [&] { return calls++ >= stopAt; };
-        EXPECT_FALSE(restorePicture(*grainy, {}, stopping)) << stopAt;
-        EXPECT_EQ(calls, stopAt + 1) << "asked no more";
-    }
+        const RunControl stopping([&] { return ++calls >= last; });
+        try {
+            (void)restorePicture(*grainy, {}, stopping);
+            ADD_FAILURE() << "not stopped by poll " << last;
+        } catch (const FailureError& error) {
+            EXPECT_EQ(error.failure().kind, FailureKind::Cancelled);
+        }
+        EXPECT_EQ(lastFailure(), cancelledFailure());
+        return calls;
+    };
+    for (std::size_t last = 1; last <= pollsAtFaces; last += 3)
+        EXPECT_EQ(stopsAt(last), last) << "polled once more";
+    EXPECT_GE(stopsAt(pollsAtFaces + 1), pollsAtFaces + 1);
     EXPECT_EQ(MemoryManager::instance().liveBytes(), live);
 }
 

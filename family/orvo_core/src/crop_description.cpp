@@ -1,6 +1,8 @@
 #include <orvo_core/crop_description.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace orvo {
 namespace {
@@ -18,7 +20,14 @@ double snapped(double value)
 
 _Rect<int> CropDescription::getCropRect() const
 {
-    const auto scaled = [](int value, float factor) { return static_cast<int>(static_cast<float>(value) * factor); };
+    const auto scaled = [](int value, float factor) {
+        const auto product = static_cast<double>(static_cast<float>(value) * factor);
+        if (std::isnan(product))
+            return 0;
+        constexpr double kLeast = std::numeric_limits<int>::min();
+        constexpr double kMost = std::numeric_limits<int>::max();
+        return static_cast<int>(std::clamp(product, kLeast, kMost));
+    };
     return {scaled(rect.x, scaleX), scaled(rect.y, scaleY), scaled(rect.width, scaleX), scaled(rect.height, scaleY)};
 }
 

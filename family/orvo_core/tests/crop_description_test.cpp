@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 namespace {
@@ -35,6 +36,19 @@ TEST(CropDescription, FactorsScaleTheRectangleAndTruncate)
     crop.scaleX = 0.5f;
     crop.scaleY = 2.0f;
     EXPECT_EQ(crop.getCropRect(), _Rect<int>(5, 40, 15, 82));
+}
+
+TEST(CropDescription, ScaledBeyondAnIntTheRectangleIsLimited)
+{
+    constexpr int kLeast = std::numeric_limits<int>::min();
+    constexpr int kMost = std::numeric_limits<int>::max();
+    CropDescription crop = cropOf(0.0f, {kLeast, -3, kMost, 3});
+    EXPECT_EQ(crop.getCropRect(), _Rect<int>(kLeast, -3, kMost, 3));
+    crop.scaleX = 1e30f;
+    crop.scaleY = std::numeric_limits<float>::infinity();
+    EXPECT_EQ(crop.getCropRect(), _Rect<int>(kLeast, kLeast, kMost, kMost));
+    crop.scaleX = crop.scaleY = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(crop.getCropRect(), _Rect<int>());
 }
 
 TEST(CropDescription, WithoutAnAngleTheCanvasIsTheRectangle)

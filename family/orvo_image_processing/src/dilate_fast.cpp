@@ -52,7 +52,6 @@ ORVO_VECTOR_CLONES void runningMaximum(float* lines, float* fromEnd, int length,
 
 /// Reads lines `first` .. `first` + kLanes - 1 of the plane `from` and writes their maxima to `to`. Samples of a line
 /// are `along` apart, lines `across`.
-/// `along` apart, lines `across`.
 void dilateLines(const float* from, float* to, int first, int lines, int length, std::ptrdiff_t along,
                  std::ptrdiff_t across, int radius)
 {

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 
-#include <functional>
 #include <memory>
 
 namespace orvo {
@@ -16,14 +16,6 @@ struct RestorationSettings
     float blur = 0.8f;
     float contrast = 0.15f; ///< log2 of the gain of fine structure
     float faces = 0.6f;
-};
-
-/// How a caller follows and stops a restoration. Both may be empty. Called on the thread of the caller, about every
-/// second for a picture of 7 megapixels, but while faces are worked on.
-struct RestorationCallbacks
-{
-    std::function<void(double)> progress; ///< fraction that is done, 0..1, never falling
-    std::function<bool()> cancel;         ///< true stops the restoration
 };
 
 /// Returns a new picture of the same size and profile. Steps, in order:
@@ -46,11 +38,13 @@ struct RestorationCallbacks
 /// `picture`: 1.0 full scale, any RGB profile; None() counts as encoded values. Pixels that are not finite or far
 /// out of range keep their bits and affect nothing beyond 8 pixels around them at each scale.
 ///
-/// Empty on cancel. Throws std::invalid_argument if `picture` is empty, std::bad_alloc. Blocks; parallel inside; the
-/// same bits for any number of threads; callable from several threads at once. Peak: the result, four pictures of the
-/// same size while noise is reduced, six float planes of a tile of 1.2 megapixels while blur is undone.
+/// Calls `control` on the caller's thread, about every second for a picture of 7 megapixels. Progress never decreases,
+/// and stays at 0.9 while faces are sharpened. Throws FailureError, Cancelled; std::invalid_argument if `picture` is
+/// empty; std::bad_alloc. Blocks; parallel inside; the same bits for any number of threads; callable from several
+/// threads at once. Peak: the result, four pictures of the same size while noise is reduced, one float plane of that
+/// size and six of a tile of 1.2 megapixels while blur is undone.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 restorePicture(const _ImageData<PixelRGB<float>>& picture, const RestorationSettings& settings,
-               const RestorationCallbacks& callbacks);
+               const RunControl& control);
 
 } // namespace orvo

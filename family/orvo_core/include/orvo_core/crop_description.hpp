@@ -21,7 +21,7 @@ struct ORVO_EXPORT CropDescription
 
     bool operator==(const CropDescription&) const = default;
 
-    /// `rect` scaled by the two factors, each value truncated.
+    /// `rect` scaled by the two factors, each value truncated and limited to the range of an int; NaN gives 0.
     [[nodiscard]] _Rect<int> getCropRect() const;
     /// Maps a canvas of `size` that shows the crop upright to the picture: getCropRect() rotated by the angle about its
     /// centre and scaled to the canvas. Right angles give exact integers.

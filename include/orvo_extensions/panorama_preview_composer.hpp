@@ -93,6 +93,11 @@ public:
     /// Half the canvas, in whole pixels. Answers at once; not while a load runs.
     [[nodiscard]] _Point<float> getCurrentCenterPointPosition() const;
 
+    /// Which pictures of the last load belong to the panorama, and their directions in the view that no turn has
+    /// changed, in the order of the source. The path of a bracket is the first of its paths. Empty for videos. Answers
+    /// at once; not while a load runs.
+    [[nodiscard]] std::vector<PanoramaPlace> getPlaces() const;
+
     [[nodiscard]] WarpType getProjectionType() const;
     /// Draws the underlay in another projection; the main view follows with the next setContext().
     void changeProjectionType(WarpType type);

@@ -125,7 +125,7 @@ void PanoramaPreviewComposerPrivate::finalizePreview(WarpType type, const Panora
 
 RenderedData PanoramaPreviewComposerPrivate::finishedWhole(const _Rect<int>& roi)
 {
-    const Panorama drawn = stitcher->makePanorama(roi, roi.size(), cancelFunction(), limited(roi.size()));
+    const Panorama drawn = stitcher->makePanorama(roi, roi.size(), stitcherCancel(), limited(roi.size()));
     if (!drawn.image)
         return blankPreview();
     blendAlpha(drawn);
@@ -144,7 +144,7 @@ RenderedData PanoramaPreviewComposerPrivate::finishedCrop(const PanoramaPreviewC
     const cv::Rect box = boxOf(onRoi, roi.size());
     const _Size<int> size(box.width, box.height);
     Panorama drawn = stitcher->makePanorama({roi.x + box.x, roi.y + box.y, box.width, box.height}, size,
-                                            cancelFunction(), limited(size));
+                                            stitcherCancel(), limited(size));
     if (!drawn.image)
         return blankPreview();
     drawn = inWholeFrame(std::move(drawn), size, limited(size));

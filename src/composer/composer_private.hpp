@@ -4,12 +4,15 @@
 #include "panorama/panorama_stitcher.hpp"
 
 #include <orvo/operation_queue.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace orvo {
 
@@ -24,6 +27,11 @@ struct ComposerSnapshot
     PreviewContext context;
 };
 
+/// The file of each picture; of a bracket the first by path.
+[[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSource& source);
+[[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSourceHDR& source);
+[[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSourceVideo& source);
+
 /// The snapshot, operations, projection and configuration belong to the caller's thread, stitcher and cache to the
 /// worker's.
 struct PanoramaPreviewComposerPrivate
@@ -31,7 +39,7 @@ struct PanoramaPreviewComposerPrivate
     template <typename Source>
     explicit PanoramaPreviewComposerPrivate(const Source& source)
         : stitcher(std::make_unique<PanoramaStitcher>(source)),
-          projection(static_cast<WarpType>(source.settings.warpType))
+          projection(static_cast<WarpType>(source.settings.warpType)), names(namesOf(source))
     {}
 
     ComposerSnapshot snapshot;
@@ -41,15 +49,17 @@ struct PanoramaPreviewComposerPrivate
     std::shared_ptr<opq::Operation> cropOperation;
     std::unique_ptr<PanoramaStitcher> stitcher;
     WarpType projection;
+    std::vector<std::filesystem::path> names;        ///< of the pictures in the order of the source; none for a video
     RenderedData cachedPreview;                      ///< the last full panorama
     _Rect<int> cachedRoi;                            ///< where it lies on the canvas; zero: not to be used any more
     WarpType cachedProjection = WarpType::Spherical; ///< of the last full panorama
     _Size<int> cachedPreviewSize;                    ///< calculatePreviewSize() has found it
-    std::shared_ptr<std::atomic<bool>> cancelFlag = std::make_shared<std::atomic<bool>>(false);
+    std::atomic<bool> cancelFlag = false;            ///< set by any thread, for good
+    const RunControl run{&cancelFlag};               ///< of all work on the worker
     ComposerConfiguration configuration;
 
-    /// For the stitcher.
-    [[nodiscard]] std::function<bool()> cancelFunction() const;
+    /// Polls `run`, in the form that the stitcher takes.
+    [[nodiscard]] PanoramaStitcher::CancelFunction stitcherCancel() const;
 
     // All below on the worker.
 

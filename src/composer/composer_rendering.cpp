@@ -85,9 +85,9 @@ void blendAlpha(const Panorama& panorama)
     });
 }
 
-std::function<bool()> PanoramaPreviewComposerPrivate::cancelFunction() const
+PanoramaStitcher::CancelFunction PanoramaPreviewComposerPrivate::stitcherCancel() const
 {
-    return [flag = cancelFlag] { return flag->load(); };
+    return [this] { return run.cancelled(); };
 }
 
 _Size<int> PanoramaPreviewComposerPrivate::enterProjection(WarpType type)
@@ -105,7 +105,7 @@ void PanoramaPreviewComposerPrivate::resetCachedSettings()
 
 Panorama PanoramaPreviewComposerPrivate::drawCanvas(const _Size<int>& canvas, const _Size<int>& size, bool keepCanvas)
 {
-    return stitcher->makePanorama({0, 0, canvas.width, canvas.height}, size, keepCanvas, cancelFunction());
+    return stitcher->makePanorama({0, 0, canvas.width, canvas.height}, size, keepCanvas, stitcherCancel());
 }
 
 void PanoramaPreviewComposerPrivate::drawMain(WarpType type, const ComposerSnapshot& taken,
@@ -122,7 +122,7 @@ void PanoramaPreviewComposerPrivate::drawMain(WarpType type, const ComposerSnaps
         if (size == _Size<int>())
             size = isWhole ? fittedSize(roi.width, roi.height) : roi.size();
         size = {std::min(roi.width, size.width), std::min(roi.height, size.height)};
-        const Panorama drawn = stitcher->makePanorama(roi, size, true, cancelFunction());
+        const Panorama drawn = stitcher->makePanorama(roi, size, true, stitcherCancel());
         if (drawn.image)
             taken.mainCallback(dataOf(drawn, taken.context));
     });

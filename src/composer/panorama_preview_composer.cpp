@@ -1,11 +1,13 @@
 // What the application calls: every wish becomes an operation on the composer's queue.
 #include "composer/composer_private.hpp"
 #include "frame/call_frame.hpp"
+#include "panorama/stitched_places.hpp"
 
 #include <orvo/image_detection.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_logger/logstream.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <string>
 #include <utility>
@@ -66,6 +68,18 @@ PanoramaPreviewComposer::PanoramaPreviewComposer(const PanoSourceVideo& source)
 PanoramaPreviewComposer::PanoramaPreviewComposer(const PanoSourceHDR& source) : state(std::make_shared<Private>(source))
 {}
 
+std::vector<std::filesystem::path> namesOf(const PanoSource& source) { return source.files; }
+
+std::vector<std::filesystem::path> namesOf(const PanoSourceHDR& source)
+{
+    std::vector<std::filesystem::path> names;
+    for (const auto& bracket : source.brackets)
+        names.push_back(bracket.empty() ? std::filesystem::path() : *std::min_element(bracket.begin(), bracket.end()));
+    return names;
+}
+
+std::vector<std::filesystem::path> namesOf(const PanoSourceVideo&) { return {}; }
+
 PanoramaPreviewComposer::~PanoramaPreviewComposer() { state->queue.shutDown(); }
 
 void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<int>)>& completion)
@@ -75,10 +89,9 @@ void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<i
             completion(false, {});
     };
     try {
-        const auto canceled = cancelFunction();
         resetCachedSettings(); // pictures that were drawn before are of the past
-        const bool isRegistered = runInOpenCallFrame([&] { return stitcher->loadImages(canceled); });
-        if (canceled()) {
+        const bool isRegistered = runInOpenCallFrame([&] { return stitcher->loadImages(stitcherCancel()); });
+        if (run.cancelled()) {
             completion(false, {});
         } else if (!isRegistered) {
             failed();
@@ -108,7 +121,7 @@ void PanoramaPreviewComposer::setLoadCallback(std::function<void(float)> progres
 
 void PanoramaPreviewComposer::cancelAll()
 {
-    state->cancelFlag->exchange(true);
+    state->cancelFlag.exchange(true);
     state->stitcher->cancelLoad(true);
 }
 
@@ -138,6 +151,11 @@ _Point<float> PanoramaPreviewComposer::getCurrentCenterPointPosition() const
 {
     const _Size<int> canvas = getCanvasSize();
     return {static_cast<float>(canvas.width / 2), static_cast<float>(canvas.height / 2)};
+}
+
+std::vector<PanoramaPlace> PanoramaPreviewComposer::getPlaces() const
+{
+    return placesOf(*state->stitcher, state->names);
 }
 
 WarpType PanoramaPreviewComposer::getProjectionType() const { return state->projection; }

@@ -237,7 +237,7 @@ TEST_F(ComposerRendering, TheSearchedSizeIsRemembered)
 
 TEST_F(ComposerRendering, CancelledNothingIsDrawn)
 {
-    state.cancelFlag->store(true);
+    state.cancelFlag = true;
     EXPECT_FALSE(drawnMain({}));
     EXPECT_FALSE(drawnUnderlay());
     EXPECT_FALSE(drawnPart());

@@ -1,0 +1,20 @@
+/// Repair of drawn panoramas where the sphere was resampled.
+#pragma once
+
+#include <orvo_core/image_data.hpp>
+
+#include <memory>
+
+namespace orvo::jobs {
+
+/// The sphere is cut behind the camera. Where a turned view or a planet shows the cut, its two ends leave a slit in the
+/// content: up to three pixels between content that count as content here.
+[[nodiscard]] std::shared_ptr<const _ImageData<float>> withoutSlits(const _ImageData<float>& mask);
+
+/// The picture within the bounds of its content. The outermost `rim` pixels of the content, mixed with the black beside
+/// it, become white like the surroundings; slits are filled from both sides. `isClosed`: the left and right sides of
+/// the picture join, so they are no rim. Empty if nothing is left. Peak: the new picture and two planes of bytes.
+[[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
+withoutRim(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask, int rim, bool isClosed);
+
+} // namespace orvo::jobs

@@ -1,12 +1,12 @@
 /// The units of work of a queue.
 ///
-/// An operation is made by one thread, runs once on the worker of an opq::OperationQueue, and is released. All that is
-/// read and written across threads is whether it is cancelled; name and function are set before it is added.
+/// One thread creates an operation, it runs once on the worker of an opq::OperationQueue, and is released. Threads
+/// share only whether it is cancelled; name and function are set before it is added.
 ///
 /// Example:
 ///   const auto render = std::make_shared<opq::FunctionOperation>([view] { draw(view); }, "render");
 ///   queue.addOperation(render);
-///   render->cancel(); // a newer one makes it superfluous; without effect once it runs
+///   render->cancel(); // replaced by a newer one; no effect once it runs
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -18,7 +18,7 @@
 
 namespace opq {
 
-/// Held by std::shared_ptr: by the queue, and by whoever may want to cancel it.
+/// Owned by std::shared_ptr, by the queue and by callers that may cancel it.
 class ORVO_EXPORT Operation
 {
 public:
@@ -28,13 +28,13 @@ public:
 
     /// The work. Called at most once, by the queue.
     virtual void execute() = 0;
-    /// Makes the queue leave the operation out. Does not wait and interrupts nothing: one that runs goes on to its end.
-    /// From any thread.
+    /// Makes the queue skip the operation. Does not wait, and does not interrupt an operation that runs. From any
+    /// thread.
     virtual void cancel();
     /// From any thread.
     [[nodiscard]] virtual bool isCanceled();
 
-    /// The name, for log lines; empty at first. To be set before the operation is added.
+    /// The name for log lines; initially empty. Set it before the operation is added.
     void setIdentifier(const std::string& name) { identifier = name; }
     [[nodiscard]] const std::string& getIdentifier() const { return identifier; }
 
@@ -44,10 +44,10 @@ protected:
 
     std::atomic<bool> canceled{false};
     std::string identifier;
-    std::int32_t priority = 1; ///< for the queue's owner; operations run in the order in which they are added
+    std::int32_t priority = 1; ///< for the owner of the queue; the queue runs operations in the order of addition
 };
 
-/// Calls a function; an empty one raises std::bad_function_call.
+/// Calls a function; an empty one throws std::bad_function_call.
 class ORVO_EXPORT FunctionOperation : public Operation
 {
 public:
@@ -59,7 +59,7 @@ private:
     std::function<void()> function;
 };
 
-/// A render, of which a queue's owner needs no more than the latest.
+/// A render, of which the owner of the queue needs only the latest.
 class ORVO_EXPORT RenderOperation final : public FunctionOperation
 {
 public:
@@ -67,14 +67,14 @@ public:
     ~RenderOperation() override;
 
 protected:
-    bool isUnderlay = false; ///< for the queue's owner
+    bool isUnderlay = false; ///< for the owner of the queue
 };
 
-/// A change of settings, on which all that is added after it relies: it cannot be cancelled.
+/// A change of settings that later operations rely on, so it cannot be cancelled.
 class ORVO_EXPORT ConfigOperation final : public Operation
 {
 public:
-    /// An empty function raises std::bad_function_call when it runs.
+    /// An empty function throws std::bad_function_call when the operation runs.
     explicit ConfigOperation(const std::function<void()>& function);
     ~ConfigOperation() override;
     void execute() override;

@@ -14,7 +14,7 @@
 namespace orvo {
 namespace {
 
-// Runs `body`; if it throws, says what failed, and runs `answer` instead.
+// Runs `body`. If it throws, logs the failure and runs `answer` instead.
 template <typename Body, typename Answer>
 void answeringAnyway(const char* what, const Body& body, const Answer& answer)
 {
@@ -35,7 +35,7 @@ _Size<int> limited(const _Size<int>& size)
     return {limit.width, limit.height};
 }
 
-// What a crop needs of a canvas: the bounds of its turned rectangle.
+// The part of a canvas that a crop needs: the bounds of its turned rectangle.
 cv::Rect boxOf(const CropDescription& crop, const _Size<int>& canvas)
 {
     const _Rect<int> rect = crop.getCropRect();
@@ -51,7 +51,7 @@ cv::Rect boxOf(const CropDescription& crop, const _Size<int>& canvas)
     return box & cv::Rect(0, 0, canvas.width, canvas.height);
 }
 
-// The stitcher returns the covered part of a box only; a crop counts from the corner of the whole box.
+// The stitcher returns only the covered part of a box, but a crop counts from the corner of the box.
 Panorama inWholeFrame(Panorama drawn, const _Size<int>& box, const _Size<int>& limit)
 {
     const cv::Rect roi = drawn.roi;

@@ -1,4 +1,4 @@
-/// What a composer holds, and the renders on it.
+/// The state of a composer and the operations on it.
 #pragma once
 
 #include "panorama/panorama_stitcher.hpp"
@@ -16,7 +16,7 @@
 
 namespace orvo {
 
-/// What a render needs of the caller's side, at the time of the request.
+/// The caller's state that a render uses, as it was at the time of the request.
 struct ComposerSnapshot
 {
     std::function<void(RenderedData)> mainCallback;
@@ -32,8 +32,7 @@ struct ComposerSnapshot
 [[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSourceHDR& source);
 [[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSourceVideo& source);
 
-/// The snapshot, operations, projection and configuration belong to the caller's thread, stitcher and cache to the
-/// worker's.
+/// Snapshot, operations, projection and configuration belong to the caller's thread, stitcher and cache to the worker.
 struct PanoramaPreviewComposerPrivate
 {
     template <typename Source>
@@ -51,21 +50,21 @@ struct PanoramaPreviewComposerPrivate
     WarpType projection;
     std::vector<std::filesystem::path> names;        ///< of the pictures in the order of the source; none for a video
     RenderedData cachedPreview;                      ///< the last full panorama
-    _Rect<int> cachedRoi;                            ///< where it lies on the canvas; zero: not to be used any more
+    _Rect<int> cachedRoi;                            ///< its position on the canvas; zero: no longer valid
     WarpType cachedProjection = WarpType::Spherical; ///< of the last full panorama
-    _Size<int> cachedPreviewSize;                    ///< calculatePreviewSize() has found it
+    _Size<int> cachedPreviewSize;                    ///< the result of calculatePreviewSize(), to be found once
     std::atomic<bool> cancelFlag = false;            ///< set by any thread, for good
-    const RunControl run{&cancelFlag};               ///< of all work on the worker
+    const RunControl run{&cancelFlag};               ///< of everything on the worker
     ComposerConfiguration configuration;
 
     /// Polls `run`, in the form that the stitcher takes.
     [[nodiscard]] PanoramaStitcher::CancelFunction stitcherCancel() const;
 
-    // All below on the worker.
+    // Everything below runs on the worker.
 
-    /// Makes the stitcher draw in a projection and answers its canvas.
+    /// Makes the stitcher draw in a projection, and returns its canvas.
     _Size<int> enterProjection(WarpType type);
-    /// Makes the cache miss.
+    /// Invalidates the cache.
     void resetCachedSettings();
     [[nodiscard]] Panorama drawCanvas(const _Size<int>& canvas, const _Size<int>& size, bool keepCanvas);
 
@@ -88,14 +87,14 @@ struct PanoramaPreviewComposerPrivate
                 const std::function<void(RenderedData)>& callback, const std::string& signature);
     [[nodiscard]] RenderedData finishedWhole(const _Rect<int>& roi);
     [[nodiscard]] RenderedData finishedCrop(const PanoramaPreviewComposer::CropInfo& info);
-    /// Whether a crop was made for another picture than the kept one; logged.
+    /// Whether a crop was made for another picture than the cached one; logs it.
     [[nodiscard]] bool isStale(const _Rect<int>& roi, const std::string& signature, const char* method) const;
 };
 
-/// The size at which a canvas fits into 1500 pixels.
+/// The size of a canvas scaled to a longest side of 1500 pixels.
 [[nodiscard]] _Size<int> fittedSize(int width, int height);
 
-/// Lays a panorama over white, in place. Without a picture or a mask nothing happens.
+/// Blends a panorama over white, in place. Does nothing without a picture or a mask.
 void blendAlpha(const Panorama& panorama);
 
 } // namespace orvo

@@ -1,4 +1,4 @@
-// What the application calls: every wish becomes an operation on the composer's queue.
+// The methods for the application: each request becomes an operation on the composer's queue.
 #include "composer/composer_private.hpp"
 #include "frame/call_frame.hpp"
 #include "panorama/stitched_places.hpp"
@@ -17,8 +17,7 @@ namespace {
 
 using Private = PanoramaPreviewComposerPrivate;
 
-// An operation on `state`. It does not keep the state alive while it waits, and does while it runs: a callback may drop
-// the composer.
+// An operation on `state`. It keeps the state alive only while it runs, because a callback may drop the composer.
 template <typename Work>
 std::shared_ptr<opq::Operation> operationOn(const std::shared_ptr<Private>& state, Work work,
                                             const std::string& identifier = {})
@@ -89,7 +88,7 @@ void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<i
             completion(false, {});
     };
     try {
-        resetCachedSettings(); // pictures that were drawn before are of the past
+        resetCachedSettings(); // the cached picture shows the former load
         const bool isRegistered = runInOpenCallFrame([&] { return stitcher->loadImages(stitcherCancel()); });
         if (run.cancelled()) {
             completion(false, {});
@@ -237,7 +236,7 @@ void PanoramaPreviewComposer::setShiftVector(_Point<float> shift)
     renderMain();
 }
 
-// Where nobody receives renders, none follows that would make the kept picture miss; it shows another view, though.
+// Without a receiver no render follows that would invalidate the cached picture, which shows another view now.
 void PanoramaPreviewComposerPrivate::shift(_Point<float> by)
 {
     resetCachedSettings();

@@ -57,7 +57,7 @@ protected:
 
 } // namespace
 
-TEST_F(ComposerApi, LoadsAndAnswersWhereThePanoramaLies)
+TEST_F(ComposerApi, LoadsAndReportsThePanorama)
 {
     const Load load = loaded(composer);
     EXPECT_TRUE(load.fits);
@@ -273,7 +273,7 @@ TEST_F(ComposerApi, WithoutReplacementEveryRenderRuns)
     }
 }
 
-TEST_F(ComposerApi, ARenderUsesTheCallbackOfTheMomentItWasAskedFor)
+TEST_F(ComposerApi, ARenderUsesTheCallbackAtItsRequest)
 {
     ASSERT_TRUE(loaded(composer).fits);
     receiveMains();

@@ -103,8 +103,8 @@ public:
     /// Draws the underlay in another projection. The next setContext() draws the main view in it.
     void changeProjectionType(WarpType type);
 
-    /// The receiver of main views. They have exactly the requested size, or that of the part if it is smaller; outside
-    /// of the panorama they are black with a mask of 0.
+    /// The receiver of main views. They have exactly the requested size, or that of the part if it is smaller. Outside
+    /// of the panorama the mask is 0 and the colours have no meaning.
     void setCallback(std::function<void(RenderedData)> callback);
     [[nodiscard]] std::function<void(RenderedData)> getCallback() const;
     /// The receiver of underlays: the whole canvas within 1500 pixels. Draws one.

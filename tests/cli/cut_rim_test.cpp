@@ -68,7 +68,7 @@ TEST(Slits, AreEnclosedByContent)
 TEST(Slits, AreFilledFromTheirNearerSides)
 {
     const auto mask = maskOf({"##..##", "##..##"});
-    const auto filled = withoutRim(*pictureOf(*mask), *mask, 0, false);
+    const auto filled = withoutRim(*pictureOf(*mask), *mask, 0, Beside::Nothing);
     ASSERT_TRUE(filled);
     for (int y = 0; y < 2; ++y)
         for (int x = 0; x < 6; ++x) {
@@ -76,26 +76,26 @@ TEST(Slits, AreFilledFromTheirNearerSides)
             EXPECT_NEAR(filled->row(y)[x].g, y, 1e-6);
         }
     const auto crossing = maskOf({"#.#", "#..", "###"});
-    EXPECT_EQ(withoutRim(*pictureOf(*crossing), *crossing, 0, false)->row(0)[1].r, 1.0f) << "along the row";
+    EXPECT_EQ(withoutRim(*pictureOf(*crossing), *crossing, 0, Beside::Nothing)->row(0)[1].r, 1.0f) << "along the row";
 }
 
 TEST(Rim, IsCutOffAllAround)
 {
     const auto mask =
         maskOf({".........", ".#######.", ".#######.", ".#######.", ".#######.", ".#######.", "........."});
-    const auto cut = withoutRim(*pictureOf(*mask), *mask, 2, false);
+    const auto cut = withoutRim(*pictureOf(*mask), *mask, 2, Beside::Nothing);
     ASSERT_TRUE(cut);
     EXPECT_EQ(cut->size(), _Size<int>(3, 1));
     EXPECT_EQ(cut->row(0)[0].r, 3.0f);
     EXPECT_EQ(cut->row(0)[0].g, 3.0f);
     EXPECT_EQ(cut->colorProfile()->hash(), ColorProfileType::sRGB()->hash());
-    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 0, false)->size(), _Size<int>(7, 5)) << "only the bounds";
+    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 0, Beside::Nothing)->size(), _Size<int>(7, 5)) << "only the bounds";
 }
 
 TEST(Rim, FollowsTheOutlineAndIsWhite)
 {
     const auto mask = maskOf({"######....", "######....", "######....", "##########", "##########", "##########"});
-    const auto cut = withoutRim(*pictureOf(*mask), *mask, 1, false);
+    const auto cut = withoutRim(*pictureOf(*mask), *mask, 1, Beside::Nothing);
     ASSERT_TRUE(cut);
     ASSERT_EQ(cut->size(), _Size<int>(8, 4));
     for (int y = 0; y < 4; ++y)
@@ -106,14 +106,26 @@ TEST(Rim, FollowsTheOutlineAndIsWhite)
 TEST(Rim, IsMissingWhereTheSidesJoin)
 {
     const auto mask = maskOf({"#####", "#####", "#####"});
-    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 1, true)->size(), _Size<int>(5, 1));
-    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 1, false)->size(), _Size<int>(3, 1));
+    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 1, Beside::OtherSide)->size(), _Size<int>(5, 1));
+    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 1, Beside::Nothing)->size(), _Size<int>(3, 1));
+}
+
+TEST(Rim, OfAHoleInACrop)
+{
+    const auto mask =
+        maskOf({"#########", "#########", "##....###", "##....###", "##....###", "##....###", "#########"});
+    const auto cut = withoutRim(*pictureOf(*mask), *mask, 1, Beside::MoreOfContent);
+    ASSERT_TRUE(cut);
+    ASSERT_EQ(cut->size(), mask->size());
+    for (int y = 0; y < 7; ++y)
+        for (int x = 0; x < 9; ++x)
+            EXPECT_EQ(isWhite(cut->row(y)[x]), x > 0 && x < 7 && y > 0) << x << ' ' << y;
 }
 
 TEST(Rim, DoesNotFollowSlits)
 {
     const auto mask = maskOf({"####.####", "####.####", "####.####"});
-    const auto cut = withoutRim(*pictureOf(*mask), *mask, 1, false);
+    const auto cut = withoutRim(*pictureOf(*mask), *mask, 1, Beside::Nothing);
     ASSERT_TRUE(cut);
     ASSERT_EQ(cut->size(), _Size<int>(7, 1));
     for (int x = 0; x < 7; ++x)
@@ -123,9 +135,9 @@ TEST(Rim, DoesNotFollowSlits)
 TEST(Rim, MayBeAll)
 {
     const auto mask = maskOf({"####", "####"});
-    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 1, false), nullptr);
+    EXPECT_EQ(withoutRim(*pictureOf(*mask), *mask, 1, Beside::Nothing), nullptr);
     const auto none = maskOf({"....", "...."});
-    EXPECT_EQ(withoutRim(*pictureOf(*none), *none, 0, true), nullptr);
+    EXPECT_EQ(withoutRim(*pictureOf(*none), *none, 0, Beside::OtherSide), nullptr);
 }
 
 } // namespace

@@ -364,8 +364,11 @@ PicturePointer Session::whole(const _Rect<int>& content)
     const RenderedData drawn = finalized({{}, {{}, content}, {}});
     if (!isResampled() || !drawn.mask)
         return drawn.image;
-    const bool isClosed = drawn.image->width() == composer.getCanvasSize().width;
-    auto cut = withoutRim(*drawn.image, *drawn.mask, rimOf(content), isClosed);
+    // A full turn fills the canvas but for the last columns, which resampling cannot reach.
+    constexpr int kUnreached = 2;
+    const bool isFullTurn = drawn.image->width() + kUnreached >= composer.getCanvasSize().width;
+    const auto cut =
+        withoutRim(*drawn.image, *drawn.mask, rimOf(content), isFullTurn ? Beside::OtherSide : Beside::Nothing);
     if (!cut)
         throwUnfitting("the panorama is too small or too ragged: all of it is within a few pixels of its rim");
     return cut;
@@ -387,8 +390,9 @@ PicturePointer Session::inscribed(const _Rect<int>& content)
     const RenderedData drawn = finalized({cropOf(rect), {data.mask->size(), content}, {}});
     if (!isResampled() || !drawn.mask)
         return drawn.image;
-    auto whole = withoutRim(*drawn.image, *drawn.mask, 0, false); // the rim is outside of the rectangle
-    return whole ? whole : drawn.image;
+    // The panorama may have a hole within the rectangle, which has a rim, too.
+    const auto cut = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent);
+    return cut ? cut : drawn.image;
 }
 
 PicturePointer composed(Session& session, const PanoJobRequest& request, PanoJobResult& result)

@@ -118,12 +118,12 @@ void keepInside(const std::uint8_t* kinds, int width, int rim, bool isClosed, st
 }
 
 // The same for columns, one row of it.
-void keepInside(const Plane& kinds, int height, int y, int rim, std::uint8_t* inside)
+void keepInside(const Plane& kinds, int height, int y, int rim, bool isClosed, std::uint8_t* inside)
 {
-    if (y < rim || y + rim >= height)
+    if (!isClosed && (y < rim || y + rim >= height))
         return;
     std::copy_n(kinds.row(y), kinds.width, inside);
-    for (int near = y - rim; near <= y + rim; ++near)
+    for (int near = std::max(0, y - rim); near <= std::min(height - 1, y + rim); ++near)
         for (int x = 0; x < kinds.width; ++x)
             if (kinds.row(near)[x] == kOutside)
                 inside[x] = kOutside;
@@ -167,15 +167,16 @@ std::shared_ptr<const _ImageData<float>> withoutSlits(const _ImageData<float>& m
 }
 
 std::shared_ptr<const _ImageData<Pixel>> withoutRim(const _ImageData<Pixel>& picture, const _ImageData<float>& mask,
-                                                    int rim, bool isClosed)
+                                                    int rim, Beside beside)
 {
     Plane kinds = kindsOf(mask);
     Plane inRows(mask.size());
-    forEachRow(mask.height(), [&](int y) { keepInside(kinds.row(y), mask.width(), rim, isClosed, inRows.row(y)); });
+    forEachRow(mask.height(),
+               [&](int y) { keepInside(kinds.row(y), mask.width(), rim, beside != Beside::Nothing, inRows.row(y)); });
     Plane& inside = kinds; // its memory, no longer needed for the kinds
     forEachRow(mask.height(), [&](int y) {
         std::fill_n(inside.row(y), mask.width(), std::uint8_t{kOutside});
-        keepInside(inRows, mask.height(), y, rim, inside.row(y));
+        keepInside(inRows, mask.height(), y, rim, beside == Beside::MoreOfContent, inside.row(y));
     });
     const _Rect<int> bounds = boundsOf(inside, mask.height());
     if (bounds == _Rect<int>())

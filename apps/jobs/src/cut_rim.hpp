@@ -11,10 +11,18 @@ namespace orvo::jobs {
 /// content: up to three pixels between content that count as content here.
 [[nodiscard]] std::shared_ptr<const _ImageData<float>> withoutSlits(const _ImageData<float>& mask);
 
+/// What is beside a picture, where its content reaches the sides.
+enum class Beside
+{
+    Nothing,      ///< the content ends there
+    OtherSide,    ///< left and right continue each other: a full turn
+    MoreOfContent ///< on all sides: the picture is cut out of the content
+};
+
 /// The picture within the bounds of its content. The outermost `rim` pixels of the content, mixed with the black beside
-/// it, become white like the surroundings; slits are filled from both sides. `isClosed`: the left and right sides of
-/// the picture join, so they are no rim. Empty if nothing is left. Peak: the new picture and two planes of bytes.
+/// it, become white like the surroundings; slits are filled from both sides. Empty if nothing is left. Peak: the new
+/// picture and two planes of bytes.
 [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
-withoutRim(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask, int rim, bool isClosed);
+withoutRim(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask, int rim, Beside beside);
 
 } // namespace orvo::jobs

@@ -266,6 +266,26 @@ TEST_F(ComposedPanorama, BracketsAreMergedFirst)
     EXPECT_THAT(failure(request, JobOutcome::Failed), AllOf(HasSubstr("shot_3.jpg"), HasSubstr("2 frames")));
 }
 
+TEST_F(ComposedPanorama, TheOrderWithinBracketsDoesNotMatter)
+{
+    const auto views = scenes::rowOfViews(2, 22.0, 3.0, smallView(), 1.0, 7);
+    const auto orderedAs = [&](const std::vector<double>& evs) {
+        request.files.clear();
+        for (std::size_t i = 0; i < views.size(); ++i)
+            for (const double ev : evs) {
+                auto view = views[i];
+                view.ev = ev;
+                request.files.push_back(folder / (std::to_string(i) + "_" + std::to_string(ev + 10.0) + ".jpg"));
+                scenes::writeSphereView(scenes::SphereScene(), view, request.files.back());
+            }
+        request.brackets = true;
+        request.bracketSize = 3;
+        return made(request);
+    };
+    const auto darkFirst = orderedAs({-6.0, 0.0, 3.0});
+    EXPECT_EQ(meanDifference(*darkFirst, *orderedAs({0.0, 3.0, -6.0})), 0.0);
+}
+
 TEST_F(ComposedPanorama, AVideoIsAPan)
 {
     request.files.clear();

@@ -1,12 +1,14 @@
 #include "bracket_groups.hpp"
 #include "checks.hpp"
 #include "composed_panorama.hpp"
+#include "ghost_reference.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/pano_job.hpp>
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace orvo::jobs {
 namespace {
@@ -67,7 +69,9 @@ PanoSourceHDR bracketsOf(const PanoJobRequest& request,
                          const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
 {
     PanoSourceHDR source;
-    source.brackets = groupBrackets(request.files, metadata, request.bracketSize);
+    for (auto& bracket : groupBrackets(request.files, metadata, request.bracketSize))
+        source.brackets.push_back(withGhostReferenceFirst(std::move(bracket)));
+    source.hdr.ghostRefImageIdx = 0;
     source.settings = settingsOf(request);
     // Panoramas are taken from the hand and of places where people walk.
     source.hdr.alignment = true;

@@ -23,11 +23,13 @@
 #include <orvo_extensions/document/image_detection.hpp>
 #include <orvo_extensions/document/image_layer.hpp>
 #include <orvo_extensions/document/image_processor.hpp>
+#include <orvo_extensions/document/image_processor_interface.hpp>
 #include <orvo_extensions/document/image_provider.hpp>
 #include <orvo_extensions/document/layer.hpp>
 #include <orvo_extensions/document/parameter.hpp>
 #include <orvo_extensions/document/preset_util.hpp>
 #include <orvo_extensions/document/processor_adaptor.hpp>
 #include <orvo_extensions/document/processor_records.hpp>
+#include <orvo_extensions/document/resource_handler.hpp>
 #include <orvo_extensions/document/tool_description.hpp>
 #include <orvo_extensions/document/transformation.hpp>

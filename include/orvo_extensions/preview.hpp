@@ -25,11 +25,10 @@ struct PreviewContext
 struct RenderedData
 {
     std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
-    std::shared_ptr<const _ImageData<float>>
-        mask;                            ///< 1 where the picture has content; empty if it has content everywhere
-    std::shared_ptr<const void> option0; ///< reserved, always empty
-    std::shared_ptr<const void> option1; ///< reserved, always empty
-    PreviewContext context;              ///< what the picture shows
+    std::shared_ptr<const _ImageData<float>> mask; ///< 1 where the picture has content; empty: everywhere
+    std::shared_ptr<const void> option0;           ///< reserved, always empty
+    std::shared_ptr<const void> option1;           ///< reserved, always empty
+    PreviewContext context;                        ///< the view that the picture shows
     /// The profile to interpret the picture in.
     std::shared_ptr<ColorProfile> colorProfile = ColorProfileType::melissaRGB();
     bool option2 = false;       ///< reserved

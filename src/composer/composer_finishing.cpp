@@ -14,7 +14,7 @@
 namespace orvo {
 namespace {
 
-// Runs `body`; if it throws, says what failed, and runs `answer` instead.
+// Runs `body`. If it throws, logs the failure and runs `answer` instead.
 template <typename Body, typename Answer>
 void answeringAnyway(const char* what, const Body& body, const Answer& answer)
 {
@@ -35,7 +35,7 @@ _Size<int> limited(const _Size<int>& size)
     return {limit.width, limit.height};
 }
 
-// What a crop needs of a canvas: the bounds of its turned rectangle.
+// The part of a canvas that a crop needs: the bounds of its turned rectangle.
 cv::Rect boxOf(const CropDescription& crop, const _Size<int>& canvas)
 {
     const _Rect<int> rect = crop.getCropRect();
@@ -51,7 +51,7 @@ cv::Rect boxOf(const CropDescription& crop, const _Size<int>& canvas)
     return box & cv::Rect(0, 0, canvas.width, canvas.height);
 }
 
-// The stitcher returns the covered part of a box only; a crop counts from the corner of the whole box.
+// The stitcher returns only the covered part of a box, but a crop counts from the corner of the box.
 Panorama inWholeFrame(Panorama drawn, const _Size<int>& box, const _Size<int>& limit)
 {
     const cv::Rect roi = drawn.roi;
@@ -125,7 +125,7 @@ void PanoramaPreviewComposerPrivate::finalizePreview(WarpType type, const Panora
 
 RenderedData PanoramaPreviewComposerPrivate::finishedWhole(const _Rect<int>& roi)
 {
-    const Panorama drawn = stitcher->makePanorama(roi, roi.size(), cancelFunction(), limited(roi.size()));
+    const Panorama drawn = stitcher->makePanorama(roi, roi.size(), stitcherCancel(), limited(roi.size()));
     if (!drawn.image)
         return blankPreview();
     blendAlpha(drawn);
@@ -144,7 +144,7 @@ RenderedData PanoramaPreviewComposerPrivate::finishedCrop(const PanoramaPreviewC
     const cv::Rect box = boxOf(onRoi, roi.size());
     const _Size<int> size(box.width, box.height);
     Panorama drawn = stitcher->makePanorama({roi.x + box.x, roi.y + box.y, box.width, box.height}, size,
-                                            cancelFunction(), limited(size));
+                                            stitcherCancel(), limited(size));
     if (!drawn.image)
         return blankPreview();
     drawn = inWholeFrame(std::move(drawn), size, limited(size));

@@ -1,19 +1,22 @@
-/// What a composer holds, and the renders on it.
+/// The state of a composer and the operations on it.
 #pragma once
 
 #include "panorama/panorama_stitcher.hpp"
 
 #include <orvo/operation_queue.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace orvo {
 
-/// What a render needs of the caller's side, at the time of the request.
+/// The caller's state that a render uses, as it was at the time of the request.
 struct ComposerSnapshot
 {
     std::function<void(RenderedData)> mainCallback;
@@ -24,14 +27,18 @@ struct ComposerSnapshot
     PreviewContext context;
 };
 
-/// The snapshot, operations, projection and configuration belong to the caller's thread, stitcher and cache to the
-/// worker's.
+/// The file of each picture; of a bracket the first by path.
+[[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSource& source);
+[[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSourceHDR& source);
+[[nodiscard]] std::vector<std::filesystem::path> namesOf(const PanoSourceVideo& source);
+
+/// Snapshot, operations, projection and configuration belong to the caller's thread, stitcher and cache to the worker.
 struct PanoramaPreviewComposerPrivate
 {
     template <typename Source>
     explicit PanoramaPreviewComposerPrivate(const Source& source)
         : stitcher(std::make_unique<PanoramaStitcher>(source)),
-          projection(static_cast<WarpType>(source.settings.warpType))
+          projection(static_cast<WarpType>(source.settings.warpType)), names(namesOf(source))
     {}
 
     ComposerSnapshot snapshot;
@@ -41,21 +48,23 @@ struct PanoramaPreviewComposerPrivate
     std::shared_ptr<opq::Operation> cropOperation;
     std::unique_ptr<PanoramaStitcher> stitcher;
     WarpType projection;
+    std::vector<std::filesystem::path> names;        ///< of the pictures in the order of the source; none for a video
     RenderedData cachedPreview;                      ///< the last full panorama
-    _Rect<int> cachedRoi;                            ///< where it lies on the canvas; zero: not to be used any more
+    _Rect<int> cachedRoi;                            ///< its position on the canvas; zero: no longer valid
     WarpType cachedProjection = WarpType::Spherical; ///< of the last full panorama
-    _Size<int> cachedPreviewSize;                    ///< calculatePreviewSize() has found it
-    std::shared_ptr<std::atomic<bool>> cancelFlag = std::make_shared<std::atomic<bool>>(false);
+    _Size<int> cachedPreviewSize;                    ///< the result of calculatePreviewSize(), to be found once
+    std::atomic<bool> cancelFlag = false;            ///< set by any thread, for good
+    const RunControl run{&cancelFlag};               ///< of everything on the worker
     ComposerConfiguration configuration;
 
-    /// For the stitcher.
-    [[nodiscard]] std::function<bool()> cancelFunction() const;
+    /// Polls `run`, in the form that the stitcher takes.
+    [[nodiscard]] PanoramaStitcher::CancelFunction stitcherCancel() const;
 
-    // All below on the worker.
+    // Everything below runs on the worker.
 
-    /// Makes the stitcher draw in a projection and answers its canvas.
+    /// Makes the stitcher draw in a projection, and returns its canvas.
     _Size<int> enterProjection(WarpType type);
-    /// Makes the cache miss.
+    /// Invalidates the cache.
     void resetCachedSettings();
     [[nodiscard]] Panorama drawCanvas(const _Size<int>& canvas, const _Size<int>& size, bool keepCanvas);
 
@@ -78,14 +87,14 @@ struct PanoramaPreviewComposerPrivate
                 const std::function<void(RenderedData)>& callback, const std::string& signature);
     [[nodiscard]] RenderedData finishedWhole(const _Rect<int>& roi);
     [[nodiscard]] RenderedData finishedCrop(const PanoramaPreviewComposer::CropInfo& info);
-    /// Whether a crop was made for another picture than the kept one; logged.
+    /// Whether a crop was made for another picture than the cached one; logs it.
     [[nodiscard]] bool isStale(const _Rect<int>& roi, const std::string& signature, const char* method) const;
 };
 
-/// The size at which a canvas fits into 1500 pixels.
+/// The size of a canvas scaled to a longest side of 1500 pixels.
 [[nodiscard]] _Size<int> fittedSize(int width, int height);
 
-/// Lays a panorama over white, in place. Without a picture or a mask nothing happens.
+/// Blends a panorama over white, in place. Does nothing without a picture or a mask.
 void blendAlpha(const Panorama& panorama);
 
 } // namespace orvo

@@ -1,4 +1,4 @@
-// What the render operations of a composer do on its worker.
+// The render operations of a composer, on its worker.
 #include "composer/composer_private.hpp"
 
 #include <orvo_core/parallel.hpp>
@@ -11,9 +11,9 @@
 namespace orvo {
 namespace {
 
-// Longest side of what shows the whole canvas.
+// Longest side of pictures that show the whole canvas.
 constexpr float kCanvasSide = 1500.0f;
-// Longest side of the underlay's picture, where it shows the content alone.
+// Longest side of an underlay that shows the content only.
 constexpr float kMeaningfulSide = 2000.0f;
 
 int truncated(float value) { return static_cast<int>(value); }
@@ -28,7 +28,7 @@ _Size<int> scaled(const _Size<int>& size, float factor)
     return {truncated(static_cast<float>(size.width) * factor), truncated(static_cast<float>(size.height) * factor)};
 }
 
-// The drawn part as a render that reports the profile of its pixels.
+// A render that reports the profile of its pixels.
 RenderedData dataOf(const Panorama& panorama, const PreviewContext& context)
 {
     RenderedData data;
@@ -85,9 +85,9 @@ void blendAlpha(const Panorama& panorama)
     });
 }
 
-std::function<bool()> PanoramaPreviewComposerPrivate::cancelFunction() const
+PanoramaStitcher::CancelFunction PanoramaPreviewComposerPrivate::stitcherCancel() const
 {
-    return [flag = cancelFlag] { return flag->load(); };
+    return [this] { return run.cancelled(); };
 }
 
 _Size<int> PanoramaPreviewComposerPrivate::enterProjection(WarpType type)
@@ -105,7 +105,7 @@ void PanoramaPreviewComposerPrivate::resetCachedSettings()
 
 Panorama PanoramaPreviewComposerPrivate::drawCanvas(const _Size<int>& canvas, const _Size<int>& size, bool keepCanvas)
 {
-    return stitcher->makePanorama({0, 0, canvas.width, canvas.height}, size, keepCanvas, cancelFunction());
+    return stitcher->makePanorama({0, 0, canvas.width, canvas.height}, size, keepCanvas, stitcherCancel());
 }
 
 void PanoramaPreviewComposerPrivate::drawMain(WarpType type, const ComposerSnapshot& taken,
@@ -122,7 +122,7 @@ void PanoramaPreviewComposerPrivate::drawMain(WarpType type, const ComposerSnaps
         if (size == _Size<int>())
             size = isWhole ? fittedSize(roi.width, roi.height) : roi.size();
         size = {std::min(roi.width, size.width), std::min(roi.height, size.height)};
-        const Panorama drawn = stitcher->makePanorama(roi, size, true, cancelFunction());
+        const Panorama drawn = stitcher->makePanorama(roi, size, true, stitcherCancel());
         if (drawn.image)
             taken.mainCallback(dataOf(drawn, taken.context));
     });
@@ -144,11 +144,11 @@ void PanoramaPreviewComposerPrivate::drawUnderlay(WarpType type, const ComposerS
         if (!drawn.image)
             return;
         if (keepCanvas) {
-            // A frame of the whole canvas does not say where the content lies, so the first size is the final one.
+            // The position of the content in a picture of the whole canvas is unknown, so the first size is final.
             taken.underlayCallback(dataOf(drawn, {size, whole}));
             return;
         }
-        // The panorama may fill little of the canvas: once more, at the size at which the content has its pixels.
+        // The panorama may fill a small part of the canvas: draw it again, with the content at full size.
         const float k = std::min(kMeaningfulSide * s / static_cast<float>(drawn.roi.height),
                                  kMeaningfulSide * s / static_cast<float>(drawn.roi.width));
         size = scaled(canvas, k);
@@ -160,7 +160,7 @@ void PanoramaPreviewComposerPrivate::drawUnderlay(WarpType type, const ComposerS
     });
 }
 
-// The private names are the composer's, whose signature the log carries.
+// Members of the composer, because the log contains their signatures.
 RenderedData PanoramaPreviewComposer::createFullPanorama(PanoramaPreviewComposerPrivate& state, WarpType type,
                                                          _Size<int> size, _Rect<int> roi)
 {

@@ -6,20 +6,22 @@
 
 namespace orvo {
 
-/// The answer for a failure: gray, 100 by 100.
+/// The result after a failure: gray, 100 x 100.
 [[nodiscard]] RenderedData blankPreview();
-/// The answer to a request that no longer fits: gray, of `size`, with a full mask.
+/// The result for a request that no longer fits: gray, of `size`, with a mask of 1.
 [[nodiscard]] RenderedData placeholderPreview(const _Size<int>& size);
 
-/// `crop`, made for a picture of `contextSize`, for one of `targetSize`, and inside of it. The default value stays. A
-/// crop for a context of no size is fitted as it stands, which is reported on standard error.
+/// Converts a crop for a picture of `contextSize` to one for a picture of `targetSize`, inside of it. The default value
+/// stays as it is. Without a context size the crop is not scaled, and a line on standard error reports it.
 [[nodiscard]] CropDescription processCropInfo(CropDescription crop, const _Size<int>& contextSize,
                                               const _Size<int>& targetSize);
-/// Puts the factors of the crop into its rectangle, and the rectangle into a canvas of `target`, one pixel at least.
+/// Applies the factors of the crop to its rectangle, and fits the rectangle into a canvas of `target`, with at least
+/// one pixel.
 [[nodiscard]] CropDescription fitCropToCanvas(CropDescription crop, const _Size<int>& target);
 
-/// The part of a picture, upright. Without a picture the default value. The reported profile is melissaRGB() in any
-/// case; the picture's own is what its pixels are in. Peak: the picture with its mask twice.
+/// Cuts a part out of a picture and turns it upright. Without a picture, returns the default value. The reported
+/// profile is always melissaRGB(); the pixels are in the profile that the picture itself carries. Peak: the picture
+/// with its mask twice.
 [[nodiscard]] RenderedData applyCrop(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image,
                                      const std::shared_ptr<const _ImageData<float>>& mask, CropDescription crop);
 

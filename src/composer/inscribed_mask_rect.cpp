@@ -28,7 +28,7 @@ using Runs = std::vector<Run>;
 
 cv::Mat maskToBinary(const _ImageData<float>& mask)
 {
-    // Only looked at; OpenCV has no matrix of constant samples.
+    // Only read; OpenCV has no matrix of constant samples.
     const cv::Mat view(mask.height(), mask.width(), CV_32FC1, const_cast<float*>(mask.data()));
     cv::Mat binary;
     view.convertTo(binary, CV_8U, 255.0, 0.0);
@@ -36,7 +36,7 @@ cv::Mat maskToBinary(const _ImageData<float>& mask)
     return binary;
 }
 
-// Islands beside the largest region stay.
+// Smaller regions stay as they are.
 void keepLargestContourFilled(cv::Mat& binary)
 {
     std::vector<std::vector<cv::Point>> contours;
@@ -97,7 +97,7 @@ void intersect(const Runs& a, const Runs& b, Runs& both)
 
 std::int64_t areaOf(const cv::Rect& rect) { return static_cast<std::int64_t>(rect.width) * rect.height; }
 
-// The largest rectangle whose upper side is row `top`: as it grows downwards, the columns that it can have get fewer.
+// The largest rectangle whose upper side is row `top`. As it grows downwards, fewer columns stay covered.
 cv::Rect extendFromRow(const std::vector<Runs>& rows, int top)
 {
     Runs current = rows[static_cast<std::size_t>(top)];
@@ -106,7 +106,7 @@ cv::Rect extendFromRow(const std::vector<Runs>& rows, int top)
     cv::Rect best(longest.begin, top, longest.end - longest.begin, 1);
     const int count = static_cast<int>(rows.size());
     for (int row = top + 1; row < count; ++row) {
-        // Not even all rows below could make more of what is left.
+        // Even with all rows below the rest would be smaller.
         if (static_cast<std::int64_t>(longest.end - longest.begin) * (count - top) <= areaOf(best))
             break;
         intersect(current, rows[static_cast<std::size_t>(row)], next);
@@ -148,7 +148,7 @@ _Rect<int> inscribedRectOfMask(const _ImageData<float>& mask)
     cv::Mat binary = maskToBinary(mask);
     cv::copyMakeBorder(binary, binary, kBorder, kBorder, kBorder, kBorder, cv::BORDER_CONSTANT, cv::Scalar::all(0));
     const cv::Rect found = calculateMaxInscribedRect(binary);
-    // Left and upper side keep a margin from the content's ragged edge; right and lower side stay where they are.
+    // The left and upper sides keep a margin to the ragged edge of the content; the right and lower sides do not.
     return {found.x + kBorder, found.y + kBorder, found.width - 2 * kBorder, found.height - 2 * kBorder};
 }
 

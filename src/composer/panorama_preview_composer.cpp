@@ -1,11 +1,13 @@
-// What the application calls: every wish becomes an operation on the composer's queue.
+// The methods for the application: each request becomes an operation on the composer's queue.
 #include "composer/composer_private.hpp"
 #include "frame/call_frame.hpp"
+#include "panorama/stitched_places.hpp"
 
 #include <orvo/image_detection.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_logger/logstream.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <string>
 #include <utility>
@@ -15,8 +17,7 @@ namespace {
 
 using Private = PanoramaPreviewComposerPrivate;
 
-// An operation on `state`. It does not keep the state alive while it waits, and does while it runs: a callback may drop
-// the composer.
+// An operation on `state`. It keeps the state alive only while it runs, because a callback may drop the composer.
 template <typename Work>
 std::shared_ptr<opq::Operation> operationOn(const std::shared_ptr<Private>& state, Work work,
                                             const std::string& identifier = {})
@@ -66,6 +67,18 @@ PanoramaPreviewComposer::PanoramaPreviewComposer(const PanoSourceVideo& source)
 PanoramaPreviewComposer::PanoramaPreviewComposer(const PanoSourceHDR& source) : state(std::make_shared<Private>(source))
 {}
 
+std::vector<std::filesystem::path> namesOf(const PanoSource& source) { return source.files; }
+
+std::vector<std::filesystem::path> namesOf(const PanoSourceHDR& source)
+{
+    std::vector<std::filesystem::path> names;
+    for (const auto& bracket : source.brackets)
+        names.push_back(bracket.empty() ? std::filesystem::path() : *std::min_element(bracket.begin(), bracket.end()));
+    return names;
+}
+
+std::vector<std::filesystem::path> namesOf(const PanoSourceVideo&) { return {}; }
+
 PanoramaPreviewComposer::~PanoramaPreviewComposer() { state->queue.shutDown(); }
 
 void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<int>)>& completion)
@@ -75,10 +88,9 @@ void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<i
             completion(false, {});
     };
     try {
-        const auto canceled = cancelFunction();
-        resetCachedSettings(); // pictures that were drawn before are of the past
-        const bool isRegistered = runInOpenCallFrame([&] { return stitcher->loadImages(canceled); });
-        if (canceled()) {
+        resetCachedSettings(); // the cached picture shows the former load
+        const bool isRegistered = runInOpenCallFrame([&] { return stitcher->loadImages(stitcherCancel()); });
+        if (run.cancelled()) {
             completion(false, {});
         } else if (!isRegistered) {
             failed();
@@ -108,7 +120,7 @@ void PanoramaPreviewComposer::setLoadCallback(std::function<void(float)> progres
 
 void PanoramaPreviewComposer::cancelAll()
 {
-    state->cancelFlag->exchange(true);
+    state->cancelFlag.exchange(true);
     state->stitcher->cancelLoad(true);
 }
 
@@ -138,6 +150,11 @@ _Point<float> PanoramaPreviewComposer::getCurrentCenterPointPosition() const
 {
     const _Size<int> canvas = getCanvasSize();
     return {static_cast<float>(canvas.width / 2), static_cast<float>(canvas.height / 2)};
+}
+
+std::vector<PanoramaPlace> PanoramaPreviewComposer::getPlaces() const
+{
+    return placesOf(*state->stitcher, state->names);
 }
 
 WarpType PanoramaPreviewComposer::getProjectionType() const { return state->projection; }
@@ -219,7 +236,7 @@ void PanoramaPreviewComposer::setShiftVector(_Point<float> shift)
     renderMain();
 }
 
-// Where nobody receives renders, none follows that would make the kept picture miss; it shows another view, though.
+// Without a receiver no render follows that would invalidate the cached picture, which shows another view now.
 void PanoramaPreviewComposerPrivate::shift(_Point<float> by)
 {
     resetCachedSettings();

@@ -1,15 +1,13 @@
+#include <orvo/resource_manager.hpp>
 #include <orvo_extensions/document/image_processor.hpp>
+
+#include <utility>
 
 namespace orvo {
 
-ImageProcessorInterface::~ImageProcessorInterface() = default;
+ImageProcessor::ImageProcessor() = default;
+ImageProcessor::~ImageProcessor() = default;
 
-int ImageProcessorInterface::getCurrentPersonIndex() const { return 0; }
-
-std::string ImageProcessorInterface::getFirstCurrentEffectID() const { return {}; }
-
-void ImageProcessorInterface::resetAllLayers() {}
-
-iCacheProcessor::~iCacheProcessor() = default;
+void ImageProcessor::setDumper(std::unique_ptr<ResourceManager> store) { dumper = std::move(store); }
 
 } // namespace orvo

@@ -1,6 +1,7 @@
 #include "frame/call_frame.hpp"
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/projections.hpp"
+#include "panorama/stitched_places.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/panorama.hpp>
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 namespace orvo {
 namespace {
@@ -192,28 +192,6 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
     return content.size() == picture->size() ? picture : picture->copy(content);
 }
 
-// For each file its index in the registered list, which is sorted.
-std::vector<std::size_t> orderOf(const std::vector<std::filesystem::path>& files)
-{
-    std::vector<std::size_t> order(files.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return files[a] < files[b]; });
-    return order;
-}
-
-void tellPlaces(const PanoramaStitcher& stitcher, std::vector<PanoramaPlace>& places,
-                const std::vector<std::size_t>& order)
-{
-    for (std::size_t i = 0; i < stitcher.usedCameras().size(); ++i) {
-        PanoramaPlace& place = places[order[static_cast<std::size_t>(stitcher.usedIndices()[i])]];
-        place.placed = true;
-        const cv::Mat& r = stitcher.usedCameras()[i].R;
-        for (int row = 0; row < 3; ++row)
-            for (int column = 0; column < 3; ++column)
-                place.rotation[static_cast<std::size_t>(row * 3 + column)] = r.at<float>(row, column);
-    }
-}
-
 std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>& places, const _Size<int>& size)
 {
     const auto first = std::find_if(places.begin(), places.end(), [](const auto& place) { return place.placed; });
@@ -255,13 +233,13 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 {
     StitchedPanorama result;
     result.projection = output.projection;
-    for (const auto& file : source.files)
-        result.places.push_back({file, false, {}});
     if (source.files.empty()) {
         details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
         return result;
     }
 
+    for (const auto& file : source.files)
+        result.places.push_back({file, false, {}});
     PanoramaStitcher stitcher(source);
     stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
     const bool registered = stitcher.loadImages([&run] { return run.cancelled(); });
@@ -269,7 +247,7 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
     if (!registered || run.cancelled())
         return result;
     run.report(kRegistered);
-    tellPlaces(stitcher, result.places, orderOf(source.files));
+    result.places = placesOf(stitcher, source.files);
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
     const auto picture = drawnAs(output, stitcher, run);
     if (!picture) {

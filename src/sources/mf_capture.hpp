@@ -31,6 +31,8 @@ public:
 
     /// Frames per second; 30 and a line in the log if the file has no frame rate. Requires an open capture.
     [[nodiscard]] float getFps();
+    /// VideoReader::frameCount(). Requires an open capture.
+    [[nodiscard]] std::uint64_t frameCount() { return reader->frameCount(); }
 
     /// Returns CV_8UC3, blue first, upright, in its own memory, or an empty matrix if there is no such frame or it
     /// cannot be read. Decodes and converts all samples up to the requested one. An index below `position` resets the

@@ -13,6 +13,7 @@
 #include <cfloat>
 #include <cmath>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace orvo {
@@ -119,11 +120,16 @@ std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uin
     if (run.cancelled())
         return {};
     const auto step = static_cast<std::int32_t>(fps / kLookedAtPerSecond);
-    const std::uint64_t span = end - start;
+    // The end may be far beyond the file; progress then counts to the end of the file.
+    const std::uint64_t count = capture->frameCount();
+    const std::uint64_t span = (count > start && count < end ? count : end) - start;
     const OwnRandomNumbers ownRandomNumbers; // a walk finds the same frames every time
 
     cv::Mat frame;
     capture->readFrame(start, frame);
+    if (frame.empty()) // OpenCV throws below, with an assertion that names neither
+        details::stateFailure({FailureKind::UnreadableFile, file,
+                               "expected frame " + std::to_string(start) + ", found none that can be read"});
     FeatureMatching matching(frame);
     Selection selection;
     selection.keyFrames.reserve(kUsualKeyFrames);
@@ -147,7 +153,7 @@ std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uin
         const cv::detail::MatchesInfo matches = matching.match(selection.keyFeatures.back(), features);
         if (run.cancelled())
             return {};
-        run.report(static_cast<float>(index - start) / static_cast<float>(span));
+        run.report(std::min(1.0f, static_cast<float>(index - start) / static_cast<float>(span)));
         if (judge.acceptCandidate(matches, smallSize, selection.keyFeatures.back(), features)) {
             selection.pending = std::move(candidate); // has its own memory, so needs no copy
             selection.pendingFeatures = std::move(features);

@@ -28,6 +28,9 @@ public:
 
     [[nodiscard]] virtual VideoFrameRate frameRate() = 0;
 
+    /// About how many samples the file contains, by its header; 0 if that is unknown. For progress only.
+    [[nodiscard]] virtual std::uint64_t frameCount() { return 0; }
+
     /// The next sample in order of presentation, converted and upright: CV_8UC3, blue first; may reuse the memory of
     /// `out`. False if there is none or it cannot be read; `out` is then undefined. Throws cv::Exception.
     [[nodiscard]] virtual bool readSample(cv::Mat& out) = 0;

@@ -346,6 +346,24 @@ public:
         return {static_cast<std::uint32_t>(rate.num), static_cast<std::uint32_t>(rate.den)};
     }
 
+    [[nodiscard]] std::uint64_t frameCount() override
+    {
+        if (!format)
+            return 0;
+        const AVStream& stream = *format->streams[streamIndex];
+        if (stream.nb_frames > 0)
+            return static_cast<std::uint64_t>(stream.nb_frames);
+        if (rate.num <= 0 || rate.den <= 0)
+            return 0;
+        double seconds = 0.0;
+        if (stream.duration > 0)
+            seconds = static_cast<double>(stream.duration) * av_q2d(stream.time_base);
+        else if (format->duration > 0)
+            seconds = static_cast<double>(format->duration) / AV_TIME_BASE;
+        constexpr double kMostFrames = 1e12; // headers may contain anything
+        return static_cast<std::uint64_t>(std::clamp(seconds * av_q2d(rate), 0.0, kMostFrames));
+    }
+
     [[nodiscard]] bool readSample(cv::Mat& out) override
     {
         if (!decoder || !decodeFrame())

@@ -255,10 +255,35 @@ TEST_F(ComposedPanorama, BracketsAreMergedFirst)
     const PanoJobResult result = panoJob(request);
     ASSERT_TRUE(result.done()) << result.message;
     EXPECT_EQ(result.brackets, 3u);
+    ASSERT_EQ(result.places.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(result.places[i].path, request.files[3 * i]);
+        EXPECT_TRUE(result.places[i].placed);
+    }
     EXPECT_NEAR(read(request.output)->width(), 679, 30);
     request.files.erase(request.files.begin() + 4);
     std::filesystem::remove(request.output);
     EXPECT_THAT(failure(request, JobOutcome::Failed), AllOf(HasSubstr("shot_3.jpg"), HasSubstr("2 frames")));
+}
+
+TEST_F(ComposedPanorama, TheOrderWithinBracketsDoesNotMatter)
+{
+    const auto views = scenes::rowOfViews(2, 22.0, 3.0, smallView(), 1.0, 7);
+    const auto orderedAs = [&](const std::vector<double>& evs) {
+        request.files.clear();
+        for (std::size_t i = 0; i < views.size(); ++i)
+            for (const double ev : evs) {
+                auto view = views[i];
+                view.ev = ev;
+                request.files.push_back(folder / (std::to_string(i) + "_" + std::to_string(ev + 10.0) + ".jpg"));
+                scenes::writeSphereView(scenes::SphereScene(), view, request.files.back());
+            }
+        request.brackets = true;
+        request.bracketSize = 3;
+        return made(request);
+    };
+    const auto darkFirst = orderedAs({-6.0, 0.0, 3.0});
+    EXPECT_EQ(meanDifference(*darkFirst, *orderedAs({0.0, 3.0, -6.0})), 0.0);
 }
 
 TEST_F(ComposedPanorama, AVideoIsAPan)
@@ -329,7 +354,66 @@ TEST_F(ComposedPanorama, ProgressGoesFromLoadingThroughRegistrationToDrawing)
     EXPECT_TRUE(std::is_sorted(steps.begin(), steps.end()));
     EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
     EXPECT_EQ(fractions.back(), 1.0);
-    EXPECT_THAT(result.places, IsEmpty());
+    EXPECT_EQ(result.places.size(), 3u);
+}
+
+TEST_F(ComposedPanorama, TheRimIsNotDark)
+{
+    for (const WarpType type : {WarpType::Spherical, WarpType::Plane, WarpType::Mercator}) {
+        request.projection = type;
+        request.turnDegrees = 4.0;
+        const auto picture = made(request);
+        // From the white into the content: the first pixel against one that resampling has not mixed.
+        constexpr int kInner = 4;
+        int dark = 0;
+        int rims = 0;
+        for (int x = 0; x < picture->width(); ++x)
+            for (int y = 1; y + kInner < picture->height() / 2; ++y)
+                if (isWhite(picture->row(y - 1)[x]) && !isWhite(picture->row(y)[x])) {
+                    ++rims;
+                    dark += picture->row(y)[x].g < 0.6f * picture->row(y + kInner)[x].g ? 1 : 0;
+                }
+        EXPECT_GT(rims, picture->width() / 2);
+        EXPECT_LT(dark, rims / 20) << static_cast<int>(type);
+    }
+}
+
+TEST_F(ComposedPanorama, PlacesAreReportedAsWithoutTheComposer)
+{
+    const auto stranger = folder / "stranger.tif";
+    scenes::writeSphereView(scenes::SphereScene(99), smallView(), stranger);
+    request.files = {request.files[2], stranger, request.files[0], request.files[1]};
+    const PanoJobResult straight = panoJob(request);
+    request.crop = PanoCrop::Auto;
+    request.turnDegrees = 3.0;
+    const PanoJobResult result = panoJob(request);
+    ASSERT_TRUE(result.done()) << result.message;
+    ASSERT_EQ(result.places.size(), 4u);
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(result.places[i].path, request.files[i]);
+        EXPECT_EQ(result.places[i].placed, i != 1);
+        EXPECT_EQ(result.places[i].rotation, straight.places[i].rotation) << i;
+    }
+    EXPECT_NEAR(result.focalLength, straight.focalLength, 0.5);
+    EXPECT_THAT(result.warnings, ElementsAre(stranger.string() + ": left out, because it matches no other picture"));
+}
+
+TEST_F(ComposedPanorama, ProgressOfAVideoWithoutAnEndMoves)
+{
+    request.files.clear();
+    for (const char* const name : {"pan.mkv", "pan.mp4"}) {
+        request.video = writePan(folder / name, 60);
+        std::vector<double> loading;
+        const PanoJobResult result = panoJob(request, {[&](const JobProgress& progress) {
+                                                           if (progress.step == JobStep::Load)
+                                                               loading.push_back(progress.fraction);
+                                                       },
+                                                       {}});
+        ASSERT_TRUE(result.done()) << result.message;
+        ASSERT_FALSE(loading.empty());
+        EXPECT_GT(loading.back(), 0.25) << name << ": reading takes half of the progress, registering included";
+        EXPECT_TRUE(std::is_sorted(loading.begin(), loading.end()));
+    }
 }
 
 TEST_F(ComposedPanorama, ACancelAtAnyReportLeavesNothing)

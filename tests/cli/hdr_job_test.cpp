@@ -172,6 +172,20 @@ TEST_F(HdrJob, TheGhostReferenceIsNearTheMiddleAndShowsMost)
     EXPECT_EQ(ghostReferenceOf({{folder.path() / "none.jpg", 1, 0.0f}, {folder.path() / "gone.jpg", 2, 0.0f}}), 1u);
 }
 
+TEST_F(HdrJob, BracketsOfAPanoramaHaveTheirGhostReferenceFirst)
+{
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = {240, 160};
+    recipe.evs = {2, -2, 0};
+    scenes::BracketFileSettings settings;
+    settings.prefix = "shuffled";
+    const auto bracket = scenes::writeBracket(scenes::Bracket(recipe), folder.path(), settings);
+    EXPECT_EQ(withGhostReferenceFirst(bracket),
+              (std::vector<std::filesystem::path>{bracket[2], bracket[0], bracket[1]}));
+    const std::vector<std::filesystem::path> missing{folder.path() / "none.jpg", folder.path() / "gone.jpg"};
+    EXPECT_EQ(withGhostReferenceFirst(missing), missing);
+}
+
 TEST_F(HdrJob, RelativePathsUseTheWorkingFolder)
 {
     const auto before = std::filesystem::current_path();

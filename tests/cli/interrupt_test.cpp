@@ -88,17 +88,19 @@ TEST(InterruptOpaqueStep, EndsAtOnce)
     }
 }
 
-TEST(InterruptPano, AtAnyTimeLeavesNothing)
+/// Interrupts orvo pano at several times after it printed `line`.
+void expectCancelledAtAnyTime(const std::vector<std::string>& options, const std::string& line)
 {
     const TemporaryFolder folder;
     const auto views = names(writeViews(folder.path(), {.width = 900, .height = 600, .views = 4}));
     const auto before = namesIn(folder.path());
     std::vector<std::string> arguments{"pano", "-o", "out.tif"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
     arguments.insert(arguments.end(), views.begin(), views.end());
     constexpr std::chrono::milliseconds kStep(250); // reading, registering and drawing take longer than that
     for (int steps = 0; steps < 4; ++steps) {
         Program program(arguments, {.workingFolder = folder.path()});
-        program.waitFor("stitching");
+        program.waitFor(line);
         std::this_thread::sleep_for(steps * kStep);
         program.send(SIGINT);
         const Finished run = program.wait();
@@ -111,6 +113,17 @@ TEST(InterruptPano, AtAnyTimeLeavesNothing)
         EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
         EXPECT_EQ(namesIn(folder.path()), before);
     }
+}
+
+TEST(InterruptPano, AtAnyTimeLeavesNothing) { expectCancelledAtAnyTime({}, "stitching"); }
+
+TEST(InterruptPano, WhileTheComposerWorks)
+{
+    const std::vector<std::string> view{"--straighten", "--crop", "auto"};
+    expectCancelledAtAnyTime(view, "reading");
+    expectCancelledAtAnyTime(view, "stitching");
+    // Four brackets of one frame: merging is part of reading.
+    expectCancelledAtAnyTime({"--brackets", "--bracket-size", "1"}, "reading");
 }
 
 TEST_F(Interrupt, TwiceEndsAtOnce) { expectCancelled("reading", {SIGINT, SIGTERM}); }

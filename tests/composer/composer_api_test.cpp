@@ -57,7 +57,7 @@ protected:
 
 } // namespace
 
-TEST_F(ComposerApi, LoadsAndAnswersWhereThePanoramaLies)
+TEST_F(ComposerApi, LoadsAndReportsThePanorama)
 {
     const Load load = loaded(composer);
     EXPECT_TRUE(load.fits);
@@ -68,6 +68,32 @@ TEST_F(ComposerApi, LoadsAndAnswersWhereThePanoramaLies)
     const _Point<float> middle = composer.getCurrentCenterPointPosition();
     EXPECT_EQ(middle.x, static_cast<float>(composer.getCanvasSize().width / 2));
     EXPECT_EQ(middle.y, static_cast<float>(composer.getCanvasSize().height / 2));
+}
+
+TEST_F(ComposerApi, PlacesAreInTheOrderOfTheSource)
+{
+    const TemporaryFolder folder;
+    PanoSource source = SmallFiles::source();
+    std::swap(source.files[0], source.files[3]);
+    source.files.insert(source.files.begin(), folder / "stranger.png");
+    scenes::writeSphereView(scenes::SphereScene(99), SmallFiles::views()[0], source.files.front());
+    PanoramaPreviewComposer unordered(source);
+    ASSERT_EQ(unordered.getPlaces().size(), 5u);
+    for (const PanoramaPlace& place : unordered.getPlaces())
+        EXPECT_FALSE(place.placed) << "before the load";
+    ASSERT_TRUE(loaded(unordered).fits);
+    const auto places = unordered.getPlaces();
+    ASSERT_EQ(places.size(), 5u);
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(places[i].path, source.files[i]);
+        EXPECT_EQ(places[i].placed, i != 0);
+    }
+    // The axis of a camera, the third column, points to the right of the one before.
+    const auto right = [&](std::size_t i) { return places[i].rotation[2]; };
+    EXPECT_LT(right(4), right(2));
+    EXPECT_LT(right(2), right(3));
+    EXPECT_LT(right(3), right(1));
+    EXPECT_TRUE(PanoramaPreviewComposer{PanoSourceVideo()}.getPlaces().empty());
 }
 
 TEST_F(ComposerApi, TheFirstUnderlayFollowsTheLoad)
@@ -247,7 +273,7 @@ TEST_F(ComposerApi, WithoutReplacementEveryRenderRuns)
     }
 }
 
-TEST_F(ComposerApi, ARenderUsesTheCallbackOfTheMomentItWasAskedFor)
+TEST_F(ComposerApi, ARenderUsesTheCallbackAtItsRequest)
 {
     ASSERT_TRUE(loaded(composer).fits);
     receiveMains();

@@ -84,7 +84,7 @@ TEST_F(ComposerRendering, TheFirstMainViewIsTheWholeCanvas)
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->image->size(), fittedSize(canvas.width, canvas.height));
     EXPECT_EQ(answer->mask->size(), answer->image->size());
-    EXPECT_EQ(answer->context, PreviewContext()) << "the context as it was asked for";
+    EXPECT_EQ(answer->context, PreviewContext()) << "the requested context";
     EXPECT_EQ(answer->colorProfile, answer->image->colorProfile());
     EXPECT_EQ(*answer->colorProfile, *ColorProfileType::sRGB());
     EXPECT_FALSE(answer->isPlaceholder);
@@ -120,7 +120,7 @@ TEST_F(ComposerRendering, AnUnknownProjectionIsTheSphere)
     EXPECT_TRUE(sameBytes(*unknown->image, *drawnMain({})->image));
 }
 
-TEST_F(ComposerRendering, AMainViewBesideThePanoramaIsNotAnswered)
+TEST_F(ComposerRendering, AMainViewBesideThePanoramaCallsNothing)
 {
     EXPECT_FALSE(drawnMain({{100, 100}, {0, 0, 100, 100}}));
 }
@@ -187,7 +187,7 @@ TEST_F(ComposerRendering, RendersLetTheCacheMiss)
     (void)drawnMain({{100, 100}, {canvas.width / 2, canvas.height / 2, 100, 100}});
     EXPECT_EQ(state.cachedRoi, _Rect<int>());
     EXPECT_EQ(state.cachedPreviewSize, _Size<int>());
-    EXPECT_EQ(state.cachedPreview.image, first.image) << "the picture stays until another one is there";
+    EXPECT_EQ(state.cachedPreview.image, first.image) << "the picture stays until another one replaces it";
     EXPECT_FALSE(state.restoreCachedPreview(restored, {300, 100}, roi));
 }
 
@@ -202,7 +202,7 @@ TEST_F(ComposerRendering, AFullPanoramaAtTheCanvassSizeNeedsNoSearch)
     }
 }
 
-TEST_F(ComposerRendering, TheShorterSideOfAFullPanoramaIsTheOneAskedFor)
+TEST_F(ComposerRendering, TheShorterSideOfAFullPanoramaIsTheRequestedOne)
 {
     const RenderedData wide = state.createFullPanorama(WarpType::Spherical, {900, 120}, {});
     EXPECT_NEAR(wide.image->height(), 120, 3);
@@ -237,7 +237,7 @@ TEST_F(ComposerRendering, TheSearchedSizeIsRemembered)
 
 TEST_F(ComposerRendering, CancelledNothingIsDrawn)
 {
-    state.cancelFlag->store(true);
+    state.cancelFlag = true;
     EXPECT_FALSE(drawnMain({}));
     EXPECT_FALSE(drawnUnderlay());
     EXPECT_FALSE(drawnPart());

@@ -1,4 +1,4 @@
-// An editor's session on every real set: order, thread, sizes and contexts of all that is answered.
+// An editor's session on every real set: order, thread, sizes and contexts of all results.
 #include "composer_sets.hpp"
 
 #include <orvo_io/image_writer.hpp>
@@ -55,7 +55,7 @@ protected:
     }
 };
 
-// Leaves a picture to look at where ORVO_TEST_PICTURES names a folder.
+// Writes a picture for inspection if ORVO_TEST_PICTURES names a folder.
 void leave(const std::string& name, const _ImageData<PixelRGB<float>>& picture)
 {
     const char* const folder = std::getenv("ORVO_TEST_PICTURES");
@@ -67,7 +67,7 @@ void leave(const std::string& name, const _ImageData<PixelRGB<float>>& picture)
     writeImage(path, picture, settings);
 }
 
-// What an editor does from the load to the finished picture.
+// A session from the load to the finished picture.
 void editWith(PanoramaPreviewComposer& composer, const std::string& name)
 {
     Answers<RenderedData> mains;

@@ -1,4 +1,4 @@
-/// Composers over small pictures whose truth is known, and mailboxes for what they answer.
+/// Composers over small pictures whose truth is known, and mailboxes for their results.
 #pragma once
 
 #include "panorama/compute_device.hpp"
@@ -20,10 +20,10 @@
 
 namespace orvo::test {
 
-/// Long enough for a slow machine under a sanitizer; nothing waits so long unless something is wrong.
+/// Long enough for a slow machine under a sanitizer; only a failure takes so long.
 inline constexpr std::chrono::seconds kPatience{120};
 
-/// What callbacks on the worker have answered so far.
+/// Results that callbacks on the worker have passed so far.
 template <typename Value>
 class Answers
 {
@@ -35,7 +35,7 @@ public:
         threads.push_back(std::this_thread::get_id());
         changed.notify_all();
     }
-    /// The answers as soon as there are `count`, or those there are when patience is gone.
+    /// Waits for `count` answers; returns those that arrived in time.
     std::vector<Value> wait(std::size_t count)
     {
         std::unique_lock lock(mutex);
@@ -108,7 +108,7 @@ inline Load loaded(PanoramaPreviewComposer& composer)
     return answers.first();
 }
 
-/// Returns when everything asked for before has run. Only for composers without a kept crop preview: those would log
+/// Returns when everything requested before has run. Only for composers without a kept crop preview: those would log
 /// that the request does not fit.
 inline void settle(PanoramaPreviewComposer& composer)
 {

@@ -11,7 +11,7 @@
 using namespace orvo;
 using namespace orvo::test;
 
-TEST(BlankPreview, IsGrayAndSaysSo)
+TEST(BlankPreview, IsGrayAndMarked)
 {
     const RenderedData blank = blankPreview();
     ASSERT_TRUE(blank.image);
@@ -25,7 +25,7 @@ TEST(BlankPreview, IsGrayAndSaysSo)
     EXPECT_TRUE(blank.isPlaceholder);
 }
 
-TEST(PlaceholderPreview, HasTheSizeAskedForAndAFullMask)
+TEST(PlaceholderPreview, HasTheRequestedSizeAndAFullMask)
 {
     const RenderedData placeholder = placeholderPreview({30, 20});
     EXPECT_EQ(placeholder.image->size(), _Size<int>(30, 20));
@@ -96,7 +96,7 @@ TEST(ProcessCropInfo, ACropWithoutAContextIsReportedAndFittedAsItStands)
                                         "context.size must be specified\n"));
 }
 
-TEST(ApplyCrop, WithoutAPictureItAnswersTheDefault)
+TEST(ApplyCrop, ReturnsTheDefaultWithoutAPicture)
 {
     const RenderedData data = applyCrop(nullptr, nullptr, cropOf({0, 0, 3, 3}));
     EXPECT_FALSE(data.image);
@@ -191,7 +191,7 @@ TEST(BlendAlpha, LaysThePictureOverWhite)
     EXPECT_EQ(panorama.image->row(0)[2], (PixelRGB<float>{0.25f, 0.5f, 0.75f}));
 }
 
-TEST(BlendAlpha, WithoutAMaskNothingHappens)
+TEST(BlendAlpha, DoesNothingWithoutAMask)
 {
     Panorama panorama{std::make_shared<_ImageData<PixelRGB<float>>>(
                           _Size<int>(1, 1), PixelRGB<float>{0.25f, 0.5f, 0.75f}, ColorProfileType::sRGB()),

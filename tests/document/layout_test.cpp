@@ -9,7 +9,11 @@
 #include <orvo_extensions/document/image_layer.hpp>
 #include <orvo_extensions/document/image_provider.hpp>
 #include <orvo_extensions/document/processor_records.hpp>
+#include <orvo_extensions/document/resource_handler.hpp>
+#include <orvo_extensions/document/transformation.hpp>
 #include <orvo_extensions/masked_image.hpp>
+#include <orvo_extensions/operations.hpp>
+#include <orvo_extensions/preview.hpp>
 
 #include <gtest/gtest.h>
 
@@ -18,6 +22,8 @@
 #include <type_traits>
 #include <vector>
 
+using opq::Operation;
+using orvo::AffineTransformation;
 using orvo::Edit;
 using orvo::EditCacheInfo;
 using orvo::EditEffects;
@@ -27,8 +33,11 @@ using orvo::EffectCallContext;
 using orvo::EffectMaskInfo;
 using orvo::ImageProvider;
 using orvo::Layer;
+using orvo::PreviewContext;
 using orvo::ProcessConfig;
+using orvo::RenderedData;
 using orvo::RenderResult;
+using orvo::ResourceHandler;
 using orvo::ToolDescription;
 using test::entryOf;
 using test::FieldOrder;
@@ -55,6 +64,16 @@ template struct test::FieldOrder<ProcessConfig, &ProcessConfig::mode, &ProcessCo
 template struct test::FieldOrder<RenderResult, &RenderResult::image, &RenderResult::unedited, &RenderResult::final>;
 template struct test::FieldOrder<ImageProvider, &ImageProvider::held, &ImageProvider::path, &ImageProvider::opening,
                                  &ImageProvider::raw>;
+template struct test::FieldOrder<ResourceHandler, &ResourceHandler::first, &ResourceHandler::second,
+                                 &ResourceHandler::resources>;
+template struct test::FieldOrder<AffineTransformation, &AffineTransformation::a, &AffineTransformation::b,
+                                 &AffineTransformation::c, &AffineTransformation::d, &AffineTransformation::e,
+                                 &AffineTransformation::f>;
+template struct test::FieldOrder<Operation, &Operation::canceled, &Operation::identifier, &Operation::priority>;
+template struct test::FieldOrder<PreviewContext, &PreviewContext::size, &PreviewContext::roi>;
+template struct test::FieldOrder<RenderedData, &RenderedData::image, &RenderedData::mask, &RenderedData::option0,
+                                 &RenderedData::option1, &RenderedData::context, &RenderedData::colorProfile,
+                                 &RenderedData::option2, &RenderedData::isPlaceholder, &RenderedData::option3>;
 template struct test::FieldOrder<Layer, &Layer::adaptor, &Layer::config>;
 template struct test::FieldOrder<MaskedImage, &MaskedImage::tag, &MaskedImage::imageWidth, &MaskedImage::imageHeight,
                                  &MaskedImage::pixels>;
@@ -85,6 +104,11 @@ TEST(Layout, FieldsAreInOrder)
     EXPECT_EQ(fieldOrderOf<ProcessConfig>(), true);
     EXPECT_EQ(fieldOrderOf<RenderResult>(), true);
     EXPECT_EQ(fieldOrderOf<ImageProvider>(), true);
+    EXPECT_EQ(fieldOrderOf<ResourceHandler>(), true);
+    EXPECT_EQ(fieldOrderOf<AffineTransformation>(), true);
+    EXPECT_EQ(fieldOrderOf<Operation>(), true);
+    EXPECT_EQ(fieldOrderOf<PreviewContext>(), true);
+    EXPECT_EQ(fieldOrderOf<RenderedData>(), true);
     EXPECT_EQ(fieldOrderOf<Layer>(), true);
     EXPECT_EQ(fieldOrderOf<MaskedImage>(), true);
     EXPECT_EQ(fieldOrderOf<MaskedImageExt>(), true);
@@ -159,6 +183,15 @@ TEST(Layout, DestructorOfEffectsComesFirst)
     // The first entry that is not a destructor's is the third.
     EXPECT_EQ(entryOf(&Effect::clearCache), 2);
     EXPECT_TRUE(std::has_virtual_destructor_v<Effect>);
+}
+
+TEST(Layout, OperationsOfQueuesHaveTheirSlots)
+{
+    EXPECT_EQ(entryOf(&Operation::execute), 2); // after the two entries of the destructor
+    EXPECT_EQ(entryOf(&Operation::cancel), 3);
+    EXPECT_EQ(entryOf(&Operation::isCanceled), 4);
+    EXPECT_FALSE(entryOf(&Operation::setIdentifier));
+    EXPECT_TRUE(std::has_virtual_destructor_v<Operation>);
 }
 
 TEST(Layout, MaskedImagesHaveTheirSlots)

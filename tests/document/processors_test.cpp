@@ -1,7 +1,7 @@
 // The records and interfaces of image processors.
 
 #include <orvo_extensions/document/image_detection.hpp>
-#include <orvo_extensions/document/image_processor.hpp>
+#include <orvo_extensions/document/image_processor_interface.hpp>
 #include <orvo_extensions/document/preset_util.hpp>
 #include <orvo_extensions/document/processor_records.hpp>
 #include <orvo_extensions/document/transformation.hpp>
@@ -98,25 +98,6 @@ TEST(ImageProcessorInterface, HasItsDefaultResults)
     EXPECT_EQ(base.getFirstCurrentEffectID(), "");
     base.resetAllLayers();
     EXPECT_EQ(base.getCurrentPersonIndex(), 0);
-}
-
-TEST(ImageProcessor, ReturnsTheValuesSet)
-{
-    ImageProcessor processor;
-    EXPECT_EQ(processor.getCurrentLayerIndex(), 0);
-    EXPECT_EQ(processor.getImageOrientation(), 1);
-    EXPECT_EQ(processor.overlayPixelsType(), OverlayPixelsType::None);
-    EXPECT_FALSE(processor.showHotPixels());
-    EXPECT_FALSE(processor.showColdPixels());
-    processor.setCurrentLayerIndex(4);
-    processor.setImageOrientation(6);
-    processor.setOverlayPixels(OverlayPixelsType(2), true, false);
-    EXPECT_EQ(processor.getCurrentLayerIndex(), 4);
-    EXPECT_EQ(processor.getImageOrientation(), 6);
-    EXPECT_EQ(processor.overlayPixelsType(), OverlayPixelsType(2));
-    EXPECT_TRUE(processor.showHotPixels());
-    EXPECT_FALSE(processor.showColdPixels());
-    static_assert(std::is_base_of_v<ImageProcessorInterface, ImageProcessor>);
 }
 
 TEST(Interfaces, AreAbstractWithVirtualDestructors)

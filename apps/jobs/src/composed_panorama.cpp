@@ -1,5 +1,7 @@
 #include "composed_panorama.hpp"
 
+#include "cut_rim.hpp"
+
 #include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
@@ -144,6 +146,7 @@ public:
     void shift(_Point<float> by)
     {
         enterProjection();
+        isTurned = true;
         composer.startFastRender();
         composer.setShiftVector(by);
         composer.finishFastRender();
@@ -166,9 +169,12 @@ public:
         lastReport = {step, share};
         run.report({step, doneFraction * share});
     }
+    [[nodiscard]] std::vector<PanoramaPlace> places() const { return composer.getPlaces(); }
+    /// In pixels of the pictures: the radius of the sphere.
+    [[nodiscard]] double focalLength();
     /// All that the projection holds, in pixels of its canvas; empty if that is nothing.
     [[nodiscard]] _Rect<int> findContent();
-    [[nodiscard]] PicturePointer whole(const _Rect<int>& content) { return finalized({{}, {{}, content}, {}}); }
+    [[nodiscard]] PicturePointer whole(const _Rect<int>& content);
     [[nodiscard]] PicturePointer inscribed(const _Rect<int>& content);
 
 private:
@@ -203,7 +209,7 @@ private:
     }
 
     /// Throws what the drawing failed from: gray is never a result.
-    [[nodiscard]] PicturePointer finalized(const PanoramaPreviewComposer::CropInfo& info)
+    [[nodiscard]] RenderedData finalized(const PanoramaPreviewComposer::CropInfo& info)
     {
         struct Answer
         {
@@ -212,11 +218,11 @@ private:
         };
         const auto mail = std::make_shared<Mailbox<Answer>>();
         composer.finalize(info, [mail](RenderedData data) { mail->put({std::move(data), lastFailure()}); });
-        const Answer answer = await(*mail);
+        Answer answer = await(*mail);
         if (answer.data.isPlaceholder)
             throw FailureError(
                 answer.failure.value_or(Failure{FailureKind::Internal, {}, "the panorama could not be drawn"}));
-        return answer.data.image;
+        return std::move(answer.data);
     }
 
     [[nodiscard]] _Rect<int> searched() const
@@ -231,6 +237,9 @@ private:
 
     [[nodiscard]] _Rect<int> contentIn(const _Rect<int>& part);
 
+    /// Whether drawing resamples the sphere. Without a turned view the sphere itself is drawn as it is.
+    [[nodiscard]] bool isResampled() const { return isTurned || projection != WarpType::Spherical; }
+    [[nodiscard]] int rimOf(const _Rect<int>& content);
     // The canvas of a turn is that of the last drawing, and there may have been none.
     void enterProjection()
     {
@@ -241,6 +250,7 @@ private:
     // Turns the picture counter-clockwise.
     void turn(double radians)
     {
+        isTurned = true;
         composer.startFastRender();
         composer.setRotation(static_cast<float>(radians));
         composer.finishFastRender();
@@ -250,6 +260,7 @@ private:
     PanoramaPreviewComposer composer;
     WarpType projection;
     double doneFraction;
+    bool isTurned = false;
     std::optional<std::pair<JobStep, double>> lastReport;
 };
 
@@ -290,8 +301,8 @@ void Session::straighten()
         const RenderedData data = content == _Rect<int>() ? RenderedData() : view(content, kCropSide);
         if (!data.image)
             break;
-        const _Rect<int> full =
-            intersection(inscribedRectOfMask(*data.mask), {0, 0, data.mask->width(), data.mask->height()});
+        const _Rect<int> full = intersection(inscribedRectOfMask(*withoutSlits(*data.mask)),
+                                             {0, 0, data.mask->width(), data.mask->height()});
         if (full == _Rect<int>())
             break;
         const auto angle = static_cast<double>(composer.getHorizonAngle(data.image->copy(full)));
@@ -302,6 +313,67 @@ void Session::straighten()
     composer.changeProjectionType(projection);
 }
 
+double Session::focalLength()
+{
+    composer.changeProjectionType(WarpType::Spherical);
+    const int circumference = composer.getCanvasSize().width;
+    composer.changeProjectionType(projection);
+    return circumference / (2.0 * std::numbers::pi);
+}
+
+// How deep the black beside the content is mixed into it, in pixels: a pixel of the sphere for the colours and half of
+// one for the mask, times the largest stretch of the projection (the derivative of its formula) within the content.
+int Session::rimOf(const _Rect<int>& content)
+{
+    constexpr double kMixedPixels = 1.5;
+    constexpr double kWidestRim = 12.0;
+    const double radius = focalLength();
+    const _Size<int> canvas = composer.getCanvasSize();
+    const double middleX = canvas.width / 2.0;
+    const double middleY = projection == WarpType::Stereographic ? -canvas.height / 2.0 : canvas.height / 2.0;
+    const auto farthest = [radius](int first, int length, double middle) {
+        return std::max(std::abs(first - middle), std::abs(first + length - middle)) / radius;
+    };
+    const double u = farthest(content.x, content.width, middleX);
+    const double v = farthest(content.y, content.height, middleY);
+    double stretch = 1.0;
+    switch (projection) {
+    case WarpType::Plane:
+        stretch = 1.0 + u * u + v * v;
+        break;
+    case WarpType::Cylindrical:
+        stretch = 1.0 + v * v;
+        break;
+    case WarpType::Spherical:
+        break;
+    case WarpType::Fisheye:
+        stretch = 1.0 + (u * u + v * v) / 4.0;
+        break;
+    case WarpType::Stereographic:
+        stretch = std::max(1.0, (1.0 + u * u + v * v) / 2.0);
+        break;
+    case WarpType::Mercator:
+        stretch = std::cosh(v);
+        break;
+    }
+    return static_cast<int>(std::min(kWidestRim, std::ceil(kMixedPixels * stretch)));
+}
+
+PicturePointer Session::whole(const _Rect<int>& content)
+{
+    const RenderedData drawn = finalized({{}, {{}, content}, {}});
+    if (!isResampled() || !drawn.mask)
+        return drawn.image;
+    // A full turn fills the canvas but for the last columns, which resampling cannot reach.
+    constexpr int kUnreached = 2;
+    const bool isFullTurn = drawn.image->width() + kUnreached >= composer.getCanvasSize().width;
+    const auto cut =
+        withoutRim(*drawn.image, *drawn.mask, rimOf(content), isFullTurn ? Beside::OtherSide : Beside::Nothing);
+    if (!cut)
+        throwUnfitting("the panorama is too small or too ragged: all of it is within a few pixels of its rim");
+    return cut;
+}
+
 PicturePointer Session::inscribed(const _Rect<int>& content)
 {
     const RenderedData data = view(content, kCropSide);
@@ -310,21 +382,29 @@ PicturePointer Session::inscribed(const _Rect<int>& content)
     // A pixel of this view may be covered in part only, and the outermost pixels of a reprojection are mixed with
     // black.
     constexpr int kRim = 2;
-    _Rect<int> rect = inscribedRectOfMask(*data.mask);
+    _Rect<int> rect = inscribedRectOfMask(*withoutSlits(*data.mask));
     rect.width -= kRim;
     rect.height -= kRim;
     if (rect.width < 1 || rect.height < 1)
         throwUnfitting("the panorama is too small or too ragged for a rectangle to be cut out of it");
-    return finalized({cropOf(rect), {data.mask->size(), content}, {}});
+    const RenderedData drawn = finalized({cropOf(rect), {data.mask->size(), content}, {}});
+    if (!isResampled() || !drawn.mask)
+        return drawn.image;
+    // The panorama may have a hole within the rectangle, which has a rim, too.
+    const auto cut = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent);
+    return cut ? cut : drawn.image;
 }
 
-PicturePointer composed(Session& session, const PanoJobRequest& request)
+PicturePointer composed(Session& session, const PanoJobRequest& request, PanoJobResult& result)
 {
-    if (auto failure = session.load()) {
+    auto failure = session.load();
+    result.places = session.places();
+    if (failure) {
         if (failure->kind == FailureKind::UnfittingPictures && !request.video.empty())
             failure = {failure->kind, request.video, "shows fewer than two views that fit together"};
         throw FailureError(*failure);
     }
+    result.focalLength = session.focalLength();
     if (request.shift != _Point<float>())
         session.shift(request.shift);
     if (request.turnDegrees != 0.0)
@@ -355,12 +435,13 @@ bool needsComposer(const PanoJobRequest& request)
 }
 
 std::shared_ptr<const _ImageData<PixelRGB<float>>> composePanorama(PictureRun& run, const PanoJobRequest& request,
-                                                                   const AnyPanoSource& source, double doneFraction)
+                                                                   const AnyPanoSource& source, double doneFraction,
+                                                                   PanoJobResult& result)
 {
     PicturePointer picture = std::visit(
         [&](const auto& pictures) {
             Session session(run, pictures, request.projection, doneFraction);
-            return composed(session, request);
+            return composed(session, request, result);
         },
         source);
     if (request.maxSize > 0 && std::max(picture->width(), picture->height()) > request.maxSize)

@@ -17,8 +17,10 @@ using AnyPanoSource = std::variant<PanoSource, PanoSourceHDR, PanoSourceVideo>;
 [[nodiscard]] bool needsComposer(const PanoJobRequest& request);
 
 /// Loads, registers, turns the view, finds the crop and draws. Reports Load and Stitch up to `doneFraction`. Throws
-/// FailureError; a cancel stops what runs.
+/// FailureError; a cancel stops what runs. Sets the places and the focal length of `result` once the pictures are
+/// registered.
 [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
-composePanorama(PictureRun& run, const PanoJobRequest& request, const AnyPanoSource& source, double doneFraction);
+composePanorama(PictureRun& run, const PanoJobRequest& request, const AnyPanoSource& source, double doneFraction,
+                PanoJobResult& result);
 
 } // namespace orvo::jobs

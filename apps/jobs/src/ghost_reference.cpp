@@ -1,5 +1,7 @@
 #include "ghost_reference.hpp"
 
+#include "sorted_frames.hpp"
+
 #include <orvo_core/image.hpp>
 #include <orvo_io/image_reader.hpp>
 
@@ -50,6 +52,16 @@ std::size_t ghostReferenceOf(const std::vector<BracketFrame>& frames)
         }
     }
     return best;
+}
+
+std::vector<std::filesystem::path> withGhostReferenceFirst(std::vector<std::filesystem::path> bracket)
+{
+    const std::vector<BracketFrame> frames = sortedFrames(bracket, bracket);
+    if (frames.empty())
+        return bracket;
+    const auto reference = static_cast<std::ptrdiff_t>(frames[ghostReferenceOf(frames)].number) - 1;
+    std::rotate(bracket.begin(), bracket.begin() + reference, bracket.begin() + reference + 1);
+    return bracket;
 }
 
 } // namespace orvo::jobs

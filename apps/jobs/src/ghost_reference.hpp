@@ -4,6 +4,7 @@
 #include <jobs/frames_job.hpp>
 
 #include <cstddef>
+#include <filesystem>
 #include <vector>
 
 namespace orvo::jobs {
@@ -12,5 +13,8 @@ namespace orvo::jobs {
 /// or so dark that re-exposure raises mostly noise. Reads a thumbnail of at most three frames; one without a thumbnail
 /// is passed over. `frames` is not empty.
 [[nodiscard]] std::size_t ghostReferenceOf(const std::vector<BracketFrame>& frames);
+
+/// The bracket with that frame in front, where HDRSettings::ghostRefImageIdx of 0 finds it.
+[[nodiscard]] std::vector<std::filesystem::path> withGhostReferenceFirst(std::vector<std::filesystem::path> bracket);
 
 } // namespace orvo::jobs

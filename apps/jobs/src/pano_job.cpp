@@ -1,12 +1,14 @@
 #include "bracket_groups.hpp"
 #include "checks.hpp"
 #include "composed_panorama.hpp"
+#include "ghost_reference.hpp"
 #include "picture_run.hpp"
 
 #include <jobs/pano_job.hpp>
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace orvo::jobs {
 namespace {
@@ -67,7 +69,9 @@ PanoSourceHDR bracketsOf(const PanoJobRequest& request,
                          const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
 {
     PanoSourceHDR source;
-    source.brackets = groupBrackets(request.files, metadata, request.bracketSize);
+    for (auto& bracket : groupBrackets(request.files, metadata, request.bracketSize))
+        source.brackets.push_back(withGhostReferenceFirst(std::move(bracket)));
+    source.hdr.ghostRefImageIdx = 0;
     source.settings = settingsOf(request);
     // Panoramas are taken from the hand and of places where people walk.
     source.hdr.alignment = true;
@@ -106,13 +110,25 @@ AnyPanoSource anySourceOf(const PanoJobRequest& request, PanoJobResult& result,
     return source;
 }
 
+// The index of the first file that was placed; the number of files if none was.
+std::size_t firstPlaced(const PanoJobRequest& request, const std::vector<PanoramaPlace>& places)
+{
+    const auto isPlaced = [&](const std::filesystem::path& file) {
+        return std::any_of(places.begin(), places.end(),
+                           [&](const PanoramaPlace& place) { return place.placed && place.path == file; });
+    };
+    return static_cast<std::size_t>(std::find_if(request.files.begin(), request.files.end(), isPlaced) -
+                                    request.files.begin());
+}
+
 std::shared_ptr<Image> compose(PictureRun& run, const PanoJobRequest& request, PanoJobResult& result,
                                const std::vector<std::shared_ptr<const ImageMetadata>>& inputs)
 {
-    const auto picture = composePanorama(run, request, anySourceOf(request, result, inputs), kWriteStarts.fraction);
+    const auto picture =
+        composePanorama(run, request, anySourceOf(request, result, inputs), kWriteStarts.fraction, result);
     auto metadata = std::make_shared<ImageMetadata>();
-    if (!inputs.empty())
-        *metadata = *inputs.front();
+    if (const auto first = firstPlaced(request, result.places); first < inputs.size())
+        *metadata = *inputs[first];
     metadata->size = picture->size();
     metadata->isRaw = false;
     metadata->isFinished = true;
@@ -161,7 +177,11 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
     if (result.done())
         for (const PanoramaPlace& place : result.places)
             if (!place.placed)
-                result.warnings.push_back(place.path.string() + ": left out, because it matches no other picture");
+                result.warnings.push_back(place.path.string() + (request.brackets
+                                                                     ? ": left out with its bracket, because it "
+                                                                       "matches no other bracket"
+                                                                     : ": left out, because it matches no other "
+                                                                       "picture"));
     return result;
 }
 

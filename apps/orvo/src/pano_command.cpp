@@ -240,12 +240,11 @@ nlohmann::ordered_json asJson(const jobs::PanoJobResult& result)
     constexpr double kPerPixel = 1e3;
     nlohmann::ordered_json json = writtenAsJson(result);
     json["projection"] = nameOf(result.projection);
-    if (result.places.empty()) { // the composer does not report them
-        if (result.brackets > 0)
-            json["brackets"] = result.brackets;
-        return json;
-    }
+    if (result.brackets > 0)
+        json["brackets"] = result.brackets;
     json["focal_length_pixels"] = roundedTo(result.focalLength, kPerPixel);
+    if (result.places.empty()) // a video
+        return json;
     json["files"] = nlohmann::ordered_json::array();
     for (const auto& place : result.places)
         json["files"].push_back(
@@ -263,9 +262,7 @@ std::string sourceText(const PanoOptions& options, const jobs::PanoJobResult& re
 {
     if (!options.video.empty())
         return "a video";
-    if (result.brackets > 0)
-        return counted(result.brackets, "bracket");
-    return counted(result.places.empty() ? options.files.size() : placedCount(result), "picture");
+    return counted(placedCount(result), result.brackets > 0 ? "bracket" : "picture");
 }
 
 } // namespace

@@ -1,12 +1,15 @@
-/// Interfaces of the processor that runs a document's layers.
+/// What a view shows of a processor's picture, and where the processor stores intermediate results.
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_extensions/document/image_processor_interface.hpp>
 
 #include <cstdint>
-#include <string>
+#include <memory>
 
 namespace orvo {
+
+class ResourceManager;
 
 /// Which pixels a view marks. Further values belong to the library that draws the marks.
 enum class OverlayPixelsType : std::int32_t
@@ -14,40 +17,15 @@ enum class OverlayPixelsType : std::int32_t
     None = 0,
 };
 
-/// Abstract. The library that runs layers derives from it.
-class ORVO_EXPORT ImageProcessorInterface
-{
-public:
-    virtual ~ImageProcessorInterface() = 0;
-    /// The number of the person that edits are limited to. Here: 0.
-    [[nodiscard]] virtual int getCurrentPersonIndex() const;
-    /// The identifier of the effect that the user works with. Here: empty.
-    [[nodiscard]] virtual std::string getFirstCurrentEffectID() const;
-    /// Resets all layers to the state before any edit. Here: does nothing.
-    virtual void resetAllLayers();
-
-protected:
-    ImageProcessorInterface() = default;
-    ImageProcessorInterface(const ImageProcessorInterface&) = default;
-    ImageProcessorInterface& operator=(const ImageProcessorInterface&) = default;
-};
-
-/// Marks processors that cache. Abstract.
-class ORVO_EXPORT iCacheProcessor
-{
-public:
-    virtual ~iCacheProcessor() = 0;
-
-protected:
-    iCacheProcessor() = default;
-    iCacheProcessor(const iCacheProcessor&) = default;
-    iCacheProcessor& operator=(const iCacheProcessor&) = default;
-};
-
-/// What a view shows of a processor's picture. The library that runs layers derives from it.
+/// The library that runs layers derives from it. Not copyable, because it owns its dumper.
 class ORVO_EXPORT ImageProcessor : public ImageProcessorInterface
 {
 public:
+    ImageProcessor();
+    ~ImageProcessor() override;
+    ImageProcessor(const ImageProcessor&) = delete;
+    ImageProcessor& operator=(const ImageProcessor&) = delete;
+
     /// The index of the layer that receives edits.
     [[nodiscard]] int getCurrentLayerIndex() const { return currentLayerIndex; }
     void setCurrentLayerIndex(int index) { currentLayerIndex = index; }
@@ -55,6 +33,8 @@ public:
     static constexpr int kUpright = 1;
     [[nodiscard]] int getImageOrientation() const { return imageOrientation; }
     void setImageOrientation(int orientation) { imageOrientation = orientation; }
+    /// Replaces and destroys the current store of intermediate results. An empty pointer removes it.
+    virtual void setDumper(std::unique_ptr<ResourceManager> store);
     [[nodiscard]] OverlayPixelsType overlayPixelsType() const { return overlayPixels; }
     /// Whether clipped highlights, and clipped shadows, are marked.
     [[nodiscard]] bool showHotPixels() const { return hotPixels; }
@@ -66,12 +46,17 @@ public:
         coldPixels = cold;
     }
 
+protected:
+    /// Null if there is none. Remains owned by the processor, and is valid until the next setDumper().
+    [[nodiscard]] ResourceManager* getDumper() const { return dumper.get(); }
+
 private:
     std::int32_t currentLayerIndex = 0;
     std::int32_t imageOrientation = kUpright;
     OverlayPixelsType overlayPixels = OverlayPixelsType::None;
     bool hotPixels = false;
     bool coldPixels = false;
+    std::unique_ptr<ResourceManager> dumper;
 };
 
 } // namespace orvo

@@ -55,8 +55,8 @@ struct PanoJobResult : PictureJobResult
 {
     WarpType projection = WarpType::Spherical;
     double focalLength = 0.0; ///< in pixels of the pictures
-    /// In the given order; set even if nothing could be drawn. Empty for brackets, videos, and if the view is turned or
-    /// cropped.
+    /// In the given order, of brackets one for each, with the first of its paths; set even if nothing could be drawn.
+    /// Rotations are those of the view before it is turned. Empty for videos.
     std::vector<PanoramaPlace> places;
     std::size_t brackets = 0; ///< how many were merged
 };
@@ -66,7 +66,7 @@ struct PanoJobResult : PictureJobResult
 /// the process's count of peak plane bytes at the start.
 ///
 /// Brackets, videos, and views that are turned, straightened or cropped go through the interactive composer: then the
-/// places of the files are not reported, and the largest size applies to the result of the crop.
+/// largest size applies to the result of the crop.
 ///
 /// Progress: Check 0, Stitch 0.02 to 0.9 (through the composer Load, then Stitch), Write 0.9, and 1 at the end.
 ///

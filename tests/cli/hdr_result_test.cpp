@@ -124,7 +124,10 @@ TEST_F(HdrResult, JsonOfANameThatIsNotUtf8)
     bracket[0] = "\xff.jpg";
     const Finished run = merge({"--json", "-o", "out.jpg"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(nlohmann::json::parse(run.out).at("frames")[0].at("path"), "\xEF\xBF\xBD.jpg");
+    const auto frames = nlohmann::json::parse(run.out).at("frames");
+    EXPECT_EQ(frames[0].at("path"), "\xEF\xBF\xBD.jpg");
+    EXPECT_EQ(frames[0].at("path_hex"), "ff2e6a7067");
+    EXPECT_FALSE(frames[1].contains("path_hex"));
 }
 
 TEST_F(HdrResult, OneFrameAlone)

@@ -251,6 +251,20 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
     return picture;
 }
 
+// OpenCV's remapping counts the pixels of a source with 16 bits.
+void requireSidesThatCanBeDrawn(const std::vector<std::filesystem::path>& files)
+{
+    constexpr int kLongestSource = 32766; // pixels
+    for (const auto& file : files) {
+        const auto metadata = ImageReader::readMetadata(file);
+        if (metadata && std::max(metadata->size.width, metadata->size.height) > kLongestSource)
+            throw FailureError({FailureKind::UnfittingPictures, file,
+                                "the picture has " + std::to_string(metadata->size.width) + " x " +
+                                    std::to_string(metadata->size.height) + " pixels, a panorama takes at most " +
+                                    std::to_string(kLongestSource) + " a side"});
+    }
+}
+
 StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output, const RunControl& run)
 {
     StitchedPanorama result;
@@ -262,6 +276,7 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
         return result;
     }
 
+    requireSidesThatCanBeDrawn(source.files);
     PanoramaStitcher stitcher(source);
     stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
     const bool registered = stitcher.loadImages([&run] { return run.cancelled(); });

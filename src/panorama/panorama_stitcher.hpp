@@ -155,7 +155,8 @@ private:
         std::vector<cv::Mat> images;
         std::vector<cv::Mat> masks;
         std::vector<int> indices;
-        cv::Size firstSize; // of images[0], which sets the seam scale
+        std::size_t frameCount = 0; // of the frames added by hand, which are the last images
+        cv::Size firstSize;         // of images[0], which sets the seam scale
         float workScale = -1.0f;
         float warpedImageScale = 1.0f;
         std::vector<cv::detail::CameraParams> cameras;
@@ -245,7 +246,7 @@ private:
                               std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
 
     // Cameras.
-    void makeMasks();
+    void makeMasks(std::size_t pictures);
     bool refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
                        const std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
     void straighten();

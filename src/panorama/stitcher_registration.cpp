@@ -38,21 +38,24 @@ float medianFocal(const std::vector<cv::detail::CameraParams>& cameras)
 } // namespace
 
 // Pictures may be used in full; of a frame that the user added by hand only the rectangle that the user drew.
-void PanoramaStitcher::makeMasks()
+// `pictures` counts all, those that fit no other included: the frames are the last of them.
+void PanoramaStitcher::makeMasks(std::size_t pictures)
 {
-    const std::size_t frames = std::min(compositionFrameCount(), registered.images.size());
-    const std::size_t base = registered.images.size() - frames;
+    const std::size_t base = pictures - std::min(compositionFrameCount(), pictures);
     registered.masks.clear();
+    registered.frameCount = 0;
     cv::Mat whole;
     for (std::size_t i = 0; i < registered.images.size(); ++i) {
-        if (i < base) {
+        const auto index = static_cast<std::size_t>(registered.indices[i]);
+        if (index < base) {
             // The masks of pictures are never written, so pictures of one size share one.
             if (whole.size() != registered.images[i].size())
                 whole = cv::Mat(registered.images[i].size(), CV_8UC1, cv::Scalar(255));
             registered.masks.push_back(whole);
             continue;
         }
-        const _Rect<int> part = std::get<PanoramaVideoProvider>(source).getCompositionRects()[i - base];
+        ++registered.frameCount;
+        const _Rect<int> part = std::get<PanoramaVideoProvider>(source).getCompositionRects()[index - base];
         cv::Mat mask = cv::Mat::zeros(registered.images[i].size(), CV_8UC1);
         const cv::Rect inside =
             cv::Rect(part.x, part.y, part.width, part.height) & cv::Rect(cv::Point(), registered.images[i].size());
@@ -88,7 +91,7 @@ bool PanoramaStitcher::registerPictures(const std::vector<cv::Mat>& sources, con
     std::vector<cv::detail::ImageFeatures> features = findFeatures(run);
     std::vector<cv::detail::MatchesInfo> pairwise;
     keepBiggestComponent(features, pairwise, run);
-    makeMasks();
+    makeMasks(sources.size());
     if (registered.images.size() < 2 || run.cancelled())
         return false;
 

@@ -40,11 +40,11 @@ public:
 };
 
 /// The picture in melissaRGB(), upright, raw files developed with the tone that the raw reader suggests. Empty if the
-/// bytes name no document, if `state` requests a stop, or if the file cannot be decoded; in the last case ImageReader
-/// logs the reason, and the document is disposed of, because it is of no further use. The same happens if open()
-/// throws: whatever `state.canceled` throws, or std::bad_alloc. A composition in `state` is not
-/// applied here; the file `statePath` applies to documents with presets, a picture file has none. Any thread; several
-/// threads may open the same document. Peak: as ImageReader::open().
+/// bytes name no document, if `state` requests a stop, or if the file cannot be decoded (ImageReader logs the reason);
+/// the document is then disposed of, because it is of no further use. The same happens if open() throws: whatever
+/// `state.canceled` throws, or std::bad_alloc. A saved state in `state` is not applied here, with a warning; the file
+/// `statePath` applies to documents with presets, a picture file has none. Any thread; several threads may open the
+/// same document. Peak: as ImageReader::open().
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<const _ImageData<PixelRGB<float>>>
 open(const std::vector<unsigned char>& bytes, const StateSettings& state, const std::filesystem::path& statePath);
 

@@ -2,10 +2,10 @@
 // and for a thumbnail.
 #include "fuzz_target.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
-#include <orvo_logger/log_capture.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -30,12 +30,15 @@ void checkPixels(const _ImageData<PixelRGB<float>>& picture)
 
 void open(const std::filesystem::path& path, ImageReaderOpenFlag flags)
 {
-    const LogCapture log;
     ImageReadOptions options;
     options.maxPixels = kMostPixels;
     const auto image = ImageReader::instance().open({path, ""}, options, flags, nullptr, "", -1);
     if (!image) {
-        require(!log.texts(LogMessageType::Warning).empty(), "a refused picture has a warning in the log");
+        const auto failure = lastFailure();
+        require(failure.has_value(), "a refused picture has a reason");
+        require(failure->file == path, "the reason names the file");
+        require(!failure->sentence.empty() && failure->sentence.find('\n') == std::string::npos,
+                "the reason is one line");
         return;
     }
     const auto pixels = image->imageData({}, {}, true);

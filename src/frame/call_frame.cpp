@@ -13,7 +13,9 @@ Failure failureOfOpenCv() noexcept
     try {
         throw;
     } catch (const cv::Exception& error) {
-        if (error.code == cv::Error::StsNoMem)
+        // What the allocation of a device matrix gives is only asserted.
+        const bool isNoMatrix = error.code == cv::Error::StsAssert && error.err == "u != 0";
+        if (error.code == cv::Error::StsNoMem || isNoMatrix)
             return {FailureKind::OutOfMemory, {}, {}};
     } catch (...) { // NOLINT(bugprone-empty-catch): not OpenCV's
     }

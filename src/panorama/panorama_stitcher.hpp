@@ -77,10 +77,19 @@ public:
     /// empty; it is polled on the calling thread, before the features of each picture, between matched pairs and
     /// between adjusted cameras. Returns false if cancelled or if the registration fails.
     bool estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel = {});
+    /// After a registration that failed as a whole although pictures match: registers again without the pairs that
+    /// contradict the rest, and drops the pictures that then match no other. Pictures that were read stay known until
+    /// the next registration. False if nothing is left, or if cancelled.
+    bool registerWithoutContradictions(const CancelFunction& cancel);
+    /// Whether registerWithoutContradictions() has anything to try.
+    [[nodiscard]] bool hasContradictions() const { return !failed.pairwise.empty(); }
     /// Brackets only: stops a running merge, or allows the next one.
     void cancelLoad(bool cancel);
     /// The progress of loadImages(), 0 to 1; may be empty.
     void setLoadCallback(std::function<void(float)> progress);
+    /// The progress of each registration, and of each drawing of the sphere, 0 to 1; may be empty. Called on the thread
+    /// that registers or draws.
+    void setWorkCallback(std::function<void(float)> progress) { workProgress = std::move(progress); }
     /// 0: not estimated, 1: registered, 2: registration failed.
     [[nodiscard]] std::int32_t getStatus() const { return registered.status; }
 
@@ -155,10 +164,19 @@ private:
         std::vector<cv::Mat> images;
         std::vector<cv::Mat> masks;
         std::vector<int> indices;
-        cv::Size firstSize; // of images[0], which sets the seam scale
+        std::size_t frameCount = 0; // of the frames added by hand, which are the last images
+        cv::Size firstSize;         // of images[0], which sets the seam scale
         float workScale = -1.0f;
         float warpedImageScale = 1.0f;
         std::vector<cv::detail::CameraParams> cameras;
+    };
+
+    // What a failed registration was made of.
+    struct FailedRegistration
+    {
+        std::vector<cv::Mat> sources;
+        std::vector<cv::detail::ImageFeatures> features;
+        std::vector<cv::detail::MatchesInfo> pairwise;
     };
 
     // Seam scale: the pictures on the sphere. The lists contain only visible pictures; `warpedIndex` maps pictures in
@@ -228,6 +246,7 @@ private:
     bool useDevignette = false;
     FeatureFinding featureFinding;
     Registration registered;
+    FailedRegistration failed;
     WarpedImages warped;
     Seams seams;
     Devignetting devignetting;
@@ -235,17 +254,22 @@ private:
     View view;
     RotateSphere rotateSphere;
     bool isLastDrawing = false;
+    std::function<void(float)> workProgress;
 
     [[nodiscard]] std::size_t compositionFrameCount() const;
     bool registerPictures(const std::vector<cv::Mat>& sources, const RunControl& run);
+    bool placeConsistent(const RunControl& run);
+    void finishRegistration();
 
     // Features.
     [[nodiscard]] std::vector<cv::detail::ImageFeatures> findFeatures(const RunControl& run);
+    bool matchFeatures(const std::vector<cv::detail::ImageFeatures>& features,
+                       std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
     void keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
-                              std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
+                              std::vector<cv::detail::MatchesInfo>& pairwise);
 
     // Cameras.
-    void makeMasks();
+    void makeMasks(std::size_t pictures);
     bool refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
                        const std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run);
     void straighten();

@@ -1,8 +1,10 @@
 #include "panorama/panorama_warper.hpp"
 
 #include "panorama/map_box.hpp"
+#include "panorama/projection_warpers.hpp"
 #include "panorama/projections.hpp"
 #include "panorama/ray.hpp"
+#include "panorama/sampled_box.hpp"
 #include "panorama/warp_rows.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -22,9 +24,6 @@
 namespace orvo {
 namespace {
 
-// Points per side of the grid that is used to find the position of an image.
-constexpr int kGridPoints = 100;
-
 bool isMatrix3(const cv::Mat& mat) { return mat.rows == 3 && mat.cols == 3 && mat.type() == CV_32F; }
 
 // Values far outside any picture are limited: unbounded numbers cannot be converted to integers.
@@ -32,14 +31,6 @@ int truncatedPosition(float value)
 {
     constexpr float kFar = 1e9f;
     return static_cast<int>(std::clamp(value, -kFar, kFar));
-}
-
-Span unitedOf(const std::array<Span, kGridPoints>& rows)
-{
-    Span all;
-    for (const Span& row : rows)
-        all.take(row);
-    return all;
 }
 
 // A drawing of the plane in pixels, and the part of it where an image may be.
@@ -195,34 +186,42 @@ cv::Rect PanoramaWarper::detectResultRoi(const cv::Size& src, const cv::Rect& re
 {
     if (src.empty() || rect.empty() || size.empty())
         return {};
-    constexpr int kGaps = kGridPoints - 1;
+    constexpr int kGaps = SampledArea::kSide - 1;
     const int dx = (src.width - 1 + kGaps - 1) / kGaps; // rounded up
     const int dy = (src.height - 1 + kGaps - 1) / kGaps;
-    std::array<Span, kGridPoints> rowsX;
-    std::array<Span, kGridPoints> rowsY;
-    forEachRow(kGridPoints, [&](int j) {
+    SampledArea area(projectionOf(*this), scale);
+    forEachRow(SampledArea::kSide, [&](int j) {
         const auto y = static_cast<float>(std::min(j * dy, src.height - 1));
-        Span alongX;
-        Span alongY;
-        for (int i = 0; i < kGridPoints; ++i) {
+        for (int i = 0; i < SampledArea::kSide; ++i) {
             float u = 0.0f;
             float v = 0.0f;
             mapImageToPlane(static_cast<float>(std::min(i * dx, src.width - 1)), y, u, v);
-            alongX.take((u - static_cast<float>(rect.x)) * static_cast<float>(size.width) /
-                        static_cast<float>(rect.width));
-            alongY.take((v - static_cast<float>(rect.y)) * static_cast<float>(size.height) /
-                        static_cast<float>(rect.height));
+            area.set(i, j, u, v);
         }
-        rowsX[static_cast<std::size_t>(j)] = alongX;
-        rowsY[static_cast<std::size_t>(j)] = alongY;
     });
-    const Span spanX = unitedOf(rowsX);
-    const Span spanY = unitedOf(rowsY);
-    if (spanX.isEmpty() || spanY.isEmpty())
+    // One step more on each side: the row beside a pole is nearly as long as the one through it, and the points of an
+    // edge that passes there can miss it.
+    const cv::Rect_<float> around(static_cast<float>(-dx), static_cast<float>(-dy),
+                                  static_cast<float>(src.width + 2 * dx), static_cast<float>(src.height + 2 * dy));
+    for (std::size_t pole = 0; pole < SampledArea::kPoleHeights.size(); ++pole) {
+        const Ray point = turned(k_rinv.val, 0.0f, SampledArea::kPoleHeights[pole], 0.0f);
+        if (point.z > 0.0f && around.contains({point.x / point.z, point.y / point.z}))
+            area.addPole(pole);
+    }
+    const SampledArea::Box box = area.box();
+    if (box.u.isEmpty() || box.v.isEmpty())
         return {};
-    const int left = truncatedPosition(spanX.low);
-    const int top = truncatedPosition(spanY.low);
-    const cv::Rect found(left, top, truncatedPosition(spanX.high) - left + 1, truncatedPosition(spanY.high) - top + 1);
+    const auto column = [&](float u) {
+        return truncatedPosition((u - static_cast<float>(rect.x)) * static_cast<float>(size.width) /
+                                 static_cast<float>(rect.width));
+    };
+    const auto row = [&](float v) {
+        return truncatedPosition((v - static_cast<float>(rect.y)) * static_cast<float>(size.height) /
+                                 static_cast<float>(rect.height));
+    };
+    const int left = column(box.u.low);
+    const int top = row(box.v.low);
+    const cv::Rect found(left, top, column(box.u.high) - left + 1, row(box.v.high) - top + 1);
     const cv::Rect roi = found & cv::Rect(cv::Point(), size);
     return roi.empty() ? cv::Rect() : roi;
 }

@@ -22,6 +22,8 @@ inline constexpr float kCentre = std::numeric_limits<float>::epsilon();
 // A quarter of pi with the digits of the engine's tables.
 inline constexpr float kQuarterPi = 0.7853982f;
 
+inline constexpr float kInfinity = std::numeric_limits<float>::infinity();
+
 // Width over height of the bounds of projections that have none of their own.
 inline constexpr float kAspect = 2.0454545f;
 
@@ -56,12 +58,14 @@ struct Rays
 /// Members of all projections. forward() and backward() take single points; bounds() is the outer rectangle of the
 /// plane, each value truncated; stretch() is the largest number of pixels of the plane that a pixel of the sphere
 /// covers, at a position in units of the sphere's radius (the derivative along its steepest direction), 0 if nothing is
-/// resampled. raysOfRow() is backward() for a row of points, projectRow() forward() for a row of rays; they are vector
+/// resampled. `poles` are the rows of the poles above and below in the same units, for projections with longitude.
+/// raysOfRow() is backward() for a row of points, projectRow() forward() for a row of rays; they are vector
 /// code with the accuracy that WarpRows documents.
 struct Projection
 {
     WarpType type;
     bool hasLongitude;
+    std::array<float, 2> poles;
     void (*forward)(float s, float x, float y, float z, float& u, float& v);
     void (*backward)(float s, float u, float v, float& x, float& y, float& z);
     cv::Rect (*bounds)(float s);
@@ -74,6 +78,7 @@ struct Plane
 {
     static constexpr WarpType kType = WarpType::Plane;
     static constexpr bool kHasLongitude = false;
+    static constexpr std::array<float, 2> kPoles = {0.0f, 0.0f};
 
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
@@ -96,6 +101,7 @@ struct Cylindrical
 {
     static constexpr WarpType kType = WarpType::Cylindrical;
     static constexpr bool kHasLongitude = true;
+    static constexpr std::array<float, 2> kPoles = {-kInfinity, kInfinity};
 
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
@@ -123,6 +129,7 @@ struct Spherical
 {
     static constexpr WarpType kType = WarpType::Spherical;
     static constexpr bool kHasLongitude = true;
+    static constexpr std::array<float, 2> kPoles = {0.0f, kPi};
 
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
@@ -151,6 +158,7 @@ struct Fisheye
 {
     static constexpr WarpType kType = WarpType::Fisheye;
     static constexpr bool kHasLongitude = false;
+    static constexpr std::array<float, 2> kPoles = {0.0f, 0.0f};
 
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
@@ -189,6 +197,7 @@ struct Stereographic
 {
     static constexpr WarpType kType = WarpType::Stereographic;
     static constexpr bool kHasLongitude = false;
+    static constexpr std::array<float, 2> kPoles = {0.0f, 0.0f};
 
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
@@ -218,6 +227,7 @@ struct Mercator
 {
     static constexpr WarpType kType = WarpType::Mercator;
     static constexpr bool kHasLongitude = true;
+    static constexpr std::array<float, 2> kPoles = {-kInfinity, kInfinity};
 
     static void forward(float s, float x, float y, float z, float& u, float& v)
     {
@@ -245,7 +255,7 @@ struct Mercator
 template <typename Formulas>
 constexpr Projection entry()
 {
-    return {Formulas::kType,  Formulas::kHasLongitude, Formulas::forward,   Formulas::backward,
+    return {Formulas::kType,  Formulas::kHasLongitude, Formulas::kPoles,    Formulas::forward,   Formulas::backward,
             Formulas::bounds, Formulas::stretch,       Formulas::raysOfRow, Formulas::projectRow};
 }
 

@@ -6,6 +6,7 @@
 #include <orvo_core/parallel.hpp>
 #include <orvo_extensions/panorama.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -16,10 +17,18 @@ namespace {
 // Shares of the whole job: reading takes as long as registering, and drawing at full size about as long as both.
 constexpr float kLoaded = 0.3f;
 constexpr float kRegistered = 0.6f;
-constexpr float kFound = 0.65f;
+constexpr float kFound = 0.7f;
+constexpr float kDrawn = 0.95f;
 
 // Longest side of the drawing used to find the content.
 constexpr int kSearchSide = 1600;
+
+// A reduced panorama is drawn with so many pixels for each of its own along a side, and averaged: a remapping takes
+// single pixels of the pictures, which shows moire and all of their noise. More than twice as many only up to this size
+// of the drawing.
+constexpr double kLeastFiner = 2.0;
+constexpr double kMostFiner = 8.0;
+constexpr double kFinerPixels = 8e6;
 
 // Longest side of the smallest drawing. Smaller panoramas are drawn at this size and scaled down: with too few pixels
 // the engine finds none that a picture covers.
@@ -39,6 +48,15 @@ _Size<int> scaledTo(const _Size<int>& size, int longest)
 {
     const double factor = std::min(1.0, static_cast<double>(longest) / std::max(size.width, size.height));
     return {std::max(1, static_cast<int>(size.width * factor)), std::max(1, static_cast<int>(size.height * factor))};
+}
+
+// The size of the drawing from which a picture of `size` is averaged, at most `whole`.
+_Size<int> finerThan(const _Size<int>& size, const _Size<int>& whole)
+{
+    const double pixels = static_cast<double>(size.width) * size.height;
+    const double finer = std::clamp(std::sqrt(kFinerPixels / pixels), kLeastFiner, kMostFiner);
+    const double longest = std::max(finer * std::max(size.width, size.height), static_cast<double>(kSmallestSide));
+    return scaledTo(whole, static_cast<int>(std::min(longest, static_cast<double>(kLongestPanoramaSide))));
 }
 
 // A part of the plane of a projection, relative to the origin of its bounds as in makePanorama(), and its size in
@@ -95,8 +113,21 @@ _Rect<int> boundsOf(const _Size<int>& size, const IsContent& isContent)
     return top < 0 ? _Rect<int>() : _Rect<int>(left, top, right - left + 1, bottom - top + 1);
 }
 
-// The part of `searched` that contains the content; empty if there is none.
-_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, const RunControl& run)
+// Whether content seems to continue beyond the range of the projection: it reaches an end of the drawing of the range.
+// Columns of a projection with longitude are all around, and the sphere has no ends.
+bool reachesAnEnd(const _Rect<int>& seen, const _Size<int>& size, WarpType projection)
+{
+    constexpr int kNear = 1; // pixels of the search
+    const bool isAtSide = seen.x <= kNear || seen.x + seen.width >= size.width - kNear;
+    const bool isAtTopOrBottom = seen.y <= kNear || seen.y + seen.height >= size.height - kNear;
+    const Projection& range = kProjections[static_cast<std::size_t>(warpNumberOf(projection))];
+    if (range.type == WarpType::Spherical)
+        return false;
+    return isAtTopOrBottom || (isAtSide && !range.hasLongitude);
+}
+
+// The part of `searched` that contains the content; empty if there is none. Content that is cut off is a warning.
+_Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, WarpType projection, const RunControl& run)
 {
     const _Size<int> size = scaledTo(searched.size(), kSearchSide);
     const Panorama drawn = stitcher.makePanorama(searched, size, false, [&run] { return run.cancelled(); });
@@ -110,6 +141,9 @@ _Rect<int> contentOf(PanoramaStitcher& stitcher, const _Rect<int>& searched, con
     const double sy = static_cast<double>(searched.height) / size.height;
     const int x = drawn.roi.x + seen.x;
     const int y = drawn.roi.y + seen.y;
+    if (reachesAnEnd({x, y, seen.width, seen.height}, size, projection))
+        details::logWarning("the pictures show more than the range of this projection, and the rest is cut off; the "
+                            "spherical one covers everything");
     const int left = std::max(0, static_cast<int>((x - 1) * sx));
     const int top = std::max(0, static_cast<int>((y - 1) * sy));
     const int right = std::min(searched.width, static_cast<int>(std::ceil((x + seen.width + 1) * sx)));
@@ -210,23 +244,59 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
 {
     stitcher.setWarpType(warpNumberOf(output.projection));
     const double radius = static_cast<double>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
-    const _Rect<int> content = contentOf(stitcher, searchedRect(stitcher, output.projection, radius), run);
+    const auto follow = [&](float from, float to) {
+        stitcher.setWorkCallback([&run, from, to](float share) { run.report(from + (to - from) * share); });
+    };
+    follow(kRegistered, kFound);
+    const _Rect<int> content =
+        contentOf(stitcher, searchedRect(stitcher, output.projection, radius), output.projection, run);
     if (content == _Rect<int>() || run.cancelled())
         return {};
-    run.report(kFound);
+    follow(kFound, kDrawn);
     const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
     PlanePart part{content, {limited.width, limited.height}};
     if (output.maxSize > 0)
-        part.size = scaledTo(part.size, std::max(output.maxSize, kSmallestSide));
+        part.size = finerThan(scaledTo(part.size, output.maxSize), part.size);
     stitcher.drawOnceMore();
     const Panorama drawn = stitcher.makePanorama(
         part.rect, part.size, [&run] { return run.cancelled(); }, part.size);
     if (!drawn.image || !drawn.mask || drawn.roi.empty() || run.cancelled())
         return {};
     auto picture = finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
-    if (picture && output.maxSize > 0 && output.maxSize < kSmallestSide)
+    if (picture && output.maxSize > 0)
         picture = picture->resize(scaledTo(picture->size(), output.maxSize), {}, true);
     return picture;
+}
+
+// OpenCV's remapping counts the pixels of a source with 16 bits.
+void requireSidesThatCanBeDrawn(const std::vector<std::filesystem::path>& files)
+{
+    constexpr int kLongestSource = 32766; // pixels
+    for (const auto& file : files) {
+        const auto metadata = ImageReader::readMetadata(file);
+        if (metadata && std::max(metadata->size.width, metadata->size.height) > kLongestSource)
+            throw FailureError({FailureKind::UnfittingPictures, file,
+                                "the picture has " + std::to_string(metadata->size.width) + " x " +
+                                    std::to_string(metadata->size.height) + " pixels, a panorama takes at most " +
+                                    std::to_string(kLongestSource) + " a side"});
+    }
+}
+
+// Pictures that match at parts that look alike can have no cameras at all; then some of these matches are left out.
+bool registerPictures(PanoramaStitcher& stitcher, const RunControl& run)
+{
+    const auto cancel = [&run] { return run.cancelled(); };
+    details::Statements first;
+    {
+        details::StatementScope scope;
+        const bool isRegistered = stitcher.loadImages(cancel);
+        first = scope.take();
+        if (!isRegistered && stitcher.hasContradictions())
+            first.failure.reset(); // what the second try states counts
+    }
+    details::addStatements(first);
+    return stitcher.getStatus() == 1 ||
+           (stitcher.hasContradictions() && stitcher.registerWithoutContradictions(cancel));
 }
 
 StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output, const RunControl& run)
@@ -240,13 +310,14 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 
     for (const auto& file : source.files)
         result.places.push_back({file, false, {}});
+    requireSidesThatCanBeDrawn(source.files);
     PanoramaStitcher stitcher(source);
     stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
-    const bool registered = stitcher.loadImages([&run] { return run.cancelled(); });
+    stitcher.setWorkCallback([&](float share) { run.report(kLoaded + (kRegistered - kLoaded) * share); });
+    const bool registered = registerPictures(stitcher, run);
     result.isRead = stitcher.getStatus() != 0;
     if (!registered || run.cancelled())
         return result;
-    run.report(kRegistered);
     result.places = placesOf(stitcher, source.files);
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
     const auto picture = drawnAs(output, stitcher, run);
@@ -268,11 +339,14 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
 StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                 const std::function<void(float)>& progress, const std::function<bool()>& cancel)
 {
-    // By reference: a copy of the functions could allocate outside the call frame.
+    // By reference: a copy of the functions could allocate outside the call frame. A step that starts again, such as a
+    // drawing on the processor after the device failed, must not go back.
+    float reported = 0.0f;
     const RunControl run([&cancel] { return cancel && cancel(); },
-                         [&progress](float share) {
+                         [&progress, &reported](float share) {
+                             reported = std::max(reported, share);
                              if (progress)
-                                 progress(share);
+                                 progress(reported);
                          });
     return runInCallFrame("stitchPanorama", run, [&] { return stitched(source, output, run); });
 }

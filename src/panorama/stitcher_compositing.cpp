@@ -20,6 +20,12 @@
 namespace orvo {
 namespace {
 
+// How much of a drawing is done after each step, for progress.
+constexpr float kWarpedSmall = 0.05f;
+constexpr float kPrepared = 0.25f;
+constexpr float kWarped = 0.6f;
+constexpr float kFed = 0.9f;
+
 constexpr double kBlendPercent = 5.0; // of the output's mean side: the width over which pictures blend
 
 cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
@@ -120,6 +126,7 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         if (shown.width != 0 && shown.height != 0)
             seam = seams.seamMasks[j].getMat(cv::ACCESS_READ)(shown - warped.corners[j]);
         parts.seams.push_back(seam);
+        run.report(kPrepared + (kWarped - kPrepared) * static_cast<float>(i + 1) / static_cast<float>(images.size()));
     }
     if (letGo)
         MemoryManager::instance().trim(); // the planes kept for reuse are the sources
@@ -173,10 +180,12 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     if (registered.images.empty() || rect.empty() || size.empty())
         return drawNothing();
     prepareWarpedImages();
+    run.report(kWarpedSmall);
     if (!findSeams(run))
         return {};
     applyDevignette();
     prepareExposureCompensator();
+    run.report(kPrepared);
 
     const double sx = static_cast<double>(rect.width) / size.width;
     const double sy = static_cast<double>(rect.height) / size.height;
@@ -242,6 +251,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
         blender->feed(parts.pictures[i], parts.seamed[i], parts.corners[i]);
         parts.pictures[i].release();
         parts.seamed[i].release();
+        run.report(kWarped + (kFed - kWarped) * static_cast<float>(i + 1) / static_cast<float>(parts.entries.size()));
     }
     cv::UMat result;
     cv::UMat resultMask;
@@ -265,6 +275,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     }
     if (run.cancelled())
         return {};
+    run.report(1.0f);
     return shown;
 }
 
@@ -278,7 +289,7 @@ cv::Size PanoramaStitcher::limitOutputSize(const cv::Size& size)
 cv::Rect PanoramaStitcher::makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image,
                                            cv::OutputArray mask, CancelFunction cancel)
 {
-    const RunControl run(required(std::move(cancel)));
+    const RunControl run(required(std::move(cancel)), workProgress);
     const auto compose = [&] { return composeRaw(rect, size, image, mask, run); };
     if (registered.images.empty())
         return compose();

@@ -1,6 +1,7 @@
 // The first stage: features of each picture, and which pictures fit together.
 #include "panorama/match_confidence.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/registration_shares.hpp"
 
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching/detail/motion_estimators.hpp>
@@ -51,26 +52,36 @@ std::vector<cv::detail::ImageFeatures> PanoramaStitcher::findFeatures(const RunC
         cv::detail::computeImageFeatures(finder, small, found, cv::noArray());
         found.img_idx = static_cast<int>(features.size());
         features.push_back(std::move(found));
+        run.report(kFeaturesFound * static_cast<float>(features.size()) / static_cast<float>(registered.images.size()));
     }
     return features;
 }
 
-// Keeps the pictures that fit together, and their features and matches. None if cancelled.
-void PanoramaStitcher::keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
-                                            std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run)
+// False if cancelled.
+bool PanoramaStitcher::matchFeatures(const std::vector<cv::detail::ImageFeatures>& features,
+                                     std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run)
 {
     cv::Ptr<CancellableMatcher>& matcher = featureFinding.matcher;
     if (matcher.empty())
         matcher = cv::makePtr<CancellableMatcher>(false, kMatchConfidence, kFewestMatches, kFewestMatches,
                                                   kNoConfidenceLimit);
+    if (features.empty()) // OpenCV does not expect an empty list
+        return true;
+    const RunControl matching(
+        [&run] { return run.cancelled(); },
+        [&run](float share) { run.report(kFeaturesFound + (kMatched - kFeaturesFound) * share); });
+    const bool isMatched = matcher->matchAll(features, pairwise, matching);
+    matcher->collectGarbage();
+    return isMatched;
+}
+
+// Keeps the pictures that fit together, and their features and matches.
+void PanoramaStitcher::keepBiggestComponent(std::vector<cv::detail::ImageFeatures>& features,
+                                            std::vector<cv::detail::MatchesInfo>& pairwise)
+{
     registered.indices.clear();
-    // OpenCV does not expect an empty list.
-    if (!features.empty()) {
-        const bool isMatched = matcher->matchAll(features, pairwise, run);
-        matcher->collectGarbage();
-        if (isMatched)
-            registered.indices = cv::detail::leaveBiggestComponent(features, pairwise, kMatchConfidence);
-    }
+    if (!pairwise.empty())
+        registered.indices = cv::detail::leaveBiggestComponent(features, pairwise, kMatchConfidence);
     std::vector<cv::Mat> kept;
     for (const int index : registered.indices)
         kept.push_back(registered.images[static_cast<std::size_t>(index)]);

@@ -1,6 +1,8 @@
 // The second stage: cameras of the pictures that fit together, and the direction of the panorama.
+#include "panorama/consistent_pairs.hpp"
 #include "panorama/match_confidence.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/registration_shares.hpp"
 #include "panorama/rotation_vector.hpp"
 #include "panorama/stitcher_registration_adjuster.hpp"
 #include "sources/own_random_numbers.hpp"
@@ -11,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <utility>
 
 namespace orvo {
@@ -38,21 +41,24 @@ float medianFocal(const std::vector<cv::detail::CameraParams>& cameras)
 } // namespace
 
 // Pictures may be used in full; of a frame that the user added by hand only the rectangle that the user drew.
-void PanoramaStitcher::makeMasks()
+// `pictures` counts all, those that fit no other included: the frames are the last of them.
+void PanoramaStitcher::makeMasks(std::size_t pictures)
 {
-    const std::size_t frames = std::min(compositionFrameCount(), registered.images.size());
-    const std::size_t base = registered.images.size() - frames;
+    const std::size_t base = pictures - std::min(compositionFrameCount(), pictures);
     registered.masks.clear();
+    registered.frameCount = 0;
     cv::Mat whole;
     for (std::size_t i = 0; i < registered.images.size(); ++i) {
-        if (i < base) {
+        const auto index = static_cast<std::size_t>(registered.indices[i]);
+        if (index < base) {
             // The masks of pictures are never written, so pictures of one size share one.
             if (whole.size() != registered.images[i].size())
                 whole = cv::Mat(registered.images[i].size(), CV_8UC1, cv::Scalar(255));
             registered.masks.push_back(whole);
             continue;
         }
-        const _Rect<int> part = std::get<PanoramaVideoProvider>(source).getCompositionRects()[i - base];
+        ++registered.frameCount;
+        const _Rect<int> part = std::get<PanoramaVideoProvider>(source).getCompositionRects()[index - base];
         cv::Mat mask = cv::Mat::zeros(registered.images[i].size(), CV_8UC1);
         const cv::Rect inside =
             cv::Rect(part.x, part.y, part.width, part.height) & cv::Rect(cv::Point(), registered.images[i].size());
@@ -64,7 +70,7 @@ void PanoramaStitcher::makeMasks()
 
 bool PanoramaStitcher::estimateCameras(const std::vector<cv::Mat>& sources, const CancelFunction& cancel)
 {
-    const RunControl run(cancel);
+    const RunControl run(cancel, workProgress);
     const bool isRegistered = registerPictures(sources, run);
     if (run.wasCancelled())
         details::stateFailure(cancelledFailure());
@@ -83,33 +89,107 @@ bool PanoramaStitcher::registerPictures(const std::vector<cv::Mat>& sources, con
     registered.masks.clear();
     registered.cameras.clear();
     registered.images = sources;
+    failed = {};
     isLastDrawing = false;
 
     std::vector<cv::detail::ImageFeatures> features = findFeatures(run);
     std::vector<cv::detail::MatchesInfo> pairwise;
-    keepBiggestComponent(features, pairwise, run);
-    makeMasks();
+    if (!matchFeatures(features, pairwise, run))
+        pairwise.clear();
+    FailedRegistration started{sources, features, pairwise};
+    keepBiggestComponent(features, pairwise);
+    makeMasks(sources.size());
     if (registered.images.size() < 2 || run.cancelled())
         return false;
 
     const cv::Ptr<cv::detail::Estimator> estimator = cv::makePtr<cv::detail::HomographyBasedEstimator>(false);
-    if (!(*estimator)(features, pairwise, registered.cameras))
+    if (!(*estimator)(features, pairwise, registered.cameras)) {
+        failed = std::move(started);
         return false;
+    }
     for (auto& camera : registered.cameras)
         camera.R.convertTo(camera.R, CV_32F);
-    if (!refineCameras(features, pairwise, run))
+    if (!refineCameras(features, pairwise, run)) {
+        if (!run.wasCancelled())
+            failed = std::move(started);
         return false;
+    }
+    finishRegistration();
+    return true;
+}
+
+void PanoramaStitcher::finishRegistration()
+{
     registered.warpedImageScale = medianFocal(registered.cameras);
     straighten();
     pointAtTheScene();
     registered.status = 1;
+}
+
+bool PanoramaStitcher::registerWithoutContradictions(const CancelFunction& cancel)
+{
+    const RunControl run(cancel, workProgress);
+    const OwnRandomNumbers ownRandomNumbers;
+    const bool isPlaced = placeConsistent(run);
+    if (run.wasCancelled())
+        details::stateFailure(cancelledFailure());
+    else if (!isPlaced)
+        details::stateFailure({FailureKind::UnfittingPictures,
+                               {},
+                               "the pictures contradict each other: parts that look alike match at several places; "
+                               "neighbours should overlap by a third"});
+    return isPlaced;
+}
+
+bool PanoramaStitcher::placeConsistent(const RunControl& run)
+{
+    FailedRegistration again = std::exchange(failed, {});
+    const auto views = findConsistentViews(again.features, again.pairwise, run);
+    if (!views)
+        return false;
+    int contradictions = 0;
+    for (std::size_t i = 0; i < again.pairwise.size(); ++i) {
+        auto& pair = again.pairwise[i];
+        if (views->agrees[i] || !(pair.confidence > static_cast<double>(kMatchConfidence)))
+            continue;
+        pair.confidence = 0.0;
+        ++contradictions;
+    }
+    registered.images = again.sources;
+    registered.cameras.clear();
+    keepBiggestComponent(again.features, again.pairwise);
+    makeMasks(again.sources.size());
+    if (registered.images.size() < 2)
+        return false;
+    for (std::size_t i = 0; i < registered.images.size(); ++i) {
+        cv::detail::CameraParams camera;
+        camera.focal = views->focal;
+        camera.ppx = 0.5 * again.features[i].img_size.width;
+        camera.ppy = 0.5 * again.features[i].img_size.height;
+        cv::Mat(views->rotations[static_cast<std::size_t>(registered.indices[i])]).convertTo(camera.R, CV_32F);
+        registered.cameras.push_back(camera);
+    }
+    const std::vector<cv::detail::CameraParams> rough = registered.cameras;
+    if (!refineCameras(again.features, again.pairwise, run)) {
+        if (run.wasCancelled())
+            return false;
+        registered.cameras = rough; // they agree, if only to a few pixels
+    }
+    constexpr int kEntriesOfAPair = 2;
+    if (contradictions > 0)
+        details::logWarning(std::to_string(contradictions / kEntriesOfAPair) +
+                            " pairs of pictures match at parts that look alike and contradict the others; they were "
+                            "left out, so the result should be checked");
+    finishRegistration();
     return true;
 }
 
 bool PanoramaStitcher::refineCameras(const std::vector<cv::detail::ImageFeatures>& features,
                                      const std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& run)
 {
-    SparseRayAdjuster adjuster(run);
+    const RunControl adjusting([&run] { return run.cancelled(); },
+                               [&run](float share) { run.report(kMatched + (1.0f - kMatched) * share); });
+    SparseRayAdjuster adjuster(adjusting);
     adjuster.setConfThresh(static_cast<double>(kMatchConfidence));
     adjuster.setRefinementMask(cv::Mat::ones(3, 3, CV_8U));
     for (int i = 0; i < kAdjustmentTries; ++i) {

@@ -28,8 +28,9 @@ public:
     struct Hopeless
     {};
 
-    /// `control` is polled on the calling thread, before the errors of each camera are computed; it must outlive this
-    /// object. If cancelled, the call operator throws FailureError and does not change the cameras.
+    /// `control` is polled on the calling thread, before the errors of each camera are computed, and follows the steps,
+    /// of which each is a part of the rest: nobody knows how many there will be. It must outlive this object. If
+    /// cancelled, the call operator throws FailureError and does not change the cameras.
     explicit SparseRayAdjuster(const RunControl& control = RunControl::none()) : run(control) {}
 
 private:
@@ -56,6 +57,9 @@ private:
     void calcJacobian(cv::Mat& jacobian) override
     {
         stopAtNoNumbers();
+        constexpr float kHalfOfTheSteps = 20.0f; // typical: about 40 until nothing improves
+        run.report(1.0f - kHalfOfTheSteps / (kHalfOfTheSteps + static_cast<float>(steps)));
+        ++steps;
         jacobian.create(total_num_matches_ * kErrors, num_images_ * kParameters, CV_64F);
         jacobian.setTo(0.0);
         const Edges allEdges = edges_;
@@ -110,6 +114,7 @@ private:
     }
 
     const RunControl& run;
+    int steps = 0; // of all calls
     cv::Mat before;
     cv::Mat after;
     std::vector<std::pair<int, int>> rows; // for the pairs of a camera: the first row, and one past the last

@@ -5,6 +5,7 @@
 
 #include <opencv2/stitching/detail/matchers.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -18,7 +19,8 @@ class CancellableMatcher : public cv::detail::BestOf2NearestMatcher
 public:
     using cv::detail::BestOf2NearestMatcher::BestOf2NearestMatcher;
 
-    /// Calls the matcher; `control` is polled once per pair. False if cancelled: the remaining pairs have no matches.
+    /// Calls the matcher; `control` is polled once per pair, and follows them. False if cancelled: the remaining pairs
+    /// have no matches.
     bool matchAll(const std::vector<cv::detail::ImageFeatures>& features,
                   std::vector<cv::detail::MatchesInfo>& pairwise, const RunControl& control)
     {
@@ -26,6 +28,7 @@ public:
         caller = std::this_thread::get_id();
         polls = 0;
         pairs = 0;
+        allPairs = std::max(1.0f, 0.5f * static_cast<float>(features.size() * (features.size() - 1)));
         isCancelled = false;
         (*this)(features, pairwise, cv::UMat());
         // For the pairs of other threads, so that the number of polls does not depend on their distribution.
@@ -51,12 +54,15 @@ private:
         ++polls;
         if (run->cancelled())
             isCancelled = true;
+        else
+            run->report(std::min(1.0f, static_cast<float>(pairs) / allPairs));
     }
 
     const RunControl* run = nullptr; // while matchAll() runs
     std::thread::id caller;
     int polls = 0; // by the calling thread only
     std::atomic<int> pairs = 0;
+    float allPairs = 1.0f;
     std::atomic<bool> isCancelled = false;
 };
 

@@ -2,6 +2,8 @@
 #include "frame/image_bridge.hpp"
 #include "panorama/map_box.hpp"
 #include "panorama/panorama_stitcher.hpp"
+#include "panorama/projection_warpers.hpp"
+#include "panorama/sampled_box.hpp"
 #include "panorama/warp_rows.hpp"
 
 #include <orvo_core/parallel.hpp>
@@ -18,7 +20,6 @@ namespace orvo {
 namespace {
 
 constexpr float kRotateScale = 0.2f; // of the sphere used during a drag, relative to sphere units
-constexpr int kGrid = 100;           // points per side to find the outline of a mapped rectangle
 
 // In its own task group: cancelling the surrounding tasks does not stop a loop half way.
 template <typename Body>
@@ -64,35 +65,62 @@ struct Request
     }
 };
 
-// The part of the output that the content of the sphere, `roi` at the seam scale, can reach.
-cv::Rect outputRectangle(const PanoramaWarper& target, const cv::Rect& roi, double seamScale, const cv::Rect& sphere,
-                         const Request& request)
+// The warper of a projection under a view rotation, and that of the sphere, which everything is drawn from.
+struct Reprojection
 {
+    std::shared_ptr<PanoramaWarper> target;
+    std::shared_ptr<PanoramaWarper> sphere;
+    float scale;
+    cv::Mat viewRotation;
+
+    // The point of the sphere, in sphere units, that is a pole of the target projection.
+    [[nodiscard]] cv::Point2f poleOnTheSphere(std::size_t pole) const
+    {
+        const cv::Matx33f turnBack = cv::Matx33f(viewRotation).t();
+        const cv::Vec3f ray = turnBack * cv::Vec3f(0.0f, SampledArea::kPoleHeights[pole], 0.0f);
+        cv::Point2f point;
+        sphere->mapForward(ray[0], ray[1], ray[2], point.x, point.y);
+        return point;
+    }
+};
+
+// The part of the output that the content of the sphere, `roi` at the seam scale, can reach.
+cv::Rect outputRectangle(const Reprojection& way, const cv::Rect& roi, double seamScale, const Request& request)
+{
+    const cv::Rect sphere = way.sphere->outputBounds();
     const double f = 1.0 / seamScale;
     const int x0 = floorInt(roi.x * f);
     const int y0 = floorInt(roi.y * f);
     const int x1 = ceilInt((roi.x + roi.width) * f);
     const int y1 = ceilInt((roi.y + roi.height) * f);
-    const int dx = ceilInt((x1 - x0) / (kGrid - 1.0));
-    const int dy = ceilInt((y1 - y0) / (kGrid - 1.0));
-    const float columnsPerUnit = static_cast<float>(request.size.width) / static_cast<float>(request.rect.width);
-    const float rowsPerUnit = static_cast<float>(request.size.height) / static_cast<float>(request.rect.height);
-    Span columns;
-    Span rows;
-    for (int j = 0; j < kGrid; ++j) {
-        for (int i = 0; i < kGrid; ++i) {
+    const int dx = ceilInt((x1 - x0) / (SampledArea::kSide - 1.0));
+    const int dy = ceilInt((y1 - y0) / (SampledArea::kSide - 1.0));
+    SampledArea area(projectionOf(*way.target), way.scale);
+    for (int j = 0; j < SampledArea::kSide; ++j) {
+        for (int i = 0; i < SampledArea::kSide; ++i) {
             const int x = std::min(x0 + i * dx, x1);
             const int y = std::min(y0 + j * dy, y1);
             float u = 0;
             float v = 0;
-            target.mapFromIntermediate(static_cast<float>(x + sphere.x), static_cast<float>(y + sphere.y), u, v);
-            columns.take((u - static_cast<float>(request.rect.x)) * columnsPerUnit);
-            rows.take((v - static_cast<float>(request.rect.y)) * rowsPerUnit);
+            way.target->mapFromIntermediate(static_cast<float>(x + sphere.x), static_cast<float>(y + sphere.y), u, v);
+            area.set(i, j, u, v);
         }
     }
-    return between(limited(std::max(0.0f, std::floor(columns.low))), limited(std::max(0.0f, std::floor(rows.low))),
-                   limited(std::min(static_cast<float>(request.size.width - 1), std::ceil(columns.high))),
-                   limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(rows.high))));
+    // One step more on each side, as the points can miss a pole beside the content.
+    const cv::Rect_<float> around(static_cast<float>(x0 + sphere.x - dx), static_cast<float>(y0 + sphere.y - dy),
+                                  static_cast<float>(x1 - x0 + 2 * dx), static_cast<float>(y1 - y0 + 2 * dy));
+    for (std::size_t pole = 0; pole < SampledArea::kPoleHeights.size(); ++pole)
+        if (around.contains(way.poleOnTheSphere(pole)))
+            area.addPole(pole);
+    const SampledArea::Box box = area.box();
+    const float columnsPerUnit = static_cast<float>(request.size.width) / static_cast<float>(request.rect.width);
+    const float rowsPerUnit = static_cast<float>(request.size.height) / static_cast<float>(request.rect.height);
+    const auto column = [&](float u) { return (u - static_cast<float>(request.rect.x)) * columnsPerUnit; };
+    const auto row = [&](float v) { return (v - static_cast<float>(request.rect.y)) * rowsPerUnit; };
+    return between(limited(std::max(0.0f, std::floor(column(box.u.low)))),
+                   limited(std::max(0.0f, std::floor(row(box.v.low)))),
+                   limited(std::min(static_cast<float>(request.size.width - 1), std::ceil(column(box.u.high)))),
+                   limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(row(box.v.high)))));
 }
 
 // For each pixel of `out` its position on the sphere, in sphere units.
@@ -224,7 +252,8 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     target->setIntermediate(view.viewRotation, sphereWarper);
     const cv::Rect sphere = sphereWarper->outputBounds();
     prepareWarpedImages();
-    const cv::Rect out = outputRectangle(*target, warped.resultRoi, seamScale(), sphere, request);
+    const cv::Rect out = outputRectangle({target, sphereWarper, sphereScale(), view.viewRotation}, warped.resultRoi,
+                                         seamScale(), request);
     if (out.empty())
         return true;
 

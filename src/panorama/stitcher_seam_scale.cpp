@@ -111,7 +111,7 @@ bool PanoramaStitcher::findSeams(const RunControl& run)
     for (const cv::UMat& mask : warped.warpedMasks)
         made.seamMasks.push_back(mask.clone());
     const std::size_t count = registered.images.size();
-    const std::size_t base = count - std::min(compositionFrameCount(), count);
+    const std::size_t base = count - std::min(registered.frameCount, count);
     const auto cutAmong = [&](std::size_t first, std::size_t last) {
         std::vector<cv::UMat> pictures;
         std::vector<cv::UMat> masks;

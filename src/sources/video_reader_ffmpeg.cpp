@@ -23,6 +23,7 @@ extern "C" {
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -328,6 +329,7 @@ public:
     // 0 or FFmpeg's error code.
     [[nodiscard]] int open(const std::filesystem::path& path)
     {
+        name = path;
         const int code = file.open(path);
         if (code < 0)
             return code;
@@ -388,7 +390,11 @@ private:
     [[nodiscard]] bool decodeFrame();
     void feedDecoder();
     void endOfData();
+    void endAtDamage(const std::string& reason);
+    void noteTime();
+    void complainIfCutOff();
 
+    std::filesystem::path name;
     InputFile file; // declared first: the contexts below read from it
     std::unique_ptr<AVIOContext, InputCloser> input;
     std::unique_ptr<AVFormatContext, FormatCloser> format;
@@ -399,8 +405,10 @@ private:
     int streamIndex = 0;
     AVRational rate{0, 0}; // frames per second
     Turn turn;
-    bool hasDelivered = false; // a frame was decoded
-    bool isDraining = false;   // the end of the packets was signalled to the decoder
+    std::uint64_t delivered = 0;    // frames decoded since the start
+    std::optional<double> lastTime; // of the frame decoded last, in seconds
+    bool hasDamage = false;         // it was reported
+    bool isDraining = false;        // the end of the packets was signalled to the decoder
 };
 
 int FfmpegReader::start()
@@ -408,7 +416,7 @@ int FfmpegReader::start()
     decoder.reset();
     format.reset();
     input.reset();
-    hasDelivered = false;
+    delivered = 0;
     isDraining = false;
     const int code = openFormat();
     return code < 0 ? code : openDecoder();
@@ -510,13 +518,16 @@ bool FfmpegReader::decodeFrame()
     for (;;) {
         const int code = avcodec_receive_frame(decoder.get(), frame.get());
         if (code == 0) {
-            hasDelivered = true;
+            ++delivered;
+            noteTime();
             return true;
         }
-        if (code == AVERROR_EOF || isDraining)
+        if (code == AVERROR_EOF || isDraining) {
+            complainIfCutOff();
             return false;
-        if (code != AVERROR(EAGAIN) && hasDelivered)
-            endOfData();
+        }
+        if (code != AVERROR(EAGAIN) && delivered > 0)
+            endAtDamage(errorText(code));
         else
             feedDecoder();
     }
@@ -525,8 +536,11 @@ bool FfmpegReader::decodeFrame()
 void FfmpegReader::feedDecoder()
 {
     for (;;) {
-        if (av_read_frame(format.get(), packet.get()) < 0)
+        const int code = av_read_frame(format.get(), packet.get());
+        if (code == AVERROR_EOF)
             return endOfData();
+        if (code < 0)
+            return endAtDamage(errorText(code));
         if (packet->stream_index == streamIndex)
             break;
         av_packet_unref(packet.get());
@@ -534,8 +548,40 @@ void FfmpegReader::feedDecoder()
     const bool isWhole = (packet->flags & AV_PKT_FLAG_CORRUPT) == 0; // not truncated by the end of the file
     const int code = isWhole ? avcodec_send_packet(decoder.get(), packet.get()) : AVERROR_INVALIDDATA;
     av_packet_unref(packet.get());
-    if (code < 0 && hasDelivered)
-        endOfData();
+    if (code < 0 && delivered > 0)
+        endAtDamage(isWhole ? errorText(code) : "the file ends within a frame");
+}
+
+void FfmpegReader::noteTime()
+{
+    if (frame->best_effort_timestamp != AV_NOPTS_VALUE)
+        lastTime = static_cast<double>(frame->best_effort_timestamp) * av_q2d(format->streams[streamIndex]->time_base);
+}
+
+// Some containers end anywhere without an error; their header has the length of the whole.
+void FfmpegReader::complainIfCutOff()
+{
+    constexpr double kMissing = 0.5; // seconds; sound can be longer than the pictures by less than that
+    const AVStream& stream = *format->streams[streamIndex];
+    if (hasDamage || !lastTime || format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM)
+        return;
+    const double begin =
+        stream.start_time != AV_NOPTS_VALUE ? static_cast<double>(stream.start_time) * av_q2d(stream.time_base) : 0.0;
+    const double length = stream.duration != AV_NOPTS_VALUE
+                              ? static_cast<double>(stream.duration) * av_q2d(stream.time_base)
+                              : static_cast<double>(format->duration) / AV_TIME_BASE;
+    if (*lastTime + kMissing < begin + length)
+        endAtDamage("it has a length of " + std::to_string(length) + " s");
+}
+
+// The line appears once, however often the video is rewound.
+void FfmpegReader::endAtDamage(const std::string& reason)
+{
+    if (!hasDamage)
+        details::logWarning(name.native() + ": the video is damaged or cut off after " + std::to_string(delivered) +
+                            " frames: " + reason);
+    hasDamage = true;
+    endOfData();
 }
 
 void FfmpegReader::endOfData()

@@ -240,6 +240,18 @@ TEST_F(ComposedPanorama, TheHorizonIsLevelledFromFifteenDegreesEachWay)
     EXPECT_NEAR(tiltOf(*made(request)), 7.0, 1.5) << "without it the view stays turned, clockwise";
 }
 
+TEST_F(ComposedPanorama, ContentBeyondTheRangeOfTheProjectionIsANote)
+{
+    request.projection = WarpType::Plane;
+    request.shift = {0.02f, 0.0f}; // 5 degrees; the pictures reach 49 to each side
+    request.maxSize = 300;
+    EXPECT_THAT(panoJob(request).warnings, IsEmpty());
+    request.shift = {0.1f, 0.0f}; // 23 degrees: beyond 64
+    const PanoJobResult result = panoJob(request);
+    EXPECT_TRUE(result.done()) << result.message;
+    EXPECT_THAT(result.warnings, ElementsAre(HasSubstr("cut off")));
+}
+
 TEST_F(ComposedPanorama, BracketsAreMergedFirst)
 {
     const auto views = scenes::rowOfViews(3, 22.0, 3.0, smallView(), 1.0, 7);

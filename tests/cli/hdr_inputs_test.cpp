@@ -49,6 +49,12 @@ TEST_F(HdrInputs, GhostReferenceWithoutRemoval)
     expectEnd({"--ghost-reference", "1"}, 2, "ghost", "without ghost removal");
 }
 
+TEST_F(HdrInputs, NumbersOfThingsAreWhole)
+{
+    for (const char* const number : {"1e3", "2.5", "two", "0x10"})
+        expectEnd({"--threads", number}, 2, "--threads", "expected 1 to 1024, found " + std::string(number));
+}
+
 TEST_F(HdrInputs, ValueOutOfRange) { expectEnd({"--details", "1.5"}, 2, "--details", "expected 0 to 1, found 1.5"); }
 
 } // namespace

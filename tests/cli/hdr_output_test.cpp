@@ -4,6 +4,7 @@
 #include "small_disk.hpp"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -128,6 +129,32 @@ TEST_F(HdrOutput, WritesThroughALink)
     EXPECT_TRUE(fs::is_symlink(folder / "out.jpg"));
     EXPECT_GT(fs::file_size(folder / "archive/real.jpg"), 500u);
     EXPECT_THAT(namesIn(folder / "archive"), testing::ElementsAre("real.jpg"));
+}
+
+TEST_F(HdrOutput, WritesThroughADanglingLink)
+{
+    fs::create_directory(folder / "archive");
+    fs::create_symlink("archive/real.jpg", folder / "out.jpg");
+    EXPECT_EQ(merge("out.jpg").exitCode, 0);
+    EXPECT_TRUE(fs::is_symlink(folder / "out.jpg"));
+    EXPECT_GT(fs::file_size(folder / "archive/real.jpg"), 500u);
+}
+
+TEST_F(HdrOutput, NameTooLongForItsFolder) { expectEnd(std::string(252, 'n') + ".jpg", 1, "256 bytes"); }
+
+TEST_F(HdrOutput, FileThatReachesTheLimitOfItsSize)
+{
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    rlimit small = before;
+    small.rlim_cur = 4096; // of the program, which inherits it
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    const auto names = namesIn(folder.path());
+    const Finished run = merge("out.tif");
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.err, HasSubstr("out.tif"));
+    EXPECT_EQ(namesIn(folder.path()), names);
 }
 
 TEST_F(HdrOutput, NameOfMaximumLength)

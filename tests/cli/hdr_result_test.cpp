@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -123,7 +124,10 @@ TEST_F(HdrResult, JsonOfANameThatIsNotUtf8)
     bracket[0] = "\xff.jpg";
     const Finished run = merge({"--json", "-o", "out.jpg"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(nlohmann::json::parse(run.out).at("frames")[0].at("path"), "\xEF\xBF\xBD.jpg");
+    const auto frames = nlohmann::json::parse(run.out).at("frames");
+    EXPECT_EQ(frames[0].at("path"), "\xEF\xBF\xBD.jpg");
+    EXPECT_EQ(frames[0].at("path_hex"), "ff2e6a7067");
+    EXPECT_FALSE(frames[1].contains("path_hex"));
 }
 
 TEST_F(HdrResult, OneFrameAlone)
@@ -176,6 +180,31 @@ TEST_F(HdrResult, LogThatCannotBeWritten)
     const Finished run = merge({"-o", "out.jpg", "--log", place});
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr(place)));
+}
+
+TEST_F(HdrResult, LogIntoAPipeIsRefused)
+{
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0); // opening it waits for a reader
+    const Finished run = merge({"-o", "out.jpg", "--log", "pipe"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.errLines(), ElementsAre(HasSubstr("pipe")));
+}
+
+TEST_F(HdrResult, LogWithoutSpaceIsANote)
+{
+    const Finished run = merge({"-o", "out.jpg", "--log", "/dev/full"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.errLines(), ElementsAre("orvo: note: /dev/full: lines of the log could not be written"));
+}
+
+TEST_F(HdrResult, LogIsNeverWrittenIntoTheOutputHoweverItIsSpelled)
+{
+    std::filesystem::create_directory(folder / "below");
+    std::filesystem::create_directory_symlink(".", folder / "link");
+    for (const std::string log : {folder / "out.jpg", folder / "below/../out.jpg", folder / "link/out.jpg"}) {
+        EXPECT_EQ(merge({"-o", "out.jpg", "--log", log}).exitCode, 2) << log;
+        EXPECT_FALSE(std::filesystem::exists(folder / "out.jpg"));
+    }
 }
 
 TEST_F(HdrResult, LogIsNeverWrittenIntoAPicture)

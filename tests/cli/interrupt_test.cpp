@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -124,6 +125,27 @@ TEST(InterruptPano, WhileTheComposerWorks)
     expectCancelledAtAnyTime(view, "stitching");
     // Four brackets of one frame: merging is part of reading.
     expectCancelledAtAnyTime({"--brackets", "--bracket-size", "1"}, "reading");
+}
+
+TEST(InterruptStuckStep, EndsAfterAWhile)
+{
+    if (std::string(ORVO_STUCK_DECODER).empty())
+        GTEST_SKIP() << "a sanitizer must be loaded before other libraries";
+    const TemporaryFolder folder;
+    const auto bracket = names(writeBracket(folder.path()));
+    const auto before = namesIn(folder.path());
+    ::setenv("LD_PRELOAD", ORVO_STUCK_DECODER, 1);
+    std::vector<std::string> arguments{"hdr", "-o", "out.tif"};
+    arguments.insert(arguments.end(), bracket.begin(), bracket.end());
+    Program program(arguments, {.workingFolder = folder.path()});
+    ::unsetenv("LD_PRELOAD");
+    program.waitFor("checking");
+    std::this_thread::sleep_for(std::chrono::seconds(1)); // the decoder starts right after
+    program.send(SIGTERM);
+    const Finished run = program.wait();
+    EXPECT_EQ(run.exitCode, 130) << run.err;
+    EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
+    EXPECT_EQ(namesIn(folder.path()), before);
 }
 
 TEST_F(Interrupt, TwiceEndsAtOnce) { expectCancelled("reading", {SIGINT, SIGTERM}); }

@@ -3,6 +3,7 @@
 
 #include <jobs/pano_job.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/image_writer.hpp>
 #include <scenes/sphere_view_files.hpp>
 
 #include <gmock/gmock.h>
@@ -61,6 +62,18 @@ TEST_F(PanoJob, ReportsStepsAndFractionsInOrder)
     EXPECT_THAT(result.message, IsEmpty());
     EXPECT_THAT(result.warnings, IsEmpty());
     EXPECT_EQ(result.places.size(), 3u);
+}
+
+TEST_F(PanoJob, APictureTooLongToBeDrawnIsRefusedByName)
+{
+    const _ImageData<PixelRGB<float>> ribbon({33000, 8}, ColorProfileType::sRGB());
+    ASSERT_TRUE(writeImage(folder / "ribbon.png", ribbon, writeSettingsForPath("ribbon.png")));
+    request.files.push_back(folder / "ribbon.png");
+    const PanoJobResult result = panoJob(request, {});
+    EXPECT_EQ(result.outcome, JobOutcome::Failed);
+    ASSERT_TRUE(result.failure);
+    EXPECT_EQ(result.failure->kind, FailureKind::UnfittingPictures);
+    EXPECT_THAT(result.message, testing::AllOf(HasSubstr("ribbon.png"), HasSubstr("33000 x 8"), HasSubstr("32766")));
 }
 
 TEST_F(PanoJob, CancelOrExceptionAtAnyReportLeavesNothing)

@@ -68,6 +68,22 @@ TEST_P(PictureOutputs, FolderIsWriteProtected)
     expectEnd("locked/" + std::string(GetParam().output), 1, "denied");
 }
 
+TEST_P(PictureOutputs, WorkingFolderIsMissing)
+{
+    std::vector<std::string> arguments{GetParam().name, "-o", GetParam().output};
+    for (const std::string& file : files())
+        arguments.push_back(folder / file);
+    const fs::path before = fs::current_path();
+    fs::create_directory(folder / "gone");
+    fs::current_path(folder / "gone");
+    fs::remove(folder / "gone");
+    const Finished finished = runOrvo(arguments, {.workingFolder = "."});
+    fs::current_path(before);
+    EXPECT_EQ(finished.exitCode, 1);
+    EXPECT_THAT(finished.errLines(),
+                testing::ElementsAre(AllOf(HasSubstr(GetParam().output), HasSubstr("the working folder is missing"))));
+}
+
 TEST_P(PictureOutputs, DiskIsFull)
 {
     const SmallDisk disk(folder / "disk");

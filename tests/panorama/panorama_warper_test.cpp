@@ -233,6 +233,50 @@ TEST(DetectResultRoi, AgreesWithItsDefinition)
     }
 }
 
+TEST(DetectResultRoi, CoversTheMeridianAndThePoles)
+{
+    // Pictures so large that dozens of pixels are between two points of the grid.
+    const cv::Size src(3000, 2000);
+    struct Turn
+    {
+        float x, y, z;
+    };
+    constexpr float kHalfTurn = 3.14159265f;
+    const Turn turns[] = {{0, kHalfTurn, 0},       {0, 3.0f, 0},        {0.05f, 3.1f, 0.3f},  {kHalfTurn / 2, 0, 0},
+                          {-kHalfTurn / 2, 0, 0},  {1.4f, 0.2f, 0.1f},  {-1.8f, 0.1f, -0.3f}, {1.203f, 0, 0},
+                          {-1.205f, 0.02f, 0.02f}, {1.21f, 0.0f, 0.03f}};
+    for (const int number : {1, 2, 5}) {
+        for (const Turn& turn : turns) {
+            const auto warper = makeWarper(250.0f, number);
+            warper->setCameraParams(camera(2700.0f, src), rotation(turn.x, turn.y, turn.z));
+            const cv::Rect rect = warper->outputBounds();
+            const cv::Rect roi = warper->detectResultRoi(src, rect, rect.size());
+            // Between its points an edge can bend out by a fraction of a pixel.
+            const cv::Rect bent(roi.x, roi.y - 1, roi.width, roi.height + 2);
+            int missed = 0;
+            for (int row = 0; row < rect.height; ++row) {
+                for (int column = 0; column < rect.width; ++column) {
+                    float x = 0, y = 0;
+                    warper->mapPlaneToImage(static_cast<float>(column + rect.x), static_cast<float>(row + rect.y), x,
+                                            y);
+                    const bool isSeen = x >= 0 && x < 3000 && y >= 0 && y < 2000;
+                    missed += isSeen && !bent.contains({column, row}) ? 1 : 0;
+                }
+            }
+            EXPECT_EQ(missed, 0) << number << ": " << turn.x << ", " << turn.y << ", " << turn.z << ": " << roi;
+        }
+    }
+}
+
+TEST(DetectResultRoi, StaysNarrowBesideTheMeridian)
+{
+    const cv::Size src(3000, 2000);
+    const auto warper = makeWarper(500.0f, 2);
+    warper->setCameraParams(camera(2700.0f, src), rotation(0, 2.5f, 0)); // the right edge 7 degrees from it
+    const cv::Rect rect = warper->outputBounds();
+    EXPECT_NEAR(warper->detectResultRoi(src, rect, rect.size()).width, 500 * 2 * std::atan(1500 / 2700.0), 2.0);
+}
+
 TEST(DetectResultRoi, TruncatesTowardZero)
 {
     // The image ends at u = 199, half a pixel before a drawing that begins at 200: truncated, that is its column 0.

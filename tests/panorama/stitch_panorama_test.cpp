@@ -1,10 +1,12 @@
 // Stitching in one call.
+#include "hall_scene.hpp"
 #include "panorama_truth.hpp"
 #include "support/pictures.hpp"
 #include "support/temporary_folder.hpp"
 
 #include <orvo_extensions/panorama.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/image_writer.hpp>
 #include <orvo_logger/log_capture.hpp>
 #include <scenes/sphere_view_files.hpp>
 
@@ -211,6 +213,43 @@ TEST_F(StitchPanorama, SizeLimit)
     }
 }
 
+TEST_F(StitchPanorama, AReducedPanoramaIsAveraged)
+{
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        views[i].noise = 0.1;
+        (void)write(source.files[i].filename().string(), views[i], i + 1);
+    }
+    const StitchedPanorama small = stitched({WarpType::Spherical, 200});
+    const StitchedPanorama whole = stitched();
+    ASSERT_TRUE(small.image && whole.image);
+    const auto found = pixelsOf(small);
+    const auto expected = pixelsOf(whole)->resize(found->size(), {}, true);
+    const cv::Rect inner(20, 20, found->width() - 40, found->height() - 40);
+    const double root = std::sqrt(inner.area() * 3.0);
+    const double error = cv::norm(matrixOf(*found)(inner), matrixOf(*expected)(inner), cv::NORM_L2) / root;
+    EXPECT_LT(error, 0.03) << "single pixels differ by their noise, 0.1";
+}
+
+TEST_F(StitchPanorama, ContentBeyondTheRangeOfTheProjectionIsAWarning)
+{
+    EXPECT_TRUE(stitched({WarpType::Plane, 200}).image);
+    EXPECT_THAT(lastWarnings(), IsEmpty());
+    scenes::SphereView view = smallView();
+    view.focal = 250.0;
+    source.files.clear();
+    for (int i = 0; i < 5; ++i) { // 237 degrees wide
+        view.rotation = scenes::rotationOf(40.0 * i, 0.0, 0.0);
+        source.files.push_back(write("wide" + std::to_string(i) + ".tif", view, static_cast<std::uint64_t>(i + 1)));
+    }
+    EXPECT_TRUE(stitched({WarpType::Plane, 200}).image);
+    EXPECT_THAT(lastWarnings(), testing::ElementsAre(HasSubstr("cut off")));
+    for (const WarpType projection :
+         {WarpType::Spherical, WarpType::Cylindrical, WarpType::Mercator, WarpType::Fisheye, WarpType::Stereographic}) {
+        EXPECT_TRUE(stitched({projection, 200}).image);
+        EXPECT_THAT(lastWarnings(), IsEmpty()) << static_cast<int>(projection);
+    }
+}
+
 TEST_F(StitchPanorama, SameBytesForAnyNumberOfThreads)
 {
     for (const WarpType projection : {WarpType::Spherical, WarpType::Plane, WarpType::Stereographic}) {
@@ -230,6 +269,10 @@ TEST_F(StitchPanorama, ProgressRisesToItsEnd)
         stitchPanorama(source, {WarpType::Spherical, 200}, [&](float share) { shares.push_back(share); }, {}).image);
     EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end()));
     EXPECT_GE(shares.size(), 4u + 3u) << "after each file, and after each step";
+    float longest = 0.0f;
+    for (std::size_t i = 1; i < shares.size(); ++i)
+        longest = std::max(longest, shares[i] - shares[i - 1]);
+    EXPECT_LT(longest, 0.1f) << "it stands still in no step";
     EXPECT_GE(shares.front(), 0.0f);
     EXPECT_EQ(shares.back(), 1.0f);
 }
@@ -252,6 +295,57 @@ TEST_F(StitchPanorama, CancelAtAnyPollGivesNoImage)
         EXPECT_LE(polls, last + 2) << "it went on";
     }
     EXPECT_THAT(log.texts(LogMessageType::Error), IsEmpty());
+}
+
+TEST_F(StitchPanorama, AHallOfEqualDoorsIsPlaced)
+{
+    const HallScene hall(0.2);
+    views = hallViews();
+    source.files.clear();
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        const auto picture = hall.see(views[i]);
+        source.files.push_back(folder / ("hall" + std::to_string(10 + i) + ".tif"));
+        ASSERT_TRUE(writeImage(source.files.back(), *picture, writeSettingsForPath(source.files.back())));
+    }
+    const LogCapture log;
+    const StitchedPanorama panorama = stitched({WarpType::Spherical, 400});
+    EXPECT_THAT(log.texts(LogMessageType::Error), Contains("failed to make more accurate focals prediction"));
+    ASSERT_TRUE(panorama.image);
+    EXPECT_FALSE(lastFailure());
+    EXPECT_THAT(lastWarnings(), Contains(HasSubstr("look alike")));
+    EXPECT_NEAR(panorama.focalLength, views[0].focal, 0.01 * views[0].focal);
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        ASSERT_TRUE(panorama.places[i].placed) << i;
+        const auto& next = panorama.places[(i + 1) % views.size()];
+        const auto rotation = [](const PanoramaPlace& place) {
+            scenes::Rotation out{};
+            std::copy(place.rotation.begin(), place.rotation.end(), out.begin());
+            return out;
+        };
+        const auto found = scenes::relative(rotation(panorama.places[i]), rotation(next));
+        const auto truth = scenes::relative(views[i].rotation, views[(i + 1) % views.size()].rotation);
+        EXPECT_LT(scenes::angleBetween(found, truth), 0.5) << i;
+    }
+}
+
+TEST_F(StitchPanorama, PicturesOfAHallThatAreWornLittleAreNeverPlacedWrongly)
+{
+    const HallScene hall(0.1);
+    views = hallViews();
+    std::vector<cv::Mat> pictures;
+    for (const auto& view : views)
+        pictures.push_back(cvMatFromImageData(hall.see(view)));
+    PanoramaStitcher engine{PanoSource()};
+    EXPECT_FALSE(engine.registerWithoutContradictions({})) << "nothing has failed yet";
+    ASSERT_FALSE(engine.estimateCameras(pictures));
+    EXPECT_EQ(engine.getStatus(), 2);
+    EXPECT_TRUE(engine.hasContradictions());
+    ASSERT_TRUE(engine.registerWithoutContradictions({}));
+    EXPECT_EQ(engine.getStatus(), 1);
+    EXPECT_FALSE(engine.hasContradictions());
+    EXPECT_GE(engine.usedCameras().size(), 3u);
+    EXPECT_EQ(engine.usedMasks().size(), engine.usedCameras().size());
+    EXPECT_LT(medianRotationError(engine, views), 1.0);
 }
 
 TEST_F(StitchPanorama, NoFiles)

@@ -107,6 +107,51 @@ TEST(StitcherTruth, DrawsACirclePitchedDown)
     EXPECT_GE(drawn.roi.width, bounds.width / 4 - 2) << "all around";
 }
 
+// Between two points of the grid that is used to find the place of a picture are 31 of its pixels.
+TEST(StitcherTruth, AFullCircleOfLargeViewsIsClosed)
+{
+    constexpr int kViews = 12;
+    SphereView view;
+    view.size = {3000, 800};
+    view.focal = 3600.0;
+    std::vector<SphereView> views;
+    for (int i = 0; i < kViews; ++i) {
+        view.rotation = scenes::rotationOf(30.0 * i, 0.0, 0.0);
+        views.push_back(view);
+    }
+    PanoramaStitcher stitcher{PanoSource()};
+    ASSERT_TRUE(stitcher.estimateCameras(seen(SphereScene(), views)));
+    ASSERT_EQ(stitcher.usedCameras().size(), views.size());
+
+    const cv::Rect bounds = stitcher.projectionBounds();
+    constexpr int kRows = 40;
+    const cv::Rect band(bounds.x, bounds.y + bounds.height / 2, bounds.width, kRows);
+    cv::Mat picture;
+    cv::Mat mask;
+    const cv::Rect shown = stitcher.makePanoramaRaw(band, band.size(), picture, mask, never);
+    EXPECT_EQ(shown, cv::Rect(0, 0, band.width, kRows));
+    EXPECT_EQ(cv::countNonZero(mask), mask.cols * mask.rows);
+
+    // The planet joins both ends along a half line from its centre to the left. The horizon is a circle of radius 1.
+    stitcher.setWarpType(warpNumberOf(WarpType::Stereographic));
+    const cv::Rect planet = stitcher.projectionBounds();
+    const int radius = static_cast<int>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
+    constexpr int kSide = 1000;
+    const _Rect<int> rect(-2 * radius - planet.x, -2 * radius - planet.y, 4 * radius, 4 * radius);
+    const Panorama drawn = stitcher.makePanorama(rect, {kSide, kSide}, true, never);
+    ASSERT_TRUE(drawn.mask);
+    const int horizon = kSide / 2 - kSide / 4;
+    int longest = 0;
+    for (int x = horizon - 20; x <= horizon + 20; ++x) {
+        int gap = 0;
+        for (int y = kSide / 2 - 50; y < kSide / 2 + 50; ++y) {
+            gap = drawn.mask->row(y)[x] > 0.0f ? 0 : gap + 1;
+            longest = std::max(longest, gap);
+        }
+    }
+    EXPECT_LE(longest, 1) << "pixels between the two ends";
+}
+
 TEST(StitcherTruth, CancelAtAnyPollEndsRegistration)
 {
     const SphereScene scene;

@@ -177,6 +177,26 @@ TEST_F(StitcherVideo, FramesAddedByHandAreCutFromEachOther)
     EXPECT_GT(cv::countNonZero(second), 0);
 }
 
+TEST_F(StitcherVideo, AFrameThatFitsNoOtherPictureTakesItsRectangleWithIt)
+{
+    PanoramaStitcher stitcher(source);
+    ASSERT_TRUE(stitcher.loadImages(never));
+    const std::size_t keyFrames = stitcher.usedImages().size();
+    stitcher.reloadWithComposition({kFirst.request, kSecond.request}, {rectOf(kFirst), rectOf(kSecond)});
+    std::vector<cv::Mat> pictures = stitcher.usedImages();
+    ASSERT_EQ(pictures.size(), keyFrames + 2);
+    pictures[keyFrames] = cvMatFromImageData(SphereScene(99).see(viewOf(kFirst.shown)));
+    ASSERT_TRUE(stitcher.estimateCameras(pictures));
+    ASSERT_EQ(stitcher.usedMasks().size(), keyFrames + 1);
+    for (std::size_t i = 0; i < keyFrames; ++i)
+        EXPECT_EQ(cv::countNonZero(stitcher.usedMasks()[i]), kWidth * kHeight) << i;
+    const _Rect<int> rect = rectOf(kSecond);
+    cv::Mat expected = cv::Mat::zeros(kHeight, kWidth, CV_8UC1);
+    expected(cv::Rect(rect.x, rect.y, rect.width, rect.height)).setTo(255);
+    EXPECT_EQ(cv::norm(stitcher.usedMasks().back(), expected, cv::NORM_INF), 0.0);
+    EXPECT_EQ(redAt(stitcher, kSecond, keyFrames, kSecond.shown), 1.0) << "and cuts its seam as a frame does";
+}
+
 TEST_F(StitcherVideo, ARectangleBeyondTheFrameIsCut)
 {
     PanoramaStitcher stitcher(source);

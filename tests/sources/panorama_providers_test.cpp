@@ -147,7 +147,8 @@ TEST_F(ImagesProvider, ReportsOnStandardErrorWhichFileCannotBeRead)
     const std::string message = " Image " + files.back().string() + " could not be loaded\n";
     ASSERT_GT(errorOutput.size(), message.size());
     EXPECT_EQ(errorOutput.substr(errorOutput.size() - message.size()), message);
-    EXPECT_THAT(errorOutput, HasSubstr("load")) << "starts with the function";
+    const std::string signature = errorOutput.substr(0, errorOutput.size() - message.size());
+    EXPECT_THAT(signature, HasSubstr("orvo::PanoramaImagesProvider::load(")) << "starts with the function";
     EXPECT_THAT(capture.texts(LogMessageType::Warning), testing::Contains(StartsWith("Can't open image at path: ")));
 }
 
@@ -257,6 +258,37 @@ TEST_F(RawImagesProvider, DevelopsRawFilesWithTheirExposuresLeftAsTheyAre)
     EXPECT_EQ(images[0].size(), cv::Size(192, 128));
     EXPECT_GT(greenOf(images[1]), 500.0);
     EXPECT_FALSE(sameBytes(images[0], images[1]));
+}
+
+TEST_F(RawImagesProvider, NeighboursAgreeWhereTheyOverlap)
+{
+    // The window, and the same half of it with the dark wall beside it.
+    constexpr int kShift = 64;
+    constexpr int kZoom = 3;
+    const scenes::RadianceScene scene({{384, 256}, 1, 0.06});
+    std::vector<std::filesystem::path> files;
+    for (const char* const name : {"left.dng", "right.dng"}) {
+        scenes::Shot shot;
+        shot.exposure = scenes::exposedBy({}, -1.0);
+        shot.view.zoom = kZoom;
+        shot.view.shiftX = files.empty() ? -kShift : 0.0;
+        files.push_back(folder / name);
+        scenes::writeDng(files.back(), scene, {}, shot, std::nullopt);
+    }
+    PanoramaImagesProvider provider(sourceOf(files));
+    const auto images = provider.load(never);
+    ASSERT_THAT(images, SizeIs(2));
+    const int width = images[0].cols;
+    const int moved = kZoom * kShift; // pixels of the frames
+    const cv::Rect inLeft(moved + 8, 8, width - moved - 16, images[0].rows - 16);
+    const cv::Scalar left = cv::mean(images[0](inLeft));
+    const cv::Scalar right = cv::mean(images[1](inLeft - cv::Point(moved, 0)));
+    const double allLeft = cv::mean(images[0])[1];
+    const double allRight = cv::mean(images[1])[1];
+    EXPECT_GT(std::abs(std::log2(allLeft / allRight)), 0.3) << "the frames must show different tones";
+    constexpr double kEncoding = 2.2; // values of the provider are encoded
+    for (int channel = 0; channel < 3; ++channel)
+        EXPECT_LT(std::abs(kEncoding * std::log2(left[channel] / right[channel])), 0.1) << channel;
 }
 
 TEST_F(RawImagesProvider, TheLensOfRawFilesIsCorrectedIfEnabled)

@@ -498,6 +498,34 @@ TEST_F(VideoFile, TheLogHasTheReasonAndStandardErrorStaysEmpty)
         testing::Contains(testing::AllOf(testing::HasSubstr("letter.mp4"), testing::HasSubstr("Invalid data"))));
 }
 
+TEST_F(VideoFile, DamageIsAWarning)
+{
+    for (const std::string ending : {"mkv", "avi", "mp4"}) { // a transport stream has no end
+        VideoFileSettings settings;
+        settings.codec = ending == "avi" ? VideoCodec::Mpeg4 : VideoCodec::H264;
+        const auto whole = writeNumbered(folder / ("whole." + ending), 60, settings);
+        const LogCapture log;
+        EXPECT_EQ(allNumbers(whole).size(), 60u);
+        EXPECT_THAT(log.texts(LogMessageType::Warning), testing::IsEmpty()) << ending;
+        std::string bytes = bytesOf(whole);
+        if (ending == "mp4") // its index is at the end
+            std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2), 400, '\xff');
+        else
+            bytes.resize(bytes.size() * 6 / 10);
+        const auto cut = written(folder / ("cut." + ending), bytes);
+        std::optional<MFCapture> capture = openCapture(cut);
+        ASSERT_TRUE(capture) << ending;
+        cv::Mat frame;
+        do
+            capture->readFrame(capture->framePosition(), frame);
+        while (!frame.empty());
+        EXPECT_THAT(
+            log.texts(LogMessageType::Warning),
+            testing::ElementsAre(testing::AllOf(testing::HasSubstr(cut.native()), testing::HasSubstr("damaged"))))
+            << ending;
+    }
+}
+
 TEST_F(VideoFile, FilesAreClosedAgain)
 {
     const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };

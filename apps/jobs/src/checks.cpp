@@ -173,6 +173,12 @@ void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs)
     const fs::path folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
     if (!fs::is_directory(folder, error))
         failToWrite(output, "there is no folder " + folder.string());
+    errno = 0;
+    const long longest = ::pathconf(folder.c_str(), _PC_NAME_MAX);
+    const std::size_t length = output.filename().native().size();
+    if (longest > 0 && length > static_cast<std::size_t>(longest))
+        failToWrite(output, "the name has " + std::to_string(length) + " bytes, its folder takes at most " +
+                                std::to_string(longest));
     const BesideFile probe(output); // only making a file shows whether one can be made
 }
 

@@ -106,6 +106,17 @@ _Rect<int> intersection(const _Rect<int>& a, const _Rect<int>& b)
     return right > left && bottom > top ? _Rect<int>(left, top, right - left, bottom - top) : _Rect<int>();
 }
 
+// Whether content seems to continue beyond the range of the projection. Three projections are all around.
+bool reachesAnEnd(const _Rect<int>& content, const _Rect<int>& range, WarpType projection)
+{
+    if (projection == WarpType::Spherical)
+        return false;
+    const bool isAllAround = projection == WarpType::Cylindrical || projection == WarpType::Mercator;
+    const bool isAtSide = content.x <= range.x || content.x + content.width >= range.x + range.width;
+    const bool isAtTopOrBottom = content.y <= range.y || content.y + content.height >= range.y + range.height;
+    return isAtTopOrBottom || (isAtSide && !isAllAround);
+}
+
 // A composer that is used as if it answered at once.
 class Session
 {
@@ -126,20 +137,27 @@ public:
     [[nodiscard]] std::optional<Failure> load()
     {
         const auto loaded = std::make_shared<std::atomic<float>>(0.0f);
-        const auto mail = std::make_shared<Mailbox<std::optional<Failure>>>();
+        struct Answer
+        {
+            std::optional<Failure> failure;
+            std::vector<std::string> warnings;
+        };
+        const auto mail = std::make_shared<Mailbox<Answer>>();
         composer.setLoadCallback([loaded](float share) { *loaded = share; });
-        // The failure is that of the worker's thread.
+        // Failure and warnings are those of the worker's thread.
         composer.loadWithCompletion([mail](bool fits, _Rect<int>) {
             const Failure unknown{FailureKind::Internal, {}, "the pictures gave no panorama and no reason"};
-            mail->put(fits ? std::nullopt : std::optional(lastFailure().value_or(unknown)));
+            mail->put({fits ? std::nullopt : std::optional(lastFailure().value_or(unknown)), lastWarnings()});
         });
-        return await(*mail, [&] {
+        const Answer answer = await(*mail, [&] {
             const float share = *loaded;
             if (share < 1.0f)
                 report(JobStep::Load, kLoaded * static_cast<double>(share));
             else
                 report(JobStep::Stitch, kLoaded); // registering
         });
+        run.keepWarnings(answer.warnings);
+        return answer.failure;
     }
 
     /// By fractions of the canvas.
@@ -285,7 +303,11 @@ _Rect<int> Session::contentIn(const _Rect<int>& part)
 _Rect<int> Session::findContent()
 {
     report(JobStep::Stitch, kRegistered);
-    const _Rect<int> content = contentIn(searched());
+    const _Rect<int> range = searched();
+    const _Rect<int> content = contentIn(range);
+    if (content != _Rect<int>() && reachesAnEnd(content, range, projection))
+        run.keepWarnings({"the pictures show more than the range of this projection, and the rest is cut off; the "
+                          "spherical one covers everything"});
     report(JobStep::Stitch, kFound);
     return content;
 }

@@ -62,9 +62,11 @@ WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::pa
                                                     : settings.profile->description()};
 }
 
-void PictureRun::keepWarnings()
+void PictureRun::keepWarnings() { keepWarnings(lastWarnings()); }
+
+void PictureRun::keepWarnings(const std::vector<std::string>& warnings)
 {
-    for (const std::string& warning : lastWarnings())
+    for (const std::string& warning : warnings)
         if (std::find(result.warnings.begin(), result.warnings.end(), warning) == result.warnings.end())
             result.warnings.push_back(warning);
 }

@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace orvo::jobs {
@@ -39,6 +40,8 @@ public:
 
     /// Collects the warnings of the last library call.
     void keepWarnings();
+    /// Each once.
+    void keepWarnings(const std::vector<std::string>& warnings);
     void throwIfCancelled() const { jobs::throwIfCancelled(callbacks); }
     [[nodiscard]] bool isCancelled() const { return callbacks.cancelled(); }
 

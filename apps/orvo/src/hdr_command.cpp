@@ -41,10 +41,10 @@ void bindMergeOptions(Options& app, HdrOptions& options)
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
     app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (not) to 1 (fully)")
         ->type_name("X")
-        ->check(between(0, 1));
+        ->check(between(0.0, 1.0));
     app.add_option("--details", request.details, "enhance fine detail, 0 (not) to 1 (strongly)")
         ->type_name("X")
-        ->check(between(0, 1));
+        ->check(between(0.0, 1.0));
 }
 
 void completeRequest(HdrOptions& options)

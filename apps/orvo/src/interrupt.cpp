@@ -19,7 +19,10 @@ constexpr std::string_view kClearBar = "\r\033[K";
 constexpr std::string_view kCancelledLine = "orvo: cancelled\n"; // as complain() writes it after a job
 constexpr std::string_view kStopping = "\nstopping after the current step; interrupt again to stop at once\n";
 
-// State of the handler, which may run on any thread at any time.
+// A step that does not stop within this time, such as a library that waits for memory, is abandoned.
+constexpr unsigned kPatience = 20; // seconds
+
+// State of the handlers, which may run on any thread at any time.
 std::atomic<std::atomic<unsigned char>*> flagOfHandler{nullptr};
 std::atomic<bool> barIsShown{false};
 std::atomic<bool> stepIsOpaque{false};
@@ -43,6 +46,7 @@ extern "C" void onInterrupt(int)
     if (isFirst && !stepIsOpaque) {
         if (barIsShown)
             writeError(kStopping);
+        ::alarm(kPatience);
         errno = errorBefore;
         return;
     }
@@ -52,6 +56,15 @@ extern "C" void onInterrupt(int)
             writeError(kClearBar);
         writeError(kCancelledLine);
     }
+    ::_exit(kCancelled);
+}
+
+extern "C" void onPatienceEnd(int)
+{
+    jobs::removeUnfinishedFiles();
+    if (barIsShown)
+        writeError(kClearBar);
+    writeError(kCancelledLine);
     ::_exit(kCancelled);
 }
 
@@ -76,6 +89,7 @@ InterruptGuard::InterruptGuard(bool bar)
     barIsShown = bar;
     stepIsOpaque = false;
     flagOfHandler = flag.get();
+    std::signal(SIGALRM, onPatienceEnd);
     for (const int signal : kSignals)
         setHandler(signal, onInterrupt);
 }
@@ -84,6 +98,8 @@ void InterruptGuard::follow(const jobs::JobProgress& progress) { stepIsOpaque = 
 
 InterruptGuard::~InterruptGuard()
 {
+    ::alarm(0);
+    std::signal(SIGALRM, SIG_DFL);
     for (const int signal : kSignals)
         setHandler(signal, SIG_DFL);
     flagOfHandler = nullptr;

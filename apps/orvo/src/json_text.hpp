@@ -7,10 +7,8 @@
 
 namespace orvo::cli {
 
-/// Indented by two. File names may not be UTF-8, but JSON must be: invalid bytes become U+FFFD.
-[[nodiscard]] inline std::string jsonText(const nlohmann::ordered_json& json)
-{
-    return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-}
+/// Indented by two. File names may not be UTF-8, but JSON must be: invalid bytes become U+FFFD, and a member "name"
+/// that contains some is followed by "name_hex" with all of its bytes as pairs of hexadecimal digits.
+[[nodiscard]] std::string jsonText(nlohmann::ordered_json json);
 
 } // namespace orvo::cli

@@ -126,7 +126,9 @@ int reportOutcome(const jobs::JobResult& result, const char* command)
 int main(int argc, char** argv)
 {
     orvo::cli::keepFreedMemory();
-    std::signal(SIGPIPE, SIG_IGN); // a closed reader gives a write error instead of ending the program
+    // A closed reader or a file at its size limit gives a write error instead of ending the program.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return orvo::cli::finishOutput(orvo::cli::run(argc, argv));
     } catch (const std::exception& error) {

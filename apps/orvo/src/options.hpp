@@ -6,10 +6,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <type_traits>
 #include <vector>
 
 namespace orvo::cli {
@@ -62,17 +65,23 @@ private:
     std::string command;
 };
 
-/// Accepts numbers of a range; adds nothing to the help, since the option's text describes the range.
-inline CLI::Validator between(double low, double high)
+/// Accepts numbers of a range, only integers if its limits are integers; adds nothing to the help, since the option's
+/// text describes the range.
+template <typename Number>
+CLI::Validator between(Number low, Number high)
 {
     return CLI::Validator(
         [low, high](std::string& text) -> std::string {
-            double value = 0.0;
-            if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high)
+            Number value{};
+            const char* const end = text.data() + text.size();
+            const auto read = std::from_chars(text.data() + (text.starts_with('+') ? 1 : 0), end, value);
+            if (read.ec == std::errc() && read.ptr == end && value >= low && value <= high)
                 return {};
             std::ostringstream complaint;
             complaint.precision(9); // prints limits without an exponent
             complaint << "expected " << low << " to " << high << ", found " << text;
+            if (std::is_integral_v<Number> && read.ptr != end)
+                complaint << ", which is not an integer";
             return complaint.str();
         },
         "");

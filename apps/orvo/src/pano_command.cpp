@@ -149,7 +149,7 @@ void bindPanoOptions(Options& app, PanoOptions& options)
 
 void bindSourceOptions(Options& app, PanoOptions& options)
 {
-    constexpr double kMostFrames = 1e9;
+    constexpr int kMostFrames = 1'000'000'000;
     auto* const brackets = app.add_flag("--brackets", options.request.brackets,
                                         "FILES are exposure brackets, separated by time and exposure");
     app.add_option("--bracket-size", options.request.bracketSize, "every N neighbours of FILES are a bracket")

@@ -2,6 +2,7 @@
 
 #include "job_watch.hpp"
 
+#include <orvo_logger/log_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
@@ -11,13 +12,24 @@
 namespace orvo::cli {
 namespace {
 
+/// The same for all paths to a file, which need not exist.
+std::filesystem::path spelledOut(const std::filesystem::path& path)
+{
+    std::error_code error;
+    const auto whole = std::filesystem::absolute(path, error);
+    const auto real = std::filesystem::weakly_canonical(error ? path : whole, error);
+    return error ? path.lexically_normal() : real;
+}
+
 /// Log lines are appended to any existing file, so it must not be one of the pictures.
 bool logIsAPicture(const PictureCommand& command)
 {
-    const std::filesystem::path log = command.run.log;
     std::error_code missing; // a missing file is not equivalent to another
+    std::filesystem::path log = command.run.log;
+    if (std::filesystem::is_directory(log, missing))
+        log /= kLogFileName;
     const auto isLog = [&](const std::filesystem::path& file) {
-        return file.lexically_normal() == log.lexically_normal() || std::filesystem::equivalent(file, log, missing);
+        return spelledOut(file) == spelledOut(log) || std::filesystem::equivalent(file, log, missing);
     };
     const bool isOutput = !std::filesystem::is_directory(command.output, missing) && isLog(command.output);
     return isOutput || std::any_of(command.inputs.begin(), command.inputs.end(), isLog);
@@ -139,6 +151,8 @@ int runPictureCommand(const PictureCommand& command)
     LOG(__orvolog() << "orvo " << command.name << ": " << (report.done() ? "done" : report.message));
     if (!report.done())
         return reportOutcome(report, command.name.c_str());
+    if (!command.run.quiet && !command.run.log.empty() && !logFileIsWhole())
+        complain("note: " + command.run.log + ": lines of the log could not be written");
     if (!command.run.quiet)
         for (const std::string& warning : report.warnings)
             complain("note: " + warning);

@@ -3,12 +3,10 @@
 #include <orvo_common/run_control.hpp>
 #include <orvo_core/identifier.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/picture_file.hpp>
+#include <orvo_logger/logstream.hpp>
 
-#include <algorithm>
-#include <array>
-#include <fstream>
 #include <mutex>
-#include <string_view>
 #include <system_error>
 #include <unordered_map>
 #include <vector>
@@ -67,33 +65,6 @@ private:
     mutable std::mutex mutex;
     std::unordered_map<Key, Document, Hasher, PredEqual> documents;
 };
-
-// Whether the file begins like a format of ImageReader. The reader logs every file that is not a picture, but here such
-// files are expected.
-bool beginsLikePicture(const std::filesystem::path& path)
-{
-    using namespace std::string_view_literals;
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error))
-        return false;
-    std::array<char, 16> first{};
-    std::ifstream file(path, std::ios::binary);
-    file.read(first.data(), first.size());
-    const std::string_view text(first.data(), static_cast<std::size_t>(file.gcount()));
-    const auto has = [text](std::size_t at, std::string_view mark) {
-        return text.size() >= at + mark.size() && text.substr(at, mark.size()) == mark;
-    };
-    constexpr std::array kMarks = {
-        "\xFF\xD8\xFF"sv, "\x89PNG\r\n\x1a\n"sv, "\x76\x2f\x31\x01"sv, "II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv};
-    // Videos also start with "ftyp", but with other brands.
-    constexpr std::array kBrands = {"heic"sv, "heix"sv, "heim"sv, "heis"sv, "hevc"sv,
-                                    "hevx"sv, "mif1"sv, "msf1"sv, "avif"sv, "avis"sv};
-    return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return has(0, mark); }) ||
-           (has(0, "RIFF"sv) && has(8, "WEBP"sv)) ||
-           (has(4, "ftyp"sv) &&
-            std::any_of(kBrands.begin(), kBrands.end(), [&](std::string_view brand) { return has(8, brand); })) ||
-           isRawImageFile(path);
-}
 
 // The reason why a file that does not begin like a picture is rejected.
 Failure noPicture(const std::filesystem::path& path)
@@ -191,9 +162,14 @@ std::shared_ptr<const _ImageData<PixelRGB<float>>> open(const std::vector<unsign
 try {
     return details::keepingFailure([&]() -> PicturePointer {
         const RunControl run(state.canceled);
+        if (!state.composition.empty() || !state.path.empty())
+            details::logWarning(describe({FailureKind::Internal, Registry::instance().find(bytes).path,
+                                          "opened as it is, without its saved state; openNoEmpty() applies one"}));
         auto picture = pictureOf(bytes, run);
-        if (run.wasCancelled())
+        if (run.wasCancelled()) {
+            ImageLoader::dispose(bytes); // as after any other failure: nobody else does
             details::stateFailure(cancelledFailure());
+        }
         return picture;
     });
 } catch (...) {

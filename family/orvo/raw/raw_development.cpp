@@ -43,13 +43,9 @@ constexpr float kClippedHold = 0.45f;
 // Contrast of the finished look: a slope of 1.2 in the middle, 0.6 and 0.5 at the ends.
 constexpr float kContrast = 0.9f;
 
-// Limits of the tone that contrast keeps, encoded: dark pictures keep their shadows, bright ones their sky.
-constexpr float kPivotLow = 0.3f;
-constexpr float kPivotHigh = 0.55f;
-
-// A suggested brightening is limited so that the 99th percentile of luminance stays below this, in linear light. The
-// shoulder still separates tones of twice full scale.
-constexpr float kBrightest = 2.0f;
+// The tone that contrast keeps, encoded: middle gray of 18 percent. Not the middle of the frame, nor is brightening
+// limited by its highlights: neighbours in a panorama show different parts of one scene and must look alike.
+constexpr float kPivot = 0.46f;
 
 float finiteOr0(float value) { return std::isfinite(value) ? value : 0.0f; }
 
@@ -172,47 +168,14 @@ private:
 
 float limitedExposure(float exposure) { return std::clamp(finiteOr0(exposure), -kMostExposure, kMostExposure); }
 
-float luminance(const PixelRGB<float>& p)
-{
-    // Row of Y of the matrix from the primaries of ProPhoto RGB to XYZ (ISO 22028-2).
-    return 0.2880402f * p.r + 0.7118741f * p.g + 0.0000857f * p.b;
-}
-
-// Statistics of the small picture.
-struct Tones
-{
-    float middle = 0.18f; // median of luminance, linear; by default the gray of exposure meters
-    float bright = 1.0f;  // 99th percentile
-};
-
-Tones judge(const _ImageData<PixelRGB<float>>* thumbnail)
-{
-    if (thumbnail == nullptr || thumbnail->pixelCount() == 0)
-        return {};
-    std::vector<float> levels(thumbnail->pixelCount());
-    for (std::size_t i = 0; i < levels.size(); ++i)
-        levels[i] = finiteOr0(luminance(thumbnail->data()[i]));
-    const auto at = [&levels](double share) {
-        const auto place = levels.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(levels.size() - 1));
-        std::nth_element(levels.begin(), place, levels.end());
-        return *place;
-    };
-    return {at(0.5), at(0.99)};
-}
-
-Developer finishedLook(const ImageMetadata* metadata, float tone, float strength, bool neutral, const Tones& tones,
-                       float extraExposure)
+Developer finishedLook(const ImageMetadata* metadata, float tone, float strength, bool neutral, float extraExposure)
 {
     const float baseline = metadata != nullptr ? finiteOr0(metadata->baselineExposure) : 0.0f;
-    float suggested = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
-    if (suggested > 0.0f && tones.bright > 0.0f)
-        suggested = std::min(suggested, std::max(0.0f, std::log2(kBrightest / tones.bright) - baseline));
+    const float suggested = finiteOr0(tone) * std::clamp(finiteOr0(strength), 0.0f, 1.0f);
     const float exposure = limitedExposure(baseline + suggested + finiteOr0(extraExposure));
     Developer developer(exposure, metadata != nullptr ? metadata->linearResponseLimit : 1.0f);
-    if (!neutral) {
-        const float middle = srgbCurveFromLinear(std::clamp(tones.middle * std::exp2(exposure), 0.0f, 1.0f));
-        developer.setContrast(kContrast, std::clamp(middle, kPivotLow, kPivotHigh));
-    }
+    if (!neutral)
+        developer.setContrast(kContrast, kPivot);
     return developer;
 }
 
@@ -277,7 +240,7 @@ RawImageDevelop::RawImageDevelop(float temperature, float tint, float exposure)
     : wantedTemperature(temperature), wantedTint(tint), extraExposure(exposure)
 {}
 
-void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,
+void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter&,
                               const std::shared_ptr<const ImageMetadata>& metadata, float tone, float strength,
                               _Rect<int> rect, bool flag, const std::function<bool()>& cancel) const
 {
@@ -296,13 +259,11 @@ void RawImageDevelop::develop(const PicturePointer& source, PicturePointer& targ
     }
     PicturePointer to =
         inPlace ? from : std::make_shared<_ImageData<PixelRGB<float>>>(part.size(), from->colorProfile());
-    const PicturePointer small = thumbnail ? thumbnail() : nullptr;
-    const Tones tones = judge(small.get());
     if (run.cancelled())
         return;
 
     const bool converted = !isLinearWorkingSpace(from->colorProfile());
-    const Developer developer = finishedLook(metadata.get(), tone, strength, flag, tones, extraExposure);
+    const Developer developer = finishedLook(metadata.get(), tone, strength, flag, extraExposure);
     const auto balance = metadata ? whiteBalanceShift({metadata->cameraTemperature, metadata->cameraTint},
                                                       {wantedTemperature, wantedTint})
                                   : std::nullopt;

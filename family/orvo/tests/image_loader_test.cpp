@@ -171,9 +171,26 @@ TEST_F(DocumentLoading, StopsOnRequest)
     StateSettings state;
     state.canceled = [] { return true; };
     EXPECT_FALSE(orvo::open(bytes, state, {}));
-    EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>(10, 2)); // still registered
+    EXPECT_EQ(orvo::lastFailure()->kind, orvo::FailureKind::Cancelled);
+    EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>()) << "forgotten, as after any failure";
+    const auto again = ImageLoader::load(tiff("picture.tif", 10));
     state.canceled = [] { return false; };
+    EXPECT_TRUE(orvo::open(again, state, {}));
+    ImageLoader::dispose(again);
+}
+
+TEST_F(DocumentLoading, ASavedStateThatIsNotAppliedIsAWarning)
+{
+    const auto bytes = ImageLoader::load(tiff("picture.tif", 10));
+    StateSettings state;
     EXPECT_TRUE(orvo::open(bytes, state, {}));
+    EXPECT_TRUE(orvo::lastWarnings().empty());
+    EXPECT_TRUE(orvo::open(bytes, {"saved.state", {}, {}}, {}));
+    EXPECT_EQ(orvo::lastWarnings().size(), 1u);
+    state.composition = "{}";
+    EXPECT_TRUE(orvo::open(bytes, state, {}));
+    ASSERT_EQ(orvo::lastWarnings().size(), 1u);
+    EXPECT_NE(orvo::lastWarnings()[0].find("picture.tif"), std::string::npos);
     ImageLoader::dispose(bytes);
 }
 

@@ -4,6 +4,7 @@
 #include <orvo_core/image.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/picture_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
@@ -293,6 +294,16 @@ bool isRawImageFile(const std::filesystem::path& path)
         const io::FileKind kind = SourceFile(path).sniff();
         return (kind == io::FileKind::Raw || kind == io::FileKind::Tiff) && io::librawKnows(path);
     } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool beginsLikePicture(const std::filesystem::path& path) noexcept
+{
+    try {
+        const io::FileKind kind = SourceFile(path).sniff();
+        return kind != io::FileKind::Unknown;
+    } catch (...) { // it cannot be opened
         return false;
     }
 }

@@ -158,33 +158,11 @@ void raiseClipped(std::array<float, 3>& camera, const std::array<float, 3>& satu
     }
 }
 
-// EV from the mean log luminance to middle gray, limited where bright parts would clip.
-float toneEstimate(const RGBPicture& picture)
-{
-    constexpr float kMiddleGray = 0.18f;
-    constexpr float kLargestTone = 4.0f; // EV
-    constexpr int kSide = 128;
-    const int longest = std::max(picture.width(), picture.height());
-    std::shared_ptr<RGBPicture> small;
-    if (longest > kSide)
-        small = picture.resize(
-            {std::max(1, picture.width() * kSide / longest), std::max(1, picture.height() * kSide / longest)}, {},
-            true);
-    const RGBPicture& seen = small ? *small : picture;
-    std::vector<float> luminance(seen.pixelCount());
-    double logs = 0.0;
-    for (std::size_t i = 0; i < luminance.size(); ++i) {
-        const PixelRGB<float>& p = seen.data()[i];
-        // Luminance of the primaries of ProPhoto (ISO 22028-2).
-        luminance[i] = std::max(0.2880f * p.r + 0.7119f * p.g + 0.0001f * p.b, 1.0f / 16384.0f);
-        logs += static_cast<double>(std::log2(luminance[i]));
-    }
-    const auto nearTop = luminance.begin() + static_cast<std::ptrdiff_t>(luminance.size() * 98 / 100);
-    std::nth_element(luminance.begin(), nearTop, luminance.end());
-    const float toMiddle = std::log2(kMiddleGray) - static_cast<float>(logs / static_cast<double>(luminance.size()));
-    const float room = std::max(0.0f, -std::log2(*nearTop)); // until the brightest fiftieth clips
-    return std::clamp(toMiddle, 0.0f, std::min(kLargestTone, room));
-}
+// EV that a camera's own rendering adds to linear light besides its baseline. The speed that cameras are set by leaves
+// half a stop above the white of a scene (ISO 12232: 18 percent gray at 12.7 percent of saturation), and the rendering
+// shows 18 percent. It does not depend on what a frame shows, so that neighbours of a panorama and the frames of a
+// focus series look alike.
+constexpr float kCameraRendering = 0.5f;
 
 int onProgress(void* job, enum LibRaw_progress, int, int)
 {
@@ -376,7 +354,7 @@ ReadAnswer readRaw(const SourceFile& file, const ReadJob& job)
         linear.flags = static_cast<ImageReaderOpenFlag>(static_cast<std::int32_t>(job.flags) |
                                                         static_cast<std::int32_t>(ImageReaderOpenFlag::WorkingSpace));
         answer.picture = storeUndeveloped(*raw, linear, answer.facts);
-        answer.raw = std::make_shared<AdditionalRawMetadataSync>(toneEstimate(*answer.picture));
+        answer.raw = std::make_shared<AdditionalRawMetadataSync>(kCameraRendering);
     } else {
         answer.picture = storeDeveloped(*raw, job, answer.facts);
     }

@@ -1,11 +1,13 @@
 #include <orvo_common/failure.hpp>
 #include <orvo_common/text.hpp>
+#include <orvo_logger/log_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <sstream>
 #include <vector>
@@ -17,6 +19,7 @@ struct Outputs
 {
     std::mutex mutex;
     std::shared_ptr<spdlog::logger> file;
+    std::atomic<bool> hasLost = false; // lines of the file
     std::vector<std::shared_ptr<LogSink>> sinks;
 };
 
@@ -101,6 +104,8 @@ void setLogFile(const std::filesystem::path& fileOrFolder)
         std::error_code ignored;
         const auto path =
             std::filesystem::is_directory(fileOrFolder, ignored) ? fileOrFolder / kLogFileName : fileOrFolder;
+        if (std::filesystem::is_fifo(path, ignored))
+            throw std::runtime_error("cannot open the log file " + path.string() + " for writing: it is a pipe");
         try {
             auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path.string());
             file = std::make_shared<spdlog::logger>("orvo", std::move(sink));
@@ -109,12 +114,16 @@ void setLogFile(const std::filesystem::path& fileOrFolder)
         }
         file->set_level(spdlog::level::trace);
         file->set_pattern("%Y-%m-%d %H:%M:%S.%e [%t] %l: %v");
+        file->set_error_handler([](const std::string&) { outputs().hasLost = true; }); // else it prints them
         file->flush_on(spdlog::level::trace); // the last lines before a crash are the ones that matter
     }
     Outputs& all = outputs();
     const std::lock_guard lock(all.mutex);
     all.file = std::move(file);
+    all.hasLost = false;
 }
+
+bool logFileIsWhole() { return !outputs().hasLost; }
 
 std::shared_ptr<void> addLogSink(LogSink sink)
 {

@@ -25,8 +25,8 @@ ORVO_EXPORT void develop_for_hdr(PicturePointer& image, const std::shared_ptr<co
                                  const std::shared_ptr<AdditionalRawMetadata>& rawMetadata, float exposure,
                                  bool chromatic);
 
-/// The small version of a linear picture on which the tone of a finished look is judged: at most 512 pixels wide, its
-/// height rounded down, at least 1.
+/// A small version of a linear picture, on which the tone of a finished look can be judged: at most 512 pixels wide,
+/// its height rounded down, at least 1.
 [[nodiscard]] ORVO_EXPORT PicturePointer toneThumbnail(const _ImageData<PixelRGB<float>>& picture);
 
 /// Development for a finished look.
@@ -43,10 +43,10 @@ public:
     RawImageDevelop(float temperature, float tint, float exposure);
 
     /// Develops `source` (linearMelissaRGB()) into `target` (melissaRGB()), which may be the same pointer. `thumbnail`
-    /// returns a small version of the source, on which the tone is judged: toneThumbnail(). `tone`: EV that the raw
-    /// reader suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the
+    /// is not called: the look depends on the settings alone, so that frames of one scene agree. `tone`: EV that the
+    /// raw reader suggests. `strength` 0..1: how much of the suggestion is applied. `rect`: the part of the source, the
     /// zero rectangle for all. `flag` selects the neutral tone curve instead of the contrasty one. `cancel`, polled at
-    /// the start and after the tone is judged, leaves the target unchanged when true. Unless `rect` is the whole
+    /// the start and before the first pixel, leaves the target unchanged when true. Unless `rect` is the whole
     /// source, the target is replaced by a new picture. A source that is not linear is already developed: its part is
     /// copied.
     void develop(const PicturePointer& source, PicturePointer& target, const ThumbnailGetter& thumbnail,

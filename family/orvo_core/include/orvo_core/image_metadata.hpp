@@ -65,7 +65,7 @@ public:
 
     /// Blocks until all data is available.
     virtual void wait() = 0;
-    /// EV by which the picture should be brightened to look normally exposed.
+    /// EV that the camera's own rendering adds to linear light, whatever this frame shows.
     [[nodiscard]] virtual float getAutoDetectedTone() = 0;
     /// Announces a lens correction, so that its data can be looked up.
     virtual void prepareLensCorrection() = 0;

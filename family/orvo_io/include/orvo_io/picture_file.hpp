@@ -1,0 +1,14 @@
+/// Picture files by their first bytes.
+#pragma once
+
+#include <orvo_common/export.hpp>
+
+#include <filesystem>
+
+namespace orvo {
+
+/// Whether the file begins like one of the formats that ImageReader reads. False for what cannot be opened; logs
+/// nothing.
+[[nodiscard]] ORVO_EXPORT bool beginsLikePicture(const std::filesystem::path& path) noexcept;
+
+} // namespace orvo

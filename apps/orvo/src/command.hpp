@@ -26,6 +26,8 @@ int runStack(int argc, char** argv);
 int runLabel(int argc, char** argv);
 int runUpscale(int argc, char** argv);
 int runFill(int argc, char** argv);
+int runErase(int argc, char** argv);
+int runServe(int argc, char** argv);
 int runPano(int argc, char** argv);
 int runFrames(int argc, char** argv);
 int runDemo(int argc, char** argv);

@@ -5,6 +5,7 @@
 #include <jobs/beside_file.hpp>
 #include <orvo/documents.hpp>
 #include <orvo_io/image_reader.hpp>
+
 #include <service/built_in_answers.hpp>
 #include <service/service_client.hpp>
 
@@ -38,7 +39,8 @@ void checkService(const GenerativeJobRequest& request)
     if (request.service.empty())
         return;
     if (halves > 0)
-        throw JobRefusal(request.service + ": a service was given, but with a request or response file nobody is asked");
+        throw JobRefusal(request.service +
+                         ": a service was given, but with a request or response file nobody is asked");
     if (const std::string complaint = service::complaintAboutUrl(request.service); !complaint.empty())
         throw JobRefusal(complaint);
 }
@@ -59,7 +61,7 @@ void writeText(const std::filesystem::path& path, const std::string& text)
 
 } // namespace
 
-void GenerativeRun::check(const std::vector<std::filesystem::path>& inputs)
+_Size<int> GenerativeRun::check(const std::vector<std::filesystem::path>& inputs)
 {
     checkService(request);
     const std::filesystem::path& output = isRequestOnly() ? request.requestFile : request.output;
@@ -80,9 +82,15 @@ void GenerativeRun::check(const std::vector<std::filesystem::path>& inputs)
     }
     checkOutput(output, files);
     const auto metadata = run.checkPictures(pictures);
-    if (!isRequestOnly())
-        checkHolds(output, settings.format, metadata.front()->size);
+    checkHolds(metadata.front()->size);
     run.throwIfCancelled();
+    return metadata.front()->size;
+}
+
+void GenerativeRun::checkHolds(_Size<int> size) const
+{
+    if (!isRequestOnly())
+        jobs::checkHolds(request.output, settings.format, size);
 }
 
 std::shared_ptr<Image> GenerativeRun::open()
@@ -155,17 +163,20 @@ std::optional<ServiceAnswer> GenerativeRun::exchange(service::Tool tool, std::st
         return std::nullopt;
     }
     run.report({JobStep::Answer, begin});
-    const RunControl control(
-        [&] { return run.isCancelled(); },
-        [&](float done) { run.report({JobStep::Answer, begin + (end - begin) * static_cast<double>(done)}); });
+    const RunControl control([&] { return run.isCancelled(); },
+                             [&](float done) {
+                                 run.report({JobStep::Answer, begin + (end - begin) * static_cast<double>(done)});
+                             });
     ServiceAnswer answer{answerTo(toSend, control), size};
     run.throwIfCancelled();
     return answer;
 }
 
-void GenerativeRun::write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture, const Image& source)
+void GenerativeRun::write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture, const Image& source,
+                          const std::shared_ptr<ColorProfile>& profile)
 {
-    checkHolds(request.output, settings.format, picture->size());
+    if (!settings.profile)
+        settings.profile = profile;
     static_cast<WrittenPicture&>(result) =
         run.write(*CreateOrvoImage(picture, source.metadata()), request.output, settings, 1.0);
 }

@@ -6,6 +6,7 @@
 #include <jobs/generative_job.hpp>
 #include <orvo_common/run_control.hpp>
 #include <orvo_core/image.hpp>
+
 #include <service/messages.hpp>
 
 #include <filesystem>
@@ -35,7 +36,10 @@ public:
     {}
 
     /// Checks what does not depend on the tool: names, values, files. `inputs`: the tool's own, besides the source.
-    void check(const std::vector<std::filesystem::path>& inputs);
+    /// Returns the size of the source.
+    _Size<int> check(const std::vector<std::filesystem::path>& inputs);
+    /// The format of the output can hold a picture of `size`.
+    void checkHolds(_Size<int> size) const;
     [[nodiscard]] bool isRequestOnly() const { return !request.requestFile.empty(); }
 
     /// The source in the working space, upright, raw files developed.
@@ -45,8 +49,10 @@ public:
     /// ends with the request.
     [[nodiscard]] std::optional<ServiceAnswer> exchange(service::Tool tool, std::string image, std::string mask,
                                                         double begin, double end);
-    /// Writes the picture to the output as the end of the job, with the metadata and the profile of the source.
-    void write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture, const Image& source);
+    /// Writes the picture to the output as the end of the job, with the metadata of the source; in the profile that the
+    /// job requests, else in `profile`, else in that of the source.
+    void write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture, const Image& source,
+               const std::shared_ptr<ColorProfile>& profile = nullptr);
 
 private:
     void writeRequest(const service::PictureRequest& toSend);

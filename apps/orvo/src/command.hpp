@@ -27,6 +27,8 @@ int runLabel(int argc, char** argv);
 int runUpscale(int argc, char** argv);
 int runFill(int argc, char** argv);
 int runErase(int argc, char** argv);
+int runExpand(int argc, char** argv);
+int runRestore(int argc, char** argv);
 int runServe(int argc, char** argv);
 int runPano(int argc, char** argv);
 int runFrames(int argc, char** argv);

@@ -17,13 +17,14 @@ constexpr const char* kAbout =
     "\n"
     "The program paints from the surroundings itself, or sends the part of the picture around the\n"
     "marks to a generative service (see docs/service.md for the protocol).\n";
-constexpr const char* kExamples = "Examples:\n"
-                                  "  Take out what a rectangle holds:\n"
-                                  "    orvo erase beach.jpg --box 1200,800,300,420 -o empty-beach.jpg\n"
-                                  "  Along a wire, with a brush 6 pixels in radius:\n"
-                                  "    orvo erase sky.jpg --stroke '0,310,6;4000,290,6' -o clear.jpg\n"
-                                  "  Let a service paint:\n"
-                                  "    orvo erase beach.jpg --mask mask.png --service http://localhost:8080 -o out.jpg\n";
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  Take out what a rectangle holds:\n"
+    "    orvo erase beach.jpg --box 1200,800,300,420 -o empty-beach.jpg\n"
+    "  Along a wire, with a brush 6 pixels in radius:\n"
+    "    orvo erase sky.jpg --stroke '0,310,6;4000,290,6' -o clear.jpg\n"
+    "  Let a service paint:\n"
+    "    orvo erase beach.jpg --mask mask.png --service http://localhost:8080 -o out.jpg\n";
 
 struct Marks
 {
@@ -63,8 +64,8 @@ bool addStroke(const std::string& text, jobs::EraseJobRequest& request)
         const auto numbers = numbersOf(part, 3);
         if (!numbers || (*numbers)[2] <= 0.0)
             return false;
-        points.push_back({static_cast<float>((*numbers)[0]), static_cast<float>((*numbers)[1]),
-                          static_cast<float>((*numbers)[2])});
+        points.push_back(
+            {static_cast<float>((*numbers)[0]), static_cast<float>((*numbers)[1]), static_cast<float>((*numbers)[2])});
     }
     if (points.empty())
         return false;
@@ -112,15 +113,13 @@ int runErase(int argc, char** argv)
     PictureCommand command{.name = "erase",
                            .run = options.run,
                            .inputs = {request.source},
-                           .output = request.requestFile.empty() ? request.output : request.requestFile,
+                           .output = request.output,
                            .job = [&](const jobs::JobCallbacks& callbacks) { result = eraseJob(request, callbacks); },
                            .report = result,
                            .json = [&] { return generativeAsJson(result, request); },
                            .sentence = [&] { return generativeAsText(result, request); }};
     command.inputs.insert(command.inputs.end(), request.masks.begin(), request.masks.end());
-    if (!request.responseFile.empty())
-        command.inputs.push_back(request.responseFile);
-    return runPictureCommand(command);
+    return runGenerativeCommand(std::move(command), request);
 }
 
 } // namespace orvo::cli

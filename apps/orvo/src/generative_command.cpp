@@ -68,6 +68,15 @@ std::string generativeAsText(const jobs::GenerativeJobResult& result, const jobs
            std::to_string(result.requestSize.width) + " x " + std::to_string(result.requestSize.height) + " pixels";
 }
 
+int runGenerativeCommand(PictureCommand command, const jobs::GenerativeJobRequest& request)
+{
+    if (!request.requestFile.empty())
+        command.output = request.requestFile;
+    if (!request.responseFile.empty())
+        command.inputs.push_back(request.responseFile); // the log must not be written into it either
+    return runPictureCommand(command);
+}
+
 std::optional<std::vector<double>> numbersOf(const std::string& text, std::size_t count)
 {
     std::vector<double> numbers;

@@ -33,6 +33,9 @@ void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOp
 [[nodiscard]] std::string generativeAsText(const jobs::GenerativeJobResult& result,
                                            const jobs::GenerativeJobRequest& request);
 
+/// runPictureCommand() with the output and the further input that the halves of an exchange have.
+[[nodiscard]] int runGenerativeCommand(PictureCommand command, const jobs::GenerativeJobRequest& request);
+
 /// "X,Y,W,H" with an extent; empty if the text is no such rectangle.
 [[nodiscard]] std::optional<_Rect<int>> rectangleOf(const std::string& text);
 /// The numbers between commas; empty if one is none. `count`: how many there have to be.

@@ -5,6 +5,7 @@
 #include <orvo_common/failure.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/logstream.hpp>
+
 #include <service/picture_server.hpp>
 
 #include <chrono>
@@ -21,14 +22,15 @@ constexpr const char* kAbout =
     "\n"
     "It listens on this machine alone unless --address says otherwise, and has no access control.\n"
     "SIGINT and SIGTERM end it.\n";
-constexpr const char* kExamples = "Examples:\n"
-                                  "  On a port that is free, which is printed:\n"
-                                  "    orvo serve\n"
-                                  "  On a given one:\n"
-                                  "    orvo serve --port 8080\n"
-                                  "    orvo erase beach.jpg --box 10,10,50,50 --service http://127.0.0.1:8080 -o out.jpg\n"
-                                  "\n"
-                                  "Exit codes: 0 ended by a signal, 1 failed, 2 wrong usage.\n";
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  On a port that is free, which is printed:\n"
+    "    orvo serve\n"
+    "  On a given one:\n"
+    "    orvo serve --port 8080\n"
+    "    orvo erase beach.jpg --box 10,10,50,50 --service http://127.0.0.1:8080 -o out.jpg\n"
+    "\n"
+    "Exit codes: 0 ended by a signal, 1 failed, 2 wrong usage.\n";
 
 constexpr int kMega = 1 << 20;
 

@@ -37,10 +37,10 @@ struct EraseJobResult : GenerativeJobResult
 /// Progress: Check 0, Load 0.02, Request 0.06 (opaque), Answer 0.12 (several), Apply 0.85 (opaque), Write 0.92, and 1
 /// at the end.
 ///
-/// Refused: a file that is missing in the request, nothing marked, a stroke or box without extent, a value out of range,
-/// a URL that cannot be used, an unknown ending, an output that is an input. Failed: everything that the files, the
-/// service or the machine cause, also marks that lie outside of the picture. Cancelled between steps, while the answer is
-/// made or waited for, and while writing.
+/// Refused: a file that is missing in the request, nothing marked, a stroke or box without extent, a value out of
+/// range, a URL that cannot be used, an unknown ending, an output that is an input. Failed: everything that the files,
+/// the service or the machine cause, also marks that lie outside of the picture. Cancelled between steps, while the
+/// answer is made or waited for, and while writing.
 [[nodiscard]] EraseJobResult eraseJob(const EraseJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

@@ -171,7 +171,7 @@ void erasePicture(PictureRun& run, const EraseJobRequest& request, EraseJobResul
         return;
     const auto erased = applied(run, erase, *answer, request, *pixels, input.image);
     run.report({JobStep::Write, kWriteStarts});
-    generative.write(erased, *source);
+    generative.write(erased, source->metadata());
 }
 
 } // namespace

@@ -121,7 +121,7 @@ void expandPicture(PictureRun& run, const ExpandJobRequest& request, ExpandJobRe
         return;
     const auto expanded = applied(run, expand, *answer, request, canvas);
     run.report({JobStep::Write, kWriteStarts});
-    generative.write(expanded, *source);
+    generative.write(expanded, source->metadata());
 }
 
 } // namespace

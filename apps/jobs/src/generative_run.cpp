@@ -172,13 +172,14 @@ std::optional<ServiceAnswer> GenerativeRun::exchange(service::Tool tool, std::st
     return answer;
 }
 
-void GenerativeRun::write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture, const Image& source,
+void GenerativeRun::write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
+                          const std::shared_ptr<const ImageMetadata>& metadata,
                           const std::shared_ptr<ColorProfile>& profile)
 {
     if (!settings.profile)
         settings.profile = profile;
     static_cast<WrittenPicture&>(result) =
-        run.write(*CreateOrvoImage(picture, source.metadata()), request.output, settings, 1.0);
+        run.write(*CreateOrvoImage(picture, metadata), request.output, settings, 1.0);
 }
 
 std::string asDataUrl(const std::string& picture) { return "data:image/png;base64," + picture; }

@@ -49,9 +49,10 @@ public:
     /// ends with the request.
     [[nodiscard]] std::optional<ServiceAnswer> exchange(service::Tool tool, std::string image, std::string mask,
                                                         double begin, double end);
-    /// Writes the picture to the output as the end of the job, with the metadata of the source; in the profile that the
-    /// job requests, else in `profile`, else in that of the source.
-    void write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture, const Image& source,
+    /// Writes the picture to the output as the end of the job, with these metadata, the source's; in the profile that
+    /// the job requests, else in `profile`, else in that of the source.
+    void write(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& picture,
+               const std::shared_ptr<const ImageMetadata>& metadata,
                const std::shared_ptr<ColorProfile>& profile = nullptr);
 
 private:

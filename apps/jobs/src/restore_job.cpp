@@ -96,16 +96,19 @@ std::shared_ptr<Picture> withoutNoise(PictureRun& run, const Picture& picture)
     return quiet;
 }
 
-std::shared_ptr<const Picture> atFullSize(PictureRun& run, const Picture& answer, const std::string& sent,
-                                          const Picture& picture)
+// Lets go of each picture as soon as it has been used: they are as large as the source.
+std::shared_ptr<const Picture> atFullSize(PictureRun& run, std::shared_ptr<const Picture> answer,
+                                          const std::string& sent, std::shared_ptr<const Picture> picture)
 {
     run.report({JobStep::Apply, kApplyStarts});
-    auto restored = answerInColours(answer, *convertToImageData(sent), picture);
-    if (restored->size() == picture.size())
+    auto restored = answerInColours(*answer, *convertToImageData(sent), *picture);
+    if (restored->size() == picture->size())
         return restored;
-    auto quiet = withoutNoise(run, picture);
+    answer.reset();
+    auto quiet = withoutNoise(run, *picture);
+    picture.reset();
     run.report({JobStep::Apply, kEnlargeStarts, /*opaque=*/true});
-    return withFineDetail(restored, std::move(quiet));
+    return withFineDetail(std::move(restored), std::move(quiet));
 }
 
 void restore(PictureRun& run, const RestoreJobRequest& request, RestoreJobResult& result)
@@ -119,11 +122,15 @@ void restore(PictureRun& run, const RestoreJobRequest& request, RestoreJobResult
     if (!answer)
         return;
     std::shared_ptr<const Picture> restored = answered(restoration, *answer, request);
-    const auto source = generative.open();
-    if (!request.asIs)
-        restored = atFullSize(run, *restored, sent, *source->developedOriginalImageData({}));
+    auto source = generative.open();
+    const auto metadata = source->metadata();
+    if (!request.asIs) {
+        auto picture = source->developedOriginalImageData({});
+        source.reset();
+        restored = atFullSize(run, std::move(restored), sent, std::move(picture));
+    }
     run.report({JobStep::Write, kWriteStarts});
-    generative.write(restored, *source, request.asIs ? ColorProfileType::sRGB() : nullptr);
+    generative.write(restored, metadata, request.asIs ? ColorProfileType::sRGB() : nullptr);
 }
 
 } // namespace

@@ -43,16 +43,15 @@ RestoredPicture answerInColours(const Picture& answer, const Picture& sent, cons
     return result;
 }
 
-RestoredPicture withFineDetail(const RestoredPicture& answer, RestoredPicture quiet)
+RestoredPicture withFineDetail(RestoredPicture answer, RestoredPicture quiet)
 {
     const _Size<int> size = quiet->size();
     auto shown = quiet->resize(answer->size(), {}, true);
     upscaleToInitialSize(shown, size, {}); // both ways alike, so that what the upscaler adds to both cancels
     add(*quiet, *shown, -1.0f);
     shown.reset();
-    auto large = answer;
-    upscaleToInitialSize(large, size, {});
-    add(*quiet, *large, 1.0f);
+    upscaleToInitialSize(answer, size, {});
+    add(*quiet, *answer, 1.0f);
     return quiet;
 }
 

@@ -20,6 +20,6 @@ using RestoredPicture = std::shared_ptr<_ImageData<PixelRGB<float>>>;
 /// The answer at the size of the picture: enlarged by the upscaler, with the detail of `quiet`, the picture without its
 /// noise, that the smaller size does not show. `quiet` becomes the result. If the answer is `quiet` at its size, the
 /// result is `quiet`. Peak: one picture more than the upscaler's.
-[[nodiscard]] RestoredPicture withFineDetail(const RestoredPicture& answer, RestoredPicture quiet);
+[[nodiscard]] RestoredPicture withFineDetail(RestoredPicture answer, RestoredPicture quiet);
 
 } // namespace orvo::jobs

@@ -27,7 +27,8 @@ struct RestoreJobResult : GenerativeJobResult
 ///
 /// Refused: a file that is missing in the request, a URL that cannot be used, an unknown ending, an output that is an
 /// input. Failed: everything that the files, the service or the machine cause. Cancelled between steps, while the
-/// answer is made or waited for, while noise is reduced, and while writing. Peak: six pictures.
+/// answer is made or waited for, while noise is reduced, and while writing. Peak: seven
+/// pictures of the source's size.
 [[nodiscard]] RestoreJobResult restoreJob(const RestoreJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

@@ -71,8 +71,8 @@ TEST(MaskStrokes, ShapesOfAllKinds)
         const int d = (x - 150) * (x - 150) + (y - 100) * (y - 100);
         return d < 80 * 80 && d > 40 * 40;
     });
-    (void)expectPainted({300, 200}, [](int x, int y) { return (x + 2 * y) % 40 < 15; });  // slanted bars
-    (void)expectPainted({120, 90}, [](int x, int y) { return (x + y) % 2 == 0; });        // a chequer board
+    (void)expectPainted({300, 200}, [](int x, int y) { return (x + 2 * y) % 40 < 15; });   // slanted bars
+    (void)expectPainted({120, 90}, [](int x, int y) { return (x + y) % 2 == 0; });         // a chequer board
     (void)expectPainted({300, 200}, [](int x, int y) { return x / 10 * 10 * y < 20000; }); // steps
 }
 

@@ -50,7 +50,8 @@ void addBox(const MarkedPixels& marked, const _Rect<int>& box)
     const auto limited = [](std::int64_t value, int most) {
         return static_cast<int>(std::clamp<std::int64_t>(value, 0, most));
     };
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     const int left = limited(box.x, width);
     const int right = limited(std::int64_t{box.x} + box.width, width);
     const int bottom = limited(std::int64_t{box.y} + box.height, height);
@@ -61,14 +62,16 @@ void addBox(const MarkedPixels& marked, const _Rect<int>& box)
 // A mask of another size is laid over the picture and taken at the nearest sample.
 void addMask(PictureRun& run, const MarkedPixels& marked, const std::filesystem::path& path)
 {
-    constexpr auto kAsItStands = static_cast<ImageReaderOpenFlag>(
-        static_cast<std::int32_t>(ImageReaderOpenFlag::Upright) | static_cast<std::int32_t>(ImageReaderOpenFlag::Complete));
+    constexpr auto kAsItStands =
+        static_cast<ImageReaderOpenFlag>(static_cast<std::int32_t>(ImageReaderOpenFlag::Upright) |
+                                         static_cast<std::int32_t>(ImageReaderOpenFlag::Complete));
     const auto image = ImageReader::instance().open({path, {}}, {}, kAsItStands, nullptr, {}, -1);
     if (!image)
         throwLastFailure("the mask cannot be read");
     run.keepWarnings();
     const auto mask = image->imageData({}, {}, true);
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     forEachRow(height, [&](int y) {
         const PixelRGB<float>* const source =
             mask->row(static_cast<int>((2 * std::int64_t{y} + 1) * mask->height() / (2 * std::int64_t{height})));
@@ -141,8 +144,7 @@ bool wasPutIn(const Picture& before, const Picture& after, const ServiceAnswer& 
 }
 
 std::shared_ptr<const Picture> applied(PictureRun& run, GenerativeEraseProcessor& erase, const ServiceAnswer& answer,
-                                       const EraseJobRequest& request, const Picture& before,
-                                       const std::string& sent)
+                                       const EraseJobRequest& request, const Picture& before, const std::string& sent)
 {
     run.report({JobStep::Apply, kApplyStarts, /*opaque=*/true});
     erase.applyGeneratedResponse(asDataUrl(answer.picture), answer.sent);
@@ -165,8 +167,8 @@ void erasePicture(PictureRun& run, const EraseJobRequest& request, EraseJobResul
     GenerativeEraseProcessor erase(pixels);
     auto input = requestOf(run, erase, request);
     run.throwIfCancelled();
-    const auto answer = generative.exchange(service::Tool::Erase, input.image, std::move(input.mask),
-                                            kAnswerStarts, kApplyStarts);
+    const auto answer =
+        generative.exchange(service::Tool::Erase, input.image, std::move(input.mask), kAnswerStarts, kApplyStarts);
     if (!answer)
         return;
     const auto erased = applied(run, erase, *answer, request, *pixels, input.image);

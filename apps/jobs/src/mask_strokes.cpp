@@ -6,10 +6,10 @@
 namespace orvo::jobs {
 namespace {
 
-constexpr int kFarthest = 1024;      // a larger disc saves nothing
-constexpr int kLeastDisc = 4;        // below it a line covers as much
-constexpr int kLeastColumn = 8;      // pixels: shorter ones go into the rows
-constexpr float kOnePixel = 0.5f;    // the radius whose hard stamp covers the pixel at its centre, and no other
+constexpr int kFarthest = 1024;       // a larger disc saves nothing
+constexpr int kLeastDisc = 4;         // below it a line covers as much
+constexpr int kLeastColumn = 8;       // pixels: shorter ones go into the rows
+constexpr float kOnePixel = 0.5f;     // the radius whose hard stamp covers the pixel at its centre, and no other
 constexpr unsigned char kCovered = 2; // marked, and painted by a stroke already
 
 float centre(int pixel) { return static_cast<float>(pixel) + 0.5f; }
@@ -18,7 +18,8 @@ float centre(int pixel) { return static_cast<float>(pixel) + 0.5f; }
 // with it stays among marked pixels. What lies outside of the picture is no obstacle.
 ManagedPlane<std::uint16_t> distances(const MarkedPixels& marked)
 {
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     ManagedPlane<std::uint16_t> plane(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
     const auto at = [&](int x, int y) -> std::uint16_t& {
         return plane[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)];
@@ -28,14 +29,12 @@ ManagedPlane<std::uint16_t> distances(const MarkedPixels& marked)
     };
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
-            const int least =
-                std::min({known(x - 1, y), known(x - 1, y - 1), known(x, y - 1), known(x + 1, y - 1)});
+            const int least = std::min({known(x - 1, y), known(x - 1, y - 1), known(x, y - 1), known(x + 1, y - 1)});
             at(x, y) = static_cast<std::uint16_t>(marked.row(y)[x] != 0 ? std::min(kFarthest, least + 1) : 0);
         }
     for (int y = height - 1; y >= 0; --y)
         for (int x = width - 1; x >= 0; --x) {
-            const int least =
-                std::min({known(x + 1, y), known(x + 1, y + 1), known(x, y + 1), known(x - 1, y + 1)});
+            const int least = std::min({known(x + 1, y), known(x + 1, y + 1), known(x, y + 1), known(x - 1, y + 1)});
             at(x, y) = static_cast<std::uint16_t>(std::min<int>(at(x, y), least + 1));
         }
     return plane;
@@ -59,7 +58,8 @@ std::vector<std::uint32_t> byDepth(const ManagedPlane<std::uint16_t>& depths, st
 
 void cover(const MarkedPixels& marked, int x, int y, int reach)
 {
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     int half = 0;
     for (int dy = -reach; dy <= reach; ++dy) {
         while (half < reach && (half + 1) * (half + 1) + dy * dy <= reach * reach)
@@ -75,9 +75,11 @@ void cover(const MarkedPixels& marked, int x, int y, int reach)
 
 void addDiscs(const MarkedPixels& marked, std::vector<MaskStroke>& strokes)
 {
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     const auto depths = distances(marked);
-    for (const std::uint32_t place : byDepth(depths, static_cast<std::size_t>(width) * static_cast<std::size_t>(height))) {
+    for (const std::uint32_t place :
+         byDepth(depths, static_cast<std::size_t>(width) * static_cast<std::size_t>(height))) {
         const int x = static_cast<int>(place % static_cast<std::uint32_t>(width));
         const int y = static_cast<int>(place / static_cast<std::uint32_t>(width));
         if (marked.row(y)[x] == kCovered)
@@ -91,7 +93,8 @@ void addDiscs(const MarkedPixels& marked, std::vector<MaskStroke>& strokes)
 // Lines of uncovered pixels, at least `least` long, along x or y.
 void addLines(const MarkedPixels& marked, bool down, int least, std::vector<MaskStroke>& strokes)
 {
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     const int lines = down ? width : height;
     const int length = down ? height : width;
     const auto mark = [&](int line, int i) -> unsigned char& {
@@ -119,7 +122,8 @@ void addLines(const MarkedPixels& marked, bool down, int least, std::vector<Mask
 
 std::vector<MaskStroke> strokesOf(const MarkedPixels& marked)
 {
-    const auto [width, height] = marked.size();
+    const int width = marked.size().width;
+    const int height = marked.size().height;
     const MarkedPixels left(marked.size()); // as given, then less what strokes cover
     for (int y = 0; y < height; ++y)
         std::transform(marked.row(y), marked.row(y) + width, left.row(y),

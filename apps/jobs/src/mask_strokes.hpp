@@ -34,9 +34,9 @@ struct MaskStroke
     std::vector<_Point<float>> points;
 };
 
-/// Strokes of the family's brush that paint exactly the marked pixels: 1 there, 0 elsewhere. Areas get discs as large as
-/// fit, the rims between them lines one pixel wide, so that the number of strokes grows with the length of the outline
-/// and not with the area. Peak: 8 bytes for each pixel.
+/// Strokes of the family's brush that paint exactly the marked pixels: 1 there, 0 elsewhere. Areas get discs as large
+/// as fit, the rims between them lines one pixel wide, so that the number of strokes grows with the length of the
+/// outline and not with the area. Peak: 8 bytes for each pixel.
 [[nodiscard]] std::vector<MaskStroke> strokesOf(const MarkedPixels& marked);
 
 } // namespace orvo::jobs

@@ -31,7 +31,8 @@ public:
     [[nodiscard]] bool isLate() const;
     /// The client has closed its side; while the server works on a whole request nothing else can arrive.
     [[nodiscard]] bool isClosed() const;
-    /// Ends the answer, then reads what the client may still be sending, so that it gets to read the answer, and closes.
+    /// Ends the answer, then reads what the client may still be sending, so that it gets to read the answer, and
+    /// closes.
     void finish();
 
 private:

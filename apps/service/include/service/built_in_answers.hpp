@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/run_control.hpp>
+
 #include <service/messages.hpp>
 
 #include <string>

@@ -59,8 +59,8 @@ public:
 [[nodiscard]] std::string errorText(const std::string& id, const std::string& sentence);
 
 /// The picture of an answer, in base64: of JSON with the members `id` and `image`, of a data URL, or of the bytes of a
-/// PNG. It is decoded as a whole, so that it can be relied on. Throws ProtocolError, also if the answer is about another
-/// request, or its picture has other proportions than the request's.
+/// PNG. It is decoded as a whole, so that it can be relied on. Throws ProtocolError, also if the answer is about
+/// another request, or its picture has other proportions than the request's.
 [[nodiscard]] std::string pictureOfAnswer(std::string_view body, const PictureRequest& request);
 
 /// The sentence of an errorText(), shortened to one line; empty if the text is none.

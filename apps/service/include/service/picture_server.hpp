@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/run_control.hpp>
+
 #include <service/messages.hpp>
 
 #include <chrono>
@@ -23,8 +24,8 @@ struct ServerSettings
     std::chrono::seconds patience{60}; ///< for a request to arrive whole, and for its answer to be taken
 };
 
-/// POST /erase, /expand and /restore take a request as JSON and answer with JSON; GET /health reports what the server is
-/// doing. One request for each connection. Work stops when the client closes its connection.
+/// POST /erase, /expand and /restore take a request as JSON and answer with JSON; GET /health reports what the server
+/// is doing. One request for each connection. Work stops when the client closes its connection.
 class PictureServer
 {
 public:

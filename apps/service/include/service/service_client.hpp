@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/run_control.hpp>
+
 #include <service/messages.hpp>
 
 #include <chrono>
@@ -15,9 +16,9 @@ inline constexpr std::size_t kMostAnswerBytes = std::size_t{1} << 30U;
 
 struct ServiceSettings
 {
-    std::string url;                   ///< http:// or https://; one without a path gets the tool's name
-    std::chrono::seconds timeout{300}; ///< from the connection to the last byte of the answer, for each attempt
-    int retries = 2;                   ///< further attempts, with growing pauses
+    std::string url;                           ///< http:// or https://; one without a path gets the tool's name
+    std::chrono::seconds timeout{300};         ///< from the connection to the last byte of the answer, for each attempt
+    int retries = 2;                           ///< further attempts, with growing pauses
     std::chrono::milliseconds firstPause{500}; ///< before the first of them; each pause is twice the one before
 };
 
@@ -26,8 +27,8 @@ struct ServiceSettings
 
 /// The picture of the service's answer, in base64 and decodable (pictureOfAnswer()). Another attempt is made if the
 /// service cannot be reached, closes the connection, or answers with 429, 502, 503 or 504; it may name the pause in
-/// seconds in Retry-After. `control` reports in large steps; it is polled by a second thread, too, so that a cancel ends
-/// the wait at once. Redirects are not followed. Throws FailureError with the URL in its sentence: Cancelled or
+/// seconds in Retry-After. `control` reports in large steps; it is polled by a second thread, too, so that a cancel
+/// ends the wait at once. Redirects are not followed. Throws FailureError with the URL in its sentence: Cancelled or
 /// Internal; std::invalid_argument for a URL that cannot be used. Peak: the request twice, the answer three times.
 [[nodiscard]] std::string askService(const ServiceSettings& settings, const PictureRequest& request,
                                      const RunControl& control);

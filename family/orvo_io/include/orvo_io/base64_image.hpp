@@ -32,9 +32,9 @@ struct ORVO_EXPORT Base64EncodeParameters
 [[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<float>>& mask,
                                                     const Base64EncodeParameters& parameters);
 
-/// Pictures of more pixels are not decoded, so that a small text that unfolds into a gigantic picture takes no memory. The
-/// largest request is one for an expansion: 8 megapixels of the picture with borders of 2000 pixels all around make up
-/// to 49, and an answer may be somewhat larger.
+/// Pictures of more pixels are not decoded, so that a small text that unfolds into a gigantic picture takes no memory.
+/// The largest request is one for an expansion: 8 megapixels of the picture with borders of 2000 pixels all around make
+/// up to 49, and an answer may be somewhat larger.
 inline constexpr std::int64_t kMostDecodedPixels = 100'000'000;
 
 /// The picture of such a text, in sRGB: 1 to 16 bits, gray, palette and interlaced ones too; alpha is laid over black.

@@ -35,6 +35,7 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavut
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 if(ORVO_APPS)
   find_package(CLI11 REQUIRED)
+  pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 endif()
 if(ORVO_TESTS)
   find_package(GTest REQUIRED)

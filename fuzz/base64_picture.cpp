@@ -1,7 +1,7 @@
 // Any text as a picture in base64, and any bytes as the PNG in it.
-#include "base64.hpp"
 #include "fuzz_target.hpp"
 
+#include <orvo_io/base64.hpp>
 #include <orvo_io/base64_image.hpp>
 
 #include <string_view>
@@ -33,6 +33,6 @@ void check(std::string_view text)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     check({reinterpret_cast<const char*>(data), size});
-    check(orvo::io::base64Of({data, size}));
+    check(orvo::base64Of({data, size}));
     return 0;
 }

@@ -31,7 +31,7 @@ packages=(
   libjpeg-dev libpng-dev libtiff-dev libwebp-dev libopenexr-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
   opencv-data
-  libspdlog-dev nlohmann-json3-dev libcli11-dev uuid-dev
+  libspdlog-dev nlohmann-json3-dev libcli11-dev libcpp-httplib-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev pocl-opencl-icd
 )
 for argument in "$@"; do

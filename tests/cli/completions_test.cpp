@@ -31,6 +31,10 @@ std::set<std::string> optionsOfTheProgram()
                                                   {"label", "--help"},
                                                   {"upscale", "--help"},
                                                   {"fill", "--help"},
+                                                  {"erase", "--help"},
+                                                  {"expand", "--help"},
+                                                  {"restore", "--help"},
+                                                  {"serve", "--help"},
                                                   {"pano", "--help"},
                                                   {"frames", "--help"},
                                                   {"demo", "--help"}})
@@ -45,7 +49,7 @@ TEST(Completions, TheProgramHasTheOptionsOfThisTest)
 {
     EXPECT_THAT(optionsOfTheProgram(),
                 IsSupersetOf({"help", "version", "output", "align", "json", "size", "keep", "reference", "format",
-                              "model", "mask", "projection", "max-size"}));
+                              "model", "mask", "projection", "max-size", "service", "port"}));
 }
 
 TEST(Completions, ManPage)

@@ -13,7 +13,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr const char* kCommands[] = {"hdr", "stack", "label", "upscale", "fill", "pano", "frames", "demo"};
+constexpr const char* kCommands[] = {"hdr",    "stack",   "label", "upscale", "fill",   "erase",
+                                     "expand", "restore", "pano",  "serve",   "frames", "demo"};
 
 TEST(Help, OfTheProgramNamesEveryCommand)
 {

@@ -41,6 +41,8 @@ public:
 
     /// Reads standard output until `text` or the end.
     void waitFor(const std::string& text);
+    /// What it wrote to standard output so far, as far as waitFor() read it.
+    [[nodiscard]] const std::string& outSoFar() const { return finished.out; }
     void send(int signal) const;
     [[nodiscard]] Finished wait();
 

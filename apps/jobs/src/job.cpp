@@ -25,6 +25,12 @@ const char* stepName(JobStep step)
         return "upscale";
     case JobStep::Fill:
         return "fill";
+    case JobStep::Request:
+        return "request";
+    case JobStep::Answer:
+        return "answer";
+    case JobStep::Apply:
+        return "apply";
     case JobStep::Stitch:
         return "stitch";
     case JobStep::Write:
@@ -56,6 +62,12 @@ const char* stepText(JobStep step)
         return "enlarging the picture";
     case JobStep::Fill:
         return "filling the hole";
+    case JobStep::Request:
+        return "preparing the request";
+    case JobStep::Answer:
+        return "waiting for the answer";
+    case JobStep::Apply:
+        return "putting the answer in";
     case JobStep::Stitch:
         return "stitching the pictures";
     case JobStep::Write:

@@ -6,7 +6,7 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale fill pano frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale fill erase expand restore pano serve frames demo --help --version' -- "$word")
         return
     fi
     if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
@@ -15,7 +15,7 @@ _orvo()
         return
     fi
     case $before in
-        -o | --output | --log | --model | --mask | --video)
+        -o | --output | --log | --model | --mask | --video | --request-only | --response)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             return
@@ -45,10 +45,11 @@ _orvo()
             return
             ;;
         --crop)
+            [[ ${COMP_WORDS[1]} == pano ]] || return
             mapfile -t COMPREPLY < <(compgen -W 'none auto' -- "$word")
             return
             ;;
-        --bracket-size | --from | --to | --frame | --shift | --turn)
+        --bracket-size | --from | --to | --frame | --shift | --turn | --box | --stroke | --add | --service | --timeout | --retries | --port | --address | --jobs | --max-body)
             return
             ;;
         --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size | --max-size)
@@ -72,6 +73,19 @@ _orvo()
                     --threads --quiet --json --log'
                 ;;
             fill) options='--help -o --output --quality --bits --mask --model --threads --quiet --json --log' ;;
+            erase)
+                options='--help -o --output --quality --bits --mask --box --stroke --service --timeout --retries
+                    --request-only --response --threads --quiet --json --log'
+                ;;
+            expand)
+                options='--help -o --output --quality --bits --add --crop --service --timeout --retries
+                    --request-only --response --threads --quiet --json --log'
+                ;;
+            restore)
+                options='--help -o --output --quality --bits --as-is --service --timeout --retries
+                    --request-only --response --threads --quiet --json --log'
+                ;;
+            serve) options='--help --port --address --jobs --max-body --timeout --threads --quiet --log' ;;
             pano)
                 options='--help -o --output --quality --bits --projection --max-size --devignette --chromatic --lens
                     --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop

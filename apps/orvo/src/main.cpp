@@ -26,8 +26,12 @@ constexpr std::array kCommands = {
     Command{"label", "write copies of frames with their numbers in the picture", runLabel},
     Command{"upscale", "enlarge a picture 2 to 16 times", runUpscale},
     Command{"fill", "take something out of a picture, or fill a border", runFill},
+    Command{"erase", "erase what is marked in a picture", runErase},
+    Command{"expand", "add a border to a picture and paint it", runExpand},
+    Command{"restore", "make a noisy or soft picture better", runRestore},
     Command{"pano", "stitch pictures taken from one point into a wide one", runPano},
     Command{"frames", "list the frames of a bracket by exposure", runFrames},
+    Command{"serve", "answer requests for erased, expanded and restored pictures over HTTP", runServe},
     Command{"demo", "create example pictures and run the other commands on them", runDemo},
 };
 

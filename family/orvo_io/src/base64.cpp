@@ -1,10 +1,10 @@
-#include "base64.hpp"
+#include <orvo_io/base64.hpp>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-namespace orvo::io {
+namespace orvo {
 namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -85,4 +85,4 @@ std::optional<std::vector<unsigned char>> bytesOfBase64(std::string_view text)
     return bytes;
 }
 
-} // namespace orvo::io
+} // namespace orvo

@@ -1,10 +1,10 @@
-#include "base64.hpp"
 #include "codecs.hpp"
 #include "png_rows.hpp"
 #include "png_state.hpp"
 #include "row_source.hpp"
 
 #include <orvo_core/parallel.hpp>
+#include <orvo_io/base64.hpp>
 #include <orvo_io/base64_image.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -87,7 +87,7 @@ public:
     [[nodiscard]] std::string finish()
     {
         writeChunk("IEND", {});
-        return io::base64Of(state.bytes);
+        return base64Of(state.bytes);
     }
 
 private:
@@ -142,7 +142,7 @@ void warn(const std::string& text)
 
 std::shared_ptr<io::RGBPicture> decoded(std::string_view text)
 {
-    const auto bytes = io::bytesOfBase64(text);
+    const auto bytes = bytesOfBase64(text);
     if (!bytes)
         throw io::ReadFailure("base64 was expected, other characters were found");
     if (bytes->empty())

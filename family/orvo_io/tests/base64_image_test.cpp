@@ -1,8 +1,8 @@
-#include "base64.hpp"
 #include "test_files.hpp"
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_io/base64.hpp>
 #include <orvo_io/base64_image.hpp>
 #include <orvo_logger/log_capture.hpp>
 
@@ -18,7 +18,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-std::string textOf(const Bytes& bytes) { return io::base64Of(bytes); }
+std::string textOf(const Bytes& bytes) { return base64Of(bytes); }
 
 std::string fileText(const std::filesystem::path& path) { return textOf(readBytes(path)); }
 
@@ -33,13 +33,13 @@ TEST(Base64, FollowsTheExamplesOfTheStandard)
                                                                        {"foobar", "Zm9vYmFy"}};
     for (const auto& [plain, encoded] : examples) {
         const Bytes bytes(plain.begin(), plain.end());
-        EXPECT_EQ(io::base64Of(bytes), encoded);
-        EXPECT_EQ(io::bytesOfBase64(encoded), bytes);
-        EXPECT_EQ(io::bytesOfBase64(encoded.substr(0, encoded.find('='))), bytes);
+        EXPECT_EQ(base64Of(bytes), encoded);
+        EXPECT_EQ(bytesOfBase64(encoded), bytes);
+        EXPECT_EQ(bytesOfBase64(encoded.substr(0, encoded.find('='))), bytes);
     }
-    EXPECT_EQ(io::bytesOfBase64(" Zm9v\r\nYmFy\n"), (Bytes{'f', 'o', 'o', 'b', 'a', 'r'}));
+    EXPECT_EQ(bytesOfBase64(" Zm9v\r\nYmFy\n"), (Bytes{'f', 'o', 'o', 'b', 'a', 'r'}));
     for (const char* const nonsense : {"Zm9v!", "Z", "Zg=", "Zg===", "Zg==Zg==", "Zm9v=", "====", "Zm-v", "\x80\xff"})
-        EXPECT_FALSE(io::bytesOfBase64(nonsense)) << nonsense;
+        EXPECT_FALSE(bytesOfBase64(nonsense)) << nonsense;
 }
 
 TEST(Base64Image, PixelsComeBack)
@@ -74,7 +74,7 @@ TEST(Base64Image, MasksAreGray)
             mask->row(y)[x] = static_cast<float>((x * 7 + y * 5) % 256) / 255.0f;
     for (const int bits : {8, 16}) {
         const std::string text = imageToBase64(mask, {0, bits});
-        const auto bytes = io::bytesOfBase64(text);
+        const auto bytes = bytesOfBase64(text);
         ASSERT_TRUE(bytes);
         EXPECT_EQ((*bytes)[24], bits); // of the header chunk
         EXPECT_EQ((*bytes)[25], 0);    // gray

@@ -38,6 +38,9 @@ enum class JobStep
     Label,   ///< frames are read and labelled
     Upscale, ///< a picture is read and enlarged
     Fill,    ///< what a mask marks is painted anew
+    Request, ///< a request for a generative service is prepared
+    Answer,  ///< it is answered
+    Apply,   ///< the answer is put into the picture
     Stitch,  ///< pictures are read, registered and drawn as one
     Write,   ///< the result is written
 };

@@ -32,9 +32,10 @@ struct ORVO_EXPORT Base64EncodeParameters
 [[nodiscard]] ORVO_EXPORT std::string imageToBase64(const std::shared_ptr<const _ImageData<float>>& mask,
                                                     const Base64EncodeParameters& parameters);
 
-/// Larger pictures are not decoded. Five times the limit of a request, so that a service may answer at twice the size
-/// each way; it keeps a small text that decompresses to a huge picture from filling memory.
-inline constexpr std::int64_t kMostDecodedPixels = 40'000'000;
+/// Larger pictures are not decoded, so that a small text that decompresses to a huge picture does not fill memory. The
+/// largest request is one for an expansion: 8 megapixels of the picture with borders of 2000 pixels all around are up to
+/// 49 megapixels, and an answer may be somewhat larger.
+inline constexpr std::int64_t kMostDecodedPixels = 100'000'000;
 
 /// Decodes such a text to a picture in sRGB. Accepts 1 to 16 bits, gray, palette and interlacing; alpha is blended over
 /// black. Skips white space; padding is optional. Empty, with one log line of level Warning, if the text is not base64

@@ -1,0 +1,109 @@
+/// orvo expand: adds a border and paints it.
+#include "generative_command.hpp"
+
+#include <jobs/expand_job.hpp>
+
+#include <array>
+#include <sstream>
+#include <string>
+
+namespace orvo::cli {
+namespace {
+
+constexpr const char* kAbout =
+    "Adds a border to a picture and paints it, so that the picture seems to go on. The picture itself\n"
+    "is unchanged but for a narrow rim where the border begins.\n"
+    "\n"
+    "The program paints from the picture itself, or sends the part of the canvas around the border to\n"
+    "a generative service (see docs/service.md for the protocol).\n";
+constexpr const char* kExamples = "Examples:\n"
+                                  "  A tenth more sky, and 200 pixels more on the left:\n"
+                                  "    orvo expand tower.jpg --add 200,10%,0,0 -o tower-wide.jpg\n"
+                                  "  A square canvas around a picture of 1200 x 800 pixels:\n"
+                                  "    orvo expand beach.jpg --crop=0,-200,1200,1200 -o square.jpg\n";
+
+int wrongUsage(const std::string& sentence)
+{
+    complain(sentence);
+    hintAtHelp("expand");
+    return kWrongUsage;
+}
+
+// "200" or "10%".
+std::optional<jobs::BorderWidth> widthOf(std::string text)
+{
+    jobs::BorderWidth width;
+    width.isPercent = text.ends_with('%');
+    if (width.isPercent)
+        text.pop_back();
+    const auto number = numbersOf(text, 1);
+    if (!number || number->front() < 0.0)
+        return std::nullopt;
+    width.value = number->front();
+    return width;
+}
+
+std::optional<jobs::BorderWidths> widthsOf(const std::string& text)
+{
+    std::vector<jobs::BorderWidth> widths;
+    std::istringstream parts(text);
+    for (std::string part; std::getline(parts, part, ',');) {
+        const auto width = widthOf(part);
+        if (!width)
+            return std::nullopt;
+        widths.push_back(*width);
+    }
+    constexpr std::size_t kSides = 4;
+    if (widths.size() != kSides || text.ends_with(','))
+        return std::nullopt;
+    return jobs::BorderWidths{widths[0], widths[1], widths[2], widths[3]};
+}
+
+// The exit code if the canvas is wrong.
+std::optional<int> takeCanvas(const std::string& crop, const std::string& add, jobs::ExpandJobRequest& request)
+{
+    if (!crop.empty() && !(request.crop = rectangleOf(crop)))
+        return wrongUsage("--crop: expected X,Y,W,H in whole pixels, W and H at least 1, found " + crop);
+    if (!add.empty() && !(request.add = widthsOf(add)))
+        return wrongUsage("--add: expected LEFT,TOP,RIGHT,BOTTOM, each in pixels or with % in percent, found " + add);
+    return std::nullopt;
+}
+
+} // namespace
+
+int runExpand(int argc, char** argv)
+{
+    Options app("expand", kAbout);
+    GenerativeOptions options;
+    jobs::ExpandJobRequest request;
+    std::string crop;
+    std::string add;
+    bindPicture(app, request, options);
+    app.add_option("--add", add, "widths to add: LEFT,TOP,RIGHT,BOTTOM, in pixels or with % in percent")
+        ->type_name("WIDTHS");
+    app.add_option("--crop", crop, "the new canvas in pixels of the picture, X,Y,W,H; X and Y may be below 0")
+        ->type_name("CROP");
+    bindService(app, request, options);
+    bindRun(app, request, options.run);
+    app.footer(std::string(kExamples) + kExitCodes);
+    if (const auto exitCode = app.read(argc, argv))
+        return *exitCode;
+    if (const auto exitCode = takeOptions("expand", options, request))
+        return *exitCode;
+    if (const auto exitCode = takeCanvas(crop, add, request))
+        return *exitCode;
+
+    jobs::ExpandJobResult result;
+    return runGenerativeCommand(
+        {.name = "expand",
+         .run = options.run,
+         .inputs = {request.source},
+         .output = request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = expandJob(request, callbacks); },
+         .report = result,
+         .json = [&] { return generativeAsJson(result, request); },
+         .sentence = [&] { return generativeAsText(result, request); }},
+        request);
+}
+
+} // namespace orvo::cli

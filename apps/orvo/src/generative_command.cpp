@@ -1,0 +1,115 @@
+#include "generative_command.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace orvo::cli {
+
+void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options)
+{
+    app.add_option("FILE", options.file, kReadable)->type_name("")->required();
+    app.add_option("-o,--output", options.output, "the result: .jpg, .png, .tif or .exr")->type_name("FILE");
+    bindFormat(app, request);
+}
+
+void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options)
+{
+    constexpr int kLongestTimeout = 86400;
+    constexpr int kMostRetries = 100;
+    app.add_option("--service", request.service, "let the service at URL answer, not the program itself")
+        ->type_name("URL");
+    app.add_option("--timeout", request.timeoutSeconds, "seconds to wait for the service; default 300")
+        ->type_name("N")
+        ->check(between(1, kLongestTimeout));
+    app.add_option("--retries", request.retries, "further attempts if it is not available; default 2")
+        ->type_name("N")
+        ->check(between(0, kMostRetries));
+    app.add_option("--request-only", options.requestFile, "write the request for a service to FILE and stop")
+        ->type_name("FILE");
+    app.add_option("--response", options.responseFile, "take the answer to the request from FILE")->type_name("FILE");
+}
+
+std::optional<int> takeOptions(const std::string& command, const GenerativeOptions& options,
+                               jobs::GenerativeJobRequest& request)
+{
+    if (options.output.empty() && options.requestFile.empty()) {
+        complain("--output is required");
+        hintAtHelp(command);
+        return kWrongUsage;
+    }
+    request.source = options.file;
+    request.output = options.output;
+    request.requestFile = options.requestFile;
+    request.responseFile = options.responseFile;
+    return std::nullopt;
+}
+
+nlohmann::ordered_json generativeAsJson(const jobs::GenerativeJobResult& result,
+                                        const jobs::GenerativeJobRequest& request)
+{
+    nlohmann::ordered_json json;
+    if (request.requestFile.empty())
+        json = writtenAsJson(result);
+    else
+        json["output"] = result.output.string();
+    json["input"] = {{"path", result.source.string()}};
+    json["request"] = {{"id", result.requestId}, {"size", sizeAsJson(result.requestSize)}};
+    if (!request.service.empty())
+        json["service"] = request.service;
+    return json;
+}
+
+std::string generativeAsText(const jobs::GenerativeJobResult& result, const jobs::GenerativeJobRequest& request)
+{
+    if (request.requestFile.empty())
+        return writtenAsText(result);
+    return printable(result.output.string()) + ": request " + result.requestId + " of " +
+           std::to_string(result.requestSize.width) + " x " + std::to_string(result.requestSize.height) + " pixels";
+}
+
+int runGenerativeCommand(PictureCommand command, const jobs::GenerativeJobRequest& request)
+{
+    if (!request.requestFile.empty())
+        command.output = request.requestFile;
+    if (!request.responseFile.empty())
+        command.inputs.push_back(request.responseFile); // the log must not be written into it either
+    return runPictureCommand(command);
+}
+
+std::optional<std::vector<double>> numbersOf(const std::string& text, std::size_t count)
+{
+    std::vector<double> numbers;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (;;) {
+        double number = 0.0;
+        const auto [next, error] = std::from_chars(at, end, number);
+        if (error != std::errc() || !std::isfinite(number))
+            return std::nullopt;
+        numbers.push_back(number);
+        if (next == end)
+            break;
+        if (*next != ',')
+            return std::nullopt;
+        at = next + 1;
+    }
+    return numbers.size() == count ? std::optional(numbers) : std::nullopt;
+}
+
+std::optional<_Rect<int>> rectangleOf(const std::string& text)
+{
+    constexpr std::size_t kSides = 4;
+    constexpr double kFarthest = 1e9; // sums of two stay within an int
+    const auto numbers = numbersOf(text, kSides);
+    if (!numbers)
+        return std::nullopt;
+    for (const double number : *numbers)
+        if (number != std::trunc(number) || std::abs(number) > kFarthest)
+            return std::nullopt;
+    const auto whole = [&](std::size_t i) { return static_cast<int>((*numbers)[i]); };
+    const _Rect<int> rect(whole(0), whole(1), whole(2), whole(3));
+    return rect.width > 0 && rect.height > 0 ? std::optional(rect) : std::nullopt;
+}
+
+} // namespace orvo::cli

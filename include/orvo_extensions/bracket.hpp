@@ -18,8 +18,8 @@ enum class AlignmentQuality : std::int32_t
     /// by linear interpolation, which softens fine detail.
     Fast = 0,
     /// Registered to a small fraction of a pixel and resampled with a windowed sinc (Lanczos, ten by ten pixels), which
-    /// keeps fine detail and neither rings nor shifts levels. In memory it adds at most a plane of one channel of 8
-    /// megapixels, whatever the size of the frames.
+    /// keeps fine detail and neither rings nor shifts levels. Registration holds, besides the frames, a plane of one
+    /// channel of the size of a frame and at most eight of 2 megapixels, resampling one picture, the result.
     Fine = 1
 };
 

@@ -83,9 +83,8 @@ ORVO_VECTOR_CLONES void warpStructureRow(const cv::Mat& source, const cv::Matx33
 void warpStructure(const cv::Mat& source, const cv::Matx33d& sourceFromTarget, cv::Mat& target)
 {
     target.create(source.size(), CV_32F);
-    forEachRow(target.rows, [&](int y) {
-        warpStructureRow(source, sourceFromTarget, y, target.ptr<float>(y), target.cols);
-    });
+    forEachRow(target.rows,
+               [&](int y) { warpStructureRow(source, sourceFromTarget, y, target.ptr<float>(y), target.cols); });
 }
 
 // Coordinates with the origin in the middle and the longer side from -1 to 1, in which all unknowns are of one size.

@@ -164,7 +164,8 @@ ORVO_VECTOR_CLONES void warpRow(const RowTask& task)
                 sum[c] += across[k] * mixed[k * kChannels + c];
         const float* const middle = mixed + kBefore * kChannels;
         for (int c = 0; c < kChannels; ++c)
-            sum[c] = limited(sum[c], middle[c - kChannels], middle[c], middle[c + kChannels], middle[c + 2 * kChannels]);
+            sum[c] =
+                limited(sum[c], middle[c - kChannels], middle[c], middle[c + kChannels], middle[c + 2 * kChannels]);
         task.target[x] = {sum[0], sum[1], sum[2]};
     }
 }
@@ -175,9 +176,7 @@ std::shared_ptr<Picture> lanczosWarp(const Picture& source, const cv::Matx33d& s
 {
     static const LanczosTable table;
     auto result = std::make_shared<Picture>(size, source.colorProfile());
-    forEachRow(size.height, [&](int y) {
-        warpRow({source, sourceFromTarget, table, y, size.width, result->row(y)});
-    });
+    forEachRow(size.height, [&](int y) { warpRow({source, sourceFromTarget, table, y, size.width, result->row(y)}); });
     return result;
 }
 

@@ -30,9 +30,7 @@ std::vector<cv::Matx33d> placeFrames(std::size_t count, std::size_t reference,
         std::vector<PlacedStructure> placed{{&ofReference, cv::Matx33d::eye()}};
         if (hasLast)
             placed.push_back({&last.structure, last.frameFromReference});
-        const cv::Matx33d start = !starts.empty() ? starts[i]
-                                  : hasLast       ? last.frameFromReference
-                                                  : cv::Matx33d::eye();
+        const cv::Matx33d start = !starts.empty() ? starts[i] : hasLast ? last.frameFromReference : cv::Matx33d::eye();
         const FineRegistration result = registerFinely(placed, own, start, movement);
         if (!result.found) {
             details::logWarning("[Alignment] Frame #" + std::to_string(i) + " could not be registered");

@@ -9,6 +9,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace orvo;
@@ -31,8 +32,8 @@ cv::Matx33d moved(double degrees, double scale, double x, double y, double tilt 
 }
 
 // What the camera sees after that movement; `tone` changes each value.
-std::shared_ptr<Picture> seen(const cv::Matx33d& frameFromReference,
-                              const std::function<float(float)>& tone = [](float v) { return v; })
+std::shared_ptr<Picture> seen(
+    const cv::Matx33d& frameFromReference, const std::function<float(float)>& tone = [](float v) { return v; })
 {
     const cv::Matx33d back = frameFromReference.inv();
     return drawn(kWidth, kHeight, [&](int x, int y) {
@@ -40,6 +41,15 @@ std::shared_ptr<Picture> seen(const cv::Matx33d& frameFromReference,
         const auto t = texture(p[0] / p[2], p[1] / p[2]);
         return PixelRGB<float>{tone(t.r), tone(t.g), tone(t.b)};
     });
+}
+
+// The left or the right half without structure.
+std::shared_ptr<Picture> halfBlank(const std::shared_ptr<Picture>& picture, bool left)
+{
+    for (int y = 0; y < kHeight; ++y)
+        std::fill_n(picture->row(y) + (left ? 0 : kWidth * 9 / 20), kWidth * 11 / 20,
+                    PixelRGB<float>{0.5f, 0.5f, 0.5f});
+    return picture;
 }
 
 double cornerError(const cv::Matx33d& a, const cv::Matx33d& b)
@@ -97,8 +107,7 @@ TEST(RegisterFinely, ATiltNeedsAHomography)
 
 TEST(RegisterFinely, ASeriesWithoutTiltGetsNone)
 {
-    const auto result =
-        registered(*seen(cv::Matx33d::eye()), *seen(moved(0.3, 1.01, 2, 1)), FrameMovement::Series);
+    const auto result = registered(*seen(cv::Matx33d::eye()), *seen(moved(0.3, 1.01, 2, 1)), FrameMovement::Series);
     EXPECT_NEAR(result.frameFromReference(2, 0), 0.0, 1e-12);
     EXPECT_NEAR(result.frameFromReference(2, 1), 0.0, 1e-12);
     EXPECT_NEAR(result.frameFromReference(0, 0), result.frameFromReference(1, 1), 1e-9);
@@ -122,23 +131,16 @@ TEST(RegisterFinely, WhatHasNothingInCommonIsNotFound)
 TEST(RegisterFinely, ANeighbourHelpsWhereTheReferenceShowsNothing)
 {
     // The right half of the reference and the left half of the frame are blank; the neighbour shows both.
-    const auto half = [](const std::shared_ptr<Picture>& picture, bool left) {
-        for (int y = 0; y < kHeight; ++y)
-            std::fill_n(picture->row(y) + (left ? 0 : kWidth * 9 / 20), kWidth * 11 / 20,
-                        PixelRGB<float>{0.5f, 0.5f, 0.5f});
-        return picture;
-    };
     const auto map = moved(0.4, 1.01, 5, 2);
     const auto neighbourMap = moved(0.2, 1.005, 2, 1);
-    const FrameStructure reference = structureOf(*half(seen(cv::Matx33d::eye()), false));
+    const FrameStructure reference = structureOf(*halfBlank(seen(cv::Matx33d::eye()), false));
     const FrameStructure neighbour = structureOf(*seen(neighbourMap));
-    const FrameStructure frame = structureOf(*half(seen(map), true));
+    const FrameStructure frame = structureOf(*halfBlank(seen(map), true));
     const auto result = registerFinely({{&reference, cv::Matx33d::eye()}, {&neighbour, neighbourMap}}, frame,
                                        neighbourMap, FrameMovement::Series);
     ASSERT_TRUE(result.found);
     EXPECT_LT(cornerError(result.frameFromReference, map), 1.0) << "the rims of what is blank draw a little";
-    const auto alone =
-        registerFinely({{&reference, cv::Matx33d::eye()}}, frame, neighbourMap, FrameMovement::Series);
+    const auto alone = registerFinely({{&reference, cv::Matx33d::eye()}}, frame, neighbourMap, FrameMovement::Series);
     EXPECT_TRUE(!alone.found || cornerError(alone.frameFromReference, map) > 2.0);
 }
 
@@ -162,6 +164,18 @@ TEST(PlaceFrames, ErrorsDoNotAddUp)
     EXPECT_EQ(maps[2], cv::Matx33d::eye());
     for (std::size_t i = 0; i < 5; ++i)
         EXPECT_LT(cornerError(maps[i], truth[i]), 0.05) << i;
+}
+
+TEST(PlaceFrames, AFrameIsAlsoComparedWithItsNeighbour)
+{
+    const std::vector<cv::Matx33d> truth = {cv::Matx33d::eye(), moved(0.2, 1.005, 2, 1), moved(0.4, 1.01, 5, 2)};
+    const auto structure = [&](std::size_t i) {
+        const auto picture = seen(truth[i]);
+        return structureOf(i == 1 ? *picture : *halfBlank(picture, i == 2));
+    };
+    const auto maps = placeFrames(3, 0, structure, {}, FrameMovement::Series, RunControl::none());
+    ASSERT_EQ(maps.size(), 3u);
+    EXPECT_LT(cornerError(maps[2], truth[2]), 1.0);
 }
 
 TEST(PlaceFrames, AFrameWithoutStructureKeepsItsStart)

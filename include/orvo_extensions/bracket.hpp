@@ -11,6 +11,18 @@
 
 namespace orvo {
 
+/// How frames are aligned.
+enum class AlignmentQuality : std::int32_t
+{
+    /// Registered at a reduced size and resampled with the simplest kernel: brackets to the nearest pixel, focus series
+    /// by linear interpolation, which softens fine detail.
+    Fast = 0,
+    /// Registered to a small fraction of a pixel and resampled with a windowed sinc (Lanczos, ten by ten pixels), which
+    /// keeps fine detail and neither rings nor shifts levels. Registration holds, besides the frames, a plane of one
+    /// channel of the size of a frame and at most eight of 2 megapixels, resampling one picture, the result.
+    Fine = 1
+};
+
 namespace BracketSettings {
 
 struct ORVO_EXPORT RawAutoCorrection
@@ -31,6 +43,7 @@ struct ORVO_EXPORT Adjust
 
     bool enabled = true;             ///< align the frames
     std::int32_t referenceIndex = 0; ///< the frame to align to, an index into the paths
+    AlignmentQuality quality = AlignmentQuality::Fast;
 };
 
 struct ORVO_EXPORT GhostReduction

@@ -6,6 +6,7 @@
 
 #include <orvo_common/export.hpp>
 #include <orvo_core/image.hpp>
+#include <orvo_extensions/bracket.hpp>
 #include <orvo_extensions/failure.hpp>
 
 #include <atomic>
@@ -88,6 +89,8 @@ struct ORVO_EXPORT HDRSettings
     HDREvLimits evLimits;
     float strength = 1.0f;
     HDRSettingsLL ll;
+    /// Has an effect only with `alignment`.
+    AlignmentQuality alignmentQuality = AlignmentQuality::Fast;
 
     /// True if there is a cancel flag and it is set.
     [[nodiscard]] bool canceled() const;

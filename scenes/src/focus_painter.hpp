@@ -16,6 +16,7 @@ struct Patch
 {
     Light light;
     float cover = 1.0f;
+    float texture = 1.0f; ///< share of the fine texture that the scene gives it
 };
 
 /// Nearness of a plane: 0 at the farthest distance of the scene, 1 at the nearest, linear in 1/m.

@@ -18,7 +18,8 @@ namespace {
 // pixels for the blur, which is equally wide in a small picture.
 constexpr double kMargin = 0.06;
 constexpr int kMarginPixels = 16;
-constexpr int kSplineReach = 2; // coefficients that the spline needs beyond the last position used
+constexpr std::uint32_t kTextureSeed = 0x5bd1e995u; // the texture differs from the noise that things are painted with
+constexpr int kSplineReach = 2;                     // coefficients that the spline needs beyond the last position used
 
 // The composition covers the picture, centred.
 struct Placing
@@ -53,7 +54,20 @@ _Rect<int> gridRect(const Thing& thing, const Placing& placing, _Size<int> size)
     return {left, top, std::max(right - left, 0), std::max(bottom - top, 0)};
 }
 
-FocusLayer painted(const Thing& thing, const Placing& placing, const _Rect<int>& rect, std::uint32_t seed)
+// -1..1, random from pixel to pixel, mixed with the neighbours as a good lens does: what remains above the limit of the
+// pixels would be shown differently by frames whose pixels lie elsewhere, and no resampling could bring it back.
+float textureAt(int x, int y, std::uint32_t seed)
+{
+    constexpr float kWeights[] = {1.0f / 6.0f, 4.0f / 6.0f, 1.0f / 6.0f};
+    float sum = 0.0f;
+    for (int j = 0; j < 3; ++j)
+        for (int k = 0; k < 3; ++k)
+            sum += kWeights[j] * kWeights[k] * chance(x + k - 1, y + j - 1, seed);
+    return 2.0f * sum - 1.0f;
+}
+
+FocusLayer painted(const Thing& thing, const Placing& placing, const _Rect<int>& rect, std::uint32_t seed,
+                   float texture)
 {
     const double far = static_cast<double>(dioptresOf(0.0f));
     const double range = static_cast<double>(dioptresOf(1.0f)) - far;
@@ -71,7 +85,8 @@ FocusLayer painted(const Thing& thing, const Placing& placing, const _Rect<int>&
             const Spot spot{static_cast<float>(placing.u + (rect.x + x) * placing.pixel), v, px};
             const bool inReach = thing.endless || thing.bounds.near(spot);
             const Patch patch = inReach ? thing.paint(spot, seed) : Patch{{}, 0.0f};
-            const Light light = patch.light * patch.cover;
+            const float grain = texture > 0.0f ? texture * patch.texture * textureAt(x, y, seed ^ kTextureSeed) : 0.0f;
+            const Light light = patch.light * (patch.cover * (1.0f + grain));
             row[x] = {light.r, light.g, light.b, patch.cover};
         }
     };
@@ -266,7 +281,7 @@ _Rect<double> FocusLayer::bounds() const
     return {left + 1.0, top + 1.0, grid->width() - 2.0 - kSplineReach, grid->height() - 2.0 - kSplineReach};
 }
 
-FocusScene::FocusScene(_Size<int> size, std::uint64_t seed) : extent(size)
+FocusScene::FocusScene(_Size<int> size, std::uint64_t seed, double texture) : extent(size)
 {
     const Placing placing(size);
     const auto things = focusThings();
@@ -279,7 +294,7 @@ FocusScene::FocusScene(_Size<int> size, std::uint64_t seed) : extent(size)
             continue;
         const std::uint32_t own = mixBits(static_cast<std::int32_t>(seed & 0xffffffffu),
                                           static_cast<std::int32_t>(seed >> 32), 131u + number++);
-        layers.push_back(painted(thing, placing, rect, own));
+        layers.push_back(painted(thing, placing, rect, own, static_cast<float>(texture)));
     }
 }
 
@@ -299,18 +314,20 @@ std::shared_ptr<Picture> FocusScene::light(const Homography& sceneFromFrame, con
     return picture;
 }
 
-std::shared_ptr<_ImageData<float>> FocusScene::dioptres() const
+std::shared_ptr<_ImageData<float>> FocusScene::dioptres(const Homography& sceneFromFrame) const
 {
     auto map = std::make_shared<_ImageData<float>>(extent, ColorProfileType::None());
     const auto findRow = [&](int y) {
+        const RowPlaces places(sceneFromFrame, y);
         for (int x = 0; x < extent.width; ++x) {
+            const auto place = places(x);
             float unseen = 1.0f; // share of the pixel that nothing nearer covers
             float most = -1.0f;
             for (auto layer = layers.rbegin(); layer != layers.rend(); ++layer) {
-                const float cover = layer->sample(x, y).a;
+                const float cover = layer->sample(place.x, place.y).a;
                 if (unseen * cover > most) {
                     most = unseen * cover;
-                    map->row(y)[x] = static_cast<float>(layer->dioptres(x, y));
+                    map->row(y)[x] = static_cast<float>(layer->dioptres(place.x, place.y));
                 }
                 unseen *= 1.0f - cover;
             }

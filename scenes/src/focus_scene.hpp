@@ -49,13 +49,13 @@ struct FocusSetting
 class FocusScene
 {
 public:
-    FocusScene(_Size<int> size, std::uint64_t seed);
+    FocusScene(_Size<int> size, std::uint64_t seed, double texture);
 
     /// Linear light with the primaries of sRGB in the frame whose pixels `sceneFromFrame` maps to those of the scene.
     /// Peak: the result and one layer.
     [[nodiscard]] std::shared_ptr<Picture> light(const Homography& sceneFromFrame, const FocusSetting& setting) const;
-    /// 1/m of the layer that dominates each pixel of the scene.
-    [[nodiscard]] std::shared_ptr<_ImageData<float>> dioptres() const;
+    /// 1/m of the layer that dominates each pixel of the frame.
+    [[nodiscard]] std::shared_ptr<_ImageData<float>> dioptres(const Homography& sceneFromFrame) const;
 
 private:
     _Size<int> extent;

@@ -35,6 +35,7 @@ const FocusSeriesSettings& checked(const FocusSeriesSettings& settings)
     checkRange("size.height", settings.size.height, kSmallestSide, kLargestSide);
     checkRange("frames", settings.frames, 1, kMostFrames);
     checkRange("breathing", settings.breathing, -kMostBreathing, kMostBreathing);
+    checkRange("texture", settings.texture, 0.0, 1.0);
     if (settings.reference)
         checkRange("reference", *settings.reference, 0, settings.frames - 1);
     if (!(settings.isoSpeed > 0.0))
@@ -73,6 +74,14 @@ std::vector<Homography> geometryOf(const FocusSeriesSettings& settings, int refe
     return maps;
 }
 
+// How the reference sees the scene. Between the knots of its spline the texture has less contrast than on them, where
+// all pixels of an upright reference would lie. Turned a little, each frame has pixels everywhere between the knots.
+Homography sceneFromReferenceOf(const FocusSeriesSettings& settings)
+{
+    constexpr double kTurnDegrees = 0.5;
+    return settings.texture > 0.0 ? sceneFromFrame({.rotationDegrees = kTurnDegrees}, settings.size) : kIdentity;
+}
+
 // Converts linear light with the primaries of sRGB to the working space, clamped to the range of a file.
 void develop(Picture& picture, const NoiseSource& noise)
 {
@@ -99,7 +108,8 @@ void develop(Picture& picture, const NoiseSource& noise)
 
 FocusSeries::FocusSeries(const FocusSeriesSettings& settings)
     : recipe(checked(settings)), referenceIndex(settings.reference.value_or(settings.frames / 2)),
-      geometry(geometryOf(settings, referenceIndex)), scene(std::make_shared<FocusScene>(settings.size, settings.seed))
+      geometry(geometryOf(settings, referenceIndex)), sceneFromReference(sceneFromReferenceOf(settings)),
+      scene(std::make_shared<FocusScene>(settings.size, settings.seed, settings.texture))
 {
     const double first = 1.0 / settings.nearFocus;
     const double last = 1.0 / settings.farFocus;
@@ -127,7 +137,8 @@ Homography FocusSeries::referenceFromFrame(int index) const
 
 std::shared_ptr<Picture> FocusSeries::frame(int index) const
 {
-    auto picture = scene->light(referenceFromFrame(index), focusSetting(recipe.lens, focusDistance(index)));
+    auto picture = scene->light(compose(sceneFromReference, referenceFromFrame(index)),
+                                focusSetting(recipe.lens, focusDistance(index)));
     ExposureSettings exposure;
     exposure.isoSpeed = recipe.isoSpeed;
     // different from the frames of a series with the next seed
@@ -146,14 +157,14 @@ std::vector<std::shared_ptr<Picture>> FocusSeries::frames() const
 
 std::shared_ptr<Picture> FocusSeries::truth() const
 {
-    auto picture = scene->light(kIdentity, {});
+    auto picture = scene->light(sceneFromReference, {});
     develop(*picture, NoiseSource(std::nullopt, {}, 0));
     return picture;
 }
 
 std::shared_ptr<_ImageData<float>> FocusSeries::depth() const
 {
-    auto map = scene->dioptres();
+    auto map = scene->dioptres(sceneFromReference);
     forEachRange(map->pixelCount(), [&](std::size_t first, std::size_t last) {
         for (std::size_t i = first; i < last; ++i)
             map->data()[i] = 1.0f / map->data()[i];
@@ -163,7 +174,7 @@ std::shared_ptr<_ImageData<float>> FocusSeries::depth() const
 
 std::shared_ptr<_ImageData<float>> FocusSeries::sharpestFrame() const
 {
-    auto map = scene->dioptres();
+    auto map = scene->dioptres(sceneFromReference);
     std::vector<FocusSetting> settings;
     for (const double distance : focus)
         settings.push_back(focusSetting(recipe.lens, distance));

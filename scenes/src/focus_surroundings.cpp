@@ -25,10 +25,11 @@ Light wallpaper(const Spot& p, std::uint32_t seed)
     return light * std::max(0.3f, 1.0f + 0.75f * speckle);
 }
 
+constexpr Box kNotice{0.60f, 0.05f, 0.95f, 0.20f};
+
 // A painted board: plain except for its lettering, with the light falling off to one side.
 void paintNotice(Light& light, const Spot& p)
 {
-    constexpr Box kNotice{0.60f, 0.05f, 0.95f, 0.20f};
     if (!kNotice.near(p))
         return;
     const float fall = 1.0f - 0.25f * (p.u - kNotice.left) / kNotice.width();
@@ -141,7 +142,7 @@ Patch paintBackdrop(const Spot& p, std::uint32_t seed)
     Light light = wallpaper(p, seed);
     paintNotice(light, p);
     const float fall = 0.75f + 0.45f * smooth(1.5f, 0.1f, p.u); // the window is at the left
-    return {light * fall, 1.0f};
+    return {light * fall, 1.0f, 1.0f - kNotice.cover(p)};
 }
 
 Patch paintTabletop(const Spot& p, std::uint32_t seed)

@@ -113,6 +113,34 @@ TEST(FocusSeries, BestFramesMakeTheTruth)
         EXPECT_LT(psnr(*frame, *truth), 41.0) << "a single frame is not a stack";
 }
 
+TEST(FocusSeries, TextureGoesDownToThePixelExceptOnTheNotice)
+{
+    FocusSeriesSettings settings = ofSize(720, 540);
+    settings.frames = 3;
+    const auto plain = sumModifiedLaplacian(*FocusSeries(settings).truth(), 1, 3);
+    settings.texture = 0.6;
+    const FocusSeries series(settings);
+    const auto textured = sumModifiedLaplacian(*series.truth(), 1, 3);
+    const auto mean = [](const _ImageData<float>& measure, const _Rect<int>& rect) {
+        double sum = 0.0;
+        for (int y = rect.y; y < rect.y + rect.height; ++y)
+            for (int x = rect.x; x < rect.x + rect.width; ++x)
+                sum += static_cast<double>(measure.row(y)[x]);
+        return sum / (rect.width * rect.height);
+    };
+    const _Rect<int> whole(0, 0, 720, 540);
+    EXPECT_GT(mean(*textured, whole), 1.5 * mean(*plain, whole));
+    // Below the lettering of the notice: the composition is 720 pixels high for 1, its middle at (360, 270).
+    const _Rect<int> notice(300, 80, 100, 10);
+    EXPECT_LT(mean(*textured, notice), 0.1 * mean(*textured, whole));
+    // Frames stay in the geometry that the maps state: seen through a pinhole, the reference is the truth.
+    FocusSeriesSettings sharp = pinhole(480, 320, 3);
+    sharp.texture = 0.6;
+    EXPECT_GT(psnr(*FocusSeries(sharp).frame(1), *FocusSeries(sharp).truth()), 60.0);
+    settings.texture = 1.1;
+    EXPECT_THAT([&] { FocusSeries{settings}; }, ThrowsMessage<std::invalid_argument>(HasSubstr("texture")));
+}
+
 TEST(FocusSeries, IsTexturedNearlyEverywhere)
 {
     const auto measure = sumModifiedLaplacian(*FocusSeries(ofSize(720, 540)).truth(), 1, 9);

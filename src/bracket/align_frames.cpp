@@ -3,6 +3,8 @@
 #include "bracket/estimate_pair.hpp"
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
+#include "bracket/lanczos_warp.hpp"
+#include "bracket/place_frames.hpp"
 
 #include <orvo_common/failure.hpp>
 #include <orvo_core/parallel.hpp>
@@ -98,6 +100,25 @@ cv::Mat referenceFromFrame(const std::vector<cv::Mat>& neighbours, std::size_t k
     return k < reference ? cv::Mat(transform.inv()) : transform;
 }
 
+// Makes the transforms exact to a small fraction of a pixel; false if cancelled.
+bool refineTransforms(const std::vector<HDRFrame>& frames, std::size_t reference, const RunControl& run,
+                      std::vector<cv::Mat>& referenceFromFrames)
+{
+    std::vector<cv::Matx33d> starts;
+    for (const cv::Mat& each : referenceFromFrames)
+        starts.push_back(cv::Matx33d(each).inv());
+    const auto structure = [&](std::size_t k) {
+        if (frames[k].image->size() != frames[0].image->size())
+            throw FailureError({FailureKind::UnfittingPictures, frames[k].path,
+                                "the frame has another size than the first of its bracket"});
+        return structureOf(*frames[k].image);
+    };
+    const auto maps = placeFrames(frames.size(), reference, structure, starts, FrameMovement::Hand, run);
+    for (std::size_t k = 0; k < maps.size(); ++k)
+        referenceFromFrames[k] = cv::Mat(maps[k].inv());
+    return !maps.empty();
+}
+
 cv::Rect2d commonRectangle(const FrameInfos& infos, const std::vector<cv::Mat>& transforms, bool crop)
 {
     cv::Rect2d common(0, 0, infos[0]->image.cols, infos[0]->image.rows);
@@ -143,7 +164,8 @@ void requireSizeOfFirst(const std::vector<HDRFrame>& frames)
     }
 }
 
-void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop)
+void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop, AlignmentQuality quality,
+                 const RunControl& run)
 {
     requireSizeOfFirst(frames);
     const int width = frames[0].image->width();
@@ -159,6 +181,10 @@ void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop)
     for (std::size_t k = 0; k < infos.size(); ++k)
         transforms.push_back(referenceFromFrame(neighbours, k, static_cast<std::size_t>(referenceIndex)));
 
+    if (quality == AlignmentQuality::Fine &&
+        !refineTransforms(frames, static_cast<std::size_t>(referenceIndex), run, transforms))
+        return;
+
     cv::Rect2d common = commonRectangle(infos, transforms, crop);
     const bool failed = !isUsable(common, width, height);
     if (failed)
@@ -172,6 +198,9 @@ void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop)
             auto kept = std::make_shared<_ImageData<PixelRGB<float>>>(_Size<int>(width, height), profile);
             matToFrame(infos[k]->image, kept->data());
             frames[k].image = std::move(kept);
+        } else if (quality == AlignmentQuality::Fine) {
+            const cv::Matx33d targetFromFrame(cv::Mat(shift * transforms[k]));
+            frames[k].image = lanczosWarp(*frames[k].image, targetFromFrame.inv(), {size.width, size.height});
         } else {
             frames[k].image = warped(*infos[k], shift * transforms[k], size, profile);
         }

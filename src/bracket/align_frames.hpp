@@ -3,6 +3,9 @@
 
 #include "bracket/frames.hpp"
 
+#include <orvo_common/run_control.hpp>
+#include <orvo_extensions/bracket.hpp>
+
 #include <vector>
 
 namespace orvo {
@@ -15,9 +18,14 @@ namespace orvo {
 /// whole alignment is abandoned: the frames keep their pixels, in a new copy, and this is logged for each. A pair that
 /// cannot be registered counts as unmoved.
 ///
+/// With fine quality the homographies are the start of placeFrames(), and lanczosWarp() is the kernel; the rest is the
+/// same. Only then a run can be cancelled inside, which leaves the frames as they are, and frames of another size than
+/// the first throw FailureError.
+///
 /// All frames should have the size of the first; larger ones are read as if they had it, smaller ones throw
 /// std::invalid_argument. Peak: one picture in addition to the frames, and a small one for each frame.
-void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop);
+void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop,
+                 AlignmentQuality quality = AlignmentQuality::Fast, const RunControl& run = RunControl::none());
 
 /// Throws std::invalid_argument if a frame has fewer pixels than the first, whose size all loops use.
 void requireSizeOfFirst(const std::vector<HDRFrame>& frames);

@@ -2,6 +2,8 @@
 
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
+#include "bracket/lanczos_warp.hpp"
+#include "bracket/place_frames.hpp"
 
 #include <orvo_common/failure.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -61,6 +63,17 @@ _Rect<int> validRectangle(const cv::Mat& referenceFromFrame, int width, int heig
             static_cast<int>(valid.height)};
 }
 
+// Throws unless the frame can be read as one of the reference's size.
+void requireShapeOf(const FocusStackerFrame& reference, const FocusStackerFrame& frame)
+{
+    if (!frame.image || frame.image->pixelCount() < reference.image->pixelCount())
+        throw FailureError(
+            {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the reference frame"});
+    if (frame.image->pixelCount() == reference.image->pixelCount() && frame.image->size() != reference.image->size())
+        throw FailureError(
+            {FailureKind::UnfittingPictures, frame.path, "the frame has another shape than the reference frame"});
+}
+
 } // namespace
 
 cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame& frame, float scale,
@@ -97,13 +110,7 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
         FocusStackerFrame frame = getFrame(index);
         _Rect<int> valid(0, 0, width, height);
         if (k != referenceIndex) {
-            if (!frame.image || frame.image->pixelCount() < reference.image->pixelCount())
-                throw FailureError(
-                    {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the reference frame"});
-            if (frame.image->pixelCount() == reference.image->pixelCount() &&
-                frame.image->size() != reference.image->size())
-                throw FailureError({FailureKind::UnfittingPictures, frame.path,
-                                    "the frame has another shape than the reference frame"});
+            requireShapeOf(reference, frame);
             const cv::Mat frameFromReference =
                 registerECC(reference, frame, kRegistrationScale, cv::Mat::eye(3, 3, CV_32F));
             cv::Mat referenceFromFrame;
@@ -112,6 +119,31 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
             valid = validRectangle(referenceFromFrame, width, height);
         }
         consume(index, frame, valid);
+    }
+}
+
+void alignFramesFinely(const std::function<FocusStackerFrame(int)>& getFrame,
+                       const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
+                       std::size_t referenceIndex)
+{
+    const FocusStackerFrame reference = getFrame(static_cast<int>(referenceIndex));
+    const _Size<int> size = reference.image->size();
+    const auto structure = [&](std::size_t k) {
+        const FocusStackerFrame frame = getFrame(static_cast<int>(k));
+        if (!frame.image || frame.image->size() != size)
+            throw FailureError(
+                {FailureKind::UnfittingPictures, frame.path, "the frame has another size than the reference frame"});
+        return structureOf(*frame.image);
+    };
+    const auto maps = placeFrames(count, referenceIndex, structure, {}, FrameMovement::Series, RunControl::none());
+    for (std::size_t k = 0; k < count; ++k) {
+        FocusStackerFrame frame = getFrame(static_cast<int>(k));
+        _Rect<int> valid(0, 0, size.width, size.height);
+        if (maps[k] != cv::Matx33d::eye()) {
+            frame.image = lanczosWarp(*frame.image, maps[k], size);
+            valid = validRectangle(cv::Mat(maps[k].inv()), size.width, size.height);
+        }
+        consume(static_cast<int>(k), frame, valid);
     }
 }
 

@@ -81,7 +81,7 @@ private:
 
 // Passes the stacker every frame except the reference, which it has. Returns the rectangle in which all are valid.
 _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFrame& reference, int referenceIndex,
-                          int count, bool align)
+                          int count, const BracketSettings::Adjust& adjust)
 {
     const int width = reference.image->width();
     const int height = reference.image->height();
@@ -91,7 +91,7 @@ _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFr
         stacker.addFrame(frame.image->data(), width, height, 0);
     };
     _Rect<int> cropRect(0, 0, width, height);
-    if (!align) {
+    if (!adjust.enabled) {
         for (int index = 0; index < count; ++index)
             if (index != referenceIndex)
                 add(index, series.frame(index));
@@ -109,8 +109,8 @@ _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFr
         add(index, frame);
         cropRect = commonRectangle(cropRect, valid);
     };
-    alignFramesStreaming(sameSizedFrame, consume, static_cast<std::size_t>(count),
-                         static_cast<std::size_t>(referenceIndex));
+    const auto align = adjust.quality == AlignmentQuality::Fine ? alignFramesFinely : alignFramesStreaming;
+    align(sameSizedFrame, consume, static_cast<std::size_t>(count), static_cast<std::size_t>(referenceIndex));
     return cropRect;
 }
 
@@ -166,7 +166,7 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
         const auto stacker = makeStacker(width, height);
         series.deghost(reference, referenceIndex);
         stacker->addFrame(reference.image->data(), width, height, 0);
-        cropRect = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust.enabled);
+        cropRect = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust);
         result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
         stacker->getResult(result->data(), width, height);
     }

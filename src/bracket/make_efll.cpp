@@ -311,7 +311,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     // The correction of chromatic aberration needs unwarped raw frames, so warping comes after it.
     const bool alignsLate = allRaw && settings.chromaticAberrations;
     if (settings.alignment && paths.size() > 1 && !alignsLate)
-        alignFrames(frames, static_cast<int>(frames.size() / 2), true);
+        alignFrames(frames, static_cast<int>(frames.size() / 2), true, settings.alignmentQuality, run);
     if (run.cancelled())
         return stopped();
 
@@ -343,7 +343,9 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
         return stopped();
     phases.ladderBuilt();
     if (alignsLate && !single && settings.alignment)
-        alignFrames(ladder, static_cast<int>(ladder.size() / 2), true);
+        alignFrames(ladder, static_cast<int>(ladder.size() / 2), true, settings.alignmentQuality, run);
+    if (run.cancelled())
+        return stopped();
     if (!single && settings.ghostReduction) {
         if (ghostIndex == -1)
             ghostIndex = static_cast<int>(static_cast<std::uint64_t>(getGhostReductionIndex(frames)) *

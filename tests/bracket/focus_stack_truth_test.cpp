@@ -1,3 +1,4 @@
+#include "support/compare.hpp"
 #include "support/temporary_folder.hpp"
 
 #include <orvo_extensions/focus_stack.hpp>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -22,7 +24,8 @@ using Settings = BracketSettings::FocusStacking;
 constexpr double kFewestDecibels = 38.0;
 constexpr double kLeastSharpness = 0.97; // of the best of the aligned inputs, pixel by pixel
 
-std::shared_ptr<const Picture> stacked(const scenes::FocusSeries& series, bool align)
+std::shared_ptr<const Picture> stacked(const scenes::FocusSeries& series, bool align,
+                                       std::optional<AlignmentQuality> quality = std::nullopt)
 {
     const TemporaryFolder folder;
     scenes::FocusFileSettings files;
@@ -31,6 +34,8 @@ std::shared_ptr<const Picture> stacked(const scenes::FocusSeries& series, bool a
     Settings settings;
     settings.adjust.enabled = align;
     settings.adjust.referenceIndex = series.reference();
+    if (quality)
+        settings.adjust.quality = *quality;
     const auto image = makeFocusStack(paths, settings);
     return image ? image->developedOriginalImageData({}) : nullptr;
 }
@@ -94,6 +99,36 @@ TEST(FocusStackTruth, ASeriesThatBreathesAndShifts)
     EXPECT_GT(comparison.decibels, kFewestDecibels);
     EXPECT_LT(result->width(), settings.size.width) << "borders missing in a frame are cropped";
     EXPECT_GT(result->width(), settings.size.width * 9 / 10);
+}
+
+TEST(FocusStackTruth, FineAlignmentKeepsTextureDownToThePixel)
+{
+    scenes::FocusSeriesSettings settings;
+    settings.size = {768, 576};
+    settings.breathing = 0.014;
+    settings.texture = 0.6;
+    settings.noise = scenes::SensorNoise{};
+    const scenes::FocusSeries series(settings);
+    const auto fine = stacked(series, true, AlignmentQuality::Fine);
+    const auto fast = stacked(series, true, AlignmentQuality::Fast);
+    ASSERT_TRUE(fine && fast);
+    const auto comparison = compared(series, *fine);
+    const double decibelsFast = compared(series, *fast).decibels;
+    settings.breathing = 0.0;
+    const auto still = stacked(scenes::FocusSeries(settings), false);
+    const auto part = still->copy({comparison.place.x, comparison.place.y, fine->width(), fine->height()});
+    const double sharpness = scenes::sharpnessRatio(*fine, {part}, {});
+    std::cout << "fine: " << comparison.decibels << " dB, fast: " << decibelsFast << " dB; sharpness " << sharpness
+              << " of that without breathing\n";
+    EXPECT_GT(comparison.decibels, decibelsFast + 3.0);
+    EXPECT_GT(comparison.decibels, 46.0);
+    EXPECT_GT(sharpness, 0.98);
+    EXPECT_LT(sharpness, 1.02) << "more would be ringing";
+    EXPECT_GT(fine->width(), settings.size.width * 9 / 10);
+
+    const auto byDefault = stacked(series, true);
+    ASSERT_TRUE(byDefault);
+    EXPECT_TRUE(sameBytes(*byDefault, *fast)) << "nobody gets other pixels unasked";
 }
 
 TEST(FocusStackTruth, NoiseDoesNotAccumulateFromAllFrames)

@@ -14,6 +14,7 @@
 #include <orvo_logger/log_capture.hpp>
 #include <scenes/bracket_files.hpp>
 #include <scenes/metrics.hpp>
+#include <scenes/sharpness.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -75,6 +77,58 @@ cv::Mat eightBit(const Picture& picture)
     cv::Mat(picture.height(), picture.width(), CV_32FC3, const_cast<PixelRGB<float>*>(picture.data()))
         .convertTo(mat, CV_8UC3, 255.0);
     return mat;
+}
+
+double meanSharpness(const Picture& picture)
+{
+    const auto measure = scenes::sumModifiedLaplacian(picture, 1, 5);
+    return std::accumulate(measure->data(), measure->data() + measure->pixelCount(), 0.0) /
+           static_cast<double>(measure->pixelCount());
+}
+
+// How far the frames that were aligned are from what their cameras would have shown from the position of the reference,
+// and their sharpness as a share of what it was before; the worst of all frames.
+struct Fidelity
+{
+    double decibels = 1e9;
+    double sharpness = 1e9;
+    double sharpest = 0.0;
+};
+
+Fidelity fidelityOf(const std::vector<HDRFrame>& aligned, const BracketRecipe& recipe,
+                    const std::shared_ptr<const scenes::RadianceScene>& scene)
+{
+    BracketRecipe still = recipe;
+    still.views.clear();
+    const Bracket truth(still, scene);
+    const std::size_t reference = aligned.size() / 2;
+    const Picture& middle = *aligned[reference].image;
+    Fidelity worst;
+    _Point<int> place{0, 0}; // of the common rectangle; the reference moves by a part of a pixel at most
+    double best = 0.0;
+    const auto truthOfReference = framesOf(truth)[reference].image;
+    for (int y = 0; y <= truthOfReference->height() - middle.height(); ++y)
+        for (int x = 0; x <= truthOfReference->width() - middle.width(); ++x) {
+            const auto part = truthOfReference->copy({x, y, middle.width(), middle.height()});
+            const double decibels = scenes::psnr(middle, *part);
+            if (decibels > best) {
+                best = decibels;
+                place = {x, y};
+            }
+        }
+    const auto frames = framesOf(truth);
+    const auto moving = framesOf(Bracket(recipe, scene));
+    for (std::size_t i = 0; i < aligned.size(); ++i) {
+        if (i == reference)
+            continue;
+        const auto part = frames[i].image->copy({place.x, place.y, middle.width(), middle.height()});
+        worst.decibels = std::min(worst.decibels, scenes::psnr(*aligned[i].image, *part));
+        const auto before = moving[i].image->copy({place.x, place.y, middle.width(), middle.height()});
+        const double sharpness = meanSharpness(*aligned[i].image) / meanSharpness(*before);
+        worst.sharpness = std::min(worst.sharpness, sharpness);
+        worst.sharpest = std::max(worst.sharpest, sharpness);
+    }
+    return worst;
 }
 
 // The aligner's steps for two neighbours, to check the homography itself.
@@ -319,4 +373,45 @@ TEST(SceneTruth, MergesOpenShadowsAndKeepHighlights)
     const auto after = shares(*pixels);
     EXPECT_LT(after.first, before.first / 2) << "deep shadows of the middle frame are open";
     EXPECT_LT(after.second, before.second / 4) << "its blown highlights are back";
+}
+
+TEST(FineAlignment, AnAlignedBracketIsAsSharpAsItsFrames)
+{
+    BracketRecipe recipe = handheld(3, 5);
+    recipe.scene.size = {768, 512};
+    const auto scene = std::make_shared<const scenes::RadianceScene>(recipe.scene);
+    const Bracket bracket(recipe, scene);
+    std::vector<HDRFrame> fast = framesOf(bracket);
+    alignFrames(fast, 1, true);
+    std::vector<HDRFrame> fine = framesOf(bracket);
+    alignFrames(fine, 1, true, AlignmentQuality::Fine);
+    const Fidelity ofFast = fidelityOf(fast, recipe, scene);
+    const Fidelity ofFine = fidelityOf(fine, recipe, scene);
+    std::cout << "fast: " << ofFast.decibels << " dB, fine: " << ofFine.decibels << " dB, sharpness "
+              << ofFine.sharpness << " to " << ofFine.sharpest << "\n";
+    EXPECT_GT(ofFine.decibels, ofFast.decibels + 5.0);
+    EXPECT_GT(ofFine.sharpness, 0.97);
+    EXPECT_LT(ofFine.sharpest, 1.03);
+}
+
+TEST(FineAlignment, ACancelledRunLeavesTheFramesAsTheyAre)
+{
+    BracketRecipe recipe = handheld(3, 5);
+    recipe.scene.size = {480, 320};
+    std::vector<HDRFrame> frames = framesOf(Bracket(recipe));
+    const auto before = frames[0].image;
+    const RunControl run([] { return true; });
+    alignFrames(frames, 1, true, AlignmentQuality::Fine, run);
+    EXPECT_EQ(frames[0].image, before);
+    EXPECT_TRUE(run.wasCancelled());
+}
+
+TEST(FineAlignment, AFrameOfAnotherSizeIsRefused)
+{
+    BracketRecipe recipe = handheld(2, 5);
+    recipe.scene.size = {480, 320};
+    std::vector<HDRFrame> frames = framesOf(Bracket(recipe));
+    recipe.scene.size = {490, 330};
+    frames[1] = framesOf(Bracket(recipe))[1];
+    EXPECT_THROW(alignFrames(frames, 1, true, AlignmentQuality::Fine), FailureError);
 }

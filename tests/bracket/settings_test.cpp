@@ -72,6 +72,8 @@ TEST(BracketSettings, Defaults)
     const BracketSettings::Adjust adjust;
     EXPECT_TRUE(adjust.enabled);
     EXPECT_EQ(adjust.referenceIndex, 0);
+    EXPECT_EQ(adjust.quality, AlignmentQuality::Fast);
+    EXPECT_EQ(HDRSettings().alignmentQuality, AlignmentQuality::Fast);
     const BracketSettings::GhostReduction ghosts;
     EXPECT_TRUE(ghosts.enabled);
     EXPECT_EQ(ghosts.referenceIndex, 0);
@@ -106,10 +108,12 @@ TEST(BracketSettings, EveryRecordAssignsAllItsFields)
     BracketSettings::Adjust adjust;
     adjust.enabled = false;
     adjust.referenceIndex = 5;
+    adjust.quality = AlignmentQuality::Fine;
     BracketSettings::Adjust adjustCopy;
     adjustCopy = adjust;
     EXPECT_FALSE(adjustCopy.enabled);
     EXPECT_EQ(adjustCopy.referenceIndex, 5);
+    EXPECT_EQ(adjustCopy.quality, AlignmentQuality::Fine);
 
     BracketSettings::GhostReduction ghosts;
     ghosts.enabled = false;

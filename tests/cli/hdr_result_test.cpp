@@ -151,6 +151,16 @@ TEST_F(HdrResult, SameBytesForAnyNumberOfThreads)
     EXPECT_TRUE(fileText(folder / "1.tif") == fileText(folder / "2.tif"));
 }
 
+TEST_F(HdrResult, FastAlignmentIsAnotherOne)
+{
+    ASSERT_EQ(merge({"-o", "fine.tif", "--align"}).exitCode, 0);
+    ASSERT_EQ(merge({"-o", "fast.tif", "--align", "--fast"}).exitCode, 0);
+    EXPECT_FALSE(fileText(folder / "fine.tif") == fileText(folder / "fast.tif"));
+    const Finished run = merge({"-o", "out.tif", "--fast"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_THAT(run.err, testing::HasSubstr("fast alignment"));
+}
+
 TEST_F(HdrResult, OrderOfTheFilesDoesNotMatter)
 {
     ASSERT_EQ(merge({"-o", "a.tif"}).exitCode, 0);

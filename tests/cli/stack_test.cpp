@@ -144,6 +144,15 @@ TEST_F(Stack, ReferenceOutOfRange)
     expectWrongUsage({"--reference", "-1"}, "--reference");
 }
 
+TEST_F(Stack, FastAlignmentIsAnotherOne)
+{
+    ASSERT_EQ(stack({"-o", "fine.tif"}).exitCode, 0);
+    ASSERT_EQ(stack({"-o", "fast.tif", "--fast"}).exitCode, 0);
+    EXPECT_FALSE(fileText(folder / "fine.tif") == fileText(folder / "fast.tif"));
+}
+
+TEST_F(Stack, FastWithoutAlignment) { expectWrongUsage({"--no-align", "--fast"}, "fast alignment"); }
+
 TEST_F(Stack, ReferenceThatIsNotUsed) { expectWrongUsage({"--no-align", "--reference", "1"}, "reference"); }
 
 TEST_F(Stack, DeghostOutOfRange) { expectWrongUsage({"--deghost", "5"}, "expected 0 to 4, found 5"); }

@@ -110,6 +110,12 @@ void checkDeghostAmount(const std::optional<DeghostAmount>& amount)
         refuse("the strength of ghost removal is " + std::to_string(static_cast<int>(*amount)) + ", expected 0 to 4");
 }
 
+void checkFast(bool fast, bool align)
+{
+    if (fast && !align)
+        refuse("fast alignment was chosen, but the frames are not aligned");
+}
+
 void checkShare(const std::string& name, float value)
 {
     if (!(value >= 0.0f && value <= 1.0f))

@@ -23,6 +23,9 @@ void checkReference(const std::string& name, const std::optional<std::size_t>& i
 
 void checkDeghostAmount(const std::optional<DeghostAmount>& amount);
 
+/// Fast alignment only with alignment.
+void checkFast(bool fast, bool align);
+
 /// The amount of `name` is 0..1.
 void checkShare(const std::string& name, float value);
 

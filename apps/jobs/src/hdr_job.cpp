@@ -48,6 +48,7 @@ HDRSettings mergeSettings(const HdrJobRequest& request, const std::vector<Bracke
 {
     HDRSettings settings;
     settings.alignment = request.align;
+    settings.alignmentQuality = request.fast ? AlignmentQuality::Fast : AlignmentQuality::Fine;
     settings.ghostReduction = request.deghost.has_value();
     settings.deghostAmount = request.deghost.value_or(DeghostAmount::Lowest);
     settings.ghostRefImageIdx = ghostReference(request, frames);
@@ -66,6 +67,7 @@ void checkRequest(const HdrJobRequest& request)
     if (request.ghostReference && !request.deghost)
         throw JobRefusal("a ghost reference was given without ghost removal");
     checkReference("ghost reference", request.ghostReference, request.frames.size());
+    checkFast(request.fast, request.align);
     checkDeghostAmount(request.deghost);
     checkShare("white balance", request.whiteBalance);
     checkShare("detail", request.details);

@@ -19,6 +19,7 @@ void checkRequest(const StackJobRequest& request)
     checkReference("reference", request.reference, request.frames.size());
     if (request.reference && !request.align && !request.deghost)
         throw JobRefusal("a reference was given, but neither alignment nor ghost removal uses it");
+    checkFast(request.fast, request.align);
     checkDeghostAmount(request.deghost);
 }
 
@@ -28,6 +29,7 @@ BracketSettings::FocusStacking stackSettings(const StackJobRequest& request, std
     settings.rawAutoCorrection.chromaticAberrations = request.chromaticAberrations;
     settings.rawAutoCorrection.lensCorrection = request.lensCorrection;
     settings.adjust.enabled = request.align;
+    settings.adjust.quality = request.fast ? AlignmentQuality::Fast : AlignmentQuality::Fine;
     settings.adjust.referenceIndex = static_cast<std::int32_t>(reference);
     settings.ghostReduction.enabled = request.deghost.has_value();
     settings.ghostReduction.referenceIndex = static_cast<std::int32_t>(reference);

@@ -60,12 +60,12 @@ _orvo()
         local options
         case ${COMP_WORDS[1]} in
             hdr)
-                options='--help -o --output --quality --bits --align --deghost --ghost-reference --chromatic --lens
-                    --white-balance --details --threads --quiet --json --log'
+                options='--help -o --output --quality --bits --align --fast --deghost --ghost-reference --chromatic
+                    --lens --white-balance --details --threads --quiet --json --log'
                 ;;
             stack)
-                options='--help -o --output --quality --bits --no-align --reference --deghost --chromatic --lens
-                    --threads --quiet --json --log'
+                options='--help -o --output --quality --bits --no-align --fast --reference --deghost --chromatic
+                    --lens --threads --quiet --json --log'
                 ;;
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             upscale)

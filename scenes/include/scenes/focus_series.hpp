@@ -35,7 +35,11 @@ struct FocusSeriesSettings
     int frames = 8;                      ///< 1..1000; one frame alone is focused half-way
     double nearFocus = kNearestDistance; ///< m, focus of the first frame, beyond the focal length
     double farFocus = kFarthestDistance; ///< m, focus of the last one; those between are evenly spaced in 1/m
-    FocusLens lens;                      ///< such that no circle of confusion is wider than 64 pixels
+    /// Amplitude of a texture that is random from pixel to pixel of the scene, as a share of the light, 0..1. It covers
+    /// everything except the plain notice on the wall, and the scene then appears turned by half a degree. Without it
+    /// the finest detail is two pixels wide.
+    double texture = 0.0;
+    FocusLens lens; ///< such that no circle of confusion is wider than 64 pixels
     /// Share by which the first frame shows objects larger than the last one, -0.2..0.2: a lens extended to focus near
     /// magnifies more. It changes evenly from frame to frame, about the middle of the frame.
     double breathing = 0.0;
@@ -99,6 +103,7 @@ private:
     int referenceIndex = 0;
     std::vector<double> focus;        // m, of each frame
     std::vector<Homography> geometry; // reference from frame
+    Homography sceneFromReference = kIdentity;
     std::shared_ptr<const FocusScene> scene;
 };
 

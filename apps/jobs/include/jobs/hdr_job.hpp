@@ -16,6 +16,7 @@ struct HdrJobRequest : PictureJobRequest
     std::vector<std::filesystem::path> frames; ///< in any order; a single frame is enhanced
     std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
     bool align = false;                        ///< the frames were taken by hand
+    bool fast = false;                         ///< align in less time and less finely; refused without alignment
     std::optional<DeghostAmount> deghost;      ///< remove ghosts of moving subjects; empty: no
     /// Index into `frames` of the frame whose moving subjects are kept; empty: the middle one by exposure or one beside
     /// it, whichever is clipped and noisy in fewer pixels.
@@ -39,7 +40,8 @@ struct HdrJobResult : PictureJobResult
 /// of the blend, Finish 0.93 (and 0.94), Write 0.95, and 1 at the end. The fractions are shares of time, measured on a
 /// handheld bracket of three 20 megapixel JPEGs with alignment and deghosting, on two cores.
 ///
-/// Refused: no file, a path given twice in any spelling, a value out of range, an unknown ending, an output that is one
+/// Refused: no file, a path given twice in any spelling, a value out of range, fast without alignment, an unknown
+/// ending, an output that is one
 /// of the inputs. Failed: everything caused by the files or the machine, including frames of different sizes, and
 /// frames with longer sides than the format allows, although alignment may crop them. Cancelled while loading, between
 /// the steps of the merge, and while writing.

@@ -15,6 +15,7 @@ struct StackJobRequest : PictureJobRequest
     std::vector<std::filesystem::path> frames; ///< in the order of the focus; a single frame is not merged
     std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
     bool align = true;                         ///< align the frames: focusing also changes the scale
+    bool fast = false;                         ///< align in less time and less finely; refused without alignment
     /// Index into `frames` of the frame to which the others are aligned and whose moving subjects are kept; empty: the
     /// middle one; of four the third.
     std::optional<std::size_t> reference;
@@ -37,9 +38,9 @@ struct StackJobResult : PictureJobResult
 /// Writing takes a small share of the time of the frames.
 ///
 /// Refused: no file, a path given twice in any spelling, a value out of range, a reference without alignment or
-/// deghosting, an unknown ending, an output that is one of the inputs. Failed: everything caused by the files or the
-/// machine, including frames of different sizes, and frames with longer sides than the format allows, although
-/// alignment may crop them. Cancelled while checking, after the merge, and while writing.
+/// deghosting, fast without alignment, an unknown ending, an output that is one of the inputs. Failed: everything
+/// caused by the files or the machine, including frames of different sizes, and frames with longer sides than the
+/// format allows, although alignment may crop them. Cancelled while checking, after the merge, and while writing.
 [[nodiscard]] StackJobResult stackJob(const StackJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

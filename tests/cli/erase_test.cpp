@@ -276,7 +276,7 @@ TEST_F(EraseHalves, OutputsThatCannotBeUsed)
     expectEnd({"--box", kBoxText, "--request-only", "r.json", "-o", "out.png"}, 2, {"out.png", "no other output"});
     expectEnd({"--box", kBoxText, "--request-only", "r.json", "--response", "answer.json"}, 2, {"not both"});
     expectEnd({"--box", kBoxText, "--service", "http://localhost/", "--response", "answer.json", "-o", "out.png"}, 2,
-              {"nobody is asked"});
+              {"together with a request or response file"});
 }
 
 TEST_F(Erase, MarksThatCannotBeUsed)

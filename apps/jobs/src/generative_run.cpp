@@ -39,8 +39,7 @@ void checkService(const GenerativeJobRequest& request)
     if (request.service.empty())
         return;
     if (halves > 0)
-        throw JobRefusal(request.service +
-                         ": a service was given, but with a request or response file nobody is asked");
+        throw JobRefusal(request.service + ": a service was given together with a request or response file");
     if (const std::string complaint = service::complaintAboutUrl(request.service); !complaint.empty())
         throw JobRefusal(complaint);
 }

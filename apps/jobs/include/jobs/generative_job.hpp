@@ -24,7 +24,7 @@ struct GenerativeJobRequest : PictureJobRequest
 
     /// The job ends with the request in this file, as a service gets it. Empty: it goes on.
     std::filesystem::path requestFile;
-    /// The answer to the request, as a service gives it: nobody is asked. Empty: somebody is.
+    /// The answer to the request, as a service gives it, in place of a service. Empty: none.
     std::filesystem::path responseFile;
 };
 

@@ -120,9 +120,13 @@ std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uin
     if (run.cancelled())
         return {};
     const auto step = static_cast<std::int32_t>(fps / kLookedAtPerSecond);
-    // The end may be far beyond the file; progress then counts to the end of the file.
+    // The end may be far beyond the file; progress then counts to the end of the file, but the counter of the capture
+    // gets ahead of the frames, and 1 is reported once, at the end.
+    constexpr float kAlmostDone = 0.99f;
     const std::uint64_t count = capture->frameCount();
-    const std::uint64_t span = (count > start && count < end ? count : end) - start;
+    const bool isBeyond = count > start && count < end;
+    const std::uint64_t span = (isBeyond ? count : end) - start;
+    const float most = isBeyond ? kAlmostDone : 1.0f;
     const OwnRandomNumbers ownRandomNumbers; // a walk finds the same frames every time
 
     cv::Mat frame;
@@ -153,7 +157,7 @@ std::vector<cv::Mat> selectKeyFrames(const std::filesystem::path& file, std::uin
         const cv::detail::MatchesInfo matches = matching.match(selection.keyFeatures.back(), features);
         if (run.cancelled())
             return {};
-        run.report(std::min(1.0f, static_cast<float>(index - start) / static_cast<float>(span)));
+        run.report(std::min(most, static_cast<float>(index - start) / static_cast<float>(span)));
         if (judge.acceptCandidate(matches, smallSize, selection.keyFeatures.back(), features)) {
             selection.pending = std::move(candidate); // has its own memory, so needs no copy
             selection.pendingFeatures = std::move(features);

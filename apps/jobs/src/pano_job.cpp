@@ -69,8 +69,15 @@ PanoSourceHDR bracketsOf(const PanoJobRequest& request,
                          const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
 {
     PanoSourceHDR source;
-    for (auto& bracket : groupBrackets(request.files, metadata, request.bracketSize))
+    for (auto& bracket : groupBrackets(request.files, metadata, request.bracketSize)) {
+        std::vector<std::shared_ptr<const ImageMetadata>> ofBracket;
+        for (const auto& file : bracket) {
+            const auto found = std::find(request.files.begin(), request.files.end(), file);
+            ofBracket.push_back(metadata[static_cast<std::size_t>(found - request.files.begin())]);
+        }
+        checkSizesAgree(bracket, ofBracket);
         source.brackets.push_back(withGhostReferenceFirst(std::move(bracket)));
+    }
     source.hdr.ghostRefImageIdx = 0;
     source.settings = settingsOf(request);
     // Panoramas are taken from the hand and of places where people walk.

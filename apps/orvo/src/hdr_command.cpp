@@ -35,7 +35,7 @@ void bindMergeOptions(Options& app, HdrOptions& options)
 {
     auto& request = options.request;
     app.add_flag("--align", request.align, "align frames that were taken by hand");
-    app.add_flag("--fast", request.fast, "align in less time, to whole pixels");
+    app.add_flag("--fast", request.fast, "align less finely, to whole pixels, in less time");
     bindDeghost(app, options.deghost);
     bindFrameNumber(app, "--ghost-reference", options.ghostReference,
                     "keep moving subjects as in the Nth of the FILES, from 1");

@@ -37,7 +37,7 @@ void bindStackOptions(Options& app, StackOptions& options)
 {
     auto& request = options.request;
     app.add_flag("--no-align", options.noAlign, "do not align the frames");
-    app.add_flag("--fast", request.fast, "align in less time; fine detail becomes softer");
+    app.add_flag("--fast", request.fast, "align less finely: detail becomes softer");
     bindFrameNumber(app, "--reference", options.reference,
                     "align to the Nth of the FILES, from 1; default: the middle one");
     bindDeghost(app, options.deghost);

@@ -16,7 +16,7 @@ struct HdrJobRequest : PictureJobRequest
     std::vector<std::filesystem::path> frames; ///< in any order; a single frame is enhanced
     std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
     bool align = false;                        ///< the frames were taken by hand
-    bool fast = false;                         ///< align in less time and less finely; refused without alignment
+    bool fast = false;                         ///< AlignmentQuality::Fast; refused without alignment
     std::optional<DeghostAmount> deghost;      ///< remove ghosts of moving subjects; empty: no
     /// Index into `frames` of the frame whose moving subjects are kept; empty: the middle one by exposure or one beside
     /// it, whichever is clipped and noisy in fewer pixels.

@@ -15,7 +15,7 @@ struct StackJobRequest : PictureJobRequest
     std::vector<std::filesystem::path> frames; ///< in the order of the focus; a single frame is not merged
     std::filesystem::path output;              ///< .jpg .jpeg .png .tif .tiff .exr; an existing file is replaced
     bool align = true;                         ///< align the frames: focusing also changes the scale
-    bool fast = false;                         ///< align in less time and less finely; refused without alignment
+    bool fast = false;                         ///< AlignmentQuality::Fast; refused without alignment
     /// Index into `frames` of the frame to which the others are aligned and whose moving subjects are kept; empty: the
     /// middle one; of four the third.
     std::optional<std::size_t> reference;

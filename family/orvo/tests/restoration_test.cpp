@@ -361,6 +361,25 @@ TEST(Restoration, ReportsProgressAndStops)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), live);
 }
 
+TEST(Restoration, StopsWithinATile)
+{
+    const auto soft = blurred(*shapes(), 1.4);
+    std::size_t polls = 0;
+    std::size_t reports = 0;
+    const auto watch = [&](std::size_t stopAt) {
+        polls = reports = 0;
+        const RunControl control([&] { return ++polls >= stopAt; }, [&](float) { ++reports; });
+        return restorePicture(*soft, only(&RestorationSettings::blur), control);
+    };
+    ASSERT_TRUE(watch(std::numeric_limits<std::size_t>::max()));
+    const std::size_t all = polls;
+    ASSERT_GT(all, reports) << "polled more often than once for each report";
+    for (std::size_t last = 1; last <= all; ++last) {
+        EXPECT_THROW((void)watch(last), FailureError) << last;
+        EXPECT_EQ(polls, last) << "polled once more";
+    }
+}
+
 TEST(Restoration, AwkwardSizes)
 {
     EXPECT_THROW((void)restorePicture(*drawn(0, 5, scene), {}, {}), std::invalid_argument);

@@ -85,15 +85,12 @@ std::shared_ptr<Picture> withoutNoise(PictureRun& run, const Picture& picture)
     noiseAlone.blur = 0.0f;
     noiseAlone.contrast = 0.0f;
     noiseAlone.faces = 0.0f;
-    auto quiet =
-        restorePicture(picture, noiseAlone,
-                       {[&](double done) {
-                            run.report({JobStep::Apply, kApplyStarts + (kEnlargeStarts - kApplyStarts) * done});
-                        },
-                        [&] { return run.isCancelled(); }});
-    if (!quiet)
-        throw FailureError(cancelledFailure());
-    return quiet;
+    const RunControl control(
+        [&] { return run.isCancelled(); },
+        [&](float done) {
+            run.report({JobStep::Apply, kApplyStarts + (kEnlargeStarts - kApplyStarts) * static_cast<double>(done)});
+        });
+    return restorePicture(picture, noiseAlone, control);
 }
 
 // Lets go of each picture as soon as it has been used: they are as large as the source.

@@ -33,23 +33,13 @@ std::shared_ptr<MaskImage> hardMask(const Picture& gray)
     return mask;
 }
 
-std::shared_ptr<Picture> restored(const Picture& picture, const RunControl& control)
-{
-    auto result = restorePicture(
-        picture, {},
-        {[&](double done) { control.report(static_cast<float>(done)); }, [&] { return control.cancelled(); }});
-    if (!result)
-        throw FailureError(cancelledFailure());
-    return result;
-}
-
 } // namespace
 
 std::string builtInAnswer(const PictureRequest& request, const RunControl& control)
 {
     const auto picture = decoded(request.image, "image");
     if (request.tool == Tool::Restore)
-        return imageToBase64(restored(*picture, control), kEightBits);
+        return imageToBase64(restorePicture(*picture, {}, control), kEightBits);
     const auto mask = hardMask(*decoded(request.mask, "mask"));
     return imageToBase64(patchFiller()->fill(*picture, *mask, control), kEightBits);
 }

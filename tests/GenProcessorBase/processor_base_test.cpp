@@ -287,7 +287,9 @@ TEST(ProcessorBase, ARenderThatFailsIsLoggedAndStaysFailedForItsContent)
                 ElementsAre("Exception in an operation: no picture", "Exception in an operation: no picture"));
     tool.working->id = "second";
     tool.setRenderContext(kView, true);
-    EXPECT_TRUE(main.at(0).image);
+    tool.settle();
+    ASSERT_EQ(main.count(), 1u);
+    EXPECT_TRUE(main.last().image);
 }
 
 TEST(ProcessorBase, RendersAreDeliveredOnOneThreadThatIsNotTheWorker)

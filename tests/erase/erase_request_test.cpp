@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -152,6 +153,18 @@ TEST(EraseRequest, FailuresComeOnTheWorkerRequestsOnAThreadOfTheirOwn)
     tool.draw({{100, 100}}, brush(20));
     tool.generateRequest("2", {}, [&](const Request&) { threads(std::this_thread::get_id()); });
     EXPECT_TRUE(threads.at(1) != worker);
+}
+
+TEST(EraseRequest, ACallbackOnTheWorkerMayEndTheTool)
+{
+    auto tool = std::make_unique<EraseTool>();
+    Received<bool> valid;
+    tool->generateRequest("1", {}, [&](const Request& request) {
+        tool.reset();
+        valid(request.valid);
+    });
+    EXPECT_FALSE(valid.at(0));
+    EXPECT_FALSE(tool);
 }
 
 // A request for a part of a picture, without a processor.

@@ -1,7 +1,7 @@
 // Scores pictures against the truth that they should show: bench_truth_score TRUTH INPUTS PICTURES...
 // Prints for each PSNR in dB, sharpness as a share of that of INPUTS in percent, and noise in percent of full scale,
-// separated by tabs. INPUTS has the size of the truth. A picture may be a part of the truth; the best position for it is found. All are compared where
-// the smallest common part of them lies, so that they are scored on the same pixels.
+// separated by tabs. INPUTS has the size of the truth. A picture may be a part of the truth; the best position for it
+// is found. All are compared where the smallest common part of them lies, so that they are scored on the same pixels.
 #include "bench_pictures.hpp"
 
 #include <scenes/metrics.hpp>

@@ -11,7 +11,7 @@
 namespace orvo::details {
 namespace {
 
-constexpr int kBins = 90; // of 2 degrees
+constexpr int kBins = 90;  // of 2 degrees
 constexpr int kRadius = 2; // of the window whose gradients must agree
 constexpr int kWindow = (2 * kRadius + 1) * (2 * kRadius + 1);
 // The mean squared gradient of a window, in steps of 8 bits, below which it is noise.

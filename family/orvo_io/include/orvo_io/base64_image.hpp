@@ -33,8 +33,8 @@ struct ORVO_EXPORT Base64EncodeParameters
                                                     const Base64EncodeParameters& parameters);
 
 /// Larger pictures are not decoded, so that a small text that decompresses to a huge picture does not fill memory. The
-/// largest request is one for an expansion: 8 megapixels of the picture with borders of 2000 pixels all around are up to
-/// 49 megapixels, and an answer may be somewhat larger.
+/// largest request is one for an expansion: 8 megapixels of the picture with borders of 2000 pixels all around are up
+/// to 49 megapixels, and an answer may be somewhat larger.
 inline constexpr std::int64_t kMostDecodedPixels = 100'000'000;
 
 /// Decodes such a text to a picture in sRGB. Accepts 1 to 16 bits, gray, palette and interlacing; alpha is blended over

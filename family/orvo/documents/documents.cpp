@@ -42,11 +42,14 @@ std::shared_ptr<Image> openNoEmpty(const std::filesystem::path& path, const Stat
     const LoadedDocument document(path);
     if (ImageLoader::getSize(document.bytes) == _Size<int>())
         throw std::runtime_error(path.string() + " cannot be opened as a picture");
-    if (!settings.composition.empty())
+    StateSettings remaining = settings;
+    if (!settings.composition.empty()) {
         if (auto image = composed(document, settings, path, presetsPath))
             return image;
+        remaining = {{}, settings.canceled, {}}; // the failure is logged already
+    }
     const auto metadata = copyMetadata(document.bytes);
-    const auto pixels = open(document.bytes, settings, presetsPath);
+    const auto pixels = open(document.bytes, remaining, presetsPath);
     if (!pixels)
         throw std::runtime_error(path.string() + " cannot be opened as a picture");
     return CreateOrvoImage(pixels, metadata);

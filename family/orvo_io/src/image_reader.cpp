@@ -298,12 +298,11 @@ bool isRawImageFile(const std::filesystem::path& path)
     }
 }
 
-bool beginsLikePicture(const std::filesystem::path& path) noexcept
+bool beginsLikePicture(const std::filesystem::path& path)
 {
     try {
-        const io::FileKind kind = SourceFile(path).sniff();
-        return kind != io::FileKind::Unknown;
-    } catch (...) { // it cannot be opened
+        return SourceFile(path).sniff() != io::FileKind::Unknown;
+    } catch (const FailureError&) { // it cannot be opened
         return false;
     }
 }

@@ -7,8 +7,8 @@
 
 namespace orvo {
 
-/// Whether the file begins like one of the formats that ImageReader reads. False for what cannot be opened; logs
-/// nothing.
-[[nodiscard]] ORVO_EXPORT bool beginsLikePicture(const std::filesystem::path& path) noexcept;
+/// Whether the file begins like one of the formats that ImageReader reads. False if it cannot be opened; logs nothing.
+/// Throws std::bad_alloc.
+[[nodiscard]] ORVO_EXPORT bool beginsLikePicture(const std::filesystem::path& path);
 
 } // namespace orvo

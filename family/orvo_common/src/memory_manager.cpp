@@ -148,7 +148,13 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
         std::memset(block, kUnwritten, bytes);
 #endif
     const std::lock_guard lock(state->mutex);
-    state->handedOut.emplace(block, blockBytes);
+    try {
+        state->handedOut.emplace(block, blockBytes);
+    } catch (...) { // no memory for the entry
+        permit(block, blockBytes);
+        std::free(block);
+        throw;
+    }
     state->live += blockBytes;
     state->peak = std::max(state->peak, state->live);
     return block;

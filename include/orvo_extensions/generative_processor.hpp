@@ -118,7 +118,7 @@ public:
     /// Renders both channels in another profile. Does nothing if the pointer is the one already set.
     void changeColorProfile(std::shared_ptr<ColorProfile> profile);
     /// Renders the whole picture at full size in the main channel's profile. The record names melissaRGB() as its
-    /// profile; it is a placeholder without a picture if rendering fails, which is logged.
+    /// profile; if rendering fails, which is logged, it has no picture and is marked `isPlaceholder`.
     void generateDataForExport(std::function<void(RenderedData)> callback);
 
     /// While compare mode is on, each render carries the unedited picture as well. Finishing renders nothing.

@@ -28,13 +28,13 @@ RenderedData blankPreview()
 
 RenderedData placeholderPreview(const _Size<int>& size)
 {
-    RenderedData placeholder;
-    placeholder.image = std::make_shared<_ImageData<PixelRGB<float>>>(size, kGray, ColorProfileType::sRGB());
-    placeholder.mask = std::make_shared<MaskImage>(size, 1.0f);
-    placeholder.context.size = size;
-    placeholder.colorProfile = {};
-    placeholder.isPlaceholder = true;
-    return placeholder;
+    RenderedData gray;
+    gray.image = std::make_shared<_ImageData<PixelRGB<float>>>(size, kGray, ColorProfileType::sRGB());
+    gray.mask = std::make_shared<MaskImage>(size, 1.0f);
+    gray.context.size = size;
+    gray.colorProfile = {};
+    gray.isPlaceholder = true;
+    return gray;
 }
 
 CropDescription processCropInfo(CropDescription crop, const _Size<int>& contextSize, const _Size<int>& targetSize)

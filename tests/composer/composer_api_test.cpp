@@ -199,6 +199,32 @@ TEST_F(ComposerApi, AThrowingCropCallbackIsCalledOnceMoreAndTheWorkerGoesOn)
     EXPECT_THAT(log.texts(LogMessageType::Error), testing::SizeIs(2));
 }
 
+TEST_F(ComposerApi, EveryReceiverThatThrowsIsReportedWithItsTask)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    const LogCapture log;
+    Answers<bool> calls;
+    std::size_t expected = 0;
+    for (const bool hasReason : {true, false}) {
+        const auto raise = [&calls, hasReason](const RenderedData& data) {
+            calls.add(data.isPlaceholder);
+            if (hasReason)
+                throw std::runtime_error("no");
+            throw 7;
+        };
+        composer.getCropPreview({300, 100}, [raise](const RenderedData& data, _Rect<int>) { raise(data); });
+        composer.getFinalizePreview({}, raise, {300, 100});
+        composer.finalize({}, raise);
+        expected += 6; // each is called once more by its own catch
+        (void)calls.wait(expected);
+    }
+    EXPECT_FALSE(cropPreview(composer, {300, 100}).data.isPlaceholder);
+    for (const std::string task : {"crop preview generation", "final preview generation", "finalize"}) {
+        EXPECT_THAT(log.texts(LogMessageType::Warning), Contains("Exception in " + task + ": no"));
+        EXPECT_THAT(log.texts(LogMessageType::Warning), Contains("Exception in " + task + "."));
+    }
+}
+
 TEST_F(ComposerApi, AContextWithoutASizeIsLoggedAndChangesNothing)
 {
     ASSERT_TRUE(loaded(composer).fits);

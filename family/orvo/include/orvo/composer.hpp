@@ -73,8 +73,8 @@ public:
 
     /// Renders the crop, or the whole canvas, at `size` ((0, 0): its own) and calls `done` once with the picture in
     /// melissaRGB(), on the caller's thread, before returning. Parts of the crop outside of the canvas are white. If
-    /// `cancel` (may be empty) is set or there is no layer, `done` gets a placeholder without a picture. `flag`
-    /// and `preview` are unused. Peak: the result, and with a crop one picture of its size.
+    /// `cancel` (may be empty) is set or there is no layer, `done` gets a record without a picture, marked
+    /// `isPlaceholder`. `flag` and `preview` are unused. Peak: the result, and with a crop one picture of its size.
     void generateDataForExport(const _Size<int>& size, const std::function<void(RenderedData)>& done, bool flag,
                                const std::function<void(RenderedData)>& preview,
                                const std::shared_ptr<std::atomic<bool>>& cancel) const;

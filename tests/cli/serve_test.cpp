@@ -283,6 +283,20 @@ TEST(Serve, EndsCleanlyWithWorkInFlight)
     }
 }
 
+TEST(Serve, ARequestThatIsStillArrivingIsAnsweredWhenItStops)
+{
+    Served served({"--timeout", "3600"});
+    const std::string request = httpPost("/erase", eraseRequest(200));
+    const Wire arriving = Wire::to(served.port());
+    arriving.send(request.substr(0, request.size() / 2));
+    served.waitUntil("running", 1); // from its headers on
+    served.program.send(SIGTERM);
+    const std::string answer = arriving.receiveAll();
+    EXPECT_EQ(statusOf(answer), 503);
+    EXPECT_THAT(bodyOf(answer), HasSubstr("the service is being stopped"));
+    EXPECT_EQ(served.program.wait().exitCode, 0);
+}
+
 TEST(Serve, PortsThatCannotBeUsed)
 {
     const Served served;

@@ -11,8 +11,9 @@
 namespace orvo::service {
 namespace {
 
-constexpr std::chrono::milliseconds kPoll{50};    // how soon a stop of the server is noticed
-constexpr std::chrono::seconds kLongestFinish{5}; // for a client that goes on sending after its answer
+constexpr std::chrono::milliseconds kPoll{50};                // how soon a stop of the server is noticed
+constexpr std::chrono::seconds kLongestFinish{5};             // for a client that goes on sending after its answer
+constexpr std::chrono::milliseconds kFinishWhenStopping{500}; // the same, where the process is about to end
 
 void describe(const sockaddr_storage& address, std::string& ip, int& port)
 {
@@ -123,8 +124,20 @@ bool Connection::isClosed() const
 void Connection::finish()
 {
     ::shutdown(descriptor, SHUT_WR);
-    const auto deadline = Clock::now() + std::min<Clock::duration>(patience, kLongestFinish);
-    while (waitFor(POLLIN, deadline) && ::recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
+    // Closing with bytes unread resets the connection, and the client may lose the answer that it has not read yet.
+    const auto answered = Clock::now();
+    const auto left = [&] {
+        const auto longest = stopping ? Clock::duration(kFinishWhenStopping) : Clock::duration(kLongestFinish);
+        return std::chrono::ceil<std::chrono::milliseconds>(answered + std::min<Clock::duration>(patience, longest) -
+                                                            Clock::now());
+    };
+    for (auto wait = left(); wait.count() > 0; wait = left()) {
+        pollfd entry{descriptor, POLLIN, 0};
+        const int ready = ::poll(&entry, 1, static_cast<int>(std::min(wait, kPoll).count()));
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (ready > 0 && ::recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT) <= 0)
+            break;
     }
     ::close(descriptor);
     descriptor = INVALID_SOCKET;

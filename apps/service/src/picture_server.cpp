@@ -228,6 +228,8 @@ private:
         response.set_content(json.dump() + "\n", kJson);
     }
 
+    static Refusal beingStopped() { return {kUnavailable, "the service is being stopped"}; }
+
     static std::uint64_t announcedBytes(const httplib::Request& request)
     {
         return request.has_header("Content-Length") ? request.get_header_value<std::uint64_t>("Content-Length") : 0;
@@ -251,6 +253,8 @@ private:
         });
         if (!fits)
             throw tooLarge;
+        if (!whole && stopping) // reading ends with the service, however much has arrived
+            throw beingStopped();
         if (!whole && connectionOfThread()->isLate())
             throw Refusal{kTimeout,
                           "the request did not arrive within " + std::to_string(settings.patience.count()) + " s"};
@@ -278,7 +282,7 @@ private:
             return answerText(id, builtInAnswer(request, control));
         } catch (const FailureError& error) {
             if (error.failure().kind == FailureKind::Cancelled)
-                throw Refusal{kUnavailable, "the service is being stopped"};
+                throw beingStopped();
             throw Refusal{error.failure().kind == FailureKind::UnfittingPictures ? kUnprocessable : kFailure,
                           error.failure().sentence};
         } catch (const std::bad_alloc&) {

@@ -168,4 +168,8 @@ private:
 /// without a pixel above 0 gives (5, 5, -10, -10).
 [[nodiscard]] ORVO_EXPORT _Rect<int> inscribedRectOfMask(const _ImageData<float>& mask);
 
+/// The same search for a crop that nobody looks at before it is cut: holes stay holes, and no side is moved. A mask
+/// without a pixel above 0 gives an empty rectangle.
+[[nodiscard]] ORVO_EXPORT _Rect<int> fullRectOfMask(const _ImageData<float>& mask);
+
 } // namespace orvo

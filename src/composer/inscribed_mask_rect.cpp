@@ -121,9 +121,8 @@ cv::Rect extendFromRow(const std::vector<Runs>& rows, int top)
 
 } // namespace
 
-cv::Rect calculateMaxInscribedRect(cv::Mat& binary)
+cv::Rect largestRectWithoutZero(const cv::Mat& binary)
 {
-    keepLargestContourFilled(binary);
     std::vector<Runs> rows(static_cast<std::size_t>(binary.rows));
     for (int row = 0; row < binary.rows; ++row)
         rows[static_cast<std::size_t>(row)] = runsOfRow(binary.ptr<std::uint8_t>(row), binary.cols);
@@ -143,6 +142,12 @@ cv::Rect calculateMaxInscribedRect(cv::Mat& binary)
     return best;
 }
 
+cv::Rect calculateMaxInscribedRect(cv::Mat& binary)
+{
+    keepLargestContourFilled(binary);
+    return largestRectWithoutZero(binary);
+}
+
 _Rect<int> inscribedRectOfMask(const _ImageData<float>& mask)
 {
     cv::Mat binary = maskToBinary(mask);
@@ -150,6 +155,12 @@ _Rect<int> inscribedRectOfMask(const _ImageData<float>& mask)
     const cv::Rect found = calculateMaxInscribedRect(binary);
     // The left and upper sides keep a margin to the ragged edge of the content; the right and lower sides do not.
     return {found.x + kBorder, found.y + kBorder, found.width - 2 * kBorder, found.height - 2 * kBorder};
+}
+
+_Rect<int> fullRectOfMask(const _ImageData<float>& mask)
+{
+    const cv::Rect found = largestRectWithoutZero(maskToBinary(mask));
+    return {found.x, found.y, found.width, found.height};
 }
 
 } // namespace orvo

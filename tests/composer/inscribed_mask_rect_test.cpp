@@ -126,6 +126,17 @@ TEST(InscribedRectOfMask, AnythingAboveZeroIsContent)
     EXPECT_EQ(inscribedRectOfMask(MaskImage({100, 50}, 1.0f / 255.0f)), _Rect<int>(10, 10, 90, 40));
 }
 
+TEST(FullRectOfMask, HolesAreNotContent)
+{
+    MaskImage mask({100, 50}, 1.0f);
+    EXPECT_EQ(fullRectOfMask(mask), _Rect<int>(0, 0, 100, 50));
+    filled(mask, {40, 20, 8, 8}, 0.0f);
+    EXPECT_EQ(fullRectOfMask(mask), _Rect<int>(48, 0, 52, 50));
+    filled(mask, {90, 40, 1, 1}, 0.0f);
+    EXPECT_EQ(fullRectOfMask(mask), _Rect<int>(48, 0, 42, 50)) << "nor a single pixel";
+    EXPECT_EQ(fullRectOfMask(MaskImage({100, 50}, 0.0f)), _Rect<int>());
+}
+
 TEST(CalculateMaxInscribedRect, EqualsABruteForceSearchOnRandomMasks)
 {
     std::mt19937 random(11);

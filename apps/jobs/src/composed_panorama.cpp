@@ -404,15 +404,14 @@ PicturePointer Session::inscribed(const _Rect<int>& content)
     // A pixel of this view may be covered in part only, and the outermost pixels of a reprojection are mixed with
     // black.
     constexpr int kRim = 2;
-    _Rect<int> rect = inscribedRectOfMask(*withoutSlits(*data.mask));
-    rect.width -= kRim;
-    rect.height -= kRim;
+    _Rect<int> rect = fullRectOfMask(*withoutSlits(*data.mask));
+    rect = {rect.x + kRim, rect.y + kRim, rect.width - 2 * kRim, rect.height - 2 * kRim};
     if (rect.width < 1 || rect.height < 1)
         throwUnfitting("the panorama is too small or too ragged for a rectangle to be cut out of it");
     const RenderedData drawn = finalized({cropOf(rect), {data.mask->size(), content}, {}});
     if (!isResampled() || !drawn.mask)
         return drawn.image;
-    // The panorama may have a hole within the rectangle, which has a rim, too.
+    // A hole within the rectangle that the view does not show has a rim, too.
     const auto cut = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent);
     return cut ? cut : drawn.image;
 }

@@ -1,4 +1,4 @@
-/// Why an operation returned nothing: Failure, lastFailure(), lastWarnings().
+/// Why an operation returned nothing: Failure, lastFailure(), lastWarnings(), lastShortfalls().
 ///
 /// Example:
 ///

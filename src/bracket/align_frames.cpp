@@ -71,7 +71,14 @@ void equalizeExposure(const cv::Mat& a, const cv::Mat& b, cv::Mat& a8, cv::Mat& 
     b.convertTo(b8, CV_8UC3, kWhite8);
 }
 
-cv::Mat registerNeighbours(FrameInfos& infos, std::size_t i, double scale)
+// Frame i onto frame i - 1.
+struct NeighbourMap
+{
+    cv::Mat homography; // the identity if not found
+    bool found = false;
+};
+
+NeighbourMap registerNeighbours(FrameInfos& infos, std::size_t i, double scale)
 {
     FrameInfo& first = *infos[i - 1];
     FrameInfo& second = *infos[i];
@@ -85,45 +92,88 @@ cv::Mat registerNeighbours(FrameInfos& infos, std::size_t i, double scale)
         second.keypoints = detectKeypoints(b8);
     if (i == 1 && first.keypoints.empty())
         first.keypoints = second.keypoints;
-    cv::Mat homography;
-    // A pair that fails is an identity in the chain; estimatePair() has logged the reason.
-    (void)estimatePair(a8, first.keypoints, b8, second.keypoints, homography, scale, first.width, first.height);
-    return homography;
+    NeighbourMap map;
+    map.found =
+        estimatePair(a8, first.keypoints, b8, second.keypoints, map.homography, scale, first.width, first.height);
+    return map;
 }
 
-// Maps frame k onto the reference frame.
-cv::Mat referenceFromFrame(const std::vector<cv::Mat>& neighbours, std::size_t k, std::size_t reference)
+enum class Placing
 {
-    cv::Mat transform = cv::Mat::eye(3, 3, CV_64F);
-    for (std::size_t j = std::min(k, reference) + 1; j <= std::max(k, reference); ++j)
-        transform = transform * neighbours[j - 1];
-    return k < reference ? cv::Mat(transform.inv()) : transform;
+    Missed,  // nothing shows where the frame lies
+    Roughly, // by key points alone, although a finer place was looked for
+    Done,
+};
+
+struct FramePlace
+{
+    cv::Mat referenceFromFrame;
+    Placing placing = Placing::Done;
+};
+
+// `neighbours[i - 1]` maps frame i onto frame i - 1.
+FramePlace chained(const std::vector<NeighbourMap>& neighbours, std::size_t k, std::size_t reference)
+{
+    FramePlace place{cv::Mat::eye(3, 3, CV_64F)};
+    for (std::size_t j = std::min(k, reference) + 1; j <= std::max(k, reference); ++j) {
+        place.referenceFromFrame = place.referenceFromFrame * neighbours[j - 1].homography;
+        if (!neighbours[j - 1].found)
+            place.placing = Placing::Missed;
+    }
+    if (k < reference)
+        place.referenceFromFrame = cv::Mat(place.referenceFromFrame.inv());
+    return place;
 }
 
-// Makes the transforms exact to a small fraction of a pixel; false if cancelled.
-bool refineTransforms(const std::vector<HDRFrame>& frames, std::size_t reference, const RunControl& run,
-                      std::vector<cv::Mat>& referenceFromFrames)
+// Makes the places exact to a small fraction of a pixel; false if cancelled.
+bool refinePlaces(const std::vector<HDRFrame>& frames, std::size_t reference, const RunControl& run,
+                  std::vector<FramePlace>& places)
 {
     std::vector<cv::Matx33d> starts;
-    for (const cv::Mat& each : referenceFromFrames)
-        starts.push_back(cv::Matx33d(each).inv());
+    for (const FramePlace& place : places)
+        starts.push_back(cv::Matx33d(place.referenceFromFrame).inv());
     const auto structure = [&](std::size_t k) {
         if (frames[k].image->size() != frames[0].image->size())
             throw FailureError({FailureKind::UnfittingPictures, frames[k].path,
                                 "the frame has another size than the first of its bracket"});
         return structureOf(*frames[k].image);
     };
-    const auto maps = placeFrames(frames.size(), reference, structure, starts, FrameMovement::Hand, run);
-    for (std::size_t k = 0; k < maps.size(); ++k)
-        referenceFromFrames[k] = cv::Mat(maps[k].inv());
-    return !maps.empty();
+    const auto refined = placeFrames(frames.size(), reference, structure, starts, FrameMovement::Hand, run);
+    for (std::size_t k = 0; k < refined.size(); ++k) {
+        places[k].referenceFromFrame = cv::Mat(refined[k].frameFromReference.inv());
+        if (refined[k].found)
+            places[k].placing = Placing::Done;
+        else if (places[k].placing == Placing::Done)
+            places[k].placing = Placing::Roughly;
+    }
+    return !refined.empty();
 }
 
-cv::Rect2d commonRectangle(const FrameInfos& infos, const std::vector<cv::Mat>& transforms, bool crop)
+// Rungs of a ladder may be of one file.
+void keepShortfalls(const std::vector<HDRFrame>& frames, std::size_t reference, const std::vector<FramePlace>& places,
+                    bool abandoned)
+{
+    const std::string name = frames[reference].path.filename().string();
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        if (k == reference || frames[k].path == frames[reference].path)
+            continue;
+        if (abandoned)
+            details::keepShortfall({FailureKind::UnfittingPictures, frames[k].path,
+                                    "stays where it is, since too little would remain that all frames show"});
+        else if (places[k].placing == Placing::Missed)
+            details::keepShortfall({FailureKind::UnfittingPictures, frames[k].path,
+                                    "stays where it is, since it cannot be aligned with " + name});
+        else if (places[k].placing == Placing::Roughly)
+            details::keepShortfall({FailureKind::UnfittingPictures, frames[k].path,
+                                    "is aligned only roughly with " + name + ", since they differ too much"});
+    }
+}
+
+cv::Rect2d commonRectangle(const FrameInfos& infos, const std::vector<FramePlace>& places, bool crop)
 {
     cv::Rect2d common(0, 0, infos[0]->image.cols, infos[0]->image.rows);
     for (std::size_t k = 0; k < infos.size(); ++k) {
-        const auto corners = projectedCorners(transforms[k], infos[k]->width, infos[k]->height);
+        const auto corners = projectedCorners(places[k].referenceFromFrame, infos[k]->width, infos[k]->height);
         if (crop)
             common &= cv::Rect2d(
                 inscribedRect(corners, static_cast<float>(infos[k]->width), static_cast<float>(infos[k]->height)));
@@ -174,19 +224,20 @@ void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop, A
     LOG(__orvolog() << "[Alignment] Alignment scale: " << scale);
     FrameInfos infos = describeFrames(frames, width, height, scale);
 
-    std::vector<cv::Mat> neighbours; // neighbours[i - 1] maps frame i onto frame i - 1
+    std::vector<NeighbourMap> neighbours;
     for (std::size_t i = 1; i < infos.size(); ++i)
         neighbours.push_back(registerNeighbours(infos, i, scale));
-    std::vector<cv::Mat> transforms;
+    const auto reference = static_cast<std::size_t>(referenceIndex);
+    std::vector<FramePlace> places;
     for (std::size_t k = 0; k < infos.size(); ++k)
-        transforms.push_back(referenceFromFrame(neighbours, k, static_cast<std::size_t>(referenceIndex)));
+        places.push_back(chained(neighbours, k, reference));
 
-    if (quality == AlignmentQuality::Fine &&
-        !refineTransforms(frames, static_cast<std::size_t>(referenceIndex), run, transforms))
+    if (quality == AlignmentQuality::Fine && !refinePlaces(frames, reference, run, places))
         return;
 
-    cv::Rect2d common = commonRectangle(infos, transforms, crop);
+    cv::Rect2d common = commonRectangle(infos, places, crop);
     const bool failed = !isUsable(common, width, height);
+    keepShortfalls(frames, reference, places, failed);
     if (failed)
         common = cv::Rect2d(0, 0, width, height);
     const cv::Size size(static_cast<int>(std::ceil(common.width)), static_cast<int>(std::ceil(common.height)));
@@ -199,10 +250,10 @@ void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop, A
             matToFrame(infos[k]->image, kept->data());
             frames[k].image = std::move(kept);
         } else if (quality == AlignmentQuality::Fine) {
-            const cv::Matx33d targetFromFrame(cv::Mat(shift * transforms[k]));
+            const cv::Matx33d targetFromFrame(cv::Mat(shift * places[k].referenceFromFrame));
             frames[k].image = lanczosWarp(*frames[k].image, targetFromFrame.inv(), {size.width, size.height});
         } else {
-            frames[k].image = warped(*infos[k], shift * transforms[k], size, profile);
+            frames[k].image = warped(*infos[k], shift * places[k].referenceFromFrame, size, profile);
         }
     }
 }

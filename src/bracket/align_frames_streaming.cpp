@@ -63,6 +63,13 @@ _Rect<int> validRectangle(const cv::Mat& referenceFromFrame, int width, int heig
             static_cast<int>(valid.height)};
 }
 
+void keepNotAligned(const FocusStackerFrame& frame, const FocusStackerFrame& reference)
+{
+    details::keepShortfall(
+        {FailureKind::UnfittingPictures, frame.path,
+         "stays where it is, since it cannot be aligned with " + reference.path.filename().string()});
+}
+
 // Throws unless the frame can be read as one of the reference's size.
 void requireShapeOf(const FocusStackerFrame& reference, const FocusStackerFrame& frame)
 {
@@ -93,6 +100,7 @@ cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame&
             cv::noArray());
     } catch (...) {
         LOG(__orvolog() << LogMessageType::Error << "findTransformECC error!");
+        keepNotAligned(frame, reference);
         return transform.clone();
     }
     return atScale(iterated, 1.0f / scale);
@@ -135,14 +143,17 @@ void alignFramesFinely(const std::function<FocusStackerFrame(int)>& getFrame,
                 {FailureKind::UnfittingPictures, frame.path, "the frame has another size than the reference frame"});
         return structureOf(*frame.image);
     };
-    const auto maps = placeFrames(count, referenceIndex, structure, {}, FrameMovement::Series, RunControl::none());
+    const auto places = placeFrames(count, referenceIndex, structure, {}, FrameMovement::Series, RunControl::none());
     for (std::size_t k = 0; k < count; ++k) {
         FocusStackerFrame frame = getFrame(static_cast<int>(k));
         _Rect<int> valid(0, 0, size.width, size.height);
-        if (maps[k] != cv::Matx33d::eye()) {
-            frame.image = lanczosWarp(*frame.image, maps[k], size);
-            valid = validRectangle(cv::Mat(maps[k].inv()), size.width, size.height);
+        const cv::Matx33d& map = places[k].frameFromReference;
+        if (map != cv::Matx33d::eye()) {
+            frame.image = lanczosWarp(*frame.image, map, size);
+            valid = validRectangle(cv::Mat(map.inv()), size.width, size.height);
         }
+        if (!places[k].found)
+            keepNotAligned(frame, reference);
         consume(static_cast<int>(k), frame, valid);
     }
 }

@@ -38,7 +38,8 @@ cv::Ptr<cv::Feature2D> surf()
     return cv::xfeatures2d::SURF::create(kHessianThreshold, kOctaves, kOctaveLayers, false, false);
 }
 
-void complain(const std::string& text) { details::logWarning("[Alignment] " + text); }
+// Whoever asked for the pair knows the file and what follows, and says so.
+void complain(const std::string& text) { LOG(__orvolog() << LogMessageType::Warning << "[Alignment] " << text); }
 
 // Clears entries whose best match is not clearly better than the second best.
 void ratioTest(MatchLists& lists)

@@ -2,7 +2,6 @@
 
 #include <orvo_logger/logstream.hpp>
 
-#include <string>
 #include <utility>
 
 namespace orvo {
@@ -16,12 +15,13 @@ struct Neighbour
 
 } // namespace
 
-std::vector<cv::Matx33d> placeFrames(std::size_t count, std::size_t reference,
-                                     const std::function<FrameStructure(std::size_t)>& structure,
-                                     const std::vector<cv::Matx33d>& starts, FrameMovement movement,
-                                     const RunControl& run)
+std::vector<FineRegistration> placeFrames(std::size_t count, std::size_t reference,
+                                          const std::function<FrameStructure(std::size_t)>& structure,
+                                          const std::vector<cv::Matx33d>& starts, FrameMovement movement,
+                                          const RunControl& run)
 {
-    std::vector<cv::Matx33d> maps(count, cv::Matx33d::eye());
+    std::vector<FineRegistration> places(count);
+    places[reference].found = true;
     const FrameStructure ofReference = structure(reference);
     Neighbour last;
     bool hasLast = false;
@@ -31,15 +31,13 @@ std::vector<cv::Matx33d> placeFrames(std::size_t count, std::size_t reference,
         if (hasLast)
             placed.push_back({&last.structure, last.frameFromReference});
         const cv::Matx33d start = !starts.empty() ? starts[i] : hasLast ? last.frameFromReference : cv::Matx33d::eye();
-        const FineRegistration result = registerFinely(placed, own, start, movement);
-        if (!result.found) {
-            details::logWarning("[Alignment] Frame #" + std::to_string(i) + " could not be registered");
-            if (!starts.empty())
-                maps[i] = starts[i];
+        places[i] = registerFinely(placed, own, start, movement);
+        if (!places[i].found) {
+            LOG(__orvolog() << LogMessageType::Warning << "[Alignment] Frame #" << i << " could not be registered");
+            places[i].frameFromReference = starts.empty() ? cv::Matx33d::eye() : starts[i];
             return;
         }
-        maps[i] = result.frameFromReference;
-        last = {std::move(own), maps[i]};
+        last = {std::move(own), places[i].frameFromReference};
         hasLast = true;
     };
     for (std::size_t i = reference + 1; i < count && !run.cancelled(); ++i)
@@ -48,7 +46,7 @@ std::vector<cv::Matx33d> placeFrames(std::size_t count, std::size_t reference,
     last = {};
     for (std::size_t i = reference; i-- > 0 && !run.cancelled();)
         place(i);
-    return run.wasCancelled() ? std::vector<cv::Matx33d>() : maps;
+    return run.wasCancelled() ? std::vector<FineRegistration>() : places;
 }
 
 } // namespace orvo

@@ -251,16 +251,35 @@ TEST_F(MergeFailures, NoFiles)
     expectLastFailure(FailureKind::Internal);
 }
 
-TEST_F(MergeFailures, WarningsAreKept)
+TEST_F(MergeFailures, AFrameThatCannotBeAlignedIsNamed)
 {
     settings.alignment = true;
     paths = {writtenTo(folder / "a.tif", *plain(64, 48, 0.3f)), writtenTo(folder / "b.tif", *plain(64, 48, 0.6f))};
-    EXPECT_TRUE(make_HDR(paths, settings, {}, {}).first);
-    EXPECT_THAT(lastWarnings(), testing::Contains(HasSubstr("[Alignment]")));
-    EXPECT_FALSE(lastFailure().has_value());
+    for (const AlignmentQuality quality : {AlignmentQuality::Fast, AlignmentQuality::Fine}) {
+        settings.alignmentQuality = quality;
+        EXPECT_TRUE(make_HDR(paths, settings, {}, {}).first);
+        EXPECT_THAT(lastShortfalls(),
+                    testing::ElementsAre(Failure{FailureKind::UnfittingPictures, folder / "a.tif",
+                                                 "stays where it is, since it cannot be aligned with b.tif"}));
+        EXPECT_THAT(lastWarnings(), testing::IsEmpty());
+        EXPECT_FALSE(lastFailure().has_value());
+    }
     settings.alignment = false;
     EXPECT_TRUE(make_HDR(paths, settings, {}, {}).first);
-    EXPECT_THAT(lastWarnings(), testing::IsEmpty());
+    EXPECT_THAT(lastShortfalls(), testing::IsEmpty());
+}
+
+TEST_F(MergeFailures, FramesThatShareTooLittle)
+{
+    settings.alignment = true;
+    paths = {writtenTo(folder / "a.tif", *textured(320, 240)), writtenTo(folder / "b.tif", *textured(320, 240, 50, 0))};
+    for (const AlignmentQuality quality : {AlignmentQuality::Fast, AlignmentQuality::Fine}) {
+        settings.alignmentQuality = quality;
+        EXPECT_TRUE(make_HDR(paths, settings, {}, {}).first);
+        ASSERT_EQ(lastShortfalls().size(), 1u);
+        EXPECT_EQ(lastShortfalls()[0].file, folder / "b.tif");
+        EXPECT_THAT(lastShortfalls()[0].sentence, HasSubstr("too little would remain"));
+    }
 }
 
 TEST(ExportAlignedFailures, ARawFileThatDropsOut)

@@ -293,7 +293,6 @@ TEST_F(Erase, MarksThatCannotBeUsed)
     drawMask("black.png", {8, 8}, [](int, int) { return false; });
     expectEnd({"--mask", "black.png", "-o", "out.png"}, 1, {"in.png", "nothing of the picture is marked"});
     expectEnd({"--mask", "nowhere.png", "-o", "out.png"}, 1, {"nowhere.png", "no such file"});
-    expectEnd({"--box", kBoxText}, 2, {"--output"});
 }
 
 TEST_F(Erase, JsonNamesTheRequest)

@@ -94,9 +94,9 @@ TEST_P(PictureInputs, NoFiles)
     EXPECT_THAT(finished.out, IsEmpty());
 }
 
-TEST_P(PictureInputs, NoOutput)
+TEST(LabelInputs, NoOutput)
 {
-    const Finished finished = runOrvo({GetParam().name, "a.jpg"});
+    const Finished finished = runOrvo({"label", "a.jpg"});
     EXPECT_EQ(finished.exitCode, 2);
     EXPECT_THAT(finished.errLines(), ElementsAre(HasSubstr("--output"), HasSubstr("--help")));
 }

@@ -155,7 +155,7 @@ TEST_F(Stack, FastWithoutAlignment) { expectWrongUsage({"--no-align", "--fast"},
 
 TEST_F(Stack, ReferenceThatIsNotUsed) { expectWrongUsage({"--no-align", "--reference", "1"}, "reference"); }
 
-TEST_F(Stack, DeghostOutOfRange) { expectWrongUsage({"--deghost", "5"}, "expected 0 to 4, found 5"); }
+TEST_F(Stack, DeghostOutOfRange) { expectWrongUsage({"--deghost", "5"}, "highest, 0, 1, 2, 3, 4, found 5"); }
 
 TEST_F(Stack, FramesOfDifferentSizes)
 {

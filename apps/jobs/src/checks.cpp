@@ -163,7 +163,7 @@ void checkAllDiffer(const std::vector<fs::path>& paths)
                            : paths[i].string() + " and " + paths[j].string() + " are the same file, given twice");
 }
 
-void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs)
+void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs, const PictureJobRequest& request)
 {
     for (const fs::path& input : inputs)
         if (isSameFile(input, output))
@@ -174,6 +174,8 @@ void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs)
         failToWrite(output, "this is a folder, a file name was expected");
     if (fs::exists(status) && !fs::is_regular_file(status))
         failToWrite(output, "this is a device or a pipe, which cannot be replaced by a picture");
+    if (fs::exists(status) && request.keepExisting)
+        failToWrite(output, "the file exists already");
     if (fs::exists(status) && ::access(output.c_str(), W_OK) != 0)
         failToWrite(output, "the file is there already and is write-protected");
     const fs::path folder = output.has_parent_path() ? output.parent_path() : fs::path(".");

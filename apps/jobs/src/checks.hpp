@@ -39,8 +39,10 @@ void checkIsFile(const std::filesystem::path& path, const std::string& expected 
 /// No two paths lead to one file, in whatever spelling. All of them exist.
 void checkAllDiffer(const std::vector<std::filesystem::path>& paths);
 
-/// The output is no input, no folder, not write-protected, and its folder takes new files. The inputs exist.
-void checkOutput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs);
+/// The output is no input, no folder, not write-protected, does not exist if the request keeps existing files, and its
+/// folder takes new files. The inputs exist.
+void checkOutput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs,
+                 const PictureJobRequest& request);
 
 /// Metadata of a picture that is not larger than what the reader takes.
 [[nodiscard]] std::shared_ptr<const ImageMetadata> checkIsPicture(const std::filesystem::path& path);

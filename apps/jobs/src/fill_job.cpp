@@ -51,7 +51,7 @@ void checkFiles(PictureRun& run, const FillJobRequest& request, ImageFileFormat 
     run.checkFiles(inputs);
     if (!request.model.empty())
         checkIsFile(request.model, "network");
-    checkOutput(request.output, inputs);
+    checkOutput(request.output, inputs, request);
     checkHolds(request.output, format, run.checkPictures(inputs).front()->size);
     run.throwIfCancelled();
 }

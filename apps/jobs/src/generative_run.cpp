@@ -79,7 +79,7 @@ _Size<int> GenerativeRun::check(const std::vector<std::filesystem::path>& inputs
         checkIsFile(request.responseFile, "response");
         files.push_back(request.responseFile);
     }
-    checkOutput(output, files);
+    checkOutput(output, files, request);
     const auto metadata = run.checkPictures(pictures);
     checkHolds(metadata.front()->size);
     run.throwIfCancelled();

@@ -77,7 +77,7 @@ std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& reque
 {
     run.report({JobStep::Check, kCheckStarts});
     run.checkFiles(request.frames);
-    checkOutput(request.output, request.frames);
+    checkOutput(request.output, request.frames, request);
     const auto metadata = run.checkPictures(request.frames);
     checkSizesAgree(request.frames, metadata);
     checkHolds(request.output, format, metadata.front()->size);
@@ -104,8 +104,20 @@ std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, cons
     run.throwIfCancelled();
     if (!merged)
         throwLastFailure("the merge returned no picture and no reason");
+    if (request.strict)
+        PictureRun::throwShortfall();
     run.keepWarnings();
     return merged;
+}
+
+void noteInVain(const HdrJobRequest& request, PictureRun& run)
+{
+    const bool isSingle = request.frames.size() == 1;
+    if (isSingle && request.align)
+        run.keepWarnings({"a single frame has nothing to be aligned with"});
+    if (isSingle && request.deghost)
+        run.keepWarnings({"a single frame has no ghosts to remove"});
+    run.noteLensInVain(request.lensCorrection, request.frames);
 }
 
 } // namespace
@@ -121,6 +133,7 @@ HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks)
         const std::shared_ptr<Image> merged = merge(run, request, result.frames, callbacks);
         run.report({JobStep::Write, kWriteStarts});
         static_cast<WrittenPicture&>(result) = run.write(*merged, request.output, settings, 1.0);
+        noteInVain(request, run);
     });
     return result;
 }

@@ -73,7 +73,7 @@ void checkFiles(PictureRun& run, const LabelJobRequest& request, const std::vect
         checkHolds(outputs[i], request.format, metadata[i]->size);
     const MadeFolder probe(request.folder); // removed again until there is a picture to write
     for (const auto& output : outputs)
-        checkOutput(output, request.frames);
+        checkOutput(output, request.frames, request);
     run.throwIfCancelled();
 }
 

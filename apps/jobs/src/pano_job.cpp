@@ -45,7 +45,7 @@ std::vector<std::shared_ptr<const ImageMetadata>> checkFiles(PictureRun& run, co
         checkIsFile(request.video, "video");
     else
         run.checkFiles(inputs);
-    checkOutput(request.output, inputs);
+    checkOutput(request.output, inputs, request);
     std::vector<std::shared_ptr<const ImageMetadata>> metadata;
     if (!isVideo)
         metadata = run.checkPictures(inputs);
@@ -155,6 +155,12 @@ StitchedPanorama stitch(PictureRun& run, const PanoJobRequest& request)
     return panorama;
 }
 
+const char* reasonOfLeavingOut(const PanoJobRequest& request)
+{
+    return request.brackets ? "left out with its bracket, because it matches no other bracket"
+                            : "left out, because it matches no other picture";
+}
+
 } // namespace
 
 PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbacks)
@@ -178,17 +184,18 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
             run.keepWarnings();
             image = panorama.image;
         }
+        if (request.strict)
+            for (const PanoramaPlace& place : result.places)
+                if (!place.placed)
+                    throw FailureError({FailureKind::UnfittingPictures, place.path, reasonOfLeavingOut(request)});
+        run.noteLensInVain(request.lensCorrection, request.files);
         run.report(kWriteStarts);
         static_cast<WrittenPicture&>(result) = run.write(*image, request.output, settings, 1.0);
     });
     if (result.done())
         for (const PanoramaPlace& place : result.places)
             if (!place.placed)
-                result.warnings.push_back(place.path.string() + (request.brackets
-                                                                     ? ": left out with its bracket, because it "
-                                                                       "matches no other bracket"
-                                                                     : ": left out, because it matches no other "
-                                                                       "picture"));
+                result.warnings.push_back(place.path.string() + ": " + reasonOfLeavingOut(request));
     return result;
 }
 

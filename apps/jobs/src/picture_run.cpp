@@ -4,6 +4,7 @@
 #include "file_profile.hpp"
 
 #include <jobs/beside_file.hpp>
+#include <orvo_io/image_reader.hpp>
 
 #include <algorithm>
 #include <string>
@@ -62,13 +63,32 @@ WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::pa
                                                     : settings.profile->description()};
 }
 
-void PictureRun::keepWarnings() { keepWarnings(lastWarnings()); }
+void PictureRun::keepWarnings()
+{
+    std::vector<std::string> descriptions;
+    for (const Failure& shortfall : lastShortfalls())
+        descriptions.push_back(describe(shortfall));
+    keepWarnings(descriptions);
+    keepWarnings(lastWarnings());
+}
+
+void PictureRun::throwShortfall()
+{
+    if (const std::vector<Failure> shortfalls = lastShortfalls(); !shortfalls.empty())
+        throw FailureError(shortfalls.front());
+}
 
 void PictureRun::keepWarnings(const std::vector<std::string>& warnings)
 {
     for (const std::string& warning : warnings)
         if (std::find(result.warnings.begin(), result.warnings.end(), warning) == result.warnings.end())
             result.warnings.push_back(warning);
+}
+
+void PictureRun::noteLensInVain(bool lensCorrection, const std::vector<std::filesystem::path>& inputs)
+{
+    if (lensCorrection && std::none_of(inputs.begin(), inputs.end(), isRawImageFile))
+        keepWarnings({"lens correction has no effect: none of the files is raw"});
 }
 
 } // namespace orvo::jobs

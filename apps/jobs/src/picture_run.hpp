@@ -38,10 +38,14 @@ public:
     [[nodiscard]] WrittenPicture write(const Image& picture, const std::filesystem::path& output,
                                        ImageWriteSettings settings, double doneFraction);
 
-    /// Collects the warnings of the last library call.
+    /// Collects the warnings and shortfalls of the last library call.
     void keepWarnings();
+    /// Throws the first shortfall of the last library call, if it has any.
+    static void throwShortfall();
     /// Each once.
     void keepWarnings(const std::vector<std::string>& warnings);
+    /// Warns if lens correction was asked for and none of the files is raw.
+    void noteLensInVain(bool lensCorrection, const std::vector<std::filesystem::path>& inputs);
     void throwIfCancelled() const { jobs::throwIfCancelled(callbacks); }
     [[nodiscard]] bool isCancelled() const { return callbacks.cancelled(); }
 

@@ -41,7 +41,7 @@ void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat
 {
     run.report(kCheckStarts);
     run.checkFiles(request.frames);
-    checkOutput(request.output, request.frames);
+    checkOutput(request.output, request.frames, request);
     const auto metadata = run.checkPictures(request.frames);
     checkSizesAgree(request.frames, metadata);
     checkHolds(request.output, format, metadata.front()->size);
@@ -55,7 +55,10 @@ std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, st
     run.throwIfCancelled();
     if (!stacked)
         throwLastFailure("stacking returned no picture and no reason");
+    if (request.strict)
+        PictureRun::throwShortfall();
     run.keepWarnings();
+    run.noteLensInVain(request.lensCorrection, request.frames);
     return stacked;
 }
 

@@ -109,7 +109,7 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request, ImageFi
     run.checkFiles({request.source});
     if (!request.model.empty())
         checkIsFile(request.model, "network");
-    checkOutput(request.output, {request.source});
+    checkOutput(request.output, {request.source}, request);
     const auto metadata = run.checkPictures({request.source});
     checkResult(request, format, metadata.front()->size);
     run.throwIfCancelled();

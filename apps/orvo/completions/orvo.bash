@@ -6,7 +6,7 @@ _orvo()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale fill erase expand restore pano serve frames demo --help --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'hdr stack label upscale fill erase expand restore pano serve frames demo help --help --version' -- "$word")
         return
     fi
     if [[ ${COMP_WORDS[1]} == label && $before == @(-o|--output) ]]; then
@@ -21,7 +21,7 @@ _orvo()
             return
             ;;
         --deghost)
-            mapfile -t COMPREPLY < <(compgen -W '0 1 2 3 4' -- "$word")
+            mapfile -t COMPREPLY < <(compgen -W 'none lowest low medium high highest' -- "$word")
             return
             ;;
         --bits)
@@ -41,7 +41,7 @@ _orvo()
             return
             ;;
         --projection)
-            mapfile -t COMPREPLY < <(compgen -W 'plane cylindrical spherical fisheye planet mercator' -- "$word")
+            mapfile -t COMPREPLY < <(compgen -W 'plane rectilinear cylindrical spherical equirectangular fisheye planet little-planet mercator' -- "$word")
             return
             ;;
         --crop)
@@ -60,35 +60,35 @@ _orvo()
         local options
         case ${COMP_WORDS[1]} in
             hdr)
-                options='--help -o --output --quality --bits --align --fast --deghost --ghost-reference --chromatic
-                    --lens --white-balance --details --threads --quiet --json --log'
+                options='--help -o --output --force --quality --bits --align --fast --strict --deghost
+                    --ghost-reference --chromatic --lens --white-balance --details --threads --quiet --json --log'
                 ;;
             stack)
-                options='--help -o --output --quality --bits --no-align --fast --reference --deghost --chromatic
-                    --lens --threads --quiet --json --log'
+                options='--help -o --output --force --quality --bits --no-align --fast --reference --strict
+                    --deghost --chromatic --lens --threads --quiet --json --log'
                 ;;
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             upscale)
-                options='--help -o --output --quality --bits --passes --denoise --crisp --no-faces --model
+                options='--help -o --output --force --quality --bits --passes --denoise --crisp --no-faces --model
                     --threads --quiet --json --log'
                 ;;
-            fill) options='--help -o --output --quality --bits --mask --model --threads --quiet --json --log' ;;
+            fill) options='--help -o --output --force --quality --bits --mask --model --threads --quiet --json --log' ;;
             erase)
-                options='--help -o --output --quality --bits --mask --box --stroke --service --timeout --retries
+                options='--help -o --output --force --quality --bits --mask --box --stroke --service --timeout --retries
                     --request-only --response --threads --quiet --json --log'
                 ;;
             expand)
-                options='--help -o --output --quality --bits --add --crop --service --timeout --retries
+                options='--help -o --output --force --quality --bits --add --crop --service --timeout --retries
                     --request-only --response --threads --quiet --json --log'
                 ;;
             restore)
-                options='--help -o --output --quality --bits --as-is --service --timeout --retries
+                options='--help -o --output --force --quality --bits --as-is --service --timeout --retries
                     --request-only --response --threads --quiet --json --log'
                 ;;
             serve) options='--help --port --address --jobs --max-body --timeout --threads --quiet --log' ;;
             pano)
-                options='--help -o --output --quality --bits --projection --max-size --devignette --chromatic --lens
-                    --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
+                options='--help -o --output --force --quality --bits --projection --max-size --devignette
+                    --chromatic --lens --strict --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
                     --threads --quiet --json --log'
                 ;;
             frames) options='--help --json' ;;

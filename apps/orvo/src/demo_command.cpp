@@ -33,7 +33,7 @@ int runDemo(int argc, char** argv)
     std::string folder;
     jobs::DemoJobRequest request;
     app.add_option("DIR", folder, "folder for the pictures; created if missing")->type_name("")->required();
-    app.add_option("--size", request.size, "longer side of the pictures in pixels; default 1536")
+    app.add_option("--size", request.size, "longer side of the pictures in pixels (default: 1536)")
         ->type_name("N")
         ->check(between(jobs::kSmallestDemo, jobs::kLargestDemo));
     app.add_flag("--keep", request.keep, "keep frames that exist in DIR, create only missing ones");

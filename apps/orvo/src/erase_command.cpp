@@ -17,6 +17,7 @@ constexpr const char* kAbout =
     "\n"
     "The program paints from the surroundings itself, or sends the part of the picture around the\n"
     "marks to a generative service (see docs/service.md for the protocol).\n";
+constexpr const char* kWhatWasDone = "erased"; // in the name of the result
 constexpr const char* kExamples =
     "Examples:\n"
     "  Take out what a rectangle holds:\n"
@@ -97,15 +98,14 @@ int runErase(int argc, char** argv)
     GenerativeOptions options;
     jobs::EraseJobRequest request;
     Marks marks;
-    bindPicture(app, request, options);
+    bindPicture(app, request, options, kWhatWasDone);
     bindMarks(app, marks);
     bindService(app, request, options);
     bindRun(app, request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    if (const auto exitCode = takeOptions("erase", options, request))
-        return *exitCode;
+    takeOptions(options, kWhatWasDone, request);
     if (const auto exitCode = takeMarks(marks, request))
         return *exitCode;
 

@@ -16,6 +16,7 @@ constexpr const char* kAbout =
     "\n"
     "The program paints from the picture itself, or sends the part of the canvas around the border to\n"
     "a generative service (see docs/service.md for the protocol).\n";
+constexpr const char* kWhatWasDone = "expanded"; // in the name of the result
 constexpr const char* kExamples = "Examples:\n"
                                   "  A tenth more sky, and 200 pixels more on the left:\n"
                                   "    orvo expand tower.jpg --add 200,10%,0,0 -o tower-wide.jpg\n"
@@ -78,7 +79,7 @@ int runExpand(int argc, char** argv)
     jobs::ExpandJobRequest request;
     std::string crop;
     std::string add;
-    bindPicture(app, request, options);
+    bindPicture(app, request, options, kWhatWasDone);
     app.add_option("--add", add, "widths to add: LEFT,TOP,RIGHT,BOTTOM, in pixels or with % in percent")
         ->type_name("WIDTHS");
     app.add_option("--crop", crop, "the new canvas in pixels of the picture, X,Y,W,H; X and Y may be below 0")
@@ -88,8 +89,7 @@ int runExpand(int argc, char** argv)
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    if (const auto exitCode = takeOptions("expand", options, request))
-        return *exitCode;
+    takeOptions(options, kWhatWasDone, request);
     if (const auto exitCode = takeCanvas(crop, add, request))
         return *exitCode;
 

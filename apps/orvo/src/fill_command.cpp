@@ -12,6 +12,7 @@ constexpr const char* kAbout =
     "Removes something from a picture, or fills a border: the area that the mask marks is filled from\n"
     "its surroundings. The mask is a picture that is white in this area and black elsewhere; it\n"
     "covers the whole picture, at any size of its own. All other pixels are unchanged.\n";
+constexpr const char* kWhatWasDone = "filled"; // in the name of the result
 constexpr const char* kExamples = "Examples:\n"
                                   "  Remove the area that is white in mask.png:\n"
                                   "    orvo fill beach.jpg --mask mask.png -o empty-beach.jpg\n"
@@ -38,10 +39,10 @@ int runFill(int argc, char** argv)
     std::string file;
     std::string mask;
     std::string model;
-    std::string output;
+    OutputOptions output;
     app.add_option("FILE", file, kReadable)->type_name("")->required();
     app.add_option("--mask", mask, "a picture that is white in the area to fill")->type_name("FILE")->required();
-    bindOutput(app, output);
+    bindOutput(app, output, kWhatWasDone);
     bindFormat(app, request);
     app.add_option("--model", model, "use this ONNX inpainting network instead of the patches")->type_name("FILE");
     bindRun(app, request, run);
@@ -51,7 +52,7 @@ int runFill(int argc, char** argv)
     request.source = file;
     request.mask = mask;
     request.model = model;
-    request.output = output;
+    request.output = outputPath(output, request.source, kWhatWasDone, request);
 
     jobs::FillJobResult result;
     PictureCommand command{

@@ -6,10 +6,10 @@
 
 namespace orvo::cli {
 
-void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options)
+void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options, const std::string& done)
 {
     app.add_option("FILE", options.file, kReadable)->type_name("")->required();
-    app.add_option("-o,--output", options.output, "the result: .jpg, .png, .tif or .exr")->type_name("FILE");
+    bindOutput(app, options.output, done);
     bindFormat(app, request);
 }
 
@@ -19,10 +19,10 @@ void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOp
     constexpr int kMostRetries = 100;
     app.add_option("--service", request.service, "let the service at URL answer, not the program itself")
         ->type_name("URL");
-    app.add_option("--timeout", request.timeoutSeconds, "seconds to wait for the service; default 300")
+    app.add_option("--timeout", request.timeoutSeconds, "seconds to wait for the service (default: 300)")
         ->type_name("N")
         ->check(between(1, kLongestTimeout));
-    app.add_option("--retries", request.retries, "further attempts if it is not available; default 2")
+    app.add_option("--retries", request.retries, "further attempts if it is not available (default: 2)")
         ->type_name("N")
         ->check(between(0, kMostRetries));
     app.add_option("--request-only", options.requestFile, "write the request for a service to FILE and stop")
@@ -30,19 +30,13 @@ void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOp
     app.add_option("--response", options.responseFile, "take the answer to the request from FILE")->type_name("FILE");
 }
 
-std::optional<int> takeOptions(const std::string& command, const GenerativeOptions& options,
-                               jobs::GenerativeJobRequest& request)
+void takeOptions(const GenerativeOptions& options, const std::string& done, jobs::GenerativeJobRequest& request)
 {
-    if (options.output.empty() && options.requestFile.empty()) {
-        complain("--output is required");
-        hintAtHelp(command);
-        return kWrongUsage;
-    }
     request.source = options.file;
-    request.output = options.output;
     request.requestFile = options.requestFile;
     request.responseFile = options.responseFile;
-    return std::nullopt;
+    request.output = request.requestFile.empty() ? outputPath(options.output, request.source, done, request)
+                                                 : std::filesystem::path(options.output.file);
 }
 
 nlohmann::ordered_json generativeAsJson(const jobs::GenerativeJobResult& result,

@@ -13,19 +13,19 @@ namespace orvo::cli {
 struct GenerativeOptions
 {
     std::string file;
-    std::string output;
+    OutputOptions output;
     std::string requestFile;
     std::string responseFile;
     RunOptions run;
 };
 
-/// FILE, --output, --quality and --bits.
-void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options);
+/// FILE, --output, --force, --quality and --bits. `done`: see bindOutput().
+void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options,
+                 const std::string& done);
 /// --service, --timeout, --retries, --request-only, --response.
 void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options);
-/// Moves the texts into the request. Returns the exit code if they are wrong usage.
-[[nodiscard]] std::optional<int> takeOptions(const std::string& command, const GenerativeOptions& options,
-                                             jobs::GenerativeJobRequest& request);
+/// Moves the texts into the request.
+void takeOptions(const GenerativeOptions& options, const std::string& done, jobs::GenerativeJobRequest& request);
 
 /// The members of a written picture, the input and the request.
 [[nodiscard]] nlohmann::ordered_json generativeAsJson(const jobs::GenerativeJobResult& result,

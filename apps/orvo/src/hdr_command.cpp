@@ -12,20 +12,21 @@ namespace {
 constexpr const char* kAbout = "Merges an exposure bracket (the same view taken several times, from dark to bright)\n"
                                "into one picture with detail in shadows and highlights.\n"
                                "The frames may be in any order. A single frame is enhanced.\n";
+constexpr const char* kWhatWasDone = "merged"; // in the name of the result
 constexpr const char* kExamples =
     "Examples:\n"
     "  Three frames from a tripod:\n"
     "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg\n"
     "  Handheld raw frames; moving people are kept as in the second file:\n"
-    "    orvo hdr a.dng b.dng c.dng -o merged.tif --align --deghost 2 --ghost-reference 2\n"
+    "    orvo hdr a.dng b.dng c.dng -o merged.tif --align --deghost medium --ghost-reference 2\n"
     "  A file whose name begins with a dash:\n"
     "    orvo hdr -o merged.jpg -- -1.jpg -2.jpg -3.jpg\n";
 
 struct HdrOptions
 {
     std::vector<std::string> files;
-    std::string output;
-    std::optional<int> deghost;
+    OutputOptions output;
+    std::string deghost;
     std::optional<int> ghostReference;
     jobs::HdrJobRequest request;
     RunOptions run;
@@ -36,14 +37,15 @@ void bindMergeOptions(Options& app, HdrOptions& options)
     auto& request = options.request;
     app.add_flag("--align", request.align, "align frames that were taken by hand");
     app.add_flag("--fast", request.fast, "align less finely, to whole pixels, in less time");
+    bindStrict(app, request, "fail if a frame cannot be aligned, instead of merging it where it lies");
     bindDeghost(app, options.deghost);
     bindFrameNumber(app, "--ghost-reference", options.ghostReference,
                     "keep moving subjects as in the Nth of the FILES, from 1");
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
-    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (not) to 1 (fully)")
+    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (off) to 1 (full)")
         ->type_name("X")
         ->check(between(0.0, 1.0));
-    app.add_option("--details", request.details, "enhance fine detail, 0 (not) to 1 (strongly)")
+    app.add_option("--details", request.details, "enhance fine detail, 0 (off) to 1 (full)")
         ->type_name("X")
         ->check(between(0.0, 1.0));
 }
@@ -52,7 +54,7 @@ void completeRequest(HdrOptions& options)
 {
     auto& request = options.request;
     request.frames.assign(options.files.begin(), options.files.end());
-    request.output = options.output;
+    request.output = outputPath(options.output, request.frames.front(), kWhatWasDone, request);
     request.deghost = deghostAmount(options.deghost);
     request.ghostReference = frameIndex(options.ghostReference);
 }
@@ -73,7 +75,7 @@ int runHdr(int argc, char** argv)
     Options app("hdr", kAbout);
     HdrOptions options;
     bindFiles(app, options.files);
-    bindOutput(app, options.output);
+    bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindMergeOptions(app, options);
     bindRun(app, options.request, options.run);

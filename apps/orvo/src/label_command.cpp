@@ -39,7 +39,7 @@ void bindLabelOptions(Options& app, LabelOptions& options)
     app.add_option("-o,--output", options.folder, "folder for the pictures; created if missing")
         ->type_name("DIR")
         ->required();
-    app.add_option("--format", options.format, "jpeg, png, tiff or exr; default jpeg")
+    app.add_option("--format", options.format, "jpeg, png, tiff or exr (default: jpeg)")
         ->type_name("X")
         ->check(oneOf(kFormats));
 }

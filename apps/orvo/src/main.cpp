@@ -49,12 +49,12 @@ std::string mainHelp()
     }
     return text + "\n"
                   "Options:\n"
-                  "  -h,--help    print this help; 'orvo COMMAND --help' explains a command\n"
+                  "  -h,--help    print this help; 'orvo help COMMAND' explains a command\n"
                   "  --version    print the version\n"
                   "\n"
                   "Examples:\n"
                   "  Three handheld pictures with moving people:\n"
-                  "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg --align --deghost 2\n"
+                  "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg --align --deghost medium\n"
                   "  Pictures of one subject at different focus distances:\n"
                   "    orvo stack near.jpg middle.jpg far.jpg -o sharp.jpg\n"
                   "  Try the program without your own pictures:\n"
@@ -72,6 +72,21 @@ int unknownCommand(const std::string& typed)
              (meant.empty() ? std::string() : "; did you mean '" + std::string(meant) + "'?"));
     hintAtHelp("");
     return kWrongUsage;
+}
+
+int help(std::string word)
+{
+    if (word.empty()) {
+        say(mainHelp());
+        return kDone;
+    }
+    for (const Command& command : kCommands)
+        if (word == command.name) {
+            std::string option = "--help";
+            std::array arguments{word.data(), option.data(), static_cast<char*>(nullptr)};
+            return command.run(2, arguments.data());
+        }
+    return unknownCommand(word);
 }
 
 int run(int argc, char** argv)
@@ -93,6 +108,8 @@ int run(int argc, char** argv)
     for (const Command& command : kCommands)
         if (word == command.name)
             return command.run(argc - 1, argv + 1);
+    if (word == "help")
+        return help(argc > 2 ? argv[2] : "");
     return unknownCommand(word);
 }
 

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "command.hpp"
+#include "nearest.hpp"
 #include "output.hpp"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <sstream>
@@ -42,13 +44,30 @@ public:
             say(help());
             return kDone;
         } catch (const CLI::ParseError& error) {
-            complain(error.what());
+            const std::string meant = suggestion(argc, argv);
+            complain(error.what() + (meant.empty() ? meant : "; did you mean " + meant + "?"));
             hintAtHelp(command);
             return kWrongUsage;
         }
     }
 
 private:
+    /// The option nearest to the first one that does not exist; empty if all exist or none is near.
+    [[nodiscard]] std::string suggestion(int argc, char** argv) const
+    {
+        std::vector<std::string> names;
+        for (const CLI::Option* const option : get_options())
+            for (const std::string& name : option->get_lnames())
+                names.push_back("--" + name);
+        const std::vector<std::string_view> known(names.begin(), names.end());
+        for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+            const std::string_view typed = std::string_view(argv[i]).substr(0, std::string_view(argv[i]).find('='));
+            if (typed.starts_with("--") && std::find(known.begin(), known.end(), typed) == known.end())
+                return std::string(nearestWord(typed, known));
+        }
+        return {};
+    }
+
     /// In reverse order, as CLI11 requires. It would parse "[a,b]" as a list; no option takes one, but a file may have
     /// such a name, and a "./" before it changes nothing.
     static std::vector<std::string> arguments(int argc, char** argv)

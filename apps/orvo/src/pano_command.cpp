@@ -18,6 +18,7 @@ constexpr const char* kAbout =
     "Stitches pictures that were taken from one point in different directions\n"
     "into one wide picture. In any order and in several rows; neighbours should overlap by a third.\n"
     "Also stitches exposure brackets, or a video of a pan.\n";
+constexpr const char* kWhatWasDone = "panorama"; // in the name of the result
 constexpr const char* kExamples = "Examples:\n"
                                   "  A valley in five pictures:\n"
                                   "    orvo pano IMG_1.jpg IMG_2.jpg IMG_3.jpg IMG_4.jpg IMG_5.jpg -o valley.jpg\n"
@@ -30,13 +31,17 @@ constexpr const char* kExamples = "Examples:\n"
                                   "  A small preview:\n"
                                   "    orvo pano *.jpg -o preview.jpg --max-size 1600\n";
 
-constexpr std::array<std::pair<std::string_view, WarpType>, 6> kProjections = {{
+// The first name of a projection is the one that is reported.
+constexpr std::array<std::pair<std::string_view, WarpType>, 9> kProjections = {{
     {"plane", WarpType::Plane},
     {"cylindrical", WarpType::Cylindrical},
     {"spherical", WarpType::Spherical},
     {"fisheye", WarpType::Fisheye},
     {"planet", WarpType::Stereographic},
     {"mercator", WarpType::Mercator},
+    {"rectilinear", WarpType::Plane},
+    {"equirectangular", WarpType::Spherical},
+    {"little-planet", WarpType::Stereographic},
 }};
 
 std::string_view nameOf(WarpType type)
@@ -125,7 +130,7 @@ struct PanoOptions
     std::vector<std::string> frames;
     std::string crop = "none";
     std::string shift;
-    std::string output;
+    OutputOptions output;
     std::string projection = "spherical";
     std::optional<int> maxSize;
     jobs::PanoJobRequest request;
@@ -135,16 +140,18 @@ struct PanoOptions
 void bindPanoOptions(Options& app, PanoOptions& options)
 {
     app.add_option("--projection", options.projection,
-                   "plane, cylindrical, spherical (default), fisheye, planet or mercator")
+                   "plane (rectilinear), cylindrical, spherical (equirectangular; default),\n"
+                   "fisheye, planet (little-planet) or mercator")
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     app.add_option("--max-size", options.maxSize,
                    "limit of the longest side in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
-                       "; default: as the FILES")
+                       " (default: as the FILES)")
         ->type_name("N")
         ->check(between(1, kLongestPanoramaSide));
     app.add_flag("--devignette", options.request.devignette, "remove dark corners, measured in the overlaps");
     bindCorrections(app, options.request.chromaticAberrations, options.request.lensCorrection);
+    bindStrict(app, options.request, "fail if a picture matches no other, instead of leaving it out");
 }
 
 void bindSourceOptions(Options& app, PanoOptions& options)
@@ -161,7 +168,7 @@ void bindSourceOptions(Options& app, PanoOptions& options)
         ->type_name("N")
         ->needs(video)
         ->check(between(0, kMostFrames));
-    app.add_option("--to", options.request.to, "the frame after its last one; default: all")
+    app.add_option("--to", options.request.to, "the frame after its last one (default: all)")
         ->type_name("N")
         ->needs(video)
         ->check(between(1, kMostFrames));
@@ -214,7 +221,8 @@ void completeRequest(PanoOptions& options)
         request.frames.push_back({static_cast<std::uint64_t>(numbers[0]), rectOf(numbers, 1)});
     }
     completeView(options);
-    request.output = options.output;
+    const std::filesystem::path& first = request.video.empty() ? request.files.front() : request.video;
+    request.output = outputPath(options.output, first, kWhatWasDone, request);
     request.maxSize = options.maxSize.value_or(0);
     request.projection = projectionOf(options.projection);
 }
@@ -273,7 +281,7 @@ int runPano(int argc, char** argv)
     PanoOptions options;
     bindFiles(app, options.files);
     app.get_option("FILES")->required(false); // a video is enough
-    bindOutput(app, options.output);
+    bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindPanoOptions(app, options);
     bindSourceOptions(app, options);

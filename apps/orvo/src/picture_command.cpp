@@ -2,12 +2,16 @@
 
 #include "job_watch.hpp"
 
+#include <jobs/default_output.hpp>
 #include <orvo_logger/log_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace orvo::cli {
 namespace {
@@ -34,6 +38,20 @@ bool logIsAPicture(const PictureCommand& command)
     const bool isOutput = !std::filesystem::is_directory(command.output, missing) && isLog(command.output);
     return isOutput || std::any_of(command.inputs.begin(), command.inputs.end(), isLog);
 }
+
+constexpr std::array<std::pair<std::string_view, std::optional<DeghostAmount>>, 11> kDeghostAmounts = {{
+    {"none", std::nullopt},
+    {"lowest", DeghostAmount::Lowest},
+    {"low", DeghostAmount::Low},
+    {"medium", DeghostAmount::Medium},
+    {"high", DeghostAmount::High},
+    {"highest", DeghostAmount::Highest},
+    {"0", DeghostAmount::Lowest},
+    {"1", DeghostAmount::Low},
+    {"2", DeghostAmount::Medium},
+    {"3", DeghostAmount::High},
+    {"4", DeghostAmount::Highest},
+}};
 
 double totalMilliseconds(const jobs::RunReport& report)
 {
@@ -78,14 +96,31 @@ void bindFiles(Options& app, std::vector<std::string>& files)
     app.add_option("FILES", files, kReadable)->type_name("")->required();
 }
 
-void bindOutput(Options& app, std::string& output)
+void bindOutput(Options& app, OutputOptions& output, const std::string& done)
 {
-    app.add_option("-o,--output", output, "the result: .jpg, .png, .tif or .exr")->type_name("FILE")->required();
+    app.add_option("-o,--output", output.file,
+                   "the result: .jpg, .png, .tif or .exr\n(default: beside the first input, named -" + done + ")")
+        ->type_name("FILE");
+    app.add_flag("--force", output.force, "without -o: replace a result that exists");
+}
+
+std::filesystem::path outputPath(const OutputOptions& output, const std::filesystem::path& firstInput,
+                                 const std::string& done, jobs::PictureJobRequest& request)
+{
+    if (!output.file.empty())
+        return output.file;
+    request.keepExisting = !output.force;
+    return jobs::defaultOutput(firstInput, done);
+}
+
+void bindStrict(Options& app, jobs::PictureJobRequest& request, const std::string& about)
+{
+    app.add_flag("--strict", request.strict, about);
 }
 
 void bindFormat(Options& app, jobs::PictureJobRequest& request)
 {
-    app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100; default 95")
+    app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100 (default: 95)")
         ->type_name("N")
         ->check(between(1, 100));
     app.add_option("--bits", request.bits, "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32")
@@ -104,16 +139,20 @@ std::optional<std::size_t> frameIndex(const std::optional<int>& number)
     return number ? std::optional(static_cast<std::size_t>(*number - 1)) : std::nullopt;
 }
 
-void bindDeghost(Options& app, std::optional<int>& amount)
+void bindDeghost(Options& app, std::string& amount)
 {
-    app.add_option("--deghost", amount, "remove ghosts of moving subjects, 0 (least) to 4 (most)")
-        ->type_name("N")
-        ->check(between(0, 4));
+    app.add_option("--deghost", amount,
+                   "remove ghosts of moving subjects: none, lowest, low, medium, high, highest\n"
+                   "(or 0 to 4 for lowest to highest)")
+        ->type_name("X")
+        ->check(oneOf(kDeghostAmounts));
 }
 
-std::optional<DeghostAmount> deghostAmount(const std::optional<int>& amount)
+std::optional<DeghostAmount> deghostAmount(const std::string& amount)
 {
-    return amount ? std::optional(static_cast<DeghostAmount>(*amount)) : std::nullopt;
+    const auto row = std::find_if(kDeghostAmounts.begin(), kDeghostAmounts.end(),
+                                  [&](const auto& known) { return known.first == amount; });
+    return row == kDeghostAmounts.end() ? std::nullopt : row->second;
 }
 
 void bindCorrections(Options& app, bool& chromaticAberrations, bool& lensCorrection)

@@ -19,6 +19,13 @@ inline constexpr const char* kExitCodes = "\nExit codes: 0 done, 1 failed, 2 wro
 
 inline constexpr const char* kReadable = "JPEG, PNG, TIFF, WebP, EXR, HEIC, AVIF or camera raw";
 
+/// Where the result goes.
+struct OutputOptions
+{
+    std::string file; ///< empty: beside the first input
+    bool force = false;
+};
+
 /// Options of a run that do not concern the job.
 struct RunOptions
 {
@@ -29,16 +36,21 @@ struct RunOptions
 
 /// The positional argument FILES: the pictures.
 void bindFiles(Options& app, std::vector<std::string>& files);
-/// --output: the result.
-void bindOutput(Options& app, std::string& output);
+/// --output and --force. `done`: what a result without a name is called after its input, such as "merged".
+void bindOutput(Options& app, OutputOptions& output, const std::string& done);
+/// The path of the result. One without a name replaces nothing unless forced, so the request is set to keep files.
+[[nodiscard]] std::filesystem::path outputPath(const OutputOptions& output, const std::filesystem::path& firstInput,
+                                               const std::string& done, jobs::PictureJobRequest& request);
+/// --strict.
+void bindStrict(Options& app, jobs::PictureJobRequest& request, const std::string& about);
 /// --quality and --bits.
 void bindFormat(Options& app, jobs::PictureJobRequest& request);
 /// An option that counts the FILES from 1, and its conversion for the jobs.
 void bindFrameNumber(Options& app, const std::string& name, std::optional<int>& number, const std::string& about);
 [[nodiscard]] std::optional<std::size_t> frameIndex(const std::optional<int>& number);
 /// --deghost, and its conversion for the jobs.
-void bindDeghost(Options& app, std::optional<int>& amount);
-[[nodiscard]] std::optional<DeghostAmount> deghostAmount(const std::optional<int>& amount);
+void bindDeghost(Options& app, std::string& amount);
+[[nodiscard]] std::optional<DeghostAmount> deghostAmount(const std::string& amount);
 /// --chromatic and --lens.
 void bindCorrections(Options& app, bool& chromaticAberrations, bool& lensCorrection);
 /// --threads, --quiet, --json, --log.

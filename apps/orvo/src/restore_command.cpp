@@ -15,6 +15,7 @@ constexpr const char* kAbout =
     "The picture is restored at a size of at most 2700 pixels a side. What that changed is then brought\n"
     "to the size of the picture by the upscaler, and the picture's own fine detail is put back where it\n"
     "is not noise. --as-is writes the restored picture as it comes instead, in sRGB.\n";
+constexpr const char* kWhatWasDone = "restored"; // in the name of the result
 constexpr const char* kExamples = "Examples:\n"
                                   "  A picture from a dark room:\n"
                                   "    orvo restore party.jpg -o party-clear.jpg\n"
@@ -28,15 +29,14 @@ int runRestore(int argc, char** argv)
     Options app("restore", kAbout);
     GenerativeOptions options;
     jobs::RestoreJobRequest request;
-    bindPicture(app, request, options);
+    bindPicture(app, request, options, kWhatWasDone);
     app.add_flag("--as-is", request.asIs, "write what comes back: at most 2700 pixels a side, in sRGB");
     bindService(app, request, options);
     bindRun(app, request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    if (const auto exitCode = takeOptions("restore", options, request))
-        return *exitCode;
+    takeOptions(options, kWhatWasDone, request);
 
     jobs::RestoreJobResult result;
     return runGenerativeCommand(

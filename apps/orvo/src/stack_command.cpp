@@ -14,21 +14,22 @@ constexpr const char* kAbout =
     "into one picture that is sharp throughout.\n"
     "Give the files in the order of the focus. The frames are aligned, since focusing\n"
     "changes the scale a little.\n";
+constexpr const char* kWhatWasDone = "stacked"; // in the name of the result
 constexpr const char* kExamples = "Examples:\n"
                                   "  A flower, focused from its front to its back:\n"
                                   "    orvo stack IMG_01.jpg IMG_02.jpg IMG_03.jpg -o flower.jpg\n"
                                   "  A rail and a lens that does not breathe; no alignment needed:\n"
                                   "    orvo stack *.tif -o coin.tif --no-align\n"
                                   "  Moving leaves, kept as in the fourth file:\n"
-                                  "    orvo stack *.dng -o forest.tif --deghost 2 --reference 4\n";
+                                  "    orvo stack *.dng -o forest.tif --deghost medium --reference 4\n";
 
 struct StackOptions
 {
     std::vector<std::string> files;
-    std::string output;
+    OutputOptions output;
     bool noAlign = false;
     std::optional<int> reference;
-    std::optional<int> deghost;
+    std::string deghost;
     jobs::StackJobRequest request;
     RunOptions run;
 };
@@ -39,7 +40,8 @@ void bindStackOptions(Options& app, StackOptions& options)
     app.add_flag("--no-align", options.noAlign, "do not align the frames");
     app.add_flag("--fast", request.fast, "align less finely: detail becomes softer");
     bindFrameNumber(app, "--reference", options.reference,
-                    "align to the Nth of the FILES, from 1; default: the middle one");
+                    "align to the Nth of the FILES, from 1 (default: the middle one)");
+    bindStrict(app, request, "fail if a frame cannot be aligned, instead of stacking it where it lies");
     bindDeghost(app, options.deghost);
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
 }
@@ -48,7 +50,7 @@ void completeRequest(StackOptions& options)
 {
     auto& request = options.request;
     request.frames.assign(options.files.begin(), options.files.end());
-    request.output = options.output;
+    request.output = outputPath(options.output, request.frames.front(), kWhatWasDone, request);
     request.align = !options.noAlign;
     request.deghost = deghostAmount(options.deghost);
     request.reference = frameIndex(options.reference);
@@ -71,7 +73,7 @@ int runStack(int argc, char** argv)
     Options app("stack", kAbout);
     StackOptions options;
     bindFiles(app, options.files);
-    bindOutput(app, options.output);
+    bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindStackOptions(app, options);
     bindRun(app, options.request, options.run);

@@ -12,6 +12,7 @@ constexpr const char* kAbout =
     "Enlarges a picture to twice its width and height, or up to 16 times, with sharper edges and\n"
     "finer detail than plain resizing: for a large print of an old file, or after a tight crop.\n"
     "Faces are detected and sharpened. An ONNX network can replace the built-in filters.\n";
+constexpr const char* kWhatWasDone = "large"; // in the name of the result
 constexpr const char* kExamples = "Examples:\n"
                                   "  Twice the size, for a print:\n"
                                   "    orvo upscale portrait.jpg -o portrait-large.tif\n"
@@ -23,7 +24,7 @@ constexpr const char* kExamples = "Examples:\n"
 struct UpscaleOptions
 {
     std::string file;
-    std::string output;
+    OutputOptions output;
     std::string model;
     bool noFaces = false;
     jobs::UpscaleJobRequest request;
@@ -33,10 +34,11 @@ struct UpscaleOptions
 void bindUpscaleOptions(Options& app, UpscaleOptions& options)
 {
     auto& request = options.request;
-    app.add_option("--passes", request.passes, "number of doublings, 1 to 4: each side grows 2 to 16 times; default 1")
+    app.add_option("--passes", request.passes,
+                   "number of doublings, 1 to 4: each side grows 2 to 16 times (default: 1)")
         ->type_name("N")
         ->check(between(1, kMostUpscalePasses));
-    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 (not) to 3 (most); default 0")
+    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 (off) to 3 (most) (default: 0)")
         ->type_name("N")
         ->check(between(0, 3));
     app.add_flag("--crisp", request.crisp, "sharpen soft edges");
@@ -66,7 +68,7 @@ int runUpscale(int argc, char** argv)
     UpscaleOptions options;
     auto& request = options.request;
     app.add_option("FILE", options.file, kReadable)->type_name("")->required();
-    bindOutput(app, options.output);
+    bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, request);
     bindUpscaleOptions(app, options);
     bindRun(app, request, options.run);
@@ -74,7 +76,7 @@ int runUpscale(int argc, char** argv)
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
     request.source = options.file;
-    request.output = options.output;
+    request.output = outputPath(options.output, request.source, kWhatWasDone, request);
     request.model = options.model;
     request.faces = !options.noFaces;
 

@@ -58,6 +58,12 @@ std::optional<Failure> lastFailure()
 
 std::vector<std::string> lastWarnings() { return threadState().last.warnings; }
 
+std::vector<Failure> lastShortfalls()
+{
+    const details::Statements& last = threadState().last;
+    return last.failure ? std::vector<Failure>() : last.shortfalls;
+}
+
 FailureError::FailureError(Failure failure)
     : FailureError(std::make_shared<const Failure>(complete(std::move(failure))))
 {}
@@ -131,12 +137,25 @@ void keepWarning(const std::string& text) noexcept
     }
 }
 
+void keepShortfall(Failure shortfall) noexcept
+{
+    try {
+        ThreadState& state = threadState();
+        std::vector<Failure>& shortfalls = state.stated.shortfalls;
+        if (state.scopes > 0 && std::find(shortfalls.begin(), shortfalls.end(), shortfall) == shortfalls.end())
+            shortfalls.push_back(std::move(shortfall));
+    } catch (...) { // NOLINT(bugprone-empty-catch): no memory for it; the log has it
+    }
+}
+
 void addStatements(Statements statements) noexcept
 {
     if (statements.failure)
         stateFailure(std::move(*statements.failure));
     for (const std::string& warning : statements.warnings)
         keepWarning(warning);
+    for (Failure& shortfall : statements.shortfalls)
+        keepShortfall(std::move(shortfall));
 }
 
 CallScope::CallScope() noexcept : outer(std::exchange(threadState().stated, {}))
@@ -152,6 +171,8 @@ CallScope::~CallScope()
     --state.scopes;
     for (const std::string& warning : state.last.warnings)
         keepWarning(warning);
+    for (const Failure& shortfall : state.last.shortfalls)
+        keepShortfall(shortfall);
 }
 
 void CallScope::fail(Failure failure) noexcept { threadState().stated.failure = std::move(failure); }

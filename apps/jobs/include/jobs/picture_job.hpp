@@ -22,7 +22,11 @@ struct PictureJobRequest
     /// a curve, else sRGB (a CMYK or gray profile cannot represent the result, and a linear one would waste the bits of
     /// the file).
     std::shared_ptr<ColorProfile> profile;
-    int threads = 0; ///< limit for all loops of the process while the job runs; 0: no limit
+    /// Whether a result may fall short of what was asked, with a warning for each file. Else that is a failure, and
+    /// nothing is written.
+    bool strict = false;
+    bool keepExisting = false; ///< an output that exists is a failure instead of being replaced
+    int threads = 0;           ///< limit for all loops of the process while the job runs; 0: no limit
 };
 
 struct StepTime
@@ -36,7 +40,8 @@ struct RunReport : JobResult
 {
     std::vector<StepTime> steps; ///< the steps that were started, also if the job failed
     PeakMemory peak;
-    std::vector<std::string> warnings; ///< warnings of the log, although the job was done
+    /// Although the job was done: what it did without, what was asked in vain, and warnings of the log.
+    std::vector<std::string> warnings;
 };
 
 struct WrittenPicture

@@ -47,6 +47,11 @@ struct Failure
 /// duplicates. Cleared and set like lastFailure().
 [[nodiscard]] ORVO_EXPORT std::vector<std::string> lastWarnings();
 
+/// Where the result of the last exported call of this thread falls short of what was asked, in the order of the files:
+/// a frame that could not be aligned, for example. Kind, file, and a sentence with the consequence. Empty if the result
+/// is as asked, or if there is none. Cleared and set like lastFailure().
+[[nodiscard]] ORVO_EXPORT std::vector<Failure> lastShortfalls();
+
 /// Carries a failure as an exception. what() is describe().
 class ORVO_EXPORT FailureError : public std::runtime_error
 {
@@ -80,20 +85,23 @@ ORVO_EXPORT void stateLastFailure(Failure otherwise) noexcept;
 [[noreturn]] ORVO_EXPORT void throwStatedFailure();
 /// Keeps a line for lastWarnings(). Has no effect outside of a call.
 ORVO_EXPORT void keepWarning(const std::string& text) noexcept;
+/// Keeps an entry for lastShortfalls(), each once. Has no effect outside of a call.
+ORVO_EXPORT void keepShortfall(Failure shortfall) noexcept;
 
-/// The failure and the warnings of a piece of work.
+/// What a piece of work has to say beside its result.
 struct Statements
 {
     std::optional<Failure> failure;
     std::vector<std::string> warnings;
+    std::vector<Failure> shortfalls;
 };
 
-/// Spans an exported call. A nested call has its own statements; the outer one gets its warnings, but its failure only
-/// through stateLastFailure(), since it may go on without that result.
+/// Spans an exported call. A nested call has its own statements; the outer one gets its warnings and shortfalls, but
+/// its failure only through stateLastFailure(), since it may go on without that result.
 class ORVO_EXPORT CallScope
 {
 public:
-    CallScope() noexcept; ///< clears lastFailure() and lastWarnings()
+    CallScope() noexcept; ///< clears lastFailure(), lastWarnings() and lastShortfalls()
     ~CallScope();         ///< sets them
     CallScope(const CallScope&) = delete;
     CallScope& operator=(const CallScope&) = delete;

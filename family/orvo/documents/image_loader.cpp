@@ -61,6 +61,12 @@ public:
         documents.erase(key);
     }
 
+    [[nodiscard]] std::size_t count() const
+    {
+        const std::lock_guard lock(mutex);
+        return documents.size();
+    }
+
 private:
     mutable std::mutex mutex;
     std::unordered_map<Key, Document, Hasher, PredEqual> documents;
@@ -154,6 +160,8 @@ std::shared_ptr<ImageProvider> ImageLoader::get(const std::shared_ptr<const Iden
 {
     return Registry::instance().find(identifier).provider;
 }
+
+std::size_t ImageLoader::documentCount() { return Registry::instance().count(); }
 
 void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::instance().remove(bytes); }
 

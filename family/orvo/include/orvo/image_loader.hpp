@@ -6,6 +6,7 @@
 #include <orvo_core/image.hpp>
 #include <orvo_extensions/document/image_provider.hpp>
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -35,6 +36,8 @@ public:
     [[nodiscard]] static _Size<int> getSize(const std::vector<unsigned char>& bytes);
     /// Releases the document; the bytes are invalid afterwards.
     static void dispose(const std::vector<unsigned char>& bytes);
+    /// The number of documents that are loaded: what an operation leaves behind.
+    [[nodiscard]] static std::size_t documentCount();
     /// The provider of a loaded document, the same at every call; empty if the identifier is empty or unknown.
     [[nodiscard]] static std::shared_ptr<ImageProvider> get(const std::shared_ptr<const Identifier>& identifier);
 };

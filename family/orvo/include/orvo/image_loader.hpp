@@ -43,11 +43,11 @@ public:
 };
 
 /// The picture in melissaRGB(), upright, raw files developed with the tone that the raw reader suggests. Empty if the
-/// bytes match no document, if `state` requests a stop, or if the file cannot be decoded (ImageReader logs the reason);
-/// the document is then disposed of, since it is unusable. Disposes of it too if open() throws: an exception of
-/// `state.canceled`, or std::bad_alloc. A saved state in `state` is not applied, with a warning; `statePath` is for
-/// documents with presets, which picture files never have. Any thread; several threads may open the same document.
-/// Peak: that of ImageReader::open().
+/// bytes match no document, if `state` requests a stop, if the file was written again since it was loaded, or if it
+/// cannot be decoded (ImageReader logs the reason); the document is then disposed of, since it is unusable. Disposes of
+/// it too if open() throws: an exception of `state.canceled`, or std::bad_alloc. A saved state in `state` is not
+/// applied, with a warning; `statePath` is for documents with presets, which picture files never have. Any thread;
+/// several threads may open the same document. Peak: that of ImageReader::open().
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<const _ImageData<PixelRGB<float>>>
 open(const std::vector<unsigned char>& bytes, const StateSettings& state, const std::filesystem::path& statePath);
 

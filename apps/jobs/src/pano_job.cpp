@@ -5,6 +5,7 @@
 #include "picture_run.hpp"
 
 #include <jobs/pano_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <algorithm>
 #include <string>
@@ -184,11 +185,11 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
     if (result.done())
         for (const PanoramaPlace& place : result.places)
             if (!place.placed)
-                result.warnings.push_back(place.path.string() + (request.brackets
-                                                                     ? ": left out with its bracket, because it "
-                                                                       "matches no other bracket"
-                                                                     : ": left out, because it matches no other "
-                                                                       "picture"));
+                result.warnings.push_back(pathText(place.path) + (request.brackets
+                                                                      ? ": left out with its bracket, because it "
+                                                                        "matches no other bracket"
+                                                                      : ": left out, because it matches no other "
+                                                                        "picture"));
     return result;
 }
 

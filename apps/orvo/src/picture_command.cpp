@@ -2,6 +2,7 @@
 
 #include "job_watch.hpp"
 
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/log_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -145,7 +146,7 @@ int runPictureCommand(const PictureCommand& command)
     }
 
     LOG(__orvolog() << "orvo " ORVO_VERSION " " << command.name << ": " << counted(command.inputs.size(), "file")
-                    << " to " << command.output.string());
+                    << " to " << pathText(command.output));
     runJob(command);
     const jobs::RunReport& report = command.report;
     LOG(__orvolog() << "orvo " << command.name << ": " << (report.done() ? "done" : report.message));
@@ -167,7 +168,7 @@ nlohmann::ordered_json sizeAsJson(_Size<int> size) { return {{"width", size.widt
 
 nlohmann::ordered_json writtenAsJson(const jobs::WrittenPicture& picture)
 {
-    return {{"output", picture.output.string()},
+    return {{"output", pathText(picture.output)},
             {"size", sizeAsJson(picture.size)},
             {"bits", picture.bits},
             {"profile", picture.profile}};
@@ -175,7 +176,7 @@ nlohmann::ordered_json writtenAsJson(const jobs::WrittenPicture& picture)
 
 std::string writtenAsText(const jobs::WrittenPicture& picture)
 {
-    return printable(picture.output.string()) + ": " + std::to_string(picture.size.width) + " x " +
+    return printable(pathText(picture.output)) + ": " + std::to_string(picture.size.width) + " x " +
            std::to_string(picture.size.height) + " pixels";
 }
 

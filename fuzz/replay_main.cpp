@@ -202,7 +202,8 @@ int main(int count, char** words)
     const std::vector<std::string> arguments(words + 1, words + count);
     int copies = 0;
     std::size_t files = 0;
-    findingPath = std::filesystem::path(words[0]).filename().string() + "_finding";
+    // Absolute, since a target may work in another folder.
+    findingPath = std::filesystem::absolute(std::filesystem::path(words[0]).filename()).string() + "_finding";
     watchForCrashes();
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (arguments[i] == "--copies" && i + 1 < arguments.size()) {

@@ -75,6 +75,44 @@ void writeAnswerSeeds(const std::filesystem::path& pictures, const std::filesyst
     put(answers / "unknown", std::string("\x02\x02") + text);
 }
 
+// Arguments of each command, an empty line, and a file.
+void writeCommandSeeds(const std::filesystem::path& folder)
+{
+    const orvo::test::TemporaryFolder scratch;
+    Bytes samples; // of the size of the picture beside it, so that they make a bracket
+    for (unsigned i = 0; i < 32 * 24 * 3; ++i)
+        samples.push_back(static_cast<unsigned char>(40 + (i / 9 + i / 480) % 2 * 100 + i % 7));
+    orvo::test::makePng(scratch / "in", 32, 24, samples, {});
+    const Bytes png = orvo::test::readBytes(scratch / "in");
+    const auto add = [&](const char* name, const std::string& arguments, const std::string& file) {
+        put(folder / name, arguments + '\n' + file);
+    };
+    const std::string picture(png.begin(), png.end());
+    add("help", "hdr\n--help\n", "");
+    add("version", "--version\n", "");
+    add("mistyped", "stac\n", "");
+    add("hdr", "hdr\ngood.png\nin\n-o\nout.tif\n--bits\n16\n--align\n--deghost\n2\n--details\n0.5\n", picture);
+    add("hdr_single", "hdr\nin\n-o\nout.jpg\n--quality\n80\n--white-balance\n1\n--json\n", picture);
+    add("stack", "stack\ngood.png\nmask.png\nin\n-o\nout.png\n--reference\n2\n--chromatic\n", picture);
+    add("label", "label\nin\ngood.png\n-o\nlabels\n--format\npng\n--quiet\n", picture);
+    add("upscale", "upscale\nin\n-o\nout.exr\n--bits\n32\n--passes\n2\n--denoise\n1\n--crisp\n--no-faces\n", picture);
+    add("network", "upscale\ngood.png\n-o\nout.png\n--model\nin\n--log\nlog.txt\n",
+        onnx::convolveAndEnlarge(3, std::vector<float>(9, 1.0f / 9.0f), 3, 2));
+    add("fill", "fill\ngood.png\n--mask\nmask.png\n-o\nout.png\n--threads\n2\n", picture);
+    add("fill_network", "fill\ngood.png\n--mask\nmask.png\n-o\nout.png\n--model\nin\n", "no network");
+    add("erase", "erase\nin\n--box\n1,1,3,2\n--stroke\n2,2,3;5,5,2\n-o\nout.png\n", picture);
+    add("erase_request", "erase\ngood.png\n--mask\nmask.png\n--request-only\nrequest.json\n", picture);
+    add("erase_response", "erase\ngood.png\n--box\n1,1,9,9\n--response\nin\n-o\nout.png\n", R"({"image": "AAAA"})");
+    add("expand", "expand\nin\n--add\n4,10%,0,3\n-o\nout.png\n", picture);
+    add("expand_crop", "expand\nin\n--crop\n-2,-3,20,10\n-o\nout.png\n", picture);
+    add("restore", "restore\nin\n-o\nout.png\n--as-is\n", picture);
+    add("pano", "pano\ngood.png\nin\n-o\nout.png\n--projection\nplanet\n--max-size\n50\n--devignette\n", picture);
+    add("pano_video", "pano\n--video\nin\n--from\n1\n--to\n9\n--frame\n2:1,1,3,3\n-o\nout.jpg\n", "no video");
+    add("pano_crop", "pano\ngood.png\nin\n--shift\n0.1,-0.2\n--turn\n9\n--straighten\n--crop\nauto\n-o\nout.png\n",
+        picture);
+    add("frames", "frames\ngood.png\nin\nmask.png\n--json\n", picture);
+}
+
 // Targets that parse arguments from their input take any bytes; these are long enough for all arguments.
 void writeArgumentSeeds(const std::filesystem::path& folder, std::size_t length)
 {
@@ -112,6 +150,7 @@ int main(int count, char** words)
         writeIdentifierSeeds(folder("identifier_bytes"));
         writeNetworkSeeds(folder("network_file"));
         writeAnswerSeeds(folder("base64_picture"), folder("erase_answer"));
+        writeCommandSeeds(folder("command_line"));
         writeArgumentSeeds(folder("panorama_masks"), 600);
         writeArgumentSeeds(folder("feature_matches"), 800);
         writeArgumentSeeds(folder("focus_series"), 4000);

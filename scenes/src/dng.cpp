@@ -2,6 +2,7 @@
 #include "paint.hpp"
 #include "sensor.hpp"
 
+#include <orvo_common/wide_path.hpp>
 #include <orvo_core/parallel.hpp>
 #include <scenes/dng.hpp>
 
@@ -207,7 +208,7 @@ void writeDng(const std::filesystem::path& path, const RadianceScene& scene, con
     if (!out) {
         std::error_code ignored;
         std::filesystem::remove(path, ignored);
-        throw std::runtime_error("cannot write " + path.string());
+        throw std::runtime_error("cannot write " + pathText(path));
     }
 }
 

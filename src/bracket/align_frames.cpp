@@ -7,6 +7,7 @@
 #include "bracket/place_frames.hpp"
 
 #include <orvo_common/failure.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -153,7 +154,7 @@ bool refinePlaces(const std::vector<HDRFrame>& frames, std::size_t reference, co
 void keepShortfalls(const std::vector<HDRFrame>& frames, std::size_t reference, const std::vector<FramePlace>& places,
                     bool abandoned)
 {
-    const std::string name = frames[reference].path.filename().string();
+    const std::string name = pathText(frames[reference].path.filename());
     for (std::size_t k = 0; k < frames.size(); ++k) {
         if (k == reference || frames[k].path == frames[reference].path)
             continue;

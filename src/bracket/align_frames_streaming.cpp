@@ -6,6 +6,7 @@
 #include "bracket/place_frames.hpp"
 
 #include <orvo_common/failure.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <opencv2/imgproc.hpp>
@@ -67,7 +68,7 @@ void keepNotAligned(const FocusStackerFrame& frame, const FocusStackerFrame& ref
 {
     details::keepShortfall(
         {FailureKind::UnfittingPictures, frame.path,
-         "stays where it is, since it cannot be aligned with " + reference.path.filename().string()});
+         "stays where it is, since it cannot be aligned with " + pathText(reference.path.filename())});
 }
 
 // Throws unless the frame can be read as one of the reference's size.

@@ -6,6 +6,7 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo_common/failure.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <algorithm>
 #include <iostream>
@@ -20,13 +21,16 @@ using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 class Series
 {
 public:
-    Series(const std::vector<std::filesystem::path>& paths_, const BracketSettings::FocusStacking& settings_)
-        : paths(paths_), settings(settings_), frames(paths_.size())
+    Series(const std::vector<std::filesystem::path>& paths_, const BracketSettings::FocusStacking& settings_,
+           const RunControl& run_)
+        : paths(paths_), settings(settings_), run(run_), frames(paths_.size())
     {}
 
-    // A copy that shares the pixels: warping replaces them, deghosting changes the series.
+    // A copy that shares the pixels: warping replaces them, deghosting changes the series. Every step of the work takes
+    // its frame here, so that here is the place to cancel it.
     FocusStackerFrame frame(int index)
     {
+        run.throwIfCancelled();
         if (index < 0 || static_cast<std::size_t>(index) >= frames.size())
             throw FailureError({FailureKind::Internal,
                                 {},
@@ -59,12 +63,13 @@ public:
         };
         throw FailureError({FailureKind::UnfittingPictures, other.path,
                             "all frames must have one size: this one is " + text(found) + " pixels, but " +
-                                reference.path.string() + " is " + text(expected)});
+                                pathText(reference.path) + " is " + text(expected)});
     }
 
 private:
     const std::vector<std::filesystem::path>& paths;
     const BracketSettings::FocusStacking& settings;
+    const RunControl& run;
     std::vector<FocusStackerFrame> frames;
 
     FocusStackerFrame loaded(const std::filesystem::path& path) const
@@ -81,12 +86,13 @@ private:
 
 // Passes the stacker every frame except the reference, which it has. Returns the rectangle in which all are valid.
 _Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFrame& reference, int referenceIndex,
-                          int count, const BracketSettings::Adjust& adjust)
+                          int count, const BracketSettings::Adjust& adjust, const RunControl& run)
 {
     const int width = reference.image->width();
     const int height = reference.image->height();
     const auto add = [&](int index, const FocusStackerFrame& frame) {
         Series::requireSameSize(reference, frame);
+        run.throwIfCancelled();
         series.deghost(frame, index);
         stacker.addFrame(frame.image->data(), width, height, 0);
     };
@@ -143,15 +149,16 @@ _Rect<int> commonRectangle(const _Rect<int>& a, const _Rect<int>& b)
 
 std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
                                         const BracketSettings::FocusStacking& settings,
-                                        const StackerFactory& makeStacker, const std::string& caller)
+                                        const StackerFactory& makeStacker, const std::string& caller,
+                                        const RunControl& run)
 {
     const int count = static_cast<int>(paths.size());
     const int referenceIndex = settings.adjust.enabled ? settings.adjust.referenceIndex : count / 2;
-    Series series(paths, settings);
+    Series series(paths, settings, run);
     for (int index = 0; index < count; ++index) {
         if (!series.frame(index).image) {
             std::cerr << caller << " makeFocusStack: Image "
-                      << paths[static_cast<std::size_t>(index)].filename().string() << " could not be loaded"
+                      << pathText(paths[static_cast<std::size_t>(index)].filename()) << " could not be loaded"
                       << std::endl;
             return {};
         }
@@ -166,11 +173,13 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
         const auto stacker = makeStacker(width, height);
         series.deghost(reference, referenceIndex);
         stacker->addFrame(reference.image->data(), width, height, 0);
-        cropRect = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust);
+        cropRect = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust, run);
+        run.throwIfCancelled();
         result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
         stacker->getResult(result->data(), width, height);
     }
 
+    run.throwIfCancelled();
     auto metadata = std::make_shared<ImageMetadata>(*reference.metadata);
     correctLens(result, metadata, reference, settings.rawAutoCorrection);
     metadata->isRaw = false;

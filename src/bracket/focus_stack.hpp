@@ -1,6 +1,7 @@
 /// Merges a focus series with a stacker.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_extensions/bracket.hpp>
 #include <orvo_image_processing/focus_stacking.hpp>
@@ -17,12 +18,13 @@ namespace orvo {
 using StackerFactory = std::function<std::unique_ptr<grfx::IFocusStacking<PixelRGB<float>>>(int width, int height)>;
 
 /// Loads the frames, feeds the stacker, finishes and crops its result. If a file cannot be opened, writes a line that
-/// starts with `caller` to standard error and returns an empty pointer; all other failures throw. Peak: all frames, and
-/// either a warped frame (during warping, also its copy for OpenCV) and the memory of the stacker, or the result and
-/// its crop.
+/// starts with `caller` to standard error and returns an empty pointer; all other failures throw, a cancel too. Peak:
+/// all frames, and either a warped frame (during warping, also its copy for OpenCV) and the memory of the stacker, or
+/// the result and its crop.
 [[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
                                                       const BracketSettings::FocusStacking& settings,
-                                                      const StackerFactory& makeStacker, const std::string& caller);
+                                                      const StackerFactory& makeStacker, const std::string& caller,
+                                                      const RunControl& run = RunControl::none());
 
 /// The intersection of two rectangles; all zero if it is empty.
 [[nodiscard]] _Rect<int> commonRectangle(const _Rect<int>& a, const _Rect<int>& b);

@@ -11,19 +11,41 @@ namespace {
 constexpr float kSmallestSide = 8.0f;
 constexpr int kMostLevels = 8;
 
-} // namespace
-
-std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
-                                      const BracketSettings::FocusStacking& settings)
+std::shared_ptr<Image> stackInCallFrame(const std::vector<std::filesystem::path>& paths,
+                                        const BracketSettings::FocusStacking& settings, const RunControl& run,
+                                        const char* signature)
 {
-    const char* const signature = __PRETTY_FUNCTION__; // a string would allocate outside the call frame
-    return runInCallFrame("makeFocusStack", [&] {
+    return runInCallFrame("makeFocusStack", run, [&]() -> std::shared_ptr<Image> {
         const auto makeStacker = [](int width, int height) {
             return grfx::produceLaplacianFocusStacking<PixelRGB<float>>(width, height, kSmallestSide, kMostLevels,
                                                                         grfx::ESample::Float);
         };
-        return stackFocusSeries(paths, settings, makeStacker, signature);
+        try {
+            return stackFocusSeries(paths, settings, makeStacker, signature, run);
+        } catch (const FailureError&) {
+            if (run.wasCancelled())
+                return {}; // not an error to log
+            throw;
+        }
     });
+}
+
+} // namespace
+
+// The signatures are no strings, which would allocate outside the call frame.
+
+std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
+                                      const BracketSettings::FocusStacking& settings)
+{
+    return stackInCallFrame(paths, settings, RunControl::none(), __PRETTY_FUNCTION__);
+}
+
+std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
+                                      const BracketSettings::FocusStacking& settings,
+                                      const std::function<bool()>& canceled)
+{
+    const RunControl run([&canceled] { return canceled && canceled(); });
+    return stackInCallFrame(paths, settings, run, __PRETTY_FUNCTION__);
 }
 
 } // namespace orvo

@@ -5,6 +5,7 @@
 
 #include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
@@ -102,9 +103,7 @@ std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled
     for (std::size_t i = 0; i < files.size(); ++i) {
         cv::Mat image = loadPanoramaFrame(files[i], lensFlags, medians);
         if (image.empty()) {
-            const std::u8string name = files[i].u8string();
-            std::cerr << signature << " Image " << std::string(name.begin(), name.end()) << " could not be loaded"
-                      << std::endl;
+            std::cerr << signature << " Image " << pathText(files[i]) << " could not be loaded" << std::endl;
             return {};
         }
         images[i] = std::move(image);

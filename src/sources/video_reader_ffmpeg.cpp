@@ -578,7 +578,7 @@ void FfmpegReader::complainIfCutOff()
 void FfmpegReader::endAtDamage(const std::string& reason)
 {
     if (!hasDamage)
-        details::logWarning(name.native() + ": the video is damaged or cut off after " + std::to_string(delivered) +
+        details::logWarning(pathText(name) + ": the video is damaged or cut off after " + std::to_string(delivered) +
                             " frames: " + reason);
     hasDamage = true;
     endOfData();
@@ -600,7 +600,7 @@ OpenedVideo openVideoReader(const std::wstring& path)
     const int code = reader->open(file);
     if (code == 0)
         return {VideoOpening::Opened, 0, std::move(reader)};
-    LOG(__orvolog() << LogMessageType::Warning << "FFmpeg cannot read " << file.native() << ": " << errorText(code));
+    LOG(__orvolog() << LogMessageType::Warning << "FFmpeg cannot read " << pathText(file) << ": " << errorText(code));
     return {VideoOpening::Unreadable, code, nullptr};
 }
 

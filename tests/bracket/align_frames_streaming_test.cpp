@@ -41,13 +41,15 @@ cv::Mat referenceFromFrame(const FocusStackerFrame& reference, const FocusStacke
     return transform;
 }
 
-// Whether OpenCV, registering `frame` onto `reference`, gives up only after it has moved the transform.
-bool isMovedBeforeItFails(const Picture& reference, const Picture& frame)
+// Whether OpenCV, registering `frame` onto `reference` at `scale`, gives up only after it has moved the transform.
+bool isMovedBeforeItFails(const Picture& reference, const Picture& frame, double scale)
 {
-    const auto gray = [](const Picture& picture) {
+    const auto gray = [scale](const Picture& picture) {
         cv::Mat bytes;
         cv::Mat result;
-        cvMatFromFrame(picture.data(), picture.width(), picture.height()).convertTo(bytes, CV_8UC3, 255.0);
+        cv::resize(cvMatFromFrame(picture.data(), picture.width(), picture.height()), bytes, {}, scale, scale,
+                   cv::INTER_LINEAR);
+        bytes.convertTo(bytes, CV_8UC3, 255.0);
         cv::cvtColor(bytes, result, cv::COLOR_RGB2GRAY);
         return result;
     };
@@ -134,12 +136,35 @@ TEST(AlignFramesStreaming, WarpsOntoTheReference)
 
 TEST(AlignFramesStreaming, AFrameThatCannotBeRegisteredGoesOnUnwarped)
 {
-    const auto blank = plain(120, 100, 0.5f);
+    // A texture shows a warp, and a reference without any cannot be registered to.
+    const auto frame = textured(120, 100);
     const LogCapture capture;
-    const auto consumed = align({frameOf(textured(120, 100)), frameOf(blank)}, 0);
-    EXPECT_THAT(capture.texts(LogMessageType::Error), testing::ElementsAre("findTransformECC error!"));
-    EXPECT_EQ(consumed[1].valid, _Rect<int>(0, 0, 120, 100));
-    EXPECT_THAT(*consumed[1].frame.image, PixelsNear(*blank, 1e-6f));
+    const auto consumed = align({frameOf(plain(120, 100, 0.5f)), frameOf(frame), frameOf(frame)}, 0);
+    EXPECT_THAT(capture.texts(LogMessageType::Error),
+                testing::ElementsAre("findTransformECC error!", "findTransformECC error!"))
+        << "one line for each";
+    for (const std::size_t i : {1u, 2u}) {
+        EXPECT_EQ(consumed[i].valid, _Rect<int>(0, 0, 120, 100));
+        EXPECT_THAT(*consumed[i].frame.image, PixelsNear(*frame, 1e-6f));
+    }
+}
+
+TEST(AlignFramesStreaming, AFrameWhoseRegistrationFailsHalfWayGoesOnUnwarped)
+{
+    const auto reference = clouds(kSkyOfReference);
+    int halfWay = 0;
+    for (std::uint64_t sky = kSkyElsewhere; sky < kSkyElsewhere + 12 && halfWay == 0; ++sky) {
+        const auto frame = clouds(sky);
+        const LogCapture capture;
+        const auto consumed = align({frameOf(reference), frameOf(frame)}, 0);
+        if (capture.texts(LogMessageType::Error).empty() || !isMovedBeforeItFails(*reference, *frame, 0.5))
+            continue;
+        ++halfWay;
+        EXPECT_THAT(capture.texts(LogMessageType::Error), testing::ElementsAre("findTransformECC error!"));
+        EXPECT_EQ(consumed[1].valid, _Rect<int>(0, 0, frame->width(), frame->height()));
+        EXPECT_THAT(*consumed[1].frame.image, PixelsNear(*frame, 1e-6f));
+    }
+    EXPECT_EQ(halfWay, 1) << "a sky that moves the transform before it fails";
 }
 
 TEST(AlignFramesStreaming, KeepsTheColourProfile)
@@ -262,7 +287,7 @@ TEST(RegisterECC, AFailureAfterSomeIterationsKeepsTheGivenTransform)
             continue;
         EXPECT_THAT(capture.texts(LogMessageType::Error), testing::ElementsAre("findTransformECC error!")) << sky;
         EXPECT_TRUE(sameBytes(kept, given)) << sky;
-        lateFailures += isMovedBeforeItFails(*clouds(kSkyOfReference), *clouds(sky)) ? 1 : 0;
+        lateFailures += isMovedBeforeItFails(*clouds(kSkyOfReference), *clouds(sky), 1.0) ? 1 : 0;
     }
     EXPECT_GT(lateFailures, 0);
 }

@@ -1,4 +1,5 @@
 #include "bracket/align_frames.hpp"
+#include "bracket/inscribed_rect.hpp"
 #include "support/pictures.hpp"
 
 #include <orvo_common/failure.hpp>
@@ -7,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
 #include <array>
 #include <set>
@@ -82,8 +84,9 @@ TEST(AlignFrames, WithoutCropTheResultIsTheFrameItself)
     EXPECT_EQ(frames[0].image->size(), _Size<int>(480, 360));
     EXPECT_TRUE(sameBytes(*frames[1].image, *before));
     EXPECT_NE(frames[1].image, before) << "a copy of its own";
-    EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains("[Alignment] Failed to align frame #0"));
-    EXPECT_THAT(capture.texts(LogMessageType::Progress), Contains("[Alignment] Failed to align frame #1"));
+    EXPECT_THAT(capture.texts(LogMessageType::Progress),
+                ElementsAre("[Alignment] Alignment scale: 1", "[Alignment] Failed to align frame #0",
+                            "[Alignment] Failed to align frame #1"));
 }
 
 TEST(AlignFrames, AlignsAcrossExposures)
@@ -97,6 +100,24 @@ TEST(AlignFrames, AlignsAcrossExposures)
     auto& dark = *frames[0].image;
     for (std::size_t i = 0; i < dark.pixelCount(); ++i)
         dark.data()[i].r *= 2.0f;
+    EXPECT_LT(meanDifference(dark, *frames[1].image), 0.01);
+}
+
+TEST(AlignFrames, KeyPointsAreFoundAtTheExposureOfTheSecondOfEachPair)
+{
+    // So dark that there are no key points in it as it is.
+    auto frames = shiftedFrames({{0, 0}, {4, 3}});
+    constexpr float kDark = 0.03f;
+    for (std::size_t i = 0; i < frames[0].image->pixelCount(); ++i) {
+        auto& p = frames[0].image->data()[i];
+        p = {p.r * kDark, p.g * kDark, p.b * kDark};
+    }
+    const LogCapture capture;
+    alignFrames(frames, 1, true);
+    EXPECT_THAT(capture.texts(LogMessageType::Warning), testing::IsEmpty());
+    auto& dark = *frames[0].image;
+    for (std::size_t i = 0; i < dark.pixelCount(); ++i)
+        dark.data()[i].r /= kDark;
     EXPECT_LT(meanDifference(dark, *frames[1].image), 0.01);
 }
 
@@ -133,11 +154,11 @@ TEST(AlignFrames, TooMuchRotationFailsAllFrames)
         before.push_back(frame.image);
     const LogCapture capture;
     alignFrames(frames, 0, true);
-    for (std::size_t k = 0; k < 3; ++k) {
+    for (std::size_t k = 0; k < 3; ++k)
         EXPECT_TRUE(sameBytes(*frames[k].image, *before[k])) << k;
-        EXPECT_THAT(capture.texts(LogMessageType::Progress),
-                    Contains("[Alignment] Failed to align frame #" + std::to_string(k)));
-    }
+    EXPECT_THAT(capture.texts(LogMessageType::Progress),
+                ElementsAre("[Alignment] Alignment scale: 1", "[Alignment] Failed to align frame #0",
+                            "[Alignment] Failed to align frame #1", "[Alignment] Failed to align frame #2"));
 }
 
 TEST(AlignFrames, APairThatFailsCountsAsUnmoved)
@@ -215,6 +236,46 @@ TEST(AlignFrames, WarpsToTheNearestPixel)
         mixed += before.count({p.r, p.g, p.b}) == 0 ? 1 : 0;
     }
     EXPECT_EQ(mixed, 0u);
+}
+
+TEST(AlignFrames, WhatNoPixelOfTheFrameCoversIsBlack)
+{
+    // Only the first two sides of a warped frame limit the common rectangle, so one that is narrower at its left leaves
+    // a corner of it empty.
+    constexpr int kWidth = 480;
+    constexpr int kHeight = 360;
+    const std::vector<cv::Point2f> corners = {{0, 0}, {kWidth, 0}, {kWidth, kHeight}, {0, kHeight}};
+    const std::vector<cv::Point2f> placed = {{0, 0}, {kWidth, 0}, {kWidth, kHeight}, {0, kHeight - 30}};
+    const cv::Matx33d referenceFromFrame(cv::getPerspectiveTransform(corners, placed));
+    std::vector<HDRFrame> frames = {frameOf(textured(kWidth, kHeight)), HDRFrame()};
+    frames[1].image = drawn(kWidth, kHeight, [&](int x, int y) {
+        const cv::Vec3d seen = referenceFromFrame * cv::Vec3d(x, y, 1);
+        return texture(seen[0] / seen[2], seen[1] / seen[2]);
+    });
+    alignFrames(frames, 0, true);
+    const Picture& reference = *frames[0].image;
+    const Picture& warped = *frames[1].image;
+    ASSERT_NE(warped.size(), _Size<int>(kWidth, kHeight)) << "given up";
+    const cv::Rect common =
+        inscribedRect(projectedCorners(cv::Mat(referenceFromFrame), kWidth, kHeight), kWidth, kHeight) &
+        cv::Rect(0, 0, kWidth, kHeight);
+    constexpr double kClearly = 4.0; // pixels beside the rim: the homography is estimated
+    int outside = 0;
+    int wrong = 0;
+    for (int y = 0; y < warped.height(); ++y)
+        for (int x = 0; x < warped.width(); ++x) {
+            const cv::Vec3d p = referenceFromFrame.inv() * cv::Vec3d(x + common.x, y + common.y, 1);
+            const double below = p[1] / p[2] - (kHeight - 1); // of the frame's last row
+            const auto& pixel = warped.row(y)[x];
+            if (below > kClearly) {
+                ++outside;
+                wrong += pixel.r != 0.0f || pixel.g != 0.0f || pixel.b != 0.0f ? 1 : 0;
+            } else if (below < -kClearly) {
+                wrong += std::abs(pixel.r - reference.row(y)[x].r) > 0.1f ? 1 : 0;
+            }
+        }
+    EXPECT_GT(outside, 100);
+    EXPECT_EQ(wrong, 0);
 }
 
 // The share of a shifted frame that remains.

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -112,6 +113,66 @@ Pair pairAtDistances(double low, double high)
 }
 
 } // namespace
+
+namespace {
+
+constexpr int kTiles = 15; // below the number of matches at which outliers are cut off
+
+// Two pictures of tiles on gray, each unlike the others, with a key point in its middle. In the second picture each
+// tile is displaced.
+Pair tiles(const std::function<cv::Point(int)>& displacement)
+{
+    constexpr int kSide = 44; // covers the window of a descriptor
+    constexpr int kPitch = 78;
+    constexpr int kColumns = 5;
+    const cv::Mat gray(kHeight, kWidth, CV_8UC3, cv::Scalar::all(128));
+    Pair pair(gray.clone(), gray.clone());
+    for (int i = 0; i < kTiles; ++i) {
+        const cv::Point corner(24 + i % kColumns * kPitch, 30 + i / kColumns * kPitch);
+        const cv::Point moved = corner + displacement(i);
+        const cv::Mat tile = noisePicture(20 + static_cast<std::uint64_t>(i))(cv::Rect(100, 100, kSide, kSide));
+        tile.copyTo(pair.first(cv::Rect(corner.x, corner.y, kSide, kSide)));
+        tile.copyTo(pair.second(cv::Rect(moved.x, moved.y, kSide, kSide)));
+        const auto middle = [](const cv::Point& p) {
+            return cv::KeyPoint(static_cast<float>(p.x + kSide / 2), static_cast<float>(p.y + kSide / 2), 9.0f);
+        };
+        pair.keypoints1.push_back(middle(corner));
+        pair.keypoints2.push_back(middle(moved));
+    }
+    return pair;
+}
+
+const char* const kTooFewInliers = "[Alignment] Not enough inliners to find a reliable transformation.";
+
+} // namespace
+
+TEST(EstimatePair, NineInliersAreEnough)
+{
+    // The rest is displaced in ways that have nothing in common.
+    const cv::Point elsewhere[] = {{9, -4}, {-7, 12}, {3, 15}, {-14, -6}, {12, 8}, {-5, -13}, {16, -11}};
+    for (const int still : {8, 9}) {
+        Pair pair = tiles([&](int i) { return i < still ? cv::Point() : elsewhere[i - still]; });
+        const LogCapture capture;
+        EXPECT_EQ(pair.estimate(), still == 9);
+        EXPECT_EQ(pair.isIdentity(), still == 8) << "exactly";
+        EXPECT_LT(cv::norm(pair.homography, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF), 1e-3);
+        EXPECT_EQ(capture.texts(LogMessageType::Warning),
+                  still == 9 ? std::vector<std::string>() : std::vector<std::string>{kTooFewInliers});
+    }
+}
+
+TEST(EstimatePair, AnInlierIsWithinOnePixelOfTheFullPicture)
+{
+    // Every tile is two pixels off, this way or that: half a pixel of a full picture a quarter the size.
+    const cv::Point aside[] = {{2, 0}, {-2, 0}, {0, -2}, {0, 2}};
+    for (const double scale : {4.0, 1.6}) {
+        Pair pair = tiles([&](int i) { return aside[(i * 7 + i / 5) % 4]; });
+        const LogCapture capture;
+        EXPECT_EQ(pair.estimate(scale), scale == 4.0) << scale;
+        EXPECT_EQ(capture.texts(LogMessageType::Warning),
+                  scale == 4.0 ? std::vector<std::string>() : std::vector<std::string>{kTooFewInliers});
+    }
+}
 
 TEST(EstimatePair, MatchesOfADistanceAboveTheLimitCarryNoTransform)
 {

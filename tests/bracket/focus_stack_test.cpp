@@ -528,3 +528,65 @@ TEST_F(FocusStack, GivesAllMemoryBack)
     ASSERT_TRUE(makeFocusStack(paths, alignedTo(0)));
     EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
 }
+
+// How makeFocusStack() goes about its frames.
+struct Ways
+{
+    const char* name;
+    bool aligns;
+    AlignmentQuality quality;
+    bool deghosts;
+};
+
+class FocusStackCancel : public FocusStack, public testing::WithParamInterface<Ways>
+{};
+
+TEST_P(FocusStackCancel, AtAnyPollGivesNothingAndNoError)
+{
+    Paths paths;
+    for (const double shift : {0.0, 1.3, -0.8})
+        paths.push_back(file("shifted" + std::to_string(paths.size()), *textured(160, 120, shift, 0.5 * shift)));
+    Settings settings;
+    settings.adjust = {};
+    settings.adjust.enabled = GetParam().aligns;
+    settings.adjust.quality = GetParam().quality;
+    settings.adjust.referenceIndex = 1;
+    settings.ghostReduction.enabled = GetParam().deghosts;
+    int polls = 0;
+    const auto stackedUntil = [&](int last) {
+        polls = 0;
+        return makeFocusStack(paths, settings, [&] { return ++polls >= last; });
+    };
+    const auto whole = stackedUntil(1'000'000);
+    ASSERT_TRUE(whole);
+    EXPECT_TRUE(sameBytes(*pixelsOf(*whole), *pixelsOf(*makeFocusStack(paths, settings)))) << "as without a cancel";
+    const int all = polls;
+    EXPECT_GT(all, 3 + 3 + 2) << "frames loaded, frames added, before and after the result";
+    const std::size_t live = MemoryManager::instance().liveBytes();
+    const LogCapture log;
+    for (int last = 1; last <= all; ++last) {
+        EXPECT_FALSE(stackedUntil(last)) << last << " of " << all;
+        EXPECT_EQ(polls, last) << "it went on";
+        ASSERT_TRUE(lastFailure()) << last;
+        EXPECT_EQ(lastFailure()->kind, FailureKind::Cancelled) << last;
+        EXPECT_EQ(MemoryManager::instance().liveBytes(), live) << last;
+    }
+    EXPECT_THAT(log.texts(LogMessageType::Error), IsEmpty());
+    EXPECT_TRUE(stackedUntil(all + 1)) << "there is no later one";
+}
+
+INSTANTIATE_TEST_SUITE_P(FocusStack, FocusStackCancel,
+                         testing::Values(Ways{"finely", true, AlignmentQuality::Fine, false},
+                                         Ways{"fast", true, AlignmentQuality::Fast, false},
+                                         Ways{"finelyDeghosted", true, AlignmentQuality::Fine, true},
+                                         Ways{"still", false, AlignmentQuality::Fine, false}),
+                         [](const auto& each) { return each.param.name; });
+
+TEST_F(FocusStack, WhatACancelThrowsFailsTheCall)
+{
+    const auto paths = grays({0.1f, 0.2f});
+    const LogCapture log;
+    EXPECT_FALSE(makeFocusStack(paths, unaligned(), []() -> bool { throw std::runtime_error("window closed"); }));
+    EXPECT_THAT(log.texts(LogMessageType::Error), ElementsAre("Error in makeFocusStack: window closed"));
+    EXPECT_TRUE(makeFocusStack(paths, unaligned(), nullptr)) << "never";
+}

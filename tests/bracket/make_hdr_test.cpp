@@ -4,10 +4,12 @@
 #include "bracket/resample_frames.hpp"
 #include "frame/call_frame.hpp"
 #include "support/files.hpp"
+#include "support/raw_discs.hpp"
 #include "support/temporary_folder.hpp"
 
 #include <orvo/bracket_exposure.hpp>
 #include <orvo/finishing.hpp>
+#include <orvo/lens_correction.hpp>
 #include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
 #include <orvo_common/memory_manager.hpp>
@@ -79,6 +81,17 @@ protected:
         return paths;
     }
 
+    // Raw files with coloured fringes, of a camera that lensfun knows.
+    Paths fringedBracket(std::size_t count)
+    {
+        Paths paths;
+        for (std::size_t i = 0; i < count; ++i) {
+            const double ev = -1.0 + 2.0 * static_cast<double>(i) / static_cast<double>(count - 1);
+            paths.push_back(rawOfDiscs(folder / ("discs" + std::to_string(i) + ".dng"), 1.003, ev));
+        }
+        return paths;
+    }
+
     static auto merge(const Paths& paths, const HDRSettings& settings, std::function<void(HDRMergingPhaseName)> onPhase)
     {
         return make_HDR(paths, settings, {}, std::move(onPhase));
@@ -92,12 +105,12 @@ bool isEmpty(const Merged& merged)
 }
 
 // The blend by its definition, step by step.
-std::shared_ptr<Picture> folded(const Paths& paths, float maskScale)
+std::shared_ptr<Picture> folded(const Paths& paths, float maskScale, const HDRSettings& settings = {})
 {
-    auto frames = loadFrames(paths, HDRSettings(), ImageReaderOpenFlag::Bracket, false);
+    auto frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, false);
     fillEVsAndSort(frames);
     float unused = 0;
-    const auto ladder = std::get<0>(resampleFrames(frames, HDRSettings(), unused));
+    const auto ladder = std::get<0>(resampleFrames(frames, settings, unused));
     const std::size_t n = ladder.size();
     const auto result = ladder[n - 1].image->copy({});
     for (std::size_t i = n - 1; i-- > 0;) {
@@ -124,29 +137,39 @@ HDRSettings withFlag(const std::shared_ptr<std::atomic<unsigned char>>& flag)
     return settings;
 }
 
-// The number of corrections of chromatic aberration up to the phase in which the frames are loaded.
-std::size_t correctionsWhileLoading(const Paths& paths, bool enabled)
+// The number of corrections of chromatic aberration while frames are loaded and while the merged picture is finished.
+struct Corrections
+{
+    std::size_t whileLoading = 0;
+    std::size_t whileFinishing = 0;
+};
+
+Corrections correctionsOf(const Paths& paths, bool enabled)
 {
     HDRSettings settings;
     settings.chromaticAberrations = enabled;
-    std::string trace;
-    const auto onPhase = [&trace](HDRMergingPhaseName phase) {
-        if (phase != HDRMergingPhaseName::FramesLoaded)
-            return;
-        trace = testing::internal::GetCapturedStdout();
+    Corrections corrections;
+    const auto countSoFar = [] {
+        const std::string marker = "applyChromaticAbberationsCorrection: ";
+        const std::string trace = testing::internal::GetCapturedStdout();
         testing::internal::CaptureStdout();
+        std::size_t times = 0;
+        for (std::size_t at = trace.find(marker); at != std::string::npos; at = trace.find(marker, at + 1))
+            ++times;
+        return times;
+    };
+    const auto onPhase = [&](HDRMergingPhaseName phase) {
+        const std::size_t since = countSoFar();
+        if (phase == HDRMergingPhaseName::FramesLoaded)
+            corrections.whileLoading = since;
     };
     grfx::cout.quiet = 0;
     testing::internal::CaptureStdout();
-    const auto merged = make_HDR(paths, settings, {}, onPhase);
+    EXPECT_TRUE(make_HDR(paths, settings, {}, onPhase).first);
+    corrections.whileFinishing = countSoFar();
     (void)testing::internal::GetCapturedStdout();
     grfx::cout.quiet = 1;
-    EXPECT_TRUE(merged.first);
-    const std::string marker = "applyChromaticAbberationsCorrection: ";
-    std::size_t times = 0;
-    for (std::size_t at = trace.find(marker); at != std::string::npos; at = trace.find(marker, at + 1))
-        ++times;
-    return times;
+    return corrections;
 }
 
 std::filesystem::path textFile(const std::filesystem::path& path)
@@ -516,6 +539,63 @@ TEST_F(MakeHdr, TheMiddleRawFrameIsDevelopedAtItsOwnExposure)
     }
 }
 
+TEST_F(MakeHdr, FringesOfARawBracketAreCorrectedInBothPictures)
+{
+    constexpr float kRoundings = 1e-5f;
+    for (const std::size_t count : {3u, 4u}) { // a resampled ladder leaves the middle frame undeveloped
+        const auto paths = fringedBracket(count);
+        HDRSettings settings;
+        settings.chromaticAberrations = true;
+        const auto plainly = merge(paths, {}, record());
+        const auto merged = merge(paths, settings, record());
+        ASSERT_TRUE(merged.first && plainly.first) << count;
+        EXPECT_LT(fringes(*pixelsOf(*merged.first)), 0.7 * fringes(*pixelsOf(*plainly.first))) << count;
+        EXPECT_LT(fringes(*merged.second), 0.7 * fringes(*plainly.second)) << count;
+
+        auto frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, true);
+        fillEVsAndSort(frames);
+        HDRFrame& middle = frames[count / 2];
+        develop_for_hdr(middle.image, middle.metadata, middle.rawMetadata, 0.0f, true);
+        EXPECT_TRUE(sameBytes(*merged.second, *middle.image)) << count;
+        EXPECT_THAT(*pixelsOf(*merged.first), PixelsNear(*folded(paths, 1.0f, settings), kRoundings)) << count;
+        // The merged picture of corrected rungs has no fringes left to show that it is corrected as well.
+        EXPECT_EQ(correctionsOf(paths, true).whileFinishing, count == 3 ? 2u : 0u) << "the middle frame and the result";
+        EXPECT_EQ(correctionsOf(paths, false).whileFinishing, 0u);
+    }
+}
+
+TEST_F(MakeHdr, TheLensOfARawBracketIsCorrectedInBothPictures)
+{
+    for (const std::size_t count : {3u, 4u}) {
+        const auto paths = fringedBracket(count);
+        const auto plainly = merge(paths, {}, record());
+        ASSERT_TRUE(plainly.first) << count;
+        HDRSettings settings;
+        settings.lensCorrection = true;
+        const auto straight = merge(paths, settings, record());
+        ASSERT_TRUE(straight.first) << count;
+        auto frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, true);
+        fillEVsAndSort(frames);
+        HDRFrame& middle = frames[count / 2];
+        const std::shared_ptr<Picture> before = pixelsOf(*plainly.first)->copy({});
+        const auto expected = applyAutoLensCorrection(before, middle.metadata, nullptr);
+        if (expected == before)
+            GTEST_SKIP() << "lensfun's database is not installed, or does not know the camera";
+        EXPECT_TRUE(sameBytes(*pixelsOf(*straight.first), *expected)) << count;
+
+        const auto develop = [&middle] {
+            develop_for_hdr(middle.image, middle.metadata, middle.rawMetadata, 0.0f, false);
+        };
+        if (count == 4) // developed for the ladder, before the lens
+            develop();
+        middle.image = applyAutoLensCorrection(middle.image, middle.metadata, middle.rawMetadata);
+        if (count == 3)
+            develop();
+        EXPECT_TRUE(sameBytes(*straight.second, *middle.image)) << count;
+        EXPECT_FALSE(sameBytes(*straight.second, *plainly.second)) << count;
+    }
+}
+
 TEST_F(MakeHdr, ASingleRawFrameMerges)
 {
     const LogCapture capture;
@@ -528,10 +608,11 @@ TEST_F(MakeHdr, ASingleRawFrameMerges)
 TEST_F(MakeHdr, OfAMixedBracketEveryFrameIsCorrectedForChromaticAberration)
 {
     const auto mixed = mixedBracket(1);
-    EXPECT_EQ(correctionsWhileLoading(mixed, true), 3u) << "the raw one too";
-    EXPECT_EQ(correctionsWhileLoading(mixed, false), 0u);
-    EXPECT_EQ(correctionsWhileLoading(bracket(2), true), 2u);
-    EXPECT_EQ(correctionsWhileLoading(rawBracket(3), true), 0u) << "raw frames are corrected when they are developed";
+    EXPECT_EQ(correctionsOf(mixed, true).whileLoading, 3u) << "the raw one too";
+    EXPECT_EQ(correctionsOf(mixed, false).whileLoading, 0u);
+    EXPECT_EQ(correctionsOf(bracket(2), true).whileLoading, 2u);
+    EXPECT_EQ(correctionsOf(rawBracket(3), true).whileLoading, 0u)
+        << "raw frames are corrected when they are developed";
 }
 
 TEST_F(MakeHdr, AMixedBracketCountsAsRawByItsFirstFrameInOrderOfExposure)

@@ -298,6 +298,41 @@ TEST(SceneTruth, RawFramesLoadSequentiallyAndMerge)
     }
 }
 
+TEST(SceneTruth, ARawBracketAlignedAfterItsDevelopmentShowsTheSceneAsTheMiddleFrameSawIt)
+{
+    const TemporaryFolder folder;
+    BracketRecipe recipe = handheld(3, 5);
+    recipe.scene.size = {768, 512};
+    const auto scene = std::make_shared<const scenes::RadianceScene>(recipe.scene);
+    BracketRecipe tripod = recipe;
+    tripod.views.clear();
+    scenes::BracketFileSettings files;
+    files.format = scenes::BracketFileFormat::Dng;
+    const auto handheldFiles = scenes::writeBracket(Bracket(recipe, scene), folder.path(), files);
+    files.prefix = "tripod";
+    const auto tripodFiles = scenes::writeBracket(Bracket(tripod, scene), folder.path(), files);
+    HDRSettings settings;
+    settings.chromaticAberrations = true; // corrected before frames are moved, so they are aligned late
+    const auto truth = make_HDR(tripodFiles, settings, {}, nullptr);
+    const auto apart = make_HDR(handheldFiles, settings, {}, nullptr);
+    settings.alignment = true;
+    settings.alignmentQuality = AlignmentQuality::Fine;
+    const auto aligned = make_HDR(handheldFiles, settings, {}, nullptr);
+    ASSERT_TRUE(truth.first && apart.first && aligned.first);
+    EXPECT_GT(scenes::psnr(*aligned.second, *truth.second), 30.0) << "the middle frame stays whole";
+
+    const auto expected = truth.first->developedOriginalImageData({});
+    const auto found = aligned.first->developedOriginalImageData({});
+    ASSERT_LT(found->width(), expected->width());
+    double best = 0.0;
+    for (int y = 0; y <= expected->height() - found->height(); ++y)
+        for (int x = 0; x <= expected->width() - found->width(); ++x)
+            best = std::max(best, scenes::psnr(*found, *expected->copy({x, y, found->width(), found->height()})));
+    const double unaligned = scenes::psnr(*apart.first->developedOriginalImageData({}), *expected);
+    std::cout << "aligned: " << best << " dB, unaligned: " << unaligned << " dB\n";
+    EXPECT_GT(best, 35.0) << "to a fraction of a pixel, where the middle frame saw it";
+}
+
 TEST(SceneTruth, ASequentialLoadThatLosesAFileFailsOnStandardError)
 {
     const TemporaryFolder folder;

@@ -26,10 +26,7 @@ using Words = std::vector<std::string>;
 class CommandOptions : public testing::Test
 {
 protected:
-    [[nodiscard]] Finished run(const Words& words) const
-    {
-        return runOrvo(words, {.workingFolder = folder.path()});
-    }
+    [[nodiscard]] Finished run(const Words& words) const { return runOrvo(words, {.workingFolder = folder.path()}); }
     [[nodiscard]] Finished runOn(Words words, const std::vector<std::filesystem::path>& files) const
     {
         const Words more = names(files);
@@ -169,8 +166,8 @@ TEST(MistypedOptions, SuggestTheNearest)
          {std::pair{"--algin", "--align"}, {"--deghost-reference=2", "--ghost-reference"}, {"--ouput", "--output"}}) {
         const Finished finished = runOrvo({"hdr", "a.jpg", typed, "-o", "out.jpg"});
         EXPECT_EQ(finished.exitCode, 2);
-        EXPECT_THAT(finished.errLines(), ElementsAre(HasSubstr("did you mean " + std::string(meant) + "?"),
-                                                     HasSubstr("orvo hdr --help")));
+        EXPECT_THAT(finished.errLines(),
+                    ElementsAre(HasSubstr("did you mean " + std::string(meant) + "?"), HasSubstr("orvo hdr --help")));
     }
     EXPECT_THAT(runOrvo({"hdr", "a.jpg", "--zzzzzz", "-o", "out.jpg"}).err, Not(HasSubstr("did you mean")));
 }

@@ -5,8 +5,8 @@
 #include <orvo_extensions/panorama_preview_composer.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_io/image_writer.hpp>
+#include <scenes/pan_file.hpp>
 #include <scenes/sphere_view_files.hpp>
-#include <scenes/video_file.hpp>
 
 #include <gmock/gmock.h>
 
@@ -121,27 +121,6 @@ void writeSeaView(const scenes::SphereView& view, const std::filesystem::path& p
     ImageWriteSettings settings = writeSettingsForPath(path);
     settings.profile = ColorProfileType::sRGB();
     writeImage(path, *picture, settings);
-}
-
-std::filesystem::path writePan(const std::filesystem::path& path, std::size_t frames)
-{
-    const scenes::SphereScene scene(3);
-    scenes::writeVideo(path, {160, 120}, frames,
-                       [&](std::size_t index, std::uint8_t* bgr) {
-                           scenes::SphereView view;
-                           view.size = {160, 120};
-                           view.focal = 160;
-                           view.rotation = scenes::rotationOf(1.5 * static_cast<double>(index), 0, 0);
-                           const auto picture = scene.see(view);
-                           for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
-                               const auto& pixel = picture->data()[i];
-                               bgr[3 * i] = static_cast<std::uint8_t>(255.0f * pixel.b);
-                               bgr[3 * i + 1] = static_cast<std::uint8_t>(255.0f * pixel.g);
-                               bgr[3 * i + 2] = static_cast<std::uint8_t>(255.0f * pixel.r);
-                           }
-                       },
-                       {});
-    return path;
 }
 
 } // namespace
@@ -301,7 +280,7 @@ TEST_F(ComposedPanorama, TheOrderWithinBracketsDoesNotMatter)
 TEST_F(ComposedPanorama, AVideoIsAPan)
 {
     request.files.clear();
-    request.video = writePan(folder / "pan.mkv", 30);
+    request.video = scenes::writePan(folder / "pan.mkv", 30);
     const auto all = made(request);
     EXPECT_NEAR(all->width(), 29 * 1.5 * kDegree * 160 + 148, 25);
     request.to = 15;
@@ -316,7 +295,7 @@ TEST_F(ComposedPanorama, AVideoIsAPan)
 TEST_F(ComposedPanorama, VideosThatShowNoPan)
 {
     request.files.clear();
-    request.video = writePan(folder / "one.mkv", 1);
+    request.video = scenes::writePan(folder / "one.mkv", 1);
     EXPECT_THAT(failure(request, JobOutcome::Failed), HasSubstr("one.mkv"));
     request.video = folder / "sound.mkv";
     scenes::writeSound(request.video);
@@ -414,7 +393,7 @@ TEST_F(ComposedPanorama, ProgressOfAVideoWithoutAnEndMoves)
 {
     request.files.clear();
     for (const char* const name : {"pan.mkv", "pan.mp4"}) {
-        request.video = writePan(folder / name, 60);
+        request.video = scenes::writePan(folder / name, 60);
         std::vector<double> loading;
         const PanoJobResult result = panoJob(request, {[&](const JobProgress& progress) {
                                                            if (progress.step == JobStep::Load)

@@ -1,6 +1,5 @@
 // orvo erase
-#include "brackets.hpp"
-#include "program.hpp"
+#include "one_picture.hpp"
 
 #include <orvo_io/base64.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -35,10 +34,10 @@ bool isWithin(const _Rect<int>& rect, int x, int y, int margin = 0)
            y < rect.y + rect.height + margin;
 }
 
-class Erase : public testing::Test
+class Erase : public OnePictureTest
 {
 protected:
-    Erase() { drawScene("in.png", ColorProfileType::sRGB(), 8); }
+    Erase() : OnePictureTest("erase", "in.png") { drawScene("in.png", ColorProfileType::sRGB(), 8); }
 
     // A red thing before a smooth ground with stripes.
     void drawScene(const std::string& name, const std::shared_ptr<ColorProfile>& profile, int bits) const
@@ -66,16 +65,7 @@ protected:
 
     [[nodiscard]] Finished erase(std::vector<std::string> more, const std::string& input = "in.png") const
     {
-        more.insert(more.begin(), {"erase", input});
-        return runOrvo(more, {.workingFolder = folder.path()});
-    }
-
-    // As the file has its samples.
-    [[nodiscard]] std::shared_ptr<Picture> read(const std::string& name) const
-    {
-        const auto image =
-            ImageReader::instance().open({folder / name, {}}, {}, ImageReaderOpenFlag::None, nullptr, {}, -1);
-        return image ? image->imageData({}, {}, true) : nullptr;
+        return runOn(input, std::move(more));
     }
 
     // Nothing red is left in the thing, and what lies outside of the marks and their feather is as in the input within
@@ -102,23 +92,10 @@ protected:
             }
     }
 
-    void expectEnd(const std::vector<std::string>& more, int exitCode, const std::vector<std::string>& words) const
-    {
-        const auto before = namesIn(folder.path());
-        const Finished run = erase(more);
-        EXPECT_EQ(run.exitCode, exitCode);
-        ASSERT_EQ(run.errLines().size(), exitCode == 1 ? 1u : 2u) << run.err;
-        for (const auto& word : words)
-            EXPECT_THAT(run.errLines()[0], HasSubstr(word));
-        EXPECT_EQ(namesIn(folder.path()), before) << "something was left behind";
-    }
-
     void expectSame(const std::string& a, const std::string& b) const
     {
         EXPECT_TRUE(fileText(folder / a) == fileText(folder / b)) << a << " and " << b;
     }
-
-    TemporaryFolder folder;
 };
 
 constexpr _Rect<int> kBox{96, 56, 44, 36};

@@ -1,7 +1,6 @@
 // orvo expand
-#include "brackets.hpp"
 #include "loopback.hpp"
-#include "program.hpp"
+#include "one_picture.hpp"
 
 #include <orvo_io/image_reader.hpp>
 #include <orvo_io/image_writer.hpp>
@@ -25,10 +24,10 @@ using Picture = _ImageData<PixelRGB<float>>;
 constexpr _Size<int> kSize{201, 135};
 constexpr int kRim = 24; // pixels: the answer is tied to the picture within it
 
-class Expand : public testing::Test
+class Expand : public OnePictureTest
 {
 protected:
-    Expand() // stripes over a gradient
+    Expand() : OnePictureTest("expand", "in.png", "out.png") // stripes over a gradient
     {
         Picture picture(kSize, ColorProfileType::sRGB());
         for (int y = 0; y < kSize.height; ++y)
@@ -40,18 +39,7 @@ protected:
         writeImage(folder / "in.png", picture, settings);
     }
 
-    [[nodiscard]] Finished expand(std::vector<std::string> more) const
-    {
-        more.insert(more.begin(), {"expand", "in.png"});
-        return runOrvo(more, {.workingFolder = folder.path()});
-    }
-
-    [[nodiscard]] std::shared_ptr<Picture> read(const std::string& name) const
-    {
-        const auto image =
-            ImageReader::instance().open({folder / name, {}}, {}, ImageReaderOpenFlag::None, nullptr, {}, -1);
-        return image ? image->imageData({}, {}, true) : nullptr;
-    }
+    [[nodiscard]] Finished expand(std::vector<std::string> more) const { return runOn("in.png", std::move(more)); }
 
     // The canvas has its size, shows the picture within a step at its place, and stripes like it everywhere.
     void expectExpanded(const std::string& output, const _Rect<int>& canvas) const
@@ -75,21 +63,6 @@ protected:
                 ASSERT_NEAR(p.b, before->row(py)[px].b, kStep) << x << ", " << y;
             }
     }
-
-    void expectEnd(const std::vector<std::string>& more, int exitCode, const std::vector<std::string>& words) const
-    {
-        auto arguments = more;
-        arguments.insert(arguments.end(), {"-o", "out.png"});
-        const auto before = namesIn(folder.path());
-        const Finished run = expand(arguments);
-        EXPECT_EQ(run.exitCode, exitCode);
-        ASSERT_EQ(run.errLines().size(), exitCode == 1 ? 1u : 2u) << run.err;
-        for (const auto& word : words)
-            EXPECT_THAT(run.errLines()[0], HasSubstr(word));
-        EXPECT_EQ(namesIn(folder.path()), before) << "something was left behind";
-    }
-
-    TemporaryFolder folder;
 };
 
 TEST_F(Expand, ToAllSides)

@@ -1,7 +1,6 @@
 // orvo fill
-#include "brackets.hpp"
+#include "one_picture.hpp"
 #include "onnx_writer.hpp"
-#include "program.hpp"
 
 #include <orvo_io/image_reader.hpp>
 #include <orvo_io/image_writer.hpp>
@@ -30,10 +29,10 @@ bool inHole(int x, int y)
     return x >= kHole.x && y >= kHole.y && x < kHole.x + kHole.width && y < kHole.y + kHole.height;
 }
 
-class Fill : public testing::Test
+class Fill : public OnePictureTest
 {
 protected:
-    Fill()
+    Fill() : OnePictureTest("fill", "in.png", "out.png")
     {
         writeFrame(folder / "photo.jpg", {.width = kSize.width, .height = kSize.height});
         draw("in.png", kSize, [](int x, int y) { // stripes with a red thing before them
@@ -64,32 +63,8 @@ protected:
 
     [[nodiscard]] Finished fill(std::vector<std::string> more, const std::string& input = "in.png") const
     {
-        more.insert(more.begin(), {"fill", input});
-        return runOrvo(more, {.workingFolder = folder.path()});
+        return runOn(input, std::move(more));
     }
-
-    // As the file has its samples.
-    [[nodiscard]] std::shared_ptr<Picture> read(const std::string& name) const
-    {
-        const auto image =
-            ImageReader::instance().open({folder / name, {}}, {}, ImageReaderOpenFlag::None, nullptr, {}, -1);
-        return image ? image->imageData({}, {}, true) : nullptr;
-    }
-
-    void expectEnd(const std::vector<std::string>& more, int exitCode, const std::vector<std::string>& words) const
-    {
-        auto arguments = more;
-        arguments.insert(arguments.end(), {"-o", "out.png"});
-        const auto before = namesIn(folder.path());
-        const Finished run = fill(arguments);
-        EXPECT_EQ(run.exitCode, exitCode);
-        ASSERT_EQ(run.errLines().size(), exitCode == 1 ? 1u : 2u) << run.err;
-        for (const auto& word : words)
-            EXPECT_THAT(run.errLines()[0], HasSubstr(word));
-        EXPECT_EQ(namesIn(folder.path()), before) << "something was left behind";
-    }
-
-    TemporaryFolder folder;
 };
 
 TEST_F(Fill, TakesOutWhatTheMaskMarksAndKeepsTheRest)

@@ -17,7 +17,7 @@ protected:
         std::vector<std::string> arguments{"hdr", "-o", "out.jpg"};
         arguments.insert(arguments.end(), bracket.begin(), bracket.end());
         arguments.insert(arguments.end(), more.begin(), more.end());
-        expectRefusal(arguments, folder.path(), exitCode, file, reason);
+        expectRefusal(arguments, folder.path(), exitCode, {file, reason});
     }
 
     TemporaryFolder folder;

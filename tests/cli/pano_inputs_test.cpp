@@ -2,8 +2,8 @@
 #include "brackets.hpp"
 #include "program.hpp"
 
+#include <scenes/pan_file.hpp>
 #include <scenes/sphere_view_files.hpp>
-#include <scenes/video_file.hpp>
 
 #include <gmock/gmock.h>
 
@@ -55,24 +55,7 @@ protected:
     [[nodiscard]] std::string video(const std::string& name, std::size_t frames,
                                     const scenes::VideoFileSettings& settings = {}) const
     {
-        const scenes::SphereScene scene(3);
-        scenes::writeVideo(
-            folder / name, {160, 120}, frames,
-            [&](std::size_t index, std::uint8_t* bgr) {
-                scenes::SphereView view;
-                view.size = {160, 120};
-                view.focal = 160;
-                view.rotation = scenes::rotationOf(1.5 * static_cast<double>(index), 0, 0);
-                const auto picture = scene.see(view);
-                for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
-                    const auto& pixel = picture->data()[i];
-                    bgr[3 * i] = static_cast<std::uint8_t>(255.0f * pixel.b);
-                    bgr[3 * i + 1] = static_cast<std::uint8_t>(255.0f * pixel.g);
-                    bgr[3 * i + 2] = static_cast<std::uint8_t>(255.0f * pixel.r);
-                }
-            },
-            settings);
-        return (folder / name).string();
+        return scenes::writePan(folder / name, frames, settings).string();
     }
     void cutOff(const std::filesystem::path& path, double share) const
     {

@@ -24,7 +24,7 @@ protected:
     void expectEnd(const std::vector<std::string>& files, const std::vector<std::string>& options, int exitCode,
                    const std::string& file, const std::string& reason)
     {
-        expectRefusal(argumentsOf(GetParam().output, files, options), folder.path(), exitCode, file, reason);
+        expectRefusal(argumentsOf(GetParam().output, files, options), folder.path(), exitCode, {file, reason});
     }
 };
 

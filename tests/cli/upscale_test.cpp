@@ -1,7 +1,6 @@
 // orvo upscale
-#include "brackets.hpp"
+#include "one_picture.hpp"
 #include "onnx_writer.hpp"
-#include "program.hpp"
 
 #include <orvo_io/image_reader.hpp>
 
@@ -19,37 +18,21 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class Upscale : public testing::Test
+class Upscale : public OnePictureTest
 {
 protected:
-    Upscale() { writeFrame(folder / "in.jpg", {.width = 120, .height = 80}); }
-
-    [[nodiscard]] Finished upscale(std::vector<std::string> more) const
+    Upscale() : OnePictureTest("upscale", "in.jpg", "out.jpg")
     {
-        more.insert(more.begin(), {"upscale", "in.jpg"});
-        return runOrvo(more, {.workingFolder = folder.path()});
+        writeFrame(folder / "in.jpg", {.width = 120, .height = 80});
     }
+
+    [[nodiscard]] Finished upscale(std::vector<std::string> more) const { return runOn("in.jpg", std::move(more)); }
 
     [[nodiscard]] _Size<int> sizeOf(const std::string& name) const
     {
         const auto metadata = ImageReader::readMetadata(folder / name);
         return metadata ? metadata->size : _Size<int>();
     }
-
-    void expectEnd(const std::vector<std::string>& more, int exitCode, const std::vector<std::string>& words) const
-    {
-        auto arguments = more;
-        arguments.insert(arguments.end(), {"-o", "out.jpg"});
-        const auto before = namesIn(folder.path());
-        const Finished run = upscale(arguments);
-        EXPECT_EQ(run.exitCode, exitCode);
-        ASSERT_EQ(run.errLines().size(), exitCode == 1 ? 1u : 2u) << run.err;
-        for (const auto& word : words)
-            EXPECT_THAT(run.errLines()[0], HasSubstr(word));
-        EXPECT_EQ(namesIn(folder.path()), before) << "something was left behind";
-    }
-
-    TemporaryFolder folder;
 };
 
 TEST_F(Upscale, DoublesInEveryFormat)

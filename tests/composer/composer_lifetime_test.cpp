@@ -3,7 +3,7 @@
 
 #include <orvo_logger/log_capture.hpp>
 #include <scenes/bracket.hpp>
-#include <scenes/video_file.hpp>
+#include <scenes/pan_file.hpp>
 
 #include <gmock/gmock.h>
 
@@ -143,24 +143,8 @@ TEST_F(ComposerLifetime, CancelAllEndsALoadOfAVideo)
 {
     const TemporaryFolder folder;
     PanoSourceVideo source;
-    source.file = folder / "pan.mkv";
+    source.file = scenes::writePan(folder / "pan.mkv", 40);
     source.end = 40;
-    const scenes::SphereScene scene(3);
-    scenes::writeVideo(source.file, {160, 120}, 40,
-                       [&](std::size_t index, std::uint8_t* bgr) {
-                           scenes::SphereView view;
-                           view.size = {160, 120};
-                           view.focal = 160;
-                           view.rotation = scenes::rotationOf(1.5 * static_cast<double>(index), 0, 0);
-                           const auto picture = scene.see(view);
-                           for (std::size_t i = 0; i < picture->pixelCount(); ++i) {
-                               const auto& pixel = picture->data()[i];
-                               bgr[3 * i] = static_cast<std::uint8_t>(255.0f * pixel.b);
-                               bgr[3 * i + 1] = static_cast<std::uint8_t>(255.0f * pixel.g);
-                               bgr[3 * i + 2] = static_cast<std::uint8_t>(255.0f * pixel.r);
-                           }
-                       },
-                       {});
     {
         PanoramaPreviewComposer composer(source);
         EXPECT_TRUE(loaded(composer).fits);

@@ -1,15 +1,20 @@
+#include "drawn_face.hpp"
 #include "frame/upscale_ai.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
+#include <orvo/deblur_ai_effect.hpp>
+#include <orvo/image_loader.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_extensions/watermark.hpp>
+#include <orvo_io/settings.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <regex>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -100,6 +105,64 @@ TEST_F(UpscaleAi, FacesAreSharpenedUnlessDisabled)
     ASSERT_TRUE(run(counted(), source(), settings));
     EXPECT_EQ(sharpened, 1);
     EXPECT_EQ(upscaled, 2);
+}
+
+TEST_F(UpscaleAi, TheDocumentIsDisposedOfBeforeThePictureIsUpscaled)
+{
+    const auto path = source();
+    const std::size_t before = ImageLoader::documentCount();
+    std::size_t meanwhile = before + 1;
+    auto steps = counted();
+    steps.upscale = [&meanwhile](const auto& picture, const UpscaleAISettings&) {
+        meanwhile = ImageLoader::documentCount();
+        return picture->copy({});
+    };
+    ASSERT_TRUE(run(steps, path));
+    EXPECT_EQ(meanwhile, before);
+    EXPECT_EQ(ImageLoader::documentCount(), before);
+}
+
+TEST_F(UpscaleAi, TheFacePassIsInFullWithProfilesAndFeaturesUnderANewId)
+{
+    const auto portrait = ::test::drawn({400, 400}, ColorProfileType::melissaRGB(), [](int x, int y) {
+        const auto v = static_cast<float>(::test::DrawnFace({198.3, 196.7, 80.0}).over(0.45, x, y));
+        return PixelRGB<float>{v, 0.85f * v, 0.75f * v};
+    });
+    const auto soft = portrait->resize({133, 133}, {}, true)->resize({400, 400}, {}, true);
+    const auto with = [&](float amount, bool features) {
+        return DeblurAIEffect::deblurFaces("test", soft, amount, true, features, nullptr);
+    };
+    const auto expected = with(1.0f, true);
+    if (sameBytes(*expected, *soft))
+        GTEST_SKIP() << "the cascades of opencv-data are not installed";
+    const auto sharpen = UpscaleSteps::ofTheLibrary().sharpenFaces;
+    EXPECT_TRUE(sameBytes(*sharpen(soft), *expected));
+    EXPECT_FALSE(sameBytes(*with(0.9f, true), *expected));
+    EXPECT_FALSE(sameBytes(*with(1.0f, false), *expected));
+
+    // The log has the id, and that profiles cannot be searched for where their cascades are missing.
+    const std::string key = "Faces.cascades";
+    const auto installed = orvosettings().get(key, std::string("/usr/share/opencv4"));
+    std::filesystem::create_directory(folder / "haarcascades");
+    for (const auto& file : std::filesystem::directory_iterator(std::filesystem::path(installed) / "haarcascades"))
+        if (file.path().filename().native().find("profile") == std::string::npos)
+            std::filesystem::create_symlink(file.path(), folder / "haarcascades" / file.path().filename());
+    orvosettings().set(key, folder.path().native());
+    const LogCapture capture;
+    (void)sharpen(soft);
+    (void)sharpen(soft);
+    orvosettings().set(key, installed);
+    EXPECT_THAT(capture.texts(LogMessageType::Warning),
+                testing::Each(testing::StartsWith("deblurFaces: cannot search for faces in profile")));
+    const auto lines = capture.texts(LogMessageType::Diagnostic);
+    ASSERT_EQ(lines.size(), 2u);
+    const std::regex uuid("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}");
+    std::smatch first;
+    std::smatch second;
+    ASSERT_TRUE(std::regex_search(lines[0], first, uuid)) << lines[0];
+    ASSERT_TRUE(std::regex_search(lines[1], second, uuid)) << lines[1];
+    EXPECT_NE(first.str(), second.str());
+    EXPECT_EQ(capture.texts(LogMessageType::Warning).size(), 2u);
 }
 
 TEST_F(UpscaleAi, AnEmptyUpscalingGivesNothingAndNoLogLine)

@@ -94,6 +94,76 @@ TEST_F(StitchPanorama, DrawsAllContentOfThePictures)
     EXPECT_EQ(panorama.image->metadata()->size, panorama.image->size());
 }
 
+TEST_F(StitchPanorama, PixelsShowTheSceneInTheirDirection)
+{
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        views[i].ev = 0.0;
+        (void)write(source.files[i].filename().string(), views[i], i + 1);
+    }
+    const StitchedPanorama panorama = stitched();
+    ASSERT_TRUE(panorama.image);
+    const auto picture = pixelsOf(panorama);
+    const auto warper = makeWarper(panorama.focalLength, kSphericalKind);
+
+    // From the panorama's directions to the scene's, by the places of the pictures; and the corner of their content.
+    cv::Matx33d sum = cv::Matx33d::zeros();
+    cv::Point2d corner(1e9, 1e9);
+    for (std::size_t i = 0; i < views.size(); ++i) {
+        ASSERT_TRUE(panorama.places[i].placed);
+        const cv::Matx33f panoramaFromCamera(panorama.places[i].rotation.data());
+        sum += cv::Matx33d(views[i].rotation.data()) * cv::Matx33d(panoramaFromCamera).t();
+        for (int y = 0; y < views[i].size.height; ++y)
+            for (const int x : {0, views[i].size.width - 1}) {
+                const cv::Vec3d ahead(x - 0.5 * views[i].size.width, y - 0.5 * views[i].size.height, views[i].focal);
+                const cv::Vec3d seen = cv::normalize(cv::Matx33d(panoramaFromCamera) * ahead);
+                corner.x = std::min(corner.x, std::atan2(seen[0], seen[2]));
+            }
+        for (int x = 0; x < views[i].size.width; ++x) {
+            const cv::Vec3d ahead(x - 0.5 * views[i].size.width, -0.5 * views[i].size.height, views[i].focal);
+            const cv::Vec3d seen = cv::normalize(cv::Matx33d(panoramaFromCamera) * ahead);
+            corner.y = std::min(corner.y, std::numbers::pi - std::acos(seen[1]));
+        }
+    }
+    cv::Matx31d w;
+    cv::Matx33d u;
+    cv::Matx33d vt;
+    cv::SVD::compute(sum, w, u, vt);
+    const cv::Matx33d sceneFromPanorama = u * vt;
+
+    constexpr int kReach = 6; // pixels in which the corner is searched: the rim of the content is cut off
+    const cv::Point start(cvRound(corner.x * panorama.focalLength) - kReach,
+                          cvRound(corner.y * panorama.focalLength) - kReach);
+    const scenes::SphereScene scene;
+    const double finest = 3.0 * std::atan(1.0 / views[0].focal) * 180.0 / std::numbers::pi;
+    cv::Mat truth(picture->height() + 2 * kReach, picture->width() + 2 * kReach, CV_32FC3);
+    forEachRow(truth.rows, [&](int y) {
+        for (int x = 0; x < truth.cols; ++x) {
+            cv::Vec3f seen;
+            warper->mapBackward(static_cast<float>(start.x + x), static_cast<float>(start.y + y), seen[0], seen[1],
+                                seen[2]);
+            const cv::Vec3d direction = sceneFromPanorama * cv::normalize(cv::Vec3d(seen));
+            const auto light = scene.light(direction[0], direction[1], direction[2], finest);
+            truth.at<cv::Vec3f>(y, x) = {srgbCurveFromLinear(light.r), srgbCurveFromLinear(light.g),
+                                         srgbCurveFromLinear(light.b)};
+        }
+    });
+    const cv::Mat found = matrixOf(*picture);
+    cv::Mat content;
+    cv::inRange(found, cv::Scalar::all(1.0), cv::Scalar::all(1.0), content);
+    content = 255 - content;
+    Agreement best;
+    for (int y = 0; y <= 2 * kReach; ++y)
+        for (int x = 0; x <= 2 * kReach; ++x) {
+            const auto here = agreementOf(found, content, truth({x, y, found.cols, found.rows}), 4);
+            if (here.psnr > best.psnr)
+                best = here;
+        }
+    std::cout << best.psnr << " dB, worst mean " << best.worstMean << "\n";
+    EXPECT_GT(best.pixels, found.rows * found.cols / 2);
+    EXPECT_GT(best.psnr, 38.0);
+    EXPECT_LT(best.worstMean, 0.05);
+}
+
 TEST_F(StitchPanorama, RotationsAreThoseOfTheViewsInTheOrderOfTheSource)
 {
     std::reverse(source.files.begin(), source.files.end());
@@ -411,5 +481,5 @@ TEST_F(StitchPanorama, ExceptionOfACallbackIsLogged)
     const StitchedPanorama panorama = stitchPanorama(source, {}, broken, {});
     EXPECT_FALSE(panorama.image);
     EXPECT_THAT(panorama.places, IsEmpty());
-    EXPECT_THAT(log.texts(LogMessageType::Error), Contains(HasSubstr("the window was closed")));
+    EXPECT_THAT(log.texts(LogMessageType::Error), testing::ElementsAre(HasSubstr("the window was closed")));
 }

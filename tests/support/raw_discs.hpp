@@ -6,6 +6,7 @@
 #include <scenes/dng.hpp>
 #include <scenes/exif.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -25,8 +26,8 @@ inline double discs(double x, double y)
 }
 
 /// A raw file of a camera with a fixed lens, with discs on its sensor whose red is `redScale` times as far from the
-/// middle as the rest.
-inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, double redScale)
+/// middle as the rest, exposed `ev` more than they need.
+inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, double redScale, double ev = 0.0)
 {
     const scenes::RadianceScene anyScene({kRawSize, 1, 0.06});
     scenes::ExifValues exif;
@@ -34,6 +35,7 @@ inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, doubl
     exif.model = "Canon PowerShot S95";
     exif.focalLength = 6.0;
     exif.exposure.aperture = 2.0;
+    exif.exposure = scenes::exposedBy(exif.exposure, ev);
     scenes::writeDng(path, anyScene, {}, {}, exif);
     // The sensor's values end the file; RGGB, whose red and blue pass less light.
     constexpr double kBlack = 512.0;
@@ -47,8 +49,8 @@ inline std::filesystem::path rawOfDiscs(const std::filesystem::path& path, doubl
             const int channel = (x & 1) + (y & 1);
             const double scale = channel == 0 ? redScale : 1.0;
             const double light = discs(middleX + (x - middleX) / scale, middleY + (y - middleY) / scale);
-            samples.push_back(
-                static_cast<std::uint16_t>(std::lround(kBlack + light * kPassed[channel] * (kWhite - kBlack))));
+            const double signal = std::min(light * kPassed[channel] * std::exp2(ev), 1.0);
+            samples.push_back(static_cast<std::uint16_t>(std::lround(kBlack + signal * (kWhite - kBlack))));
         }
     const auto bytes = static_cast<std::streamoff>(samples.size() * sizeof(std::uint16_t));
     std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);

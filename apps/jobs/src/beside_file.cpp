@@ -1,5 +1,6 @@
 #include <jobs/beside_file.hpp>
 #include <orvo_common/uuid.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/failure.hpp>
 
 #include <fcntl.h>
@@ -90,7 +91,7 @@ std::filesystem::path freeName(const std::filesystem::path& target)
 [[noreturn]] void failToMake(const std::filesystem::path& target, const std::filesystem::path& named, int cause)
 {
     throw FailureError({kindOfSystemError(cause, FailureKind::Internal), named,
-                        "cannot create a file in the folder " + target.parent_path().string() + ": " +
+                        "cannot create a file in the folder " + pathText(target.parent_path()) + ": " +
                             std::generic_category().message(cause)});
 }
 
@@ -123,7 +124,7 @@ int makeNamedFile(const std::filesystem::path& target, const std::filesystem::pa
 /// Whether a file has a name as freeName() gives.
 bool isOurs(const std::filesystem::path& path)
 {
-    const std::string name = path.filename().string();
+    const std::string name = pathText(path.filename());
     return name.starts_with(kPrefix) &&
            name.find_first_not_of("0123456789abcdefABCDEF-", kPrefix.size()) >= kPrefix.size() + kNameDigits;
 }
@@ -179,7 +180,7 @@ BesideFile::BesideFile(const std::filesystem::path& target_, BesideName name)
         return;
     }
     descriptor = makeNamedFile(target, target_, beside);
-    slot = claimSlot(beside.string());
+    slot = claimSlot(beside.native());
     isNamed = true;
 }
 
@@ -213,7 +214,7 @@ void BesideFile::commit()
         }
         if (!isNamed)
             fail(errno);
-        slot = claimSlot(beside.string());
+        slot = claimSlot(beside.native());
     }
     if (::rename(beside.c_str(), target.c_str()) != 0)
         fail(errno);

@@ -1,6 +1,7 @@
 #include "bracket_groups.hpp"
 
 #include <jobs/job.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/failure.hpp>
 #include <orvo_io/capture_time.hpp>
 
@@ -34,8 +35,8 @@ std::vector<Frame> framesOf(const Paths& files, const std::vector<std::shared_pt
     for (std::size_t i = 0; i < files.size(); ++i) {
         const ImageMetadata& record = *metadata[i];
         if (!record.hasExposure())
-            refuse(files[i].string() + ": has no exposure data, so brackets cannot be separated; --bracket-size sets "
-                                       "how many frames each has");
+            refuse(pathText(files[i]) + ": has no exposure data, so brackets cannot be separated; --bracket-size sets "
+                                        "how many frames each has");
         const auto light =
             static_cast<double>(record.shutterSeconds * record.isoSpeed / (record.aperture * record.aperture));
         frames.push_back({files[i], std::log2(light), readCaptureTime(files[i])});

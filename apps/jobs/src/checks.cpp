@@ -3,6 +3,7 @@
 #include "run_job.hpp"
 
 #include <jobs/beside_file.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_io/image_reader.hpp>
 
 #include <unistd.h>
@@ -64,7 +65,7 @@ void setBits(ImageWriteSettings& settings, const fs::path& output, int bits)
         std::string known;
         for (const int each : facts.bits)
             known += (known.empty() ? "" : " or ") + std::to_string(each);
-        refuse(output.string() + ": " + facts.name + " holds samples of " + known + " bits, " + std::to_string(bits) +
+        refuse(pathText(output) + ": " + facts.name + " holds samples of " + known + " bits, " + std::to_string(bits) +
                " were asked for");
     }
     settings.bits = bits;
@@ -73,7 +74,7 @@ void setBits(ImageWriteSettings& settings, const fs::path& output, int bits)
 void setQuality(ImageWriteSettings& settings, const fs::path& output, int quality)
 {
     if (settings.format != ImageFileFormat::Jpeg)
-        refuse(output.string() + ": only JPEG has a quality to choose, this is " + factsOf(settings.format).name);
+        refuse(pathText(output) + ": only JPEG has a quality to choose, this is " + factsOf(settings.format).name);
     if (quality < 1 || quality > 100)
         refuse("the JPEG quality is " + std::to_string(quality) + ", expected 1 to 100");
     settings.jpegQuality = quality;
@@ -159,15 +160,15 @@ void checkAllDiffer(const std::vector<fs::path>& paths)
         for (std::size_t j = i + 1; j < paths.size(); ++j)
             if (isSameFile(paths[i], paths[j]))
                 refuse(paths[i] == paths[j]
-                           ? paths[i].string() + ": the file was given twice"
-                           : paths[i].string() + " and " + paths[j].string() + " are the same file, given twice");
+                           ? pathText(paths[i]) + ": the file was given twice"
+                           : pathText(paths[i]) + " and " + pathText(paths[j]) + " are the same file, given twice");
 }
 
 void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs, const PictureJobRequest& request)
 {
     for (const fs::path& input : inputs)
         if (isSameFile(input, output))
-            refuse(output.string() + ": the output would replace an input (" + input.string() + ")");
+            refuse(pathText(output) + ": the output would replace an input (" + pathText(input) + ")");
     std::error_code error;
     const fs::file_status status = fs::status(output, error);
     if (fs::is_directory(status))
@@ -180,7 +181,7 @@ void checkOutput(const fs::path& output, const std::vector<fs::path>& inputs, co
         failToWrite(output, "the file is there already and is write-protected");
     const fs::path folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
     if (!fs::is_directory(folder, error))
-        failToWrite(output, "there is no folder " + folder.string());
+        failToWrite(output, "there is no folder " + pathText(folder));
     errno = 0;
     const long longest = ::pathconf(folder.c_str(), _PC_NAME_MAX);
     const std::size_t length = output.filename().native().size();
@@ -217,7 +218,7 @@ void checkSizesAgree(const std::vector<fs::path>& paths,
     for (std::size_t i = 1; i < paths.size(); ++i)
         if (metadata[i]->size != metadata[0]->size)
             fail(FailureKind::UnfittingPictures, paths[i],
-                 "this frame has " + sizeText(metadata[i]->size) + " pixels, but " + paths[0].string() + " has " +
+                 "this frame has " + sizeText(metadata[i]->size) + " pixels, but " + pathText(paths[0]) + " has " +
                      sizeText(metadata[0]->size) + "; all frames must have one size");
 }
 

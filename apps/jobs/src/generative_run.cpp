@@ -4,6 +4,7 @@
 
 #include <jobs/beside_file.hpp>
 #include <orvo/documents.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_io/image_reader.hpp>
 
 #include <service/built_in_answers.hpp>
@@ -65,7 +66,7 @@ _Size<int> GenerativeRun::check(const std::vector<std::filesystem::path>& inputs
     checkService(request);
     const std::filesystem::path& output = isRequestOnly() ? request.requestFile : request.output;
     if (isRequestOnly() && !request.output.empty())
-        throw JobRefusal(request.output.string() + ": with a request file there is no other output");
+        throw JobRefusal(pathText(request.output) + ": with a request file there is no other output");
     std::vector pictures{request.source};
     pictures.insert(pictures.end(), inputs.begin(), inputs.end());
     checkFileNames(pictures, output);

@@ -3,6 +3,7 @@
 #include "picture_run.hpp"
 
 #include <jobs/label_job.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/focus_stack.hpp>
 
 #include <algorithm>
@@ -48,11 +49,11 @@ std::vector<fs::path> outputsOf(const LabelJobRequest& request)
 {
     std::set<std::string> stems;
     for (const auto& frame : request.frames)
-        stems.insert(folded(frame.stem().string()));
+        stems.insert(folded(pathText(frame.stem())));
     std::set<std::string> taken;
     std::vector<fs::path> outputs;
     for (const auto& frame : request.frames) {
-        const std::string stem = frame.stem().string();
+        const std::string stem = pathText(frame.stem());
         std::string name = stem;
         for (int number = 2; !taken.insert(folded(name)).second; ++number) {
             name = stem + "-" + std::to_string(number);

@@ -5,6 +5,7 @@
 #include "picture_run.hpp"
 
 #include <jobs/pano_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <algorithm>
 #include <string>
@@ -195,7 +196,7 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
     if (result.done())
         for (const PanoramaPlace& place : result.places)
             if (!place.placed)
-                result.warnings.push_back(place.path.string() + ": " + reasonOfLeavingOut(request));
+                result.warnings.push_back(pathText(place.path) + ": " + reasonOfLeavingOut(request));
     return result;
 }
 

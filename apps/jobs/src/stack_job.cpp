@@ -2,6 +2,7 @@
 #include "picture_run.hpp"
 
 #include <jobs/stack_job.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/focus_stack.hpp>
 
 namespace orvo::jobs {
@@ -9,7 +10,7 @@ namespace {
 
 // stackJob() documents the fractions.
 constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
-constexpr JobProgress kStackStarts{JobStep::Stack, 0.02, /*opaque=*/true};
+constexpr JobProgress kStackStarts{JobStep::Stack, 0.02};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.95};
 
 /// Checks the values that do not depend on files.
@@ -51,7 +52,8 @@ void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat
 std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, std::size_t reference)
 {
     run.report(kStackStarts);
-    auto stacked = makeFocusStack(request.frames, stackSettings(request, reference));
+    auto stacked =
+        makeFocusStack(request.frames, stackSettings(request, reference), [&run] { return run.isCancelled(); });
     run.throwIfCancelled();
     if (!stacked)
         throwLastFailure("stacking returned no picture and no reason");
@@ -79,7 +81,7 @@ StackJobResult stackJob(const StackJobRequest& request, const JobCallbacks& call
         static_cast<WrittenPicture&>(result) = run.write(*stacked, request.output, settings, 1.0);
     });
     if (result.done() && request.frames.size() == 1)
-        result.warnings.push_back(request.frames[0].string() + ": a single frame, so nothing was merged");
+        result.warnings.push_back(pathText(request.frames[0]) + ": a single frame, so nothing was merged");
     return result;
 }
 

@@ -2,6 +2,7 @@
 #include "picture_run.hpp"
 
 #include <jobs/upscale_job.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/upscale.hpp>
 #include <orvo_io/settings.hpp>
 
@@ -24,7 +25,7 @@ public:
         : before(orvosettings().get<std::string>(kKey, "")), changed(!model.empty())
     {
         if (changed)
-            orvosettings().set<std::string>(kKey, model.string());
+            orvosettings().set<std::string>(kKey, pathText(model));
     }
     ~ModelSetting()
     {
@@ -57,7 +58,7 @@ void checkRequest(const UpscaleJobRequest& request)
     checkRange("the number of passes", request.passes, 1, kMostUpscalePasses);
     checkRange("the strength of denoising", request.denoise, 0, kMostDenoise);
     if (request.builtIn && !request.model.empty())
-        throw JobRefusal(request.model.string() + ": a network was given together with the built-in filters");
+        throw JobRefusal(pathText(request.model) + ": a network was given together with the built-in filters");
 }
 
 UpscaleAISettings upscaleSettings(const UpscaleJobRequest& request)

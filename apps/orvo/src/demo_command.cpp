@@ -3,6 +3,7 @@
 #include "options.hpp"
 
 #include <jobs/demo_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 namespace orvo::cli {
 namespace {
@@ -19,8 +20,8 @@ std::string asText(const jobs::DemoJobResult& result)
     for (const auto& piece : result.pieces) {
         text += piece.about + "\n";
         for (const auto& frame : piece.frames)
-            text += "    " + printable(frame.string()) + "\n";
-        text += "  " + piece.what + ": " + printable(piece.result.string()) + "\n";
+            text += "    " + printable(pathText(frame)) + "\n";
+        text += "  " + piece.what + ": " + printable(pathText(piece.result)) + "\n";
     }
     return text;
 }

@@ -2,6 +2,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/fill_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <string>
 
@@ -22,8 +23,8 @@ constexpr const char* kExamples = "Examples:\n"
 nlohmann::ordered_json asJson(const jobs::FillJobResult& result, const std::string& model)
 {
     nlohmann::ordered_json json = writtenAsJson(result);
-    json["input"] = {{"path", result.source.string()}};
-    json["mask"] = {{"path", result.mask.string()}};
+    json["input"] = {{"path", pathText(result.source)}};
+    json["mask"] = {{"path", pathText(result.mask)}};
     if (!model.empty())
         json["model"] = {{"path", model}};
     return json;

@@ -3,6 +3,7 @@
 #include "options.hpp"
 
 #include <jobs/frames_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <cstdio>
 #include <vector>
@@ -23,10 +24,10 @@ std::string asJson(const jobs::FramesJobResult& result)
     nlohmann::ordered_json json;
     json["frames"] = nlohmann::ordered_json::array();
     for (const auto& frame : result.frames)
-        json["frames"].push_back({{"path", frame.path.string()}, {"number", frame.number}, {"ev", frame.ev}});
+        json["frames"].push_back({{"path", pathText(frame.path)}, {"number", frame.number}, {"ev", frame.ev}});
     json["unreadable"] = nlohmann::ordered_json::array();
     for (const auto& file : result.unreadable)
-        json["unreadable"].push_back({{"path", file.path.string()}, {"reason", file.reason}});
+        json["unreadable"].push_back({{"path", pathText(file.path)}, {"reason", file.reason}});
     return jsonText(json);
 }
 
@@ -36,7 +37,7 @@ std::string asTable(const jobs::FramesJobResult& result)
     for (const auto& frame : result.frames) {
         char line[64];
         std::snprintf(line, sizeof line, "%+7.2f EV  %3zu  ", static_cast<double>(frame.ev), frame.number);
-        text += line + printable(frame.path.string()) + "\n";
+        text += line + printable(pathText(frame.path)) + "\n";
     }
     return text;
 }

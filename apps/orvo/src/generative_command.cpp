@@ -1,5 +1,7 @@
 #include "generative_command.hpp"
 
+#include <orvo_common/wide_path.hpp>
+
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -46,8 +48,8 @@ nlohmann::ordered_json generativeAsJson(const jobs::GenerativeJobResult& result,
     if (request.requestFile.empty())
         json = writtenAsJson(result);
     else
-        json["output"] = result.output.string();
-    json["input"] = {{"path", result.source.string()}};
+        json["output"] = pathText(result.output);
+    json["input"] = {{"path", pathText(result.source)}};
     json["request"] = {{"id", result.requestId}, {"size", sizeAsJson(result.requestSize)}};
     if (!request.service.empty())
         json["service"] = request.service;
@@ -58,7 +60,7 @@ std::string generativeAsText(const jobs::GenerativeJobResult& result, const jobs
 {
     if (request.requestFile.empty())
         return writtenAsText(result);
-    return printable(result.output.string()) + ": request " + result.requestId + " of " +
+    return printable(pathText(result.output)) + ": request " + result.requestId + " of " +
            std::to_string(result.requestSize.width) + " x " + std::to_string(result.requestSize.height) + " pixels";
 }
 

@@ -2,6 +2,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/hdr_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <string>
 #include <vector>
@@ -64,7 +65,7 @@ nlohmann::ordered_json asJson(const jobs::HdrJobResult& result)
     nlohmann::ordered_json json = writtenAsJson(result);
     json["frames"] = nlohmann::ordered_json::array();
     for (const auto& frame : result.frames)
-        json["frames"].push_back({{"path", frame.path.string()}, {"number", frame.number}, {"ev", frame.ev}});
+        json["frames"].push_back({{"path", pathText(frame.path)}, {"number", frame.number}, {"ev", frame.ev}});
     return json;
 }
 

@@ -2,6 +2,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/label_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <string>
 #include <vector>
@@ -57,10 +58,10 @@ void completeRequest(LabelOptions& options)
 nlohmann::ordered_json asJson(const jobs::LabelJobResult& result)
 {
     nlohmann::ordered_json json;
-    json["output"] = result.folder.string();
+    json["output"] = pathText(result.folder);
     json["frames"] = nlohmann::ordered_json::array();
     for (std::size_t i = 0; i < result.frames.size(); ++i) {
-        nlohmann::ordered_json frame = {{"path", result.frames[i].source.string()}, {"number", i + 1}};
+        nlohmann::ordered_json frame = {{"path", pathText(result.frames[i].source)}, {"number", i + 1}};
         frame.update(writtenAsJson(result.frames[i].written));
         json["frames"].push_back(frame);
     }

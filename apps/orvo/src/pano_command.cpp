@@ -2,6 +2,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/pano_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <algorithm>
 #include <array>
@@ -256,7 +257,7 @@ nlohmann::ordered_json asJson(const jobs::PanoJobResult& result)
     json["files"] = nlohmann::ordered_json::array();
     for (const auto& place : result.places)
         json["files"].push_back(
-            {{"path", place.path.string()}, {"placed", place.placed}, {"rotation", rotationAsJson(place.rotation)}});
+            {{"path", pathText(place.path)}, {"placed", place.placed}, {"rotation", rotationAsJson(place.rotation)}});
     return json;
 }
 

@@ -3,6 +3,7 @@
 #include "job_watch.hpp"
 
 #include <jobs/default_output.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/log_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -184,7 +185,7 @@ int runPictureCommand(const PictureCommand& command)
     }
 
     LOG(__orvolog() << "orvo " ORVO_VERSION " " << command.name << ": " << counted(command.inputs.size(), "file")
-                    << " to " << command.output.string());
+                    << " to " << pathText(command.output));
     runJob(command);
     const jobs::RunReport& report = command.report;
     LOG(__orvolog() << "orvo " << command.name << ": " << (report.done() ? "done" : report.message));
@@ -206,7 +207,7 @@ nlohmann::ordered_json sizeAsJson(_Size<int> size) { return {{"width", size.widt
 
 nlohmann::ordered_json writtenAsJson(const jobs::WrittenPicture& picture)
 {
-    return {{"output", picture.output.string()},
+    return {{"output", pathText(picture.output)},
             {"size", sizeAsJson(picture.size)},
             {"bits", picture.bits},
             {"profile", picture.profile}};
@@ -214,7 +215,7 @@ nlohmann::ordered_json writtenAsJson(const jobs::WrittenPicture& picture)
 
 std::string writtenAsText(const jobs::WrittenPicture& picture)
 {
-    return printable(picture.output.string()) + ": " + std::to_string(picture.size.width) + " x " +
+    return printable(pathText(picture.output)) + ": " + std::to_string(picture.size.width) + " x " +
            std::to_string(picture.size.height) + " pixels";
 }
 

@@ -2,6 +2,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/stack_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <string>
 #include <vector>
@@ -61,7 +62,7 @@ nlohmann::ordered_json asJson(const jobs::StackJobResult& result)
     nlohmann::ordered_json json = writtenAsJson(result);
     json["frames"] = nlohmann::ordered_json::array();
     for (std::size_t i = 0; i < result.frames.size(); ++i)
-        json["frames"].push_back({{"path", result.frames[i].string()}, {"number", i + 1}});
+        json["frames"].push_back({{"path", pathText(result.frames[i])}, {"number", i + 1}});
     json["reference"] = result.reference + 1;
     return json;
 }

@@ -2,6 +2,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/upscale_job.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <string>
 
@@ -50,7 +51,7 @@ void bindUpscaleOptions(Options& app, UpscaleOptions& options)
 nlohmann::ordered_json asJson(const jobs::UpscaleJobResult& result)
 {
     nlohmann::ordered_json json = writtenAsJson(result);
-    json["input"] = {{"path", result.source.string()}, {"size", sizeAsJson(result.sourceSize)}};
+    json["input"] = {{"path", pathText(result.source)}, {"size", sizeAsJson(result.sourceSize)}};
     return json;
 }
 

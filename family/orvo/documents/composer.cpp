@@ -1,4 +1,5 @@
 #include <orvo/composer.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_core/display.hpp>
 #include <orvo_core/identifier.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
@@ -120,7 +121,7 @@ std::shared_ptr<Image> pictureOf(const std::vector<unsigned char>& bytes)
     const auto provider = ImageLoader::get(Identifier::deserialize(bytes));
     auto picture = provider ? provider->image() : nullptr;
     if (!picture)
-        throw std::runtime_error("Composer: " + (provider ? provider->filePath().string() + " cannot be read"
+        throw std::runtime_error("Composer: " + (provider ? pathText(provider->filePath()) + " cannot be read"
                                                           : std::string("the bytes name no document")));
     return picture;
 }

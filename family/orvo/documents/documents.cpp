@@ -1,4 +1,5 @@
 #include <orvo/documents.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <memory>
@@ -29,7 +30,7 @@ try {
         composer->setBundlePresetsFolder(presetsPath);
     return exportFromComposer(composer);
 } catch (const std::exception& error) {
-    LOG(__orvolog() << LogMessageType::Warning << path.string()
+    LOG(__orvolog() << LogMessageType::Warning << pathText(path)
                     << ": its saved state cannot be applied: " << error.what());
     return nullptr;
 }
@@ -41,7 +42,7 @@ std::shared_ptr<Image> openNoEmpty(const std::filesystem::path& path, const Stat
 {
     const LoadedDocument document(path);
     if (ImageLoader::getSize(document.bytes) == _Size<int>())
-        throw std::runtime_error(path.string() + " cannot be opened as a picture");
+        throw std::runtime_error(pathText(path) + " cannot be opened as a picture");
     StateSettings remaining = settings;
     if (!settings.composition.empty()) {
         if (auto image = composed(document, settings, path, presetsPath))
@@ -51,7 +52,7 @@ std::shared_ptr<Image> openNoEmpty(const std::filesystem::path& path, const Stat
     const auto metadata = copyMetadata(document.bytes);
     const auto pixels = open(document.bytes, remaining, presetsPath);
     if (!pixels)
-        throw std::runtime_error(path.string() + " cannot be opened as a picture");
+        throw std::runtime_error(pathText(path) + " cannot be opened as a picture");
     return CreateOrvoImage(pixels, metadata);
 }
 

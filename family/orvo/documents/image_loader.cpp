@@ -6,6 +6,7 @@
 #include <orvo_io/picture_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
+#include <cstdint>
 #include <mutex>
 #include <system_error>
 #include <unordered_map>
@@ -14,9 +15,28 @@
 namespace orvo {
 namespace {
 
+// What shows that a file was written again. All zero for a file that is missing.
+struct FileState
+{
+    std::uintmax_t size = 0;
+    std::filesystem::file_time_type written;
+
+    bool operator==(const FileState&) const = default;
+
+    static FileState of(const std::filesystem::path& path)
+    {
+        std::error_code error;
+        FileState state{std::filesystem::file_size(path, error), {}};
+        if (!error)
+            state.written = std::filesystem::last_write_time(path, error);
+        return error ? FileState() : state;
+    }
+};
+
 struct Document
 {
     std::filesystem::path path;
+    FileState state; // when it was loaded
     std::shared_ptr<const ImageMetadata> metadata;
     std::shared_ptr<ImageProvider> provider;
 };
@@ -61,6 +81,12 @@ public:
         documents.erase(key);
     }
 
+    [[nodiscard]] std::size_t count() const
+    {
+        const std::lock_guard lock(mutex);
+        return documents.size();
+    }
+
 private:
     mutable std::mutex mutex;
     std::unordered_map<Key, Document, Hasher, PredEqual> documents;
@@ -97,6 +123,13 @@ PicturePointer pictureOf(const Bytes& bytes, const RunControl& run)
         return nullptr;
     const auto image =
         ImageReader::instance().open({document.path, {}}, {}, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+    // Size and metadata are those of the file that was loaded, and must be the pixels' own.
+    if (FileState::of(document.path) != document.state) {
+        ImageLoader::dispose(bytes);
+        details::stateFailure({FailureKind::UnreadableFile, document.path,
+                               "expected the file that was loaded, found that it has changed since"});
+        return nullptr;
+    }
     if (!image) {
         ImageLoader::dispose(bytes);
         details::stateLastFailure({FailureKind::UnreadableFile, document.path, "the picture cannot be read"});
@@ -114,6 +147,7 @@ Bytes registered(const std::filesystem::path& path)
         details::stateFailure(noPicture(path));
         return {};
     }
+    const FileState state = FileState::of(path); // before anything is read
     auto metadata = ImageReader::readMetadata(path);
     if (!metadata) {
         details::stateLastFailure(noPicture(path));
@@ -133,7 +167,7 @@ Bytes registered(const std::filesystem::path& path)
         return pixels ? CreateOrvoImage(pixels, description) : nullptr;
     };
     const auto provider = std::make_shared<ImageProvider>(path, metadata->isRaw, openDocument);
-    Registry::instance().add(key, {path, std::move(metadata), provider});
+    Registry::instance().add(key, {path, state, std::move(metadata), provider});
     return bytes;
 }
 
@@ -154,6 +188,8 @@ std::shared_ptr<ImageProvider> ImageLoader::get(const std::shared_ptr<const Iden
 {
     return Registry::instance().find(identifier).provider;
 }
+
+std::size_t ImageLoader::documentCount() { return Registry::instance().count(); }
 
 void ImageLoader::dispose(const std::vector<unsigned char>& bytes) { Registry::instance().remove(bytes); }
 

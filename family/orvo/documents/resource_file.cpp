@@ -1,5 +1,7 @@
 #include "documents/resource_file.hpp"
 
+#include <orvo_common/wide_path.hpp>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -59,7 +61,7 @@ void ResourceFile::finish()
 
 void ResourceFile::fail(const char* what, int systemError) const
 {
-    throw std::runtime_error("The temporary file " + path.string() + " " + what + ": " +
+    throw std::runtime_error("The temporary file " + pathText(path) + " " + what + ": " +
                              std::system_category().message(systemError));
 }
 

@@ -2,7 +2,9 @@
 
 #include "faces/face_boxes.hpp"
 #include "faces/face_network.hpp"
+#include "networks/network_refusal.hpp"
 
+#include <orvo_common/wide_path.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/settings.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -90,7 +92,7 @@ public:
                 continue;
             cv::CascadeClassifier cascade;
             try {
-                if (cascade.load(file.string()))
+                if (cascade.load(file.string())) // narrow name
                     return cascade;
             } catch (const cv::Exception&) { // not XML
             }
@@ -125,7 +127,7 @@ std::optional<CascadeSet> loadCascades(bool profiles)
         details::logWarning("deblurFaces: " +
                             std::string(frontalComplete ? "cannot search for faces in profile"
                                                         : "cannot search for faces, the picture stays unchanged") +
-                            "; no usable cascade in " + files.folder.string() + " (setting " + kCascadesKey +
+                            "; no usable cascade in " + pathText(files.folder) + " (setting " + kCascadesKey +
                             "): " + files.missing);
     if (!frontalComplete)
         return std::nullopt;
@@ -289,6 +291,11 @@ std::vector<Face> findWithCascades(const Picture& image, bool profiles, const Ru
 // Empty if the network cannot be used; logs why.
 std::optional<std::vector<Face>> findWithNetwork(const Picture& image, const std::string& model)
 {
+    const auto refuse = [&model](const std::string& reason) {
+        details::logWarning("deblurFaces: the network " + model + " (setting " + kModelKey +
+                            ") is not usable, searching for faces with cascades: " + reason);
+        return std::nullopt;
+    };
     try {
         const Search search(image);
         std::vector<Face> faces = facesOfNetwork(model, colourCopy(image, search.whole, search.size));
@@ -299,10 +306,10 @@ std::optional<std::vector<Face>> findWithNetwork(const Picture& image, const std
                 eye = {eye.x / search.scale, eye.y / search.scale, eye.radius / search.scale};
         }
         return faces;
+    } catch (const cv::Exception& error) {
+        return refuse("expected a network that finds faces, found " + details::refusalOf(error));
     } catch (const std::exception& error) {
-        details::logWarning("deblurFaces: the network " + model + " (setting " + kModelKey +
-                            ") is not usable, searching for faces with cascades: " + error.what());
-        return std::nullopt;
+        return refuse(error.what());
     }
 }
 

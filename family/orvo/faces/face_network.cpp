@@ -96,8 +96,8 @@ std::vector<Face> facesOfNetwork(const std::filesystem::path& model, const cv::M
     std::error_code error;
     if (!std::filesystem::is_regular_file(model, error))
         throw std::runtime_error("no such file");
-    const QuietOpenCv quiet; // its message comes with the exception
-    cv::dnn::Net net = cv::dnn::readNetFromONNX(model.string());
+    const QuietOpenCv quiet;                                     // its message comes with the exception
+    cv::dnn::Net net = cv::dnn::readNetFromONNX(model.string()); // narrow name
     const auto padding = [](int n) { return (kPadding - n % kPadding) % kPadding; };
     cv::Mat padded;
     cv::copyMakeBorder(picture, padded, 0, padding(picture.rows), 0, padding(picture.cols), cv::BORDER_CONSTANT,

@@ -2,6 +2,7 @@
 
 #include "filling/hole.hpp"
 #include "filling/smooth_fill.hpp"
+#include "networks/network_refusal.hpp"
 #include "networks/onnx_input.hpp"
 #include "networks/quiet_opencv.hpp"
 
@@ -133,7 +134,7 @@ struct NetworkFiller::State
             const cv::Mat output = forward(blob(3, 0.5), blob(1, 0.0));
             fullScale = cv::mean(output.reshape(1, 1))[0] > kBeyondOne ? 255.0f : 1.0f;
         } catch (const cv::Exception& error) {
-            fail(std::string("OpenCV cannot run it: ") + error.what());
+            fail("expected a network that fills pictures, found " + refusalOf(error));
         }
     }
 };
@@ -214,7 +215,7 @@ NetworkFiller::Result NetworkFiller::filled(const _ImageData<PixelRGB<float>>& p
                 painted.row(y)[x] = clampValue(PixelRGB<float>{channel(0), channel(1), channel(2)});
             }
     } catch (const cv::Exception& error) {
-        state->fail(std::string("OpenCV cannot run it on the picture: ") + error.what());
+        state->fail("expected a network that runs on the picture, found " + refusalOf(error));
     }
     control.throwIfCancelled();
     const auto enlarged = painted.resize(square.size(), {}, true);

@@ -165,6 +165,22 @@ TEST_F(DocumentLoading, AFileWithoutItsPixelsIsForgotten)
     EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>());
 }
 
+TEST_F(DocumentLoading, AFileThatIsWrittenAgainIsRefused)
+{
+    for (const int width : {10, 12}) { // of the same number of bytes too
+        const auto path = tiff("picture.tif", 10);
+        const auto bytes = ImageLoader::load(path);
+        const auto before = std::filesystem::last_write_time(path);
+        (void)tiff("picture.tif", width);
+        std::filesystem::last_write_time(path, before + std::chrono::seconds(1));
+        EXPECT_FALSE(orvo::open(bytes, {}, {})) << width;
+        ASSERT_TRUE(orvo::lastFailure());
+        EXPECT_EQ(orvo::lastFailure()->file, path);
+        EXPECT_EQ(orvo::lastFailure()->sentence, "expected the file that was loaded, found that it has changed since");
+        EXPECT_EQ(ImageLoader::getSize(bytes), orvo::_Size<int>());
+    }
+}
+
 TEST_F(DocumentLoading, StopsOnRequest)
 {
     const auto bytes = ImageLoader::load(tiff("picture.tif", 10));

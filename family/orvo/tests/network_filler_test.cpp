@@ -24,6 +24,7 @@ struct Painter
     bool maskFirst = false; // among its inputs
     int pictureChannels = 3;
     onnx::Sides sides{};
+    const char* operation = "Concat"; // of its first layer
 };
 
 // Returns the picture where the mask is 0, and kPaint where it is 1 (the picture is black there): a convolution of 1 x
@@ -37,7 +38,7 @@ std::string painter(const Painter& kind)
         weights[4 * channel + 3] = kind.scale * paint[channel];
     }
     onnx::Message graph;
-    graph.message(1, onnx::node("Concat", {"image", "mask"}, "both", {onnx::integer("axis", 1)}));
+    graph.message(1, onnx::node(kind.operation, {"image", "mask"}, "both", {onnx::integer("axis", 1)}));
     graph.message(1, onnx::node("Conv", {"both", "w"}, "out",
                                 {onnx::integers("kernel_shape", {1, 1}), onnx::integers("strides", {1, 1}),
                                  onnx::integers("pads", {0, 0, 0, 0}), onnx::integers("dilations", {1, 1}),
@@ -107,6 +108,8 @@ TEST(NetworkFilling, RefusesWhatIsNoInpaintingNetwork)
     expectRefusal(onnx::identity(3), "found 1 x 3 x any x any");
     expectRefusal(painter({.pictureChannels = 4}), "1 x 4 x any x any and 1 x 1 x any x any");
     expectRefusal(painter({.sides = {64, 100'000}}), "found 100000");
+    expectRefusal(painter({.operation = "Frobnicate"}), ": expected a network that fills pictures, found a layer "
+                                                        "Frobnicate that OpenCV ");
     expectRefusal("Dear photographer", "found one without a graph that has inputs");
     expectRefusal("", "found 0 bytes");
     EXPECT_THAT([] { (void)orvo::networkFiller("/nowhere/at/all.onnx"); },

@@ -1,5 +1,6 @@
 #include "upscaling/network_upscaler.hpp"
 
+#include "networks/network_refusal.hpp"
 #include "networks/onnx_input.hpp"
 #include "networks/quiet_opencv.hpp"
 #include "upscaling/cubic_rows.hpp"
@@ -110,8 +111,8 @@ struct NetworkUpscaler::State
             const cv::Mat output = forward(blob());
             scale = scaleOf(output);
             found += "it returns " + dimensions(output);
-        } catch (const std::exception& error) {
-            found += std::string("OpenCV reports: ") + error.what();
+        } catch (const std::exception& error) { // damaged files give those of the standard library too
+            found += "it has " + refusalOf(error);
             return false;
         }
         return scale >= 1 && scale <= kMostScale;
@@ -230,7 +231,7 @@ bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageD
     } catch (const cv::Exception& error) {
         if (error.code == cv::Error::StsNoMem)
             throw std::bad_alloc();
-        state->fail(std::string("it failed on a tile of the picture, OpenCV reports: ") + error.what());
+        state->fail("expected a network that runs on all tiles of the picture, found " + refusalOf(error));
     }
     return true;
 }

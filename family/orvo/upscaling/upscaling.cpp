@@ -8,6 +8,7 @@
 
 #include <orvo/upscaling.hpp>
 #include <orvo_common/run_control.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_image_processing/guided_filter.hpp>
 #include <orvo_io/settings.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -119,7 +120,7 @@ struct ConfiguredNetwork
         std::error_code error;
         const auto size = std::filesystem::file_size(model, error);
         const auto time = std::filesystem::last_write_time(model, error).time_since_epoch().count();
-        return model.string() + '|' + std::to_string(size) + '|' + std::to_string(time) + '|' +
+        return pathText(model) + '|' + std::to_string(size) + '|' + std::to_string(time) + '|' +
                std::to_string(scale.value_or(0)) + '|' + std::to_string(overlap);
     }
 };

@@ -1,4 +1,5 @@
 #include <orvo_common/failure.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -47,7 +48,7 @@ Failure complete(Failure failure)
 
 std::string describe(const Failure& failure)
 {
-    return failure.file.empty() ? failure.sentence : failure.file.string() + ": " + failure.sentence;
+    return failure.file.empty() ? failure.sentence : pathText(failure.file) + ": " + failure.sentence;
 }
 
 std::optional<Failure> lastFailure()

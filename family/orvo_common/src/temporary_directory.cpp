@@ -1,5 +1,6 @@
 #include <orvo_common/temporary_directory.hpp>
 #include <orvo_common/uuid.hpp>
+#include <orvo_common/wide_path.hpp>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -103,7 +104,7 @@ int sweepTemporaryDirectories(const fs::path& parent)
     std::error_code error;
     for (fs::directory_iterator entry(parent, fs::directory_options::skip_permission_denied, error), end;
          !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
+        const std::string name = pathText(entry->path().filename());
         if (!name.starts_with(prefix) || !name.ends_with(kLockEnding))
             continue;
         const int lock = tryLock(entry->path(), 0);

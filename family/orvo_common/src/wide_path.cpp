@@ -1,3 +1,4 @@
+#include <orvo_common/text.hpp>
 #include <orvo_common/wide_path.hpp>
 
 #include <array>
@@ -11,6 +12,8 @@ namespace orvo {
 std::wstring wideFromPath(const std::filesystem::path& path) { return path.wstring(); }
 
 std::filesystem::path pathFromWide(const std::wstring& wide) { return wide; }
+
+std::string pathText(const std::filesystem::path& path) { return ws2s(path.wstring()); }
 
 #else
 
@@ -93,6 +96,8 @@ std::filesystem::path pathFromWide(const std::wstring& wide)
     }
     return text;
 }
+
+std::string pathText(const std::filesystem::path& path) { return path.native(); }
 
 #endif
 

@@ -21,6 +21,12 @@ TEST(WidePath, EveryNameSurvivesTheRoundTrip)
         EXPECT_EQ(pathFromWide(wideFromPath(name)).native(), name);
 }
 
+TEST(PathText, IsTheNameItself)
+{
+    for (const std::string name : {"", "plain", "\xc3\x9c \xe6\x9d\xb1 \xf0\x9f\x8e\xa5", "latin \xe4\xf6"})
+        EXPECT_EQ(pathText(name), name);
+}
+
 TEST(WidePath, InvalidBytesStayDistinct)
 {
     EXPECT_EQ(wideFromPath("a\xe4z"), std::wstring({L'a', static_cast<wchar_t>(0xdce4), L'z'}));

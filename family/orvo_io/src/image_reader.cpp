@@ -1,6 +1,7 @@
 #include "codecs.hpp"
 
 #include <orvo_common/run_control.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -25,7 +26,7 @@ const std::int64_t kUsualMaxPixels = ImageReadOptions().maxPixels;
 
 void warn(const std::filesystem::path& path, const std::string& text)
 {
-    details::logWarning(path.string() + ": " + text);
+    details::logWarning(pathText(path) + ": " + text);
 }
 
 // The failure of reading the file at `path` for the exception being handled.
@@ -81,7 +82,7 @@ auto guarded(const std::filesystem::path& path, const Body& body) -> decltype(bo
     } catch (...) {
         Failure failure = readFailure(path);
         if (failure.kind != FailureKind::Cancelled)
-            LOG(__orvolog() << LogMessageType::Warning << path.string() << ": " << failure.sentence);
+            LOG(__orvolog() << LogMessageType::Warning << pathText(path) << ": " << failure.sentence);
         scope.fail(std::move(failure));
     }
     return {};

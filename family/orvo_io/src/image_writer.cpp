@@ -1,5 +1,6 @@
 #include "row_source.hpp"
 
+#include <orvo_common/wide_path.hpp>
 #include <orvo_io/image_writer.hpp>
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace {
 void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<float>>& picture,
                    const ImageWriteSettings& settings)
 {
-    const auto refuse = [&](const std::string& text) { throw std::invalid_argument(path.string() + ": " + text); };
+    const auto refuse = [&](const std::string& text) { throw std::invalid_argument(pathText(path) + ": " + text); };
     if (picture.width() < 1 || picture.height() < 1)
         refuse("the picture is empty");
     const int bits = settings.bits;
@@ -81,7 +82,7 @@ int longestSideOf(ImageFileFormat format)
 
 ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path)
 {
-    std::string ending = path.extension().string();
+    std::string ending = pathText(path.extension());
     std::transform(ending.begin(), ending.end(), ending.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     ImageWriteSettings settings;
@@ -95,7 +96,7 @@ ImageWriteSettings writeSettingsForPath(const std::filesystem::path& path)
     } else if (ending == ".exr") {
         settings.format = ImageFileFormat::Exr;
     } else {
-        throw std::invalid_argument(path.string() +
+        throw std::invalid_argument(pathText(path) +
                                     ": expected a name that ends in .jpg, .jpeg, .png, .tif, .tiff or .exr");
     }
     return settings;

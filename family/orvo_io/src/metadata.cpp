@@ -376,7 +376,7 @@ BlockFacts readFactsOfFile(const std::filesystem::path& path, bool keep)
     BlockFacts facts;
     const auto lock = enterExiv();
     tolerant([&] {
-        const auto image = Exiv2::ImageFactory::open(path.string());
+        const auto image = Exiv2::ImageFactory::open(path.string()); // narrow name
         if (image.get() == nullptr)
             return;
         image->readMetadata();
@@ -484,7 +484,7 @@ std::optional<double> orvo::readCaptureTime(const std::filesystem::path& path)
 {
     const auto lock = io::enterExiv();
     try {
-        const auto image = Exiv2::ImageFactory::open(path.string());
+        const auto image = Exiv2::ImageFactory::open(path.string()); // narrow name
         image->readMetadata();
         return io::captureSecondsOf(io::Tags(image->exifData()));
     } catch (const std::exception&) {

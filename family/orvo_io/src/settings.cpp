@@ -1,3 +1,4 @@
+#include <orvo_common/wide_path.hpp>
 #include <orvo_io/settings.hpp>
 
 #include <nlohmann/json.hpp>
@@ -80,7 +81,7 @@ void Settings::remove(const std::string& key)
 void Settings::load(const std::filesystem::path& file)
 {
     const auto refuse = [&](const std::string& text) {
-        throw std::runtime_error("Settings::load: " + file.string() + ": " + text);
+        throw std::runtime_error("Settings::load: " + pathText(file) + ": " + text);
     };
     // Opening a folder succeeds; reading it fails.
     if (!std::filesystem::is_regular_file(file))

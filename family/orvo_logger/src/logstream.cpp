@@ -1,5 +1,6 @@
 #include <orvo_common/failure.hpp>
 #include <orvo_common/text.hpp>
+#include <orvo_common/wide_path.hpp>
 #include <orvo_logger/log_file.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -105,12 +106,12 @@ void setLogFile(const std::filesystem::path& fileOrFolder)
         const auto path =
             std::filesystem::is_directory(fileOrFolder, ignored) ? fileOrFolder / kLogFileName : fileOrFolder;
         if (std::filesystem::is_fifo(path, ignored))
-            throw std::runtime_error("cannot open the log file " + path.string() + " for writing: it is a pipe");
+            throw std::runtime_error("cannot open the log file " + pathText(path) + " for writing: it is a pipe");
         try {
-            auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path.string());
+            auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path.string()); // narrow name
             file = std::make_shared<spdlog::logger>("orvo", std::move(sink));
         } catch (const spdlog::spdlog_ex&) {
-            throw std::runtime_error("cannot open the log file " + path.string() + " for writing");
+            throw std::runtime_error("cannot open the log file " + pathText(path) + " for writing");
         }
         file->set_level(spdlog::level::trace);
         file->set_pattern("%Y-%m-%d %H:%M:%S.%e [%t] %l: %v");

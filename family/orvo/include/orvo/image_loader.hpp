@@ -6,6 +6,7 @@
 #include <orvo_core/image.hpp>
 #include <orvo_extensions/document/image_provider.hpp>
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -35,16 +36,18 @@ public:
     [[nodiscard]] static _Size<int> getSize(const std::vector<unsigned char>& bytes);
     /// Releases the document; the bytes are invalid afterwards.
     static void dispose(const std::vector<unsigned char>& bytes);
+    /// The number of documents that are loaded: what an operation leaves behind.
+    [[nodiscard]] static std::size_t documentCount();
     /// The provider of a loaded document, the same at every call; empty if the identifier is empty or unknown.
     [[nodiscard]] static std::shared_ptr<ImageProvider> get(const std::shared_ptr<const Identifier>& identifier);
 };
 
 /// The picture in melissaRGB(), upright, raw files developed with the tone that the raw reader suggests. Empty if the
-/// bytes match no document, if `state` requests a stop, or if the file cannot be decoded (ImageReader logs the reason);
-/// the document is then disposed of, since it is unusable. Disposes of it too if open() throws: an exception of
-/// `state.canceled`, or std::bad_alloc. A saved state in `state` is not applied, with a warning; `statePath` is for
-/// documents with presets, which picture files never have. Any thread; several threads may open the same document.
-/// Peak: that of ImageReader::open().
+/// bytes match no document, if `state` requests a stop, if the file was written again since it was loaded, or if it
+/// cannot be decoded (ImageReader logs the reason); the document is then disposed of, since it is unusable. Disposes of
+/// it too if open() throws: an exception of `state.canceled`, or std::bad_alloc. A saved state in `state` is not
+/// applied, with a warning; `statePath` is for documents with presets, which picture files never have. Any thread;
+/// several threads may open the same document. Peak: that of ImageReader::open().
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<const _ImageData<PixelRGB<float>>>
 open(const std::vector<unsigned char>& bytes, const StateSettings& state, const std::filesystem::path& statePath);
 

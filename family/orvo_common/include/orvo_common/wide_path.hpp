@@ -1,4 +1,4 @@
-/// Converts paths to wide text and back, without loss and independent of the locale.
+/// Converts paths to text and back, independent of the locale.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -15,5 +15,10 @@ namespace orvo {
 
 /// The path of such a text. A code unit that is neither a character nor such a byte becomes U+FFFD.
 [[nodiscard]] ORVO_EXPORT std::filesystem::path pathFromWide(const std::wstring& wide);
+
+/// The text of a path for messages, logs and JSON: UTF-8. Where file names are bytes these are given as they are.
+/// std::filesystem::path::string() does not work here: on Windows it throws where the code page of the system lacks a
+/// character.
+[[nodiscard]] ORVO_EXPORT std::string pathText(const std::filesystem::path& path);
 
 } // namespace orvo

@@ -1,5 +1,5 @@
-/// Builds hot loops for the widest vector instructions of the machine as well as for the baseline processor. For
-/// sources of the family; no public header includes it. Both forms give the same bits, because nothing is fused into
+/// Builds hot loops for the wider vector instructions of the machine as well as for the baseline processor. For
+/// sources of the family; no public header includes it. All forms give the same bits, because nothing is fused into
 /// multiply-adds (cmake/OrvoTargets.cmake), so results do not depend on the machine.
 #pragma once
 
@@ -12,10 +12,10 @@
 #define ORVO_INSTRUMENTED 1
 #endif
 
-/// Marks a function that is built twice, for AVX2 and for the baseline; the loader picks one at start. The choice runs
+/// Marks a function that is built three times, for AVX-512, AVX2 and the baseline; the loader picks one at start. The choice runs
 /// while the program is loaded, before a sanitizer's runtime is initialised.
 #if defined(__x86_64__) && !defined(ORVO_INSTRUMENTED)
-#define ORVO_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#define ORVO_VECTOR_CLONES __attribute__((target_clones("arch=x86-64-v4", "avx2", "default")))
 #else
 #define ORVO_VECTOR_CLONES
 #endif
@@ -28,9 +28,23 @@ namespace orvo {
 #if defined(__x86_64__)
 
 template <typename Loop>
+[[gnu::target("arch=x86-64-v4")]] void runLoopWidest(const Loop& loop)
+{
+    loop();
+}
+
+template <typename Loop>
 [[gnu::target("avx2")]] void runLoopWide(const Loop& loop)
 {
     loop();
+}
+
+/// What x86-64-v4 stands for; not every compiler knows the name here.
+inline bool hasWidestVectors()
+{
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("avx512vl");
 }
 
 /// Runs a loop whose code is a template, for which the loader cannot pick a clone. `Loop` is a callable whose
@@ -38,8 +52,11 @@ template <typename Loop>
 template <typename Loop>
 void runLoop(const Loop& loop)
 {
+    static const bool widest = hasWidestVectors();
     static const bool wide = __builtin_cpu_supports("avx2") != 0;
-    if (wide)
+    if (widest)
+        runLoopWidest(loop);
+    else if (wide)
         runLoopWide(loop);
     else
         loop();

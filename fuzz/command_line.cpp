@@ -239,7 +239,7 @@ bool isAllowed(const std::vector<std::string>& words)
 
 void checkErrors(int exitCode, const std::string& errors)
 {
-    require(exitCode == 0 || exitCode == 1 || exitCode == 2, "the exit code is one of the manual");
+    require(exitCode == 0 || exitCode == 1 || exitCode == 2 || exitCode == 130, "the exit code is one of the manual");
     require(exitCode == 0 || errors.find("orvo: ") != std::string::npos, "a failure has a reason");
     require(std::none_of(errors.begin(), errors.end(), [](char c) { return c == '\0' || c == '\x1b'; }),
             "errors do not control the terminal");

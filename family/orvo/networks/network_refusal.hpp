@@ -6,8 +6,9 @@
 
 namespace orvo::details {
 
-/// For an exception that OpenCV threw: "a layer Foo that OpenCV 4.7.0 cannot run", or "a network that ..." where its text
-/// does not name the layer. That text, which names lines of OpenCV's sources, becomes a log line of level Diagnostic.
+/// For an exception that OpenCV threw: "a layer Foo that OpenCV 4.7.0 cannot run", or "a network that ..." where its
+/// text does not name the layer. That text, which names lines of OpenCV's sources, becomes a log line of level
+/// Diagnostic.
 [[nodiscard]] std::string refusalOf(const std::exception& error);
 
 } // namespace orvo::details

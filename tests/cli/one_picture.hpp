@@ -20,7 +20,7 @@ class OnePictureTest : public testing::Test
 protected:
     /// `source` is in the folder; `result` is added to runs that are expected to fail, unless it is empty.
     OnePictureTest(std::string name, std::string source, std::string result = {})
-        : command(std::move(name)), input(std::move(source)), output(std::move(result))
+        : command(std::move(name)), usualInput(std::move(source)), usualOutput(std::move(result))
     {}
 
     /// Runs the command on a file of the folder with more arguments.
@@ -41,9 +41,9 @@ protected:
     /// A run ends with `exitCode`, and its line has all `words`.
     void expectEnd(std::vector<std::string> more, int exitCode, const std::vector<std::string>& words) const
     {
-        more.insert(more.begin(), {command, input});
-        if (!output.empty())
-            more.insert(more.end(), {"-o", output});
+        more.insert(more.begin(), {command, usualInput});
+        if (!usualOutput.empty())
+            more.insert(more.end(), {"-o", usualOutput});
         expectRefusal(more, folder.path(), exitCode, words);
     }
 
@@ -51,8 +51,8 @@ protected:
 
 private:
     std::string command;
-    std::string input;
-    std::string output;
+    std::string usualInput;
+    std::string usualOutput;
 };
 
 } // namespace orvo::test

@@ -1,12 +1,17 @@
 // Reduces photographs to a half or a quarter, enlarges them again in several ways and compares with the originals:
-//   orvo_upscale_bench [FOLDER] [--sheet PICTURE.png]
+//   orvo_upscale_bench [FOLDER]
 // FOLDER contains the project's test pictures; the default is ORVO_TEST_DATA from the environment. Prints the peak
 // signal to noise ratio in dB over all channels of sRGB, the structural similarity of luma, and megapixels per second.
-// The sheet shows parts of the pictures, enlarged twice: truth, Catmull-Rom, ours, ours with crisp edges.
+//   orvo_upscale_bench [FOLDER] --reductions
+// The gain in dB over cubic enlarging for pictures that other programs reduced, in 8 bits of sRGB.
+//   orvo_upscale_bench [FOLDER] --sheet PICTURE.png [--reduced-by NAME]
+// Parts of the pictures, enlarged twice: truth, Catmull-Rom, ours, ours with crisp edges. NAME is one of the
+// reductions; the default is "area".
 #include "bench_pictures.hpp"
 
 #include <orvo/upscaling.hpp>
 #include <orvo_io/image_writer.hpp>
+#include <scenes/halving.hpp>
 #include <scenes/metrics.hpp>
 
 #include <opencv2/imgproc.hpp>
@@ -18,6 +23,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <vector>
@@ -146,6 +152,42 @@ void printTable(const std::filesystem::path& folder, int scale)
     std::printf("\n");
 }
 
+// `shown`, in sRGB, as another program reduces it, in the working space.
+PicturePointer halvedAsFile(const Picture& shown, const orvo::scenes::Halving& halving)
+{
+    PicturePointer result;
+    orvo::scenes::halved(shown, halving)->colorTransform(result, orvo::ColorProfileType::melissaRGB(), true);
+    return result;
+}
+
+// For each way of reducing: Catmull-Rom's error, and the gains over it of OpenCV's cubic and of ours.
+void printHalvings(const std::filesystem::path& folder)
+{
+    std::printf("\n%-18s%14s%14s%8s%8s%8s%8s%18s\n", "reduced by", "Catmull-Rom", "cubic -0.75", "ours", "least",
+                "most", "crisp", "ours over cubic");
+    for (const auto& halving : orvo::scenes::halvings()) {
+        double plain = 0.0;
+        double cubic = 0.0;
+        double crisp = 0.0;
+        std::vector<double> ours;
+        for (const char* const name : kHeldOut) {
+            const PicturePointer truth = inSRGB(*load(folder / name));
+            const PicturePointer small = halvedAsFile(*truth, halving);
+            const auto score = [&](const PicturePointer& large) { return orvo::scenes::psnr(*inSRGB(*large), *truth); };
+            const double reference = score(small->resize(truth->size(), {}, true));
+            plain += reference / std::size(kHeldOut);
+            cubic += (score(byOpenCV(small, truth->size(), cv::INTER_CUBIC)) - reference) / std::size(kHeldOut);
+            crisp += (score(byUs(small, truth->size(), true)) - reference) / std::size(kHeldOut);
+            ours.push_back(score(byUs(small, truth->size(), false)) - reference);
+        }
+        const double mean = std::accumulate(ours.begin(), ours.end(), 0.0) / static_cast<double>(ours.size());
+        const auto [least, most] = std::minmax_element(ours.begin(), ours.end());
+        std::printf("%-18s%14.2f%+14.2f%+8.2f%+8.2f%+8.2f%+8.2f%+18.2f\n", halving.name, plain, cubic, mean, *least,
+                    *most, crisp, mean - std::max(0.0, cubic));
+        std::fflush(stdout);
+    }
+}
+
 constexpr int kPart = 160;   // pixels of the truth in a cell of the sheet
 constexpr int kEnlarged = 2; // screen pixels per pixel of it
 constexpr int kCell = kPart * kEnlarged;
@@ -159,10 +201,10 @@ void paint(Picture& sheet, int column, int row, const Picture& picture)
             sheet.row(row * kCell + y)[column * kCell + x] = picture.row(top + y / kEnlarged)[left + x / kEnlarged];
 }
 
-void writeSheet(const std::filesystem::path& folder, const std::filesystem::path& path)
+void writeSheet(const std::filesystem::path& folder, const std::filesystem::path& path,
+                const orvo::scenes::Halving& halving)
 {
     constexpr int kColumns = 4;
-    constexpr int kScale = 2;
     const std::size_t shownMethods[] = {1, 4, 5};
     Picture sheet({kColumns * kCell, static_cast<int>(std::size(kHeldOut)) * kCell},
                   orvo::ColorProfileType::melissaRGB());
@@ -170,7 +212,7 @@ void writeSheet(const std::filesystem::path& folder, const std::filesystem::path
     for (const char* const name : kHeldOut) {
         const PicturePointer truth = load(folder / name);
         paint(sheet, 0, row, *truth);
-        const PicturePointer small = reduced(*truth, kScale);
+        const PicturePointer small = halvedAsFile(*inSRGB(*truth), halving);
         int column = 1;
         for (const std::size_t method : shownMethods)
             paint(sheet, column++, row, *kMethods[method].run(small, truth->size()));
@@ -185,21 +227,38 @@ int main(int argc, char** argv)
 {
     const char* folder = std::getenv("ORVO_TEST_DATA");
     const char* sheet = nullptr;
+    const char* reducedBy = "area";
+    bool reductions = false;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--sheet") == 0 && i + 1 < argc)
             sheet = argv[++i];
+        else if (std::strcmp(argv[i], "--reduced-by") == 0 && i + 1 < argc)
+            reducedBy = argv[++i];
+        else if (std::strcmp(argv[i], "--reductions") == 0)
+            reductions = true;
         else
             folder = argv[i];
     }
     if (folder == nullptr) {
-        std::fputs("usage: orvo_upscale_bench [FOLDER] [--sheet PICTURE.png]; or set ORVO_TEST_DATA\n", stderr);
+        std::fputs(
+            "usage: orvo_upscale_bench [FOLDER] [--reductions | --sheet PICTURE.png [--reduced-by NAME]]; or set "
+            "ORVO_TEST_DATA\n",
+            stderr);
         return 2;
     }
     try {
-        for (const int scale : {2, 4})
-            printTable(folder, scale);
+        const auto& all = orvo::scenes::halvings();
+        const auto halving = std::find_if(all.begin(), all.end(),
+                                          [&](const auto& one) { return std::strcmp(one.name, reducedBy) == 0; });
+        if (halving == all.end())
+            throw std::runtime_error(std::string("there is no reduction by ") + reducedBy);
         if (sheet != nullptr)
-            writeSheet(folder, sheet);
+            writeSheet(folder, sheet, *halving);
+        else if (reductions)
+            printHalvings(folder);
+        else
+            for (const int scale : {2, 4})
+                printTable(folder, scale);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "orvo_upscale_bench: %s\n", error.what());
         return 1;

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Trains the built-in filters of the upscaler: family/orvo/upscaling/upscale_filters.bin.
 
-    python3 scripts/train_upscaler/train.py PICTURES [OUT]      (numpy and Pillow; ten minutes, 4 GB)
+    python3 scripts/train_upscaler/train.py PICTURES [OUT]      (numpy and Pillow; twenty minutes, 4 GB)
 
 PICTURES is the folder of the project's test pictures. The same pictures and the same numpy give the same file: all
 random numbers come from SEED, and one thread computes the sums, because their order would depend on the thread count.
@@ -10,11 +10,13 @@ Method: filters that are linear within a class of places and learned by least sq
 "RAISR: rapid and accurate image super resolution", IEEE TCI 3(1), 2017. Departures: the filters work on the small
 picture itself, four for the four samples that one becomes; the classes are not a fixed grid of direction, strength and
 coherence but the leaves of a tree that is grown where a split lowers the error most, as regression forests do (Schulter,
-Leistner, Bischof, CVPR 2015), over more features; every filter keeps constants and slopes exactly; and there is a set of
-filters for each of several strengths of noise, so that noise is not taken for detail.
+Leistner, Bischof, CVPR 2015), over more features; every filter keeps constants and slopes exactly; there is a set of
+filters for each of several strengths of noise, so that noise is not taken for detail; and every leaf has two filters,
+for pictures reduced with and without averaging (reductions.py), which are mixed as sharpness.py measures the picture.
 """
 import heapq
 import io
+import itertools
 import os
 import pathlib
 import struct
@@ -27,6 +29,8 @@ import numpy as np
 from PIL import Image
 
 import features as ft
+import reductions as rd
+import sharpness
 
 SEED = 20261121
 # Training pictures: the middle exposure or focus of each set.
@@ -45,7 +49,8 @@ HELD_OUT = ["single/faces_cafe/faces_cafe.jpg", "single/skiers/skiers.jpg", "sin
 
 # Standard deviation of the noise that each set of filters is for, in encoded values, and its number of leaves.
 BANKS = [(0.0, 512), (0.006, 256), (0.012, 128), (0.025, 96)]
-SAMPLES_PER_PICTURE = 110_000
+SAMPLES_PER_PICTURE = 110_000  # for a tree
+SAMPLES_PER_FIT = 60_000      # of each picture and reduction
 SAMPLES_PER_TRIAL = 60_000  # maximum used to evaluate a split
 BINS = 10                   # the quantiles between them are the thresholds tried
 SMALLEST_LEAF = 1200
@@ -74,37 +79,45 @@ def degraded(small, sigma, generator):
     noisy = small + generator.normal(0, sigma, small.shape).astype(np.float32)
     if sigma > 0.01 or generator.random() < 0.5:
         return noisy
+    return as_jpeg(small, int(generator.integers(70, 93)))
+
+
+def as_jpeg(picture, quality):
     file = io.BytesIO()
-    Image.fromarray(np.uint8(np.clip(small, 0, 1) * 255 + 0.5)).save(file, "JPEG", quality=int(generator.integers(70, 93)))
+    Image.fromarray(np.uint8(np.clip(picture, 0, 1) * 255 + 0.5)).save(file, "JPEG", quality=quality)
     return np.asarray(Image.open(file), np.float32) / 255
 
 
+def places(y, clean, small, count, generator):
+    """(patches, targets, features) of about `count` places of `small`, which comes from the luma `y`: the patches in
+    the standard position, the targets of their filters relative to the middle, both weighted."""
+    h, w = clean.shape
+    weight = 10 ** (ft.psnr(ft.cubic(small), y[:2 * h, :2 * w]) / 10)  # every picture's decibels count equally
+    table, turn = ft.features(small)
+    # Flat places are the majority and teach the least: they are sampled less often and weigh more.
+    chance = np.clip(table[0].ravel() / 0.02, 0.08, 1)
+    chance *= min(1, count / chance.sum())
+    chosen = np.flatnonzero(generator.random(h * w) < chance)
+    truth = np.stack([y[py:2 * h:2, px:2 * w:2].ravel()[chosen] for py in (0, 1) for px in (0, 1)], 1)
+    truth = truth - small.ravel()[chosen, None]
+    patch = ft.patches(small)[chosen]
+    turn = turn.ravel()[chosen]
+    for kind in range(4):
+        mine = np.flatnonzero(turn == kind)
+        patch[mine] = patch[mine][:, ft.tap_order(kind)]
+        truth[mine] = truth[mine][:, ft.phase_order(kind)]
+    scale = np.sqrt(weight / chance[chosen] / (h * w))[:, None].astype(np.float32)
+    return patch * scale, truth.astype(np.float32) * scale, table.reshape(ft.FEATURES, -1)[:, chosen].T
+
+
 class Samples:
-    """Patches in the standard position, the target of their filters relative to the cubic, features, weights."""
+    """Places of all training pictures, reduced by area, from which a tree grows."""
 
     def __init__(self, folder, sigma, generator):
         parts = []
         for y in lumas(folder):
             clean = ft.halve(y)
-            h, w = clean.shape
-            small = degraded(clean, sigma, generator)
-            weight = 10 ** (ft.psnr(ft.cubic(small), y[:2 * h, :2 * w]) / 10)  # every picture's decibels count equally
-            table, turn = ft.features(small)
-            # Flat places are the majority and teach the least: they are sampled less often and weigh more.
-            chance = np.clip(table[0].ravel() / 0.02, 0.08, 1)
-            chance *= min(1, SAMPLES_PER_PICTURE / chance.sum())
-            chosen = np.flatnonzero(generator.random(h * w) < chance)
-            truth = np.stack([y[py:2 * h:2, px:2 * w:2].ravel()[chosen] for py in (0, 1) for px in (0, 1)], 1)
-            truth = truth - small.ravel()[chosen, None]
-            patch = ft.patches(small)[chosen]
-            turn = turn.ravel()[chosen]
-            for kind in range(4):
-                mine = np.flatnonzero(turn == kind)
-                patch[mine] = patch[mine][:, ft.tap_order(kind)]
-                truth[mine] = truth[mine][:, ft.phase_order(kind)]
-            scale = np.sqrt(weight / chance[chosen] / (h * w))[:, None].astype(np.float32)
-            parts.append((patch * scale, truth.astype(np.float32) * scale,
-                          table.reshape(ft.FEATURES, -1)[:, chosen].T))
+            parts.append(places(y, clean, degraded(clean, sigma, generator), SAMPLES_PER_PICTURE, generator))
         self.patch, self.truth, self.table = (np.concatenate(column) for column in zip(*parts))
         unit = np.sqrt(np.mean(self.truth**2))
         self.patch /= unit
@@ -172,7 +185,7 @@ def best_split(samples, members, prior, generator):
 
 
 def grow(samples, leaves, generator):
-    """A tree as a list of nodes [feature, threshold, below, above] or [None, filters (48 x 4)]."""
+    """A tree as a list of nodes [feature, threshold, below, above] or [None, number of the leaf]."""
     everything = np.arange(len(samples.patch))
     size = Moments.free.shape[1]
     prior = Moments(samples.patch, samples.truth).solve(np.zeros((size, 4)))[0]
@@ -197,79 +210,138 @@ def grow(samples, leaves, generator):
         nodes[node] = [feature, threshold, below_node, below_node + 1]
         consider(below_node, members[~above])
         consider(below_node + 1, members[above])
-    for node, content in enumerate(nodes):
-        if isinstance(content, np.ndarray):
-            z = Moments(samples.patch[content], samples.truth[content]).solve(prior)[0]
-            nodes[node] = [None, Moments.base + Moments.free @ z]
-    return nodes
+    numbers = itertools.count()
+    return [[None, next(numbers)] if isinstance(node, np.ndarray) else node for node in nodes]
 
 
-def quantised(nodes):
-    for node in nodes:
-        if node[0] is None:
-            node[1] = np.clip(np.round(node[1] / COEFFICIENT_STEP), -32768, 32767).astype(np.int16)
-    return nodes
+def leaves_of(nodes, table):
+    """The number of the leaf of every place, whose features are a row of `table`."""
+    found = np.empty(len(table), np.int32)
+    stack = [(0, np.arange(len(table)))]
+    while stack:
+        node, members = stack.pop()
+        if nodes[node][0] is None:
+            found[members] = nodes[node][1]
+        else:
+            feature, threshold, below, above = nodes[node]
+            side = table[members, feature] >= threshold
+            stack += [(below, members[~side]), (above, members[side])]
+    return found
 
 
-def write(path, banks):
-    """Little-endian: "ORUF", version, taps, features, sets; for each set sigma, nodes, leaves; its nodes (feature or -1,
-    threshold, number of the node below the threshold, which the one above follows; a leaf has its own number there); its
-    leaves' filters of the samples 00 and 01, tap by tap. Those of 11 and 10 are the same after half a turn."""
-    out = bytearray(b"ORUF" + struct.pack("<4I", 1, len(ft.TAPS), ft.FEATURES, len(banks)))
-    for sigma, nodes in banks:
-        filters = [node[1] for node in nodes if node[0] is None]
-        out += struct.pack("<fII", sigma, len(nodes), len(filters))
-        leaf = 0
+def fitted(folder, nodes, sigma, reductions, generator):
+    """The filters of the leaves for pictures that were reduced in any of these ways: (leaves, 48, 4), as stored."""
+    moments = [None] * sum(node[0] is None for node in nodes)
+    for y in lumas(folder):
+        for reduce in reductions.values():
+            clean = np.clip(reduce(y), 0, 1)
+            patch, truth, table = places(y, clean, degraded(clean, sigma, generator), SAMPLES_PER_FIT, generator)
+            leaves = leaves_of(nodes, table)
+            order = np.argsort(leaves, kind="stable")
+            for members in np.split(order, np.flatnonzero(np.diff(leaves[order])) + 1):
+                leaf = leaves[members[0]]
+                mine = Moments(patch[members], truth[members])
+                moments[leaf] = mine if moments[leaf] is None else moments[leaf] + mine
+    first, *others = (m for m in moments if m)
+    everywhere = sum(others, first)
+    prior = everywhere.solve(np.zeros_like(everywhere.b))[0]
+    filters = [Moments.base + Moments.free @ (m.solve(prior)[0] if m else prior) for m in moments]
+    return np.clip(np.round(np.array(filters) / COEFFICIENT_STEP), -32768, 32767).astype(np.int16)
+
+
+def write(path, coefficients, banks):
+    """Little-endian: "ORUF", version, taps, features, sets; the coefficients of sharpness.mix(); for each set sigma,
+    nodes, leaves; its nodes (feature or -1, threshold, number of the node below the threshold, which the one above
+    follows; a leaf has its own number there); its leaves' filters of the samples 00 and 01, tap by tap, those for soft
+    pictures and then those for aliased ones. The filters of 11 and 10 are the same after half a turn."""
+    out = bytearray(b"ORUF" + struct.pack("<4I", 2, len(ft.TAPS), ft.FEATURES, len(banks)))
+    out += coefficients.astype("<f4").tobytes()
+    for sigma, nodes, soft, aliased in banks:
+        out += struct.pack("<fII", sigma, len(nodes), len(soft))
         for node in nodes:
-            if node[0] is None:
-                out += struct.pack("<ifI", -1, 0.0, leaf)
-                leaf += 1
-            else:
-                out += struct.pack("<ifI", *node[:3])
-        for taps in filters:
-            out += taps[:, :2].astype("<i2").tobytes()
+            out += struct.pack("<ifI", -1, 0.0, node[1]) if node[0] is None else struct.pack("<ifI", *node[:3])
+        for filters in (soft, aliased):
+            out += filters[:, :, :2].astype("<i2").tobytes()
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_bytes(out)
     return len(out)
 
 
-def upscale(small, nodes):
-    """Twice the size with a tree, as the library does it, for the table at the end."""
+def upscale(small, nodes, banks):
+    """Twice the size with each of the filters of a tree, as the library does it, to calibrate and report."""
     table, turn = ft.features(small)
-    table = table.reshape(ft.FEATURES, -1)
-    turn = turn.ravel()
+    leaves, turn = leaves_of(nodes, table.reshape(ft.FEATURES, -1).T), turn.ravel()
     patch = ft.patches(small)
-    out = np.empty((small.size, 4), np.float32)
-    stack = [(0, np.arange(small.size))]
-    while stack:
-        node, members = stack.pop()
-        if nodes[node][0] is None:
-            filters = (nodes[node][1] * COEFFICIENT_STEP).astype(np.float32)
-            for kind in range(4):
-                mine = members[turn[members] == kind]
-                values = patch[mine][:, ft.tap_order(kind)] @ filters
-                out[mine[:, None], ft.phase_order(kind)] = values
-        else:
-            feature, threshold, below, above = nodes[node]
-            side = table[feature, members] >= threshold
-            stack += [(below, members[~side]), (above, members[side])]
+    kinds = leaves * 4 + turn
+    out = np.empty((len(banks), small.size, 4), np.float32)
+    order = np.argsort(kinds, kind="stable")
+    for mine in np.split(order, np.flatnonzero(np.diff(kinds[order])) + 1):
+        kind, leaf = turn[mine[0]], leaves[mine[0]]
+        turned = patch[mine][:, ft.tap_order(kind)]
+        for result, filters in zip(out, banks):
+            result[mine[:, None], ft.phase_order(kind)] = turned @ (filters[leaf] * np.float32(COEFFICIENT_STEP))
     out += small.reshape(-1, 1)
     h, w = small.shape
-    return out.reshape(h, w, 2, 2).transpose(0, 2, 1, 3).reshape(2 * h, 2 * w)
+    return out.reshape(-1, h, w, 2, 2).transpose(0, 1, 3, 2, 4).reshape(-1, 2 * h, 2 * w)
 
 
-def report(folder, nodes):
+def middle(y):
+    """At most 1400 x 1000 samples of the middle, with even sides."""
+    h, w = y.shape[0] // 2 * 2, y.shape[1] // 2 * 2
+    top, left = max(0, h // 2 - 500) // 2 * 2, max(0, w // 2 - 700) // 2 * 2
+    return y[:h, :w][top:top + 1000, left:left + 1400]
+
+
+def calibrated(folder, nodes, soft, aliased):
+    """The coefficients of sharpness.mix() for the filters of this tree."""
+    pairs, errors, weights = [], [], []
+
+    def learn(small, y, weight):
+        pair = sharpness.measures(small)
+        if pair is not None:
+            # The errors come from the middle, as enlarging is slow here.
+            h, w = (min(most, length) for most, length in zip((240, 320), small.shape))
+            top, left = (small.shape[0] - h) // 2, (small.shape[1] - w) // 2
+            truth = y[2 * top:2 * (top + h), 2 * left:2 * (left + w)]
+            wrong = upscale(small[top:top + h, left:left + w], nodes, (soft, aliased)) - truth
+            a, b = wrong[:, 8:-8, 8:-8].astype(np.float64)
+            pairs.append(pair)
+            errors.append((np.mean(a * a), np.mean(a * b), np.mean(b * b)))
+            weights.append(weight)
+
+    for number, whole in enumerate(lumas(folder)):
+        y = middle(whole)
+        for reductions, weight in ((rd.SOFT, 1), (rd.ALIASED, sharpness.ALIASED_WEIGHT)):
+            for reduce in reductions.values():
+                small = np.round(np.clip(reduce(y), 0, 1) * 255) / np.float32(255)
+                learn(small, y, weight)
+                if number % 2:
+                    learn(as_jpeg(small, 92), y, weight)
+                else:
+                    once = ft.smooth(y)
+                    for blurred in (once, ft.smooth(once)):
+                        learn(reduce(blurred), blurred, weight * sharpness.BLURRED_WEIGHT)
+    return sharpness.fitted(pairs, errors, np.array(weights) / np.mean(weights))
+
+
+def report(folder, nodes, soft, aliased, coefficients):
+    """The gain over the cubic on held-out pictures in dB, with the filters for soft and for aliased pictures, and with
+    the mix of them that is used."""
+    names = list(rd.SOFT | rd.ALIASED)
+    print(f"{'soft, aliased filters; mix, its gain':56}" + "".join(f"{name:>28}" for name in names))
     gains = []
     for name in HELD_OUT:
-        y = load(folder / name) @ ft.LUMA
-        h, w = y.shape[0] // 2 * 2, y.shape[1] // 2 * 2
-        top, left = max(0, h // 2 - 500) // 2 * 2, max(0, w // 2 - 700) // 2 * 2
-        y = y[:h, :w][top:top + 1000, left:left + 1400]
-        small = ft.halve(y)
-        plain = ft.psnr(ft.cubic(small), y)
-        gains.append(ft.psnr(upscale(small, nodes), y) - plain)
-        print(f"{name:56} cubic {plain:6.2f} dB, learned {gains[-1]:+.2f}")
-    print(f"mean {np.mean(gains):+.2f} dB, least {np.min(gains):+.2f}", flush=True)
+        y = middle(load(folder / name) @ ft.LUMA)
+        gains.append([])
+        for reduce in (rd.SOFT | rd.ALIASED).values():
+            small = reduce(y)
+            plain = ft.psnr(ft.cubic(small), y)
+            a, b = upscale(small, nodes, (soft, aliased))
+            mix = sharpness.mix(sharpness.measures(small), coefficients)
+            gains[-1].append((ft.psnr(a, y) - plain, ft.psnr(b, y) - plain, mix, ft.psnr(a + mix * (b - a), y) - plain))
+        print(f"{name:56}" + "".join(f"{a:+9.2f} {b:+6.2f} {c:5.2f} {d:+6.2f}" for a, b, c, d in gains[-1]))
+    print(f"{'mean':56}" + "".join(f"{a:+9.2f} {b:+6.2f} {c:5.2f} {d:+6.2f}" for a, b, c, d in np.mean(gains, 0)),
+          flush=True)
 
 
 def main():
@@ -281,13 +353,17 @@ def main():
     for number, (sigma, leaves) in enumerate(BANKS):
         generator = np.random.default_rng([SEED, number])
         samples = Samples(folder, sigma, generator)
-        banks.append((sigma, quantised(grow(samples, leaves, generator))))
-        print(f"noise {sigma}: {len(samples.patch)} samples, {(len(banks[-1][1]) + 1) // 2} leaves, "
+        nodes = grow(samples, leaves, generator)
+        print(f"noise {sigma}: {len(samples.patch)} samples, {(len(nodes) + 1) // 2} leaves, "
               f"{time.time() - start:.0f} s", flush=True)
         del samples
+        soft, aliased = (fitted(folder, nodes, sigma, reductions, np.random.default_rng([SEED, number, kind]))
+                         for kind, reductions in enumerate((rd.SOFT, rd.ALIASED)))
+        banks.append((sigma, nodes, soft, aliased))
         if number == 0:
-            report(folder, banks[0][1])
-    print(f"{path}: {write(path, banks)} bytes")
+            coefficients = calibrated(folder, nodes, soft, aliased)
+            report(folder, nodes, soft, aliased, coefficients)
+    print(f"{path}: {write(path, coefficients, banks)} bytes")
 
 
 if __name__ == "__main__":

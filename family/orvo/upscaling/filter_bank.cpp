@@ -29,7 +29,7 @@ extern "C" const unsigned char orvo_upscale_filters_end[];
 namespace orvo::details {
 namespace {
 
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 constexpr float kCoefficientStep = 1.0f / 8192.0f; // of the 16-bit numbers, as in the script
 // A bank is used for noise down to this; below it there is nothing to amplify.
 constexpr float kLeastNoise = 0.003f;
@@ -110,14 +110,14 @@ void readNodes(Bytes& bytes, FilterBank& bank, std::size_t count, std::size_t le
 }
 
 // The file contains the filters of two samples; those of the other two are the same after half a turn.
-void readFilters(Bytes& bytes, FilterBank& bank, std::size_t leaves)
+std::vector<float> readFilters(Bytes& bytes, std::size_t leaves)
 {
     constexpr std::size_t kStored = std::size_t{kTaps} * 2;
-    bank.filters.resize(leaves * kTaps * kPhases);
+    std::vector<float> all(leaves * kTaps * kPhases);
     for (std::size_t leaf = 0; leaf < leaves; ++leaf) {
         std::array<std::int16_t, kStored> stored;
         std::memcpy(stored.data(), bytes.raw(sizeof(stored)).data(), sizeof(stored));
-        float* const filters = bank.filters.data() + leaf * kTaps * kPhases;
+        float* const filters = all.data() + leaf * kTaps * kPhases;
         for (std::size_t tap = 0; tap < kTaps; ++tap) {
             const std::size_t opposite = kTaps - 1 - tap;
             filters[kPhases * tap] = static_cast<float>(stored[2 * tap]) * kCoefficientStep;
@@ -126,9 +126,18 @@ void readFilters(Bytes& bytes, FilterBank& bank, std::size_t leaves)
             filters[kPhases * tap + 3] = static_cast<float>(stored[2 * opposite]) * kCoefficientStep;
         }
     }
+    return all;
 }
 
 } // namespace
+
+std::vector<float> FilterBank::filtersFor(float sharpness) const
+{
+    std::vector<float> result(softFilters.size());
+    for (std::size_t i = 0; i < result.size(); ++i)
+        result[i] = softFilters[i] + sharpness * (aliasedFilters[i] - softFilters[i]);
+    return result;
+}
 
 FilterBanks FilterBanks::parse(std::span<const unsigned char> all)
 {
@@ -141,6 +150,11 @@ FilterBanks FilterBanks::parse(std::span<const unsigned char> all)
     const auto count = bytes.take<std::uint32_t>();
     expectWithin("a number of sets", count, kMostBanks);
     FilterBanks result;
+    for (float& coefficient : result.model) {
+        coefficient = bytes.take<float>();
+        if (!std::isfinite(coefficient))
+            throw std::runtime_error("upscaling filters: a coefficient of the sharpness is not finite");
+    }
     for (std::uint32_t i = 0; i < count; ++i) {
         FilterBank bank;
         bank.noise = bytes.take<float>();
@@ -152,7 +166,8 @@ FilterBanks FilterBanks::parse(std::span<const unsigned char> all)
         if (!rises || !std::isfinite(bank.noise))
             throw std::runtime_error("upscaling filters: the sets are not in the order of their noise");
         readNodes(bytes, bank, nodes, leaves);
-        readFilters(bytes, bank, leaves);
+        bank.softFilters = readFilters(bytes, leaves);
+        bank.aliasedFilters = readFilters(bytes, leaves);
         result.banks.push_back(std::move(bank));
     }
     if (!bytes.empty())

@@ -1,6 +1,8 @@
 /// The learned filters of the upscaler as data: a decision tree selects the filter for each place.
 #pragma once
 
+#include "upscaling/picture_sharpness.hpp"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -31,12 +33,12 @@ struct FilterBank
     int depth = 0;
     std::vector<Node> nodes;
     std::vector<std::uint32_t> leafOfNode;
-    std::vector<float> filters; ///< of a leaf: kTaps times kPhases, for the differences to the middle sample
+    /// Filters of a leaf: kTaps times kPhases, for the differences to the middle sample.
+    std::vector<float> softFilters;    ///< for pictures whose pixels are means over their area and what lies around it
+    std::vector<float> aliasedFilters; ///< for pictures that were reduced without averaging: steep edges, stairs
 
-    [[nodiscard]] const float* filtersOf(std::uint32_t leaf) const
-    {
-        return filters.data() + static_cast<std::size_t>(leaf) * kTaps * kPhases;
-    }
+    /// The filters for pictures in between; `sharpness` is 0 for the soft and 1 for the aliased ones.
+    [[nodiscard]] std::vector<float> filtersFor(float sharpness) const;
 };
 
 class FilterBanks
@@ -52,8 +54,11 @@ public:
     /// The bank whose noise is nearest, by ratio.
     [[nodiscard]] const FilterBank& forNoise(float noise) const;
     [[nodiscard]] const std::vector<FilterBank>& all() const& { return banks; }
+    /// Finds the mix of the filters that is best for a picture.
+    [[nodiscard]] const SharpnessModel& sharpnessModel() const& { return model; }
 
 private:
+    SharpnessModel model = {};
     std::vector<FilterBank> banks; // by increasing noise, never empty
 };
 

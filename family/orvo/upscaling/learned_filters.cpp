@@ -296,12 +296,13 @@ ORVO_INLINE void filterPixel(const Vec4* middle, const float* filters, std::size
         result[kTurns.phases[turn][phase]] = lower(higher(centre + sums[phase], low), high);
 }
 
-ORVO_VECTOR_CLONES void filterRow(const Vec4* pixels, const FilterBank& bank, const std::uint32_t* leaves,
+ORVO_VECTOR_CLONES void filterRow(const Vec4* pixels, const float* filters, const std::uint32_t* leaves,
                                   const std::int32_t* turns, int width, PixelRGB<float>* upper, PixelRGB<float>* under)
 {
     for (int x = 0; x < width; ++x) {
         Vec4 result[kPhases];
-        filterPixel(pixels + x, bank.filtersOf(leaves[x]), static_cast<std::size_t>(turns[x]), result);
+        filterPixel(pixels + x, filters + std::size_t{leaves[x]} * kTaps * kPhases, static_cast<std::size_t>(turns[x]),
+                    result);
         upper[2 * x] = {result[0][0], result[0][1], result[0][2]};
         upper[2 * x + 1] = {result[1][0], result[1][1], result[1][2]};
         under[2 * x] = {result[2][0], result[2][1], result[2][2]};
@@ -309,8 +310,8 @@ ORVO_VECTOR_CLONES void filterRow(const Vec4* pixels, const FilterBank& bank, co
     }
 }
 
-void doubleTile(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank, int left, int top,
-                _ImageData<PixelRGB<float>>& target)
+void doubleTile(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank, const std::vector<float>& filters,
+                int left, int top, _ImageData<PixelRGB<float>>& target)
 {
     Tile tile;
     tile.width = std::min(kTileWidth, source.width() - left);
@@ -322,16 +323,18 @@ void doubleTile(const _ImageData<PixelRGB<float>>& source, const FilterBank& ban
     for (int y = 0; y < tile.height; ++y) {
         featuresOfRow(tile, y, features);
         leavesOfRow(bank, features, tile.width, leaves);
-        filterRow(tile.pixels + static_cast<std::ptrdiff_t>(y) * kStride, bank, leaves.data(), features.turn.data(),
-                  tile.width, target.row(2 * (top + y)) + 2 * left, target.row(2 * (top + y) + 1) + 2 * left);
+        filterRow(tile.pixels + static_cast<std::ptrdiff_t>(y) * kStride, filters.data(), leaves.data(),
+                  features.turn.data(), tile.width, target.row(2 * (top + y)) + 2 * left,
+                  target.row(2 * (top + y) + 1) + 2 * left);
     }
 }
 
 } // namespace
 
-bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank,
+bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank& bank, float sharpness,
                      _ImageData<PixelRGB<float>>& target, const RunControl& run)
 {
+    const std::vector<float> filters = bank.filtersFor(sharpness);
     const int across = (source.width() + kTileWidth - 1) / kTileWidth;
     const int down = (source.height() + kTileHeight - 1) / kTileHeight;
     std::atomic<bool> stopped = false;
@@ -340,7 +343,7 @@ bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank
             stopped.store(true, std::memory_order_relaxed);
             return;
         }
-        doubleTile(source, bank, index % across * kTileWidth, index / across * kTileHeight, target);
+        doubleTile(source, bank, filters, index % across * kTileWidth, index / across * kTileHeight, target);
     });
     return !stopped;
 }

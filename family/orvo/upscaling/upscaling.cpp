@@ -4,6 +4,7 @@
 #include "upscaling/network_upscaler.hpp"
 #include "upscaling/noise_level.hpp"
 #include "upscaling/noise_map.hpp"
+#include "upscaling/picture_sharpness.hpp"
 #include "upscaling/upscale_cache.hpp"
 
 #include <orvo/upscaling.hpp>
@@ -142,8 +143,15 @@ std::shared_ptr<Picture> smoothed(const Picture& image, int denoise, float measu
     return result;
 }
 
+// What the built-in filters are selected by.
+struct Quality
+{
+    float noise = 0.0f;
+    float sharpness = 0.0f;
+};
+
 // One pass; empty on cancel.
-std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::NetworkUpscaler* network,
+std::shared_ptr<Picture> enlarged(const Picture& source, const Quality& quality, details::NetworkUpscaler* network,
                                   const RunControl& run)
 {
     const int scale = network != nullptr ? network->scale() : kBuiltInScale;
@@ -151,8 +159,8 @@ std::shared_ptr<Picture> enlarged(const Picture& source, float noise, details::N
         std::make_shared<Picture>(_Size<int>(source.width() * scale, source.height() * scale), source.colorProfile());
     if (network != nullptr)
         return network->enlarge(source, *target, run) ? target : nullptr;
-    const auto& bank = details::FilterBanks::builtIn().forNoise(noise);
-    return details::doubleByFilters(source, bank, *target, run) ? target : nullptr;
+    const auto& bank = details::FilterBanks::builtIn().forNoise(quality.noise);
+    return details::doubleByFilters(source, bank, quality.sharpness, *target, run) ? target : nullptr;
 }
 
 // Steepens the edges of `result`, `total` times the size of `image` and made of `smooth`, which is the same picture or
@@ -179,17 +187,21 @@ std::shared_ptr<Picture> upscaled(const std::shared_ptr<const Picture>& image, c
     if (run.cancelled())
         return nullptr;
     // Measured before smoothing: the remaining noise is not white, and must not count as detail.
-    float noise = details::noiseLevel(*image);
+    Quality quality;
+    quality.noise = details::noiseLevel(*image);
+    if (!network)
+        quality.sharpness =
+            details::pictureSharpness(*image, quality.noise, details::FilterBanks::builtIn().sharpnessModel());
     if (settings.denoise > 0)
-        source = smoothed(*image, settings.denoise, noise);
+        source = smoothed(*image, settings.denoise, quality.noise);
     std::shared_ptr<const Picture> smooth = settings.crisp ? source : nullptr; // needed once more at the end
     std::shared_ptr<Picture> result;
     for (int pass = 0; pass < settings.passes; ++pass) {
-        result = enlarged(*source, noise, network.get(), run);
+        result = enlarged(*source, quality, network.get(), run);
         if (!result)
             return nullptr;
         source = result;
-        noise = 0.0f; // the enlarged picture is smooth
+        quality = {}; // the enlarged picture is smooth
     }
     source.reset();
     network.reset();

@@ -61,7 +61,9 @@ struct ORVO_EXPORT mlCacheInfo
 ///
 /// The built-in filters are learned from photographs and double the picture (scripts/train_upscaler/train.py describes
 /// the method). Filters learned with the measured noise of the picture are used, so noise with a deviation of 0.01 to
-/// 0.05 becomes weaker than with cubic interpolation, and other noise about equal. `crisp` steepens edges, not noise.
+/// 0.05 becomes weaker than with cubic interpolation, and other noise about equal. Two kinds of filters are mixed by
+/// how sharp the pixels of `image` are: those for pictures reduced by averaging also sharpen, which would make the
+/// stairs ring that reducing by interpolation leaves. `crisp` steepens edges, not noise.
 ///
 /// A network replaces them if the settings store (orvosettings()) names one:
 ///   "Upscale.model"    text; path of a super-resolution network in ONNX with 3 channels (red, green, blue) or 1 (luma,

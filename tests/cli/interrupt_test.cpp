@@ -77,16 +77,27 @@ TEST_F(Interrupt, ByTheSystem)
 TEST(InterruptOpaqueStep, EndsAtOnce)
 {
     const TemporaryFolder folder;
-    const auto series = names(writeFocusSeries(folder.path(), {.width = 1200, .height = 800, .frames = 6}));
+    writeFrame(folder / "in.jpg", {.width = 2400, .height = 1600});
     for (const int signal : {SIGINT, SIGTERM}) {
         const TemporaryFolder elsewhere;
-        std::vector<std::string> arguments{"stack", "-o", "out.tif", "--log", elsewhere / "log.txt"};
-        arguments.insert(arguments.end(), series.begin(), series.end());
-        const Finished run = interrupted(arguments, folder.path(), "stacking", {signal});
+        const Finished run = interrupted({"upscale", "in.jpg", "-o", "out.tif", "--log", elsewhere / "log.txt"},
+                                         folder.path(), "enlarging", {signal});
         EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
         // After the step the log would contain the end of the job.
-        EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo stack:")));
+        EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo upscale:")));
     }
+}
+
+TEST(InterruptStack, EndsAtTheNextFrame)
+{
+    const TemporaryFolder folder;
+    const auto series = names(writeFocusSeries(folder.path(), {.width = 900, .height = 600, .frames = 6}));
+    const TemporaryFolder elsewhere;
+    std::vector<std::string> arguments{"stack", "-o", "out.tif", "--log", elsewhere / "log.txt"};
+    arguments.insert(arguments.end(), series.begin(), series.end());
+    const Finished run = interrupted(arguments, folder.path(), "stacking", {SIGINT});
+    EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
+    EXPECT_THAT(fileText(elsewhere / "log.txt"), HasSubstr("orvo stack: cancelled"));
 }
 
 /// Interrupts orvo pano at several times after it printed `line`.

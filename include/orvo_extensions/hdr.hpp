@@ -29,6 +29,16 @@ enum class DeghostAmount : std::int32_t
     Highest = 4
 };
 
+/// What a change of exposure does to colours near white.
+enum class HighlightHue : std::int32_t
+{
+    /// Each channel follows the exposure curve by itself, so that bright colours shift towards yellow, cyan or magenta.
+    PerChannel = 0,
+    /// Colours keep their hue on their way to white. A single picture that is no raw file gets back the hue that its
+    /// partly clipped highlights lost, from the light around them (orvo_image_processing/highlight_hue.hpp).
+    Kept = 1
+};
+
 /// Kept in HDRSettings for the application; no operation here reads it.
 struct ORVO_EXPORT HDRSettingsLL
 {
@@ -91,6 +101,8 @@ struct ORVO_EXPORT HDRSettings
     HDRSettingsLL ll;
     /// Has an effect only with `alignment`.
     AlignmentQuality alignmentQuality = AlignmentQuality::Fast;
+    /// Has an effect only on ladders made from one to three frames.
+    HighlightHue highlightHue = HighlightHue::PerChannel;
 
     /// True if there is a cancel flag and it is set.
     [[nodiscard]] bool canceled() const;

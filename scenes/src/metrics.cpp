@@ -1,7 +1,10 @@
+#include "oklab.hpp"
 #include "windows.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
+#include <numbers>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -109,6 +112,38 @@ double wrongShare(const Picture& found, const Picture& truth, const _ImageData<f
         wrong += right(p.r, q.r) && right(p.g, q.g) && right(p.b, q.b) ? 0 : 1;
     }
     return counted == 0 ? 0.0 : static_cast<double>(wrong) / static_cast<double>(counted);
+}
+
+double hueError(const Picture& found, const Picture& truth, double leastChroma)
+{
+    checkSame("hueError", found.size(), truth.size());
+    std::vector<double> rows(static_cast<std::size_t>(found.height()));
+    forEachRow(found.height(), [&](int y) {
+        double worst = 0.0;
+        for (int x = 0; x < found.width(); ++x) {
+            const Oklab a = oklabOf(found.row(y)[x]);
+            const Oklab b = oklabOf(truth.row(y)[x]);
+            if (std::hypot(a.a, a.b) < leastChroma || std::hypot(b.a, b.b) < leastChroma)
+                continue;
+            // The angle between the two, without a jump at half a turn.
+            const double turn = std::atan2(a.a * b.b - a.b * b.a, a.a * b.a + a.b * b.b);
+            worst = std::max(worst, std::abs(turn) * 180.0 / std::numbers::pi);
+        }
+        rows[static_cast<std::size_t>(y)] = worst;
+    });
+    return *std::max_element(rows.begin(), rows.end());
+}
+
+std::shared_ptr<_ImageData<float>> chromaOf(const Picture& picture)
+{
+    auto chroma = std::make_shared<_ImageData<float>>(picture.size(), nullptr);
+    forEachRow(picture.height(), [&](int y) {
+        for (int x = 0; x < picture.width(); ++x) {
+            const Oklab colour = oklabOf(picture.row(y)[x]);
+            chroma->row(y)[x] = static_cast<float>(std::hypot(colour.a, colour.b));
+        }
+    });
+    return chroma;
 }
 
 } // namespace orvo::scenes

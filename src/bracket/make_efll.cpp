@@ -18,7 +18,6 @@
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_image_processing/debug_drawer.hpp>
-#include <orvo_image_processing/exposure_curve.hpp>
 #include <orvo_io/settings.hpp>
 #include <orvo_logger/logstream.hpp>
 
@@ -108,35 +107,35 @@ void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
 struct BlendStart
 {
     std::shared_ptr<Picture> pixels;
-    ExposureCurve pending = curveOfShift(0.0f); // none
+    RungCurve pending; // the identity if nothing has to be applied
 };
 
 // The last rung as the start of the blend: its own pixels, if they have the first rung's size and are used again by no
 // rung, or only by the rung below, which is blended first and reads them just before they change. Otherwise a copy. A
 // larger rung is read as if it had the first one's size.
-BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, bool chromatic)
+BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, const HDRSettings& settings)
 {
     const std::size_t n = ladder.size();
     const _Size<int> size = ladder[0].image->size();
     HDRFrame& last = ladder[n - 1];
     const bool isPair = last.image == ladder[n - 2].image && last.image.use_count() == 2;
     if (!shifts.empty() && isPair && last.image->size() == size && !hasRawMark(last))
-        return {std::move(last.image), curveOfShift(shifts[n - 1])};
+        return {std::move(last.image), curveOfShift(shifts[n - 1], settings)};
     if (!shifts.empty())
-        shiftRung(last, shifts[n - 1], chromatic);
+        shiftRung(last, shifts[n - 1], settings);
     if (last.image.use_count() == 1 && last.image->size() == size)
-        return {std::move(last.image)};
+        return {std::move(last.image), curveOfShift(0.0f, settings)};
     auto start = std::make_shared<Picture>(size, last.image->colorProfile());
     const std::size_t rowPixels = static_cast<std::size_t>(size.width);
     forEachRow(size.height, [&](int y) {
         std::memcpy(start->row(y), last.image->data() + static_cast<std::size_t>(y) * rowPixels,
                     rowPixels * sizeof(PixelRGB<float>));
     });
-    return {std::move(start)};
+    return {std::move(start), curveOfShift(0.0f, settings)};
 }
 
 // `pending` is applied to the result's pixels before the rung is mixed in.
-void blendIn(Picture& result, const ExposureCurve& pending, RungPixels& rung,
+void blendIn(Picture& result, const RungCurve& pending, RungPixels& rung,
              const std::vector<float, ManagedAllocator<float>>& mask)
 {
     if (!pending.isIdentity())
@@ -147,7 +146,7 @@ void blendIn(Picture& result, const ExposureCurve& pending, RungPixels& rung,
         const int bottom = std::min(top + rung.bandRows(), height);
         const PixelRGB<float>* const source = rung.rows(top, bottom);
         PixelRGB<float>* const target = result.row(top);
-        pending.applyInPlace(&target->r, static_cast<std::size_t>(bottom - top) * width * 3);
+        pending.applyInPlace(target, static_cast<std::size_t>(bottom - top) * width);
         const float* const weights = mask.data() + static_cast<std::size_t>(top) * width;
         forEachRange(static_cast<std::size_t>(bottom - top) * width, [&](std::size_t first, std::size_t last) {
             for (std::size_t p = first; p < last; ++p) {
@@ -162,11 +161,11 @@ void blendIn(Picture& result, const ExposureCurve& pending, RungPixels& rung,
 
 // The pixels of a rung that is not yet at its exposure. Developed pictures are shifted to it as they are read; raw ones
 // are developed as a whole.
-RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, bool chromatic)
+RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, const HDRSettings& settings)
 {
     if (!hasRawMark(rung))
-        return {rung.image->data(), size.width, size.height, curveOfShift(shift)};
-    shiftRung(rung, shift, chromatic);
+        return {rung.image->data(), size.width, size.height, curveOfShift(shift, settings)};
+    shiftRung(rung, shift, settings);
     return {rung.image->data(), size.width, size.height};
 }
 
@@ -174,20 +173,20 @@ RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, bool chromatic
 // With `shifts` the rungs are shifted to their exposure only here, so that no separate rung is kept in addition to the
 // frames.
 std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, float maskScale,
-                                     bool chromatic, const RunControl& run, Phases& phases)
+                                     const HDRSettings& settings, const RunControl& run, Phases& phases)
 {
     const std::size_t n = ladder.size();
     const _Size<int> size = ladder[0].image->size();
-    BlendStart start = startOfBlend(ladder, shifts, chromatic);
+    BlendStart start = startOfBlend(ladder, shifts, settings);
     std::shared_ptr<Picture> result = std::move(start.pixels);
     for (std::size_t i = n - 1; i-- > 0;) {
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
         {
             RungPixels pixels = shifts.empty() ? RungPixels(ladder[i].image->data(), size.width, size.height)
-                                               : pixelsOf(ladder[i], shifts[i], size, chromatic);
+                                               : pixelsOf(ladder[i], shifts[i], size, settings);
             const auto mask = computeMask(pixels, weight);
             blendIn(*result, start.pending, pixels, mask);
-            start.pending = curveOfShift(0.0f);
+            start.pending = curveOfShift(0.0f, settings);
         }
         if (i == 0)
             result->setColorProfile(ladder[0].image->colorProfile());
@@ -200,10 +199,11 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::v
 }
 
 // Shifts the rungs to their exposure; false if cancelled.
-bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, bool chromatic, const RunControl& run)
+bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, const HDRSettings& settings,
+              const RunControl& run)
 {
     for (std::size_t i = 0; i < shifts.size(); ++i) {
-        shiftRung(ladder[i], shifts[i], chromatic);
+        shiftRung(ladder[i], shifts[i], settings);
         if (run.cancelled())
             return false;
     }
@@ -211,13 +211,13 @@ bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, b
 }
 
 // Shifts a single frame back to the exposure that it had in the middle of its ladder.
-void restoreExposure(const Picture& middleRung, Picture& result)
+void restoreExposure(const Picture& middleRung, Picture& result, HighlightHue hue)
 {
     auto_exposure_data_t data;
     autoExposureEstimateRGB(middleRung.data(), result.data(), result.width(), result.height(), data, kAllChannels);
     grfx::cout << "Auto exposure: expV " << data.expV << " expM " << data.expM << " expR " << data.expR << " contr "
                << data.contr << "\n";
-    applyExposureInPlace(&result.data()->r, result.pixelCount() * 3, data.expV, data.expR, data.expM);
+    RungCurve({data.expV, data.expR, data.expM}, hue).applyInPlace(result.data(), result.pixelCount());
 }
 
 std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings)
@@ -335,7 +335,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     dropPixelsExcept(frames, mid);
     // Only steps that read several rungs at once need all of them at their exposure before the blend.
     if (settings.ghostReduction || (alignsLate && settings.alignment)) {
-        if (!shiftAll(ladder, shifts, settings.chromaticAberrations, run))
+        if (!shiftAll(ladder, shifts, settings, run))
             return stopped();
         shifts.clear();
     }
@@ -357,13 +357,13 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
 
     // Only a single frame's exposure is measured on its middle rung; keeping it in other cases would cost a picture.
     const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
-    auto result = blendLadder(ladder, shifts, maskScale, settings.chromaticAberrations, run, phases);
+    auto result = blendLadder(ladder, shifts, maskScale, settings, run, phases);
     if (!result)
         return stopped();
     phases.allBlended();
     normalize_for_hdr(result->data(), result->width(), result->height());
     if (single)
-        restoreExposure(*middleRung, *result);
+        restoreExposure(*middleRung, *result, settings.highlightHue);
     else
         phases.normalized();
     return finish(frames[mid], std::move(result), paths, settings);

@@ -4,7 +4,7 @@
 #include <orvo/raw_development.hpp>
 #include <orvo_common/console_trace.hpp>
 #include <orvo_common/run_control.hpp>
-#include <orvo_image_processing/exposure_curve.hpp>
+#include <orvo_image_processing/highlight_hue.hpp>
 
 #include <algorithm>
 #include <bit>
@@ -102,6 +102,17 @@ std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromat
     return ladder;
 }
 
+// Replaces the pixels that all rungs still share; the frame keeps its own.
+void recoverHighlights(PlannedLadder& plan)
+{
+    const HDRFrame& any = plan.rungs.front();
+    const auto recovered = any.image->copy({});
+    recoverHighlightHue(recovered->data(), recovered->width(), recovered->height(),
+                        any.metadata ? any.metadata->fileProfile : nullptr);
+    for (HDRFrame& rung : plan.rungs)
+        rung.image = recovered;
+}
+
 } // namespace
 
 PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings)
@@ -124,16 +135,19 @@ PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& 
     return ladder;
 }
 
-ExposureCurve curveOfShift(float shift) { return {shift * 0.1f + 1.0f, kRollOffStart, kRollOffPivot}; }
+RungCurve curveOfShift(float shift, const HDRSettings& settings)
+{
+    return {{shift * 0.1f + 1.0f, kRollOffStart, kRollOffPivot}, settings.highlightHue};
+}
 
-void shiftRung(HDRFrame& rung, float shift, bool chromatic)
+void shiftRung(HDRFrame& rung, float shift, const HDRSettings& settings)
 {
     if (rung.image.use_count() > 1)
         rung.image = rung.image->copy({});
     if (hasRawMark(rung))
-        develop_for_hdr(rung.image, rung.metadata, rung.rawMetadata, shift, chromatic);
+        develop_for_hdr(rung.image, rung.metadata, rung.rawMetadata, shift, settings.chromaticAberrations);
     else
-        curveOfShift(shift).applyInPlace(&rung.image->data()->r, rung.image->pixelCount() * 3);
+        curveOfShift(shift, settings).applyInPlace(rung.image->data(), rung.image->pixelCount());
 }
 
 std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,
@@ -145,8 +159,10 @@ std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& fra
 
     const RunControl run([&settings] { return settings.canceled(); });
     PlannedLadder plan = planRungs(frames, settings);
+    if (frames.size() == 1 && settings.highlightHue == HighlightHue::Kept && !hasRawMark(frames[0]))
+        recoverHighlights(plan);
     for (std::size_t i = 0; i < plan.rungs.size(); ++i) {
-        shiftRung(plan.rungs[i], plan.shifts[i], settings.chromaticAberrations);
+        shiftRung(plan.rungs[i], plan.shifts[i], settings);
         if (run.cancelled())
             return {std::vector<HDRFrame>(), 0};
     }

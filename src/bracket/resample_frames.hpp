@@ -2,9 +2,9 @@
 #pragma once
 
 #include "bracket/frames.hpp"
+#include "bracket/rung_pixels.hpp"
 
 #include <orvo_extensions/hdr.hpp>
-#include <orvo_image_processing/exposure_curve.hpp>
 
 #include <tuple>
 #include <vector>
@@ -27,15 +27,15 @@ struct PlannedLadder
 [[nodiscard]] PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings);
 
 /// The curve that shifts a developed picture by `shift` EV.
-[[nodiscard]] ExposureCurve curveOfShift(float shift);
+[[nodiscard]] RungCurve curveOfShift(float shift, const HDRSettings& settings);
 
 /// Shifts a planned rung to its exposure: in a copy of its pixels, or in place if they are not shared.
-void shiftRung(HDRFrame& rung, float shift, bool chromatic);
+void shiftRung(HDRFrame& rung, float shift, const HDRSettings& settings);
 
 /// `frames` are sorted by rising ev. One to three frames give a ladder of 4 to 7 rungs between the ends of the bracket,
 /// each filled from the nearest frame shifted to the rung's exposure: raw frames by development, others by the exposure
-/// curve. Four or more frames are used as the ladder: raw ones are developed in place, and the entries share their
-/// pixels.
+/// curve; a single one of these may first get the hue of its highlights back (HDRSettings::highlightHue). Four or more
+/// frames are used as the ladder: raw ones are developed in place, and the entries share their pixels.
 ///
 /// Result: the ladder, and the rung that represents the ghost reference, -1 if there is none. A cancelled run returns
 /// an empty ladder and 0. `unused` is not written. Exposure values that are not usable (not finite) throw

@@ -11,15 +11,23 @@ namespace {
 // A few megabytes of a large picture: enough work for all threads, small compared with a picture.
 constexpr int kBandRows = 128;
 
-const ExposureCurve kAsItIs(1.0f, 0.9f, 0.5f);
+const RungCurve kAsItIs({1.0f, 0.9f, 0.5f}, HighlightHue::PerChannel);
 
 } // namespace
+
+void RungCurve::applyInPlace(PixelRGB<float>* pixels, std::size_t count) const
+{
+    if (hue == HighlightHue::Kept)
+        curve.applyToPixels(pixels, count);
+    else
+        curve.applyInPlace(&pixels->r, count * 3);
+}
 
 RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height)
     : RungPixels(pixels, width, height, kAsItIs)
 {}
 
-RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height, const ExposureCurve& curve)
+RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height, const RungCurve& curve)
     : source(pixels), columns(width), lines(height), exposure(curve)
 {}
 
@@ -41,7 +49,7 @@ const PixelRGB<float>* RungPixels::rows(int first, int end)
         const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(y) * columns;
         std::memcpy(made + offset, requested + offset, rowPixels * sizeof(PixelRGB<float>));
     });
-    exposure.applyInPlace(&made->r, static_cast<std::size_t>(end - first) * rowPixels * 3);
+    exposure.applyInPlace(made, static_cast<std::size_t>(end - first) * rowPixels);
     return made;
 }
 

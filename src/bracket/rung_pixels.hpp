@@ -3,11 +3,26 @@
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/pixel.hpp>
+#include <orvo_extensions/hdr.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
 
 #include <memory>
 
 namespace orvo {
+
+/// The exposure curve of a rung, and how it treats colours near white.
+class RungCurve
+{
+public:
+    RungCurve(const ExposureCurve& exposure, HighlightHue highlightHue) : curve(exposure), hue(highlightHue) {}
+
+    [[nodiscard]] bool isIdentity() const { return curve.isIdentity(); }
+    void applyInPlace(PixelRGB<float>* pixels, std::size_t count) const;
+
+private:
+    ExposureCurve curve;
+    HighlightHue hue;
+};
 
 /// A picture seen through an exposure curve. A pass from top to bottom requests a band of rows at a time, so that no
 /// second picture is kept for a curve that is quick to apply again. Refers to the pixels, which must outlive it. One
@@ -17,7 +32,7 @@ class RungPixels
 public:
     /// The pixels as they are.
     RungPixels(const PixelRGB<float>* pixels, int width, int height);
-    RungPixels(const PixelRGB<float>* pixels, int width, int height, const ExposureCurve& curve);
+    RungPixels(const PixelRGB<float>* pixels, int width, int height, const RungCurve& curve);
 
     /// From now on rows() returns copies even if the curve changes nothing, so that the reader may write the picture.
     void keepApart() { apart = true; }
@@ -38,7 +53,7 @@ private:
     const PixelRGB<float>* source;
     int columns;
     int lines;
-    ExposureCurve exposure;
+    RungCurve exposure;
     bool apart = false;
     std::unique_ptr<ManagedPlane<PixelRGB<float>>> band;
     int bandCapacity = 0; // rows

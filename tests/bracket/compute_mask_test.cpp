@@ -201,7 +201,7 @@ TEST(ComputeMask, OfPixelsMadeAsTheyAreNeededIsThatOfAShiftedCopy)
             const auto picture = textured(size.width, size.height);
             const auto shifted = picture->copy({});
             curve.applyInPlace(&shifted->data()->r, shifted->pixelCount() * 3);
-            RungPixels pixels(picture->data(), size.width, size.height, curve);
+            RungPixels pixels(picture->data(), size.width, size.height, {curve, HighlightHue::PerChannel});
             EXPECT_TRUE(computeMask(pixels, 0.4f) == computeMask(shifted->data(), size.width, size.height, 0.4f))
                 << size.width << "x" << size.height << " by " << a;
         }
@@ -212,7 +212,7 @@ TEST(RungPixels, GivesAnyRowsAsTheCurveShowsThem)
     const ExposureCurve curve(1.1f, 0.9f, 0.5f);
     const auto picture = textured(37, 50);
     const auto untouched = picture->copy({});
-    RungPixels pixels(picture->data(), 37, 50, curve);
+    RungPixels pixels(picture->data(), 37, 50, {curve, HighlightHue::PerChannel});
     for (const auto& [first, end] : {std::pair{10, 12}, {0, 50}, {49, 50}, {3, 20}}) {
         const PixelRGB<float>* const rows = pixels.rows(first, end);
         const PixelRGB<float>* const source = untouched->row(first);

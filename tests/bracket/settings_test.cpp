@@ -74,6 +74,7 @@ TEST(BracketSettings, Defaults)
     EXPECT_EQ(adjust.referenceIndex, 0);
     EXPECT_EQ(adjust.quality, AlignmentQuality::Fast);
     EXPECT_EQ(HDRSettings().alignmentQuality, AlignmentQuality::Fast);
+    EXPECT_EQ(HDRSettings().highlightHue, HighlightHue::PerChannel);
     const BracketSettings::GhostReduction ghosts;
     EXPECT_TRUE(ghosts.enabled);
     EXPECT_EQ(ghosts.referenceIndex, 0);

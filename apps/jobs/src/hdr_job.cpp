@@ -49,6 +49,7 @@ HDRSettings mergeSettings(const HdrJobRequest& request, const std::vector<Bracke
     HDRSettings settings;
     settings.alignment = request.align;
     settings.alignmentQuality = request.fast ? AlignmentQuality::Fast : AlignmentQuality::Fine;
+    settings.highlightHue = HighlightHue::Kept;
     settings.ghostReduction = request.deghost.has_value();
     settings.deghostAmount = request.deghost.value_or(DeghostAmount::Lowest);
     settings.ghostRefImageIdx = ghostReference(request, frames);

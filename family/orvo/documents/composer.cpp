@@ -196,7 +196,7 @@ void Composer::generateDataForExport(const _Size<int>& size, const std::function
             constexpr float kRollOff = 0.9f;
             constexpr float kPivot = 0.5f;
             ExposureCurve(1.0f + exposure / 10.0f, kRollOff, kPivot)
-                .applyInPlace(&rendered->data()->r, rendered->pixelCount() * 3);
+                .applyToPixels(rendered->data(), rendered->pixelCount());
         }
         if (!canceled(cancel)) {
             data.context = {rendered->size(), {0, 0, rendered->width(), rendered->height()}};

@@ -27,9 +27,11 @@ constexpr float kShoulder = 0.7f;
 constexpr float kClipStart = 0.7f;
 
 // Green levels, as a share of the same range, between which a bright magenta changes from the colour of a lamp to the
-// rim of a clipped area.
+// rim of a clipped area; and the share of the range from which red or blue must come out of a clipped area: below it a
+// magenta glow keeps its hue.
 constexpr float kRimStart = 0.35f;
 constexpr float kRimEnd = 0.7f;
+constexpr float kRimClipped = 0.9f;
 
 // EV that a fully clipped tone gets beyond the sensor's value: the light there was at least full scale, and on average
 // considerably more.
@@ -120,7 +122,7 @@ private:
         // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta indicates it.
         const float missing = std::min(r, b) - pixel.g;
         if (missing > 0.0f)
-            pixel.g += missing * smoothStep(clipStart, clipEnd, std::max(r, b)) *
+            pixel.g += missing * smoothStep(kRimClipped * clipEnd, clipEnd, std::max(r, b)) *
                        smoothStep(kRimStart * clipEnd, kRimEnd * clipEnd, pixel.g);
         const float g = std::max(pixel.g, 0.0f);
         const float sum = r + g + b;

@@ -1,3 +1,4 @@
+#include "pale_highlights.hpp"
 #include "scene_agreement.hpp"
 #include "tone_map_fit.hpp"
 
@@ -46,19 +47,9 @@ void fillTable(float* table, const ToneCurveMap& map)
 constexpr float kMeetFrom = 0.97f;
 constexpr float kMeetAt = 1.0f;
 
-// A clipped channel lost its range above white, so a darker exposure would produce ratios to the others that never
-// existed: a pale window turns pink. The paler the pixel (by its darkest channel), the more a clipped channel is pulled
-// towards the darkest. Smooth in both, since a step would show as a ring.
-constexpr float kClippedFrom = 0.98f;
-constexpr float kPaleFrom = 0.85f;
-constexpr float kPaleAt = 0.97f;
-
-ORVO_INLINE float smoothStep(float v, float from, float to)
-{
-    const float reach = (v - from) / (to - from);
-    const float t = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
-    return t * t * (3.0f - 2.0f * t);
-}
+// Distances below the strongest channel up to which a channel goes with it, and from which it is on its own.
+constexpr float kBesideUntil = 0.015f;
+constexpr float kApartFrom = 0.05f;
 
 /// `tables`: one for each channel, one after another. `clippedTone`: the lower limit of white.
 ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables,
@@ -71,6 +62,7 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
         float darkest = kLargestRoot;
         float least = kLargestRoot;
         float brightest = clippedTone;
+        float strongest = 0.0f;
         for (std::size_t c = 0; c < 3; ++c) {
             const float v = p[c];
             const float root = std::sqrt(v > 0.0f ? v : 0.0f);
@@ -79,15 +71,19 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
             const int index = static_cast<int>(whole);
             const float low = channel[c][index];
             out[c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
+            strongest = v > strongest ? v : strongest;
             darkest = v < darkest ? v : darkest;
             least = out[c] < least ? out[c] : least;
             brightest = out[c] > brightest ? out[c] : brightest;
         }
         const float reach = (darkest - kMeetFrom) / (kMeetAt - kMeetFrom);
         const float meet = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
-        const float pale = smoothStep(darkest, kPaleFrom, kPaleAt);
+        // Two channels near the limit go together: otherwise the more clipped one would fall below the other, and a
+        // pale cyan would turn blue. Channels further below it are measured and stay.
+        const float pale = detail::paleShare(darkest) * detail::clippedShare(strongest);
         for (std::size_t c = 0; c < 3; ++c) {
-            const float even = out[c] + (least - out[c]) * pale * smoothStep(p[c], kClippedFrom, kMeetAt);
+            const float beside = 1.0f - detail::smoothStep(strongest - p[c], kBesideUntil, kApartFrom);
+            const float even = out[c] + (least - out[c]) * pale * beside;
             p[c] = even + (brightest - even) * meet;
         }
     }

@@ -1,4 +1,5 @@
 #include "encoded_gain.hpp"
+#include "pale_highlights.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
@@ -26,6 +27,9 @@ constexpr float kWhiteKept = 0.4f;
 constexpr float kEvLimit = 20.0f;
 // EV of one unit of the parameter a.
 constexpr float kEvPerUnit = 10.0f;
+
+// Pixels that are either all left unbent or all treated as pixels: a few cache lines.
+constexpr std::size_t kBlockPixels = 64;
 
 constexpr float kInputLimit = 1e6f;           // keeps the arithmetic finite
 constexpr float kParameterLimit = 4.0f;       // encoded; far above any tone of a picture
@@ -74,6 +78,141 @@ ORVO_VECTOR_CLONES void darkenRange(float* samples, std::size_t count, const Con
     const Constants c = constants;
     for (std::size_t i = 0; i < count; ++i)
         samples[i] = darker(samples[i], c);
+}
+
+ORVO_INLINE float limited(float value)
+{
+    const float positive = value > 0.0f ? value : 0.0f; // also for NaN
+    return positive < kInputLimit ? positive : kInputLimit;
+}
+
+/// A second gain, without another power: exact on both pieces of the transfer curve, and where a value crosses between
+/// them, so dark that it does not matter, the lower one.
+ORVO_INLINE float lowered(float v, float gain, float encodedGain)
+{
+    const float straight = encodedGain * (v + detail::kOffset) - detail::kOffset;
+    const float toe = v * gain;
+    return straight > toe ? straight : toe;
+}
+
+ORVO_INLINE float raised(float v, float gain, float encodedGain)
+{
+    const float straight = encodedGain * (v + detail::kOffset) - detail::kOffset;
+    const float toe = v * gain;
+    return straight < toe ? straight : toe;
+}
+
+/// A block of pixels by channel, so that the loops over it vectorise. Pixels that are missing at its end are black.
+struct Block
+{
+    float channels[3][kBlockPixels];
+    float strongest[kBlockPixels];
+    float weakest[kBlockPixels];
+    float plain[kBlockPixels];       // of the strongest channel, after the plain gain
+    float level[kBlockPixels];       // of the strongest channel, after the curve
+    float encodedGain[kBlockPixels]; // by which it departs from the plain gain, for the power piece of the curve
+    float gain[kBlockPixels];        // the same in linear light
+    float white[kBlockPixels];       // share of the way to white
+};
+
+ORVO_INLINE void readBlock(Block& block, const float* samples, std::size_t pixels)
+{
+    for (std::size_t c = 0; c < 3; ++c)
+        for (std::size_t i = 0; i < kBlockPixels; ++i)
+            block.channels[c][i] = i < pixels ? samples[3 * i + c] : 0.0f;
+    for (std::size_t i = 0; i < kBlockPixels; ++i) {
+        const float r = block.channels[0][i];
+        const float g = block.channels[1][i];
+        const float b = block.channels[2][i];
+        const float rg = r > g ? r : g;
+        const float lower = r < g ? r : g;
+        block.strongest[i] = limited(rg > b ? rg : b);
+        block.weakest[i] = lower < b ? lower : b;
+    }
+}
+
+ORVO_INLINE void writeBlock(float* samples, const Block& block, std::size_t pixels)
+{
+    for (std::size_t i = 0; i < pixels; ++i)
+        for (std::size_t c = 0; c < 3; ++c)
+            samples[3 * i + c] = block.channels[c][i];
+}
+
+/// Of up to three times kBlockPixels samples. In lanes, since the compiler keeps the order of a plain maximum.
+ORVO_VECTOR_CLONES float largestOf(const float* samples, std::size_t count)
+{
+    constexpr std::size_t kLanes = 16;
+    float lanes[kLanes] = {};
+    std::size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes)
+        for (std::size_t lane = 0; lane < kLanes; ++lane)
+            lanes[lane] = samples[i + lane] > lanes[lane] ? samples[i + lane] : lanes[lane];
+    float largest = 0.0f;
+    for (; i < count; ++i)
+        largest = samples[i] > largest ? samples[i] : largest;
+    for (const float lane : lanes)
+        largest = lane > largest ? lane : largest;
+    return largest;
+}
+
+/// The curve bends the strongest channel; the gain in linear light by which it departs from the plain gain goes to the
+/// others too. As an encoded gain it is a ratio, since both tones are on the power piece of the transfer curve.
+ORVO_VECTOR_CLONES void brightenBlock(float* samples, std::size_t pixels, const Constants& constants)
+{
+    const Constants c = constants;
+    Block block;
+    readBlock(block, samples, pixels);
+    for (std::size_t i = 0; i < kBlockPixels; ++i) {
+        const float plain = plainBrighter(block.strongest[i], c.gain, c.encodedGain);
+        block.level[i] = brighter(block.strongest[i], c);
+        block.encodedGain[i] = (block.level[i] + detail::kOffset) / (plain + detail::kOffset);
+        block.gain[i] = detail::fastPower(block.encodedGain[i], kGamma);
+        const float taken = 1.0f - block.gain[i];
+        block.white[i] = taken * taken * taken;
+        block.plain[i] = plain;
+    }
+    for (auto& channel : block.channels)
+        for (std::size_t i = 0; i < kBlockPixels; ++i) {
+            const float v = channel[i];
+            const float plain = plainBrighter(limited(v), c.gain, c.encodedGain);
+            const float own = lowered(plain, block.gain[i], block.encodedGain[i]);
+            const float bent = own + (block.level[i] - own) * block.white[i];
+            const float result = v < block.strongest[i] ? bent : block.level[i];
+            const float signedResult = v < 0.0f ? v * c.gain : result;
+            const float unbent = brighter(v, c);
+            channel[i] = block.plain[i] > c.knee ? signedResult : unbent;
+        }
+    writeBlock(samples, block, pixels);
+}
+
+ORVO_VECTOR_CLONES void darkenBlock(float* samples, std::size_t pixels, const Constants& constants)
+{
+    const Constants c = constants;
+    Block block;
+    readBlock(block, samples, pixels);
+    for (std::size_t i = 0; i < kBlockPixels; ++i) {
+        const float strongest = block.strongest[i];
+        const float plain = plainDarker(strongest, c.gain, c.encodedGain);
+        // Above white the tangent would raise a colour far beyond its exposure.
+        const float lifted = plain + c.lift;
+        const float onCurve = darker(strongest, c);
+        block.level[i] = strongest < 1.0f ? onCurve : lifted;
+        block.encodedGain[i] = (block.level[i] + detail::kOffset) / (plain + detail::kOffset);
+        block.gain[i] = detail::fastPower(block.encodedGain[i], kGamma);
+        block.white[i] = detail::paleShare(block.weakest[i]) * detail::clippedShare(strongest);
+    }
+    for (auto& channel : block.channels)
+        for (std::size_t i = 0; i < kBlockPixels; ++i) {
+            const float v = channel[i];
+            const float plain = plainDarker(limited(v), c.gain, c.encodedGain);
+            const float own = raised(plain, block.gain[i], block.encodedGain[i]);
+            const float bent = own + (block.level[i] - own) * block.white[i];
+            const float result = v < block.strongest[i] ? bent : block.level[i];
+            const float signedResult = v < 0.0f ? v * c.gain : result;
+            const float unbent = darker(v, c);
+            channel[i] = block.strongest[i] > c.knee ? signedResult : unbent;
+        }
+    writeBlock(samples, block, pixels);
 }
 
 float sane(float value, float neutral, float low, float high)
@@ -128,6 +267,27 @@ void ExposureCurve::applyInPlace(float* samples, std::size_t count) const
     else
         forEachRange(count,
                      [&](std::size_t first, std::size_t last) { apply(samples + first, last - first, constants); });
+}
+
+void ExposureCurve::applyToPixels(PixelRGB<float>* pixels, std::size_t count) const
+{
+    if (identity || count == 0)
+        return;
+    const Constants constants{gain, encodedGain, knee, bend, lift};
+    const auto applyBlock = [&](float* samples, std::size_t blockPixels) {
+        const float largest = limited(largestOf(samples, blockPixels * 3));
+        if (brightens) {
+            const bool bends = plainBrighter(largest, gain, encodedGain) > knee;
+            bends ? brightenBlock(samples, blockPixels, constants) : brightenRange(samples, blockPixels * 3, constants);
+        } else {
+            const bool bends = largest > knee;
+            bends ? darkenBlock(samples, blockPixels, constants) : darkenRange(samples, blockPixels * 3, constants);
+        }
+    };
+    forEachRange(count, [&](std::size_t first, std::size_t last) {
+        for (std::size_t p = first; p < last; p += kBlockPixels)
+            applyBlock(&pixels[p].r, std::min(kBlockPixels, last - p));
+    });
 }
 
 float apply_exposure(float value, float a, float b, float c) { return ExposureCurve(a, b, c)(value); }

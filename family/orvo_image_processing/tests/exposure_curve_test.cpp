@@ -9,6 +9,7 @@
 #include <limits>
 
 using orvo::apply_exposure;
+using orvo::PixelRGB;
 
 namespace {
 
@@ -192,4 +193,104 @@ TEST(ExposureCurve, ManySamplesAtOnceGiveTheSameBits)
         });
     }
     orvo::applyExposureInPlace(nullptr, 0, 1.2f, kStart, kPivot);
+}
+
+TEST(ExposureCurve, PixelsThatAreGrayOrNotBentAreBitEqual)
+{
+    for (const float ev : kSteps) {
+        const orvo::ExposureCurve curve(1.0f + 0.1f * ev, kStart, kPivot);
+        std::vector<PixelRGB<float>> pixels;
+        for (int i = 0; i <= 1000; ++i) {
+            const float gray = static_cast<float>(i) * 0.001f;
+            pixels.push_back({gray, gray, gray});
+            const float dim = 0.2f * gray; // below the roll-off up to +3 EV
+            pixels.push_back({dim, 0.3f * dim, 0.9f * dim});
+        }
+        const auto before = pixels;
+        curve.applyToPixels(pixels.data(), pixels.size());
+        for (std::size_t i = 0; i < pixels.size(); ++i) {
+            if (ev > 3.0f && i % 2 == 1)
+                continue;
+            ASSERT_EQ(pixels[i].r, curve(before[i].r)) << i << " by " << ev;
+            ASSERT_EQ(pixels[i].g, curve(before[i].g)) << i << " by " << ev;
+            ASSERT_EQ(pixels[i].b, curve(before[i].b)) << i << " by " << ev;
+        }
+    }
+}
+
+TEST(ExposureCurve, PixelsKeepTheOrderAndThePlaceOfTheirChannels)
+{
+    for (const float ev : kSteps) {
+        const orvo::ExposureCurve curve(1.0f + 0.1f * ev, kStart, kPivot);
+        PixelRGB<float> pixel{0.98f, 0.8f, 0.5f};
+        const auto place = [](const PixelRGB<float>& p) {
+            const auto light = [](float v) { return decode(static_cast<double>(v)); };
+            return (light(p.g) - light(p.b)) / (light(p.r) - light(p.b));
+        };
+        const double before = place(pixel);
+        const float bent = curve(pixel.r);
+        curve.applyToPixels(&pixel, 1);
+        EXPECT_EQ(pixel.r, bent) << "the strongest follows the curve";
+        EXPECT_GT(pixel.r, pixel.g);
+        EXPECT_GT(pixel.g, pixel.b);
+        // Exact when darkening; on the way to white the encoded values converge, which moves it slightly.
+        EXPECT_NEAR(place(pixel), before, ev < 0.0f ? 1e-3 : 0.08) << ev;
+    }
+}
+
+// Sweeps a colour through the knee and through white: no step in any channel.
+TEST(ExposureCurve, PixelsChangeSmoothly)
+{
+    constexpr float kStep = 1e-4f;
+    for (const float ev : {-2.0f, -1.0f, 1.0f, 2.0f}) {
+        const orvo::ExposureCurve curve(1.0f + 0.1f * ev, kStart, kPivot);
+        const auto at = [&](float v) {
+            PixelRGB<float> pixel{v, v - 0.04f, 0.9f * v};
+            curve.applyToPixels(&pixel, 1);
+            return pixel;
+        };
+        for (float v = 0.8f; v < 1.1f; v += kStep) {
+            const PixelRGB<float> a = at(v);
+            const PixelRGB<float> b = at(v + kStep);
+            constexpr float kSteepest = 40.0f; // of pale pixels between nearly and fully clipped
+            ASSERT_NEAR(a.r, b.r, kSteepest * kStep) << v << " by " << ev;
+            ASSERT_NEAR(a.g, b.g, kSteepest * kStep) << v << " by " << ev;
+            ASSERT_NEAR(a.b, b.b, kSteepest * kStep) << v << " by " << ev;
+        }
+    }
+}
+
+TEST(ExposureCurve, APaleClippedPixelDarkensToNeutral)
+{
+    PixelRGB<float> window{1.0f, 0.97f, 1.0f};
+    PixelRGB<float> lamp{1.0f, 0.5f, 0.2f};
+    const orvo::ExposureCurve curve(0.8f, kStart, kPivot);
+    curve.applyToPixels(&window, 1);
+    curve.applyToPixels(&lamp, 1);
+    EXPECT_NEAR(window.g, window.r, 1e-3f);
+    EXPECT_LT(lamp.g, 0.6f * lamp.r);
+}
+
+TEST(ExposureCurve, PixelsAreTheSameForAnyThreadsAndBlocks)
+{
+    for (const float ev : {-3.0f, 1.3f, 5.0f}) {
+        std::vector<float> samples = planes::noise(3 * 100003, 5);
+        samples[17] = -0.2f;
+        samples[18] = 3.0f;
+        samples[19] = std::nanf("");
+        auto pixels = planes::asPixels(samples);
+        const orvo::ExposureCurve curve(1.0f + 0.1f * ev, kStart, kPivot);
+        auto single = pixels;
+        for (auto& pixel : single)
+            curve.applyToPixels(&pixel, 1);
+        curve.applyToPixels(pixels.data(), pixels.size());
+        for (std::size_t i = 0; i < pixels.size(); ++i)
+            ASSERT_EQ(pixels[i], single[i]) << i;
+        planes::expectSameForAnyWorkers([&] {
+            auto again = samples;
+            curve.applyToPixels(reinterpret_cast<PixelRGB<float>*>(again.data()), again.size() / 3);
+            return again;
+        });
+    }
+    orvo::ExposureCurve(1.2f, kStart, kPivot).applyToPixels(nullptr, 0);
 }

@@ -25,4 +25,12 @@ using Picture = _ImageData<PixelRGB<float>>;
 [[nodiscard]] double wrongShare(const Picture& found, const Picture& truth, const _ImageData<float>& mask,
                                 float tolerance);
 
+/// The largest difference of hue in degrees between pixels of linear light with the primaries of sRGB, in Oklab, where
+/// both have at least `leastChroma`; 0 if no pixel has. Exposure does not matter. Throws std::invalid_argument if the
+/// sizes differ.
+[[nodiscard]] double hueError(const Picture& found, const Picture& truth, double leastChroma);
+
+/// The chroma of each pixel in Oklab. Linear light with the primaries of sRGB.
+[[nodiscard]] std::shared_ptr<_ImageData<float>> chromaOf(const Picture& picture);
+
 } // namespace orvo::scenes

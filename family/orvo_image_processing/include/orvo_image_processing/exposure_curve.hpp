@@ -3,6 +3,7 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_core/pixel.hpp>
 
 #include <cstddef>
 
@@ -25,6 +26,12 @@ namespace orvo {
 /// (a light grey), where the plain gain gives 0.54. The effect is small because the curve acts on each channel
 /// separately, and a steeper one shifts the hue of nearly white colours more.
 ///
+/// Pixels. applyInPlace() bends each channel by itself, which turns an orange glow yellow or green. applyToPixels()
+/// keeps the hue: the strongest channel follows the curve, and the others keep their ratio to it in linear light. The
+/// more the roll-off takes away, the nearer a brightened pixel comes to white. A darkened pixel comes nearer to white
+/// the paler it is, since a clipped channel of a pale colour says nothing about the hue that was there; above 1 it
+/// gets no more lift than white. Grays, and colours that the curve does not bend, are bit-equal to applyInPlace().
+///
 /// Guarantees: monotone in v, and up to white in a (white itself stays at 1 where possible); continuous with continuous
 /// slope, 0 stays 0, negative values stay negative (plain factor), NaN becomes 0, inputs above 1 give finite results
 /// (inputs are clamped to 1e6), a == 1 is the exact identity for every input. The transfer curve is the variant of
@@ -44,6 +51,9 @@ public:
 
     /// `count` samples, in parallel; the same bits for any number of threads. No scratch.
     void applyInPlace(float* samples, std::size_t count) const;
+
+    /// `count` pixels, their hue kept; otherwise the same.
+    void applyToPixels(PixelRGB<float>* pixels, std::size_t count) const;
 
 private:
     bool identity = false;

@@ -1,0 +1,347 @@
+#include "encoded_gain.hpp"
+#include "pale_highlights.hpp"
+
+#include <orvo_core/image_data.hpp>
+#include <orvo_core/parallel.hpp>
+#include <orvo_image_processing/highlight_hue.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <optional>
+#include <vector>
+
+namespace orvo {
+
+namespace {
+
+using Light = std::array<float, 3>; // linear
+
+// Encoded values of the file between which a channel counts as clipped. JPEG compression moves clipped values by a few
+// steps of 8 bits, and values above the limit cannot come from clipping.
+constexpr float kLimitFrom = 0.955f;
+constexpr float kLimitAt = 0.98f;
+constexpr float kBesideFrom = 0.85f; // of one channel, where another one is clipped
+constexpr float kBesideAt = 0.95f;
+constexpr float kBeyondFrom = 1.005f;
+constexpr float kBeyondAt = 1.03f;
+
+// Encoded values of the strongest channel between which a pixel ceases to show the hue of the light around a highlight.
+constexpr float kHueUntil = 0.92f;
+constexpr float kNoHueFrom = 0.955f;
+constexpr float kDarkest = 0.2f; // linear; darker pixels are foreground rather than glow
+
+constexpr int kMostCells = 192; // along the longer side
+constexpr int kSmallestCell = 4;
+constexpr int kSamplesPerCell = 8; // along a side
+// Weight, as a share of that of a cell full of white, from which a cell needs no hue from coarser ones.
+constexpr float kSufficient = 0.05f;
+
+// Difference of the channels, in linear light, between which the surroundings count as neutral and as coloured.
+constexpr float kNeutral = 0.01f;
+constexpr float kColoured = 0.03f;
+
+// Least share of the middle channel between the others: below it, noise would determine the strongest one.
+constexpr float kLeastShare = 0.11f;
+// Most light that a channel is given, in units of white: beyond one and a half stops the estimate is a guess.
+constexpr float kMostLight = 2.8f;
+// A smaller loss comes from the conversion between the spaces: white stays bit-equal.
+constexpr float kRounding = 1e-4f;
+
+ORVO_INLINE float linear(float encoded)
+{
+    const float v = encoded > 0.0f ? encoded : 0.0f; // also for NaN
+    return v <= detail::kToeEnd ? v / detail::kToeSlope
+                                : detail::fastPower((v + detail::kOffset) * (1.0f / detail::kScale), detail::kGamma);
+}
+
+ORVO_INLINE float encoded(float light)
+{
+    const float v = light > 0.0f ? light : 0.0f;
+    return v * detail::kToeSlope <= detail::kToeEnd
+               ? v * detail::kToeSlope
+               : detail::kScale * detail::fastPower(v, 1.0f / detail::kGamma) - detail::kOffset;
+}
+
+// Luminance of the working space's linear light (ISO 22028-2).
+constexpr Light kLuminance = {0.2880402f, 0.7118741f, 0.0000857f};
+
+/// Linear light of the working space and of a file.
+struct Spaces
+{
+    std::array<Light, 3> workingFromFile; // rows
+    std::array<Light, 3> fileFromWorking;
+
+    [[nodiscard]] Light inFile(const PixelRGB<float>& pixel) const
+    {
+        const Light working{linear(pixel.r), linear(pixel.g), linear(pixel.b)};
+        Light file;
+        for (std::size_t c = 0; c < 3; ++c)
+            file[c] = fileFromWorking[c][0] * working[0] + fileFromWorking[c][1] * working[1] +
+                      fileFromWorking[c][2] * working[2];
+        return file;
+    }
+};
+
+std::optional<std::array<Light, 3>> inverse(const std::array<Light, 3>& m)
+{
+    const auto minor = [&m](std::size_t r, std::size_t c) {
+        const std::size_t r1 = (r + 1) % 3;
+        const std::size_t r2 = (r + 2) % 3;
+        const std::size_t c1 = (c + 1) % 3;
+        const std::size_t c2 = (c + 2) % 3;
+        return m[r1][c1] * m[r2][c2] - m[r1][c2] * m[r2][c1];
+    };
+    constexpr float kLeastDeterminant = 1e-3f; // of any set of real primaries it is far larger
+    const float determinant = m[0][0] * minor(0, 0) + m[0][1] * minor(0, 1) + m[0][2] * minor(0, 2);
+    if (!(std::abs(determinant) > kLeastDeterminant))
+        return std::nullopt;
+    std::array<Light, 3> out;
+    for (std::size_t r = 0; r < 3; ++r)
+        for (std::size_t c = 0; c < 3; ++c)
+            out[r][c] = minor(c, r) / determinant;
+    return out;
+}
+
+/// From the file's primaries at full scale, whose linear light is 1 whatever its transfer curve. Empty if they do not
+/// add up to white: not a matrix profile.
+std::optional<Spaces> spacesOf(const std::shared_ptr<ColorProfile>& profile)
+{
+    constexpr int kRgb = 3;
+    constexpr float kWhiteError = 0.01f;
+    if (!profile || profile->channelCount() != kRgb)
+        return std::nullopt;
+    _ImageData<PixelRGB<float>> primaries({3, 1}, profile);
+    primaries.data()[0] = {1.0f, 0.0f, 0.0f};
+    primaries.data()[1] = {0.0f, 1.0f, 0.0f};
+    primaries.data()[2] = {0.0f, 0.0f, 1.0f};
+    primaries.convertTo(ColorProfileType::linearMelissaRGB());
+    const PixelRGB<float>* const p = primaries.data();
+    Spaces spaces{};
+    spaces.workingFromFile = {Light{p[0].r, p[1].r, p[2].r}, Light{p[0].g, p[1].g, p[2].g},
+                              Light{p[0].b, p[1].b, p[2].b}};
+    for (const Light& row : spaces.workingFromFile)
+        if (!(std::abs(row[0] + row[1] + row[2] - 1.0f) < kWhiteError))
+            return std::nullopt;
+    const auto inverted = inverse(spaces.workingFromFile);
+    if (!inverted)
+        return std::nullopt;
+    spaces.fileFromWorking = *inverted;
+    return spaces;
+}
+
+/// How far each channel is above the weakest one, averaged over unclipped bright pixels near a place.
+class HueField
+{
+public:
+    HueField(const PixelRGB<float>* pixels, int width, int height, const Spaces& spaces)
+        : cell(std::max(kSmallestCell, (std::max(width, height) + kMostCells - 1) / kMostCells)),
+          finest((width + cell - 1) / cell, (height + cell - 1) / cell)
+    {
+        measure(pixels, width, height, spaces);
+        fill(finest);
+    }
+
+    [[nodiscard]] Light at(int x, int y) const
+    {
+        const float perCell = 1.0f / static_cast<float>(cell);
+        return finest.at((static_cast<float>(x) + 0.5f) * perCell, (static_cast<float>(y) + 0.5f) * perCell);
+    }
+
+private:
+    struct Cell
+    {
+        Light colour{};
+        float weight = 0.0f;
+    };
+
+    struct Grid
+    {
+        Grid(int columns_, int rows_)
+            : columns(columns_), rows(rows_),
+              cells(static_cast<std::size_t>(columns_) * static_cast<std::size_t>(rows_))
+        {}
+        [[nodiscard]] Cell& of(int x, int y)
+        {
+            return cells[static_cast<std::size_t>(y) * static_cast<std::size_t>(columns) + static_cast<std::size_t>(x)];
+        }
+        [[nodiscard]] const Cell& of(int x, int y) const { return const_cast<Grid*>(this)->of(x, y); }
+
+        /// Between the cells, in units of cells; their centres are at halves.
+        [[nodiscard]] Light at(float x, float y) const
+        {
+            const float px = std::clamp(x - 0.5f, 0.0f, static_cast<float>(columns - 1));
+            const float py = std::clamp(y - 0.5f, 0.0f, static_cast<float>(rows - 1));
+            const int left = static_cast<int>(px);
+            const int top = static_cast<int>(py);
+            const int right = std::min(left + 1, columns - 1);
+            const int bottom = std::min(top + 1, rows - 1);
+            const float fx = px - static_cast<float>(left);
+            const float fy = py - static_cast<float>(top);
+            Light colour;
+            for (std::size_t c = 0; c < 3; ++c) {
+                const float upper = of(left, top).colour[c] * (1.0f - fx) + of(right, top).colour[c] * fx;
+                const float lower = of(left, bottom).colour[c] * (1.0f - fx) + of(right, bottom).colour[c] * fx;
+                colour[c] = upper + (lower - upper) * fy;
+            }
+            return colour;
+        }
+
+        int columns;
+        int rows;
+        std::vector<Cell> cells;
+    };
+
+    void measure(const PixelRGB<float>* pixels, int width, int height, const Spaces& spaces)
+    {
+        const int step = std::max(1, cell / kSamplesPerCell);
+        const auto measureCell = [&](int column, int row) {
+            Cell sum;
+            int samples = 0;
+            for (int y = row * cell; y < std::min((row + 1) * cell, height); y += step)
+                for (int x = column * cell; x < std::min((column + 1) * cell, width); x += step, ++samples) {
+                    const Light light =
+                        spaces.inFile(pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                                             static_cast<std::size_t>(x)]);
+                    const float strongest = std::max({light[0], light[1], light[2]});
+                    if (!(strongest > kDarkest))
+                        continue;
+                    const float weakest = std::max(0.0f, std::min({light[0], light[1], light[2]}));
+                    // Light is brightest next to where it clips.
+                    const float weight =
+                        strongest * strongest * (1.0f - detail::smoothStep(encoded(strongest), kHueUntil, kNoHueFrom));
+                    for (std::size_t c = 0; c < 3; ++c)
+                        sum.colour[c] += weight * std::max(0.0f, light[c] - weakest);
+                    sum.weight += weight;
+                }
+            if (sum.weight > 0.0f)
+                for (float& colour : sum.colour)
+                    colour /= sum.weight;
+            sum.weight = std::min(1.0f, sum.weight / (kSufficient * static_cast<float>(samples)));
+            finest.of(column, row) = sum;
+        };
+        forEachRow(finest.rows, [&](int row) {
+            for (int column = 0; column < finest.columns; ++column)
+                measureCell(column, row);
+        });
+    }
+
+    /// Fills cells of little weight from a grid of half the size (Gortler, Grzeszczuk, Szeliski, Cohen, "The
+    /// Lumigraph", 1996: pull-push).
+    static void fill(Grid& grid)
+    {
+        if (grid.columns == 1 && grid.rows == 1)
+            return;
+        Grid coarse((grid.columns + 1) / 2, (grid.rows + 1) / 2);
+        for (int y = 0; y < grid.rows; ++y)
+            for (int x = 0; x < grid.columns; ++x) {
+                Cell& sum = coarse.of(x / 2, y / 2);
+                const Cell& part = grid.of(x, y);
+                for (std::size_t c = 0; c < 3; ++c)
+                    sum.colour[c] += part.weight * part.colour[c];
+                sum.weight += part.weight;
+            }
+        for (Cell& each : coarse.cells) {
+            if (each.weight > 0.0f)
+                for (float& colour : each.colour)
+                    colour /= each.weight;
+            each.weight = std::min(1.0f, each.weight);
+        }
+        fill(coarse);
+        for (int y = 0; y < grid.rows; ++y)
+            for (int x = 0; x < grid.columns; ++x) {
+                Cell& each = grid.of(x, y);
+                const Light from = coarse.at((static_cast<float>(x) + 0.5f) / 2, (static_cast<float>(y) + 0.5f) / 2);
+                for (std::size_t c = 0; c < 3; ++c)
+                    each.colour[c] = from[c] + (each.colour[c] - from[c]) * each.weight;
+            }
+    }
+
+    int cell; // pixels along a side
+    Grid finest;
+};
+
+/// What the strongest channel lost, in the light of the file, and which one it is.
+struct Loss
+{
+    std::size_t channel = 0;
+    float light = 0.0f;
+};
+
+Loss lossOf(const Light& light, const Light& colour)
+{
+    std::array<std::size_t, 3> order{0, 1, 2};
+    std::sort(order.begin(), order.end(),
+              [&](std::size_t a, std::size_t b) { return colour[a] != colour[b] ? colour[a] > colour[b] : a < b; });
+    const auto [strong, middle, weak] = order;
+    const float spread = colour[strong] - colour[weak];
+    const float value = encoded(light[strong]);
+    const float brightest = encoded(std::max({light[0], light[1], light[2]}));
+    // Compression can take a channel below its limit where another one is clipped.
+    const float clipped = std::max(detail::smoothStep(value, kLimitFrom, kLimitAt),
+                                   detail::smoothStep(value, kBesideFrom, kBesideAt) *
+                                       detail::smoothStep(brightest, kLimitFrom, kLimitAt));
+    const float share = clipped * (1.0f - detail::smoothStep(brightest, kBeyondFrom, kBeyondAt)) *
+                        detail::smoothStep(spread, kNeutral, kColoured);
+    if (!(share > 0.0f))
+        return {};
+    const float place = std::max(kLeastShare, (colour[middle] - colour[weak]) / spread);
+    const float wanted = light[weak] + (light[middle] - light[weak]) / place;
+    return {strong, std::max(0.0f, std::min(wanted, kMostLight) - light[strong] - kRounding) * share};
+}
+
+/// With the lost light, at the luminance of the pixel: brighter than the clipped light that it surrounds, it would look
+/// like a ring.
+PixelRGB<float> raised(const PixelRGB<float>& pixel, const Loss& loss, const Spaces& spaces)
+{
+    Light light{linear(pixel.r), linear(pixel.g), linear(pixel.b)};
+    float before = 0.0f;
+    float after = 0.0f;
+    for (std::size_t c = 0; c < 3; ++c) {
+        before += kLuminance[c] * light[c];
+        light[c] += loss.light * spaces.workingFromFile[c][loss.channel];
+        after += kLuminance[c] * light[c];
+    }
+    const float gain = before / after;
+    return {encoded(light[0] * gain), encoded(light[1] * gain), encoded(light[2] * gain)};
+}
+
+/// Strongest encoded value of the working space below which no channel of the file is at its limit.
+float leastClipped(const Spaces& spaces)
+{
+    float least = 1.0f;
+    for (std::size_t c = 0; c < 3; ++c)
+        least = std::min(least, std::max({spaces.workingFromFile[0][c], spaces.workingFromFile[1][c],
+                                          spaces.workingFromFile[2][c]}));
+    return encoded(least * linear(kLimitFrom));
+}
+
+} // namespace
+
+void recoverHighlightHue(PixelRGB<float>* pixels, int width, int height, const std::shared_ptr<ColorProfile>& clippedIn)
+{
+    const auto spaces = spacesOf(clippedIn);
+    if (!spaces || width <= 0 || height <= 0)
+        return;
+    const HueField field(pixels, width, height, *spaces);
+    const float least = leastClipped(*spaces);
+    const float limit = linear(kLimitFrom);
+    const auto recovered = [&](PixelRGB<float> pixel, int x, int y) {
+        const Light light = spaces->inFile(pixel);
+        if (!(std::max({light[0], light[1], light[2]}) > limit))
+            return pixel;
+        const Loss loss = lossOf(light, field.at(x, y));
+        return loss.light > 0.0f ? raised(pixel, loss, *spaces) : pixel;
+    };
+    forEachRow(height, [&](int y) {
+        PixelRGB<float>* const row = pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        for (int x = 0; x < width; ++x) {
+            const float strongest = std::max({row[x].r, row[x].g, row[x].b});
+            const bool isWhite = strongest - std::min({row[x].r, row[x].g, row[x].b}) < kRounding;
+            if (strongest >= least && !isWhite)
+                row[x] = recovered(row[x], x, y);
+        }
+    });
+}
+
+} // namespace orvo

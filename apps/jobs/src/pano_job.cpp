@@ -83,6 +83,7 @@ PanoSourceHDR bracketsOf(const PanoJobRequest& request,
     source.settings = settingsOf(request);
     // Panoramas are taken from the hand and of places where people walk.
     source.hdr.alignment = true;
+    source.hdr.highlightHue = HighlightHue::Kept;
     source.hdr.ghostReduction = true;
     source.hdr.deghostAmount = DeghostAmount::Medium;
     source.hdr.chromaticAberrations = request.chromaticAberrations;

@@ -42,12 +42,15 @@ GenerativeEraseProcessor::~GenerativeEraseProcessor()
 {
     if (!eraseImpl)
         return;
-    eraseImpl->queue.addOperation(std::make_shared<opq::FunctionOperation>(
-        [info = eraseImpl->brushInfo] {
-            info->drawingStates.clear();
-            info->resources.clearTempFiles();
-        },
-        std::string()));
+    try {
+        eraseImpl->queue.addOperation(std::make_shared<opq::FunctionOperation>(
+            [info = eraseImpl->brushInfo] {
+                info->drawingStates.clear();
+                info->resources.clearTempFiles();
+            },
+            std::string()));
+    } catch (...) { // NOLINT(bugprone-empty-catch): without memory for the operation, the files go with their manager
+    }
 }
 
 void GenerativeEraseProcessor::initializeImpl(std::shared_ptr<Image>&& image)

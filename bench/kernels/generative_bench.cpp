@@ -143,14 +143,18 @@ void paint(orvo::GenerativeEraseProcessor& tool)
 {
     std::vector<orvo::_Point<float>> points;
     for (int i = 0; i <= 200; ++i)
-        points.push_back({2100.0f + 9.0f * static_cast<float>(i), 2000.0f + 600.0f * std::sin(0.1f * static_cast<float>(i))});
+        points.push_back(
+            {2100.0f + 9.0f * static_cast<float>(i), 2000.0f + 600.0f * std::sin(0.1f * static_cast<float>(i))});
     tool.beginDrawing();
     tool.strokePoints(points, brush(80.0f));
     tool.finishDrawing();
 }
 
 // The sent picture, as the service's answer.
-std::string answerTo(const GenerativeProcessorBase::RequestInput& request) { return "data:image/png;base64," + request.image; }
+std::string answerTo(const GenerativeProcessorBase::RequestInput& request)
+{
+    return "data:image/png;base64," + request.image;
+}
 
 // From a point of the pointer to the delivered view, with the mask over the picture.
 void strokePoint(benchmark::State& state, Rect part)
@@ -168,15 +172,26 @@ void strokePoint(benchmark::State& state, Rect part)
         const float turn = 0.02f * static_cast<float>(i % 1500);
         ++i;
         const float reach = turn / 30.0f;
-        tool.stroke({static_cast<float>(part.x) + static_cast<float>(part.width) * (0.5f + 0.45f * reach * std::cos(turn)),
-                     static_cast<float>(part.y) + static_cast<float>(part.height) * (0.5f + 0.45f * reach * std::sin(turn))},
-                    settings);
+        tool.stroke(
+            {static_cast<float>(part.x) + static_cast<float>(part.width) * (0.5f + 0.45f * reach * std::cos(turn)),
+             static_cast<float>(part.y) + static_cast<float>(part.height) * (0.5f + 0.45f * reach * std::sin(turn))},
+            settings);
         view.await();
     });
     require(state, view.isSane());
 }
-BENCHMARK_CAPTURE(strokePoint, whole, kWhole)->Arg(80)->Arg(400)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(strokePoint, zoomed, kZoomed)->Arg(80)->Arg(400)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(strokePoint, whole, kWhole)
+    ->Arg(80)
+    ->Arg(400)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(strokePoint, zoomed, kZoomed)
+    ->Arg(80)
+    ->Arg(400)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 void renderCached(benchmark::State& state)
 {
@@ -207,10 +222,22 @@ void renderNew(benchmark::State& state, Rect part, bool edited)
     });
     require(state, view.isSane());
 }
-BENCHMARK_CAPTURE(renderNew, whole, kWhole, false)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(renderNew, zoomed, kZoomed, false)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(renderNew, wholeEdited, kWhole, true)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(renderNew, zoomedEdited, kZoomed, true)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(renderNew, whole, kWhole, false)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(renderNew, zoomed, kZoomed, false)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(renderNew, wholeEdited, kWhole, true)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(renderNew, zoomedEdited, kZoomed, true)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 void eraseRequest(benchmark::State& state)
 {
@@ -258,7 +285,10 @@ void storeAndRestore(benchmark::State& state, int states)
     });
     require(state, found);
 }
-BENCHMARK_CAPTURE(storeAndRestore, fromMemory, 3)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(storeAndRestore, fromMemory, 3)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(storeAndRestore, fromFiles, 4)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void storeState(benchmark::State& state)

@@ -3,9 +3,10 @@
 // encodings were needed to find it. Ends with 1 if one exceeds a limit.
 #include "bench_pictures.hpp"
 
+#include <orvo_core/parallel.hpp>
+
 #include <GenEraseProcessor/erase_request.hpp>
 #include <GenProcessorBase/fit_to_limits.hpp>
-#include <orvo_core/parallel.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -95,8 +96,9 @@ std::shared_ptr<const Mask> maskOf(_Size<int> size)
 _Size<int> firstSize(_Size<int> size, const Limits& limits)
 {
     const double pixels = static_cast<double>(size.width) * size.height;
-    const double scale = std::min({1.0, std::sqrt(limits.pixels / pixels), static_cast<double>(limits.side) / size.width,
-                                   static_cast<double>(limits.side) / size.height});
+    const double scale =
+        std::min({1.0, std::sqrt(limits.pixels / pixels), static_cast<double>(limits.side) / size.width,
+                  static_cast<double>(limits.side) / size.height});
     return {std::max(1, static_cast<int>(size.width * scale)), std::max(1, static_cast<int>(size.height * scale))};
 }
 
@@ -130,7 +132,8 @@ bool tryRequest(const Limits& limits, const char* kind, const PicturePointer& pi
 bool tryAll(const char* photograph)
 {
     const PicturePointer photo = orvo::bench::loadInSRGB(photograph);
-    std::puts("| tool | picture | megapixels | its size | request | characters | encodings |\n|---|---|---|---|---|---|---|");
+    std::puts(
+        "| tool | picture | megapixels | its size | request | characters | encodings |\n|---|---|---|---|---|---|---|");
     bool kept = true;
     for (const double megapixels : {1.0, 8.0, 50.0})
         for (const double aspect : {0.1, 0.667, 2.45, 10.0}) {

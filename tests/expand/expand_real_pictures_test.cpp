@@ -67,7 +67,8 @@ TEST(ExpandRealPictures, ThreeInARowGoBackToEach)
     ExpandTool tool(picture);
     std::vector<Bytes> states = {tool.storeState()};
     std::vector<std::shared_ptr<const Picture>> pictures = {tool.picture()};
-    for (const Border& border : {Border{0.15, 0.0, 0.0, 0.0}, Border{0.0, 0.25, 0.0, 0.15}, Border{0.05, 0.05, 0.05, 0.05}}) {
+    for (const Border& border :
+         {Border{0.15, 0.0, 0.0, 0.0}, Border{0.0, 0.25, 0.0, 0.15}, Border{0.05, 0.05, 0.05, 0.05}}) {
         const _Rect<int> rect = cropOf(picture->size(), border);
         const Request request = tool.request(test::cropOf(rect.x, rect.y, rect.width, rect.height));
         ASSERT_TRUE(request.valid);

@@ -57,7 +57,8 @@ void writeNetworkSeeds(const std::filesystem::path& folder)
 }
 
 // PNG of several kinds, as they are and as text; answers have two bytes of arguments in front.
-void writeAnswerSeeds(const std::filesystem::path& pictures, const std::filesystem::path& answers)
+void writeAnswerSeeds(const std::filesystem::path& pictures, const std::filesystem::path& erased,
+                      const std::filesystem::path& expanded, const std::filesystem::path& restored)
 {
     const orvo::test::TemporaryFolder scratch;
     const auto file = [&](const char* name) { return scratch / name; };
@@ -67,12 +68,15 @@ void writeAnswerSeeds(const std::filesystem::path& pictures, const std::filesyst
     orvo::test::makePng(file("deep"), 2, 2, Bytes(24, 60), {.bits = 16});
     orvo::test::makePng(file("interlaced"), 9, 9, Bytes(243, 33), {.interlaced = true});
     for (const char* const name : {"gray", "palette", "alpha", "deep", "interlaced"})
-        put(pictures / name, orvo::test::readBytes(file(name)));
+        for (const auto& folder : {pictures, restored})
+            put(folder / name, orvo::test::readBytes(file(name)));
     const std::string text = orvo::imageToBase64(orvo::test::gradient(24, 18), {0, 8});
     put(pictures / "text", text);
-    put(answers / "same", "\x60\x60" + text);
-    put(answers / "half", "\x20\x18" + text);
-    put(answers / "unknown", std::string("\x02\x02") + text);
+    for (const auto& answers : {erased, expanded}) {
+        put(answers / "same", "\x60\x60" + text);
+        put(answers / "half", "\x20\x18" + text);
+        put(answers / "unknown", std::string("\x02\x02") + text);
+    }
 }
 
 // Arguments of each command, an empty line, and a file.
@@ -149,7 +153,8 @@ int main(int count, char** words)
         writeSettingsSeeds(folder("settings_file"));
         writeIdentifierSeeds(folder("identifier_bytes"));
         writeNetworkSeeds(folder("network_file"));
-        writeAnswerSeeds(folder("base64_picture"), folder("erase_answer"));
+        writeAnswerSeeds(folder("base64_picture"), folder("erase_answer"), folder("expand_answer"),
+                         folder("restoration_answer"));
         writeCommandSeeds(folder("command_line"));
         writeArgumentSeeds(folder("panorama_masks"), 600);
         writeArgumentSeeds(folder("feature_matches"), 800);

@@ -12,6 +12,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <string>
 
 namespace orvo::bench {
 
@@ -88,6 +90,29 @@ void measure(benchmark::State& state, Extent extent, std::size_t planeBytes, con
     state.counters["Mpx/s"] = static_cast<double>(extent.pixels()) * rounds / seconds * 1e-6;
     state.counters["copies"] = seconds / rounds / copy;
 }
+
+/// Peak memory since its construction: "peak MB" of the process, and "planes MB" of the planes alone, less those that
+/// existed before.
+class PeakMemory
+{
+public:
+    PeakMemory() : before(MemoryManager::instance().liveBytes())
+    {
+        MemoryManager::instance().resetPeak();
+        std::ofstream("/proc/self/clear_refs") << 5; // resets VmHWM; proc(5)
+    }
+    void report(benchmark::State& state) const
+    {
+        state.counters["planes MB"] = static_cast<double>(MemoryManager::instance().peakBytes() - before) * 1e-6;
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);)
+            if (line.starts_with("VmHWM:"))
+                state.counters["peak MB"] = std::stod(line.substr(6)) * 1024e-6;
+    }
+
+private:
+    std::size_t before;
+};
 
 inline void require(benchmark::State& state, bool sane)
 {

@@ -13,7 +13,6 @@ namespace {
 
 using namespace orvo::bench;
 using orvo::ManagedPlane;
-using orvo::MemoryManager;
 using orvo::PixelRGB;
 
 /// 1, 6 or 24 megapixels at 3 : 2. From 6 to 24 the edge doubles and the area grows fourfold.
@@ -29,11 +28,6 @@ bool known(Extent extent, int x, int y)
     return x >= extent.width / 5 && x < extent.width * 4 / 5 && y >= extent.height / 5 && y < extent.height * 4 / 5;
 }
 
-void reportPeak(benchmark::State& state, std::size_t before)
-{
-    state.counters["peak MB"] = static_cast<double>(MemoryManager::instance().peakBytes() - before) * 1e-6;
-}
-
 void membrane(benchmark::State& state)
 {
     const Extent extent = megapixels(state);
@@ -46,12 +40,11 @@ void membrane(benchmark::State& state)
         for (int x = 0; x < extent.width; ++x)
             effective[static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x)] = known(extent, x, y) ? 0 : 1;
     });
-    const std::size_t before = MemoryManager::instance().liveBytes();
-    MemoryManager::instance().resetPeak();
+    const PeakMemory peak;
     measure(state, extent, 12 * extent.pixels(), [&] {
         orvo::interpolate_mvc(extent.width, extent.height, boundary.data(), result.data(), effective.data(), {});
     });
-    reportPeak(state, before);
+    peak.report(state);
     require(state, result[0].g > 0.02f && result[0].g < 0.98f && result[extent.pixels() / 2 + width / 2].g == 0.0f);
 }
 BENCHMARK(membrane)->Arg(1)->Arg(6)->Arg(24)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -72,15 +65,14 @@ void membraneBlender(benchmark::State& state)
     cv::Mat mask = all.clone();
     mask(cv::Rect(inside.x + 2, inside.y + 2, inside.width - 4, inside.height - 4)) = cv::Scalar(0);
     cv::Mat joined, joinedMask;
-    const std::size_t before = MemoryManager::instance().liveBytes();
-    MemoryManager::instance().resetPeak();
+    const PeakMemory peak;
     measure(state, extent, 6 * extent.pixels(), [&] {
         orvo::PanoramaMBlender blender;
         blender.feed(middle, all(inside), all(inside), inside.tl());
         blender.feed(around, mask, all, {0, 0});
         blender.blend(joined, joinedMask);
     });
-    reportPeak(state, before);
+    peak.report(state);
     const int lift = joined.at<cv::Vec3s>(3, 3)[1] - around.at<cv::Vec3s>(3, 3)[1];
     require(state, std::abs(lift - 1000) <= 3 && cv::countNonZero(joinedMask) == joinedMask.rows * joinedMask.cols);
 }

@@ -8,6 +8,9 @@
 /// another; every other callback runs on a thread of its own unless its method says otherwise. A callback may destroy
 /// the processor.
 ///
+/// In the callback of a request, a state or an export, lastFailure() is the reason why the record has no content; after
+/// a constructor, the reason why nothing was opened.
+///
 /// A constructor that cannot open its picture logs the reason and leaves a processor with an empty canvas, whose
 /// methods do nothing.
 #pragma once

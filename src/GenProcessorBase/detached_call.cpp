@@ -1,5 +1,6 @@
 #include "GenProcessorBase/detached_call.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <exception>
@@ -28,8 +29,16 @@ void run(const std::function<void()>& call) noexcept
 void callDetached(std::function<void()> call)
 {
     const auto shared = std::make_shared<std::function<void()>>(std::move(call));
+    const auto keepFailure = [failure = lastFailure()] {
+        details::CallScope scope;
+        if (failure)
+            scope.fail(*failure);
+    };
     try {
-        std::thread([shared] { run(*shared); }).detach();
+        std::thread([shared, keepFailure] {
+            keepFailure();
+            run(*shared);
+        }).detach();
     } catch (const std::system_error&) {
         run(*shared);
     }

@@ -5,7 +5,8 @@
 
 namespace orvo {
 
-/// Runs `call` on a new detached thread, or on this one if no thread can be started. Logs what it throws.
+/// Runs `call` on a new detached thread, or on this one if no thread can be started. Logs what it throws. There,
+/// lastFailure() is that of the calling thread.
 void callDetached(std::function<void()> call);
 
 } // namespace orvo

@@ -3,6 +3,7 @@
 
 #include "GenProcessorBase/detached_call.hpp"
 
+#include <orvo_common/failure.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_extensions/generative_processor.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -23,19 +24,34 @@ inline void logToolError(const std::string& where, const std::string& text)
     LOG(__orvolog() << LogMessageType::Error << where << ": " << text);
 }
 
-/// Runs `work` and logs what it throws. Returns whether it succeeded.
+/// Logs why a guardedCall() has no result although nothing throws, and keeps it for lastFailure().
+inline void logRefusal(const std::string& where, const std::string& text)
+{
+    details::stateFailure({FailureKind::Internal, {}, text});
+    logToolError(where, text);
+}
+
+/// Runs `work`, logs what it throws and keeps it for lastFailure() of the thread. Returns whether it succeeded.
 template <typename Work>
 bool guardedCall(const std::string& where, const Work& work)
 {
-    try {
-        work();
-        return true;
-    } catch (const std::exception& error) {
-        logToolError(where, error.what());
-    } catch (...) {
-        logToolError(where, "Unknown");
+    bool succeeded = false;
+    {
+        details::CallScope scope;
+        try {
+            work();
+            succeeded = true;
+        } catch (const std::exception& error) {
+            logToolError(where, error.what());
+            scope.fail(failureOfException());
+        } catch (...) {
+            logToolError(where, "Unknown");
+            scope.fail(failureOfException());
+        }
     }
-    return false;
+    if (!succeeded)
+        details::stateLastFailure({});
+    return succeeded;
 }
 
 /// The record of a failed request.

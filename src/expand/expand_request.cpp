@@ -71,17 +71,25 @@ void widenKnownPart(_Rect<int>& part, _Rect<int>& roi, const _Rect<int>& inner, 
 }
 
 /// The largest size of the known picture in a request.
-_Size<int> allowedSize(const std::shared_ptr<Picture>& known, const ExpandLimits& limits)
+_Size<int> allowedSize(std::shared_ptr<const Picture> known, const ExpandLimits& limits)
 {
-    std::shared_ptr<const Picture> sample = known;
     const std::int64_t pixels = std::int64_t{known->width()} * known->height();
     if (pixels > limits.pixels) {
         const float scale = std::sqrt(static_cast<float>(limits.pixels) / static_cast<float>(pixels));
-        sample = known->resize({scaledSide(known->width(), scale), scaledSide(known->height(), scale)}, {}, true);
+        known = known->resize({scaledSide(known->width(), scale), scaledSide(known->height(), scale)}, {}, true);
     }
-    return fitToLimits<GenExpandData>(std::make_shared<const GenExpandData>(sample, kEncoding), limits.base64Size,
-                                      limits.aspect, [](const GenExpandData& d) { return d.imageBase64.size(); })
+    return fitToLimits<GenExpandData>(std::make_shared<const GenExpandData>(std::move(known), kEncoding),
+                                      limits.base64Size, limits.aspect,
+                                      [](const GenExpandData& d) { return d.imageBase64.size(); })
         ->image->size();
+}
+
+/// The part `roi` of both; what needs no cut is shared.
+ExpandCanvas partOf(const ExpandCanvas& canvas, const _Rect<int>& roi)
+{
+    if (roi == _Rect<int>(0, 0, canvas.picture->width(), canvas.picture->height()))
+        return canvas;
+    return {canvas.picture->resize(roi.size(), roi, true), canvas.mask->resize(roi.size(), roi, true)};
 }
 
 /// The scale at which no border exceeds the width that a service paints; 1 if all are narrow enough.
@@ -109,11 +117,12 @@ ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& wo
                                    const ExpandLimits& limits, const std::string& id, const std::string& where,
                                    GenerativeProcessorBaseImpl::RequestParameters& parameters)
 {
-    const auto picture = workingImage.imageData(ResizeParameters{{}, {}, true});
+    auto picture = workingImage.imageData(ResizeParameters{{}, {}, true});
     if (!picture)
         throw std::runtime_error("there is no picture to expand");
     const _Size<int> size = picture->size();
     const ExpandCanvas canvas = makeExpandCanvas(picture, crop);
+    picture.reset(); // the canvas has its pixels
     const _Rect<int> whole(0, 0, crop.width, crop.height);
     _Rect<int> roi = adjustProcessingRect(calculateMaskRoi(canvas.mask), canvas.mask->size(), {0, 0});
     const _Rect<int> place(limited(-std::int64_t{crop.x}), limited(-std::int64_t{crop.y}), size.width, size.height);
@@ -128,13 +137,12 @@ ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& wo
     roi = intersected(roi, whole); // an answer has nothing to paint beyond the canvas
 
     // Encoded only to measure its text; an empty part measures the whole canvas.
-    const std::shared_ptr<Picture> known = canvas.picture->copy(part);
+    std::shared_ptr<const Picture> known = canvas.picture->copy(part);
     const _Size<int> knownSize = known->size();
-    const _Size<int> allowed = allowedSize(known, limits);
+    const _Size<int> allowed = allowedSize(std::move(known), limits);
 
-    const ExpandCanvas full = {canvas.picture->resize(roi.size(), roi, true),
-                               canvas.mask->resize(roi.size(), roi, true)};
-    ExpandCanvas sent = full;
+    ExpandCanvas sent = partOf(canvas, roi);
+    const auto blendMask = sent.mask;
     _Size<int> target = roi.size();
     if (allowed != knownSize) {
         const float scaleX = static_cast<float>(allowed.width) / static_cast<float>(knownSize.width);
@@ -149,13 +157,13 @@ ExpandRequest prepareExpandRequest(GenerativeProcessorBaseImpl::WorkingImage& wo
         sent = scaledTo(sent, target);
     }
     // Before encoding, since a request at full scale sends the mask that blends.
-    prepareBlendMask(full.mask);
+    prepareBlendMask(blendMask);
     ExpandRequest request;
     request.image = imageToBase64(sent.picture, kEncoding);
     request.mask = imageToBase64(std::shared_ptr<const _ImageData<float>>(sent.mask), kEncoding);
     request.width = target.width;
 
-    parameters.mask = full.mask;
+    parameters.mask = blendMask;
     parameters.downsampledSize = calculateDownsampledSize(target, roi.size());
     parameters.rect = roi;
     parameters.canvas = canvas.picture;

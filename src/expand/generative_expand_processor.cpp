@@ -10,6 +10,7 @@
 #include <orvo_extensions/operations.hpp>
 #include <orvo_io/base64_image.hpp>
 
+#include <optional>
 #include <utility>
 
 namespace orvo {
@@ -69,17 +70,18 @@ void GenerativeExpandProcessor::generateRequest(const std::string& id, const Cro
         if (!callback)
             return;
         const _Rect<int> rect = crop.getCropRect();
-        ExpandRequest request;
-        const bool empty = rect.width < 1 || rect.height < 1;
-        if (empty)
-            logToolError(where, "Failed to generate request with empty crop description.");
-        if (empty || !guardedCall(where, [&] {
+        std::optional<ExpandRequest> request;
+        guardedCall(where, [&] {
+            if (rect.width < 1 || rect.height < 1)
+                logRefusal(where, "Failed to generate request with empty crop description.");
+            else
                 request = prepareExpandRequest(*working, rect, limits, id, where, *parameters);
-            })) {
+        });
+        if (!request) {
             callback(requestWithoutContent(id));
             return;
         }
-        callDetached([callback, id, request = std::move(request)] {
+        callDetached([callback, id, request = std::move(*request)] {
             callback({request.image, request.mask, id, request.width, true});
         });
     };
@@ -111,7 +113,7 @@ void GenerativeExpandProcessor::applyGeneratedResponse(
             if (auto generated = source())
                 working->set(expandedPicture(*parameters, std::move(generated), size));
             else
-                logToolError(where, "Failed to parse responce.");
+                logRefusal(where, "Failed to parse responce.");
         });
     };
     guardedCall(where, [&] {
@@ -162,12 +164,12 @@ void GenerativeExpandProcessor::restoreState(const std::vector<unsigned char>& s
         guardedCall(where, [&] {
             const auto id = Identifier::deserialize(stateBytes);
             if (!id) {
-                logToolError(where, "Cannot parse id.");
+                logRefusal(where, "Cannot parse id.");
                 return;
             }
             const State state = index->find(id);
             if (!state.id) {
-                logToolError(where, "Cannot find state with id: " + id->text());
+                logRefusal(where, "Cannot find state with id: " + id->text());
                 return;
             }
             *parameters = state.requestParameters;
@@ -179,14 +181,14 @@ void GenerativeExpandProcessor::restoreState(const std::vector<unsigned char>& s
     guardedCall(where, [&] {
         const auto id = Identifier::deserialize(stateBytes);
         if (!id) {
-            logToolError(where, "Cannot parse id.");
+            logRefusal(where, "Cannot parse id.");
             deliverState(done, {stateBytes, {}});
             return;
         }
         impl->initialState = impl->initialStateIds.contains(id);
         const auto sizes = canvasSizes.find(id);
         if (sizes == canvasSizes.end()) {
-            logToolError(where, "Cannot find state with id: " + id->text());
+            logRefusal(where, "Cannot find state with id: " + id->text());
             deliverState(done, {stateBytes, {}});
             return;
         }

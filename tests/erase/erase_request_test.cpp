@@ -1,10 +1,13 @@
 #include "GenEraseProcessor/erase_request.hpp"
 #include "erase_tool.hpp"
 
+#include <orvo_common/failure.hpp>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -79,6 +82,28 @@ TEST(EraseRequest, DuringAPhaseThereIsNothingToSend)
     EXPECT_THAT(errors(log), ElementsAre(EndsWith(": Failed to generate request with empty mask.")));
     tool.finishDrawing();
     EXPECT_TRUE(tool.request("8").valid);
+}
+
+TEST(EraseRequest, TheCallbackFindsTheReason)
+{
+    EraseTool tool;
+    const auto reasonOf = [&](const auto& call) {
+        std::promise<std::optional<Failure>> promise;
+        auto future = promise.get_future();
+        call([&] { promise.set_value(lastFailure()); });
+        return future.get();
+    };
+    const auto request = [&](const auto& done) { tool.generateRequest("id", {}, [done](const auto&) { done(); }); };
+    const auto refused = reasonOf(request);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->sentence, "Failed to generate request with empty mask");
+    const auto unknown = reasonOf([&](const auto& done) {
+        tool.restoreState({1, 2}, [done](const auto&) { done(); });
+    });
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->sentence, "Cannot parse id");
+    tool.draw({{100, 100}}, brush(20));
+    EXPECT_FALSE(reasonOf(request));
 }
 
 TEST(EraseRequest, AMaskOfZerosFailsWithoutALine)

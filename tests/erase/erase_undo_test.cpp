@@ -1,8 +1,10 @@
 #include "erase_tool.hpp"
+#include "support/failing_memory.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -206,6 +208,82 @@ TEST(EraseUndo, StateFilesGoWithTheTool)
         tool.settle();
     }
     EXPECT_EQ(temporaryFiles(), before);
+}
+
+TEST(EraseUndo, WithoutMemoryForItsLastOperationAToolEndsAndItsFilesGo)
+{
+    const int before = temporaryFiles();
+    {
+        EraseTool tool;
+        tool.beginDrawing();
+        for (int i = 0; i < 6; ++i) {
+            tool.stroke({40.0f + 40.0f * static_cast<float>(i), 100.0f}, brush(10));
+            (void)tool.storeMask();
+        }
+        tool.settle();
+        allocationsLeft = 0;
+    }
+    EXPECT_LT(allocationsLeft, 0) << "nothing was allocated";
+    EXPECT_EQ(temporaryFiles(), before);
+}
+
+// Puts a file in the place of the process's temporary folder, so that nothing can be written there.
+class BlockedTemporaryFolder
+{
+public:
+    BlockedTemporaryFolder()
+    {
+        std::filesystem::rename(folder, aside);
+        std::ofstream(folder) << "in the way";
+    }
+    ~BlockedTemporaryFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove(folder, ignored);
+        std::filesystem::rename(aside, folder, ignored);
+    }
+    BlockedTemporaryFolder(const BlockedTemporaryFolder&) = delete;
+    BlockedTemporaryFolder& operator=(const BlockedTemporaryFolder&) = delete;
+
+private:
+    std::filesystem::path folder = getTemporaryDirectory();
+    std::filesystem::path aside = folder.string() + ".aside";
+};
+
+TEST(EraseUndo, WithoutADiskEveryStateAndMaskStaysUsable)
+{
+    const BlockedTemporaryFolder blocked;
+    const LogCapture log;
+    EraseTool tool;
+    std::vector<Bytes> states;
+    std::vector<std::shared_ptr<const Picture>> pictures;
+    for (int i = 0; i < 6; ++i) {
+        eraseAt(tool, {40.0f + 40.0f * static_cast<float>(i), 100.0f}, 0.15f * static_cast<float>(i));
+        states.push_back(tool.storeState());
+        pictures.push_back(tool.picture());
+    }
+    tool.beginDrawing();
+    tool.clearMask();
+    std::vector<Bytes> masks;
+    std::vector<std::vector<float>> drawn;
+    for (int i = 0; i < 6; ++i) {
+        tool.stroke({40.0f + 40.0f * static_cast<float>(i), 60.0f}, brush(10));
+        masks.push_back(tool.storeMask());
+        drawn.push_back(tool.mask());
+    }
+    for (const std::size_t i : {0u, 5u, 1u, 3u, 0u, 2u, 4u}) {
+        tool.restoreMask(masks[i]);
+        EXPECT_EQ(tool.mask(), drawn[i]) << i;
+    }
+    tool.finishDrawing();
+    for (const std::size_t i : {0u, 5u, 1u, 3u, 0u, 2u, 4u}) {
+        EXPECT_EQ(tool.restored(states[i]).state, states[i]);
+        EXPECT_TRUE(sameBytes(*tool.picture(), *pictures[i])) << i;
+    }
+    const auto errors = log.texts(LogMessageType::Error);
+    EXPECT_GT(errors.size(), 5u);
+    for (const std::string& text : errors)
+        EXPECT_THAT(text, HasSubstr("it is kept in memory"));
 }
 
 // A model that keeps full copies of everything.

@@ -57,6 +57,10 @@ constexpr double kTightestFit = 0.8;
 // Kept planes never use more than this share of the machine's memory.
 constexpr std::size_t kCacheShareOfMemory = 32;
 
+// Live and kept planes together exceed the largest live amount by this share at most, so that planes of sizes that are
+// no longer asked for do not raise the peak of a process.
+constexpr std::size_t kExtraShareOfPeak = 8;
+
 std::size_t defaultCacheLimit()
 {
     const long pages = sysconf(_SC_PHYS_PAGES);
@@ -99,6 +103,14 @@ struct MemoryManager::State
         return block;
     }
 
+    // Releases kept planes before `bytes` more come from the system.
+    void makeRoom(std::size_t bytes)
+    {
+        const std::size_t wanted = live + bytes;
+        const std::size_t most = std::max(peak, wanted);
+        shrinkTo(most + most / kExtraShareOfPeak - wanted);
+    }
+
     void shrinkTo(std::size_t bytes)
     {
         while (keptBytes > bytes) {
@@ -129,6 +141,8 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
     {
         const std::lock_guard lock(state->mutex);
         block = state->takeKept(blockBytes, blockBytes);
+        if (block == nullptr)
+            state->makeRoom(blockBytes);
     }
     if (block == nullptr) {
         block = std::aligned_alloc(kAlignment, blockBytes);

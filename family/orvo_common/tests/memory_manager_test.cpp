@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <thread>
@@ -72,6 +73,27 @@ TEST(MemoryManager, AMuchLargerKeptPlaneIsNotUsedForASmallRequest)
     void* const small = manager.allocate(kPlane, false);
     EXPECT_EQ(manager.liveBytes(), kPlane);
     manager.free(small);
+}
+
+TEST(MemoryManager, KeptPlanesThatFitNothingDoNotRaiseThePeakOfAll)
+{
+    MemoryManager manager;
+    manager.setCacheLimit(1000 * kPlane);
+    // Each plane is too large for the kept ones.
+    std::size_t most = 0;
+    for (std::size_t size = 1; size <= 64; size *= 2) {
+        void* const plane = manager.allocate(size * kPlane, false);
+        most = std::max(most, manager.liveBytes() + manager.cachedBytes());
+        manager.free(plane);
+    }
+    EXPECT_EQ(manager.peakBytes(), 64 * kPlane);
+    EXPECT_LE(most, 72 * kPlane);
+    // Those within the peak are kept.
+    void* const half = manager.allocate(32 * kPlane, false);
+    void* const quarter = manager.allocate(16 * kPlane, false);
+    manager.free(half);
+    manager.free(quarter);
+    EXPECT_EQ(manager.cachedBytes(), 48 * kPlane);
 }
 
 TEST(MemoryManager, ZeroedPlanesAreZeroAlsoWhenReused)

@@ -143,6 +143,27 @@ TEST(CreateTransformedRoi, ShrinkingTakesTheMeanOverThePixelsArea)
         EXPECT_NEAR(small->data()[i].r, 0.5f, 0.05f);
 }
 
+TEST(CreateTransformedRoi, WithoutAnAngleItEqualsTheLimitOfSmallAngles)
+{
+    const auto picture = noise({90, 70});
+    auto mask = std::make_shared<orvo::MaskImage>(_Size<int>(90, 70), 1.0f);
+    mask->fillRect(0.0f, {0, 0, 45, 20});
+    const auto joined = orvo::joinToRGBA(picture, mask, false);
+    constexpr double kAlmostNone = 1e-9; // shifts no sample by more than a ten-millionth of a pixel
+    for (const _Rect<int> rect : {_Rect<int>(0, 0, 90, 70), _Rect<int>(7, 11, 61, 43), _Rect<int>(-6, 3, 99, 50)})
+        for (const _Size<int> target :
+             {_Size<int>(17, 9), _Size<int>(50, 68), _Size<int>(89, 1), _Size<int>(211, 150)}) {
+            const auto straight = cropped(*joined, cropOf(0.0, rect), target);
+            const auto turned = cropped(*joined, cropOf(kAlmostNone, rect), target);
+            for (std::size_t i = 0; i < straight->pixelCount(); ++i) {
+                const auto &a = straight->data()[i], &b = turned->data()[i];
+                ASSERT_NEAR(a.r, b.r, 2e-5f) << i << " of " << target.width << " x " << target.height;
+                ASSERT_NEAR(a.b, b.b, 2e-5f) << i << " of " << target.width << " x " << target.height;
+                ASSERT_NEAR(a.a, b.a, 2e-5f) << i << " of " << target.width << " x " << target.height;
+            }
+        }
+}
+
 TEST(CreateTransformedRoi, AConstantStaysConstant)
 {
     const Picture picture({50, 50}, {0.25f, 0.5f, 0.75f}, nullptr);

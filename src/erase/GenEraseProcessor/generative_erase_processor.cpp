@@ -42,12 +42,15 @@ GenerativeEraseProcessor::~GenerativeEraseProcessor()
 {
     if (!eraseImpl)
         return;
-    eraseImpl->queue.addOperation(std::make_shared<opq::FunctionOperation>(
-        [info = eraseImpl->brushInfo] {
-            info->drawingStates.clear();
-            info->resources.clearTempFiles();
-        },
-        std::string()));
+    try {
+        eraseImpl->queue.addOperation(std::make_shared<opq::FunctionOperation>(
+            [info = eraseImpl->brushInfo] {
+                info->drawingStates.clear();
+                info->resources.clearTempFiles();
+            },
+            std::string()));
+    } catch (...) { // NOLINT(bugprone-empty-catch): without memory for the operation, the files go with their manager
+    }
 }
 
 void GenerativeEraseProcessor::initializeImpl(std::shared_ptr<Image>&& image)
@@ -73,10 +76,12 @@ void GenerativeEraseProcessor::generateRequest(const std::string& id, _Size<int>
         if (!callback)
             return;
         std::shared_ptr<const GenEraseData> data;
-        if (!info->mask)
-            logToolError(where, "Failed to generate request with empty mask.");
-        else
-            guardedCall(where, [&] { data = prepareEraseRequest(*image, *info->mask, limits, id, *parameters); });
+        guardedCall(where, [&] {
+            if (!info->mask)
+                logRefusal(where, "Failed to generate request with empty mask.");
+            else
+                data = prepareEraseRequest(*image, *info->mask, limits, id, *parameters);
+        });
         if (!data) {
             callback(requestWithoutContent(id));
             return;
@@ -113,7 +118,7 @@ void GenerativeEraseProcessor::applyGeneratedResponse(
             if (const auto generated = source())
                 applyEraseAnswer(image, *parameters, *generated, size);
             else
-                logToolError(where, "Failed to parse responce.");
+                logRefusal(where, "Failed to parse responce.");
         });
     };
     guardedCall(where, [&] {
@@ -168,12 +173,12 @@ void GenerativeEraseProcessor::restoreState(const std::vector<unsigned char>& st
         guardedCall(where, [&] {
             const auto id = Identifier::deserialize(stateBytes);
             if (!id) {
-                logToolError(where, "Cannot parse id.");
+                logRefusal(where, "Cannot parse id.");
                 return;
             }
             const State state = index->find(id);
             if (!state.id) {
-                logToolError(where, "Cannot find state with id: " + id->text());
+                logRefusal(where, "Cannot find state with id: " + id->text());
                 return;
             }
             image->setModifiedImageData(state.modifiedData, "");

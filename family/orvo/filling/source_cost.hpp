@@ -56,7 +56,8 @@ public:
         const int sizeX = dx < 0 ? -dx : dx;
         const int sizeY = dy < 0 ? -dy : dy;
         const float away = static_cast<float>(sizeX > sizeY ? sizeX : sizeY) * perReach;
-        return cost + static_cast<int>(weight * static_cast<float>((*rarity)(x, y, shift)) * (away < 1.0f ? away : 1.0f));
+        return cost +
+               static_cast<int>(weight * static_cast<float>((*rarity)(x, y, shift)) * (away < 1.0f ? away : 1.0f));
     }
 
 private:

@@ -10,7 +10,7 @@ usage: scripts/bench_fill.sh quality|sheet|large [FOLDER]
            across the rim relative to the truth, seconds
   sheet    removes objects from photographs and adds borders (bench/jobs/fill_removals.txt), and puts the results
            next to the originals: FOLDER/sheet_holes.png and FOLDER/sheet_removals.png
-  large    fills a hole of 2 megapixels in 24: wall time and peak memory of orvo fill
+  large    fills a hole of 2 megapixels in 24: wall time and peak memory of orvo fill, and the figures of quality
 
 Results are kept in FOLDER (by default build/bench/fill). Needs ORVO_TEST_DATA and the release preset built.
 PyPatchMatch (MIT) is installed from PyPI into /tmp/orvo_bench_fill if possible, else skipped.
@@ -90,6 +90,8 @@ large() {
   echo "|---|---|---|"
   row "orvo fill" "$bin/orvo" fill "$work/large/facade.png" --mask "$work/large/facade_mask.png" \
     -o "$work/large/facade_orvo.png" --bits 8 --quiet
+  echo
+  "$bench" score orvo "$work/large"
 }
 
 mkdir -p "$work"

@@ -16,6 +16,9 @@ struct PatchFillSettings
     float depthFalloff = 1.6f;   ///< weight loss of a patch per pixel of distance to known ones; 1: none
     bool evenSeams = true;       ///< even out colours at the rim and where sources meet
     float lineWeight = 6.0f; ///< 8-bit steps per sample that a source beside the lines costs; 0: lines do not matter
+    /// Share of the rarity of a source (see Rarity) that it costs far from the target; 0: copies of anything are free.
+    float rareWeight = 0.5f;
+    int rareLevels = 2; ///< coarsest levels where rarity counts: they decide what goes where
     unsigned seed = 1;
 };
 

@@ -26,8 +26,8 @@ struct Match
 class RowSearch
 {
 public:
-    RowSearch(const FillLevel& level_, int rimWeight_, const OffsetCost& offsetCost_, int radius_, unsigned stream_)
-        : level(level_), rimWeight(rimWeight_), offsetCost(offsetCost_), count(level_.width() * level_.height()),
+    RowSearch(const FillLevel& level_, int rimWeight_, const SourceCost& sourceCost_, int radius_, unsigned stream_)
+        : level(level_), rimWeight(rimWeight_), sourceCost(sourceCost_), count(level_.width() * level_.height()),
           radius(radius_), stream(stream_)
     {}
 
@@ -46,7 +46,7 @@ public:
             const WeightedPatch patch = patchAt(target);
             if (measure)
                 best.distance =
-                    distanceTo(patch, best.source, std::numeric_limits<int>::max()) + costOf(target, best.source);
+                    distanceTo(patch, best.source, std::numeric_limits<int>::max()) + sourceCost(target, best.source);
             propose(patch, target, target - step, row, best); // found by this pass
             propose(patch, target, target + step, before, best);
             propose(patch, target, target - width, before, best);
@@ -80,17 +80,11 @@ private:
         return patchDistance(patch, level.texels.data() + source, level.width(), limit);
     }
 
-    ORVO_INLINE int costOf(int target, int source) const
-    {
-        const int width = level.width();
-        return offsetCost(source % width - target % width, source / width - target / width);
-    }
-
     ORVO_INLINE void attempt(const WeightedPatch& patch, int target, int source, Match& best) const
     {
         if (source == best.source || !isSource(source))
             return;
-        const int cost = costOf(target, source);
+        const int cost = sourceCost(target, source);
         if (cost >= best.distance)
             return;
         const int distance = distanceTo(patch, source, best.distance - cost) + cost;
@@ -119,7 +113,7 @@ private:
 
     const FillLevel& level;
     const int rimWeight;
-    const OffsetCost& offsetCost;
+    const SourceCost& sourceCost;
     const int count;
     const int radius;
     const unsigned stream;
@@ -164,12 +158,12 @@ PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const P
     return refined;
 }
 
-void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const OffsetCost& offsetCost,
+void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const SourceCost& sourceCost,
             int radius, unsigned stream)
 {
     PatchField next(level);
     for (int pass = 0; pass < settings.passes; ++pass) {
-        const RowSearch row(level, settings.rimWeight, offsetCost, radius, stream * 64 + static_cast<unsigned>(pass));
+        const RowSearch row(level, settings.rimWeight, sourceCost, radius, stream * 64 + static_cast<unsigned>(pass));
         forEachRow(level.height(), [&](int y) {
             runLoop([&]() __attribute__((always_inline)) { row(y, field, next, pass % 2 == 0, pass == 0); });
         });

@@ -3,7 +3,7 @@
 
 #include "filling/fill_level.hpp"
 #include "filling/fill_settings.hpp"
-#include "filling/line_directions.hpp"
+#include "filling/source_cost.hpp"
 
 #include <orvo_common/memory_manager.hpp>
 
@@ -27,7 +27,7 @@ struct PatchField
 /// neighbours, and at random up to `radius` pixels from the current one (PatchMatch: Barnes, Shechtman, Finkelstein,
 /// Goldman, SIGGRAPH 2009). Departure: a row reads the rows above and below as they were before the pass, so the order
 /// of rows and the number of threads do not matter. `stream` numbers the search.
-void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const OffsetCost& offsetCost,
+void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const SourceCost& sourceCost,
             int radius, unsigned stream);
 
 } // namespace orvo::details

@@ -8,9 +8,11 @@
 #include "filling/peel.hpp"
 #include "filling/seam_colours.hpp"
 #include "filling/smooth_fill.hpp"
+#include "filling/source_cost.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -87,11 +89,20 @@ public:
         count = static_cast<int>(levels.size());
         // Fine enough for thin lines, coarse enough that grain has no direction.
         const LineDirections lines(levels[std::min<std::size_t>(1, levels.size() - 1)]);
-        PatchField field = peel(levels.back(), settings, offsetCostOf(lines, levels.back()));
+        // A shallow hole has a single level and no room for copies of objects.
+        std::optional<Rarity> rarity;
+        if (count > 1 && settings.rareWeight > 0.0f)
+            rarity.emplace(levels.back());
+        const auto costAt = [&](const FillLevel& level, int i) {
+            const int shift = count - 1 - i;
+            return SourceCost(settings, level, lines, rarity && shift < settings.rareLevels ? &*rarity : nullptr,
+                              shift);
+        };
+        PatchField field = peel(levels.back(), settings, costAt(levels.back(), count - 1));
         control.report(kPeeled);
         for (int i = count - 1; i >= 0; --i) {
             FillLevel& level = levels.back();
-            improve(level, i, field, offsetCostOf(lines, level));
+            improve(level, i, field, costAt(level, i));
             if (i > 0) {
                 PatchField finer = refinedField(levels[static_cast<std::size_t>(i - 1)], level, field);
                 std::swap(field, finer);
@@ -110,21 +121,11 @@ public:
     }
 
 private:
-    [[nodiscard]] OffsetCost offsetCostOf(const LineDirections& lines, const FillLevel& level) const
-    {
-        constexpr float kReach = 0.03f; // of the longer side: offsets farther across the lines all cost the same
-        constexpr float kLeastAcross = 1.5f;
-        constexpr int kColours = 3;
-        const float most = settings.lineWeight * settings.lineWeight * static_cast<float>(kPatchPixels * kColours);
-        return {settings.lineWeight > 0.0f ? lines : LineDirections(),
-                std::max(kLeastAcross, kReach * static_cast<float>(std::max(level.width(), level.height()))), most};
-    }
-
     static constexpr float kPeeled = 0.05f;
     static constexpr float kPainted = 0.9f;
 
     // Rounds of search and vote at level `i`.
-    void improve(FillLevel& level, int i, PatchField& field, const OffsetCost& offsetCost)
+    void improve(FillLevel& level, int i, PatchField& field, const SourceCost& sourceCost)
     {
         const int most = settings.coarsestRounds;
         const int rounds = count == 1 ? most : settings.finestRounds + (most - settings.finestRounds) * i / (count - 1);
@@ -134,7 +135,7 @@ private:
             i + 1 == count ? kPeeled : kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i + 1));
         for (int round = 0; round < rounds; ++round) {
             control.throwIfCancelled();
-            search(level, field, settings, offsetCost, std::max(level.width(), level.height()), ++stream);
+            search(level, field, settings, sourceCost, std::max(level.width(), level.height()), ++stream);
             vote(level, field, settings);
             control.report(begin + (end - begin) * static_cast<float>(round + 1) / static_cast<float>(rounds));
         }

@@ -23,8 +23,8 @@ std::size_t idx(int i) { return static_cast<std::size_t>(i); }
 class Peeling
 {
 public:
-    Peeling(FillLevel& level_, const PatchFillSettings& settings, const OffsetCost& offsetCost_)
-        : level(level_), seed(settings.seed), rimWeight(settings.rimWeight), offsetCost(offsetCost_),
+    Peeling(FillLevel& level_, const PatchFillSettings& settings, const SourceCost& sourceCost_)
+        : level(level_), seed(settings.seed), rimWeight(settings.rimWeight), sourceCost(sourceCost_),
           painted(idx(level_.width() * level_.height())), field(level_)
     {
         std::int64_t targets = 0;
@@ -83,7 +83,7 @@ private:
         const int width = level.width();
         const auto attempt = [&](int source) {
             // Known pixels weigh 1 here, so the cost shrinks as they do.
-            const int cost = offsetCost(source % width - corner % width, source / width - corner / width) / rimWeight;
+            const int cost = sourceCost(corner, source) / rimWeight;
             if (cost >= bestDistance)
                 return;
             const int distance = patchDistance(patch, level.texels.data() + source, width, bestDistance - cost) + cost;
@@ -172,7 +172,7 @@ private:
     FillLevel& level;
     const unsigned seed;
     const int rimWeight;
-    const OffsetCost& offsetCost;
+    const SourceCost& sourceCost;
     std::int64_t attempts = 0;
     ManagedPlane<std::uint8_t> painted; // 1 where known or painted
     std::vector<int> sourceOf = std::vector<int>(idx(level.width() * level.height()));
@@ -182,9 +182,9 @@ private:
 
 } // namespace
 
-PatchField peel(FillLevel& level, const PatchFillSettings& settings, const OffsetCost& offsetCost)
+PatchField peel(FillLevel& level, const PatchFillSettings& settings, const SourceCost& sourceCost)
 {
-    return Peeling(level, settings, offsetCost).run();
+    return Peeling(level, settings, sourceCost).run();
 }
 
 } // namespace orvo::details

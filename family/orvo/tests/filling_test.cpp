@@ -1,5 +1,6 @@
 // Filling by patches of the picture itself.
 #include "filling/line_directions.hpp"
+#include "filling/source_cost.hpp"
 #include "filling_pictures.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -189,6 +190,55 @@ TEST(Filling, OffsetsAlongLinesAreFree)
     EXPECT_EQ(cost(0, 4), 1000);
     EXPECT_EQ(cost(0, -400), 1000);
     EXPECT_EQ(OffsetCost({}, 4.0f, 1000.0f)(0, -400), 0);
+}
+
+// A level whose left half repeats every 8 pixels; the right half is flat but for one blot at (60, 20).
+orvo::details::FillLevel levelWithABlot()
+{
+    const auto picture = drawn({80, 40}, nullptr, [](int x, int y) {
+        const bool blot = x >= 60 && x < 64 && y >= 20 && y < 24;
+        const auto cell = static_cast<float>(5 * (x % 8) + y % 8);
+        const float v = blot ? 1.0f : x >= 40 ? 0.3f : cell * 0.02f;
+        return Pixel{v, v, v};
+    });
+    const auto mask = maskOf(picture->size(), within({0, 0, 4, 4}));
+    const orvo::details::Hole hole(picture->size(), *mask);
+    return orvo::details::finestLevel(*picture, hole, {0, 0, 80, 40}, 8, 0.0f);
+}
+
+// The index of the patch that begins at a pixel of the picture.
+int patchAt(const orvo::details::FillLevel& level, int x, int y)
+{
+    constexpr int kMargin = orvo::details::FillLevel::kMargin;
+    return level.at(x + kMargin, y + kMargin);
+}
+
+TEST(Filling, OnlyWhatResemblesNothingIsRare)
+{
+    const auto level = levelWithABlot();
+    const orvo::details::Rarity rarity(level);
+    constexpr int kMargin = orvo::details::FillLevel::kMargin;
+    EXPECT_EQ(rarity(10 + kMargin, 10 + kMargin, 0), 0) << "repeated";
+    EXPECT_EQ(rarity(48 + kMargin, 10 + kMargin, 0), 0) << "flat";
+    EXPECT_GT(rarity(59 + kMargin, 19 + kMargin, 0), 10 * 64 * 64) << "the blot";
+    // At twice the size, the same place: patches there begin 2 * 3 pixels before twice the centre.
+    EXPECT_EQ(rarity(2 * (59 + 3) - 3 + kMargin, 2 * (19 + 3) - 3 + kMargin, 1), rarity(59 + kMargin, 19 + kMargin, 0));
+}
+
+TEST(Filling, CopiesOfSomethingRareCostMoreWithDistance)
+{
+    const auto level = levelWithABlot();
+    const orvo::details::Rarity rarity(level);
+    const orvo::details::SourceCost cost({}, level, {}, &rarity, 0);
+    const int blot = patchAt(level, 59, 19);
+    EXPECT_EQ(cost(blot, blot), 0);
+    const int near = cost(patchAt(level, 57, 19), blot);
+    const int far = cost(patchAt(level, 10, 19), blot);
+    EXPECT_GT(near, 0);
+    EXPECT_GT(far, 6 * near);
+    EXPECT_EQ(far, cost(patchAt(level, 0, 19), blot)) << "the distance no longer matters";
+    EXPECT_EQ(cost(patchAt(level, 10, 19), patchAt(level, 48, 10)), 0) << "flat";
+    EXPECT_EQ(orvo::details::SourceCost({}, level, {}, nullptr, 0)(patchAt(level, 10, 19), blot), 0);
 }
 
 TEST(Filling, KeepsTheGrainOfNoise)

@@ -1,0 +1,76 @@
+#include "filling/source_cost.hpp"
+
+#include "filling/patch_distance.hpp"
+
+#include <orvo_core/parallel.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace orvo::details {
+namespace {
+
+// Comparisons for all patches together: about a quarter of a second on one core.
+constexpr std::int64_t kMostComparisons = 10'000'000;
+// 64 steps of 8 bits in every sample: as rare as anything.
+constexpr int kRarest = kPatchPixels * static_cast<int>(sizeof(Texel)) * 64 * 64;
+// Pixels of the coarsest level between source and target from which on rarity costs in full. Nearer sources continue
+// what is at the rim.
+constexpr int kRareReach = 2 * kPatch;
+
+OffsetCost lineCost(const PatchFillSettings& settings, const FillLevel& level, const LineDirections& lines)
+{
+    constexpr float kReach = 0.03f; // of the longer side: offsets farther across the lines all cost the same
+    constexpr float kLeastAcross = 1.5f;
+    constexpr int kColours = 3;
+    const float most = settings.lineWeight * settings.lineWeight * static_cast<float>(kPatchPixels * kColours);
+    return {settings.lineWeight > 0.0f ? lines : LineDirections(),
+            std::max(kLeastAcross, kReach * static_cast<float>(std::max(level.width(), level.height()))), most};
+}
+
+WeightedPatch patchAt(const FillLevel& level, int corner)
+{
+    WeightedPatch patch{};
+    for (int y = 0; y < kPatch; ++y)
+        for (int x = 0; x < kPatch; ++x)
+            patch.setPixel(static_cast<std::size_t>(x), static_cast<std::size_t>(y),
+                           level.texels[static_cast<std::size_t>(corner + y * level.width() + x)], 1, 1);
+    return patch;
+}
+
+} // namespace
+
+Rarity::Rarity(const FillLevel& level)
+    : distances(static_cast<std::size_t>(level.width()) * static_cast<std::size_t>(level.height()), true),
+      width(level.width())
+{
+    const auto count = static_cast<std::int64_t>(level.someSources.size());
+    const auto step = static_cast<std::size_t>(count * count / kMostComparisons + 1);
+    forEachRow(level.height(), [&](int y) {
+        for (int x = 0; x < width; ++x) {
+            const int corner = level.at(x, y);
+            if (level.sources[static_cast<std::size_t>(corner)] == 0)
+                continue;
+            const WeightedPatch patch = patchAt(level, corner);
+            int least = kRarest;
+            runLoop([&]() __attribute__((always_inline)) {
+                for (std::size_t i = 0; i < level.someSources.size(); i += step) {
+                    const int other = level.someSources[i];
+                    // Overlapping patches resemble each other anyway.
+                    if (std::abs(other % width - x) < kPatch && std::abs(other / width - y) < kPatch)
+                        continue;
+                    least = std::min(least, patchDistance(patch, level.texels.data() + other, width, least));
+                }
+            });
+            distances[static_cast<std::size_t>(corner)] = least;
+        }
+    });
+}
+
+SourceCost::SourceCost(const PatchFillSettings& settings, const FillLevel& level, const LineDirections& lines,
+                       const Rarity* rarity_, int shift_)
+    : acrossLines(lineCost(settings, level, lines)), rarity(rarity_), width(level.width()), shift(shift_),
+      weight(settings.rareWeight), perReach(1.0f / static_cast<float>(kRareReach << shift_))
+{}
+
+} // namespace orvo::details

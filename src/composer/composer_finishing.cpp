@@ -107,7 +107,7 @@ RenderedData PanoramaPreviewComposerPrivate::finalPreview(WarpType type, const P
     }
     const bool isKept = cachedPreview.image && cachedProjection == type;
     const bool isToBeDrawn = size != _Size<int>() || !isKept;
-    // A picture that an earlier view has left is not what the crop was made for.
+    // Gray rather than a part of an older picture, for which the crop was not made.
     if (isToBeDrawn && createFullPanorama(type, size, info.context.roi).isPlaceholder)
         return blankPreview();
     const CropDescription crop = processCropInfo(info.crop, info.context.size, cachedPreview.image->size());

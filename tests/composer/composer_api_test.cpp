@@ -273,6 +273,7 @@ TEST_F(ComposerApi, RendersThatThrowAreLoggedWithTheirNamesAndReported)
     composer.setContext(kView);
     composer.setUnderlayCallback([](const RenderedData&) { throw 3; });
     const auto reported = failures.wait(2);
+    ASSERT_EQ(reported.size(), 2u);
     EXPECT_EQ(reported[0], (Failure{FailureKind::Internal, {}, "no view"}));
     EXPECT_EQ(reported[1].kind, FailureKind::Internal);
     EXPECT_THAT(log.texts(LogMessageType::Warning),

@@ -97,7 +97,7 @@ TEST_F(ComposerFinishing, TheFinalPreviewIsCutFromTheKeptPicture)
 TEST_F(ComposerFinishing, AFinalPreviewWithNothingKeptDrawsIt)
 {
     const RenderedData full = finalPreview(composer, {}, {});
-    EXPECT_FALSE(full.isPlaceholder);
+    ASSERT_TRUE(full.image && !full.isPlaceholder);
     EXPECT_GT(full.image->height(), 280) << "at full resolution";
     composer.setCallback([](const RenderedData&) {});
     composer.setContext({{50, 50}, inside()});
@@ -106,7 +106,7 @@ TEST_F(ComposerFinishing, AFinalPreviewWithNothingKeptDrawsIt)
     EXPECT_NEAR(preview.image->height(), 200, 3);
     PanoramaPreviewComposer empty(SmallFiles::source());
     const RenderedData nothing = finalPreview(empty, {}, {900, 200});
-    EXPECT_TRUE(nothing.isPlaceholder);
+    ASSERT_TRUE(nothing.image && nothing.isPlaceholder);
     EXPECT_EQ(nothing.image->size(), _Size<int>(100, 100));
 }
 

@@ -359,9 +359,11 @@ TEST_F(ComposerRendering, ADrawingThatFailsIsLoggedWithItsNameAndReported)
         ElementsAre(AllOf(HasSubstr("orvo::PanoramaPreviewComposer::createFullPanorama("), EndsWith(": no memory")),
                     AllOf(HasSubstr("orvo::PanoramaPreviewComposer::calculatePreviewSize("), EndsWith(": no memory"))));
     std::optional<Failure> reason;
-    state.cropPreview(WarpType::Spherical, {900, 120},
-                      [&](const RenderedData&, _Rect<int>) { reason = lastFailure(); });
-    EXPECT_EQ(reason, (Failure{FailureKind::Internal, {}, "no memory"}));
+    for (const _Size<int> size : {_Size<int>(), _Size<int>(900, 120)}) {
+        reason.reset();
+        state.cropPreview(WarpType::Spherical, size, [&](const RenderedData&, _Rect<int>) { reason = lastFailure(); });
+        EXPECT_EQ(reason, (Failure{FailureKind::Internal, {}, "no memory"}));
+    }
     state.reset();
     EXPECT_THAT(log.texts(LogMessageType::Warning).back(),
                 AllOf(HasSubstr("orvo::PanoramaPreviewComposer::resetAlignmentAdjustments("), EndsWith(": no memory")));

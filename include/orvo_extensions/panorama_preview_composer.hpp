@@ -32,11 +32,12 @@ struct PanoramaPreviewComposerPrivate;
 ///
 /// The application calls the composer from one thread at a time. Methods return at once unless their comments differ:
 /// the work runs on the composer's one worker, in the order of the calls. All callbacks run on that worker; the
-/// application passes results to its own thread. A callback may call any method, and may drop the composer. No method
-/// throws; failures are logged as warnings. A render that fails or is cancelled calls no callback, but
-/// getCropPreview(), getFinalizePreview() and finalize() always call theirs, with isPlaceholder set if there is no
-/// result. The completion of a load and the callback of finalize() find the reason in lastFailure() of their thread.
-/// Pictures are in sRGB, the profile that they carry.
+/// application passes results to its own thread. A callback may call any method, and may own or drop the composer. No
+/// method throws; failures are logged as warnings. A render that fails or is cancelled does not call its receiver, but
+/// getCropPreview(), getFinalizePreview() and finalize() always call their callbacks unless the composer is destroyed
+/// while they wait, with isPlaceholder set if there is no result. These callbacks and the completion of a load find the
+/// reason in lastFailure() of their thread; a callback that throws is called again, without a result. Pictures are in
+/// sRGB, the profile that they carry.
 ///
 /// Two channels show the panorama: main, the view of setContext(), and the underlay, the whole panorama. At most one
 /// render waits in each (see ComposerConfiguration); a running one continues to its end.
@@ -57,7 +58,9 @@ public:
     /// A crop that the user chose.
     struct CropInfo
     {
-        CropDescription crop; ///< in pixels of a picture of `context.size` that shows `context.roi`; default: no crop
+        /// In pixels of a picture of `context.size` that shows `context.roi`; default: no crop. An angle needs a
+        /// rectangle: without one the crop is a single pixel.
+        CropDescription crop;
         /// `size`: of the picture for which the crop was made. `roi`: the part of the canvas that the result covers, as
         /// getCropPreview() reports it.
         PreviewContext context;
@@ -69,7 +72,8 @@ public:
     explicit PanoramaPreviewComposer(const PanoSourceVideo& source);
     explicit PanoramaPreviewComposer(const PanoSourceHDR& source);
     /// Drops waiting operations and returns when the running one has ended; callbacks may run until then. cancelAll()
-    /// makes this short. From a callback it returns at once.
+    /// makes this short. From a callback it returns at once, cancels what that callback belongs to, and no further
+    /// callback is called.
     ~PanoramaPreviewComposer();
     PanoramaPreviewComposer(const PanoramaPreviewComposer&) = delete;
     PanoramaPreviewComposer& operator=(const PanoramaPreviewComposer&) = delete;
@@ -81,6 +85,8 @@ public:
     /// The progress of a load, 0 to 1; may be empty. Takes effect at once; call it before the load.
     void setLoadCallback(std::function<void(float)> progress);
     /// Stops everything permanently: loads end with false, renders without a callback. For the end of the object's use.
+    /// From any thread. What has no point to stop at is finished first: the reading of one file, the reading of
+    /// composition frames, and the small sphere that a drag and resetAlignmentAdjustments() draw.
     void cancelAll();
 
     /// Video only: uses the frames `start` .. `end` - 1 from the next load on. Takes effect at once; not while a load
@@ -114,6 +120,9 @@ public:
     void setUnderlayMeaningfulPartCallback(std::function<void(std::shared_ptr<const _ImageData<PixelRGB<float>>>,
                                                               std::shared_ptr<const _ImageData<float>>, _Rect<int>)>
                                                callback);
+    /// The receiver of what ended a main view or an underlay instead of its result; not called for those that are
+    /// cancelled or have no content.
+    void setFailureCallback(std::function<void(Failure)> callback);
     /// Sets the main view and draws it. A context without size or part is logged and ignored.
     void setContext(PreviewContext context);
 
@@ -135,12 +144,16 @@ public:
     /// Passes the whole panorama over white, and the largest rectangle that it fills, as a crop of that picture. The
     /// shorter side of the picture is that of `size`; full resolution for (0, 0) or the canvas's size. `context.roi` is
     /// the position of the picture on the canvas. The composer keeps the picture for getFinalizePreview() until the
-    /// next render.
+    /// next render, load or move of the view. The first size after such a change is remembered: other sizes until the
+    /// next one give the same picture, except (0, 0) and the canvas's.
     void getCropPreview(_Size<int> size, std::function<void(RenderedData, _Rect<int>)> callback);
-    /// Cuts the crop out of the kept picture. With a `size` other than (0, 0) a picture of that size is drawn unless it
-    /// is kept. Gray if `info.context.roi` differs from that of the kept picture.
+    /// Cuts the crop out of the kept picture. `size`: that of getCropPreview() or, the same, (0, 0); for another one
+    /// the picture is drawn again, and its position may differ by a pixel, so that finalize() takes the former one for
+    /// outdated. Gray if `info.context.roi` or the projection differs from that of the kept picture.
     void getFinalizePreview(CropInfo info, std::function<void(RenderedData)> callback, _Size<int> size);
-    /// The finished picture: `info.context.roi` at full resolution over white, then the crop. Gray as above.
+    /// The finished picture: `info.context.roi` at full resolution over white, then the crop. Without a crop only the
+    /// covered part of it: the picture is smaller than `context.size` where the panorama does not reach the sides. Gray
+    /// as above.
     void finalize(CropInfo info, std::function<void(RenderedData)> callback);
     /// The tilt of the horizon in a picture, in radians, clockwise; 0 if none is found. Runs on the caller's thread.
     [[nodiscard]] float getHorizonAngle(std::shared_ptr<const _ImageData<PixelRGB<float>>> image);
@@ -151,25 +164,20 @@ public:
     void finishSetup();
 
 private:
-    enum class Channel;
-
     void renderMain();
     void renderUnderlay();
-    static RenderedData createFullPanorama(PanoramaPreviewComposerPrivate& state, WarpType type, _Size<int> size,
-                                           _Rect<int> roi);
-    static _Size<int> calculatePreviewSize(PanoramaPreviewComposerPrivate& state, WarpType type, _Size<int> size);
-    friend struct PanoramaPreviewComposerPrivate;
 
     std::shared_ptr<PanoramaPreviewComposerPrivate> state; // shared with the running operation
 };
 
-/// The largest rectangle of pixels above 0, in pixels of the mask, after the holes of the largest region are filled;
-/// its left and upper sides are 10 pixels further in. Of equal areas the flattest wins, then the topmost. A mask
-/// without a pixel above 0 gives (5, 5, -10, -10).
+/// The largest rectangle of content, in pixels of the mask, after the holes of the largest region are filled; its left
+/// and upper sides are 10 pixels further in. Content is what rounds to more than 0 in 8 bits. Of equal areas the
+/// flattest wins, then the topmost. A mask without content gives (5, 5, -10, -10). Throws cv::Exception for an empty
+/// mask.
 [[nodiscard]] ORVO_EXPORT _Rect<int> inscribedRectOfMask(const _ImageData<float>& mask);
 
 /// The same search for a crop that nobody looks at before it is cut: holes stay holes, and no side is moved. A mask
-/// without a pixel above 0 gives an empty rectangle.
+/// without content gives an empty rectangle.
 [[nodiscard]] ORVO_EXPORT _Rect<int> fullRectOfMask(const _ImageData<float>& mask);
 
 } // namespace orvo

@@ -7,27 +7,11 @@
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <exception>
-#include <numbers>
+#include <utility>
 
 namespace orvo {
 namespace {
-
-// Runs `body`. If it throws, logs the failure and runs `answer` instead.
-template <typename Body, typename Answer>
-void answeringAnyway(const char* what, const Body& body, const Answer& answer)
-{
-    try {
-        body();
-        return;
-    } catch (const std::exception& error) {
-        LOG(__orvolog() << LogMessageType::Warning << "Exception in " << what << ": " << error.what());
-    } catch (...) {
-        LOG(__orvolog() << LogMessageType::Warning << "Exception in " << what << ".");
-    }
-    answer();
-}
 
 _Size<int> limited(const _Size<int>& size)
 {
@@ -35,28 +19,11 @@ _Size<int> limited(const _Size<int>& size)
     return {limit.width, limit.height};
 }
 
-// The part of a canvas that a crop needs: the bounds of its turned rectangle.
-cv::Rect boxOf(const CropDescription& crop, const _Size<int>& canvas)
-{
-    const _Rect<int> rect = crop.getCropRect();
-    cv::Rect box(rect.x, rect.y, rect.width, rect.height);
-    if (crop.angle != 0.0f) {
-        constexpr float kDegrees = 180.0f / std::numbers::pi_v<float>;
-        const cv::Point2f centre(static_cast<float>(rect.x) + static_cast<float>(rect.width) / 2.0f,
-                                 static_cast<float>(rect.y) + static_cast<float>(rect.height) / 2.0f);
-        box = cv::RotatedRect(centre, cv::Size2f(static_cast<float>(rect.width), static_cast<float>(rect.height)),
-                              crop.angle * kDegrees)
-                  .boundingRect();
-    }
-    return box & cv::Rect(0, 0, canvas.width, canvas.height);
-}
-
-// The stitcher returns only the covered part of a box, but a crop counts from the corner of the box.
-Panorama inWholeFrame(Panorama drawn, const _Size<int>& box, const _Size<int>& limit)
+// The stitcher returns only the covered part of a picture of `size`, but a crop counts from the corner of the whole:
+// beside a ragged rim it would be scaled to the covered part and misplaced.
+Panorama inWholeFrame(Panorama drawn, const _Size<int>& size)
 {
     const cv::Rect roi = drawn.roi;
-    const bool fitsLimit = roi.x + roi.width <= limit.width && roi.y + roi.height <= limit.height;
-    const _Size<int> size = fitsLimit ? limit : box;
     if (drawn.image->size() == size)
         return drawn;
     Panorama frame{std::make_shared<_ImageData<PixelRGB<float>>>(size, PixelRGB<float>{1.0f, 1.0f, 1.0f},
@@ -71,14 +38,32 @@ Panorama inWholeFrame(Panorama drawn, const _Size<int>& box, const _Size<int>& l
 
 } // namespace
 
+void PanoramaPreviewComposerPrivate::keepException(const char* task)
+{
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        LOG(__orvolog() << LogMessageType::Warning << task << ": " << error.what());
+    } catch (...) {
+        LOG(__orvolog() << LogMessageType::Warning << task << ".");
+    }
+    if (lastFailure()) // of the work itself, while this exception may be the receiver's
+        return;
+    const details::CallScope scope;
+    details::stateFailure(details::failureOfOpenCv());
+}
+
 void PanoramaPreviewComposerPrivate::cropPreview(WarpType type, _Size<int> size,
                                                  const std::function<void(RenderedData, _Rect<int>)>& callback)
 {
     answeringAnyway(
-        "crop preview generation",
+        "Exception in crop preview generation",
         [&] {
-            const RenderedData data = createFullPanorama(type, size, cachedRoi);
-            callback(data, data.mask ? inscribedRectOfMask(*data.mask) : _Rect<int>());
+            const auto [data, proposal] = runInOpenCallFrame([&] {
+                const RenderedData drawn = createFullPanorama(type, size, cachedRoi);
+                return std::pair(drawn, drawn.mask ? inscribedRectOfMask(*drawn.mask) : _Rect<int>());
+            });
+            callback(data, proposal);
         },
         [&] {
             const RenderedData blank = blankPreview();
@@ -86,13 +71,16 @@ void PanoramaPreviewComposerPrivate::cropPreview(WarpType type, _Size<int> size,
         });
 }
 
-bool PanoramaPreviewComposerPrivate::isStale(const _Rect<int>& roi, const std::string& signature,
-                                             const char* method) const
+bool PanoramaPreviewComposerPrivate::isStale(WarpType type, const _Rect<int>& roi, const std::string& text) const
 {
-    if (!cachedPreview.image || cachedRoi == roi)
+    if (!cachedPreview.image)
         return false;
-    LOG(__orvolog() << LogMessageType::Warning << signature << ": PanoramaPreviewComposer::" << method
-                    << ": roi is incorrect, trying to generate image for another settings");
+    // The same numbers name another part in another projection.
+    const bool isOfOther = cachedRoi != _Rect<int>() && cachedProjection != type;
+    if (cachedRoi == roi && !isOfOther)
+        return false;
+    LOG(__orvolog() << LogMessageType::Warning << text);
+    details::stateFailure({FailureKind::Internal, {}, "the crop was made for another view of the panorama"});
     return true;
 }
 
@@ -101,33 +89,38 @@ void PanoramaPreviewComposerPrivate::finalizePreview(WarpType type, const Panora
                                                      const std::string& signature)
 {
     answeringAnyway(
-        "final preview generation",
-        [&] {
-            if (isStale(info.context.roi, signature, "getFinalizePreview")) {
-                _Size<int> grayOf = size;
-                if (grayOf == _Size<int>())
-                    grayOf = info.context.size;
-                if (grayOf == _Size<int>())
-                    grayOf = cachedPreview.context.size;
-                callback(placeholderPreview(grayOf));
-                return;
-            }
-            const bool isToBeDrawn = size != _Size<int>() || !cachedPreview.image;
-            if (isToBeDrawn && createFullPanorama(type, size, info.context.roi).isPlaceholder) {
-                callback(blankPreview());
-                return;
-            }
-            const CropDescription crop = processCropInfo(info.crop, info.context.size, cachedPreview.image->size());
-            callback(applyCrop(cachedPreview.image, cachedPreview.mask, crop));
-        },
+        "Exception in final preview generation",
+        [&] { callback(runInOpenCallFrame([&] { return finalPreview(type, info, size, signature); })); },
         [&] { callback(blankPreview()); });
+}
+
+RenderedData PanoramaPreviewComposerPrivate::finalPreview(WarpType type, const PanoramaPreviewComposer::CropInfo& info,
+                                                          _Size<int> size, const std::string& signature)
+{
+    if (isStale(type, info.context.roi,
+                signature + ": PanoramaPreviewComposer::getFinalizePreview: roi is incorrect, trying to generate image "
+                            "for another settings")) {
+        for (const _Size<int>& requested : {size, info.context.size})
+            if (requested != _Size<int>())
+                return placeholderPreview(requested);
+        return placeholderPreview(cachedPreview.context.size);
+    }
+    const bool isKept = cachedPreview.image && cachedProjection == type;
+    const bool isToBeDrawn = size != _Size<int>() || !isKept;
+    // Gray rather than a part of an older picture, for which the crop was not made.
+    if (isToBeDrawn && createFullPanorama(type, size, info.context.roi).isPlaceholder)
+        return blankPreview();
+    const CropDescription crop = processCropInfo(info.crop, info.context.size, cachedPreview.image->size());
+    return applyCrop(cachedPreview.image, cachedPreview.mask, crop);
 }
 
 RenderedData PanoramaPreviewComposerPrivate::finishedWhole(const _Rect<int>& roi)
 {
     const Panorama drawn = stitcher->makePanorama(roi, roi.size(), stitcherCancel(), limited(roi.size()));
-    if (!drawn.image)
+    if (!drawn.image) {
+        stateNothingDrawn();
         return blankPreview();
+    }
     blendAlpha(drawn);
     RenderedData data;
     data.image = drawn.image;
@@ -141,13 +134,16 @@ RenderedData PanoramaPreviewComposerPrivate::finishedCrop(const PanoramaPreviewC
 {
     const _Rect<int>& roi = info.context.roi;
     const CropDescription onRoi = processCropInfo(info.crop, info.context.size, roi.size());
-    const cv::Rect box = boxOf(onRoi, roi.size());
+    const cv::Rect box = boundsOfCrop(onRoi, roi.size());
     const _Size<int> size(box.width, box.height);
     Panorama drawn = stitcher->makePanorama({roi.x + box.x, roi.y + box.y, box.width, box.height}, size,
                                             stitcherCancel(), limited(size));
-    if (!drawn.image)
+    if (!drawn.image) {
+        stateNothingDrawn();
         return blankPreview();
-    drawn = inWholeFrame(std::move(drawn), size, limited(size));
+    }
+    // A reprojection draws at full size, whatever the limit.
+    drawn = inWholeFrame(std::move(drawn), stitcher->reprojectionNeeded() ? size : limited(size));
     blendAlpha(drawn);
     CropDescription onBox;
     onBox.angle = onRoi.angle;
@@ -157,21 +153,23 @@ RenderedData PanoramaPreviewComposerPrivate::finishedCrop(const PanoramaPreviewC
     return applyCrop(drawn.image, drawn.mask, processCropInfo(onBox, size, drawn.image->size()));
 }
 
+RenderedData PanoramaPreviewComposerPrivate::finished(WarpType type, const PanoramaPreviewComposer::CropInfo& info,
+                                                      const std::string& signature)
+{
+    if (isStale(type, info.context.roi,
+                signature + ": PanoramaPreviewComposer::finalize: roi is incorrect, trying to generate image for "
+                            "another settings"))
+        return placeholderPreview(info.context.size);
+    enterProjection(type);
+    return info.crop == CropDescription() ? finishedWhole(info.context.roi) : finishedCrop(info);
+}
+
 void PanoramaPreviewComposerPrivate::finish(WarpType type, const PanoramaPreviewComposer::CropInfo& info,
                                             const std::function<void(RenderedData)>& callback,
                                             const std::string& signature)
 {
     answeringAnyway(
-        "finalize",
-        [&] {
-            if (isStale(info.context.roi, signature, "finalize")) {
-                callback(placeholderPreview(info.context.size));
-                return;
-            }
-            enterProjection(type);
-            callback(runInOpenCallFrame(
-                [&] { return info.crop == CropDescription() ? finishedWhole(info.context.roi) : finishedCrop(info); }));
-        },
+        "Exception in finalize", [&] { callback(runInOpenCallFrame([&] { return finished(type, info, signature); })); },
         [&] { callback(blankPreview()); });
 }
 

@@ -1,5 +1,6 @@
 // The render operations of a composer, on its worker.
 #include "composer/composer_private.hpp"
+#include "frame/call_frame.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -16,7 +17,18 @@ constexpr float kCanvasSide = 1500.0f;
 // Longest side of an underlay that shows the content only.
 constexpr float kMeaningfulSide = 2000.0f;
 
-int truncated(float value) { return static_cast<int>(value); }
+// What the log names: the operations that a getCropPreview() or getFinalizePreview() consists of.
+constexpr const char* kCreateFullPanorama =
+    "orvo::RenderedData orvo::PanoramaPreviewComposer::createFullPanorama(WarpType, _Size<int>, _Rect<int>) const";
+constexpr const char* kCalculatePreviewSize =
+    "orvo::_Size<int> orvo::PanoramaPreviewComposer::calculatePreviewSize(_Size<int>) const";
+
+// Limited to what an int holds: the caller may ask for any size.
+int truncated(float value)
+{
+    constexpr float kLargest = 1e9f;
+    return static_cast<int>(std::clamp(value, -kLargest, kLargest));
+}
 
 float fitting(float side, int width, int height)
 {
@@ -39,23 +51,6 @@ RenderedData dataOf(const Panorama& panorama, const PreviewContext& context)
     return data;
 }
 
-void logException(const std::string& signature, const char* text)
-{
-    LOG(__orvolog() << LogMessageType::Warning << signature << ": " << text);
-}
-
-template <typename Body>
-void logExceptions(const std::string& signature, const Body& body)
-{
-    try {
-        body();
-    } catch (const std::exception& error) {
-        logException(signature, error.what());
-    } catch (...) {
-        logException(signature, "not a std::exception");
-    }
-}
-
 template <typename Map>
 _Rect<int> mapped(const cv::Rect& rect, const Map& map)
 {
@@ -64,6 +59,18 @@ _Rect<int> mapped(const cv::Rect& rect, const Map& map)
 }
 
 } // namespace
+
+Failure logException(const std::string& signature)
+{
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        LOG(__orvolog() << LogMessageType::Warning << signature << ": " << error.what());
+    } catch (...) {
+        LOG(__orvolog() << LogMessageType::Warning << signature << ": not a std::exception");
+    }
+    return details::failureOfOpenCv();
+}
 
 _Size<int> fittedSize(int width, int height)
 {
@@ -92,7 +99,10 @@ PanoramaStitcher::CancelFunction PanoramaPreviewComposerPrivate::stitcherCancel(
 
 _Size<int> PanoramaPreviewComposerPrivate::enterProjection(WarpType type)
 {
-    stitcher->setWarpType(warpNumberOf(type));
+    const std::int32_t number = warpNumberOf(type);
+    if (number != stitcher->getWarpType())
+        cachedPreviewSize = {}; // of another canvas
+    stitcher->setWarpType(number);
     const cv::Rect bounds = stitcher->projectionBounds();
     return {bounds.width, bounds.height};
 }
@@ -108,12 +118,30 @@ Panorama PanoramaPreviewComposerPrivate::drawCanvas(const _Size<int>& canvas, co
     return stitcher->makePanorama({0, 0, canvas.width, canvas.height}, size, keepCanvas, stitcherCancel());
 }
 
+void PanoramaPreviewComposerPrivate::reportFailedRender(const ComposerSnapshot& taken,
+                                                        const std::optional<Failure>& failure) const
+{
+    if (failure && taken.failureCallback && !isDropped)
+        taken.failureCallback(*failure);
+}
+
+void PanoramaPreviewComposerPrivate::stateNothingDrawn() const
+{
+    if (run.cancelled())
+        details::stateFailure(cancelledFailure());
+    else if (stitcher->getStatus() != 1)
+        details::stateFailure({FailureKind::Internal, {}, "no pictures that fit together are loaded"});
+    else
+        details::stateFailure(
+            {FailureKind::UnfittingPictures, {}, "the requested part of the canvas shows nothing of the panorama"});
+}
+
 void PanoramaPreviewComposerPrivate::drawMain(WarpType type, const ComposerSnapshot& taken,
                                               const std::string& signature)
 {
     if (!taken.mainCallback)
         return;
-    logExceptions(signature, [&] {
+    const auto failure = logExceptions(signature, [&] {
         resetCachedSettings();
         const _Size<int> canvas = enterProjection(type);
         const bool isWhole = taken.context.roi == _Rect<int>();
@@ -126,6 +154,7 @@ void PanoramaPreviewComposerPrivate::drawMain(WarpType type, const ComposerSnaps
         if (drawn.image)
             taken.mainCallback(dataOf(drawn, taken.context));
     });
+    reportFailedRender(taken, failure);
 }
 
 void PanoramaPreviewComposerPrivate::drawUnderlay(WarpType type, const ComposerSnapshot& taken,
@@ -133,7 +162,7 @@ void PanoramaPreviewComposerPrivate::drawUnderlay(WarpType type, const ComposerS
 {
     if ((!taken.underlayCallback && !taken.meaningfulPartCallback) || stitcher->getStatus() != 1)
         return;
-    logExceptions(signature, [&] {
+    const auto failure = logExceptions(signature, [&] {
         resetCachedSettings();
         const _Size<int> canvas = enterProjection(type);
         const _Rect<int> whole(0, 0, canvas.width, canvas.height);
@@ -158,51 +187,54 @@ void PanoramaPreviewComposerPrivate::drawUnderlay(WarpType type, const ComposerS
             taken.meaningfulPartCallback(drawn.image, drawn.mask,
                                          mapped(drawn.roi, [k](float value) { return truncated(value / k); }));
     });
+    reportFailedRender(taken, failure);
 }
 
-// Members of the composer, because the log contains their signatures.
-RenderedData PanoramaPreviewComposer::createFullPanorama(PanoramaPreviewComposerPrivate& state, WarpType type,
-                                                         _Size<int> size, _Rect<int> roi)
+// Draws on the canvas of `type` throughout, although the composer's current projection may be another one by now, and
+// the stitcher's still the former one: the picture would be squeezed into the shape of that canvas.
+RenderedData PanoramaPreviewComposerPrivate::createFullPanorama(WarpType type, _Size<int> size, _Rect<int> roi)
 {
     RenderedData data;
-    if (state.cachedProjection == type && state.restoreCachedPreview(data, size, roi))
+    if (cachedProjection == type && restoreCachedPreview(data, size, roi))
         return data;
     bool isDrawn = false;
-    logExceptions(functionSignature(), [&] {
-        const _Size<int> previewSize = state.calculateSizeForPreview(type, size);
-        const _Size<int> canvas = state.enterProjection(type);
-        const Panorama drawn = state.drawCanvas(canvas, previewSize, false);
+    const auto failure = logExceptions(kCreateFullPanorama, [&] {
+        const _Size<int> canvas = enterProjection(type);
+        const _Size<int> previewSize = calculateSizeForPreview(type, size);
+        const Panorama drawn = drawCanvas(canvas, previewSize, false);
         if (!drawn.image)
-            return;
+            return stateNothingDrawn();
         blendAlpha(drawn);
         const float factor = static_cast<float>(canvas.width) / static_cast<float>(previewSize.width);
         const _Rect<int> place =
             mapped(drawn.roi, [factor](float value) { return static_cast<int>(std::round(value * factor)); });
         data = dataOf(drawn, {size, place});
-        state.cachedRoi = place;
-        state.cachedProjection = type;
-        state.cachedPreview.image = data.image;
-        state.cachedPreview.mask = data.mask;
-        state.cachedPreview.context = data.context;
+        cachedRoi = place;
+        cachedProjection = type;
+        // Not the profile: a kept picture is reported like a crop of it, in the profile of a default value.
+        cachedPreview.image = data.image;
+        cachedPreview.mask = data.mask;
+        cachedPreview.context = data.context;
         isDrawn = true;
     });
     if (isDrawn)
         return data;
+    if (failure)
+        details::stateFailure(*failure);
     RenderedData nothing;
     nothing.isPlaceholder = true;
     return nothing;
 }
 
-_Size<int> PanoramaPreviewComposer::calculatePreviewSize(PanoramaPreviewComposerPrivate& state, WarpType type,
-                                                         _Size<int> size)
+_Size<int> PanoramaPreviewComposerPrivate::calculatePreviewSize(WarpType type, _Size<int> size)
 {
-    if (state.cachedPreviewSize != _Size<int>())
-        return state.cachedPreviewSize;
+    const _Size<int> canvas = enterProjection(type);
+    if (cachedPreviewSize != _Size<int>())
+        return cachedPreviewSize;
     _Size<int> found;
-    logExceptions(functionSignature(), [&] {
-        const _Size<int> canvas = state.enterProjection(type);
+    const auto failure = logExceptions(kCalculatePreviewSize, [&] {
         const _Size<int> fitted = fittedSize(canvas.width, canvas.height);
-        const Panorama drawn = state.drawCanvas(canvas, fitted, false);
+        const Panorama drawn = drawCanvas(canvas, fitted, false);
         if (!drawn.image)
             return;
         const float ratio = size.height > size.width
@@ -210,19 +242,11 @@ _Size<int> PanoramaPreviewComposer::calculatePreviewSize(PanoramaPreviewComposer
                                 : static_cast<float>(drawn.roi.height) / static_cast<float>(size.height);
         found = {truncated(static_cast<float>(fitted.width) / ratio),
                  truncated(static_cast<float>(fitted.height) / ratio)};
-        state.cachedPreviewSize = found;
+        cachedPreviewSize = found;
     });
+    if (failure)
+        details::stateFailure(*failure);
     return found;
-}
-
-RenderedData PanoramaPreviewComposerPrivate::createFullPanorama(WarpType type, _Size<int> size, _Rect<int> roi)
-{
-    return PanoramaPreviewComposer::createFullPanorama(*this, type, size, roi);
-}
-
-_Size<int> PanoramaPreviewComposerPrivate::calculatePreviewSize(WarpType type, _Size<int> size)
-{
-    return PanoramaPreviewComposer::calculatePreviewSize(*this, type, size);
 }
 
 bool PanoramaPreviewComposerPrivate::restoreCachedPreview(RenderedData& data, _Size<int> size, _Rect<int> roi) const

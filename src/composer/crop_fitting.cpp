@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <numbers>
 
 namespace orvo {
 namespace {
@@ -63,6 +64,21 @@ CropDescription fitCropToCanvas(CropDescription crop, const _Size<int>& target)
     crop.rect.width = std::min(target.width - crop.rect.x, std::max(scaled.width, 1));
     crop.rect.height = std::min(target.height - crop.rect.y, std::max(scaled.height, 1));
     return crop;
+}
+
+cv::Rect boundsOfCrop(const CropDescription& crop, const _Size<int>& canvas)
+{
+    const _Rect<int> rect = crop.getCropRect();
+    cv::Rect box(rect.x, rect.y, rect.width, rect.height);
+    if (crop.angle != 0.0f) {
+        constexpr float kDegrees = 180.0f / std::numbers::pi_v<float>;
+        const cv::Point2f centre(static_cast<float>(rect.x) + static_cast<float>(rect.width) / 2.0f,
+                                 static_cast<float>(rect.y) + static_cast<float>(rect.height) / 2.0f);
+        box = cv::RotatedRect(centre, cv::Size2f(static_cast<float>(rect.width), static_cast<float>(rect.height)),
+                              crop.angle * kDegrees)
+                  .boundingRect();
+    }
+    return box & cv::Rect(0, 0, canvas.width, canvas.height);
 }
 
 RenderedData applyCrop(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image,

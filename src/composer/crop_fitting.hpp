@@ -4,6 +4,8 @@
 #include <orvo_core/crop_description.hpp>
 #include <orvo_extensions/preview.hpp>
 
+#include <opencv2/core/types.hpp>
+
 namespace orvo {
 
 /// The result after a failure: gray, 100 x 100.
@@ -18,6 +20,9 @@ namespace orvo {
 /// Applies the factors of the crop to its rectangle, and fits the rectangle into a canvas of `target`, with at least
 /// one pixel.
 [[nodiscard]] CropDescription fitCropToCanvas(CropDescription crop, const _Size<int>& target);
+
+/// The part of a canvas that a crop needs: the bounds of its turned rectangle; empty if that lies outside.
+[[nodiscard]] cv::Rect boundsOfCrop(const CropDescription& crop, const _Size<int>& canvas);
 
 /// Cuts a part out of a picture and turns it upright. Without a picture, returns the default value. The reported
 /// profile is always melissaRGB(); the pixels are in the profile that the picture itself carries. Peak: the picture

@@ -1,6 +1,7 @@
 // The methods for the application: each request becomes an operation on the composer's queue.
 #include "composer/composer_private.hpp"
 #include "frame/call_frame.hpp"
+#include "panorama/scope_exit.hpp"
 #include "panorama/stitched_places.hpp"
 
 #include <orvo/image_detection.hpp>
@@ -8,7 +9,7 @@
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
-#include <exception>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,15 +18,29 @@ namespace {
 
 using Private = PanoramaPreviewComposerPrivate;
 
-// An operation on `state`. It keeps the state alive only while it runs, because a callback may drop the composer.
+// What the log names if these operations end with an exception.
+constexpr const char* kSetCompositionParams =
+    "void orvo::PanoramaPreviewComposer::setCompositionParams(const std::vector<std::uint64_t>&, const "
+    "std::vector<_Rect<int>>&)";
+constexpr const char* kResetAlignmentAdjustments = "void orvo::PanoramaPreviewComposer::resetAlignmentAdjustments()";
+
+// Whose operation this thread is running, if any: a callback may drop the composer in it.
+thread_local Private* running = nullptr;
+
+// An operation on `state`. It keeps the state alive only while it runs, because a callback may drop the composer, and
+// what it needs only until then, because a callback may own the composer.
 template <typename Work>
 std::shared_ptr<opq::Operation> operationOn(const std::shared_ptr<Private>& state, Work work,
                                             const std::string& identifier = {})
 {
     return std::make_shared<opq::FunctionOperation>(
-        [watched = std::weak_ptr<Private>(state), work = std::move(work)] {
-            if (const auto held = watched.lock())
-                work(*held);
+        [watched = std::weak_ptr<Private>(state), waiting = std::optional<Work>(std::move(work))]() mutable {
+            const auto held = watched.lock();
+            const auto once = std::exchange(waiting, std::nullopt);
+            if (!held)
+                return;
+            const ScopeExit leaves([outer = std::exchange(running, held.get())] { running = outer; });
+            (*once)(*held);
         },
         identifier);
 }
@@ -36,18 +51,6 @@ void replaceWaiting(const Private& state, std::shared_ptr<opq::Operation>& opera
         return;
     operation->cancel();
     operation.reset();
-}
-
-template <typename Body>
-void logExceptions(const std::string& signature, const Body& body)
-{
-    try {
-        body();
-    } catch (const std::exception& error) {
-        LOG(__orvolog() << LogMessageType::Warning << signature << ": " << error.what());
-    } catch (...) {
-        LOG(__orvolog() << LogMessageType::Warning << signature << ": not a std::exception");
-    }
 }
 
 std::string textOf(const PreviewContext& context)
@@ -79,7 +82,30 @@ std::vector<std::filesystem::path> namesOf(const PanoSourceHDR& source)
 
 std::vector<std::filesystem::path> namesOf(const PanoSourceVideo&) { return {}; }
 
-PanoramaPreviewComposer::~PanoramaPreviewComposer() { state->queue.shutDown(); }
+PanoramaPreviewComposer::~PanoramaPreviewComposer()
+{
+    if (running == state.get()) { // in a callback, which nobody can wait for
+        state->isDropped = true;
+        state->cancelAll();
+    }
+    state->queue.shutDown();
+}
+
+PanoramaPreviewComposerPrivate::LoadResult PanoramaPreviewComposerPrivate::registered()
+{
+    const bool isRegistered = stitcher->loadImages(stitcherCancel());
+    if (run.cancelled()) {
+        details::stateFailure(cancelledFailure());
+        return {true, {}};
+    }
+    if (!isRegistered) {
+        // Has no effect if a step has recorded its reason; an empty source has no step.
+        details::stateFailure({FailureKind::Internal, {}, "the source names no pictures"});
+        return {};
+    }
+    const cv::Rect extent = stitcher->roiInOutputPixels();
+    return {false, _Rect<int>(extent.x, extent.y, extent.width, extent.height)};
+}
 
 void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<int>)>& completion)
 {
@@ -87,24 +113,38 @@ void PanoramaPreviewComposerPrivate::load(const std::function<void(bool, _Rect<i
         if (completion)
             completion(false, {});
     };
-    try {
-        resetCachedSettings(); // the cached picture shows the former load
-        const bool isRegistered = runInOpenCallFrame([&] { return stitcher->loadImages(stitcherCancel()); });
-        if (run.cancelled()) {
-            completion(false, {});
-        } else if (!isRegistered) {
-            failed();
-        } else if (completion) {
-            const cv::Rect roi = stitcher->roiInOutputPixels();
-            completion(true, {roi.x, roi.y, roi.width, roi.height});
-        }
+    answeringAnyway(
+        "Exception in source loading",
+        [&] {
+            resetCachedSettings();
+            const LoadResult result = runInOpenCallFrame([&] { return registered(); });
+            if (isDropped)
+                return;
+            if (result.isCancelled)
+                completion(false, {});
+            else if (!result.extent)
+                failed();
+            else if (completion)
+                completion(true, *result.extent);
+        },
+        failed);
+}
+
+void PanoramaPreviewComposerPrivate::useComposition(const std::vector<std::uint64_t>& frames,
+                                                    const std::vector<_Rect<int>>& rects)
+{
+    if (run.cancelled()) // before the frames are read
         return;
-    } catch (const std::exception& error) {
-        LOG(__orvolog() << LogMessageType::Warning << "Exception in source loading: " << error.what());
-    } catch (...) {
-        LOG(__orvolog() << LogMessageType::Warning << "Exception in source loading.");
-    }
-    failed();
+    (void)logExceptions(kSetCompositionParams, [&] {
+        resetCachedSettings();
+        stitcher->reloadWithComposition(frames, rects, stitcherCancel());
+    });
+}
+
+void PanoramaPreviewComposerPrivate::cancelAll()
+{
+    cancelFlag.exchange(true);
+    stitcher->cancelLoad(true);
 }
 
 void PanoramaPreviewComposer::loadWithCompletion(const std::function<void(bool, _Rect<int>)>& completion)
@@ -118,11 +158,7 @@ void PanoramaPreviewComposer::setLoadCallback(std::function<void(float)> progres
     state->stitcher->setLoadCallback(std::move(progress));
 }
 
-void PanoramaPreviewComposer::cancelAll()
-{
-    state->cancelFlag.exchange(true);
-    state->stitcher->cancelLoad(true);
-}
+void PanoramaPreviewComposer::cancelAll() { state->cancelAll(); }
 
 void PanoramaPreviewComposer::setVideoInterval(std::uint64_t start, std::uint64_t end)
 {
@@ -132,12 +168,8 @@ void PanoramaPreviewComposer::setVideoInterval(std::uint64_t start, std::uint64_
 void PanoramaPreviewComposer::setCompositionParams(const std::vector<std::uint64_t>& frames,
                                                    const std::vector<_Rect<int>>& rects)
 {
-    state->queue.addOperation(operationOn(state, [frames, rects, signature = functionSignature()](Private& held) {
-        logExceptions(signature, [&] {
-            held.resetCachedSettings();
-            held.stitcher->reloadWithComposition(frames, rects);
-        });
-    }));
+    state->queue.addOperation(
+        operationOn(state, [frames, rects](Private& held) { held.useComposition(frames, rects); }));
 }
 
 _Size<int> PanoramaPreviewComposer::getCanvasSize() const
@@ -189,6 +221,11 @@ void PanoramaPreviewComposer::setUnderlayMeaningfulPartCallback(
     renderUnderlay();
 }
 
+void PanoramaPreviewComposer::setFailureCallback(std::function<void(Failure)> callback)
+{
+    state->snapshot.failureCallback = std::move(callback);
+}
+
 void PanoramaPreviewComposer::setContext(PreviewContext context)
 {
     if (context.size.width < 1 || context.size.height < 1 || context.roi.width < 1 || context.roi.height < 1) {
@@ -225,7 +262,10 @@ void PanoramaPreviewComposer::startFastRender()
 
 void PanoramaPreviewComposer::finishFastRender()
 {
-    state->queue.addOperation(operationOn(state, [](Private& held) { held.stitcher->endViewAdjust(); }));
+    state->queue.addOperation(operationOn(state, [](Private& held) {
+        held.resetCachedSettings(); // a picture of the drag is rough
+        held.stitcher->endViewAdjust();
+    }));
     renderUnderlay();
     renderMain();
 }
@@ -236,7 +276,6 @@ void PanoramaPreviewComposer::setShiftVector(_Point<float> shift)
     renderMain();
 }
 
-// Without a receiver no render follows that would invalidate the cached picture, which shows another view now.
 void PanoramaPreviewComposerPrivate::shift(_Point<float> by)
 {
     resetCachedSettings();
@@ -245,8 +284,10 @@ void PanoramaPreviewComposerPrivate::shift(_Point<float> by)
 
 void PanoramaPreviewComposerPrivate::reset()
 {
-    resetCachedSettings();
-    stitcher->resetView();
+    (void)logExceptions(kResetAlignmentAdjustments, [&] {
+        resetCachedSettings();
+        stitcher->resetView();
+    });
 }
 
 void PanoramaPreviewComposerPrivate::turn(float angle, _Rect<int> roi)
@@ -273,8 +314,7 @@ float PanoramaPreviewComposer::getRotation() const { return 0.0f; }
 
 void PanoramaPreviewComposer::resetAlignmentAdjustments()
 {
-    state->queue.addOperation(operationOn(
-        state, [signature = functionSignature()](Private& held) { logExceptions(signature, [&] { held.reset(); }); }));
+    state->queue.addOperation(operationOn(state, [](Private& held) { held.reset(); }));
     renderMain();
     renderUnderlay();
 }

@@ -24,7 +24,7 @@ bool PanoramaStitcher::loadImages(CancelFunction cancel)
 }
 
 void PanoramaStitcher::reloadWithComposition(const std::vector<std::uint64_t>& frames,
-                                             const std::vector<_Rect<int>>& rects)
+                                             const std::vector<_Rect<int>>& rects, const CancelFunction& cancel)
 {
     auto* const video = std::get_if<PanoramaVideoProvider>(&source);
     if (!video)
@@ -35,7 +35,7 @@ void PanoramaStitcher::reloadWithComposition(const std::vector<std::uint64_t>& f
     warped.warpedDirty = true;
     seams.seamsDirty = true;
     devignetting.devignetteDirty = true;
-    estimateCameras(video->getImages());
+    estimateCameras(video->getImages(), cancel);
 }
 
 void PanoramaStitcher::setVideoInterval(std::uint64_t start, std::uint64_t end)

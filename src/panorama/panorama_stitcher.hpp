@@ -70,7 +70,9 @@ public:
     /// cancelled.
     bool loadImages(CancelFunction cancel);
     /// Video only: replaces the frames that the user added by hand, and registers again. Only their `rects` are used.
-    void reloadWithComposition(const std::vector<std::uint64_t>& frames, const std::vector<_Rect<int>>& rects);
+    /// `cancel` as for estimateCameras().
+    void reloadWithComposition(const std::vector<std::uint64_t>& frames, const std::vector<_Rect<int>>& rects,
+                               const CancelFunction& cancel = {});
     /// Video only: uses the frames `start` .. `end` - 1 from the next loadImages() on.
     void setVideoInterval(std::uint64_t start, std::uint64_t end);
     /// Finds cameras for these pictures (CV_16SC3). Pictures that match no other picture are dropped. `cancel` may be
@@ -97,6 +99,8 @@ public:
     [[nodiscard]] std::int32_t getWarpType() const { return view.warpKind; }
     void setWarpType(std::int32_t kind) { view.warpKind = kind; }
 
+    /// Whether the current projection and view are drawn by resampling the sphere.
+    [[nodiscard]] bool reprojectionNeeded() const;
     /// The outer rectangle of a projection, the current one by default, in sphere units.
     [[nodiscard]] cv::Rect projectionBounds(std::optional<std::int32_t> kind = std::nullopt) const;
     /// The rectangle of the pictures on the sphere, in sphere units.
@@ -293,7 +297,6 @@ private:
                                    const cv::Rect& rect, const cv::Size& size);
 
     // Rendering: other projections and views, drawn from the sphere.
-    [[nodiscard]] bool reprojectionNeeded() const;
     void prepareRotateImage();
     bool reproject(const cv::Rect& rect, const cv::Size& size, cv::Mat& picture, cv::Mat& mask, cv::Rect& shown,
                    const RunControl& run);

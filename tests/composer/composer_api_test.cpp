@@ -1,5 +1,6 @@
 // Scheduling: what is drawn when, with which context, on which thread.
 #include "composer_sets.hpp"
+#include "support/pictures.hpp"
 
 #include <orvo_logger/log_capture.hpp>
 
@@ -7,9 +8,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 using namespace orvo;
@@ -53,7 +56,11 @@ protected:
         entered->get_future().wait();
         return [opened] { opened->set_value(); };
     }
+    /// The answer to the last of `count` requests of the main view.
+    RenderedData main(std::size_t count) { return mains.wait(count).at(count - 1); }
 };
+
+bool isSamePicture(const RenderedData& a, const RenderedData& b) { return sameBytes(*a.image, *b.image); }
 
 } // namespace
 
@@ -149,6 +156,24 @@ TEST_F(ComposerApi, PicturesThatDoNotFitAreAFailure)
     EXPECT_FALSE(loaded(missing).fits);
 }
 
+TEST_F(ComposerApi, ACompletionFindsTheReasonOfAFailure)
+{
+    const auto reasonOf = [](const PanoSource& source, bool cancels) {
+        PanoramaPreviewComposer other(source);
+        if (cancels)
+            other.cancelAll();
+        Answers<std::optional<Failure>> reasons;
+        other.loadWithCompletion([&](bool, _Rect<int>) { reasons.add(lastFailure()); });
+        return reasons.first().value_or(Failure{FailureKind::Internal, {}, "none"});
+    };
+    EXPECT_EQ(reasonOf(SmallFiles::source(), true), cancelledFailure());
+    EXPECT_EQ(reasonOf({}, false).sentence, "the source names no pictures");
+    EXPECT_EQ(reasonOf({{"/nowhere/a.jpg"}, {}}, false).file, "/nowhere/a.jpg");
+    PanoSource alone;
+    alone.files = {SmallFiles::source().files[0]};
+    EXPECT_EQ(reasonOf(alone, false).kind, FailureKind::UnfittingPictures);
+}
+
 TEST_F(ComposerApi, AnEmptyCompletionIsNotCalled)
 {
     const LogCapture log;
@@ -167,11 +192,15 @@ TEST_F(ComposerApi, AThrowingCompletionIsCalledOnceMoreAndTheWorkerGoesOn)
 {
     const LogCapture log;
     Answers<bool> calls;
+    Answers<std::optional<Failure>> reasons;
     composer.loadWithCompletion([&](bool fits, _Rect<int>) {
+        reasons.add(lastFailure());
         calls.add(fits);
         throw std::runtime_error("window closed");
     });
     EXPECT_THAT(calls.wait(2), ElementsAre(true, false));
+    EXPECT_EQ(reasons.all()[0], std::nullopt);
+    EXPECT_EQ(reasons.all()[1], (Failure{FailureKind::Internal, {}, "window closed"}));
     receiveMains();
     composer.setContext(kView);
     EXPECT_EQ(mains.first().context, kView);
@@ -184,11 +213,14 @@ TEST_F(ComposerApi, AThrowingCropCallbackIsCalledOnceMoreAndTheWorkerGoesOn)
     ASSERT_TRUE(loaded(composer).fits);
     const LogCapture log;
     Answers<bool> calls;
-    composer.getCropPreview({300, 100}, [&](const RenderedData& data, _Rect<int>) {
+    Answers<_Rect<int>> proposals;
+    composer.getCropPreview({300, 100}, [&](const RenderedData& data, _Rect<int> proposal) {
+        proposals.add(proposal);
         calls.add(data.isPlaceholder);
         throw 7;
     });
     EXPECT_THAT(calls.wait(2), ElementsAre(false, true));
+    EXPECT_EQ(proposals.all()[1], _Rect<int>(0, 0, 100, 100)) << "all of the gray picture";
     composer.finalize({}, [&](const RenderedData& data) {
         calls.add(data.isPlaceholder);
         throw std::runtime_error("no");
@@ -223,12 +255,62 @@ TEST_F(ComposerApi, EveryReceiverThatThrowsIsReportedWithItsTask)
     EXPECT_FALSE(cropPreview(composer, {300, 100}).data.isPlaceholder);
     std::vector<std::string> exceptions;
     for (const std::string& line : log.texts(LogMessageType::Warning))
-        if (line.find("roi is incorrect") == std::string::npos)
+        if (line.starts_with("Exception in "))
             exceptions.push_back(line);
     EXPECT_THAT(exceptions,
                 ElementsAre("Exception in crop preview generation: no", "Exception in final preview generation: no",
                             "Exception in finalize: no", "Exception in crop preview generation.",
                             "Exception in final preview generation.", "Exception in finalize."));
+    // The second call throws, too: that is for the queue, which names the operation.
+    EXPECT_THAT(log.texts(LogMessageType::Error),
+                testing::IsSupersetOf({"Exception in an operation getFinalizePreview: no",
+                                       "Exception in an operation finalize: no",
+                                       "Exception in an operation getFinalizePreview: not a std::exception",
+                                       "Exception in an operation finalize: not a std::exception"}));
+}
+
+TEST_F(ComposerApi, RendersThatThrowAreLoggedWithTheirNamesAndReported)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    const LogCapture log;
+    Answers<Failure> failures;
+    composer.setFailureCallback([&](Failure failure) { failures.add(std::move(failure)); });
+    composer.setCallback([](const RenderedData&) { throw std::runtime_error("no view"); });
+    composer.setContext(kView);
+    composer.setUnderlayCallback([](const RenderedData&) { throw 3; });
+    const auto reported = failures.wait(2);
+    ASSERT_EQ(reported.size(), 2u);
+    EXPECT_EQ(reported[0], (Failure{FailureKind::Internal, {}, "no view"}));
+    EXPECT_EQ(reported[1].kind, FailureKind::Internal);
+    EXPECT_THAT(log.texts(LogMessageType::Warning),
+                ElementsAre(testing::AllOf(HasSubstr("PanoramaPreviewComposer::renderMain"), EndsWith("): no view")),
+                            testing::AllOf(HasSubstr("PanoramaPreviewComposer::renderUnderlay"),
+                                           EndsWith("): not a std::exception"))));
+    EXPECT_THAT(log.texts(LogMessageType::Error), IsEmpty());
+}
+
+TEST_F(ComposerApi, EmptyCallbacksOfTheCropAreLoggedAndTheWorkerGoesOn)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    const LogCapture log;
+    composer.getCropPreview({300, 100}, {});
+    composer.getFinalizePreview({}, {}, {});
+    composer.finalize({}, {});
+    EXPECT_FALSE(cropPreview(composer, {300, 100}).data.isPlaceholder);
+    EXPECT_THAT(log.texts(LogMessageType::Error), testing::SizeIs(3));
+}
+
+TEST_F(ComposerApi, AnswersOfTheCropComeFromTheWorker)
+{
+    Answers<int> answers;
+    composer.loadWithCompletion([&](bool, _Rect<int>) { answers.add(0); });
+    composer.getCropPreview({300, 100}, [&](const RenderedData&, _Rect<int>) { answers.add(1); });
+    composer.getFinalizePreview({}, [&](const RenderedData&) { answers.add(2); }, {});
+    composer.finalize({}, [&](const RenderedData&) { answers.add(3); });
+    EXPECT_THAT(answers.wait(4), ElementsAre(0, 1, 2, 3));
+    const auto threads = answers.threadsOfAnswers();
+    EXPECT_THAT(threads, testing::Each(threads[0]));
+    EXPECT_NE(threads[0], std::this_thread::get_id());
 }
 
 TEST_F(ComposerApi, AContextWithoutASizeIsLoggedAndChangesNothing)
@@ -246,6 +328,11 @@ TEST_F(ComposerApi, AContextWithoutASizeIsLoggedAndChangesNothing)
         ElementsAre("PanoramaPreviewComposer::setContext: invalid context: size: (w:0 h:0), roi: (x:0 y:0 w:0 h:0)",
                     "PanoramaPreviewComposer::setContext: invalid context: size: (w:0 h:10), roi: (x:1 y:2 w:3 h:4)",
                     "PanoramaPreviewComposer::setContext: invalid context: size: (w:10 h:10), roi: (x:1 y:2 w:3 h:0)"));
+    composer.setContext(kView);
+    settle(composer);
+    composer.setContext({{10, 10}, {1, 2, 3, 0}});
+    composer.setShiftVector({0.01f, 0.0f});
+    EXPECT_EQ(main(2).context, kView) << "the last valid one";
 }
 
 TEST_F(ComposerApi, SettersOfTheMainCallbackDrawNothing)
@@ -328,12 +415,148 @@ TEST_F(ComposerApi, TheSameProjectionAgainDrawsNothing)
     composer.changeProjectionType(composer.getProjectionType());
     settle(composer);
     EXPECT_EQ(underlays.all().size(), before);
+    receiveMains();
+    const _Size<int> canvas = composer.getCanvasSize();
+    const auto release = hold();
     composer.changeProjectionType(WarpType::Mercator);
     EXPECT_EQ(composer.getProjectionType(), WarpType::Mercator);
+    EXPECT_NE(composer.getCanvasSize(), canvas) << "before anything is drawn in it";
+    release();
     (void)underlays.wait(before + 1);
-    receiveMains();
     settle(composer);
     EXPECT_THAT(mains.all(), IsEmpty()) << "the main view waits for its next context";
+}
+
+TEST_F(ComposerApi, RequestsUseTheProjectionAtTheirTime)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    receiveMains();
+    composer.setContext(kView);
+    settle(composer);
+    const _Size<int> sphere = composer.getCanvasSize();
+    const CropPreview crop = cropPreview(composer, {300, 100});
+    PanoramaPreviewComposer::CropInfo info;
+    info.context.roi = crop.data.context.roi;
+    const RenderedData preview = finalPreview(composer, info, {300, 100});
+    const RenderedData whole = finalized(composer, info);
+
+    ComposerConfiguration configuration;
+    configuration.replacesWaitingRenders = false; // the new projection would replace the underlay
+    composer.setConfiguration(configuration);
+    Answers<CropPreview> crops;
+    Answers<RenderedData> finals;
+    const auto release = hold();
+    composer.setContext(kView);
+    receiveUnderlays();
+    composer.getCropPreview({300, 100}, [&](RenderedData data, _Rect<int> rect) {
+        crops.add({std::move(data), rect});
+    });
+    composer.getFinalizePreview(info, [&](RenderedData data) { finals.add(std::move(data)); }, {300, 100});
+    composer.finalize(info, [&](RenderedData data) { finals.add(std::move(data)); });
+    composer.changeProjectionType(WarpType::Mercator);
+    release();
+    EXPECT_TRUE(isSamePicture(main(2), mains.all()[0]));
+    EXPECT_TRUE(isSamePicture(crops.first().data, crop.data));
+    EXPECT_EQ(crops.first().proposal, crop.proposal);
+    EXPECT_TRUE(isSamePicture(finals.wait(2)[0], preview));
+    EXPECT_TRUE(isSamePicture(finals.wait(2)[1], whole));
+    EXPECT_EQ(underlays.wait(2)[0].context.roi.size(), sphere);
+    EXPECT_EQ(underlays.wait(2)[1].context.roi.size(), composer.getCanvasSize());
+}
+
+TEST_F(ComposerApi, OnlyTheLastWaitingUnderlayRuns)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    receiveUnderlays();
+    settle(composer);
+    const auto release = hold();
+    for (const WarpType type : {WarpType::Mercator, WarpType::Plane, WarpType::Cylindrical})
+        composer.changeProjectionType(type);
+    release();
+    settle(composer);
+    ASSERT_EQ(underlays.all().size(), 2u);
+    EXPECT_EQ(underlays.all()[1].context.roi.size(), composer.getCanvasSize());
+}
+
+TEST_F(ComposerApi, EveryCropPreviewIsAnswered)
+{
+    Answers<int> answers;
+    const auto release = hold();
+    for (int i = 0; i < 3; ++i)
+        composer.getCropPreview({300, 100}, [&answers, i](const RenderedData&, _Rect<int>) { answers.add(i); });
+    release();
+    EXPECT_THAT(answers.wait(3), ElementsAre(0, 1, 2));
+}
+
+TEST_F(ComposerApi, AMoveIsSeenInTheRenderBehindIt)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    receiveMains();
+    std::size_t count = 0;
+    const auto drawn = [&](const std::function<void()>& request) {
+        request();
+        settle(composer);
+        return main(++count);
+    };
+    const auto again = [&] { composer.setContext(kView); };
+    const RenderedData first = drawn(again);
+    const RenderedData shifted = drawn([&] { composer.setShiftVector({0.02f, 0.0f}); });
+    EXPECT_TRUE(isSamePicture(drawn(again), shifted));
+    EXPECT_FALSE(isSamePicture(first, shifted));
+    const RenderedData turned = drawn([&] { composer.setRotation(0.2f); });
+    EXPECT_TRUE(isSamePicture(drawn(again), turned));
+    EXPECT_FALSE(isSamePicture(shifted, turned));
+    EXPECT_TRUE(isSamePicture(drawn([&] { composer.resetAlignmentAdjustments(); }), first));
+    composer.startFastRender();
+    const RenderedData rough = drawn([&] { composer.setShiftVector({0.02f, 0.0f}); });
+    EXPECT_FALSE(isSamePicture(rough, shifted));
+    EXPECT_TRUE(isSamePicture(drawn([&] { composer.finishFastRender(); }), shifted));
+}
+
+TEST_F(ComposerApi, TheTurnGoesAboutTheViewAtTheTimeOfTheRequest)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    receiveMains();
+    const PreviewContext beside{{20, 10}, {kMiddle.x + 300, kMiddle.y, 400, 200}};
+    const auto settled = [&] {
+        settle(composer);
+        return mains.all().back();
+    };
+    const auto release = hold();
+    composer.setContext(beside);
+    composer.setRotation(0.2f);
+    composer.setContext(kView);
+    release();
+    const RenderedData atOnce = settled();
+    composer.resetAlignmentAdjustments();
+    composer.setContext(beside);
+    composer.setRotation(0.2f);
+    (void)settled();
+    composer.setContext(kView);
+    EXPECT_TRUE(isSamePicture(settled(), atOnce));
+    composer.resetAlignmentAdjustments();
+    composer.setRotation(0.2f); // about the middle
+    EXPECT_FALSE(isSamePicture(settled(), atOnce));
+}
+
+TEST_F(ComposerApi, TheChannelsHaveAnOrder)
+{
+    ASSERT_TRUE(loaded(composer).fits);
+    Answers<char> order;
+    composer.setUnderlayCallback([&](const RenderedData&) { order.add('u'); });
+    settle(composer);
+    composer.setCallback([&](const RenderedData&) { order.add('m'); });
+    composer.setContext(kView);
+    settle(composer);
+    ASSERT_THAT(order.all(), ElementsAre('u', 'm'));
+    const auto release = hold();
+    composer.resetAlignmentAdjustments();
+    release();
+    EXPECT_THAT(order.wait(4), ElementsAre('u', 'm', 'm', 'u'));
+    const auto releaseAgain = hold();
+    composer.finishFastRender();
+    releaseAgain();
+    EXPECT_THAT(order.wait(6), ElementsAre('u', 'm', 'm', 'u', 'u', 'm'));
 }
 
 TEST_F(ComposerApi, TheFirstProjectionIsThatOfTheSettings)
@@ -342,6 +565,12 @@ TEST_F(ComposerApi, TheFirstProjectionIsThatOfTheSettings)
     PanoSource source = SmallFiles::source();
     source.settings.warpType = static_cast<std::int32_t>(WarpType::Fisheye);
     EXPECT_EQ(PanoramaPreviewComposer(source).getProjectionType(), WarpType::Fisheye);
+    PanoSourceHDR brackets;
+    brackets.settings.warpType = static_cast<std::int32_t>(WarpType::Mercator);
+    EXPECT_EQ(PanoramaPreviewComposer(brackets).getProjectionType(), WarpType::Mercator);
+    PanoSourceVideo video;
+    video.settings.warpType = static_cast<std::int32_t>(WarpType::Plane);
+    EXPECT_EQ(PanoramaPreviewComposer(video).getProjectionType(), WarpType::Plane);
 }
 
 TEST_F(ComposerApi, RotationIsNeverReported)
@@ -403,9 +632,11 @@ TEST_F(ComposerApi, AfterCancelAllRendersRunAndAnswerNothing)
     EXPECT_FALSE(crop.data.image);
     EXPECT_EQ(crop.proposal, _Rect<int>());
     PanoramaPreviewComposer::CropInfo info;
-    info.context.roi = {0, 0, 100, 100};
-    EXPECT_TRUE(finalized(composer, info).isPlaceholder);
+    info.context = {kMiddle.size(), kMiddle}; // full of picture
     EXPECT_TRUE(finalPreview(composer, info, {100, 100}).isPlaceholder);
+    EXPECT_TRUE(finalized(composer, info).isPlaceholder);
+    info.crop = cropOf({10, 10, 50, 50});
+    EXPECT_TRUE(finalized(composer, info).isPlaceholder);
 }
 
 TEST_F(ComposerApi, CallingPointsDoNothing)
@@ -413,9 +644,19 @@ TEST_F(ComposerApi, CallingPointsDoNothing)
     receiveMains();
     composer.startSetup();
     composer.finishSetup();
+    settle(composer);
+    EXPECT_THAT(mains.all(), IsEmpty());
+}
+
+TEST_F(ComposerApi, SettingsOfVideosDoNothingToFiles)
+{
+    const _Rect<int> extent = loaded(composer).extent;
+    receiveMains();
+    const LogCapture log;
     composer.setVideoInterval(3, 9);
     composer.setCompositionParams({1, 2}, {{0, 0, 5, 5}, {0, 0, 5, 5}});
     settle(composer);
     EXPECT_THAT(mains.all(), IsEmpty());
-    EXPECT_TRUE(loaded(composer).fits);
+    EXPECT_THAT(log.texts(LogMessageType::Warning), IsEmpty());
+    EXPECT_EQ(loaded(composer).extent, extent);
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -63,6 +64,8 @@ TEST_F(ComposerFinishing, TwoCropPreviewsInARowShareThePicture)
     EXPECT_EQ(first.data.image, second.data.image);
     EXPECT_EQ(first.proposal, second.proposal);
     EXPECT_EQ(first.data.context, second.data.context);
+    EXPECT_EQ(*first.data.colorProfile, *ColorProfileType::sRGB());
+    EXPECT_EQ(*second.data.colorProfile, *ColorProfileType::melissaRGB()) << "a kept picture is reported like a crop";
     composer.setCallback([](const RenderedData&) {});
     composer.setContext({{50, 50}, inside()});
     const CropPreview third = cropPreview(composer, {900, 200});
@@ -93,11 +96,18 @@ TEST_F(ComposerFinishing, TheFinalPreviewIsCutFromTheKeptPicture)
 
 TEST_F(ComposerFinishing, AFinalPreviewWithNothingKeptDrawsIt)
 {
+    const RenderedData full = finalPreview(composer, {}, {});
+    ASSERT_TRUE(full.image && !full.isPlaceholder);
+    EXPECT_GT(full.image->height(), 280) << "at full resolution";
+    composer.setCallback([](const RenderedData&) {});
+    composer.setContext({{50, 50}, inside()});
     const RenderedData preview = finalPreview(composer, {}, {900, 200});
     EXPECT_FALSE(preview.isPlaceholder);
     EXPECT_NEAR(preview.image->height(), 200, 3);
     PanoramaPreviewComposer empty(SmallFiles::source());
-    EXPECT_TRUE(finalPreview(empty, {}, {900, 200}).isPlaceholder);
+    const RenderedData nothing = finalPreview(empty, {}, {900, 200});
+    ASSERT_TRUE(nothing.image && nothing.isPlaceholder);
+    EXPECT_EQ(nothing.image->size(), _Size<int>(100, 100));
 }
 
 TEST_F(ComposerFinishing, AFinalPreviewOfAnotherRegionIsGray)
@@ -150,6 +160,77 @@ TEST_F(ComposerFinishing, FinalizeOfAnotherRegionIsGrayAndSoItIsAfterARender)
     EXPECT_TRUE(finalized(composer, info).isPlaceholder) << "a render has cleared the region";
 }
 
+TEST_F(ComposerFinishing, FinalizeLeavesTheKeptPicture)
+{
+    const CropPreview crop = cropPreview(composer, {900, 200});
+    CropInfo info;
+    info.context = {crop.data.image->size(), crop.data.context.roi};
+    info.crop = cropOf({10, 10, 40, 30});
+    EXPECT_FALSE(finalized(composer, info).isPlaceholder);
+    EXPECT_FALSE(finalized(composer, info).isPlaceholder);
+    info.crop = {};
+    EXPECT_EQ(finalPreview(composer, info, {900, 200}).image, crop.data.image);
+}
+
+TEST_F(ComposerFinishing, ACropOfAnotherProjectionIsGray)
+{
+    const CropPreview crop = cropPreview(composer, {900, 200});
+    CropInfo info;
+    info.context = {crop.data.image->size(), crop.data.context.roi};
+    composer.changeProjectionType(WarpType::Mercator);
+    EXPECT_TRUE(finalPreview(composer, info, {}).isPlaceholder);
+    EXPECT_TRUE(finalized(composer, info).isPlaceholder);
+    composer.changeProjectionType(WarpType::Spherical);
+    EXPECT_FALSE(finalized(composer, info).isPlaceholder) << "that projection again";
+}
+
+TEST_F(ComposerFinishing, AnswersWithoutAPictureComeWithAReason)
+{
+    Answers<std::optional<Failure>> reasons;
+    const auto add = [&](const RenderedData& data) { reasons.add(data.isPlaceholder ? lastFailure() : std::nullopt); };
+    CropInfo info;
+    info.context.roi = inside();
+    composer.finalize(info, add); // a picture
+    info.context.roi = {0, 0, 50, 50};
+    composer.finalize(info, add);
+    info.crop = cropOf({5, 5, 20, 20});
+    composer.finalize(info, add);
+    (void)reasons.wait(3);
+    (void)cropPreview(composer, {900, 200});
+    composer.finalize(info, add); // of another view
+    composer.getFinalizePreview(info, add, {});
+    (void)reasons.wait(5);
+    composer.cancelAll();
+    composer.getCropPreview({600, 100}, [&](const RenderedData& data, _Rect<int>) { add(data); });
+    info.context.roi = cropPreview(composer, {900, 200}).data.context.roi;
+    PanoramaPreviewComposer empty(SmallFiles::source());
+    empty.finalize({}, add);
+    const auto all = reasons.wait(7);
+    EXPECT_EQ(all[0], std::nullopt);
+    const Failure nothing{
+        FailureKind::UnfittingPictures, {}, "the requested part of the canvas shows nothing of the panorama"};
+    EXPECT_EQ(all[1], nothing);
+    EXPECT_EQ(all[2], nothing);
+    const Failure stale{FailureKind::Internal, {}, "the crop was made for another view of the panorama"};
+    EXPECT_EQ(all[3], stale);
+    EXPECT_EQ(all[4], stale);
+    EXPECT_EQ(all[5], cancelledFailure());
+    EXPECT_EQ(all[6], (Failure{FailureKind::Internal, {}, "no pictures that fit together are loaded"}));
+}
+
+TEST_F(ComposerFinishing, ACancelledPictureIsReportedAsSuch)
+{
+    CropInfo info;
+    info.context = {inside().size(), inside()};
+    composer.cancelAll();
+    Answers<std::optional<Failure>> reasons;
+    for (const CropDescription& crop : {CropDescription(), cropOf({5, 5, 20, 20})}) {
+        info.crop = crop;
+        composer.finalize(info, [&](const RenderedData&) { reasons.add(lastFailure()); });
+    }
+    EXPECT_THAT(reasons.wait(2), testing::Each(cancelledFailure()));
+}
+
 TEST_F(ComposerFinishing, NothingToShowIsBlank)
 {
     CropInfo info;
@@ -159,6 +240,15 @@ TEST_F(ComposerFinishing, NothingToShowIsBlank)
     EXPECT_EQ(picture.image->size(), _Size<int>(100, 100));
     info.crop = cropOf({5, 5, 20, 20});
     EXPECT_TRUE(finalized(composer, info).isPlaceholder);
+    info.context.roi = {};
+    EXPECT_EQ(finalized(composer, info).image->size(), _Size<int>(100, 100)) << "of no part";
+}
+
+TEST_F(ComposerFinishing, APictureBeyondTheLongestSideIsDrawnSmaller)
+{
+    CropInfo info;
+    info.context.roi = {inside().x, inside().y, 40000, 160};
+    EXPECT_EQ(finalized(composer, info).image->height(), 128) << "32000 of 40000";
 }
 
 TEST_F(ComposerFinishing, ACropIsThatPartOfTheWhole)
@@ -242,6 +332,15 @@ TEST_F(ComposerFinishing, TheFinishedPictureLiesOverWhite)
             ASSERT_EQ(picture.image->data()[i], (PixelRGB<float>{1.0f, 1.0f, 1.0f}));
         }
     EXPECT_GT(outside, 0u);
+    info.crop = cropOf({1, 1, picture.image->width() - 2, picture.image->height() - 2});
+    const RenderedData crop2 = finalized(composer, info);
+    outside = 0;
+    for (std::size_t i = 0; i < crop2.image->pixelCount(); ++i)
+        if (crop2.mask->data()[i] == 0.0f) {
+            ++outside;
+            ASSERT_EQ(crop2.image->data()[i], (PixelRGB<float>{1.0f, 1.0f, 1.0f}));
+        }
+    EXPECT_GT(outside, 0u);
 }
 
 TEST_F(ComposerFinishing, FinalizeShowsTheTurnedViewInItsProjection)
@@ -293,8 +392,25 @@ TEST_F(ComposerFinishing, ATurnOfTheViewIsSeenWithoutAReceiverOfRenders)
     composer.setRotation(0.2f);
     const CropPreview turned = cropPreview(composer, {900, 200});
     EXPECT_NE(turned.data.context.roi, level.data.context.roi);
-    composer.changeProjectionType(WarpType::Cylindrical);
-    EXPECT_NE(cropPreview(composer, {900, 200}).data.image, turned.data.image);
+    composer.changeProjectionType(WarpType::Mercator);
+    const CropPreview projected = cropPreview(composer, {900, 200});
+    EXPECT_NE(projected.data.image, turned.data.image);
+    const _Rect<int>& place = projected.data.context.roi;
+    EXPECT_NEAR(static_cast<double>(projected.data.image->width()) / projected.data.image->height(),
+                static_cast<double>(place.width) / place.height, 0.03)
+        << "not squeezed into the canvas of the former projection";
+    EXPECT_NEAR(projected.data.image->height(), 200, 3);
+}
+
+TEST_F(ComposerFinishing, ThePictureOfADragIsNotKept)
+{
+    composer.startFastRender();
+    composer.setRotation(0.05f);
+    const CropPreview rough = cropPreview(composer, {900, 200});
+    composer.finishFastRender();
+    const CropPreview sharp = cropPreview(composer, {900, 200});
+    EXPECT_FALSE(rough.data.image->size() == sharp.data.image->size() &&
+                 sameBytes(*rough.data.image, *sharp.data.image));
 }
 
 TEST_F(ComposerFinishing, HorizonsOfNothingAreLevel)

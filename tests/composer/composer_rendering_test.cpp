@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <stdexcept>
 
@@ -31,11 +33,12 @@ class ComposerRendering : public ComposerTest
 protected:
     PanoramaPreviewComposerPrivate state{SmallFiles::source()};
     _Size<int> canvas;
+    _Rect<int> extent; // as the load has reported it
 
     void SetUp() override
     {
         ComposerTest::SetUp();
-        state.load({});
+        state.load([this](bool, _Rect<int> reported) { extent = reported; });
         ASSERT_EQ(state.stitcher->getStatus(), 1);
         canvas = state.enterProjection(WarpType::Spherical);
     }
@@ -68,6 +71,23 @@ protected:
         return answer;
     }
 };
+
+// A rectangle of a drawing on the canvas, with both ways to whole pixels.
+struct Places
+{
+    _Rect<int> truncated;
+    _Rect<int> rounded;
+};
+
+Places placesOf(const cv::Rect& drawn, float factor)
+{
+    const auto truncated = [factor](int value) { return static_cast<int>(static_cast<float>(value) * factor); };
+    const auto rounded = [factor](int value) {
+        return static_cast<int>(std::lround(static_cast<float>(value) * factor));
+    };
+    return {{truncated(drawn.x), truncated(drawn.y), truncated(drawn.width), truncated(drawn.height)},
+            {rounded(drawn.x), rounded(drawn.y), rounded(drawn.width), rounded(drawn.height)}};
+}
 
 } // namespace
 
@@ -148,6 +168,15 @@ TEST_F(ComposerRendering, TheUnderlayAloneIsTheWholeCanvas)
     EXPECT_EQ(answer->colorProfile, answer->image->colorProfile());
 }
 
+TEST_F(ComposerRendering, TheMeaningfulPartOfATallPanoramaIsTwoThousandPixelsHigh)
+{
+    state.turn(1.5707964f, {});
+    const auto part = drawnPart();
+    ASSERT_TRUE(part);
+    EXPECT_NEAR(part->image->height(), 2000, 2000 / 200);
+    EXPECT_LT(part->image->width(), 1500);
+}
+
 TEST_F(ComposerRendering, TheMeaningfulPartIsAboutTwoThousandPixelsLong)
 {
     const auto part = drawnPart();
@@ -155,7 +184,8 @@ TEST_F(ComposerRendering, TheMeaningfulPartIsAboutTwoThousandPixelsLong)
     const _Size<int> size = part->image->size();
     EXPECT_NEAR(std::max(size.width, size.height), 2000, 2000 / 200);
     EXPECT_EQ(part->mask->size(), size);
-    const cv::Rect extent = state.stitcher->roiInOutputPixels();
+    const cv::Rect outer = state.stitcher->roiInOutputPixels();
+    EXPECT_EQ(extent, _Rect<int>(outer.x, outer.y, outer.width, outer.height));
     EXPECT_NEAR(part->place.width, extent.width, 8);
     EXPECT_NEAR(part->place.height, extent.height, 8);
     // The picture covers its place at one scale.
@@ -169,6 +199,15 @@ TEST_F(ComposerRendering, TheMeaningfulPartIsAboutTwoThousandPixelsLong)
         bottom = bottom || part->mask->row(size.height - 1)[x] > 0.0f || part->mask->row(size.height - 2)[x] > 0.0f;
     }
     EXPECT_TRUE(top && bottom);
+    // Its place, truncated.
+    const float s = 1500.0f / static_cast<float>(canvas.width);
+    const cv::Rect coarse = state.drawCanvas(canvas, fittedSize(canvas.width, canvas.height), false).roi;
+    const float k = 2000.0f * s / static_cast<float>(coarse.width);
+    const _Size<int> whole(static_cast<int>(static_cast<float>(canvas.width) * k),
+                           static_cast<int>(static_cast<float>(canvas.height) * k));
+    const auto places = placesOf(state.drawCanvas(canvas, whole, false).roi, 1.0f / k);
+    ASSERT_NE(places.truncated, places.rounded) << "the test needs another panorama";
+    EXPECT_EQ(part->place, places.truncated);
 }
 
 TEST_F(ComposerRendering, RendersLetTheCacheMiss)
@@ -184,11 +223,37 @@ TEST_F(ComposerRendering, RendersLetTheCacheMiss)
     EXPECT_FALSE(state.restoreCachedPreview(restored, {300, 101}, roi));
     EXPECT_FALSE(state.restoreCachedPreview(restored, {300, 100}, {roi.x + 1, roi.y, roi.width, roi.height}));
     EXPECT_FALSE(state.restoreCachedPreview(restored, {300, 100}, {}));
-    (void)drawnMain({{100, 100}, {canvas.width / 2, canvas.height / 2, 100, 100}});
-    EXPECT_EQ(state.cachedRoi, _Rect<int>());
-    EXPECT_EQ(state.cachedPreviewSize, _Size<int>());
-    EXPECT_EQ(state.cachedPreview.image, first.image) << "the picture stays until another one replaces it";
-    EXPECT_FALSE(state.restoreCachedPreview(restored, {300, 100}, roi));
+    const _Size<int> size = state.cachedPreviewSize;
+    const std::function<void()> renders[] = {
+        [&] {
+            (void)drawnMain({{100, 100}, {canvas.width / 2, canvas.height / 2, 100, 100}});
+        },
+        [&] { (void)drawnUnderlay(); }, [&] { state.shift({}); }, [&] { state.turn(0.0f, {}); },
+        [&] { state.reset(); }};
+    for (const auto& render : renders) {
+        state.cachedRoi = roi;
+        state.cachedPreviewSize = size;
+        render();
+        EXPECT_EQ(state.cachedRoi, _Rect<int>());
+        EXPECT_EQ(state.cachedPreviewSize, _Size<int>());
+        EXPECT_EQ(state.cachedPreview.image, first.image) << "the picture stays until another one replaces it";
+        EXPECT_FALSE(state.restoreCachedPreview(restored, {300, 100}, roi));
+    }
+}
+
+TEST_F(ComposerRendering, AFullPanoramaIsDrawnOnTheCanvasOfItsProjection)
+{
+    for (const _Size<int> size : {_Size<int>(), _Size<int>(600, 100)}) {
+        state.resetCachedSettings();
+        (void)state.createFullPanorama(WarpType::Spherical, {300, 60}, {});
+        for (const WarpType type : {WarpType::Mercator, WarpType::Fisheye}) {
+            const RenderedData after = state.createFullPanorama(type, size, state.cachedRoi);
+            state.resetCachedSettings();
+            const RenderedData fresh = state.createFullPanorama(type, size, {});
+            EXPECT_TRUE(sameBytes(*after.image, *fresh.image));
+            EXPECT_EQ(after.context, fresh.context);
+        }
+    }
 }
 
 TEST_F(ComposerRendering, AFullPanoramaAtTheCanvassSizeNeedsNoSearch)
@@ -213,6 +278,26 @@ TEST_F(ComposerRendering, TheShorterSideOfAFullPanoramaIsTheRequestedOne)
     EXPECT_EQ(tall.context.size, _Size<int>(240, 900));
     EXPECT_EQ(tall.context.roi, state.cachedRoi);
     EXPECT_EQ(tall.colorProfile, tall.image->colorProfile());
+    state.resetCachedSettings();
+    EXPECT_NEAR(state.createFullPanorama(WarpType::Spherical, {120, 120}, {}).image->height(), 120, 3);
+}
+
+TEST_F(ComposerRendering, ThePlaceOfAFullPanoramaIsRounded)
+{
+    const RenderedData data = state.createFullPanorama(WarpType::Spherical, {900, 120}, {});
+    const _Size<int> size = state.cachedPreviewSize;
+    const auto places = placesOf(state.drawCanvas(canvas, size, false).roi,
+                                 static_cast<float>(canvas.width) / static_cast<float>(size.width));
+    ASSERT_NE(places.truncated, places.rounded) << "the test needs another size";
+    EXPECT_EQ(data.context.roi, places.rounded);
+}
+
+TEST_F(ComposerRendering, SizesThatNothingHoldsGiveNothing)
+{
+    for (const _Size<int> size : {_Size<int>(2'000'000'000, 2'000'000'000), _Size<int>(0, 5), _Size<int>(-3, -4)}) {
+        state.resetCachedSettings();
+        EXPECT_TRUE(state.createFullPanorama(WarpType::Spherical, size, {}).isPlaceholder) << size.width;
+    }
 }
 
 TEST_F(ComposerRendering, AFullPanoramaLiesOverWhite)
@@ -255,7 +340,70 @@ TEST_F(ComposerRendering, ExceptionsAreLoggedWithTheRenderThatMadeThem)
     taken.underlayCallback = [](const RenderedData&) { throw std::runtime_error("underlay"); };
     state.drawMain(WarpType::Spherical, taken, "A");
     state.drawUnderlay(WarpType::Spherical, taken, "B");
-    EXPECT_THAT(log.texts(LogMessageType::Warning), ElementsAre("A: main", "B: underlay"));
+    taken.meaningfulPartCallback = [](const auto&, const auto&, _Rect<int>) { throw 3; };
+    state.drawUnderlay(WarpType::Spherical, taken, "C");
+    EXPECT_THAT(log.texts(LogMessageType::Warning), ElementsAre("A: main", "B: underlay", "C: not a std::exception"));
+}
+
+TEST_F(ComposerRendering, ADrawingThatFailsIsLoggedWithItsNameAndReported)
+{
+    state.stitcher->setWorkCallback([](float) { throw std::runtime_error("no memory"); });
+    const LogCapture log;
+    EXPECT_TRUE(state.createFullPanorama(WarpType::Spherical, {}, {}).isPlaceholder);
+    EXPECT_TRUE(state.createFullPanorama(WarpType::Spherical, {900, 120}, {}).isPlaceholder);
+    using testing::AllOf;
+    using testing::EndsWith;
+    using testing::HasSubstr;
+    EXPECT_THAT(
+        log.texts(LogMessageType::Warning),
+        ElementsAre(AllOf(HasSubstr("orvo::PanoramaPreviewComposer::createFullPanorama("), EndsWith(": no memory")),
+                    AllOf(HasSubstr("orvo::PanoramaPreviewComposer::calculatePreviewSize("), EndsWith(": no memory"))));
+    std::optional<Failure> reason;
+    for (const _Size<int> size : {_Size<int>(), _Size<int>(900, 120)}) {
+        reason.reset();
+        state.cropPreview(WarpType::Spherical, size, [&](const RenderedData&, _Rect<int>) { reason = lastFailure(); });
+        EXPECT_EQ(reason, (Failure{FailureKind::Internal, {}, "no memory"}));
+    }
+    state.reset();
+    EXPECT_THAT(log.texts(LogMessageType::Warning).back(),
+                AllOf(HasSubstr("orvo::PanoramaPreviewComposer::resetAlignmentAdjustments("), EndsWith(": no memory")));
+    reason.reset();
+    ComposerSnapshot taken;
+    taken.mainCallback = [](const RenderedData&) { ADD_FAILURE(); };
+    taken.failureCallback = [&](const Failure& failure) { reason = failure; };
+    state.drawMain(WarpType::Spherical, taken, "");
+    EXPECT_EQ(reason, (Failure{FailureKind::Internal, {}, "no memory"}));
+    taken.mainCallback = {};
+    taken.underlayCallback = [](const RenderedData&) { ADD_FAILURE(); };
+    reason.reset();
+    state.drawUnderlay(WarpType::Spherical, taken, "");
+    EXPECT_EQ(reason, (Failure{FailureKind::Internal, {}, "no memory"}));
+}
+
+TEST_F(ComposerRendering, ALongCropOfAReprojectionIsNotLimited)
+{
+    const _Size<int> whole = state.enterProjection(WarpType::Cylindrical);
+    const cv::Rect content = state.drawCanvas(whole, whole, false).roi;
+    // What it shows would fit into the limited size.
+    PanoramaPreviewComposer::CropInfo info;
+    info.context.roi = {content.x + 300, content.y + content.height - 60, 40000, 100};
+    info.context.size = info.context.roi.size();
+    info.crop = cropOf({0, 0, 40000, 100});
+    RenderedData picture;
+    state.finish(
+        WarpType::Cylindrical, info, [&](RenderedData data) { picture = std::move(data); }, "");
+    ASSERT_FALSE(picture.isPlaceholder);
+    EXPECT_EQ(picture.image->size(), _Size<int>(40000, 100));
+}
+
+TEST_F(ComposerRendering, ALoadThatThrowsHasAReason)
+{
+    state.stitcher->setLoadCallback([](float) { throw std::bad_alloc(); });
+    std::optional<Failure> reason;
+    const LogCapture log;
+    state.load([&](bool, _Rect<int>) { reason = lastFailure(); });
+    ASSERT_TRUE(reason);
+    EXPECT_EQ(reason->kind, FailureKind::OutOfMemory);
 }
 
 TEST_F(ComposerRendering, FastRendersShowTheSameSofter)
@@ -317,8 +465,10 @@ TEST_F(ComposerRendering, ASecondLoadMakesTheSmallSphereAnew)
     EXPECT_LT(fast(), 0.06);
     for (std::size_t i = 0; i < views.size(); ++i)
         scenes::writeSphereView(other, views[i], source.files[i]);
+    changing.cachedRoi = {1, 2, 3, 4};
     changing.load({});
     ASSERT_EQ(changing.stitcher->getStatus(), 1);
+    EXPECT_EQ(changing.cachedRoi, _Rect<int>()) << "the kept picture shows the first load";
     EXPECT_LT(fast(), 0.06) << "the drag shows the pictures of the first load";
 }
 

@@ -83,6 +83,20 @@ TEST(ProcessCropInfo, ScalesFromTheContextToTheTarget)
 {
     EXPECT_EQ(processCropInfo(cropOf({10, 10, 40, 30}), {100, 100}, {200, 50}).rect, _Rect<int>(20, 5, 80, 15));
     EXPECT_EQ(processCropInfo(cropOf({10, 10, 40, 30}), {200, 50}, {200, 50}).rect, _Rect<int>(10, 10, 40, 30));
+    CropDescription factored = cropOf({10, 10, 40, 30});
+    factored.scaleX = 0.5f;
+    EXPECT_EQ(processCropInfo(factored, {200, 50}, {200, 50}).rect, _Rect<int>(5, 10, 20, 30)) << "its own factors";
+    EXPECT_EQ(processCropInfo(factored, {100, 100}, {200, 50}).rect, _Rect<int>(20, 5, 80, 15)) << "replaced";
+}
+
+TEST(BoundsOfCrop, AreThoseOfTheTurnedRectangleWithinTheCanvas)
+{
+    EXPECT_EQ(boundsOfCrop(cropOf({40, 40, 20, 10}), {200, 100}), cv::Rect(40, 40, 20, 10));
+    // Half of 20 cos + 10 sin, and of 20 sin + 10 cos, about (50, 45): 38.97 to 61.03, 37.27 to 52.73.
+    EXPECT_EQ(boundsOfCrop(cropOf({40, 40, 20, 10}, 0.3f), {200, 100}), cv::Rect(38, 37, 25, 17));
+    EXPECT_EQ(boundsOfCrop(cropOf({40, 40, 20, 10}, 0.3f), {60, 50}), cv::Rect(38, 37, 22, 13));
+    EXPECT_EQ(boundsOfCrop(cropOf({-5, 40, 20, 10}, -0.3f), {60, 50}), cv::Rect(0, 37, 18, 13));
+    EXPECT_TRUE(boundsOfCrop(cropOf({300, 40, 20, 10}, 0.3f), {200, 100}).empty());
 }
 
 TEST(ProcessCropInfo, ACropWithoutAContextIsReportedAndFittedAsItStands)

@@ -137,19 +137,19 @@ public:
     [[nodiscard]] std::optional<Failure> load()
     {
         const auto loaded = std::make_shared<std::atomic<float>>(0.0f);
-        struct Answer
+        struct Loaded
         {
             std::optional<Failure> failure;
             std::vector<std::string> warnings;
         };
-        const auto mail = std::make_shared<Mailbox<Answer>>();
+        const auto mail = std::make_shared<Mailbox<Loaded>>();
         composer.setLoadCallback([loaded](float share) { *loaded = share; });
         // Failure and warnings are those of the worker's thread.
         composer.loadWithCompletion([mail](bool fits, _Rect<int>) {
             const Failure unknown{FailureKind::Internal, {}, "the pictures gave no panorama and no reason"};
             mail->put({fits ? std::nullopt : std::optional(lastFailure().value_or(unknown)), lastWarnings()});
         });
-        const Answer answer = await(*mail, [&] {
+        const Loaded answer = await(*mail, [&] {
             const float share = *loaded;
             if (share < 1.0f)
                 report(JobStep::Load, kLoaded * static_cast<double>(share));
@@ -213,27 +213,31 @@ private:
         }
     }
 
-    /// A part of the canvas within `side` pixels; empty if there is nothing in it.
+    struct Answer
+    {
+        RenderedData data;
+        std::optional<Failure> failure;
+    };
+
+    /// A part of the canvas within `side` pixels; empty if there is nothing in it. Throws what the drawing failed from.
     [[nodiscard]] RenderedData view(const _Rect<int>& part, int side)
     {
-        const auto mail = std::make_shared<Mailbox<RenderedData>>();
-        composer.setCallback([mail](RenderedData data) { mail->put(std::move(data)); });
+        const auto mail = std::make_shared<Mailbox<Answer>>();
+        composer.setCallback([mail](RenderedData data) { mail->put({std::move(data), {}}); });
+        composer.setFailureCallback([mail](Failure failure) { mail->put({{}, std::move(failure)}); });
         composer.setContext({scaleSizeToMax(part.size(), side), part});
         // A view of nothing is not answered; what follows it on the worker always is.
         composer.finalize({}, [mail](const RenderedData&) { mail->put({}); });
-        RenderedData data = await(*mail);
+        Answer answer = await(*mail);
         composer.setCallback({});
-        return data;
+        if (answer.failure)
+            throw FailureError(*answer.failure);
+        return std::move(answer.data);
     }
 
     /// Throws what the drawing failed from: gray is never a result.
     [[nodiscard]] RenderedData finalized(const PanoramaPreviewComposer::CropInfo& info)
     {
-        struct Answer
-        {
-            RenderedData data;
-            std::optional<Failure> failure;
-        };
         const auto mail = std::make_shared<Mailbox<Answer>>();
         composer.finalize(info, [mail](RenderedData data) { mail->put({std::move(data), lastFailure()}); });
         Answer answer = await(*mail);

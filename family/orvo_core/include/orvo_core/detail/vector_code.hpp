@@ -12,8 +12,8 @@
 #define ORVO_INSTRUMENTED 1
 #endif
 
-/// Marks a function that is built three times, for AVX-512, AVX2 and the baseline; the loader picks one at start. The choice runs
-/// while the program is loaded, before a sanitizer's runtime is initialised.
+/// Marks a function that is built three times, for AVX-512, AVX2 and the baseline; the loader picks one at start. The
+/// choice runs while the program is loaded, before a sanitizer's runtime is initialised.
 #if defined(__x86_64__) && !defined(ORVO_INSTRUMENTED)
 #define ORVO_VECTOR_CLONES __attribute__((target_clones("arch=x86-64-v4", "avx2", "default")))
 #else

@@ -342,8 +342,12 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     if (ladder.empty())
         return stopped();
     phases.ladderBuilt();
-    if (alignsLate && !single && settings.alignment)
+    if (alignsLate && !single && settings.alignment) {
+        if (frames.size() > kMostResampledFrames) // rungs of pixels only, one of each frame
+            for (std::size_t i = 0; i < frames.size(); ++i)
+                ladder[i].path = frames[i].path;
         alignFrames(ladder, static_cast<int>(ladder.size() / 2), true, settings.alignmentQuality, run);
+    }
     if (run.cancelled())
         return stopped();
     if (!single && settings.ghostReduction) {

@@ -86,8 +86,7 @@ std::size_t nearestFrame(const std::vector<HDRFrame>& frames, float target)
     return nearest;
 }
 
-// The frames themselves as the ladder. Only pixels are passed on, with the paths for messages: the result's metadata
-// come from the frames.
+// The frames themselves as the ladder. Only pixels are passed on: the result's metadata come from the frames.
 std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromatic)
 {
     std::vector<HDRFrame> ladder;
@@ -97,7 +96,6 @@ std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromat
             markDeveloped(frame);
         }
         ladder.emplace_back().image = frame.image;
-        ladder.back().path = frame.path;
     }
     return ladder;
 }

@@ -26,10 +26,12 @@ namespace orvo {
 
 /// The same, but ends early with an empty result, and the cancel as lastFailure(), once `canceled` returns true. It is
 /// polled on the calling thread before each frame is loaded, registered, warped or stacked, and before and after the
-/// last step; empty: never. What it throws is logged and fails the call.
+/// last step; empty: never. `progress`, if any, gets the finished share of the frames' work there, 0 to 1 and never
+/// less than before. What either throws is logged and fails the call.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                                                 const BracketSettings::FocusStacking& settings,
-                                                                const std::function<bool()>& canceled);
+                                                                const std::function<bool()>& canceled,
+                                                                const std::function<void(float)>& progress = {});
 
 /// Returns the frames as loaded, in the order of the paths, each with a line of text in its pixels that gives its
 /// position: "align result, image 1 out of 7". Despite its name it does not align, deghost or crop, and does not

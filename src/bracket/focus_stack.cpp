@@ -23,14 +23,15 @@ class Series
 public:
     Series(const std::vector<std::filesystem::path>& paths_, const BracketSettings::FocusStacking& settings_,
            const RunControl& run_)
-        : paths(paths_), settings(settings_), run(run_), frames(paths_.size())
+        : paths(paths_), settings(settings_), run(run_), frames(paths_.size()), steps(stepsOf(paths_.size(), settings_))
     {}
 
     // A copy that shares the pixels: warping replaces them, deghosting changes the series. Every step of the work takes
-    // its frame here, so that here is the place to cancel it.
+    // its frame here, so that here is the place to cancel it and to report progress.
     FocusStackerFrame frame(int index)
     {
         run.throwIfCancelled();
+        run.report(std::min(1.0f, static_cast<float>(taken++) / static_cast<float>(steps)));
         if (index < 0 || static_cast<std::size_t>(index) >= frames.size())
             throw FailureError({FailureKind::Internal,
                                 {},
@@ -71,6 +72,18 @@ private:
     const BracketSettings::FocusStacking& settings;
     const RunControl& run;
     std::vector<FocusStackerFrame> frames;
+    const std::size_t steps; // how often frames are taken
+    std::size_t taken = 0;
+
+    static std::size_t stepsOf(std::size_t count, const BracketSettings::FocusStacking& settings)
+    {
+        const std::size_t loading = count + 1; // the reference twice
+        const std::size_t aligning = !settings.adjust.enabled                            ? 0
+                                     : settings.adjust.quality == AlignmentQuality::Fine ? count + 1
+                                                                                         : 1;
+        const std::size_t deghosting = settings.ghostReduction.enabled ? count : 0;
+        return loading + aligning + deghosting + count;
+    }
 
     FocusStackerFrame loaded(const std::filesystem::path& path) const
     {

@@ -42,9 +42,9 @@ std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& 
 
 std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                       const BracketSettings::FocusStacking& settings,
-                                      const std::function<bool()>& canceled)
+                                      const std::function<bool()>& canceled, const std::function<void(float)>& progress)
 {
-    const RunControl run([&canceled] { return canceled && canceled(); });
+    const RunControl run([&canceled] { return canceled && canceled(); }, progress);
     return stackInCallFrame(paths, settings, run, __PRETTY_FUNCTION__);
 }
 

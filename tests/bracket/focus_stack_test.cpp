@@ -582,6 +582,25 @@ INSTANTIATE_TEST_SUITE_P(FocusStack, FocusStackCancel,
                                          Ways{"still", false, AlignmentQuality::Fine, false}),
                          [](const auto& each) { return each.param.name; });
 
+TEST_P(FocusStackCancel, ProgressRisesToItsEnd)
+{
+    Settings settings;
+    settings.adjust.enabled = GetParam().aligns;
+    settings.adjust.quality = GetParam().quality;
+    settings.ghostReduction.enabled = GetParam().deghosts;
+    Paths paths;
+    for (int i = 0; i < 5; ++i)
+        paths.push_back(file("frame" + std::to_string(i), *textured(120, 90, 0.7 * i, 0.0)));
+    std::vector<float> shares;
+    ASSERT_TRUE(makeFocusStack(paths, settings, {}, [&](float share) { shares.push_back(share); }));
+    EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end()));
+    EXPECT_EQ(shares.front(), 0.0f);
+    EXPECT_GT(shares.back(), 0.8f);
+    EXPECT_LE(shares.back(), 1.0f);
+    EXPECT_EQ(std::count(shares.begin(), shares.end(), 1.0f), shares.back() == 1.0f ? 1 : 0)
+        << "it does not stand still";
+}
+
 TEST_F(FocusStack, WhatACancelThrowsFailsTheCall)
 {
     const auto paths = grays({0.1f, 0.2f});

@@ -50,27 +50,40 @@ TEST_F(Terminal, ShowsOneBarAndClearsIt)
     EXPECT_THAT(run.out, Not(HasSubstr("reading"))) << "the bar shows it";
 }
 
-TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
+TEST_F(Terminal, AStackShowsItsShare)
 {
-    const auto series = names(writeFocusSeries(folder.path(), {.width = 1200, .height = 800, .frames = 6}));
-    std::vector<std::string> arguments{"stack", "-o", "out.jpg", "--json"};
+    const auto series = names(writeFocusSeries(folder.path(), {.width = 300, .height = 200, .frames = 6}));
+    std::vector<std::string> arguments{"stack", "-o", "out.jpg"};
     arguments.insert(arguments.end(), series.begin(), series.end());
     const Finished run = runOrvo(arguments, {.workingFolder = folder.path(), .errorIsTerminal = true});
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    const std::regex step(R"(\r\[([#.]+)\] +\d+ s stacking the frames)");
+    const std::regex step(R"((\d+) % stacking the frames)");
+    std::set<std::string> shares;
+    for (std::sregex_iterator at(run.err.begin(), run.err.end(), step), end; at != end; ++at)
+        shares.insert((*at)[1]);
+    EXPECT_GE(shares.size(), 10u) << run.err;
+}
+
+TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
+{
+    writeFrame(folder / "in.jpg", {.width = 1200, .height = 800});
+    const Finished run = runOrvo({"upscale", "in.jpg", "--passes", "2", "-o", "out.jpg", "--json"},
+                                 {.workingFolder = folder.path(), .errorIsTerminal = true});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const std::regex step(R"(\r\[([#.]+)\] +\d+ s enlarging the picture)");
     std::set<std::string> pictures;
     for (std::sregex_iterator at(run.err.begin(), run.err.end(), step), end; at != end; ++at)
         pictures.insert((*at)[1]);
     double milliseconds = 0.0;
     const nlohmann::json report = nlohmann::json::parse(run.out);
     for (const auto& phase : report.at("phases"))
-        if (phase.at("name") == "stack")
+        if (phase.at("name") == "upscale")
             milliseconds = phase.at("milliseconds");
     ASSERT_GT(milliseconds, 0.0);
     // The block moves four times a second if the step is long enough; twice the time for a busy machine.
     constexpr double kTwoMoves = 1000.0;
     EXPECT_GE(pictures.size(), milliseconds > kTwoMoves ? 2u : 1u) << run.err;
-    EXPECT_THAT(run.err, Not(testing::ContainsRegex("% stacking")));
+    EXPECT_THAT(run.err, Not(testing::ContainsRegex("% enlarging")));
     EXPECT_THAT(run.err, HasSubstr("100 %"));
     EXPECT_THAT(run.err, EndsWith(kEmptyLine));
 }

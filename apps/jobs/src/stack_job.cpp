@@ -52,8 +52,12 @@ void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat
 std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, std::size_t reference)
 {
     run.report(kStackStarts);
-    auto stacked =
-        makeFocusStack(request.frames, stackSettings(request, reference), [&run] { return run.isCancelled(); });
+    const auto progress = [&run](float share) {
+        run.report({JobStep::Stack, kStackStarts.fraction +
+                                        (kWriteStarts.fraction - kStackStarts.fraction) * static_cast<double>(share)});
+    };
+    auto stacked = makeFocusStack(
+        request.frames, stackSettings(request, reference), [&run] { return run.isCancelled(); }, progress);
     run.throwIfCancelled();
     if (!stacked)
         throwLastFailure("stacking returned no picture and no reason");

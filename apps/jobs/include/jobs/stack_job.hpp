@@ -34,8 +34,8 @@ struct StackJobResult : PictureJobResult
 /// Checks the request, merges, writes beside the output and renames. Copies the metadata of the reference, without
 /// alignment those of the middle frame. Resets the process's count of peak plane bytes at the start.
 ///
-/// Progress: Check 0, Stack 0.02 (the merge reports nothing until its end, but checks the cancel flag with every
-/// frame), Write 0.95, and 1 at the end. Writing takes a small share of the time of the frames.
+/// Progress: Check 0, Stack 0.02 to 0.95 with every frame that is read, registered or merged, Write 0.95, and 1 at the
+/// end. Writing takes a small share of the time of the frames.
 ///
 /// Refused: no file, a path given twice in any spelling, a value out of range, a reference without alignment or
 /// deghosting, fast without alignment, an unknown ending, an output that is one of the inputs. Failed: everything

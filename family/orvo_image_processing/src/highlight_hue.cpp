@@ -5,6 +5,8 @@
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/highlight_hue.hpp>
 
+#include <opencv2/core.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -69,39 +71,19 @@ constexpr Light kLuminance = {0.2880402f, 0.7118741f, 0.0000857f};
 /// Linear light of the working space and of a file.
 struct Spaces
 {
-    std::array<Light, 3> workingFromFile; // rows
-    std::array<Light, 3> fileFromWorking;
+    cv::Matx33f workingFromFile;
+    cv::Matx33f fileFromWorking;
 
     [[nodiscard]] Light inFile(const PixelRGB<float>& pixel) const
     {
         const Light working{linear(pixel.r), linear(pixel.g), linear(pixel.b)};
         Light file;
         for (std::size_t c = 0; c < 3; ++c)
-            file[c] = fileFromWorking[c][0] * working[0] + fileFromWorking[c][1] * working[1] +
-                      fileFromWorking[c][2] * working[2];
+            file[c] = fileFromWorking.val[3 * c] * working[0] + fileFromWorking.val[3 * c + 1] * working[1] +
+                      fileFromWorking.val[3 * c + 2] * working[2];
         return file;
     }
 };
-
-std::optional<std::array<Light, 3>> inverse(const std::array<Light, 3>& m)
-{
-    const auto minor = [&m](std::size_t r, std::size_t c) {
-        const std::size_t r1 = (r + 1) % 3;
-        const std::size_t r2 = (r + 2) % 3;
-        const std::size_t c1 = (c + 1) % 3;
-        const std::size_t c2 = (c + 2) % 3;
-        return m[r1][c1] * m[r2][c2] - m[r1][c2] * m[r2][c1];
-    };
-    constexpr float kLeastDeterminant = 1e-3f; // of any set of real primaries it is far larger
-    const float determinant = m[0][0] * minor(0, 0) + m[0][1] * minor(0, 1) + m[0][2] * minor(0, 2);
-    if (!(std::abs(determinant) > kLeastDeterminant))
-        return std::nullopt;
-    std::array<Light, 3> out;
-    for (std::size_t r = 0; r < 3; ++r)
-        for (std::size_t c = 0; c < 3; ++c)
-            out[r][c] = minor(c, r) / determinant;
-    return out;
-}
 
 /// From the file's primaries at full scale, whose linear light is 1 whatever its transfer curve. Empty if they do not
 /// add up to white: not a matrix profile.
@@ -117,16 +99,15 @@ std::optional<Spaces> spacesOf(const std::shared_ptr<ColorProfile>& profile)
     primaries.data()[2] = {0.0f, 0.0f, 1.0f};
     primaries.convertTo(ColorProfileType::linearMelissaRGB());
     const PixelRGB<float>* const p = primaries.data();
-    Spaces spaces{};
-    spaces.workingFromFile = {Light{p[0].r, p[1].r, p[2].r}, Light{p[0].g, p[1].g, p[2].g},
-                              Light{p[0].b, p[1].b, p[2].b}};
-    for (const Light& row : spaces.workingFromFile)
-        if (!(std::abs(row[0] + row[1] + row[2] - 1.0f) < kWhiteError))
+    Spaces spaces;
+    spaces.workingFromFile = {p[0].r, p[1].r, p[2].r, p[0].g, p[1].g, p[2].g, p[0].b, p[1].b, p[2].b};
+    for (int row = 0; row < 3; ++row)
+        if (!(std::abs(spaces.workingFromFile.row(row).dot(cv::Matx13f::ones()) - 1.0f) < kWhiteError))
             return std::nullopt;
-    const auto inverted = inverse(spaces.workingFromFile);
-    if (!inverted)
+    constexpr double kLeastDeterminant = 1e-3; // of any set of real primaries it is far larger
+    if (!(std::abs(cv::determinant(spaces.workingFromFile)) > kLeastDeterminant))
         return std::nullopt;
-    spaces.fileFromWorking = *inverted;
+    spaces.fileFromWorking = spaces.workingFromFile.inv();
     return spaces;
 }
 
@@ -299,7 +280,7 @@ PixelRGB<float> raised(const PixelRGB<float>& pixel, const Loss& loss, const Spa
     float after = 0.0f;
     for (std::size_t c = 0; c < 3; ++c) {
         before += kLuminance[c] * light[c];
-        light[c] += loss.light * spaces.workingFromFile[c][loss.channel];
+        light[c] += loss.light * spaces.workingFromFile.val[3 * c + loss.channel];
         after += kLuminance[c] * light[c];
     }
     const float gain = before / after;
@@ -311,8 +292,8 @@ float leastClipped(const Spaces& spaces)
 {
     float least = 1.0f;
     for (std::size_t c = 0; c < 3; ++c)
-        least = std::min(least, std::max({spaces.workingFromFile[0][c], spaces.workingFromFile[1][c],
-                                          spaces.workingFromFile[2][c]}));
+        least = std::min(least, std::max({spaces.workingFromFile.val[c], spaces.workingFromFile.val[3 + c],
+                                          spaces.workingFromFile.val[6 + c]}));
     return encoded(least * linear(kLimitFrom));
 }
 

@@ -19,7 +19,7 @@ template <typename Value, typename Key, std::size_t N>
 class Cache final : public CacheBase
 {
 public:
-    Cache() = default;
+    Cache() { enter(); }
     ~Cache() override { withdraw(); }
 
     void setEnabled(bool enable) override

@@ -24,7 +24,7 @@ Registry& registry()
 
 ICache::~ICache() = default;
 
-CacheBase::CacheBase()
+void CacheBase::enter()
 {
     const std::lock_guard lock(registry().mutex);
     registry().caches.push_back(this);

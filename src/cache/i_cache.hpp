@@ -24,7 +24,9 @@ public:
     ~CacheBase() override;
 
 protected:
-    CacheBase();
+    CacheBase() = default;
+    /// Enters the registry; derived classes call it when they are whole, since a visitor may come at once.
+    void enter();
     /// Leaves the registry; derived classes call it before their members are destroyed.
     void withdraw();
 };

@@ -11,7 +11,7 @@ Installs the dependencies for building, testing and running orvo_extensions, and
 OpenCV 4.7.0 with SURF into a cache folder unless the machine already has a usable OpenCV.
 
   --bench   also install the programs that the benchmarks compare with (enfuse, Hugin, enblend)
-  --tools   also install clang, clang-format and clang-tidy, for development
+  --tools   also install clang, its tools, doxygen and mmdebstrap, for development
   --help    this text
 
 ORVO_DEPS sets the cache folder; the default is orvo below $XDG_CACHE_HOME or ~/.cache.
@@ -37,7 +37,7 @@ packages=(
 for argument in "$@"; do
   case $argument in
     --bench) packages+=(enfuse hugin-tools enblend libimage-exiftool-perl python3) ;;
-    --tools) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev) ;;
+    --tools) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev doxygen mmdebstrap) ;;
     --help|-h) usage; exit 0 ;;
     *) usage >&2; die "unknown argument '$argument'" ;;
   esac

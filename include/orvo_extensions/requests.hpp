@@ -75,10 +75,10 @@ struct UpscaleRequest : OperationCalls
 /// The picture, or the failure, and what else there is to say.
 struct OperationResult
 {
-    std::shared_ptr<Image> image;        ///< in melissaRGB(), panoramas in sRGB(); empty if the operation failed
-    std::optional<Failure> failure;      ///< set if there is no picture
-    std::vector<std::string> warnings;   ///< see lastWarnings()
-    std::vector<Failure> shortfalls;     ///< see lastShortfalls()
+    std::shared_ptr<Image> image;      ///< in melissaRGB(), panoramas in sRGB(); empty if the operation failed
+    std::optional<Failure> failure;    ///< set if there is no picture
+    std::vector<std::string> warnings; ///< see lastWarnings()
+    std::vector<Failure> shortfalls;   ///< see lastShortfalls()
 
     /// Whether there is a picture.
     explicit operator bool() const { return image != nullptr; }

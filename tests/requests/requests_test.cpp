@@ -95,7 +95,8 @@ protected:
     {
         Paths files;
         for (int i = 0; i < 3; ++i)
-            files.push_back(writtenTo(folder / ("series" + std::to_string(i) + ".tif"), *texturedAt(1.0f, 160, 120, i)));
+            files.push_back(
+                writtenTo(folder / ("series" + std::to_string(i) + ".tif"), *texturedAt(1.0f, 160, 120, i)));
         return files;
     }
     Paths views()
@@ -179,6 +180,34 @@ TEST_F(Requests, AMergeIsThatOfTheFunctionFromFilesAndFromMemory)
     expectSamePicture(perform(mixed).image, merged);
 }
 
+TEST_F(Requests, GhostsAreTakenFromTheFirstPictureUnlessAnotherIsChosen)
+{
+    Paths files; // by rising exposure the second, the third, the first
+    for (const int i : {2, 0, 1}) {
+        const float gain = 0.5f + 0.4f * static_cast<float>(i);
+        files.push_back(writtenTo(folder / ("moving" + std::to_string(i) + ".tif"), *drawn(160, 120, [&](int x, int y) {
+                                      const auto p = texture(x, y);
+                                      const bool isSubject = std::abs(x - 30 - 45 * i) < 12 && std::abs(y - 60) < 20;
+                                      const float value = isSubject ? gain * 0.9f : 0.0f;
+                                      return isSubject ? PixelRGB<float>{value, value * 0.1f, value * 0.1f}
+                                                       : PixelRGB<float>{p.r * gain, p.g * gain, p.b * gain};
+                                  })));
+    }
+    HdrRequest request;
+    request.pictures = inputsOf(files);
+    request.settings.ghostReduction = true;
+    request.settings.deghostAmount = DeghostAmount::Medium;
+    const auto mergedWith = [&](std::int32_t reference) {
+        request.settings.ghostRefImageIdx = reference;
+        const auto image = perform(request).image;
+        return image->developedOriginalImageData({})->copy({});
+    };
+    const std::int32_t byDefault = HDRSettings().ghostRefImageIdx;
+    EXPECT_EQ(largestDifference(*mergedWith(byDefault), *mergedWith(0)), 0.0f);
+    EXPECT_EQ(largestDifference(*mergedWith(-1), *mergedWith(2)), 0.0f) << "the middle one by exposure";
+    EXPECT_GT(largestDifference(*mergedWith(-1), *mergedWith(0)), 0.1f);
+}
+
 TEST_F(Requests, AFocusStackIsThatOfTheFunctionFromFilesAndFromMemory)
 {
     const Paths files = series();
@@ -193,8 +222,7 @@ TEST_F(Requests, APanoramaIsThatOfTheFunctionFromFilesAndFromMemory)
     const Paths files = views();
     const auto expected = stitchPanorama({files, {}}, {WarpType::Cylindrical, 0}, {}, {});
     const Layers layers(files);
-    for (const PanoramaResult& result :
-         {perform(stitching(inputsOf(files))), perform(stitching(layers.inputs()))}) {
+    for (const PanoramaResult& result : {perform(stitching(inputsOf(files))), perform(stitching(layers.inputs()))}) {
         expectSamePicture(result.image, expected.image);
         EXPECT_EQ(result.projection, WarpType::Cylindrical);
         EXPECT_EQ(result.focalLength, expected.focalLength);
@@ -296,10 +324,9 @@ TEST_F(Requests, APictureInMemoryThatDoesNotFitIsNamed)
     const auto layers = Layers(bracket());
     std::vector<PictureInput> inputs = layers.inputs();
     inputs.emplace_back(bad);
-    for (const OperationResult& result : {static_cast<OperationResult>(perform(merging(inputs))),
-                                          perform(stacking(inputs)),
-                                          static_cast<OperationResult>(perform(stitching(inputs))),
-                                          perform(enlarging(bad))}) {
+    for (const OperationResult& result :
+         {static_cast<OperationResult>(perform(merging(inputs))), perform(stacking(inputs)),
+          static_cast<OperationResult>(perform(stitching(inputs))), perform(enlarging(bad))}) {
         ASSERT_TRUE(result.failure);
         EXPECT_EQ(describe(*result.failure), "layer 7: MemoryPicture.data: expected samples, found none");
     }
@@ -332,8 +359,8 @@ TEST_F(Requests, AFrameThatCannotBeAlignedIsAShortfall)
 {
     Paths files = series();
     files.push_back(writtenTo(folder / "other.tif", *drawn(160, 120, [](int, int) {
-        return PixelRGB<float>{0.5f, 0.5f, 0.5f};
-    })));
+                                  return PixelRGB<float>{0.5f, 0.5f, 0.5f};
+                              })));
     FocusStackRequest request = stacking(inputsOf(files));
     request.settings.adjust.quality = AlignmentQuality::Fine;
     const OperationResult result = perform(request);

@@ -39,7 +39,7 @@ enum class HighlightHue : std::int32_t
     Kept = 1
 };
 
-/// Kept in HDRSettings for the application; no operation here reads it.
+/// Kept in HDRSettings for the application (docs/kept_fields.md).
 struct ORVO_EXPORT HDRSettingsLL
 {
     HDRSettingsLL();
@@ -52,7 +52,7 @@ struct ORVO_EXPORT HDRSettingsLL
     std::int32_t samples = 0;
 };
 
-/// Limits of an exposure ladder, kept in HDRSettings for the application; no operation here reads them.
+/// Limits of an exposure ladder, kept in HDRSettings for the application (docs/kept_fields.md).
 struct HDREvLimits
 {
     float rawLow = -4.0f;
@@ -65,9 +65,8 @@ struct HDREvLimits
 
 /// Settings of a merge. A copy shares the cancel flag, so the owner can stop a merge that received a copy.
 ///
-/// make_HDR reads all fields except `optionA`, `optionB`, `evLimits`, `strength` and `ll`, which are kept for the
-/// application; the merge uses its own constants. `ghostRefImageIdx` and `deghostAmount` have an effect only with
-/// `ghostReduction`.
+/// `ghostRefImageIdx` and `deghostAmount` have an effect only with `ghostReduction`. docs/kept_fields.md lists the
+/// fields that no operation reads.
 struct ORVO_EXPORT HDRSettings
 {
     HDRSettings();
@@ -81,7 +80,8 @@ struct ORVO_EXPORT HDRSettings
     bool alignment = false;
     /// Remove ghosts of moving subjects.
     bool ghostReduction = false;
-    /// The frame whose subjects are kept, an index into the given paths; out of range: the middle frame by exposure.
+    /// The frame whose subjects are kept, an index into the given paths: by default the first path, whatever its
+    /// exposure. Out of range, such as -1: the middle frame by exposure.
     std::int32_t ghostRefImageIdx = 0;
     DeghostAmount deghostAmount = DeghostAmount::Lowest;
     /// Any thread may set the byte to stop the merge. Empty: the merge cannot be stopped.

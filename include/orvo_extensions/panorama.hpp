@@ -19,9 +19,7 @@ namespace orvo {
 
 /// Settings of a panorama. A plain record.
 ///
-/// Fields that are read: `autoLensCorrection`, `rawChromaticAberration`, `devignette`, and, when a preview starts,
-/// `warpType` (stitchPanorama() takes PanoramaOutput::projection). The engine uses its own constants; all other fields
-/// are kept for the application.
+/// Fields with a comment are read; docs/kept_fields.md lists the others, which are kept for the application.
 struct ORVO_EXPORT PanoramaStitchingSettings
 {
     PanoramaStitchingSettings();
@@ -47,7 +45,7 @@ struct ORVO_EXPORT PanoramaStitchingSettings
     std::int32_t mode3 = 1;
     std::int32_t mode4 = 1;
     std::int32_t mode5 = 1;
-    std::int32_t warpType = 3; ///< a WarpType
+    std::int32_t warpType = 3; ///< a WarpType; read when a preview starts, stitchPanorama() has PanoramaOutput
     std::int32_t mode6 = 2;
     std::int32_t mode7 = 1;
     std::int32_t mode8 = 2;

@@ -84,11 +84,13 @@ struct OperationResult
     explicit operator bool() const { return image != nullptr; }
 };
 
+/// The merged picture, and a frame to compare it with.
 struct HdrResult : OperationResult
 {
     std::shared_ptr<_ImageData<PixelRGB<float>>> middleFrame; ///< by exposure, as loaded; developed if raw
 };
 
+/// The panorama, and where its pictures are in it.
 struct PanoramaResult : OperationResult
 {
     WarpType projection = WarpType::Spherical;

@@ -7,8 +7,8 @@
 
 namespace orvo {
 
-/// Kept for the application, which draws watermarks itself: no operation here reads it, so the application defines
-/// units and meanings. A plain record.
+/// Kept for the application (docs/kept_fields.md), which draws watermarks itself and defines units and meanings. A
+/// plain record.
 struct ORVO_EXPORT WatermarkSettings
 {
     WatermarkSettings();

@@ -4,8 +4,8 @@
 # PREFIX: where the package is; SOURCES: this repository, of which only examples/guide and tests/consumer are read;
 # PICTURES: the folder that `orvo demo` made.
 set -euo pipefail
-prefix=$1 sources=$2 pictures=$3 scratch=$4
-mkdir -p "$scratch"
+mkdir -p "$4"
+prefix=$(realpath "$1") sources=$(realpath "$2") pictures=$(realpath "$3") scratch=$(realpath "$4")
 quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
 
 # The programs of the guide.

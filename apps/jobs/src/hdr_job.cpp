@@ -4,36 +4,39 @@
 #include "sorted_frames.hpp"
 
 #include <jobs/hdr_job.hpp>
+#include <orvo_extensions/requests.hpp>
 
 #include <algorithm>
-#include <span>
 
 namespace orvo::jobs {
 namespace {
 
-struct Reached
-{
-    HDRMergingPhaseName phase;
-    JobProgress progress; ///< the progress from this phase on
-};
-
 // hdrJob() documents the fractions.
 constexpr double kCheckStarts = 0.0;
+constexpr double kMergeStarts = 0.01;
 constexpr double kWriteStarts = 0.95;
-using Phase = HDRMergingPhaseName;
-constexpr Reached kBracket[] = {
-    {Phase::BracketStarted, {JobStep::Load, 0.01}},      {Phase::FramesLoaded, {JobStep::Ladder, 0.15}},
-    {Phase::LadderBuilt, {JobStep::Blend, 0.4}},         {Phase::FirstFrameBlended, {JobStep::Blend, 0.75}},
-    {Phase::SecondFrameBlended, {JobStep::Blend, 0.85}}, {Phase::Blended, {JobStep::Finish, 0.93}},
-    {Phase::Normalized, {JobStep::Finish, 0.94}},
-};
-// A single frame reports one phase less: it skips 4, so its 5 means that two frames are blended, and its 6 that all
-// are.
-constexpr Reached kSingle[] = {
-    {Phase::SingleFrameStarted, {JobStep::Load, 0.01}}, {Phase::FramesLoaded, {JobStep::Ladder, 0.15}},
-    {Phase::LadderBuilt, {JobStep::Blend, 0.4}},        {Phase::FirstFrameBlended, {JobStep::Blend, 0.75}},
-    {Phase::Blended, {JobStep::Blend, 0.85}},           {Phase::Normalized, {JobStep::Finish, 0.93}},
-};
+
+// The step that a phase of the merge begins. A single frame skips SecondFrameBlended, and each later phase comes one
+// step of the blend earlier.
+JobStep stepFrom(HDRMergingPhaseName phase, bool isSingle)
+{
+    switch (phase) {
+    case HDRMergingPhaseName::SingleFrameStarted:
+    case HDRMergingPhaseName::BracketStarted:
+        return JobStep::Load;
+    case HDRMergingPhaseName::FramesLoaded:
+        return JobStep::Ladder;
+    case HDRMergingPhaseName::LadderBuilt:
+    case HDRMergingPhaseName::FirstFrameBlended:
+    case HDRMergingPhaseName::SecondFrameBlended:
+        return JobStep::Blend;
+    case HDRMergingPhaseName::Blended:
+        return isSingle ? JobStep::Blend : JobStep::Finish;
+    case HDRMergingPhaseName::Normalized:
+        break;
+    }
+    return JobStep::Finish;
+}
 
 // Index into the given files, -1 if no ghosts are taken out.
 std::int32_t ghostReference(const HdrJobRequest& request, const std::vector<BracketFrame>& frames)
@@ -43,8 +46,7 @@ std::int32_t ghostReference(const HdrJobRequest& request, const std::vector<Brac
     return static_cast<std::int32_t>(request.ghostReference.value_or(frames[ghostReferenceOf(frames)].number - 1));
 }
 
-HDRSettings mergeSettings(const HdrJobRequest& request, const std::vector<BracketFrame>& frames,
-                          const JobCallbacks& callbacks)
+HDRSettings mergeSettings(const HdrJobRequest& request, const std::vector<BracketFrame>& frames)
 {
     HDRSettings settings;
     settings.alignment = request.align;
@@ -57,7 +59,6 @@ HDRSettings mergeSettings(const HdrJobRequest& request, const std::vector<Bracke
     settings.lensCorrection = request.lensCorrection;
     settings.whiteBalance = request.whiteBalance;
     settings.details = request.details;
-    settings.cancelFlag = callbacks.cancelFlag;
     return settings;
 }
 
@@ -90,25 +91,19 @@ std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& reque
     return frames;
 }
 
-std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, const std::vector<BracketFrame>& frames,
-                             const JobCallbacks& callbacks)
+std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, const std::vector<BracketFrame>& frames)
 {
-    const auto table = request.frames.size() == 1 ? std::span<const Reached>(kSingle) : std::span(kBracket);
-    const auto onPhase = [&](HDRMergingPhaseName phase) {
-        const auto row =
-            std::find_if(table.begin(), table.end(), [&](const Reached& reached) { return reached.phase == phase; });
-        if (row != table.end())
-            run.report(row->progress);
+    JobStep step = JobStep::Load;
+    HdrRequest merging;
+    merging.pictures = inputsOf(request.frames);
+    merging.settings = mergeSettings(request, frames);
+    merging.cancel = [&run] { return run.isCancelled(); };
+    merging.onPhase = [&](HDRMergingPhaseName phase) { step = stepFrom(phase, request.frames.size() == 1); };
+    merging.progress = [&](float share) {
+        run.report({step, kMergeStarts + (kWriteStarts - kMergeStarts) * static_cast<double>(share)});
     };
     // Keeps only the merged picture and frees the pixels of the middle frame.
-    auto merged = make_HDR(request.frames, mergeSettings(request, frames, callbacks), {}, onPhase).first;
-    run.throwIfCancelled();
-    if (!merged)
-        throwLastFailure("the merge returned no picture and no reason");
-    if (request.strict)
-        PictureRun::throwShortfall();
-    run.keepWarnings();
-    return merged;
+    return run.pictureOf(perform(merging), request.strict);
 }
 
 void noteInVain(const HdrJobRequest& request, PictureRun& run)
@@ -131,7 +126,7 @@ HdrJobResult hdrJob(const HdrJobRequest& request, const JobCallbacks& callbacks)
         checkRequest(request);
         const ImageWriteSettings settings = writeSettingsFor(request.output, request);
         result.frames = checkFiles(run, request, settings.format);
-        const std::shared_ptr<Image> merged = merge(run, request, result.frames, callbacks);
+        const std::shared_ptr<Image> merged = merge(run, request, result.frames);
         run.report({JobStep::Write, kWriteStarts});
         static_cast<WrittenPicture&>(result) = run.write(*merged, request.output, settings, 1.0);
         noteInVain(request, run);

@@ -10,6 +10,17 @@
 #include <string>
 
 namespace orvo::jobs {
+namespace {
+
+std::vector<std::string> descriptionsOf(const std::vector<Failure>& failures)
+{
+    std::vector<std::string> descriptions;
+    for (const Failure& failure : failures)
+        descriptions.push_back(describe(failure));
+    return descriptions;
+}
+
+} // namespace
 
 void PictureRun::report(const JobProgress& progress)
 {
@@ -65,17 +76,20 @@ WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::pa
 
 void PictureRun::keepWarnings()
 {
-    std::vector<std::string> descriptions;
-    for (const Failure& shortfall : lastShortfalls())
-        descriptions.push_back(describe(shortfall));
-    keepWarnings(descriptions);
+    keepWarnings(descriptionsOf(lastShortfalls()));
     keepWarnings(lastWarnings());
 }
 
-void PictureRun::throwShortfall()
+std::shared_ptr<Image> PictureRun::pictureOf(OperationResult made, bool strict)
 {
-    if (const std::vector<Failure> shortfalls = lastShortfalls(); !shortfalls.empty())
-        throw FailureError(shortfalls.front());
+    throwIfCancelled();
+    if (made.failure)
+        throw FailureError(*made.failure);
+    if (strict && !made.shortfalls.empty())
+        throw FailureError(made.shortfalls.front());
+    keepWarnings(descriptionsOf(made.shortfalls));
+    keepWarnings(made.warnings);
+    return std::move(made.image);
 }
 
 void PictureRun::keepWarnings(const std::vector<std::string>& warnings)

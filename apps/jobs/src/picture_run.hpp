@@ -8,6 +8,7 @@
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_extensions/requests.hpp>
 #include <orvo_io/image_writer.hpp>
 
 #include <filesystem>
@@ -40,8 +41,9 @@ public:
 
     /// Collects the warnings and shortfalls of the last library call.
     void keepWarnings();
-    /// Throws the first shortfall of the last library call, if it has any.
-    static void throwShortfall();
+    /// The picture of an operation, whose warnings and shortfalls it collects. Throws its failure, or with `strict` its
+    /// first shortfall.
+    [[nodiscard]] std::shared_ptr<Image> pictureOf(OperationResult made, bool strict);
     /// Each once.
     void keepWarnings(const std::vector<std::string>& warnings);
     /// Warns if lens correction was asked for and none of the files is raw.

@@ -3,7 +3,7 @@
 
 #include <jobs/stack_job.hpp>
 #include <orvo_common/wide_path.hpp>
-#include <orvo_extensions/focus_stack.hpp>
+#include <orvo_extensions/requests.hpp>
 
 namespace orvo::jobs {
 namespace {
@@ -56,14 +56,12 @@ std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, st
         run.report({JobStep::Stack, kStackStarts.fraction +
                                         (kWriteStarts.fraction - kStackStarts.fraction) * static_cast<double>(share)});
     };
-    auto stacked = makeFocusStack(
-        request.frames, stackSettings(request, reference), [&run] { return run.isCancelled(); }, progress);
-    run.throwIfCancelled();
-    if (!stacked)
-        throwLastFailure("stacking returned no picture and no reason");
-    if (request.strict)
-        PictureRun::throwShortfall();
-    run.keepWarnings();
+    FocusStackRequest stacking;
+    stacking.pictures = inputsOf(request.frames);
+    stacking.settings = stackSettings(request, reference);
+    stacking.progress = progress;
+    stacking.cancel = [&run] { return run.isCancelled(); };
+    auto stacked = run.pictureOf(perform(stacking), request.strict);
     run.noteLensInVain(request.lensCorrection, request.frames);
     return stacked;
 }

@@ -12,7 +12,11 @@ quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
 quietly cmake -S "$sources/examples/guide" -B "$scratch/guide" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
 quietly cmake --build "$scratch/guide"
 frames=("$pictures"/handheld/*.jpg)
-run() { quietly "$scratch/guide/$1" "${@:2}"; }
+# A program's output goes to the log. The library writes nothing to standard error in any of them.
+run() {
+  "$scratch/guide/$1" "${@:2}" >"$scratch/log" 2>"$scratch/errors" || { cat "$scratch/log" "$scratch/errors" >&2; exit 1; }
+  [ ! -s "$scratch/errors" ] || { echo "$1 wrote to standard error:" >&2; cat "$scratch/errors" >&2; exit 1; }
+}
 run merge "${frames[@]}" "$scratch/merged.png"
 test -s "$scratch/merged.png"
 run functions "${frames[@]}"

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
-#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_extensions/document/effect.hpp>
 
@@ -11,6 +10,8 @@
 #include <string>
 
 namespace orvo {
+
+class RunControl;
 
 /// Finds faces and removes their blur: from the lens, the focus, or the softness of enlarged pictures.
 ///

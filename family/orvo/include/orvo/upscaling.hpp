@@ -2,7 +2,6 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
-#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 
 #include <atomic>
@@ -11,6 +10,8 @@
 #include <string>
 
 namespace orvo {
+
+class RunControl;
 
 /// Limit for one upscaling: 16 times each side with the built-in filters; more leaves nothing to estimate from.
 inline constexpr int kMostUpscalePasses = 4;

@@ -9,7 +9,8 @@
 /// the processor.
 ///
 /// In the callback of a request, a state or an export, lastFailure() is the reason why the record has no content; after
-/// a constructor, the reason why nothing was opened.
+/// a constructor, the reason why nothing was opened. What goes wrong with an answer or while a state is stored, for
+/// which there is no such callback, goes to that of setFailureCallback().
 ///
 /// A constructor that cannot open its picture logs the reason and leaves a processor with an empty canvas, whose
 /// methods do nothing.
@@ -17,6 +18,7 @@
 
 #include <orvo/image_loader.hpp>
 #include <orvo_common/export.hpp>
+#include <orvo_common/failure.hpp>
 #include <orvo_core/color_profile.hpp>
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image_data.hpp>
@@ -59,6 +61,7 @@ class ORVO_EXPORT GenerativeProcessorBase
 {
 public:
     using RenderCallback = std::function<void(NoAlphaRender::Data)>;
+    using FailureCallback = std::function<void(Failure)>;
 
     /// One render channel.
     struct Update
@@ -109,6 +112,10 @@ public:
     virtual void applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size) = 0;
     virtual void applyGeneratedResponse(const std::string& response, _Size<int> size) = 0;
 
+    /// The receiver of what ended applyGeneratedResponse() or the storing of a state, for calls made from now on; may
+    /// be empty. The picture is then as it was before the answer.
+    void setFailureCallback(FailureCallback callback);
+
     [[nodiscard]] _Size<int> getCanvasSize() const;
 
     /// Renders `context` for `callback`, now and after every edit.
@@ -143,6 +150,7 @@ protected:
     void defineUnderlaySize();
 
     Update mainUpdate;
+    FailureCallback failureCallback;
     Update underlayUpdate;
     std::unique_ptr<GenerativeProcessorBaseImpl> impl; ///< set by the derived tool
     Configuration configuration;

@@ -101,6 +101,8 @@ GenerativeProcessorBase::~GenerativeProcessorBase()
     impl.reset();
 }
 
+void GenerativeProcessorBase::setFailureCallback(FailureCallback callback) { failureCallback = std::move(callback); }
+
 _Size<int> GenerativeProcessorBase::getCanvasSize() const { return impl ? impl->canvasSize : _Size<int>(); }
 
 void GenerativeProcessorBase::initRender(RenderCallback callback, PreviewContext context)

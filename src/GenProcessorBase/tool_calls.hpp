@@ -54,6 +54,14 @@ bool guardedCall(const std::string& where, const Work& work)
     return succeeded;
 }
 
+/// Passes the failure of the guardedCall() that has just ended, if it failed, to `receiver` on a new thread. `receiver`
+/// may be empty.
+inline void reportFailure(const GenerativeProcessorBase::FailureCallback& receiver)
+{
+    if (auto failure = lastFailure(); failure && receiver)
+        callDetached([receiver, failure = std::move(*failure)] { receiver(failure); });
+}
+
 /// The record of a failed request.
 [[nodiscard]] inline GenerativeProcessorBase::RequestInput requestWithoutContent(const std::string& id)
 {

@@ -90,10 +90,13 @@ void GenerativeExpandProcessor::generateRequest(const std::string& id, const Cro
 
 void GenerativeExpandProcessor::applyGeneratedResponse(const std::string& response, _Size<int> size)
 {
-    if (auto text = pictureTextOf(response))
+    if (auto text = pictureTextOf(response)) {
         applyGeneratedResponse([picture = std::move(*text)] { return convertToImageData(picture); }, size);
-    else
-        logToolError(functionSignature(), "Responce does not contain image.");
+        return;
+    }
+    const std::string where = functionSignature();
+    guardedCall(where, [&] { logRefusal(where, "Responce does not contain image."); });
+    reportFailure(failureCallback);
 }
 
 void GenerativeExpandProcessor::applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size)
@@ -107,7 +110,7 @@ void GenerativeExpandProcessor::applyGeneratedResponse(
     if (!expandImpl)
         return;
     const std::string where = functionSignature();
-    const auto apply = [where, source = std::move(source), size, working = workingOf(impl),
+    const auto apply = [where, failed = failureCallback, source = std::move(source), size, working = workingOf(impl),
                         parameters = impl->requestParameters] {
         guardedCall(where, [&] {
             if (auto generated = source())
@@ -115,6 +118,7 @@ void GenerativeExpandProcessor::applyGeneratedResponse(
             else
                 logRefusal(where, "Failed to parse responce.");
         });
+        reportFailure(failed);
     };
     guardedCall(where, [&] {
         impl->initialState = false;
@@ -136,8 +140,8 @@ std::vector<unsigned char> GenerativeExpandProcessor::storeState()
         if (impl->initialState)
             impl->initialStateIds.insert(id);
         canvasSizes[id] = {requestedCanvas, impl->canvasSize};
-        const auto store = [where, id, working = workingOf(impl), parameters = impl->requestParameters,
-                            index = expandImpl->stateIndex] {
+        const auto store = [where, failed = failureCallback, id, working = workingOf(impl),
+                            parameters = impl->requestParameters, index = expandImpl->stateIndex] {
             guardedCall(where, [&] {
                 State state;
                 state.picture = working->image;
@@ -145,6 +149,7 @@ std::vector<unsigned char> GenerativeExpandProcessor::storeState()
                 state.id = id;
                 index->push(std::move(state));
             });
+            reportFailure(failed);
         };
         impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(store, std::string()));
         id->serialize(bytes);

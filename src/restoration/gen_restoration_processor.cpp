@@ -3,11 +3,14 @@
 
 #include <orvo/composer.hpp>
 #include <orvo/image_loader.hpp>
+#include <orvo_common/failure.hpp>
 #include <orvo_extensions/generative_restoration.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
 #include <future>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -37,12 +40,14 @@ struct GenRestorationData
 class LoadedDocument
 {
 public:
-    explicit LoadedDocument(const std::filesystem::path& path) : bytes(ImageLoader::load(path)) {}
+    explicit LoadedDocument(const std::filesystem::path& path) : bytes(ImageLoader::load(path)), failure(lastFailure())
+    {}
     ~LoadedDocument() { ImageLoader::dispose(bytes); }
     LoadedDocument(const LoadedDocument&) = delete;
     LoadedDocument& operator=(const LoadedDocument&) = delete;
 
     const std::vector<unsigned char> bytes;
+    const std::optional<Failure> failure; // why it is not a picture
 };
 
 /// `size`, or the largest size of its proportions within `most`.
@@ -72,8 +77,11 @@ public:
     {
         const LoadedDocument document(path);
         const _Size<int> size = ImageLoader::getSize(document.bytes);
-        if (size == _Size<int>())
+        if (size == _Size<int>()) {
+            details::stateFailure(
+                document.failure.value_or(Failure{FailureKind::UnreadableFile, path, "the file is not a picture"}));
             return nullptr;
+        }
         auto composer = std::make_unique<Composer>(size);
         if (settings.composition.empty())
             (void)composer->createLayer(document.bytes, BlendParameters{1.0f, 0}, ComposerScaleMode{});
@@ -82,6 +90,36 @@ public:
         if (!presetsPath.empty())
             composer->setBundlePresetsFolder(presetsPath);
         return composer;
+    }
+
+    [[nodiscard]] GenRestorationProcessor::Request request(const std::string& where) const
+    {
+        const auto composer = makeComposer();
+        if (!composer) {
+            LOG(__orvolog() << LogMessageType::Warning << where << ": "
+                            << "Could not create composer");
+            return {};
+        }
+        const CropDescription crop = composer->getCropDescription();
+        const _Size<int> size = crop != CropDescription() ? crop.getCropRect().size() : composer->getCanvasSize();
+
+        // The callback may run on another thread.
+        const auto promise = std::make_shared<std::promise<RenderedData>>();
+        std::future<RenderedData> rendered = promise->get_future();
+        composer->generateDataForExport(shrunkTo(size, restrictions.maxSize),
+                                        [promise](RenderedData data) { promise->set_value(std::move(data)); }, false,
+                                        {}, {});
+        const auto first = std::make_shared<const GenRestorationData>(rendered.get().image, encodeParameters);
+
+        const auto data =
+            fitToLimits<GenRestorationData>(first, restrictions.maxBase64Size, kAnyAspect,
+                                            [](const GenRestorationData& d) { return d.imageBase64.size(); });
+        if (data != first)
+            LOG(__orvolog() << LogMessageType::Diagnostic
+                            << "GenRestorationProcessor::generateRequest downscale to resolution: "
+                            << data->image->width() << "x" << data->image->height()
+                            << ", base64Size: " << data->imageBase64.size() << " to satisfy the size restriction");
+        return {data->imageBase64, data->image->size()};
     }
 };
 
@@ -108,41 +146,17 @@ void GenRestorationProcessor::setEncodeParameters(const Base64EncodeParameters& 
 
 GenRestorationProcessor::Request GenRestorationProcessor::generateRequest()
 {
-    const auto composer = impl->makeComposer();
-    if (!composer) {
-        LOG(__orvolog() << LogMessageType::Warning << functionSignature() << ": "
-                        << "Could not create composer");
-        return {};
-    }
-    const CropDescription crop = composer->getCropDescription();
-    const _Size<int> size = crop != CropDescription() ? crop.getCropRect().size() : composer->getCanvasSize();
-
-    // The callback may run on another thread.
-    const auto promise = std::make_shared<std::promise<RenderedData>>();
-    std::future<RenderedData> rendered = promise->get_future();
-    composer->generateDataForExport(shrunkTo(size, impl->restrictions.maxSize),
-                                    [promise](RenderedData data) { promise->set_value(std::move(data)); }, false, {},
-                                    {});
-    const auto first = std::make_shared<const GenRestorationData>(rendered.get().image, impl->encodeParameters);
-
-    const auto data = fitToLimits<GenRestorationData>(first, impl->restrictions.maxBase64Size, kAnyAspect,
-                                                      [](const GenRestorationData& d) { return d.imageBase64.size(); });
-    if (data != first)
-        LOG(__orvolog() << LogMessageType::Diagnostic
-                        << "GenRestorationProcessor::generateRequest downscale to resolution: " << data->image->width()
-                        << "x" << data->image->height() << ", base64Size: " << data->imageBase64.size()
-                        << " to satisfy the size restriction");
-    return {data->imageBase64, data->image->size()};
+    return details::keepingFailure([&, where = functionSignature()] { return impl->request(where); });
 }
 
 std::shared_ptr<_ImageData<PixelRGB<float>>> GenRestorationProcessor::applyResponse(const std::filesystem::path& file)
 {
-    const auto data = loadAnswer(file);
-    if (!data)
-        return nullptr;
-    std::shared_ptr<_ImageData<PixelRGB<float>>> result;
-    data->colorTransform(result, ColorProfileType::sRGB(), false);
-    return result;
+    return details::keepingFailure([&] {
+        std::shared_ptr<_ImageData<PixelRGB<float>>> result;
+        if (const auto data = loadAnswer(file))
+            data->colorTransform(result, ColorProfileType::sRGB(), false);
+        return result;
+    });
 }
 
 } // namespace orvo

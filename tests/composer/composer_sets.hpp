@@ -21,7 +21,7 @@
 namespace orvo::test {
 
 /// Long enough for a slow machine under a sanitizer; only a failure takes so long.
-inline constexpr std::chrono::seconds kPatience{120};
+inline constexpr std::chrono::seconds kPatience{600};
 
 /// Results that callbacks on the worker have passed so far.
 template <typename Value>

@@ -1,5 +1,6 @@
 #include "GenEraseProcessor/erase_request.hpp"
 #include "erase_tool.hpp"
+#include "support/failure_receiver.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -137,8 +138,13 @@ TEST(EraseAnswer, TakesAFile)
     tool.applyGeneratedResponse(path, sizeOf(request));
     EXPECT_NE(tool.picture()->row(250)[300], before->row(250)[300]);
     const LogCapture log;
+    const FailureReceiver failures;
+    tool.setFailureCallback(failures.callback());
     tool.applyGeneratedResponse(folder / "none.png", sizeOf(request));
     tool.settle();
+    const Failure missing = failures.wait(1).at(0);
+    EXPECT_EQ(missing.kind, FailureKind::UnreadableFile);
+    EXPECT_EQ(missing.file, folder / "none.png");
     EXPECT_THAT(errors(log), ElementsAre(EndsWith(": Failed to parse responce.")));
     std::filesystem::resize_file(path, 100);
     tool.applyGeneratedResponse(path, sizeOf(request));

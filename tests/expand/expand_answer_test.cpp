@@ -1,4 +1,5 @@
 #include "expand_tool.hpp"
+#include "support/failure_receiver.hpp"
 #include "support/files.hpp"
 #include "support/temporary_folder.hpp"
 
@@ -17,6 +18,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 /// The mean difference from the texture over the pixels for which `counts` is true.
 template <typename Counts>
@@ -184,6 +186,8 @@ TEST(ExpandAnswer, WhatIsNoPictureChangesNothing)
     ExpandTool tool({200, 150});
     (void)tool.request(cropOf(-20, 0, 220, 150));
     const auto before = tool.picture();
+    const FailureReceiver failures;
+    tool.setFailureCallback(failures.callback());
     {
         const LogCapture log;
         tool.applyGeneratedResponse(std::string("data:image/png;base64,"), {220, 150});
@@ -193,6 +197,7 @@ TEST(ExpandAnswer, WhatIsNoPictureChangesNothing)
         EXPECT_THAT(errors(log), ElementsAre(tooShort, tooShort));
         EXPECT_EQ(tool.getCanvasSize(), _Size<int>(200, 150));
         EXPECT_TRUE(tool.isInInitialState());
+        EXPECT_EQ(failures.wait(2).at(1).sentence, "Responce does not contain image");
     }
     const LogCapture log;
     tool.applyGeneratedResponse(std::string("data:image/png;base64,bm8gcGljdHVyZQ=="), {220, 150});
@@ -202,6 +207,10 @@ TEST(ExpandAnswer, WhatIsNoPictureChangesNothing)
     EXPECT_THAT(errors(log), ElementsAre(noPicture, noPicture));
     EXPECT_TRUE(sameBytes(*tool.picture(), *before));
     EXPECT_EQ(tool.getCanvasSize(), _Size<int>(220, 150)) << "already the new one";
+    std::vector<std::filesystem::path> files;
+    for (const Failure& failure : failures.wait(4))
+        files.push_back(failure.file);
+    EXPECT_THAT(files, UnorderedElementsAre("", "", "", "/nowhere/answer.png"));
 }
 
 TEST(ExpandAnswer, IsTheSameForAnyNumberOfThreads)

@@ -2,6 +2,7 @@
 #include "support/temporary_folder.hpp"
 
 #include <orvo/composer.hpp>
+#include <orvo_common/failure.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_extensions/generative_restoration.hpp>
 #include <orvo_logger/log_capture.hpp>
@@ -179,6 +180,10 @@ TEST_F(Restorations, AFileThatIsNoPictureGivesAnEmptyRequest)
         EXPECT_EQ(request.size, kNothing);
         EXPECT_TRUE(request.image.empty());
         EXPECT_THAT(log.texts(LogMessageType::Warning), ElementsAre(EndsWith(": Could not create composer"))) << name;
+        const auto failure = lastFailure();
+        ASSERT_TRUE(failure) << name;
+        EXPECT_EQ(failure->kind, FailureKind::UnreadableFile) << name;
+        EXPECT_EQ(failure->file, folder / name);
     }
 }
 
@@ -204,6 +209,12 @@ TEST_F(Restorations, AnAnswerThatIsNoPictureIsEmptyWithoutALine)
     EXPECT_FALSE(processor.applyResponse(folder / "missing.png"));
     EXPECT_FALSE(processor.applyResponse(folder / "text.png"));
     EXPECT_THAT(log.lines(), IsEmpty());
+    const auto failure = lastFailure();
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->kind, FailureKind::UnreadableFile);
+    EXPECT_EQ(failure->file, folder / "text.png");
+    EXPECT_TRUE(processor.applyResponse(file(60, 40)));
+    EXPECT_FALSE(lastFailure());
 }
 
 TEST_F(Restorations, NoPlaneIsLeftBehind)

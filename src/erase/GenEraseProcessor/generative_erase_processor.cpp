@@ -95,10 +95,13 @@ void GenerativeEraseProcessor::generateRequest(const std::string& id, _Size<int>
 
 void GenerativeEraseProcessor::applyGeneratedResponse(const std::string& response, _Size<int> size)
 {
-    if (auto text = pictureTextOf(response))
+    if (auto text = pictureTextOf(response)) {
         applyGeneratedResponse([picture = std::move(*text)] { return convertToImageData(picture); }, size);
-    else
-        logToolError(functionSignature(), "Responce does not contain image.");
+        return;
+    }
+    const std::string where = functionSignature();
+    guardedCall(where, [&] { logRefusal(where, "Responce does not contain image."); });
+    reportFailure(failureCallback);
 }
 
 void GenerativeEraseProcessor::applyGeneratedResponse(const std::filesystem::path& file, _Size<int> size)
@@ -112,7 +115,7 @@ void GenerativeEraseProcessor::applyGeneratedResponse(
     if (!eraseImpl)
         return;
     const std::string where = functionSignature();
-    const auto apply = [where, source = std::move(source), size, image = impl->image,
+    const auto apply = [where, failed = failureCallback, source = std::move(source), size, image = impl->image,
                         parameters = impl->requestParameters] {
         guardedCall(where, [&] {
             if (const auto generated = source())
@@ -120,6 +123,7 @@ void GenerativeEraseProcessor::applyGeneratedResponse(
             else
                 logRefusal(where, "Failed to parse responce.");
         });
+        reportFailure(failed);
     };
     guardedCall(where, [&] {
         impl->initialState = false;
@@ -138,7 +142,7 @@ std::vector<unsigned char> GenerativeEraseProcessor::storeState()
         const auto id = UUIDGenerator()();
         if (impl->initialState)
             impl->initialStateIds.insert(id);
-        const auto store = [where, id, image = impl->image, info = eraseImpl->brushInfo,
+        const auto store = [where, failed = failureCallback, id, image = impl->image, info = eraseImpl->brushInfo,
                             parameters = impl->requestParameters, index = eraseImpl->stateIndex] {
             guardedCall(where, [&] {
                 State state;
@@ -154,6 +158,7 @@ std::vector<unsigned char> GenerativeEraseProcessor::storeState()
                 }
                 index->push(std::move(state));
             });
+            reportFailure(failed);
         };
         impl->queue.addOperation(std::make_shared<opq::FunctionOperation>(store, std::string()));
         id->serialize(bytes);

@@ -1,6 +1,7 @@
 /// orvo hdr: merges an exposure bracket.
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/hdr_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -13,7 +14,7 @@ namespace {
 constexpr const char* kAbout = "Merges an exposure bracket (the same view taken several times, from dark to bright)\n"
                                "into one picture with detail in shadows and highlights.\n"
                                "The frames may be in any order. A single frame is enhanced.\n";
-constexpr const char* kWhatWasDone = "merged"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneMerged;
 constexpr const char* kExamples =
     "Examples:\n"
     "  Three frames from a tripod:\n"

@@ -1,6 +1,7 @@
 /// orvo pano: stitches a panorama.
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/pano_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -19,7 +20,7 @@ constexpr const char* kAbout =
     "Stitches pictures that were taken from one point in different directions\n"
     "into one wide picture. In any order and in several rows; neighbours should overlap by a third.\n"
     "Also stitches exposure brackets, or a video of a pan.\n";
-constexpr const char* kWhatWasDone = "panorama"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDonePanorama;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A valley in five pictures:\n"
                                   "    orvo pano IMG_1.jpg IMG_2.jpg IMG_3.jpg IMG_4.jpg IMG_5.jpg -o valley.jpg\n"

@@ -94,7 +94,22 @@ void runJob(const PictureCommand& command)
 
 void bindFiles(Options& app, std::vector<std::string>& files)
 {
-    app.add_option("FILES", files, kReadable)->type_name("")->required();
+    app.add_option("FILES", files, std::string(kReadable) + ",\nor folders of them")->type_name("")->required();
+}
+
+std::optional<jobs::InputFiles> readInput(const std::vector<std::filesystem::path>& given,
+                                          const std::filesystem::path& output, bool isQuiet)
+{
+    try {
+        auto input = jobs::inputFiles(given, output);
+        if (!isQuiet)
+            for (const std::string& note : jobs::leftOutNotes(input.leftOut))
+                complain("note: " + note);
+        return input;
+    } catch (const FailureError& error) {
+        complain(error.what());
+        return std::nullopt;
+    }
 }
 
 void bindOutput(Options& app, OutputOptions& output, const std::string& done)

@@ -4,6 +4,7 @@
 #include "json_text.hpp"
 #include "options.hpp"
 
+#include <jobs/input_files.hpp>
 #include <jobs/picture_job.hpp>
 #include <orvo_extensions/hdr.hpp>
 
@@ -34,8 +35,12 @@ struct RunOptions
     std::string log;
 };
 
-/// The positional argument FILES: the pictures.
+/// The positional argument FILES: the pictures, or folders of them.
 void bindFiles(Options& app, std::vector<std::string>& files);
+/// The pictures of the given files and folders; notes on standard error what folders have besides, unless `isQuiet`.
+/// Empty after an error message.
+[[nodiscard]] std::optional<jobs::InputFiles> readInput(const std::vector<std::filesystem::path>& given,
+                                                        const std::filesystem::path& output, bool isQuiet);
 /// --output and --force. `done`: what a result without a name is called after its input, such as "merged".
 void bindOutput(Options& app, OutputOptions& output, const std::string& done);
 /// The path of the result. One without a name replaces nothing unless forced, so the request is set to keep files.

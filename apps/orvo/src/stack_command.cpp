@@ -1,6 +1,7 @@
 /// orvo stack: merges a focus series.
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/stack_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -15,7 +16,7 @@ constexpr const char* kAbout =
     "into one picture that is sharp throughout.\n"
     "Give the files in the order of the focus. The frames are aligned, since focusing\n"
     "changes the scale a little.\n";
-constexpr const char* kWhatWasDone = "stacked"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneStacked;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A flower, focused from its front to its back:\n"
                                   "    orvo stack IMG_01.jpg IMG_02.jpg IMG_03.jpg -o flower.jpg\n"

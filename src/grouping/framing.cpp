@@ -103,6 +103,24 @@ std::vector<cv::Point2f> outlineIn(const cv::Mat& firstFromSecond, cv::Size seco
     return cv::isContourConvex(outline) && isUpright ? outline : std::vector<cv::Point2f>();
 }
 
+cv::Point2d middleOf(const std::vector<cv::Point2f>& outline)
+{
+    cv::Point2d sum;
+    for (const cv::Point2f& corner : outline)
+        sum += cv::Point2d(corner);
+    return sum / static_cast<double>(std::max<std::size_t>(outline.size(), 1));
+}
+
+/// Length in the second picture by that in the first at a point of the first. Elsewhere perspective stretches one of
+/// two views that are turned.
+double scaleAt(const cv::Point2d& first, const cv::Mat& firstFromSecond)
+{
+    const cv::Mat at = firstFromSecond.inv() * (cv::Mat_<double>(3, 1) << first.x, first.y, 1.0);
+    const double depth = 1.0 / at.at<double>(2); // of the point in the second picture, seen from the first
+    const double areas = cv::determinant(firstFromSecond) / (depth * depth * depth);
+    return areas > 0.0 ? 1.0 / std::sqrt(areas) : 0.0;
+}
+
 std::size_t countInside(const std::vector<cv::Point2f>& points, const std::vector<cv::Point2f>& outline)
 {
     return static_cast<std::size_t>(std::count_if(points.begin(), points.end(), [&](const cv::Point2f& point) {
@@ -155,7 +173,7 @@ Framing compareFramings(const Thumbnail& first, const Thumbnail& second)
     const double seen = cv::contourArea(outline);
     framing.kind = FramingKind::Related;
     framing.overlap = std::clamp(area / std::min<double>(seen, first.size.area()), 0.0, 1.0);
-    framing.scale = std::sqrt(second.size.area() / seen);
+    framing.scale = scaleAt(middleOf(common), firstFromSecond);
     return framing;
 }
 

@@ -34,7 +34,7 @@ struct Framing
 {
     FramingKind kind = FramingKind::Unknown;
     double overlap = 0.0; ///< share of the smaller picture that the other shows too, 0..1
-    double scale = 1.0;   ///< size of objects in the second by that in the first, of thumbnails of equal size
+    double scale = 1.0;   ///< size of objects in the second by that in the first, in the middle of what both show
 };
 
 /// A homography between the features, accepted by the probabilistic criterion of Brown and Lowe, IJCV 74(1), 2007.

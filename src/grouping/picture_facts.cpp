@@ -10,7 +10,8 @@ PictureFacts readPictureFacts(const std::filesystem::path& path, std::size_t pos
 {
     const auto metadata = ImageReader::readMetadata(path);
     if (!metadata)
-        details::throwStatedFailure();
+        throw FailureError(
+            lastFailure().value_or(Failure{FailureKind::UnreadableFile, path, "this is no picture that can be read"}));
     PictureFacts facts;
     facts.path = path;
     facts.position = position;

@@ -103,16 +103,16 @@ int runFrames(int argc, char** argv)
     if (const auto exitCode = options.read(argc, argv))
         return *exitCode;
 
-    const std::vector<std::filesystem::path> given(files.begin(), files.end());
     if (group)
-        return listGroups(given, json);
-    const auto input = readInput(given, {}, false);
+        return listGroups({files.begin(), files.end()}, json);
+    int exitCode = kFailed;
+    const auto input = readInput("frames", files, {}, false, exitCode);
     if (!input)
-        return kFailed;
+        return exitCode;
     jobs::FramesJobResult result;
     {
         const SilentStandardError silence;
-        result = jobs::framesJob(input->files);
+        result = jobs::framesJob(*input);
     }
     if (result.outcome == jobs::JobOutcome::Refused)
         return reportOutcome(result, "frames");

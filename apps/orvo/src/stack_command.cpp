@@ -1,7 +1,9 @@
 /// orvo stack: merges a focus series.
+#include "batch_command.hpp"
 #include "picture_command.hpp"
 
 #include <jobs/default_output.hpp>
+#include <jobs/memory_need.hpp>
 #include <jobs/stack_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -22,6 +24,8 @@ constexpr const char* kExamples = "Examples:\n"
                                   "    orvo stack IMG_01.jpg IMG_02.jpg IMG_03.jpg -o flower.jpg\n"
                                   "  A rail and a lens that does not breathe; no alignment needed:\n"
                                   "    orvo stack *.tif -o coin.tif --no-align\n"
+                                  "  Every focus series of a memory card, several at once:\n"
+                                  "    orvo stack --batch /media/card/DCIM/100CANON -o stacked\n"
                                   "  Moving leaves, kept as in the fourth file:\n"
                                   "    orvo stack *.dng -o forest.tif --deghost medium --reference 4\n";
 
@@ -32,7 +36,8 @@ struct StackOptions
     bool noAlign = false;
     std::optional<int> reference;
     std::string deghost;
-    jobs::StackJobRequest request;
+    jobs::StackJobRequest request; ///< without files
+    BatchOptions batch;
     RunOptions run;
 };
 
@@ -48,14 +53,36 @@ void bindStackOptions(Options& app, StackOptions& options)
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
 }
 
-void completeRequest(StackOptions& options)
+jobs::StackJobRequest requestFor(const StackOptions& options, const std::vector<std::filesystem::path>& frames)
 {
-    auto& request = options.request;
-    request.frames.assign(options.files.begin(), options.files.end());
-    request.output = outputPath(options.output, request.frames.front(), kWhatWasDone, request);
+    jobs::StackJobRequest request = options.request;
+    request.frames = frames;
     request.align = !options.noAlign;
     request.deghost = deghostAmount(options.deghost);
     request.reference = frameIndex(options.reference);
+    return request;
+}
+
+int runBatch(const StackOptions& options)
+{
+    return runBatchCommand({.name = "stack",
+                            .run = options.run,
+                            .options = options.batch,
+                            .files = options.files,
+                            .output = options.output,
+                            .done = kWhatWasDone,
+                            .kinds = {PictureGroupKind::FocusSeries},
+                            .threads = options.request.threads,
+                            .task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+                                auto request = requestFor(options, job.files);
+                                request.output = output;
+                                request.threads = 0;
+                                return jobs::BatchTask{
+                                    job.files, output, jobs::memoryNeed(request),
+                                    [request](const jobs::JobCallbacks& callbacks) -> jobs::PictureJobResult {
+                                        return jobs::stackJob(request, callbacks);
+                                    }};
+                            }});
 }
 
 nlohmann::ordered_json asJson(const jobs::StackJobResult& result)
@@ -78,19 +105,27 @@ int runStack(int argc, char** argv)
     bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindStackOptions(app, options);
+    bindBatch(app, options.batch, "focus series");
     bindRun(app, options.request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    completeRequest(options);
+    if (options.batch.isGiven())
+        return runBatch(options);
+    int exitCode = kFailed;
+    const auto frames = readInput("stack", options.files, options.output.file, options.run.quiet, exitCode);
+    if (!frames)
+        return exitCode;
+    jobs::StackJobRequest request = requestFor(options, *frames);
+    request.output = outputPath(options.output, frames->front(), kWhatWasDone, request);
 
     jobs::StackJobResult result;
     return runPictureCommand(
         {.name = "stack",
          .run = options.run,
-         .inputs = options.request.frames,
-         .output = options.request.output,
-         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::stackJob(options.request, callbacks); },
+         .inputs = request.frames,
+         .output = request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::stackJob(request, callbacks); },
          .report = result,
          .json = [&] { return asJson(result); },
          .sentence = [&] { return writtenAsText(result) + " from " + counted(result.frames.size(), "frame"); }});

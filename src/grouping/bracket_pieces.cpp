@@ -78,12 +78,16 @@ double spreadOf(const std::vector<double>& sorted) { return sorted.back() - sort
 
 bool hasEnoughSpread(Pictures pictures, double spread)
 {
-    constexpr double kLeastSpread = 0.6;        // EV of three frames at thirds of a stop
-    constexpr double kLeastSpreadOfPair = 1.0;  // of two
-    constexpr double kLeastSpreadMetered = 1.5; // that a meter does not give by itself
+    constexpr double kLeastSpread = 0.6;         // EV of three frames at thirds of a stop
+    constexpr double kLeastSpreadMeasured = 1.0; // that changing light does not give
+    constexpr double kLeastSpreadOfPair = 1.0;   // of two
+    constexpr double kLeastSpreadMetered = 1.5;  // that a meter does not give by itself
     if (isMetered(pictures))
         return spread >= kLeastSpreadMetered;
-    return spread >= (pictures.size() == 2 ? kLeastSpreadOfPair : kLeastSpread) - 0.01; // rounding of times
+    const double least = pictures.size() == 2  ? kLeastSpreadOfPair
+                         : !areKnown(pictures) ? kLeastSpreadMeasured
+                                               : kLeastSpread;
+    return spread >= least - 0.01; // rounding of times
 }
 
 bool areModesMixed(Pictures pictures)

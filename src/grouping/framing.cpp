@@ -140,7 +140,7 @@ Thumbnail readThumbnail(const std::filesystem::path& path)
     Thumbnail thumbnail;
     thumbnail.size = gray.size();
     findFeatures(gray, thumbnail);
-    thumbnail.tiles = tileSharpness(gray);
+    thumbnail.tiles = tileMapOf(gray);
     return thumbnail;
 }
 
@@ -172,6 +172,7 @@ Framing compareFramings(const Thumbnail& first, const Thumbnail& second)
     const auto area = static_cast<double>(cv::intersectConvexConvex(outline, cornersOf(first.size), common));
     const double seen = cv::contourArea(outline);
     framing.kind = FramingKind::Related;
+    framing.firstFromSecond = cv::Matx33d(firstFromSecond.ptr<double>());
     framing.overlap = std::clamp(area / std::min<double>(seen, first.size.area()), 0.0, 1.0);
     framing.scale = scaleAt(middleOf(common), firstFromSecond);
     return framing;

@@ -76,7 +76,7 @@ std::size_t middleByExposure(const Shots& shots, Run run)
 }
 
 /// Pictures of one view and one exposure: focus series and bursts.
-void addEqualExposures(const Shots& shots, Run run, std::vector<Unit>& units)
+void addEqualExposures(Shots& shots, Run run, std::vector<Unit>& units)
 {
     for (const FocusPiece& piece : focusPieces(shots, run)) {
         units.push_back(unitOf(piece.isSeries ? PictureGroupKind::FocusSeries : PictureGroupKind::Single, piece.run));
@@ -86,9 +86,21 @@ void addEqualExposures(const Shots& shots, Run run, std::vector<Unit>& units)
     }
 }
 
-/// Pictures of one view.
-void addRun(const Shots& shots, Run run, std::vector<Unit>& units)
+/// Without exposure data the brightness of whole pictures depends on what they show beside the common part, so all are
+/// compared with the middle one. Exposures that are equal differ from it equally, which a chain of neighbours loses.
+void measureExposures(Shots& shots, Run run)
 {
+    const std::size_t middle = middleByExposure(shots, run);
+    for (std::size_t i = run.begin; i < run.end; ++i)
+        if (i != middle && !shots.facts(i).hasExposure && shots.framing(middle, i).kind == FramingKind::Related)
+            if (const auto change = shots.change(middle, i))
+                shots.setMeasuredEv(i, shots.facts(middle).ev + static_cast<double>(change->ev));
+}
+
+/// Pictures of one view.
+void addRun(Shots& shots, Run run, std::vector<Unit>& units)
+{
+    measureExposures(shots, run);
     std::vector<PictureFacts> facts;
     for (std::size_t i = run.begin; i < run.end; ++i)
         facts.push_back(shots.facts(i));

@@ -52,6 +52,10 @@ bool continues(Shots& shots, std::size_t begin, std::size_t i)
 {
     if (!mayFollow(shots.facts(i - 1), shots.facts(i)))
         return false;
+    // A pan moves little from one picture to the next.
+    const Framing& fromFirst = shots.framing(begin, i);
+    if (fromFirst.kind == FramingKind::Related && !isSameView(fromFirst))
+        return false;
     // The nearest exposure first: it shows most of the same.
     std::vector<std::size_t> candidates;
     for (std::size_t j = i; j > begin && i - j < kLookBack; --j)

@@ -20,7 +20,7 @@ struct FocusPiece
 
 /// Cuts a run of Shots. By the focus distances of the metadata if all are known and they change; else by the pictures:
 /// in a series the tiles of the thumbnails gain and lose sharpness, in a burst they keep it.
-[[nodiscard]] std::vector<FocusPiece> focusPieces(const Shots& shots, Run run);
+[[nodiscard]] std::vector<FocusPiece> focusPieces(Shots& shots, Run run);
 
 /// Whether all focus distances of the run are known and not all are equal.
 [[nodiscard]] bool hasFocusDistances(const Shots& shots, Run run);

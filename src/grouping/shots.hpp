@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,16 @@ public:
             at->second = compareFramings(shots[first].thumbnail, shots[second].thumbnail);
         return at->second;
     }
+
+    /// Of the tiles that both show; pictures whose framings cannot be compared are taken to lie on each other.
+    [[nodiscard]] std::optional<TileChange> change(std::size_t first, std::size_t second)
+    {
+        return tileChange(shots[first].thumbnail.tiles, shots[second].thumbnail.tiles,
+                          framing(first, second).firstFromSecond);
+    }
+
+    /// The exposure of a picture without exposure data, once its view is known.
+    void setMeasuredEv(std::size_t i, double ev) { shots[i].facts.ev = ev; }
 
 private:
     std::vector<Shot> shots;

@@ -75,9 +75,36 @@ TEST(SharpnessChange, IsThatOfHalvesBlurredInTurn)
     soft.colRange(240, 480).copyTo(left.colRange(240, 480));
     cv::Mat right = soft.clone();
     sharp.colRange(240, 480).copyTo(right.colRange(240, 480));
-    EXPECT_GT(sharpnessChange(tileSharpness(left), tileSharpness(right)), 3.0f);
-    EXPECT_LT(sharpnessChange(tileSharpness(sharp), tileSharpness(soft)), 0.5f) << "the whole picture is softer";
-    EXPECT_EQ(sharpnessChange(tileSharpness(sharp), tileSharpness(sharp)), 0.0f);
+    const auto change = [](const cv::Mat& first, const cv::Mat& second) {
+        return tileChange(tileMapOf(first), tileMapOf(second), cv::Matx33d::eye()).value().sharpness;
+    };
+    EXPECT_GT(change(left, right), 3.0f);
+    EXPECT_LT(change(sharp, soft), 0.5f) << "the whole picture is softer";
+    EXPECT_EQ(change(sharp, sharp), 0.0f);
+    // What moves through a part of the picture changes its light.
+    cv::Mat passed = sharp.clone();
+    passed.colRange(100, 260) = 40;
+    EXPECT_LT(change(sharp, passed), 0.5f);
+}
+
+TEST(TileChange, FollowsAMovedView)
+{
+    cv::Mat wide(320, 720, CV_8UC1);
+    cv::RNG random(7);
+    random.fill(wide, cv::RNG::UNIFORM, 40, 200);
+    cv::GaussianBlur(wide, wide, {}, 1.0);
+    cv::Mat soft;
+    cv::GaussianBlur(wide, soft, {}, 3.0);
+    soft.colRange(360, 720).copyTo(wide.colRange(360, 720)); // sharp to the left
+    cv::Mat first = wide.colRange(0, 480).clone();
+    cv::Mat second = wide.colRange(120, 600).clone() * 0.75;
+    const cv::Matx33d firstFromSecond(1, 0, 120, 0, 1, 0, 0, 0, 1);
+    const auto change = tileChange(tileMapOf(first), tileMapOf(second), firstFromSecond);
+    ASSERT_TRUE(change);
+    EXPECT_LT(change->sharpness, 0.6f);
+    EXPECT_NEAR(change->ev, 2.2 * std::log2(0.75), 0.1);
+    EXPECT_GT(tileChange(tileMapOf(first), tileMapOf(second), cv::Matx33d::eye())->sharpness, 1.5f);
+    EXPECT_FALSE(tileChange(tileMapOf(first), tileMapOf(second), cv::Matx33d(1, 0, 470, 0, 1, 0, 0, 0, 1)));
 }
 
 } // namespace

@@ -306,7 +306,8 @@ void bindBatch(Options& app, BatchOptions& options, const std::string& what)
     options.option = app.add_option("--batch", options.value,
                                     "make a result of each " + what +
                                         " among FILES,\n"
-                                        "or of each line of LIST; -o is then a folder")
+                                        "or of each line of LIST; -o is then a folder,\n"
+                                        "and --force also makes results that are up to date")
                          ->type_name("[LIST]")
                          ->expected(0, 1);
     app.add_option("--memory", options.memory,

@@ -4,6 +4,7 @@
 #include "picture_command.hpp"
 
 #include <jobs/batch_job.hpp>
+#include <jobs/memory_need.hpp>
 #include <orvo_extensions/picture_groups.hpp>
 
 #include <cstddef>
@@ -48,6 +49,36 @@ struct BatchCommand
     /// The job of some files with this output.
     std::function<jobs::BatchTask(const BatchFiles&, const std::filesystem::path&)> task;
 };
+
+/// What the options of a command say; without kinds and task.
+template <typename CommandOptions>
+[[nodiscard]] BatchCommand batchCommandOf(const std::string& name, const CommandOptions& options,
+                                          const std::string& done)
+{
+    return {.name = name,
+            .run = options.run,
+            .options = options.batch,
+            .files = options.files,
+            .output = options.output,
+            .done = done,
+            .kinds = {},
+            .threads = options.request.threads,
+            .task = {}};
+}
+
+/// Runs `job` on `request`, whose files are `files`. The batch limits the threads of all jobs together.
+template <typename Request, typename Result>
+[[nodiscard]] jobs::BatchTask batchTaskOf(Request request, const std::vector<std::filesystem::path>& files,
+                                          const std::filesystem::path& output,
+                                          Result (*job)(const Request&, const jobs::JobCallbacks&))
+{
+    request.output = output;
+    request.threads = 0;
+    return {files, output, jobs::memoryNeed(request),
+            [request, job](const jobs::JobCallbacks& callbacks) -> jobs::PictureJobResult {
+                return job(request, callbacks);
+            }};
+}
 
 /// Groups or reads the list, runs the jobs, prints the summary and returns the exit code.
 [[nodiscard]] int runBatchCommand(const BatchCommand& command);

@@ -4,7 +4,6 @@
 
 #include <jobs/default_output.hpp>
 #include <jobs/hdr_job.hpp>
-#include <jobs/memory_need.hpp>
 #include <orvo_common/wide_path.hpp>
 
 #include <string>
@@ -68,24 +67,12 @@ jobs::HdrJobRequest requestFor(const HdrOptions& options, const std::vector<std:
 
 int runBatch(const HdrOptions& options)
 {
-    return runBatchCommand({.name = "hdr",
-                            .run = options.run,
-                            .options = options.batch,
-                            .files = options.files,
-                            .output = options.output,
-                            .done = kWhatWasDone,
-                            .kinds = {PictureGroupKind::Bracket},
-                            .threads = options.request.threads,
-                            .task = [&](const BatchFiles& job, const std::filesystem::path& output) {
-                                auto request = requestFor(options, job.files);
-                                request.output = output;
-                                request.threads = 0;
-                                return jobs::BatchTask{
-                                    job.files, output, jobs::memoryNeed(request),
-                                    [request](const jobs::JobCallbacks& callbacks) -> jobs::PictureJobResult {
-                                        return jobs::hdrJob(request, callbacks);
-                                    }};
-                            }});
+    BatchCommand command = batchCommandOf("hdr", options, kWhatWasDone);
+    command.kinds = {PictureGroupKind::Bracket};
+    command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+        return batchTaskOf(requestFor(options, job.files), job.files, output, jobs::hdrJob);
+    };
+    return runBatchCommand(command);
 }
 
 nlohmann::ordered_json asJson(const jobs::HdrJobResult& result)

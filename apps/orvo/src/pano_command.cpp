@@ -3,7 +3,6 @@
 #include "picture_command.hpp"
 
 #include <jobs/default_output.hpp>
-#include <jobs/memory_need.hpp>
 #include <jobs/pano_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -236,29 +235,19 @@ int runBatch(const PanoOptions& options)
 {
     if (!options.video.empty())
         return wrongUsage("pano", "--batch takes pictures, not a video");
-    return runBatchCommand(
-        {.name = "pano",
-         .run = options.run,
-         .options = options.batch,
-         .files = options.files,
-         .output = options.output,
-         .done = kWhatWasDone,
-         .kinds = options.request.brackets ? std::vector{PictureGroupKind::BracketPanorama}
-                                           : std::vector{PictureGroupKind::Panorama, PictureGroupKind::BracketPanorama},
-         .threads = options.request.threads,
-         .task = [&](const BatchFiles& job, const std::filesystem::path& output) {
-             auto request = requestFor(options, job.files);
-             if (job.bracketSize > 0) {
-                 request.brackets = true;
-                 request.bracketSize = static_cast<int>(job.bracketSize);
-             }
-             request.output = output;
-             request.threads = 0;
-             return jobs::BatchTask{job.files, output, jobs::memoryNeed(request),
-                                    [request](const jobs::JobCallbacks& callbacks) -> jobs::PictureJobResult {
-                                        return jobs::panoJob(request, callbacks);
-                                    }};
-         }});
+    BatchCommand command = batchCommandOf("pano", options, kWhatWasDone);
+    command.kinds = {PictureGroupKind::BracketPanorama};
+    if (!options.request.brackets)
+        command.kinds.push_back(PictureGroupKind::Panorama);
+    command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+        auto request = requestFor(options, job.files);
+        if (job.bracketSize > 0) {
+            request.brackets = true;
+            request.bracketSize = static_cast<int>(job.bracketSize);
+        }
+        return batchTaskOf(request, job.files, output, jobs::panoJob);
+    };
+    return runBatchCommand(command);
 }
 
 /// Removes digits beyond the accuracy of an estimate, which a float printed as a double would show. `perUnit`: a power

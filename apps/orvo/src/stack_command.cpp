@@ -3,7 +3,6 @@
 #include "picture_command.hpp"
 
 #include <jobs/default_output.hpp>
-#include <jobs/memory_need.hpp>
 #include <jobs/stack_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -65,24 +64,12 @@ jobs::StackJobRequest requestFor(const StackOptions& options, const std::vector<
 
 int runBatch(const StackOptions& options)
 {
-    return runBatchCommand({.name = "stack",
-                            .run = options.run,
-                            .options = options.batch,
-                            .files = options.files,
-                            .output = options.output,
-                            .done = kWhatWasDone,
-                            .kinds = {PictureGroupKind::FocusSeries},
-                            .threads = options.request.threads,
-                            .task = [&](const BatchFiles& job, const std::filesystem::path& output) {
-                                auto request = requestFor(options, job.files);
-                                request.output = output;
-                                request.threads = 0;
-                                return jobs::BatchTask{
-                                    job.files, output, jobs::memoryNeed(request),
-                                    [request](const jobs::JobCallbacks& callbacks) -> jobs::PictureJobResult {
-                                        return jobs::stackJob(request, callbacks);
-                                    }};
-                            }});
+    BatchCommand command = batchCommandOf("stack", options, kWhatWasDone);
+    command.kinds = {PictureGroupKind::FocusSeries};
+    command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+        return batchTaskOf(requestFor(options, job.files), job.files, output, jobs::stackJob);
+    };
+    return runBatchCommand(command);
 }
 
 nlohmann::ordered_json asJson(const jobs::StackJobResult& result)

@@ -1,124 +1,134 @@
 #include "bracket_groups.hpp"
-#include "support/temporary_folder.hpp"
+#include "support/cards.hpp"
 
 #include <jobs/job.hpp>
 #include <orvo_extensions/failure.hpp>
+#include <orvo_io/capture_facts.hpp>
 #include <orvo_io/capture_time.hpp>
-#include <orvo_io/image_writer.hpp>
-#include <scenes/exif.hpp>
 
 #include <gmock/gmock.h>
 
-#include <cmath>
 #include <string>
 
 namespace orvo::jobs {
 namespace {
 
+using test::Card;
+using test::Paths;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-using Paths = std::vector<std::filesystem::path>;
-
-struct Files
+std::string complaint(const Paths& files, JobOutcome outcome, int size = 0)
 {
-    Paths paths;
-    std::vector<std::shared_ptr<const ImageMetadata>> metadata;
+    try {
+        (void)groupBrackets(files, size);
+    } catch (const JobRefusal& refusal) {
+        EXPECT_EQ(outcome, JobOutcome::Refused);
+        return refusal.what();
+    } catch (const FailureError& error) {
+        EXPECT_EQ(outcome, JobOutcome::Failed);
+        return error.what();
+    }
+    return "none";
+}
 
-    Files& add(const std::string& name, double ev)
+class GroupBrackets : public testing::Test
+{
+protected:
+    /// Nothing but exposures tells these apart.
+    Paths shootBlack(const std::vector<double>& evs)
     {
-        auto record = std::make_shared<ImageMetadata>();
-        record->isoSpeed = 100.0f;
-        record->aperture = 8.0f;
-        record->shutterSeconds = static_cast<float>(std::exp2(ev) / 100.0);
-        paths.push_back(name);
-        metadata.push_back(record);
-        return *this;
-    }
-    [[nodiscard]] std::vector<Paths> grouped(int size = 0) const { return groupBrackets(paths, metadata, size); }
-    [[nodiscard]] std::string complaint(JobOutcome outcome, int size = 0) const
-    {
-        try {
-            (void)grouped(size);
-        } catch (const JobRefusal& refusal) {
-            EXPECT_EQ(outcome, JobOutcome::Refused);
-            return refusal.what();
-        } catch (const FailureError& error) {
-            EXPECT_EQ(outcome, JobOutcome::Failed);
-            return error.what();
+        Paths paths;
+        for (const double ev : evs) {
+            scenes::ExifValues exif = card.values();
+            exif.exposure = scenes::exposedBy(exif.exposure, ev);
+            exif.exposureBias = ev;
+            const scenes::Picture black({8, 8}, PixelRGB<float>{}, ColorProfileType::sRGB());
+            paths.push_back(card.shoot(black, exif));
         }
-        return "none";
+        return paths;
     }
+
+    test::TemporaryFolder folder;
+    Card card{folder.path()};
 };
 
-TEST(GroupBrackets, ABracketEndsBeforeAnExposureThatItHas)
+TEST_F(GroupBrackets, ABracketEndsBeforeAnExposureThatItHas)
 {
-    Files files;
-    files.add("a", 0).add("b", -2).add("c", 2.05).add("d", 0.1).add("e", -2.1).add("f", 2);
-    EXPECT_THAT(files.grouped(), ElementsAre(ElementsAre("a", "b", "c"), ElementsAre("d", "e", "f")));
+    const Paths files = shootBlack({0, -2, 2.05, 0.1, -2.1, 2});
+    EXPECT_THAT(groupBrackets(files, 0),
+                ElementsAre(ElementsAre(files[0], files[1], files[2]), ElementsAre(files[3], files[4], files[5])));
 }
 
-TEST(GroupBrackets, MayHaveAnotherOrderEachTime)
+TEST_F(GroupBrackets, MayHaveAnotherOrderEachTime)
 {
-    Files files;
-    files.add("a", 0).add("b", -1).add("c", -1).add("d", 0);
-    EXPECT_THAT(files.grouped(), ElementsAre(ElementsAre("a", "b"), ElementsAre("c", "d")));
+    const Paths files = shootBlack({0, -1, 1, -1, 0, 1});
+    EXPECT_THAT(groupBrackets(files, 0),
+                ElementsAre(ElementsAre(files[0], files[1], files[2]), ElementsAre(files[3], files[4], files[5])));
 }
 
-TEST(GroupBrackets, OneThatIsIncompleteIsNamed)
+TEST_F(GroupBrackets, OneThatIsIncompleteIsNamed)
 {
-    Files files;
-    files.add("a", 0).add("b", -2).add("c", 2).add("d", 0).add("e", -2).add("f", 0).add("g", -2).add("h", 2);
-    EXPECT_EQ(files.complaint(JobOutcome::Failed), "d: its bracket has 2 frames, the others have 3 frames");
+    const Paths files = shootBlack({0, -2, 2, 0, -2, 0, -2, 2});
+    EXPECT_EQ(complaint(files, JobOutcome::Failed),
+              files[3].string() + ": its bracket has 2 frames, the others have 3 frames");
 }
 
-TEST(GroupBrackets, WithoutExposuresTheSizeMustBeSaid)
+TEST_F(GroupBrackets, OfASizeThatIsGivenAreNotLookedAt)
 {
-    Files files;
-    files.add("a", 0).add("b", -2).add("c", 0).add("d", -2);
-    auto bare = std::make_shared<ImageMetadata>();
-    files.metadata[2] = bare;
-    EXPECT_THAT(files.complaint(JobOutcome::Refused), testing::AllOf(HasSubstr("c: "), HasSubstr("--bracket-size")));
-    EXPECT_THAT(files.grouped(2), ElementsAre(ElementsAre("a", "b"), ElementsAre("c", "d")));
+    const Paths files{"a", "b", "c", "d"};
+    EXPECT_THAT(groupBrackets(files, 2), ElementsAre(ElementsAre("a", "b"), ElementsAre("c", "d")));
+    EXPECT_EQ(complaint({"a", "b", "c"}, JobOutcome::Refused, 2),
+              "3 files make no brackets of 2 frames; one is incomplete");
+    EXPECT_THAT(complaint({"a", "b", "c"}, JobOutcome::Refused, 3), HasSubstr("two brackets"));
 }
 
-TEST(GroupBrackets, WhatMakesNoBracketsIsRefused)
+TEST_F(GroupBrackets, WhatMakesNoBracketsIsRefused)
 {
-    Files same;
-    same.add("a", 0).add("b", 0).add("c", 0);
-    EXPECT_THAT(same.complaint(JobOutcome::Refused), HasSubstr("the same exposure"));
-    Files one;
-    one.add("a", 0).add("b", 1).add("c", 2);
-    EXPECT_THAT(one.complaint(JobOutcome::Refused), HasSubstr("two brackets"));
-    EXPECT_EQ(one.complaint(JobOutcome::Refused, 2), "3 files make no brackets of 2 frames; one is incomplete");
-    EXPECT_THAT(one.complaint(JobOutcome::Refused, 3), HasSubstr("two brackets"));
+    EXPECT_THAT(complaint(shootBlack({0, 0, 0}), JobOutcome::Refused), HasSubstr("the same exposure"));
+    card.wait(60);
+    EXPECT_THAT(complaint(shootBlack({0, 1, 2}), JobOutcome::Refused), HasSubstr("two brackets"));
 }
 
-TEST(GroupBrackets, FilesAreSortedByTheirTime)
+TEST_F(GroupBrackets, FilesAreSortedByTheirTime)
 {
-    const test::TemporaryFolder folder;
-    Files files;
-    const auto shoot = [&](const std::string& name, const std::string& time, double ev) {
-        const auto path = folder / name;
-        scenes::ExifValues exif;
-        exif.dateTimeOriginal = time;
-        ImageWriteSettings settings = writeSettingsForPath(path);
-        settings.profile = ColorProfileType::sRGB();
-        settings.metadata = scenes::metadataWith(exif, {8, 8});
-        writeImage(path, _ImageData<PixelRGB<float>>({8, 8}, PixelRGB<float>{}, ColorProfileType::sRGB()), settings);
-        files.add(path.string(), ev);
-    };
-    shoot("d.jpg", "2026:06:21 16:30:01", 0);
-    shoot("a.jpg", "2026:06:21 16:31:00", 0);
-    shoot("c.jpg", "2026:06:21 16:30:02", -2);
-    shoot("b.jpg", "2026:06:21 16:31:01", -2);
-    EXPECT_THAT(files.grouped(), ElementsAre(ElementsAre(folder / "d.jpg", folder / "c.jpg"),
-                                             ElementsAre(folder / "a.jpg", folder / "b.jpg")));
+    const Paths first = shootBlack({0, -2});
+    card.wait(60);
+    const Paths second = shootBlack({0, -2});
+    EXPECT_THAT(groupBrackets({second[0], first[1], first[0], second[1]}, 0),
+                ElementsAre(ElementsAre(second[0], second[1]), ElementsAre(first[0], first[1])));
 }
 
-TEST(ReadCaptureTime, IsInSecondsOfTheCamerasClock)
+TEST_F(GroupBrackets, WithoutExifThePicturesDecide)
 {
-    const test::TemporaryFolder folder;
+    Card bare(folder, {.prefix = "bare", .exif = false});
+    const Paths views = bare.panorama(2, 27.0, {-1.5, 0.0, 1.5});
+    EXPECT_THAT(groupBrackets(views, 0),
+                ElementsAre(ElementsAre(views[0], views[1], views[2]), ElementsAre(views[3], views[4], views[5])));
+}
+
+TEST_F(GroupBrackets, AnUnreadableFileIsNamed)
+{
+    Paths files = shootBlack({0, -2, 0, -2});
+    files.push_back(folder / "missing.jpg");
+    EXPECT_THAT(complaint(files, JobOutcome::Failed), HasSubstr("missing.jpg"));
+}
+
+class ReadCaptureFacts : public GroupBrackets
+{};
+
+TEST_F(ReadCaptureFacts, HasWhatTheCameraNotes)
+{
+    const CaptureFacts facts = readCaptureFacts(shootBlack({-2}).front());
+    EXPECT_TRUE(facts.seconds);
+    EXPECT_EQ(facts.exposureBias, -2.0);
+    EXPECT_EQ(facts.exposureMode, std::nullopt);
+    EXPECT_EQ(facts.sequenceNumber, std::nullopt);
+    EXPECT_EQ(facts.bodySerial, "");
+}
+
+TEST_F(ReadCaptureFacts, TimesAreInSecondsOfTheCamerasClock)
+{
     const auto timeOf = [&](const std::string& text) {
         const auto path = folder / "a.jpg";
         scenes::ExifValues exif;
@@ -126,7 +136,7 @@ TEST(ReadCaptureTime, IsInSecondsOfTheCamerasClock)
         ImageWriteSettings settings = writeSettingsForPath(path);
         settings.profile = ColorProfileType::sRGB();
         settings.metadata = scenes::metadataWith(exif, {8, 8});
-        writeImage(path, _ImageData<PixelRGB<float>>({8, 8}, PixelRGB<float>{}, ColorProfileType::sRGB()), settings);
+        writeImage(path, scenes::Picture({8, 8}, PixelRGB<float>{}, ColorProfileType::sRGB()), settings);
         return readCaptureTime(path);
     };
     EXPECT_EQ(timeOf("1970:01:02 00:00:03"), 86403.0);

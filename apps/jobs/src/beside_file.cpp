@@ -33,7 +33,7 @@ struct Slot
     std::atomic<SlotState> state{SlotState::Free};
     std::array<char, PATH_MAX> path{};
 };
-constexpr std::size_t kSlots = 16; // files written at one time; more are not removed by a signal
+constexpr std::size_t kSlots = 64; // files written at one time; more are not removed by a signal
 std::array<Slot, kSlots> slots;
 static_assert(std::atomic<SlotState>::is_always_lock_free);
 

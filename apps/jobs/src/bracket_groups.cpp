@@ -1,66 +1,35 @@
 #include "bracket_groups.hpp"
 
+#include "run_job.hpp"
+
 #include <jobs/job.hpp>
-#include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/failure.hpp>
-#include <orvo_io/capture_time.hpp>
+#include <orvo_extensions/picture_groups.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <map>
-#include <optional>
 #include <string>
-#include <utility>
 
 namespace orvo::jobs {
 namespace {
 
 using Paths = std::vector<std::filesystem::path>;
 
-// Exposures closer than this are one: cameras round their times to thirds of a stop.
-constexpr double kSameExposureEv = 0.2;
-
-struct Frame
-{
-    std::filesystem::path path;
-    double ev = 0.0;
-    std::optional<double> seconds;
-};
-
 [[noreturn]] void refuse(const std::string& text) { throw JobRefusal(text); }
 
-std::vector<Frame> framesOf(const Paths& files, const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
+/// Pictures that belong to no bracket are brackets of one frame.
+std::vector<Paths> byGroups(const Paths& files, const std::function<bool()>& cancel)
 {
-    std::vector<Frame> frames;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const ImageMetadata& record = *metadata[i];
-        if (!record.hasExposure())
-            refuse(pathText(files[i]) + ": has no exposure data, so brackets cannot be separated; --bracket-size sets "
-                                        "how many frames each has");
-        const auto light =
-            static_cast<double>(record.shutterSeconds * record.isoSpeed / (record.aperture * record.aperture));
-        frames.push_back({files[i], std::log2(light), readCaptureTime(files[i])});
-    }
-    const bool areTimed = std::all_of(frames.begin(), frames.end(), [](const Frame& f) { return f.seconds; });
-    if (areTimed)
-        std::stable_sort(frames.begin(), frames.end(),
-                         [](const Frame& a, const Frame& b) { return *a.seconds < *b.seconds; });
-    return frames;
-}
-
-std::vector<Paths> byExposure(const std::vector<Frame>& frames)
-{
+    const PictureGroups groups = groupPictures(files, {}, cancel);
+    if (!groups.unreadable.empty())
+        throw FailureError(groups.unreadable.front());
+    if (groups.groups.empty())
+        throwLastFailure("grouping gave no groups and no reason");
     std::vector<Paths> brackets;
-    std::vector<double> taken;
-    for (const Frame& frame : frames) {
-        const bool isRepeated = std::any_of(taken.begin(), taken.end(),
-                                            [&](double ev) { return std::abs(ev - frame.ev) < kSameExposureEv; });
-        if (brackets.empty() || isRepeated) {
-            brackets.emplace_back();
-            taken.clear();
-        }
-        brackets.back().push_back(frame.path);
-        taken.push_back(frame.ev);
+    for (const PictureGroup& group : groups.groups) {
+        const auto size = static_cast<std::ptrdiff_t>(std::max<std::size_t>(group.bracketSize, 1));
+        for (auto first = group.paths.begin(); first != group.paths.end(); first += size)
+            brackets.emplace_back(first, first + size);
     }
     return brackets;
 }
@@ -99,14 +68,13 @@ std::vector<Paths> bySize(const Paths& files, std::size_t size)
 
 } // namespace
 
-std::vector<Paths> groupBrackets(const Paths& files, const std::vector<std::shared_ptr<const ImageMetadata>>& metadata,
-                                 int size)
+std::vector<Paths> groupBrackets(const Paths& files, int size, const std::function<bool()>& cancel)
 {
     std::vector<Paths> brackets;
     if (size > 0) {
         brackets = bySize(files, static_cast<std::size_t>(size));
     } else {
-        brackets = byExposure(framesOf(files, metadata));
+        brackets = byGroups(files, cancel);
         checkSizes(brackets);
     }
     if (brackets.size() < 2)

@@ -7,6 +7,8 @@ const char* stepName(JobStep step)
     switch (step) {
     case JobStep::Check:
         return "check";
+    case JobStep::Group:
+        return "group";
     case JobStep::Render:
         return "render";
     case JobStep::Load:
@@ -35,6 +37,8 @@ const char* stepName(JobStep step)
         return "stitch";
     case JobStep::Write:
         return "write";
+    case JobStep::Batch:
+        return "batch";
     }
     return "";
 }
@@ -44,6 +48,8 @@ const char* stepText(JobStep step)
     switch (step) {
     case JobStep::Check:
         return "checking the files";
+    case JobStep::Group:
+        return "grouping the pictures";
     case JobStep::Render:
         return "rendering the scene";
     case JobStep::Load:
@@ -72,6 +78,8 @@ const char* stepText(JobStep step)
         return "stitching the pictures";
     case JobStep::Write:
         return "writing";
+    case JobStep::Batch:
+        return "running the jobs";
     }
     return "";
 }

@@ -66,11 +66,11 @@ PanoramaStitchingSettings settingsOf(const PanoJobRequest& request)
 
 PanoSource sourceOf(const PanoJobRequest& request) { return {request.files, settingsOf(request)}; }
 
-PanoSourceHDR bracketsOf(const PanoJobRequest& request,
+PanoSourceHDR bracketsOf(const PictureRun& run, const PanoJobRequest& request,
                          const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
 {
     PanoSourceHDR source;
-    for (auto& bracket : groupBrackets(request.files, metadata, request.bracketSize)) {
+    for (auto& bracket : groupBrackets(request.files, request.bracketSize, [&] { return run.isCancelled(); })) {
         std::vector<std::shared_ptr<const ImageMetadata>> ofBracket;
         for (const auto& file : bracket) {
             const auto found = std::find(request.files.begin(), request.files.end(), file);
@@ -107,14 +107,14 @@ PanoSourceVideo videoOf(const PanoJobRequest& request)
     return source;
 }
 
-AnyPanoSource anySourceOf(const PanoJobRequest& request, PanoJobResult& result,
+AnyPanoSource anySourceOf(const PictureRun& run, const PanoJobRequest& request, PanoJobResult& result,
                           const std::vector<std::shared_ptr<const ImageMetadata>>& metadata)
 {
     if (!request.video.empty())
         return videoOf(request);
     if (!request.brackets)
         return sourceOf(request);
-    PanoSourceHDR source = bracketsOf(request, metadata);
+    PanoSourceHDR source = bracketsOf(run, request, metadata);
     result.brackets = source.brackets.size();
     return source;
 }
@@ -134,7 +134,7 @@ std::shared_ptr<Image> compose(PictureRun& run, const PanoJobRequest& request, P
                                const std::vector<std::shared_ptr<const ImageMetadata>>& inputs)
 {
     const auto picture =
-        composePanorama(run, request, anySourceOf(request, result, inputs), kWriteStarts.fraction, result);
+        composePanorama(run, request, anySourceOf(run, request, result, inputs), kWriteStarts.fraction, result);
     auto metadata = std::make_shared<ImageMetadata>();
     if (const auto first = firstPlaced(request, result.places); first < inputs.size())
         *metadata = *inputs[first];

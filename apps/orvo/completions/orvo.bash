@@ -49,7 +49,12 @@ _orvo()
             mapfile -t COMPREPLY < <(compgen -W 'none auto' -- "$word")
             return
             ;;
-        --bracket-size | --from | --to | --frame | --shift | --turn | --box | --stroke | --add | --service | --timeout | --retries | --port | --address | --jobs | --max-body)
+        --batch)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
+            return
+            ;;
+        --memory | --bracket-size | --from | --to | --frame | --shift | --turn | --box | --stroke | --add | --service | --timeout | --retries | --port | --address | --jobs | --max-body)
             return
             ;;
         --quality | --ghost-reference | --reference | --white-balance | --details | --threads | --size | --max-size)
@@ -61,11 +66,12 @@ _orvo()
         case ${COMP_WORDS[1]} in
             hdr)
                 options='--help -o --output --force --quality --bits --align --fast --strict --deghost
-                    --ghost-reference --chromatic --lens --white-balance --details --threads --quiet --json --log'
+                    --ghost-reference --chromatic --lens --white-balance --details --batch --memory --threads --quiet
+                    --json --log'
                 ;;
             stack)
                 options='--help -o --output --force --quality --bits --no-align --fast --reference --strict
-                    --deghost --chromatic --lens --threads --quiet --json --log'
+                    --deghost --chromatic --lens --batch --memory --threads --quiet --json --log'
                 ;;
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             upscale)
@@ -89,9 +95,9 @@ _orvo()
             pano)
                 options='--help -o --output --force --quality --bits --projection --max-size --devignette
                     --chromatic --lens --strict --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
-                    --threads --quiet --json --log'
+                    --batch --memory --threads --quiet --json --log'
                 ;;
-            frames) options='--help --json' ;;
+            frames) options='--help --group --json' ;;
             demo) options='--help --size --keep' ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")

@@ -1,6 +1,7 @@
 /// orvo erase: erases what is marked.
 #include "generative_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/erase_job.hpp>
 
 #include <sstream>
@@ -17,7 +18,7 @@ constexpr const char* kAbout =
     "\n"
     "The program paints from the surroundings itself, or sends the part of the picture around the\n"
     "marks to a generative service (see docs/service.md for the protocol).\n";
-constexpr const char* kWhatWasDone = "erased"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneErased;
 constexpr const char* kExamples =
     "Examples:\n"
     "  Take out what a rectangle holds:\n"

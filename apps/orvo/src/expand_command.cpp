@@ -1,6 +1,7 @@
 /// orvo expand: adds a border and paints it.
 #include "generative_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/expand_job.hpp>
 
 #include <array>
@@ -16,7 +17,7 @@ constexpr const char* kAbout =
     "\n"
     "The program paints from the picture itself, or sends the part of the canvas around the border to\n"
     "a generative service (see docs/service.md for the protocol).\n";
-constexpr const char* kWhatWasDone = "expanded"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneExpanded;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A tenth more sky, and 200 pixels more on the left:\n"
                                   "    orvo expand tower.jpg --add 200,10%,0,0 -o tower-wide.jpg\n"

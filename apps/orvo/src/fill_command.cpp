@@ -1,6 +1,7 @@
 /// orvo fill: fills the area that a mask marks.
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/fill_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -13,7 +14,7 @@ constexpr const char* kAbout =
     "Removes something from a picture, or fills a border: the area that the mask marks is filled from\n"
     "its surroundings. The mask is a picture that is white in this area and black elsewhere; it\n"
     "covers the whole picture, at any size of its own. All other pixels are unchanged.\n";
-constexpr const char* kWhatWasDone = "filled"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneFilled;
 constexpr const char* kExamples = "Examples:\n"
                                   "  Remove the area that is white in mask.png:\n"
                                   "    orvo fill beach.jpg --mask mask.png -o empty-beach.jpg\n"

@@ -1,6 +1,8 @@
 /// orvo hdr: merges an exposure bracket.
+#include "batch_command.hpp"
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/hdr_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -13,13 +15,15 @@ namespace {
 constexpr const char* kAbout = "Merges an exposure bracket (the same view taken several times, from dark to bright)\n"
                                "into one picture with detail in shadows and highlights.\n"
                                "The frames may be in any order. A single frame is enhanced.\n";
-constexpr const char* kWhatWasDone = "merged"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneMerged;
 constexpr const char* kExamples =
     "Examples:\n"
     "  Three frames from a tripod:\n"
     "    orvo hdr dark.jpg middle.jpg bright.jpg -o merged.jpg\n"
     "  Handheld raw frames; moving people are kept as in the second file:\n"
     "    orvo hdr a.dng b.dng c.dng -o merged.tif --align --deghost medium --ghost-reference 2\n"
+    "  Every bracket of a memory card, several at once:\n"
+    "    orvo hdr --batch /media/card/DCIM/100CANON -o merged --align\n"
     "  A file whose name begins with a dash:\n"
     "    orvo hdr -o merged.jpg -- -1.jpg -2.jpg -3.jpg\n";
 
@@ -29,7 +33,8 @@ struct HdrOptions
     OutputOptions output;
     std::string deghost;
     std::optional<int> ghostReference;
-    jobs::HdrJobRequest request;
+    jobs::HdrJobRequest request; ///< without files
+    BatchOptions batch;
     RunOptions run;
 };
 
@@ -51,13 +56,23 @@ void bindMergeOptions(Options& app, HdrOptions& options)
         ->check(between(0.0, 1.0));
 }
 
-void completeRequest(HdrOptions& options)
+jobs::HdrJobRequest requestFor(const HdrOptions& options, const std::vector<std::filesystem::path>& frames)
 {
-    auto& request = options.request;
-    request.frames.assign(options.files.begin(), options.files.end());
-    request.output = outputPath(options.output, request.frames.front(), kWhatWasDone, request);
+    jobs::HdrJobRequest request = options.request;
+    request.frames = frames;
     request.deghost = deghostAmount(options.deghost);
     request.ghostReference = frameIndex(options.ghostReference);
+    return request;
+}
+
+int runBatch(const HdrOptions& options)
+{
+    BatchCommand command = batchCommandOf("hdr", options, kWhatWasDone);
+    command.kinds = {PictureGroupKind::Bracket};
+    command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+        return batchTaskOf(requestFor(options, job.files), job.files, output, jobs::hdrJob);
+    };
+    return runBatchCommand(command);
 }
 
 nlohmann::ordered_json asJson(const jobs::HdrJobResult& result)
@@ -79,19 +94,27 @@ int runHdr(int argc, char** argv)
     bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindMergeOptions(app, options);
+    bindBatch(app, options.batch, "bracket");
     bindRun(app, options.request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    completeRequest(options);
+    if (options.batch.isGiven())
+        return runBatch(options);
+    int exitCode = kFailed;
+    const auto frames = readInput("hdr", options.files, options.output.file, options.run.quiet, exitCode);
+    if (!frames)
+        return exitCode;
+    jobs::HdrJobRequest request = requestFor(options, *frames);
+    request.output = outputPath(options.output, frames->front(), kWhatWasDone, request);
 
     jobs::HdrJobResult result;
     return runPictureCommand(
         {.name = "hdr",
          .run = options.run,
-         .inputs = options.request.frames,
-         .output = options.request.output,
-         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::hdrJob(options.request, callbacks); },
+         .inputs = request.frames,
+         .output = request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::hdrJob(request, callbacks); },
          .report = result,
          .json = [&] { return asJson(result); },
          .sentence = [&] { return writtenAsText(result) + " from " + counted(result.frames.size(), "frame"); }});

@@ -45,10 +45,10 @@ void bindLabelOptions(Options& app, LabelOptions& options)
         ->check(oneOf(kFormats));
 }
 
-void completeRequest(LabelOptions& options)
+void completeRequest(LabelOptions& options, std::vector<std::filesystem::path> frames)
 {
     auto& request = options.request;
-    request.frames.assign(options.files.begin(), options.files.end());
+    request.frames = std::move(frames);
     request.folder = options.folder;
     for (const auto& [name, format] : kFormats)
         if (name == options.format)
@@ -89,7 +89,11 @@ int runLabel(int argc, char** argv)
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    completeRequest(options);
+    int exitCode = kFailed;
+    auto frames = readInput("label", options.files, {}, options.run.quiet, exitCode);
+    if (!frames)
+        return exitCode;
+    completeRequest(options, std::move(*frames));
 
     jobs::LabelJobResult result;
     return runPictureCommand(

@@ -1,6 +1,8 @@
 /// orvo pano: stitches a panorama.
+#include "batch_command.hpp"
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/pano_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -19,7 +21,7 @@ constexpr const char* kAbout =
     "Stitches pictures that were taken from one point in different directions\n"
     "into one wide picture. In any order and in several rows; neighbours should overlap by a third.\n"
     "Also stitches exposure brackets, or a video of a pan.\n";
-constexpr const char* kWhatWasDone = "panorama"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDonePanorama;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A valley in five pictures:\n"
                                   "    orvo pano IMG_1.jpg IMG_2.jpg IMG_3.jpg IMG_4.jpg IMG_5.jpg -o valley.jpg\n"
@@ -27,6 +29,8 @@ constexpr const char* kExamples = "Examples:\n"
                                   "    orvo pano *.jpg -o facade.tif --projection plane\n"
                                   "  Three exposures at each position, level, without ragged edges:\n"
                                   "    orvo pano --brackets *.jpg -o hall.tif --straighten --crop auto\n"
+                                  "  Every panorama of a memory card, several at once:\n"
+                                  "    orvo pano --batch /media/card/DCIM/100CANON -o panoramas\n"
                                   "  A pan:\n"
                                   "    orvo pano --video pan.mp4 -o pan.jpg --projection cylindrical\n"
                                   "  A small preview:\n"
@@ -134,7 +138,8 @@ struct PanoOptions
     OutputOptions output;
     std::string projection = "spherical";
     std::optional<int> maxSize;
-    jobs::PanoJobRequest request;
+    jobs::PanoJobRequest request; ///< without files
+    BatchOptions batch;
     RunOptions run;
 };
 
@@ -197,9 +202,8 @@ void bindViewOptions(Options& app, PanoOptions& options)
         ->check(cropText());
 }
 
-void completeView(PanoOptions& options)
+void completeView(const PanoOptions& options, jobs::PanoJobRequest& request)
 {
-    auto& request = options.request;
     if (!options.shift.empty()) {
         const auto numbers = numbersIn(options.shift, ",");
         request.shift = {static_cast<float>(numbers[0]), static_cast<float>(numbers[1])};
@@ -212,20 +216,38 @@ void completeView(PanoOptions& options)
     }
 }
 
-void completeRequest(PanoOptions& options)
+jobs::PanoJobRequest requestFor(const PanoOptions& options, const std::vector<std::filesystem::path>& files)
 {
-    auto& request = options.request;
-    request.files.assign(options.files.begin(), options.files.end());
+    jobs::PanoJobRequest request = options.request;
+    request.files = files;
     request.video = options.video;
     for (const std::string& text : options.frames) {
         const auto numbers = numbersIn(text, kFrameSeparators);
         request.frames.push_back({static_cast<std::uint64_t>(numbers[0]), rectOf(numbers, 1)});
     }
-    completeView(options);
-    const std::filesystem::path& first = request.video.empty() ? request.files.front() : request.video;
-    request.output = outputPath(options.output, first, kWhatWasDone, request);
+    completeView(options, request);
     request.maxSize = options.maxSize.value_or(0);
     request.projection = projectionOf(options.projection);
+    return request;
+}
+
+int runBatch(const PanoOptions& options)
+{
+    if (!options.video.empty())
+        return wrongUsage("pano", "--batch takes pictures, not a video");
+    BatchCommand command = batchCommandOf("pano", options, kWhatWasDone);
+    command.kinds = {PictureGroupKind::BracketPanorama};
+    if (!options.request.brackets)
+        command.kinds.push_back(PictureGroupKind::Panorama);
+    command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+        auto request = requestFor(options, job.files);
+        if (job.bracketSize > 0) {
+            request.brackets = true;
+            request.bracketSize = static_cast<int>(job.bracketSize);
+        }
+        return batchTaskOf(request, job.files, output, jobs::panoJob);
+    };
+    return runBatchCommand(command);
 }
 
 /// Removes digits beyond the accuracy of an estimate, which a float printed as a double would show. `perUnit`: a power
@@ -281,31 +303,37 @@ int runPano(int argc, char** argv)
     Options app("pano", kAbout);
     PanoOptions options;
     bindFiles(app, options.files);
-    app.get_option("FILES")->required(false); // a video is enough
     bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindPanoOptions(app, options);
     bindSourceOptions(app, options);
     bindViewOptions(app, options);
+    bindBatch(app, options.batch, "panorama");
     bindRun(app, options.request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
+    if (options.batch.isGiven())
+        return runBatch(options);
     const bool isVideo = !options.video.empty();
-    if (options.files.empty() && !isVideo) {
-        complain("FILES is required");
-        hintAtHelp("pano");
-        return kWrongUsage;
+    std::vector<std::filesystem::path> files;
+    if (!isVideo || !options.files.empty()) {
+        int exitCode = kFailed;
+        auto input = readInput("pano", options.files, options.output.file, options.run.quiet, exitCode);
+        if (!input)
+            return exitCode;
+        files = std::move(*input);
     }
-    completeRequest(options);
+    jobs::PanoJobRequest request = requestFor(options, files);
+    request.output = outputPath(options.output, isVideo ? request.video : files.front(), kWhatWasDone, request);
 
     jobs::PanoJobResult result;
     return runPictureCommand(
         {.name = "pano",
          .run = options.run,
-         .inputs = isVideo ? std::vector{options.request.video} : options.request.files,
-         .output = options.request.output,
-         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::panoJob(options.request, callbacks); },
+         .inputs = isVideo ? std::vector{request.video} : request.files,
+         .output = request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::panoJob(request, callbacks); },
          .report = result,
          .json = [&] { return asJson(result); },
          .sentence = [&] { return writtenAsText(result) + " from " + sourceText(options, result); }});

@@ -27,17 +27,19 @@ std::filesystem::path spelledOut(const std::filesystem::path& path)
 }
 
 /// Log lines are appended to any existing file, so it must not be one of the pictures.
-bool logIsAPicture(const PictureCommand& command)
+bool logIsAPicture(std::filesystem::path log, const std::vector<std::filesystem::path>& inputs,
+                   const std::vector<std::filesystem::path>& outputs)
 {
     std::error_code missing; // a missing file is not equivalent to another
-    std::filesystem::path log = command.run.log;
     if (std::filesystem::is_directory(log, missing))
         log /= kLogFileName;
     const auto isLog = [&](const std::filesystem::path& file) {
         return spelledOut(file) == spelledOut(log) || std::filesystem::equivalent(file, log, missing);
     };
-    const bool isOutput = !std::filesystem::is_directory(command.output, missing) && isLog(command.output);
-    return isOutput || std::any_of(command.inputs.begin(), command.inputs.end(), isLog);
+    const auto isOutput = [&](const std::filesystem::path& output) {
+        return !std::filesystem::is_directory(output, missing) && isLog(output);
+    };
+    return std::any_of(outputs.begin(), outputs.end(), isOutput) || std::any_of(inputs.begin(), inputs.end(), isLog);
 }
 
 constexpr std::array<std::pair<std::string_view, std::optional<DeghostAmount>>, 11> kDeghostAmounts = {{
@@ -94,7 +96,29 @@ void runJob(const PictureCommand& command)
 
 void bindFiles(Options& app, std::vector<std::string>& files)
 {
-    app.add_option("FILES", files, kReadable)->type_name("")->required();
+    app.add_option("FILES", files, std::string(kReadable) + ",\nor folders of them")->type_name("");
+}
+
+std::optional<std::vector<std::filesystem::path>> readInput(const std::string& command,
+                                                            const std::vector<std::string>& given,
+                                                            const std::filesystem::path& output, bool isQuiet,
+                                                            int& exitCode)
+{
+    if (given.empty()) {
+        exitCode = wrongUsage(command, "FILES is required");
+        return std::nullopt;
+    }
+    try {
+        auto input = jobs::inputFiles({given.begin(), given.end()}, output);
+        if (!isQuiet)
+            for (const std::string& note : jobs::leftOutNotes(input.leftOut))
+                complain("note: " + note);
+        return std::move(input.files);
+    } catch (const FailureError& error) {
+        complain(error.what());
+        exitCode = kFailed;
+        return std::nullopt;
+    }
 }
 
 void bindOutput(Options& app, OutputOptions& output, const std::string& done)
@@ -173,17 +197,30 @@ void bindRun(Options& app, jobs::PictureJobRequest& request, RunOptions& run)
     app.add_option("--log", run.log, "append log lines to FILE, or to log_orvo.txt in a folder")->type_name("FILE");
 }
 
+int wrongUsage(const std::string& command, const std::string& message)
+{
+    complain(message);
+    hintAtHelp(command);
+    return kWrongUsage;
+}
+
+bool openLog(const std::string& command, const RunOptions& run, const std::vector<std::filesystem::path>& inputs,
+             const std::vector<std::filesystem::path>& outputs)
+{
+    if (run.log.empty())
+        return true;
+    if (logIsAPicture(run.log, inputs, outputs)) {
+        (void)wrongUsage(command, run.log + ": the log would be written into a picture");
+        return false;
+    }
+    setLogFile(run.log);
+    return true;
+}
+
 int runPictureCommand(const PictureCommand& command)
 {
-    if (!command.run.log.empty()) {
-        if (logIsAPicture(command)) {
-            complain(command.run.log + ": the log would be written into a picture");
-            hintAtHelp(command.name);
-            return kWrongUsage;
-        }
-        setLogFile(command.run.log);
-    }
-
+    if (!openLog(command.name, command.run, command.inputs, {command.output}))
+        return kWrongUsage;
     LOG(__orvolog() << "orvo " ORVO_VERSION " " << command.name << ": " << counted(command.inputs.size(), "file")
                     << " to " << pathText(command.output));
     runJob(command);

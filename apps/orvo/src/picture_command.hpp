@@ -4,6 +4,7 @@
 #include "json_text.hpp"
 #include "options.hpp"
 
+#include <jobs/input_files.hpp>
 #include <jobs/picture_job.hpp>
 #include <orvo_extensions/hdr.hpp>
 
@@ -34,8 +35,14 @@ struct RunOptions
     std::string log;
 };
 
-/// The positional argument FILES: the pictures.
+/// The positional argument FILES: the pictures, or folders of them. May be missing; readInput() complains.
 void bindFiles(Options& app, std::vector<std::string>& files);
+/// The pictures of the given files and folders; notes on standard error what folders have besides, unless `isQuiet`.
+/// Empty after an error message, with the exit code in `exitCode`.
+[[nodiscard]] std::optional<std::vector<std::filesystem::path>> readInput(const std::string& command,
+                                                                          const std::vector<std::string>& given,
+                                                                          const std::filesystem::path& output,
+                                                                          bool isQuiet, int& exitCode);
 /// --output and --force. `done`: what a result without a name is called after its input, such as "merged".
 void bindOutput(Options& app, OutputOptions& output, const std::string& done);
 /// The path of the result. One without a name replaces nothing unless forced, so the request is set to keep files.
@@ -68,6 +75,14 @@ struct PictureCommand
     std::function<nlohmann::ordered_json()> json; ///< the result, without the report of the run
     std::function<std::string()> sentence;        ///< the same as text, without the time
 };
+
+/// Prints an error and the hint at the help. Returns kWrongUsage.
+[[nodiscard]] int wrongUsage(const std::string& command, const std::string& message);
+
+/// Starts the log of a run that asks for one. False after an error message: one of the pictures would be the log.
+[[nodiscard]] bool openLog(const std::string& command, const RunOptions& run,
+                           const std::vector<std::filesystem::path>& inputs,
+                           const std::vector<std::filesystem::path>& outputs);
 
 /// Runs the job with progress, Ctrl-C and the log, prints its result, and returns the exit code.
 [[nodiscard]] int runPictureCommand(const PictureCommand& command);

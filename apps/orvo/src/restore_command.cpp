@@ -1,6 +1,7 @@
 /// orvo restore: makes a noisy or soft picture better.
 #include "generative_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/restore_job.hpp>
 
 #include <string>
@@ -15,7 +16,7 @@ constexpr const char* kAbout =
     "The picture is restored at a size of at most 2700 pixels a side. What that changed is then brought\n"
     "to the size of the picture by the upscaler, and the picture's own fine detail is put back where it\n"
     "is not noise. --as-is writes the restored picture as it comes instead, in sRGB.\n";
-constexpr const char* kWhatWasDone = "restored"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneRestored;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A picture from a dark room:\n"
                                   "    orvo restore party.jpg -o party-clear.jpg\n"

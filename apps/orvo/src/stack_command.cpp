@@ -1,6 +1,8 @@
 /// orvo stack: merges a focus series.
+#include "batch_command.hpp"
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/stack_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -15,12 +17,14 @@ constexpr const char* kAbout =
     "into one picture that is sharp throughout.\n"
     "Give the files in the order of the focus. The frames are aligned, since focusing\n"
     "changes the scale a little.\n";
-constexpr const char* kWhatWasDone = "stacked"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneStacked;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A flower, focused from its front to its back:\n"
                                   "    orvo stack IMG_01.jpg IMG_02.jpg IMG_03.jpg -o flower.jpg\n"
                                   "  A rail and a lens that does not breathe; no alignment needed:\n"
                                   "    orvo stack *.tif -o coin.tif --no-align\n"
+                                  "  Every focus series of a memory card, several at once:\n"
+                                  "    orvo stack --batch /media/card/DCIM/100CANON -o stacked\n"
                                   "  Moving leaves, kept as in the fourth file:\n"
                                   "    orvo stack *.dng -o forest.tif --deghost medium --reference 4\n";
 
@@ -31,7 +35,8 @@ struct StackOptions
     bool noAlign = false;
     std::optional<int> reference;
     std::string deghost;
-    jobs::StackJobRequest request;
+    jobs::StackJobRequest request; ///< without files
+    BatchOptions batch;
     RunOptions run;
 };
 
@@ -47,14 +52,24 @@ void bindStackOptions(Options& app, StackOptions& options)
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
 }
 
-void completeRequest(StackOptions& options)
+jobs::StackJobRequest requestFor(const StackOptions& options, const std::vector<std::filesystem::path>& frames)
 {
-    auto& request = options.request;
-    request.frames.assign(options.files.begin(), options.files.end());
-    request.output = outputPath(options.output, request.frames.front(), kWhatWasDone, request);
+    jobs::StackJobRequest request = options.request;
+    request.frames = frames;
     request.align = !options.noAlign;
     request.deghost = deghostAmount(options.deghost);
     request.reference = frameIndex(options.reference);
+    return request;
+}
+
+int runBatch(const StackOptions& options)
+{
+    BatchCommand command = batchCommandOf("stack", options, kWhatWasDone);
+    command.kinds = {PictureGroupKind::FocusSeries};
+    command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
+        return batchTaskOf(requestFor(options, job.files), job.files, output, jobs::stackJob);
+    };
+    return runBatchCommand(command);
 }
 
 nlohmann::ordered_json asJson(const jobs::StackJobResult& result)
@@ -77,19 +92,27 @@ int runStack(int argc, char** argv)
     bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, options.request);
     bindStackOptions(app, options);
+    bindBatch(app, options.batch, "focus series");
     bindRun(app, options.request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    completeRequest(options);
+    if (options.batch.isGiven())
+        return runBatch(options);
+    int exitCode = kFailed;
+    const auto frames = readInput("stack", options.files, options.output.file, options.run.quiet, exitCode);
+    if (!frames)
+        return exitCode;
+    jobs::StackJobRequest request = requestFor(options, *frames);
+    request.output = outputPath(options.output, frames->front(), kWhatWasDone, request);
 
     jobs::StackJobResult result;
     return runPictureCommand(
         {.name = "stack",
          .run = options.run,
-         .inputs = options.request.frames,
-         .output = options.request.output,
-         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::stackJob(options.request, callbacks); },
+         .inputs = request.frames,
+         .output = request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::stackJob(request, callbacks); },
          .report = result,
          .json = [&] { return asJson(result); },
          .sentence = [&] { return writtenAsText(result) + " from " + counted(result.frames.size(), "frame"); }});

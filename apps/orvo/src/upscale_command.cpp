@@ -1,6 +1,7 @@
 /// orvo upscale: enlarges a picture.
 #include "picture_command.hpp"
 
+#include <jobs/default_output.hpp>
 #include <jobs/upscale_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
@@ -13,7 +14,7 @@ constexpr const char* kAbout =
     "Enlarges a picture to twice its width and height, or up to 16 times, with sharper edges and\n"
     "finer detail than plain resizing: for a large print of an old file, or after a tight crop.\n"
     "Faces are detected and sharpened. An ONNX network can replace the built-in filters.\n";
-constexpr const char* kWhatWasDone = "large"; // in the name of the result
+constexpr const char* kWhatWasDone = jobs::kDoneLarge;
 constexpr const char* kExamples = "Examples:\n"
                                   "  Twice the size, for a print:\n"
                                   "    orvo upscale portrait.jpg -o portrait-large.tif\n"

@@ -1,5 +1,6 @@
 #include "metadata.hpp"
 
+#include <orvo_io/capture_facts.hpp>
 #include <orvo_io/capture_time.hpp>
 
 #include <exiv2/exiv2.hpp>
@@ -199,6 +200,38 @@ std::optional<double> captureSecondsOf(const Tags& tags)
     return 86400.0 * days + 3600.0 * hour + 60.0 * minute + second + fraction;
 }
 
+std::optional<double> biasOf(const Tags& tags)
+{
+    for (const char* const key : {"Exif.Photo.ExposureBiasValue", "Exif.Image.ExposureBiasValue"})
+        if (const auto bias = tags.number(key); bias && std::abs(*bias) <= kLargestBias)
+            return bias;
+    return std::nullopt;
+}
+
+// 0 means a single picture.
+std::optional<int> sequenceNumberOf(const Tags& tags)
+{
+    constexpr float kLongestSequence = 1e5f;
+    const float number =
+        tags.positive({"Exif.CanonSi.Sequence", "Exif.Panasonic.SequenceNumber", "Exif.Sony1.SequenceNumber"},
+                      static_cast<double>(kLongestSequence));
+    return number > 0.0f ? std::optional(static_cast<int>(number)) : std::nullopt;
+}
+
+CaptureFacts captureFactsOf(const Tags& tags)
+{
+    CaptureFacts facts;
+    facts.seconds = captureSecondsOf(tags);
+    facts.bodySerial =
+        tags.text({"Exif.Photo.BodySerialNumber", "Exif.Canon.SerialNumber", "Exif.Nikon3.SerialNumber"});
+    if (const auto mode = tags.number("Exif.Photo.ExposureMode");
+        mode && (*mode == 0.0 || *mode == 1.0 || *mode == 2.0))
+        facts.exposureMode = static_cast<ExposureMode>(static_cast<int>(*mode));
+    facts.exposureBias = biasOf(tags);
+    facts.sequenceNumber = sequenceNumberOf(tags);
+    return facts;
+}
+
 void fillFacts(const Exiv2::ExifData& exif, BlockFacts& facts)
 {
     const Tags tags(exif);
@@ -206,11 +239,10 @@ void fillFacts(const Exiv2::ExifData& exif, BlockFacts& facts)
     record.shutterSeconds = shutterOf(tags);
     record.aperture = apertureOf(tags);
     record.isoSpeed = isoOf(tags);
-    for (const char* const key : {"Exif.Photo.ExposureBiasValue", "Exif.Image.ExposureBiasValue"})
-        if (const auto bias = tags.number(key); !facts.hasBias && bias && std::abs(*bias) <= kLargestBias) {
-            record.exposureBias = static_cast<float>(*bias);
-            facts.hasBias = true;
-        }
+    if (const auto bias = biasOf(tags)) {
+        record.exposureBias = static_cast<float>(*bias);
+        facts.hasBias = true;
+    }
     record.cameraMake = tags.text({"Exif.Image.Make"});
     record.cameraModel = tags.text({"Exif.Image.Model", "Exif.Image.UniqueCameraModel"});
     record.lensModel = tags.text({"Exif.Photo.LensModel"});
@@ -480,14 +512,21 @@ ExifDirectories directoriesOf(const std::vector<unsigned char>& block)
 
 } // namespace orvo::io
 
-std::optional<double> orvo::readCaptureTime(const std::filesystem::path& path)
+orvo::CaptureFacts orvo::readCaptureFacts(const std::filesystem::path& path)
 {
     const auto lock = io::enterExiv();
     try {
         const auto image = Exiv2::ImageFactory::open(path.string()); // narrow name
         image->readMetadata();
-        return io::captureSecondsOf(io::Tags(image->exifData()));
+        return io::captureFactsOf(io::Tags(image->exifData()));
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception&) {
-        return std::nullopt; // not a file of which Exiv2 knows the metadata
+        return {}; // not a file of which Exiv2 knows the metadata
     }
+}
+
+std::optional<double> orvo::readCaptureTime(const std::filesystem::path& path)
+{
+    return readCaptureFacts(path).seconds;
 }

@@ -29,6 +29,7 @@ enum class JobOutcome
 enum class JobStep
 {
     Check,   ///< inputs and output are checked, nothing is read in full
+    Group,   ///< pictures are sorted into groups
     Render,  ///< pictures of the demonstration are rendered
     Load,    ///< frames are read
     Ladder,  ///< frames are aligned and resampled to regular exposures
@@ -43,6 +44,7 @@ enum class JobStep
     Apply,   ///< the answer is put into the picture
     Stitch,  ///< pictures are read, registered and drawn as one
     Write,   ///< the result is written
+    Batch,   ///< several jobs run
 };
 
 /// One lower-case word for reports, such as "load".

@@ -37,7 +37,7 @@ struct PanoJobRequest : PictureJobRequest
     bool chromaticAberrations = false; ///< correct colour fringes, raw files only
 
     bool brackets = false; ///< the files are exposure brackets, each of which is merged first
-    int bracketSize = 0;   ///< frames of each, in the order given; 0: by their times and exposures
+    int bracketSize = 0;   ///< frames of each, in the order given; 0: as groupPictures() finds them
 
     std::filesystem::path video;       ///< a pan instead of files; empty: none
     std::optional<std::uint64_t> from; ///< its first frame, from 0; empty: 0

@@ -1,0 +1,19 @@
+/// How much memory jobs need.
+#pragma once
+
+#include <jobs/hdr_job.hpp>
+#include <jobs/pano_job.hpp>
+#include <jobs/stack_job.hpp>
+
+#include <cstdint>
+
+namespace orvo::jobs {
+
+/// The growth of the process in bytes at the peak of a job, by the sizes of its pictures: a linear model whose numbers
+/// were measured (docs/groups.md), rounded up. Reads the metadata of the files; one that cannot be read counts
+/// nothing, since its job fails early.
+[[nodiscard]] std::uint64_t memoryNeed(const HdrJobRequest& request);
+[[nodiscard]] std::uint64_t memoryNeed(const StackJobRequest& request);
+[[nodiscard]] std::uint64_t memoryNeed(const PanoJobRequest& request);
+
+} // namespace orvo::jobs

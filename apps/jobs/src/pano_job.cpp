@@ -50,6 +50,11 @@ std::vector<std::shared_ptr<const ImageMetadata>> checkFiles(PictureRun& run, co
     std::vector<std::shared_ptr<const ImageMetadata>> metadata;
     if (!isVideo)
         metadata = run.checkPictures(inputs);
+    constexpr int kVideoBits = 8; // frames are decoded to 8 bits
+    if (isVideo)
+        run.followDepth(kVideoBits);
+    else if (!request.brackets) // a merge has more tones than each of its frames
+        run.followDepthOf(inputs);
     run.throwIfCancelled();
     return metadata;
 }

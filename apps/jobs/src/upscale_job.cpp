@@ -113,6 +113,7 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request, ImageFi
     checkOutput(request.output, {request.source}, request);
     const auto metadata = run.checkPictures({request.source});
     checkResult(request, format, metadata.front()->size);
+    run.followDepthOf({request.source});
     run.throwIfCancelled();
     return metadata.front()->size;
 }

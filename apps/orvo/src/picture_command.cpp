@@ -124,7 +124,10 @@ void bindFormat(Options& app, jobs::PictureJobRequest& request)
     app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100 (default: 95)")
         ->type_name("N")
         ->check(between(1, 100));
-    app.add_option("--bits", request.bits, "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32")
+    app.add_option("--bits", request.bits,
+                   "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32\n"
+                   "(default: 8 for PNG and TIFF of 8-bit pictures; 16 if one of them has more or is raw, and\n"
+                   "for merged exposures; EXR 16)")
         ->type_name("N")
         ->check(between(8, 32));
 }

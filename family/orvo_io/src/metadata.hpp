@@ -21,6 +21,7 @@ struct BlockFacts
     int orientation = 1;                // EXIF, 1..8
     bool adobe = false;                 // EXIF declares Adobe RGB
     bool hasBias = false;               // record.exposureBias was in the file
+    int sampleBits = 8;                 // of the stored picture; palettes and samples of fewer bits count as 8
     std::vector<unsigned char> preview; // a JPEG, may be empty
     std::vector<unsigned char> icc;     // from readFactsOfFile() only
 };

@@ -8,6 +8,7 @@
 #include <ImfHeader.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
+#include <ImfStringAttribute.h>
 #include <half.h>
 
 #include <algorithm>
@@ -30,6 +31,8 @@ Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
     constexpr Chromaticities c = kSRGBChromaticities;
     Imf::addChromaticities(header, Imf::Chromaticities(point(c.redX, c.redY), point(c.greenX, c.greenY),
                                                        point(c.blueX, c.blueY), point(c.whiteX, c.whiteY)));
+    if (!settings.software.empty())
+        header.insert("software", Imf::StringAttribute(settings.software));
     if (settings.metadata) {
         // The format has no EXIF, only these three attributes.
         if (settings.metadata->shutterSeconds > 0.0f)

@@ -74,6 +74,8 @@ void writeWhole(const std::filesystem::path& path, const _ImageData<PixelRGB<flo
 
 } // namespace
 
+std::string writingSoftware() { return "orvo_extensions " ORVO_VERSION; }
+
 int longestSideOf(ImageFileFormat format)
 {
     constexpr int kLongestJpeg = 65500; // libjpeg's limit

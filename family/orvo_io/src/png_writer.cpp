@@ -76,17 +76,23 @@ std::string hexProfile(const std::vector<unsigned char>& bytes)
 
 void setMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<int> size)
 {
-    if (!settings.metadata || !settings.metadata->embedded)
-        return;
     constexpr std::size_t kLargestExif = 16u << 20;
-    const bool isSRGB = *settings.profile == *ColorProfileType::sRGB();
-    EmbeddedMetadata blocks = blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestExif);
+    EmbeddedMetadata blocks = blocksForWriting(settings, size, kLargestExif);
     std::string iptc = blocks.iptc.empty() ? std::string() : hexProfile(photoshopFromIptc(blocks.iptc));
     char xmpKey[] = "XML:com.adobe.xmp";
     char iptcKey[] = "Raw profile type iptc";
+    char softwareKey[] = "Software"; // one of the keywords of the format, which also programs without EXIF show
+    std::string software = settings.software;
     char nothing[] = "";
-    std::array<png_text, 2> texts = {};
+    std::array<png_text, 3> texts = {};
     int count = 0;
+    if (!software.empty()) {
+        png_text& text = texts[static_cast<std::size_t>(count++)];
+        text.compression = PNG_TEXT_COMPRESSION_NONE;
+        text.key = softwareKey;
+        text.text = software.data();
+        text.text_length = software.size();
+    }
     if (!blocks.xmp.empty()) {
         png_text& text = texts[static_cast<std::size_t>(count++)];
         text.compression = PNG_ITXT_COMPRESSION_NONE;

@@ -66,11 +66,8 @@ std::uint64_t appendDirectory(OutputFile& file, std::vector<DirectoryEntry> entr
 
 void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& settings, _Size<int> size, bool big)
 {
-    if (!settings.metadata || !settings.metadata->embedded)
-        return;
     constexpr std::size_t kLargestExif = 16u << 20;
-    const bool isSRGB = *settings.profile == *ColorProfileType::sRGB();
-    EmbeddedMetadata blocks = blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestExif);
+    EmbeddedMetadata blocks = blocksForWriting(settings, size, kLargestExif);
     const ExifDirectories directories = directoriesOf(blocks.exif);
     for (const DirectoryEntry& entry : directories.main) {
         // Tags with a text that libtiff knows; others would need a declaration.

@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <limits>
@@ -125,6 +126,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
     exif["Exif.Image.Make"] = "Maker";
     exif["Exif.Image.Model"] = "Model 7";
     exif["Exif.Image.Copyright"] = "somebody";
+    exif["Exif.Image.Software"] = "Camera Ver.1.10";
     exif["Exif.Image.Orientation"] = std::uint16_t{6};
     exif["Exif.Image.StripOffsets"] = std::uint32_t{8};
     exif["Exif.Photo.ExposureTime"] = Exiv2::URational(1, 125);
@@ -142,6 +144,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
     Exiv2::XmpData xmp;
     xmp["Xmp.dc.creator"] = "the creator";
     xmp["Xmp.tiff.Orientation"] = "6";
+    xmp["Xmp.tiff.Software"] = "Camera Ver.1.10";
     EmbeddedMetadata blocks;
     blocks.exif = blob;
     const Exiv2::DataBuf iptcBytes = Exiv2::IptcParser::encode(iptc);
@@ -173,6 +176,8 @@ TEST_F(ImageWriterTest, CarriesMetadata)
         EXPECT_EQ(seen["Exif.Image.Orientation"].toLong(), 1) << name;
         EXPECT_EQ(seen["Exif.Photo.PixelXDimension"].toLong(), 60) << name;
         EXPECT_EQ(seen["Exif.Image.Copyright"].toString(), "somebody") << name;
+        EXPECT_EQ(seen["Exif.Image.Software"].toString(), writingSoftware()) << name;
+        EXPECT_EQ(other->xmpData()["Xmp.tiff.Software"].toString(), writingSoftware()) << name;
         EXPECT_EQ(seen["Exif.GPSInfo.GPSLatitude"].toString(), "48/1 30/1 0/1") << name;
         EXPECT_EQ(Exiv2::ExifThumbC(seen).copy().size_, 0) << name;
         if (std::string(name) != "a.tif") {
@@ -190,6 +195,55 @@ TEST_F(ImageWriterTest, CarriesMetadata)
         EXPECT_EQ(again->lensModel, "Lens 50mm") << name;
         EXPECT_FALSE(again->embedded->xmp.empty()) << name;
         EXPECT_FALSE(again->embedded->iptc.empty()) << name;
+    }
+}
+
+TEST_F(ImageWriterTest, NamesTheSoftware)
+{
+    EXPECT_EQ(writingSoftware().rfind("orvo_extensions ", 0), 0u);
+    const auto softwareOf = [this](const std::string& name) {
+        const auto other = Exiv2::ImageFactory::open((folder / name).string());
+        other->readMetadata();
+        const auto found = other->exifData().findKey(Exiv2::ExifKey("Exif.Image.Software"));
+        return found == other->exifData().end() ? std::string() : found->toString();
+    };
+    const auto contains = [this](const std::string& name, const std::string& text) {
+        const Bytes bytes = readBytes(folder / name);
+        return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
+    };
+    for (const std::string name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        SCOPED_TRACE(name);
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        writeImage(folder / name, *gradient(20, 10), settings); // without metadata
+        EXPECT_TRUE(contains(name, writingSoftware()));
+        if (name != "a.exr") {
+            EXPECT_EQ(softwareOf(name), writingSoftware());
+        }
+        settings.software = "an editor 2";
+        writeImage(folder / name, *gradient(20, 10), settings);
+        EXPECT_TRUE(contains(name, "an editor 2"));
+        settings.software.clear();
+        writeImage(folder / name, *gradient(20, 10), settings);
+        EXPECT_FALSE(contains(name, "oftware"));
+    }
+}
+
+TEST_F(ImageWriterTest, SoftwareOfTheMetadataStaysWhereNoneIsGiven)
+{
+    Exiv2::ExifData exif;
+    exif["Exif.Image.Software"] = "Camera Ver.1.10";
+    EmbeddedMetadata blocks;
+    Exiv2::ExifParser::encode(blocks.exif, Exiv2::littleEndian, exif);
+    auto metadata = std::make_shared<ImageMetadata>();
+    metadata->embedded = std::make_shared<const EmbeddedMetadata>(blocks);
+    for (const std::string name : {"a.jpg", "a.png", "a.tif"}) {
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        settings.metadata = metadata;
+        settings.software.clear();
+        writeImage(folder / name, *gradient(20, 10), settings);
+        const auto other = Exiv2::ImageFactory::open((folder / name).string());
+        other->readMetadata();
+        EXPECT_EQ(other->exifData()["Exif.Image.Software"].toString(), "Camera Ver.1.10") << name;
     }
 }
 

@@ -20,6 +20,9 @@ enum class ImageFileFormat
     Exr
 };
 
+/// Name and version of this library, such as "orvo_extensions 0.1.0".
+[[nodiscard]] ORVO_EXPORT std::string writingSoftware();
+
 struct ImageWriteSettings
 {
     ImageFileFormat format = ImageFileFormat::Tiff;
@@ -32,6 +35,9 @@ struct ImageWriteSettings
     /// Written into the file (EXIF, IPTC, XMP), with orientation upright, the actual pixel size and no embedded
     /// preview. Empty: none.
     std::shared_ptr<const ImageMetadata> metadata;
+    /// The program that the file names as its writer, in place of the one in `metadata`: Software in EXIF and TIFF, the
+    /// texts of PNG, and the attributes of EXR. Empty: as in `metadata`.
+    std::string software = writingSoftware();
     /// Polled every few rows; true stops the writing, and writeImage() returns false.
     std::function<bool()> cancel;
 };

@@ -4,6 +4,7 @@
 #include "panorama/stitched_places.hpp"
 
 #include <orvo_core/parallel.hpp>
+#include <orvo_core/rgba.hpp>
 #include <orvo_extensions/panorama.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -188,11 +189,19 @@ void becomeGaps(_ImageData<float>& mask)
     });
 }
 
+// A panorama over white, and what its pictures cover of it if that was requested. Empty if there is no content.
+struct Finished
+{
+    std::shared_ptr<_ImageData<PixelRGB<float>>> picture;
+    std::shared_ptr<_ImageData<float>> coverage;
+};
+
 // Composes the content over white and crops the picture to it. Where the sphere was resampled, the rim of the content
 // is mixed with the black beside it and is removed.
-std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, const PlanePart& part, WarpType projection,
-                                                      const cv::Point& origin, double radius)
+Finished finished(const Panorama& drawn, const PlanePart& part, const PanoramaOutput& output, const cv::Point& origin,
+                  double radius)
 {
+    const WarpType projection = output.projection;
     const auto& picture = drawn.image;
     auto& gaps = *drawn.mask;
     const double unitsPerColumn = static_cast<double>(part.rect.width) / part.size.width / radius;
@@ -214,16 +223,25 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
                 return false;
         return true;
     };
+    std::shared_ptr<_ImageData<float>> coverage;
+    if (output.coverage)
+        coverage = std::make_shared<MaskImage>(picture->size());
     forEachRow(picture->height(), [&](int y) {
         PixelRGB<float>* const pixels = picture->row(y);
-        for (int x = 0; x < picture->width(); ++x)
-            if (!isContent(x, y))
+        for (int x = 0; x < picture->width(); ++x) {
+            const bool isCovered = isContent(x, y);
+            if (!isCovered)
                 pixels[x] = {1.0f, 1.0f, 1.0f};
+            if (coverage)
+                coverage->row(y)[x] = isCovered ? 1.0f : 0.0f;
+        }
     });
     const _Rect<int> content = boundsOf(picture->size(), isContent);
     if (content == _Rect<int>())
         return {};
-    return content.size() == picture->size() ? picture : picture->copy(content);
+    if (content.size() == picture->size())
+        return {picture, coverage};
+    return {picture->copy(content), coverage ? coverage->copy(content) : nullptr};
 }
 
 std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>& places, const _Size<int>& size)
@@ -239,8 +257,7 @@ std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>
 }
 
 // All content of the registered pictures; empty if cancelled, or if it is outside the projection.
-std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher,
-                                                     const RunControl& run)
+Finished drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher, const RunControl& run)
 {
     stitcher.setWarpType(warpNumberOf(output.projection));
     const double radius = static_cast<double>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
@@ -262,10 +279,16 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
         part.rect, part.size, [&run] { return run.cancelled(); }, part.size);
     if (!drawn.image || !drawn.mask || drawn.roi.empty() || run.cancelled())
         return {};
-    auto picture = finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
-    if (picture && output.maxSize > 0)
-        picture = picture->resize(scaledTo(picture->size(), output.maxSize), {}, true);
-    return picture;
+    Finished result = finished(drawn, part, output, stitcher.projectionBounds().tl(), radius);
+    if (!result.picture || output.maxSize == 0)
+        return result;
+    const _Size<int> size = scaledTo(result.picture->size(), output.maxSize);
+    result.picture = result.picture->resize(size, {}, true);
+    if (result.coverage) {
+        result.coverage = result.coverage->resize(size, {}, true);
+        removeWhite(*result.picture, *result.coverage);
+    }
+    return result;
 }
 
 // OpenCV's remapping counts the pixels of a source with 16 bits.
@@ -320,8 +343,8 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
         return result;
     result.places = placesOf(stitcher, source.files);
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
-    const auto picture = drawnAs(output, stitcher, run);
-    if (!picture) {
+    const Finished drawn = drawnAs(output, stitcher, run);
+    if (!drawn.picture) {
         details::stateFailure(
             {FailureKind::UnfittingPictures,
              {},
@@ -329,7 +352,8 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
              "spherical one covers everything"});
         return result;
     }
-    result.image = CreateOrvoImage(picture, metadataOf(result.places, picture->size()));
+    result.image = CreateOrvoImage(drawn.picture, metadataOf(result.places, drawn.picture->size()));
+    result.coverage = drawn.coverage;
     run.report(1.0f);
     return result;
 }

@@ -98,6 +98,30 @@ double meanDifference(const Picture& a, const Picture& b)
     return sum / static_cast<double>(a.pixelCount());
 }
 
+/// Compares a picture over white with the same one over black: what differs is the share that is not covered, alike in
+/// all colours. Returns how many pixels are uncovered, and how many partly.
+std::pair<int, int> uncovered(const Picture& overWhite, const Picture& overBlack)
+{
+    constexpr float kRounding = 3.0f / 65535.0f;
+    EXPECT_EQ(overWhite.size(), overBlack.size());
+    int none = 0;
+    int partly = 0;
+    int wrong = 0;
+    for (std::size_t i = 0; i < overWhite.pixelCount(); ++i) {
+        const auto& w = overWhite.data()[i];
+        const auto& b = overBlack.data()[i];
+        const float missing = w.r - b.r;
+        wrong += std::abs(w.g - b.g - missing) > kRounding || std::abs(w.b - b.b - missing) > kRounding ||
+                         missing < -kRounding
+                     ? 1
+                     : 0;
+        none += missing > 1.0f - kRounding ? 1 : 0;
+        partly += missing > kRounding && missing < 1.0f - kRounding ? 1 : 0;
+    }
+    EXPECT_EQ(wrong, 0);
+    return {none, partly};
+}
+
 // A sphere with a sea below the horizon, and a lighthouse or two: level and plumb can be seen.
 void writeSeaView(const scenes::SphereView& view, const std::filesystem::path& path)
 {
@@ -452,6 +476,47 @@ TEST_F(ComposedPanorama, TheFileIsInTheColoursOfTheStraightWay)
             best = std::min(best, sum / count);
         }
     EXPECT_LT(best, 0.01);
+}
+
+TEST_F(ComposedPanorama, TransparentWhereItWouldBeWhite)
+{
+    PanoJobRequest straight = request;
+    straight.straighten = true;
+    PanoJobRequest turned = request;
+    turned.projection = WarpType::Plane;
+    turned.turnDegrees = 5.0;
+    for (PanoJobRequest job : {request, straight, turned}) {
+        for (const int maxSize : {0, 200}) {
+            job.maxSize = maxSize;
+            job.transparent = false;
+            const auto opaque = made(job);
+            job.transparent = true;
+            const auto transparent = made(job);
+            ASSERT_TRUE(opaque && transparent);
+            const auto [none, partly] = uncovered(*opaque, *transparent);
+            EXPECT_GT(none, static_cast<int>(opaque->pixelCount() / 100));
+            if (maxSize > 0) {
+                EXPECT_GT(partly, 50) << "the rim of a reduced panorama";
+            }
+        }
+    }
+}
+
+TEST_F(ComposedPanorama, CroppedToTheContentItIsOpaque)
+{
+    request.crop = PanoCrop::Auto;
+    const auto opaque = made(request);
+    request.transparent = true;
+    const auto transparent = made(request);
+    ASSERT_TRUE(opaque && transparent);
+    EXPECT_EQ(uncovered(*opaque, *transparent), std::pair(0, 0));
+}
+
+TEST_F(ComposedPanorama, NoTransparentJpeg)
+{
+    request.transparent = true;
+    request.output = folder / "out.jpg";
+    EXPECT_THAT(failure(request, JobOutcome::Refused), AllOf(HasSubstr("out.jpg"), HasSubstr("transparency")));
 }
 
 } // namespace orvo::jobs

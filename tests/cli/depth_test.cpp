@@ -38,7 +38,8 @@ protected:
     /// The same picture in a file of 16 bits.
     [[nodiscard]] std::string deepened(const std::string& name) const
     {
-        const auto image = ImageReader::instance().open({folder / name, {}}, {}, ImageReaderOpenFlag::Bracket, {}, {}, -1);
+        const auto image =
+            ImageReader::instance().open({folder / name, {}}, {}, ImageReaderOpenFlag::Bracket, {}, {}, -1);
         ImageWriteSettings settings = writeSettingsForPath("deep.tif");
         settings.metadata = image->metadata();
         writeImage(folder / (name + ".tif"), *image->developedOriginalImageData({}), settings);

@@ -2,6 +2,7 @@
 
 #include "cut_rim.hpp"
 
+#include <orvo_core/rgba.hpp>
 #include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
@@ -122,8 +123,9 @@ class Session
 {
 public:
     template <typename Source>
-    Session(PictureRun& job, const Source& source, WarpType type, double share)
-        : run(job), composer(source), projection(type), doneFraction(share)
+    Session(PictureRun& job, const Source& source, const PanoJobRequest& request, double share)
+        : run(job), composer(source), projection(request.projection), wantsCoverage(request.transparent),
+          doneFraction(share)
     {
         composer.changeProjectionType(projection);
     }
@@ -192,8 +194,8 @@ public:
     [[nodiscard]] double focalLength();
     /// All that the projection holds, in pixels of its canvas; empty if that is nothing.
     [[nodiscard]] _Rect<int> findContent();
-    [[nodiscard]] PicturePointer whole(const _Rect<int>& content);
-    [[nodiscard]] PicturePointer inscribed(const _Rect<int>& content);
+    [[nodiscard]] ComposedPicture whole(const _Rect<int>& content);
+    [[nodiscard]] ComposedPicture inscribed(const _Rect<int>& content);
 
 private:
     template <typename Value>
@@ -257,6 +259,10 @@ private:
         return {canvas.width / 2 - reach, -canvas.height / 2 - reach, 2 * reach, 2 * reach};
     }
 
+    [[nodiscard]] ComposedPicture asItIs(const RenderedData& drawn) const
+    {
+        return {drawn.image, wantsCoverage ? drawn.mask : nullptr};
+    }
     [[nodiscard]] _Rect<int> contentIn(const _Rect<int>& part);
 
     /// Whether drawing resamples the sphere. Without a turned view the sphere itself is drawn as it is.
@@ -281,6 +287,7 @@ private:
     PictureRun& run;
     PanoramaPreviewComposer composer;
     WarpType projection;
+    bool wantsCoverage;
     double doneFraction;
     bool isTurned = false;
     std::optional<std::pair<JobStep, double>> lastReport;
@@ -385,22 +392,23 @@ int Session::rimOf(const _Rect<int>& content)
     return static_cast<int>(std::min(kWidestRim, std::ceil(kMixedPixels * stretch)));
 }
 
-PicturePointer Session::whole(const _Rect<int>& content)
+ComposedPicture Session::whole(const _Rect<int>& content)
 {
     const RenderedData drawn = finalized({{}, {{}, content}, {}});
     if (!isResampled() || !drawn.mask)
-        return drawn.image;
+        return asItIs(drawn);
     // A full turn fills the canvas but for the last columns, which resampling cannot reach.
     constexpr int kUnreached = 2;
     const bool isFullTurn = drawn.image->width() + kUnreached >= composer.getCanvasSize().width;
-    const auto cut =
-        withoutRim(*drawn.image, *drawn.mask, rimOf(content), isFullTurn ? Beside::OtherSide : Beside::Nothing);
-    if (!cut)
+    ComposedPicture cut;
+    cut.picture = withoutRim(*drawn.image, *drawn.mask, rimOf(content),
+                             isFullTurn ? Beside::OtherSide : Beside::Nothing, wantsCoverage ? &cut.coverage : nullptr);
+    if (!cut.picture)
         throwUnfitting("the panorama is too small or too ragged: all of it is within a few pixels of its rim");
     return cut;
 }
 
-PicturePointer Session::inscribed(const _Rect<int>& content)
+ComposedPicture Session::inscribed(const _Rect<int>& content)
 {
     const RenderedData data = view(content, kCropSide);
     if (!data.mask)
@@ -414,13 +422,15 @@ PicturePointer Session::inscribed(const _Rect<int>& content)
         throwUnfitting("the panorama is too small or too ragged for a rectangle to be cut out of it");
     const RenderedData drawn = finalized({cropOf(rect), {data.mask->size(), content}, {}});
     if (!isResampled() || !drawn.mask)
-        return drawn.image;
+        return asItIs(drawn);
     // A hole within the rectangle that the view does not show has a rim, too.
-    const auto cut = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent);
-    return cut ? cut : drawn.image;
+    ComposedPicture cut;
+    cut.picture = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent,
+                             wantsCoverage ? &cut.coverage : nullptr);
+    return cut.picture ? cut : asItIs(drawn);
 }
 
-PicturePointer composed(Session& session, const PanoJobRequest& request, PanoJobResult& result)
+ComposedPicture composed(Session& session, const PanoJobRequest& request, PanoJobResult& result)
 {
     auto failure = session.load();
     result.places = session.places();
@@ -441,14 +451,15 @@ PicturePointer composed(Session& session, const PanoJobRequest& request, PanoJob
         throwUnfitting(
             "the pictures fit together, but what they show lies outside of this projection; the spherical one "
             "holds everything");
-    PicturePointer picture = request.crop == PanoCrop::Auto ? session.inscribed(content) : session.whole(content);
+    ComposedPicture drawn = request.crop == PanoCrop::Auto ? session.inscribed(content) : session.whole(content);
     if (request.crop != PanoCrop::Rectangle)
-        return picture;
+        return drawn;
     const _Rect<int>& rect = request.cropRect;
-    if (intersection(rect, {0, 0, picture->width(), picture->height()}) != rect)
-        throwUnfitting("the crop does not lie inside the panorama of " + std::to_string(picture->width()) + " x " +
-                       std::to_string(picture->height()) + " pixels");
-    return picture->copy(rect);
+    const _Size<int> size = drawn.picture->size();
+    if (intersection(rect, {0, 0, size.width, size.height}) != rect)
+        throwUnfitting("the crop does not lie inside the panorama of " + std::to_string(size.width) + " x " +
+                       std::to_string(size.height) + " pixels");
+    return {drawn.picture->copy(rect), drawn.coverage ? drawn.coverage->copy(rect) : nullptr};
 }
 
 } // namespace
@@ -459,19 +470,28 @@ bool needsComposer(const PanoJobRequest& request)
            request.turnDegrees != 0.0 || request.shift != _Point<float>();
 }
 
-std::shared_ptr<const _ImageData<PixelRGB<float>>> composePanorama(PictureRun& run, const PanoJobRequest& request,
-                                                                   const AnyPanoSource& source, double doneFraction,
-                                                                   PanoJobResult& result)
+ComposedPicture composePanorama(PictureRun& run, const PanoJobRequest& request, const AnyPanoSource& source,
+                                double doneFraction, PanoJobResult& result)
 {
-    PicturePointer picture = std::visit(
+    ComposedPicture drawn = std::visit(
         [&](const auto& pictures) {
-            Session session(run, pictures, request.projection, doneFraction);
+            Session session(run, pictures, request, doneFraction);
             return composed(session, request, result);
         },
         source);
-    if (request.maxSize > 0 && std::max(picture->width(), picture->height()) > request.maxSize)
-        picture = picture->resize(scaleSizeToMax(picture->size(), request.maxSize), {}, true);
-    return picture;
+    const _Size<int> size = drawn.picture->size();
+    if (request.maxSize > 0 && std::max(size.width, size.height) > request.maxSize) {
+        const _Size<int> reduced = scaleSizeToMax(size, request.maxSize);
+        drawn.picture = drawn.picture->resize(reduced, {}, true);
+        if (drawn.coverage)
+            drawn.coverage = drawn.coverage->resize(reduced, {}, true);
+    }
+    if (drawn.coverage) {
+        auto plain = drawn.picture->copy({});
+        removeWhite(*plain, *drawn.coverage);
+        drawn.picture = plain;
+    }
+    return drawn;
 }
 
 } // namespace orvo::jobs

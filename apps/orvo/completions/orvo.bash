@@ -88,7 +88,7 @@ _orvo()
             serve) options='--help --port --address --jobs --max-body --timeout --threads --quiet --log' ;;
             pano)
                 options='--help -o --output --force --quality --bits --projection --max-size --devignette
-                    --chromatic --lens --strict --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
+                    --chromatic --lens --strict --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --transparent --crop
                     --threads --quiet --json --log'
                 ;;
             frames) options='--help --json' ;;

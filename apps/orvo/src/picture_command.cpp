@@ -126,8 +126,8 @@ void bindFormat(Options& app, jobs::PictureJobRequest& request)
         ->check(between(1, 100));
     app.add_option("--bits", request.bits,
                    "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32\n"
-                   "(default: 8 for PNG and TIFF of 8-bit pictures; 16 if one of them has more or is raw, and\n"
-                   "for merged exposures; EXR 16)")
+                   "(default: PNG and TIFF as the deepest input, but 16 for raw\n"
+                   "files and merged brackets; EXR 16)")
         ->type_name("N")
         ->check(between(8, 32));
 }

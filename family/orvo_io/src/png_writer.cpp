@@ -133,7 +133,8 @@ void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
         // Many cameras embed a copy of sRGB that libpng knows to be incorrect and refuses to write.
         png_set_option(state.png, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
         png_set_IHDR(state.png, state.info, static_cast<png_uint_32>(picture.width()),
-                     static_cast<png_uint_32>(picture.height()), settings.bits, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                     static_cast<png_uint_32>(picture.height()), settings.bits,
+                     settings.alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                      PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
         if (!icc.empty())
             png_set_iCCP(state.png, state.info, "icc", PNG_COMPRESSION_TYPE_BASE, icc.data(),
@@ -141,9 +142,10 @@ void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
     });
     setMetadata(encoder, settings, picture.size());
     encoder.guarded([&state] { png_write_info(state.png, state.info); });
-    const std::size_t pixelBytes = settings.bits == 8 ? 3 : 6;
-    const std::size_t rowBytes = pixelBytes * static_cast<std::size_t>(picture.width());
-    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run);
+    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run,
+                     settings.alpha.get());
+    const std::size_t pixelBytes = source.channels() * (settings.bits == 8 ? 1 : 2);
+    const std::size_t rowBytes = source.bytesOfRow();
     PngRows rows(rowBytes, pixelBytes, settings.bits, picture.height(), kDeflateLevel,
                  [&](std::span<const unsigned char> chunk) { encoder.writeChunk("IDAT", chunk); });
     for (int y = 0; y < picture.height(); ++y) {

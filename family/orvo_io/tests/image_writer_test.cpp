@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <tiffio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,6 +62,56 @@ TEST_F(ImageWriterTest, RoundTrips)
             EXPECT_LE(worstDifference(*read, *picture), c.tolerance) << c.name << c.bits << " " << size.width;
         }
     }
+}
+
+// The reader composites alpha over black in the encoded values, which multiplies plain colours by it; colours that the
+// format stores premultiplied in linear light are read as they are.
+TEST_F(ImageWriterTest, Alpha)
+{
+    const auto picture = gradient(70, 41);
+    auto alpha = std::make_shared<MaskImage>(picture->size());
+    auto expected = std::make_shared<Picture>(picture->size(), ColorProfileType::sRGB());
+    auto light = picture->copy({});
+    light->convertTo(ColorProfileType::linearSRGB());
+    for (int y = 0; y < 41; ++y)
+        for (int x = 0; x < 70; ++x) {
+            const float a = alpha->row(y)[x] = x < 10 ? 0.0f : x < 20 ? 1.0f : 0.02f * static_cast<float>(y);
+            const auto& p = picture->row(y)[x];
+            expected->row(y)[x] = {p.r * a, p.g * a, p.b * a};
+            auto& l = light->row(y)[x];
+            l = {l.r * a, l.g * a, l.b * a};
+        }
+    light->convertTo(ColorProfileType::sRGB());
+    struct Case
+    {
+        const char* name;
+        int bits;
+        double tolerance;
+    };
+    for (const Case& c : {Case{"a.png", 8, 1.01 / 255}, Case{"a.png", 16, 1.01 / 65535}, Case{"a.tif", 8, 1.01 / 255},
+                          Case{"a.tif", 16, 1.01 / 65535}, Case{"a.exr", 16, 1e-3}, Case{"a.exr", 32, 1e-5}}) {
+        SCOPED_TRACE(c.name + std::to_string(c.bits));
+        ImageWriteSettings settings = writeSettingsForPath(c.name);
+        settings.bits = c.bits;
+        settings.alpha = alpha;
+        ASSERT_TRUE(writeImage(folder / c.name, *picture, settings));
+        const auto read = openAsSRGB(folder / c.name);
+        ASSERT_TRUE(read);
+        EXPECT_LE(worstDifference(*read, settings.format == ImageFileFormat::Exr ? *light : *expected), c.tolerance);
+    }
+    const auto tiff = std::unique_ptr<TIFF, void (*)(TIFF*)>(TIFFOpen((folder / "a.tif").c_str(), "r"), TIFFClose);
+    std::uint16_t count = 0;
+    std::uint16_t* kinds = nullptr;
+    ASSERT_EQ(TIFFGetField(tiff.get(), TIFFTAG_EXTRASAMPLES, &count, &kinds), 1);
+    ASSERT_EQ(count, 1);
+    EXPECT_EQ(kinds[0], EXTRASAMPLE_UNASSALPHA);
+
+    ImageWriteSettings settings = writeSettingsForPath("a.jpg");
+    settings.alpha = alpha;
+    EXPECT_THROW(writeImage(folder / "a.jpg", *picture, settings), std::invalid_argument);
+    settings = writeSettingsForPath("b.png");
+    settings.alpha = std::make_shared<MaskImage>(_Size<int>(41, 70));
+    EXPECT_THROW(writeImage(folder / "b.png", *picture, settings), std::invalid_argument);
 }
 
 TEST_F(ImageWriterTest, ConvertsToTheRequestedProfileAndEmbedsIt)

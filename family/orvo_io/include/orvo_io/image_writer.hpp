@@ -32,6 +32,10 @@ struct ImageWriteSettings
     int jpegQuality = 95;
     /// Colour space of the file; empty: sRGB(). EXR is always linear light with the primaries of sRGB.
     std::shared_ptr<ColorProfile> profile;
+    /// How much of each pixel the picture covers, 0 to 1; of the picture's size. Empty: everything, and no alpha in the
+    /// file. The picture has the plain colours, not premultiplied ones. PNG and TIFF store them so (TIFF as
+    /// unassociated alpha), EXR premultiplied in linear light, as it demands. JPEG has no alpha.
+    std::shared_ptr<const _ImageData<float>> alpha;
     /// Written into the file (EXIF, IPTC, XMP), with orientation upright, the actual pixel size and no embedded
     /// preview. Empty: none.
     std::shared_ptr<const ImageMetadata> metadata;

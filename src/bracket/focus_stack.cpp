@@ -21,9 +21,10 @@ using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 class Series
 {
 public:
-    Series(const std::vector<std::filesystem::path>& paths_, const BracketSettings::FocusStacking& settings_,
+    Series(const std::vector<PictureInput>& inputs_, const BracketSettings::FocusStacking& settings_,
            const RunControl& run_)
-        : paths(paths_), settings(settings_), run(run_), frames(paths_.size()), steps(stepsOf(paths_.size(), settings_))
+        : inputs(inputs_), settings(settings_), run(run_), frames(inputs_.size()),
+          steps(stepsOf(inputs_.size(), settings_))
     {}
 
     // A copy that shares the pixels: warping replaces them, deghosting changes the series. Every step of the work takes
@@ -39,7 +40,7 @@ public:
                                     std::to_string(frames.size())});
         FocusStackerFrame& slot = frames[static_cast<std::size_t>(index)];
         if (!slot.image)
-            slot = loaded(paths[static_cast<std::size_t>(index)]);
+            slot = loaded(inputs[static_cast<std::size_t>(index)]);
         return slot;
     }
 
@@ -68,7 +69,7 @@ public:
     }
 
 private:
-    const std::vector<std::filesystem::path>& paths;
+    const std::vector<PictureInput>& inputs;
     const BracketSettings::FocusStacking& settings;
     const RunControl& run;
     std::vector<FocusStackerFrame> frames;
@@ -85,9 +86,9 @@ private:
         return loading + aligning + deghosting + count;
     }
 
-    FocusStackerFrame loaded(const std::filesystem::path& path) const
+    FocusStackerFrame loaded(const PictureInput& input) const
     {
-        auto result = loadFrame<FocusStackerFrame>(path, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
+        auto result = loadFrame<FocusStackerFrame>(input, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
                                                    settings.rawAutoCorrection.lensCorrection);
         if (result.image && hasRawMark(result)) {
             develop(result.image, result.metadata, result.rawMetadata, false);
@@ -165,14 +166,23 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>
                                         const StackerFactory& makeStacker, const std::string& caller,
                                         const RunControl& run)
 {
-    const int count = static_cast<int>(paths.size());
+    return stackFocusSeries(inputsOf(paths), settings, makeStacker, caller, run);
+}
+
+std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
+                                        const BracketSettings::FocusStacking& settings,
+                                        const StackerFactory& makeStacker, const std::string& caller,
+                                        const RunControl& run)
+{
+    const int count = static_cast<int>(inputs.size());
     const int referenceIndex = settings.adjust.enabled ? settings.adjust.referenceIndex : count / 2;
-    Series series(paths, settings, run);
+    Series series(inputs, settings, run);
     for (int index = 0; index < count; ++index) {
         if (!series.frame(index).image) {
-            std::cerr << caller << " makeFocusStack: Image "
-                      << pathText(paths[static_cast<std::size_t>(index)].filename()) << " could not be loaded"
-                      << std::endl;
+            if (!caller.empty())
+                std::cerr << caller << " makeFocusStack: Image "
+                          << pathText(inputs[static_cast<std::size_t>(index)].path().filename())
+                          << " could not be loaded" << std::endl;
             return {};
         }
     }

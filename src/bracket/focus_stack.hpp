@@ -4,6 +4,7 @@
 #include <orvo_common/run_control.hpp>
 #include <orvo_core/image.hpp>
 #include <orvo_extensions/bracket.hpp>
+#include <orvo_extensions/picture_input.hpp>
 #include <orvo_image_processing/focus_stacking.hpp>
 
 #include <filesystem>
@@ -17,10 +18,15 @@ namespace orvo {
 /// Creates the stacker for frames of a width and height.
 using StackerFactory = std::function<std::unique_ptr<grfx::IFocusStacking<PixelRGB<float>>>(int width, int height)>;
 
-/// Loads the frames, feeds the stacker, finishes and crops its result. If a file cannot be opened, writes a line that
-/// starts with `caller` to standard error and returns an empty pointer; all other failures throw, a cancel too. Peak:
-/// all frames, and either a warped frame (during warping, also its copy for OpenCV) and the memory of the stacker, or
-/// the result and its crop.
+/// Loads the frames, feeds the stacker, finishes and crops its result. If a picture cannot be read, writes a line that
+/// starts with `caller` to standard error, unless that is empty, and returns an empty pointer; all other failures
+/// throw, a cancel too. Peak: all frames, and either a warped frame (during warping, also its copy for OpenCV) and the
+/// memory of the stacker, or the result and its crop.
+[[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
+                                                      const BracketSettings::FocusStacking& settings,
+                                                      const StackerFactory& makeStacker, const std::string& caller,
+                                                      const RunControl& run = RunControl::none());
+/// The same for files.
 [[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
                                                       const BracketSettings::FocusStacking& settings,
                                                       const StackerFactory& makeStacker, const std::string& caller,

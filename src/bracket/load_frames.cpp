@@ -13,14 +13,14 @@ namespace orvo {
 namespace {
 
 template <typename Frame>
-std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
+std::vector<Frame> loadInOrder(const std::vector<PictureInput>& inputs, int flags, bool lensCorrection,
                                const RunControl& run)
 {
     std::vector<Frame> frames;
-    for (const auto& path : paths) {
+    for (const PictureInput& input : inputs) {
         if (run.cancelled())
             return {};
-        Frame frame = loadFrame<Frame>(path, flags, {}, lensCorrection);
+        Frame frame = loadFrame<Frame>(input, flags, {}, lensCorrection);
         if (frame.image)
             frames.push_back(std::move(frame));
     }
@@ -28,35 +28,35 @@ std::vector<Frame> loadInOrder(const std::vector<std::filesystem::path>& paths, 
 }
 
 template <typename Frame>
-std::vector<Frame> loadInParallel(const std::vector<std::filesystem::path>& paths, int flags, bool lensCorrection,
+std::vector<Frame> loadInParallel(const std::vector<PictureInput>& inputs, int flags, bool lensCorrection,
                                   const RunControl& run)
 {
-    std::vector<Frame> frames(paths.size());
+    std::vector<Frame> frames(inputs.size());
     const auto loadOne = [&](std::size_t i) {
         if (run.cancelled())
             return;
-        Frame frame = loadFrame<Frame>(paths[i], flags, {}, lensCorrection);
+        Frame frame = loadFrame<Frame>(inputs[i], flags, {}, lensCorrection);
         if (frame.image)
             frames[i] = std::move(frame);
     };
-    forEachItem(paths.size(), loadOne);
+    forEachItem(inputs.size(), loadOne);
     if (run.cancelled())
         return {};
     return frames;
 }
 
 template <typename Frame>
-std::vector<Frame> loadAll(const std::vector<std::filesystem::path>& paths, ImageReaderOpenFlag flags, bool sequential,
+std::vector<Frame> loadAll(const std::vector<PictureInput>& inputs, ImageReaderOpenFlag flags, bool sequential,
                            bool lensCorrection, int referenceIndex, const RunControl& run)
 {
     const int flagBits = static_cast<int>(flags);
-    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(paths, flagBits, lensCorrection, run)
-                                           : loadInParallel<Frame>(paths, flagBits, lensCorrection, run);
+    std::vector<Frame> frames = sequential ? loadInOrder<Frame>(inputs, flagBits, lensCorrection, run)
+                                           : loadInParallel<Frame>(inputs, flagBits, lensCorrection, run);
     if (run.wasCancelled())
         details::stateFailure(cancelledFailure());
-    // The index counts paths; if files dropped out of a raw series it may exceed the number of frames.
-    const bool isPath = referenceIndex >= 0 && static_cast<std::size_t>(referenceIndex) < paths.size();
-    if (isPath && static_cast<std::size_t>(referenceIndex) < frames.size())
+    // The index counts inputs; if files dropped out of a raw series it may exceed the number of frames.
+    const bool isInput = referenceIndex >= 0 && static_cast<std::size_t>(referenceIndex) < inputs.size();
+    if (isInput && static_cast<std::size_t>(referenceIndex) < frames.size())
         frames[static_cast<std::size_t>(referenceIndex)].isGhostReference = true;
     return frames;
 }
@@ -64,10 +64,11 @@ std::vector<Frame> loadAll(const std::vector<std::filesystem::path>& paths, Imag
 } // namespace
 
 template <typename Frame>
-Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, bool lensCorrection)
+Frame loadFrame(const PictureInput& input, int flags, _Size<int> size, bool lensCorrection)
 {
-    const auto image = ImageReader::instance().open({path, {}}, {}, static_cast<ImageReaderOpenFlag>(flags), nullptr,
-                                                    std::string(), -1);
+    const auto& path = input.path();
+    const auto image = ImageReader::instance().open(
+        {path, {}, input.memory()}, {}, static_cast<ImageReaderOpenFlag>(flags), nullptr, std::string(), -1);
     if (!image) {
         LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << wideFromPath(path));
         details::stateLastFailure({FailureKind::UnreadableFile, path, "the picture cannot be read"});
@@ -83,27 +84,39 @@ Frame loadFrame(const std::filesystem::path& path, int flags, _Size<int> size, b
     return frame;
 }
 
-template HDRFrame loadFrame(const std::filesystem::path&, int, _Size<int>, bool);
-template FocusStackerFrame loadFrame(const std::filesystem::path&, int, _Size<int>, bool);
+template HDRFrame loadFrame(const PictureInput&, int, _Size<int>, bool);
+template FocusStackerFrame loadFrame(const PictureInput&, int, _Size<int>, bool);
+
+std::vector<HDRFrame> loadInputs(const std::vector<PictureInput>& inputs, const HDRSettings& settings,
+                                 ImageReaderOpenFlag flags, bool sequential, const RunControl& run)
+{
+    return loadAll<HDRFrame>(inputs, flags, sequential, settings.lensCorrection, settings.ghostRefImageIdx, run);
+}
 
 std::vector<HDRFrame> loadFrames(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings,
                                  ImageReaderOpenFlag flags, bool sequential)
 {
-    return loadAll<HDRFrame>(paths, flags, sequential, settings.lensCorrection, settings.ghostRefImageIdx,
-                             RunControl([&] { return settings.canceled(); }));
+    return loadInputs(inputsOf(paths), settings, flags, sequential, RunControl([&] { return settings.canceled(); }));
 }
 
 std::vector<FocusStackerFrame> loadFrames(const std::vector<std::filesystem::path>& paths,
                                           const BracketSettings::FocusStacking& settings, ImageReaderOpenFlag flags,
                                           bool sequential)
 {
-    return loadAll<FocusStackerFrame>(paths, flags, sequential, settings.rawAutoCorrection.lensCorrection,
+    return loadAll<FocusStackerFrame>(inputsOf(paths), flags, sequential, settings.rawAutoCorrection.lensCorrection,
                                       settings.ghostReduction.referenceIndex, RunControl());
 }
 
 bool areAllRaw(const std::vector<std::filesystem::path>& paths)
 {
     return std::all_of(paths.begin(), paths.end(), [](const auto& path) { return isRawImageFile(path); });
+}
+
+bool areAllRawFiles(const std::vector<PictureInput>& inputs)
+{
+    return std::all_of(inputs.begin(), inputs.end(), [](const PictureInput& input) {
+        return input.memory() == nullptr && isRawImageFile(input.path());
+    });
 }
 
 void develop(std::shared_ptr<_ImageData<PixelRGB<float>>>& image, const std::shared_ptr<const ImageMetadata>& metadata,

@@ -220,13 +220,13 @@ void restoreExposure(const Picture& middleRung, Picture& result, HighlightHue hu
     RungCurve({data.expV, data.expR, data.expM}, hue).applyInPlace(result.data(), result.pixelCount());
 }
 
-std::string summaryOf(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings)
+std::string summaryOf(const std::vector<PictureInput>& inputs, const HDRSettings& settings)
 {
     const auto boolText = [](bool value) { return value ? "true" : "false"; };
     std::ostringstream text;
     text << "HDR was created for settings:\n";
-    for (const auto& path : paths)
-        text << ws2s(wideFromPath(path)) << "\n";
+    for (const PictureInput& input : inputs)
+        text << ws2s(wideFromPath(input.path())) << "\n";
     text << "alingment...................." << boolText(settings.alignment) << "\n"
          << "chromaticAberrations.." << boolText(settings.chromaticAberrations) << "\n"
          << "ghostReduction..........." << boolText(settings.ghostReduction) << "\n"
@@ -257,7 +257,7 @@ void finishRaw(HDRFrame& middle, std::shared_ptr<Picture>& result, std::shared_p
     }
 }
 
-Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vector<std::filesystem::path>& paths,
+Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vector<PictureInput>& inputs,
               const HDRSettings& settings)
 {
     std::shared_ptr<Picture> linear = middle.image;
@@ -273,7 +273,7 @@ Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vect
     if (settings.details > 0.0f)
         applyDetails(result->data(), result->width(), result->height(), settings.details);
     if (orvosettings().get<bool>("DebugDrawer.enable", false))
-        DebugDrawer::draw(result, summaryOf(paths, settings), _Point<int>(0, result->height() / 2));
+        DebugDrawer::draw(result, summaryOf(inputs, settings), _Point<int>(0, result->height() / 2));
     return {CreateOrvoImage(result, metadata), linear};
 }
 
@@ -282,22 +282,30 @@ Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vect
 Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> /*size*/,
                  std::function<void(HDRMergingPhaseName)> onPhase)
 {
+    return mergeBracket(inputsOf(paths), settings, std::move(onPhase), RunControl([&] { return settings.canceled(); }),
+                        functionSignature() + " make_EFLL: not all images were loaded");
+}
+
+Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& settings,
+                    std::function<void(HDRMergingPhaseName)> onPhase, const RunControl& run,
+                    const std::string& complaint)
+{
     if (!onPhase)
         onPhase = logPhase;
-    if (paths.empty()) {
+    if (inputs.empty()) {
         details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
         return {};
     }
-    const RunControl run([&settings] { return settings.canceled(); });
-    Phases phases(onPhase, paths.size() == 1);
-    phases.report(static_cast<int>(paths.size() == 1 ? HDRMergingPhaseName::SingleFrameStarted
-                                                     : HDRMergingPhaseName::BracketStarted));
+    Phases phases(onPhase, inputs.size() == 1);
+    phases.report(static_cast<int>(inputs.size() == 1 ? HDRMergingPhaseName::SingleFrameStarted
+                                                      : HDRMergingPhaseName::BracketStarted));
 
-    const bool allRaw = areAllRaw(paths);
-    std::vector<HDRFrame> frames = loadFrames(paths, settings, ImageReaderOpenFlag::Bracket, allRaw);
+    const bool allRaw = areAllRawFiles(inputs);
+    std::vector<HDRFrame> frames = loadInputs(inputs, settings, ImageReaderOpenFlag::Bracket, allRaw, run);
     // A cancelled load returns no frames, so it ends here too. The loader has stated the failure.
-    if (frames.size() != paths.size()) {
-        std::cerr << functionSignature() << " make_EFLL: not all images were loaded" << std::endl;
+    if (frames.size() != inputs.size()) {
+        if (!complaint.empty())
+            std::cerr << complaint << std::endl;
         return {};
     }
     requireAllLoaded(frames);
@@ -310,7 +318,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     requireSizeOfFirst(frames);
     // The correction of chromatic aberration needs unwarped raw frames, so warping comes after it.
     const bool alignsLate = allRaw && settings.chromaticAberrations;
-    if (settings.alignment && paths.size() > 1 && !alignsLate)
+    if (settings.alignment && inputs.size() > 1 && !alignsLate)
         alignFrames(frames, static_cast<int>(frames.size() / 2), true, settings.alignmentQuality, run);
     if (run.cancelled())
         return stopped();
@@ -323,8 +331,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     std::vector<float> shifts;
     int ghostIndex = -1;
     if (single || frames.size() > kMostResampledFrames) {
-        float unused = 0.0f;
-        std::tie(ladder, ghostIndex) = resampleFrames(frames, settings, unused);
+        std::tie(ladder, ghostIndex) = resampleFrames(frames, settings, run);
     } else {
         PlannedLadder plan = planRungs(frames, settings);
         ladder = std::move(plan.rungs);
@@ -370,7 +377,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
         restoreExposure(*middleRung, *result, settings.highlightHue);
     else
         phases.normalized();
-    return finish(frames[mid], std::move(result), paths, settings);
+    return finish(frames[mid], std::move(result), inputs, settings);
 }
 
 } // namespace orvo

@@ -151,11 +151,16 @@ void shiftRung(HDRFrame& rung, float shift, const HDRSettings& settings)
 std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,
                                                       float& /*unused*/)
 {
+    return resampleFrames(frames, settings, RunControl([&settings] { return settings.canceled(); }));
+}
+
+std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames, const HDRSettings& settings,
+                                                      const RunControl& run)
+{
     if (frames.size() > kMostResampledFrames)
         return {framesAsLadder(frames, settings.chromaticAberrations),
                 settings.ghostReduction ? getGhostReductionIndex(frames) : -1};
 
-    const RunControl run([&settings] { return settings.canceled(); });
     PlannedLadder plan = planRungs(frames, settings);
     if (frames.size() == 1 && settings.highlightHue == HighlightHue::Kept && !hasRawMark(frames[0]))
         recoverHighlights(plan);

@@ -4,6 +4,7 @@
 #include "bracket/frames.hpp"
 #include "bracket/rung_pixels.hpp"
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_extensions/hdr.hpp>
 
 #include <tuple>
@@ -42,5 +43,8 @@ void shiftRung(HDRFrame& rung, float shift, const HDRSettings& settings);
 /// std::runtime_error. Peak: the frames and one picture for each rung.
 [[nodiscard]] std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames,
                                                                     const HDRSettings& settings, float& unused);
+/// The same, cancelled by `run`.
+[[nodiscard]] std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& frames,
+                                                                    const HDRSettings& settings, const RunControl& run);
 
 } // namespace orvo

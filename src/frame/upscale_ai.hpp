@@ -1,6 +1,7 @@
 /// The steps of an upscaling.
 #pragma once
 
+#include <orvo_common/run_control.hpp>
 #include <orvo_extensions/upscale.hpp>
 
 #include <functional>
@@ -16,8 +17,8 @@ struct UpscaleSteps
         upscale;
     std::function<PicturePointer(const PicturePointer&)> sharpenFaces;
 
-    /// The library's functions: upscaleX(), and DeblurAIEffect::deblurFaces() with a new id.
-    [[nodiscard]] static UpscaleSteps ofTheLibrary();
+    /// The library's functions: upscaleX(), and DeblurAIEffect::deblurFaces() with a new id. `run` must outlive them.
+    [[nodiscard]] static UpscaleSteps ofTheLibrary(const RunControl& run = RunControl::none());
 };
 
 /// upscaleAI() with these steps.

@@ -9,6 +9,10 @@ PanoramaStitcher::PanoramaStitcher(const PanoSource& panoSource)
     : source(std::in_place_index<0>, panoSource), useDevignette(panoSource.settings.devignette)
 {}
 
+PanoramaStitcher::PanoramaStitcher(std::vector<PictureInput> pictures, const PanoramaStitchingSettings& settings)
+    : source(std::in_place_index<0>, std::move(pictures), settings), useDevignette(settings.devignette)
+{}
+
 PanoramaStitcher::PanoramaStitcher(const PanoSourceHDR& panoSource) : source(std::in_place_index<1>, panoSource) {}
 
 PanoramaStitcher::PanoramaStitcher(const PanoSourceVideo& panoSource) : source(std::in_place_index<2>, panoSource) {}

@@ -63,6 +63,8 @@ public:
     static constexpr int kLongestSide = kLongestPanoramaSide;
 
     explicit PanoramaStitcher(const PanoSource& panoSource);
+    /// Files and pictures in memory; writes nothing to standard error.
+    PanoramaStitcher(std::vector<PictureInput> pictures, const PanoramaStitchingSettings& settings);
     explicit PanoramaStitcher(const PanoSourceHDR& panoSource);
     explicit PanoramaStitcher(const PanoSourceVideo& panoSource);
 

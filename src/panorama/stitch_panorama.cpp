@@ -1,4 +1,5 @@
 #include "frame/call_frame.hpp"
+#include "frame/performed.hpp"
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/projections.hpp"
 #include "panorama/stitched_places.hpp"
@@ -244,11 +245,19 @@ Finished finished(const Panorama& drawn, const PlanePart& part, const PanoramaOu
     return {picture->copy(content), coverage ? coverage->copy(content) : nullptr};
 }
 
-std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PanoramaPlace>& places, const _Size<int>& size)
+std::shared_ptr<const ImageMetadata> metadataOf(const PictureInput& input)
+{
+    return input.memory() != nullptr ? ImageReader::readMetadata(*input.memory())
+                                     : ImageReader::readMetadata(input.path());
+}
+
+// Of the first placed picture, for a panorama of `size`. `places` are at the indices of the pictures.
+std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PictureInput>& pictures,
+                                                const std::vector<PanoramaPlace>& places, const _Size<int>& size)
 {
     const auto first = std::find_if(places.begin(), places.end(), [](const auto& place) { return place.placed; });
     auto metadata = std::make_shared<ImageMetadata>();
-    if (const auto known = ImageReader::readMetadata(first->path))
+    if (const auto known = metadataOf(pictures[static_cast<std::size_t>(first - places.begin())]))
         *metadata = *known;
     metadata->size = size;
     metadata->isRaw = false;
@@ -292,13 +301,13 @@ Finished drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher, const
 }
 
 // OpenCV's remapping counts the pixels of a source with 16 bits.
-void requireSidesThatCanBeDrawn(const std::vector<std::filesystem::path>& files)
+void requireSidesThatCanBeDrawn(const std::vector<PictureInput>& pictures)
 {
     constexpr int kLongestSource = 32766; // pixels
-    for (const auto& file : files) {
-        const auto metadata = ImageReader::readMetadata(file);
+    for (const PictureInput& input : pictures) {
+        const auto metadata = metadataOf(input);
         if (metadata && std::max(metadata->size.width, metadata->size.height) > kLongestSource)
-            throw FailureError({FailureKind::UnfittingPictures, file,
+            throw FailureError({FailureKind::UnfittingPictures, input.path(),
                                 "the picture has " + std::to_string(metadata->size.width) + " x " +
                                     std::to_string(metadata->size.height) + " pixels, a panorama takes at most " +
                                     std::to_string(kLongestSource) + " a side"});
@@ -322,26 +331,35 @@ bool registerPictures(PanoramaStitcher& stitcher, const RunControl& run)
            (stitcher.hasContradictions() && stitcher.registerWithoutContradictions(cancel));
 }
 
-StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output, const RunControl& run)
+// The pictures of a panorama, and the engine that reads them.
+struct StitchingJob
 {
-    StitchedPanorama result;
+    std::vector<PictureInput> pictures;
+    PanoramaStitcher stitcher;
+};
+
+void stitch(StitchingJob& job, const PanoramaOutput& output, const RunControl& run, StitchedPanorama& result)
+{
     result.projection = output.projection;
-    if (source.files.empty()) {
+    if (job.pictures.empty()) {
         details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
-        return result;
+        return;
     }
 
-    for (const auto& file : source.files)
-        result.places.push_back({file, false, {}});
-    requireSidesThatCanBeDrawn(source.files);
-    PanoramaStitcher stitcher(source);
+    std::vector<std::filesystem::path> names;
+    for (const PictureInput& input : job.pictures)
+        names.push_back(input.path());
+    for (const auto& name : names)
+        result.places.push_back({name, false, {}});
+    requireSidesThatCanBeDrawn(job.pictures);
+    PanoramaStitcher& stitcher = job.stitcher;
     stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
     stitcher.setWorkCallback([&](float share) { run.report(kLoaded + (kRegistered - kLoaded) * share); });
     const bool registered = registerPictures(stitcher, run);
     result.isRead = stitcher.getStatus() != 0;
     if (!registered || run.cancelled())
-        return result;
-    result.places = placesOf(stitcher, source.files);
+        return;
+    result.places = placesOf(stitcher, names);
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
     const Finished drawn = drawnAs(output, stitcher, run);
     if (!drawn.picture) {
@@ -350,12 +368,12 @@ StitchedPanorama stitched(const PanoSource& source, const PanoramaOutput& output
              {},
              "the pictures fit together, but their content is outside the range of this projection; the "
              "spherical one covers everything"});
-        return result;
+        return;
     }
-    result.image = CreateOrvoImage(drawn.picture, metadataOf(result.places, drawn.picture->size()));
+    result.image =
+        CreateOrvoImage(drawn.picture, metadataOf(job.pictures, result.places, drawn.picture->size()));
     result.coverage = drawn.coverage;
     run.report(1.0f);
-    return result;
 }
 
 } // namespace
@@ -372,7 +390,31 @@ StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& 
                              if (progress)
                                  progress(reported);
                          });
-    return runInCallFrame("stitchPanorama", run, [&] { return stitched(source, output, run); });
+    return runInCallFrame("stitchPanorama", run, [&] {
+        StitchedPanorama result;
+        StitchingJob job{inputsOf(source.files), PanoramaStitcher(source)};
+        stitch(job, output, run, result);
+        return result;
+    });
+}
+
+PanoramaResult perform(const PanoramaRequest& request)
+{
+    return details::performed<PanoramaResult>(
+        "stitchPanorama", request, [&](const RunControl& run, PanoramaResult& result) {
+            StitchedPanorama panorama;
+            StitchingJob job{request.pictures, PanoramaStitcher(request.pictures, request.settings)};
+            try {
+                stitch(job, request.output, run, panorama);
+            } catch (...) {
+                result.places = std::move(panorama.places);
+                throw;
+            }
+            result.image = std::move(panorama.image);
+            result.projection = panorama.projection;
+            result.focalLength = panorama.focalLength;
+            result.places = std::move(panorama.places);
+        });
 }
 
 } // namespace orvo

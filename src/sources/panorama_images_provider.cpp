@@ -41,6 +41,18 @@ void developForPanorama(std::shared_ptr<_ImageData<PixelRGB<float>>>& image,
     LensCorrectionUnit::applyAndDismissRawCA(image, metadata, additional, chromatic);
 }
 
+// Pictures in memory are not raw, and then there is nothing to equalise.
+SourceMedians mediansOf(const std::vector<PictureInput>& inputs)
+{
+    std::vector<std::filesystem::path> files;
+    for (const PictureInput& input : inputs) {
+        if (input.memory() != nullptr)
+            return {};
+        files.push_back(input.path());
+    }
+    return computeSourceMedians(files);
+}
+
 } // namespace
 
 SourceMedians computeSourceMedians(const std::vector<std::filesystem::path>& files)
@@ -67,9 +79,9 @@ SourceMedians computeSourceMedians(const std::vector<std::filesystem::path>& fil
     return {exposures[static_cast<std::size_t>(middle)], balance.temperature, balance.tint, balance.known};
 }
 
-cv::Mat loadPanoramaFrame(const std::filesystem::path& path, const LensFlags& lensFlags, const SourceMedians& medians)
+cv::Mat loadPanoramaFrame(const PictureInput& input, const LensFlags& lensFlags, const SourceMedians& medians)
 {
-    auto frame = loadFrame<FocusStackerFrame>(path, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
+    auto frame = loadFrame<FocusStackerFrame>(input, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
                                               lensFlags.autoLensCorrection);
     if (!frame.image)
         return {};
@@ -87,9 +99,17 @@ cv::Mat loadPanoramaFrame(const std::filesystem::path& path, const LensFlags& le
 }
 
 PanoramaImagesProvider::PanoramaImagesProvider(const PanoSource& source)
-    : PanoramaProvider(source.settings), files(source.files)
+    : PanoramaImagesProvider(inputsOf(source.files), source.settings)
 {
-    std::sort(files.begin(), files.end());
+    reportsOnStandardError = true;
+}
+
+PanoramaImagesProvider::PanoramaImagesProvider(std::vector<PictureInput> pictures,
+                                               const PanoramaStitchingSettings& settings)
+    : PanoramaProvider(settings), inputs(std::move(pictures)), reportsOnStandardError(false)
+{
+    std::stable_sort(inputs.begin(), inputs.end(),
+                     [](const PictureInput& a, const PictureInput& b) { return a.path() < b.path(); });
 }
 
 std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled)
@@ -97,13 +117,15 @@ std::vector<cv::Mat> PanoramaImagesProvider::load(std::function<bool()> canceled
     const std::string signature = functionSignature();
     const RunControl run(requiredCancel(std::move(canceled)), progress);
     images.clear();
-    images.resize(files.size());
-    const SourceMedians medians = computeSourceMedians(files);
-    const float perFile = 1.0f / static_cast<float>(files.size());
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        cv::Mat image = loadPanoramaFrame(files[i], lensFlags, medians);
+    images.resize(inputs.size());
+    const SourceMedians medians = mediansOf(inputs);
+    const float perFile = 1.0f / static_cast<float>(inputs.size());
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        cv::Mat image = loadPanoramaFrame(inputs[i], lensFlags, medians);
         if (image.empty()) {
-            std::cerr << signature << " Image " << pathText(files[i]) << " could not be loaded" << std::endl;
+            if (reportsOnStandardError)
+                std::cerr << signature << " Image " << pathText(inputs[i].path()) << " could not be loaded"
+                          << std::endl;
             return {};
         }
         images[i] = std::move(image);

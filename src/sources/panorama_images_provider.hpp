@@ -3,6 +3,8 @@
 
 #include "sources/panorama_provider.hpp"
 
+#include <orvo_extensions/picture_input.hpp>
+
 #include <filesystem>
 #include <functional>
 #include <vector>
@@ -22,22 +24,26 @@ struct SourceMedians
 /// is no white balance.
 [[nodiscard]] SourceMedians computeSourceMedians(const std::vector<std::filesystem::path>& files);
 
-/// Loads one file as a working matrix; a raw file is developed, with the median white balance if there is one. Empty if
-/// it cannot be opened.
-[[nodiscard]] cv::Mat loadPanoramaFrame(const std::filesystem::path& path, const LensFlags& lensFlags,
+/// Loads one picture as a working matrix; a raw file is developed, with the median white balance if there is one. Empty
+/// if it cannot be opened.
+[[nodiscard]] cv::Mat loadPanoramaFrame(const PictureInput& input, const LensFlags& lensFlags,
                                         const SourceMedians& medians);
 
-/// The files sorted by path. Read one after the other, to limit memory. Peak: all matrices, and one picture of floats.
+/// The pictures sorted by path. Read one after the other, to limit memory. Peak: all matrices, and one picture of
+/// floats.
 class PanoramaImagesProvider : public PanoramaProvider
 {
 public:
     explicit PanoramaImagesProvider(const PanoSource& source);
+    /// Any inputs; writes nothing to standard error.
+    PanoramaImagesProvider(std::vector<PictureInput> pictures, const PanoramaStitchingSettings& settings);
 
     /// A file that cannot be read is reported on standard error and gives an empty list. Exceptions reach the caller.
     std::vector<cv::Mat> load(std::function<bool()> canceled);
 
 private:
-    std::vector<std::filesystem::path> files;
+    std::vector<PictureInput> inputs;
+    bool reportsOnStandardError;
 };
 
 } // namespace orvo

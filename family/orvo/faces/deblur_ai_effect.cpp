@@ -317,4 +317,10 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
     return details::sharpenedFaces(id, image, amount, profiles, features, RunControl(cancel));
 }
 
+std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
+                                                     float amount, bool profiles, bool features, const RunControl& run)
+{
+    return details::sharpenedFaces(id, image, amount, profiles, features, run);
+}
+
 } // namespace orvo

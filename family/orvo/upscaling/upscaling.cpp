@@ -249,8 +249,14 @@ std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, c
                                   const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
                                   const mlCacheInfo& cacheInfo)
 {
+    return upscaleX(image, settings, mask, RunControl(cancel), cacheInfo);
+}
+
+std::shared_ptr<Picture> upscaleX(const std::shared_ptr<const Picture>& image, const UpscaleAISettings& settings,
+                                  const std::shared_ptr<const _ImageData<float>>& mask, const RunControl& run,
+                                  const mlCacheInfo& cacheInfo)
+{
     return orRefusal(std::shared_ptr<Picture>(), [&] {
-        const RunControl run(cancel);
         check(image.get(), settings, mask.get());
         const auto network = settings.builtIn ? std::nullopt : ConfiguredNetwork::find();
         const bool keep = !cacheInfo.key.empty() && cacheInfo.size == image->size() && !mask;

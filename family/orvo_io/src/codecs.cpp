@@ -6,18 +6,32 @@
 
 namespace orvo::io {
 
-void checkExtent(const SourceFile& file, const ReadJob& job, std::int64_t width, std::int64_t height,
-                 std::int64_t leastBytes)
+namespace {
+
+std::string sizeText(std::int64_t width, std::int64_t height)
+{
+    return std::to_string(width) + " x " + std::to_string(height);
+}
+
+} // namespace
+
+void checkSize(const ReadJob& job, std::int64_t width, std::int64_t height)
 {
     constexpr std::int64_t kLongestSide = 1 << 24; // pixels; products of two fit easily in 64 bits
-    const std::string size = std::to_string(width) + " x " + std::to_string(height);
+    const std::string size = sizeText(width, height);
     if (width < 1 || height < 1)
         throw ReadFailure("expected a picture, found one of " + size + " pixels");
     if (width > kLongestSide || height > kLongestSide || width * height > job.maxPixels)
         throw ReadFailure("the picture of " + size + " pixels is larger than the limit of " +
                           std::to_string(job.maxPixels) + " pixels");
+}
+
+void checkExtent(const SourceFile& file, const ReadJob& job, std::int64_t width, std::int64_t height,
+                 std::int64_t leastBytes)
+{
+    checkSize(job, width, height);
     if (job.depth != ReadDepth::Facts && leastBytes > file.size())
-        throw ReadFailure("the file announces a picture of " + size + " pixels but has only " +
+        throw ReadFailure("the file announces a picture of " + sizeText(width, height) + " pixels but has only " +
                           std::to_string(file.size()) + " bytes, expected at least " + std::to_string(leastBytes));
 }
 

@@ -60,8 +60,12 @@ struct ReadAnswer
 [[nodiscard]] ReadAnswer readExr(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readHeif(const SourceFile& file, const ReadJob& job);
 [[nodiscard]] ReadAnswer readRaw(const SourceFile& file, const ReadJob& job);
+[[nodiscard]] ReadAnswer readMemory(const MemoryPicture& picture, const ReadJob& job);
 // Whether LibRaw recognises the file as raw.
 [[nodiscard]] bool librawKnows(const std::filesystem::path& path);
+
+// Throws ReadFailure if the picture is empty or larger than the job allows.
+void checkSize(const ReadJob& job, std::int64_t width, std::int64_t height);
 
 // Throws ReadFailure if the picture is empty, larger than the job allows, or larger than a file of at least
 // `leastBytes` could contain (0: unknown).

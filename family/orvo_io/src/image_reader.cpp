@@ -223,7 +223,6 @@ std::shared_ptr<Image> ImageReader::open(const ImageReadRequest& request, const 
                                          const std::string&, int index)
 {
     return guarded(request.path, [&]() -> std::shared_ptr<Image> {
-        const SourceFile file(request.path);
         ReadJob job;
         job.flags = flags;
         job.target = options.profile;
@@ -231,7 +230,8 @@ std::shared_ptr<Image> ImageReader::open(const ImageReadRequest& request, const 
         job.known = known;
         job.part = request.part;
         job.index = index;
-        ReadAnswer answer = readAny(file, job);
+        ReadAnswer answer =
+            request.memory != nullptr ? io::readMemory(*request.memory, job) : readAny(SourceFile(request.path), job);
         if (!answer.cutOff.empty())
             warn(request.path, answer.cutOff);
         // Brightness is measured unless time, aperture and sensitivity are all known; see readMetadata().
@@ -260,6 +260,23 @@ std::shared_ptr<const ImageMetadata> ImageReader::readMetadata(const std::filesy
             }
         }
         return std::make_shared<const ImageMetadata>(std::move(facts.record));
+    });
+}
+
+std::shared_ptr<const ImageMetadata> ImageReader::readMetadata(const MemoryPicture& picture)
+{
+    return guarded(picture.name, [&]() -> std::shared_ptr<const ImageMetadata> {
+        ReadJob job;
+        job.depth = ReadDepth::Facts;
+        job.maxPixels = kUsualMaxPixels;
+        ImageMetadata record = io::readMemory(picture, job).facts.record;
+        if (!record.hasExposure()) {
+            job.depth = ReadDepth::Reduced;
+            job.side = kMeasuredSide;
+            job.target = ColorProfileType::sRGB();
+            record.exposureOffset = measuredOffset(*io::readMemory(picture, job).picture);
+        }
+        return std::make_shared<const ImageMetadata>(std::move(record));
     });
 }
 

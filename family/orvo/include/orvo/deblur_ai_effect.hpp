@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 #include <orvo_extensions/document/effect.hpp>
 
@@ -71,6 +72,10 @@ public:
     [[nodiscard]] static std::shared_ptr<_ImageData<PixelRGB<float>>>
     deblurFaces(const std::string& id, const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, float amount,
                 bool profiles, bool features, const std::atomic<bool>* cancel);
+    /// The same, with any source of cancel, which is polled on the calling thread.
+    [[nodiscard]] static std::shared_ptr<_ImageData<PixelRGB<float>>>
+    deblurFaces(const std::string& id, const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, float amount,
+                bool profiles, bool features, const RunControl& run);
 
 protected:
     [[nodiscard]] const std::vector<std::string> amountParameters() const override;

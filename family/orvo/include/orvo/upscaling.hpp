@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/image_data.hpp>
 
 #include <atomic>
@@ -91,6 +92,11 @@ struct ORVO_EXPORT mlCacheInfo
 upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,
          const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
          const mlCacheInfo& cacheInfo);
+
+/// The same, with any source of cancel.
+[[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
+upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,
+         const std::shared_ptr<const _ImageData<float>>& mask, const RunControl& run, const mlCacheInfo& cacheInfo);
 
 /// Size of the result of upscaleX() for a picture of `size`, for callers that need it beforehand; 0 x 0 after the same
 /// log line if that would refuse. A network whose scale is not in the settings store is loaded and tried, which takes

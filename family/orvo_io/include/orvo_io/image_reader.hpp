@@ -3,6 +3,7 @@
 
 #include <orvo_common/export.hpp>
 #include <orvo_core/image.hpp>
+#include <orvo_io/memory_picture.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -28,7 +29,8 @@ enum class ImageReaderOpenFlag : std::int32_t
 struct ImageReadRequest
 {
     std::filesystem::path path;
-    std::string part; ///< name of a picture in a file that contains several; empty: the main one
+    std::string part;                      ///< name of a picture in a file that contains several; empty: the main one
+    const MemoryPicture* memory = nullptr; ///< if any, it is read instead of a file; `path` is then for messages only
 };
 
 struct ImageReadOptions
@@ -82,6 +84,9 @@ public:
     /// Metadata without decoding the picture; empty if the file is not a picture. A file without exposure data gets
     /// the log2 of the mean linear luminance of its thumbnail as exposureOffset (raw: of a half-size linear picture).
     [[nodiscard]] static std::shared_ptr<const ImageMetadata> readMetadata(const std::filesystem::path& path);
+
+    /// The same for a picture in memory.
+    [[nodiscard]] static std::shared_ptr<const ImageMetadata> readMetadata(const MemoryPicture& picture);
 
     /// The white balance of a raw file, in the units of ImageMetadata. False, with nothing written, if it has none.
     [[nodiscard]] static bool getTemperatureAndTint(float& temperature, float& tint, const std::filesystem::path& path);

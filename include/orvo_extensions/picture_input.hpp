@@ -21,9 +21,7 @@ public:
     PictureInput() = default;
     /// A file. Implicit, like the next one. NOLINTBEGIN(google-explicit-constructor)
     template <typename Path>
-        requires std::convertible_to<const Path&, std::filesystem::path>
-    PictureInput(const Path& file) : location(file)
-    {}
+    requires std::convertible_to<const Path&, std::filesystem::path> PictureInput(const Path& file) : location(file) {}
     /// A picture in memory. The samples are not copied.
     PictureInput(MemoryPicture picture) : location(picture.name), pixels(std::move(picture)) {}
     // NOLINTEND(google-explicit-constructor)

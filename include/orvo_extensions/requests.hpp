@@ -75,10 +75,10 @@ struct UpscaleRequest : OperationCalls
 /// The picture, or the failure, and what else there is to say.
 struct OperationResult
 {
-    std::shared_ptr<Image> image;        ///< in melissaRGB(), panoramas in sRGB(); empty if the operation failed
-    std::optional<Failure> failure;      ///< set if there is no picture
-    std::vector<std::string> warnings;   ///< see lastWarnings()
-    std::vector<Failure> shortfalls;     ///< see lastShortfalls()
+    std::shared_ptr<Image> image;      ///< in melissaRGB(), panoramas in sRGB(); empty if the operation failed
+    std::optional<Failure> failure;    ///< set if there is no picture
+    std::vector<std::string> warnings; ///< see lastWarnings()
+    std::vector<Failure> shortfalls;   ///< see lastShortfalls()
 
     /// Whether there is a picture.
     explicit operator bool() const { return image != nullptr; }
@@ -91,6 +91,7 @@ struct HdrResult : OperationResult
 
 struct PanoramaResult : OperationResult
 {
+    std::shared_ptr<const _ImageData<float>> coverage; ///< see StitchedPanorama
     WarpType projection = WarpType::Spherical;
     float focalLength = 0.0f;          ///< median, in pixels of the pictures
     std::vector<PanoramaPlace> places; ///< one for each picture, in the order of the request, also after a failure

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <future>
 #include <numbers>
 #include <string>
 
@@ -369,7 +370,34 @@ TEST_F(ComposedPanorama, ProgressGoesFromLoadingThroughRegistrationToDrawing)
     EXPECT_TRUE(std::is_sorted(steps.begin(), steps.end()));
     EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
     EXPECT_EQ(fractions.back(), 1.0);
+    // Between the shares of reading and of registering; finding the content and drawing come after it.
+    const auto isRegistering = [](double fraction) { return fraction > 0.46 && fraction < 0.62; };
+    EXPECT_TRUE(std::any_of(fractions.begin(), fractions.end(), isRegistering));
     EXPECT_EQ(result.places.size(), 3u);
+}
+
+// The worker's own reports, of which the job shows those that it meets.
+TEST_F(ComposedPanorama, RegistrationAndEveryDrawingMove)
+{
+    std::vector<float> shares;
+    std::size_t registration = 0;
+    std::promise<_Rect<int>> loaded;
+    std::promise<void> drawn;
+    PanoramaPreviewComposer composer(PanoSource{request.files, {}});
+    composer.setWorkCallback([&](float share) { shares.push_back(share); });
+    composer.loadWithCompletion([&](bool, _Rect<int> extent) {
+        registration = shares.size();
+        loaded.set_value(extent);
+    });
+    const _Rect<int> extent = loaded.get_future().get();
+    composer.finalize({{}, {{}, extent}, {}}, [&](const RenderedData&) { drawn.set_value(); });
+    drawn.get_future().wait();
+    ASSERT_GE(registration, 6u) << "at least each picture and each pair";
+    EXPECT_TRUE(std::is_sorted(shares.begin(), shares.begin() + static_cast<std::ptrdiff_t>(registration)));
+    EXPECT_GT(shares[registration - 1], 0.8f);
+    ASSERT_GE(shares.size(), registration + 3) << "the drawings";
+    EXPECT_LT(shares[registration], 1.0f);
+    EXPECT_EQ(shares.back(), 1.0f);
 }
 
 TEST_F(ComposedPanorama, TheRimIsNotDark)

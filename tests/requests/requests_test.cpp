@@ -95,7 +95,8 @@ protected:
     {
         Paths files;
         for (int i = 0; i < 3; ++i)
-            files.push_back(writtenTo(folder / ("series" + std::to_string(i) + ".tif"), *texturedAt(1.0f, 160, 120, i)));
+            files.push_back(
+                writtenTo(folder / ("series" + std::to_string(i) + ".tif"), *texturedAt(1.0f, 160, 120, i)));
         return files;
     }
     Paths views()
@@ -193,8 +194,7 @@ TEST_F(Requests, APanoramaIsThatOfTheFunctionFromFilesAndFromMemory)
     const Paths files = views();
     const auto expected = stitchPanorama({files, {}}, {WarpType::Cylindrical, 0}, {}, {});
     const Layers layers(files);
-    for (const PanoramaResult& result :
-         {perform(stitching(inputsOf(files))), perform(stitching(layers.inputs()))}) {
+    for (const PanoramaResult& result : {perform(stitching(inputsOf(files))), perform(stitching(layers.inputs()))}) {
         expectSamePicture(result.image, expected.image);
         EXPECT_EQ(result.projection, WarpType::Cylindrical);
         EXPECT_EQ(result.focalLength, expected.focalLength);
@@ -296,10 +296,9 @@ TEST_F(Requests, APictureInMemoryThatDoesNotFitIsNamed)
     const auto layers = Layers(bracket());
     std::vector<PictureInput> inputs = layers.inputs();
     inputs.emplace_back(bad);
-    for (const OperationResult& result : {static_cast<OperationResult>(perform(merging(inputs))),
-                                          perform(stacking(inputs)),
-                                          static_cast<OperationResult>(perform(stitching(inputs))),
-                                          perform(enlarging(bad))}) {
+    for (const OperationResult& result :
+         {static_cast<OperationResult>(perform(merging(inputs))), perform(stacking(inputs)),
+          static_cast<OperationResult>(perform(stitching(inputs))), perform(enlarging(bad))}) {
         ASSERT_TRUE(result.failure);
         EXPECT_EQ(describe(*result.failure), "layer 7: MemoryPicture.data: expected samples, found none");
     }
@@ -332,8 +331,8 @@ TEST_F(Requests, AFrameThatCannotBeAlignedIsAShortfall)
 {
     Paths files = series();
     files.push_back(writtenTo(folder / "other.tif", *drawn(160, 120, [](int, int) {
-        return PixelRGB<float>{0.5f, 0.5f, 0.5f};
-    })));
+                                  return PixelRGB<float>{0.5f, 0.5f, 0.5f};
+                              })));
     FocusStackRequest request = stacking(inputsOf(files));
     request.settings.adjust.quality = AlignmentQuality::Fine;
     const OperationResult result = perform(request);

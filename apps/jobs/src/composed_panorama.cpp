@@ -38,7 +38,9 @@ constexpr double kLevelRadians = 0.0005;
 // Shares of the way from the start of loading to the picture.
 constexpr double kLoaded = 0.5;
 constexpr double kRegistered = 0.7;
+constexpr double kStraight = 0.75;
 constexpr double kFound = 0.8;
+constexpr double kCropped = 0.85;
 
 constexpr std::chrono::milliseconds kPoll{20};
 
@@ -146,6 +148,8 @@ public:
         };
         const auto mail = std::make_shared<Mailbox<Loaded>>();
         composer.setLoadCallback([loaded](float share) { *loaded = share; });
+        composer.setWorkCallback([done = work](float share) { *done = share; });
+        follow(kLoaded, kRegistered);
         // Failure and warnings are those of the worker's thread.
         composer.loadWithCompletion([mail](bool fits, _Rect<int>) {
             const Failure unknown{FailureKind::Internal, {}, "the pictures gave no panorama and no reason"};
@@ -156,7 +160,7 @@ public:
             if (share < 1.0f)
                 report(JobStep::Load, kLoaded * static_cast<double>(share));
             else
-                report(JobStep::Stitch, kLoaded); // registering
+                reportWork(); // registering
         });
         run.keepWarnings(answer.warnings);
         return answer.failure;
@@ -198,9 +202,29 @@ public:
     [[nodiscard]] ComposedPicture inscribed(const _Rect<int>& content);
 
 private:
+    /// What the worker does from now on takes these shares.
+    void follow(double begin, double end)
+    {
+        *work = 0.0f;
+        stage = {begin, end};
+    }
+
+    /// Never less than before: a stage may consist of several drawings.
+    void reportWork()
+    {
+        const double share = stage.first + (stage.second - stage.first) * static_cast<double>(*work);
+        if (!lastReport || lastReport->first != JobStep::Stitch || share > lastReport->second)
+            report(JobStep::Stitch, share);
+    }
+
     template <typename Value>
-    Value await(
-        Mailbox<Value>& mail, const std::function<void()>& meanwhile = [] {})
+    Value await(Mailbox<Value>& mail)
+    {
+        return await(mail, [this] { reportWork(); });
+    }
+
+    template <typename Value>
+    Value await(Mailbox<Value>& mail, const std::function<void()>& meanwhile)
     {
         for (;;) {
             if (auto answer = mail.take(kPoll)) {
@@ -291,6 +315,8 @@ private:
     double doneFraction;
     bool isTurned = false;
     std::optional<std::pair<JobStep, double>> lastReport;
+    std::pair<double, double> stage{0.0, 0.0};
+    std::shared_ptr<std::atomic<float>> work = std::make_shared<std::atomic<float>>(0.0f); ///< by the worker
 };
 
 _Rect<int> Session::contentIn(const _Rect<int>& part)
@@ -313,18 +339,19 @@ _Rect<int> Session::contentIn(const _Rect<int>& part)
 
 _Rect<int> Session::findContent()
 {
-    report(JobStep::Stitch, kRegistered);
+    follow(kStraight, kFound);
     const _Rect<int> range = searched();
     const _Rect<int> content = contentIn(range);
     if (content != _Rect<int>() && reachesAnEnd(content, range, projection))
         run.keepWarnings({"the pictures show more than the range of this projection, and the rest is cut off; the "
                           "spherical one covers everything"});
-    report(JobStep::Stitch, kFound);
+    follow(kFound, 1.0);
     return content;
 }
 
 void Session::straighten()
 {
+    follow(kRegistered, kStraight);
     composer.changeProjectionType(WarpType::Plane);
     for (int i = 0; i < kMeasurements; ++i) {
         const _Size<int> canvas = composer.getCanvasSize();
@@ -410,7 +437,9 @@ ComposedPicture Session::whole(const _Rect<int>& content)
 
 ComposedPicture Session::inscribed(const _Rect<int>& content)
 {
+    follow(kFound, kCropped);
     const RenderedData data = view(content, kCropSide);
+    follow(kCropped, 1.0);
     if (!data.mask)
         throw FailureError({FailureKind::Internal, {}, "the panorama could not be drawn"});
     // A pixel of this view may be covered in part only, and the outermost pixels of a reprojection are mixed with

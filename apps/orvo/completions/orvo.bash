@@ -61,7 +61,7 @@ _orvo()
         case ${COMP_WORDS[1]} in
             hdr)
                 options='--help -o --output --force --quality --bits --align --fast --strict --deghost
-                    --ghost-reference --chromatic --lens --white-balance --details --threads --quiet --json --log'
+                    --ghost-reference --chromatic --lens --white-balance --details --radiance --evs --threads --quiet --json --log'
                 ;;
             stack)
                 options='--help -o --output --force --quality --bits --no-align --fast --reference --strict

@@ -36,6 +36,8 @@ Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
     constexpr Chromaticities c = kSRGBChromaticities;
     Imf::addChromaticities(header, Imf::Chromaticities(point(c.redX, c.redY), point(c.greenX, c.greenY),
                                                        point(c.blueX, c.blueY), point(c.whiteX, c.whiteY)));
+    if (settings.whiteLuminance > 0.0f)
+        Imf::addWhiteLuminance(header, settings.whiteLuminance);
     if (!settings.software.empty())
         header.insert("software", Imf::StringAttribute(settings.software));
     if (settings.metadata) {

@@ -39,6 +39,8 @@ struct ImageWriteSettings
     /// Written into the file (EXIF, IPTC, XMP), with orientation upright, the actual pixel size and no embedded
     /// preview. Empty: none.
     std::shared_ptr<const ImageMetadata> metadata;
+    /// EXR only: luminance of the value 1 in cd/m2, for the attribute whiteLuminance; 0: unknown.
+    float whiteLuminance = 0.0f;
     /// The program that the file names as its writer, in place of the one in `metadata`: Software in EXIF and TIFF, the
     /// texts of PNG, and the attributes of EXR. Empty: as in `metadata`.
     std::string software = writingSoftware();

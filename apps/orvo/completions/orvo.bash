@@ -92,7 +92,7 @@ _orvo()
                     --threads --quiet --json --log'
                 ;;
             frames) options='--help --json' ;;
-            demo) options='--help --size --keep' ;;
+            demo) options='--help --size --keep --sheets' ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     elif [[ ${COMP_WORDS[1]} == demo ]]; then

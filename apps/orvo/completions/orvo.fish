@@ -183,3 +183,4 @@ complete -c orvo -n '__fish_seen_subcommand_from frames' -l json -d 'print the l
 
 complete -c orvo -n '__fish_seen_subcommand_from demo' -l size -x -d 'longer side of the pictures in pixels'
 complete -c orvo -n '__fish_seen_subcommand_from demo' -l keep -d 'keep existing frames'
+complete -c orvo -n '__fish_seen_subcommand_from demo' -l sheets -d 'also write small pictures of frames and results'

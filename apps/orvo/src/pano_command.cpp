@@ -141,8 +141,8 @@ struct PanoOptions
 void bindPanoOptions(Options& app, PanoOptions& options)
 {
     app.add_option("--projection", options.projection,
-                   "plane (rectilinear), cylindrical, spherical (equirectangular; default),\n"
-                   "fisheye, planet (little-planet) or mercator")
+                   "plane (rectilinear), cylindrical, spherical (equirectangular),\n"
+                   "fisheye, planet (little-planet) or mercator (default: spherical)")
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     app.add_option("--max-size", options.maxSize,

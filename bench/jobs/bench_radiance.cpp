@@ -89,8 +89,9 @@ void compare(const std::filesystem::path& folder)
     std::vector<cv::Mat> frames;
     std::vector<float> times;
     for (std::size_t i = 0; i < paths.size(); ++i) {
-        const auto image = orvo::ImageReader::instance().open({paths[i], {}}, {.profile = orvo::ColorProfileType::sRGB()},
-                                                              orvo::ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+        const auto image =
+            orvo::ImageReader::instance().open({paths[i], {}}, {.profile = orvo::ColorProfileType::sRGB()},
+                                               orvo::ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
         const auto pixels = image->imageData({}, {}, true);
         cv::Mat floats(pixels->height(), pixels->width(), CV_32FC3, pixels->data());
         cv::Mat bytes;

@@ -19,8 +19,8 @@ struct RadianceSettings
 {
     bool alignment = false; ///< the frames were taken by hand: align them to the middle one by exposure, and crop
     AlignmentQuality alignmentQuality = AlignmentQuality::Fine;
-    /// EV of each file, in the order of the paths; only differences count. Empty: from time, aperture and sensitivity in
-    /// the metadata.
+    /// EV of each file, in the order of the paths; only differences count. Empty: from time, aperture and sensitivity
+    /// in the metadata.
     std::vector<float> evs;
 };
 
@@ -64,9 +64,9 @@ struct RadianceMap
 /// result is 0. Nothing is done about moving subjects, which leave a mean of what the frames show.
 ///
 /// Empty on failure and on cancel, with the reason in lastFailure(): no file, one that cannot be read, frames of
-/// different sizes, a frame without a stated exposure and no settings.evs, or frames that all have one exposure. `cancel`
-/// is polled and `progress` called, with 0 to 1, on the calling thread; both may be empty. Same bytes for any number of
-/// threads. Peak: all frames and two pictures more.
+/// different sizes, a frame without a stated exposure and no settings.evs, or frames that all have one exposure.
+/// `cancel` is polled and `progress` called, with 0 to 1, on the calling thread; both may be empty. Same bytes for any
+/// number of threads. Peak: all frames and two pictures more.
 [[nodiscard]] ORVO_EXPORT RadianceMap mergeRadiance(const std::vector<std::filesystem::path>& paths,
                                                     const RadianceSettings& settings,
                                                     const std::function<bool()>& cancel,

@@ -16,7 +16,7 @@ constexpr int kMiddleKnot = kKnots / 2; // fixed to sRGB
 constexpr double kSmoothness = 2e-4;
 // Of the deviation itself: decides only where no pixel shows anything.
 constexpr double kTowardsSRGB = 1e-6;
-constexpr int kRounds = 4;       // of the robust fit
+constexpr int kRounds = 4;        // of the robust fit
 constexpr double kTypical = 0.05; // residuals beyond it, in ln, count less: motion and misalignment
 constexpr int kSampleColumns = 200;
 constexpr int kSampleRows = 150;
@@ -35,9 +35,9 @@ float channelOf(const PixelRGB<float>& pixel, int channel)
 // One pixel of one frame.
 struct Observation
 {
-    int knot = 0;          // the one below
-    double toNext = 0.0;   // 0..1
-    double offset = 0.0;   // ln of the exposure over the light of sRGB
+    int knot = 0;        // the one below
+    double toNext = 0.0; // 0..1
+    double offset = 0.0; // ln of the exposure over the light of sRGB
     double weight = 0.0;
 };
 
@@ -49,8 +49,9 @@ Sample sampleAt(const std::vector<HDRFrame>& frames, const std::vector<double>& 
     for (std::size_t i = 0; i < frames.size(); ++i) {
         const auto& image = *frames[i].image;
         const float value = channelOf(image.row(y)[x], channel);
-        const bool isFlat = std::abs(channelOf(image.row(y)[x + 1], channel) - channelOf(image.row(y)[x - 1], channel)) < kFlat &&
-                            std::abs(channelOf(image.row(y + 1)[x], channel) - channelOf(image.row(y - 1)[x], channel)) < kFlat;
+        const bool isFlat =
+            std::abs(channelOf(image.row(y)[x + 1], channel) - channelOf(image.row(y)[x - 1], channel)) < kFlat &&
+            std::abs(channelOf(image.row(y + 1)[x], channel) - channelOf(image.row(y - 1)[x], channel)) < kFlat;
         if (!(value >= kDarkest && value <= kBrightest) || !isFlat)
             continue;
         const double place = static_cast<double>(value) * (kKnots - 1);

@@ -27,8 +27,8 @@ constexpr float kResponse = 0.85f;
 constexpr float kFades = 0.9f;
 constexpr float kClipped = 0.98f;
 
-// Variances of light in units of full scale. A sensor of 40000 electrons at ISO 100 with a read noise of 4: the order of
-// magnitude is right for any camera, and weights need no more.
+// Variances of light in units of full scale. A sensor of 40000 electrons at ISO 100 with a read noise of 4: the order
+// of magnitude is right for any camera, and weights need no more.
 constexpr float kPhotonVariance = 1.0f / 40000.0f; // of full scale at ISO 100
 constexpr float kReadVariance = (4.0f / 40000.0f) * (4.0f / 40000.0f);
 constexpr float kCodeDeviation = 0.6f / 255.0f; // of a value of 8 bits: its step, and compression
@@ -42,9 +42,9 @@ constexpr float kUsualIso = 100.0f;
 // What the merge needs of a frame besides its pixels.
 struct Exposure
 {
-    double factor = 1.0;  // of light, 1 for the middle frame
-    float gain = 1.0f;    // of the sensor: ISO / 100
-    float code = 0.0f;    // deviation of a value
+    double factor = 1.0; // of light, 1 for the middle frame
+    float gain = 1.0f;   // of the sensor: ISO / 100
+    float code = 0.0f;   // deviation of a value
 };
 
 std::vector<HDRFrame> loaded(const std::vector<std::filesystem::path>& paths, const RunControl& run)
@@ -53,7 +53,8 @@ std::vector<HDRFrame> loaded(const std::vector<std::filesystem::path>& paths, co
     const ImageReadOptions options{.profile = ColorProfileType::sRGB()};
     for (const auto& path : paths) {
         run.throwIfCancelled();
-        const auto image = ImageReader::instance().open({path, {}}, options, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+        const auto image =
+            ImageReader::instance().open({path, {}}, options, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
         if (!image) {
             details::stateLastFailure({FailureKind::UnreadableFile, path, "the picture cannot be read"});
             return {};
@@ -79,8 +80,10 @@ std::vector<float> exposuresOf(const std::vector<HDRFrame>& frames, const Radian
 {
     if (!settings.evs.empty()) {
         if (settings.evs.size() != frames.size())
-            throw FailureError({FailureKind::Internal, {}, "RadianceSettings.evs has " + std::to_string(settings.evs.size()) +
-                                                               " entries for " + std::to_string(frames.size()) + " files"});
+            throw FailureError({FailureKind::Internal,
+                                {},
+                                "RadianceSettings.evs has " + std::to_string(settings.evs.size()) + " entries for " +
+                                    std::to_string(frames.size()) + " files"});
         return settings.evs;
     }
     std::vector<float> evs;
@@ -107,7 +110,10 @@ CameraResponse responseOf(const std::vector<HDRFrame>& frames, const std::vector
 }
 
 // The value at which a frame is saturated.
-float limitOf(const HDRFrame& frame) { return hasRawMark(frame) ? std::clamp(frame.metadata->linearResponseLimit, 0.5f, 1.0f) : 1.0f; }
+float limitOf(const HDRFrame& frame)
+{
+    return hasRawMark(frame) ? std::clamp(frame.metadata->linearResponseLimit, 0.5f, 1.0f) : 1.0f;
+}
 
 float brightest(const PixelRGB<float>& pixel) { return std::max(pixel.r, std::max(pixel.g, pixel.b)); }
 
@@ -122,7 +128,8 @@ float fadeOf(float share)
 class Merge
 {
 public:
-    Merge(const std::vector<HDRFrame>& frames_, const std::vector<Exposure>& exposures_, const CameraResponse& response_)
+    Merge(const std::vector<HDRFrame>& frames_, const std::vector<Exposure>& exposures_,
+          const CameraResponse& response_)
         : frames(frames_), exposures(exposures_), response(response_)
     {
         for (const HDRFrame& frame : frames)
@@ -183,7 +190,8 @@ private:
             const float step = shot.code * response.slope(c, value);
             const float variance =
                 kReadVariance * shot.gain * shot.gain + kPhotonVariance * shot.gain * expected + step * step;
-            const double weight = static_cast<double>(fades[i]) * shot.factor * shot.factor / static_cast<double>(variance);
+            const double weight =
+                static_cast<double>(fades[i]) * shot.factor * shot.factor / static_cast<double>(variance);
             sum += weight * static_cast<double>(lightOf(value, c)) / shot.factor;
             weights += weight;
         }
@@ -249,8 +257,8 @@ RadianceMap merged(const std::vector<std::filesystem::path>& paths, const Radian
 
     const bool isRaw = hasRawMark(sorted[middle]);
     const _Size<int> size = sorted[middle].image->size();
-    auto picture = std::make_shared<_ImageData<PixelRGB<float>>>(
-        size, isRaw ? ColorProfileType::linearMelissaRGB() : ColorProfileType::linearSRGB());
+    auto picture = std::make_shared<_ImageData<PixelRGB<float>>>(size, isRaw ? ColorProfileType::linearMelissaRGB()
+                                                                             : ColorProfileType::linearSRGB());
     const Merge merge(sorted, exposures, response);
     std::vector<std::int64_t> clipped(static_cast<std::size_t>(size.height));
     const RunControl drawing = partOf(run, kResponse, 1.0f);

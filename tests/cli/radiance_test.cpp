@@ -50,7 +50,8 @@ TEST_F(HdrRadiance, IsLinearAndDescribed)
     EXPECT_GT(json.at("white_luminance").get<double>(), 0.0);
     ASSERT_EQ(json.at("frames").size(), 3u);
     EXPECT_EQ(json.at("frames")[kMiddleFrame].at("ev"), 0.0);
-    const auto image = ImageReader::instance().open({folder / "out.exr", {}}, {}, ImageReaderOpenFlag::Upright, {}, {}, -1);
+    const auto image =
+        ImageReader::instance().open({folder / "out.exr", {}}, {}, ImageReaderOpenFlag::Upright, {}, {}, -1);
     ASSERT_TRUE(image);
     EXPECT_TRUE(image->metadata()->fileProfile->isLinear());
     EXPECT_TRUE(image->metadata()->hasExposure());

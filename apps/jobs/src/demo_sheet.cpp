@@ -19,8 +19,9 @@ constexpr int kQuality = 70; // a sheet has about 50 KB
 
 std::shared_ptr<const Picture> opened(const std::filesystem::path& path)
 {
-    constexpr auto kDeveloped = static_cast<ImageReaderOpenFlag>(
-        static_cast<std::int32_t>(ImageReaderOpenFlag::Upright) | static_cast<std::int32_t>(ImageReaderOpenFlag::WorkingSpace));
+    constexpr auto kDeveloped =
+        static_cast<ImageReaderOpenFlag>(static_cast<std::int32_t>(ImageReaderOpenFlag::Upright) |
+                                         static_cast<std::int32_t>(ImageReaderOpenFlag::WorkingSpace));
     const auto image =
         ImageReader::instance().open({path, {}}, {.profile = ColorProfileType::sRGB()}, kDeveloped, nullptr, {}, -1);
     if (!image)
@@ -39,7 +40,8 @@ std::shared_ptr<const Picture> detailOf(const Picture& picture, int wholeWidth, 
 {
     const auto whole = fitted(picture, wholeWidth);
     const _Size<int> size(std::min(width, whole->width()), std::min(width * 2 / 3, whole->height()));
-    return whole->copy({(whole->width() - size.width) / 2, (whole->height() - size.height) / 2, size.width, size.height});
+    return whole->copy(
+        {(whole->width() - size.width) / 2, (whole->height() - size.height) / 2, size.width, size.height});
 }
 
 void paste(const Picture& picture, Picture& sheet, int left, int top)
@@ -72,7 +74,8 @@ void writeDemoSheet(const std::vector<std::filesystem::path>& frames, const std:
     int height = 0;
     for (const auto& frame : shown) {
         const auto picture = opened(frame);
-        small.push_back(part == SheetPart::Detail ? detailOf(*picture, made->width(), column) : fitted(*picture, column));
+        small.push_back(part == SheetPart::Detail ? detailOf(*picture, made->width(), column)
+                                                  : fitted(*picture, column));
         height = std::max(height, small.back()->height());
     }
     made = part == SheetPart::Detail ? detailOf(*made, made->width(), column)

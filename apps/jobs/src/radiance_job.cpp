@@ -51,8 +51,9 @@ RadianceMap merge(PictureRun& run, const RadianceJobRequest& request)
     settings.alignment = request.align;
     settings.alignmentQuality = request.fast ? AlignmentQuality::Fast : AlignmentQuality::Fine;
     settings.evs = request.evs;
-    RadianceMap map =
-        mergeRadiance(request.frames, settings, [&run] { return run.isCancelled(); }, [&run](float share) {
+    RadianceMap map = mergeRadiance(
+        request.frames, settings, [&run] { return run.isCancelled(); },
+        [&run](float share) {
             run.report({JobStep::Blend, kBlendStarts.fraction + (kWriteStarts.fraction - kBlendStarts.fraction) *
                                                                     static_cast<double>(share)});
         });
@@ -68,7 +69,8 @@ RadianceMap merge(PictureRun& run, const RadianceJobRequest& request)
 std::string clippedNote(double share)
 {
     char text[128];
-    std::snprintf(text, sizeof text, "%.2g percent of the pixels are saturated in every frame: their value is a lower bound",
+    std::snprintf(text, sizeof text,
+                  "%.2g percent of the pixels are saturated in every frame: their value is a lower bound",
                   100.0 * share);
     return text;
 }

@@ -92,6 +92,7 @@ struct PanoramaOutput
     /// Limit of the longest side in pixels; 0: the resolution of the pictures where the projection does not stretch
     /// them. The result never exceeds that resolution, nor kLongestPanoramaSide.
     std::int32_t maxSize = 0;
+    bool coverage = false; ///< also return StitchedPanorama::coverage
 };
 
 /// The position of a picture in the panorama.
@@ -106,6 +107,9 @@ struct StitchedPanorama
 {
     /// sRGB, over white, cut to the content; metadata of the first placed picture
     std::shared_ptr<Image> image;
+    /// Only if requested: how much of each pixel the pictures cover, 0 to 1, for ImageWriteSettings::alpha. Then the
+    /// colours of partly covered pixels contain no white.
+    std::shared_ptr<const _ImageData<float>> coverage;
     WarpType projection = WarpType::Spherical;
     bool isRead = false;               ///< all pictures could be read
     float focalLength = 0.0f;          ///< median, in pixels of the pictures
@@ -141,7 +145,8 @@ struct StitchedPanorama
 /// it returns true. Both may be empty. The image is empty if the work was cancelled, if a file cannot be read, if fewer
 /// than two pictures fit together (then no picture is placed), or if their content is outside the range of the
 /// projection; lastFailure() gives the reason. An exception is logged and gives an empty result. Peak: the pictures in
-/// 16 bit, and twice the panorama in 16 bit and once in floats, or twice in floats.
+/// 16 bit, and twice the panorama in 16 bit and once in floats, or twice in floats; the coverage is a
+/// third of a panorama in floats.
 [[nodiscard]] ORVO_EXPORT StitchedPanorama stitchPanorama(const PanoSource& source, const PanoramaOutput& output,
                                                           const std::function<void(float)>& progress,
                                                           const std::function<bool()>& cancel);

@@ -84,6 +84,9 @@ public:
     void loadWithCompletion(const std::function<void(bool, _Rect<int>)>& completion);
     /// The progress of a load, 0 to 1; may be empty. Takes effect at once; call it before the load.
     void setLoadCallback(std::function<void(float)> progress);
+    /// The progress of each piece of work after reading, 0 to 1: the registration of a load, then every drawing. Called
+    /// on the worker; may be empty. Takes effect at once; call it before the load.
+    void setWorkCallback(std::function<void(float)> progress);
     /// Stops everything permanently: loads end with false, renders without a callback. For the end of the object's use.
     /// From any thread. What has no point to stop at is finished first: the reading of one file, the reading of
     /// composition frames, and the small sphere that a drag and resetAlignmentAdjustments() draw.

@@ -93,6 +93,7 @@ struct HdrResult : OperationResult
 /// The panorama, and where its pictures are in it.
 struct PanoramaResult : OperationResult
 {
+    std::shared_ptr<const _ImageData<float>> coverage; ///< see StitchedPanorama
     WarpType projection = WarpType::Spherical;
     float focalLength = 0.0f;          ///< median, in pixels of the pictures
     std::vector<PanoramaPlace> places; ///< one for each picture, in the order of the request, also after a failure

@@ -158,6 +158,11 @@ void PanoramaPreviewComposer::setLoadCallback(std::function<void(float)> progres
     state->stitcher->setLoadCallback(std::move(progress));
 }
 
+void PanoramaPreviewComposer::setWorkCallback(std::function<void(float)> progress)
+{
+    state->stitcher->setWorkCallback(std::move(progress));
+}
+
 void PanoramaPreviewComposer::cancelAll() { state->cancelAll(); }
 
 void PanoramaPreviewComposer::setVideoInterval(std::uint64_t start, std::uint64_t end)

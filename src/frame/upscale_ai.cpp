@@ -4,15 +4,24 @@
 #include "frame/performed.hpp"
 
 #include <orvo/deblur_ai_effect.hpp>
+#include <orvo_common/part_progress.hpp>
 #include <orvo_common/uuid.hpp>
 #include <orvo_io/image_reader.hpp>
+
+#include <cmath>
 
 namespace orvo {
 namespace {
 
-// Shares of the time with the built-in filters, of which reading takes little and faces a fifth.
-constexpr float kOpened = 0.05f;
-constexpr float kEnlarged = 0.8f;
+constexpr float kOpened = 0.05f; // share of the time
+
+// The share of the time after which faces are looked for in an enlarged picture. The filters take time for each pixel;
+// the search works on a reduced copy, in the time of about so many pixels.
+float enlargedShare(double pixels)
+{
+    constexpr double kSearchPixels = 40e6;
+    return static_cast<float>(kOpened + (1.0 - kOpened) * pixels / (pixels + kSearchPixels));
+}
 
 struct Opened
 {
@@ -61,10 +70,8 @@ std::shared_ptr<Image> enlarged(const UpscaleSteps& steps, Opened document, cons
         details::stateLastFailure({FailureKind::Internal, source, "upscaling returned no picture"});
         return {};
     }
-    if (settings.faces) {
-        run.report(kEnlarged);
+    if (settings.faces)
         upscaled = steps.sharpenFaces(upscaled);
-    }
     if (!upscaled) // cancelled
         return {};
     document.metadata->size = upscaled->size();
@@ -77,10 +84,13 @@ UpscaleSteps UpscaleSteps::ofTheLibrary(const RunControl& run)
 {
     UpscaleSteps steps;
     steps.upscale = [&run](const auto& picture, const UpscaleAISettings& settings) {
-        return upscaleX(picture, settings, nullptr, run, mlCacheInfo());
+        const double pixels = std::ldexp(static_cast<double>(picture->pixelCount()), 2 * settings.passes);
+        return upscaleX(picture, settings, nullptr, partOf(run, kOpened, settings.faces ? enlargedShare(pixels) : 1.0f),
+                        mlCacheInfo());
     };
     steps.sharpenFaces = [&run](const PicturePointer& picture) {
-        return DeblurAIEffect::deblurFaces(generateUUID(), picture, 1.0f, true, true, run);
+        const float begin = enlargedShare(static_cast<double>(picture->pixelCount()));
+        return DeblurAIEffect::deblurFaces(generateUUID(), picture, 1.0f, true, true, partOf(run, begin, 1.0f));
     };
     return steps;
 }

@@ -5,6 +5,7 @@
 #include "panorama/stitched_places.hpp"
 
 #include <orvo_core/parallel.hpp>
+#include <orvo_core/rgba.hpp>
 #include <orvo_extensions/panorama.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_logger/logstream.hpp>
@@ -15,11 +16,32 @@
 namespace orvo {
 namespace {
 
-// Shares of the whole job: reading takes as long as registering, and drawing at full size about as long as both.
-constexpr float kLoaded = 0.3f;
-constexpr float kRegistered = 0.6f;
-constexpr float kFound = 0.7f;
-constexpr float kDrawn = 0.95f;
+// The shares of the whole job after which its steps end. Reading and drawing take time for each pixel, registration for
+// each picture and pair, since it works on copies of one size.
+struct Shares
+{
+    Shares(std::size_t pictures, double pixels)
+    {
+        // Measured in seconds on photographs of 0.3 to 20 megapixels, two cores; only the ratios count.
+        constexpr double kPerMillion = 1e-6;
+        constexpr double kSearch = 0.3;
+        const auto count = static_cast<double>(pictures);
+        const double reading = 0.09 * pixels * kPerMillion;
+        const double registering = 2.0 * count + 0.4 * count * (count - 1.0) / 2.0;
+        const double drawing = 0.14 * pixels * kPerMillion + kSearch;
+        const double all = (reading + registering + kSearch + drawing) / kDrawn;
+        loaded = static_cast<float>(reading / all);
+        registered = static_cast<float>((reading + registering) / all);
+        found = static_cast<float>((reading + registering + kSearch) / all);
+    }
+
+    static constexpr double kDrawn = 0.95; // the rest is the finishing of the picture
+
+    float loaded;
+    float registered;
+    float found;
+    float drawn = static_cast<float>(kDrawn);
+};
 
 // Longest side of the drawing used to find the content.
 constexpr int kSearchSide = 1600;
@@ -189,11 +211,19 @@ void becomeGaps(_ImageData<float>& mask)
     });
 }
 
+// A panorama over white, and what its pictures cover of it if that was requested. Empty if there is no content.
+struct Finished
+{
+    std::shared_ptr<_ImageData<PixelRGB<float>>> picture;
+    std::shared_ptr<_ImageData<float>> coverage;
+};
+
 // Composes the content over white and crops the picture to it. Where the sphere was resampled, the rim of the content
 // is mixed with the black beside it and is removed.
-std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, const PlanePart& part, WarpType projection,
-                                                      const cv::Point& origin, double radius)
+Finished finished(const Panorama& drawn, const PlanePart& part, const PanoramaOutput& output, const cv::Point& origin,
+                  double radius)
 {
+    const WarpType projection = output.projection;
     const auto& picture = drawn.image;
     auto& gaps = *drawn.mask;
     const double unitsPerColumn = static_cast<double>(part.rect.width) / part.size.width / radius;
@@ -215,16 +245,25 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> finished(const Panorama& drawn, con
                 return false;
         return true;
     };
+    std::shared_ptr<_ImageData<float>> coverage;
+    if (output.coverage)
+        coverage = std::make_shared<MaskImage>(picture->size());
     forEachRow(picture->height(), [&](int y) {
         PixelRGB<float>* const pixels = picture->row(y);
-        for (int x = 0; x < picture->width(); ++x)
-            if (!isContent(x, y))
+        for (int x = 0; x < picture->width(); ++x) {
+            const bool isCovered = isContent(x, y);
+            if (!isCovered)
                 pixels[x] = {1.0f, 1.0f, 1.0f};
+            if (coverage)
+                coverage->row(y)[x] = isCovered ? 1.0f : 0.0f;
+        }
     });
     const _Rect<int> content = boundsOf(picture->size(), isContent);
     if (content == _Rect<int>())
         return {};
-    return content.size() == picture->size() ? picture : picture->copy(content);
+    if (content.size() == picture->size())
+        return {picture, coverage};
+    return {picture->copy(content), coverage ? coverage->copy(content) : nullptr};
 }
 
 std::shared_ptr<const ImageMetadata> metadataOf(const PictureInput& input)
@@ -248,20 +287,19 @@ std::shared_ptr<const ImageMetadata> metadataOf(const std::vector<PictureInput>&
 }
 
 // All content of the registered pictures; empty if cancelled, or if it is outside the projection.
-std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher,
-                                                     const RunControl& run)
+Finished drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher, const Shares& shares, const RunControl& run)
 {
     stitcher.setWarpType(warpNumberOf(output.projection));
     const double radius = static_cast<double>(stitcher.getWarpedImageScale() / stitcher.getWorkScale());
     const auto follow = [&](float from, float to) {
         stitcher.setWorkCallback([&run, from, to](float share) { run.report(from + (to - from) * share); });
     };
-    follow(kRegistered, kFound);
+    follow(shares.registered, shares.found);
     const _Rect<int> content =
         contentOf(stitcher, searchedRect(stitcher, output.projection, radius), output.projection, run);
     if (content == _Rect<int>() || run.cancelled())
         return {};
-    follow(kFound, kDrawn);
+    follow(shares.found, shares.drawn);
     const cv::Size limited = PanoramaStitcher::limitOutputSize(cv::Size(content.width, content.height));
     PlanePart part{content, {limited.width, limited.height}};
     if (output.maxSize > 0)
@@ -271,24 +309,35 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> drawnAs(const PanoramaOutput& outpu
         part.rect, part.size, [&run] { return run.cancelled(); }, part.size);
     if (!drawn.image || !drawn.mask || drawn.roi.empty() || run.cancelled())
         return {};
-    auto picture = finished(drawn, part, output.projection, stitcher.projectionBounds().tl(), radius);
-    if (picture && output.maxSize > 0)
-        picture = picture->resize(scaledTo(picture->size(), output.maxSize), {}, true);
-    return picture;
+    Finished result = finished(drawn, part, output, stitcher.projectionBounds().tl(), radius);
+    if (!result.picture || output.maxSize == 0)
+        return result;
+    const _Size<int> size = scaledTo(result.picture->size(), output.maxSize);
+    result.picture = result.picture->resize(size, {}, true);
+    if (result.coverage) {
+        result.coverage = result.coverage->resize(size, {}, true);
+        removeWhite(*result.picture, *result.coverage);
+    }
+    return result;
 }
 
-// OpenCV's remapping counts the pixels of a source with 16 bits.
-void requireSidesThatCanBeDrawn(const std::vector<PictureInput>& pictures)
+// OpenCV's remapping counts the pixels of a source with 16 bits. Returns the number of all pixels.
+double requireSidesThatCanBeDrawn(const std::vector<PictureInput>& pictures)
 {
+    double pixels = 0.0;
     constexpr int kLongestSource = 32766; // pixels
     for (const PictureInput& input : pictures) {
         const auto metadata = metadataOf(input);
-        if (metadata && std::max(metadata->size.width, metadata->size.height) > kLongestSource)
+        if (!metadata)
+            continue;
+        pixels += static_cast<double>(metadata->size.width) * metadata->size.height;
+        if (std::max(metadata->size.width, metadata->size.height) > kLongestSource)
             throw FailureError({FailureKind::UnfittingPictures, input.path(),
                                 "the picture has " + std::to_string(metadata->size.width) + " x " +
                                     std::to_string(metadata->size.height) + " pixels, a panorama takes at most " +
                                     std::to_string(kLongestSource) + " a side"});
     }
+    return pixels;
 }
 
 // Pictures that match at parts that look alike can have no cameras at all; then some of these matches are left out.
@@ -328,18 +377,19 @@ void stitch(StitchingJob& job, const PanoramaOutput& output, const RunControl& r
         names.push_back(input.path());
     for (const auto& name : names)
         result.places.push_back({name, false, {}});
-    requireSidesThatCanBeDrawn(job.pictures);
+    const Shares shares(job.pictures.size(), requireSidesThatCanBeDrawn(job.pictures));
     PanoramaStitcher& stitcher = job.stitcher;
-    stitcher.setLoadCallback([&](float share) { run.report(share * kLoaded); });
-    stitcher.setWorkCallback([&](float share) { run.report(kLoaded + (kRegistered - kLoaded) * share); });
+    stitcher.setLoadCallback([&](float share) { run.report(share * shares.loaded); });
+    stitcher.setWorkCallback(
+        [&](float share) { run.report(shares.loaded + (shares.registered - shares.loaded) * share); });
     const bool registered = registerPictures(stitcher, run);
     result.isRead = stitcher.getStatus() != 0;
     if (!registered || run.cancelled())
         return;
     result.places = placesOf(stitcher, names);
     result.focalLength = stitcher.getWarpedImageScale() / stitcher.getWorkScale();
-    const auto picture = drawnAs(output, stitcher, run);
-    if (!picture) {
+    const Finished drawn = drawnAs(output, stitcher, shares, run);
+    if (!drawn.picture) {
         details::stateFailure(
             {FailureKind::UnfittingPictures,
              {},
@@ -347,7 +397,8 @@ void stitch(StitchingJob& job, const PanoramaOutput& output, const RunControl& r
              "spherical one covers everything"});
         return;
     }
-    result.image = CreateOrvoImage(picture, metadataOf(job.pictures, result.places, picture->size()));
+    result.image = CreateOrvoImage(drawn.picture, metadataOf(job.pictures, result.places, drawn.picture->size()));
+    result.coverage = drawn.coverage;
     run.report(1.0f);
 }
 
@@ -386,6 +437,7 @@ PanoramaResult perform(const PanoramaRequest& request)
                 throw;
             }
             result.image = std::move(panorama.image);
+            result.coverage = std::move(panorama.coverage);
             result.projection = panorama.projection;
             result.focalLength = panorama.focalLength;
             result.places = std::move(panorama.places);

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <future>
 #include <numbers>
 #include <string>
 
@@ -96,6 +97,30 @@ double meanDifference(const Picture& a, const Picture& b)
     for (std::size_t i = 0; i < std::min(a.pixelCount(), b.pixelCount()); ++i)
         sum += static_cast<double>(std::abs(a.data()[i].g - b.data()[i].g));
     return sum / static_cast<double>(a.pixelCount());
+}
+
+/// Compares a picture over white with the same one over black: what differs is the share that is not covered, alike in
+/// all colours. Returns how many pixels are uncovered, and how many partly.
+std::pair<int, int> uncovered(const Picture& overWhite, const Picture& overBlack)
+{
+    constexpr float kRounding = 3.0f / 65535.0f;
+    EXPECT_EQ(overWhite.size(), overBlack.size());
+    int none = 0;
+    int partly = 0;
+    int wrong = 0;
+    for (std::size_t i = 0; i < overWhite.pixelCount(); ++i) {
+        const auto& w = overWhite.data()[i];
+        const auto& b = overBlack.data()[i];
+        const float missing = w.r - b.r;
+        wrong += std::abs(w.g - b.g - missing) > kRounding || std::abs(w.b - b.b - missing) > kRounding ||
+                         missing < -kRounding
+                     ? 1
+                     : 0;
+        none += missing > 1.0f - kRounding ? 1 : 0;
+        partly += missing > kRounding && missing < 1.0f - kRounding ? 1 : 0;
+    }
+    EXPECT_EQ(wrong, 0);
+    return {none, partly};
 }
 
 // A sphere with a sea below the horizon, and a lighthouse or two: level and plumb can be seen.
@@ -345,7 +370,34 @@ TEST_F(ComposedPanorama, ProgressGoesFromLoadingThroughRegistrationToDrawing)
     EXPECT_TRUE(std::is_sorted(steps.begin(), steps.end()));
     EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
     EXPECT_EQ(fractions.back(), 1.0);
+    // Between the shares of reading and of registering; finding the content and drawing come after it.
+    const auto isRegistering = [](double fraction) { return fraction > 0.46 && fraction < 0.62; };
+    EXPECT_TRUE(std::any_of(fractions.begin(), fractions.end(), isRegistering));
     EXPECT_EQ(result.places.size(), 3u);
+}
+
+// The worker's own reports, of which the job shows those that it meets.
+TEST_F(ComposedPanorama, RegistrationAndEveryDrawingMove)
+{
+    std::vector<float> shares;
+    std::size_t registration = 0;
+    std::promise<_Rect<int>> loaded;
+    std::promise<void> drawn;
+    PanoramaPreviewComposer composer(PanoSource{request.files, {}});
+    composer.setWorkCallback([&](float share) { shares.push_back(share); });
+    composer.loadWithCompletion([&](bool, _Rect<int> extent) {
+        registration = shares.size();
+        loaded.set_value(extent);
+    });
+    const _Rect<int> extent = loaded.get_future().get();
+    composer.finalize({{}, {{}, extent}, {}}, [&](const RenderedData&) { drawn.set_value(); });
+    drawn.get_future().wait();
+    ASSERT_GE(registration, 6u) << "at least each picture and each pair";
+    EXPECT_TRUE(std::is_sorted(shares.begin(), shares.begin() + static_cast<std::ptrdiff_t>(registration)));
+    EXPECT_GT(shares[registration - 1], 0.8f);
+    ASSERT_GE(shares.size(), registration + 3) << "the drawings";
+    EXPECT_LT(shares[registration], 1.0f);
+    EXPECT_EQ(shares.back(), 1.0f);
 }
 
 TEST_F(ComposedPanorama, TheRimIsNotDark)
@@ -452,6 +504,47 @@ TEST_F(ComposedPanorama, TheFileIsInTheColoursOfTheStraightWay)
             best = std::min(best, sum / count);
         }
     EXPECT_LT(best, 0.01);
+}
+
+TEST_F(ComposedPanorama, TransparentWhereItWouldBeWhite)
+{
+    PanoJobRequest straight = request;
+    straight.straighten = true;
+    PanoJobRequest turned = request;
+    turned.projection = WarpType::Plane;
+    turned.turnDegrees = 5.0;
+    for (PanoJobRequest job : {request, straight, turned}) {
+        for (const int maxSize : {0, 200}) {
+            job.maxSize = maxSize;
+            job.transparent = false;
+            const auto opaque = made(job);
+            job.transparent = true;
+            const auto transparent = made(job);
+            ASSERT_TRUE(opaque && transparent);
+            const auto [none, partly] = uncovered(*opaque, *transparent);
+            EXPECT_GT(none, static_cast<int>(opaque->pixelCount() / 100));
+            if (maxSize > 0) {
+                EXPECT_GT(partly, 50) << "the rim of a reduced panorama";
+            }
+        }
+    }
+}
+
+TEST_F(ComposedPanorama, CroppedToTheContentItIsOpaque)
+{
+    request.crop = PanoCrop::Auto;
+    const auto opaque = made(request);
+    request.transparent = true;
+    const auto transparent = made(request);
+    ASSERT_TRUE(opaque && transparent);
+    EXPECT_EQ(uncovered(*opaque, *transparent), std::pair(0, 0));
+}
+
+TEST_F(ComposedPanorama, NoTransparentJpeg)
+{
+    request.transparent = true;
+    request.output = folder / "out.jpg";
+    EXPECT_THAT(failure(request, JobOutcome::Refused), AllOf(HasSubstr("out.jpg"), HasSubstr("transparency")));
 }
 
 } // namespace orvo::jobs

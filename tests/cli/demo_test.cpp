@@ -32,20 +32,22 @@ TEST(Demo, CreatesPicturesRunsTheCommandsAndExplainsEachFile)
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_THAT(run.err, IsEmpty());
     const auto pictures = picturesBelow(folder.path());
-    // Three brackets of at least three frames, eight of a focus series, a small one, four panorama views, and their
-    // results.
-    ASSERT_GE(pictures.size(), 9u + 8u + 1u + 4u + 6u);
+    // Three brackets of at least three frames, eight of a focus series, a small one, four panorama views, a noisy one,
+    // and the results.
+    ASSERT_GE(pictures.size(), 9u + 8u + 1u + 4u + 1u + 9u);
     for (const fs::path& picture : pictures) {
         EXPECT_THAT(run.out, HasSubstr(picture.string()));
         const auto metadata = ImageReader::readMetadata(picture);
         ASSERT_TRUE(metadata) << picture;
-        if (picture.string().find("around") == std::string::npos) {
+        if (picture.string().find("around") == std::string::npos &&
+            picture.string().find("expanded") == std::string::npos) {
             EXPECT_LE(metadata->size.width, 192);
         }
     }
     for (const char* const ending : {".jpg", ".tif", ".dng"})
         EXPECT_THAT(run.out, HasSubstr(ending));
-    for (const char* const what : {"merged: ", "stacked: ", "enlarged: ", "stitched: "})
+    for (const char* const what :
+         {"merged: ", "stacked: ", "enlarged: ", "stitched: ", "erased: ", "expanded: ", "restored: "})
         EXPECT_THAT(run.out, HasSubstr(what));
     EXPECT_EQ(ImageReader::readMetadata(folder / "deep/demo/small-enlarged.jpg")->size.width, 128);
     // Four views of 400 pixels, 22 degrees apart: 66 degrees at 400 pixels a radian, and half a view on each side.
@@ -68,6 +70,32 @@ TEST(Demo, KeepLeavesFramesThatAreThere)
         EXPECT_EQ(fs::last_write_time(frames[i]), before[i]) << frames[i];
     ASSERT_EQ(runOrvo({"demo", folder.path(), "--size", "160"}).exitCode, 0);
     EXPECT_NE(fs::last_write_time(frames[0]), before[0]);
+}
+
+// The pictures of the documentation are made by docs/images/make.sh from what this test makes smaller.
+TEST(Demo, SheetsAreThePicturesOfTheDocumentation)
+{
+    const TemporaryFolder folder;
+    const Finished run = runOrvo({"demo", folder.path(), "--size", "192", "--sheets"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    constexpr std::uintmax_t kLargest = 60'000; // bytes
+    constexpr std::uintmax_t kLargestSum = 600'000;
+    std::uintmax_t sum = 0;
+    std::vector<std::string> shown;
+    for (const auto& entry : fs::directory_iterator(ORVO_IMAGES))
+        if (entry.path().extension() == ".jpg") {
+            shown.push_back(entry.path().filename());
+            EXPECT_LT(entry.file_size(), kLargest) << entry.path();
+            sum += entry.file_size();
+        }
+    EXPECT_LT(sum, kLargestSum);
+    EXPECT_THAT(namesIn(folder / "sheets"), testing::UnorderedElementsAreArray(shown));
+    for (const std::string& name : shown) {
+        EXPECT_THAT(run.out, HasSubstr((folder / "sheets" / name).string()));
+        const auto metadata = ImageReader::readMetadata(folder / "sheets" / name);
+        ASSERT_TRUE(metadata) << name;
+        EXPECT_EQ(metadata->size.width, ImageReader::readMetadata(fs::path(ORVO_IMAGES) / name)->size.width);
+    }
 }
 
 TEST(Demo, SizeOutOfRange)

@@ -80,12 +80,23 @@ TEST(InterruptOpaqueStep, EndsAtOnce)
     writeFrame(folder / "in.jpg", {.width = 2400, .height = 1600});
     for (const int signal : {SIGINT, SIGTERM}) {
         const TemporaryFolder elsewhere;
-        const Finished run = interrupted({"upscale", "in.jpg", "-o", "out.tif", "--log", elsewhere / "log.txt"},
-                                         folder.path(), "enlarging", {signal});
+        const Finished run = interrupted({"label", "in.jpg", "-o", "out", "--log", elsewhere / "log.txt"},
+                                         folder.path(), "labelling", {signal});
         EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
         // After the step the log would contain the end of the job.
-        EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo upscale:")));
+        EXPECT_THAT(fileText(elsewhere / "log.txt"), Not(HasSubstr("orvo label:")));
     }
+}
+
+TEST(InterruptUpscale, EndsAtTheNextTile)
+{
+    const TemporaryFolder folder;
+    writeFrame(folder / "in.jpg", {.width = 2400, .height = 1600});
+    const TemporaryFolder elsewhere;
+    const Finished run = interrupted({"upscale", "in.jpg", "-o", "out.tif", "--log", elsewhere / "log.txt"},
+                                     folder.path(), "enlarging", {SIGINT});
+    EXPECT_THAT(run.errLines(), ElementsAre("orvo: cancelled"));
+    EXPECT_THAT(fileText(elsewhere / "log.txt"), HasSubstr("orvo upscale: cancelled"));
 }
 
 TEST(InterruptStack, EndsAtTheNextFrame)

@@ -97,7 +97,7 @@ TEST_F(Pano, HasTheResolutionOfThePictures)
     EXPECT_EQ(json.at("size").at("width"), metadataOf("out.tif")->size.width);
     EXPECT_EQ(json.at("size").at("height"), metadataOf("out.tif")->size.height);
     EXPECT_EQ(json.at("projection"), "spherical");
-    EXPECT_EQ(json.at("bits"), 16);
+    EXPECT_EQ(json.at("bits"), 8);
 }
 
 TEST_F(Pano, ReportsPlacesInTheGivenOrder)

@@ -10,7 +10,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 
 namespace orvo::jobs {
 namespace {
@@ -43,7 +45,7 @@ constexpr Job kJobs[] = {
          request.folder = folder / "out";
          return labelJob(request, callbacks);
      }},
-    {"upscale", JobStep::Upscale, true,
+    {"upscale", JobStep::Upscale, false,
      [](const auto& folder, const auto& frames, const JobCallbacks& callbacks) -> RunReport {
          UpscaleJobRequest request;
          request.source = frames.front();
@@ -270,6 +272,52 @@ TEST_F(UpscaleJob, BuiltInFiltersReplaceTheConfiguredNetwork)
     EXPECT_TRUE(result.done()) << result.message;
     EXPECT_EQ(result.size, (_Size<int>{120, 80}));
     EXPECT_EQ(result.sourceSize, (_Size<int>{60, 40}));
+}
+
+TEST_F(UpscaleJob, ProgressMovesAllTheTime)
+{
+    request.source = test::writtenTo(folder / "a.tif", *test::textured(240, 160));
+    request.passes = 2;
+    request.crisp = true;
+    request.faces = false;
+    const auto caller = std::this_thread::get_id();
+    for (const int threads : {1, 2}) {
+        request.threads = threads;
+        std::vector<double> fractions;
+        const UpscaleJobResult result = upscaleJob(request, {[&](const JobProgress& progress) {
+                                                                 EXPECT_EQ(std::this_thread::get_id(), caller);
+                                                                 if (progress.step == JobStep::Upscale)
+                                                                     fractions.push_back(progress.fraction);
+                                                             },
+                                                             {}});
+        ASSERT_TRUE(result.done()) << result.message;
+        EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+        if (threads > 1)
+            continue; // how much of the loops the calling thread runs depends on the machine
+        constexpr double kLargestStep = 0.1;
+        for (std::size_t i = 1; i < fractions.size(); ++i)
+            EXPECT_LE(fractions[i] - fractions[i - 1], kLargestStep) << fractions[i];
+        EXPECT_GT(fractions.back(), 0.8);
+    }
+}
+
+TEST_F(UpscaleJob, CanBeCancelledWhileEnlarging)
+{
+    request.source = test::writtenTo(folder / "a.tif", *test::textured(240, 160));
+    request.passes = 2;
+    request.faces = false;
+    request.threads = 1;
+    const auto flag = std::make_shared<std::atomic<unsigned char>>(0);
+    double last = 0.0;
+    const UpscaleJobResult result = upscaleJob(request, {[&](const JobProgress& progress) {
+                                                             last = progress.fraction;
+                                                             if (progress.fraction > 0.1)
+                                                                 *flag = 1;
+                                                         },
+                                                         flag});
+    EXPECT_EQ(result.outcome, JobOutcome::Cancelled);
+    EXPECT_LT(last, 0.6) << "it went on";
+    EXPECT_FALSE(std::filesystem::exists(request.output));
 }
 
 } // namespace

@@ -92,7 +92,7 @@ TEST_F(Stack, FilesKeepTheirOrder)
         EXPECT_EQ(json.at("frames")[i].at("number"), i + 1);
     }
     EXPECT_EQ(json.at("reference"), 3);
-    EXPECT_EQ(json.at("bits"), 16);
+    EXPECT_EQ(json.at("bits"), 8);
     EXPECT_EQ(json.at("size").at("width"), metadataOf("out.tif")->size.width);
     EXPECT_THAT(json.at("profile").get<std::string>(), HasSubstr("sRGB"));
 }

@@ -64,26 +64,39 @@ TEST_F(Terminal, AStackShowsItsShare)
     EXPECT_GE(shares.size(), 10u) << run.err;
 }
 
-TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
+TEST_F(Terminal, EnlargingShowsItsShare)
 {
-    writeFrame(folder / "in.jpg", {.width = 1200, .height = 800});
-    const Finished run = runOrvo({"upscale", "in.jpg", "--passes", "2", "-o", "out.jpg", "--json"},
+    writeFrame(folder / "in.jpg", {.width = 600, .height = 400});
+    const Finished run = runOrvo({"upscale", "in.jpg", "--passes", "2", "--threads", "1", "-o", "out.jpg"},
                                  {.workingFolder = folder.path(), .errorIsTerminal = true});
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    const std::regex step(R"(\r\[([#.]+)\] +\d+ s enlarging the picture)");
+    const std::regex step(R"((\d+) % enlarging the picture)");
+    std::set<std::string> shares;
+    for (std::sregex_iterator at(run.err.begin(), run.err.end(), step), end; at != end; ++at)
+        shares.insert((*at)[1]);
+    EXPECT_GE(shares.size(), 10u) << run.err;
+}
+
+TEST_F(Terminal, OpaqueStepShowsItsTimeInsteadOfAShare)
+{
+    writeFrame(folder / "in.jpg", {.width = 2400, .height = 1600});
+    const Finished run =
+        runOrvo({"label", "in.jpg", "-o", "out", "--json"}, {.workingFolder = folder.path(), .errorIsTerminal = true});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const std::regex step(R"(\r\[([#.]+)\] +\d+ s labelling the frames)");
     std::set<std::string> pictures;
     for (std::sregex_iterator at(run.err.begin(), run.err.end(), step), end; at != end; ++at)
         pictures.insert((*at)[1]);
     double milliseconds = 0.0;
     const nlohmann::json report = nlohmann::json::parse(run.out);
     for (const auto& phase : report.at("phases"))
-        if (phase.at("name") == "upscale")
+        if (phase.at("name") == "label")
             milliseconds = phase.at("milliseconds");
     ASSERT_GT(milliseconds, 0.0);
     // The block moves four times a second if the step is long enough; twice the time for a busy machine.
     constexpr double kTwoMoves = 1000.0;
     EXPECT_GE(pictures.size(), milliseconds > kTwoMoves ? 2u : 1u) << run.err;
-    EXPECT_THAT(run.err, Not(testing::ContainsRegex("% enlarging")));
+    EXPECT_THAT(run.err, Not(testing::ContainsRegex("% labelling")));
     EXPECT_THAT(run.err, HasSubstr("100 %"));
     EXPECT_THAT(run.err, EndsWith(kEmptyLine));
 }

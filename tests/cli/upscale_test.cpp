@@ -148,7 +148,7 @@ TEST_F(Upscale, JsonContainsBothSizes)
     const auto json = nlohmann::json::parse(upscale({"-o", "out.tif", "--json"}).out);
     EXPECT_EQ(json.at("size").at("width"), 240);
     EXPECT_EQ(json.at("size").at("height"), 160);
-    EXPECT_EQ(json.at("bits"), 16);
+    EXPECT_EQ(json.at("bits"), 8);
     EXPECT_EQ(json.at("input").at("path"), "in.jpg");
     EXPECT_EQ(json.at("input").at("size").at("width"), 120);
     EXPECT_THAT(json.at("profile").get<std::string>(), HasSubstr("sRGB"));

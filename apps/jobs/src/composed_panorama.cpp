@@ -2,6 +2,7 @@
 
 #include "cut_rim.hpp"
 
+#include <orvo_core/rgba.hpp>
 #include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/panorama_preview_composer.hpp>
 
@@ -37,7 +38,9 @@ constexpr double kLevelRadians = 0.0005;
 // Shares of the way from the start of loading to the picture.
 constexpr double kLoaded = 0.5;
 constexpr double kRegistered = 0.7;
+constexpr double kStraight = 0.75;
 constexpr double kFound = 0.8;
+constexpr double kCropped = 0.85;
 
 constexpr std::chrono::milliseconds kPoll{20};
 
@@ -122,8 +125,9 @@ class Session
 {
 public:
     template <typename Source>
-    Session(PictureRun& job, const Source& source, WarpType type, double share)
-        : run(job), composer(source), projection(type), doneFraction(share)
+    Session(PictureRun& job, const Source& source, const PanoJobRequest& request, double share)
+        : run(job), composer(source), projection(request.projection), wantsCoverage(request.transparent),
+          doneFraction(share)
     {
         composer.changeProjectionType(projection);
     }
@@ -144,6 +148,8 @@ public:
         };
         const auto mail = std::make_shared<Mailbox<Loaded>>();
         composer.setLoadCallback([loaded](float share) { *loaded = share; });
+        composer.setWorkCallback([done = work](float share) { *done = share; });
+        follow(kLoaded, kRegistered);
         // Failure and warnings are those of the worker's thread.
         composer.loadWithCompletion([mail](bool fits, _Rect<int>) {
             const Failure unknown{FailureKind::Internal, {}, "the pictures gave no panorama and no reason"};
@@ -154,7 +160,7 @@ public:
             if (share < 1.0f)
                 report(JobStep::Load, kLoaded * static_cast<double>(share));
             else
-                report(JobStep::Stitch, kLoaded); // registering
+                reportWork(); // registering
         });
         run.keepWarnings(answer.warnings);
         return answer.failure;
@@ -192,13 +198,33 @@ public:
     [[nodiscard]] double focalLength();
     /// All that the projection holds, in pixels of its canvas; empty if that is nothing.
     [[nodiscard]] _Rect<int> findContent();
-    [[nodiscard]] PicturePointer whole(const _Rect<int>& content);
-    [[nodiscard]] PicturePointer inscribed(const _Rect<int>& content);
+    [[nodiscard]] ComposedPicture whole(const _Rect<int>& content);
+    [[nodiscard]] ComposedPicture inscribed(const _Rect<int>& content);
 
 private:
+    /// What the worker does from now on takes these shares.
+    void follow(double begin, double end)
+    {
+        *work = 0.0f;
+        stage = {begin, end};
+    }
+
+    /// Never less than before: a stage may consist of several drawings.
+    void reportWork()
+    {
+        const double share = stage.first + (stage.second - stage.first) * static_cast<double>(*work);
+        if (!lastReport || lastReport->first != JobStep::Stitch || share > lastReport->second)
+            report(JobStep::Stitch, share);
+    }
+
     template <typename Value>
-    Value await(
-        Mailbox<Value>& mail, const std::function<void()>& meanwhile = [] {})
+    Value await(Mailbox<Value>& mail)
+    {
+        return await(mail, [this] { reportWork(); });
+    }
+
+    template <typename Value>
+    Value await(Mailbox<Value>& mail, const std::function<void()>& meanwhile)
     {
         for (;;) {
             if (auto answer = mail.take(kPoll)) {
@@ -257,6 +283,10 @@ private:
         return {canvas.width / 2 - reach, -canvas.height / 2 - reach, 2 * reach, 2 * reach};
     }
 
+    [[nodiscard]] ComposedPicture asItIs(const RenderedData& drawn) const
+    {
+        return {drawn.image, wantsCoverage ? drawn.mask : nullptr};
+    }
     [[nodiscard]] _Rect<int> contentIn(const _Rect<int>& part);
 
     /// Whether drawing resamples the sphere. Without a turned view the sphere itself is drawn as it is.
@@ -281,9 +311,12 @@ private:
     PictureRun& run;
     PanoramaPreviewComposer composer;
     WarpType projection;
+    bool wantsCoverage;
     double doneFraction;
     bool isTurned = false;
     std::optional<std::pair<JobStep, double>> lastReport;
+    std::pair<double, double> stage{0.0, 0.0};
+    std::shared_ptr<std::atomic<float>> work = std::make_shared<std::atomic<float>>(0.0f); ///< by the worker
 };
 
 _Rect<int> Session::contentIn(const _Rect<int>& part)
@@ -306,18 +339,19 @@ _Rect<int> Session::contentIn(const _Rect<int>& part)
 
 _Rect<int> Session::findContent()
 {
-    report(JobStep::Stitch, kRegistered);
+    follow(kStraight, kFound);
     const _Rect<int> range = searched();
     const _Rect<int> content = contentIn(range);
     if (content != _Rect<int>() && reachesAnEnd(content, range, projection))
         run.keepWarnings({"the pictures show more than the range of this projection, and the rest is cut off; the "
                           "spherical one covers everything"});
-    report(JobStep::Stitch, kFound);
+    follow(kFound, 1.0);
     return content;
 }
 
 void Session::straighten()
 {
+    follow(kRegistered, kStraight);
     composer.changeProjectionType(WarpType::Plane);
     for (int i = 0; i < kMeasurements; ++i) {
         const _Size<int> canvas = composer.getCanvasSize();
@@ -385,24 +419,27 @@ int Session::rimOf(const _Rect<int>& content)
     return static_cast<int>(std::min(kWidestRim, std::ceil(kMixedPixels * stretch)));
 }
 
-PicturePointer Session::whole(const _Rect<int>& content)
+ComposedPicture Session::whole(const _Rect<int>& content)
 {
     const RenderedData drawn = finalized({{}, {{}, content}, {}});
     if (!isResampled() || !drawn.mask)
-        return drawn.image;
+        return asItIs(drawn);
     // A full turn fills the canvas but for the last columns, which resampling cannot reach.
     constexpr int kUnreached = 2;
     const bool isFullTurn = drawn.image->width() + kUnreached >= composer.getCanvasSize().width;
-    const auto cut =
-        withoutRim(*drawn.image, *drawn.mask, rimOf(content), isFullTurn ? Beside::OtherSide : Beside::Nothing);
-    if (!cut)
+    ComposedPicture cut;
+    cut.picture = withoutRim(*drawn.image, *drawn.mask, rimOf(content),
+                             isFullTurn ? Beside::OtherSide : Beside::Nothing, wantsCoverage ? &cut.coverage : nullptr);
+    if (!cut.picture)
         throwUnfitting("the panorama is too small or too ragged: all of it is within a few pixels of its rim");
     return cut;
 }
 
-PicturePointer Session::inscribed(const _Rect<int>& content)
+ComposedPicture Session::inscribed(const _Rect<int>& content)
 {
+    follow(kFound, kCropped);
     const RenderedData data = view(content, kCropSide);
+    follow(kCropped, 1.0);
     if (!data.mask)
         throw FailureError({FailureKind::Internal, {}, "the panorama could not be drawn"});
     // A pixel of this view may be covered in part only, and the outermost pixels of a reprojection are mixed with
@@ -414,13 +451,15 @@ PicturePointer Session::inscribed(const _Rect<int>& content)
         throwUnfitting("the panorama is too small or too ragged for a rectangle to be cut out of it");
     const RenderedData drawn = finalized({cropOf(rect), {data.mask->size(), content}, {}});
     if (!isResampled() || !drawn.mask)
-        return drawn.image;
+        return asItIs(drawn);
     // A hole within the rectangle that the view does not show has a rim, too.
-    const auto cut = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent);
-    return cut ? cut : drawn.image;
+    ComposedPicture cut;
+    cut.picture = withoutRim(*drawn.image, *drawn.mask, rimOf(content), Beside::MoreOfContent,
+                             wantsCoverage ? &cut.coverage : nullptr);
+    return cut.picture ? cut : asItIs(drawn);
 }
 
-PicturePointer composed(Session& session, const PanoJobRequest& request, PanoJobResult& result)
+ComposedPicture composed(Session& session, const PanoJobRequest& request, PanoJobResult& result)
 {
     auto failure = session.load();
     result.places = session.places();
@@ -441,14 +480,15 @@ PicturePointer composed(Session& session, const PanoJobRequest& request, PanoJob
         throwUnfitting(
             "the pictures fit together, but what they show lies outside of this projection; the spherical one "
             "holds everything");
-    PicturePointer picture = request.crop == PanoCrop::Auto ? session.inscribed(content) : session.whole(content);
+    ComposedPicture drawn = request.crop == PanoCrop::Auto ? session.inscribed(content) : session.whole(content);
     if (request.crop != PanoCrop::Rectangle)
-        return picture;
+        return drawn;
     const _Rect<int>& rect = request.cropRect;
-    if (intersection(rect, {0, 0, picture->width(), picture->height()}) != rect)
-        throwUnfitting("the crop does not lie inside the panorama of " + std::to_string(picture->width()) + " x " +
-                       std::to_string(picture->height()) + " pixels");
-    return picture->copy(rect);
+    const _Size<int> size = drawn.picture->size();
+    if (intersection(rect, {0, 0, size.width, size.height}) != rect)
+        throwUnfitting("the crop does not lie inside the panorama of " + std::to_string(size.width) + " x " +
+                       std::to_string(size.height) + " pixels");
+    return {drawn.picture->copy(rect), drawn.coverage ? drawn.coverage->copy(rect) : nullptr};
 }
 
 } // namespace
@@ -459,19 +499,28 @@ bool needsComposer(const PanoJobRequest& request)
            request.turnDegrees != 0.0 || request.shift != _Point<float>();
 }
 
-std::shared_ptr<const _ImageData<PixelRGB<float>>> composePanorama(PictureRun& run, const PanoJobRequest& request,
-                                                                   const AnyPanoSource& source, double doneFraction,
-                                                                   PanoJobResult& result)
+ComposedPicture composePanorama(PictureRun& run, const PanoJobRequest& request, const AnyPanoSource& source,
+                                double doneFraction, PanoJobResult& result)
 {
-    PicturePointer picture = std::visit(
+    ComposedPicture drawn = std::visit(
         [&](const auto& pictures) {
-            Session session(run, pictures, request.projection, doneFraction);
+            Session session(run, pictures, request, doneFraction);
             return composed(session, request, result);
         },
         source);
-    if (request.maxSize > 0 && std::max(picture->width(), picture->height()) > request.maxSize)
-        picture = picture->resize(scaleSizeToMax(picture->size(), request.maxSize), {}, true);
-    return picture;
+    const _Size<int> size = drawn.picture->size();
+    if (request.maxSize > 0 && std::max(size.width, size.height) > request.maxSize) {
+        const _Size<int> reduced = scaleSizeToMax(size, request.maxSize);
+        drawn.picture = drawn.picture->resize(reduced, {}, true);
+        if (drawn.coverage)
+            drawn.coverage = drawn.coverage->resize(reduced, {}, true);
+    }
+    if (drawn.coverage) {
+        auto plain = drawn.picture->copy({});
+        removeWhite(*plain, *drawn.coverage);
+        drawn.picture = plain;
+    }
+    return drawn;
 }
 
 } // namespace orvo::jobs

@@ -167,7 +167,8 @@ std::shared_ptr<const _ImageData<float>> withoutSlits(const _ImageData<float>& m
 }
 
 std::shared_ptr<const _ImageData<Pixel>> withoutRim(const _ImageData<Pixel>& picture, const _ImageData<float>& mask,
-                                                    int rim, Beside beside)
+                                                    int rim, Beside beside,
+                                                    std::shared_ptr<const _ImageData<float>>* coverage)
 {
     Plane kinds = kindsOf(mask);
     Plane inRows(mask.size());
@@ -182,11 +183,16 @@ std::shared_ptr<const _ImageData<Pixel>> withoutRim(const _ImageData<Pixel>& pic
     if (bounds == _Rect<int>())
         return {};
     auto cut = std::make_shared<_ImageData<Pixel>>(bounds.size(), picture.colorProfile());
+    std::shared_ptr<MaskImage> covered;
+    if (coverage != nullptr)
+        *coverage = covered = std::make_shared<MaskImage>(bounds.size());
     forEachRow(bounds.height, [&](int row) {
         const int y = bounds.y + row;
         Pixel* const to = cut->row(row);
         for (int column = 0; column < bounds.width; ++column) {
             const int x = bounds.x + column;
+            if (covered)
+                covered->row(row)[column] = inside.row(y)[x] == kOutside ? 0.0f : 1.0f;
             switch (inside.row(y)[x]) {
             case kContent:
                 to[column] = picture.row(y)[x];

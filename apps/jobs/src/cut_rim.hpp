@@ -20,9 +20,11 @@ enum class Beside
 };
 
 /// The picture within the bounds of its content. The outermost `rim` pixels of the content, mixed with the black beside
-/// it, become white like the surroundings; slits are filled from both sides. Empty if nothing is left. Peak: the new
-/// picture and two planes of bytes.
+/// it, become white like the surroundings; slits are filled from both sides. Empty if nothing is left. `coverage` may
+/// be null; else it receives 1 for the pixels of the content and 0 for the white ones. Peak: the new picture, its
+/// coverage, and two planes of bytes.
 [[nodiscard]] std::shared_ptr<const _ImageData<PixelRGB<float>>>
-withoutRim(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask, int rim, Beside beside);
+withoutRim(const _ImageData<PixelRGB<float>>& picture, const _ImageData<float>& mask, int rim, Beside beside,
+           std::shared_ptr<const _ImageData<float>>* coverage = nullptr);
 
 } // namespace orvo::jobs

@@ -1,10 +1,15 @@
+#include "demo_sheet.hpp"
 #include "run_job.hpp"
 
 #include <jobs/demo_job.hpp>
+#include <jobs/erase_job.hpp>
+#include <jobs/expand_job.hpp>
 #include <jobs/hdr_job.hpp>
 #include <jobs/pano_job.hpp>
+#include <jobs/restore_job.hpp>
 #include <jobs/stack_job.hpp>
 #include <jobs/upscale_job.hpp>
+#include <orvo_io/image_reader.hpp>
 #include <scenes/bracket_files.hpp>
 #include <scenes/focus_series_files.hpp>
 #include <scenes/sphere_view_files.hpp>
@@ -115,14 +120,23 @@ scenes::FocusSeriesSettings focusRecipe(_Size<int> size)
 }
 
 /// One shot of the room, for operations on a single picture.
-scenes::BracketRecipe smallRecipe(_Size<int> size)
+scenes::BracketRecipe smallRecipe(_Size<int> size, double isoSpeed = 100.0)
 {
     scenes::BracketRecipe recipe;
     recipe.scene.size = size;
     recipe.evs = {0.0};
     recipe.camera.noise = scenes::SensorNoise{};
     recipe.camera.response = scenes::ResponseCurve::Filmic;
+    recipe.base.isoSpeed = isoSpeed;
+    recipe.base.shutterSeconds *= 100.0 / isoSpeed;
     return recipe;
+}
+
+/// The person in the merged handheld bracket, who stays as in its middle frame.
+_Rect<int> personIn(_Size<int> size)
+{
+    const auto part = [](double share, int side) { return static_cast<int>(share * side); };
+    return {part(0.6, size.width), part(0.35, size.height), part(0.125, size.width), part(0.64, size.height)};
 }
 
 /// Handheld views of a surrounding scene, each rotated relative to the previous one and with a different exposure.
@@ -157,12 +171,15 @@ public:
         showFocusSeries();
         showSmallPicture();
         showViewsAround();
+        showErasing();
+        showExpanding();
+        showRestoring();
     }
 
 private:
     void report(JobProgress progress, double fractionOfPiece) const
     {
-        constexpr std::size_t kOthers = 3; // pieces in addition to the brackets
+        constexpr std::size_t kOthers = 6; // pieces in addition to the brackets
         progress.fraction = (static_cast<double>(result.pieces.size()) + fractionOfPiece) /
                             static_cast<double>(exhibits().size() + kOthers);
         if (callbacks.progress)
@@ -171,7 +188,8 @@ private:
 
     /// Runs `job` on the frames of a piece; the request names the result.
     template <typename Request>
-    void finish(DemoPiece piece, const Request& work, PictureJobResult (*job)(const Request&, const JobCallbacks&))
+    void finish(DemoPiece piece, const Request& work, PictureJobResult (*job)(const Request&, const JobCallbacks&),
+                SheetPart part = SheetPart::Whole)
     {
         const auto follow = [this](const JobProgress& progress) {
             report(progress, kRenderShare + (1.0 - kRenderShare) * progress.fraction);
@@ -182,12 +200,17 @@ private:
         if (!done.done())
             throw JobRefusal(done.message);
         piece.result = done.output;
+        if (request.sheets) {
+            makeFolder(request.folder / "sheets");
+            piece.sheet = request.folder / "sheets" / done.output.stem().concat(".jpg");
+            writeDemoSheet(piece.frames, piece.result, part, piece.sheet);
+        }
         result.pieces.push_back(std::move(piece));
     }
 
     void showBracket(const Exhibit& exhibit)
     {
-        const DemoPiece piece{exhibit.about, bracketFrames(exhibit), "merged", {}};
+        const DemoPiece piece{exhibit.about, bracketFrames(exhibit), "merged", {}, {}};
         HdrJobRequest merge;
         merge.frames = piece.frames;
         merge.output = request.folder / (exhibit.name + std::string("-merged") + exhibit.resultEnding);
@@ -211,6 +234,7 @@ private:
         const DemoPiece piece{"Eight handheld JPEGs of a table, focused from near to far; aligned and stacked.",
                               frames("focus", ".jpg", static_cast<std::size_t>(recipe.frames), write),
                               "stacked",
+                              {},
                               {}};
         series.reset();
         StackJobRequest stack;
@@ -231,13 +255,17 @@ private:
         const DemoPiece piece{"One small JPEG; enlarged to twice its width and height.",
                               frames("small", ".jpg", 1, write),
                               "enlarged",
+                              {},
                               {}};
         UpscaleJobRequest upscale;
         upscale.source = piece.frames.front();
         upscale.output = request.folder / "small-enlarged.jpg";
-        finish<UpscaleJobRequest>(piece, upscale, [](const UpscaleJobRequest& work, const JobCallbacks& follow) {
-            return PictureJobResult(upscaleJob(work, follow));
-        });
+        finish<UpscaleJobRequest>(
+            piece, upscale,
+            [](const UpscaleJobRequest& work, const JobCallbacks& follow) {
+                return PictureJobResult(upscaleJob(work, follow));
+            },
+            SheetPart::Detail);
     }
 
     void showViewsAround()
@@ -252,6 +280,7 @@ private:
         const DemoPiece piece{"Four handheld JPEGs from one point, each turned to the right; stitched.",
                               frames("around", ".jpg", views.size(), write),
                               "stitched",
+                              {},
                               {}};
         PanoJobRequest pano;
         pano.files = piece.frames;
@@ -260,6 +289,57 @@ private:
         finish<PanoJobRequest>(piece, pano, [](const PanoJobRequest& work, const JobCallbacks& follow) {
             return PictureJobResult(panoJob(work, follow));
         });
+    }
+
+    void showErasing()
+    {
+        const fs::path frame = result.pieces.front().result;
+        EraseJobRequest erase;
+        erase.source = frame;
+        const auto metadata = ImageReader::readMetadata(frame);
+        if (!metadata)
+            throwLastFailure("the picture cannot be read");
+        erase.boxes = {personIn(metadata->size)};
+        erase.output = request.folder / "person-erased.jpg";
+        finish<EraseJobRequest>({"The merged handheld bracket; the person erased.", {frame}, "erased", {}, {}}, erase,
+                                [](const EraseJobRequest& work, const JobCallbacks& follow) {
+                                    return PictureJobResult(eraseJob(work, follow));
+                                });
+    }
+
+    void showExpanding()
+    {
+        const fs::path frame = request.folder / "small" / "frame_0.jpg";
+        ExpandJobRequest expand;
+        expand.source = frame;
+        const BorderWidth border{6.0, true};
+        expand.add = BorderWidths{border, border, border, border};
+        expand.output = request.folder / "small-expanded.jpg";
+        finish<ExpandJobRequest>({"The small JPEG; 6 percent added on each side.", {frame}, "expanded", {}, {}}, expand,
+                                 [](const ExpandJobRequest& work, const JobCallbacks& follow) {
+                                     return PictureJobResult(expandJob(work, follow));
+                                 });
+    }
+
+    void showRestoring()
+    {
+        constexpr int kSmaller = 2;
+        constexpr double kHighIso = 6400.0;
+        const auto write = [&](std::size_t i, const fs::path& folder) {
+            const scenes::Bracket shot(smallRecipe({size.width / kSmaller, size.height / kSmaller}, kHighIso));
+            return scenes::writeFrame(shot, i, folder, {.prefix = kPart});
+        };
+        const DemoPiece piece{
+            "One JPEG at ISO 6400; less noise.", frames("noisy", ".jpg", 1, write), "restored", {}, {}};
+        RestoreJobRequest restore;
+        restore.source = piece.frames.front();
+        restore.output = request.folder / "noisy-restored.jpg";
+        finish<RestoreJobRequest>(
+            piece, restore,
+            [](const RestoreJobRequest& work, const JobCallbacks& follow) {
+                return PictureJobResult(restoreJob(work, follow));
+            },
+            SheetPart::Detail);
     }
 
     std::vector<fs::path> bracketFrames(const Exhibit& exhibit)

@@ -53,6 +53,7 @@ void checkFiles(PictureRun& run, const FillJobRequest& request, ImageFileFormat 
         checkIsFile(request.model, "network");
     checkOutput(request.output, inputs, request);
     checkHolds(request.output, format, run.checkPictures(inputs).front()->size);
+    run.followDepthOf({request.source});
     run.throwIfCancelled();
 }
 

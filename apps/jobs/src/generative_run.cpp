@@ -83,6 +83,7 @@ _Size<int> GenerativeRun::check(const std::vector<std::filesystem::path>& inputs
     checkOutput(output, files, request);
     const auto metadata = run.checkPictures(pictures);
     checkHolds(metadata.front()->size);
+    run.followDepthOf({request.source});
     run.throwIfCancelled();
     return metadata.front()->size;
 }

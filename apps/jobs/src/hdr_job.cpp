@@ -83,6 +83,8 @@ std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& reque
     const auto metadata = run.checkPictures(request.frames);
     checkSizesAgree(request.frames, metadata);
     checkHolds(request.output, format, metadata.front()->size);
+    if (request.frames.size() == 1) // a merge has more tones than each of its frames
+        run.followDepthOf(request.frames);
     auto frames = sortedFrames(request.frames, request.frames);
     for (const auto& path : request.frames)
         if (std::none_of(frames.begin(), frames.end(), [&](const BracketFrame& frame) { return frame.path == path; }))

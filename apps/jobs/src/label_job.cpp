@@ -75,6 +75,7 @@ void checkFiles(PictureRun& run, const LabelJobRequest& request, const std::vect
     const MadeFolder probe(request.folder); // removed again until there is a picture to write
     for (const auto& output : outputs)
         checkOutput(output, request.frames, request);
+    run.followDepthOf(request.frames);
     run.throwIfCancelled();
 }
 

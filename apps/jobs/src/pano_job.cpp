@@ -50,6 +50,11 @@ std::vector<std::shared_ptr<const ImageMetadata>> checkFiles(PictureRun& run, co
     std::vector<std::shared_ptr<const ImageMetadata>> metadata;
     if (!isVideo)
         metadata = run.checkPictures(inputs);
+    constexpr int kVideoBits = 8; // frames are decoded to 8 bits
+    if (isVideo)
+        run.followDepth(kVideoBits);
+    else if (!request.brackets) // a merge has more tones than each of its frames
+        run.followDepthOf(inputs);
     run.throwIfCancelled();
     return metadata;
 }
@@ -130,10 +135,16 @@ std::size_t firstPlaced(const PanoJobRequest& request, const std::vector<Panoram
                                     request.files.begin());
 }
 
-std::shared_ptr<Image> compose(PictureRun& run, const PanoJobRequest& request, PanoJobResult& result,
-                               const std::vector<std::shared_ptr<const ImageMetadata>>& inputs)
+struct Drawn
 {
-    const auto picture =
+    std::shared_ptr<Image> image;
+    std::shared_ptr<const _ImageData<float>> coverage; // empty: opaque
+};
+
+Drawn compose(PictureRun& run, const PanoJobRequest& request, PanoJobResult& result,
+              const std::vector<std::shared_ptr<const ImageMetadata>>& inputs)
+{
+    const auto [picture, coverage] =
         composePanorama(run, request, anySourceOf(run, request, result, inputs), kWriteStarts.fraction, result);
     auto metadata = std::make_shared<ImageMetadata>();
     if (const auto first = firstPlaced(request, result.places); first < inputs.size())
@@ -141,20 +152,26 @@ std::shared_ptr<Image> compose(PictureRun& run, const PanoJobRequest& request, P
     metadata->size = picture->size();
     metadata->isRaw = false;
     metadata->isFinished = true;
-    return CreateOrvoImage(picture, metadata);
+    return {CreateOrvoImage(picture, metadata), coverage};
 }
 
-StitchedPanorama stitch(PictureRun& run, const PanoJobRequest& request)
+Drawn stitch(PictureRun& run, const PanoJobRequest& request, PanoJobResult& result)
 {
     run.report(kStitchStarts);
     const double span = kWriteStarts.fraction - kStitchStarts.fraction;
     const auto progress = [&](float share) {
         run.report({JobStep::Stitch, kStitchStarts.fraction + span * static_cast<double>(share)});
     };
-    auto panorama = stitchPanorama(sourceOf(request), {request.projection, request.maxSize}, progress,
-                                   [&] { return run.isCancelled(); });
+    const StitchedPanorama panorama =
+        stitchPanorama(sourceOf(request), {request.projection, request.maxSize, request.transparent}, progress,
+                       [&] { return run.isCancelled(); });
     run.throwIfCancelled();
-    return panorama;
+    result.focalLength = static_cast<double>(panorama.focalLength);
+    result.places = panorama.places;
+    if (!panorama.image)
+        throwLastFailure("stitching returned no picture and no reason");
+    run.keepWarnings();
+    return {panorama.image, panorama.coverage};
 }
 
 const char* reasonOfLeavingOut(const PanoJobRequest& request)
@@ -172,27 +189,20 @@ PanoJobResult panoJob(const PanoJobRequest& request, const JobCallbacks& callbac
     result.projection = request.projection;
     runPictureJob(request, callbacks, result, [&](PictureRun& run) {
         checkRequest(request);
-        const ImageWriteSettings settings = writeSettingsFor(request.output, request);
+        ImageWriteSettings settings = writeSettingsFor(request.output, request);
+        if (request.transparent && settings.format == ImageFileFormat::Jpeg)
+            throw JobRefusal(pathText(request.output) + ": a JPEG has no transparency; PNG, TIFF and EXR have");
         const auto metadata = checkFiles(run, request);
-        std::shared_ptr<Image> image;
-        if (needsComposer(request)) {
-            image = compose(run, request, result, metadata);
-        } else {
-            const StitchedPanorama panorama = stitch(run, request);
-            result.focalLength = static_cast<double>(panorama.focalLength);
-            result.places = panorama.places;
-            if (!panorama.image)
-                throwLastFailure("stitching returned no picture and no reason");
-            run.keepWarnings();
-            image = panorama.image;
-        }
+        const Drawn drawn =
+            needsComposer(request) ? compose(run, request, result, metadata) : stitch(run, request, result);
+        settings.alpha = drawn.coverage;
         if (request.strict)
             for (const PanoramaPlace& place : result.places)
                 if (!place.placed)
                     throw FailureError({FailureKind::UnfittingPictures, place.path, reasonOfLeavingOut(request)});
         run.noteLensInVain(request.lensCorrection, request.files);
         run.report(kWriteStarts);
-        static_cast<WrittenPicture&>(result) = run.write(*image, request.output, settings, 1.0);
+        static_cast<WrittenPicture&>(result) = run.write(*drawn.image, request.output, settings, 1.0);
     });
     if (result.done())
         for (const PanoramaPlace& place : result.places)

@@ -5,6 +5,7 @@
 
 #include <jobs/beside_file.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/picture_file.hpp>
 
 #include <algorithm>
 #include <string>
@@ -50,12 +51,21 @@ PictureRun::checkPictures(const std::vector<std::filesystem::path>& inputs)
     return metadata;
 }
 
+void PictureRun::followDepthOf(const std::vector<std::filesystem::path>& sources)
+{
+    for (const auto& source : sources)
+        sourceBits = std::max(sourceBits, sampleBitsOf(source));
+}
+
 WrittenPicture PictureRun::write(const Image& picture, const std::filesystem::path& output, ImageWriteSettings settings,
                                  double doneFraction)
 {
     settings.metadata = picture.metadata();
     if (!settings.profile)
         settings.profile = profileForResult(settings.metadata->fileProfile);
+    const bool hasChoice = settings.format == ImageFileFormat::Png || settings.format == ImageFileFormat::Tiff;
+    if (hasChoice && !request.bits && sourceBits > 0)
+        settings.bits = sourceBits > 8 ? 16 : 8;
     settings.cancel = [this] { return callbacks.cancelled(); };
     const bool written = writeBesideAndRename(output, [&](const std::filesystem::path& beside) {
         try {

@@ -22,9 +22,9 @@ namespace orvo::jobs {
 class PictureRun
 {
 public:
-    /// Both must outlive the run. The report is filled during the run, so a failed job shows how far it got.
-    PictureRun(const JobCallbacks& callbacks_, RunReport& result_)
-        : callbacks(callbacks_), result(result_), clock(result_.steps)
+    /// All three must outlive the run. The report is filled during the run, so a failed job shows how far it got.
+    PictureRun(const PictureJobRequest& request_, const JobCallbacks& callbacks_, RunReport& result_)
+        : request(request_), callbacks(callbacks_), result(result_), clock(result_.steps)
     {}
 
     void report(const JobProgress& progress);
@@ -34,6 +34,12 @@ public:
     /// Checks that all inputs are pictures. Returns their metadata at the same indices.
     [[nodiscard]] std::vector<std::shared_ptr<const ImageMetadata>>
     checkPictures(const std::vector<std::filesystem::path>& inputs);
+
+    /// The output follows the depth of these sources, unless the request names its bits: PNG and TIFF files get 8 bits
+    /// if no source has more. Without a call they get the writer's default, 16. The sources are readable.
+    void followDepthOf(const std::vector<std::filesystem::path>& sources);
+    /// The same for sources of so many bits per sample.
+    void followDepth(int sampleBits) { sourceBits = sampleBits; }
 
     /// Writes a picture with its metadata beside `output`, reports `doneFraction` of the job, and renames the file.
     [[nodiscard]] WrittenPicture write(const Image& picture, const std::filesystem::path& output,
@@ -52,9 +58,11 @@ public:
     [[nodiscard]] bool isCancelled() const { return callbacks.cancelled(); }
 
 private:
+    const PictureJobRequest& request;
     const JobCallbacks& callbacks;
     RunReport& result;
     StepClock clock;
+    int sourceBits = 0; // 0: not to be followed
 };
 
 /// Runs `body` with a PictureRun as a job, with the request's thread limit, and fills the report.
@@ -64,7 +72,7 @@ void runPictureJob(const PictureJobRequest& request, const JobCallbacks& callbac
     MemoryManager::instance().resetPeak();
     runJob(result, callbacks, [&] {
         const WorkerLimit limit(request.threads);
-        PictureRun run(callbacks, result);
+        PictureRun run(request, callbacks, result);
         body(run);
     });
     result.peak = peakMemory();

@@ -46,6 +46,7 @@ void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat
     const auto metadata = run.checkPictures(request.frames);
     checkSizesAgree(request.frames, metadata);
     checkHolds(request.output, format, metadata.front()->size);
+    run.followDepthOf(request.frames);
     run.throwIfCancelled();
 }
 

@@ -3,7 +3,7 @@
 
 #include <jobs/upscale_job.hpp>
 #include <orvo_common/wide_path.hpp>
-#include <orvo_extensions/upscale.hpp>
+#include <orvo_extensions/requests.hpp>
 #include <orvo_io/settings.hpp>
 
 #include <algorithm>
@@ -14,8 +14,8 @@ namespace {
 
 // See upscaleJob(). Writing takes a notable share of the time with the filters, and little with a network.
 constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
-constexpr JobProgress kUpscaleStarts{JobStep::Upscale, 0.02, /*opaque=*/true};
-constexpr JobProgress kWriteStarts{JobStep::Write, 0.9};
+constexpr JobProgress kUpscaleStarts{JobStep::Upscale, 0.02};
+constexpr JobProgress kWriteStarts{JobStep::Write, 0.85};
 
 /// Sets a network in the settings of the process during its lifetime.
 class ModelSetting
@@ -113,6 +113,7 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request, ImageFi
     checkOutput(request.output, {request.source}, request);
     const auto metadata = run.checkPictures({request.source});
     checkResult(request, format, metadata.front()->size);
+    run.followDepthOf({request.source});
     run.throwIfCancelled();
     return metadata.front()->size;
 }
@@ -121,7 +122,15 @@ std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request
 {
     run.report(kUpscaleStarts);
     const ModelSetting model(request.model);
-    auto upscaled = upscaleAI(request.source, upscaleSettings(request), {}, {});
+    UpscaleRequest upscaling;
+    upscaling.picture = request.source;
+    upscaling.settings = upscaleSettings(request);
+    upscaling.cancel = [&run] { return run.isCancelled(); };
+    upscaling.progress = [&run](float share) {
+        run.report({JobStep::Upscale, kUpscaleStarts.fraction + (kWriteStarts.fraction - kUpscaleStarts.fraction) *
+                                                                    static_cast<double>(share)});
+    };
+    auto upscaled = perform(upscaling).image;
     run.throwIfCancelled();
     if (!upscaled)
         throwLastFailureOn(request.source, "cannot enlarge the picture");

@@ -66,8 +66,8 @@ _orvo()
         case ${COMP_WORDS[1]} in
             hdr)
                 options='--help -o --output --force --quality --bits --align --fast --strict --deghost
-                    --ghost-reference --chromatic --lens --white-balance --details --batch --memory --threads --quiet
-                    --json --log'
+                    --ghost-reference --chromatic --lens --white-balance --details --batch --memory --radiance --evs
+                    --threads --quiet --json --log'
                 ;;
             stack)
                 options='--help -o --output --force --quality --bits --no-align --fast --reference --strict
@@ -94,11 +94,11 @@ _orvo()
             serve) options='--help --port --address --jobs --max-body --timeout --threads --quiet --log' ;;
             pano)
                 options='--help -o --output --force --quality --bits --projection --max-size --devignette
-                    --chromatic --lens --strict --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --crop
+                    --chromatic --lens --strict --brackets --bracket-size --video --from --to --frame --shift --turn --straighten --transparent --crop
                     --batch --memory --threads --quiet --json --log'
                 ;;
             frames) options='--help --group --json' ;;
-            demo) options='--help --size --keep' ;;
+            demo) options='--help --size --keep --sheets' ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     elif [[ ${COMP_WORDS[1]} == demo ]]; then

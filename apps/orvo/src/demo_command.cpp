@@ -8,7 +8,7 @@
 namespace orvo::cli {
 namespace {
 
-constexpr const char* kAbout = "Creates example pictures in a folder, merges, stacks, enlarges and stitches them, and\n"
+constexpr const char* kAbout = "Creates example pictures in a folder, runs the other commands on them, and\n"
                                "explains each file. The pictures are computed; no other files are needed.\n";
 constexpr const char* kExamples = "Examples:\n"
                                   "  orvo demo /tmp/orvo-demo\n"
@@ -22,6 +22,8 @@ std::string asText(const jobs::DemoJobResult& result)
         for (const auto& frame : piece.frames)
             text += "    " + printable(pathText(frame)) + "\n";
         text += "  " + piece.what + ": " + printable(pathText(piece.result)) + "\n";
+        if (!piece.sheet.empty())
+            text += "  sheet: " + printable(pathText(piece.sheet)) + "\n";
     }
     return text;
 }
@@ -38,6 +40,7 @@ int runDemo(int argc, char** argv)
         ->type_name("N")
         ->check(between(jobs::kSmallestDemo, jobs::kLargestDemo));
     app.add_flag("--keep", request.keep, "keep frames that exist in DIR, create only missing ones");
+    app.add_flag("--sheets", request.sheets, "also write small pictures of frames and results into DIR/sheets");
     app.footer(kExamples);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;

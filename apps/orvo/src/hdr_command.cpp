@@ -4,8 +4,11 @@
 
 #include <jobs/default_output.hpp>
 #include <jobs/hdr_job.hpp>
+#include <jobs/radiance_job.hpp>
 #include <orvo_common/wide_path.hpp>
 
+#include <algorithm>
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -24,6 +27,8 @@ constexpr const char* kExamples =
     "    orvo hdr a.dng b.dng c.dng -o merged.tif --align --deghost medium --ghost-reference 2\n"
     "  Every bracket of a memory card, several at once:\n"
     "    orvo hdr --batch /media/card/DCIM/100CANON -o merged --align\n"
+    "  The light of the scene, for rendering or measuring:\n"
+    "    orvo hdr room-*.dng --radiance room.exr\n"
     "  A file whose name begins with a dash:\n"
     "    orvo hdr -o merged.jpg -- -1.jpg -2.jpg -3.jpg\n";
 
@@ -33,10 +38,47 @@ struct HdrOptions
     OutputOptions output;
     std::string deghost;
     std::optional<int> ghostReference;
+    std::string radiance;
+    std::string evs;
     jobs::HdrJobRequest request; ///< without files
     BatchOptions batch;
     RunOptions run;
 };
+
+/// "-2,0,2" as numbers; empty if it is not that.
+std::vector<float> numbersIn(const std::string& text)
+{
+    std::vector<float> numbers;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find(',', begin), text.size());
+        float number = 0.0f;
+        if (!CLI::detail::lexical_cast(text.substr(begin, end - begin), number) || !std::isfinite(number))
+            return {};
+        numbers.push_back(number);
+        begin = end + 1;
+    }
+    return numbers;
+}
+
+/// Options of the picture to look at, which radiance does not have.
+constexpr const char* kNotOfRadiance[] = {"--output",    "--force", "--quality", "--deghost",      "--ghost-reference",
+                                          "--chromatic", "--lens",  "--details", "--white-balance", "--batch",   "--memory"};
+
+void bindRadiance(Options& app, HdrOptions& options)
+{
+    auto* const radiance = app.add_option("--radiance", options.radiance,
+                                          "write the light of the scene to FILE.exr, linear, for rendering\n"
+                                          "and measuring, instead of a picture to look at")
+                               ->type_name("FILE");
+    app.add_option("--evs", options.evs, "exposures of the FILES in EV, where they do not state them: -2,0,2")
+        ->type_name("X,X,...")
+        ->needs(radiance)
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                return numbersIn(text).empty() ? "expected numbers with commas between, found " + text : std::string();
+            },
+            ""));
+}
 
 void bindMergeOptions(Options& app, HdrOptions& options)
 {
@@ -48,10 +90,10 @@ void bindMergeOptions(Options& app, HdrOptions& options)
     bindFrameNumber(app, "--ghost-reference", options.ghostReference,
                     "keep moving subjects as in the Nth of the FILES, from 1");
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
-    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (off) to 1 (full)")
+    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 to 1: all of it (default: 0)")
         ->type_name("X")
         ->check(between(0.0, 1.0));
-    app.add_option("--details", request.details, "enhance fine detail, 0 (off) to 1 (full)")
+    app.add_option("--details", request.details, "enhance fine detail, 0 to 1: the most (default: 0)")
         ->type_name("X")
         ->check(between(0.0, 1.0));
 }
@@ -75,6 +117,38 @@ int runBatch(const HdrOptions& options)
     return runBatchCommand(command);
 }
 
+nlohmann::ordered_json asJson(const jobs::RadianceJobResult& result)
+{
+    nlohmann::ordered_json json = writtenAsJson(result);
+    json["white_luminance"] = result.whiteLuminance;
+    json["clipped_share"] = result.clipped;
+    json["frames"] = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < result.evs.size(); ++i)
+        json["frames"].push_back({{"path", pathText(result.frames[i])}, {"number", i + 1}, {"ev", result.evs[i]}});
+    return json;
+}
+
+int runRadiance(const HdrOptions& options, const std::vector<std::filesystem::path>& frames)
+{
+    jobs::RadianceJobRequest request;
+    static_cast<jobs::PictureJobRequest&>(request) = options.request;
+    request.frames = frames;
+    request.output = options.radiance;
+    request.align = options.request.align;
+    request.fast = options.request.fast;
+    request.evs = numbersIn(options.evs);
+    jobs::RadianceJobResult result;
+    return runPictureCommand(
+        {.name = "hdr",
+         .run = options.run,
+         .inputs = request.frames,
+         .output = request.output,
+         .job = [&](const jobs::JobCallbacks& callbacks) { result = jobs::radianceJob(request, callbacks); },
+         .report = result,
+         .json = [&] { return asJson(result); },
+         .sentence = [&] { return writtenAsText(result) + " from " + counted(result.frames.size(), "frame"); }});
+}
+
 nlohmann::ordered_json asJson(const jobs::HdrJobResult& result)
 {
     nlohmann::ordered_json json = writtenAsJson(result);
@@ -95,16 +169,27 @@ int runHdr(int argc, char** argv)
     bindFormat(app, options.request);
     bindMergeOptions(app, options);
     bindBatch(app, options.batch, "bracket");
+    bindRadiance(app, options);
     bindRun(app, options.request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
+    const bool radiance = !options.radiance.empty();
+    for (const char* const name : kNotOfRadiance)
+        if (radiance && app.get_option(name)->count() > 0) {
+            complain(std::string(name) + " has no meaning with --radiance");
+            hintAtHelp("hdr");
+            return kWrongUsage;
+        }
     if (options.batch.isGiven())
         return runBatch(options);
     int exitCode = kFailed;
-    const auto frames = readInput("hdr", options.files, options.output.file, options.run.quiet, exitCode);
+    const auto frames = readInput("hdr", options.files, radiance ? options.radiance : options.output.file,
+                                  options.run.quiet, exitCode);
     if (!frames)
         return exitCode;
+    if (radiance)
+        return runRadiance(options, *frames);
     jobs::HdrJobRequest request = requestFor(options, *frames);
     request.output = outputPath(options.output, frames->front(), kWhatWasDone, request);
 

@@ -146,8 +146,8 @@ struct PanoOptions
 void bindPanoOptions(Options& app, PanoOptions& options)
 {
     app.add_option("--projection", options.projection,
-                   "plane (rectilinear), cylindrical, spherical (equirectangular; default),\n"
-                   "fisheye, planet (little-planet) or mercator")
+                   "plane (rectilinear), cylindrical, spherical (equirectangular),\n"
+                   "fisheye, planet (little-planet) or mercator (default: spherical)")
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     app.add_option("--max-size", options.maxSize,
@@ -196,8 +196,10 @@ void bindViewOptions(Options& app, PanoOptions& options)
         ->type_name("DEG")
         ->check(between(-kHalfTurn, kHalfTurn));
     app.add_flag("--straighten", options.request.straighten, "then turn it until the horizon is level");
+    app.add_flag("--transparent", options.request.transparent,
+                 "leave transparent what no picture covers, instead of white;\nPNG, TIFF and EXR");
     app.add_option("--crop", options.crop,
-                   "none (default), auto (largest full rectangle), or X,Y,W,H in pixels of none")
+                   "none, auto (largest full rectangle), or X,Y,W,H in pixels of none\n(default: none)")
         ->type_name("CROP")
         ->check(cropText());
 }

@@ -148,7 +148,10 @@ void bindFormat(Options& app, jobs::PictureJobRequest& request)
     app.add_option("--quality", request.jpegQuality, "quality of a JPEG, 1 to 100 (default: 95)")
         ->type_name("N")
         ->check(between(1, 100));
-    app.add_option("--bits", request.bits, "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32")
+    app.add_option("--bits", request.bits,
+                   "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32\n"
+                   "(default: PNG and TIFF as the deepest input, but 16 for raw\n"
+                   "files and merged brackets; EXR 16)")
         ->type_name("N")
         ->check(between(8, 32));
 }

@@ -54,18 +54,18 @@ void bindServe(Options& app, ServeOptions& options)
     auto& settings = options.settings;
     options.mostBodyMegabytes = static_cast<int>(settings.mostBodyBytes / kMega);
     options.patienceSeconds = static_cast<int>(settings.patience.count());
-    app.add_option("--port", settings.port, "port to listen on; default 0: any free one")
+    app.add_option("--port", settings.port, "port to listen on; 0: any free one (default: 0)")
         ->type_name("N")
         ->check(between(0, kLastPort));
-    app.add_option("--address", settings.address, "address of this machine to listen on; default 127.0.0.1")
+    app.add_option("--address", settings.address, "address of this machine to listen on (default: 127.0.0.1)")
         ->type_name("ADDRESS");
-    app.add_option("--jobs", settings.jobs, "requests worked on at one time, others get 503; default 1")
+    app.add_option("--jobs", settings.jobs, "requests worked on at one time, others get 503 (default: 1)")
         ->type_name("N")
         ->check(between(1, kMostJobs));
-    app.add_option("--max-body", options.mostBodyMegabytes, "largest request in MiB; default 64")
+    app.add_option("--max-body", options.mostBodyMegabytes, "largest request in MiB (default: 64)")
         ->type_name("N")
         ->check(between(1, kMostMegabytes));
-    app.add_option("--timeout", options.patienceSeconds, "seconds for a request to arrive whole; default 60")
+    app.add_option("--timeout", options.patienceSeconds, "seconds for a request to arrive whole (default: 60)")
         ->type_name("N")
         ->check(between(1, kLongestPatience));
     app.add_option("--threads", options.threads, "use at most N processor cores")

@@ -40,7 +40,7 @@ void bindUpscaleOptions(Options& app, UpscaleOptions& options)
                    "number of doublings, 1 to 4: each side grows 2 to 16 times (default: 1)")
         ->type_name("N")
         ->check(between(1, kMostUpscalePasses));
-    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 (off) to 3 (most) (default: 0)")
+    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 to 3: the most (default: 0)")
         ->type_name("N")
         ->check(between(0, 3));
     app.add_flag("--crisp", request.crisp, "sharpen soft edges");

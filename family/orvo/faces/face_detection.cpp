@@ -4,6 +4,7 @@
 #include "faces/face_network.hpp"
 #include "networks/network_refusal.hpp"
 
+#include <orvo_common/part_progress.hpp>
 #include <orvo_common/wide_path.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/settings.hpp>
@@ -250,6 +251,7 @@ std::vector<FaceCandidate> findFrontal(const Picture& image, const Search& searc
         if (run.cancelled())
             return {};
         collect(votes, cascade, detector++, grey, kScaleStep);
+        run.report(static_cast<float>(detector) / static_cast<float>(cascades.frontal.size()));
     }
     std::vector<FaceCandidate> accepted;
     for (const FaceCandidate& candidate : gathered(std::move(votes))) {
@@ -267,10 +269,16 @@ std::vector<Face> findWithCascades(const Picture& image, bool profiles, const Ru
         return {};
     const Search search(image);
     const cv::Mat grey = greyCopy(image, search.whole, search.size);
-    std::vector<FaceCandidate> accepted = findFrontal(image, search, grey, *cascades, run);
-    if (!cascades->profile.empty()) {
+    // Each search of the whole picture takes about as long as any other: two cascades in front, both profiles.
+    constexpr float kFrontal = 0.5f;
+    constexpr float kLeft = 0.75f;
+    const bool hasProfiles = !cascades->profile.empty();
+    std::vector<FaceCandidate> accepted =
+        findFrontal(image, search, grey, *cascades, partOf(run, 0.0f, hasProfiles ? kFrontal : 1.0f));
+    if (hasProfiles) {
         for (const FaceCandidate& left : findProfiles(grey, cascades->profile, run))
             accepted.push_back(left);
+        run.report(kLeft);
         cv::Mat mirrored;
         cv::flip(grey, mirrored, 1);
         for (FaceCandidate right : findProfiles(mirrored, cascades->profile, run)) {

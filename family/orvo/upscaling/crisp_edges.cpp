@@ -1,6 +1,7 @@
 #include "upscaling/crisp_edges.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/part_progress.hpp>
 #include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -112,6 +113,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, c
         }
     });
     std::atomic<bool> stopped = false;
+    LoopProgress progress(run, bands);
     forEachRow(bands, [&](int band) {
         if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
@@ -142,6 +144,7 @@ bool steepenEdges(_ImageData<PixelRGB<float>>& picture, const NoiseMap& noise, c
             pushAcross(around[kReach], low, high, mean, reinterpret_cast<const float*>(deviations.data()),
                        reinterpret_cast<float*>(picture.row(first + y)), kChannels * width);
         }
+        progress.pieceDone();
     });
     return !stopped;
 }

@@ -3,6 +3,7 @@
 #include "upscaling/noise_level.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/part_progress.hpp>
 #include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -338,12 +339,14 @@ bool doubleByFilters(const _ImageData<PixelRGB<float>>& source, const FilterBank
     const int across = (source.width() + kTileWidth - 1) / kTileWidth;
     const int down = (source.height() + kTileHeight - 1) / kTileHeight;
     std::atomic<bool> stopped = false;
+    LoopProgress progress(run, across * down);
     forEachRow(across * down, [&](int index) {
         if (run.cancelled()) {
             stopped.store(true, std::memory_order_relaxed);
             return;
         }
         doubleTile(source, bank, filters, index % across * kTileWidth, index / across * kTileHeight, target);
+        progress.pieceDone();
     });
     return !stopped;
 }

@@ -7,6 +7,7 @@
 #include "upscaling/noise_level.hpp"
 
 #include <orvo/upscaling.hpp>
+#include <orvo_common/part_progress.hpp>
 
 #include <opencv2/dnn.hpp>
 
@@ -217,6 +218,9 @@ bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageD
         }
     };
     try {
+        const int across = (source.width() + core.width - 1) / core.width;
+        const int down = (source.height() + core.height - 1) / core.height;
+        LoopProgress progress(run, across * down);
         for (int top = 0; top < source.height(); top += core.height)
             for (int left = 0; left < source.width(); left += core.width) {
                 if (run.cancelled())
@@ -227,6 +231,7 @@ bool NetworkUpscaler::enlarge(const _ImageData<PixelRGB<float>>& source, _ImageD
                     state->fail("expected a tile enlarged by " + std::to_string(scale) + ", it returned " +
                                 dimensions(output));
                 keep(output, left, top);
+                progress.pieceDone();
             }
     } catch (const cv::Exception& error) {
         if (error.code == cv::Error::StsNoMem)

@@ -1,6 +1,7 @@
 #include <orvo_core/parallel.hpp>
 #include <orvo_core/rgba.hpp>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace orvo {
@@ -40,6 +41,25 @@ SplittedRGBA splitRGBA(const std::shared_ptr<const _ImageData<PixelRGBA<float>>>
         }
     });
     return split;
+}
+
+void removeWhite(_ImageData<PixelRGB<float>>& picture, const _ImageData<float>& coverage)
+{
+    // Half a step of 8 bits: below it the colour is lost in rounding, and white is as good as any.
+    constexpr float kLeastCoverage = 0.5f / 255.0f;
+    if (picture.size() != coverage.size())
+        throw std::invalid_argument("removeWhite: the coverage has another size than the picture");
+    forEachRow(picture.height(), [&](int y) {
+        PixelRGB<float>* const pixels = picture.row(y);
+        const float* const covers = coverage.row(y);
+        for (int x = 0; x < picture.width(); ++x) {
+            const float share = covers[x];
+            if (!(share >= kLeastCoverage && share < 1.0f))
+                continue;
+            const auto without = [share](float v) { return std::max(0.0f, (v - 1.0f) / share + 1.0f); };
+            pixels[x] = {without(pixels[x].r), without(pixels[x].g), without(pixels[x].b)};
+        }
+    });
 }
 
 } // namespace orvo

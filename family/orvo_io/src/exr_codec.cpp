@@ -190,6 +190,7 @@ ReadAnswer readExr(const SourceFile& file, const ReadJob& job)
 
     ReadAnswer answer;
     readExposure(header, answer.facts.record);
+    answer.facts.sampleBits = 16; // at least: the format stores colours as half or float
     const auto profile = profileOf(header);
     answer.facts.record.fileProfile = profile;
     settleRecord({static_cast<int>(width), static_cast<int>(height)}, job, answer.facts);

@@ -8,6 +8,7 @@
 #include <ImfHeader.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
+#include <ImfStringAttribute.h>
 #include <half.h>
 
 #include <algorithm>
@@ -18,18 +19,27 @@ namespace {
 
 constexpr float kLargestHalf = 65504.0f;
 
+std::vector<const char*> channelsOf(const ImageWriteSettings& settings)
+{
+    return settings.alpha ? std::vector{"R", "G", "B", "A"} : std::vector{"R", "G", "B"};
+}
+
 Imf::Header headerFor(_Size<int> size, const ImageWriteSettings& settings)
 {
     Imf::Header header(size.width, size.height);
     // Blocks of 16 rows: the usual choice for pictures that are read by rows.
     header.compression() = Imf::ZIP_COMPRESSION;
     const Imf::PixelType type = settings.bits == 16 ? Imf::HALF : Imf::FLOAT;
-    for (const char* const name : {"R", "G", "B"})
+    for (const char* const name : channelsOf(settings))
         header.channels().insert(name, Imf::Channel(type));
     const auto point = [](double x, double y) { return Imath::V2f(static_cast<float>(x), static_cast<float>(y)); };
     constexpr Chromaticities c = kSRGBChromaticities;
     Imf::addChromaticities(header, Imf::Chromaticities(point(c.redX, c.redY), point(c.greenX, c.greenY),
                                                        point(c.blueX, c.blueY), point(c.whiteX, c.whiteY)));
+    if (settings.whiteLuminance > 0.0f)
+        Imf::addWhiteLuminance(header, settings.whiteLuminance);
+    if (!settings.software.empty())
+        header.insert("software", Imf::StringAttribute(settings.software));
     if (settings.metadata) {
         // The format has no EXIF, only these three attributes.
         if (settings.metadata->shutterSeconds > 0.0f)
@@ -48,9 +58,9 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
               const RunControl& run)
 {
     ExrOutput stream(file.stream());
-    RowSource source(picture, settings.profile, RowFormat::Linear, run);
+    RowSource source(picture, settings.profile, RowFormat::Linear, run, settings.alpha.get());
     const bool isHalf = settings.bits == 16;
-    const auto samples = static_cast<std::size_t>(picture.width()) * 3;
+    const auto samples = static_cast<std::size_t>(picture.width()) * source.channels();
     std::vector<half> halves(isHalf ? samples : 0);
     std::vector<float> floats(isHalf ? 0 : samples);
     try {
@@ -59,11 +69,12 @@ void writeExr(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
         const std::size_t bytes = isHalf ? sizeof(half) : sizeof(float);
         Imf::FrameBuffer frame;
         // A row stride of 0: every row is passed in the same memory.
-        for (std::size_t c = 0; c < 3; ++c)
-            frame.insert(c == 0   ? "R"
-                         : c == 1 ? "G"
-                                  : "B",
-                         Imf::Slice(isHalf ? Imf::HALF : Imf::FLOAT, base + c * bytes, 3 * bytes, 0));
+        std::size_t offset = 0;
+        for (const char* const name : channelsOf(settings)) {
+            frame.insert(name,
+                         Imf::Slice(isHalf ? Imf::HALF : Imf::FLOAT, base + offset, source.channels() * bytes, 0));
+            offset += bytes;
+        }
         out.setFrameBuffer(frame);
         for (int y = 0; y < picture.height(); ++y) {
             const auto* const row = reinterpret_cast<const float*>(source.row(y));

@@ -178,6 +178,7 @@ ReadAnswer readHeif(const SourceFile& file, const ReadJob& job)
     ReadAnswer answer;
     answer.facts = readFacts(blocksOf(handle.get()), job.wants(ImageReaderOpenFlag::Embedded), false);
     answer.facts.orientation = 1;
+    answer.facts.sampleBits = std::max(8, heif_image_handle_get_luma_bits_per_pixel(handle.get()));
     ReadJob adjusted = job;
     if (!adjusted.assume)
         adjusted.assume = profileByNumbers(handle.get());

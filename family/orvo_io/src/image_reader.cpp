@@ -316,6 +316,21 @@ bool isRawImageFile(const std::filesystem::path& path)
     }
 }
 
+int sampleBitsOf(const std::filesystem::path& path)
+{
+    try {
+        const SourceFile file(path);
+        ReadJob job;
+        job.depth = ReadDepth::Facts;
+        job.maxPixels = kUsualMaxPixels;
+        return readAny(file, job).facts.sampleBits;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
 bool beginsLikePicture(const std::filesystem::path& path)
 {
     try {

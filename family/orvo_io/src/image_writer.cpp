@@ -17,6 +17,12 @@ void checkSettings(const std::filesystem::path& path, const _ImageData<PixelRGB<
     const auto refuse = [&](const std::string& text) { throw std::invalid_argument(pathText(path) + ": " + text); };
     if (picture.width() < 1 || picture.height() < 1)
         refuse("the picture is empty");
+    if (settings.alpha && settings.format == ImageFileFormat::Jpeg)
+        refuse("a JPEG has no alpha");
+    if (settings.alpha && settings.alpha->size() != picture.size())
+        refuse("ImageWriteSettings.alpha has " + std::to_string(settings.alpha->width()) + " x " +
+               std::to_string(settings.alpha->height()) + " pixels, the picture " + std::to_string(picture.width()) +
+               " x " + std::to_string(picture.height()));
     const int bits = settings.bits;
     const auto expectBits = [&](bool well, const char* text) {
         if (!well)
@@ -73,6 +79,8 @@ void writeWhole(const std::filesystem::path& path, const _ImageData<PixelRGB<flo
 }
 
 } // namespace
+
+std::string writingSoftware() { return "orvo_extensions " ORVO_VERSION; }
 
 int longestSideOf(ImageFileFormat format)
 {

@@ -55,15 +55,11 @@ private:
     OutputFile& file;
 };
 
-void writeMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<int> size)
+constexpr std::string_view kExifMark("Exif\0\0", 6);
+
+void writeBlocks(Encoder& encoder, const EmbeddedMetadata& blocks)
 {
     using namespace std::string_view_literals;
-    constexpr auto kExifMark = "Exif\0\0"sv;
-    if (!settings.metadata || !settings.metadata->embedded)
-        return;
-    const bool isSRGB = *settings.profile == *ColorProfileType::sRGB();
-    const EmbeddedMetadata blocks =
-        blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestMarker - kExifMark.size());
     encoder.marker(1, kExifMark, blocks.exif.data(), blocks.exif.size());
     // XMP beyond one marker needs the extended form, which hardly any program reads, so it is left out.
     encoder.marker(1, "http://ns.adobe.com/xap/1.0/\0"sv, reinterpret_cast<const unsigned char*>(blocks.xmp.data()),
@@ -94,6 +90,7 @@ void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
                const RunControl& run)
 {
     constexpr int kFullColorQuality = 90; // from here on chroma keeps its resolution
+    const EmbeddedMetadata blocks = blocksForWriting(settings, picture.size(), kLargestMarker - kExifMark.size());
     Encoder encoder(file);
     jpeg_compress_struct& info = encoder.state.info;
     encoder.guarded([&] {
@@ -107,11 +104,11 @@ void writeJpeg(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
             info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1;
         info.optimize_coding = FALSE; // two passes would hold the coefficients of the whole picture
         // EXIF must come first, in the place of JFIF.
-        if (settings.metadata && settings.metadata->embedded && !settings.metadata->embedded->exif.empty())
+        if (!blocks.exif.empty())
             info.write_JFIF_header = FALSE;
         jpeg_start_compress(&info, TRUE);
     });
-    writeMetadata(encoder, settings, picture.size());
+    writeBlocks(encoder, blocks);
     writeIcc(encoder, settings.profile->icc());
     RowSource source(picture, settings.profile, RowFormat::Bits8, run);
     for (int y = 0; y < picture.height(); ++y) {

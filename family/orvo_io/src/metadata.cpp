@@ -333,7 +333,7 @@ std::vector<unsigned char> encodeWithin(Exiv2::ExifData& exif, std::size_t limit
     return block.size() <= limit ? block : std::vector<unsigned char>();
 }
 
-std::string fittingXmp(const std::string& packet, _Size<int> size)
+std::string fittingXmp(const std::string& packet, _Size<int> size, const std::string& software)
 {
     Exiv2::XmpData xmp;
     if (packet.size() > kLargestKept || Exiv2::XmpParser::decode(xmp, packet) != 0)
@@ -354,6 +354,8 @@ std::string fittingXmp(const std::string& packet, _Size<int> size)
     replace("Xmp.tiff.ImageLength", std::to_string(size.height));
     replace("Xmp.exif.PixelXDimension", std::to_string(size.width));
     replace("Xmp.exif.PixelYDimension", std::to_string(size.height));
+    if (!software.empty())
+        replace("Xmp.tiff.Software", software);
     std::string out;
     if (xmp.empty() || Exiv2::XmpParser::encode(out, xmp, Exiv2::XmpParser::useCompactFormat) != 0)
         return {};
@@ -465,15 +467,21 @@ std::vector<unsigned char> photoshopFromIptc(std::span<const unsigned char> iptc
     return out;
 }
 
-EmbeddedMetadata blocksForWriting(const EmbeddedMetadata& blocks, _Size<int> size, bool isSRGB, std::size_t exifLimit)
+EmbeddedMetadata blocksForWriting(const ImageWriteSettings& settings, _Size<int> size, std::size_t exifLimit)
 {
+    const EmbeddedMetadata none;
+    const bool hasBlocks = settings.metadata && settings.metadata->embedded;
+    const EmbeddedMetadata& blocks = hasBlocks ? *settings.metadata->embedded : none;
     EmbeddedMetadata out;
     const auto lock = enterExiv();
     tolerant([&] {
-        Exiv2::ExifData exif = decodeExif(blocks.exif);
-        if (exif.empty())
+        Exiv2::ExifData exif;
+        tolerant([&] { exif = decodeExif(blocks.exif); });
+        if (exif.empty() && settings.software.empty())
             return;
-        makeExifFit(exif, size, isSRGB);
+        makeExifFit(exif, size, *settings.profile == *ColorProfileType::sRGB());
+        if (!settings.software.empty())
+            exif["Exif.Image.Software"] = settings.software;
         out.exif = encodeWithin(exif, exifLimit);
     });
     tolerant([&] {
@@ -484,7 +492,7 @@ EmbeddedMetadata blocksForWriting(const EmbeddedMetadata& blocks, _Size<int> siz
     });
     tolerant([&] {
         if (!blocks.xmp.empty())
-            out.xmp = fittingXmp(blocks.xmp, size);
+            out.xmp = fittingXmp(blocks.xmp, size, settings.software);
     });
     return out;
 }

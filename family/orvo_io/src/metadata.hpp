@@ -3,6 +3,7 @@
 #pragma once
 
 #include <orvo_core/image_metadata.hpp>
+#include <orvo_io/image_writer.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +22,7 @@ struct BlockFacts
     int orientation = 1;                // EXIF, 1..8
     bool adobe = false;                 // EXIF declares Adobe RGB
     bool hasBias = false;               // record.exposureBias was in the file
+    int sampleBits = 8;                 // of the stored picture; palettes and samples of fewer bits count as 8
     std::vector<unsigned char> preview; // a JPEG, may be empty
     std::vector<unsigned char> icc;     // from readFactsOfFile() only
 };
@@ -37,9 +39,10 @@ struct BlockFacts
 // The inverse.
 [[nodiscard]] std::vector<unsigned char> photoshopFromIptc(std::span<const unsigned char> iptc);
 
-// The blocks for a new file: upright, of `size`, in sRGB or not, without the preview and without anything that
-// describes the pixels of the original file. Skips unreadable blocks.
-[[nodiscard]] EmbeddedMetadata blocksForWriting(const EmbeddedMetadata& blocks, _Size<int> size, bool isSRGB,
+// The blocks for a new file of `size`, whose settings have a profile: those of its metadata, upright, without the
+// preview and without anything that describes the pixels of the original file, with the writer's software. Skips
+// unreadable blocks.
+[[nodiscard]] EmbeddedMetadata blocksForWriting(const ImageWriteSettings& settings, _Size<int> size,
                                                 std::size_t exifLimit);
 
 // One entry of a TIFF directory, native byte order.

@@ -273,6 +273,7 @@ ReadAnswer readPng(const SourceFile& file, const ReadJob& job)
     ReadAnswer answer;
     answer.facts = readFacts(collectBlocks(state), job.wants(ImageReaderOpenFlag::Embedded), job.wantPreview);
     const SampleLayout layout = layoutFor(state);
+    answer.facts.sampleBits = layout.type == SampleType::UInt16 ? 16 : 8;
     ReadJob adjusted = job;
     if (!adjusted.assume)
         adjusted.assume = profileByNumbers(state);

@@ -76,17 +76,23 @@ std::string hexProfile(const std::vector<unsigned char>& bytes)
 
 void setMetadata(Encoder& encoder, const ImageWriteSettings& settings, _Size<int> size)
 {
-    if (!settings.metadata || !settings.metadata->embedded)
-        return;
     constexpr std::size_t kLargestExif = 16u << 20;
-    const bool isSRGB = *settings.profile == *ColorProfileType::sRGB();
-    EmbeddedMetadata blocks = blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestExif);
+    EmbeddedMetadata blocks = blocksForWriting(settings, size, kLargestExif);
     std::string iptc = blocks.iptc.empty() ? std::string() : hexProfile(photoshopFromIptc(blocks.iptc));
     char xmpKey[] = "XML:com.adobe.xmp";
     char iptcKey[] = "Raw profile type iptc";
+    char softwareKey[] = "Software"; // one of the keywords of the format, which also programs without EXIF show
+    std::string software = settings.software;
     char nothing[] = "";
-    std::array<png_text, 2> texts = {};
+    std::array<png_text, 3> texts = {};
     int count = 0;
+    if (!software.empty()) {
+        png_text& text = texts[static_cast<std::size_t>(count++)];
+        text.compression = PNG_TEXT_COMPRESSION_NONE;
+        text.key = softwareKey;
+        text.text = software.data();
+        text.text_length = software.size();
+    }
     if (!blocks.xmp.empty()) {
         png_text& text = texts[static_cast<std::size_t>(count++)];
         text.compression = PNG_ITXT_COMPRESSION_NONE;
@@ -127,7 +133,8 @@ void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
         // Many cameras embed a copy of sRGB that libpng knows to be incorrect and refuses to write.
         png_set_option(state.png, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
         png_set_IHDR(state.png, state.info, static_cast<png_uint_32>(picture.width()),
-                     static_cast<png_uint_32>(picture.height()), settings.bits, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                     static_cast<png_uint_32>(picture.height()), settings.bits,
+                     settings.alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                      PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
         if (!icc.empty())
             png_set_iCCP(state.png, state.info, "icc", PNG_COMPRESSION_TYPE_BASE, icc.data(),
@@ -135,9 +142,10 @@ void writePng(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, cons
     });
     setMetadata(encoder, settings, picture.size());
     encoder.guarded([&state] { png_write_info(state.png, state.info); });
-    const std::size_t pixelBytes = settings.bits == 8 ? 3 : 6;
-    const std::size_t rowBytes = pixelBytes * static_cast<std::size_t>(picture.width());
-    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run);
+    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run,
+                     settings.alpha.get());
+    const std::size_t pixelBytes = source.channels() * (settings.bits == 8 ? 1 : 2);
+    const std::size_t rowBytes = source.bytesOfRow();
     PngRows rows(rowBytes, pixelBytes, settings.bits, picture.height(), kDeflateLevel,
                  [&](std::span<const unsigned char> chunk) { encoder.writeChunk("IDAT", chunk); });
     for (int y = 0; y < picture.height(); ++y) {

@@ -326,6 +326,7 @@ ReadAnswer readRaw(const SourceFile& file, const ReadJob& job)
     answer.facts = readFactsOfFile(file.path(), job.wants(ImageReaderOpenFlag::Embedded));
     answer.facts.orientation = exifOrientation(sizes.flip);
     const bool undeveloped = job.wants(ImageReaderOpenFlag::Undeveloped);
+    answer.facts.sampleBits = 16; // what LibRaw returns; sensors have 10 to 16
     ImageMetadata& record = answer.facts.record;
     fillRecord(*raw, record);
     fillWhiteBalance(*raw, record);

@@ -18,13 +18,42 @@ namespace {
 
 constexpr int kBatchRows = 32; // enough for all threads; cancel is polled after each batch
 
+// Written so that NaN fails the first comparison and becomes 0.
+float clamped(float value) { return value > 0.0f ? (value < 1.0f ? value : 1.0f) : 0.0f; }
+
 template <typename T>
 void quantise(const float* in, std::size_t count, float full, T* out)
 {
-    for (std::size_t i = 0; i < count; ++i) {
-        // Written so that NaN fails the first comparison and becomes 0.
-        const float v = in[i] > 0.0f ? (in[i] < 1.0f ? in[i] : 1.0f) : 0.0f;
-        out[i] = static_cast<T>(static_cast<std::int32_t>(v * full + 0.5f));
+    for (std::size_t i = 0; i < count; ++i)
+        out[i] = static_cast<T>(static_cast<std::int32_t>(clamped(in[i]) * full + 0.5f));
+}
+
+// Integers: plain colours, then alpha.
+template <typename T>
+void fillRow(const float* in, const float* alpha, int width, float full, T* out)
+{
+    if (alpha == nullptr) {
+        quantise(in, static_cast<std::size_t>(width) * 3, full, out);
+        return;
+    }
+    for (int x = 0; x < width; ++x, in += 3, out += 4) {
+        quantise(in, 3, full, out);
+        quantise(alpha + x, 1, full, out + 3);
+    }
+}
+
+// Linear light: colours times alpha, then alpha.
+void fillRow(const float* in, const float* alpha, int width, float* out)
+{
+    const auto withoutNaN = [](float value) { return value == value ? value : 0.0f; };
+    if (alpha == nullptr) {
+        std::transform(in, in + static_cast<std::ptrdiff_t>(width) * 3, out, withoutNaN);
+        return;
+    }
+    for (int x = 0; x < width; ++x, in += 3, out += 4) {
+        out[3] = clamped(alpha[x]);
+        for (int c = 0; c < 3; ++c)
+            out[c] = withoutNaN(in[c]) * out[3];
     }
 }
 
@@ -36,9 +65,9 @@ std::size_t sampleBytes(RowFormat format)
 } // namespace
 
 RowSource::RowSource(const _ImageData<PixelRGB<float>>& picture_, const std::shared_ptr<ColorProfile>& target,
-                     RowFormat format_, const RunControl& run_)
-    : picture(picture_), converter(picture.colorProfile(), 3, target), format(format_), run(run_),
-      rowBytes(static_cast<std::size_t>(picture.width()) * 3 * sampleBytes(format)),
+                     RowFormat format_, const RunControl& run_, const _ImageData<float>* alpha_)
+    : picture(picture_), alpha(alpha_), converter(picture.colorProfile(), 3, target), format(format_), run(run_),
+      rowBytes(static_cast<std::size_t>(picture.width()) * channels() * sampleBytes(format)),
       batchRows(std::min(kBatchRows, picture.height())), batch(rowBytes * static_cast<std::size_t>(batchRows)),
       converted(static_cast<std::size_t>(picture.width()) * static_cast<std::size_t>(batchRows))
 {}
@@ -56,21 +85,18 @@ void RowSource::fill(int first)
     firstOfBatch = first;
     inBatch = std::min(batchRows, picture.height() - first);
     const int width = picture.width();
-    const auto samples = static_cast<std::size_t>(width) * 3;
     const auto prepareRow = [&](int y) {
         PixelRGB<float>* const pixels = converted.data() + static_cast<std::ptrdiff_t>(y) * width;
         unsigned char* const out = batch.data() + rowBytes * static_cast<std::size_t>(y);
         converter.convert(&picture.row(first + y)->r, pixels, width);
         const float* const in = &pixels->r;
-        if (format == RowFormat::Bits8) {
-            quantise(in, samples, 255.0f, out);
-        } else if (format == RowFormat::Bits16) {
-            quantise(in, samples, 65535.0f, reinterpret_cast<std::uint16_t*>(out));
-        } else {
-            auto* const floats = reinterpret_cast<float*>(out);
-            for (std::size_t i = 0; i < samples; ++i)
-                floats[i] = in[i] == in[i] ? in[i] : 0.0f;
-        }
+        const float* const cover = alpha != nullptr ? alpha->row(first + y) : nullptr;
+        if (format == RowFormat::Bits8)
+            fillRow(in, cover, width, 255.0f, out);
+        else if (format == RowFormat::Bits16)
+            fillRow(in, cover, width, 65535.0f, reinterpret_cast<std::uint16_t*>(out));
+        else
+            fillRow(in, cover, width, reinterpret_cast<float*>(out));
     };
     // Isolated: while waiting here, a thread must not start another iteration of an outer loop.
     tbb::this_task_arena::isolate([&] { forEachRow(inBatch, prepareRow); });

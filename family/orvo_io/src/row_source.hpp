@@ -24,17 +24,23 @@ enum class RowFormat
 class RowSource
 {
 public:
+    // `alpha` may be null.
     RowSource(const _ImageData<PixelRGB<float>>& picture, const std::shared_ptr<ColorProfile>& target, RowFormat format,
-              const RunControl& run);
+              const RunControl& run, const _ImageData<float>* alpha = nullptr);
 
-    // Row `y`, valid until the next call; call from top to bottom. Red, green, blue, interleaved.
-    // Throws FailureError on cancel.
+    // Row `y`, valid until the next call; call from top to bottom. Red, green, blue and, if there is any, alpha,
+    // interleaved. Throws FailureError on cancel.
     [[nodiscard]] const unsigned char* row(int y);
+
+    // Samples of a pixel: 3, or 4 with alpha.
+    [[nodiscard]] std::size_t channels() const { return alpha != nullptr ? 4 : 3; }
+    [[nodiscard]] std::size_t bytesOfRow() const { return rowBytes; }
 
 private:
     void fill(int first);
 
     const _ImageData<PixelRGB<float>>& picture;
+    const _ImageData<float>* alpha; // may be null
     RowConverter converter;
     RowFormat format;
     const RunControl& run;

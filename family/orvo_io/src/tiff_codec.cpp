@@ -382,6 +382,8 @@ ReadAnswer readTiff(const SourceFile& file, const ReadJob& job)
     TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
     answer.facts.orientation = orientation >= 1 && orientation <= 8 ? orientation : 1;
 
+    answer.facts.sampleBits = std::max<int>(8, facts.bits);
+
     const bool direct = readsDirectly(facts);
     SampleLayout layout;
     if (direct) {

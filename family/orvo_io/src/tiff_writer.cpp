@@ -66,11 +66,8 @@ std::uint64_t appendDirectory(OutputFile& file, std::vector<DirectoryEntry> entr
 
 void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& settings, _Size<int> size, bool big)
 {
-    if (!settings.metadata || !settings.metadata->embedded)
-        return;
     constexpr std::size_t kLargestExif = 16u << 20;
-    const bool isSRGB = *settings.profile == *ColorProfileType::sRGB();
-    EmbeddedMetadata blocks = blocksForWriting(*settings.metadata->embedded, size, isSRGB, kLargestExif);
+    EmbeddedMetadata blocks = blocksForWriting(settings, size, kLargestExif);
     const ExifDirectories directories = directoriesOf(blocks.exif);
     for (const DirectoryEntry& entry : directories.main) {
         // Tags with a text that libtiff knows; others would need a declaration.
@@ -99,10 +96,10 @@ void setMetadata(TIFF* tiff, OutputFile& file, const ImageWriteSettings& setting
 
 // The horizontal predictor of TIFF 6.0: each sample becomes its difference to that of the pixel on the left.
 template <typename T>
-void takeDifferences(T* row, std::uint64_t width)
+void takeDifferences(T* row, std::uint64_t width, std::uint64_t channels)
 {
-    for (std::uint64_t i = width * 3 - 1; i >= 3; --i)
-        row[i] = static_cast<T>(row[i] - row[i - 3]);
+    for (std::uint64_t i = width * channels - 1; i >= channels; --i)
+        row[i] = static_cast<T>(row[i] - row[i - channels]);
 }
 
 } // namespace
@@ -112,7 +109,8 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
 {
     const auto width = static_cast<std::uint64_t>(picture.width());
     const auto height = static_cast<std::uint64_t>(picture.height());
-    const std::uint64_t pixelBytes = width * height * 3 * static_cast<std::uint64_t>(settings.bits / 8);
+    const std::uint64_t channels = settings.alpha ? 4 : 3;
+    const std::uint64_t pixelBytes = width * height * channels * static_cast<std::uint64_t>(settings.bits / 8);
     // Offsets of plain TIFF end at 4 GiB; deflate makes noise slightly larger.
     constexpr std::uint64_t kPlainTiffBytes = 4'000'000'000;
     const bool big = pixelBytes > kPlainTiffBytes;
@@ -127,7 +125,11 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(width));
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(height));
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, settings.bits);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, static_cast<int>(channels));
+    if (settings.alpha) {
+        std::uint16_t kind = EXTRASAMPLE_UNASSALPHA;
+        TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind);
+    }
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
@@ -143,16 +145,17 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
         TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(icc.size()), icc.data());
     setMetadata(tiff, file, settings, picture.size(), big);
 
-    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run);
+    RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run,
+                     settings.alpha.get());
     PartCompressor strips(
         rowBytes, picture.height(),
         [&](const PartRows& strip, DeflatedPart& out) {
             for (int y = 0; y < strip.count; ++y) {
                 unsigned char* const row = strip.first + rowBytes * static_cast<std::uint64_t>(y);
                 if (settings.bits == 8)
-                    takeDifferences(row, width);
+                    takeDifferences(row, width, channels);
                 else
-                    takeDifferences(reinterpret_cast<std::uint16_t*>(row), width);
+                    takeDifferences(reinterpret_cast<std::uint16_t*>(row), width, channels);
             }
             deflateWhole({strip.first, rowBytes * static_cast<std::uint64_t>(strip.count)}, out.bytes);
         },

@@ -2,6 +2,7 @@
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
+#include <orvo_io/picture_file.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gtest/gtest.h>
@@ -450,6 +451,32 @@ TEST_F(ImageReaderTest, MeasuresBrightnessWithoutExif)
         EXPECT_NEAR(ImageReader::readMetadata(folder / "a.jpg")->exposureOffset, expected, 0.03) << level;
         EXPECT_NEAR(openFile(folder / "a.jpg")->metadata()->exposureOffset, expected, 0.03) << level;
     }
+}
+
+TEST_F(ImageReaderTest, BitsOfSamples)
+{
+    const Bytes samples(4 * 4 * 3 * 4, 100);
+    makeJpeg(folder / "a.jpg", 4, 4, samples, {});
+    EXPECT_EQ(sampleBitsOf(folder / "a.jpg"), 8);
+    makePng(folder / "a.png", 4, 4, samples, {.bits = 8});
+    EXPECT_EQ(sampleBitsOf(folder / "a.png"), 8);
+    makePng(folder / "gray.png", 4, 4, samples, {.colorType = 0, .bits = 2});
+    EXPECT_EQ(sampleBitsOf(folder / "gray.png"), 8);
+    makePng(folder / "deep.png", 4, 4, samples, {.bits = 16});
+    EXPECT_EQ(sampleBitsOf(folder / "deep.png"), 16);
+    makeTiff(folder / "a.tif", 4, 4, samples, {.bits = 8});
+    EXPECT_EQ(sampleBitsOf(folder / "a.tif"), 8);
+    makeTiff(folder / "deep.tif", 4, 4, samples, {.bits = 16});
+    EXPECT_EQ(sampleBitsOf(folder / "deep.tif"), 16);
+    makeTiff(folder / "float.tif", 4, 4, samples, {.bits = 32, .floats = true});
+    EXPECT_EQ(sampleBitsOf(folder / "float.tif"), 32);
+    makeWebP(folder / "a.webp", 4, 4, samples);
+    EXPECT_EQ(sampleBitsOf(folder / "a.webp"), 8);
+    writeImage(folder / "a.exr", *gradient(4, 4), writeSettingsForPath("a.exr"));
+    EXPECT_EQ(sampleBitsOf(folder / "a.exr"), 16);
+    writeBytes(folder / "text.png", Bytes(100, 'x'));
+    EXPECT_EQ(sampleBitsOf(folder / "text.png"), 0);
+    EXPECT_EQ(sampleBitsOf(folder / "missing.png"), 0);
 }
 
 TEST_F(ImageReaderTest, TakesOverKnownMetadata)

@@ -7,8 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <tiffio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <limits>
@@ -60,6 +62,56 @@ TEST_F(ImageWriterTest, RoundTrips)
             EXPECT_LE(worstDifference(*read, *picture), c.tolerance) << c.name << c.bits << " " << size.width;
         }
     }
+}
+
+// The reader composites alpha over black in the encoded values, which multiplies plain colours by it; colours that the
+// format stores premultiplied in linear light are read as they are.
+TEST_F(ImageWriterTest, Alpha)
+{
+    const auto picture = gradient(70, 41);
+    auto alpha = std::make_shared<MaskImage>(picture->size());
+    auto expected = std::make_shared<Picture>(picture->size(), ColorProfileType::sRGB());
+    auto light = picture->copy({});
+    light->convertTo(ColorProfileType::linearSRGB());
+    for (int y = 0; y < 41; ++y)
+        for (int x = 0; x < 70; ++x) {
+            const float a = alpha->row(y)[x] = x < 10 ? 0.0f : x < 20 ? 1.0f : 0.02f * static_cast<float>(y);
+            const auto& p = picture->row(y)[x];
+            expected->row(y)[x] = {p.r * a, p.g * a, p.b * a};
+            auto& l = light->row(y)[x];
+            l = {l.r * a, l.g * a, l.b * a};
+        }
+    light->convertTo(ColorProfileType::sRGB());
+    struct Case
+    {
+        const char* name;
+        int bits;
+        double tolerance;
+    };
+    for (const Case& c : {Case{"a.png", 8, 1.01 / 255}, Case{"a.png", 16, 1.01 / 65535}, Case{"a.tif", 8, 1.01 / 255},
+                          Case{"a.tif", 16, 1.01 / 65535}, Case{"a.exr", 16, 1e-3}, Case{"a.exr", 32, 1e-5}}) {
+        SCOPED_TRACE(c.name + std::to_string(c.bits));
+        ImageWriteSettings settings = writeSettingsForPath(c.name);
+        settings.bits = c.bits;
+        settings.alpha = alpha;
+        ASSERT_TRUE(writeImage(folder / c.name, *picture, settings));
+        const auto read = openAsSRGB(folder / c.name);
+        ASSERT_TRUE(read);
+        EXPECT_LE(worstDifference(*read, settings.format == ImageFileFormat::Exr ? *light : *expected), c.tolerance);
+    }
+    const auto tiff = std::unique_ptr<TIFF, void (*)(TIFF*)>(TIFFOpen((folder / "a.tif").c_str(), "r"), TIFFClose);
+    std::uint16_t count = 0;
+    std::uint16_t* kinds = nullptr;
+    ASSERT_EQ(TIFFGetField(tiff.get(), TIFFTAG_EXTRASAMPLES, &count, &kinds), 1);
+    ASSERT_EQ(count, 1);
+    EXPECT_EQ(kinds[0], EXTRASAMPLE_UNASSALPHA);
+
+    ImageWriteSettings settings = writeSettingsForPath("a.jpg");
+    settings.alpha = alpha;
+    EXPECT_THROW(writeImage(folder / "a.jpg", *picture, settings), std::invalid_argument);
+    settings = writeSettingsForPath("b.png");
+    settings.alpha = std::make_shared<MaskImage>(_Size<int>(41, 70));
+    EXPECT_THROW(writeImage(folder / "b.png", *picture, settings), std::invalid_argument);
 }
 
 TEST_F(ImageWriterTest, ConvertsToTheRequestedProfileAndEmbedsIt)
@@ -125,6 +177,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
     exif["Exif.Image.Make"] = "Maker";
     exif["Exif.Image.Model"] = "Model 7";
     exif["Exif.Image.Copyright"] = "somebody";
+    exif["Exif.Image.Software"] = "Camera Ver.1.10";
     exif["Exif.Image.Orientation"] = std::uint16_t{6};
     exif["Exif.Image.StripOffsets"] = std::uint32_t{8};
     exif["Exif.Photo.ExposureTime"] = Exiv2::URational(1, 125);
@@ -142,6 +195,7 @@ TEST_F(ImageWriterTest, CarriesMetadata)
     Exiv2::XmpData xmp;
     xmp["Xmp.dc.creator"] = "the creator";
     xmp["Xmp.tiff.Orientation"] = "6";
+    xmp["Xmp.tiff.Software"] = "Camera Ver.1.10";
     EmbeddedMetadata blocks;
     blocks.exif = blob;
     const Exiv2::DataBuf iptcBytes = Exiv2::IptcParser::encode(iptc);
@@ -173,6 +227,8 @@ TEST_F(ImageWriterTest, CarriesMetadata)
         EXPECT_EQ(seen["Exif.Image.Orientation"].toLong(), 1) << name;
         EXPECT_EQ(seen["Exif.Photo.PixelXDimension"].toLong(), 60) << name;
         EXPECT_EQ(seen["Exif.Image.Copyright"].toString(), "somebody") << name;
+        EXPECT_EQ(seen["Exif.Image.Software"].toString(), writingSoftware()) << name;
+        EXPECT_EQ(other->xmpData()["Xmp.tiff.Software"].toString(), writingSoftware()) << name;
         EXPECT_EQ(seen["Exif.GPSInfo.GPSLatitude"].toString(), "48/1 30/1 0/1") << name;
         EXPECT_EQ(Exiv2::ExifThumbC(seen).copy().size_, 0) << name;
         if (std::string(name) != "a.tif") {
@@ -190,6 +246,55 @@ TEST_F(ImageWriterTest, CarriesMetadata)
         EXPECT_EQ(again->lensModel, "Lens 50mm") << name;
         EXPECT_FALSE(again->embedded->xmp.empty()) << name;
         EXPECT_FALSE(again->embedded->iptc.empty()) << name;
+    }
+}
+
+TEST_F(ImageWriterTest, NamesTheSoftware)
+{
+    EXPECT_EQ(writingSoftware().rfind("orvo_extensions ", 0), 0u);
+    const auto softwareOf = [this](const std::string& name) {
+        const auto other = Exiv2::ImageFactory::open((folder / name).string());
+        other->readMetadata();
+        const auto found = other->exifData().findKey(Exiv2::ExifKey("Exif.Image.Software"));
+        return found == other->exifData().end() ? std::string() : found->toString();
+    };
+    const auto contains = [this](const std::string& name, const std::string& text) {
+        const Bytes bytes = readBytes(folder / name);
+        return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
+    };
+    for (const std::string name : {"a.jpg", "a.png", "a.tif", "a.exr"}) {
+        SCOPED_TRACE(name);
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        writeImage(folder / name, *gradient(20, 10), settings); // without metadata
+        EXPECT_TRUE(contains(name, writingSoftware()));
+        if (name != "a.exr") {
+            EXPECT_EQ(softwareOf(name), writingSoftware());
+        }
+        settings.software = "an editor 2";
+        writeImage(folder / name, *gradient(20, 10), settings);
+        EXPECT_TRUE(contains(name, "an editor 2"));
+        settings.software.clear();
+        writeImage(folder / name, *gradient(20, 10), settings);
+        EXPECT_FALSE(contains(name, "oftware"));
+    }
+}
+
+TEST_F(ImageWriterTest, SoftwareOfTheMetadataStaysWhereNoneIsGiven)
+{
+    Exiv2::ExifData exif;
+    exif["Exif.Image.Software"] = "Camera Ver.1.10";
+    EmbeddedMetadata blocks;
+    Exiv2::ExifParser::encode(blocks.exif, Exiv2::littleEndian, exif);
+    auto metadata = std::make_shared<ImageMetadata>();
+    metadata->embedded = std::make_shared<const EmbeddedMetadata>(blocks);
+    for (const std::string name : {"a.jpg", "a.png", "a.tif"}) {
+        ImageWriteSettings settings = writeSettingsForPath(name);
+        settings.metadata = metadata;
+        settings.software.clear();
+        writeImage(folder / name, *gradient(20, 10), settings);
+        const auto other = Exiv2::ImageFactory::open((folder / name).string());
+        other->readMetadata();
+        EXPECT_EQ(other->exifData()["Exif.Image.Software"].toString(), "Camera Ver.1.10") << name;
     }
 }
 

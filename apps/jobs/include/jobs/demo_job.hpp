@@ -18,6 +18,7 @@ struct DemoJobRequest
     std::filesystem::path folder; ///< created if missing
     int size = kUsualDemo;        ///< longer side of the frames in pixels, kSmallestDemo..kLargestDemo
     bool keep = false;            ///< use existing frames in the folder and render only missing ones
+    bool sheets = false;          ///< also a small picture of each piece, frames and result, in the folder "sheets"
 };
 
 /// One piece of the demonstration.
@@ -27,6 +28,7 @@ struct DemoPiece
     std::vector<std::filesystem::path> frames; ///< in the order of the shots
     std::string what;                          ///< one word for the operation, such as "merged"
     std::filesystem::path result;
+    std::filesystem::path sheet; ///< empty if none was requested
 };
 
 struct DemoJobResult : JobResult
@@ -36,10 +38,11 @@ struct DemoJobResult : JobResult
 
 /// Renders the frames of each piece into its own folder below the given one and runs a job on them. Exposure brackets
 /// are merged: a handheld one of JPEGs with a person walking, one of 16-bit TIFFs from a tripod, one of raw DNGs. A
-/// handheld focus series is stacked, a small picture is enlarged, and panorama views of half the size, but never too
-/// small to be stitched, are stitched at their resolution. Each frame appears only when it is complete. Refused: a size
-/// out of range. An error ends the job; files created so far remain. Cancelled between frames and as in hdrJob(),
-/// stackJob(), upscaleJob() and panoJob().
+/// handheld focus series is stacked, a small picture is enlarged, panorama views of half the size, but never too small
+/// to be stitched, are stitched at their resolution, the person is erased from a merged picture, a picture gets a
+/// border, and a noisy one is restored. Each frame appears only when it is complete. Refused: a size out of range. An
+/// error ends the job; files created so far remain. Cancelled between frames and as in hdrJob(), stackJob(),
+/// upscaleJob() and panoJob().
 [[nodiscard]] DemoJobResult demoJob(const DemoJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

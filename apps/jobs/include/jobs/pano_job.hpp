@@ -48,6 +48,8 @@ struct PanoJobRequest : PictureJobRequest
     double turnDegrees = 0.0; ///< of the view about its axis, clockwise
     bool straighten = false;  ///< then turn it until the horizon is level
     PanoCrop crop = PanoCrop::None;
+    /// What no picture covers is transparent instead of white. Refused for JPEG.
+    bool transparent = false;
     _Rect<int> cropRect; ///< in pixels of the result of PanoCrop::None without a largest size
 };
 

@@ -17,7 +17,9 @@ namespace orvo::jobs {
 struct PictureJobRequest
 {
     std::optional<int> jpegQuality; ///< 1..100; empty: the writer's default
-    std::optional<int> bits;        ///< bits per sample that the format supports; empty: the writer's default
+    /// Bits per sample that the format supports. Empty: PNG and TIFF have 8 if no source has more, 16 for deeper
+    /// sources, raw files and merged exposures, which have more tones than each source; EXR 16, JPEG 8.
+    std::optional<int> bits;
     /// Colour space of the file. Empty: that of the file whose metadata are copied if it is an RGB matrix profile with
     /// a curve, else sRGB (a CMYK or gray profile cannot represent the result, and a linear one would waste the bits of
     /// the file).

@@ -33,12 +33,12 @@ struct UpscaleJobResult : PictureJobResult
 /// of peak plane bytes at the start. While it runs, the settings of the process name the request's network, if it has
 /// one.
 ///
-/// Progress: Check 0, Upscale 0.02 (opaque), Write 0.9, and 1 at the end.
+/// Progress: Check 0, Upscale 0.02 to 0.85 with the pixels that are made, Write 0.85, and 1 at the end.
 ///
 /// Refused: no file, a value out of range, both a network and the built-in filters, an unknown ending, an output that
 /// is the source. Failed: everything caused by the files or the machine, including a network that cannot be used;
 /// during the check if the result would have more pixels than are possible, or longer sides than the format allows.
-/// Cancelled while checking, after enlarging, and while writing.
+/// Cancelled while checking, enlarging and writing.
 [[nodiscard]] UpscaleJobResult upscaleJob(const UpscaleJobRequest& request, const JobCallbacks& callbacks = {});
 
 } // namespace orvo::jobs

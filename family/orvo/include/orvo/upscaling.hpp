@@ -94,7 +94,7 @@ upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const 
          const std::shared_ptr<const _ImageData<float>>& mask, const std::atomic<bool>* cancel,
          const mlCacheInfo& cacheInfo);
 
-/// The same, with any source of cancel.
+/// The same, with any source of cancel. Reports progress on the calling thread.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<_ImageData<PixelRGB<float>>>
 upscaleX(const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, const UpscaleAISettings& settings,
          const std::shared_ptr<const _ImageData<float>>& mask, const RunControl& run, const mlCacheInfo& cacheInfo);

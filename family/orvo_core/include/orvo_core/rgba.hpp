@@ -23,4 +23,9 @@ struct SplittedRGBA
 /// The inverse of the above. Throws std::invalid_argument if `joined` is empty. Peak: the result.
 [[nodiscard]] ORVO_EXPORT SplittedRGBA splitRGBA(const std::shared_ptr<const _ImageData<PixelRGBA<float>>>& joined);
 
+/// Takes the white out of a picture that lies over white, in encoded values, where `coverage` (0 to 1, of its size) is
+/// below 1: partly covered pixels get the colour of what covers them, so that `coverage` can be their alpha. Uncovered
+/// ones stay white. Throws std::invalid_argument if the sizes differ.
+ORVO_EXPORT void removeWhite(_ImageData<PixelRGB<float>>& picture, const _ImageData<float>& coverage);
+
 } // namespace orvo

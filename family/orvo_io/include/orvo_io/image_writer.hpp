@@ -20,6 +20,9 @@ enum class ImageFileFormat
     Exr
 };
 
+/// Name and version of this library, such as "orvo_extensions 0.1.0".
+[[nodiscard]] ORVO_EXPORT std::string writingSoftware();
+
 struct ImageWriteSettings
 {
     ImageFileFormat format = ImageFileFormat::Tiff;
@@ -29,9 +32,18 @@ struct ImageWriteSettings
     int jpegQuality = 95;
     /// Colour space of the file; empty: sRGB(). EXR is always linear light with the primaries of sRGB.
     std::shared_ptr<ColorProfile> profile;
+    /// How much of each pixel the picture covers, 0 to 1; of the picture's size. Empty: everything, and no alpha in the
+    /// file. The picture has the plain colours, not premultiplied ones. PNG and TIFF store them so (TIFF as
+    /// unassociated alpha), EXR premultiplied in linear light, as it demands. JPEG has no alpha.
+    std::shared_ptr<const _ImageData<float>> alpha;
     /// Written into the file (EXIF, IPTC, XMP), with orientation upright, the actual pixel size and no embedded
     /// preview. Empty: none.
     std::shared_ptr<const ImageMetadata> metadata;
+    /// EXR only: luminance of the value 1 in cd/m2, for the attribute whiteLuminance; 0: unknown.
+    float whiteLuminance = 0.0f;
+    /// The program that the file names as its writer, in place of the one in `metadata`: Software in EXIF and TIFF, the
+    /// texts of PNG, and the attributes of EXR. Empty: as in `metadata`.
+    std::string software = writingSoftware();
     /// Polled every few rows; true stops the writing, and writeImage() returns false.
     std::function<bool()> cancel;
 };

@@ -97,14 +97,14 @@ std::array<float, kLevels> weightTable()
 
 } // namespace
 
-Deghosting::Deghosting(_Size<int> size_, DeghostAmount amount, std::size_t frameCount)
+Deghosting::Deghosting(_Size<int> size_, DeghostAmount amount, std::size_t frameCount, int referenceIndex)
     : size(size_), sensitivity(static_cast<float>(static_cast<int>(amount)) * kSensitivityStep * kSensitivitySpan +
                                kLowestSensitivity),
       mask(size_.width, size_.height)
 {
-    maps.reserve(frameCount);
-    for (std::size_t i = 0; i < frameCount; ++i)
-        maps.emplace_back();
+    LOG(__orvolog() << "[Deghosting] " << size.width << "x" << size.height << " refIdx: " << referenceIndex
+                    << "deghostAmount: " << static_cast<int>(amount));
+    maps.resize(frameCount);
 }
 
 void Deghosting::compare(std::size_t index, const Pixel* frame, const Pixel* reference)
@@ -205,13 +205,11 @@ template <typename Frame>
 void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex)
 {
     const _Size<int> size = frames[0].image->size();
-    LOG(__orvolog() << "[Deghosting] " << size.width << "x" << size.height << " refIdx: " << referenceIndex
-                    << "deghostAmount: " << static_cast<int>(amount));
     if (size.width <= 0 || size.height <= 0)
         return;
     const auto at = static_cast<std::size_t>(referenceIndex);
     const Pixel* const reference = frames[at].image->data();
-    Deghosting deghosting(size, amount, frames.size());
+    Deghosting deghosting(size, amount, frames.size(), referenceIndex);
     for (std::size_t i = 0; i < frames.size(); ++i)
         if (i != at)
             deghosting.compare(i, frames[i].image->data(), reference);

@@ -25,7 +25,8 @@ public:
     /// Pixels first..end-1 of row `y` of the reference, or made in `scratch`, which has room for GhostMask::kTile.
     using ReferenceRow = std::function<const Pixel*(int y, int first, int end, Pixel* scratch)>;
 
-    Deghosting(_Size<int> size, DeghostAmount amount, std::size_t frameCount);
+    /// `referenceIndex` is only logged.
+    Deghosting(_Size<int> size, DeghostAmount amount, std::size_t frameCount, int referenceIndex);
 
     void compare(std::size_t index, const Pixel* frame, const Pixel* reference);
     void finishMask();

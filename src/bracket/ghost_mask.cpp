@@ -102,8 +102,9 @@ ORVO_VECTOR_CLONES void scaleLine(const double* sum, float* out, double scale, i
 GhostMask::GhostMask(int width_, int height_)
     : width(width_), height(height_),
       marked(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_), true),
-      state(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_)),
-      tiles{(width_ + kTile - 1) / kTile, (height_ + kTile - 1) / kTile, {}}
+      state(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_)), tiles{(width_ + kTile - 1) / kTile,
+                                                                                         (height_ + kTile - 1) / kTile,
+                                                                                         {}}
 {
     tiles.used.resize(static_cast<std::size_t>(tiles.columns) * static_cast<std::size_t>(tiles.rows));
 }

@@ -52,8 +52,7 @@ private:
     {
         return static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
     }
-    void growTile(int column, int row, const std::uint8_t* from, std::uint8_t* to, bool isLast,
-                  Tiles& result) const;
+    void growTile(int column, int row, const std::uint8_t* from, std::uint8_t* to, bool isLast, Tiles& result) const;
     void clearTile(int column, int row, std::uint8_t* plane) const;
 
     int width, height;

@@ -251,8 +251,7 @@ ExposureCurve::ExposureCurve(float a, float b, float c)
 
 float ExposureCurve::operator()(float value) const
 {
-    if (!identity)
-        applyInPlace(&value, 1);
+    applySerially(&value, 1); // one value is not worth starting the pool
     return value;
 }
 
@@ -260,18 +259,28 @@ void ExposureCurve::applyInPlace(float* samples, std::size_t count) const
 {
     if (identity)
         return;
-    const Constants constants{gain, encodedGain, knee, bend, lift};
+    forEachRange(count, [&](std::size_t first, std::size_t last) { applySerially(samples + first, last - first); });
+}
+
+void ExposureCurve::applySerially(float* samples, std::size_t count) const
+{
+    if (identity)
+        return;
     const auto apply = brightens ? brightenRange : darkenRange;
-    if (count == 1) // one value is not worth starting the pool
-        apply(samples, count, constants);
-    else
-        forEachRange(count,
-                     [&](std::size_t first, std::size_t last) { apply(samples + first, last - first, constants); });
+    apply(samples, count, {gain, encodedGain, knee, bend, lift});
 }
 
 void ExposureCurve::applyToPixels(PixelRGB<float>* pixels, std::size_t count) const
 {
-    if (identity || count == 0)
+    if (identity)
+        return;
+    forEachRange(count,
+                 [&](std::size_t first, std::size_t last) { applyToPixelsSerially(pixels + first, last - first); });
+}
+
+void ExposureCurve::applyToPixelsSerially(PixelRGB<float>* pixels, std::size_t count) const
+{
+    if (identity)
         return;
     const Constants constants{gain, encodedGain, knee, bend, lift};
     const auto applyBlock = [&](float* samples, std::size_t blockPixels) {
@@ -284,10 +293,8 @@ void ExposureCurve::applyToPixels(PixelRGB<float>* pixels, std::size_t count) co
             bends ? darkenBlock(samples, blockPixels, constants) : darkenRange(samples, blockPixels * 3, constants);
         }
     };
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; p += kBlockPixels)
-            applyBlock(&pixels[p].r, std::min(kBlockPixels, last - p));
-    });
+    for (std::size_t p = 0; p < count; p += kBlockPixels)
+        applyBlock(&pixels[p].r, std::min(kBlockPixels, count - p));
 }
 
 float apply_exposure(float value, float a, float b, float c) { return ExposureCurve(a, b, c)(value); }

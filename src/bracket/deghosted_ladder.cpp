@@ -7,7 +7,8 @@ namespace orvo {
 DeghostedLadder::DeghostedLadder(std::vector<HDRFrame>& ladder_, const std::vector<float>& shifts, int reference_,
                                  const HDRSettings& settings, const RunControl& run)
     : ladder(ladder_), reference(static_cast<std::size_t>(reference_)), referenceFrame(ladder_[reference].image),
-      deghosting(std::make_unique<Deghosting>(referenceFrame->size(), settings.deghostAmount, ladder_.size(), reference_))
+      deghosting(
+          std::make_unique<Deghosting>(referenceFrame->size(), settings.deghostAmount, ladder_.size(), reference_))
 {
     for (const float shift : shifts)
         curves.push_back(curveOfShift(shift, settings));

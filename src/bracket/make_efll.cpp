@@ -216,6 +216,16 @@ bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, c
     return true;
 }
 
+// A rung at its exposure; the rung itself stays as it is.
+std::shared_ptr<const Picture> shiftedPicture(const std::vector<HDRFrame>& ladder, const std::vector<float>& shifts,
+                                              std::size_t index, const HDRSettings& settings)
+{
+    HDRFrame rung = ladder[index];
+    if (!shifts.empty() && !curveOfShift(shifts[index], settings).isIdentity())
+        shiftRung(rung, shifts[index], settings);
+    return rung.image;
+}
+
 // Shifts a single frame back to the exposure that it had in the middle of its ladder.
 void restoreExposure(const Picture& middleRung, Picture& result, HighlightHue hue)
 {
@@ -328,7 +338,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
     std::vector<HDRFrame> ladder;
     std::vector<float> shifts;
     int ghostIndex = -1;
-    if (single || frames.size() > kMostResampledFrames) {
+    if ((single && isRaw) || frames.size() > kMostResampledFrames) {
         float unused = 0.0f;
         std::tie(ladder, ghostIndex) = resampleFrames(frames, settings, unused);
     } else {
@@ -375,7 +385,7 @@ Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSetti
         return stopped();
 
     // Only a single frame's exposure is measured on its middle rung; keeping it in other cases would cost a picture.
-    const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
+    const auto middleRung = single ? shiftedPicture(ladder, shifts, ladder.size() / 2, settings) : nullptr;
     auto result = blendLadder(ladder, shifts, late ? &*late : nullptr, maskScale, settings, run, phases);
     if (!result)
         return stopped();

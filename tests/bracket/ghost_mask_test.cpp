@@ -45,8 +45,9 @@ void markIn(GhostMask& mask, const std::vector<float>& marks, int width, int hei
 {
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            mask.marks(y)[x] = marks[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                                     static_cast<std::size_t>(x)] > 0.0f;
+            mask.marks(y)[x] =
+                marks[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)] >
+                0.0f;
 }
 
 } // namespace

@@ -20,7 +20,8 @@ namespace orvo {
 /// The reference is the path at `settings.adjust.referenceIndex` if alignment is enabled, else the middle path. All
 /// frames must have the size of the reference. Result: the picture in melissaRGB() with the metadata of the reference;
 /// empty on failure, with the reason in lastFailure(), and on standard error for a file that cannot be opened. Blocks
-/// the calling thread; cannot be cancelled. Peak: all frames, and five pictures more.
+/// the calling thread; cannot be cancelled. Peak: six pictures; with alignment or deghosting also all frames, which
+/// take a quarter of a picture each if the samples of their files have 8 bits and half a picture with 16.
 [[nodiscard]] ORVO_EXPORT std::shared_ptr<Image> makeFocusStack(const std::vector<std::filesystem::path>& paths,
                                                                 const BracketSettings::FocusStacking& settings);
 

@@ -128,8 +128,8 @@ enum class HDRMergingPhaseName : std::int32_t
 /// All frames must have one size: that of the first by exposure is used for all, and a smaller frame is an error.
 /// `size` has no effect. `onPhase` is called on the caller's thread; empty: the phases are logged. Result: the merged
 /// picture, in melissaRGB(), and the pixels of the middle frame as loaded (developed if raw); both empty on failure and
-/// on cancel. Peak: one picture for each frame and each rung of the ladder, and a fifth of a picture for masks;
-/// deghosting adds four pictures, alignment one.
+/// on cancel. Peak: the frames, one picture, and a fifth of a picture for masks; alignment or deghosting of up to three
+/// developed frames adds two pictures, of raw frames one for each rung of the ladder.
 [[nodiscard]] ORVO_EXPORT std::pair<std::shared_ptr<Image>, std::shared_ptr<_ImageData<PixelRGB<float>>>>
 make_HDR(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> size,
          std::function<void(HDRMergingPhaseName)> onPhase);

@@ -1,15 +1,13 @@
 #include "bracket/deghosting.hpp"
 
-#include <orvo_common/memory_manager.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
-#include <orvo_image_processing/auto_exposure.hpp>
-#include <orvo_image_processing/fast_blur.hpp>
 #include <orvo_image_processing/guided_filter.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstring>
 
 namespace orvo {
 namespace {
@@ -29,147 +27,203 @@ constexpr float kBlownOut = 245.0f;
 // The curve from a difference of structure to a mark.
 constexpr float kMarkContrast = 3.0f;
 
-// Growing: so many blurs of this radius, each followed by the hard core at full strength.
-constexpr int kGrowRadius = 10;
-constexpr int kGrowPasses = 25;
-constexpr float kMaskSteps = 255.0f; // the mask is held to 8-bit steps
-
-// The mask is a little stronger than grown, so that its inner slope is solid.
-constexpr float kMaskGain = 1.2f;
+// Of replaced pixels.
 constexpr float kBrightest = 2.0f;
 
 // Exposure maps by channel.
 constexpr int kByChannel = 7;
 
+constexpr std::size_t kLevels = 256; // of the mask
+
 using Pixel = PixelRGB<float>;
 
-struct Size
+// What the guided filter takes away, limited to 0..1 by channel and summed.
+ORVO_INLINE float structureOf(const Pixel& v, const Pixel& smooth)
 {
-    int width;
-    int height;
-    [[nodiscard]] std::size_t pixels() const
-    {
-        return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    }
+    const Pixel limited =
+        clampValue(Pixel{std::abs(v.r - smooth.r), std::abs(v.g - smooth.g), std::abs(v.b - smooth.b)});
+    return limited.r + limited.g + limited.b;
+}
+
+// A row of the frame and of the reference at its exposure, each with what the guided filter makes of it.
+struct ComparedRow
+{
+    const Pixel* frame;
+    const Pixel* smoothFrame;
+    const Pixel* mapped;
+    const Pixel* smoothMapped;
+    const Pixel* reference;
 };
 
-void copyPixels(Pixel* target, const Pixel* source, std::size_t count)
+ORVO_VECTOR_CLONES void markRow(const ComparedRow& row, std::uint8_t* marks, float sensitivity, int count)
 {
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        std::memcpy(target + first, source + first, (last - first) * sizeof(Pixel));
-    });
-}
-
-// What the guided filter takes away, limited to 0..1 by channel and summed. `smooth` is scratch.
-void measureStructure(const Pixel* picture, Pixel* smooth, float* structure, Size size)
-{
-    const int wholeRadius = size.width / kWidthsPerRadius; // truncated
-    const auto radius = static_cast<float>(wholeRadius);
-    grfx_guided_filter_rgb_fast(picture, smooth, size.width, size.height, radius, kGuidedEps);
-    forEachRange(size.pixels(), [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; ++p) {
-            const Pixel& v = picture[p];
-            const Pixel& s = smooth[p];
-            const Pixel limited = clampValue(Pixel{std::abs(v.r - s.r), std::abs(v.g - s.g), std::abs(v.b - s.b)});
-            structure[p] = limited.r + limited.g + limited.b;
-        }
-    });
-}
-
-// `a` and `b` are the structure of the frame and of the reference at its exposure.
-void markDifferences(const float* a, const float* b, const Pixel* reference, float* ghostMask, float sensitivity,
-                     std::size_t count)
-{
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; ++p) {
-            const Pixel& ref = reference[p];
-            if (!((ref.r + ref.g + ref.b) / 3.0f * 255.0f < kBlownOut))
-                continue;
-            float d = std::abs(a[p] - b[p]);
-            d = (d + d) * sensitivity;
-            const float v = (std::clamp(d, 0.0f, 1.0f) - 0.5f) * kMarkContrast * sensitivity + 0.5f;
-            if (v > 0.0f)
-                ghostMask[p] = 1.0f;
-        }
-    });
-}
-
-float inMaskSteps(float v) { return static_cast<float>(static_cast<int>(v * kMaskSteps)) / kMaskSteps; }
-
-// Each pass puts the hard core back before the next blur, so the edge spreads outward while the core stays solid.
-void growMask(const float* ghostMask, float* soft, float* softBlur, Size size)
-{
-    const std::size_t count = size.pixels();
-    grfx_fast_blur_gray(softBlur, ghostMask, size.width, size.height, kGrowRadius);
-    for (int pass = 0; pass < kGrowPasses; ++pass) {
-        forEachRange(count, [&](std::size_t first, std::size_t last) {
-            for (std::size_t p = first; p < last; ++p)
-                soft[p] = inMaskSteps(std::max(std::clamp(ghostMask[p], 0.0f, 1.0f), inMaskSteps(softBlur[p])));
-        });
-        grfx_fast_blur_gray(softBlur, soft, size.width, size.height, kGrowRadius);
+    for (int x = 0; x < count; ++x) {
+        const Pixel& ref = row.reference[x];
+        float d =
+            std::abs(structureOf(row.frame[x], row.smoothFrame[x]) - structureOf(row.mapped[x], row.smoothMapped[x]));
+        d = (d + d) * sensitivity;
+        const float v = (std::clamp(d, 0.0f, 1.0f) - 0.5f) * kMarkContrast * sensitivity + 0.5f;
+        const bool isShown = (ref.r + ref.g + ref.b) / 3.0f * 255.0f < kBlownOut;
+        marks[x] = static_cast<std::uint8_t>(marks[x] | (isShown && v > 0.0f ? 1 : 0));
     }
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; ++p)
-            soft[p] = inMaskSteps(softBlur[p]);
-    });
 }
 
-void mixIn(Pixel* frame, const Pixel* replacement, const float* soft, std::size_t count)
+ORVO_INLINE float mixed(float value, float wanted, float m)
 {
-    const auto mixed = [](float value, float wanted, float m) {
-        const float v = value + (wanted - value) * m;
-        return v >= kBrightest ? kBrightest : (v > 0.0f ? v : 0.0f);
-    };
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; ++p) {
-            const float m = std::clamp(soft[p] * kMaskGain, 0.0f, 1.0f);
-            frame[p] = {mixed(frame[p].r, replacement[p].r, m), mixed(frame[p].g, replacement[p].g, m),
-                        mixed(frame[p].b, replacement[p].b, m)};
-        }
-    });
+    const float v = value + (wanted - value) * m;
+    return v >= kBrightest ? kBrightest : (v > 0.0f ? v : 0.0f);
+}
+
+ORVO_VECTOR_CLONES void limitPixels(float* samples, std::size_t count)
+{
+    for (std::size_t i = 0; i < count; ++i)
+        samples[i] = mixed(samples[i], samples[i], 0.0f);
+}
+
+ORVO_VECTOR_CLONES void mixPixels(float* samples, const float* wanted, const float* weights, std::size_t pixels)
+{
+    for (std::size_t p = 0; p < pixels; ++p)
+        for (std::size_t c = 0; c < 3; ++c)
+            samples[3 * p + c] = mixed(samples[3 * p + c], wanted[3 * p + c], weights[p]);
+}
+
+std::array<float, kLevels> weightTable()
+{
+    std::array<float, kLevels> table{};
+    for (std::size_t level = 0; level < table.size(); ++level)
+        table[level] = GhostMask::weightOf(static_cast<std::uint8_t>(level));
+    return table;
 }
 
 } // namespace
 
+Deghosting::Deghosting(_Size<int> size_, DeghostAmount amount, std::size_t frameCount, int referenceIndex)
+    : size(size_), sensitivity(static_cast<float>(static_cast<int>(amount)) * kSensitivityStep * kSensitivitySpan +
+                               kLowestSensitivity),
+      mask(size_.width, size_.height)
+{
+    LOG(__orvolog() << "[Deghosting] " << size.width << "x" << size.height << " refIdx: " << referenceIndex
+                    << "deghostAmount: " << static_cast<int>(amount));
+    maps.resize(frameCount);
+}
+
+void Deghosting::compare(std::size_t index, const Pixel* frame, const Pixel* reference)
+{
+    auto_exposure_data_t data;
+    autoExposureEstimateRGB(frame, reference, size.width, size.height, data, kByChannel);
+    maps[index] = std::make_unique<ReexposedFrame>(frame, reference, size.width, size.height, data);
+    const ReexposedFrame& map = *maps[index];
+    const int radius = size.width / kWidthsPerRadius; // truncated
+    if (radius < 1)
+        return; // no surroundings, hence no structure
+    const auto stride = static_cast<std::size_t>(size.width);
+    const auto at = [stride](int x, int y) {
+        return static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(x);
+    };
+    const auto rowOfMap = [&](int y, int first, int end, Pixel* result) {
+        map.row(y, first, end, frame + at(first, y), reference + at(first, y), result);
+    };
+
+    GuidedFilter ofFrame(size.width, size.height, static_cast<float>(radius), kGuidedEps);
+    GuidedFilter ofMapped(size.width, size.height, static_cast<float>(radius), kGuidedEps);
+    forEachRow(ofFrame.blockRows(), [&](int block) {
+        const int top = ofFrame.firstRow(block);
+        const int bottom = ofFrame.endRow(block);
+        ofFrame.measure(block, frame + at(0, top));
+        if (map.isFrameItself({0, top, size.width, bottom - top})) {
+            ofMapped.measureLike(block, ofFrame);
+            return;
+        }
+        const ManagedPlane<Pixel> rows(at(0, bottom - top));
+        for (int y = top; y < bottom; ++y)
+            rowOfMap(y, 0, size.width, rows.data() + at(0, y - top));
+        ofMapped.measure(block, rows.data());
+    });
+    ofFrame.solve();
+    ofMapped.solve();
+
+    // Where the reference at the frame's exposure is the frame itself, as far as the filter reaches, both have one
+    // structure, and the rounding of the filter is far below a mark.
+    const int reach = ofFrame.influence();
+    const auto isSame = [&](const _Rect<int>& tile) {
+        const int left = std::max(0, tile.x - reach);
+        const int top = std::max(0, tile.y - reach);
+        const int right = std::min(size.width, tile.x + tile.width + reach);
+        const int bottom = std::min(size.height, tile.y + tile.height + reach);
+        return map.isFrameItself({left, top, right - left, bottom - top});
+    };
+    const auto markTile = [&](int column, int row) {
+        const _Rect<int> tile = ofFrame.tile(column, row);
+        if (tile.height <= 0 || isSame(tile))
+            return;
+        const auto columns = static_cast<std::size_t>(tile.width);
+        const std::size_t pixels = columns * static_cast<std::size_t>(tile.height);
+        const ManagedPlane<Pixel> scratch(3 * pixels);
+        Pixel* const mapped = scratch.data();
+        Pixel* const smoothMapped = mapped + pixels;
+        Pixel* const smoothFrame = smoothMapped + pixels;
+        for (int i = 0; i < tile.height; ++i)
+            rowOfMap(tile.y + i, tile.x, tile.x + tile.width, mapped + static_cast<std::size_t>(i) * columns);
+        ofFrame.apply(column, row, frame + at(tile.x, tile.y), smoothFrame, stride, columns);
+        ofMapped.apply(column, row, mapped, smoothMapped, columns, columns);
+        for (int i = 0; i < tile.height; ++i) {
+            const std::size_t offset = static_cast<std::size_t>(i) * columns;
+            const std::size_t place = at(tile.x, tile.y + i);
+            markRow({frame + place, smoothFrame + offset, mapped + offset, smoothMapped + offset, reference + place},
+                    mask.marks(tile.y + i) + tile.x, sensitivity, tile.width);
+        }
+    };
+    forEachRow(ofFrame.tileRows() * ofFrame.tileColumns(),
+               [&](int i) { markTile(i % ofFrame.tileColumns(), i / ofFrame.tileColumns()); });
+}
+
+void Deghosting::finishMask() { mask.grow(); }
+
+void Deghosting::replaceRow(std::size_t index, int y, Pixel* frame, const ReferenceRow& reference) const
+{
+    static const std::array<float, kLevels> kWeights = weightTable();
+    for (int first = 0, end = 0; first < size.width; first = end) {
+        const bool isClear = mask.isClear(y, first, end);
+        const auto pixels = static_cast<std::size_t>(end - first);
+        Pixel* const target = frame + first;
+        if (isClear) {
+            limitPixels(&target->r, 3 * pixels);
+            continue;
+        }
+        std::array<Pixel, GhostMask::kTile> scratch;
+        std::array<Pixel, GhostMask::kTile> wanted;
+        std::array<float, GhostMask::kTile> weights;
+        const std::uint8_t* const levels = mask.levels(y) + first;
+        for (std::size_t i = 0; i < pixels; ++i)
+            weights[i] = kWeights[levels[i]];
+        maps[index]->row(y, first, end, target, reference(y, first, end, scratch.data()), wanted.data());
+        mixPixels(&target->r, &wanted[0].r, weights.data(), pixels);
+    }
+}
+
 template <typename Frame>
 void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex)
 {
-    const Size size{frames[0].image->width(), frames[0].image->height()};
-    LOG(__orvolog() << "[Deghosting] " << size.width << "x" << size.height << " refIdx: " << referenceIndex
-                    << "deghostAmount: " << static_cast<int>(amount));
-    const float sensitivity =
-        static_cast<float>(static_cast<int>(amount)) * kSensitivityStep * kSensitivitySpan + kLowestSensitivity;
-    const std::size_t count = size.pixels();
-    if (count == 0)
+    const _Size<int> size = frames[0].image->size();
+    if (size.width <= 0 || size.height <= 0)
         return;
-    const Pixel* const reference = frames[static_cast<std::size_t>(referenceIndex)].image->data();
-    const ManagedPlane<float> ghostMask(count, true);
-    const ManagedPlane<Pixel> b(count);
-    // Structure while frames are compared, the mask while it grows: never both.
-    const ManagedPlane<float> soft(count);
-    const ManagedPlane<float> softBlur(count);
-    std::vector<auto_exposure_data_t> exposureMaps(frames.size());
-
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        const Pixel* const frame = frames[i].image->data();
-        copyPixels(b.data(), reference, count);
-        autoExposureEstimateRGB(frame, reference, size.width, size.height, exposureMaps[i], kByChannel);
-        autoExposureApplyRGB(frame, b.data(), size.width, size.height, exposureMaps[i]);
-        const ManagedPlane<Pixel> c(count);
-        measureStructure(frame, c.data(), soft.data(), size);
-        measureStructure(b.data(), c.data(), softBlur.data(), size);
-        markDifferences(soft.data(), softBlur.data(), reference, ghostMask.data(), sensitivity, count);
-    }
-
-    growMask(ghostMask.data(), soft.data(), softBlur.data(), size);
-
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        if (static_cast<int>(i) == referenceIndex)
-            continue;
-        copyPixels(b.data(), reference, count);
-        autoExposureApplyRGB(frames[i].image->data(), b.data(), size.width, size.height, exposureMaps[i]);
-        mixIn(frames[i].image->data(), b.data(), soft.data(), count);
-    }
+    const auto at = static_cast<std::size_t>(referenceIndex);
+    const Pixel* const reference = frames[at].image->data();
+    Deghosting deghosting(size, amount, frames.size(), referenceIndex);
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        if (i != at)
+            deghosting.compare(i, frames[i].image->data(), reference);
+    deghosting.finishMask();
+    const auto stride = static_cast<std::size_t>(size.width);
+    const auto referenceRow = [&](int y, int first, int, Pixel*) {
+        return reference + static_cast<std::size_t>(y) * stride + first;
+    };
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        if (i != at)
+            forEachRow(size.height, [&](int y) {
+                deghosting.replaceRow(i, y, frames[i].image->data() + static_cast<std::size_t>(y) * stride,
+                                      referenceRow);
+            });
 }
 
 template void processDeghosting<HDRFrame>(std::vector<HDRFrame>&, DeghostAmount, int);

@@ -2,6 +2,7 @@
 
 #include "bracket/align_frames_streaming.hpp"
 #include "bracket/deghosting.hpp"
+#include "bracket/kept_picture.hpp"
 #include "bracket/load_frames.hpp"
 
 #include <orvo/lens_correction.hpp>
@@ -17,31 +18,47 @@ namespace {
 using Picture = _ImageData<PixelRGB<float>>;
 using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 
-// The frames of a series: each is loaded at its first use and kept.
+// A file that gives no picture. The reader has stated the failure.
+struct UnreadableFrame
+{
+    int index;
+};
+
+// The frames of a series. Each is loaded at its first use; if there will be another, it is kept in the samples of its
+// file, or as it is if its samples are no integers.
 class Series
 {
 public:
     Series(const std::vector<PictureInput>& inputs_, const BracketSettings::FocusStacking& settings_,
            const RunControl& run_)
-        : inputs(inputs_), settings(settings_), run(run_), frames(inputs_.size()),
+        : inputs(inputs_), settings(settings_), run(run_), slots(inputs_.size()),
           steps(stepsOf(inputs_.size(), settings_))
     {}
 
-    // A copy that shares the pixels: warping replaces them, deghosting changes the series. Every step of the work takes
-    // its frame here, so that here is the place to cancel it and to report progress.
+    // Pixels that someone else holds are shared: warping replaces them, deghosting changes them for all. Every step of
+    // the work takes its frame here, so that here is the place to cancel it and to report progress. Throws
+    // UnreadableFrame.
     FocusStackerFrame frame(int index)
     {
         run.throwIfCancelled();
         run.report(std::min(1.0f, static_cast<float>(taken++) / static_cast<float>(steps)));
-        if (index < 0 || static_cast<std::size_t>(index) >= frames.size())
+        if (index < 0 || static_cast<std::size_t>(index) >= slots.size())
             throw FailureError({FailureKind::Internal,
                                 {},
                                 "frame " + std::to_string(index) + " was requested, but the series has " +
-                                    std::to_string(frames.size())});
-        FocusStackerFrame& slot = frames[static_cast<std::size_t>(index)];
-        if (!slot.image)
-            slot = loaded(inputs[static_cast<std::size_t>(index)]);
-        return slot;
+                                    std::to_string(slots.size())});
+        Slot& slot = slots[static_cast<std::size_t>(index)];
+        FocusStackerFrame result = slot.frame;
+        if (!result.image)
+            result.image = slot.lent.lock();
+        if (!result.image && slot.kept)
+            result.image = slot.kept->inWorkingSpace();
+        if (!result.image)
+            result = load(slot, inputs[static_cast<std::size_t>(index)]);
+        if (!result.image)
+            throw UnreadableFrame{index};
+        slot.lent = result.image;
+        return result;
     }
 
     // Removes from a frame what moved relative to the ghost reference, in place.
@@ -69,16 +86,23 @@ public:
     }
 
 private:
+    struct Slot
+    {
+        FocusStackerFrame frame;           // without pixels unless they cannot be kept in another way
+        std::unique_ptr<KeptPicture> kept; // the samples of the file
+        std::weak_ptr<Picture> lent;       // pixels that are in use
+    };
+
     const std::vector<PictureInput>& inputs;
     const BracketSettings::FocusStacking& settings;
     const RunControl& run;
-    std::vector<FocusStackerFrame> frames;
+    std::vector<Slot> slots;
     const std::size_t steps; // how often frames are taken
     std::size_t taken = 0;
 
     static std::size_t stepsOf(std::size_t count, const BracketSettings::FocusStacking& settings)
     {
-        const std::size_t loading = count + 1; // the reference twice
+        const std::size_t loading = settings.adjust.enabled ? count + 1 : 0; // before, and the reference once more
         const std::size_t aligning = !settings.adjust.enabled                            ? 0
                                      : settings.adjust.quality == AlignmentQuality::Fine ? count + 1
                                                                                          : 1;
@@ -86,14 +110,38 @@ private:
         return loading + aligning + deghosting + count;
     }
 
-    FocusStackerFrame loaded(const PictureInput& input) const
+    FocusStackerFrame loaded(const PictureInput& input, int flags) const
     {
-        auto result = loadFrame<FocusStackerFrame>(input, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
-                                                   settings.rawAutoCorrection.lensCorrection);
-        if (result.image && hasRawMark(result)) {
+        return loadFrame<FocusStackerFrame>(input, flags, {}, settings.rawAutoCorrection.lensCorrection);
+    }
+
+    FocusStackerFrame load(Slot& slot, const PictureInput& input) const
+    {
+        constexpr int kInWorkingSpace = static_cast<int>(ImageReaderOpenFlag::Bracket);
+        constexpr int kInFileSpace = kInWorkingSpace & ~static_cast<int>(ImageReaderOpenFlag::WorkingSpace);
+        const bool isUsedAgain = settings.adjust.enabled || settings.ghostReduction.enabled;
+        FocusStackerFrame result = loaded(input, isUsedAgain ? kInFileSpace : kInWorkingSpace);
+        if (!result.image)
+            return result;
+        if (hasRawMark(result)) {
             develop(result.image, result.metadata, result.rawMetadata, false);
             markDeveloped(result);
+        } else if (isUsedAgain) {
+            constexpr int kRgb = 3; // ink and gray are converted in another way
+            const auto& fileProfile = result.metadata->fileProfile;
+            if (fileProfile && fileProfile->channelCount() == kRgb)
+                slot.kept = KeptPicture::of(*result.image);
+            if (slot.kept) {
+                slot.frame = result;
+                slot.frame.image.reset();
+                result.image->convertTo(ColorProfileType::melissaRGB());
+                return result;
+            }
+            result.image.reset();
+            result = loaded(path, kInWorkingSpace);
         }
+        if (isUsedAgain)
+            slot.frame = result;
         return result;
     }
 };
@@ -161,31 +209,19 @@ _Rect<int> commonRectangle(const _Rect<int>& a, const _Rect<int>& b)
     return {left, top, right - left, bottom - top};
 }
 
-std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
-                                        const BracketSettings::FocusStacking& settings,
-                                        const StackerFactory& makeStacker, const std::string& caller,
-                                        const RunControl& run)
-{
-    return stackFocusSeries(inputsOf(paths), settings, makeStacker, caller, run);
-}
+namespace {
 
-std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
-                                        const BracketSettings::FocusStacking& settings,
-                                        const StackerFactory& makeStacker, const std::string& caller,
-                                        const RunControl& run)
+std::shared_ptr<Image> stackSeries(const std::vector<PictureInput>& inputs,
+                                   const BracketSettings::FocusStacking& settings, const StackerFactory& makeStacker,
+                                   const RunControl& run)
 {
     const int count = static_cast<int>(inputs.size());
     const int referenceIndex = settings.adjust.enabled ? settings.adjust.referenceIndex : count / 2;
     Series series(inputs, settings, run);
-    for (int index = 0; index < count; ++index) {
-        if (!series.frame(index).image) {
-            if (!caller.empty())
-                std::cerr << caller << " makeFocusStack: Image "
-                          << pathText(inputs[static_cast<std::size_t>(index)].path().filename())
-                          << " could not be loaded" << std::endl;
-            return {};
-        }
-    }
+    // A file that cannot be read should fail before the frames are registered, which takes the most time.
+    if (settings.adjust.enabled)
+        for (int index = 0; index < count; ++index)
+            static_cast<void>(series.frame(index));
 
     const FocusStackerFrame reference = series.frame(referenceIndex);
     const int width = reference.image->width();
@@ -210,6 +246,32 @@ std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
     std::shared_ptr<const Picture> cropped = result->resize(cropRect.size(), cropRect, true);
     metadata->size = cropped->size();
     return CreateOrvoImage(cropped, metadata);
+}
+
+} // namespace
+
+std::shared_ptr<Image> stackFocusSeries(const std::vector<std::filesystem::path>& paths,
+                                        const BracketSettings::FocusStacking& settings,
+                                        const StackerFactory& makeStacker, const std::string& caller,
+                                        const RunControl& run)
+{
+    return stackFocusSeries(inputsOf(paths), settings, makeStacker, caller, run);
+}
+
+std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
+                                        const BracketSettings::FocusStacking& settings,
+                                        const StackerFactory& makeStacker, const std::string& caller,
+                                        const RunControl& run)
+{
+    try {
+        return stackSeries(inputs, settings, makeStacker, run);
+    } catch (const UnreadableFrame& missing) {
+        if (!caller.empty())
+            std::cerr << caller << " makeFocusStack: Image "
+                      << pathText(inputs[static_cast<std::size_t>(missing.index)].path().filename())
+                      << " could not be loaded" << std::endl;
+        return {};
+    }
 }
 
 } // namespace orvo

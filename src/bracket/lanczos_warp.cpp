@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <numbers>
 
 namespace orvo {
@@ -69,10 +70,8 @@ public:
         }
     }
     /// `fraction`: 0..1 from the pixel before the position.
-    [[nodiscard]] const Weights& at(double fraction) const
-    {
-        return weights[static_cast<std::size_t>(fraction * kPhases + 0.5)];
-    }
+    [[nodiscard]] static ORVO_INLINE int phaseOf(double fraction) { return static_cast<int>(fraction * kPhases + 0.5); }
+    [[nodiscard]] const Weights& at(int phase) const { return weights[static_cast<std::size_t>(phase)]; }
 
 private:
     std::array<Weights, kPhases + 1> weights{};
@@ -109,6 +108,41 @@ struct RowTask
     PixelRGB<float>* target;
 };
 
+// Pixels whose positions are computed together, and which share the mix of rows where the map does not turn them.
+constexpr int kChunk = 128;
+// Fewer pixels on one line of the source are not worth mixing its rows for all of them.
+constexpr int kFewestShared = 4;
+
+// Where pixels lie in the source: the first sample under the kernel, and the phases of the weights.
+struct Places
+{
+    std::array<int, kChunk> left, top, across, down;
+};
+
+ORVO_VECTOR_CLONES void placePixels(const cv::Matx33d& h, int y, int firstX, int count, Places& places)
+{
+    const double startX = h.val[1] * y + h.val[2];
+    const double startY = h.val[4] * y + h.val[5];
+    const double startW = h.val[7] * y + h.val[8];
+    for (int i = 0; i < count; ++i) {
+        const int x = firstX + i;
+        const double scale = 1.0 / (h.val[6] * x + startW);
+        const double reachedU = (h.val[0] * x + startX) * scale;
+        const double reachedV = (h.val[3] * x + startY) * scale;
+        const double cappedU = reachedU < kFarthest ? reachedU : kFarthest; // also for NaN
+        const double cappedV = reachedV < kFarthest ? reachedV : kFarthest;
+        const double u = cappedU > -kFarthest ? cappedU : -kFarthest;
+        const double v = cappedV > -kFarthest ? cappedV : -kFarthest;
+        const double column = std::floor(u);
+        const double line = std::floor(v);
+        const auto n = static_cast<std::size_t>(i);
+        places.left[n] = static_cast<int>(column) - kBefore;
+        places.top[n] = static_cast<int>(line) - kBefore;
+        places.across[n] = LanczosTable::phaseOf(u - column);
+        places.down[n] = LanczosTable::phaseOf(v - line);
+    }
+}
+
 // The samples around a position near the edge.
 void gather(const Picture& source, int left, int top, float* samples)
 {
@@ -123,50 +157,136 @@ void gather(const Picture& source, int left, int top, float* samples)
     }
 }
 
-ORVO_VECTOR_CLONES void warpRow(const RowTask& task)
+// Mixes the rows under the kernel into one. `samples`: the first of them.
+ORVO_INLINE void mixDown(const float* samples, std::ptrdiff_t stride, const float* weights, float* mixed, int count)
+{
+    const float* const inner = samples + kBefore * stride;
+    for (int i = 0; i < count; ++i) {
+        float sum = 0.0f;
+        for (int j = 0; j < kTaps; ++j)
+            sum += weights[j] * samples[j * stride + i];
+        mixed[i] = limited(sum, inner[i - stride], inner[i], inner[i + stride], inner[i + 2 * stride]);
+    }
+}
+
+// One pixel from the row mixed for it. A vector holds its channels, and the next pixel's first.
+ORVO_INLINE PixelRGB<float> mixAcross(const float* mixed, const float* weights)
+{
+    constexpr int kVector = 4;
+    float sum[kVector] = {};
+    for (int k = 0; k < kTaps; ++k)
+        for (int c = 0; c < kVector; ++c)
+            sum[c] += weights[k] * mixed[k * kChannels + c];
+    const float* const middle = mixed + kBefore * kChannels;
+    for (int c = 0; c < kChannels; ++c)
+        sum[c] = limited(sum[c], middle[c - kChannels], middle[c], middle[c + kChannels], middle[c + 2 * kChannels]);
+    return {sum[0], sum[1], sum[2]};
+}
+
+// Pixels one beside the other with the same weights.
+ORVO_INLINE void mixRunAcross(const float* mixed, const float* weights, float* target, int count)
+{
+    const float* const middle = mixed + kBefore * kChannels;
+    for (int i = 0; i < count; ++i) {
+        float sum = 0.0f;
+        for (int k = 0; k < kTaps; ++k)
+            sum += weights[k] * mixed[k * kChannels + i];
+        target[i] = limited(sum, middle[i - kChannels], middle[i], middle[i + kChannels], middle[i + 2 * kChannels]);
+    }
+}
+
+ORVO_VECTOR_CLONES void warpPixel(const Picture& source, int left, int top, const Weights& across, const Weights& down,
+                                  PixelRGB<float>& target)
+{
+    std::array<float, static_cast<std::size_t>(kTaps * kReadPixels * kChannels)> edge;
+    const float* samples = edge.data();
+    std::ptrdiff_t stride = kReadPixels * kChannels;
+    if (left >= 0 && top >= 0 && left + kReadPixels <= source.width() && top + kTaps <= source.height()) {
+        samples = &source.row(top)[left].r;
+        stride = static_cast<std::ptrdiff_t>(source.width()) * kChannels;
+    } else {
+        gather(source, left, top, edge.data());
+    }
+    float mixed[kLanes];
+    mixDown(samples, stride, down.data(), mixed, kLanes);
+    target = mixAcross(mixed, across.data());
+}
+
+// Pixels first..end-1 of a chunk, on one line of the source and inside it, from left to right without gaps.
+ORVO_VECTOR_CLONES void warpShared(const RowTask& task, const Places& places, int first, int end,
+                                   PixelRGB<float>* target)
+{
+    const auto at = [](int i) { return static_cast<std::size_t>(i); };
+    const int origin = places.left[at(first)];
+    const int columns = places.left[at(end - 1)] - origin + kReadPixels;
+    const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(task.source.width()) * kChannels;
+    const float* const samples = &task.source.row(places.top[at(first)])[origin].r;
+    // A pixel of the target advances by at most two of the source.
+    std::array<float, static_cast<std::size_t>((2 * kChunk + kReadPixels) * kChannels)> buffer;
+    const float* mixed = buffer.data();
+    const int down = places.down[at(first)];
+    if (down == 0) // the row itself
+        mixed = samples + kBefore * stride;
+    else
+        mixDown(samples, stride, task.table.at(down).data(), buffer.data(), columns * kChannels);
+    for (int i = first; i < end;) {
+        const int left = places.left[at(i)];
+        const int phase = places.across[at(i)];
+        int last = i + 1;
+        while (last < end && places.across[at(last)] == phase && places.left[at(last)] == left + (last - i))
+            ++last;
+        const float* const from = mixed + static_cast<std::ptrdiff_t>(left - origin) * kChannels;
+        const Weights& weights = task.table.at(phase);
+        if (phase == 0)
+            std::memcpy(&target[i].r, from + kBefore * kChannels,
+                        static_cast<std::size_t>(last - i) * sizeof(PixelRGB<float>));
+        else if (last - i < kFewestShared)
+            for (int k = i; k < last; ++k)
+                target[k] = mixAcross(from + static_cast<std::ptrdiff_t>(k - i) * kChannels, weights.data());
+        else
+            mixRunAcross(from, weights.data(), &target[i].r, (last - i) * kChannels);
+        i = last;
+    }
+}
+
+void warpChunk(const RowTask& task, const Places& places, int count, PixelRGB<float>* target)
 {
     const Picture& source = task.source;
-    const cv::Matx33d& h = task.sourceFromTarget;
-    const double startX = h.val[1] * task.y + h.val[2];
-    const double startY = h.val[4] * task.y + h.val[5];
-    const double startW = h.val[7] * task.y + h.val[8];
-    std::array<float, static_cast<std::size_t>(kTaps * kReadPixels * kChannels)> edge;
-    for (int x = 0; x < task.width; ++x) {
-        const double scale = 1.0 / (h.val[6] * x + startW);
-        const double u = std::max(-kFarthest, std::min(kFarthest, (h.val[0] * x + startX) * scale));
-        const double v = std::max(-kFarthest, std::min(kFarthest, (h.val[3] * x + startY) * scale));
-        const double column = std::floor(u);
-        const double line = std::floor(v);
-        const int left = static_cast<int>(column) - kBefore;
-        const int top = static_cast<int>(line) - kBefore;
-        const float* samples = edge.data();
-        std::ptrdiff_t stride = kReadPixels * kChannels;
-        if (left >= 0 && top >= 0 && left + kReadPixels <= source.width() && top + kTaps <= source.height()) {
-            samples = &source.row(top)[left].r;
-            stride = static_cast<std::ptrdiff_t>(source.width()) * kChannels;
+    const auto isInside = [&](std::size_t i) {
+        return places.left[i] >= 0 && places.top[i] >= 0 && places.left[i] + kReadPixels <= source.width() &&
+               places.top[i] + kTaps <= source.height();
+    };
+    for (int first = 0; first < count;) {
+        const auto f = static_cast<std::size_t>(first);
+        int end = first + 1;
+        if (isInside(f))
+            for (; end < count; ++end) {
+                const auto e = static_cast<std::size_t>(end);
+                const int advance = places.left[e] - places.left[e - 1];
+                if (places.top[e] != places.top[f] || places.down[e] != places.down[f] || advance < 0 || advance > 2 ||
+                    !isInside(e))
+                    break;
+            }
+        if (end - first >= kFewestShared) {
+            warpShared(task, places, first, end, target);
         } else {
-            gather(source, left, top, edge.data());
+            for (int i = first; i < end; ++i) {
+                const auto n = static_cast<std::size_t>(i);
+                warpPixel(source, places.left[n], places.top[n], task.table.at(places.across[n]),
+                          task.table.at(places.down[n]), target[i]);
+            }
         }
+        first = end;
+    }
+}
 
-        const float* const down = task.table.at(v - line).data();
-        float mixed[kLanes] = {};
-        for (int j = 0; j < kTaps; ++j)
-            for (int i = 0; i < kLanes; ++i)
-                mixed[i] += down[j] * samples[j * stride + i];
-        const float* const inner = samples + kBefore * stride;
-        for (int i = 0; i < kLanes; ++i)
-            mixed[i] = limited(mixed[i], inner[i - stride], inner[i], inner[i + stride], inner[i + 2 * stride]);
-
-        const float* const across = task.table.at(u - column).data();
-        float sum[kChannels] = {};
-        for (int k = 0; k < kTaps; ++k)
-            for (int c = 0; c < kChannels; ++c)
-                sum[c] += across[k] * mixed[k * kChannels + c];
-        const float* const middle = mixed + kBefore * kChannels;
-        for (int c = 0; c < kChannels; ++c)
-            sum[c] =
-                limited(sum[c], middle[c - kChannels], middle[c], middle[c + kChannels], middle[c + 2 * kChannels]);
-        task.target[x] = {sum[0], sum[1], sum[2]};
+void warpRow(const RowTask& task)
+{
+    Places places;
+    for (int x = 0; x < task.width; x += kChunk) {
+        const int count = std::min(kChunk, task.width - x);
+        placePixels(task.sourceFromTarget, task.y, x, count, places);
+        warpChunk(task, places, count, task.target + x);
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include "bracket/align_frames.hpp"
 #include "bracket/compute_mask.hpp"
-#include "bracket/deghosting.hpp"
+#include "bracket/deghosted_ladder.hpp"
 #include "bracket/load_frames.hpp"
 #include "bracket/resample_frames.hpp"
 #include "bracket/rung_pixels.hpp"
@@ -24,6 +24,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <tuple>
 
@@ -170,17 +171,22 @@ RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, const HDRSetti
 }
 
 // Blends the ladder from its last rung to the first; empty if cancelled. Each rung frees its pixels once it is blended.
-// With `shifts` the rungs are shifted to their exposure only here, so that no separate rung is kept in addition to the
-// frames.
-std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, float maskScale,
-                                     const HDRSettings& settings, const RunControl& run, Phases& phases)
+// With `shifts`, or with `late`, the rungs are shifted to their exposure only here, so that no separate rung is kept in
+// addition to the frames.
+std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts,
+                                     DeghostedLadder* late, float maskScale, const HDRSettings& settings,
+                                     const RunControl& run, Phases& phases)
 {
     const std::size_t n = ladder.size();
     const _Size<int> size = ladder[0].image->size();
+    if (late)
+        late->make(n - 1);
     BlendStart start = startOfBlend(ladder, shifts, settings);
     std::shared_ptr<Picture> result = std::move(start.pixels);
     for (std::size_t i = n - 1; i-- > 0;) {
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
+        if (late)
+            late->make(i);
         {
             RungPixels pixels = shifts.empty() ? RungPixels(ladder[i].image->data(), size.width, size.height)
                                                : pixelsOf(ladder[i], shifts[i], size, settings);
@@ -208,6 +214,16 @@ bool shiftAll(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, c
             return false;
     }
     return true;
+}
+
+// A rung at its exposure; the rung itself stays as it is.
+std::shared_ptr<const Picture> shiftedPicture(const std::vector<HDRFrame>& ladder, const std::vector<float>& shifts,
+                                              std::size_t index, const HDRSettings& settings)
+{
+    HDRFrame rung = ladder[index];
+    if (!shifts.empty() && !curveOfShift(shifts[index], settings).isIdentity())
+        shiftRung(rung, shifts[index], settings);
+    return rung.image;
 }
 
 // Shifts a single frame back to the exposure that it had in the middle of its ladder.
@@ -330,7 +346,7 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
     std::vector<HDRFrame> ladder;
     std::vector<float> shifts;
     int ghostIndex = -1;
-    if (single || frames.size() > kMostResampledFrames) {
+    if ((single && isRaw) || frames.size() > kMostResampledFrames) {
         std::tie(ladder, ghostIndex) = resampleFrames(frames, settings, run);
     } else {
         PlannedLadder plan = planRungs(frames, settings);
@@ -340,8 +356,11 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
     }
     const std::size_t mid = frames.size() / 2;
     dropPixelsExcept(frames, mid);
+    const bool isLate =
+        !single && settings.ghostReduction && !shifts.empty() &&
+        std::none_of(ladder.begin(), ladder.end(), [](const HDRFrame& rung) { return hasRawMark(rung); });
     // Only steps that read several rungs at once need all of them at their exposure before the blend.
-    if (settings.ghostReduction || (alignsLate && settings.alignment)) {
+    if ((settings.ghostReduction && !isLate) || (alignsLate && settings.alignment)) {
         if (!shiftAll(ladder, shifts, settings, run))
             return stopped();
         shifts.clear();
@@ -357,18 +376,24 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
     }
     if (run.cancelled())
         return stopped();
+    std::optional<DeghostedLadder> late;
     if (!single && settings.ghostReduction) {
         if (ghostIndex == -1)
             ghostIndex = static_cast<int>(static_cast<std::uint64_t>(getGhostReductionIndex(frames)) *
                                           (ladder.size() - 1) / (frames.size() - 1));
-        processDeghosting<HDRFrame>(ladder, settings.deghostAmount, ghostIndex);
+        if (isLate) {
+            late.emplace(ladder, shifts, ghostIndex, settings, run);
+            shifts.clear();
+        } else {
+            processDeghosting<HDRFrame>(ladder, settings.deghostAmount, ghostIndex);
+        }
     }
     if (run.cancelled())
         return stopped();
 
     // Only a single frame's exposure is measured on its middle rung; keeping it in other cases would cost a picture.
-    const auto middleRung = single ? ladder[ladder.size() / 2].image : nullptr;
-    auto result = blendLadder(ladder, shifts, maskScale, settings, run, phases);
+    const auto middleRung = single ? shiftedPicture(ladder, shifts, ladder.size() / 2, settings) : nullptr;
+    auto result = blendLadder(ladder, shifts, late ? &*late : nullptr, maskScale, settings, run, phases);
     if (!result)
         return stopped();
     phases.allBlended();

@@ -101,13 +101,13 @@ std::vector<HDRFrame> framesAsLadder(std::vector<HDRFrame>& frames, bool chromat
 }
 
 // Replaces the pixels that all rungs still share; the frame keeps its own.
-void recoverHighlights(PlannedLadder& plan)
+void recoverHighlights(PlannedLadder& ladder)
 {
-    const HDRFrame& any = plan.rungs.front();
+    const HDRFrame& any = ladder.rungs.front();
     const auto recovered = any.image->copy({});
     recoverHighlightHue(recovered->data(), recovered->width(), recovered->height(),
                         any.metadata ? any.metadata->fileProfile : nullptr);
-    for (HDRFrame& rung : plan.rungs)
+    for (HDRFrame& rung : ladder.rungs)
         rung.image = recovered;
 }
 
@@ -130,6 +130,8 @@ PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& 
         ladder.shifts.push_back(target - frames[nearest].ev);
         grfx::cout << "Frame inserted: " << target << "\n";
     }
+    if (frames.size() == 1 && settings.highlightHue == HighlightHue::Kept && !hasRawMark(frames[0]))
+        recoverHighlights(ladder);
     return ladder;
 }
 
@@ -162,8 +164,6 @@ std::tuple<std::vector<HDRFrame>, int> resampleFrames(std::vector<HDRFrame>& fra
                 settings.ghostReduction ? getGhostReductionIndex(frames) : -1};
 
     PlannedLadder plan = planRungs(frames, settings);
-    if (frames.size() == 1 && settings.highlightHue == HighlightHue::Kept && !hasRawMark(frames[0]))
-        recoverHighlights(plan);
     for (std::size_t i = 0; i < plan.rungs.size(); ++i) {
         shiftRung(plan.rungs[i], plan.shifts[i], settings);
         if (run.cancelled())

@@ -23,8 +23,9 @@ struct PlannedLadder
     int ghostIndex = -1;         ///< the last rung from the ghost reference; -1 without ghost reduction
 };
 
-/// Plans the ladder of one to three frames sorted by rising ev. Throws std::runtime_error if their exposure values are
-/// not usable.
+/// Plans the ladder of one to three frames sorted by rising ev. The rungs of a single developed frame share a copy of
+/// it that has the hue of its highlights back, if so set (HDRSettings::highlightHue). Throws std::runtime_error if
+/// their exposure values are not usable.
 [[nodiscard]] PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& settings);
 
 /// The curve that shifts a developed picture by `shift` EV.

@@ -23,6 +23,16 @@ void RungCurve::applyInPlace(PixelRGB<float>* pixels, std::size_t count) const
         curve.applyInPlace(&pixels->r, count * 3);
 }
 
+void RungCurve::apply(const PixelRGB<float>* from, PixelRGB<float>* to, std::size_t count) const
+{
+    if (from != to)
+        std::memcpy(static_cast<void*>(to), from, count * sizeof(PixelRGB<float>));
+    if (hue == HighlightHue::Kept)
+        curve.applyToPixelsSerially(to, count);
+    else
+        curve.applySerially(&to->r, count * 3);
+}
+
 RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height)
     : RungPixels(pixels, width, height, kAsItIs)
 {}
@@ -47,9 +57,8 @@ const PixelRGB<float>* RungPixels::rows(int first, int end)
     PixelRGB<float>* const made = band->data();
     forEachRow(end - first, [&](int y) {
         const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(y) * columns;
-        std::memcpy(made + offset, requested + offset, rowPixels * sizeof(PixelRGB<float>));
+        exposure.apply(requested + offset, made + offset, rowPixels);
     });
-    exposure.applyInPlace(made, static_cast<std::size_t>(end - first) * rowPixels);
     return made;
 }
 

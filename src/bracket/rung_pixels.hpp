@@ -18,6 +18,8 @@ public:
 
     [[nodiscard]] bool isIdentity() const { return curve.isIdentity(); }
     void applyInPlace(PixelRGB<float>* pixels, std::size_t count) const;
+    /// On the calling thread. `to` may be `from`.
+    void apply(const PixelRGB<float>* from, PixelRGB<float>* to, std::size_t count) const;
 
 private:
     ExposureCurve curve;

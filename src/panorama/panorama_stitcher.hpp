@@ -295,6 +295,8 @@ private:
     cv::Rect composeRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
                         const RunControl& run);
     bool warpFullSize(FullSizeParts& parts, const cv::Rect& rect, const cv::Size& size, const RunControl& run);
+    [[nodiscard]] cv::UMat warpLate(FullSizeParts& parts, std::size_t index, const cv::Rect& rect,
+                                    const cv::Size& size) const;
     void applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image, cv::InputArray mask,
                                    const cv::Rect& rect, const cv::Size& size);
 

@@ -140,7 +140,9 @@ cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::
     constexpr int kRowsAtOnce = 128; // enough for all threads; their maps stay in the cache
     const cv::Size size = drawing.roi.size();
     std::vector<ColumnRange> inside(static_cast<std::size_t>(size.height));
-    Filled picture(size, src.type());
+    std::optional<Filled> picture;
+    if (dst.needed())
+        picture.emplace(size, src.type());
     std::optional<Filled> coverage;
     if (!mask.empty())
         coverage.emplace(size, mask.type());
@@ -154,7 +156,8 @@ cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::
         const cv::Mat x = maps.x.rowRange(0, last - first);
         const cv::Mat y = maps.y.rowRange(0, last - first);
         fillMaps(rows, src.size(), drawing, first, x, y, inside);
-        remapPicture(src, picture.rows(first, last), x, y);
+        if (picture)
+            remapPicture(src, picture->rows(first, last), x, y);
         if (coverage)
             remapMask(mask, coverage->rows(first, last), x, y);
         if (!distance.empty())
@@ -163,7 +166,8 @@ cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::
     const cv::Rect box = boxOf(inside);
     if (box.empty())
         return {};
-    picture.handOver(box, dst);
+    if (picture)
+        picture->handOver(box, dst);
     if (coverage)
         coverage->handOver(box, dstMask);
     if (!distance.empty())

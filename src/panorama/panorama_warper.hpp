@@ -51,7 +51,8 @@ public:
     cv::Rect buildMaps(const cv::Size& src, const cv::Rect& rect, const cv::Size& size, cv::OutputArray xmap,
                        cv::OutputArray ymap) const;
 
-    /// Draws `src` as the camera K, R sees it: buildMaps(), then `dst` (the type of `src`; bilinear, edges mirrored),
+    /// Draws `src` as the camera K, R sees it: buildMaps(), then `dst` (the type of `src`; bilinear, edges mirrored;
+    /// skipped for cv::noArray()),
     /// `dstMask` from `mask` (its type; nearest, 0 outside; unchanged if `mask` is empty) and `radius` (CV_32F: the
     /// distance from the image's centre, 1 in its corners and at most; skipped for cv::noArray()), all of the returned
     /// rectangle's size. Empty, and nothing drawn, if `src` is empty or `mask` has another size. On the CPU it works on

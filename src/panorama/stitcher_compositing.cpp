@@ -66,11 +66,17 @@ struct PanoramaStitcher::FullSizeParts
     std::vector<std::int32_t> entries; // into the lists at the seam scale
     std::vector<cv::Point> corners;
     std::vector<cv::Size> sizes;
-    std::vector<cv::UMat> pictures;
+    std::vector<cv::UMat> pictures; // empty while they are drawn late
     std::vector<cv::UMat> wholeMasks;
     std::vector<cv::UMat> seamed;
     std::vector<cv::Mat> radii;
     std::vector<cv::Mat> seams; // the matching part at the seam scale, may be empty
+
+    // Drawn late, pictures exist one at a time, when they are blended; masks come before all of them. Devignetting
+    // compares all pictures, and a device keeps the maps of a picture for both.
+    bool late = false;
+    std::vector<std::size_t> sources; // indices into the registered pictures
+    std::vector<cv::Mat> images;      // these pictures, as far as they are still needed
 };
 
 // Warps every picture that reaches the rectangle. False if cancelled.
@@ -85,8 +91,10 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
     const auto atSeamScale = [scale](double sphereUnits) {
         return static_cast<int>(static_cast<int>(sphereUnits) * scale);
     };
-    std::vector<cv::Mat> images = registered.images;
+    std::vector<cv::Mat>& images = parts.images;
+    images = registered.images;
     std::vector<cv::Mat> masks = registered.masks;
+    parts.late = !useDevignette && !cv::ocl::useOpenCL();
     // If a device fails, the CPU restarts from the sources.
     const bool letGo = isLastDrawing && !cv::ocl::useOpenCL();
     if (letGo)
@@ -103,13 +111,16 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
         cv::UMat mask;
         cv::Mat radius;
         const cv::_OutputArray radiusIfRead = useDevignette ? cv::_OutputArray(radius) : cv::_OutputArray();
-        const cv::Rect roi = warper->warp(images[i], masks[i], picture, mask, radiusIfRead, rect, size, k, r);
+        const cv::_OutputArray pictureIfNow = parts.late ? cv::_OutputArray() : cv::_OutputArray(picture);
+        const cv::Rect roi = warper->warp(images[i], masks[i], pictureIfNow, mask, radiusIfRead, rect, size, k, r);
         if (letGo) {
-            images[i].release();
             masks[i].release();
+            if (!parts.late || roi.empty())
+                images[i].release();
         }
         if (roi.empty())
             continue;
+        parts.sources.push_back(i);
         parts.entries.push_back(entry->second);
         parts.corners.push_back(roi.tl());
         parts.sizes.push_back(roi.size());
@@ -131,6 +142,21 @@ bool PanoramaStitcher::warpFullSize(FullSizeParts& parts, const cv::Rect& rect, 
     if (letGo)
         MemoryManager::instance().trim(); // the planes kept for reuse are the sources
     return true;
+}
+
+// Picture `index` of the parts, if it is drawn late. Frees its source if nobody else holds it.
+cv::UMat PanoramaStitcher::warpLate(FullSizeParts& parts, std::size_t index, const cv::Rect& rect,
+                                    const cv::Size& size) const
+{
+    const std::size_t i = parts.sources[index];
+    const auto [k, r] = fullSizeCamera(i);
+    cv::UMat picture;
+    const auto warper = makeWarper(sphereScale(), kSpherical);
+    static_cast<void>(
+        warper->warp(parts.images[i], cv::noArray(), picture, cv::noArray(), cv::noArray(), rect, size, k, r));
+    parts.images[i].release();
+    MemoryManager::instance().trim(); // its plane would be kept for reuse
+    return picture;
 }
 
 void PanoramaStitcher::applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image,
@@ -239,15 +265,24 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     }
     parts.radii.clear();
     parts.wholeMasks.clear();
-    for (std::size_t i = 0; i < parts.entries.size(); ++i)
+    const auto compensate = [&](std::size_t i) {
         applyExposureCompensation(parts.entries[i], parts.corners[i], parts.pictures[i], parts.seamed[i], wide,
                                   wideSize);
+    };
+    for (std::size_t i = 0; i < parts.entries.size() && !parts.late; ++i)
+        compensate(i);
     if (run.cancelled())
         return {};
 
     const cv::Ptr<cv::detail::Blender> blender = blenderFor(blendWidth);
     blender->prepare(parts.corners, parts.sizes);
     for (std::size_t i = 0; i < parts.entries.size(); ++i) {
+        if (parts.late) {
+            if (run.cancelled())
+                return {};
+            parts.pictures[i] = warpLate(parts, i, wide, wideSize);
+            compensate(i);
+        }
         blender->feed(parts.pictures[i], parts.seamed[i], parts.corners[i]);
         parts.pictures[i].release();
         parts.seamed[i].release();

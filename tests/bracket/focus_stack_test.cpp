@@ -561,7 +561,8 @@ TEST_P(FocusStackCancel, AtAnyPollGivesNothingAndNoError)
     ASSERT_TRUE(whole);
     EXPECT_TRUE(sameBytes(*pixelsOf(*whole), *pixelsOf(*makeFocusStack(paths, settings)))) << "as without a cancel";
     const int all = polls;
-    EXPECT_GT(all, 3 + 3 + 2) << "frames loaded, frames added, before and after the result";
+    EXPECT_GT(all, (GetParam().aligns ? 3 + 3 : 3) + 2)
+        << "frames loaded before they are aligned, frames added, before and after the result";
     const std::size_t live = MemoryManager::instance().liveBytes();
     const LogCapture log;
     for (int last = 1; last <= all; ++last) {
@@ -595,7 +596,7 @@ TEST_P(FocusStackCancel, ProgressRisesToItsEnd)
     ASSERT_TRUE(makeFocusStack(paths, settings, {}, [&](float share) { shares.push_back(share); }));
     EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end()));
     EXPECT_EQ(shares.front(), 0.0f);
-    EXPECT_GT(shares.back(), 0.8f);
+    EXPECT_GE(shares.back(), 0.8f);
     EXPECT_LE(shares.back(), 1.0f);
     EXPECT_EQ(std::count(shares.begin(), shares.end(), 1.0f), shares.back() == 1.0f ? 1 : 0)
         << "it does not stand still";

@@ -218,6 +218,20 @@ TEST(LanczosWarp, SameBytesForAnyNumberOfThreads)
     EXPECT_TRUE(sameBytes(*many, *lanczosWarp(*picture, map, picture->size())));
 }
 
+TEST(LanczosWarp, PixelsThatShareALineEqualSinglePixels)
+{
+    // Three pixels are too few to share one.
+    const auto picture = textured(300, 200);
+    for (const auto& map :
+         {turnedBy(0.0, 1.0, picture->size()), turnedBy(0.0, 1.4, picture->size()),
+          turnedBy(0.003, 1.0002, picture->size()), shiftedBy(0.3, 0.6), shiftedBy(40, 0.5), shiftedBy(7.25, 12),
+          turnedBy(180, 1.0, picture->size()), turnedBy(2, 0.9, picture->size())}) {
+        const auto whole = lanczosWarp(*picture, map, picture->size());
+        const auto single = lanczosWarp(*picture, map, {3, 200});
+        EXPECT_TRUE(sameBytes(*whole->copy({0, 0, 3, 200}), *single)) << map;
+    }
+}
+
 TEST(LanczosWarp, KeepsTheColourProfile)
 {
     auto picture = textured(30, 20);

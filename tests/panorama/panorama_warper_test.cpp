@@ -498,6 +498,23 @@ TEST(Warp, ShowsTheSphereThatTheCameraSaw)
     }
 }
 
+TEST(Warp, MaskAndPictureAloneEqualBothTogether)
+{
+    const auto warper = makeWarper(400.0f, 2);
+    const cv::Rect bounds = warper->outputBounds();
+    const cv::Mat whole(kImage, CV_8UC1, cv::Scalar(255));
+    cv::UMat picture, mask, pictureAlone, maskAlone;
+    const auto warped = [&](const cv::Mat& from, cv::OutputArray to, cv::OutputArray toMask) {
+        return warper->warp(gradients(), from, to, toMask, cv::noArray(), bounds, bounds.size(), camera(), eye());
+    };
+    const cv::Rect roi = warped(whole, picture, mask);
+    ASSERT_FALSE(roi.empty());
+    EXPECT_EQ(warped(whole, cv::noArray(), maskAlone), roi);
+    EXPECT_EQ(warped(cv::Mat(), pictureAlone, cv::noArray()), roi);
+    EXPECT_EQ(cv::norm(picture, pictureAlone, cv::NORM_INF), 0.0);
+    EXPECT_EQ(cv::norm(mask, maskAlone, cv::NORM_INF), 0.0);
+}
+
 TEST(Warp, AcceptsAwkwardSizes)
 {
     for (const int number : kNumbers) {

@@ -282,7 +282,8 @@ TEST_F(StitcherCompositing, CancelledAnywhereItIsEmptyAndSilent)
         EXPECT_EQ(shown, cv::Rect()) << n;
         points = n;
     }
-    EXPECT_EQ(points, 1 + 4 + 4 + 1 + 1) << "the start, each picture, each mask, the gains, the end";
+    EXPECT_EQ(points, 1 + 4 + 4 + 1 + 4 + 1)
+        << "the start, each mask, each mask with its seam, the gains, each picture, the end";
     EXPECT_THAT(capture.texts(LogMessageType::Error), IsEmpty());
     EXPECT_THAT(capture.texts(LogMessageType::Warning), IsEmpty());
 }

@@ -192,7 +192,7 @@ TEST_F(StitcherReprojection, CancelledAnywhereItIsEmpty)
             return stitcher.makePanorama(whole(), size, keepCanvas, cancel);
         };
     };
-    constexpr int kComposing = 1 + 4 + 4 + 1 + 1;
+    constexpr int kComposing = 1 + 4 + 4 + 1 + 4 + 1;
     EXPECT_EQ(cancelEverywhere(draw(false)), kComposing + 1) << "the direct way, and its end";
     turnBy(0.04f, 0.01f);
     EXPECT_EQ(cancelEverywhere(draw(true)), 3 + kComposing + 2 + 1)

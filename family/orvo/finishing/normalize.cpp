@@ -1,6 +1,7 @@
 #include <orvo/finishing.hpp>
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_common/scoped_timer.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/local_laplacian.hpp>
@@ -9,6 +10,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -69,28 +71,52 @@ struct BandHistograms
     Histogram strongest{};
 };
 
+// Pixels that are computed together, by channel, so that the loops over them vectorise.
+constexpr int kBlock = 64;
+
+struct Block
+{
+    float r[kBlock], g[kBlock], b[kBlock];
+    float luminance[kBlock];
+    float fineBase[kBlock]; // luminance of the picture at half size
+    float change[kBlock];   // and what the filter changes there
+    float factor[kBlock];
+};
+
+ORVO_INLINE void readBlock(Block& block, const PixelRGB<float>* pixels, int count)
+{
+    for (int i = 0; i < kBlock; ++i) {
+        const PixelRGB<float>& p = pixels[i < count ? i : 0];
+        block.r[i] = p.r;
+        block.g[i] = p.g;
+        block.b[i] = p.b;
+    }
+    for (int i = 0; i < kBlock; ++i)
+        block.luminance[i] = luma601(block.r[i], block.g[i], block.b[i]);
+}
+
 // The strongest channel in sRGB, the final space of most pictures: colours that fill the wide working space are beyond
 // white there. Approximates light by the square of the value, precise enough to judge white.
-float strongestChannel(const PixelRGB<float>& p)
+ORVO_INLINE float strongestChannel(float encodedRed, float encodedGreen, float encodedBlue)
 {
-    const float r = p.r * p.r;
-    const float g = p.g * p.g;
-    const float b = p.b * p.b;
+    const float r = encodedRed * encodedRed;
+    const float g = encodedGreen * encodedGreen;
+    const float b = encodedBlue * encodedBlue;
     const float red = 2.0364f * r - 0.7376f * g - 0.2988f * b;
     const float green = 1.2232f * g - 0.2257f * r + 0.0025f * b;
     const float blue = 1.1452f * b - 0.0105f * r - 0.1347f * g;
-    return std::sqrt(std::max({red, green, blue, 0.0f}));
+    return std::sqrt(std::max(std::max(std::max(red, green), blue), 0.0f));
 }
 
-std::size_t binOf(float value)
+ORVO_INLINE int binOf(float value)
 {
-    const float position = std::clamp(value, 0.0f, kTop) * (static_cast<float>(kBins - 1) / kTop);
-    return static_cast<std::size_t>(position + 0.5f);
+    const float limited = value > 0.0f ? std::min(value, kTop) : 0.0f; // also for NaN
+    return static_cast<int>(limited * (static_cast<float>(kBins - 1) / kTop) + 0.5f);
 }
 
 float valueOf(std::size_t bin) { return static_cast<float>(bin) * (kTop / static_cast<float>(kBins - 1)); }
 
-float smoothStep(float from, float to, float value)
+ORVO_INLINE float smoothStep(float from, float to, float value)
 {
     const float t = std::clamp((value - from) / (to - from), 0.0f, 1.0f);
     return t * t * (3.0f - 2.0f * t);
@@ -108,6 +134,27 @@ struct Points
 // lamp would keep the picture dark, and the shoulder compresses values that the former moves above white.
 constexpr float kShareOfStrongest = 0.4f;
 
+ORVO_VECTOR_CLONES void addPixels(BandHistograms& bands, const PixelRGB<float>* pixels, std::ptrdiff_t total)
+{
+    Block block;
+    int dark[kBlock];
+    int bright[kBlock];
+    for (std::ptrdiff_t first = 0; first < total; first += kBlock) {
+        const int count = static_cast<int>(std::min<std::ptrdiff_t>(kBlock, total - first));
+        readBlock(block, pixels + first, count);
+        for (int i = 0; i < kBlock; ++i) {
+            dark[i] = binOf(block.luminance[i]);
+            bright[i] = binOf(strongestChannel(block.r[i], block.g[i], block.b[i]));
+        }
+        for (int i = 0; i < count; ++i) {
+            if (!std::isfinite(block.luminance[i]))
+                continue;
+            ++bands.luminance[static_cast<std::size_t>(dark[i])];
+            ++bands.strongest[static_cast<std::size_t>(bright[i])];
+        }
+    }
+}
+
 // Measures black by luminance.
 Points measure(const PixelRGB<float>* pixels, int width, int height)
 {
@@ -115,14 +162,7 @@ Points measure(const PixelRGB<float>* pixels, int width, int height)
     forEachRow(kBands, [&](int band) {
         BandHistograms& own = bands[static_cast<std::size_t>(band)];
         const auto edge = [height](int index) { return static_cast<std::int64_t>(height) * index / kBands; };
-        const PixelRGB<float>* const end = pixels + edge(band + 1) * width;
-        for (const PixelRGB<float>* p = pixels + edge(band) * width; p != end; ++p) {
-            const float y = luma601(*p);
-            if (!std::isfinite(y))
-                continue;
-            ++own.luminance[binOf(y)];
-            ++own.strongest[binOf(strongestChannel(*p))];
-        }
+        addPixels(own, pixels + edge(band) * width, (edge(band + 1) - edge(band)) * width);
     });
     std::vector<std::uint64_t> dark(kBins);
     std::vector<std::uint64_t> bright(kBins);
@@ -213,41 +253,31 @@ public:
         });
     }
 
-    // For the pixel (x, y) of the full size, of luminance `value`.
-    [[nodiscard]] float gainAt(int x, int y, float value) const
+    // Fills `fineBase` and `change` for the pixels from (x, y) of the full size on.
+    void sample(Block& block, int x, int y) const
     {
-        const Corners corners = cornersOf(x, y);
-        const float fine = value - bilinear(base, corners);
-        const float size = std::min(std::abs(fine), kDetailThreshold);
-        const float raised =
-            std::max(0.0f, kFineGain * size / (1.0f + (kFineGain - 1.0f) * size / kDetailThreshold) - size);
-        const float kept = smoothStep(kDetailFloor, 2.0f * kDetailFloor, size) * raised;
-        return bilinear(change, corners) + (fine < 0.0f ? -kept : kept);
+        // A sample of the half size is between two pixels of the full one.
+        const int top = std::clamp((y - 1) / 2, 0, height - 1);
+        const int below = std::min(top + 1, height - 1);
+        const float down = shareOfNext(y);
+        sampleRow(base.data() + at(0, top), base.data() + at(0, below), down, x, width, block.fineBase);
+        sampleRow(change.data() + at(0, top), change.data() + at(0, below), down, x, width, block.change);
     }
 
 private:
-    struct Corners
-    {
-        std::size_t upperLeft, upperRight, lowerLeft, lowerRight;
-        float u, v; // shares of right and lower
-    };
+    static ORVO_INLINE float shareOfNext(int i) { return i == 0 ? 0.0f : (i % 2 == 0 ? 0.75f : 0.25f); }
 
-    // A sample of the half size is between two pixels of the full one.
-    [[nodiscard]] Corners cornersOf(int x, int y) const
+    ORVO_VECTOR_CLONES static void sampleRow(const float* __restrict above, const float* __restrict below, float down,
+                                             int x, int width, float* __restrict out)
     {
-        const int left = std::clamp((x - 1) / 2, 0, width - 1);
-        const int top = std::clamp((y - 1) / 2, 0, height - 1);
-        const int right = std::min(left + 1, width - 1);
-        const int below = std::min(top + 1, height - 1);
-        const auto share = [](int i) { return i == 0 ? 0.0f : (i % 2 == 0 ? 0.75f : 0.25f); };
-        return {at(left, top), at(right, top), at(left, below), at(right, below), share(x), share(y)};
-    }
-
-    static float bilinear(const ManagedPlane<float>& plane, const Corners& c)
-    {
-        const float upper = plane[c.upperLeft] + (plane[c.upperRight] - plane[c.upperLeft]) * c.u;
-        const float lower = plane[c.lowerLeft] + (plane[c.lowerRight] - plane[c.lowerLeft]) * c.u;
-        return upper + (lower - upper) * c.v;
+        for (int i = 0; i < kBlock; ++i) {
+            const int left = std::clamp((x + i - 1) / 2, 0, width - 1);
+            const int right = std::min(left + 1, width - 1);
+            const float across = shareOfNext(x + i);
+            const float upper = above[left] + (above[right] - above[left]) * across;
+            const float lower = below[left] + (below[right] - below[left]) * across;
+            out[i] = upper + (lower - upper) * down;
+        }
     }
 
     [[nodiscard]] std::size_t at(int x, int y) const
@@ -261,9 +291,20 @@ private:
     ManagedPlane<float> change; // the filter's change of it
 };
 
+// The gain of luminance for pixels of luminance `value`.
+ORVO_INLINE float localGain(float value, float fineBase, float change)
+{
+    const float fine = value - fineBase;
+    const float size = std::min(std::abs(fine), kDetailThreshold);
+    const float raised =
+        std::max(0.0f, kFineGain * size / (1.0f + (kFineGain - 1.0f) * size / kDetailThreshold) - size);
+    const float kept = smoothStep(kDetailFloor, 2.0f * kDetailFloor, size) * raised;
+    return change + (fine < 0.0f ? -kept : kept);
+}
+
 // Subtracts `black` from luminance; near it a parabola with the same slope takes over, so that shadows end at 0 without
 // clipping.
-float leveled(float y, const Levels& levels)
+ORVO_INLINE float leveled(float y, const Levels& levels)
 {
     const float black = levels.black;
     const float left = y >= 2.0f * black ? y - black : y * y / (4.0f * black);
@@ -272,13 +313,38 @@ float leveled(float y, const Levels& levels)
 }
 
 // Stays below white with a continuous slope. Tones that were at white before may be there again.
-float shouldered(float strongest, float before)
+ORVO_INLINE float shouldered(float strongest, float before)
 {
     const float top = std::max(kTopTone, std::min(before, 1.0f));
-    if (strongest <= kShoulder)
-        return strongest;
     const float above = strongest - kShoulder;
-    return kShoulder + above / (1.0f + above / (top - kShoulder));
+    const float bent = kShoulder + above / (1.0f + above / (top - kShoulder));
+    return strongest <= kShoulder ? strongest : bent;
+}
+
+// `local`: whether the block has samples of the local contrast.
+ORVO_VECTOR_CLONES void factorsOf(Block& block, const Levels& levels_, bool local)
+{
+    const Levels levels = levels_;
+    const float strength = local ? levels.gain * levels.detail : 0.0f;
+    for (int i = 0; i < kBlock; ++i) {
+        const float y = block.luminance[i];
+        const float plain = leveled(y, levels);
+        const float share = kShadowShare + (1.0f - kShadowShare) * smoothStep(kShadowTone, kHighlightTone, y);
+        const float raised = strength * share * localGain(y, block.fineBase[i], block.change[i]);
+        const float contrasted = std::max(plain + raised, kDarkestShare * plain);
+        const float target = local ? contrasted : plain;
+        const float factor = target / y;
+        const float strongest = strongestChannel(block.r[i], block.g[i], block.b[i]);
+        const float limited = std::max(1.0f, shouldered(strongest * factor, strongest) / strongest);
+        const float wanted = factor > 1.0f && strongest > 0.0f ? limited : factor;
+        block.factor[i] = y > 0.0f && y <= std::numeric_limits<float>::max() ? wanted : 1.0f;
+    }
+}
+
+ORVO_VECTOR_CLONES void scaleBlock(const Block& block, PixelRGB<float>* pixels, int count)
+{
+    for (int i = 0; i < count; ++i)
+        pixels[i] = {block.r[i] * block.factor[i], block.g[i] * block.factor[i], block.b[i] * block.factor[i]};
 }
 
 } // namespace
@@ -296,24 +362,14 @@ void normalize_for_hdr(PixelRGB<float>* pixels, int width, int height)
         local.emplace(pixels, width, height);
     forEachRow(height, [&](int row) {
         PixelRGB<float>* const line = pixels + static_cast<std::ptrdiff_t>(row) * width;
-        for (int x = 0; x < width; ++x) {
-            PixelRGB<float>& p = line[x];
-            const float y = luma601(p);
-            if (!std::isfinite(y) || y <= 0.0f)
-                continue;
-            float target = leveled(y, levels);
-            if (local) {
-                const float share = kShadowShare + (1.0f - kShadowShare) * smoothStep(kShadowTone, kHighlightTone, y);
-                const float raised = levels.gain * levels.detail * share * local->gainAt(x, row, y);
-                target = std::max(target + raised, kDarkestShare * target);
-            }
-            float factor = target / y;
-            const float strongest = strongestChannel(p);
-            if (factor > 1.0f && strongest > 0.0f)
-                factor = std::max(1.0f, shouldered(strongest * factor, strongest) / strongest);
-            p.r *= factor;
-            p.g *= factor;
-            p.b *= factor;
+        Block block{};
+        for (int x = 0; x < width; x += kBlock) {
+            const int count = std::min(kBlock, width - x);
+            readBlock(block, line + x, count);
+            if (local)
+                local->sample(block, x, row);
+            factorsOf(block, levels, local.has_value());
+            scaleBlock(block, line + x, count);
         }
     });
 }

@@ -1,8 +1,10 @@
 #include <orvo_common/memory_manager.hpp>
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,6 +70,26 @@ std::size_t defaultCacheLimit()
     if (pages <= 0 || pageBytes <= 0)
         return std::size_t{256} << 20;
     return static_cast<std::size_t>(pages) / kCacheShareOfMemory * static_cast<std::size_t>(pageBytes);
+}
+
+// Blocks from this size on get huge pages, which take a fraction of the page faults: the C library maps them on their
+// own, so the advice concerns no other block.
+constexpr std::size_t kLeastHuge = std::size_t{32} << 20;
+
+void* fromSystem(std::size_t bytes)
+{
+    void* const block = std::aligned_alloc(MemoryManager::kAlignment, bytes);
+#ifdef MADV_HUGEPAGE
+    if (block != nullptr && bytes >= kLeastHuge) {
+        const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGE_SIZE));
+        const auto begin = reinterpret_cast<std::uintptr_t>(block);
+        const std::uintptr_t firstPage = (begin + page - 1) / page * page;
+        const std::uintptr_t endPage = (begin + bytes) / page * page;
+        // Only advice: a system without huge pages refuses it, and nothing changes.
+        static_cast<void>(madvise(reinterpret_cast<void*>(firstPage), endPage - firstPage, MADV_HUGEPAGE));
+    }
+#endif
+    return block;
 }
 
 std::size_t roundedUp(std::size_t bytes)
@@ -145,10 +167,10 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
             state->makeRoom(blockBytes);
     }
     if (block == nullptr) {
-        block = std::aligned_alloc(kAlignment, blockBytes);
+        block = fromSystem(blockBytes);
         if (block == nullptr) {
             trim(); // the kept planes may be exactly what is missing
-            block = std::aligned_alloc(kAlignment, blockBytes);
+            block = fromSystem(blockBytes);
         }
         if (block == nullptr)
             throw std::bad_alloc();

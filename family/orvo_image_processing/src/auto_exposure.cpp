@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -51,30 +52,54 @@ constexpr float kMeetAt = 1.0f;
 constexpr float kBesideUntil = 0.015f;
 constexpr float kApartFrom = 0.05f;
 
-/// `tables`: one for each channel, one after another. `clippedTone`: the lower limit of white.
-ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const float* __restrict tables,
-                                    float clippedTone)
+// Pixels that are mapped together: by channel, so that the loops over them vectorise.
+constexpr std::size_t kBlockPixels = 64;
+
+struct Block
 {
-    const float* const channel[3] = {tables, tables + kTableSize, tables + 2 * kTableSize};
-    for (std::size_t i = 0; i < pixels; ++i) {
-        float* const p = samples + 3 * i;
-        float out[3];
+    float in[3][kBlockPixels];
+    float out[3][kBlockPixels];
+};
+
+ORVO_INLINE void lookUpBlock(Block& block, const float* __restrict tables)
+{
+    for (std::size_t c = 0; c < 3; ++c) {
+        const float* const table = tables + c * kTableSize;
+        for (std::size_t i = 0; i < kBlockPixels; ++i) {
+            const float v = block.in[c][i];
+            const float root = std::sqrt(v > 0.0f ? v : 0.0f);
+            const float place = (root < kLargestRoot ? root : kLargestRoot) * kPerRoot;
+            const float whole = place < static_cast<float>(kTableSize - 2) ? place : static_cast<float>(kTableSize - 2);
+            const int index = static_cast<int>(whole);
+            const float low = table[index];
+            block.out[c][i] = low + (place - static_cast<float>(index)) * (table[index + 1] - low);
+        }
+    }
+}
+
+ORVO_INLINE bool anyAbove(const float (&values)[kBlockPixels], float limit)
+{
+    int found = 0;
+    for (const float value : values)
+        found |= value > limit ? 1 : 0;
+    return found != 0;
+}
+
+/// Brings the channels together near white. `clippedTone`: the lower limit of white.
+ORVO_INLINE void whitenBlock(Block& block, float clippedTone)
+{
+    for (std::size_t i = 0; i < kBlockPixels; ++i) {
         float darkest = kLargestRoot;
         float least = kLargestRoot;
         float brightest = clippedTone;
         float strongest = 0.0f;
         for (std::size_t c = 0; c < 3; ++c) {
-            const float v = p[c];
-            const float root = std::sqrt(v > 0.0f ? v : 0.0f);
-            const float place = (root < kLargestRoot ? root : kLargestRoot) * kPerRoot;
-            const float whole = place < static_cast<float>(kTableSize - 2) ? place : static_cast<float>(kTableSize - 2);
-            const int index = static_cast<int>(whole);
-            const float low = channel[c][index];
-            out[c] = low + (place - static_cast<float>(index)) * (channel[c][index + 1] - low);
+            const float v = block.in[c][i];
+            const float mapped = block.out[c][i];
             strongest = v > strongest ? v : strongest;
             darkest = v < darkest ? v : darkest;
-            least = out[c] < least ? out[c] : least;
-            brightest = out[c] > brightest ? out[c] : brightest;
+            least = mapped < least ? mapped : least;
+            brightest = mapped > brightest ? mapped : brightest;
         }
         const float reach = (darkest - kMeetFrom) / (kMeetAt - kMeetFrom);
         const float meet = reach > 0.0f ? (reach < 1.0f ? reach : 1.0f) : 0.0f;
@@ -82,10 +107,35 @@ ORVO_VECTOR_CLONES void applyTables(float* samples, std::size_t pixels, const fl
         // pale cyan would turn blue. Channels further below it are measured and stay.
         const float pale = detail::paleShare(darkest) * detail::clippedShare(strongest);
         for (std::size_t c = 0; c < 3; ++c) {
-            const float beside = 1.0f - detail::smoothStep(strongest - p[c], kBesideUntil, kApartFrom);
-            const float even = out[c] + (least - out[c]) * pale * beside;
-            p[c] = even + (brightest - even) * meet;
+            const float mapped = block.out[c][i];
+            const float beside = 1.0f - detail::smoothStep(strongest - block.in[c][i], kBesideUntil, kApartFrom);
+            const float even = mapped + (least - mapped) * pale * beside;
+            block.out[c][i] = even + (brightest - even) * meet;
         }
+    }
+}
+
+/// `tables`: one for each channel, one after another. `from` and `to` may be the same.
+ORVO_VECTOR_CLONES void applyTables(const float* from, float* to, std::size_t pixels, const float* __restrict tables,
+                                    float clippedTone)
+{
+    Block block;
+    for (std::size_t first = 0; first < pixels; first += kBlockPixels) {
+        const std::size_t count = std::min(kBlockPixels, pixels - first);
+        const float* const samples = from + 3 * first;
+        for (std::size_t c = 0; c < 3; ++c)
+            for (std::size_t i = 0; i < kBlockPixels; ++i)
+                block.in[c][i] = i < count ? samples[3 * i + c] : 0.0f;
+        lookUpBlock(block, tables);
+        bool nearWhite = false;
+        for (const auto& channel : block.in)
+            nearWhite = nearWhite || anyAbove(channel, kMeetFrom);
+        if (nearWhite)
+            whitenBlock(block, clippedTone);
+        float* const target = to + 3 * first;
+        for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t c = 0; c < 3; ++c)
+                target[3 * i + c] = block.out[c][i];
     }
 }
 
@@ -117,32 +167,20 @@ detail::ToneLimits limitsOf(const float* table)
     return limits;
 }
 
-void applyMap(float* b, int width, int height, const auto_exposure_data_t& data, float* tables)
+void fillTables(float* tables, const auto_exposure_data_t& data)
 {
     for (std::size_t c = 0; c < 3; ++c)
         fillTable(tables + c * kTableSize, data.curves[c]);
-    forEachRange(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
-                 [&](std::size_t first, std::size_t last) {
-                     applyTables(b + 3 * first, last - first, tables, data.clippedTone.value_or(0.0f));
-                 });
 }
 
-// Where both show the same, the frame itself is the best estimate of the scene at its exposure.
-void keepWhatAgrees(const float* frame, float* mapped, int width, int height,
-                    const std::array<detail::ToneLimits, 3>& limits)
+ORVO_VECTOR_CLONES void mixByShares(const float* __restrict from, float* __restrict to, const float* __restrict shares,
+                                    std::size_t pixels)
 {
-    const detail::SceneAgreement agreement(frame, mapped, width, height, limits);
-    if (agreement.isNowhere())
-        return;
-    const auto columns = static_cast<std::size_t>(width);
-    forEachRow(height, [&](int y) {
-        std::vector<float, ManagedAllocator<float>> shares(columns);
-        agreement.rowShares(y, shares.data());
-        const float* const from = frame + 3 * columns * static_cast<std::size_t>(y);
-        float* const to = mapped + 3 * columns * static_cast<std::size_t>(y);
-        for (std::size_t i = 0; i < 3 * columns; ++i)
-            to[i] = shares[i / 3] < 1.0f ? to[i] + (from[i] - to[i]) * shares[i / 3] : from[i];
-    });
+    for (std::size_t i = 0; i < pixels; ++i)
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float mixed = to[3 * i + c] + (from[3 * i + c] - to[3 * i + c]) * shares[i];
+            to[3 * i + c] = shares[i] < 1.0f ? mixed : from[3 * i + c];
+        }
 }
 
 bool isNeutral(const auto_exposure_data_t& data)
@@ -204,16 +242,91 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
     data.clippedTone = toneOfClipped(pairs);
 }
 
-void autoExposureApplyRGB(const float* a, float* b, int width, int height, const auto_exposure_data_t& data)
+struct ReexposedFrame::State
+{
+    State(const float* a, const float* b, int width, int height, const auto_exposure_data_t& data)
+        : clippedTone(data.clippedTone.value_or(0.0f)), tables(3 * kTableSize)
+    {
+        fillTables(tables.data(), data);
+        const auto stride = 3 * static_cast<std::size_t>(width);
+        const auto mappedRow = [&](int y, float* scratch) {
+            map(b + static_cast<std::size_t>(y) * stride, scratch, static_cast<std::size_t>(width));
+            return scratch;
+        };
+        if (a != nullptr)
+            agreement.emplace(a, mappedRow, width, height,
+                              std::array{limitsOf(tables.data()), limitsOf(tables.data() + kTableSize),
+                                         limitsOf(tables.data() + 2 * kTableSize)});
+    }
+
+    void map(const float* from, float* to, std::size_t pixels) const
+    {
+        applyTables(from, to, pixels, tables.data(), clippedTone);
+    }
+
+    float clippedTone;
+    ManagedPlane<float> tables;
+    std::optional<detail::SceneAgreement> agreement;
+};
+
+ReexposedFrame::ReexposedFrame(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,
+                               const auto_exposure_data_t& data)
+{
+    if (width > 0 && height > 0 && !isNeutral(data))
+        state = std::make_unique<State>(reinterpret_cast<const float*>(a), reinterpret_cast<const float*>(b), width,
+                                        height, data);
+}
+
+ReexposedFrame::~ReexposedFrame() = default;
+ReexposedFrame::ReexposedFrame(ReexposedFrame&&) noexcept = default;
+ReexposedFrame& ReexposedFrame::operator=(ReexposedFrame&&) noexcept = default;
+
+void ReexposedFrame::row(int y, int first, int end, const PixelRGB<float>* a, const PixelRGB<float>* b,
+                         PixelRGB<float>* result) const
+{
+    const auto pixels = static_cast<std::size_t>(end - first);
+    if (!state) {
+        std::memmove(static_cast<void*>(result), b, pixels * sizeof(PixelRGB<float>));
+        return;
+    }
+    const float* const from = &b->r;
+    float* const to = &result->r;
+    if (!state->agreement || state->agreement->isNowhere()) {
+        state->map(from, to, pixels);
+        return;
+    }
+    // Where both show the same, the frame itself is the best estimate of the scene at its exposure.
+    float shares[kBlockPixels];
+    for (std::size_t p = 0; p < pixels; p += kBlockPixels) {
+        const std::size_t count = std::min(kBlockPixels, pixels - p);
+        const int x = first + static_cast<int>(p);
+        state->agreement->rowShares(y, x, x + static_cast<int>(count), shares);
+        if (std::all_of(shares, shares + count, [](float share) { return share >= 1.0f; })) {
+            std::memcpy(to + 3 * p, &a[p].r, count * sizeof(PixelRGB<float>));
+            continue;
+        }
+        state->map(from + 3 * p, to + 3 * p, count);
+        mixByShares(&a[p].r, to + 3 * p, shares, count);
+    }
+}
+
+bool ReexposedFrame::isFrameItself(const _Rect<int>& area) const
+{
+    if (!state || !state->agreement || state->agreement->isNowhere())
+        return false;
+    return state->agreement->isEverywhere(area.x, area.y, area.x + area.width, area.y + area.height);
+}
+
+void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
+                          const auto_exposure_data_t& data)
 {
     if (width <= 0 || height <= 0 || isNeutral(data))
         return;
-    const ManagedPlane<float> tables(3 * kTableSize);
-    applyMap(b, width, height, data, tables.data());
-    if (a != nullptr)
-        keepWhatAgrees(
-            a, b, width, height,
-            {limitsOf(tables.data()), limitsOf(tables.data() + kTableSize), limitsOf(tables.data() + 2 * kTableSize)});
+    const ReexposedFrame reexposed(a, b, width, height, data);
+    forEachRow(height, [&](int y) {
+        const std::size_t offset = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        reexposed.row(y, 0, width, a != nullptr ? a + offset : nullptr, b + offset, b + offset);
+    });
 }
 
 void autoExposureAdjustRGB(const float* a, float* b, int width, int height)
@@ -230,10 +343,10 @@ void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRGB<float>* b,
                             mode);
 }
 
-void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
-                          const auto_exposure_data_t& data)
+void autoExposureApplyRGB(const float* a, float* b, int width, int height, const auto_exposure_data_t& data)
 {
-    autoExposureApplyRGB(reinterpret_cast<const float*>(a), reinterpret_cast<float*>(b), width, height, data);
+    autoExposureApplyRGB(reinterpret_cast<const PixelRGB<float>*>(a), reinterpret_cast<PixelRGB<float>*>(b), width,
+                         height, data);
 }
 
 void autoExposureAdjustRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height)

@@ -13,24 +13,42 @@ inline constexpr float kOffset = 0.055f;
 inline constexpr float kScale = 1.055f;
 inline constexpr float kGamma = 2.4f;
 
-/// `gain` of 1 or more, `encodedGain` = gain^(1/2.4), v >= 0.
+/// `gain` of 1 or more, `encodedGain` = gain^(1/2.4), v >= 0. Without power: for values of which brighterCrosses() is
+/// false, with the same bits.
+template <bool kWithPower = true>
 ORVO_INLINE float plainBrighter(float v, float gain, float encodedGain)
 {
     const float toe = v * gain;
-    const float bent = kScale * fastPower(toe * (1.0f / kToeSlope), 1.0f / kGamma) - kOffset;
     const float straight = encodedGain * (v + kOffset) - kOffset;
+    if constexpr (!kWithPower)
+        return v <= kToeEnd ? toe : straight;
+    const float bent = kScale * fastPower(toe * (1.0f / kToeSlope), 1.0f / kGamma) - kOffset;
     const float fromToe = toe <= kToeEnd ? toe : bent;
     return v <= kToeEnd ? fromToe : straight;
 }
 
-/// `gain` of 1 or less.
+/// Whether one of the values from `smallest` to `largest` may cross from the linear piece to the other.
+inline bool brighterCrosses(float smallest, float largest, float gain)
+{
+    return smallest <= kToeEnd && largest * gain > kToeEnd;
+}
+
+/// `gain` of 1 or less. Without power as above.
+template <bool kWithPower = true>
 ORVO_INLINE float plainDarker(float v, float gain, float encodedGain)
 {
     const float toe = v * gain;
-    const float bent = kToeSlope * gain * fastPower((v + kOffset) * (1.0f / kScale), kGamma);
     const float straight = encodedGain * (v + kOffset) - kOffset;
+    if constexpr (!kWithPower)
+        return v <= kToeEnd ? toe : straight;
+    const float bent = kToeSlope * gain * fastPower((v + kOffset) * (1.0f / kScale), kGamma);
     const float fromPower = straight >= kToeEnd ? straight : bent;
     return v <= kToeEnd ? toe : fromPower;
+}
+
+inline bool darkerCrosses(float smallest, float largest, float encodedGain)
+{
+    return largest > kToeEnd && encodedGain * (smallest + kOffset) - kOffset < kToeEnd;
 }
 
 } // namespace orvo::detail

@@ -28,7 +28,7 @@ constexpr float kEvLimit = 20.0f;
 // EV of one unit of the parameter a.
 constexpr float kEvPerUnit = 10.0f;
 
-// Pixels that are either all left unbent or all treated as pixels: a few cache lines.
+// Pixels that are either all left unbent or all treated as pixels, and that need a power or not: a few cache lines.
 constexpr std::size_t kBlockPixels = 64;
 
 constexpr float kInputLimit = 1e6f;           // keeps the arithmetic finite
@@ -44,40 +44,28 @@ struct Constants
     float lift;
 };
 
+template <bool kWithPower>
 ORVO_INLINE float brighter(float value, const Constants& c)
 {
     const float positive = value > 0.0f ? value : 0.0f; // also for NaN
     const float v = positive < kInputLimit ? positive : kInputLimit;
-    const float plain = plainBrighter(v, c.gain, c.encodedGain);
+    const float plain = plainBrighter<kWithPower>(v, c.gain, c.encodedGain);
     const float above = plain - c.knee;
     const float rolled = c.knee + above / (1.0f + above * c.bend);
     const float result = above > 0.0f ? rolled : plain;
     return value < 0.0f ? value * c.gain : result;
 }
 
+template <bool kWithPower>
 ORVO_INLINE float darker(float value, const Constants& c)
 {
     const float positive = value > 0.0f ? value : 0.0f; // also for NaN
     const float v = positive < kInputLimit ? positive : kInputLimit;
-    const float plain = plainDarker(v, c.gain, c.encodedGain);
+    const float plain = plainDarker<kWithPower>(v, c.gain, c.encodedGain);
     const float above = (v - c.knee) * c.bend;
     const float t = above > 0.0f ? above : 0.0f;
     const float rise = t < 1.0f ? t * t : 2.0f * t - 1.0f;
     return value < 0.0f ? value * c.gain : plain + c.lift * rise;
-}
-
-ORVO_VECTOR_CLONES void brightenRange(float* samples, std::size_t count, const Constants& constants)
-{
-    const Constants c = constants;
-    for (std::size_t i = 0; i < count; ++i)
-        samples[i] = brighter(samples[i], c);
-}
-
-ORVO_VECTOR_CLONES void darkenRange(float* samples, std::size_t count, const Constants& constants)
-{
-    const Constants c = constants;
-    for (std::size_t i = 0; i < count; ++i)
-        samples[i] = darker(samples[i], c);
 }
 
 ORVO_INLINE float limited(float value)
@@ -138,33 +126,62 @@ ORVO_INLINE void writeBlock(float* samples, const Block& block, std::size_t pixe
             samples[3 * i + c] = block.channels[c][i];
 }
 
-/// Of up to three times kBlockPixels samples. In lanes, since the compiler keeps the order of a plain maximum.
-ORVO_VECTOR_CLONES float largestOf(const float* samples, std::size_t count)
+/// Of values limited().
+struct Range
+{
+    float smallest, largest;
+};
+
+/// In lanes, since the compiler keeps the order of a plain minimum.
+ORVO_INLINE Range rangeOf(const float* samples, std::size_t count)
 {
     constexpr std::size_t kLanes = 16;
-    float lanes[kLanes] = {};
+    float smallest[kLanes];
+    float largest[kLanes] = {};
+    std::fill_n(smallest, kLanes, kInputLimit);
     std::size_t i = 0;
     for (; i + kLanes <= count; i += kLanes)
-        for (std::size_t lane = 0; lane < kLanes; ++lane)
-            lanes[lane] = samples[i + lane] > lanes[lane] ? samples[i + lane] : lanes[lane];
-    float largest = 0.0f;
+        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+            const float v = limited(samples[i + lane]);
+            smallest[lane] = v < smallest[lane] ? v : smallest[lane];
+            largest[lane] = v > largest[lane] ? v : largest[lane];
+        }
+    Range range{kInputLimit, 0.0f};
+    const auto include = [&range](float low, float high) {
+        range.smallest = low < range.smallest ? low : range.smallest;
+        range.largest = high > range.largest ? high : range.largest;
+    };
     for (; i < count; ++i)
-        largest = samples[i] > largest ? samples[i] : largest;
-    for (const float lane : lanes)
-        largest = lane > largest ? lane : largest;
-    return largest;
+        include(limited(samples[i]), limited(samples[i]));
+    for (std::size_t lane = 0; lane < kLanes; ++lane)
+        include(smallest[lane], largest[lane]);
+    return range;
+}
+
+template <bool kWithPower>
+ORVO_INLINE void brightenSamples(float* samples, std::size_t count, const Constants& c)
+{
+    for (std::size_t i = 0; i < count; ++i)
+        samples[i] = brighter<kWithPower>(samples[i], c);
+}
+
+template <bool kWithPower>
+ORVO_INLINE void darkenSamples(float* samples, std::size_t count, const Constants& c)
+{
+    for (std::size_t i = 0; i < count; ++i)
+        samples[i] = darker<kWithPower>(samples[i], c);
 }
 
 /// The curve bends the strongest channel; the gain in linear light by which it departs from the plain gain goes to the
 /// others too. As an encoded gain it is a ratio, since both tones are on the power piece of the transfer curve.
-ORVO_VECTOR_CLONES void brightenBlock(float* samples, std::size_t pixels, const Constants& constants)
+template <bool kWithPower>
+ORVO_INLINE void bendBrightened(float* samples, std::size_t pixels, const Constants& c)
 {
-    const Constants c = constants;
     Block block;
     readBlock(block, samples, pixels);
     for (std::size_t i = 0; i < kBlockPixels; ++i) {
-        const float plain = plainBrighter(block.strongest[i], c.gain, c.encodedGain);
-        block.level[i] = brighter(block.strongest[i], c);
+        const float plain = plainBrighter<kWithPower>(block.strongest[i], c.gain, c.encodedGain);
+        block.level[i] = brighter<kWithPower>(block.strongest[i], c);
         block.encodedGain[i] = (block.level[i] + detail::kOffset) / (plain + detail::kOffset);
         block.gain[i] = detail::fastPower(block.encodedGain[i], kGamma);
         const float taken = 1.0f - block.gain[i];
@@ -174,28 +191,28 @@ ORVO_VECTOR_CLONES void brightenBlock(float* samples, std::size_t pixels, const 
     for (auto& channel : block.channels)
         for (std::size_t i = 0; i < kBlockPixels; ++i) {
             const float v = channel[i];
-            const float plain = plainBrighter(limited(v), c.gain, c.encodedGain);
+            const float plain = plainBrighter<kWithPower>(limited(v), c.gain, c.encodedGain);
             const float own = lowered(plain, block.gain[i], block.encodedGain[i]);
             const float bent = own + (block.level[i] - own) * block.white[i];
             const float result = v < block.strongest[i] ? bent : block.level[i];
             const float signedResult = v < 0.0f ? v * c.gain : result;
-            const float unbent = brighter(v, c);
+            const float unbent = brighter<kWithPower>(v, c);
             channel[i] = block.plain[i] > c.knee ? signedResult : unbent;
         }
     writeBlock(samples, block, pixels);
 }
 
-ORVO_VECTOR_CLONES void darkenBlock(float* samples, std::size_t pixels, const Constants& constants)
+template <bool kWithPower>
+ORVO_INLINE void bendDarkened(float* samples, std::size_t pixels, const Constants& c)
 {
-    const Constants c = constants;
     Block block;
     readBlock(block, samples, pixels);
     for (std::size_t i = 0; i < kBlockPixels; ++i) {
         const float strongest = block.strongest[i];
-        const float plain = plainDarker(strongest, c.gain, c.encodedGain);
+        const float plain = plainDarker<kWithPower>(strongest, c.gain, c.encodedGain);
         // Above white the tangent would raise a colour far beyond its exposure.
         const float lifted = plain + c.lift;
-        const float onCurve = darker(strongest, c);
+        const float onCurve = darker<kWithPower>(strongest, c);
         block.level[i] = strongest < 1.0f ? onCurve : lifted;
         block.encodedGain[i] = (block.level[i] + detail::kOffset) / (plain + detail::kOffset);
         block.gain[i] = detail::fastPower(block.encodedGain[i], kGamma);
@@ -204,15 +221,59 @@ ORVO_VECTOR_CLONES void darkenBlock(float* samples, std::size_t pixels, const Co
     for (auto& channel : block.channels)
         for (std::size_t i = 0; i < kBlockPixels; ++i) {
             const float v = channel[i];
-            const float plain = plainDarker(limited(v), c.gain, c.encodedGain);
+            const float plain = plainDarker<kWithPower>(limited(v), c.gain, c.encodedGain);
             const float own = raised(plain, block.gain[i], block.encodedGain[i]);
             const float bent = own + (block.level[i] - own) * block.white[i];
             const float result = v < block.strongest[i] ? bent : block.level[i];
             const float signedResult = v < 0.0f ? v * c.gain : result;
-            const float unbent = darker(v, c);
+            const float unbent = darker<kWithPower>(v, c);
             channel[i] = block.strongest[i] > c.knee ? signedResult : unbent;
         }
     writeBlock(samples, block, pixels);
+}
+
+/// Up to kBlockPixels pixels, each channel by itself.
+ORVO_VECTOR_CLONES void brightenRange(float* samples, std::size_t count, const Constants& constants)
+{
+    const Constants c = constants;
+    const Range range = rangeOf(samples, count);
+    if (detail::brighterCrosses(range.smallest, range.largest, c.gain))
+        brightenSamples<true>(samples, count, c);
+    else
+        brightenSamples<false>(samples, count, c);
+}
+
+ORVO_VECTOR_CLONES void darkenRange(float* samples, std::size_t count, const Constants& constants)
+{
+    const Constants c = constants;
+    const Range range = rangeOf(samples, count);
+    if (detail::darkerCrosses(range.smallest, range.largest, c.encodedGain))
+        darkenSamples<true>(samples, count, c);
+    else
+        darkenSamples<false>(samples, count, c);
+}
+
+/// The same with the hue kept.
+ORVO_VECTOR_CLONES void brightenBlock(float* samples, std::size_t pixels, const Constants& constants)
+{
+    const Constants c = constants;
+    const Range range = rangeOf(samples, 3 * pixels);
+    const bool crosses = detail::brighterCrosses(range.smallest, range.largest, c.gain);
+    if (plainBrighter(range.largest, c.gain, c.encodedGain) > c.knee)
+        crosses ? bendBrightened<true>(samples, pixels, c) : bendBrightened<false>(samples, pixels, c);
+    else
+        crosses ? brightenSamples<true>(samples, 3 * pixels, c) : brightenSamples<false>(samples, 3 * pixels, c);
+}
+
+ORVO_VECTOR_CLONES void darkenBlock(float* samples, std::size_t pixels, const Constants& constants)
+{
+    const Constants c = constants;
+    const Range range = rangeOf(samples, 3 * pixels);
+    const bool crosses = detail::darkerCrosses(range.smallest, range.largest, c.encodedGain);
+    if (range.largest > c.knee)
+        crosses ? bendDarkened<true>(samples, pixels, c) : bendDarkened<false>(samples, pixels, c);
+    else
+        crosses ? darkenSamples<true>(samples, 3 * pixels, c) : darkenSamples<false>(samples, 3 * pixels, c);
 }
 
 float sane(float value, float neutral, float low, float high)
@@ -251,8 +312,7 @@ ExposureCurve::ExposureCurve(float a, float b, float c)
 
 float ExposureCurve::operator()(float value) const
 {
-    if (!identity)
-        applyInPlace(&value, 1);
+    applySerially(&value, 1); // one value is not worth starting the pool
     return value;
 }
 
@@ -260,34 +320,36 @@ void ExposureCurve::applyInPlace(float* samples, std::size_t count) const
 {
     if (identity)
         return;
+    forEachRange(count, [&](std::size_t first, std::size_t last) { applySerially(samples + first, last - first); });
+}
+
+void ExposureCurve::applySerially(float* samples, std::size_t count) const
+{
+    if (identity)
+        return;
+    constexpr std::size_t kBlockSamples = 3 * kBlockPixels;
     const Constants constants{gain, encodedGain, knee, bend, lift};
     const auto apply = brightens ? brightenRange : darkenRange;
-    if (count == 1) // one value is not worth starting the pool
-        apply(samples, count, constants);
-    else
-        forEachRange(count,
-                     [&](std::size_t first, std::size_t last) { apply(samples + first, last - first, constants); });
+    for (std::size_t i = 0; i < count; i += kBlockSamples)
+        apply(samples + i, std::min(kBlockSamples, count - i), constants);
 }
 
 void ExposureCurve::applyToPixels(PixelRGB<float>* pixels, std::size_t count) const
 {
-    if (identity || count == 0)
+    if (identity)
+        return;
+    forEachRange(count,
+                 [&](std::size_t first, std::size_t last) { applyToPixelsSerially(pixels + first, last - first); });
+}
+
+void ExposureCurve::applyToPixelsSerially(PixelRGB<float>* pixels, std::size_t count) const
+{
+    if (identity)
         return;
     const Constants constants{gain, encodedGain, knee, bend, lift};
-    const auto applyBlock = [&](float* samples, std::size_t blockPixels) {
-        const float largest = limited(largestOf(samples, blockPixels * 3));
-        if (brightens) {
-            const bool bends = plainBrighter(largest, gain, encodedGain) > knee;
-            bends ? brightenBlock(samples, blockPixels, constants) : brightenRange(samples, blockPixels * 3, constants);
-        } else {
-            const bool bends = largest > knee;
-            bends ? darkenBlock(samples, blockPixels, constants) : darkenRange(samples, blockPixels * 3, constants);
-        }
-    };
-    forEachRange(count, [&](std::size_t first, std::size_t last) {
-        for (std::size_t p = first; p < last; p += kBlockPixels)
-            applyBlock(&pixels[p].r, std::min(kBlockPixels, last - p));
-    });
+    const auto apply = brightens ? brightenBlock : darkenBlock;
+    for (std::size_t p = 0; p < count; p += kBlockPixels)
+        apply(&pixels[p].r, std::min(kBlockPixels, count - p), constants);
 }
 
 float apply_exposure(float value, float a, float b, float c) { return ExposureCurve(a, b, c)(value); }

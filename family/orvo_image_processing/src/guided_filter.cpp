@@ -13,6 +13,27 @@
 
 namespace orvo {
 
+namespace detail {
+
+struct GuidedGrid
+{
+    BlockAxis columns;
+    BlockAxis rows;
+    [[nodiscard]] std::size_t count() const
+    {
+        return static_cast<std::size_t>(columns.count) * static_cast<std::size_t>(rows.count);
+    }
+};
+
+/// For each pixel column: the block to its left, and the share of the one to its right.
+struct GuidedColumn
+{
+    int left, right;
+    float share;
+};
+
+} // namespace detail
+
 namespace {
 
 using detail::BlockAxis;
@@ -123,16 +144,9 @@ std::array<float, kMoments> blockMoments(const ColumnSums& sums, int first, int 
     return total == 0.0f ? m : std::array<float, kMoments>{};
 }
 
-struct Grid
-{
-    BlockAxis columns;
-    BlockAxis rows;
-    [[nodiscard]] std::size_t count() const
-    {
-        return static_cast<std::size_t>(columns.count) * static_cast<std::size_t>(rows.count);
-    }
-};
+using Grid = detail::GuidedGrid;
 
+/// `source`: the first row of the block row.
 void momentsOfBlockRow(const float* source, const Grid& grid, int blockRow, float* planes)
 {
     const auto stride = 3 * static_cast<std::size_t>(grid.columns.size);
@@ -144,8 +158,8 @@ void momentsOfBlockRow(const float* source, const Grid& grid, int blockRow, floa
         const std::size_t bytes = 3 * static_cast<std::size_t>(pixels) * sizeof(float);
         for (float* const row : {sums.value, sums.square, sums.next, sums.afterNext})
             std::memset(row, 0, bytes);
-        const int last = grid.rows.last(blockRow);
-        int y = grid.rows.first(blockRow);
+        const int last = grid.rows.last(blockRow) - grid.rows.first(blockRow);
+        int y = 0;
         const auto at = [&](int row) {
             return source + static_cast<std::size_t>(row) * stride + 3 * static_cast<std::size_t>(x);
         };
@@ -219,12 +233,7 @@ struct CoefficientRows
     alignas(64) float change[kPlanes][kChunk];
 };
 
-/// For each pixel column: the block to its left, and the share of the one to its right.
-struct ColumnPlace
-{
-    int left, right;
-    float share;
-};
+using ColumnPlace = detail::GuidedColumn;
 
 std::vector<ColumnPlace, ManagedAllocator<ColumnPlace>> placesOf(const BlockAxis& axis)
 {
@@ -272,77 +281,149 @@ ORVO_VECTOR_CLONES void applyRow(const CoefficientRows& c, float down, const flo
     }
 }
 
-/// Rows between two block centres, in chunks of columns.
-void applyBand(const float* source, float* target, const Grid& grid, const float* planes, const ColumnPlace* places,
-               int band)
+Grid gridOf(int width, int height, float reach)
 {
-    // Band 0 is above the first centre, band k between centres k - 1 and k, the last below the last centre.
-    const int above = std::max(0, band - 1);
-    const int below = std::min(band, grid.rows.count - 1);
-    const auto firstRow = [&](int k) { return k == 0 ? 0 : static_cast<int>(std::ceil(grid.rows.centre(k - 1))); };
-    const int first = firstRow(band);
-    const int last = band == grid.rows.count ? grid.rows.size : firstRow(band + 1);
-    const float distance = grid.rows.centre(below) - grid.rows.centre(above);
-    const auto blocks = static_cast<std::size_t>(grid.columns.count);
-    CoefficientRows rows;
-    for (int x = 0; x < grid.columns.size && first < last; x += kChunk) {
-        const int pixels = std::min(kChunk, grid.columns.size - x);
-        for (std::size_t k = 0; k < kPlanes; ++k) {
-            const float* const plane = planes + k * grid.count();
-            spread(rows.upper[k], rows.change[k], plane + static_cast<std::size_t>(above) * blocks,
-                   plane + static_cast<std::size_t>(below) * blocks, places + x, pixels);
-        }
-        for (int y = first; y < last; ++y) {
-            const float down = distance > 0.0f ? (static_cast<float>(y) - grid.rows.centre(above)) / distance : 0.0f;
-            const std::size_t offset = 3 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(grid.columns.size) +
-                                            static_cast<std::size_t>(x));
-            applyRow(rows, down, source + offset, target + offset, pixels);
-        }
+    const int side = std::clamp(static_cast<int>(reach / kBlocksPerRadius), 1, kLargestBlock);
+    return {BlockAxis(width, side), BlockAxis(height, side)};
+}
+
+float reachOf(int width, int height, float radius)
+{
+    return std::floor(std::min(radius, static_cast<float>(std::max(width, height))));
+}
+
+} // namespace
+
+struct GuidedFilter::State
+{
+    State(int width, int height, float radius, float eps_)
+        : reach(reachOf(width, height, radius)), eps(static_cast<double>(std::min(eps_, kLargestEps))),
+          grid(gridOf(width, height, reach)), planes(grid.count() * kPlanes)
+    {}
+
+    float reach;
+    double eps;
+    Grid grid;
+    ManagedPlane<float> planes; // moments, then coefficients
+    std::vector<ColumnPlace, ManagedAllocator<ColumnPlace>> places;
+};
+
+GuidedFilter::GuidedFilter(int width, int height, float radius, float eps)
+    : state(std::make_unique<State>(width, height, radius, eps))
+{}
+
+GuidedFilter::~GuidedFilter() = default;
+
+int GuidedFilter::blockRows() const { return state->grid.rows.count; }
+int GuidedFilter::firstRow(int blockRow) const { return state->grid.rows.first(blockRow); }
+int GuidedFilter::endRow(int blockRow) const { return state->grid.rows.last(blockRow); }
+
+void GuidedFilter::measure(int blockRow, const PixelRGB<float>* rows)
+{
+    momentsOfBlockRow(&rows->r, state->grid, blockRow, state->planes.data());
+}
+
+void GuidedFilter::measureLike(int blockRow, const GuidedFilter& other)
+{
+    const Grid& grid = state->grid;
+    const auto columns = static_cast<std::size_t>(grid.columns.count);
+    for (std::size_t k = 0; k < kPlanes; ++k) {
+        const std::size_t offset = k * grid.count() + static_cast<std::size_t>(blockRow) * columns;
+        std::memcpy(state->planes.data() + offset, other.state->planes.data() + offset, columns * sizeof(float));
     }
 }
 
-void filter(const float* source, float* target, const Grid& grid, float radius, double eps)
+void GuidedFilter::solve()
 {
-    const ManagedPlane<float> planes(grid.count() * kPlanes);
-    forEachRow(grid.rows.count, [&](int row) { momentsOfBlockRow(source, grid, row, planes.data()); });
-    detail::meansOfWindows(planes.data(), kPlanes, grid.columns, grid.rows, radius);
+    const Grid& grid = state->grid;
+    float* const planes = state->planes.data();
+    detail::meansOfWindows(planes, kPlanes, grid.columns, grid.rows, state->reach);
     forEachRange(grid.count(), [&](std::size_t first, std::size_t last) {
         for (std::size_t i = first; i < last; ++i)
-            solveWindow(planes.data() + i, grid.count(), eps);
+            solveWindow(planes + i, grid.count(), state->eps);
     });
     // The means of the windows that cover a pixel: again sums over blocks, weighted by the pixels of each block.
     const auto weighRow = [&](int y) {
         const auto tall =
             static_cast<float>(grid.rows.last(y % grid.rows.count) - grid.rows.first(y % grid.rows.count));
-        float* const row = planes.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(grid.columns.count);
+        float* const row = planes + static_cast<std::size_t>(y) * static_cast<std::size_t>(grid.columns.count);
         for (int x = 0; x < grid.columns.count; ++x)
             row[x] *= tall * static_cast<float>(grid.columns.last(x) - grid.columns.first(x));
     };
     forEachRow(kPlanes * grid.rows.count, weighRow);
-    detail::meansOfWindows(planes.data(), kPlanes, grid.columns, grid.rows, radius);
-    const auto places = placesOf(grid.columns);
-    forEachRow(grid.rows.count + 1,
-               [&](int band) { applyBand(source, target, grid, planes.data(), places.data(), band); });
+    detail::meansOfWindows(planes, kPlanes, grid.columns, grid.rows, state->reach);
+    state->places = placesOf(grid.columns);
 }
 
-} // namespace
+int GuidedFilter::influence() const
+{
+    // The window of a coefficient, those that are averaged, and the blocks between which a pixel lies.
+    return 2 * static_cast<int>(state->reach) + 3 * state->grid.columns.side;
+}
+
+int GuidedFilter::tileColumns() const { return (state->grid.columns.size + kChunk - 1) / kChunk; }
+int GuidedFilter::tileRows() const { return state->grid.rows.count + 1; }
+
+_Rect<int> GuidedFilter::tile(int column, int row) const
+{
+    // Row 0 is above the first block centre, row k between centres k - 1 and k, the last below the last centre.
+    const BlockAxis& rows = state->grid.rows;
+    const auto top = [&](int k) { return k == 0 ? 0 : static_cast<int>(std::ceil(rows.centre(k - 1))); };
+    const int first = top(row);
+    const int last = row == rows.count ? rows.size : top(row + 1);
+    const int x = column * kChunk;
+    return {x, first, std::min(kChunk, state->grid.columns.size - x), last - first};
+}
+
+void GuidedFilter::apply(int column, int row, const PixelRGB<float>* source, PixelRGB<float>* target,
+                         std::size_t sourceStride, std::size_t targetStride) const
+{
+    const Grid& grid = state->grid;
+    const _Rect<int> area = tile(column, row);
+    if (area.height <= 0)
+        return;
+    const int above = std::max(0, row - 1);
+    const int below = std::min(row, grid.rows.count - 1);
+    const float distance = grid.rows.centre(below) - grid.rows.centre(above);
+    const auto blocks = static_cast<std::size_t>(grid.columns.count);
+    CoefficientRows rows;
+    for (std::size_t k = 0; k < kPlanes; ++k) {
+        const float* const plane = state->planes.data() + k * grid.count();
+        spread(rows.upper[k], rows.change[k], plane + static_cast<std::size_t>(above) * blocks,
+               plane + static_cast<std::size_t>(below) * blocks, state->places.data() + area.x, area.width);
+    }
+    for (int i = 0; i < area.height; ++i) {
+        const float down =
+            distance > 0.0f ? (static_cast<float>(area.y + i) - grid.rows.centre(above)) / distance : 0.0f;
+        const auto y = static_cast<std::size_t>(i);
+        applyRow(rows, down, &source[y * sourceStride].r, &target[y * targetStride].r, area.width);
+    }
+}
 
 void grfx_guided_filter_rgb_fast(const PixelRGB<float>* source, PixelRGB<float>* target, int width, int height,
                                  float radius, float eps)
 {
     if (width <= 0 || height <= 0)
         return;
-    const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    const auto stride = static_cast<std::size_t>(width);
+    const std::size_t count = stride * static_cast<std::size_t>(height);
     if (!(radius >= 1.0f) || !(eps > 0.0f)) {
         forEachRange(count, [&](std::size_t first, std::size_t last) {
             std::memcpy(target + first, source + first, (last - first) * sizeof(PixelRGB<float>));
         });
         return;
     }
-    const float reach = std::floor(std::min(radius, static_cast<float>(std::max(width, height))));
-    const int side = std::clamp(static_cast<int>(reach / kBlocksPerRadius), 1, kLargestBlock);
-    const Grid grid{BlockAxis(width, side), BlockAxis(height, side)};
-    filter(&source->r, &target->r, grid, reach, static_cast<double>(std::min(eps, kLargestEps)));
+    GuidedFilter filter(width, height, radius, eps);
+    forEachRow(filter.blockRows(),
+               [&](int row) { filter.measure(row, source + static_cast<std::size_t>(filter.firstRow(row)) * stride); });
+    filter.solve();
+    forEachRow(filter.tileRows(), [&](int row) {
+        for (int column = 0; column < filter.tileColumns(); ++column) {
+            const _Rect<int> area = filter.tile(column, row);
+            const std::size_t offset = static_cast<std::size_t>(area.y) * stride + static_cast<std::size_t>(area.x);
+            filter.apply(column, row, source + offset, target + offset, stride, stride);
+        }
+    });
 }
 
 } // namespace orvo

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -249,15 +250,18 @@ struct Loss
     float light = 0.0f;
 };
 
-Loss lossOf(const Light& light, const Light& colour)
+/// `light` and the same encoded, and the colour of the light around.
+Loss lossOf(const Light& light, const Light& encodedLight, const Light& colour)
 {
     std::array<std::size_t, 3> order{0, 1, 2};
     std::sort(order.begin(), order.end(),
               [&](std::size_t a, std::size_t b) { return colour[a] != colour[b] ? colour[a] > colour[b] : a < b; });
     const auto [strong, middle, weak] = order;
     const float spread = colour[strong] - colour[weak];
-    const float value = encoded(light[strong]);
-    const float brightest = encoded(std::max({light[0], light[1], light[2]}));
+    if (!(spread > kNeutral))
+        return {};
+    const float value = encodedLight[strong];
+    const float brightest = std::max({encodedLight[0], encodedLight[1], encodedLight[2]});
     // Compression can take a channel below its limit where another one is clipped.
     const float clipped = std::max(detail::smoothStep(value, kLimitFrom, kLimitAt),
                                    detail::smoothStep(value, kBesideFrom, kBesideAt) *
@@ -271,20 +275,85 @@ Loss lossOf(const Light& light, const Light& colour)
     return {strong, std::max(0.0f, std::min(wanted, kMostLight) - light[strong] - kRounding) * share};
 }
 
-/// With the lost light, at the luminance of the pixel: brighter than the clipped light that it surrounds, it would look
-/// like a ring.
-PixelRGB<float> raised(const PixelRGB<float>& pixel, const Loss& loss, const Spaces& spaces)
+// Pixels whose light is computed together, in vectors.
+constexpr int kBlockPixels = 64;
+
+ORVO_VECTOR_CLONES bool anyNearWhite(const float* samples, std::size_t count, float least)
 {
-    Light light{linear(pixel.r), linear(pixel.g), linear(pixel.b)};
-    float before = 0.0f;
-    float after = 0.0f;
-    for (std::size_t c = 0; c < 3; ++c) {
-        before += kLuminance[c] * light[c];
-        light[c] += loss.light * spaces.workingFromFile.val[3 * c + loss.channel];
-        after += kLuminance[c] * light[c];
+    int found = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        found |= samples[i] >= least ? 1 : 0;
+    return found != 0;
+}
+
+using Channels = float[3][kBlockPixels];
+
+/// Linear light of up to kBlockPixels pixels in the working space and in the file, as Spaces::inFile() gives it.
+/// `matrix`: Spaces::fileFromWorking.
+ORVO_VECTOR_CLONES void lightOfBlock(const float* samples, int count, const float* matrix, Channels& __restrict working,
+                                     Channels& __restrict file)
+{
+    for (int c = 0; c < 3; ++c) {
+        for (int i = 0; i < kBlockPixels; ++i)
+            working[c][i] = i < count ? samples[3 * i + c] : 0.0f;
+        for (int i = 0; i < kBlockPixels; ++i)
+            working[c][i] = linear(working[c][i]);
     }
-    const float gain = before / after;
-    return {encoded(light[0] * gain), encoded(light[1] * gain), encoded(light[2] * gain)};
+    for (int c = 0; c < 3; ++c)
+        for (int i = 0; i < kBlockPixels; ++i)
+            file[c][i] =
+                matrix[3 * c] * working[0][i] + matrix[3 * c + 1] * working[1][i] + matrix[3 * c + 2] * working[2][i];
+}
+
+ORVO_VECTOR_CLONES void encodeBlock(const Channels& __restrict light, Channels& __restrict result)
+{
+    for (int c = 0; c < 3; ++c)
+        for (int i = 0; i < kBlockPixels; ++i)
+            result[c][i] = encoded(light[c][i]);
+}
+
+/// Pixels that lost light: their own, and what they lost of each channel of the working space.
+struct Raised
+{
+    int count = 0;
+    int place[kBlockPixels];
+    Channels light;
+    Channels lost;
+
+    void fillUp()
+    {
+        for (std::size_t c = 0; c < 3; ++c) {
+            std::fill(light[c] + count, std::end(light[c]), 1.0f);
+            std::fill(lost[c] + count, std::end(lost[c]), 0.0f);
+        }
+    }
+};
+
+/// Adds the lost light at the luminance of the pixel: brighter than the clipped light that it surrounds, it would look
+/// like a ring.
+ORVO_VECTOR_CLONES void raiseBlock(Raised& block)
+{
+    for (int i = 0; i < kBlockPixels; ++i) {
+        float before = 0.0f;
+        float after = 0.0f;
+        float light[3];
+        for (std::size_t c = 0; c < 3; ++c) {
+            before += kLuminance[c] * block.light[c][i];
+            light[c] = block.light[c][i] + block.lost[c][i];
+            after += kLuminance[c] * light[c];
+        }
+        const float gain = before / after;
+        for (std::size_t c = 0; c < 3; ++c)
+            block.light[c][i] = encoded(light[c] * gain);
+    }
+}
+
+/// Whether a channel of the file may be clipped, and the pixel is not white.
+bool isCandidate(const PixelRGB<float>& pixel, float least)
+{
+    const float strongest = std::max({pixel.r, pixel.g, pixel.b});
+    const bool isWhite = strongest - std::min({pixel.r, pixel.g, pixel.b}) < kRounding;
+    return strongest >= least && !isWhite;
 }
 
 /// Strongest encoded value of the working space below which no channel of the file is at its limit.
@@ -307,20 +376,39 @@ void recoverHighlightHue(PixelRGB<float>* pixels, int width, int height, const s
     const HueField field(pixels, width, height, *spaces);
     const float least = leastClipped(*spaces);
     const float limit = linear(kLimitFrom);
-    const auto recovered = [&](PixelRGB<float> pixel, int x, int y) {
-        const Light light = spaces->inFile(pixel);
-        if (!(std::max({light[0], light[1], light[2]}) > limit))
-            return pixel;
-        const Loss loss = lossOf(light, field.at(x, y));
-        return loss.light > 0.0f ? raised(pixel, loss, *spaces) : pixel;
-    };
     forEachRow(height, [&](int y) {
         PixelRGB<float>* const row = pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        for (int x = 0; x < width; ++x) {
-            const float strongest = std::max({row[x].r, row[x].g, row[x].b});
-            const bool isWhite = strongest - std::min({row[x].r, row[x].g, row[x].b}) < kRounding;
-            if (strongest >= least && !isWhite)
-                row[x] = recovered(row[x], x, y);
+        for (int first = 0; first < width; first += kBlockPixels) {
+            const int count = std::min(kBlockPixels, width - first);
+            PixelRGB<float>* const block = row + first;
+            if (!anyNearWhite(&block->r, 3 * static_cast<std::size_t>(count), least))
+                continue;
+            Channels working;
+            Channels light;
+            Channels encodedLight;
+            lightOfBlock(&block->r, count, spaces->fileFromWorking.val, working, light);
+            encodeBlock(light, encodedLight);
+            Raised raised;
+            for (int i = 0; i < count; ++i) {
+                const Light inFile{light[0][i], light[1][i], light[2][i]};
+                if (!isCandidate(block[i], least) || !(std::max({inFile[0], inFile[1], inFile[2]}) > limit))
+                    continue;
+                const Light encodedInFile{encodedLight[0][i], encodedLight[1][i], encodedLight[2][i]};
+                const Loss loss = lossOf(inFile, encodedInFile, field.at(first + i, y));
+                if (!(loss.light > 0.0f))
+                    continue;
+                for (std::size_t c = 0; c < 3; ++c) {
+                    raised.light[c][raised.count] = working[c][i];
+                    raised.lost[c][raised.count] = loss.light * spaces->workingFromFile.val[3 * c + loss.channel];
+                }
+                raised.place[raised.count++] = i;
+            }
+            if (raised.count == 0)
+                continue;
+            raised.fillUp();
+            raiseBlock(raised);
+            for (int i = 0; i < raised.count; ++i)
+                block[raised.place[i]] = {raised.light[0][i], raised.light[1][i], raised.light[2][i]};
         }
     });
 }

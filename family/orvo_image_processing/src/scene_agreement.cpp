@@ -95,35 +95,64 @@ struct Sums
     float a, m, aa, mm, am;
 };
 
+/// Of one block in one row. A vector holds the channels of a pixel and the next pixel's first, which must be readable.
+/// Each channel is summed from left to right.
+ORVO_INLINE void addPixels(Sums* sums, const float* a, const float* m, int pixels)
+{
+    constexpr int kVector = 4;
+    float u[kVector], v[kVector], uu[kVector], vv[kVector], uv[kVector];
+    for (std::size_t c = 0; c < kVector; ++c) {
+        const Sums& s = sums[std::min<std::size_t>(c, kChannels - 1)];
+        u[c] = s.a;
+        v[c] = s.m;
+        uu[c] = s.aa;
+        vv[c] = s.mm;
+        uv[c] = s.am;
+    }
+    for (int p = 0; p < pixels; ++p)
+        for (int c = 0; c < kVector; ++c) {
+            const float x = a[3 * p + c];
+            const float y = m[3 * p + c];
+            u[c] += x;
+            v[c] += y;
+            uu[c] += x * x;
+            vv[c] += y * y;
+            uv[c] += x * y;
+        }
+    for (std::size_t c = 0; c < kChannels; ++c)
+        sums[c] = {u[c], v[c], uu[c], vv[c], uv[c]};
+}
+
 ORVO_VECTOR_CLONES void addRow(Sums* sums, const float* a, const float* m, int pixels, int side)
 {
     for (int x = 0; x < pixels; x += side) {
         const int last = std::min(pixels, x + side);
-        for (int p = x; p < last; ++p)
+        addPixels(sums, a + 3 * x, m + 3 * x, last < pixels ? last - x : last - x - 1);
+        if (last == pixels) {
+            float end[2][4] = {};
             for (int c = 0; c < 3; ++c) {
-                const float u = a[3 * p + c];
-                const float v = m[3 * p + c];
-                sums[c].a += u;
-                sums[c].m += v;
-                sums[c].aa += u * u;
-                sums[c].mm += v * v;
-                sums[c].am += u * v;
+                end[0][c] = a[3 * (last - 1) + c];
+                end[1][c] = m[3 * (last - 1) + c];
             }
+            addPixels(sums, end[0], end[1], 1);
+        }
         sums += 3;
     }
 }
 
 float deviation(float variance) { return variance > 0.0f ? std::sqrt(variance) : 0.0f; }
 
-void measureBlockRow(const float* frame, const float* mapped, const Grid& grid, int row, std::array<Facts, 3>& facts)
+void measureBlockRow(const float* frame, const MappedRows& mapped, const Grid& grid, int row,
+                     std::array<Facts, 3>& facts)
 {
     std::vector<Sums, ManagedAllocator<Sums>> sums(kChannels * static_cast<std::size_t>(grid.columns), Sums{});
     const int top = row * grid.side;
     const int bottom = std::min(grid.height, top + grid.side);
     const auto stride = kChannels * static_cast<std::size_t>(grid.width);
+    const ManagedPlane<float> scratch(stride);
     for (int y = top; y < bottom; ++y)
-        addRow(sums.data(), frame + static_cast<std::size_t>(y) * stride, mapped + static_cast<std::size_t>(y) * stride,
-               grid.width, grid.side);
+        addRow(sums.data(), frame + static_cast<std::size_t>(y) * stride, mapped(y, scratch.data()), grid.width,
+               grid.side);
     for (int x = 0; x < grid.columns; ++x) {
         const int across = std::min(grid.side, grid.width - x * grid.side);
         const float scale = 1.0f / static_cast<float>(across * (bottom - top));
@@ -425,6 +454,18 @@ void addMargin(float* agreement, const Grid& grid)
         alongAxis(agreement, grid, down, mean);
 }
 
+ORVO_VECTOR_CLONES void sharesOf(const float* __restrict above, const float* __restrict below, float v,
+                                 const SceneAgreement::ColumnPlace* __restrict places, int pixels,
+                                 float* __restrict shares)
+{
+    for (int x = 0; x < pixels; ++x) {
+        const SceneAgreement::ColumnPlace p = places[x];
+        const float upper = above[p.left] + (above[p.right] - above[p.left]) * p.share;
+        const float lower = below[p.left] + (below[p.right] - below[p.left]) * p.share;
+        shares[x] = upper + (lower - upper) * v;
+    }
+}
+
 int sideFor(int width, int height)
 {
     return std::clamp((std::max(width, height) + kBlocksAcross / 2) / kBlocksAcross, kSmallestSide, kLargestSide);
@@ -438,10 +479,11 @@ int toneBin(float value)
     return place > 0.0f ? static_cast<int>(std::min(place, static_cast<float>(kToneBins - 1))) : 0;
 }
 
-SceneAgreement::SceneAgreement(const float* frame, const float* mapped, int width_, int height_,
+SceneAgreement::SceneAgreement(const float* frame, const MappedRows& mapped, int width_, int height_,
                                const std::array<ToneLimits, 3>& limits)
     : width(width_), height(height_), side(sideFor(width_, height_)), columns((width_ + side - 1) / side),
-      rows((height_ + side - 1) / side), agreement(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows))
+      rows((height_ + side - 1) / side), agreement(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows)),
+      places(static_cast<std::size_t>(width_))
 {
     const Grid grid{width, height, side, columns, rows};
     Verdicts verdicts(grid.count());
@@ -476,29 +518,46 @@ SceneAgreement::SceneAgreement(const float* frame, const float* mapped, int widt
         agreement.data()[i] = moved[i] == kMoved ? 0.0f : 1.0f;
     nowhere = std::all_of(moved.begin(), moved.end(), [](std::uint8_t v) { return v == kMoved; });
     addMargin(agreement.data(), grid);
+    for (int x = 0; x < width; ++x) {
+        const float across = placeOf(x, columns);
+        const int left = static_cast<int>(across);
+        places[static_cast<std::size_t>(x)] = {left, std::min(left + 1, columns - 1),
+                                               across - static_cast<float>(left)};
+    }
 }
 
-void SceneAgreement::rowShares(int y, float* shares) const
+float SceneAgreement::placeOf(int pixel, int blocks) const
 {
-    const Grid grid{width, height, side, columns, rows};
-    const auto place = [this](int p, int blocks) {
-        const float at = (static_cast<float>(p) + 0.5f) / static_cast<float>(side) - 0.5f;
-        return std::clamp(at, 0.0f, static_cast<float>(blocks - 1));
-    };
-    const float down = place(y, rows);
+    const float at = (static_cast<float>(pixel) + 0.5f) / static_cast<float>(side) - 0.5f;
+    return std::clamp(at, 0.0f, static_cast<float>(blocks - 1));
+}
+
+void SceneAgreement::rowShares(int y, int first, int end, float* shares) const
+{
+    const float down = placeOf(y, rows);
     const int above = static_cast<int>(down);
     const int below = std::min(above + 1, rows - 1);
-    const float v = down - static_cast<float>(above);
-    for (int x = 0; x < width; ++x) {
-        const float across = place(x, columns);
-        const int left = static_cast<int>(across);
-        const int right = std::min(left + 1, columns - 1);
-        const float u = across - static_cast<float>(left);
-        const auto at = [&](int i, int k) { return agreement.data()[grid.at(i, k)]; };
-        const float upper = at(left, above) + (at(right, above) - at(left, above)) * u;
-        const float lower = at(left, below) + (at(right, below) - at(left, below)) * u;
-        shares[x] = upper + (lower - upper) * v;
+    const auto row = [this](int i) {
+        return agreement.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(columns);
+    };
+    sharesOf(row(above), row(below), down - static_cast<float>(above), places.data() + first, end - first, shares);
+}
+
+bool SceneAgreement::isEverywhere(int left, int top, int right, int bottom) const
+{
+    const auto firstBlock = [this](int pixel, int blocks) { return static_cast<int>(placeOf(pixel, blocks)); };
+    const auto lastBlock = [this](int pixel, int blocks) {
+        return std::min(static_cast<int>(placeOf(pixel, blocks)) + 1, blocks - 1);
+    };
+    const auto isFull = [](float share) { return share >= 1.0f; };
+    const int x = firstBlock(left, columns);
+    const int count = lastBlock(right - 1, columns) - x + 1;
+    for (int i = firstBlock(top, rows); i <= lastBlock(bottom - 1, rows); ++i) {
+        const float* const row = agreement.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(columns) + x;
+        if (!std::all_of(row, row + count, isFull))
+            return false;
     }
+    return true;
 }
 
 } // namespace orvo::detail

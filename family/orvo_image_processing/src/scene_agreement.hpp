@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
+#include <vector>
 
 namespace orvo::detail {
 
@@ -27,6 +29,9 @@ struct ToneLimits
                                      ///< higher
 };
 
+/// Row `y` of a picture, interleaved samples, or made in `scratch`, which has room for one row.
+using MappedRows = std::function<const float*(int y, float* scratch)>;
+
 /// Measures per block how well `frame` can replace `mapped`, another frame re-exposed to it.
 ///
 /// A block counts as moved if mean or texture of the two differ by more than noise, 8-bit steps, clipping and a
@@ -36,24 +41,38 @@ struct ToneLimits
 /// core needs strong and coherent differences; it extends through connected weaker ones (hysteresis: Canny, IEEE PAMI
 /// 8(6), 1986) and by a margin.
 ///
-/// Both pictures are interleaved samples, three per pixel. The result does not depend on the number of threads.
+/// The frame, too, is interleaved samples, three per pixel. The result does not depend on the number of threads.
 class SceneAgreement
 {
 public:
-    SceneAgreement(const float* frame, const float* mapped, int width, int height,
+    /// Requests every row of `mapped` once, in parallel.
+    SceneAgreement(const float* frame, const MappedRows& mapped, int width, int height,
                    const std::array<ToneLimits, 3>& limits);
 
-    /// Weight of `frame` in row `y`, 0..1, for each pixel of the row.
-    void rowShares(int y, float* shares) const;
+    /// Weight of `frame`, 0..1, for the pixels first..end-1 of row `y`.
+    void rowShares(int y, int first, int end, float* shares) const;
+
+    /// Whether that weight is 1 for all pixels of a rectangle that is not empty.
+    [[nodiscard]] bool isEverywhere(int left, int top, int right, int bottom) const;
 
     [[nodiscard]] bool isNowhere() const { return nowhere; } ///< all blocks moved
 
+    /// The blocks left and right of a pixel column, and the share of the right one.
+    struct ColumnPlace
+    {
+        int left, right;
+        float share;
+    };
+
 private:
+    [[nodiscard]] float placeOf(int pixel, int blocks) const;
+
     int width, height;
     int side = 1;
     int columns = 0, rows = 0;
     bool nowhere = false;
-    ManagedPlane<float> agreement; ///< per block
+    ManagedPlane<float> agreement;   ///< per block
+    std::vector<ColumnPlace> places; ///< per pixel column
 };
 
 } // namespace orvo::detail

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_core/geometry.hpp>
 #include <orvo_core/pixel.hpp>
 
 #include <array>
+#include <memory>
 #include <optional>
 
 namespace orvo {
@@ -54,9 +56,34 @@ ORVO_EXPORT void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRG
 /// `a` is the frame whose exposure `b` gets, pixel by pixel; it may be empty. Where both show the same scene, the
 /// result is `a` itself, since re-exposure cannot restore detail that `b` lost to noise, 8-bit steps or clipping. The
 /// two are compared per tone on blocks of 4 to 16 pixels (1 / 400 of the longer side). Scratch with `a`: 1.4 planes of
-/// one channel at blocks of 4 pixels, a tenth of a plane at 16.
+/// one channel at blocks of 4 pixels, a tenth of a plane at 16, and some rows per thread.
 ORVO_EXPORT void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,
                                       const auto_exposure_data_t& data);
+
+/// The result of autoExposureApplyRGB() by rows, so that nobody has to keep it as a plane. Keeps the map and the
+/// agreement of the blocks, not the pictures. Calls of the const functions may run in parallel.
+class ORVO_EXPORT ReexposedFrame
+{
+public:
+    /// As autoExposureApplyRGB() would be called; reads all pixels once, in parallel.
+    ReexposedFrame(const PixelRGB<float>* a, const PixelRGB<float>* b, int width, int height,
+                   const auto_exposure_data_t& data);
+    ~ReexposedFrame();
+    ReexposedFrame(ReexposedFrame&&) noexcept;
+    ReexposedFrame& operator=(ReexposedFrame&&) noexcept;
+
+    /// Pixels first..end-1 of row `y`. The three pointers are at the first of them; `result` may be `b`. `a` may be
+    /// empty if it was.
+    void row(int y, int first, int end, const PixelRGB<float>* a, const PixelRGB<float>* b,
+             PixelRGB<float>* result) const;
+
+    /// Whether the result in this area, which is not empty, is `a` itself.
+    [[nodiscard]] bool isFrameItself(const _Rect<int>& area) const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state; // empty: `b` stays as it is
+};
 
 /// Estimates with mode 7 and applies only the map: `b` gets the exposure of `a`. The frames need not be aligned.
 ORVO_EXPORT void autoExposureAdjustRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height);

@@ -55,6 +55,10 @@ public:
     /// `count` pixels, their hue kept; otherwise the same.
     void applyToPixels(PixelRGB<float>* pixels, std::size_t count) const;
 
+    /// Both for callers that are parallel themselves.
+    void applySerially(float* samples, std::size_t count) const;
+    void applyToPixelsSerially(PixelRGB<float>* pixels, std::size_t count) const;
+
 private:
     bool identity = false;
     bool brightens = false;

@@ -2,7 +2,11 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_core/geometry.hpp>
 #include <orvo_core/pixel.hpp>
+
+#include <cstddef>
+#include <memory>
 
 namespace orvo {
 
@@ -23,5 +27,41 @@ namespace orvo {
 /// std::bad_alloc.
 ORVO_EXPORT void grfx_guided_filter_rgb_fast(const PixelRGB<float>* source, PixelRGB<float>* target, int width,
                                              int height, float radius, float eps);
+
+/// The same filter in steps, for pictures that exist only by rows and for results that are needed only in places:
+/// measure() or measureLike() for each block row, solve(), then apply() for any tiles. Radius of at least 1, eps above
+/// 0. Calls for different block rows, and for different tiles, may run in parallel.
+class ORVO_EXPORT GuidedFilter
+{
+public:
+    GuidedFilter(int width, int height, float radius, float eps);
+    ~GuidedFilter();
+    GuidedFilter(const GuidedFilter&) = delete;
+    GuidedFilter& operator=(const GuidedFilter&) = delete;
+
+    [[nodiscard]] int blockRows() const;
+    [[nodiscard]] int firstRow(int blockRow) const;
+    [[nodiscard]] int endRow(int blockRow) const; ///< one past the last
+
+    /// `rows`: all pixels of the block row, contiguous.
+    void measure(int blockRow, const PixelRGB<float>* rows);
+    /// For a block row whose pixels equal those of `other`, which has the same shape and is not yet solved.
+    void measureLike(int blockRow, const GuidedFilter& other);
+    void solve();
+
+    /// Pixels across or down beyond which a pixel has no influence on the result.
+    [[nodiscard]] int influence() const;
+
+    [[nodiscard]] int tileColumns() const;
+    [[nodiscard]] int tileRows() const;
+    [[nodiscard]] _Rect<int> tile(int column, int row) const; ///< may be of height 0
+    /// `source` and `target` are the first pixels of the tile, strides are in pixels.
+    void apply(int column, int row, const PixelRGB<float>* source, PixelRGB<float>* target, std::size_t sourceStride,
+               std::size_t targetStride) const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state;
+};
 
 } // namespace orvo

@@ -1,0 +1,83 @@
+#include "bracket/kept_picture.hpp"
+
+#include <orvo_core/color_profile.hpp>
+#include <orvo_core/parallel.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <utility>
+
+namespace orvo {
+namespace {
+
+// As the reader turns samples into floats.
+template <typename Step>
+constexpr float kStep = static_cast<float>(1.0 / std::numeric_limits<Step>::max());
+
+// False if a sample is no step, in which case `steps` is of no use.
+template <typename Step>
+bool toSteps(const float* samples, std::size_t count, Step* steps)
+{
+    constexpr float kFull = std::numeric_limits<Step>::max();
+    std::atomic<bool> fits = true;
+    forEachRange(count, [&](std::size_t first, std::size_t last) {
+        if (!fits.load(std::memory_order_relaxed))
+            return;
+        int wrong = 0;
+        for (std::size_t i = first; i < last; ++i) {
+            const float v = samples[i] > 0.0f ? std::min(samples[i], 1.0f) : 0.0f;
+            const auto step = static_cast<std::int32_t>(v * kFull + 0.5f);
+            wrong |= static_cast<float>(step) * kStep<Step> == samples[i] ? 0 : 1;
+            steps[i] = static_cast<Step>(step);
+        }
+        if (wrong != 0)
+            fits.store(false, std::memory_order_relaxed);
+    });
+    return fits.load();
+}
+
+bool isGray(const _ImageData<PixelRGB<float>>& picture)
+{
+    const PixelRGB<float>* const pixels = picture.data();
+    return std::all_of(pixels, pixels + picture.pixelCount(),
+                       [](const PixelRGB<float>& p) { return p.r == p.g && p.g == p.b; });
+}
+
+} // namespace
+
+KeptPicture::KeptPicture(const Picture& picture, std::variant<Bytes, Words> steps)
+    : size(picture.size()), profile(picture.colorProfile()), samples(std::move(steps))
+{}
+
+std::unique_ptr<KeptPicture> KeptPicture::of(const Picture& picture)
+{
+    if (isGray(picture))
+        return nullptr;
+    const std::size_t count = 3 * picture.pixelCount();
+    const float* const values = &picture.data()->r;
+    if (Bytes bytes(count); toSteps(values, count, bytes.data()))
+        return std::unique_ptr<KeptPicture>(new KeptPicture(picture, std::move(bytes)));
+    if (Words words(count); toSteps(values, count, words.data()))
+        return std::unique_ptr<KeptPicture>(new KeptPicture(picture, std::move(words)));
+    return nullptr;
+}
+
+std::shared_ptr<KeptPicture::Picture> KeptPicture::inWorkingSpace() const
+{
+    auto picture = std::make_shared<Picture>(size, profile);
+    float* const values = &picture->data()->r;
+    std::visit(
+        [&](const auto& steps) {
+            using Step = std::remove_reference_t<decltype(steps[0])>;
+            forEachRange(3 * picture->pixelCount(), [&](std::size_t first, std::size_t last) {
+                for (std::size_t i = first; i < last; ++i)
+                    values[i] = static_cast<float>(steps[i]) * kStep<Step>;
+            });
+        },
+        samples);
+    picture->convertTo(ColorProfileType::melissaRGB());
+    return picture;
+}
+
+} // namespace orvo

@@ -21,8 +21,8 @@
 #include <orvo_extensions/operations.hpp>
 #include <orvo_extensions/panorama.hpp>
 #include <orvo_extensions/panorama_preview_composer.hpp>
-#include <orvo_extensions/picture_input.hpp>
 #include <orvo_extensions/picture_groups.hpp>
+#include <orvo_extensions/picture_input.hpp>
 #include <orvo_extensions/preview.hpp>
 #include <orvo_extensions/radiance.hpp>
 #include <orvo_extensions/requests.hpp>

@@ -138,7 +138,7 @@ private:
                 return result;
             }
             result.image.reset();
-            result = loaded(path, kInWorkingSpace);
+            result = loaded(input, kInWorkingSpace);
         }
         if (isUsedAgain)
             slot.frame = result;

@@ -3,6 +3,7 @@
 
 #include <jobs/radiance_job.hpp>
 #include <orvo_common/wide_path.hpp>
+#include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/radiance.hpp>
 
 #include <cmath>
@@ -60,8 +61,8 @@ RadianceMap merge(PictureRun& run, const RadianceJobRequest& request)
     run.throwIfCancelled();
     if (!map.image)
         throwLastFailure("the merge returned no picture and no reason");
-    if (request.strict)
-        PictureRun::throwShortfall();
+    if (const auto shortfalls = lastShortfalls(); request.strict && !shortfalls.empty())
+        throw FailureError(shortfalls.front());
     run.keepWarnings();
     return map;
 }

@@ -61,8 +61,9 @@ std::vector<float> numbersIn(const std::string& text)
 }
 
 /// Options of the picture to look at, which radiance does not have.
-constexpr const char* kNotOfRadiance[] = {"--output",    "--force", "--quality", "--deghost",      "--ghost-reference",
-                                          "--chromatic", "--lens",  "--details", "--white-balance", "--batch",   "--memory"};
+constexpr const char* kNotOfRadiance[] = {"--output",          "--force",     "--quality", "--deghost",
+                                          "--ghost-reference", "--chromatic", "--lens",    "--details",
+                                          "--white-balance",   "--batch",     "--memory"};
 
 void bindRadiance(Options& app, HdrOptions& options)
 {
@@ -184,8 +185,8 @@ int runHdr(int argc, char** argv)
     if (options.batch.isGiven())
         return runBatch(options);
     int exitCode = kFailed;
-    const auto frames = readInput("hdr", options.files, radiance ? options.radiance : options.output.file,
-                                  options.run.quiet, exitCode);
+    const auto frames =
+        readInput("hdr", options.files, radiance ? options.radiance : options.output.file, options.run.quiet, exitCode);
     if (!frames)
         return exitCode;
     if (radiance)

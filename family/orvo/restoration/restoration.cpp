@@ -5,6 +5,7 @@
 
 #include <orvo/finishing.hpp>
 #include <orvo/restoration.hpp>
+#include <orvo_common/part_progress.hpp>
 #include <orvo_core/color_transform.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -73,7 +74,8 @@ std::shared_ptr<Picture> restored(const Picture& picture, const RestorationSetti
     contrast.goOn(1.0);
     backInPlace(*work);
     if (const float amount = limited(settings.faces); amount > 0.0f) {
-        work = details::sharpenedFaces("restoration", work, amount, true, true, control);
+        work = details::sharpenedFaces("restoration", work, amount, true, true,
+                                       partOf(control, static_cast<float>(kFacesFrom), 1.0f));
         if (!work)
             throw FailureError(cancelledFailure());
     }

@@ -44,12 +44,11 @@ std::uint64_t rounded(double bytes) { return static_cast<std::uint64_t>(bytes); 
 std::uint64_t memoryNeed(const HdrJobRequest& request)
 {
     constexpr double kMerge = 20.0;
-    constexpr double kAligned = 60.0;
-    constexpr double kDeghosted = 96.0; // the ladder stays in memory
+    constexpr double kRegistered = 60.0;
     const Pixels pixels = pixelsOf(request.frames);
-    const double besides = request.deghost ? kDeghosted : request.align ? kAligned : kMerge;
-    const bool isRegistered = request.align || request.deghost;
-    return rounded(kProgram + (isRegistered ? kRegistration : 0.0) + pixels.held + besides * pixels.largest);
+    if (request.align || request.deghost)
+        return rounded(kProgram + kRegistration + pixels.held + kRegistered * pixels.largest);
+    return rounded(kProgram + pixels.held + kMerge * pixels.largest);
 }
 
 std::uint64_t memoryNeed(const StackJobRequest& request)

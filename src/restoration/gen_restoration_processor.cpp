@@ -1,15 +1,14 @@
 #include "GenProcessorBase/answer_file.hpp"
 #include "GenProcessorBase/fit_to_limits.hpp"
+#include "GenProcessorBase/loaded_document.hpp"
 
 #include <orvo/composer.hpp>
-#include <orvo/image_loader.hpp>
 #include <orvo_common/failure.hpp>
 #include <orvo_extensions/generative_restoration.hpp>
 #include <orvo_logger/logstream.hpp>
 
 #include <algorithm>
 #include <future>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,20 +33,6 @@ struct GenRestorationData
     const std::shared_ptr<const _ImageData<PixelRGB<float>>> image;
     const std::string imageBase64;
     const Base64EncodeParameters parameters;
-};
-
-/// Loads a document and disposes of it at the end of the scope.
-class LoadedDocument
-{
-public:
-    explicit LoadedDocument(const std::filesystem::path& path) : bytes(ImageLoader::load(path)), failure(lastFailure())
-    {}
-    ~LoadedDocument() { ImageLoader::dispose(bytes); }
-    LoadedDocument(const LoadedDocument&) = delete;
-    LoadedDocument& operator=(const LoadedDocument&) = delete;
-
-    const std::vector<unsigned char> bytes;
-    const std::optional<Failure> failure; // why it is not a picture
 };
 
 /// `size`, or the largest size of its proportions within `most`.
@@ -78,8 +63,7 @@ public:
         const LoadedDocument document(path);
         const _Size<int> size = ImageLoader::getSize(document.bytes);
         if (size == _Size<int>()) {
-            details::stateFailure(
-                document.failure.value_or(Failure{FailureKind::UnreadableFile, path, "the file is not a picture"}));
+            document.stateNoPicture();
             return nullptr;
         }
         auto composer = std::make_unique<Composer>(size);

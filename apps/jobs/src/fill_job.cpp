@@ -68,10 +68,7 @@ std::shared_ptr<Image> fill(PictureRun& run, const FillJobRequest& request)
     run.report({JobStep::Fill, kFillStarts, /*opaque=*/!request.model.empty()});
     const auto filler = request.model.empty() ? patchFiller() : networkFiller(request.model);
     const RunControl control([&] { return run.isCancelled(); },
-                             [&](float done) {
-                                 run.report({JobStep::Fill, kFillStarts + (kWriteStarts.fraction - kFillStarts) *
-                                                                              static_cast<double>(done)});
-                             });
+                             run.progressFrom({JobStep::Fill, kFillStarts}, kWriteStarts.fraction));
     try {
         return CreateOrvoImage(filler->fill(*pixels, *mask, control), image->metadata());
     } catch (const FailureError& error) { // a filler knows of no files; a mask that marks everything is what is left

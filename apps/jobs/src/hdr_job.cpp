@@ -78,11 +78,7 @@ void checkRequest(const HdrJobRequest& request)
 std::vector<BracketFrame> checkFiles(PictureRun& run, const HdrJobRequest& request, ImageFileFormat format)
 {
     run.report({JobStep::Check, kCheckStarts});
-    run.checkFiles(request.frames);
-    checkOutput(request.output, request.frames, request);
-    const auto metadata = run.checkPictures(request.frames);
-    checkSizesAgree(request.frames, metadata);
-    checkHolds(request.output, format, metadata.front()->size);
+    run.checkFrames(request.frames, request.output, format);
     if (request.frames.size() == 1) // a merge has more tones than each of its frames
         run.followDepthOf(request.frames);
     auto frames = sortedFrames(request.frames, request.frames);

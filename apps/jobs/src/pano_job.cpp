@@ -158,13 +158,9 @@ Drawn compose(PictureRun& run, const PanoJobRequest& request, PanoJobResult& res
 Drawn stitch(PictureRun& run, const PanoJobRequest& request, PanoJobResult& result)
 {
     run.report(kStitchStarts);
-    const double span = kWriteStarts.fraction - kStitchStarts.fraction;
-    const auto progress = [&](float share) {
-        run.report({JobStep::Stitch, kStitchStarts.fraction + span * static_cast<double>(share)});
-    };
     const StitchedPanorama panorama =
-        stitchPanorama(sourceOf(request), {request.projection, request.maxSize, request.transparent}, progress,
-                       [&] { return run.isCancelled(); });
+        stitchPanorama(sourceOf(request), {request.projection, request.maxSize, request.transparent},
+                       run.progressFrom(kStitchStarts, kWriteStarts.fraction), [&] { return run.isCancelled(); });
     run.throwIfCancelled();
     result.focalLength = static_cast<double>(panorama.focalLength);
     result.places = panorama.places;

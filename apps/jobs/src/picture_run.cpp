@@ -32,6 +32,13 @@ void PictureRun::report(const JobProgress& progress)
         throwIfCancelled();
 }
 
+std::function<void(float)> PictureRun::progressFrom(const JobProgress& start, double end)
+{
+    return [this, start, end](float share) {
+        report({start.step, start.fraction + (end - start.fraction) * static_cast<double>(share)});
+    };
+}
+
 void PictureRun::checkFiles(const std::vector<std::filesystem::path>& inputs) const
 {
     for (const auto& path : inputs)
@@ -48,6 +55,18 @@ PictureRun::checkPictures(const std::vector<std::filesystem::path>& inputs)
         metadata.push_back(checkIsPicture(path));
         keepWarnings();
     }
+    return metadata;
+}
+
+std::vector<std::shared_ptr<const ImageMetadata>>
+PictureRun::checkFrames(const std::vector<std::filesystem::path>& frames, const std::filesystem::path& output,
+                        ImageFileFormat format)
+{
+    checkFiles(frames);
+    checkOutput(output, frames, request);
+    auto metadata = checkPictures(frames);
+    checkSizesAgree(frames, metadata);
+    checkHolds(output, format, metadata.front()->size);
     return metadata;
 }
 

@@ -12,6 +12,7 @@
 #include <orvo_io/image_writer.hpp>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,12 +29,20 @@ public:
     {}
 
     void report(const JobProgress& progress);
+    /// Reports the step that begins at `start` while an operation moves it to `end`, a share of the whole job. For an
+    /// operation's progress, 0 to 1; as long as this object.
+    [[nodiscard]] std::function<void(float)> progressFrom(const JobProgress& start, double end);
 
     /// Checks that all inputs are files, and that no two are the same.
     void checkFiles(const std::vector<std::filesystem::path>& inputs) const;
     /// Checks that all inputs are pictures. Returns their metadata at the same indices.
     [[nodiscard]] std::vector<std::shared_ptr<const ImageMetadata>>
     checkPictures(const std::vector<std::filesystem::path>& inputs);
+
+    /// Both, the output, and that the pictures have one size, which `format` holds. Returns their metadata.
+    std::vector<std::shared_ptr<const ImageMetadata>> checkFrames(const std::vector<std::filesystem::path>& frames,
+                                                                  const std::filesystem::path& output,
+                                                                  ImageFileFormat format);
 
     /// The output follows the depth of these sources, unless the request names its bits: PNG and TIFF files get 8 bits
     /// if no source has more. Without a call they get the writer's default, 16. The sources are readable.

@@ -33,11 +33,7 @@ void checkRequest(const RadianceJobRequest& request)
 void checkFiles(PictureRun& run, const RadianceJobRequest& request, ImageFileFormat format)
 {
     run.report(kCheckStarts);
-    run.checkFiles(request.frames);
-    checkOutput(request.output, request.frames, request);
-    const auto metadata = run.checkPictures(request.frames);
-    checkSizesAgree(request.frames, metadata);
-    checkHolds(request.output, format, metadata.front()->size);
+    const auto metadata = run.checkFrames(request.frames, request.output, format);
     for (std::size_t i = 0; i < metadata.size() && request.evs.empty(); ++i)
         if (!statedExposure(*metadata[i]))
             throw FailureError({FailureKind::UnfittingPictures, request.frames[i],
@@ -54,10 +50,7 @@ RadianceMap merge(PictureRun& run, const RadianceJobRequest& request)
     settings.evs = request.evs;
     RadianceMap map = mergeRadiance(
         request.frames, settings, [&run] { return run.isCancelled(); },
-        [&run](float share) {
-            run.report({JobStep::Blend, kBlendStarts.fraction + (kWriteStarts.fraction - kBlendStarts.fraction) *
-                                                                    static_cast<double>(share)});
-        });
+        run.progressFrom(kBlendStarts, kWriteStarts.fraction));
     run.throwIfCancelled();
     if (!map.image)
         throwLastFailure("the merge returned no picture and no reason");

@@ -41,11 +41,7 @@ BracketSettings::FocusStacking stackSettings(const StackJobRequest& request, std
 void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat format)
 {
     run.report(kCheckStarts);
-    run.checkFiles(request.frames);
-    checkOutput(request.output, request.frames, request);
-    const auto metadata = run.checkPictures(request.frames);
-    checkSizesAgree(request.frames, metadata);
-    checkHolds(request.output, format, metadata.front()->size);
+    run.checkFrames(request.frames, request.output, format);
     run.followDepthOf(request.frames);
     run.throwIfCancelled();
 }
@@ -53,14 +49,10 @@ void checkFiles(PictureRun& run, const StackJobRequest& request, ImageFileFormat
 std::shared_ptr<Image> stack(PictureRun& run, const StackJobRequest& request, std::size_t reference)
 {
     run.report(kStackStarts);
-    const auto progress = [&run](float share) {
-        run.report({JobStep::Stack, kStackStarts.fraction +
-                                        (kWriteStarts.fraction - kStackStarts.fraction) * static_cast<double>(share)});
-    };
     FocusStackRequest stacking;
     stacking.pictures = inputsOf(request.frames);
     stacking.settings = stackSettings(request, reference);
-    stacking.progress = progress;
+    stacking.progress = run.progressFrom(kStackStarts, kWriteStarts.fraction);
     stacking.cancel = [&run] { return run.isCancelled(); };
     auto stacked = run.pictureOf(perform(stacking), request.strict);
     run.noteLensInVain(request.lensCorrection, request.frames);

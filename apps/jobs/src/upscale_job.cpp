@@ -126,10 +126,7 @@ std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request
     upscaling.picture = request.source;
     upscaling.settings = upscaleSettings(request);
     upscaling.cancel = [&run] { return run.isCancelled(); };
-    upscaling.progress = [&run](float share) {
-        run.report({JobStep::Upscale, kUpscaleStarts.fraction + (kWriteStarts.fraction - kUpscaleStarts.fraction) *
-                                                                    static_cast<double>(share)});
-    };
+    upscaling.progress = run.progressFrom(kUpscaleStarts, kWriteStarts.fraction);
     auto upscaled = perform(upscaling).image;
     run.throwIfCancelled();
     if (!upscaled)

@@ -94,6 +94,12 @@ TEST_F(BatchJob, OneThreadRunsOneJobAtATime)
     EXPECT_EQ(batchJob(tasks, {.memoryBytes = 100, .threads = 1}).mostAtOnce, 1u);
 }
 
+TEST_F(BatchJob, NotMoreAtOnceThanAllowed)
+{
+    std::vector<BatchTask> tasks{task("a"), task("b"), task("c"), task("d")};
+    EXPECT_EQ(batchJob(tasks, {.memoryBytes = 100, .threads = 16, .jobsAtOnce = 1}).mostAtOnce, 1u);
+}
+
 TEST_F(BatchJob, SkipsResultsThatNoInputIsNewerThan)
 {
     std::vector<BatchTask> tasks{task("old"), task("current"), task("none")};

@@ -121,8 +121,8 @@ TEST_F(Expand, InHalvesAndThroughAServiceTheSameBytes)
 
 TEST_F(Expand, CanvasesThatCannotBeUsed)
 {
-    expectEnd({}, 2, {"either a crop or widths"});
-    expectEnd({"--add", "1,1,1,1", "--crop", "-1,-1,300,300"}, 2, {"either a crop or widths"});
+    expectEnd({}, 2, {"either --add or --crop is needed"});
+    expectEnd({"--add", "1,1,1,1", "--crop", "-1,-1,300,300"}, 2, {"either --add or --crop is needed"});
     for (const char* const add :
          {"1,2,3", "1,2,3,4,5", "1,2,3,-4", "1,2,3,4,", "a,b,c,d", "1,2,3,%", "1,2,3,4%%", "1,2,3,nan"})
         expectEnd({"--add=" + std::string(add)}, 2, {"--add"});

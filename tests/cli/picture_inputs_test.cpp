@@ -33,7 +33,9 @@ TEST_P(PictureInputs, MissingFile) { expectFailure("nowhere.jpg", "no such file"
 TEST_P(PictureInputs, Folder)
 {
     std::filesystem::create_directory(folder / "pictures");
-    expectFailure("pictures", "folder");
+    // A folder makes a batch of a command that takes one picture, and then the output is a folder too.
+    const std::string output = GetParam().takesSeveral ? GetParam().output : ".";
+    expectRefusal(argumentsOf(output, goodBeside("pictures"), {}), folder.path(), 1, {"pictures", "folder"});
 }
 
 TEST_P(PictureInputs, Pipe) { expectFailure("/dev/null", "device"); }

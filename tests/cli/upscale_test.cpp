@@ -122,7 +122,6 @@ TEST_F(Upscale, ValuesOutOfRange)
     expectEnd({"--passes", "5"}, 2, {"--passes", "expected 1 to 4, found 5"});
     expectEnd({"--passes", "0"}, 2, {"--passes"});
     expectEnd({"--denoise", "4"}, 2, {"--denoise", "expected 0 to 3, found 4"});
-    expectEnd({"second.jpg"}, 2, {"second.jpg"}); // one file at a time
 }
 
 TEST_F(Upscale, SharpensFacesUnlessDisabled)

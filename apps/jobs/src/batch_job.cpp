@@ -105,7 +105,8 @@ private:
     [[nodiscard]] std::size_t mostJobs() const
     {
         constexpr int kThreadsPerJob = 2;
-        return static_cast<std::size_t>(std::max(std::min(threads, 2), threads / kThreadsPerJob));
+        const auto byThreads = static_cast<std::size_t>(std::max(std::min(threads, 2), threads / kThreadsPerJob));
+        return settings.jobsAtOnce > 0 ? std::min(byThreads, settings.jobsAtOnce) : byThreads;
     }
 
     void plan()

@@ -47,22 +47,12 @@ std::int64_t pixelsOf(const BorderWidth& width, int side)
     return std::llround(std::min(kFarthest, width.isPercent ? width.value * side / kPercent : width.value));
 }
 
-_Rect<std::int64_t> canvasOf(const ExpandJobRequest& request, _Size<int> size)
-{
-    if (request.crop)
-        return {request.crop->x, request.crop->y, request.crop->width, request.crop->height};
-    const std::int64_t left = pixelsOf(request.add->left, size.width);
-    const std::int64_t top = pixelsOf(request.add->top, size.height);
-    return {-left, -top, left + size.width + pixelsOf(request.add->right, size.width),
-            top + size.height + pixelsOf(request.add->bottom, size.height)};
-}
-
 _Rect<int> checkedCanvas(const ExpandJobRequest& request, _Size<int> size)
 {
     const auto unfitting = [&](const std::string& sentence) {
         return FailureError({FailureKind::UnfittingPictures, request.source, sentence});
     };
-    const _Rect<std::int64_t> wide = canvasOf(request, size);
+    const _Rect<std::int64_t> wide = expandedCanvas(request, size);
     if (static_cast<double>(wide.width) * static_cast<double>(wide.height) > static_cast<double>(kMostCanvasPixels))
         throw unfitting("the new canvas has " + std::to_string(wide.width) + " x " + std::to_string(wide.height) +
                         " pixels, at most " + std::to_string(kMostCanvasPixels / 1'000'000) + " million are possible");
@@ -125,6 +115,16 @@ void expandPicture(PictureRun& run, const ExpandJobRequest& request, ExpandJobRe
 }
 
 } // namespace
+
+_Rect<std::int64_t> expandedCanvas(const ExpandJobRequest& request, _Size<int> size)
+{
+    if (request.crop)
+        return {request.crop->x, request.crop->y, request.crop->width, request.crop->height};
+    const std::int64_t left = pixelsOf(request.add->left, size.width);
+    const std::int64_t top = pixelsOf(request.add->top, size.height);
+    return {-left, -top, left + size.width + pixelsOf(request.add->right, size.width),
+            top + size.height + pixelsOf(request.add->bottom, size.height)};
+}
 
 ExpandJobResult expandJob(const ExpandJobRequest& request, const JobCallbacks& callbacks)
 {

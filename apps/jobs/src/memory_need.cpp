@@ -2,6 +2,7 @@
 #include <orvo_io/image_reader.hpp>
 
 #include <algorithm>
+#include <cmath>
 
 namespace orvo::jobs {
 namespace {
@@ -11,6 +12,8 @@ constexpr double kMiB = 1024.0 * 1024.0;
 constexpr double kProgram = 64.0 * kMiB;
 // Planes of at most 2 megapixels that registration compares.
 constexpr double kRegistration = 100.0 * kMiB;
+// Texts and pictures of a request and its answer that hardly grow with the picture.
+constexpr double kAnswer = 100.0 * kMiB;
 // Bytes of a pixel as three floats.
 constexpr double kPixel = 12.0;
 
@@ -18,7 +21,8 @@ struct Pixels
 {
     double largest = 0.0; ///< of the largest picture
     double sum = 0.0;     ///< of all pictures
-    double held = 0.0;    ///< bytes of all pictures in memory; LibRaw's planes come besides
+    double held = 0.0;    ///< bytes of all pictures in memory, with LibRaw's planes
+    double raw = 0.0;     ///< of these, the bytes of LibRaw
 };
 
 Pixels pixelsOf(const std::vector<std::filesystem::path>& files)
@@ -30,7 +34,9 @@ Pixels pixelsOf(const std::vector<std::filesystem::path>& files)
             const double count = static_cast<double>(metadata->size.width) * metadata->size.height;
             pixels.largest = std::max(pixels.largest, count);
             pixels.sum += count;
-            pixels.held += count * (kPixel + (metadata->isRaw ? kRawPixel : 0.0));
+            const double raw = metadata->isRaw ? count * kRawPixel : 0.0;
+            pixels.raw += raw;
+            pixels.held += count * kPixel + raw;
         }
     return pixels;
 }
@@ -70,6 +76,50 @@ std::uint64_t memoryNeed(const PanoJobRequest& request)
                             request.turnDegrees != 0.0 || request.shift != _Point<float>();
     return rounded(kProgram + kRegistration + kFeatures * static_cast<double>(request.files.size()) +
                    (isComposed ? kComposed : kStitch) * pixels.sum);
+}
+
+std::uint64_t memoryNeed(const UpscaleJobRequest& request)
+{
+    // Of the result.
+    constexpr double kEnlarged = 15.0;
+    constexpr double kWithFaces = 28.0;
+    constexpr double kCrisp = 4.0;
+    constexpr double kFaceSearch = 200.0 * kMiB;
+    // Of the picture.
+    constexpr double kDenoised = 48.0;
+    // A network's own scale is known only once it is loaded; most have this one.
+    const double scale = std::pow(request.model.empty() ? 2.0 : 4.0, request.passes);
+    const Pixels pixels = pixelsOf({request.source});
+    const double result = (request.faces ? kWithFaces : kEnlarged) + (request.crisp ? kCrisp : 0.0);
+    return rounded(kProgram + (request.faces ? kFaceSearch : 0.0) + pixels.held +
+                   (request.denoise > 0 ? kDenoised : 0.0) * pixels.sum + result * scale * scale * pixels.sum);
+}
+
+std::uint64_t memoryNeed(const ExpandJobRequest& request)
+{
+    constexpr double kCanvas = 61.0;
+    constexpr double kRequest = 86.0;        // of the part that is sent, with its border
+    constexpr double kMostKnown = 8e6;       // pixels of the picture in a request
+    constexpr double kExpand = 300.0 * kMiB; // for any size
+    const Pixels pixels = pixelsOf({request.source});
+    const auto metadata = ImageReader::readMetadata(request.source);
+    if (!metadata || pixels.sum == 0.0 || request.crop.has_value() == request.add.has_value())
+        return rounded(kProgram); // the job fails before it opens the picture
+    const auto rect = expandedCanvas(request, metadata->size);
+    const double canvas = static_cast<double>(rect.width) * static_cast<double>(rect.height);
+    return rounded(kProgram + kExpand + pixels.raw + kCanvas * canvas +
+                   kRequest * canvas * std::min(1.0, kMostKnown / pixels.sum));
+}
+
+std::uint64_t memoryNeed(const RestoreJobRequest& request)
+{
+    // Of the picture, and of what is restored: at most 2700 pixels a side.
+    constexpr double kPicture = 88.0;
+    constexpr double kRequest = 50.0;
+    constexpr double kLargestRequest = 2700.0 * 2700.0;
+    const Pixels pixels = pixelsOf({request.source});
+    return rounded(kProgram + kAnswer + pixels.raw + kPicture * pixels.sum +
+                   kRequest * std::min(pixels.sum, kLargestRequest));
 }
 
 } // namespace orvo::jobs

@@ -2,9 +2,9 @@
 #include "picture_run.hpp"
 
 #include <jobs/upscale_job.hpp>
+#include <jobs/upscale_network.hpp>
 #include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/requests.hpp>
-#include <orvo_io/settings.hpp>
 
 #include <algorithm>
 #include <string>
@@ -16,32 +16,6 @@ namespace {
 constexpr JobProgress kCheckStarts{JobStep::Check, 0.0};
 constexpr JobProgress kUpscaleStarts{JobStep::Upscale, 0.02};
 constexpr JobProgress kWriteStarts{JobStep::Write, 0.85};
-
-/// Sets a network in the settings of the process during its lifetime.
-class ModelSetting
-{
-public:
-    explicit ModelSetting(const std::filesystem::path& model)
-        : before(orvosettings().get<std::string>(kKey, "")), changed(!model.empty())
-    {
-        if (changed)
-            orvosettings().set<std::string>(kKey, pathText(model));
-    }
-    ~ModelSetting()
-    {
-        if (changed && before.empty())
-            orvosettings().remove(kKey);
-        else if (changed)
-            orvosettings().set(kKey, before);
-    }
-    ModelSetting(const ModelSetting&) = delete;
-    ModelSetting& operator=(const ModelSetting&) = delete;
-
-private:
-    static constexpr const char* kKey = "Upscale.model";
-    const std::string before;
-    const bool changed;
-};
 
 void checkRange(const std::string& name, int value, int low, int high)
 {
@@ -97,7 +71,7 @@ void checkResult(const UpscaleJobRequest& request, ImageFileFormat format, _Size
 {
     if (fitsForCertain(size, request.passes, format))
         return;
-    const ModelSetting model(request.model);
+    const UpscaleNetwork network(request.model);
     const _Size<int> result = upscaledSize(size, upscaleSettings(request));
     if (result == _Size<int>())
         throwLastFailureOn(request.source, "cannot enlarge the picture");
@@ -121,7 +95,7 @@ _Size<int> checkFiles(PictureRun& run, const UpscaleJobRequest& request, ImageFi
 std::shared_ptr<Image> upscale(PictureRun& run, const UpscaleJobRequest& request)
 {
     run.report(kUpscaleStarts);
-    const ModelSetting model(request.model);
+    const UpscaleNetwork network(request.model);
     UpscaleRequest upscaling;
     upscaling.picture = request.source;
     upscaling.settings = upscaleSettings(request);

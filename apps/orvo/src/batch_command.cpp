@@ -5,6 +5,7 @@
 
 #include <jobs/default_output.hpp>
 #include <jobs/groups_job.hpp>
+#include <jobs/input_files.hpp>
 #include <jobs/list_file.hpp>
 #include <orvo_common/wide_path.hpp>
 #include <orvo_io/picture_file.hpp>
@@ -75,15 +76,33 @@ struct Plan
     std::vector<std::string> failures; ///< files that cannot be read
 };
 
-Plan planOfList(const fs::path& list)
+void addEach(Plan& plan, const std::vector<fs::path>& files)
+{
+    for (const fs::path& file : files)
+        plan.jobs.push_back({{file}, 0});
+}
+
+Plan planOfList(const BatchCommand& command, const fs::path& list)
 {
     Plan plan;
     for (const jobs::ListLine& line : jobs::readListFile(list)) {
         const jobs::InputFiles input = jobs::inputFiles(line.files);
-        plan.jobs.push_back({input.files, 0});
+        if (command.kinds.empty())
+            addEach(plan, input.files);
+        else
+            plan.jobs.push_back({input.files, 0});
         for (const std::string& note : jobs::leftOutNotes(input.leftOut))
             plan.notes.push_back(note);
     }
+    return plan;
+}
+
+Plan planOfPictures(const std::vector<fs::path>& given)
+{
+    Plan plan;
+    const jobs::InputFiles input = jobs::cardFiles(given);
+    plan.notes = jobs::leftOutNotes(input.leftOut);
+    addEach(plan, input.files);
     return plan;
 }
 
@@ -133,7 +152,7 @@ std::optional<Plan> planOf(const BatchCommand& command, int& exitCode)
         return std::nullopt;
     }
     if (list)
-        return planOfList(*list);
+        return planOfList(command, *list);
     std::vector<fs::path> given(command.files.begin(), command.files.end());
     if (!command.options.value.empty())
         given.insert(given.begin(), command.options.value);
@@ -141,7 +160,7 @@ std::optional<Plan> planOf(const BatchCommand& command, int& exitCode)
         exitCode = wrongUsage(command.name, "--batch needs a list, files or folders");
         return std::nullopt;
     }
-    return planOfGroups(command, given, exitCode);
+    return command.kinds.empty() ? planOfPictures(given) : planOfGroups(command, given, exitCode);
 }
 
 fs::path outputOf(const BatchCommand& command, const BatchFiles& job)
@@ -271,6 +290,7 @@ int run(const BatchCommand& command, const Plan& plan)
         result = jobs::batchJob(tasks,
                                 {.memoryBytes = bytesOf(command.options.memory).value_or(0),
                                  .threads = command.threads,
+                                 .jobsAtOnce = command.jobsAtOnce,
                                  .force = command.output.force},
                                 watch.callbacks());
     }
@@ -289,13 +309,18 @@ int run(const BatchCommand& command, const Plan& plan)
     return exitCode == kDone && !plan.failures.empty() ? kFailed : exitCode;
 }
 
+CLI::Option* bindMemory(Options& app, BatchOptions& options, const std::string& about)
+{
+    return app.add_option("--memory", options.memory, about)->type_name("SIZE")->check(memoryText());
+}
+
 /// The folder of the results exists.
 bool checkFolder(const BatchCommand& command)
 {
     std::error_code error;
     if (command.output.file.empty() || fs::is_directory(command.output.file, error))
         return true;
-    complain(command.output.file + ": there is no such folder; with --batch the output is a folder");
+    complain(command.output.file + ": there is no such folder; the output of several jobs is a folder");
     return false;
 }
 
@@ -310,11 +335,26 @@ void bindBatch(Options& app, BatchOptions& options, const std::string& what)
                                         "and --force also makes results that are up to date")
                          ->type_name("[LIST]")
                          ->expected(0, 1);
-    app.add_option("--memory", options.memory,
-                   "with --batch: for all jobs together, such as 8G\n(default: half of the machine's)")
-        ->type_name("SIZE")
-        ->needs(app.get_option("--batch"))
-        ->check(memoryText());
+    bindMemory(app, options, "with --batch: for all jobs together, such as 8G\n(default: half of the machine's)")
+        ->needs(app.get_option("--batch"));
+}
+
+void bindEachPicture(Options& app, std::vector<std::string>& files, BatchOptions& options)
+{
+    bindFiles(app, files);
+    options.option = app.add_option("--batch", options.value,
+                                    "make a result of each of FILES, or of each picture\n"
+                                    "that LIST names; several FILES or a folder imply it;\n"
+                                    "-o is then a folder, and --force also replaces results")
+                         ->type_name("[LIST]")
+                         ->expected(0, 1);
+    bindMemory(app, options, "for all pictures of a batch together, such as 8G\n(default: half of the machine's)");
+}
+
+bool isEachPicture(const std::vector<std::string>& files, const BatchOptions& options)
+{
+    std::error_code error; // of a missing file, which the job reports
+    return options.isGiven() || files.size() > 1 || (files.size() == 1 && fs::is_directory(files.front(), error));
 }
 
 int runBatchCommand(const BatchCommand& command)

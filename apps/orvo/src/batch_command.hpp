@@ -1,4 +1,4 @@
-/// --batch: a job for each group of a card, or for each line of a list.
+/// Batches: a job for each group of a card, for each line of a list, or for each picture.
 #pragma once
 
 #include "picture_command.hpp"
@@ -28,6 +28,11 @@ struct BatchOptions
 /// --batch and --memory. `what`: what a group is, such as "bracket".
 void bindBatch(Options& app, BatchOptions& options, const std::string& what);
 
+/// FILES, --batch and --memory of a command that makes a result of each picture.
+void bindEachPicture(Options& app, std::vector<std::string>& files, BatchOptions& options);
+/// Whether such a command runs as a batch: asked for, or given several files or a folder.
+[[nodiscard]] bool isEachPicture(const std::vector<std::string>& files, const BatchOptions& options);
+
 /// Files of one job.
 struct BatchFiles
 {
@@ -41,11 +46,12 @@ struct BatchCommand
     std::string name;
     RunOptions run;
     const BatchOptions& options;
-    std::vector<std::string> files; ///< as given besides the list
-    OutputOptions output;           ///< a folder for the results; empty: beside the first file of each
-    std::string done;               ///< what a result is called after its input
-    std::vector<PictureGroupKind> kinds;
+    std::vector<std::string> files;      ///< as given besides the list
+    OutputOptions output;                ///< a folder for the results; empty: beside the first file of each
+    std::string done;                    ///< what a result is called after its input
+    std::vector<PictureGroupKind> kinds; ///< of the groups to make something of; empty: each picture is a job
     int threads = 0;
+    std::size_t jobsAtOnce = 0; ///< at most; 0: as many as threads and memory allow
     /// The job of some files with this output.
     std::function<jobs::BatchTask(const BatchFiles&, const std::filesystem::path&)> task;
 };
@@ -63,6 +69,7 @@ template <typename CommandOptions>
             .done = done,
             .kinds = {},
             .threads = options.request.threads,
+            .jobsAtOnce = 0,
             .task = {}};
 }
 
@@ -82,5 +89,20 @@ template <typename Request, typename Result>
 
 /// Groups or reads the list, runs the jobs, prints the summary and returns the exit code.
 [[nodiscard]] int runBatchCommand(const BatchCommand& command);
+
+/// The same with `job` on `request` for each picture. A result that is there and older than its picture fails unless
+/// forced, since it may be a file of the user.
+template <typename Request, typename Result>
+[[nodiscard]] int runEachPicture(BatchCommand command, const Request& request,
+                                 Result (*job)(const Request&, const jobs::JobCallbacks&))
+{
+    command.task = [&](const BatchFiles& picture, const std::filesystem::path& output) {
+        Request each = request;
+        each.source = picture.files.front();
+        each.keepExisting = !command.output.force;
+        return batchTaskOf(each, picture.files, output, job);
+    };
+    return runBatchCommand(command);
+}
 
 } // namespace orvo::cli

@@ -106,6 +106,8 @@ int runErase(int argc, char** argv)
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
+    if (const auto exitCode = refuseFolder("erase", options.file))
+        return *exitCode;
     takeOptions(options, kWhatWasDone, request);
     if (const auto exitCode = takeMarks(marks, request))
         return *exitCode;

@@ -24,13 +24,6 @@ constexpr const char* kExamples = "Examples:\n"
                                   "  A square canvas around a picture of 1200 x 800 pixels:\n"
                                   "    orvo expand beach.jpg --crop=0,-200,1200,1200 -o square.jpg\n";
 
-int wrongUsage(const std::string& sentence)
-{
-    complain(sentence);
-    hintAtHelp("expand");
-    return kWrongUsage;
-}
-
 // "200" or "10%".
 std::optional<jobs::BorderWidth> widthOf(std::string text)
 {
@@ -64,10 +57,13 @@ std::optional<jobs::BorderWidths> widthsOf(const std::string& text)
 // The exit code if the canvas is wrong.
 std::optional<int> takeCanvas(const std::string& crop, const std::string& add, jobs::ExpandJobRequest& request)
 {
+    if (crop.empty() == add.empty())
+        return wrongUsage("expand", "either --add or --crop is needed");
     if (!crop.empty() && !(request.crop = rectangleOf(crop)))
-        return wrongUsage("--crop: expected X,Y,W,H in whole pixels, W and H at least 1, found " + crop);
+        return wrongUsage("expand", "--crop: expected X,Y,W,H in whole pixels, W and H at least 1, found " + crop);
     if (!add.empty() && !(request.add = widthsOf(add)))
-        return wrongUsage("--add: expected LEFT,TOP,RIGHT,BOTTOM, each in pixels or with % in percent, found " + add);
+        return wrongUsage("expand",
+                          "--add: expected LEFT,TOP,RIGHT,BOTTOM, each in pixels or with % in percent, found " + add);
     return std::nullopt;
 }
 
@@ -80,7 +76,7 @@ int runExpand(int argc, char** argv)
     jobs::ExpandJobRequest request;
     std::string crop;
     std::string add;
-    bindPicture(app, request, options, kWhatWasDone);
+    bindPictures(app, request, options, kWhatWasDone);
     app.add_option("--add", add, "widths to add: LEFT,TOP,RIGHT,BOTTOM, in pixels or with % in percent")
         ->type_name("WIDTHS");
     app.add_option("--crop", crop, "the new canvas in pixels of the picture, X,Y,W,H; X and Y may be below 0")
@@ -90,21 +86,9 @@ int runExpand(int argc, char** argv)
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    takeOptions(options, kWhatWasDone, request);
     if (const auto exitCode = takeCanvas(crop, add, request))
         return *exitCode;
-
-    jobs::ExpandJobResult result;
-    return runGenerativeCommand(
-        {.name = "expand",
-         .run = options.run,
-         .inputs = {request.source},
-         .output = request.output,
-         .job = [&](const jobs::JobCallbacks& callbacks) { result = expandJob(request, callbacks); },
-         .report = result,
-         .json = [&] { return generativeAsJson(result, request); },
-         .sentence = [&] { return generativeAsText(result, request); }},
-        request);
+    return runOnPictures("expand", kWhatWasDone, options, request, jobs::expandJob);
 }
 
 } // namespace orvo::cli

@@ -51,6 +51,8 @@ int runFill(int argc, char** argv)
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
+    if (const auto exitCode = refuseFolder("fill", file))
+        return *exitCode;
     request.source = file;
     request.mask = mask;
     request.model = model;

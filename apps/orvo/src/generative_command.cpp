@@ -15,6 +15,14 @@ void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOp
     bindFormat(app, request);
 }
 
+void bindPictures(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options,
+                  const std::string& done)
+{
+    bindEachPicture(app, options.files, options.batch);
+    bindOutput(app, options.output, done);
+    bindFormat(app, request);
+}
+
 void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options)
 {
     constexpr int kLongestTimeout = 86400;
@@ -62,6 +70,22 @@ std::string generativeAsText(const jobs::GenerativeJobResult& result, const jobs
         return writtenAsText(result);
     return printable(pathText(result.output)) + ": request " + result.requestId + " of " +
            std::to_string(result.requestSize.width) + " x " + std::to_string(result.requestSize.height) + " pixels";
+}
+
+BatchCommand generativeBatchOf(const std::string& name, const std::string& done, const GenerativeOptions& options,
+                               const jobs::GenerativeJobRequest& request)
+{
+    return {.name = name,
+            .run = options.run,
+            .options = options.batch,
+            .files = options.files,
+            .output = options.output,
+            .done = done,
+            .kinds = {},
+            .threads = request.threads,
+            // A service is sent one picture at a time: it may refuse another one while it works.
+            .jobsAtOnce = request.service.empty() ? std::size_t{0} : std::size_t{1},
+            .task = {}};
 }
 
 int runGenerativeCommand(PictureCommand command, const jobs::GenerativeJobRequest& request)

@@ -105,7 +105,7 @@ std::optional<std::vector<std::filesystem::path>> readInput(const std::string& c
                                                             int& exitCode)
 {
     if (given.empty()) {
-        exitCode = wrongUsage(command, "FILES is required");
+        exitCode = wrongUsage(command, kNoFiles);
         return std::nullopt;
     }
     try {
@@ -205,6 +205,15 @@ int wrongUsage(const std::string& command, const std::string& message)
     complain(message);
     hintAtHelp(command);
     return kWrongUsage;
+}
+
+std::optional<int> refuseFolder(const std::string& command, const std::string& file)
+{
+    std::error_code missing; // which the job reports
+    if (!std::filesystem::is_directory(file, missing))
+        return std::nullopt;
+    return wrongUsage(command, file + ": this is a folder, but orvo " + command +
+                                   " works on one picture at a time, since each needs its own mask");
 }
 
 bool openLog(const std::string& command, const RunOptions& run, const std::vector<std::filesystem::path>& inputs,

@@ -18,6 +18,9 @@ namespace orvo::cli {
 
 inline constexpr const char* kExitCodes = "\nExit codes: 0 done, 1 failed, 2 wrong usage, 130 cancelled (Ctrl-C).\n";
 
+/// Where a command needs pictures and got none.
+inline constexpr const char* kNoFiles = "FILES is required";
+
 inline constexpr const char* kReadable = "JPEG, PNG, TIFF, WebP, EXR, HEIC, AVIF or camera raw";
 
 /// Where the result goes.
@@ -75,6 +78,9 @@ struct PictureCommand
     std::function<nlohmann::ordered_json()> json; ///< the result, without the report of the run
     std::function<std::string()> sentence;        ///< the same as text, without the time
 };
+
+/// For a command whose pictures need marks of their own. The exit code after an error message if `file` is a folder.
+[[nodiscard]] std::optional<int> refuseFolder(const std::string& command, const std::string& file);
 
 /// Prints an error and the hint at the help. Returns kWrongUsage.
 [[nodiscard]] int wrongUsage(const std::string& command, const std::string& message);

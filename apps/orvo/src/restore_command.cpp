@@ -30,26 +30,14 @@ int runRestore(int argc, char** argv)
     Options app("restore", kAbout);
     GenerativeOptions options;
     jobs::RestoreJobRequest request;
-    bindPicture(app, request, options, kWhatWasDone);
+    bindPictures(app, request, options, kWhatWasDone);
     app.add_flag("--as-is", request.asIs, "write what comes back: at most 2700 pixels a side, in sRGB");
     bindService(app, request, options);
     bindRun(app, request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    takeOptions(options, kWhatWasDone, request);
-
-    jobs::RestoreJobResult result;
-    return runGenerativeCommand(
-        {.name = "restore",
-         .run = options.run,
-         .inputs = {request.source},
-         .output = request.output,
-         .job = [&](const jobs::JobCallbacks& callbacks) { result = restoreJob(request, callbacks); },
-         .report = result,
-         .json = [&] { return generativeAsJson(result, request); },
-         .sentence = [&] { return generativeAsText(result, request); }},
-        request);
+    return runOnPictures("restore", kWhatWasDone, options, request, jobs::restoreJob);
 }
 
 } // namespace orvo::cli

@@ -1,11 +1,14 @@
 /// orvo upscale: enlarges a picture.
+#include "batch_command.hpp"
 #include "picture_command.hpp"
 
 #include <jobs/default_output.hpp>
 #include <jobs/upscale_job.hpp>
+#include <jobs/upscale_network.hpp>
 #include <orvo_common/wide_path.hpp>
 
 #include <string>
+#include <vector>
 
 namespace orvo::cli {
 namespace {
@@ -20,16 +23,19 @@ constexpr const char* kExamples = "Examples:\n"
                                   "    orvo upscale portrait.jpg -o portrait-large.tif\n"
                                   "  Four times, for a small and noisy picture from an old phone:\n"
                                   "    orvo upscale phone.jpg -o phone-large.jpg --passes 2 --denoise 2\n"
+                                  "  Every picture of a folder:\n"
+                                  "    orvo upscale scans -o large\n"
                                   "  With a network:\n"
                                   "    orvo upscale bird.png -o bird-large.png --model esr.onnx\n";
 
 struct UpscaleOptions
 {
-    std::string file;
+    std::vector<std::string> files;
     OutputOptions output;
     std::string model;
     bool noFaces = false;
-    jobs::UpscaleJobRequest request;
+    jobs::UpscaleJobRequest request; ///< without the file
+    BatchOptions batch;
     RunOptions run;
 };
 
@@ -69,7 +75,7 @@ int runUpscale(int argc, char** argv)
     Options app("upscale", kAbout);
     UpscaleOptions options;
     auto& request = options.request;
-    app.add_option("FILE", options.file, kReadable)->type_name("")->required();
+    bindEachPicture(app, options.files, options.batch);
     bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, request);
     bindUpscaleOptions(app, options);
@@ -77,10 +83,16 @@ int runUpscale(int argc, char** argv)
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
         return *exitCode;
-    request.source = options.file;
-    request.output = outputPath(options.output, request.source, kWhatWasDone, request);
     request.model = options.model;
     request.faces = !options.noFaces;
+    if (isEachPicture(options.files, options.batch)) {
+        const jobs::UpscaleNetwork network(request.model);
+        return runEachPicture(batchCommandOf("upscale", options, kWhatWasDone), request, jobs::upscaleJob);
+    }
+    if (options.files.empty())
+        return wrongUsage("upscale", kNoFiles);
+    request.source = options.files.front();
+    request.output = outputPath(options.output, request.source, kWhatWasDone, request);
 
     jobs::UpscaleJobResult result;
     PictureCommand command{

@@ -44,6 +44,7 @@ struct BatchSettings
 {
     std::uint64_t memoryBytes = 0; ///< for all jobs together; 0: defaultBatchMemory()
     int threads = 0;               ///< for all jobs together; 0: all cores
+    std::size_t jobsAtOnce = 0;    ///< at most; 0: as many as threads and memory allow
     bool force = false;            ///< also make results that are there
 };
 

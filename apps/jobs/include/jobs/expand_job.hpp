@@ -35,6 +35,9 @@ struct ExpandJobRequest : GenerativeJobRequest
 struct ExpandJobResult : GenerativeJobResult
 {};
 
+/// The canvas of a request with either `crop` or `add` for a picture of `size`, in its pixels.
+[[nodiscard]] _Rect<std::int64_t> expandedCanvas(const ExpandJobRequest& request, _Size<int> size);
+
 /// A result of more pixels is refused.
 inline constexpr std::int64_t kMostCanvasPixels = 400'000'000;
 

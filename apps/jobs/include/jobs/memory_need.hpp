@@ -1,9 +1,12 @@
 /// How much memory jobs need.
 #pragma once
 
+#include <jobs/expand_job.hpp>
 #include <jobs/hdr_job.hpp>
 #include <jobs/pano_job.hpp>
+#include <jobs/restore_job.hpp>
 #include <jobs/stack_job.hpp>
+#include <jobs/upscale_job.hpp>
 
 #include <cstdint>
 
@@ -15,5 +18,8 @@ namespace orvo::jobs {
 [[nodiscard]] std::uint64_t memoryNeed(const HdrJobRequest& request);
 [[nodiscard]] std::uint64_t memoryNeed(const StackJobRequest& request);
 [[nodiscard]] std::uint64_t memoryNeed(const PanoJobRequest& request);
+[[nodiscard]] std::uint64_t memoryNeed(const UpscaleJobRequest& request);
+[[nodiscard]] std::uint64_t memoryNeed(const ExpandJobRequest& request);
+[[nodiscard]] std::uint64_t memoryNeed(const RestoreJobRequest& request);
 
 } // namespace orvo::jobs

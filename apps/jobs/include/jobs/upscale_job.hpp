@@ -31,7 +31,7 @@ struct UpscaleJobResult : PictureJobResult
 
 /// Checks the request, enlarges, writes beside the output and renames. Copies the metadata. Resets the process's count
 /// of peak plane bytes at the start. While it runs, the settings of the process name the request's network, if it has
-/// one.
+/// one (UpscaleNetwork).
 ///
 /// Progress: Check 0, Upscale 0.02 to 0.85 with the pixels that are made, Write 0.85, and 1 at the end.
 ///

@@ -487,6 +487,30 @@ TEST_F(ComposedPanorama, TheLargestSizeCountsForWhatIsLeft)
     EXPECT_EQ(made(request)->width(), 150);
 }
 
+TEST_F(ComposedPanorama, APlanetIsCroppedToItsInsideThoughNothingCoversItsFoot)
+{
+    request.files.clear();
+    scenes::SphereView view = smallView();
+    view.focal = 250.0; // 77 degrees wide
+    for (int i = 0; i < 9; ++i) {
+        view.rotation = scenes::rotationOf(40.0 * i, 0.0, 0.0);
+        request.files.push_back(folder / ("turn" + std::to_string(i) + ".tif"));
+        scenes::writeSphereView(scenes::SphereScene(), view, request.files.back(),
+                                {.noiseSeed = static_cast<std::uint64_t>(i + 1)});
+    }
+    request.projection = WarpType::Stereographic;
+    request.turnDegrees = 1e-9; // the way of the crop
+    const auto whole = made(request);
+    request.crop = PanoCrop::Auto;
+    const auto cropped = made(request);
+    // A square in a circle has 0.71 of its diameter; the rim of this one has dents.
+    EXPECT_GT(cropped->width(), 0.6 * whole->width());
+    EXPECT_GT(cropped->height(), 0.6 * whole->height());
+    EXPECT_TRUE(isWhite(cropped->row(cropped->height() / 2)[cropped->width() / 2])) << "the foot";
+    EXPECT_FALSE(isWhite(cropped->row(2)[2]) || isWhite(cropped->row(2)[cropped->width() - 3]));
+    EXPECT_FALSE(isWhite(cropped->row(cropped->height() - 3)[2]));
+}
+
 TEST_F(ComposedPanorama, TheFileIsInTheColoursOfTheStraightWay)
 {
     const auto straight = made(request);

@@ -48,6 +48,15 @@ std::shared_ptr<Picture> pictureOf(const MaskImage& mask)
 
 bool isWhite(const PixelRGB<float>& pixel) { return pixel.b == 1.0f; }
 
+TEST(Holes, AreContentWhereContentEnclosesThem)
+{
+    EXPECT_EQ(rowsOf(*withoutHoles(*maskOf({".....", ".###.", ".#.#.", ".###.", "....."}))),
+              (std::vector<std::string>{".....", ".###.", ".###.", ".###.", "....."}));
+    EXPECT_EQ(rowsOf(*withoutHoles(*maskOf({"#.#", "#.#", "###"}))), (std::vector<std::string>{"#.#", "#.#", "###"}))
+        << "open to a side";
+    EXPECT_EQ(withoutHoles(*maskOf({"###"}))->row(0)[0], 0.5f) << "content keeps its value";
+}
+
 TEST(Slits, AreContentUpToThreePixels)
 {
     for (const int width : {1, 2, 3}) {

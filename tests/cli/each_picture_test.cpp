@@ -149,8 +149,7 @@ TEST_P(EachPicture, OfAListOrASingleOneByBatch)
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, EachPicture,
-                         testing::Values(EachCommand{"upscale", "large", {}},
-                                         EachCommand{"restore", "restored", {}},
+                         testing::Values(EachCommand{"upscale", "large", {}}, EachCommand{"restore", "restored", {}},
                                          EachCommand{"expand", "expanded", {"--add", "0,0,10%,0"}}),
                          [](const auto& command) { return command.param.name; });
 
@@ -196,6 +195,7 @@ TEST_F(Folders, WhatIsForOnePictureIsRefused)
     expect({"fill", "scans", "--mask", "scans/one.jpg"}, 2, "scans: this is a folder, but orvo fill works on one");
     expect({"erase", "scans", "--box", "1,1,9,9"}, 2, "scans: this is a folder, but orvo erase works on one");
     expect({"expand", "scans"}, 2, "either --add or --crop is needed");
+    expect({"upscale", "scans/one.jpg", "--memory", "8G"}, 2, "--memory is for several pictures");
     expect({"upscale"}, 2, "FILES is required");
     expect({"upscale", "--batch"}, 2, "--batch needs a list, files or folders");
 }

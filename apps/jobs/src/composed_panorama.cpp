@@ -445,7 +445,10 @@ ComposedPicture Session::inscribed(const _Rect<int>& content)
     // A pixel of this view may be covered in part only, and the outermost pixels of a reprojection are mixed with
     // black.
     constexpr int kRim = 2;
-    _Rect<int> rect = fullRectOfMask(*withoutSlits(*data.mask));
+    // Without the foot of a little planet, which a camera on a tripod rarely shows, only a strip beside it would be
+    // left.
+    const auto covered = withoutSlits(*data.mask);
+    _Rect<int> rect = fullRectOfMask(projection == WarpType::Stereographic ? *withoutHoles(*covered) : *covered);
     rect = {rect.x + kRim, rect.y + kRim, rect.width - 2 * kRim, rect.height - 2 * kRim};
     if (rect.width < 1 || rect.height < 1)
         throwUnfitting("the panorama is too small or too ragged for a rectangle to be cut out of it");

@@ -166,6 +166,42 @@ std::shared_ptr<const _ImageData<float>> withoutSlits(const _ImageData<float>& m
     return closed;
 }
 
+std::shared_ptr<const _ImageData<float>> withoutHoles(const _ImageData<float>& mask)
+{
+    Plane surroundings(mask.size()); // 1 where the way to a side of the mask is free of content
+    std::vector<_Point<int>> reached;
+    const auto reach = [&](int x, int y) {
+        if (x < 0 || y < 0 || x >= mask.width() || y >= mask.height() || surroundings.row(y)[x] != 0 ||
+            mask.row(y)[x] > 0.0f)
+            return;
+        surroundings.row(y)[x] = 1;
+        reached.push_back({x, y});
+    };
+    for (int x = 0; x < mask.width(); ++x) {
+        reach(x, 0);
+        reach(x, mask.height() - 1);
+    }
+    for (int y = 0; y < mask.height(); ++y) {
+        reach(0, y);
+        reach(mask.width() - 1, y);
+    }
+    while (!reached.empty()) {
+        const _Point<int> at = reached.back();
+        reached.pop_back();
+        reach(at.x - 1, at.y);
+        reach(at.x + 1, at.y);
+        reach(at.x, at.y - 1);
+        reach(at.x, at.y + 1);
+    }
+    auto closed = mask.copy({});
+    forEachRow(mask.height(), [&](int y) {
+        for (int x = 0; x < mask.width(); ++x)
+            if (surroundings.row(y)[x] == 0 && !(mask.row(y)[x] > 0.0f))
+                closed->row(y)[x] = 1.0f;
+    });
+    return closed;
+}
+
 std::shared_ptr<const _ImageData<Pixel>> withoutRim(const _ImageData<Pixel>& picture, const _ImageData<float>& mask,
                                                     int rim, Beside beside,
                                                     std::shared_ptr<const _ImageData<float>>* coverage)

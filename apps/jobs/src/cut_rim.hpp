@@ -11,6 +11,9 @@ namespace orvo::jobs {
 /// content: up to three pixels between content that count as content here.
 [[nodiscard]] std::shared_ptr<const _ImageData<float>> withoutSlits(const _ImageData<float>& mask);
 
+/// What content encloses counts as content, such as the foot of a little planet that no picture shows.
+[[nodiscard]] std::shared_ptr<const _ImageData<float>> withoutHoles(const _ImageData<float>& mask);
+
 /// What is beside a picture, where its content reaches the sides.
 enum class Beside
 {

@@ -69,11 +69,11 @@ const char* stepText(JobStep step)
     case JobStep::Fill:
         return "filling the hole";
     case JobStep::Request:
-        return "preparing the request";
+        return "preparing the picture";
     case JobStep::Answer:
-        return "waiting for the answer";
+        return "generating new pixels";
     case JobStep::Apply:
-        return "putting the answer in";
+        return "blending them in";
     case JobStep::Stitch:
         return "stitching the pictures";
     case JobStep::Write:

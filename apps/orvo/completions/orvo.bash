@@ -75,7 +75,7 @@ _orvo()
                 ;;
             label) options='--help -o --output --format --quality --bits --threads --quiet --json --log' ;;
             upscale)
-                options='--help -o --output --force --quality --bits --passes --denoise --crisp --no-faces --model
+                options='--help -o --output --force --quality --bits --batch --memory --passes --denoise --crisp --no-faces --model
                     --threads --quiet --json --log'
                 ;;
             fill) options='--help -o --output --force --quality --bits --mask --model --threads --quiet --json --log' ;;
@@ -84,11 +84,11 @@ _orvo()
                     --request-only --response --threads --quiet --json --log'
                 ;;
             expand)
-                options='--help -o --output --force --quality --bits --add --crop --service --timeout --retries
+                options='--help -o --output --force --quality --bits --add --crop --batch --memory --service --timeout --retries
                     --request-only --response --threads --quiet --json --log'
                 ;;
             restore)
-                options='--help -o --output --force --quality --bits --as-is --service --timeout --retries
+                options='--help -o --output --force --quality --bits --as-is --batch --memory --service --timeout --retries
                     --request-only --response --threads --quiet --json --log'
                 ;;
             serve) options='--help --port --address --jobs --max-body --timeout --threads --quiet --log' ;;

@@ -329,32 +329,42 @@ bool checkFolder(const BatchCommand& command)
 void bindBatch(Options& app, BatchOptions& options, const std::string& what)
 {
     options.option = app.add_option("--batch", options.value,
-                                    "make a result of each " + what +
+                                    "make a result for each " + what +
                                         " among FILES,\n"
-                                        "or of each line of LIST; -o is then a folder,\n"
-                                        "and --force also makes results that are up to date")
+                                        "or for each line of the text file LIST; -o is then\n"
+                                        "a folder, and --force redoes up-to-date results")
                          ->type_name("[LIST]")
                          ->expected(0, 1);
-    bindMemory(app, options, "with --batch: for all jobs together, such as 8G\n(default: half of the machine's)")
+    bindMemory(app, options,
+               "with --batch: memory limit of all jobs together, such as 8G\n"
+               "(default: half of the machine's memory)")
         ->needs(app.get_option("--batch"));
 }
 
-void bindEachPicture(Options& app, std::vector<std::string>& files, BatchOptions& options)
+void bindEachPicture(Options& app, BatchOptions& options)
 {
-    bindFiles(app, files);
     options.option = app.add_option("--batch", options.value,
-                                    "make a result of each of FILES, or of each picture\n"
-                                    "that LIST names; several FILES or a folder imply it;\n"
-                                    "-o is then a folder, and --force also replaces results")
+                                    "make a result for each of FILES, or for each picture in the\n"
+                                    "text file LIST; implied by several FILES or a folder;\n"
+                                    "-o is then a folder, and --force replaces existing results")
                          ->type_name("[LIST]")
                          ->expected(0, 1);
-    bindMemory(app, options, "for all pictures of a batch together, such as 8G\n(default: half of the machine's)");
+    bindMemory(app, options, "memory limit of a batch, such as 8G\n(default: half of the machine's memory)");
 }
 
 bool isEachPicture(const std::vector<std::string>& files, const BatchOptions& options)
 {
     std::error_code error; // of a missing file, which the job reports
     return options.isGiven() || files.size() > 1 || (files.size() == 1 && fs::is_directory(files.front(), error));
+}
+
+std::optional<std::string> onlyFile(const std::string& command, const std::vector<std::string>& files,
+                                    const BatchOptions& options)
+{
+    if (!files.empty() && options.memory.empty())
+        return files.front();
+    (void)wrongUsage(command, files.empty() ? kNoFiles : "--memory is for several pictures, but one was given");
+    return std::nullopt;
 }
 
 int runBatchCommand(const BatchCommand& command)

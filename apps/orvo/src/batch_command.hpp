@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,10 +29,13 @@ struct BatchOptions
 /// --batch and --memory. `what`: what a group is, such as "bracket".
 void bindBatch(Options& app, BatchOptions& options, const std::string& what);
 
-/// FILES, --batch and --memory of a command that makes a result of each picture.
-void bindEachPicture(Options& app, std::vector<std::string>& files, BatchOptions& options);
+/// --batch and --memory of a command that makes a result of each picture.
+void bindEachPicture(Options& app, BatchOptions& options);
 /// Whether such a command runs as a batch: asked for, or given several files or a folder.
 [[nodiscard]] bool isEachPicture(const std::vector<std::string>& files, const BatchOptions& options);
+/// The one file of such a command otherwise. Empty after an error message about wrong usage.
+[[nodiscard]] std::optional<std::string> onlyFile(const std::string& command, const std::vector<std::string>& files,
+                                                  const BatchOptions& options);
 
 /// Files of one job.
 struct BatchFiles

@@ -12,12 +12,13 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Erases what is marked in a picture: what was behind it is painted, and blended in so that no\n"
-    "seam shows. Masks, boxes and strokes mark together; each may be given several times. Outside of\n"
-    "the marks and a narrow feather around them the picture is unchanged.\n"
+    "Erases marked objects: the marked area is painted from its surroundings and blended in without\n"
+    "a visible seam. Masks, boxes and strokes can be combined and repeated. Mark a few pixels beyond\n"
+    "the edge of an object, and its shadow. Outside the marks and a narrow feather around them the\n"
+    "picture is unchanged.\n"
     "\n"
-    "The program paints from the surroundings itself, or sends the part of the picture around the\n"
-    "marks to a generative service (see docs/service.md for the protocol).\n";
+    "With --service a generative service paints the area instead of the program (docs/service.md\n"
+    "describes the protocol).\n";
 constexpr const char* kWhatWasDone = jobs::kDoneErased;
 constexpr const char* kExamples =
     "Examples:\n"

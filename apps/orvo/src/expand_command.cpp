@@ -12,11 +12,12 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Adds a border to a picture and paints it, so that the picture seems to go on. The picture itself\n"
-    "is unchanged but for a narrow rim where the border begins.\n"
+    "Adds a border that continues the picture: for another aspect ratio, or for room around the\n"
+    "subject. The picture itself changes only in a narrow rim next to the border. Several pictures, or\n"
+    "those of a folder, are expanded one by one.\n"
     "\n"
-    "The program paints from the picture itself, or sends the part of the canvas around the border to\n"
-    "a generative service (see docs/service.md for the protocol).\n";
+    "With --service a generative service paints the border instead of the program (docs/service.md\n"
+    "describes the protocol).\n";
 constexpr const char* kWhatWasDone = jobs::kDoneExpanded;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A tenth more sky, and 200 pixels more on the left:\n"
@@ -77,10 +78,12 @@ int runExpand(int argc, char** argv)
     std::string crop;
     std::string add;
     bindPictures(app, request, options, kWhatWasDone);
-    app.add_option("--add", add, "widths to add: LEFT,TOP,RIGHT,BOTTOM, in pixels or with % in percent")
+    app.add_option("--add", add, "border widths LEFT,TOP,RIGHT,BOTTOM, in pixels, or in percent such as 10%")
         ->type_name("WIDTHS");
-    app.add_option("--crop", crop, "the new canvas in pixels of the picture, X,Y,W,H; X and Y may be below 0")
+    app.add_option("--crop", crop,
+                   "instead of --add: the new canvas X,Y,W,H in pixels of the picture;\nX and Y may be negative")
         ->type_name("CROP");
+    bindEachPicture(app, options.batch);
     bindService(app, request, options);
     bindRun(app, request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);

@@ -11,9 +11,10 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Removes something from a picture, or fills a border: the area that the mask marks is filled from\n"
-    "its surroundings. The mask is a picture that is white in this area and black elsewhere; it\n"
-    "covers the whole picture, at any size of its own. All other pixels are unchanged.\n";
+    "Fills the area that a mask marks from its surroundings, at full resolution. All other pixels\n"
+    "keep their values. The mask is a picture that is white in the area to fill and black elsewhere;\n"
+    "it is stretched over the whole picture, so its size does not matter. To mark by boxes or brush\n"
+    "strokes, and for a soft edge, use 'orvo erase'.\n";
 constexpr const char* kWhatWasDone = jobs::kDoneFilled;
 constexpr const char* kExamples = "Examples:\n"
                                   "  Remove the area that is white in mask.png:\n"
@@ -46,7 +47,8 @@ int runFill(int argc, char** argv)
     app.add_option("--mask", mask, "a picture that is white in the area to fill")->type_name("FILE")->required();
     bindOutput(app, output, kWhatWasDone);
     bindFormat(app, request);
-    app.add_option("--model", model, "use this ONNX inpainting network instead of the patches")->type_name("FILE");
+    app.add_option("--model", model, "ONNX inpainting network to use instead of the built-in method")
+        ->type_name("FILE");
     bindRun(app, request, run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))

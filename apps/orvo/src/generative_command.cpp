@@ -18,7 +18,7 @@ void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOp
 void bindPictures(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options,
                   const std::string& done)
 {
-    bindEachPicture(app, options.files, options.batch);
+    bindFiles(app, options.files);
     bindOutput(app, options.output, done);
     bindFormat(app, request);
 }
@@ -27,17 +27,18 @@ void bindService(Options& app, jobs::GenerativeJobRequest& request, GenerativeOp
 {
     constexpr int kLongestTimeout = 86400;
     constexpr int kMostRetries = 100;
-    app.add_option("--service", request.service, "let the service at URL answer, not the program itself")
-        ->type_name("URL");
-    app.add_option("--timeout", request.timeoutSeconds, "seconds to wait for the service (default: 300)")
+    app.add_option("--service", request.service, "send the work to the generative service at URL")->type_name("URL");
+    app.add_option("--timeout", request.timeoutSeconds, "with --service: seconds to wait for an answer (default: 300)")
         ->type_name("N")
         ->check(between(1, kLongestTimeout));
-    app.add_option("--retries", request.retries, "further attempts if it is not available (default: 2)")
+    app.add_option("--retries", request.retries,
+                   "with --service: attempts after the first, if it is not\navailable (default: 2)")
         ->type_name("N")
         ->check(between(0, kMostRetries));
-    app.add_option("--request-only", options.requestFile, "write the request for a service to FILE and stop")
+    app.add_option("--request-only", options.requestFile, "write the request to FILE instead of sending it, and stop")
         ->type_name("FILE");
-    app.add_option("--response", options.responseFile, "take the answer to the request from FILE")->type_name("FILE");
+    app.add_option("--response", options.responseFile, "read the answer to such a request from FILE")
+        ->type_name("FILE");
 }
 
 void takeOptions(const GenerativeOptions& options, const std::string& done, jobs::GenerativeJobRequest& request)

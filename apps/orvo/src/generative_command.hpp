@@ -26,7 +26,7 @@ struct GenerativeOptions
 /// FILE, --output, --force, --quality and --bits. `done`: see bindOutput().
 void bindPicture(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options,
                  const std::string& done);
-/// The same with FILES, --batch and --memory.
+/// The same with FILES; bindEachPicture() completes it.
 void bindPictures(Options& app, jobs::GenerativeJobRequest& request, GenerativeOptions& options,
                   const std::string& done);
 /// --service, --timeout, --retries, --request-only, --response.
@@ -60,9 +60,10 @@ template <typename Request, typename Result>
             return wrongUsage(name, kHalvesOfOne);
         return runEachPicture(std::move(command), request, job);
     }
-    if (options.files.empty())
-        return wrongUsage(name, kNoFiles);
-    options.file = options.files.front();
+    const auto file = onlyFile(name, options.files, options.batch);
+    if (!file)
+        return kWrongUsage;
+    options.file = *file;
     takeOptions(options, done, request);
     Result result;
     return runGenerativeCommand({.name = name,

@@ -27,7 +27,7 @@ constexpr const char* kExamples =
     "    orvo hdr a.dng b.dng c.dng -o merged.tif --align --deghost medium --ghost-reference 2\n"
     "  Every bracket of a memory card, several at once:\n"
     "    orvo hdr --batch /media/card/DCIM/100CANON -o merged --align\n"
-    "  The light of the scene, for rendering or measuring:\n"
+    "  Linear radiance, for rendering or measuring:\n"
     "    orvo hdr room-*.dng --radiance room.exr\n"
     "  A file whose name begins with a dash:\n"
     "    orvo hdr -o merged.jpg -- -1.jpg -2.jpg -3.jpg\n";
@@ -68,10 +68,12 @@ constexpr const char* kNotOfRadiance[] = {"--output",          "--force",     "-
 void bindRadiance(Options& app, HdrOptions& options)
 {
     auto* const radiance = app.add_option("--radiance", options.radiance,
-                                          "write the light of the scene to FILE.exr, linear, for rendering\n"
-                                          "and measuring, instead of a picture to look at")
+                                          "write linear radiance to FILE, an .exr, for rendering and measuring,\n"
+                                          "instead of a picture for viewing")
                                ->type_name("FILE");
-    app.add_option("--evs", options.evs, "exposures of the FILES in EV, where they do not state them: -2,0,2")
+    app.add_option("--evs", options.evs,
+                   "with --radiance: exposures of the FILES in EV, such as -2,0,2,\n"
+                   "for files without exposure data")
         ->type_name("X,X,...")
         ->needs(radiance)
         ->check(CLI::Validator(
@@ -85,16 +87,16 @@ void bindMergeOptions(Options& app, HdrOptions& options)
 {
     auto& request = options.request;
     app.add_flag("--align", request.align, "align frames that were taken by hand");
-    app.add_flag("--fast", request.fast, "align less finely, to whole pixels, in less time");
-    bindStrict(app, request, "fail if a frame cannot be aligned, instead of merging it where it lies");
+    app.add_flag("--fast", request.fast, "with --align: faster, but only to whole pixels");
+    bindStrict(app, request, "fail if a frame cannot be aligned, instead of merging it unaligned");
     bindDeghost(app, options.deghost);
     bindFrameNumber(app, "--ghost-reference", options.ghostReference,
-                    "keep moving subjects as in the Nth of the FILES, from 1");
+                    "with --deghost: keep moving subjects as in the Nth of the FILES, from 1");
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
-    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 to 1: all of it (default: 0)")
+    app.add_option("--white-balance", request.whiteBalance, "remove a colour cast, 0 (off) to 1 (full) (default: 0)")
         ->type_name("X")
         ->check(between(0.0, 1.0));
-    app.add_option("--details", request.details, "enhance fine detail, 0 to 1: the most (default: 0)")
+    app.add_option("--details", request.details, "enhance fine detail, 0 (off) to 1 (most) (default: 0)")
         ->type_name("X")
         ->check(between(0.0, 1.0));
 }

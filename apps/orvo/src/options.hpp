@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -19,6 +20,17 @@
 
 namespace orvo::cli {
 
+/// Help without CLI11's list of the options that an option needs: the option's own text names them.
+class HelpText : public CLI::Formatter
+{
+public:
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        const std::string text = Formatter::make_option_opts(option);
+        return text.substr(0, text.find(" " + get_label("Needs") + ":"));
+    }
+};
+
 /// The option parser of a command; its name in help texts is "orvo NAME".
 class Options : public CLI::App
 {
@@ -26,6 +38,7 @@ public:
     Options(const std::string& command_, const std::string& description)
         : CLI::App(description, "orvo " + command_), command(command_)
     {
+        formatter(std::make_shared<HelpText>());
         constexpr std::size_t kOptionColumn = 24; // the longest option with its value, and two blanks
         get_formatter()->column_width(kOptionColumn);
         get_formatter()->label("REQUIRED", "");

@@ -151,34 +151,38 @@ void bindPanoOptions(Options& app, PanoOptions& options)
         ->type_name("NAME")
         ->check(oneOf(kProjections));
     app.add_option("--max-size", options.maxSize,
-                   "limit of the longest side in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
-                       " (default: as the FILES)")
+                   "longest side in pixels, 1 to " + std::to_string(kLongestPanoramaSide) +
+                       " (default: full resolution)")
         ->type_name("N")
         ->check(between(1, kLongestPanoramaSide));
     app.add_flag("--devignette", options.request.devignette, "remove dark corners, measured in the overlaps");
     bindCorrections(app, options.request.chromaticAberrations, options.request.lensCorrection);
-    bindStrict(app, options.request, "fail if a picture matches no other, instead of leaving it out");
+    bindStrict(app, options.request, "fail if a picture matches no other, instead of omitting it");
 }
 
 void bindSourceOptions(Options& app, PanoOptions& options)
 {
     constexpr int kMostFrames = 1'000'000'000;
     auto* const brackets = app.add_flag("--brackets", options.request.brackets,
-                                        "FILES are exposure brackets, separated by time and exposure");
-    app.add_option("--bracket-size", options.request.bracketSize, "every N neighbours of FILES are a bracket")
+                                        "FILES are exposure brackets, one for each view;\n"
+                                        "'orvo frames --group' shows how they are separated");
+    app.add_option("--bracket-size", options.request.bracketSize,
+                   "with --brackets: every N consecutive FILES are a bracket")
         ->type_name("N")
         ->needs(brackets)
         ->check(between(1, 100));
-    auto* const video = app.add_option("--video", options.video, "a pan instead of FILES")->type_name("FILE");
-    app.add_option("--from", options.request.from, "first frame of the video, from 0")
+    auto* const video =
+        app.add_option("--video", options.video, "stitch the video of a pan instead of FILES")->type_name("FILE");
+    app.add_option("--from", options.request.from, "with --video: the first frame, from 0 (default: 0)")
         ->type_name("N")
         ->needs(video)
         ->check(between(0, kMostFrames));
-    app.add_option("--to", options.request.to, "the frame after its last one (default: all)")
+    app.add_option("--to", options.request.to, "with --video: the frame after the last one (default: the end)")
         ->type_name("N")
         ->needs(video)
         ->check(between(1, kMostFrames));
-    app.add_option("--frame", options.frames, "add this part of frame N, X,Y,W,H in pixels; may be repeated")
+    app.add_option("--frame", options.frames,
+                   "with --video: also use this part of frame N, in pixels;\nmay be repeated")
         ->type_name("N:X,Y,W,H")
         ->needs(video)
         ->expected(1)
@@ -188,18 +192,20 @@ void bindSourceOptions(Options& app, PanoOptions& options)
 
 void bindViewOptions(Options& app, PanoOptions& options)
 {
-    app.add_option("--shift", options.shift, "move the view by fractions of the canvas, right and down")
+    app.add_option("--shift", options.shift, "move the view right and down by fractions of the canvas, -1 to 1")
         ->type_name("X,Y")
         ->check(shiftText());
     constexpr double kHalfTurn = 180.0;
-    app.add_option("--turn", options.request.turnDegrees, "then turn it clockwise, -180 to 180")
+    app.add_option("--turn", options.request.turnDegrees, "turn the view clockwise, -180 to 180 degrees; after --shift")
         ->type_name("DEG")
         ->check(between(-kHalfTurn, kHalfTurn));
-    app.add_flag("--straighten", options.request.straighten, "then turn it until the horizon is level");
+    app.add_flag("--straighten", options.request.straighten, "level the horizon; after --turn");
     app.add_flag("--transparent", options.request.transparent,
-                 "leave transparent what no picture covers, instead of white;\nPNG, TIFF and EXR");
+                 "make areas that no picture covers transparent instead of\nwhite; PNG, TIFF and EXR");
     app.add_option("--crop", options.crop,
-                   "none, auto (largest full rectangle), or X,Y,W,H in pixels of none\n(default: none)")
+                   "none, auto (the largest rectangle without gaps; of a planet the\n"
+                   "largest one in it, also if nothing covers its foot), or X,Y,W,H\n"
+                   "in pixels of the uncropped result (default: none)")
         ->type_name("CROP")
         ->check(cropText());
 }

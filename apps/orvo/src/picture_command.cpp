@@ -124,9 +124,10 @@ std::optional<std::vector<std::filesystem::path>> readInput(const std::string& c
 void bindOutput(Options& app, OutputOptions& output, const std::string& done)
 {
     app.add_option("-o,--output", output.file,
-                   "the result: .jpg, .png, .tif or .exr\n(default: beside the first input, named -" + done + ")")
+                   "the result: .jpg, .png, .tif or .exr\n(default: beside the first input, such as IMG_1-" + done +
+                       ".jpg)")
         ->type_name("FILE");
-    app.add_flag("--force", output.force, "without -o: replace a result that exists");
+    app.add_flag("--force", output.force, "without -o: replace an existing result");
 }
 
 std::filesystem::path outputPath(const OutputOptions& output, const std::filesystem::path& firstInput,
@@ -149,9 +150,9 @@ void bindFormat(Options& app, jobs::PictureJobRequest& request)
         ->type_name("N")
         ->check(between(1, 100));
     app.add_option("--bits", request.bits,
-                   "bits per sample: PNG and TIFF 8 or 16, JPEG 8, EXR 16 or 32\n"
-                   "(default: PNG and TIFF as the deepest input, but 16 for raw\n"
-                   "files and merged brackets; EXR 16)")
+                   "bits per sample: 8 or 16 in PNG and TIFF, 16 or 32 in EXR, 8 in JPEG\n"
+                   "(default: as many as the deepest input has; 16 for raw files,\n"
+                   "merged brackets and EXR)")
         ->type_name("N")
         ->check(between(8, 32));
 }

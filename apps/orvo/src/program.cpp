@@ -17,21 +17,21 @@ namespace {
 constexpr std::array kCommands = {
     Command{"hdr", "merge an exposure bracket into one picture", runHdr},
     Command{"stack", "merge a focus series into one picture that is sharp throughout", runStack},
+    Command{"pano", "stitch pictures taken from one point into a panorama", runPano},
+    Command{"upscale", "enlarge pictures 2 to 16 times", runUpscale},
+    Command{"restore", "reduce noise and blur in pictures", runRestore},
+    Command{"erase", "erase objects marked with boxes, brush strokes or masks", runErase},
+    Command{"fill", "fill the area that a mask marks, and change no other pixel", runFill},
+    Command{"expand", "add a border that continues the picture", runExpand},
+    Command{"frames", "list frames by exposure, or sort a memory card into groups", runFrames},
     Command{"label", "write copies of frames with their numbers in the picture", runLabel},
-    Command{"upscale", "enlarge a picture 2 to 16 times", runUpscale},
-    Command{"fill", "take something out of a picture, or fill a border", runFill},
-    Command{"erase", "erase what is marked in a picture", runErase},
-    Command{"expand", "add a border to a picture and paint it", runExpand},
-    Command{"restore", "make a noisy or soft picture better", runRestore},
-    Command{"pano", "stitch pictures taken from one point into a wide one", runPano},
-    Command{"frames", "list the frames of a bracket by exposure", runFrames},
-    Command{"serve", "answer requests for erased, expanded and restored pictures over HTTP", runServe},
+    Command{"serve", "answer requests of erase, expand and restore over HTTP, for tests", runServe},
     Command{"demo", "create example pictures and run the other commands on them", runDemo},
 };
 
 std::string mainHelp()
 {
-    std::string text = "orvo merges, stacks, enlarges and stitches photographs.\n"
+    std::string text = "orvo merges, stacks, stitches, enlarges and repairs photographs.\n"
                        "\n"
                        "Usage: orvo COMMAND [OPTIONS] ...\n"
                        "\n"

@@ -10,16 +10,21 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Makes a noisy or soft picture better: less noise, less blur, a little more local contrast, clearer\n"
-    "faces. The program does it itself, or a service does (see docs/service.md for the protocol).\n"
+    "Reduces noise and blur, raises local contrast slightly and sharpens faces. Several pictures, or\n"
+    "those of a folder, are restored one by one.\n"
     "\n"
-    "The picture is restored at a size of at most 2700 pixels a side. What that changed is then brought\n"
-    "to the size of the picture by the upscaler, and the picture's own fine detail is put back where it\n"
-    "is not noise. --as-is writes the restored picture as it comes instead, in sRGB.\n";
+    "The restoration works on a copy of at most 2700 pixels a side. Its changes are then enlarged to\n"
+    "the size of the picture, whose own fine detail is kept where it is not noise. --as-is writes the\n"
+    "smaller copy instead.\n"
+    "\n"
+    "With --service a generative service restores the copy instead of the program (docs/service.md\n"
+    "describes the protocol).\n";
 constexpr const char* kWhatWasDone = jobs::kDoneRestored;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A picture from a dark room:\n"
                                   "    orvo restore party.jpg -o party-clear.jpg\n"
+                                  "  Every picture of a folder:\n"
+                                  "    orvo restore party -o clear\n"
                                   "  For a small print of an old scan:\n"
                                   "    orvo restore scan.tif -o scan-clear.jpg --as-is\n";
 
@@ -31,7 +36,8 @@ int runRestore(int argc, char** argv)
     GenerativeOptions options;
     jobs::RestoreJobRequest request;
     bindPictures(app, request, options, kWhatWasDone);
-    app.add_flag("--as-is", request.asIs, "write what comes back: at most 2700 pixels a side, in sRGB");
+    app.add_flag("--as-is", request.asIs, "write the restored copy: at most 2700 pixels a side, in sRGB");
+    bindEachPicture(app, options.batch);
     bindService(app, request, options);
     bindRun(app, request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);

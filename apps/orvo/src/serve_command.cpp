@@ -16,12 +16,13 @@ namespace orvo::cli {
 namespace {
 
 constexpr const char* kAbout =
-    "Answers requests of 'orvo erase', 'orvo expand' and 'orvo restore', and of editors, over HTTP:\n"
-    "POST /erase, /expand or /restore with JSON, GET /health. It paints from the surroundings, without\n"
-    "a network, so that the way of a request can be tried without a generative service.\n"
+    "Answers requests of 'orvo erase', 'orvo expand', 'orvo restore' and photo editors over HTTP:\n"
+    "POST /erase, /expand or /restore with JSON, and GET /health (docs/service.md describes the\n"
+    "protocol). The answers are those of the built-in methods, so that a client can be tested without\n"
+    "a generative service.\n"
     "\n"
-    "It listens on this machine alone unless --address says otherwise, and has no access control.\n"
-    "SIGINT and SIGTERM end it.\n";
+    "It accepts connections from this machine only, unless --address is given, and has no access\n"
+    "control. SIGINT and SIGTERM end it.\n";
 constexpr const char* kExamples =
     "Examples:\n"
     "  On a port that is free, which is printed:\n"

@@ -15,8 +15,8 @@ namespace {
 constexpr const char* kAbout =
     "Merges a focus series (the same view taken several times, each focused nearer or farther)\n"
     "into one picture that is sharp throughout.\n"
-    "Give the files in the order of the focus. The frames are aligned, since focusing\n"
-    "changes the scale a little.\n";
+    "Pass the files in the order of their focus. The frames are aligned, since focusing changes\n"
+    "the scale slightly.\n";
 constexpr const char* kWhatWasDone = jobs::kDoneStacked;
 constexpr const char* kExamples = "Examples:\n"
                                   "  A flower, focused from its front to its back:\n"
@@ -44,10 +44,10 @@ void bindStackOptions(Options& app, StackOptions& options)
 {
     auto& request = options.request;
     app.add_flag("--no-align", options.noAlign, "do not align the frames");
-    app.add_flag("--fast", request.fast, "align less finely: detail becomes softer");
+    app.add_flag("--fast", request.fast, "align faster; fine detail becomes softer");
     bindFrameNumber(app, "--reference", options.reference,
                     "align to the Nth of the FILES, from 1 (default: the middle one)");
-    bindStrict(app, request, "fail if a frame cannot be aligned, instead of stacking it where it lies");
+    bindStrict(app, request, "fail if a frame cannot be aligned, instead of stacking it unaligned");
     bindDeghost(app, options.deghost);
     bindCorrections(app, request.chromaticAberrations, request.lensCorrection);
 }

@@ -16,7 +16,8 @@ namespace {
 constexpr const char* kAbout =
     "Enlarges a picture to twice its width and height, or up to 16 times, with sharper edges and\n"
     "finer detail than plain resizing: for a large print of an old file, or after a tight crop.\n"
-    "Faces are detected and sharpened. An ONNX network can replace the built-in filters.\n";
+    "Faces are detected and sharpened. An ONNX network can replace the built-in filters.\n"
+    "Several pictures, or those of a folder, are enlarged one by one.\n";
 constexpr const char* kWhatWasDone = jobs::kDoneLarge;
 constexpr const char* kExamples = "Examples:\n"
                                   "  Twice the size, for a print:\n"
@@ -46,12 +47,12 @@ void bindUpscaleOptions(Options& app, UpscaleOptions& options)
                    "number of doublings, 1 to 4: each side grows 2 to 16 times (default: 1)")
         ->type_name("N")
         ->check(between(1, kMostUpscalePasses));
-    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 to 3: the most (default: 0)")
+    app.add_option("--denoise", request.denoise, "smooth noise before enlarging, 0 (off) to 3 (most) (default: 0)")
         ->type_name("N")
         ->check(between(0, 3));
     app.add_flag("--crisp", request.crisp, "sharpen soft edges");
     app.add_flag("--no-faces", options.noFaces, "do not sharpen faces");
-    app.add_option("--model", options.model, "use this ONNX super-resolution network instead of the filters")
+    app.add_option("--model", options.model, "ONNX super-resolution network to use instead of the filters")
         ->type_name("FILE");
 }
 
@@ -75,10 +76,11 @@ int runUpscale(int argc, char** argv)
     Options app("upscale", kAbout);
     UpscaleOptions options;
     auto& request = options.request;
-    bindEachPicture(app, options.files, options.batch);
+    bindFiles(app, options.files);
     bindOutput(app, options.output, kWhatWasDone);
     bindFormat(app, request);
     bindUpscaleOptions(app, options);
+    bindEachPicture(app, options.batch);
     bindRun(app, request, options.run);
     app.footer(std::string(kExamples) + kExitCodes);
     if (const auto exitCode = app.read(argc, argv))
@@ -89,9 +91,10 @@ int runUpscale(int argc, char** argv)
         const jobs::UpscaleNetwork network(request.model);
         return runEachPicture(batchCommandOf("upscale", options, kWhatWasDone), request, jobs::upscaleJob);
     }
-    if (options.files.empty())
-        return wrongUsage("upscale", kNoFiles);
-    request.source = options.files.front();
+    const auto file = onlyFile("upscale", options.files, options.batch);
+    if (!file)
+        return kWrongUsage;
+    request.source = *file;
     request.output = outputPath(options.output, request.source, kWhatWasDone, request);
 
     jobs::UpscaleJobResult result;

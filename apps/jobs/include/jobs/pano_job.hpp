@@ -15,7 +15,7 @@ namespace orvo::jobs {
 enum class PanoCrop
 {
     None,      ///< everything, over white
-    Auto,      ///< the largest rectangle inside the content
+    Auto,      ///< the largest rectangle inside the content; of a planet also over what the content encloses
     Rectangle, ///< PanoJobRequest::cropRect
 };
 

@@ -3,7 +3,15 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvo-extensions)
 set(CPACK_PACKAGE_VENDOR "the authors of orvo_extensions")
-set(CPACK_PACKAGE_CONTACT "the authors of orvo_extensions <root@localhost>")  # a field that dpkg requires
+# The maintainer of a package, which dpkg requires, is whoever distributes it. A package for one's own machine needs no
+# address.
+set(ORVO_PACKAGE_CONTACT "" CACHE STRING "maintainer of the package: NAME <ADDRESS>")
+set(CPACK_PACKAGE_CONTACT ${CPACK_PACKAGE_VENDOR})
+if(ORVO_PACKAGE_CONTACT)
+  set(CPACK_PACKAGE_CONTACT ${ORVO_PACKAGE_CONTACT})
+elseif(PROJECT_HOMEPAGE_URL)
+  string(APPEND CPACK_PACKAGE_CONTACT ", ${PROJECT_HOMEPAGE_URL}")
+endif()
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "merges brackets, focus series and panoramas, upscales and fills pictures")
 set(CPACK_PACKAGE_DESCRIPTION "The command line program orvo, and the C++20 library orvo_extensions behind it for photo editors, with its headers,
 CMake package and pkg-config file.")

@@ -208,13 +208,13 @@ std::optional<double> biasOf(const Tags& tags)
     return std::nullopt;
 }
 
-// 0 means a single picture.
+// 0 means a single picture, and the largest short that there is no number.
 std::optional<int> sequenceNumberOf(const Tags& tags)
 {
-    constexpr float kLongestSequence = 1e5f;
-    const float number =
-        tags.positive({"Exif.CanonSi.Sequence", "Exif.Panasonic.SequenceNumber", "Exif.Sony1.SequenceNumber"},
-                      static_cast<double>(kLongestSequence));
+    constexpr double kLongestSequence = 65534.0;
+    const float number = tags.positive({"Exif.CanonSi.Sequence", "Exif.Panasonic.SequenceNumber",
+                                        "Exif.Sony1.SequenceNumber", "Exif.Fujifilm.SequenceNumber"},
+                                       kLongestSequence);
     return number > 0.0f ? std::optional(static_cast<int>(number)) : std::nullopt;
 }
 

@@ -25,7 +25,8 @@ struct CaptureFacts
     std::string bodySerial;
     std::optional<ExposureMode> exposureMode;
     std::optional<double> exposureBias; ///< EV
-    /// Position within a burst, bracket or series, as Canon, Panasonic and Sony write it. It rises with each picture.
+    /// Position within a burst, bracket or series, as Canon, Fujifilm, Panasonic and Sony write it. It rises with each
+    /// picture.
     std::optional<int> sequenceNumber;
 };
 

@@ -63,7 +63,7 @@ struct BatchCommand
 /// What the options of a command say; without kinds and task.
 template <typename CommandOptions>
 [[nodiscard]] BatchCommand batchCommandOf(const std::string& name, const CommandOptions& options,
-                                          const std::string& done)
+                                          const std::string& done, int threads)
 {
     return {.name = name,
             .run = options.run,
@@ -72,7 +72,7 @@ template <typename CommandOptions>
             .output = options.output,
             .done = done,
             .kinds = {},
-            .threads = options.request.threads,
+            .threads = threads,
             .jobsAtOnce = 0,
             .task = {}};
 }

@@ -76,17 +76,10 @@ std::string generativeAsText(const jobs::GenerativeJobResult& result, const jobs
 BatchCommand generativeBatchOf(const std::string& name, const std::string& done, const GenerativeOptions& options,
                                const jobs::GenerativeJobRequest& request)
 {
-    return {.name = name,
-            .run = options.run,
-            .options = options.batch,
-            .files = options.files,
-            .output = options.output,
-            .done = done,
-            .kinds = {},
-            .threads = request.threads,
-            // A service is sent one picture at a time: it may refuse another one while it works.
-            .jobsAtOnce = request.service.empty() ? std::size_t{0} : std::size_t{1},
-            .task = {}};
+    BatchCommand command = batchCommandOf(name, options, done, request.threads);
+    // A service is sent one picture at a time: it may refuse another one while it works.
+    command.jobsAtOnce = request.service.empty() ? 0 : 1;
+    return command;
 }
 
 int runGenerativeCommand(PictureCommand command, const jobs::GenerativeJobRequest& request)

@@ -112,7 +112,7 @@ jobs::HdrJobRequest requestFor(const HdrOptions& options, const std::vector<std:
 
 int runBatch(const HdrOptions& options)
 {
-    BatchCommand command = batchCommandOf("hdr", options, kWhatWasDone);
+    BatchCommand command = batchCommandOf("hdr", options, kWhatWasDone, options.request.threads);
     command.kinds = {PictureGroupKind::Bracket};
     command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
         return batchTaskOf(requestFor(options, job.files), job.files, output, jobs::hdrJob);

@@ -243,7 +243,7 @@ int runBatch(const PanoOptions& options)
 {
     if (!options.video.empty())
         return wrongUsage("pano", "--batch takes pictures, not a video");
-    BatchCommand command = batchCommandOf("pano", options, kWhatWasDone);
+    BatchCommand command = batchCommandOf("pano", options, kWhatWasDone, options.request.threads);
     command.kinds = {PictureGroupKind::BracketPanorama};
     if (!options.request.brackets)
         command.kinds.push_back(PictureGroupKind::Panorama);

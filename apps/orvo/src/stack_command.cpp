@@ -64,7 +64,7 @@ jobs::StackJobRequest requestFor(const StackOptions& options, const std::vector<
 
 int runBatch(const StackOptions& options)
 {
-    BatchCommand command = batchCommandOf("stack", options, kWhatWasDone);
+    BatchCommand command = batchCommandOf("stack", options, kWhatWasDone, options.request.threads);
     command.kinds = {PictureGroupKind::FocusSeries};
     command.task = [&](const BatchFiles& job, const std::filesystem::path& output) {
         return batchTaskOf(requestFor(options, job.files), job.files, output, jobs::stackJob);

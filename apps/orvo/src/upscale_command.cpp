@@ -89,7 +89,8 @@ int runUpscale(int argc, char** argv)
     request.faces = !options.noFaces;
     if (isEachPicture(options.files, options.batch)) {
         const jobs::UpscaleNetwork network(request.model);
-        return runEachPicture(batchCommandOf("upscale", options, kWhatWasDone), request, jobs::upscaleJob);
+        return runEachPicture(batchCommandOf("upscale", options, kWhatWasDone, options.request.threads), request,
+                              jobs::upscaleJob);
     }
     const auto file = onlyFile("upscale", options.files, options.batch);
     if (!file)

@@ -81,8 +81,8 @@ const Maker kCanon{"Canon", "", std::nullopt};
 const Maker kPanasonic{"Panasonic", std::string("Panasonic\0\0\0", 12), std::nullopt};
 const Maker kSony{"SONY", std::string("SONY DSC \0\0\0", 12), std::nullopt};
 const Maker kFujifilm{"FUJIFILM", "FUJIFILM" + littleEndian(12, 4), 0};
-const Maker kNikon{"NIKON CORPORATION", std::string("Nikon\0\2\x10\0\0", 10) + "II" + littleEndian(42, 2) + littleEndian(8, 4),
-                   10};
+const Maker kNikon{"NIKON CORPORATION",
+                   std::string("Nikon\0\2\x10\0\0", 10) + "II" + littleEndian(42, 2) + littleEndian(8, 4), 10};
 
 class MakerNotes : public testing::Test
 {

@@ -22,6 +22,7 @@
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_extensions/panorama.hpp>
 #include <orvo_extensions/picture_input.hpp>
+#include <orvo_extensions/radiance.hpp>
 #include <orvo_extensions/warp_type.hpp>
 
 #include <functional>
@@ -50,6 +51,13 @@ struct HdrRequest : OperationCalls
     std::function<void(HDRMergingPhaseName)> onPhase;
 };
 
+/// mergeRadiance(): merges an exposure bracket into the light of the scene.
+struct RadianceRequest : OperationCalls
+{
+    std::vector<PictureInput> pictures; ///< in any order; `settings.evs` counts them
+    RadianceSettings settings;
+};
+
 /// makeFocusStack(): merges a focus series.
 struct FocusStackRequest : OperationCalls
 {
@@ -75,7 +83,8 @@ struct UpscaleRequest : OperationCalls
 /// The picture, or the failure, and what else there is to say.
 struct OperationResult
 {
-    std::shared_ptr<Image> image;      ///< in melissaRGB(), panoramas in sRGB(); empty if the operation failed
+    /// In melissaRGB(), panoramas in sRGB(), radiance linear as in RadianceMap; empty if the operation failed.
+    std::shared_ptr<Image> image;
     std::optional<Failure> failure;    ///< set if there is no picture
     std::vector<std::string> warnings; ///< see lastWarnings()
     std::vector<Failure> shortfalls;   ///< see lastShortfalls()
@@ -90,6 +99,14 @@ struct HdrResult : OperationResult
     std::shared_ptr<_ImageData<PixelRGB<float>>> middleFrame; ///< by exposure, as loaded; developed if raw
 };
 
+/// The linear picture, and what its values mean: see RadianceMap.
+struct RadianceResult : OperationResult
+{
+    float whiteLuminance = 0.0f; ///< cd/m2; 0 if unknown
+    std::vector<float> evs;      ///< in the order of the pictures, 0 for the middle frame
+    double clipped = 0.0;        ///< share of the pixels
+};
+
 /// The panorama, and where its pictures are in it.
 struct PanoramaResult : OperationResult
 {
@@ -100,6 +117,7 @@ struct PanoramaResult : OperationResult
 };
 
 [[nodiscard]] ORVO_EXPORT HdrResult perform(const HdrRequest& request);
+[[nodiscard]] ORVO_EXPORT RadianceResult perform(const RadianceRequest& request);
 [[nodiscard]] ORVO_EXPORT OperationResult perform(const FocusStackRequest& request);
 [[nodiscard]] ORVO_EXPORT PanoramaResult perform(const PanoramaRequest& request);
 [[nodiscard]] ORVO_EXPORT OperationResult perform(const UpscaleRequest& request);

@@ -2,6 +2,7 @@
 #include "bracket/camera_response.hpp"
 #include "bracket/frames.hpp"
 #include "frame/call_frame.hpp"
+#include "frame/performed.hpp"
 
 #include <orvo_common/part_progress.hpp>
 #include <orvo_core/parallel.hpp>
@@ -47,14 +48,15 @@ struct Exposure
     float code = 0.0f;   // deviation of a value
 };
 
-std::vector<HDRFrame> loaded(const std::vector<std::filesystem::path>& paths, const RunControl& run)
+std::vector<HDRFrame> loaded(const std::vector<PictureInput>& inputs, const RunControl& run)
 {
     std::vector<HDRFrame> frames;
     const ImageReadOptions options{.profile = ColorProfileType::sRGB()};
-    for (const auto& path : paths) {
+    for (const PictureInput& input : inputs) {
+        const std::filesystem::path& path = input.path();
         run.throwIfCancelled();
-        const auto image =
-            ImageReader::instance().open({path, {}}, options, ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+        const auto image = ImageReader::instance().open({path, {}, input.memory()}, options,
+                                                        ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
         if (!image) {
             details::stateLastFailure({FailureKind::UnreadableFile, path, "the picture cannot be read"});
             return {};
@@ -71,7 +73,7 @@ std::vector<HDRFrame> loaded(const std::vector<std::filesystem::path>& paths, co
         if (!frames.empty() && hasRawMark(frame) != hasRawMark(frames.front()))
             refuse(path, "raw files and others cannot be merged: their light has no common scale");
         frames.push_back(std::move(frame));
-        run.report(kLoaded * static_cast<float>(frames.size()) / static_cast<float>(paths.size()));
+        run.report(kLoaded * static_cast<float>(frames.size()) / static_cast<float>(inputs.size()));
     }
     return frames;
 }
@@ -213,12 +215,26 @@ float whiteLuminanceOf(const ImageMetadata& metadata)
                : 0.0f;
 }
 
-RadianceMap merged(const std::vector<std::filesystem::path>& paths, const RadianceSettings& settings,
-                   const RunControl& run)
+int sampleBitsOf(const PictureInput& input)
 {
-    if (paths.empty())
+    if (input.memory() == nullptr)
+        return orvo::sampleBitsOf(input.path());
+    switch (input.memory()->samples) {
+    case MemoryPicture::Samples::UInt8:
+        return 8;
+    case MemoryPicture::Samples::UInt16:
+        return 16;
+    case MemoryPicture::Samples::Float32:
+        break;
+    }
+    return 32;
+}
+
+RadianceMap merged(const std::vector<PictureInput>& inputs, const RadianceSettings& settings, const RunControl& run)
+{
+    if (inputs.empty())
         throw FailureError({FailureKind::Internal, {}, "no picture files were given"});
-    std::vector<HDRFrame> frames = loaded(paths, run);
+    std::vector<HDRFrame> frames = loaded(inputs, run);
     if (frames.empty())
         return {};
     RadianceMap map;
@@ -238,7 +254,7 @@ RadianceMap merged(const std::vector<std::filesystem::path>& paths, const Radian
     for (const std::size_t index : order) {
         HDRFrame& frame = frames[index];
         frame.ev = map.evs[index];
-        const bool isCoarse = !isLinear(frame) && sampleBitsOf(frame.path) <= 8;
+        const bool isCoarse = !isLinear(frame) && sampleBitsOf(inputs[index]) <= 8;
         exposures.push_back({std::exp2(static_cast<double>(frame.ev)),
                              frame.metadata->isoSpeed > 0.0f ? frame.metadata->isoSpeed / kUsualIso : 1.0f,
                              isCoarse ? kCodeDeviation : 0.0f});
@@ -298,7 +314,19 @@ RadianceMap mergeRadiance(const std::vector<std::filesystem::path>& paths, const
                              if (progress)
                                  progress(share);
                          });
-    return runInCallFrame("mergeRadiance", run, [&] { return merged(paths, settings, run); });
+    return runInCallFrame("mergeRadiance", run, [&] { return merged(inputsOf(paths), settings, run); });
+}
+
+RadianceResult perform(const RadianceRequest& request)
+{
+    return details::performed<RadianceResult>("mergeRadiance", request,
+                                              [&](const RunControl& run, RadianceResult& result) {
+                                                  RadianceMap map = merged(request.pictures, request.settings, run);
+                                                  result.image = std::move(map.image);
+                                                  result.whiteLuminance = map.whiteLuminance;
+                                                  result.evs = std::move(map.evs);
+                                                  result.clipped = map.clipped;
+                                              });
 }
 
 } // namespace orvo

@@ -125,7 +125,7 @@ TEST_F(Batch, GoesOnWhereItStopped)
     std::filesystem::remove(folder / "card/IMG_0003-merged.jpg");
     const Finished again = run({"hdr", "--batch", "card"});
     EXPECT_EQ(again.exitCode, 0) << again.err;
-    EXPECT_THAT(again.out, HasSubstr("skipped      card/IMG_0001-merged.jpg: is there, and no input is newer\n"));
+    EXPECT_THAT(again.out, HasSubstr("skipped      card/IMG_0001-merged.jpg: exists, and no input is newer\n"));
     EXPECT_THAT(again.out, HasSubstr("1 done, 1 skipped, 0 failed in "));
     EXPECT_THAT(run({"hdr", "--batch", "card", "--force"}).out, HasSubstr("2 done, 0 skipped, 0 failed in "));
 }

@@ -5,6 +5,7 @@
 
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_extensions/focus_stack.hpp>
+#include <orvo_extensions/radiance.hpp>
 #include <orvo_extensions/requests.hpp>
 #include <orvo_extensions/upscale.hpp>
 #include <orvo_io/image_reader.hpp>
@@ -77,7 +78,7 @@ void expectSamePicture(const std::shared_ptr<Image>& found, const std::shared_pt
     EXPECT_EQ(*found->metadata()->fileProfile, *expected->metadata()->fileProfile);
 }
 
-/// The four operations on small pictures.
+/// The operations on small pictures.
 class Requests : public testing::Test
 {
 protected:
@@ -120,6 +121,13 @@ protected:
         request.settings.ghostRefImageIdx = 1;
         return request;
     }
+    static RadianceRequest measuring(const std::vector<PictureInput>& inputs)
+    {
+        RadianceRequest request;
+        request.pictures = inputs;
+        request.settings.evs = {1.0f, -1.0f, 0.0f}; // the files of bracket() do not state them
+        return request;
+    }
     static FocusStackRequest stacking(const std::vector<PictureInput>& inputs)
     {
         FocusStackRequest request;
@@ -141,7 +149,7 @@ protected:
         return request;
     }
 
-    /// Performs all four with these calls, and passes each result on with its name.
+    /// Performs all of them with these calls, and passes each result on with its name.
     void performEach(const OperationCalls& calls,
                      const std::function<void(const std::string&, const OperationResult&)>& check)
     {
@@ -150,6 +158,7 @@ protected:
             return request;
         };
         check("hdr", perform(with(merging(inputsOf(bracket())))));
+        check("radiance", perform(with(measuring(inputsOf(bracket())))));
         check("stack", perform(with(stacking(inputsOf(series())))));
         check("panorama", perform(with(stitching(inputsOf(views())))));
         check("upscale", perform(with(enlarging(small()))));
@@ -206,6 +215,23 @@ TEST_F(Requests, GhostsAreTakenFromTheFirstPictureUnlessAnotherIsChosen)
     EXPECT_EQ(largestDifference(*mergedWith(byDefault), *mergedWith(0)), 0.0f);
     EXPECT_EQ(largestDifference(*mergedWith(-1), *mergedWith(2)), 0.0f) << "the middle one by exposure";
     EXPECT_GT(largestDifference(*mergedWith(-1), *mergedWith(0)), 0.1f);
+}
+
+TEST_F(Requests, RadianceIsThatOfTheFunctionFromFilesAndFromMemory)
+{
+    const Paths files = bracket();
+    const RadianceRequest request = measuring(inputsOf(files));
+    const RadianceMap expected = mergeRadiance(files, request.settings, {}, {});
+    const RadianceResult fromFiles = perform(request);
+    const Layers layers(files);
+    for (const auto& file : files)
+        std::filesystem::remove(file); // from here on nothing but the samples in memory can be read
+    for (const RadianceResult& result : {fromFiles, perform(measuring(layers.inputs()))}) {
+        expectSamePicture(result.image, expected.image);
+        EXPECT_EQ(result.evs, (std::vector<float>{1.0f, -1.0f, 0.0f}));
+        EXPECT_EQ(result.whiteLuminance, expected.whiteLuminance);
+        EXPECT_EQ(result.clipped, expected.clipped);
+    }
 }
 
 TEST_F(Requests, AFocusStackIsThatOfTheFunctionFromFilesAndFromMemory)
@@ -306,7 +332,8 @@ TEST_F(Requests, AFileThatIsMissingFailsEachOperationTheSameWayAndInSilence)
     parts.push_back(missing);
     testing::internal::CaptureStderr();
     const OperationResult results[] = {perform(merging(inputsOf(frames))), perform(stacking(inputsOf(steps))),
-                                       perform(stitching(inputsOf(parts))), perform(enlarging(missing))};
+                                       perform(stitching(inputsOf(parts))), perform(enlarging(missing)),
+                                       perform(measuring(inputsOf(frames)))};
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     for (const OperationResult& result : results) {
         EXPECT_FALSE(result);
@@ -326,7 +353,8 @@ TEST_F(Requests, APictureInMemoryThatDoesNotFitIsNamed)
     inputs.emplace_back(bad);
     for (const OperationResult& result :
          {static_cast<OperationResult>(perform(merging(inputs))), perform(stacking(inputs)),
-          static_cast<OperationResult>(perform(stitching(inputs))), perform(enlarging(bad))}) {
+          static_cast<OperationResult>(perform(stitching(inputs))), perform(enlarging(bad)),
+          static_cast<OperationResult>(perform(measuring(inputs)))}) {
         ASSERT_TRUE(result.failure);
         EXPECT_EQ(describe(*result.failure), "layer 7: MemoryPicture.data: expected samples, found none");
     }
@@ -336,7 +364,8 @@ TEST_F(Requests, NoPicturesAndNoSettingsAreAFailure)
 {
     for (const OperationResult& result :
          {static_cast<OperationResult>(perform(HdrRequest())), perform(FocusStackRequest()),
-          static_cast<OperationResult>(perform(PanoramaRequest())), perform(UpscaleRequest())}) {
+          static_cast<OperationResult>(perform(PanoramaRequest())), perform(UpscaleRequest()),
+          static_cast<OperationResult>(perform(RadianceRequest()))}) {
         EXPECT_FALSE(result);
         ASSERT_TRUE(result.failure);
         EXPECT_THAT(result.failure->sentence, testing::Not(IsEmpty()));

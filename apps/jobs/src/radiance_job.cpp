@@ -5,9 +5,12 @@
 #include <orvo_common/wide_path.hpp>
 #include <orvo_extensions/failure.hpp>
 #include <orvo_extensions/radiance.hpp>
+#include <orvo_extensions/requests.hpp>
 
 #include <cmath>
 #include <cstdio>
+#include <memory>
+#include <utility>
 
 namespace orvo::jobs {
 namespace {
@@ -41,23 +44,21 @@ void checkFiles(PictureRun& run, const RadianceJobRequest& request, ImageFileFor
     run.throwIfCancelled();
 }
 
-RadianceMap merge(PictureRun& run, const RadianceJobRequest& request)
+std::shared_ptr<Image> merge(PictureRun& run, const RadianceJobRequest& request, RadianceJobResult& result)
 {
     run.report(kBlendStarts);
-    RadianceSettings settings;
-    settings.alignment = request.align;
-    settings.alignmentQuality = request.fast ? AlignmentQuality::Fast : AlignmentQuality::Fine;
-    settings.evs = request.evs;
-    RadianceMap map = mergeRadiance(
-        request.frames, settings, [&run] { return run.isCancelled(); },
-        run.progressFrom(kBlendStarts, kWriteStarts.fraction));
-    run.throwIfCancelled();
-    if (!map.image)
-        throwLastFailure("the merge returned no picture and no reason");
-    if (const auto shortfalls = lastShortfalls(); request.strict && !shortfalls.empty())
-        throw FailureError(shortfalls.front());
-    run.keepWarnings();
-    return map;
+    RadianceRequest merging;
+    merging.pictures = inputsOf(request.frames);
+    merging.settings.alignment = request.align;
+    merging.settings.alignmentQuality = request.fast ? AlignmentQuality::Fast : AlignmentQuality::Fine;
+    merging.settings.evs = request.evs;
+    merging.cancel = [&run] { return run.isCancelled(); };
+    merging.progress = run.progressFrom(kBlendStarts, kWriteStarts.fraction);
+    RadianceResult merged = perform(merging);
+    result.evs = std::move(merged.evs);
+    result.whiteLuminance = merged.whiteLuminance;
+    result.clipped = merged.clipped;
+    return run.pictureOf(std::move(merged), request.strict);
 }
 
 std::string clippedNote(double share)
@@ -82,14 +83,12 @@ RadianceJobResult radianceJob(const RadianceJobRequest& request, const JobCallba
         if (settings.format != ImageFileFormat::Exr)
             throw JobRefusal(pathText(request.output) + ": radiance needs OpenEXR, a name that ends in .exr");
         checkFiles(run, request, settings.format);
-        const RadianceMap map = merge(run, request);
-        result.evs = map.evs;
-        result.whiteLuminance = settings.whiteLuminance = map.whiteLuminance;
-        result.clipped = map.clipped;
+        const std::shared_ptr<Image> merged = merge(run, request, result);
+        settings.whiteLuminance = result.whiteLuminance;
         run.report(kWriteStarts);
-        static_cast<WrittenPicture&>(result) = run.write(*map.image, request.output, settings, 1.0);
-        if (map.clipped > 0.0)
-            run.keepWarnings({clippedNote(map.clipped)});
+        static_cast<WrittenPicture&>(result) = run.write(*merged, request.output, settings, 1.0);
+        if (result.clipped > 0.0)
+            run.keepWarnings({clippedNote(result.clipped)});
     });
     return result;
 }

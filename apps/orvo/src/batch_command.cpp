@@ -226,7 +226,7 @@ std::string itemAsText(const jobs::BatchItem& item)
     case jobs::BatchState::Done:
         return text + writtenAsText(item.result) + " from " + counted(item.inputs.size(), "picture") + "\n";
     case jobs::BatchState::Skipped:
-        return text + printable(pathText(item.output)) + ": is there, and no input is newer\n";
+        return text + printable(pathText(item.output)) + ": exists, and no input is newer\n";
     case jobs::BatchState::Failed:
     case jobs::BatchState::Cancelled:
     case jobs::BatchState::NotStarted:

@@ -39,6 +39,20 @@ TEST_F(HdrInputs, AnotherSize)
     expectFailure("other.jpg", bracket[0]); // both files are named
 }
 
+TEST_F(HdrInputs, AResultAmongTheFramesIsNoted)
+{
+    const std::string result = std::filesystem::path(bracket[0]).stem().string() + "-merged.jpg";
+    std::filesystem::copy_file(folder / bracket[0], folder / result);
+    std::vector<std::string> arguments{"hdr", "-o", "out.jpg", result};
+    arguments.insert(arguments.end(), bracket.begin(), bracket.end());
+    const Finished noted = runOrvo(arguments, {.workingFolder = folder.path()});
+    EXPECT_EQ(noted.exitCode, 0);
+    EXPECT_THAT(noted.errLines(),
+                testing::ElementsAre(testing::HasSubstr("note: " + result + ": by its name a result")));
+    arguments.emplace_back("--quiet");
+    EXPECT_EQ(runOrvo(arguments, {.workingFolder = folder.path()}).err, "");
+}
+
 TEST_F(HdrInputs, GhostReferenceBeyondTheFrames)
 {
     expectEnd({"--deghost", "1", "--ghost-reference", "4"}, 2, "4", "only 3 were given");

@@ -134,6 +134,13 @@ TEST_F(InputFilesTest, AFolderWithoutPicturesIsAnError)
                   "as 100CANON, must be given by name");
 }
 
+TEST_F(InputFilesTest, ResultsAmongFilesAreFoundByTheirNames)
+{
+    const Paths files{"a/IMG_1-merged.jpg", "a/img_1.JPG", "a/IMG_2.jpg", "b/IMG_2-merged.jpg", "a/IMG_2-mine.jpg"};
+    EXPECT_THAT(resultsAmong(files), ElementsAre("a/IMG_1-merged.jpg"));
+    EXPECT_EQ(inputFiles(files).files, files) << "they are used all the same";
+}
+
 TEST_F(InputFilesTest, GivenFilesOfACardAreSiftedToo)
 {
     const Paths files = write({"IMG_1.jpg", "IMG_1-merged.jpg"});

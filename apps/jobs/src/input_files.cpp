@@ -9,6 +9,7 @@
 #include <array>
 #include <cctype>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -214,6 +215,15 @@ bool isFolder(const fs::path& path)
     return fs::is_directory(path, error);
 }
 
+std::map<fs::path, Stems> stemsByFolder(const std::vector<fs::path>& given)
+{
+    std::map<fs::path, Stems> stems;
+    for (const fs::path& path : given)
+        if (!isFolder(path))
+            stems[path.parent_path()].insert(folded(pathText(path.stem())));
+    return stems;
+}
+
 } // namespace
 
 const char* leftOutText(LeftOutReason reason)
@@ -250,14 +260,19 @@ InputFiles inputFiles(const std::vector<fs::path>& given, const fs::path& output
     return input;
 }
 
+std::vector<fs::path> resultsAmong(const std::vector<fs::path>& files)
+{
+    std::map<fs::path, Stems> stems = stemsByFolder(files);
+    std::vector<fs::path> results;
+    std::copy_if(files.begin(), files.end(), std::back_inserter(results),
+                 [&](const fs::path& file) { return isResult(file, stems[file.parent_path()]); });
+    return results;
+}
+
 InputFiles cardFiles(const std::vector<fs::path>& given)
 {
     InputFiles card;
-    InputFiles loose;
-    std::map<fs::path, Stems> stems;
-    for (const fs::path& path : given)
-        if (!isFolder(path))
-            stems[path.parent_path()].insert(folded(pathText(path.stem())));
+    std::map<fs::path, Stems> stems = stemsByFolder(given);
     for (const fs::path& path : given) {
         if (isFolder(path)) {
             append(card, picturesIn(path, {}));

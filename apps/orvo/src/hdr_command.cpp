@@ -60,7 +60,7 @@ std::vector<float> numbersIn(const std::string& text)
     return numbers;
 }
 
-/// Options of the picture to look at, which radiance does not have.
+/// Options of the picture for viewing, which radiance does not have.
 constexpr const char* kNotOfRadiance[] = {"--output",          "--force",     "--quality", "--deghost",
                                           "--ghost-reference", "--chromatic", "--lens",    "--details",
                                           "--white-balance",   "--batch",     "--memory"};

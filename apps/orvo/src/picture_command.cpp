@@ -113,6 +113,9 @@ std::optional<std::vector<std::filesystem::path>> readInput(const std::string& c
         if (!isQuiet)
             for (const std::string& note : jobs::leftOutNotes(input.leftOut))
                 complain("note: " + note);
+        if (!isQuiet)
+            for (const auto& result : jobs::resultsAmong(input.files))
+                complain("note: " + pathText(result) + ": by its name a result of orvo, but used like the other FILES");
         return std::move(input.files);
     } catch (const FailureError& error) {
         complain(error.what());

@@ -42,6 +42,10 @@ struct InputFiles
 /// Files that cannot be read stay, since an operation has to report them.
 [[nodiscard]] InputFiles cardFiles(const std::vector<std::filesystem::path>& given);
 
+/// Those of the files that are results of this program by their names, and whose inputs are files of the list too: a
+/// pattern such as IMG_*.jpg may match more than it was meant to.
+[[nodiscard]] std::vector<std::filesystem::path> resultsAmong(const std::vector<std::filesystem::path>& files);
+
 /// By name as people count: IMG_2 before IMG_10. Digits compare by value, letters without case, then by bytes.
 [[nodiscard]] bool orderedByName(const std::filesystem::path& a, const std::filesystem::path& b);
 

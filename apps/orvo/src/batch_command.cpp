@@ -332,7 +332,7 @@ void bindBatch(Options& app, BatchOptions& options, const std::string& what)
                                     "make a result for each " + what +
                                         " among FILES,\n"
                                         "or for each line of the text file LIST; -o is then\n"
-                                        "a folder, and --force redoes up-to-date results")
+                                        "an existing folder, and --force redoes up-to-date results")
                          ->type_name("[LIST]")
                          ->expected(0, 1);
     bindMemory(app, options,
@@ -346,7 +346,7 @@ void bindEachPicture(Options& app, BatchOptions& options)
     options.option = app.add_option("--batch", options.value,
                                     "make a result for each of FILES, or for each picture in the\n"
                                     "text file LIST; implied by several FILES or a folder;\n"
-                                    "-o is then a folder, and --force replaces existing results")
+                                    "-o is then an existing folder, and --force replaces results")
                          ->type_name("[LIST]")
                          ->expected(0, 1);
     bindMemory(app, options, "memory limit of a batch, such as 8G\n(default: half of the machine's memory)");

@@ -24,7 +24,7 @@ constexpr const char* kExamples = "Examples:\n"
                                   "  A picture from a dark room:\n"
                                   "    orvo restore party.jpg -o party-clear.jpg\n"
                                   "  Every picture of a folder:\n"
-                                  "    orvo restore party -o clear\n"
+                                  "    orvo restore party\n"
                                   "  For a small print of an old scan:\n"
                                   "    orvo restore scan.tif -o scan-clear.jpg --as-is\n";
 

@@ -25,7 +25,7 @@ constexpr const char* kExamples = "Examples:\n"
                                   "  Four times, for a small and noisy picture from an old phone:\n"
                                   "    orvo upscale phone.jpg -o phone-large.jpg --passes 2 --denoise 2\n"
                                   "  Every picture of a folder:\n"
-                                  "    orvo upscale scans -o large\n"
+                                  "    orvo upscale scans\n"
                                   "  With a network:\n"
                                   "    orvo upscale bird.png -o bird-large.png --model esr.onnx\n";
 

@@ -15,6 +15,7 @@
 #include <orvo_common/run_control.hpp>
 #include <orvo_common/text.hpp>
 #include <orvo_common/wide_path.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_image_processing/debug_drawer.hpp>
@@ -135,26 +136,34 @@ BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>&
     return {std::move(start), curveOfShift(0.0f, settings)};
 }
 
+ORVO_VECTOR_CLONES void mixRow(PixelRGB<float>* __restrict target, const PixelRGB<float>* __restrict source,
+                               const float* __restrict weights, std::size_t width)
+{
+    for (std::size_t x = 0; x < width; ++x) {
+        const float m = std::clamp(weights[x], 0.0f, 1.0f);
+        target[x].r = (source[x].r - target[x].r) * m + target[x].r;
+        target[x].g = (source[x].g - target[x].g) * m + target[x].g;
+        target[x].b = (source[x].b - target[x].b) * m + target[x].b;
+    }
+}
+
 // `pending` is applied to the result's pixels before the rung is mixed in.
-void blendIn(Picture& result, const RungCurve& pending, RungPixels& rung,
-             const std::vector<float, ManagedAllocator<float>>& mask)
+void blendIn(Picture& result, const RungCurve& pending, RungPixels& rung, BlendMask& mask)
 {
     if (!pending.isIdentity())
         rung.keepApart();
     const int height = result.height();
     const auto width = static_cast<std::size_t>(result.width());
-    for (int top = 0; top < height; top += rung.bandRows()) {
-        const int bottom = std::min(top + rung.bandRows(), height);
-        const PixelRGB<float>* const source = rung.rows(top, bottom);
-        PixelRGB<float>* const target = result.row(top);
-        pending.applyInPlace(target, static_cast<std::size_t>(bottom - top) * width);
-        const float* const weights = mask.data() + static_cast<std::size_t>(top) * width;
-        forEachRange(static_cast<std::size_t>(bottom - top) * width, [&](std::size_t first, std::size_t last) {
-            for (std::size_t p = first; p < last; ++p) {
-                const float m = std::clamp(weights[p], 0.0f, 1.0f);
-                target[p].r = (source[p].r - target[p].r) * m + target[p].r;
-                target[p].g = (source[p].g - target[p].g) * m + target[p].g;
-                target[p].b = (source[p].b - target[p].b) * m + target[p].b;
+    for (int top = 0; top < height; top += BlendMask::kBandRows) {
+        const int bottom = std::min(top + BlendMask::kBandRows, height);
+        const float* const weights = mask.rows(top, bottom);
+        parallelFor(tbb::blocked_range<int>(top, bottom), [&](const tbb::blocked_range<int>& rows) {
+            const ManagedPlane<PixelRGB<float>> scratch(width);
+            for (int y = rows.begin(); y != rows.end(); ++y) {
+                const PixelRGB<float>* const source = rung.rows(y, y + 1, scratch.data());
+                PixelRGB<float>* const target = result.row(y);
+                pending.apply(target, target, width);
+                mixRow(target, source, weights + static_cast<std::size_t>(y - top) * width, width);
             }
         });
     }
@@ -190,7 +199,7 @@ std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::v
         {
             RungPixels pixels = shifts.empty() ? RungPixels(ladder[i].image->data(), size.width, size.height)
                                                : pixelsOf(ladder[i], shifts[i], size, settings);
-            const auto mask = computeMask(pixels, weight);
+            BlendMask mask(pixels, weight);
             blendIn(*result, start.pending, pixels, mask);
             start.pending = curveOfShift(0.0f, settings);
         }

@@ -22,11 +22,8 @@ constexpr Reached kBracket[] = {
 // Measured on three JPEGs of 24 megapixels; the blend advances by its rungs.
 constexpr float kReadLateBlended = 0.9f;
 constexpr Reached kReadLate[] = {
-    {Phase::BracketStarted, 0.0f},
-    {Phase::FramesLoaded, 0.01f},
-    {Phase::LadderBuilt, 0.01f},
-    {Phase::Blended, kReadLateBlended},
-    {Phase::Normalized, 0.99f},
+    {Phase::BracketStarted, 0.0f},      {Phase::FramesLoaded, 0.01f}, {Phase::LadderBuilt, 0.01f},
+    {Phase::Blended, kReadLateBlended}, {Phase::Normalized, 0.99f},
 };
 // A single frame reports one phase less: it skips 4, so its 5 means that two frames are blended, and its 6 that all
 // are.

@@ -1,5 +1,6 @@
 #include "bracket/align_frames_streaming.hpp"
 
+#include "bracket/correlation_registration.hpp"
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
 #include "bracket/lanczos_warp.hpp"
@@ -10,7 +11,6 @@
 #include <orvo_logger/logstream.hpp>
 
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -92,26 +92,22 @@ struct ECCReference
     std::filesystem::path path;
     _Size<int> size;
     float scale;
-    cv::Mat gray;
+    CorrelationReference gray;
 };
 
+// A registration that fails late leaves what it had reached: a transform that it has itself found to be wrong.
 cv::Mat registerAgainst(const ECCReference& reference, const FocusStackerFrame& frame, const cv::Mat& transform)
 {
     const cv::Mat frameGray = smallGray(frame, reference.size.width, reference.size.height, reference.scale);
-    // OpenCV iterates in place, so a registration that fails late leaves what it had reached: a transform that it
-    // has itself found to be wrong.
     cv::Mat iterated = atScale(transform, reference.scale);
     try {
-        cv::findTransformECC(
-            reference.gray, frameGray, iterated, cv::MOTION_HOMOGRAPHY,
-            cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, kIterations, kSmallestGain),
-            cv::noArray());
-    } catch (...) {
-        LOG(__orvolog() << LogMessageType::Error << "findTransformECC error!");
-        keepNotAligned(frame, reference.path);
-        return transform.clone();
+        if (reference.gray.align(frameGray, {kIterations, kSmallestGain}, iterated))
+            return atScale(iterated, 1.0f / reference.scale);
+    } catch (const cv::Exception&) { // a picture that OpenCV cannot work on, such as a line
     }
-    return atScale(iterated, 1.0f / reference.scale);
+    LOG(__orvolog() << LogMessageType::Error << "findTransformECC error!");
+    keepNotAligned(frame, reference.path);
+    return transform.clone();
 }
 
 } // namespace

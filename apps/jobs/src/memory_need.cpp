@@ -85,7 +85,7 @@ std::uint64_t memoryNeed(const HdrJobRequest& request)
 std::uint64_t memoryNeed(const StackJobRequest& request)
 {
     constexpr double kStack = 58.0; // the stacker's planes, and the picture that is aligned
-    constexpr double kFastStack = 88.0;
+    constexpr double kFastStack = 70.0;
     constexpr double kDeghosted = 18.0;
     const Pixels pixels = pixelsOf(request.frames);
     const double stack = request.align && request.fast ? kFastStack : kStack;

@@ -223,8 +223,7 @@ bool CorrelationReference::align(const cv::Mat& gray, const CorrelationLimits& l
         const double explained = sums.correlation - columnOf(sums.withReference).dot(step);
         if (explained <= 0.0)
             return false; // the step would lower the correlation
-        const cv::Mat change =
-            inverse * projectedError(warped, centred, remaining / explained, frameFromReference);
+        const cv::Mat change = inverse * projectedError(warped, centred, remaining / explained, frameFromReference);
         for (int k = 0; k < kUnknowns; ++k)
             frameFromReference.at<float>(k % 3, k / 3) += change.at<float>(k);
     }

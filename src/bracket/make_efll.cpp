@@ -31,6 +31,7 @@
 #include <optional>
 #include <sstream>
 #include <tuple>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -294,13 +295,24 @@ Merged mergeReadLate(const std::vector<PictureInput>& inputs, const HDRSettings&
     phases.ladderBuilt();
     if (run.cancelled())
         return stopped();
-    const auto readOnce = [&](std::size_t rung) {
-        if (ladder.rungs[rung].image)
-            return;
-        const auto pixels = late.read(ladder.frames[rung]);
+    const auto give = [&](std::size_t frame, const std::shared_ptr<Picture>& pixels) {
         for (std::size_t i = 0; i < ladder.rungs.size(); ++i)
-            if (ladder.frames[i] == ladder.frames[rung])
+            if (ladder.frames[i] == frame)
                 ladder.rungs[i].image = pixels;
+    };
+    // The first two frames are blended with each other, so they are read at the same time.
+    std::vector<std::size_t> first = {ladder.frames.back()};
+    const auto next = std::find_if(ladder.frames.rbegin(), ladder.frames.rend(),
+                                   [&](std::size_t frame) { return frame != first[0]; });
+    if (next != ladder.frames.rend())
+        first.push_back(*next);
+    std::vector<std::shared_ptr<Picture>> pictures(first.size());
+    forEachItem(first.size(), [&](std::size_t i) { pictures[i] = late.read(first[i]); });
+    for (std::size_t i = 0; i < first.size(); ++i)
+        give(first[i], std::exchange(pictures[i], nullptr));
+    const auto readOnce = [&](std::size_t rung) {
+        if (!ladder.rungs[rung].image)
+            give(ladder.frames[rung], late.read(ladder.frames[rung]));
     };
     const float maskScale = frames.size() > kMostResampledFrames ? 1.0f : kResampledMaskScale;
     auto result = blendLadder(ladder.rungs, ladder.shifts, late.size(), readOnce, maskScale, settings, run, phases);

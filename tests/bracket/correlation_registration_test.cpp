@@ -1,13 +1,11 @@
 #include "bracket/correlation_registration.hpp"
-
 #include "support/pictures.hpp"
 
 #include <orvo_core/parallel.hpp>
 
+#include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
-
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
@@ -75,10 +73,10 @@ TEST(CorrelationRegistration, FindsTheViewAsWellAsOpenCV)
         cv::Mat found = start();
         ASSERT_TRUE(CorrelationReference(reference).align(frame, limits, found)) << i;
         cv::Mat expected = start();
-        cv::findTransformECC(reference, frame, expected, cv::MOTION_HOMOGRAPHY,
-                             cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, limits.iterations,
-                                              limits.smallestGain),
-                             cv::noArray());
+        cv::findTransformECC(
+            reference, frame, expected, cv::MOTION_HOMOGRAPHY,
+            cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, limits.iterations, limits.smallestGain),
+            cv::noArray());
         cv::Mat wanted;
         expected.convertTo(wanted, CV_64F);
         EXPECT_LT(distance(found, cv::Matx33d(wanted.ptr<double>())), kRoundings) << i;

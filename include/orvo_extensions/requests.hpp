@@ -49,6 +49,10 @@ struct HdrRequest : OperationCalls
     HDRSettings settings;               ///< its cancel flag stops the merge too
     /// Receives the phases as make_HDR() reports them; may be empty.
     std::function<void(HDRMergingPhaseName)> onPhase;
+    /// False: HdrResult::middleFrame stays empty. The frames of a developed bracket that is neither aligned nor
+    /// deghosted are then read while they are blended, so that one of them is in memory at a time besides the result;
+    /// files without exposure data are read twice.
+    bool keepsMiddleFrame = true;
 };
 
 /// mergeRadiance(): merges an exposure bracket into the light of the scene.
@@ -96,7 +100,8 @@ struct OperationResult
 /// The merged picture, and a frame to compare it with.
 struct HdrResult : OperationResult
 {
-    std::shared_ptr<_ImageData<PixelRGB<float>>> middleFrame; ///< by exposure, as loaded; developed if raw
+    std::shared_ptr<_ImageData<PixelRGB<float>>>
+        middleFrame; ///< by exposure, as loaded; developed if raw; see HdrRequest
 };
 
 /// The linear picture, and what its values mean: see RadianceMap.

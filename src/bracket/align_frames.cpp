@@ -202,17 +202,21 @@ std::shared_ptr<_ImageData<PixelRGB<float>>> warped(const FrameInfo& info, const
 
 } // namespace
 
+void requireFitsFirst(const std::filesystem::path& path, _Size<int> size, _Size<int> sizeOfFirst)
+{
+    const auto pixels = [](_Size<int> of) { return std::int64_t{of.width} * of.height; };
+    if (pixels(size) < pixels(sizeOfFirst))
+        throw FailureError(
+            {FailureKind::UnfittingPictures, path, "the frame is smaller than the first of its bracket"});
+    if (pixels(size) == pixels(sizeOfFirst) && size != sizeOfFirst)
+        throw FailureError(
+            {FailureKind::UnfittingPictures, path, "the frame has another shape than the first of its bracket"});
+}
+
 void requireSizeOfFirst(const std::vector<HDRFrame>& frames)
 {
-    const _ImageData<PixelRGB<float>>& first = *frames[0].image;
-    for (const HDRFrame& frame : frames) {
-        if (!frame.image || frame.image->pixelCount() < first.pixelCount())
-            throw FailureError(
-                {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the first of its bracket"});
-        if (frame.image->pixelCount() == first.pixelCount() && frame.image->size() != first.size())
-            throw FailureError({FailureKind::UnfittingPictures, frame.path,
-                                "the frame has another shape than the first of its bracket"});
-    }
+    for (const HDRFrame& frame : frames)
+        requireFitsFirst(frame.path, frame.image ? frame.image->size() : _Size<int>(), frames[0].image->size());
 }
 
 void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop, AlignmentQuality quality,

@@ -27,7 +27,10 @@ namespace orvo {
 void alignFrames(std::vector<HDRFrame>& frames, int referenceIndex, bool crop,
                  AlignmentQuality quality = AlignmentQuality::Fast, const RunControl& run = RunControl::none());
 
-/// Throws std::invalid_argument if a frame has fewer pixels than the first, whose size all loops use.
+/// Throws FailureError if a frame of this path and size has fewer pixels than the first, whose size all loops use, or
+/// as many in another shape.
+void requireFitsFirst(const std::filesystem::path& path, _Size<int> size, _Size<int> sizeOfFirst);
+/// The same for all frames of a bracket.
 void requireSizeOfFirst(const std::vector<HDRFrame>& frames);
 
 } // namespace orvo

@@ -1,5 +1,6 @@
 #include "bracket/align_frames_streaming.hpp"
 
+#include "bracket/correlation_registration.hpp"
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
 #include "bracket/lanczos_warp.hpp"
@@ -10,9 +11,9 @@
 #include <orvo_logger/logstream.hpp>
 
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 
 #include <algorithm>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -29,7 +30,7 @@ cv::Mat smallGray(const FocusStackerFrame& frame, int width, int height, float s
     const cv::Size size(std::max(1, static_cast<int>(static_cast<float>(width) * scale)),
                         std::max(1, static_cast<int>(static_cast<float>(height) * scale)));
     cv::Mat small;
-    cv::resize(cvMatFromFrame(frame.image->data(), width, height), small, size, 0, 0, cv::INTER_LINEAR);
+    cv::resize(viewOfFrame(frame.image->data(), width, height), small, size, 0, 0, cv::INTER_LINEAR);
     small.convertTo(small, CV_8UC3, kWhite8);
     cv::Mat gray;
     cv::cvtColor(small, gray, cv::COLOR_RGB2GRAY);
@@ -46,12 +47,10 @@ cv::Mat atScale(const cv::Mat& transform, float scale)
 
 void warpFrame(FocusStackerFrame& frame, const cv::Mat& referenceFromFrame, int width, int height)
 {
-    cv::Mat warped;
-    cv::warpPerspective(cvMatFromFrame(frame.image->data(), width, height), warped, referenceFromFrame,
+    auto image = std::make_shared<_ImageData<PixelRGB<float>>>(_Size<int>(width, height), frame.image->colorProfile());
+    cv::Mat target = viewOfFrame(image->data(), width, height); // of the requested size: written in place
+    cv::warpPerspective(viewOfFrame(frame.image->data(), width, height), target, referenceFromFrame,
                         cv::Size(width, height), cv::INTER_LINEAR, cv::BORDER_REFLECT, cv::Scalar());
-    auto image = std::make_shared<_ImageData<PixelRGB<float>>>(_Size<int>(warped.cols, warped.rows),
-                                                               frame.image->colorProfile());
-    matToFrame(warped, image->data());
     frame.image = std::move(image);
 }
 
@@ -64,22 +63,51 @@ _Rect<int> validRectangle(const cv::Mat& referenceFromFrame, int width, int heig
             static_cast<int>(valid.height)};
 }
 
-void keepNotAligned(const FocusStackerFrame& frame, const FocusStackerFrame& reference)
+void keepNotAligned(const FocusStackerFrame& frame, const std::filesystem::path& reference)
 {
-    details::keepShortfall(
-        {FailureKind::UnfittingPictures, frame.path,
-         "stays where it is, since it cannot be aligned with " + pathText(reference.path.filename())});
+    details::keepShortfall({FailureKind::UnfittingPictures, frame.path,
+                            "stays where it is, since it cannot be aligned with " + pathText(reference.filename())});
 }
 
 // Throws unless the frame can be read as one of the reference's size.
-void requireShapeOf(const FocusStackerFrame& reference, const FocusStackerFrame& frame)
+void requireShapeOf(_Size<int> reference, const FocusStackerFrame& frame)
 {
-    if (!frame.image || frame.image->pixelCount() < reference.image->pixelCount())
+    const auto pixels = static_cast<std::size_t>(reference.width) * static_cast<std::size_t>(reference.height);
+    if (!frame.image || frame.image->pixelCount() < pixels)
         throw FailureError(
             {FailureKind::UnfittingPictures, frame.path, "the frame is smaller than the reference frame"});
-    if (frame.image->pixelCount() == reference.image->pixelCount() && frame.image->size() != reference.image->size())
+    if (frame.image->pixelCount() == pixels && frame.image->size() != reference)
         throw FailureError(
             {FailureKind::UnfittingPictures, frame.path, "the frame has another shape than the reference frame"});
+}
+
+// What frames are registered against: the gray picture is made once.
+struct ECCReference
+{
+    ECCReference(const FocusStackerFrame& frame, float scale_)
+        : path(frame.path), size(frame.image->size()), scale(scale_),
+          gray(smallGray(frame, size.width, size.height, scale))
+    {}
+
+    std::filesystem::path path;
+    _Size<int> size;
+    float scale;
+    CorrelationReference gray;
+};
+
+// A registration that fails late leaves what it had reached: a transform that it has itself found to be wrong.
+cv::Mat registerAgainst(const ECCReference& reference, const FocusStackerFrame& frame, const cv::Mat& transform)
+{
+    const cv::Mat frameGray = smallGray(frame, reference.size.width, reference.size.height, reference.scale);
+    cv::Mat iterated = atScale(transform, reference.scale);
+    try {
+        if (reference.gray.align(frameGray, {kIterations, kSmallestGain}, iterated))
+            return atScale(iterated, 1.0f / reference.scale);
+    } catch (const cv::Exception&) { // a picture that OpenCV cannot work on, such as a line
+    }
+    LOG(__orvolog() << LogMessageType::Error << "findTransformECC error!");
+    keepNotAligned(frame, reference.path);
+    return transform.clone();
 }
 
 } // namespace
@@ -87,41 +115,23 @@ void requireShapeOf(const FocusStackerFrame& reference, const FocusStackerFrame&
 cv::Mat registerECC(const FocusStackerFrame& reference, const FocusStackerFrame& frame, float scale,
                     const cv::Mat& transform)
 {
-    const int width = reference.image->width();
-    const int height = reference.image->height();
-    const cv::Mat referenceGray = smallGray(reference, width, height, scale);
-    const cv::Mat frameGray = smallGray(frame, width, height, scale);
-    // OpenCV iterates in place, so a registration that fails late leaves what it had reached: a transform that it
-    // has itself found to be wrong.
-    cv::Mat iterated = atScale(transform, scale);
-    try {
-        cv::findTransformECC(
-            referenceGray, frameGray, iterated, cv::MOTION_HOMOGRAPHY,
-            cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, kIterations, kSmallestGain),
-            cv::noArray());
-    } catch (...) {
-        LOG(__orvolog() << LogMessageType::Error << "findTransformECC error!");
-        keepNotAligned(frame, reference);
-        return transform.clone();
-    }
-    return atScale(iterated, 1.0f / scale);
+    return registerAgainst(ECCReference(reference, scale), frame, transform);
 }
 
 void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
                           const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
                           std::size_t referenceIndex)
 {
-    const FocusStackerFrame reference = getFrame(static_cast<int>(referenceIndex));
-    const int width = reference.image->width();
-    const int height = reference.image->height();
+    const ECCReference reference(getFrame(static_cast<int>(referenceIndex)), kRegistrationScale);
+    const int width = reference.size.width;
+    const int height = reference.size.height;
     for (std::size_t k = 0; k < count; ++k) {
         const int index = static_cast<int>(k);
         FocusStackerFrame frame = getFrame(index);
         _Rect<int> valid(0, 0, width, height);
         if (k != referenceIndex) {
-            requireShapeOf(reference, frame);
-            const cv::Mat frameFromReference =
-                registerECC(reference, frame, kRegistrationScale, cv::Mat::eye(3, 3, CV_32F));
+            requireShapeOf(reference.size, frame);
+            const cv::Mat frameFromReference = registerAgainst(reference, frame, cv::Mat::eye(3, 3, CV_32F));
             cv::Mat referenceFromFrame;
             cv::Mat(frameFromReference.inv()).convertTo(referenceFromFrame, CV_64F);
             warpFrame(frame, referenceFromFrame, width, height);
@@ -133,18 +143,21 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
 
 void alignFramesFinely(const std::function<FocusStackerFrame(int)>& getFrame,
                        const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
-                       std::size_t referenceIndex)
+                       std::size_t referenceIndex, const std::function<void()>& registered)
 {
-    const FocusStackerFrame reference = getFrame(static_cast<int>(referenceIndex));
+    FocusStackerFrame reference = getFrame(static_cast<int>(referenceIndex));
     const _Size<int> size = reference.image->size();
+    // Asked for the reference first, once.
     const auto structure = [&](std::size_t k) {
-        const FocusStackerFrame frame = getFrame(static_cast<int>(k));
+        const FocusStackerFrame frame = k == referenceIndex ? std::exchange(reference, {reference.path, {}, {}, {}})
+                                                            : getFrame(static_cast<int>(k));
         if (!frame.image || frame.image->size() != size)
             throw FailureError(
                 {FailureKind::UnfittingPictures, frame.path, "the frame has another size than the reference frame"});
         return structureOf(*frame.image);
     };
     const auto places = placeFrames(count, referenceIndex, structure, {}, FrameMovement::Series, RunControl::none());
+    registered();
     for (std::size_t k = 0; k < count; ++k) {
         FocusStackerFrame frame = getFrame(static_cast<int>(k));
         _Rect<int> valid(0, 0, size.width, size.height);
@@ -154,7 +167,7 @@ void alignFramesFinely(const std::function<FocusStackerFrame(int)>& getFrame,
             valid = validRectangle(cv::Mat(map.inv()), size.width, size.height);
         }
         if (!places[k].found)
-            keepNotAligned(frame, reference);
+            keepNotAligned(frame, reference.path);
         consume(static_cast<int>(k), frame, valid);
     }
 }

@@ -19,11 +19,12 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
                           std::size_t referenceIndex);
 
 /// The same with the registration of placeFrames() and the kernel of lanczosWarp(): asks for every frame once more
-/// before the first is handed on. A frame that cannot be registered is handed on unwarped with the whole rectangle.
-/// Holds, besides the reference and the present frame, the structures of three frames.
-void alignFramesFinely(const std::function<FocusStackerFrame(int)>& getFrame,
-                       const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
-                       std::size_t referenceIndex);
+/// before the first is handed on, and calls `registered` in between. A frame that cannot be registered is handed on
+/// unwarped with the whole rectangle. Holds, besides the present frame, the structures of three frames.
+void alignFramesFinely(
+    const std::function<FocusStackerFrame(int)>& getFrame,
+    const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
+    std::size_t referenceIndex, const std::function<void()>& registered = [] {});
 
 /// The homography (CV_32F 3x3) that takes reference coordinates to frame coordinates, by enhanced correlation of the
 /// gray pictures at `scale` (Evangelidis, Psarakis, PAMI 30(10), 2008), starting from `transform`. If that does not

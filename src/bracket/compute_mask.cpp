@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace orvo {
 namespace {
@@ -23,6 +22,11 @@ constexpr float kEdgeThreshold = 0.5f;
 
 // Hides the steps of the doubled plane.
 constexpr int kSmoothRadius = 1;
+// Rows on either side of a band that its two blurs read.
+constexpr int kHalo = 2 * kSmoothRadius;
+
+// Rows of cells that share the source rows between them: a curve is applied once to each, and they stay in the cache.
+constexpr int kRowsTogether = 4;
 
 std::int16_t quantised(float mean)
 {
@@ -100,28 +104,44 @@ void averageRow(const PixelRGB<float>* pixels, int firstRow, int width, const Sp
     }
 }
 
-void downsample(RungPixels& pixels, std::int16_t* target, int targetWidth, int targetHeight)
+// The highest number of source rows of `count` cells in a row.
+int mostRows(const std::vector<Span>& rows, std::size_t count)
+{
+    int most = 0;
+    for (std::size_t first = 0; first < rows.size(); ++first)
+        most = std::max(most, rows[std::min(first + count, rows.size()) - 1].end - rows[first].first);
+    return most;
+}
+
+void downsample(const RungPixels& pixels, std::int16_t* target, int targetWidth, int targetHeight)
 {
     const int width = pixels.width();
     const bool isHalf = width == 2 * targetWidth && pixels.height() == 2 * targetHeight;
     const std::vector<Span> rows = spansOf(pixels.height(), targetHeight);
     const std::vector<Span> columns = spansOf(width, targetWidth);
-    const int band = pixels.bandRows();
-    for (int top = 0; top < targetHeight; top += band) {
-        const int bottom = std::min(top + band, targetHeight);
-        const int firstRow = rows[static_cast<std::size_t>(top)].first;
-        const PixelRGB<float>* const source = pixels.rows(firstRow, rows[static_cast<std::size_t>(bottom - 1)].end);
-        forEachRow(bottom - top, [&](int i) {
-            const int y = top + i;
-            std::int16_t* const row = target + static_cast<std::ptrdiff_t>(y) * targetWidth;
-            if (isHalf) {
-                const PixelRGB<float>* const upper = source + static_cast<std::ptrdiff_t>(2 * y - firstRow) * width;
-                halveRow(upper, upper + width, row, targetWidth);
-            } else {
-                averageRow(source, firstRow, width, rows[static_cast<std::size_t>(y)], columns, row);
-            }
-        });
-    }
+    const auto most = static_cast<std::size_t>(mostRows(rows, static_cast<std::size_t>(kRowsTogether)));
+    const auto makeRow = [&](int y, const PixelRGB<float>* source, int firstRow) {
+        std::int16_t* const row = target + static_cast<std::ptrdiff_t>(y) * targetWidth;
+        if (isHalf) {
+            const PixelRGB<float>* const upper = source + static_cast<std::ptrdiff_t>(2 * y - firstRow) * width;
+            halveRow(upper, upper + width, row, targetWidth);
+        } else {
+            averageRow(source, firstRow, width, rows[static_cast<std::size_t>(y)], columns, row);
+        }
+    };
+    const int bands = (targetHeight + kRowsTogether - 1) / kRowsTogether;
+    parallelFor(tbb::blocked_range<int>(0, bands), [&](const tbb::blocked_range<int>& range) {
+        const ManagedPlane<PixelRGB<float>> scratch(most * static_cast<std::size_t>(width));
+        for (int band = range.begin(); band != range.end(); ++band) {
+            const int top = band * kRowsTogether;
+            const int bottom = std::min(top + kRowsTogether, targetHeight);
+            const int firstRow = rows[static_cast<std::size_t>(top)].first;
+            const PixelRGB<float>* const source =
+                pixels.rows(firstRow, rows[static_cast<std::size_t>(bottom - 1)].end, scratch.data());
+            for (int y = top; y < bottom; ++y)
+                makeRow(y, source, firstRow);
+        }
+    });
 }
 
 } // namespace
@@ -129,58 +149,79 @@ void downsample(RungPixels& pixels, std::int16_t* target, int targetWidth, int t
 void downsample_area(const PixelRGB<float>* pixels, int width, int height, std::int16_t* target, int targetWidth,
                      int targetHeight)
 {
-    RungPixels plain(pixels, width, height);
-    downsample(plain, target, targetWidth, targetHeight);
+    downsample(RungPixels(pixels, width, height), target, targetWidth, targetHeight);
 }
 
-void upsample_near(const float* source, int sourceWidth, int sourceHeight, float* target, int width, int height)
+void upsample_near(const float* source, int sourceWidth, int sourceHeight, float* target, int width, int height,
+                   int firstRow, int endRow)
 {
     std::vector<int> columns(static_cast<std::size_t>(width));
     for (int x = 0; x < width; ++x)
         columns[static_cast<std::size_t>(x)] = static_cast<int>(static_cast<std::int64_t>(x) * sourceWidth / width);
-    forEachRow(height, [&](int y) {
-        const auto sourceY = static_cast<std::ptrdiff_t>(static_cast<std::int64_t>(y) * sourceHeight / height);
+    forEachRow(endRow - firstRow, [&](int i) {
+        const auto sourceY =
+            static_cast<std::ptrdiff_t>(static_cast<std::int64_t>(firstRow + i) * sourceHeight / height);
         const float* const from = source + sourceY * sourceWidth;
-        float* const to = target + static_cast<std::ptrdiff_t>(y) * width;
+        float* const to = target + static_cast<std::ptrdiff_t>(i) * width;
         for (int x = 0; x < width; ++x)
             to[x] = from[columns[static_cast<std::size_t>(x)]];
     });
 }
 
+// A picture one pixel wide or high cannot be halved; it is used as it is.
+BlendMask::BlendMask(const RungPixels& pixels, float weight)
+    : width(pixels.width()), height(pixels.height()), halfWidth(std::max(width / 2, 1)),
+      halfHeight(std::max(height / 2, 1)), half(filtered(pixels, weight)),
+      doubled(static_cast<std::size_t>(width) * static_cast<std::size_t>(std::min(kBandRows + 2 * kHalo, height))),
+      blurred(static_cast<std::size_t>(width) * static_cast<std::size_t>(std::min(kBandRows + 2 * kHalo, height)))
+{}
+
+ManagedPlane<float> BlendMask::filtered(const RungPixels& pixels, float weight) const
+{
+    const std::size_t count = static_cast<std::size_t>(halfWidth) * static_cast<std::size_t>(halfHeight);
+    const ManagedPlane<std::int16_t> gray(count);
+    downsample(pixels, gray.data(), halfWidth, halfHeight);
+    grfx::local_laplacian_gray16(gray.data(), halfWidth, halfHeight, halfWidth, kDetail, kFloor, kIntensitySamples,
+                                 kEdgeThreshold, 1.0f - weight);
+    ManagedPlane<float> plane(count); // allocated after the filter has freed its scratch memory
+    forEachRange(count, [&](std::size_t first, std::size_t last) {
+        for (std::size_t p = first; p < last; ++p)
+            plane[p] = static_cast<float>(gray[p]) * kInverseWhite;
+    });
+    return plane;
+}
+
+// The rows at the ends of a band that is not at an end of the picture are wrong after the blurs, which see no row
+// beyond it: one after the first blur, two after the second.
+const float* BlendMask::rows(int first, int end)
+{
+    const int top = std::max(first - kHalo, 0);
+    const int bottom = std::min(end + kHalo, height);
+    upsample_near(half.data(), halfWidth, halfHeight, doubled.data(), width, height, top, bottom);
+    grfx_fast_blur_gray(blurred.data(), doubled.data(), width, bottom - top, kSmoothRadius);
+    grfx_fast_blur_gray(doubled.data(), blurred.data(), width, bottom - top, kSmoothRadius);
+    return doubled.data() + static_cast<std::ptrdiff_t>(first - top) * width;
+}
+
 std::vector<float, ManagedAllocator<float>> computeMask(const PixelRGB<float>* pixels, int width, int height,
                                                         float weight)
 {
-    RungPixels plain(pixels, width, height);
-    return computeMask(plain, weight);
+    return computeMask(RungPixels(pixels, width, height), weight);
 }
 
-std::vector<float, ManagedAllocator<float>> computeMask(RungPixels& pixels, float weight)
+std::vector<float, ManagedAllocator<float>> computeMask(const RungPixels& pixels, float weight)
 {
-    const int width = pixels.width();
+    const auto width = static_cast<std::size_t>(pixels.width());
     const int height = pixels.height();
-    const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    if (count == 0)
-        return {};
-    // A picture one pixel wide or high cannot be halved; it is used as it is.
-    const int halfWidth = std::max(width / 2, 1);
-    const int halfHeight = std::max(height / 2, 1);
-    const std::size_t halfCount = static_cast<std::size_t>(halfWidth) * static_cast<std::size_t>(halfHeight);
-    const ManagedPlane<float> plane(count, true);
-    {
-        const ManagedPlane<std::int16_t> gray(halfCount, true);
-        downsample(pixels, gray.data(), halfWidth, halfHeight);
-        grfx::local_laplacian_gray16(gray.data(), halfWidth, halfHeight, halfWidth, kDetail, kFloor, kIntensitySamples,
-                                     kEdgeThreshold, 1.0f - weight);
-        forEachRange(halfCount, [&](std::size_t first, std::size_t last) {
-            for (std::size_t p = first; p < last; ++p)
-                plane[p] = static_cast<float>(gray[p]) * kInverseWhite;
-        });
+    std::vector<float, ManagedAllocator<float>> result(width * static_cast<std::size_t>(height));
+    if (result.empty())
+        return result;
+    BlendMask mask(pixels, weight);
+    for (int top = 0; top < height; top += BlendMask::kBandRows) {
+        const int bottom = std::min(top + BlendMask::kBandRows, height);
+        std::copy_n(mask.rows(top, bottom), static_cast<std::size_t>(bottom - top) * width,
+                    result.data() + static_cast<std::size_t>(top) * width);
     }
-    std::vector<float, ManagedAllocator<float>> result(
-        count); // allocated after the filter has freed its scratch memory
-    upsample_near(plane.data(), halfWidth, halfHeight, result.data(), width, height);
-    grfx_fast_blur_gray(plane.data(), result.data(), width, height, kSmoothRadius);
-    grfx_fast_blur_gray(result.data(), plane.data(), width, height, kSmoothRadius);
     return result;
 }
 

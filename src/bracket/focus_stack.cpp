@@ -8,6 +8,7 @@
 #include <orvo/lens_correction.hpp>
 #include <orvo_common/failure.hpp>
 #include <orvo_common/wide_path.hpp>
+#include <orvo_io/picture_file.hpp>
 
 #include <algorithm>
 #include <iostream>
@@ -24,8 +25,8 @@ struct UnreadableFrame
     int index;
 };
 
-// The frames of a series. Each is loaded at its first use; if there will be another, it is kept in the samples of its
-// file, or as it is if its samples are no integers.
+// The frames of a series, each loaded when it is needed. For another use it is kept in the samples of its file, or as
+// it is if its samples are no integers; a picture that is quickly read again is not kept.
 class Series
 {
 public:
@@ -35,28 +36,37 @@ public:
           steps(stepsOf(inputs_.size(), settings_))
     {}
 
+    // Fails like frame() if the file cannot be read. The samples of a frame that is registered before the stacker
+    // exists are kept for that.
+    void check(int index)
+    {
+        Slot& slot = nextSlot(index);
+        if (!isQuick(index)) {
+            requireLoaded(load(slot, index), index);
+            return;
+        }
+        const FocusStackerFrame frame = loaded(index, kInFileSpace);
+        requireLoaded(frame, index);
+        if (settings.adjust.quality == AlignmentQuality::Fine && !hasRawMark(frame))
+            keep(slot, frame);
+    }
+
     // Pixels that someone else holds are shared: warping replaces them, deghosting changes them for all. Every step of
     // the work takes its frame here, so that here is the place to cancel it and to report progress. Throws
     // UnreadableFrame.
     FocusStackerFrame frame(int index)
     {
-        run.throwIfCancelled();
-        run.report(std::min(1.0f, static_cast<float>(taken++) / static_cast<float>(steps)));
-        if (index < 0 || static_cast<std::size_t>(index) >= slots.size())
-            throw FailureError({FailureKind::Internal,
-                                {},
-                                "frame " + std::to_string(index) + " was requested, but the series has " +
-                                    std::to_string(slots.size())});
-        Slot& slot = slots[static_cast<std::size_t>(index)];
+        Slot& slot = nextSlot(index);
         FocusStackerFrame result = slot.frame;
         if (!result.image)
             result.image = slot.lent.lock();
         if (!result.image && slot.kept)
             result.image = slot.kept->inWorkingSpace();
         if (!result.image)
-            result = load(slot, inputs[static_cast<std::size_t>(index)]);
-        if (!result.image)
-            throw UnreadableFrame{index};
+            result = load(slot, index);
+        requireLoaded(result, index);
+        if (isQuick(index))
+            slot.kept.reset();
         slot.lent = result.image;
         return result;
     }
@@ -73,7 +83,11 @@ public:
 
     static void requireSameSize(const FocusStackerFrame& reference, const FocusStackerFrame& other)
     {
-        const auto expected = reference.image->size();
+        requireSize(reference.image->size(), reference.path, other);
+    }
+    // `expected` is that of the reference.
+    static void requireSize(_Size<int> expected, const std::filesystem::path& reference, const FocusStackerFrame& other)
+    {
         const auto found = other.image->size();
         if (expected == found)
             return;
@@ -82,7 +96,7 @@ public:
         };
         throw FailureError({FailureKind::UnfittingPictures, other.path,
                             "all frames must have one size: this one is " + text(found) + " pixels, but " +
-                                pathText(reference.path) + " is " + text(expected)});
+                                pathText(reference) + " is " + text(expected)});
     }
 
 private:
@@ -93,6 +107,9 @@ private:
         std::weak_ptr<Picture> lent;       // pixels that are in use
     };
 
+    static constexpr int kInWorkingSpace = static_cast<int>(ImageReaderOpenFlag::Bracket);
+    static constexpr int kInFileSpace = kInWorkingSpace & ~static_cast<int>(ImageReaderOpenFlag::WorkingSpace);
+
     const std::vector<PictureInput>& inputs;
     const BracketSettings::FocusStacking& settings;
     const RunControl& run;
@@ -102,43 +119,74 @@ private:
 
     static std::size_t stepsOf(std::size_t count, const BracketSettings::FocusStacking& settings)
     {
-        const std::size_t loading = settings.adjust.enabled ? count + 1 : 0; // before, and the reference once more
-        const std::size_t aligning = !settings.adjust.enabled                            ? 0
-                                     : settings.adjust.quality == AlignmentQuality::Fine ? count + 1
-                                                                                         : 1;
+        const std::size_t checking = settings.adjust.enabled ? count : 0;
+        const std::size_t aligning =
+            settings.adjust.enabled && settings.adjust.quality == AlignmentQuality::Fine ? count : 0;
         const std::size_t deghosting = settings.ghostReduction.enabled ? count : 0;
-        return loading + aligning + deghosting + count;
+        return checking + aligning + deghosting + count;
     }
 
-    FocusStackerFrame loaded(const PictureInput& input, int flags) const
+    Slot& nextSlot(int index)
     {
-        return loadFrame<FocusStackerFrame>(input, flags, {}, settings.rawAutoCorrection.lensCorrection);
+        run.throwIfCancelled();
+        run.report(std::min(1.0f, static_cast<float>(taken++) / static_cast<float>(steps)));
+        if (index < 0 || static_cast<std::size_t>(index) >= slots.size())
+            throw FailureError({FailureKind::Internal,
+                                {},
+                                "frame " + std::to_string(index) + " was requested, but the series has " +
+                                    std::to_string(slots.size())});
+        return slots[static_cast<std::size_t>(index)];
     }
 
-    FocusStackerFrame load(Slot& slot, const PictureInput& input) const
+    static void requireLoaded(const FocusStackerFrame& frame, int index)
     {
-        constexpr int kInWorkingSpace = static_cast<int>(ImageReaderOpenFlag::Bracket);
-        constexpr int kInFileSpace = kInWorkingSpace & ~static_cast<int>(ImageReaderOpenFlag::WorkingSpace);
-        const bool isUsedAgain = settings.adjust.enabled || settings.ghostReduction.enabled;
-        FocusStackerFrame result = loaded(input, isUsedAgain ? kInFileSpace : kInWorkingSpace);
+        if (!frame.image)
+            throw UnreadableFrame{index};
+    }
+
+    // Whether reading again costs about as much as keeping. Deghosting takes the ghost reference again and again.
+    [[nodiscard]] bool isQuick(int index) const
+    {
+        const PictureInput& input = inputs[static_cast<std::size_t>(index)];
+        return !settings.ghostReduction.enabled && (input.memory() != nullptr || isJpegFile(input.path()));
+    }
+
+    [[nodiscard]] FocusStackerFrame loaded(int index, int flags) const
+    {
+        return loadFrame<FocusStackerFrame>(inputs[static_cast<std::size_t>(index)], flags, {},
+                                            settings.rawAutoCorrection.lensCorrection);
+    }
+
+    // The frame is in the space of its file.
+    static void keep(Slot& slot, const FocusStackerFrame& frame)
+    {
+        constexpr int kRgb = 3; // ink and gray are converted in another way
+        const auto& fileProfile = frame.metadata->fileProfile;
+        if (fileProfile && fileProfile->channelCount() == kRgb)
+            slot.kept = KeptPicture::of(*frame.image);
+        if (!slot.kept)
+            return;
+        slot.frame = frame;
+        slot.frame.image.reset();
+    }
+
+    FocusStackerFrame load(Slot& slot, int index) const
+    {
+        const bool isUsedAgain = !isQuick(index) && (settings.adjust.enabled || settings.ghostReduction.enabled);
+        FocusStackerFrame result = loaded(index, isUsedAgain ? kInFileSpace : kInWorkingSpace);
         if (!result.image)
             return result;
         if (hasRawMark(result)) {
             develop(result.image, result.metadata, result.rawMetadata, false);
             markDeveloped(result);
         } else if (isUsedAgain) {
-            constexpr int kRgb = 3; // ink and gray are converted in another way
-            const auto& fileProfile = result.metadata->fileProfile;
-            if (fileProfile && fileProfile->channelCount() == kRgb)
-                slot.kept = KeptPicture::of(*result.image);
+            keep(slot, result);
             if (slot.kept) {
-                slot.frame = result;
-                slot.frame.image.reset();
                 result.image->convertTo(ColorProfileType::melissaRGB());
                 return result;
             }
             result.image.reset();
-            result = loaded(input, kInWorkingSpace);
+            result = loaded(index, kInWorkingSpace);
         }
         if (isUsedAgain)
             slot.frame = result;
@@ -146,41 +194,115 @@ private:
     }
 };
 
-// Passes the stacker every frame except the reference, which it has. Returns the rectangle in which all are valid.
-_Rect<int> addOtherFrames(Stacker& stacker, Series& series, const FocusStackerFrame& reference, int referenceIndex,
-                          int count, const BracketSettings::Adjust& adjust, const RunControl& run)
+// Adds the frames of a series to its stacker, the reference first.
+class Stacking
 {
-    const int width = reference.image->width();
-    const int height = reference.image->height();
-    const auto add = [&](int index, const FocusStackerFrame& frame) {
-        Series::requireSameSize(reference, frame);
+public:
+    Stacking(Series& series_, const BracketSettings::FocusStacking& settings_, int count_, int referenceIndex_,
+             const StackerFactory& makeStacker_, const RunControl& run_)
+        : series(series_), settings(settings_), count(count_), referenceIndex(referenceIndex_),
+          makeStacker(makeStacker_), run(run_), reference(series.frame(referenceIndex)), size(reference.image->size()),
+          profile(reference.image->colorProfile()), valid(0, 0, size.width, size.height)
+    {
+        series.deghost(reference, referenceIndex);
+    }
+
+    // Once.
+    void addAll()
+    {
+        const auto& adjust = settings.adjust;
+        if (!adjust.enabled) {
+            start();
+            releaseReference();
+            for (int index = 0; index < count; ++index)
+                if (index != referenceIndex)
+                    add(index, series.frame(index));
+            return;
+        }
+        const auto frame = [this](int index) { return sameSizedFrame(index); };
+        const auto consume = [this](int index, FocusStackerFrame& aligned, const _Rect<int>& rectangle) {
+            if (index == referenceIndex)
+                return;
+            add(index, aligned);
+            valid = commonRectangle(valid, rectangle);
+        };
+        const auto frames = static_cast<std::size_t>(count);
+        const auto first = static_cast<std::size_t>(referenceIndex);
+        if (adjust.quality == AlignmentQuality::Fine) {
+            // All frames are registered before the first is added, so the stacker is not made earlier.
+            alignFramesFinely(frame, consume, frames, first, [this] { start(); });
+        } else {
+            start();
+            alignFramesStreaming(frame, consume, frames, first);
+        }
+    }
+
+    [[nodiscard]] std::shared_ptr<Picture> result() const
+    {
+        auto merged = std::make_shared<Picture>(size, profile);
+        stacker->getResult(merged->data(), size.width, size.height);
+        return merged;
+    }
+
+    // Without pixels.
+    [[nodiscard]] FocusStackerFrame description() const
+    {
+        FocusStackerFrame described = reference;
+        described.image.reset();
+        return described;
+    }
+    // In which all frames are valid.
+    [[nodiscard]] const _Rect<int>& validRectangle() const { return valid; }
+
+private:
+    Series& series;
+    const BracketSettings::FocusStacking& settings;
+    int count;
+    int referenceIndex;
+    const StackerFactory& makeStacker;
+    const RunControl& run;
+    FocusStackerFrame reference; // with pixels until they are released
+    _Size<int> size;
+    std::shared_ptr<ColorProfile> profile;
+    _Rect<int> valid;
+    std::unique_ptr<Stacker> stacker;
+
+    void start()
+    {
+        const FocusStackerFrame first = reference.image ? reference : series.frame(referenceIndex);
+        stacker = makeStacker(size.width, size.height);
+        stacker->addFrame(first.image->data(), size.width, size.height, 0);
+    }
+
+    void add(int index, const FocusStackerFrame& frame)
+    {
+        Series::requireSize(size, reference.path, frame);
         run.throwIfCancelled();
         series.deghost(frame, index);
-        stacker.addFrame(frame.image->data(), width, height, 0);
-    };
-    _Rect<int> cropRect(0, 0, width, height);
-    if (!adjust.enabled) {
-        for (int index = 0; index < count; ++index)
-            if (index != referenceIndex)
-                add(index, series.frame(index));
-        return cropRect;
+        stacker->addFrame(frame.image->data(), size.width, size.height, 0);
     }
-    // A frame of another size must fail before it is registered.
-    const auto sameSizedFrame = [&](int index) {
+
+    // Deghosting changed the pixels that the series lends, which would be lost.
+    void releaseReference()
+    {
+        if (!settings.ghostReduction.enabled)
+            reference.image.reset();
+    }
+
+    // A frame of another size must fail before it is registered. The reference has pixels only the first time: when it
+    // is handed on, they are not used.
+    FocusStackerFrame sameSizedFrame(int index)
+    {
+        if (index == referenceIndex) {
+            FocusStackerFrame frame = reference;
+            releaseReference();
+            return frame;
+        }
         FocusStackerFrame frame = series.frame(index);
-        Series::requireSameSize(reference, frame);
+        Series::requireSize(size, reference.path, frame);
         return frame;
-    };
-    const auto consume = [&](int index, FocusStackerFrame& frame, const _Rect<int>& valid) {
-        if (index == referenceIndex)
-            return;
-        add(index, frame);
-        cropRect = commonRectangle(cropRect, valid);
-    };
-    const auto align = adjust.quality == AlignmentQuality::Fine ? alignFramesFinely : alignFramesStreaming;
-    align(sameSizedFrame, consume, static_cast<std::size_t>(count), static_cast<std::size_t>(referenceIndex));
-    return cropRect;
-}
+    }
+};
 
 // The corrections that single frames get when they are opened are applied once, to the merged picture.
 void correctLens(std::shared_ptr<Picture>& result, const std::shared_ptr<ImageMetadata>& metadata,
@@ -221,21 +343,18 @@ std::shared_ptr<Image> stackSeries(const std::vector<PictureInput>& inputs,
     // A file that cannot be read should fail before the frames are registered, which takes the most time.
     if (settings.adjust.enabled)
         for (int index = 0; index < count; ++index)
-            static_cast<void>(series.frame(index));
+            series.check(index);
 
-    const FocusStackerFrame reference = series.frame(referenceIndex);
-    const int width = reference.image->width();
-    const int height = reference.image->height();
     std::shared_ptr<Picture> result;
+    FocusStackerFrame reference;
     _Rect<int> cropRect;
     {
-        const auto stacker = makeStacker(width, height);
-        series.deghost(reference, referenceIndex);
-        stacker->addFrame(reference.image->data(), width, height, 0);
-        cropRect = addOtherFrames(*stacker, series, reference, referenceIndex, count, settings.adjust, run);
+        Stacking stacking(series, settings, count, referenceIndex, makeStacker, run);
+        stacking.addAll();
         run.throwIfCancelled();
-        result = std::make_shared<Picture>(_Size<int>(width, height), reference.image->colorProfile());
-        stacker->getResult(result->data(), width, height);
+        result = stacking.result();
+        reference = stacking.description();
+        cropRect = stacking.validRectangle();
     }
 
     run.throwIfCancelled();

@@ -20,8 +20,9 @@ using StackerFactory = std::function<std::unique_ptr<grfx::IFocusStacking<PixelR
 
 /// Loads the frames, feeds the stacker, finishes and crops its result. If a picture cannot be read, writes a line that
 /// starts with `caller` to standard error, unless that is empty, and returns an empty pointer; all other failures
-/// throw, a cancel too. Peak: all frames, and either a warped frame (during warping, also its copy for OpenCV) and the
-/// memory of the stacker, or the result and its crop.
+/// throw, a cancel too. Peak: the memory of the stacker and two pictures, of which one is warped from the other. Frames
+/// that are used again are kept besides in the samples of their files, except for JPEG files and pictures in memory,
+/// which are read again unless ghosts are removed.
 [[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
                                                       const BracketSettings::FocusStacking& settings,
                                                       const StackerFactory& makeStacker, const std::string& caller,

@@ -3,7 +3,9 @@
 #include "bracket/align_frames.hpp"
 #include "bracket/compute_mask.hpp"
 #include "bracket/deghosted_ladder.hpp"
+#include "bracket/late_frames.hpp"
 #include "bracket/load_frames.hpp"
+#include "bracket/merge_phases.hpp"
 #include "bracket/resample_frames.hpp"
 #include "bracket/rung_pixels.hpp"
 
@@ -15,6 +17,7 @@
 #include <orvo_common/run_control.hpp>
 #include <orvo_common/text.hpp>
 #include <orvo_common/wide_path.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_image_processing/debug_drawer.hpp>
@@ -24,9 +27,11 @@
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <numeric>
 #include <optional>
 #include <sstream>
 #include <tuple>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -45,36 +50,6 @@ constexpr int kAllChannels = 0;
 
 // Marks the diagnostic line, so that a sink can distinguish it from progress.
 constexpr std::uint64_t kDiagnosticMark = 16;
-
-// Reports the phases in order; after the fourth, blending reports nothing.
-class Phases
-{
-public:
-    Phases(const std::function<void(HDRMergingPhaseName)>& callback, bool isSinglePath)
-        : onPhase(callback), single(isSinglePath)
-    {}
-
-    void report(int phase) const { onPhase(static_cast<HDRMergingPhaseName>(phase)); }
-    void ladderBuilt()
-    {
-        running = 2;
-        report(running);
-    }
-    void frameBlended()
-    {
-        if (running >= 4)
-            return;
-        running = single && running == 3 ? 5 : running + 1;
-        report(running);
-    }
-    void allBlended() const { report(running + 1); }
-    void normalized() const { report(running + 2); }
-
-private:
-    const std::function<void(HDRMergingPhaseName)>& onPhase;
-    bool single;
-    int running = 0;
-};
 
 void logPhase(HDRMergingPhaseName phase)
 {
@@ -97,7 +72,7 @@ void requireAllLoaded(const std::vector<HDRFrame>& frames)
 }
 
 // Frames whose pixels are not used again hand them to the ladder, whose rungs can then be processed in place.
-void dropPixelsExcept(std::vector<HDRFrame>& frames, std::size_t kept)
+void dropPixelsExcept(std::vector<HDRFrame>& frames, std::optional<std::size_t> kept)
 {
     for (std::size_t i = 0; i < frames.size(); ++i)
         if (i != kept)
@@ -114,10 +89,10 @@ struct BlendStart
 // The last rung as the start of the blend: its own pixels, if they have the first rung's size and are used again by no
 // rung, or only by the rung below, which is blended first and reads them just before they change. Otherwise a copy. A
 // larger rung is read as if it had the first one's size.
-BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, const HDRSettings& settings)
+BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, _Size<int> size,
+                        const HDRSettings& settings)
 {
     const std::size_t n = ladder.size();
-    const _Size<int> size = ladder[0].image->size();
     HDRFrame& last = ladder[n - 1];
     const bool isPair = last.image == ladder[n - 2].image && last.image.use_count() == 2;
     if (!shifts.empty() && isPair && last.image->size() == size && !hasRawMark(last))
@@ -135,26 +110,34 @@ BlendStart startOfBlend(std::vector<HDRFrame>& ladder, const std::vector<float>&
     return {std::move(start), curveOfShift(0.0f, settings)};
 }
 
+ORVO_VECTOR_CLONES void mixRow(PixelRGB<float>* __restrict target, const PixelRGB<float>* __restrict source,
+                               const float* __restrict weights, std::size_t width)
+{
+    for (std::size_t x = 0; x < width; ++x) {
+        const float m = std::clamp(weights[x], 0.0f, 1.0f);
+        target[x].r = (source[x].r - target[x].r) * m + target[x].r;
+        target[x].g = (source[x].g - target[x].g) * m + target[x].g;
+        target[x].b = (source[x].b - target[x].b) * m + target[x].b;
+    }
+}
+
 // `pending` is applied to the result's pixels before the rung is mixed in.
-void blendIn(Picture& result, const RungCurve& pending, RungPixels& rung,
-             const std::vector<float, ManagedAllocator<float>>& mask)
+void blendIn(Picture& result, const RungCurve& pending, RungPixels& rung, BlendMask& mask)
 {
     if (!pending.isIdentity())
         rung.keepApart();
     const int height = result.height();
     const auto width = static_cast<std::size_t>(result.width());
-    for (int top = 0; top < height; top += rung.bandRows()) {
-        const int bottom = std::min(top + rung.bandRows(), height);
-        const PixelRGB<float>* const source = rung.rows(top, bottom);
-        PixelRGB<float>* const target = result.row(top);
-        pending.applyInPlace(target, static_cast<std::size_t>(bottom - top) * width);
-        const float* const weights = mask.data() + static_cast<std::size_t>(top) * width;
-        forEachRange(static_cast<std::size_t>(bottom - top) * width, [&](std::size_t first, std::size_t last) {
-            for (std::size_t p = first; p < last; ++p) {
-                const float m = std::clamp(weights[p], 0.0f, 1.0f);
-                target[p].r = (source[p].r - target[p].r) * m + target[p].r;
-                target[p].g = (source[p].g - target[p].g) * m + target[p].g;
-                target[p].b = (source[p].b - target[p].b) * m + target[p].b;
+    for (int top = 0; top < height; top += BlendMask::kBandRows) {
+        const int bottom = std::min(top + BlendMask::kBandRows, height);
+        const float* const weights = mask.rows(top, bottom);
+        parallelFor(tbb::blocked_range<int>(top, bottom), [&](const tbb::blocked_range<int>& rows) {
+            const ManagedPlane<PixelRGB<float>> scratch(width);
+            for (int y = rows.begin(); y != rows.end(); ++y) {
+                const PixelRGB<float>* const source = rung.rows(y, y + 1, scratch.data());
+                PixelRGB<float>* const target = result.row(y);
+                pending.apply(target, target, width);
+                mixRow(target, source, weights + static_cast<std::size_t>(y - top) * width, width);
             }
         });
     }
@@ -171,33 +154,30 @@ RungPixels pixelsOf(HDRFrame& rung, float shift, _Size<int> size, const HDRSetti
 }
 
 // Blends the ladder from its last rung to the first; empty if cancelled. Each rung frees its pixels once it is blended.
-// With `shifts`, or with `late`, the rungs are shifted to their exposure only here, so that no separate rung is kept in
-// addition to the frames.
-std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts,
-                                     DeghostedLadder* late, float maskScale, const HDRSettings& settings,
-                                     const RunControl& run, Phases& phases)
+// With `shifts`, the rungs are shifted to their exposure only here, so that no separate rung is kept in addition to the
+// frames. `prepare` is called with each rung before its pixels, of `size`, are read, and may make them.
+std::shared_ptr<Picture> blendLadder(std::vector<HDRFrame>& ladder, const std::vector<float>& shifts, _Size<int> size,
+                                     const std::function<void(std::size_t)>& prepare, float maskScale,
+                                     const HDRSettings& settings, const RunControl& run, MergePhases& phases)
 {
     const std::size_t n = ladder.size();
-    const _Size<int> size = ladder[0].image->size();
-    if (late)
-        late->make(n - 1);
-    BlendStart start = startOfBlend(ladder, shifts, settings);
+    prepare(n - 1);
+    BlendStart start = startOfBlend(ladder, shifts, size, settings);
     std::shared_ptr<Picture> result = std::move(start.pixels);
     for (std::size_t i = n - 1; i-- > 0;) {
         const float weight = (static_cast<float>(i) / static_cast<float>(n - 1)) * kLargestWeight * maskScale;
-        if (late)
-            late->make(i);
+        prepare(i);
         {
             RungPixels pixels = shifts.empty() ? RungPixels(ladder[i].image->data(), size.width, size.height)
                                                : pixelsOf(ladder[i], shifts[i], size, settings);
-            const auto mask = computeMask(pixels, weight);
+            BlendMask mask(pixels, weight);
             blendIn(*result, start.pending, pixels, mask);
             start.pending = curveOfShift(0.0f, settings);
         }
         if (i == 0)
             result->setColorProfile(ladder[0].image->colorProfile());
         ladder[i].image.reset();
-        phases.frameBlended();
+        phases.frameBlended(n - 1 - i, n - 1);
         if (run.cancelled())
             return nullptr;
     }
@@ -293,17 +273,78 @@ Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vect
     return {CreateOrvoImage(result, metadata), linear};
 }
 
+// Blends the frames of a developed bracket in the order in which the fold needs them, so that only one is in memory
+// besides the result.
+Merged mergeReadLate(const std::vector<PictureInput>& inputs, const HDRSettings& settings, const RunControl& run,
+                     MergePhases& phases)
+{
+    const LateFrames late(inputs, settings, run);
+    const std::vector<HDRFrame>& frames = late.frames();
+    phases.framesLoaded();
+    if (run.cancelled())
+        return stopped();
+    tellIsRaw(false);
+    PlannedLadder ladder;
+    if (frames.size() > kMostResampledFrames) {
+        ladder.rungs = frames;
+        ladder.frames.resize(frames.size());
+        std::iota(ladder.frames.begin(), ladder.frames.end(), std::size_t{0});
+    } else {
+        ladder = planRungs(frames, settings);
+    }
+    phases.ladderBuilt();
+    if (run.cancelled())
+        return stopped();
+    const auto give = [&](std::size_t frame, const std::shared_ptr<Picture>& pixels) {
+        for (std::size_t i = 0; i < ladder.rungs.size(); ++i)
+            if (ladder.frames[i] == frame)
+                ladder.rungs[i].image = pixels;
+    };
+    // The first two frames are blended with each other, so they are read at the same time.
+    std::vector<std::size_t> first = {ladder.frames.back()};
+    const auto next = std::find_if(ladder.frames.rbegin(), ladder.frames.rend(),
+                                   [&](std::size_t frame) { return frame != first[0]; });
+    if (next != ladder.frames.rend())
+        first.push_back(*next);
+    std::vector<std::shared_ptr<Picture>> pictures(first.size());
+    forEachItem(first.size(), [&](std::size_t i) { pictures[i] = late.read(first[i]); });
+    for (std::size_t i = 0; i < first.size(); ++i)
+        give(first[i], std::exchange(pictures[i], nullptr));
+    const auto readOnce = [&](std::size_t rung) {
+        if (!ladder.rungs[rung].image)
+            give(ladder.frames[rung], late.read(ladder.frames[rung]));
+    };
+    const float maskScale = frames.size() > kMostResampledFrames ? 1.0f : kResampledMaskScale;
+    auto result = blendLadder(ladder.rungs, ladder.shifts, late.size(), readOnce, maskScale, settings, run, phases);
+    if (!result)
+        return stopped();
+    phases.allBlended();
+    normalize_for_hdr(result->data(), result->width(), result->height());
+    phases.normalized();
+    HDRFrame middle = frames[frames.size() / 2];
+    return finish(middle, std::move(result), inputs, settings);
+}
+
+// Whether only the blend reads pixels.
+bool canReadLate(const std::vector<PictureInput>& inputs, const HDRSettings& settings)
+{
+    return inputs.size() > 1 && !settings.alignment && !settings.ghostReduction &&
+           std::none_of(inputs.begin(), inputs.end(), [](const PictureInput& input) {
+               return input.memory() == nullptr && isRawImageFile(input.path());
+           });
+}
+
 } // namespace
 
 Merged make_EFLL(const std::vector<std::filesystem::path>& paths, const HDRSettings& settings, _Size<int> /*size*/,
                  std::function<void(HDRMergingPhaseName)> onPhase)
 {
     return mergeBracket(inputsOf(paths), settings, std::move(onPhase), RunControl([&] { return settings.canceled(); }),
-                        functionSignature() + " make_EFLL: not all images were loaded");
+                        MiddleFrame::Kept, functionSignature() + " make_EFLL: not all images were loaded");
 }
 
 Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& settings,
-                    std::function<void(HDRMergingPhaseName)> onPhase, const RunControl& run,
+                    std::function<void(HDRMergingPhaseName)> onPhase, const RunControl& run, MiddleFrame middleFrame,
                     const std::string& complaint)
 {
     if (!onPhase)
@@ -312,9 +353,14 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
         details::stateFailure({FailureKind::Internal, {}, "no picture files were given"});
         return {};
     }
-    Phases phases(onPhase, inputs.size() == 1);
-    phases.report(static_cast<int>(inputs.size() == 1 ? HDRMergingPhaseName::SingleFrameStarted
-                                                      : HDRMergingPhaseName::BracketStarted));
+    const bool readsLate = middleFrame == MiddleFrame::Dropped && canReadLate(inputs, settings);
+    MergePhases phases(onPhase, run,
+                       inputs.size() == 1 ? MergeCourse::Single
+                       : readsLate        ? MergeCourse::BracketReadLate
+                                          : MergeCourse::Bracket);
+    phases.started();
+    if (readsLate)
+        return mergeReadLate(inputs, settings, run, phases);
 
     const bool allRaw = areAllRawFiles(inputs);
     std::vector<HDRFrame> frames = loadInputs(inputs, settings, ImageReaderOpenFlag::Bracket, allRaw, run);
@@ -328,7 +374,7 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
     if (!allRaw && settings.chromaticAberrations)
         for (HDRFrame& frame : frames)
             applyChromaticAbberationsCorrection(frame.image);
-    phases.report(static_cast<int>(HDRMergingPhaseName::FramesLoaded));
+    phases.framesLoaded();
 
     fillEVsAndSort(frames);
     requireSizeOfFirst(frames);
@@ -355,7 +401,8 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
         ghostIndex = plan.ghostIndex;
     }
     const std::size_t mid = frames.size() / 2;
-    dropPixelsExcept(frames, mid);
+    const bool keepsMiddle = middleFrame == MiddleFrame::Kept || hasRawMark(frames[mid]); // finished with the result
+    dropPixelsExcept(frames, keepsMiddle ? std::optional(mid) : std::nullopt);
     const bool isLate =
         !single && settings.ghostReduction && !shifts.empty() &&
         std::none_of(ladder.begin(), ladder.end(), [](const HDRFrame& rung) { return hasRawMark(rung); });
@@ -393,7 +440,11 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
 
     // Only a single frame's exposure is measured on its middle rung; keeping it in other cases would cost a picture.
     const auto middleRung = single ? shiftedPicture(ladder, shifts, ladder.size() / 2, settings) : nullptr;
-    auto result = blendLadder(ladder, shifts, late ? &*late : nullptr, maskScale, settings, run, phases);
+    const auto makeLate = [&](std::size_t rung) {
+        if (late)
+            late->make(rung);
+    };
+    auto result = blendLadder(ladder, shifts, ladder[0].image->size(), makeLate, maskScale, settings, run, phases);
     if (!result)
         return stopped();
     phases.allBlended();
@@ -402,7 +453,10 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
         restoreExposure(*middleRung, *result, settings.highlightHue);
     else
         phases.normalized();
-    return finish(frames[mid], std::move(result), inputs, settings);
+    Merged merged = finish(frames[mid], std::move(result), inputs, settings);
+    if (middleFrame == MiddleFrame::Dropped)
+        merged.second.reset();
+    return merged;
 }
 
 } // namespace orvo

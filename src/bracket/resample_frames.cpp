@@ -128,6 +128,7 @@ PlannedLadder planRungs(const std::vector<HDRFrame>& frames, const HDRSettings& 
         ladder.rungs.push_back(frames[nearest]);
         ladder.rungs.back().ev = target;
         ladder.shifts.push_back(target - frames[nearest].ev);
+        ladder.frames.push_back(nearest);
         grfx::cout << "Frame inserted: " << target << "\n";
     }
     if (frames.size() == 1 && settings.highlightHue == HighlightHue::Kept && !hasRawMark(frames[0]))

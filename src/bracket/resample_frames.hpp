@@ -18,9 +18,10 @@ inline constexpr std::size_t kMostResampledFrames = 3;
 /// A ladder whose rungs still share the pixels of their frames.
 struct PlannedLadder
 {
-    std::vector<HDRFrame> rungs; ///< in order of rising ev
-    std::vector<float> shifts;   ///< EV from the frame to its rung, at equal indices
-    int ghostIndex = -1;         ///< the last rung from the ghost reference; -1 without ghost reduction
+    std::vector<HDRFrame> rungs;     ///< in order of rising ev
+    std::vector<float> shifts;       ///< EV from the frame to its rung, at equal indices
+    std::vector<std::size_t> frames; ///< of the rungs, at equal indices
+    int ghostIndex = -1;             ///< the last rung from the ghost reference; -1 without ghost reduction
 };
 
 /// Plans the ladder of one to three frames sorted by rising ev. The rungs of a single developed frame share a copy of

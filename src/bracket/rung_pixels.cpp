@@ -1,15 +1,9 @@
 #include "bracket/rung_pixels.hpp"
 
-#include <orvo_core/parallel.hpp>
-
-#include <algorithm>
 #include <cstring>
 
 namespace orvo {
 namespace {
-
-// A few megabytes of a large picture: enough work for all threads, small compared with a picture.
-constexpr int kBandRows = 128;
 
 const RungCurve kAsItIs({1.0f, 0.9f, 0.5f}, HighlightHue::PerChannel);
 
@@ -41,25 +35,13 @@ RungPixels::RungPixels(const PixelRGB<float>* pixels, int width, int height, con
     : source(pixels), columns(width), lines(height), exposure(curve)
 {}
 
-int RungPixels::bandRows() const { return handsOutSource() ? std::max(lines, 1) : kBandRows; }
-
-const PixelRGB<float>* RungPixels::rows(int first, int end)
+const PixelRGB<float>* RungPixels::rows(int first, int end, PixelRGB<float>* scratch) const
 {
     const PixelRGB<float>* const requested = source + static_cast<std::ptrdiff_t>(first) * columns;
-    if (handsOutSource())
+    if (exposure.isIdentity() && !apart)
         return requested;
-    const auto rowPixels = static_cast<std::size_t>(columns);
-    if (bandCapacity < end - first) {
-        band.reset();
-        band = std::make_unique<ManagedPlane<PixelRGB<float>>>(static_cast<std::size_t>(end - first) * rowPixels);
-        bandCapacity = end - first;
-    }
-    PixelRGB<float>* const made = band->data();
-    forEachRow(end - first, [&](int y) {
-        const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(y) * columns;
-        exposure.apply(requested + offset, made + offset, rowPixels);
-    });
-    return made;
+    exposure.apply(requested, scratch, static_cast<std::size_t>(end - first) * static_cast<std::size_t>(columns));
+    return scratch;
 }
 
 } // namespace orvo

@@ -1,12 +1,11 @@
 /// The pixels of a rung, shifted to its exposure on demand.
 #pragma once
 
-#include <orvo_common/memory_manager.hpp>
 #include <orvo_core/pixel.hpp>
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_image_processing/exposure_curve.hpp>
 
-#include <memory>
+#include <cstddef>
 
 namespace orvo {
 
@@ -26,9 +25,8 @@ private:
     HighlightHue hue;
 };
 
-/// A picture seen through an exposure curve. A pass from top to bottom requests a band of rows at a time, so that no
-/// second picture is kept for a curve that is quick to apply again. Refers to the pixels, which must outlive it. One
-/// thread at a time; each call is itself parallel.
+/// A picture seen through an exposure curve. Rows are computed as they are read, so that no second picture is kept for
+/// a curve that is quick to apply again. Refers to the pixels, which must outlive it. Any thread.
 class RungPixels
 {
 public:
@@ -42,23 +40,16 @@ public:
     [[nodiscard]] int width() const { return columns; }
     [[nodiscard]] int height() const { return lines; }
 
-    /// Rows that a pass should request at once: all if nothing has to be computed.
-    [[nodiscard]] int bandRows() const;
-
-    /// Rows `first` to `end` - 1, contiguous. Valid until the next call. Peak: these rows, or nothing if the curve
-    /// changes nothing and the picture itself is returned. Throws std::bad_alloc.
-    [[nodiscard]] const PixelRGB<float>* rows(int first, int end);
+    /// Rows `first` to `end` - 1, contiguous: computed into `scratch`, which has room for them, or the picture's own if
+    /// the curve changes nothing.
+    [[nodiscard]] const PixelRGB<float>* rows(int first, int end, PixelRGB<float>* scratch) const;
 
 private:
-    [[nodiscard]] bool handsOutSource() const { return exposure.isIdentity() && !apart; }
-
     const PixelRGB<float>* source;
     int columns;
     int lines;
     RungCurve exposure;
     bool apart = false;
-    std::unique_ptr<ManagedPlane<PixelRGB<float>>> band;
-    int bandCapacity = 0; // rows
 };
 
 } // namespace orvo

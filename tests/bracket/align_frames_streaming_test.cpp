@@ -244,7 +244,7 @@ TEST(AlignFramesStreaming, AFrameThatEndsUpBesideTheReferenceHasTheEmptyRectangl
     EXPECT_EQ(consumed[1].frame.image->size(), size) << "handed on all the same";
 }
 
-TEST(AlignFramesStreaming, AsksForTheReferenceFirstAndHoldsNoOtherFrame)
+TEST(AlignFramesStreaming, AsksForTheReferenceFirstAndHoldsOnlyTheFrameItHandsOn)
 {
     std::vector<int> asked;
     std::vector<std::weak_ptr<Picture>> given;
@@ -255,8 +255,7 @@ TEST(AlignFramesStreaming, AsksForTheReferenceFirstAndHoldsNoOtherFrame)
         return frame;
     };
     const auto consume = [&](int index, FocusStackerFrame& frame, const _Rect<int>&) {
-        EXPECT_FALSE(given.front().expired()) << "the reference";
-        for (std::size_t i = 1; i < given.size(); ++i)
+        for (std::size_t i = 0; i < given.size(); ++i)
             EXPECT_EQ(given[i].expired(), given[i].lock() != frame.image) << index;
     };
     alignFramesStreaming(getFrame, consume, 4, 2);

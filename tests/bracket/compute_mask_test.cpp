@@ -93,7 +93,7 @@ TEST(UpsampleNear, TakesColumnAndRowByIntegerDivision)
 {
     const std::vector<float> source = {1, 2, 3, 4};
     std::vector<float> target(25);
-    upsample_near(source.data(), 2, 2, target.data(), 5, 5);
+    upsample_near(source.data(), 2, 2, target.data(), 5, 5, 0, 5);
     const std::vector<float> row0 = {1, 1, 1, 2, 2};
     EXPECT_TRUE(std::equal(row0.begin(), row0.end(), target.begin()));
     EXPECT_EQ(target[2 * 5], 1) << "row 2 of 5 is row 0 of 2";
@@ -151,7 +151,7 @@ TEST(ComputeMask, SmoothsDetailMoreThanEdges)
 
 TEST(ComputeMask, IsItsStepsInOrder)
 {
-    for (const _Size<int> size : {_Size<int>(200, 120), _Size<int>(131, 77)})
+    for (const _Size<int> size : {_Size<int>(200, 120), _Size<int>(131, 77), _Size<int>(62, 300)})
         for (const float weight : {0.0f, 0.4f, 0.75f}) {
             // Large edges and texture, so that every argument of the filter has an effect.
             const auto picture = drawn(size.width, size.height, [](int x, int y) {
@@ -169,7 +169,7 @@ TEST(ComputeMask, IsItsStepsInOrder)
                 half.push_back(static_cast<float>(v) * 3.0518509e-05f);
             std::vector<float> expected(picture->pixelCount());
             std::vector<float> between(picture->pixelCount());
-            upsample_near(half.data(), w, h, expected.data(), size.width, size.height);
+            upsample_near(half.data(), w, h, expected.data(), size.width, size.height, 0, size.height);
             grfx_fast_blur_gray(between.data(), expected.data(), size.width, size.height, 1);
             grfx_fast_blur_gray(expected.data(), between.data(), size.width, size.height, 1);
             const auto mask = computeMask(picture->data(), size.width, size.height, weight);
@@ -201,7 +201,7 @@ TEST(ComputeMask, OfPixelsMadeAsTheyAreNeededIsThatOfAShiftedCopy)
             const auto picture = textured(size.width, size.height);
             const auto shifted = picture->copy({});
             curve.applyInPlace(&shifted->data()->r, shifted->pixelCount() * 3);
-            RungPixels pixels(picture->data(), size.width, size.height, {curve, HighlightHue::PerChannel});
+            const RungPixels pixels(picture->data(), size.width, size.height, {curve, HighlightHue::PerChannel});
             EXPECT_TRUE(computeMask(pixels, 0.4f) == computeMask(shifted->data(), size.width, size.height, 0.4f))
                 << size.width << "x" << size.height << " by " << a;
         }
@@ -212,9 +212,10 @@ TEST(RungPixels, GivesAnyRowsAsTheCurveShowsThem)
     const ExposureCurve curve(1.1f, 0.9f, 0.5f);
     const auto picture = textured(37, 50);
     const auto untouched = picture->copy({});
-    RungPixels pixels(picture->data(), 37, 50, {curve, HighlightHue::PerChannel});
+    const RungPixels pixels(picture->data(), 37, 50, {curve, HighlightHue::PerChannel});
+    std::vector<PixelRGB<float>> scratch(picture->pixelCount());
     for (const auto& [first, end] : {std::pair{10, 12}, {0, 50}, {49, 50}, {3, 20}}) {
-        const PixelRGB<float>* const rows = pixels.rows(first, end);
+        const PixelRGB<float>* const rows = pixels.rows(first, end, scratch.data());
         const PixelRGB<float>* const source = untouched->row(first);
         for (int i = 0; i < (end - first) * 37; ++i) {
             ASSERT_EQ(rows[i].r, curve(source[i].r)) << first;

@@ -529,6 +529,56 @@ TEST_F(FocusStack, GivesAllMemoryBack)
     EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
 }
 
+// JPEG files are read again, others are kept: a PNG of the pixels of a JPEG shows the difference, if there is one.
+TEST_F(FocusStack, JpegFilesAreReadAgainForTheSamePixels)
+{
+    Paths jpegs;
+    Paths kept;
+    for (const double shift : {0.0, 1.3, -0.8}) {
+        const auto name = "frame" + std::to_string(jpegs.size());
+        jpegs.push_back(writtenTo(folder / (name + ".jpg"), *textured(200, 150, shift, 0.5 * shift)));
+        const auto stored =
+            ImageReader::instance().open({jpegs.back(), {}}, {}, ImageReaderOpenFlag::Upright, nullptr, {}, -1);
+        kept.push_back(folder / (name + ".png"));
+        ImageWriteSettings asStored = writeSettingsForPath(kept.back());
+        asStored.profile = stored->metadata()->fileProfile;
+        asStored.bits = 8;
+        writeImage(kept.back(), *stored->imageData({}, {}, true), asStored);
+    }
+    for (const AlignmentQuality quality : {AlignmentQuality::Fine, AlignmentQuality::Fast}) {
+        Settings settings = alignedTo(1);
+        settings.adjust.quality = quality;
+        const auto fromJpegs = makeFocusStack(jpegs, settings);
+        const auto fromKept = makeFocusStack(kept, settings);
+        ASSERT_TRUE(fromJpegs && fromKept);
+        EXPECT_TRUE(sameBytes(*pixelsOf(*fromJpegs), *pixelsOf(*fromKept)));
+    }
+}
+
+// A stacker of three pictures, the frame that is added and the picture that it is warped from; the samples of a JPEG
+// are a quarter of a picture, and would add two for eight frames.
+TEST_F(FocusStack, HoldsNoJpegBesidesTheStackerAndTheFrameThatIsAdded)
+{
+    constexpr int kWidth = 900;
+    constexpr int kHeight = 700;
+    constexpr double kPicture = 12.0 * kWidth * kHeight;
+    Paths paths;
+    for (int i = 0; i < 8; ++i)
+        paths.push_back(
+            writtenTo(folder / ("frame" + std::to_string(i) + ".jpg"), *textured(kWidth, kHeight, 0.4 * i, 0.0)));
+    MemoryManager& memory = MemoryManager::instance();
+    Settings fine = alignedTo(3);
+    fine.adjust.quality = AlignmentQuality::Fine;
+    Settings fast = alignedTo(3);
+    fast.adjust.quality = AlignmentQuality::Fast;
+    for (const auto& [settings, pictures] : {std::pair{fine, 4.8}, {fast, 4.8}, {unaligned(), 4.3}}) {
+        const std::size_t before = memory.liveBytes();
+        memory.resetPeak();
+        ASSERT_TRUE(makeFocusStack(paths, settings));
+        EXPECT_LT(static_cast<double>(memory.peakBytes() - before), pictures * kPicture);
+    }
+}
+
 // How makeFocusStack() goes about its frames.
 struct Ways
 {

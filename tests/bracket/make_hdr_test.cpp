@@ -509,7 +509,7 @@ TEST_F(MakeHdr, KeepsNoPictureForARungOfAShortBracket)
             memory.resetPeak();
     };
     ASSERT_TRUE(merge(paths, {}, afterLoading).first);
-    EXPECT_LT(static_cast<double>(memory.peakBytes() - before), 4.5 * kPicture);
+    EXPECT_LT(static_cast<double>(memory.peakBytes() - before), 3.4 * kPicture);
 }
 
 TEST_F(MakeHdr, ARawBracketIsBlendedAtFullStrength)

@@ -151,7 +151,7 @@ TEST_F(Batch, StaysWithinItsMemory)
         return nlohmann::json::parse(finished.out).at("most_at_once").get<int>();
     };
     EXPECT_EQ(most("200M"), 1);
-    EXPECT_EQ(most("400M"), 2);
+    EXPECT_EQ(most("300M"), 2);
     EXPECT_EQ(most("2000M"), 4);
 }
 

@@ -95,12 +95,12 @@ std::shared_ptr<Image> merge(PictureRun& run, const HdrJobRequest& request, cons
     HdrRequest merging;
     merging.pictures = inputsOf(request.frames);
     merging.settings = mergeSettings(request, frames);
+    merging.keepsMiddleFrame = false;
     merging.cancel = [&run] { return run.isCancelled(); };
     merging.onPhase = [&](HDRMergingPhaseName phase) { step = stepFrom(phase, request.frames.size() == 1); };
     merging.progress = [&](float share) {
         run.report({step, kMergeStarts + (kWriteStarts - kMergeStarts) * static_cast<double>(share)});
     };
-    // Keeps only the merged picture and frees the pixels of the middle frame.
     return run.pictureOf(perform(merging), request.strict);
 }
 

@@ -1,5 +1,7 @@
 #include <jobs/memory_need.hpp>
+#include <orvo_core/color_profile.hpp>
 #include <orvo_io/image_reader.hpp>
+#include <orvo_io/picture_file.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -10,8 +12,8 @@ namespace {
 constexpr double kMiB = 1024.0 * 1024.0;
 // Code, libraries, and buffers that do not grow with the pictures.
 constexpr double kProgram = 64.0 * kMiB;
-// Planes of at most 2 megapixels that registration compares.
-constexpr double kRegistration = 100.0 * kMiB;
+// Planes of at most 2 megapixels that registration compares, and what feature detection needs.
+constexpr double kRegistration = 200.0 * kMiB;
 // Texts and pictures of a request and its answer that hardly grow with the picture.
 constexpr double kAnswer = 100.0 * kMiB;
 // Bytes of a pixel as three floats.
@@ -41,6 +43,26 @@ Pixels pixelsOf(const std::vector<std::filesystem::path>& files)
     return pixels;
 }
 
+// Bytes of the frames of a focus series that are kept for another use: the samples of the file if they have 8 bits and
+// three colours, else floats.
+double keptBytes(const StackJobRequest& request, const Pixels& pixels)
+{
+    constexpr double kKeptPixel = 3.0;
+    constexpr int kKeptBits = 8;
+    if (!request.align && !request.deghost)
+        return 0.0;
+    if (pixels.raw > 0.0)
+        return pixels.held;
+    double bytes = 0.0;
+    for (const auto& file : request.frames)
+        if (const auto metadata = ImageReader::readMetadata(file); metadata && (request.deghost || !isJpegFile(file))) {
+            const bool inColour = !metadata->fileProfile || metadata->fileProfile->channelCount() == 3;
+            const double pixel = inColour && sampleBitsOf(file) == kKeptBits ? kKeptPixel : kPixel;
+            bytes += pixel * static_cast<double>(metadata->size.width) * metadata->size.height;
+        }
+    return bytes;
+}
+
 std::uint64_t rounded(double bytes) { return static_cast<std::uint64_t>(bytes); }
 
 } // namespace
@@ -49,20 +71,30 @@ std::uint64_t rounded(double bytes) { return static_cast<std::uint64_t>(bytes); 
 
 std::uint64_t memoryNeed(const HdrJobRequest& request)
 {
-    constexpr double kMerge = 20.0;
-    constexpr double kRegistered = 60.0;
+    constexpr double kReadLate = 28.0; // the result, a frame and its mask
+    constexpr double kSingle = 30.0;   // with the frame whose highlights are recovered
+    constexpr double kRawMerge = 20.0;
+    constexpr double kRegistered = 28.0;
+    constexpr double kRawRegistered = 60.0; // the rungs of the ladder
     const Pixels pixels = pixelsOf(request.frames);
-    if (request.align || request.deghost)
-        return rounded(kProgram + kRegistration + pixels.held + kRegistered * pixels.largest);
-    return rounded(kProgram + pixels.held + kMerge * pixels.largest);
+    const bool isSingle = request.frames.size() == 1;
+    if (!isSingle && (request.align || request.deghost))
+        return rounded(kProgram + kRegistration + pixels.held +
+                       (pixels.raw > 0.0 ? kRawRegistered : kRegistered) * pixels.largest);
+    if (pixels.raw > 0.0)
+        return rounded(kProgram + pixels.held + kRawMerge * pixels.largest);
+    return rounded(kProgram + (isSingle ? kSingle : kReadLate) * pixels.largest);
 }
 
 std::uint64_t memoryNeed(const StackJobRequest& request)
 {
-    constexpr double kStack = 54.0; // the stacker's planes and the picture that is aligned
-    constexpr double kDeghosted = 94.0;
+    constexpr double kStack = 58.0; // the stacker's planes, and the picture that is aligned
+    constexpr double kFastStack = 70.0;
+    constexpr double kDeghosted = 18.0;
     const Pixels pixels = pixelsOf(request.frames);
-    return rounded(kProgram + pixels.held + (request.deghost ? kDeghosted : kStack) * pixels.largest);
+    const double stack = request.align && request.fast ? kFastStack : kStack;
+    return rounded(kProgram + keptBytes(request, pixels) +
+                   (stack + (request.deghost ? kDeghosted : 0.0)) * pixels.largest);
 }
 
 std::uint64_t memoryNeed(const PanoJobRequest& request)
@@ -71,10 +103,11 @@ std::uint64_t memoryNeed(const PanoJobRequest& request)
     constexpr double kStitch = 26.0;
     constexpr double kComposed = 40.0;
     constexpr double kFeatures = 12.0 * kMiB; // of each picture, whatever its size
+    constexpr double kShared = 100.0 * kMiB;
     const Pixels pixels = pixelsOf(request.files);
     const bool isComposed = request.brackets || request.crop != PanoCrop::None || request.straighten ||
                             request.turnDegrees != 0.0 || request.shift != _Point<float>();
-    return rounded(kProgram + kRegistration + kFeatures * static_cast<double>(request.files.size()) +
+    return rounded(kProgram + kShared + kFeatures * static_cast<double>(request.files.size()) +
                    (isComposed ? kComposed : kStitch) * pixels.sum);
 }
 

@@ -3,6 +3,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -61,7 +65,7 @@ constexpr std::size_t kCacheShareOfMemory = 32;
 
 // Live and kept planes together exceed the largest live amount by this share at most, so that planes of sizes that are
 // no longer asked for do not raise the peak of a process.
-constexpr std::size_t kExtraShareOfPeak = 8;
+constexpr std::size_t kExtraShareOfPeak = 16;
 
 std::size_t defaultCacheLimit()
 {
@@ -72,24 +76,35 @@ std::size_t defaultCacheLimit()
     return static_cast<std::size_t>(pages) / kCacheShareOfMemory * static_cast<std::size_t>(pageBytes);
 }
 
-// Blocks from this size on get huge pages, which take a fraction of the page faults: the C library maps them on their
-// own, so the advice concerns no other block.
+// Blocks from this size on get huge pages, which take a fraction of the page faults.
 constexpr std::size_t kLeastHuge = std::size_t{32} << 20;
+
+// Large blocks are mapped one by one: the C library would serve most of them from its heap, whose pages do not go back
+// to the system when a block is freed below another one.
+bool isMapped(std::size_t blockBytes) { return blockBytes >= kSmallestKept; }
 
 void* fromSystem(std::size_t bytes)
 {
-    void* const block = std::aligned_alloc(MemoryManager::kAlignment, bytes);
+    if (!isMapped(bytes))
+        return std::aligned_alloc(MemoryManager::kAlignment, bytes);
+    void* const block = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED)
+        return nullptr;
 #ifdef MADV_HUGEPAGE
-    if (block != nullptr && bytes >= kLeastHuge) {
-        const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGE_SIZE));
-        const auto begin = reinterpret_cast<std::uintptr_t>(block);
-        const std::uintptr_t firstPage = (begin + page - 1) / page * page;
-        const std::uintptr_t endPage = (begin + bytes) / page * page;
-        // Only advice: a system without huge pages refuses it, and nothing changes.
-        static_cast<void>(madvise(reinterpret_cast<void*>(firstPage), endPage - firstPage, MADV_HUGEPAGE));
-    }
+    // Only advice: a system without huge pages refuses it, and nothing changes.
+    if (bytes >= kLeastHuge)
+        static_cast<void>(::madvise(block, bytes, MADV_HUGEPAGE));
 #endif
     return block;
+}
+
+void toSystem(void* block, std::size_t bytes) noexcept
+{
+    permit(block, bytes);
+    if (isMapped(bytes))
+        ::munmap(block, bytes);
+    else
+        std::free(block);
 }
 
 std::size_t roundedUp(std::size_t bytes)
@@ -129,6 +144,11 @@ struct MemoryManager::State
     void makeRoom(std::size_t bytes)
     {
         const std::size_t wanted = live + bytes;
+#ifdef __GLIBC__
+        // What decoders and OpenCV have freed stays in the C library's heap, at the peak of the process too.
+        if (wanted > peak && bytes >= kLeastHuge)
+            ::malloc_trim(0);
+#endif
         const std::size_t most = std::max(peak, wanted);
         shrinkTo(most + most / kExtraShareOfPeak - wanted);
     }
@@ -138,8 +158,7 @@ struct MemoryManager::State
         while (keptBytes > bytes) {
             const auto largest = std::prev(kept.end());
             keptBytes -= largest->first;
-            permit(largest->second, largest->first);
-            std::free(largest->second);
+            toSystem(largest->second, largest->first);
             kept.erase(largest);
         }
     }
@@ -166,7 +185,9 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
         if (block == nullptr)
             state->makeRoom(blockBytes);
     }
+    bool isZero = false;
     if (block == nullptr) {
+        isZero = isMapped(blockBytes); // fresh pages are
         block = fromSystem(blockBytes);
         if (block == nullptr) {
             trim(); // the kept planes may be exactly what is missing
@@ -177,18 +198,17 @@ void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
     }
     permit(block, bytes);
     forbid(static_cast<char*>(block) + bytes, blockBytes - bytes);
-    if (zeroed)
+    if (zeroed && !isZero)
         std::memset(block, 0, bytes);
 #ifdef ORVO_CHECKED
-    else
+    if (!zeroed)
         std::memset(block, kUnwritten, bytes);
 #endif
     const std::lock_guard lock(state->mutex);
     try {
         state->handedOut.emplace(block, blockBytes);
     } catch (...) { // no memory for the entry
-        permit(block, blockBytes);
-        std::free(block);
+        toSystem(block, blockBytes);
         throw;
     }
     state->live += blockBytes;
@@ -210,8 +230,7 @@ void MemoryManager::free(void* plane) noexcept
     state->handedOut.erase(found);
     state->live -= blockBytes;
     if (blockBytes < kSmallestKept || state->keptBytes + blockBytes > state->limit) {
-        permit(plane, blockBytes);
-        std::free(plane);
+        toSystem(plane, blockBytes);
         return;
     }
     forbid(plane, blockBytes);

@@ -71,6 +71,16 @@ ReadAnswer readAny(const SourceFile& file, const ReadJob& job)
     throw ReadFailure("expected a picture file: " + file.describeBeginning());
 }
 
+// By its first bytes.
+io::FileKind kindOf(const std::filesystem::path& path)
+{
+    try {
+        return SourceFile(path).sniff();
+    } catch (const FailureError&) { // it cannot be opened
+        return io::FileKind::Unknown;
+    }
+}
+
 // Runs `body`, which opens a file, as an exported call. An exception becomes the failure of the call, one line of the
 // log unless it is a cancel, and an empty result.
 template <typename Body>
@@ -331,13 +341,8 @@ int sampleBitsOf(const std::filesystem::path& path)
     }
 }
 
-bool beginsLikePicture(const std::filesystem::path& path)
-{
-    try {
-        return SourceFile(path).sniff() != io::FileKind::Unknown;
-    } catch (const FailureError&) { // it cannot be opened
-        return false;
-    }
-}
+bool beginsLikePicture(const std::filesystem::path& path) { return kindOf(path) != io::FileKind::Unknown; }
+
+bool isJpegFile(const std::filesystem::path& path) { return kindOf(path) == io::FileKind::Jpeg; }
 
 } // namespace orvo

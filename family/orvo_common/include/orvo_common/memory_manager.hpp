@@ -39,7 +39,8 @@ public:
     void resetPeak();
 
     /// Bytes of freed planes kept for reuse; at most cacheLimit(). When no kept plane fits a request, the largest are
-    /// returned to the system as far as live and kept planes together would exceed peakBytes() by more than an eighth.
+    /// returned to the system as far as live and kept planes together would exceed peakBytes() by more than a
+    /// sixteenth.
     [[nodiscard]] std::size_t cachedBytes() const;
     [[nodiscard]] std::size_t cacheLimit() const;
     /// Limits the kept planes to `bytes`, now and later; the rest is returned to the system.

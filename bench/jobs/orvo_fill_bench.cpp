@@ -217,9 +217,23 @@ PatchFillSettings settingsFrom(const std::vector<std::string>& words)
     {                                                                                                                  \
 #NAME, [&](double v) { settings.NAME = static_cast<decltype(settings.NAME)>(v); }                              \
     }
-        ORVO_KEY(coarsestRounds), ORVO_KEY(finestRounds), ORVO_KEY(passes),     ORVO_KEY(textureGain),
-        ORVO_KEY(agreement),      ORVO_KEY(depthFalloff), ORVO_KEY(seed),       ORVO_KEY(rimWeight),
-        ORVO_KEY(lastAgreement),  ORVO_KEY(evenSeams),    ORVO_KEY(lineWeight), ORVO_KEY(rareWeight),
+        ORVO_KEY(pieces),
+        ORVO_KEY(shifted.coarsestRounds),
+        ORVO_KEY(shifted.finestRounds),
+        ORVO_KEY(shifted.reach),
+        ORVO_KEY(shifted.coherence),
+        ORVO_KEY(peeled.coarsestRounds),
+        ORVO_KEY(peeled.finestRounds),
+        ORVO_KEY(passes),
+        ORVO_KEY(textureGain),
+        ORVO_KEY(agreement),
+        ORVO_KEY(depthFalloff),
+        ORVO_KEY(seed),
+        ORVO_KEY(rimWeight),
+        ORVO_KEY(lastAgreement),
+        ORVO_KEY(evenSeams),
+        ORVO_KEY(lineWeight),
+        ORVO_KEY(rareWeight),
         ORVO_KEY(rareLevels),
 #undef ORVO_KEY
     };

@@ -24,8 +24,7 @@ public:
     /// Call it if there is no picture: states why, for lastFailure() of the enclosing call.
     void stateNoPicture() const
     {
-        details::stateFailure(
-            reason.value_or(Failure{FailureKind::UnreadableFile, file, "the file is not a picture"}));
+        details::stateFailure(reason.value_or(Failure{FailureKind::UnreadableFile, file, "the file is not a picture"}));
     }
 
     const std::vector<unsigned char> bytes; ///< what the loader knows it by

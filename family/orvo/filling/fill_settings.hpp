@@ -3,16 +3,33 @@
 
 namespace orvo::details {
 
+/// How a first guess is improved.
+struct Refinement
+{
+    int coarsestRounds = 0; ///< of search and vote at the coarsest level
+    int finestRounds = 0;   ///< the same at the finest; the number falls level by level
+    /// Pixels around a source that a search tries, except at the rim; 0: the whole level.
+    int reach = 0;
+    /// Except at the rim: share by which a source found at random must be better than the present one. The least of
+    /// many random distances wins against the neighbours' sources too often, and what they do not share is averaged and
+    /// loses texture.
+    float coherence = 0.0f;
+};
+
 /// The defaults measured best (figures in docs/filling.md).
 struct PatchFillSettings
 {
-    int coarsestRounds = 24;     ///< of search and vote at the coarsest level
-    int finestRounds = 4;        ///< the same at the finest; the number falls level by level
+    /// From the peeled start (peel.hpp) on, which leaves everything to the rounds.
+    Refinement peeled = {24, 4, 0, 0.0f};
+    /// Holes that known pixels surround are put together anew from shifted pieces (shifted_pieces.hpp) as soon as a
+    /// level is fine enough. Those are sound as they are: more rounds dissolve them.
+    bool pieces = true;
+    Refinement shifted = {3, 3, 8, 0.6f};
     int passes = 2;              ///< of search per round
     float textureGain = 7.0f;    ///< weight of the mean gradient relative to colours, in 8-bit steps
     int rimWeight = 6;           ///< of known pixels in patches that meet the hole; painted ones weigh 1
     float agreement = 1.0f;      ///< how much faster than the distance a vote loses weight; 0: equal votes
-    float lastAgreement = 16.0f; ///< the same for the last painting
+    float lastAgreement = 40.0f; ///< the same for the last painting
     float depthFalloff = 1.6f;   ///< weight loss of a patch per pixel of distance to known ones; 1: none
     bool evenSeams = true;       ///< even out colours at the rim and where sources meet
     float lineWeight = 6.0f; ///< 8-bit steps per sample that a source beside the lines costs; 0: lines do not matter

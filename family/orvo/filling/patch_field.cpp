@@ -26,9 +26,10 @@ struct Match
 class RowSearch
 {
 public:
-    RowSearch(const FillLevel& level_, int rimWeight_, const SourceCost& sourceCost_, int radius_, unsigned stream_)
+    RowSearch(const FillLevel& level_, int rimWeight_, const SourceCost& sourceCost_, int radius_, float coherence_,
+              unsigned stream_)
         : level(level_), rimWeight(rimWeight_), sourceCost(sourceCost_), count(level_.width() * level_.height()),
-          radius(radius_), stream(stream_)
+          radius(radius_), coherence(coherence_), stream(stream_)
     {}
 
     // Reads `before`, the field of the previous pass, and writes `row`. `forward`: from left to right.
@@ -80,16 +81,18 @@ private:
         return patchDistance(patch, level.texels.data() + source, level.width(), limit);
     }
 
-    ORVO_INLINE void attempt(const WeightedPatch& patch, int target, int source, Match& best) const
+    // `handicap` counts against the source in the comparison only.
+    ORVO_INLINE void attempt(const WeightedPatch& patch, int target, int source, Match& best, int handicap = 0) const
     {
         if (source == best.source || !isSource(source))
             return;
         const int cost = sourceCost(target, source);
-        if (cost >= best.distance)
+        const int limit = best.distance - handicap - cost;
+        if (limit <= 0)
             return;
-        const int distance = distanceTo(patch, source, best.distance - cost) + cost;
-        if (distance < best.distance)
-            best = {source, distance};
+        const int distance = distanceTo(patch, source, limit);
+        if (distance < limit)
+            best = {source, distance + cost};
     }
 
     // Tries the patch as far from the neighbour's source as the target is from the neighbour.
@@ -103,11 +106,14 @@ private:
     ORVO_INLINE void lookAround(const WeightedPatch& patch, int target, Match& best) const
     {
         CountedRandom random(stream, static_cast<unsigned>(target));
-        for (int reach = radius; reach >= 1; reach /= 2) {
+        // Patches at the rim know what they must match, so they look everywhere.
+        const bool atRim = level.known[idx(target)] != 0;
+        const auto handicap = atRim ? 0 : static_cast<int>(coherence * static_cast<float>(best.distance));
+        for (int reach = atRim ? std::max(level.width(), level.height()) : radius; reach >= 1; reach /= 2) {
             const int x = best.source % level.width() + random.below(2 * reach + 1) - reach;
             const int y = best.source / level.width() + random.below(2 * reach + 1) - reach;
             if (x >= 0 && x < level.width() && y >= 0 && y < level.height())
-                attempt(patch, target, level.at(x, y), best);
+                attempt(patch, target, level.at(x, y), best, handicap);
         }
     }
 
@@ -116,6 +122,7 @@ private:
     const SourceCost& sourceCost;
     const int count;
     const int radius;
+    const float coherence;
     const unsigned stream;
 };
 
@@ -159,11 +166,12 @@ PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const P
 }
 
 void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const SourceCost& sourceCost,
-            int radius, unsigned stream)
+            int radius, float coherence, unsigned stream)
 {
     PatchField next(level);
     for (int pass = 0; pass < settings.passes; ++pass) {
-        const RowSearch row(level, settings.rimWeight, sourceCost, radius, stream * 64 + static_cast<unsigned>(pass));
+        const RowSearch row(level, settings.rimWeight, sourceCost, radius, coherence,
+                            stream * 64 + static_cast<unsigned>(pass));
         forEachRow(level.height(), [&](int y) {
             runLoop([&]() __attribute__((always_inline)) { row(y, field, next, pass % 2 == 0, pass == 0); });
         });

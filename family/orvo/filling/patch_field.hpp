@@ -26,8 +26,8 @@ struct PatchField
 /// Measures the distances again, since the hole was repainted, and searches for better sources: next to the sources of
 /// neighbours, and at random up to `radius` pixels from the current one (PatchMatch: Barnes, Shechtman, Finkelstein,
 /// Goldman, SIGGRAPH 2009). Departure: a row reads the rows above and below as they were before the pass, so the order
-/// of rows and the number of threads do not matter. `stream` numbers the search.
+/// of rows and the number of threads do not matter. `coherence`: see Refinement. `stream` numbers the search.
 void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const SourceCost& sourceCost,
-            int radius, unsigned stream);
+            int radius, float coherence, unsigned stream);
 
 } // namespace orvo::details

@@ -7,6 +7,7 @@
 #include "filling/patch_votes.hpp"
 #include "filling/peel.hpp"
 #include "filling/seam_colours.hpp"
+#include "filling/shifted_pieces.hpp"
 #include "filling/smooth_fill.hpp"
 #include "filling/source_cost.hpp"
 
@@ -70,6 +71,22 @@ std::vector<FillLevel> pyramidOf(const _ImageData<PixelRGB<float>>& picture, con
     return levels;
 }
 
+bool isSurrounded(const Hole& hole)
+{
+    const _Rect<int>& box = hole.bounds();
+    return box.x > 0 && box.y > 0 && box.x + box.width < hole.size().width && box.y + box.height < hole.size().height;
+}
+
+// The finest level that graph cuts can handle, or the coarsest of all.
+std::ptrdiff_t labelledLevel(const std::vector<FillLevel>& levels)
+{
+    const auto found = std::find_if(levels.begin(), levels.end(), [](const FillLevel& level) {
+        return std::count(level.places.data(), level.places.data() + level.width() * level.height(), Place::Hole) <=
+               kMostLabelled;
+    });
+    return std::min<std::ptrdiff_t>(found - levels.begin(), static_cast<std::ptrdiff_t>(levels.size()) - 1);
+}
+
 // Fills one hole from the coarsest level to the finest.
 class PatchRun
 {
@@ -86,6 +103,8 @@ public:
             fillSmoothly(result, hole);
             return;
         }
+        const bool shifted = settings.pieces && isSurrounded(hole);
+        const auto piecesAt = shifted ? static_cast<int>(labelledLevel(levels)) : -1;
         count = static_cast<int>(levels.size());
         // Fine enough for thin lines, coarse enough that grain has no direction.
         const LineDirections lines(levels[std::min<std::size_t>(1, levels.size() - 1)]);
@@ -95,14 +114,23 @@ public:
             rarity.emplace(levels.back());
         const auto costAt = [&](const FillLevel& level, int i) {
             const int shift = count - 1 - i;
-            return SourceCost(settings, level, lines, rarity && shift < settings.rareLevels ? &*rarity : nullptr,
-                              shift);
+            const bool rare = rarity && (shift < settings.rareLevels || i == piecesAt);
+            return SourceCost(settings, level, lines, rare ? &*rarity : nullptr, shift);
         };
         PatchField field = peel(levels.back(), settings, costAt(levels.back(), count - 1));
-        control.report(kPeeled);
+        control.report(kStarted);
         for (int i = count - 1; i >= 0; --i) {
             FillLevel& level = levels.back();
-            improve(level, i, field, costAt(level, i));
+            const SourceCost sourceCost = costAt(level, i);
+            // A level has four times the pixels of the next, so the finest takes about half of the time.
+            const float begin = i + 1 == count ? kStarted : shareAfter(i + 1);
+            const float middle = i == piecesAt ? 0.5f * (begin + shareAfter(i)) : begin;
+            if (i >= piecesAt)
+                improve(level, field, sourceCost, settings.peeled, i, {begin, i == piecesAt ? middle : shareAfter(i)});
+            if (i == piecesAt)
+                field = shiftedPieces(level, field, sourceCost, control);
+            if (i <= piecesAt)
+                improve(level, field, sourceCost, settings.shifted, i, {middle, shareAfter(i)});
             if (i > 0) {
                 PatchField finer = refinedField(levels[static_cast<std::size_t>(i - 1)], level, field);
                 std::swap(field, finer);
@@ -121,23 +149,31 @@ public:
     }
 
 private:
-    static constexpr float kPeeled = 0.05f;
+    static constexpr float kStarted = 0.05f;
     static constexpr float kPainted = 0.9f;
 
-    // Rounds of search and vote at level `i`.
-    void improve(FillLevel& level, int i, PatchField& field, const SourceCost& sourceCost)
+    // Of the whole run, when level `i` is done.
+    static float shareAfter(int i) { return kStarted + (kPainted - kStarted) * std::pow(0.5f, static_cast<float>(i)); }
+
+    struct Share
     {
-        const int most = settings.coarsestRounds;
-        const int rounds = count == 1 ? most : settings.finestRounds + (most - settings.finestRounds) * i / (count - 1);
-        // A level has four times the pixels of the next, so the finest takes about half of the time.
-        const float end = kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i));
-        const float begin =
-            i + 1 == count ? kPeeled : kPeeled + (kPainted - kPeeled) * std::pow(0.5f, static_cast<float>(i + 1));
+        float begin;
+        float end;
+    };
+
+    // Rounds of search and vote at level `i`, which take `share` of the progress.
+    void improve(FillLevel& level, PatchField& field, const SourceCost& sourceCost, const Refinement& refinement, int i,
+                 Share share)
+    {
+        const auto [most, least, reach, coherence] = refinement;
+        const int rounds = count == 1 ? most : least + (most - least) * i / (count - 1);
+        const int radius = reach > 0 ? reach : std::max(level.width(), level.height());
         for (int round = 0; round < rounds; ++round) {
             control.throwIfCancelled();
-            search(level, field, settings, sourceCost, std::max(level.width(), level.height()), ++stream);
+            search(level, field, settings, sourceCost, radius, coherence, ++stream);
             vote(level, field, settings);
-            control.report(begin + (end - begin) * static_cast<float>(round + 1) / static_cast<float>(rounds));
+            control.report(share.begin +
+                           (share.end - share.begin) * static_cast<float>(round + 1) / static_cast<float>(rounds));
         }
     }
 

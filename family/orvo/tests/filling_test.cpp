@@ -1,5 +1,8 @@
 // Filling by patches of the picture itself.
+#include "filling/fill_level.hpp"
+#include "filling/hole.hpp"
 #include "filling/line_directions.hpp"
+#include "filling/shifted_pieces.hpp"
 #include "filling/source_cost.hpp"
 #include "filling_pictures.hpp"
 
@@ -121,14 +124,41 @@ TEST(Filling, AFlatPictureStaysFlat)
     EXPECT_LT(worstInside(*picture, *filled(*picture, *mask), *mask), kRounding);
 }
 
-TEST(Filling, ContinuesStripes)
+orvo::PicturePointer yellowStripes()
 {
-    const auto picture = drawn({160, 120}, nullptr, [](int x, int y) {
+    return drawn({160, 120}, nullptr, [](int x, int y) {
         return (x + 2 * y) % 15 < 6 ? Pixel{0.8f, 0.7f, 0.2f} : Pixel{0.1f, 0.2f, 0.3f};
     });
-    const auto mask = maskOf({160, 120}, within({60, 40, 45, 40}));
+}
+constexpr orvo::_Rect<int> kInStripes{60, 40, 45, 40};
+
+TEST(Filling, ContinuesStripes)
+{
+    const auto picture = yellowStripes();
+    const auto mask = maskOf(picture->size(), within(kInStripes));
     constexpr float kHardlySeen = 0.02f;
     EXPECT_LT(worstInside(*picture, *filled(*picture, *mask), *mask), kHardlySeen);
+}
+
+// No piece reaches from the middle of the hole to known stripes by the shortest repetition.
+TEST(Filling, PiecesOfStripesFitWhateverTheyStartFrom)
+{
+    const auto picture = yellowStripes();
+    const auto mask = maskOf(picture->size(), within(kInStripes));
+    auto level = orvo::details::finestLevel(*picture, orvo::details::Hole(picture->size(), *mask),
+                                            {0, 0, picture->width(), picture->height()}, 8, 7.0f);
+    orvo::details::PatchField nonsense(level);
+    std::fill_n(nonsense.source.data(), level.width() * level.height(), level.someSources.front());
+    const orvo::details::SourceCost noCost({}, level, {}, nullptr, 0);
+    const auto field = orvo::details::shiftedPieces(level, nonsense, noCost, {});
+    constexpr int kMargin = orvo::details::FillLevel::kMargin;
+    for (int y = kInStripes.y; y < kInStripes.y + kInStripes.height; ++y)
+        for (int x = kInStripes.x; x < kInStripes.x + kInStripes.width; ++x) {
+            const auto at = static_cast<std::size_t>(level.at(x + kMargin, y + kMargin));
+            ASSERT_NEAR(level.texels[at].r / 255.0f, picture->row(y)[x].r, 0.01f) << x << ' ' << y;
+            ASSERT_NE(level.sources[static_cast<std::size_t>(field.source[at])], 0)
+                << "every such pixel begins a target";
+        }
 }
 
 TEST(Filling, ContinuesAStraightEdge)

@@ -1,0 +1,472 @@
+#include "filling/shifted_pieces.hpp"
+
+#include "filling/grid_cut.hpp"
+#include "filling/patch_distance.hpp"
+
+#include <orvo_core/parallel.hpp>
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace orvo::details {
+namespace {
+
+constexpr int kCentre = kPatch / 2;
+
+// Offsets shorter than this share of the longer side only say that neighbours are alike (He, Sun).
+constexpr int kShortestShare = 15;
+constexpr int kMostCommon = 60; // more offsets change nothing (He, Sun)
+// A peak of the histogram of offsets, and what around it counts as the same offset, in pixels.
+constexpr double kPeakSigma = 1.4;
+constexpr int kPeakReach = 4;
+// Of one histogram: about half a second on one core. With a fifth of the comparisons, exact offsets are missed.
+constexpr std::int64_t kMostComparisons = 60'000'000;
+constexpr std::int64_t kMostQueries = 3000;
+// Offsets along the axes, in sides of the hole's box. A piece beside the hole is often what lies behind the thing that
+// is taken out, even if it repeats too rarely for the histogram.
+constexpr double kBesideTheHole[] = {0.5, 0.75, 1.0, 1.25, 1.5, 2.0};
+
+// Labels change little after that many rounds over all offsets.
+constexpr int kMostSweeps = 3;
+constexpr float kNever = 1e6f; // larger than any seam
+// Two colours show as a seam by their squared difference, in units in which this difference, in 8-bit steps, counts as
+// itself: a line that breaks shows more than any amount of grain...
+constexpr float kUsualDifference = 30.0f;
+// ... but not without bound: what touches the rim without going on inside must not grow into the hole at any price.
+constexpr float kLargestDifference = 120.0f;
+// Where nothing is known under one of the offsets: clearly different colours.
+constexpr float kUnknownDifference = 64.0f;
+// Offsets beside those in use that are tried in the end, in pixels: lines in perspective meet between the common ones.
+constexpr int kFineSteps[] = {1, 2, 4};
+constexpr int kFineSweeps = 2;
+constexpr int kFewestPixels = 20; // of a piece whose offset is worth refining
+// Of the root of sourceCost() per pixel, next to the seams. With more, pieces become whatever is common; with none,
+// neighbours of the removed thing are copied.
+constexpr float kSourceCostShare = 0.6f;
+
+constexpr float seamOf(float squaredDifference)
+{
+    return std::min(squaredDifference, kLargestDifference * kLargestDifference) / kUsualDifference;
+}
+constexpr float kUnknownSeam = seamOf(kUnknownDifference * kUnknownDifference);
+
+struct Offset
+{
+    int x = 0;
+    int y = 0;
+
+    auto operator<=>(const Offset&) const = default;
+};
+
+std::size_t idx(int i) { return static_cast<std::size_t>(i); }
+
+WeightedPatch patchAt(const FillLevel& level, int corner)
+{
+    WeightedPatch patch{};
+    for (int y = 0; y < kPatch; ++y)
+        for (int x = 0; x < kPatch; ++x)
+            patch.setPixel(idx(x), idx(y), level.texels[idx(corner + y * level.width() + x)], 1, 1);
+    return patch;
+}
+
+// The source most similar to that at `corner` of those that are farther away than `clearance` in either direction, the
+// nearest of equal ones; -1 if there is none.
+int mostSimilar(const FillLevel& level, int corner, _Size<int> clearance)
+{
+    const int width = level.width();
+    const WeightedPatch patch = patchAt(level, corner);
+    int best = -1;
+    runLoop([&]() __attribute__((always_inline)) {
+        int least = std::numeric_limits<int>::max() - 1;
+        int nearest = std::numeric_limits<int>::max();
+        for (const int other : level.someSources) {
+            const int dx = std::abs(other % width - corner % width);
+            const int dy = std::abs(other / width - corner / width);
+            if (dx <= clearance.width && dy <= clearance.height)
+                continue;
+            const int away = std::max(dx, dy);
+            const int distance = patchDistance(patch, level.texels.data() + other, width, least + 1);
+            if (distance < least || (distance == least && away < nearest)) {
+                least = distance;
+                nearest = away;
+                best = other;
+            }
+        }
+    });
+    return best;
+}
+
+// The offsets beyond `clearance` between similar patches of the known part, the most frequent first.
+std::vector<Offset> commonOffsets(const FillLevel& level, _Size<int> clearance)
+{
+    const int width = level.width();
+    const int height = level.height();
+    const auto count = static_cast<std::int64_t>(level.someSources.size());
+    const std::int64_t queries = std::clamp<std::int64_t>(kMostComparisons / count, 1, std::min(count, kMostQueries));
+    const auto query = [&](int n) { return level.someSources[static_cast<std::size_t>(n * count / queries)]; };
+    std::vector<int> matches(static_cast<std::size_t>(queries));
+    forEachRow(static_cast<int>(queries), [&](int n) { matches[idx(n)] = mostSimilar(level, query(n), clearance); });
+
+    cv::Mat_<float> histogram(2 * height + 1, 2 * width + 1, 0.0f);
+    for (int n = 0; n < static_cast<int>(queries); ++n) {
+        const int match = matches[idx(n)];
+        if (match < 0)
+            continue;
+        const int dx = match % width - query(n) % width;
+        const int dy = match / width - query(n) / width;
+        histogram(height + dy, width + dx) += 1.0f;
+        histogram(height - dy, width - dx) += 1.0f; // likeness goes both ways
+    }
+    cv::Mat_<float> smooth;
+    cv::GaussianBlur(histogram, smooth, {}, kPeakSigma);
+    std::vector<Offset> offsets;
+    while (offsets.size() < kMostCommon) {
+        double most = 0.0;
+        cv::Point peak;
+        cv::minMaxLoc(smooth, nullptr, &most, nullptr, &peak);
+        if (most <= 0.0)
+            break;
+        constexpr int kSide = 2 * kPeakReach + 1;
+        const cv::Rect around =
+            cv::Rect(peak.x - kPeakReach, peak.y - kPeakReach, kSide, kSide) & cv::Rect({}, histogram.size());
+        // The peak of several offsets may lie between them.
+        cv::Point exact;
+        cv::minMaxLoc(histogram(around), nullptr, nullptr, nullptr, &exact);
+        offsets.push_back({around.x + exact.x - width, around.y + exact.y - height});
+        smooth(around) = 0.0f;
+    }
+    return offsets;
+}
+
+// An offset for each pixel of the hole, and what the offsets cost together.
+struct Labels
+{
+    std::vector<Offset> offsets;
+    double cost = 0.0;
+};
+
+// Chooses one offset for each pixel of the hole.
+class Labelling
+{
+public:
+    Labelling(FillLevel& level_, const SourceCost& sourceCost_, const RunControl& control_)
+        : level(level_), sourceCost(sourceCost_), control(control_), width(level_.width()),
+          nodeOf(idx(width * level_.height()), -1)
+    {
+        control.throwIfCancelled();
+        int right = 0;
+        int bottom = 0;
+        int left = width;
+        int top = level.height();
+        for (int pixel = 0; pixel < width * level.height(); ++pixel) {
+            if (level.places[idx(pixel)] != Place::Hole)
+                continue;
+            nodeOf[idx(pixel)] = static_cast<int>(pixelOf.size());
+            pixelOf.push_back(pixel);
+            left = std::min(left, pixel % width);
+            right = std::max(right, pixel % width);
+            top = std::min(top, pixel / width);
+            bottom = std::max(bottom, pixel / width);
+        }
+        const int shortest = std::max(kPatch, std::max(width, level.height()) / kShortestShare);
+        const _Size<int> half{(right - left + 1) / 2, (bottom - top + 1) / 2};
+        offsets = commonOffsets(level, {shortest, shortest});
+        if (half.width > shortest || half.height > shortest) {
+            const std::vector<Offset> longer = commonOffsets(level, half);
+            offsets.insert(offsets.end(), longer.begin(), longer.end());
+        }
+        for (const double share : kBesideTheHole) {
+            // A whole patch farther, so that pieces at the rim have patches around them as well.
+            const int dx = static_cast<int>(share * (right - left + kPatch));
+            const int dy = static_cast<int>(share * (bottom - top + kPatch));
+            offsets.insert(offsets.end(), {{dx, 0}, {-dx, 0}, {0, dy}, {0, -dy}});
+        }
+    }
+
+    // The most common source for each pixel: from what fits the rim, copies of the neighbours remain.
+    [[nodiscard]] std::vector<Offset> mostCommonSources() const
+    {
+        std::vector<Offset> chosen(pixelOf.size());
+        forEachRow(static_cast<int>(pixelOf.size()), [&](int node) {
+            float least = std::numeric_limits<float>::max();
+            for (const Offset& offset : offsets)
+                if (const float alone = costOfSource(pixelOf[idx(node)], offset); alone < least) {
+                    least = alone;
+                    chosen[idx(node)] = offset;
+                }
+        });
+        return chosen;
+    }
+
+    // The offsets of a field of matches.
+    [[nodiscard]] std::vector<Offset> offsetsOf(const PatchField& field) const
+    {
+        std::vector<Offset> chosen(pixelOf.size());
+        for (std::size_t node = 0; node < pixelOf.size(); ++node) {
+            const int corner = pixelOf[node] - kCentre * width - kCentre; // a target, since its middle is in the hole
+            const int from = field.source[idx(corner)];
+            chosen[node] = {from % width - corner % width, from / width - corner / width};
+        }
+        return chosen;
+    }
+
+    // Gives pixels the common offsets as long as that lowers the sum of all costs.
+    [[nodiscard]] Labels improved(std::vector<Offset> chosen) const
+    {
+        bool changed = true;
+        for (int sweep = 0; changed && sweep < kMostSweeps; ++sweep) {
+            control.throwIfCancelled();
+            changed = false;
+            for (const Offset& offset : offsets)
+                changed = expand(offset, chosen) || changed;
+        }
+        const double total = costOfAll(chosen);
+        return {std::move(chosen), total};
+    }
+
+    // The same with offsets a little beside those in use.
+    void refine(std::vector<Offset>& chosen) const
+    {
+        bool changed = true;
+        for (int sweep = 0; changed && sweep < kFineSweeps; ++sweep) {
+            control.throwIfCancelled();
+            changed = false;
+            for (const Offset& offset : besideThoseInUse(chosen))
+                changed = expand(offset, chosen) || changed;
+        }
+    }
+
+    // Paints the hole. The returned distances are not measured.
+    [[nodiscard]] PatchField paint(const std::vector<Offset>& chosen)
+    {
+        for (std::size_t node = 0; node < pixelOf.size(); ++node)
+            if (const int from = known(pixelOf[node], chosen[node]); from >= 0)
+                level.texels[idx(pixelOf[node])] = level.texels[idx(from)];
+        PatchField field(level);
+        forEachRow(level.height(), [&](int y) {
+            const FillLevel::Span span = level.targetSpans[idx(y)];
+            for (int x = span.first; x < span.end; ++x) {
+                const int corner = level.at(x, y);
+                if (level.targets[idx(corner)] == 0)
+                    continue;
+                const int source = sourceOfMiddle(corner, chosen);
+                field.source[idx(corner)] = source >= 0 ? source : bestSource(corner);
+                field.distance[idx(corner)] = std::numeric_limits<int>::max();
+            }
+        });
+        return field;
+    }
+
+private:
+    // Where `pixel` copies from under an offset; -1 beyond the level.
+    [[nodiscard]] int shifted(int pixel, Offset offset) const
+    {
+        const int x = pixel % width + offset.x;
+        const int y = pixel / width + offset.y;
+        return x < 0 || y < 0 || x >= width || y >= level.height() ? -1 : level.at(x, y);
+    }
+    // The same; -1 also where the content is not known.
+    [[nodiscard]] int known(int pixel, Offset offset) const
+    {
+        const int from = shifted(pixel, offset);
+        return from >= 0 && level.places[idx(from)] == Place::Known ? from : -1;
+    }
+    [[nodiscard]] int source(int corner, Offset offset) const
+    {
+        const int from = shifted(corner, offset);
+        return from >= 0 && level.sources[idx(from)] != 0 ? from : -1;
+    }
+
+    // How much the difference of two pixels shows.
+    [[nodiscard]] float difference(int a, int b) const
+    {
+        if (a < 0 || b < 0)
+            return kUnknownSeam;
+        const Texel& s = level.texels[idx(a)];
+        const Texel& t = level.texels[idx(b)];
+        const auto square = [](int v) { return v * v; };
+        return seamOf(static_cast<float>(square(s.r - t.r) + square(s.g - t.g) + square(s.b - t.b) +
+                                         square(s.texture - t.texture)));
+    }
+
+    // How much a seam shows between the neighbours p and q, copied by the offsets a and b.
+    [[nodiscard]] float seam(int p, int q, Offset a, Offset b) const
+    {
+        if (a == b)
+            return 0.0f;
+        const int pUnderB = known(p, b);
+        const int qUnderA = known(q, a);
+        // Each side of the seam in both versions, as far as they are known.
+        if (pUnderB < 0 && qUnderA < 0)
+            return 2.0f * kUnknownSeam;
+        if (pUnderB < 0)
+            return 2.0f * difference(qUnderA, known(q, b));
+        if (qUnderA < 0)
+            return 2.0f * difference(known(p, a), pUnderB);
+        return difference(known(p, a), pUnderB) + difference(qUnderA, known(q, b));
+    }
+
+    [[nodiscard]] float costOfSource(int pixel, Offset offset) const
+    {
+        if (known(pixel, offset) < 0)
+            return kNever;
+        const int corner = pixel - kCentre * width - kCentre;
+        const int from = corner < 0 ? -1 : source(corner, offset);
+        return from < 0 ? 0.0f
+                        : kSourceCostShare * std::sqrt(static_cast<float>(sourceCost(corner, from)) /
+                                                       static_cast<float>(kPatchPixels));
+    }
+
+    // Of the seams between a pixel and known ones.
+    [[nodiscard]] float costOfRim(int pixel, Offset offset) const
+    {
+        float cost = 0.0f;
+        for (const int step : {-1, 1, -width, width}) {
+            const int beside = pixel + step;
+            if (beside >= 0 && beside < width * level.height() && level.places[idx(beside)] == Place::Known)
+                cost += 2.0f * difference(beside, known(beside, offset));
+        }
+        return cost;
+    }
+    [[nodiscard]] float cost(int pixel, Offset offset) const
+    {
+        return costOfSource(pixel, offset) + costOfRim(pixel, offset);
+    }
+    [[nodiscard]] double costOfAll(const std::vector<Offset>& chosen) const
+    {
+        double sum = 0.0;
+        for (std::size_t node = 0; node < pixelOf.size(); ++node) {
+            const int pixel = pixelOf[node];
+            sum += cost(pixel, chosen[node]);
+            for (const int step : {1, width})
+                if (const int other = nodeBeside(pixel, step); other >= 0)
+                    sum += seam(pixel, pixel + step, chosen[node], chosen[idx(other)]);
+        }
+        return sum;
+    }
+    [[nodiscard]] int nodeBeside(int pixel, int step) const
+    {
+        return pixel + step < width * level.height() ? nodeOf[idx(pixel + step)] : -1;
+    }
+
+    // Offsets that nobody has, near those of larger pieces.
+    [[nodiscard]] static std::set<Offset> besideThoseInUse(const std::vector<Offset>& chosen)
+    {
+        std::vector<Offset> sorted = chosen;
+        std::sort(sorted.begin(), sorted.end());
+        std::set<Offset> beside;
+        for (auto first = sorted.begin(); first != sorted.end();) {
+            const auto end = std::upper_bound(first, sorted.end(), *first);
+            if (end - first >= kFewestPixels)
+                for (const int step : kFineSteps)
+                    for (const int dy : {-step, 0, step})
+                        for (const int dx : {-step, 0, step})
+                            if (const Offset near{first->x + dx, first->y + dy};
+                                !std::binary_search(sorted.begin(), sorted.end(), near))
+                                beside.insert(near);
+            first = end;
+        }
+        return beside;
+    }
+
+    // Gives an offset to the pixels for which that lowers the sum of all costs most. Returns whether any changed.
+    bool expand(Offset offset, std::vector<Offset>& chosen) const
+    {
+        GridCut graph(pixelOf.size());
+        for (std::size_t node = 0; node < pixelOf.size(); ++node) {
+            const int pixel = pixelOf[node];
+            graph.addSinkCost(static_cast<int>(node), cost(pixel, offset) - cost(pixel, chosen[node]));
+            for (const auto& [step, direction] : {std::pair{1, GridCut::Right}, std::pair{width, GridCut::Down}}) {
+                const int other = nodeBeside(pixel, step);
+                if (other < 0)
+                    continue;
+                const float none = seam(pixel, pixel + step, chosen[node], chosen[idx(other)]);
+                const float second = seam(pixel, pixel + step, chosen[node], offset);
+                const float first = seam(pixel, pixel + step, offset, chosen[idx(other)]);
+                graph.addSinkCost(static_cast<int>(node), first - none);
+                graph.addSinkCost(other, -first);
+                graph.connect(static_cast<int>(node), direction, other, std::max(0.0f, first + second - none));
+            }
+        }
+        graph.cut();
+        bool changed = false;
+        for (std::size_t node = 0; node < pixelOf.size(); ++node)
+            if (graph.onSinkSide(static_cast<int>(node)) && chosen[node] != offset) {
+                chosen[node] = offset;
+                changed = true;
+            }
+        return changed;
+    }
+
+    // The source of a target by the label nearest to its middle for which there is one; else -1.
+    [[nodiscard]] int sourceOfMiddle(int corner, const std::vector<Offset>& chosen) const
+    {
+        int found = -1;
+        int nearest = kPatch;
+        for (int y = 0; y < kPatch; ++y)
+            for (int x = 0; x < kPatch; ++x) {
+                const int node = nodeOf[idx(corner + y * width + x)];
+                const int away = std::max(std::abs(x - kCentre), std::abs(y - kCentre));
+                if (node < 0 || away >= nearest)
+                    continue;
+                if (const int from = source(corner, chosen[idx(node)]); from >= 0) {
+                    nearest = away;
+                    found = from;
+                }
+            }
+        return found;
+    }
+
+    // The most similar source among all offsets.
+    [[nodiscard]] int bestSource(int corner) const
+    {
+        const WeightedPatch patch = patchAt(level, corner);
+        int best = level.someSources.front();
+        int least = std::numeric_limits<int>::max();
+        runLoop([&]() __attribute__((always_inline)) {
+            for (const Offset& offset : offsets) {
+                const int from = source(corner, offset);
+                if (from < 0)
+                    continue;
+                const int distance = patchDistance(patch, level.texels.data() + from, width, least);
+                if (distance < least) {
+                    least = distance;
+                    best = from;
+                }
+            }
+        });
+        return best;
+    }
+
+    FillLevel& level;
+    const SourceCost& sourceCost;
+    const RunControl& control;
+    const int width;
+    std::vector<int> nodeOf;  // of each pixel; -1 outside the hole
+    std::vector<int> pixelOf; // of each node
+    std::vector<Offset> offsets;
+};
+
+} // namespace
+
+PatchField shiftedPieces(FillLevel& level, const PatchField& field, const SourceCost& sourceCost,
+                         const RunControl& control)
+{
+    Labelling labelling(level, sourceCost, control);
+    // Expansions end in a local minimum. Two starts that have little in common rarely both end in a bad one.
+    Labels common = labelling.improved(labelling.mostCommonSources());
+    Labels given = labelling.improved(labelling.offsetsOf(field));
+    std::vector<Offset>& better = common.cost < given.cost ? common.offsets : given.offsets;
+    labelling.refine(better);
+    return labelling.paint(better);
+}
+
+} // namespace orvo::details

@@ -218,6 +218,8 @@ PatchFillSettings settingsFrom(const std::vector<std::string>& words)
 #NAME, [&](double v) { settings.NAME = static_cast<decltype(settings.NAME)>(v); }                              \
     }
         ORVO_KEY(pieces),
+        ORVO_KEY(pieceShare),
+        ORVO_KEY(borderPieceShare),
         ORVO_KEY(shifted.coarsestRounds),
         ORVO_KEY(shifted.finestRounds),
         ORVO_KEY(shifted.reach),

@@ -21,9 +21,14 @@ struct PatchFillSettings
 {
     /// From the peeled start (peel.hpp) on, which leaves everything to the rounds.
     Refinement peeled = {24, 4, 0, 0.0f};
-    /// Holes that known pixels surround are put together anew from shifted pieces (shifted_pieces.hpp) as soon as a
-    /// level is fine enough. Those are sound as they are: more rounds dissolve them.
+    /// Holes are put together anew from shifted pieces (shifted_pieces.hpp) as soon as a level is fine enough. Those
+    /// are sound as they are: more rounds dissolve them.
     bool pieces = true;
+    /// What the source of a piece costs next to its seams. With more, pieces become whatever is common; with less,
+    /// other things are copied.
+    float pieceShare = 0.6f;
+    /// The same for holes at the border of the picture: at the open side no seam keeps copies of people out.
+    float borderPieceShare = 5.0f;
     Refinement shifted = {3, 3, 8, 0.6f};
     int passes = 2;              ///< of search per round
     float textureGain = 7.0f;    ///< weight of the mean gradient relative to colours, in 8-bit steps

@@ -103,8 +103,7 @@ public:
             fillSmoothly(result, hole);
             return;
         }
-        const bool shifted = settings.pieces && isSurrounded(hole);
-        const auto piecesAt = shifted ? static_cast<int>(labelledLevel(levels)) : -1;
+        const auto piecesAt = settings.pieces ? static_cast<int>(labelledLevel(levels)) : -1;
         count = static_cast<int>(levels.size());
         // Fine enough for thin lines, coarse enough that grain has no direction.
         const LineDirections lines(levels[std::min<std::size_t>(1, levels.size() - 1)]);
@@ -128,7 +127,8 @@ public:
             if (i >= piecesAt)
                 improve(level, field, sourceCost, settings.peeled, i, {begin, i == piecesAt ? middle : shareAfter(i)});
             if (i == piecesAt)
-                field = shiftedPieces(level, field, sourceCost, control);
+                field = shiftedPieces(level, field, sourceCost,
+                                      isSurrounded(hole) ? settings.pieceShare : settings.borderPieceShare, control);
             if (i <= piecesAt)
                 improve(level, field, sourceCost, settings.shifted, i, {middle, shareAfter(i)});
             if (i > 0) {

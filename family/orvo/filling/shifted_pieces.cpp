@@ -48,9 +48,6 @@ constexpr float kUnknownDifference = 64.0f;
 constexpr int kFineSteps[] = {1, 2, 4};
 constexpr int kFineSweeps = 2;
 constexpr int kFewestPixels = 20; // of a piece whose offset is worth refining
-// Of the root of sourceCost() per pixel, next to the seams. With more, pieces become whatever is common; with none,
-// neighbours of the removed thing are copied.
-constexpr float kSourceCostShare = 0.6f;
 
 constexpr float seamOf(float squaredDifference)
 {
@@ -157,8 +154,8 @@ struct Labels
 class Labelling
 {
 public:
-    Labelling(FillLevel& level_, const SourceCost& sourceCost_, const RunControl& control_)
-        : level(level_), sourceCost(sourceCost_), control(control_), width(level_.width()),
+    Labelling(FillLevel& level_, const SourceCost& sourceCost_, float sourceShare_, const RunControl& control_)
+        : level(level_), sourceCost(sourceCost_), sourceShare(sourceShare_), control(control_), width(level_.width()),
           nodeOf(idx(width * level_.height()), -1)
     {
         control.throwIfCancelled();
@@ -321,8 +318,8 @@ private:
         const int corner = pixel - kCentre * width - kCentre;
         const int from = corner < 0 ? -1 : source(corner, offset);
         return from < 0 ? 0.0f
-                        : kSourceCostShare * std::sqrt(static_cast<float>(sourceCost(corner, from)) /
-                                                       static_cast<float>(kPatchPixels));
+                        : sourceShare * std::sqrt(static_cast<float>(sourceCost(corner, from)) /
+                                                  static_cast<float>(kPatchPixels));
     }
 
     // Of the seams between a pixel and known ones.
@@ -448,6 +445,7 @@ private:
 
     FillLevel& level;
     const SourceCost& sourceCost;
+    const float sourceShare;
     const RunControl& control;
     const int width;
     std::vector<int> nodeOf;  // of each pixel; -1 outside the hole
@@ -457,10 +455,10 @@ private:
 
 } // namespace
 
-PatchField shiftedPieces(FillLevel& level, const PatchField& field, const SourceCost& sourceCost,
+PatchField shiftedPieces(FillLevel& level, const PatchField& field, const SourceCost& sourceCost, float sourceShare,
                          const RunControl& control)
 {
-    Labelling labelling(level, sourceCost, control);
+    Labelling labelling(level, sourceCost, sourceShare, control);
     // Expansions end in a local minimum. Two starts that have little in common rarely both end in a bad one.
     Labels common = labelling.improved(labelling.mostCommonSources());
     Labels given = labelling.improved(labelling.offsetsOf(field));

@@ -1,4 +1,4 @@
-/// A hole that known pixels surround, filled with shifted pieces of the picture.
+/// A hole filled with shifted pieces of the picture.
 #pragma once
 
 #include "filling/fill_level.hpp"
@@ -22,6 +22,6 @@ inline constexpr std::int64_t kMostLabelled = 5000;
 /// 2012; expansion moves: Boykov, Veksler, Zabih, PAMI 2001). Departures: `sourceCost` counts as well, so that pieces
 /// of rare things stay where they are, and the better of two starts counts, one of them `field`.
 [[nodiscard]] PatchField shiftedPieces(FillLevel& level, const PatchField& field, const SourceCost& sourceCost,
-                                       const RunControl& control);
+                                       float sourceShare, const RunControl& control);
 
 } // namespace orvo::details

@@ -150,7 +150,7 @@ TEST(Filling, PiecesOfStripesFitWhateverTheyStartFrom)
     orvo::details::PatchField nonsense(level);
     std::fill_n(nonsense.source.data(), level.width() * level.height(), level.someSources.front());
     const orvo::details::SourceCost noCost({}, level, {}, nullptr, 0);
-    const auto field = orvo::details::shiftedPieces(level, nonsense, noCost, {});
+    const auto field = orvo::details::shiftedPieces(level, nonsense, noCost, 1.0f, {});
     constexpr int kMargin = orvo::details::FillLevel::kMargin;
     for (int y = kInStripes.y; y < kInStripes.y + kInStripes.height; ++y)
         for (int x = kInStripes.x; x < kInStripes.x + kInStripes.width; ++x) {
@@ -269,6 +269,25 @@ TEST(Filling, CopiesOfSomethingRareCostMoreWithDistance)
     EXPECT_EQ(far, cost(patchAt(level, 0, 19), blot)) << "the distance no longer matters";
     EXPECT_EQ(cost(patchAt(level, 10, 19), patchAt(level, 48, 10)), 0) << "flat";
     EXPECT_EQ(orvo::details::SourceCost({}, level, {}, nullptr, 0)(patchAt(level, 10, 19), blot), 0);
+}
+
+// Nothing at the open side of a border keeps a copy of the ball out but that there is no other.
+TEST(Filling, ABorderHoldsNoCopyOfSomethingRare)
+{
+    const orvo::_Size<int> size{240, 160};
+    const auto picture = noise(size, nullptr, 4, 0.4f, 0.6f);
+    for (int y = 0; y < size.height; ++y)
+        for (int x = 0; x < size.width; ++x)
+            if ((x - 92) * (x - 92) + (y - 80) * (y - 80) < 22 * 22)
+                picture->row(y)[x] = {0.9f, 0.1f, 0.1f};
+    const auto mask = maskOf(size, within({0, 0, 60, 160}));
+    const auto result = filled(*picture, *mask);
+    const auto isRed = [](const Pixel& p) { return p.r - p.g > 0.4f; };
+    int red = 0;
+    for (int y = 0; y < size.height; ++y)
+        for (int x = 0; x < 60; ++x)
+            red += isRed(result->row(y)[x]) ? 1 : 0;
+    EXPECT_EQ(red, 0);
 }
 
 TEST(Filling, KeepsTheGrainOfNoise)

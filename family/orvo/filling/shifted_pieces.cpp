@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
@@ -220,7 +221,6 @@ public:
     {
         bool changed = true;
         for (int sweep = 0; changed && sweep < kMostSweeps; ++sweep) {
-            control.throwIfCancelled();
             changed = false;
             for (const Offset& offset : offsets)
                 changed = expand(offset, chosen) || changed;
@@ -460,9 +460,15 @@ PatchField shiftedPieces(FillLevel& level, const PatchField& field, const Source
 {
     Labelling labelling(level, sourceCost, sourceShare, control);
     // Expansions end in a local minimum. Two starts that have little in common rarely both end in a bad one.
-    Labels common = labelling.improved(labelling.mostCommonSources());
-    Labels given = labelling.improved(labelling.offsetsOf(field));
-    std::vector<Offset>& better = common.cost < given.cost ? common.offsets : given.offsets;
+    std::array<Labels, 2> results;
+    std::array<std::vector<Offset>, 2> starts = {labelling.mostCommonSources(), labelling.offsetsOf(field)};
+    parallelFor(tbb::blocked_range<std::size_t>(0, starts.size(), 1),
+                [&](const tbb::blocked_range<std::size_t>& range) {
+                    for (std::size_t i = range.begin(); i != range.end(); ++i)
+                        results[i] = labelling.improved(std::move(starts[i]));
+                });
+    control.throwIfCancelled();
+    std::vector<Offset>& better = results[results[0].cost < results[1].cost ? 0 : 1].offsets;
     labelling.refine(better);
     return labelling.paint(better);
 }

@@ -34,7 +34,7 @@ struct PatchFillSettings
     float textureGain = 7.0f;    ///< weight of the mean gradient relative to colours, in 8-bit steps
     int rimWeight = 6;           ///< of known pixels in patches that meet the hole; painted ones weigh 1
     float agreement = 1.0f;      ///< how much faster than the distance a vote loses weight; 0: equal votes
-    float lastAgreement = 40.0f; ///< the same for the last painting
+    float lastAgreement = 64.0f; ///< the same for the last painting
     float depthFalloff = 1.6f;   ///< weight loss of a patch per pixel of distance to known ones; 1: none
     bool evenSeams = true;       ///< even out colours at the rim and where sources meet
     float lineWeight = 6.0f; ///< 8-bit steps per sample that a source beside the lines costs; 0: lines do not matter

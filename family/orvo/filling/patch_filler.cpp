@@ -34,6 +34,8 @@ constexpr int kDeepestStart = kPatch / 2;
 // ... and the level still has this many sources.
 constexpr std::size_t kFewestSources = 400;
 constexpr int kMostLevels = 10;
+// Wires and scratches have no room for whole pieces, whose search would take most of the time.
+constexpr int kShallowest = 16;
 // Radius in pixels of the area that measures the texture of a pixel.
 constexpr int kTextureRadius = 8;
 
@@ -103,7 +105,8 @@ public:
             fillSmoothly(result, hole);
             return;
         }
-        const auto piecesAt = settings.pieces ? static_cast<int>(labelledLevel(levels)) : -1;
+        const bool isDeep = deepest(levels.front()) > kShallowest;
+        const auto piecesAt = settings.pieces && isDeep ? static_cast<int>(labelledLevel(levels)) : -1;
         count = static_cast<int>(levels.size());
         // Fine enough for thin lines, coarse enough that grain has no direction.
         const LineDirections lines(levels[std::min<std::size_t>(1, levels.size() - 1)]);

@@ -1,4 +1,5 @@
 // Filling by patches of the picture itself.
+#include "filling/ballot.hpp"
 #include "filling/fill_level.hpp"
 #include "filling/hole.hpp"
 #include "filling/line_directions.hpp"
@@ -315,6 +316,24 @@ TEST(Filling, StaysNearWhatIsKnown)
     for (std::size_t i = 0; i < result->pixelCount(); ++i)
         for (const float v : {result->data()[i].r, result->data()[i].g, result->data()[i].b})
             ASSERT_TRUE(v > 0.4f - kEvenedOut && v < 0.6f + kEvenedOut) << i << ": " << v;
+}
+
+TEST(Filling, VotesDeepInsideDoNotVanish)
+{
+    const orvo::_Size<int> size{400, 400};
+    const auto mask = maskOf(size, within({50, 50, 300, 300}));
+    const auto level = orvo::details::finestLevel(*clothPicture(size), orvo::details::Hole(size, *mask),
+                                                  {0, 0, size.width, size.height}, 8, 7.0f);
+    orvo::details::PatchField field(level);
+    std::fill_n(field.source.data(), level.width() * level.height(), level.someSources.front());
+    std::fill_n(field.distance.data(), level.width() * level.height(), 1000);
+    const orvo::details::PatchFillSettings settings;
+    orvo::details::Ballot ballot;
+    ballot.gather(level, field, {settings, settings.lastAgreement}, 200, 200);
+    float sum = 0.0f;
+    for (const auto& vote : ballot.votes())
+        sum += vote.weight;
+    EXPECT_GE(sum, 0.5f);
 }
 
 TEST(Filling, ValuesBeyondFullScaleSurvive)

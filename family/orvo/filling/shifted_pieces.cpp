@@ -204,12 +204,15 @@ public:
         return chosen;
     }
 
-    // The offsets of a field of matches.
-    [[nodiscard]] std::vector<Offset> offsetsOf(const PatchField& field) const
+    // The offsets of a field of matches; where it has none, those of `otherwise`.
+    [[nodiscard]] std::vector<Offset> offsetsOf(const PatchField& field, const std::vector<Offset>& otherwise) const
     {
-        std::vector<Offset> chosen(pixelOf.size());
+        std::vector<Offset> chosen = otherwise;
         for (std::size_t node = 0; node < pixelOf.size(); ++node) {
-            const int corner = pixelOf[node] - kCentre * width - kCentre; // a target, since its middle is in the hole
+            const int corner = pixelOf[node] - kCentre * width - kCentre;
+            // Patches around pixels of the margin may lie outside the level or meet no hole of the picture.
+            if (pixelOf[node] % width < kCentre || corner < 0 || level.targets[idx(corner)] == 0)
+                continue;
             const int from = field.source[idx(corner)];
             chosen[node] = {from % width - corner % width, from / width - corner / width};
         }
@@ -461,7 +464,8 @@ PatchField shiftedPieces(FillLevel& level, const PatchField& field, const Source
     Labelling labelling(level, sourceCost, sourceShare, control);
     // Expansions end in a local minimum. Two starts that have little in common rarely both end in a bad one.
     std::array<Labels, 2> results;
-    std::array<std::vector<Offset>, 2> starts = {labelling.mostCommonSources(), labelling.offsetsOf(field)};
+    const std::vector<Offset> common = labelling.mostCommonSources();
+    std::array<std::vector<Offset>, 2> starts = {common, labelling.offsetsOf(field, common)};
     parallelFor(tbb::blocked_range<std::size_t>(0, starts.size(), 1),
                 [&](const tbb::blocked_range<std::size_t>& range) {
                     for (std::size_t i = range.begin(); i != range.end(); ++i)

@@ -427,17 +427,6 @@ TEST(Filling, SameBytesForAnyNumberOfThreads)
         EXPECT_TRUE(bytesEqual(*single, *run(threads))) << threads;
 }
 
-// The second run gets the planes of the first, with what was left in them.
-TEST(Filling, SameBytesWhateverTheMemoryHeld)
-{
-    const orvo::_Size<int> size{240, 160};
-    const auto picture = clothPicture(size);
-    const auto mask = maskOf(size, [](int x, int y) { return x < 30 || y < 30 || x >= 210 || y >= 130; });
-    const auto first = filled(*picture, *mask);
-    EXPECT_TRUE(bytesEqual(*first, *filled(*picture, *mask)));
-    EXPECT_TRUE(bytesEqual(*first, *filled(*picture, *mask)));
-}
-
 TEST(Filling, ProgressRisesToOne)
 {
     std::vector<float> seen;

@@ -6,6 +6,7 @@
 #include <orvo_common/memory_manager.hpp>
 #include <orvo_core/geometry.hpp>
 #include <orvo_core/image_data.hpp>
+#include <orvo_core/parallel.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -91,5 +92,17 @@ private:
 
 /// Half the size. A pixel is the mean of the known pixels among its 2 x 2; it is hole if any of these is.
 [[nodiscard]] FillLevel coarserLevel(const FillLevel& fine);
+
+/// Calls `body(corner)` for every target, on any thread.
+template <typename Body>
+void forEachTarget(const FillLevel& level, const Body& body)
+{
+    forEachRow(level.height(), [&](int y) {
+        const FillLevel::Span span = level.targetSpans[static_cast<std::size_t>(y)];
+        for (int x = span.first; x < span.end; ++x)
+            if (const int corner = level.at(x, y); level.targets[static_cast<std::size_t>(corner)] != 0)
+                body(corner);
+    });
+}
 
 } // namespace orvo::details

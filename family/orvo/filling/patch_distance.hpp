@@ -35,6 +35,17 @@ struct WeightedPatch
     }
 };
 
+/// The patch that begins at `corner`; all its pixels weigh 1.
+inline WeightedPatch evenPatch(const FillLevel& level, int corner)
+{
+    WeightedPatch patch{};
+    for (int y = 0; y < kPatch; ++y)
+        for (int x = 0; x < kPatch; ++x)
+            patch.setPixel(static_cast<std::size_t>(x), static_cast<std::size_t>(y),
+                           level.texels[static_cast<std::size_t>(corner + y * level.width() + x)], 1, 1);
+    return patch;
+}
+
 /// Sum of weighted squared differences of `rows` rows starting at `first`; `stride` in texels.
 ORVO_INLINE int rowsDistance(const WeightedPatch& a, const Texel* b, std::ptrdiff_t stride, std::size_t first,
                              std::size_t rows)

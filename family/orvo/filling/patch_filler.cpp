@@ -79,14 +79,15 @@ bool isSurrounded(const Hole& hole)
     return box.x > 0 && box.y > 0 && box.x + box.width < hole.size().width && box.y + box.height < hole.size().height;
 }
 
-// The finest level that graph cuts can handle, or the coarsest of all.
-std::ptrdiff_t labelledLevel(const std::vector<FillLevel>& levels)
+// The finest level that graph cuts can handle; -1 if there is none, as around a picture that is small beside its
+// border.
+int labelledLevel(const std::vector<FillLevel>& levels)
 {
     const auto found = std::find_if(levels.begin(), levels.end(), [](const FillLevel& level) {
         return std::count(level.places.data(), level.places.data() + level.width() * level.height(), Place::Hole) <=
                kMostLabelled;
     });
-    return std::min<std::ptrdiff_t>(found - levels.begin(), static_cast<std::ptrdiff_t>(levels.size()) - 1);
+    return found == levels.end() ? -1 : static_cast<int>(found - levels.begin());
 }
 
 // Fills one hole from the coarsest level to the finest.
@@ -106,7 +107,7 @@ public:
             return;
         }
         const bool isDeep = deepest(levels.front()) > kShallowest;
-        const auto piecesAt = settings.pieces && isDeep ? static_cast<int>(labelledLevel(levels)) : -1;
+        const int piecesAt = settings.pieces && isDeep ? labelledLevel(levels) : -1;
         count = static_cast<int>(levels.size());
         // Fine enough for thin lines, coarse enough that grain has no direction.
         const LineDirections lines(levels[std::min<std::size_t>(1, levels.size() - 1)]);

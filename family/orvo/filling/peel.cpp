@@ -157,15 +157,9 @@ private:
     // The sources of all targets, once all of them are painted.
     void matchAll()
     {
-        forEachRow(level.height(), [&](int y) {
-            const FillLevel::Span span = level.targetSpans[idx(y)];
-            for (int x = span.first; x < span.end; ++x) {
-                const int corner = level.at(x, y);
-                if (level.targets[idx(corner)] == 0)
-                    continue;
-                field.source[idx(corner)] = bestSource(corner);
-                field.distance[idx(corner)] = std::numeric_limits<int>::max();
-            }
+        forEachTarget(level, [&](int corner) {
+            field.source[idx(corner)] = bestSource(corner);
+            field.distance[idx(corner)] = std::numeric_limits<int>::max();
         });
     }
 

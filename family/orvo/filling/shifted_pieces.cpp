@@ -66,21 +66,12 @@ struct Offset
 
 std::size_t idx(int i) { return static_cast<std::size_t>(i); }
 
-WeightedPatch patchAt(const FillLevel& level, int corner)
-{
-    WeightedPatch patch{};
-    for (int y = 0; y < kPatch; ++y)
-        for (int x = 0; x < kPatch; ++x)
-            patch.setPixel(idx(x), idx(y), level.texels[idx(corner + y * level.width() + x)], 1, 1);
-    return patch;
-}
-
 // The source most similar to that at `corner` of those that are farther away than `clearance` in either direction, the
 // nearest of equal ones; -1 if there is none.
 int mostSimilar(const FillLevel& level, int corner, _Size<int> clearance)
 {
     const int width = level.width();
-    const WeightedPatch patch = patchAt(level, corner);
+    const WeightedPatch patch = evenPatch(level, corner);
     int best = -1;
     runLoop([&]() __attribute__((always_inline)) {
         int least = std::numeric_limits<int>::max() - 1;
@@ -151,7 +142,8 @@ struct Labels
     double cost = 0.0;
 };
 
-// Chooses one offset for each pixel of the hole.
+// Chooses one offset for each pixel of the hole. No such pixel is nearer than half a patch to the sides of the level,
+// so those around it need no check.
 class Labelling
 {
 public:
@@ -210,9 +202,8 @@ public:
         std::vector<Offset> chosen = otherwise;
         for (std::size_t node = 0; node < pixelOf.size(); ++node) {
             const int corner = pixelOf[node] - kCentre * width - kCentre;
-            // Patches around pixels of the margin may lie outside the level or meet no hole of the picture.
-            if (pixelOf[node] % width < kCentre || corner < 0 || level.targets[idx(corner)] == 0)
-                continue;
+            if (level.targets[idx(corner)] == 0)
+                continue; // a pixel of the margin, around which no patch meets the hole of the picture
             const int from = field.source[idx(corner)];
             chosen[node] = {from % width - corner % width, from / width - corner / width};
         }
@@ -251,16 +242,10 @@ public:
             if (const int from = known(pixelOf[node], chosen[node]); from >= 0)
                 level.texels[idx(pixelOf[node])] = level.texels[idx(from)];
         PatchField field(level);
-        forEachRow(level.height(), [&](int y) {
-            const FillLevel::Span span = level.targetSpans[idx(y)];
-            for (int x = span.first; x < span.end; ++x) {
-                const int corner = level.at(x, y);
-                if (level.targets[idx(corner)] == 0)
-                    continue;
-                const int source = sourceOfMiddle(corner, chosen);
-                field.source[idx(corner)] = source >= 0 ? source : bestSource(corner);
-                field.distance[idx(corner)] = std::numeric_limits<int>::max();
-            }
+        forEachTarget(level, [&](int corner) {
+            const int source = sourceOfMiddle(corner, chosen);
+            field.source[idx(corner)] = source >= 0 ? source : bestSource(corner);
+            field.distance[idx(corner)] = std::numeric_limits<int>::max();
         });
         return field;
     }
@@ -319,7 +304,7 @@ private:
         if (known(pixel, offset) < 0)
             return kNever;
         const int corner = pixel - kCentre * width - kCentre;
-        const int from = corner < 0 ? -1 : source(corner, offset);
+        const int from = source(corner, offset);
         return from < 0 ? 0.0f
                         : sourceShare * std::sqrt(static_cast<float>(sourceCost(corner, from)) /
                                                   static_cast<float>(kPatchPixels));
@@ -331,7 +316,7 @@ private:
         float cost = 0.0f;
         for (const int step : {-1, 1, -width, width}) {
             const int beside = pixel + step;
-            if (beside >= 0 && beside < width * level.height() && level.places[idx(beside)] == Place::Known)
+            if (level.places[idx(beside)] == Place::Known)
                 cost += 2.0f * difference(beside, known(beside, offset));
         }
         return cost;
@@ -347,14 +332,10 @@ private:
             const int pixel = pixelOf[node];
             sum += cost(pixel, chosen[node]);
             for (const int step : {1, width})
-                if (const int other = nodeBeside(pixel, step); other >= 0)
+                if (const int other = nodeOf[idx(pixel + step)]; other >= 0)
                     sum += seam(pixel, pixel + step, chosen[node], chosen[idx(other)]);
         }
         return sum;
-    }
-    [[nodiscard]] int nodeBeside(int pixel, int step) const
-    {
-        return pixel + step < width * level.height() ? nodeOf[idx(pixel + step)] : -1;
     }
 
     // Offsets that nobody has, near those of larger pieces.
@@ -385,7 +366,7 @@ private:
             const int pixel = pixelOf[node];
             graph.addSinkCost(static_cast<int>(node), cost(pixel, offset) - cost(pixel, chosen[node]));
             for (const auto& [step, direction] : {std::pair{1, GridCut::Right}, std::pair{width, GridCut::Down}}) {
-                const int other = nodeBeside(pixel, step);
+                const int other = nodeOf[idx(pixel + step)];
                 if (other < 0)
                     continue;
                 const float none = seam(pixel, pixel + step, chosen[node], chosen[idx(other)]);
@@ -428,7 +409,7 @@ private:
     // The most similar source among all offsets.
     [[nodiscard]] int bestSource(int corner) const
     {
-        const WeightedPatch patch = patchAt(level, corner);
+        const WeightedPatch patch = evenPatch(level, corner);
         int best = level.someSources.front();
         int least = std::numeric_limits<int>::max();
         runLoop([&]() __attribute__((always_inline)) {

@@ -28,16 +28,6 @@ OffsetCost lineCost(const PatchFillSettings& settings, const FillLevel& level, c
             std::max(kLeastAcross, kReach * static_cast<float>(std::max(level.width(), level.height()))), most};
 }
 
-WeightedPatch patchAt(const FillLevel& level, int corner)
-{
-    WeightedPatch patch{};
-    for (int y = 0; y < kPatch; ++y)
-        for (int x = 0; x < kPatch; ++x)
-            patch.setPixel(static_cast<std::size_t>(x), static_cast<std::size_t>(y),
-                           level.texels[static_cast<std::size_t>(corner + y * level.width() + x)], 1, 1);
-    return patch;
-}
-
 } // namespace
 
 Rarity::Rarity(const FillLevel& level)
@@ -51,7 +41,7 @@ Rarity::Rarity(const FillLevel& level)
             const int corner = level.at(x, y);
             if (level.sources[static_cast<std::size_t>(corner)] == 0)
                 continue;
-            const WeightedPatch patch = patchAt(level, corner);
+            const WeightedPatch patch = evenPatch(level, corner);
             int least = kRarest;
             runLoop([&]() __attribute__((always_inline)) {
                 for (std::size_t i = 0; i < level.someSources.size(); i += step) {

@@ -3,6 +3,7 @@
 #include "filling/fill_level.hpp"
 #include "filling/hole.hpp"
 #include "filling/line_directions.hpp"
+#include "filling/patch_filler.hpp"
 #include "filling/shifted_pieces.hpp"
 #include "filling/source_cost.hpp"
 #include "filling_pictures.hpp"
@@ -316,6 +317,18 @@ TEST(Filling, StaysNearWhatIsKnown)
     for (std::size_t i = 0; i < result->pixelCount(); ++i)
         for (const float v : {result->data()[i].r, result->data()[i].g, result->data()[i].b})
             ASSERT_TRUE(v > 0.4f - kEvenedOut && v < 0.6f + kEvenedOut) << i << ": " << v;
+}
+
+// The time of graph cuts would be without bound.
+TEST(Filling, ABorderAroundASmallPictureIsNotPutTogetherFromPieces)
+{
+    const orvo::_Size<int> size{400, 400};
+    const auto picture = clothPicture(size);
+    const orvo::_Rect<int> known{170, 170, 60, 60};
+    const auto mask = maskOf(size, [&](int x, int y) { return !within(known)(x, y); });
+    orvo::details::PatchFillSettings without;
+    without.pieces = false;
+    EXPECT_TRUE(bytesEqual(*filled(*picture, *mask), *orvo::details::PatchFiller(without).fill(*picture, *mask, {})));
 }
 
 TEST(Filling, VotesDeepInsideDoNotVanish)

@@ -28,10 +28,10 @@ struct PatchFillSettings
     /// other things are copied.
     float pieceShare = 0.6f;
     /// The same for holes at the border of the picture: at the open side no seam keeps copies of people out.
-    float borderPieceShare = 5.0f;
+    float borderPieceShare = 8.0f;
     Refinement shifted = {3, 3, 8, 0.6f};
     int passes = 2;              ///< of search per round
-    float textureGain = 7.0f;    ///< weight of the mean gradient relative to colours, in 8-bit steps
+    float textureGain = 10.0f;   ///< weight of the mean gradient relative to colours, in 8-bit steps
     int rimWeight = 6;           ///< of known pixels in patches that meet the hole; painted ones weigh 1
     float agreement = 1.0f;      ///< how much faster than the distance a vote loses weight; 0: equal votes
     float lastAgreement = 64.0f; ///< the same for the last painting

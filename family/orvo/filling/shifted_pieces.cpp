@@ -28,7 +28,7 @@ constexpr int kMostCommon = 60; // more offsets change nothing (He, Sun)
 // A peak of the histogram of offsets, and what around it counts as the same offset, in pixels.
 constexpr double kPeakSigma = 1.4;
 constexpr int kPeakReach = 4;
-// Of one histogram: about half a second on one core. With a fifth of the comparisons, exact offsets are missed.
+// About half a second on one core. With a fifth of the comparisons, exact offsets are missed.
 constexpr std::int64_t kMostComparisons = 60'000'000;
 constexpr std::int64_t kMostQueries = 3000;
 // Offsets along the axes, in sides of the hole's box. A piece beside the hole is often what lies behind the thing that
@@ -50,6 +50,9 @@ constexpr int kFineSteps[] = {1, 2, 4};
 constexpr int kFineSweeps = 2;
 constexpr int kFewestPixels = 20; // of a piece whose offset is worth refining
 
+// Where texture changes no line breaks, so a difference in it shows less than one in colour.
+constexpr int kTextureRelief = 2;
+
 constexpr float seamOf(float squaredDifference)
 {
     return std::min(squaredDifference, kLargestDifference * kLargestDifference) / kUsualDifference;
@@ -66,54 +69,43 @@ struct Offset
 
 std::size_t idx(int i) { return static_cast<std::size_t>(i); }
 
-// The source most similar to that at `corner` of those that are farther away than `clearance` in either direction, the
-// nearest of equal ones; -1 if there is none.
-int mostSimilar(const FillLevel& level, int corner, _Size<int> clearance)
+// Half the sides of a box around a patch; sources inside it do not count as similar to it.
+using Clearance = _Size<int>;
+
+// For each clearance the source most similar to that at `corner`, the nearest of equal ones; -1 if there is none.
+std::array<int, 2> mostSimilar(const FillLevel& level, int corner, const std::array<Clearance, 2>& clearances)
 {
     const int width = level.width();
     const WeightedPatch patch = evenPatch(level, corner);
-    int best = -1;
+    std::array<int, 2> best{-1, -1};
     runLoop([&]() __attribute__((always_inline)) {
-        int least = std::numeric_limits<int>::max() - 1;
-        int nearest = std::numeric_limits<int>::max();
+        std::array<int, 2> least{};
+        least.fill(std::numeric_limits<int>::max() - 1);
+        std::array<int, 2> nearest{};
+        nearest.fill(std::numeric_limits<int>::max());
         for (const int other : level.someSources) {
             const int dx = std::abs(other % width - corner % width);
             const int dy = std::abs(other / width - corner / width);
-            if (dx <= clearance.width && dy <= clearance.height)
+            const auto isBeyond = [&](std::size_t i) { return dx > clearances[i].width || dy > clearances[i].height; };
+            const int most = std::max(isBeyond(0) ? least[0] : -1, isBeyond(1) ? least[1] : -1);
+            if (most < 0)
                 continue;
             const int away = std::max(dx, dy);
-            const int distance = patchDistance(patch, level.texels.data() + other, width, least + 1);
-            if (distance < least || (distance == least && away < nearest)) {
-                least = distance;
-                nearest = away;
-                best = other;
-            }
+            const int distance = patchDistance(patch, level.texels.data() + other, width, most + 1);
+            for (std::size_t i = 0; i < best.size(); ++i)
+                if (isBeyond(i) && (distance < least[i] || (distance == least[i] && away < nearest[i]))) {
+                    least[i] = distance;
+                    nearest[i] = away;
+                    best[i] = other;
+                }
         }
     });
     return best;
 }
 
-// The offsets beyond `clearance` between similar patches of the known part, the most frequent first.
-std::vector<Offset> commonOffsets(const FillLevel& level, _Size<int> clearance)
+// The peaks of a histogram of offsets, the highest first.
+std::vector<Offset> peaksOf(const cv::Mat_<float>& histogram)
 {
-    const int width = level.width();
-    const int height = level.height();
-    const auto count = static_cast<std::int64_t>(level.someSources.size());
-    const std::int64_t queries = std::clamp<std::int64_t>(kMostComparisons / count, 1, std::min(count, kMostQueries));
-    const auto query = [&](int n) { return level.someSources[static_cast<std::size_t>(n * count / queries)]; };
-    std::vector<int> matches(static_cast<std::size_t>(queries));
-    forEachRow(static_cast<int>(queries), [&](int n) { matches[idx(n)] = mostSimilar(level, query(n), clearance); });
-
-    cv::Mat_<float> histogram(2 * height + 1, 2 * width + 1, 0.0f);
-    for (int n = 0; n < static_cast<int>(queries); ++n) {
-        const int match = matches[idx(n)];
-        if (match < 0)
-            continue;
-        const int dx = match % width - query(n) % width;
-        const int dy = match / width - query(n) / width;
-        histogram(height + dy, width + dx) += 1.0f;
-        histogram(height - dy, width - dx) += 1.0f; // likeness goes both ways
-    }
     cv::Mat_<float> smooth;
     cv::GaussianBlur(histogram, smooth, {}, kPeakSigma);
     std::vector<Offset> offsets;
@@ -129,8 +121,38 @@ std::vector<Offset> commonOffsets(const FillLevel& level, _Size<int> clearance)
         // The peak of several offsets may lie between them.
         cv::Point exact;
         cv::minMaxLoc(histogram(around), nullptr, nullptr, nullptr, &exact);
-        offsets.push_back({around.x + exact.x - width, around.y + exact.y - height});
+        offsets.push_back({around.x + exact.x - histogram.cols / 2, around.y + exact.y - histogram.rows / 2});
         smooth(around) = 0.0f;
+    }
+    return offsets;
+}
+
+// For each clearance the offsets between similar patches of the known part, the most frequent first; none twice.
+std::vector<Offset> commonOffsets(const FillLevel& level, const std::array<Clearance, 2>& clearances)
+{
+    const int width = level.width();
+    const int height = level.height();
+    const auto count = static_cast<std::int64_t>(level.someSources.size());
+    const std::int64_t queries = std::clamp<std::int64_t>(kMostComparisons / count, 1, std::min(count, kMostQueries));
+    const auto query = [&](int n) { return level.someSources[static_cast<std::size_t>(n * count / queries)]; };
+    std::vector<std::array<int, 2>> matches(static_cast<std::size_t>(queries));
+    forEachRow(static_cast<int>(queries), [&](int n) { matches[idx(n)] = mostSimilar(level, query(n), clearances); });
+
+    std::vector<Offset> offsets;
+    for (std::size_t i = 0; i < clearances.size(); ++i) {
+        cv::Mat_<float> histogram(2 * height + 1, 2 * width + 1, 0.0f);
+        for (int n = 0; n < static_cast<int>(queries); ++n) {
+            const int match = matches[idx(n)][i];
+            if (match < 0)
+                continue;
+            const int dx = match % width - query(n) % width;
+            const int dy = match / width - query(n) / width;
+            histogram(height + dy, width + dx) += 1.0f;
+            histogram(height - dy, width - dx) += 1.0f; // likeness goes both ways
+        }
+        for (const Offset& offset : peaksOf(histogram))
+            if (std::find(offsets.begin(), offsets.end(), offset) == offsets.end())
+                offsets.push_back(offset);
     }
     return offsets;
 }
@@ -167,12 +189,10 @@ public:
             bottom = std::max(bottom, pixel / width);
         }
         const int shortest = std::max(kPatch, std::max(width, level.height()) / kShortestShare);
-        const _Size<int> half{(right - left + 1) / 2, (bottom - top + 1) / 2};
-        offsets = commonOffsets(level, {shortest, shortest});
-        if (half.width > shortest || half.height > shortest) {
-            const std::vector<Offset> longer = commonOffsets(level, half);
-            offsets.insert(offsets.end(), longer.begin(), longer.end());
-        }
+        const std::array<Clearance, 2> clearances = {
+            Clearance{shortest, shortest},
+            Clearance{std::max(shortest, (right - left + 1) / 2), std::max(shortest, (bottom - top + 1) / 2)}};
+        offsets = commonOffsets(level, clearances);
         for (const double share : kBesideTheHole) {
             // A whole patch farther, so that pieces at the rim have patches around them as well.
             const int dx = static_cast<int>(share * (right - left + kPatch));
@@ -279,7 +299,7 @@ private:
         const Texel& t = level.texels[idx(b)];
         const auto square = [](int v) { return v * v; };
         return seamOf(static_cast<float>(square(s.r - t.r) + square(s.g - t.g) + square(s.b - t.b) +
-                                         square(s.texture - t.texture)));
+                                         square(s.texture - t.texture) / kTextureRelief));
     }
 
     // How much a seam shows between the neighbours p and q, copied by the offsets a and b.

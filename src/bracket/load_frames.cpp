@@ -64,11 +64,12 @@ std::vector<Frame> loadAll(const std::vector<PictureInput>& inputs, ImageReaderO
 } // namespace
 
 template <typename Frame>
-Frame loadFrame(const PictureInput& input, int flags, _Size<int> size, bool lensCorrection)
+Frame loadFrame(const PictureInput& input, int flags, _Size<int> size, bool lensCorrection,
+                const ImageReadOptions& options)
 {
     const auto& path = input.path();
     const auto image = ImageReader::instance().open(
-        {path, {}, input.memory()}, {}, static_cast<ImageReaderOpenFlag>(flags), nullptr, std::string(), -1);
+        {path, {}, input.memory()}, options, static_cast<ImageReaderOpenFlag>(flags), nullptr, std::string(), -1);
     if (!image) {
         LOG(__orvolog() << LogMessageType::Warning << "Can't open image at path: " << wideFromPath(path));
         details::stateLastFailure({FailureKind::UnreadableFile, path, "the picture cannot be read"});
@@ -84,8 +85,8 @@ Frame loadFrame(const PictureInput& input, int flags, _Size<int> size, bool lens
     return frame;
 }
 
-template HDRFrame loadFrame(const PictureInput&, int, _Size<int>, bool);
-template FocusStackerFrame loadFrame(const PictureInput&, int, _Size<int>, bool);
+template HDRFrame loadFrame(const PictureInput&, int, _Size<int>, bool, const ImageReadOptions&);
+template FocusStackerFrame loadFrame(const PictureInput&, int, _Size<int>, bool, const ImageReadOptions&);
 
 std::vector<HDRFrame> loadInputs(const std::vector<PictureInput>& inputs, const HDRSettings& settings,
                                  ImageReaderOpenFlag flags, bool sequential, const RunControl& run)

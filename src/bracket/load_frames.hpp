@@ -17,7 +17,8 @@ namespace orvo {
 /// Loads one picture. A zero `size` means its own. `lensCorrection` prepares the lens data of a raw file. A picture
 /// that cannot be read gives an empty frame, a line in the log and a stated failure.
 template <typename Frame>
-[[nodiscard]] Frame loadFrame(const PictureInput& input, int flags, _Size<int> size, bool lensCorrection);
+[[nodiscard]] Frame loadFrame(const PictureInput& input, int flags, _Size<int> size, bool lensCorrection,
+                              const ImageReadOptions& options = {});
 
 /// Loads all pictures, in the given order. With `sequential` (raw files, whose decoder is itself parallel) one that
 /// cannot be read is dropped; otherwise it leaves an empty frame. Empty if cancelled. Marks the frame at the ghost

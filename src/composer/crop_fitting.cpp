@@ -88,15 +88,15 @@ RenderedData applyCrop(const std::shared_ptr<const _ImageData<PixelRGB<float>>>&
     if (!image)
         return result;
     const _Rect<int> whole(0, 0, image->width(), image->height());
-    if (crop == CropDescription()) {
+    if (crop.getCropRect() == _Rect<int>())
+        crop.rect = whole;
+    const _Rect<int> rect = crop.getCropRect();
+    if (crop.angle == 0.0f && rect == whole) {
         result.image = image;
         result.mask = mask;
         result.context = {image->size(), whole};
         return result;
     }
-    if (crop.getCropRect() == _Rect<int>())
-        crop.rect = whole;
-    const _Rect<int> rect = crop.getCropRect();
     const _Size<int> size = rect.size();
     result.context = {size, rect};
     const bool isInside =

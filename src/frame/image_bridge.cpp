@@ -46,6 +46,72 @@ ORVO_VECTOR_CLONES void toWorking(const float* __restrict in, std::int16_t* __re
     }
 }
 
+// The largest change of an sRGB sample on its way to the working space and back, if all samples of its pixel are
+// within 0..1: rounding there counts most for dark samples, where the curve is steepest. The largest changes found are
+// 8.5e-6 near black, 1.5e-6 at 0.24, and 0.6e-6 from 0.4 on.
+ORVO_INLINE float mostChanged(float value)
+{
+    constexpr float kBright = 1e-6f;
+    constexpr float kMoreAtBlack = 1e-5f;
+    const float darkness = (1.0f - value) * (1.0f - value);
+    return kBright + kMoreAtBlack * (darkness * darkness * darkness);
+}
+
+// 0 if the sample becomes the same integer with and without that way, else 1; 1 for samples outside of 0..1. Without
+// conditions, since compilers turn those into branches that they cannot vectorise.
+ORVO_INLINE std::uint32_t canChange(float value)
+{
+    constexpr int kSignBit = 31;
+    const auto bits = std::bit_cast<std::uint32_t>(value); // increase with the value; a sign and NaN exceed all numbers
+    const std::uint32_t isOutside = bits > std::bit_cast<std::uint32_t>(1.0f) ? 1 : 0;
+    const float inside = std::bit_cast<float>(bits & (isOutside - 1));
+    const float steps = inside * kWorkingWhite;
+    const auto whole = static_cast<std::int32_t>(steps);
+    const float share = steps - static_cast<float>(whole);
+    const float most = mostChanged(inside) * kWorkingWhite;
+    const float below = share - most + static_cast<float>(whole == 0 ? 1 : 0); // what is less than nothing is nothing
+    const float above = 1.0f - most - share;
+    return (std::bit_cast<std::uint32_t>(below) | std::bit_cast<std::uint32_t>(above)) >> kSignBit | isOutside;
+}
+
+ORVO_VECTOR_CLONES void findChangeable(const float* __restrict in, std::uint8_t* __restrict flags, int count)
+{
+    for (std::ptrdiff_t i = 0; i < count; ++i)
+        flags[i] = static_cast<std::uint8_t>(canChange(in[i]));
+}
+
+// Converts sRGB to the working space and back, and to working samples: with the same result as conversion of all
+// pixels, but only of those that it can change.
+class RoundTrip
+{
+public:
+    void convert(const PixelRGB<float>* in, std::int16_t* out, int count) const
+    {
+        std::uint8_t flags[3 * kBlock];
+        int places[kBlock + 1]; // each place is written before it is known to count
+        PixelRGB<float> pixels[kBlock];
+        std::int16_t samples[3 * kBlock];
+        toWorking(&in->r, out, count);
+        findChangeable(&in->r, flags, 3 * count);
+        int found = 0;
+        for (int x = 0; x < count; ++x) {
+            places[found] = x;
+            found += flags[3 * x] | flags[3 * x + 1] | flags[3 * x + 2];
+        }
+        for (int i = 0; i < found; ++i)
+            pixels[i] = in[places[i]];
+        there.convert(&pixels->r, pixels, found);
+        back.convert(&pixels->r, pixels, found);
+        toWorking(&pixels->r, samples, found);
+        for (int i = 0; i < found; ++i)
+            std::copy_n(samples + 3 * i, 3, out + std::ptrdiff_t{3} * places[i]);
+    }
+
+private:
+    RowConverter there{ColorProfileType::sRGB(), 3, ColorProfileType::melissaRGB()};
+    RowConverter back{ColorProfileType::melissaRGB(), 3, ColorProfileType::sRGB()};
+};
+
 ORVO_VECTOR_CLONES void fromWorking(const std::int16_t* __restrict in, float* __restrict out, int count)
 {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
@@ -213,6 +279,22 @@ cv::Mat cvMatFromImageData(std::shared_ptr<const _ImageData<PixelRGB<float>>> im
             toSRGB->convert(&in[x].r, converted, count);
             toWorking(&converted->r, out + std::ptrdiff_t{3} * x, count);
         }
+    });
+    return mat;
+}
+
+cv::Mat cvMatThroughWorkingSpace(std::shared_ptr<const _ImageData<PixelRGB<float>>> image)
+{
+    if (!image || !image->colorProfile() || image->colorProfile()->icc() != ColorProfileType::sRGB()->icc())
+        return cvMatFromImageData(std::move(image));
+    const int width = image->width();
+    const RoundTrip roundTrip;
+    cv::Mat mat = managedMat(image->height(), width, CV_16SC3);
+    forEachRow(image->height(), [&](int y) {
+        const PixelRGB<float>* const in = image->row(y);
+        auto* const out = mat.ptr<std::int16_t>(y);
+        for (int x = 0; x < width; x += kBlock)
+            roundTrip.convert(in + x, out + std::ptrdiff_t{3} * x, std::min(kBlock, width - x));
     });
     return mat;
 }

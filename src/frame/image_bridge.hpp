@@ -26,6 +26,11 @@ inline constexpr float kWorkingWhite = 16383.0f;
 /// not describe RGB pixels.
 [[nodiscard]] cv::Mat cvMatFromImageData(std::shared_ptr<const _ImageData<PixelRGB<float>>> image);
 
+/// The same for a picture in exactly ColorProfileType::sRGB() as if it had been converted to melissaRGB() before, to
+/// the bit. Only pixels near a border between two integers go that way, so it costs a fraction of both conversions.
+/// Pictures of other profiles are converted by cvMatFromImageData().
+[[nodiscard]] cv::Mat cvMatThroughWorkingSpace(std::shared_ptr<const _ImageData<PixelRGB<float>>> image);
+
 /// Returns a new sRGB picture from a matrix of type CV_8UC1 (gray for all three channels), CV_8UC3 or CV_16SC3;
 /// negative samples of the last become 0, those above full scale 1. Empty pointer for any other type.
 [[nodiscard]] std::shared_ptr<_ImageData<PixelRGB<float>>> imageDataFromCVMat(const cv::Mat& mat);

@@ -10,4 +10,7 @@ namespace orvo {
 /// behaves like any matrix, also as a UMat. Thread-safe. Throws cv::Exception on a negative size, std::bad_alloc.
 [[nodiscard]] cv::Mat managedMat(int rows, int cols, int type);
 
+/// The same with zeros, which take memory only where they are overwritten, by the page.
+[[nodiscard]] cv::Mat managedZeros(int rows, int cols, int type);
+
 } // namespace orvo

@@ -90,7 +90,7 @@ UpscaleSteps UpscaleSteps::ofTheLibrary(const RunControl& run)
     };
     steps.sharpenFaces = [&run](const PicturePointer& picture) {
         const float begin = enlargedShare(static_cast<double>(picture->pixelCount()));
-        return DeblurAIEffect::deblurFaces(generateUUID(), picture, 1.0f, true, true, partOf(run, begin, 1.0f));
+        return DeblurAIEffect::withDeblurredFaces(generateUUID(), picture, 1.0f, true, true, partOf(run, begin, 1.0f));
     };
     return steps;
 }

@@ -17,7 +17,8 @@ struct UpscaleSteps
         upscale;
     std::function<PicturePointer(const PicturePointer&)> sharpenFaces;
 
-    /// The library's functions: upscaleX(), and DeblurAIEffect::deblurFaces() with a new id. `run` must outlive them.
+    /// The library's functions: upscaleX(), and DeblurAIEffect::withDeblurredFaces() with a new id. `run` must outlive
+    /// them.
     [[nodiscard]] static UpscaleSteps ofTheLibrary(const RunControl& run = RunControl::none());
 };
 

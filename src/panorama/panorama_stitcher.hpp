@@ -122,9 +122,9 @@ public:
     /// Draws the part `rect` of the unrotated sphere, in sphere units, at `size`: `image` CV_16SC3, `mask` CV_8UC1.
     /// Returns the rectangle of the content inside `size`, which `image` and `mask` contain; empty if cancelled, or if
     /// no picture reaches the rectangle (both are then CV_16SC3 and zero). Runs on the OpenCL device if it has enough
-    /// memory, else, and permanently after a failure there, on the CPU. Peak: for each picture that reaches the
-    /// rectangle its area at `size` (8 bytes per pixel, 12 to remove vignetting), then the blender's pyramids of the
-    /// rectangle with a margin of some percent (14 bytes per pixel).
+    /// memory, else, and permanently after a failure there, on the CPU. Peak on the CPU: for each picture that reaches
+    /// the rectangle a byte per pixel at `size` (12 to remove vignetting), then BandBlender's of the rectangle with a
+    /// margin of some percent.
     cv::Rect makePanoramaRaw(const cv::Rect& rect, const cv::Size& size, cv::OutputArray image, cv::OutputArray mask,
                              CancelFunction cancel);
     /// Draws `rect`, counted from the origin of projectionBounds(), in the current projection and view, at `size`. With
@@ -299,6 +299,8 @@ private:
                                     const cv::Size& size) const;
     void applyExposureCompensation(int index, cv::Point corner, cv::InputOutputArray image, cv::InputArray mask,
                                    const cv::Rect& rect, const cv::Size& size);
+
+    [[nodiscard]] Panorama converted(cv::Mat picture, cv::UMat owner, const cv::Mat& mask, const cv::Rect& shown) const;
 
     // Rendering: other projections and views, drawn from the sphere.
     void prepareRotateImage();

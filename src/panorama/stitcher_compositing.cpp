@@ -1,4 +1,5 @@
 // Rendering the sphere: pictures at full size, seams, gains, and the blend.
+#include "panorama/band_blender.hpp"
 #include "panorama/blend_bands.hpp"
 #include "panorama/compute_device.hpp"
 #include "panorama/exposure_gains.hpp"
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -28,16 +30,51 @@ constexpr float kFed = 0.9f;
 
 constexpr double kBlendPercent = 5.0; // of the output's mean side: the width over which pictures blend
 
-cv::Ptr<cv::detail::Blender> blenderFor(double blendWidth)
+// Blends in bands: ours on the CPU, OpenCV's on a device. Below one pixel of width OpenCV cuts without blending.
+class PictureBlender
 {
-    using cv::detail::Blender;
-    const std::optional<int> bands = blendBands(blendWidth);
-    if (!bands)
-        return Blender::createDefault(Blender::NO, false);
-    cv::Ptr<Blender> blender = Blender::createDefault(Blender::MULTI_BAND, false);
-    dynamic_cast<cv::detail::MultiBandBlender&>(*blender).setNumBands(*bands);
-    return blender;
-}
+public:
+    PictureBlender(const std::vector<cv::Point>& corners, const std::vector<cv::Size>& sizes, double blendWidth)
+    {
+        using cv::detail::Blender;
+        const std::optional<int> bands = blendBands(blendWidth);
+        if (bands && !cv::ocl::useOpenCL()) {
+            ours.emplace(corners, sizes, *bands);
+            return;
+        }
+        theirs = Blender::createDefault(bands ? Blender::MULTI_BAND : Blender::NO, false);
+        if (bands)
+            dynamic_cast<cv::detail::MultiBandBlender&>(*theirs).setNumBands(*bands);
+        theirs->prepare(corners, sizes);
+    }
+
+    // Releases both matrices.
+    void feed(cv::UMat& picture, cv::UMat& mask, const cv::Point& corner)
+    {
+        if (ours) {
+            ours->feed(std::move(picture), mask.getMat(cv::ACCESS_READ), corner);
+        } else {
+            theirs->feed(picture, mask, corner);
+        }
+        picture.release();
+        mask.release();
+    }
+
+    void blend(cv::UMat& picture, cv::UMat& mask)
+    {
+        if (!ours)
+            return theirs->blend(picture, mask);
+        cv::Mat blended;
+        cv::Mat covered;
+        ours->blend(blended, covered);
+        picture = blended.getUMat(cv::ACCESS_RW);
+        mask = covered.getUMat(cv::ACCESS_RW);
+    }
+
+private:
+    std::optional<BandBlender> ours;
+    cv::Ptr<cv::detail::Blender> theirs;
+};
 
 // The matrix, mapped for reading and writing while this object exists.
 std::vector<cv::Mat> writable(const std::vector<cv::UMat>& matrices)
@@ -274,8 +311,7 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
     if (run.cancelled())
         return {};
 
-    const cv::Ptr<cv::detail::Blender> blender = blenderFor(blendWidth);
-    blender->prepare(parts.corners, parts.sizes);
+    PictureBlender blender(parts.corners, parts.sizes, blendWidth);
     for (std::size_t i = 0; i < parts.entries.size(); ++i) {
         if (parts.late) {
             if (run.cancelled())
@@ -283,14 +319,14 @@ cv::Rect PanoramaStitcher::composeRaw(const cv::Rect& rect, const cv::Size& size
             parts.pictures[i] = warpLate(parts, i, wide, wideSize);
             compensate(i);
         }
-        blender->feed(parts.pictures[i], parts.seamed[i], parts.corners[i]);
-        parts.pictures[i].release();
-        parts.seamed[i].release();
+        blender.feed(parts.pictures[i], parts.seamed[i], parts.corners[i]);
         run.report(kWarped + (kFed - kWarped) * static_cast<float>(i + 1) / static_cast<float>(parts.entries.size()));
     }
     cv::UMat result;
     cv::UMat resultMask;
-    blender->blend(result, resultMask);
+    blender.blend(result, resultMask);
+    if (isLastDrawing)
+        MemoryManager::instance().trim(); // the planes kept for reuse are those of the blender
 
     cv::Rect shown = resultRect;
     if (wide != rect) {

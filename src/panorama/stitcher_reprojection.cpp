@@ -1,11 +1,13 @@
 // Rendering in other projections and views: a second mapping of the sphere.
 #include "frame/image_bridge.hpp"
+#include "frame/managed_mat.hpp"
 #include "panorama/map_box.hpp"
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/projection_warpers.hpp"
 #include "panorama/sampled_box.hpp"
 #include "panorama/warp_rows.hpp"
 
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <opencv2/imgproc.hpp>
@@ -126,8 +128,8 @@ cv::Rect outputRectangle(const Reprojection& way, const cv::Rect& roi, double se
 // For each pixel of `out` its position on the sphere, in sphere units.
 void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request& request, cv::Mat& mapX, cv::Mat& mapY)
 {
-    mapX.create(out.size(), CV_32FC1);
-    mapY.create(out.size(), CV_32FC1);
+    mapX = managedMat(out.height, out.width, CV_32FC1);
+    mapY = managedMat(out.height, out.width, CV_32FC1);
     const WarpRows rows(target, out.x, out.width, request.unitsPerColumn(), static_cast<float>(request.rect.x));
     const float sy = request.unitsPerRow();
     parallelRows(out.height, [&](int row) {
@@ -207,6 +209,20 @@ void PanoramaStitcher::prepareRotateImage()
     rotateSphere = std::move(made);
 }
 
+// `picture` may refer to `owner`. Both are released before the mask is converted.
+Panorama PanoramaStitcher::converted(cv::Mat picture, cv::UMat owner, const cv::Mat& mask, const cv::Rect& shown) const
+{
+    Panorama result;
+    result.image = imageDataFromCVMat(picture);
+    picture.release();
+    owner.release();
+    if (isLastDrawing)
+        MemoryManager::instance().trim(); // its plane would be kept for reuse
+    result.mask = ImageDataGrayFromCVMat(mask);
+    result.roi = shown;
+    return result;
+}
+
 Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
                                         CancelFunction cancel)
 {
@@ -231,7 +247,7 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
     if (run.cancelled() || shown == cv::Rect())
         return {};
     if (!keepCanvas)
-        return {imageDataFromCVMat(picture), ImageDataGrayFromCVMat(mask), shown};
+        return converted(std::move(picture), std::move(drawn), mask, shown);
     cv::Mat canvas = cv::Mat::zeros(request.size, CV_16SC3);
     cv::Mat canvasMask = cv::Mat::zeros(request.size, CV_8UC1);
     if (shown.width > 0 && shown.height > 0) {
@@ -303,6 +319,7 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     if (covered.empty())
         return true;
     const cv::Rect inMaps = covered - out.tl();
+    picture = managedMat(inMaps.height, inMaps.width, CV_16SC3);
     cv::remap(drawn, picture, mapX(inMaps), mapY(inMaps), cv::INTER_LINEAR, cv::BORDER_REFLECT);
     cv::remap(drawnMask, mask, mapX(inMaps), mapY(inMaps), cv::INTER_NEAREST, cv::BORDER_CONSTANT);
     shown = covered;
@@ -350,8 +367,8 @@ Panorama PanoramaStitcher::makePanorama(const _Rect<int>& rect, const _Size<int>
                         cv::Size(outputSize.width, outputSize.height), picture, mask, std::move(cancel));
     if (shown == cv::Rect())
         return {};
-    return {imageDataFromCVMat(picture.getMat(cv::ACCESS_READ)), ImageDataGrayFromCVMat(mask.getMat(cv::ACCESS_READ)),
-            shown};
+    cv::Mat mapped = picture.getMat(cv::ACCESS_READ);
+    return converted(std::move(mapped), std::move(picture), mask.getMat(cv::ACCESS_READ), shown);
 }
 
 } // namespace orvo

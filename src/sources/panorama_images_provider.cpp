@@ -81,8 +81,10 @@ SourceMedians computeSourceMedians(const std::vector<std::filesystem::path>& fil
 
 cv::Mat loadPanoramaFrame(const PictureInput& input, const LensFlags& lensFlags, const SourceMedians& medians)
 {
+    ImageReadOptions options;
+    options.keepsSRGB = true; // the matrix is in sRGB again
     auto frame = loadFrame<FocusStackerFrame>(input, static_cast<int>(ImageReaderOpenFlag::Bracket), {},
-                                              lensFlags.autoLensCorrection);
+                                              lensFlags.autoLensCorrection, options);
     if (!frame.image)
         return {};
     if (hasRawMark(frame)) {
@@ -95,7 +97,7 @@ cv::Mat loadPanoramaFrame(const PictureInput& input, const LensFlags& lensFlags,
         }
         developForPanorama(frame.image, metadata, frame.rawMetadata, 0.0f, lensFlags.rawChromaticAberration);
     }
-    return cvMatFromImageData(std::move(frame.image));
+    return cvMatThroughWorkingSpace(std::move(frame.image));
 }
 
 PanoramaImagesProvider::PanoramaImagesProvider(const PanoSource& source)

@@ -82,6 +82,14 @@ void expectDefinition(const cv::Mat& source, const cv::Rect2f& rect, cv::Size si
                     << "(" << x << ", " << y << ") channel " << c;
 }
 
+// What cvMatThroughWorkingSpace() promises.
+cv::Mat convertedTwice(const Picture& picture)
+{
+    std::shared_ptr<Picture> converted;
+    picture.colorTransform(converted, ColorProfileType::melissaRGB(), false);
+    return cvMatFromImageData(converted);
+}
+
 } // namespace
 
 TEST(CvMatFromImageData, PutsBlueFirstAndFullScaleAt16383)
@@ -164,6 +172,40 @@ TEST(CvMatFromImageData, CreatesNoSecondPicture)
         EXPECT_LT(MemoryManager::instance().peakBytes(), before + 300 * 200 * 6 + 4096) << "the result alone";
         EXPECT_EQ(MemoryManager::instance().liveBytes(), before);
     }
+}
+
+TEST(CvMatThroughWorkingSpace, AgreesForAllTriplesOfBytes)
+{
+    constexpr float kByteStep = static_cast<float>(1.0 / 255.0); // as the reader scales
+    const auto picture = std::make_shared<Picture>(_Size<int>(256, 256), ColorProfileType::sRGB());
+    for (int red = 0; red < 256; ++red) {
+        for (int green = 0; green < 256; ++green)
+            for (int blue = 0; blue < 256; ++blue)
+                picture->row(green)[blue] = {static_cast<float>(red) * kByteStep, static_cast<float>(green) * kByteStep,
+                                             static_cast<float>(blue) * kByteStep};
+        ASSERT_TRUE(sameBytes(cvMatThroughWorkingSpace(picture), convertedTwice(*picture))) << "red " << red;
+    }
+}
+
+TEST(CvMatThroughWorkingSpace, AgreesForOtherSamplesAndProfiles)
+{
+    // Samples of 16 bits; dark ones, which the conversions change most, beside bright ones.
+    std::mt19937 random(7);
+    for (const unsigned range : {65536u, 2048u, 64u}) {
+        const auto picture = std::make_shared<Picture>(_Size<int>(1025, 640), ColorProfileType::sRGB());
+        const auto sample = [&](unsigned most) { return static_cast<float>(random() % most) / 65535.0f; };
+        for (std::size_t i = 0; i < picture->pixelCount(); ++i)
+            picture->data()[i] = {sample(range), sample(65536), sample(range)};
+        EXPECT_TRUE(sameBytes(cvMatThroughWorkingSpace(picture), convertedTwice(*picture))) << range;
+    }
+    for (const auto& size : kSizes) {
+        const auto picture = noise(size.width, size.height, ColorProfileType::sRGB());
+        picture->data()[0].g = kInfinity;
+        EXPECT_TRUE(sameBytes(cvMatThroughWorkingSpace(picture), convertedTwice(*picture)));
+        const auto working = noise(size.width, size.height, ColorProfileType::melissaRGB());
+        EXPECT_TRUE(sameBytes(cvMatThroughWorkingSpace(working), cvMatFromImageData(working)));
+    }
+    EXPECT_TRUE(cvMatThroughWorkingSpace(nullptr).empty());
 }
 
 TEST(ImageDataFromCVMat, UndoesCvMatFromImageDataWithinAStep)

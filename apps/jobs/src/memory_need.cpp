@@ -99,16 +99,21 @@ std::uint64_t memoryNeed(const StackJobRequest& request)
 
 std::uint64_t memoryNeed(const PanoJobRequest& request)
 {
-    // Of all pictures together.
-    constexpr double kStitch = 26.0;
-    constexpr double kComposed = 40.0;
+    // Of all pictures together, of which neighbours overlap by a sixth at least.
+    constexpr double kStitch = 16.0;
+    constexpr double kResampled = 34.0; // from the sphere, which exists besides
+    constexpr double kComposed = 28.0;
+    constexpr double kComposedResampled = 40.0;
+    constexpr double kDevignetted = 4.0;      // all pictures are warped before they are blended
     constexpr double kFeatures = 12.0 * kMiB; // of each picture, whatever its size
     constexpr double kShared = 100.0 * kMiB;
     const Pixels pixels = pixelsOf(request.files);
     const bool isComposed = request.brackets || request.crop != PanoCrop::None || request.straighten ||
                             request.turnDegrees != 0.0 || request.shift != _Point<float>();
+    const bool isSphere = request.projection == WarpType::Spherical;
+    const double drawn = isComposed ? (isSphere ? kComposed : kComposedResampled) : (isSphere ? kStitch : kResampled);
     return rounded(kProgram + kShared + kFeatures * static_cast<double>(request.files.size()) +
-                   (isComposed ? kComposed : kStitch) * pixels.sum);
+                   (drawn + (request.devignette ? kDevignetted : 0.0)) * pixels.sum);
 }
 
 std::uint64_t memoryNeed(const UpscaleJobRequest& request)

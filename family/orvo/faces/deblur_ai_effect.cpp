@@ -17,6 +17,7 @@
 #include <limits>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace orvo {
@@ -280,10 +281,10 @@ void logMeasures(const std::string& id, const std::vector<Measures>& faces)
     LOG(line);
 }
 
-} // namespace
-
-std::shared_ptr<Picture> details::sharpenedFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
-                                                 float amount, bool profiles, bool features, const RunControl& control)
+// A new picture, or what `unchanged` returns if there is nothing to sharpen. Empty on cancel.
+template <typename Unchanged>
+std::shared_ptr<Picture> sharpened(const std::string& id, const std::shared_ptr<const Picture>& image, float amount,
+                                   bool profiles, bool features, const RunControl& control, const Unchanged& unchanged)
 {
     if (!image)
         throw std::invalid_argument("deblurFaces: no picture");
@@ -292,13 +293,13 @@ std::shared_ptr<Picture> details::sharpenedFaces(const std::string& id, const st
     const ScopedTimer timer("deblurFaces", 0);
     const float limited = amount > 0.0f ? std::min(amount, 1.0f) : 0.0f; // NaN gives 0
     if (limited <= 0.0f)
-        return image->copy({});
+        return unchanged();
     constexpr float kFacesFound = 0.8f; // share of the time of a picture with a face or two
     const std::vector<Face> faces = findFaces(*image, profiles, partOf(control, 0.0f, kFacesFound));
     if (control.wasCancelled() || control.cancelled())
         return {};
     control.report(kFacesFound);
-    std::shared_ptr<Picture> result = image->copy({});
+    std::shared_ptr<Picture> result = faces.empty() ? unchanged() : image->copy({});
     FaceDeblurring deblurring(*image, *result, faces, limited, features);
     std::vector<Measures> measures;
     for (const Face& face : faces) {
@@ -313,6 +314,21 @@ std::shared_ptr<Picture> details::sharpenedFaces(const std::string& id, const st
     }
     logMeasures(id, measures);
     return result;
+}
+
+} // namespace
+
+std::shared_ptr<Picture> details::sharpenedFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
+                                                 float amount, bool profiles, bool features, const RunControl& control)
+{
+    return sharpened(id, image, amount, profiles, features, control, [&image] { return image->copy({}); });
+}
+
+std::shared_ptr<Picture> DeblurAIEffect::withDeblurredFaces(const std::string& id, std::shared_ptr<Picture> image,
+                                                            float amount, bool profiles, bool features,
+                                                            const RunControl& run)
+{
+    return sharpened(id, image, amount, profiles, features, run, [&image] { return std::move(image); });
 }
 
 std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, const std::shared_ptr<const Picture>& image,

@@ -5,6 +5,7 @@
 
 #include <orvo/deblur_ai_effect.hpp>
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_common/run_control.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <orvo_io/settings.hpp>
@@ -383,6 +384,20 @@ TEST_F(DeblurFaces, AwkwardInputs)
     }
     const auto broken = std::make_shared<Picture>(kSize, Pixel{kNaN, kInfinity, -kInfinity}, ColorProfileType::sRGB());
     EXPECT_TRUE(test::bytesEqual(*broken, *deblur(broken)));
+}
+
+TEST_F(DeblurFaces, APictureThatIsNotNeededIsCopiedOnlyForFaces)
+{
+    const auto& none = orvo::RunControl::none();
+    const PicturePointer face = blurred(*scene(kSize, {kPlace}), 2.0);
+    const PicturePointer changed = DeblurAIEffect::withDeblurredFaces("test", face, 1.0f, true, true, none);
+    EXPECT_TRUE(test::bytesEqual(*changed, *deblur(face)));
+    const PicturePointer plain = blurred(*scene(kSize, {}), 2.0);
+    const PicturePointer before = plain->copy({});
+    EXPECT_EQ(DeblurAIEffect::withDeblurredFaces("test", plain, 1.0f, true, true, none), plain);
+    EXPECT_EQ(DeblurAIEffect::withDeblurredFaces("test", plain, 0.0f, true, true, none), plain);
+    EXPECT_TRUE(test::bytesEqual(*plain, *before));
+    EXPECT_NE(deblur(plain), plain);
 }
 
 TEST_F(DeblurFaces, CancelReturnsNothing)

@@ -83,7 +83,7 @@ constexpr std::size_t kLeastHuge = std::size_t{32} << 20;
 // to the system when a block is freed below another one.
 bool isMapped(std::size_t blockBytes) { return blockBytes >= kSmallestKept; }
 
-void* fromSystem(std::size_t bytes)
+void* fromSystem(std::size_t bytes, bool isSparse)
 {
     if (!isMapped(bytes))
         return std::aligned_alloc(MemoryManager::kAlignment, bytes);
@@ -92,7 +92,7 @@ void* fromSystem(std::size_t bytes)
         return nullptr;
 #ifdef MADV_HUGEPAGE
     // Only advice: a system without huge pages refuses it, and nothing changes.
-    if (bytes >= kLeastHuge)
+    if (bytes >= kLeastHuge && !isSparse)
         static_cast<void>(::madvise(block, bytes, MADV_HUGEPAGE));
 #endif
     return block;
@@ -177,31 +177,40 @@ MemoryManager::~MemoryManager() { trim(); }
 
 void* MemoryManager::allocate(std::size_t bytes, bool zeroed)
 {
+    return allocate(bytes, zeroed ? Contents::Zeros : Contents::Undefined);
+}
+
+void* MemoryManager::allocateSparse(std::size_t bytes) { return allocate(bytes, Contents::SparseZeros); }
+
+void* MemoryManager::allocate(std::size_t bytes, Contents contents)
+{
+    const bool isSparse = contents == Contents::SparseZeros;
     std::size_t blockBytes = roundedUp(bytes);
     void* block = nullptr;
     {
         const std::lock_guard lock(state->mutex);
-        block = state->takeKept(blockBytes, blockBytes);
+        if (!isSparse)
+            block = state->takeKept(blockBytes, blockBytes);
         if (block == nullptr)
             state->makeRoom(blockBytes);
     }
     bool isZero = false;
     if (block == nullptr) {
         isZero = isMapped(blockBytes); // fresh pages are
-        block = fromSystem(blockBytes);
+        block = fromSystem(blockBytes, isSparse);
         if (block == nullptr) {
             trim(); // the kept planes may be exactly what is missing
-            block = fromSystem(blockBytes);
+            block = fromSystem(blockBytes, isSparse);
         }
         if (block == nullptr)
             throw std::bad_alloc();
     }
     permit(block, bytes);
     forbid(static_cast<char*>(block) + bytes, blockBytes - bytes);
-    if (zeroed && !isZero)
+    if (contents != Contents::Undefined && !isZero)
         std::memset(block, 0, bytes);
 #ifdef ORVO_CHECKED
-    if (!zeroed)
+    if (contents == Contents::Undefined)
         std::memset(block, kUnwritten, bytes);
 #endif
     const std::lock_guard lock(state->mutex);

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#ifdef __linux__
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -46,6 +51,32 @@ TEST(MemoryManager, CountsLiveAndPeak)
     manager.resetPeak();
     EXPECT_EQ(manager.peakBytes(), kPlane);
     manager.free(a);
+    EXPECT_EQ(manager.liveBytes(), 0u);
+}
+
+TEST(MemoryManager, SparsePlanesAreZerosThatTakeNoMemory)
+{
+    MemoryManager manager;
+    void* const used = manager.allocate(kPlane, false);
+    std::memset(used, 1, kPlane);
+    manager.free(used); // a kept plane that would fit
+    auto* const plane = static_cast<unsigned char*>(manager.allocateSparse(kPlane));
+    EXPECT_TRUE(isAligned(plane));
+    EXPECT_EQ(manager.liveBytes(), kPlane);
+#ifdef __linux__
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const auto residentPages = [&] {
+        std::vector<unsigned char> resident(kPlane / page);
+        EXPECT_EQ(mincore(plane, kPlane, resident.data()), 0);
+        return std::count_if(resident.begin(), resident.end(), [](unsigned char bits) { return (bits & 1) != 0; });
+    };
+    EXPECT_EQ(residentPages(), 0);
+    plane[kPlane / 2] = 1;
+    EXPECT_EQ(residentPages(), 1);
+    plane[kPlane / 2] = 0;
+#endif
+    EXPECT_TRUE(std::all_of(plane, plane + kPlane, [](unsigned char byte) { return byte == 0; }));
+    manager.free(plane);
     EXPECT_EQ(manager.liveBytes(), 0u);
 }
 

@@ -134,6 +134,8 @@ public:
     template <int kTargetStride>
     void run(const float* in, int inStride, float* out, std::size_t count) const
     {
+        if (copies && in == out && inStride == kTargetStride)
+            return;
         Planes planes;
         for (std::size_t begin = 0; begin < count; begin += kBlock) {
             const int length = static_cast<int>(std::min<std::size_t>(kBlock, count - begin));

@@ -90,7 +90,9 @@ PictureSink makeSink(const SampleLayout& layout, const ReadJob& job, const Block
     settings.source = source;
     settings.run = job.run;
     settings.orientation = job.wants(ImageReaderOpenFlag::Upright) ? facts.orientation : 1;
-    if (job.wants(ImageReaderOpenFlag::WorkingSpace))
+    if (job.keepsSRGB && source && source->icc() == ColorProfileType::sRGB()->icc())
+        settings.target = source;
+    else if (job.wants(ImageReaderOpenFlag::WorkingSpace))
         settings.target = job.target ? job.target : ColorProfileType::melissaRGB();
     else // a picture has three colours: ink is always converted, gray is repeated
         settings.target =

@@ -32,6 +32,7 @@ struct ReadJob
     int side = 0; // with Reduced
     ImageReaderOpenFlag flags = ImageReaderOpenFlag::Bracket;
     std::shared_ptr<ColorProfile> target; // with WorkingSpace
+    bool keepsSRGB = false;               // as in ImageReadOptions
     std::int64_t maxPixels = 0;
     std::shared_ptr<const ImageMetadata> known;
     std::string part;

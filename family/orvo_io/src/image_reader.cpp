@@ -236,6 +236,7 @@ std::shared_ptr<Image> ImageReader::open(const ImageReadRequest& request, const 
         ReadJob job;
         job.flags = flags;
         job.target = options.profile;
+        job.keepsSRGB = options.keepsSRGB;
         job.maxPixels = options.maxPixels;
         job.known = known;
         job.part = request.part;

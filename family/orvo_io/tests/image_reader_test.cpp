@@ -108,6 +108,27 @@ TEST_F(ImageReaderTest, DefaultsToTheWorkingSpace)
     EXPECT_LT(worstDifference(*pixelsOf(asStored), *picture), kExact);
 }
 
+TEST_F(ImageReaderTest, KeepsExactlySRGBIfAsked)
+{
+    const auto picture = gradient(33, 20, 255);
+    const auto openKept = [&](const std::filesystem::path& path) {
+        ImageReadOptions options;
+        options.keepsSRGB = true;
+        return pixelsOf(
+            ImageReader::instance().open({path, {}}, options, ImageReaderOpenFlag::Bracket, nullptr, {}, -1));
+    };
+    makePng(folder / "plain.png", 33, 20, bytesOf(*picture), {});
+    const auto kept = openKept(folder / "plain.png");
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->colorProfile()->icc(), ColorProfileType::sRGB()->icc());
+    EXPECT_EQ(worstDifference(*kept, *pixelsOf(openFile(folder / "plain.png", ImageReaderOpenFlag::Upright))), 0.0);
+
+    makePng(folder / "linear.png", 33, 20, bytesOf(*picture), {.icc = ColorProfileType::linearSRGB()->icc()});
+    const auto converted = openKept(folder / "linear.png");
+    ASSERT_TRUE(converted);
+    EXPECT_EQ(*converted->colorProfile(), *ColorProfileType::melissaRGB());
+}
+
 TEST_F(ImageReaderTest, ReadsProgressiveJpegAndGray)
 {
     const auto picture = gradient(90, 70, 255);

@@ -77,6 +77,10 @@ public:
     [[nodiscard]] static std::shared_ptr<_ImageData<PixelRGB<float>>>
     deblurFaces(const std::string& id, const std::shared_ptr<const _ImageData<PixelRGB<float>>>& image, float amount,
                 bool profiles, bool features, const RunControl& run);
+    /// The same for a picture that the caller does not need any more: without a face it is the result, not copied.
+    [[nodiscard]] static std::shared_ptr<_ImageData<PixelRGB<float>>>
+    withDeblurredFaces(const std::string& id, std::shared_ptr<_ImageData<PixelRGB<float>>> image, float amount,
+                       bool profiles, bool features, const RunControl& run);
 
 protected:
     [[nodiscard]] const std::vector<std::string> amountParameters() const override;

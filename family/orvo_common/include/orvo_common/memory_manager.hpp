@@ -28,8 +28,12 @@ public:
     /// valid pointer to nothing. The caller releases it with free().
     [[nodiscard]] void* allocate(std::size_t bytes, bool zeroed);
 
-    /// Releases a plane from allocate(); an empty pointer is allowed. Any other pointer is a bug in the caller and
-    /// ends the program.
+    /// The same for a plane of zeros that may stay zero in large parts: these take no memory, as they come fresh from
+    /// the system, in small pages. Counted like any other plane.
+    [[nodiscard]] void* allocateSparse(std::size_t bytes);
+
+    /// Releases a plane from allocate() or allocateSparse(); an empty pointer is allowed. Any other pointer is a bug in
+    /// the caller and ends the program.
     void free(void* plane) noexcept;
 
     /// Bytes allocated and not yet freed, without kept planes.
@@ -50,6 +54,16 @@ public:
 
 private:
     struct State;
+
+    enum class Contents
+    {
+        Undefined,
+        Zeros,
+        SparseZeros
+    };
+
+    void* allocate(std::size_t bytes, Contents contents);
+
     std::unique_ptr<State> state;
 };
 

@@ -38,6 +38,9 @@ struct ImageReadOptions
     /// Colour space of the result with WorkingSpace; empty: melissaRGB(). Undeveloped raw files are always in
     /// linearMelissaRGB().
     std::shared_ptr<ColorProfile> profile;
+    /// With WorkingSpace: leaves a picture as it is if its profile is exactly ColorProfileType::sRGB(), not only one
+    /// that counts as equal. The profile of the result says what was done.
+    bool keepsSRGB = false;
     /// Pictures with more pixels are refused before memory for them is allocated.
     std::int64_t maxPixels = 1'000'000'000;
 };

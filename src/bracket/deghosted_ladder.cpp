@@ -2,6 +2,8 @@
 
 #include <orvo_core/parallel.hpp>
 
+#include <algorithm>
+
 namespace orvo {
 
 DeghostedLadder::DeghostedLadder(std::vector<HDRFrame>& ladder_, const std::vector<float>& shifts, int reference_,
@@ -35,6 +37,9 @@ DeghostedLadder::DeghostedLadder(std::vector<HDRFrame>& ladder_, const std::vect
             deghosting->compare(i, shifted(i, ofRung), referencePixels);
     }
     deghosting->finishMask();
+    if (settings.highlightHue == HighlightHue::Kept)
+        hues.emplace(referenceFrame->data(), size.width, size.height,
+                     ladder[reference].metadata ? ladder[reference].metadata->fileProfile : nullptr);
 }
 
 void DeghostedLadder::make(std::size_t index)
@@ -54,11 +59,20 @@ void DeghostedLadder::make(std::size_t index)
         ofReference.apply(pixels, scratch, static_cast<std::size_t>(end - first));
         return static_cast<const PixelRGB<float>*>(scratch);
     };
+    Deghosting::ReferenceRow hueRow;
+    if (hues)
+        hueRow = [&](int y, int first, int end, PixelRGB<float>* scratch) {
+            const auto pixels = static_cast<std::size_t>(end - first);
+            std::copy_n(referenceFrame->row(y) + first, pixels, scratch);
+            hues->row(y, first, end, scratch);
+            ofReference.apply(scratch, scratch, pixels);
+            return static_cast<const PixelRGB<float>*>(scratch);
+        };
     forEachRow(size.height, [&](int y) {
         PixelRGB<float>* const row = image->row(y);
         curves[index].apply(source->data() + static_cast<std::size_t>(y) * columns, row, columns);
         if (index != reference)
-            deghosting->replaceRow(index, y, row, referencePixels);
+            deghosting->replaceRow(index, y, row, referencePixels, hueRow);
     });
 }
 

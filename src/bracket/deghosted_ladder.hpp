@@ -7,6 +7,7 @@
 #include <orvo_common/run_control.hpp>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace orvo {
@@ -33,6 +34,7 @@ private:
     std::size_t reference;
     std::shared_ptr<const Picture> referenceFrame; // before its curve
     std::unique_ptr<Deghosting> deghosting;
+    std::optional<HighlightHueRecovery> hues; // of the reference frame, if highlights keep theirs
 };
 
 } // namespace orvo

@@ -179,7 +179,8 @@ void Deghosting::compare(std::size_t index, const Pixel* frame, const Pixel* ref
 
 void Deghosting::finishMask() { mask.grow(); }
 
-void Deghosting::replaceRow(std::size_t index, int y, Pixel* frame, const ReferenceRow& reference) const
+void Deghosting::replaceRow(std::size_t index, int y, Pixel* frame, const ReferenceRow& reference,
+                            const ReferenceRow& hues) const
 {
     static const std::array<float, kLevels> kWeights = weightTable();
     for (int first = 0, end = 0; first < size.width; first = end) {
@@ -191,18 +192,23 @@ void Deghosting::replaceRow(std::size_t index, int y, Pixel* frame, const Refere
             continue;
         }
         std::array<Pixel, GhostMask::kTile> scratch;
+        std::array<Pixel, GhostMask::kTile> hueScratch;
         std::array<Pixel, GhostMask::kTile> wanted;
         std::array<float, GhostMask::kTile> weights;
         const std::uint8_t* const levels = mask.levels(y) + first;
         for (std::size_t i = 0; i < pixels; ++i)
             weights[i] = kWeights[levels[i]];
-        maps[index]->row(y, first, end, target, reference(y, first, end, scratch.data()), wanted.data());
+        const bool takesHues =
+            hues && maps[index]->usesHues() && !maps[index]->isFrameItself({first, y, end - first, 1});
+        maps[index]->row(y, first, end, target, reference(y, first, end, scratch.data()), wanted.data(),
+                         takesHues ? hues(y, first, end, hueScratch.data()) : nullptr);
         mixPixels(&target->r, &wanted[0].r, weights.data(), pixels);
     }
 }
 
 template <typename Frame>
-void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex)
+void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex,
+                       const HighlightHueRecovery* hues)
 {
     const _Size<int> size = frames[0].image->size();
     if (size.width <= 0 || size.height <= 0)
@@ -218,15 +224,23 @@ void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int ref
     const auto referenceRow = [&](int y, int first, int, Pixel*) {
         return reference + static_cast<std::size_t>(y) * stride + first;
     };
+    Deghosting::ReferenceRow hueRow;
+    if (hues != nullptr)
+        hueRow = [&](int y, int first, int end, Pixel* scratch) {
+            std::copy_n(referenceRow(y, first, end, nullptr), end - first, scratch);
+            hues->row(y, first, end, scratch);
+            return static_cast<const Pixel*>(scratch);
+        };
     for (std::size_t i = 0; i < frames.size(); ++i)
         if (i != at)
             forEachRow(size.height, [&](int y) {
                 deghosting.replaceRow(i, y, frames[i].image->data() + static_cast<std::size_t>(y) * stride,
-                                      referenceRow);
+                                      referenceRow, hueRow);
             });
 }
 
-template void processDeghosting<HDRFrame>(std::vector<HDRFrame>&, DeghostAmount, int);
-template void processDeghosting<FocusStackerFrame>(std::vector<FocusStackerFrame>&, DeghostAmount, int);
+template void processDeghosting<HDRFrame>(std::vector<HDRFrame>&, DeghostAmount, int, const HighlightHueRecovery*);
+template void processDeghosting<FocusStackerFrame>(std::vector<FocusStackerFrame>&, DeghostAmount, int,
+                                                   const HighlightHueRecovery*);
 
 } // namespace orvo

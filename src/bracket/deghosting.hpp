@@ -6,6 +6,7 @@
 
 #include <orvo_extensions/hdr.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
+#include <orvo_image_processing/highlight_hue.hpp>
 
 #include <functional>
 #include <memory>
@@ -31,8 +32,10 @@ public:
     void compare(std::size_t index, const Pixel* frame, const Pixel* reference);
     void finishMask();
 
-    /// Row `y` of a frame, in place.
-    void replaceRow(std::size_t index, int y, Pixel* frame, const ReferenceRow& reference) const;
+    /// Row `y` of a frame, in place. `hues`: the reference with the hue of its clipped highlights recovered
+    /// (ReexposedFrame::row()), or empty.
+    void replaceRow(std::size_t index, int y, Pixel* frame, const ReferenceRow& reference,
+                    const ReferenceRow& hues = {}) const;
 
 private:
     _Size<int> size;
@@ -46,11 +49,15 @@ private:
 /// reference are left alone. The pixels of the frames are written in place, all of them limited to 0..2; a frame that
 /// shares its pixels with another shares the change. The reference is never written.
 ///
-/// Frame: HDRFrame or FocusStackerFrame, all of one size. Peak: that of Deghosting beside the frames.
+/// Frame: HDRFrame or FocusStackerFrame, all of one size. `hues` recovers the hue of the reference's clipped highlights
+/// where it replaces those of a darker frame; may be empty. Peak: that of Deghosting beside the frames.
 template <typename Frame>
-void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex);
+void processDeghosting(std::vector<Frame>& frames, DeghostAmount amount, int referenceIndex,
+                       const HighlightHueRecovery* hues = nullptr);
 
-extern template void processDeghosting<HDRFrame>(std::vector<HDRFrame>&, DeghostAmount, int);
-extern template void processDeghosting<FocusStackerFrame>(std::vector<FocusStackerFrame>&, DeghostAmount, int);
+extern template void processDeghosting<HDRFrame>(std::vector<HDRFrame>&, DeghostAmount, int,
+                                                 const HighlightHueRecovery*);
+extern template void processDeghosting<FocusStackerFrame>(std::vector<FocusStackerFrame>&, DeghostAmount, int,
+                                                          const HighlightHueRecovery*);
 
 } // namespace orvo

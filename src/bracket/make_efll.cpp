@@ -238,6 +238,17 @@ Merged stopped()
     return {};
 }
 
+// Of rungs that are in memory. `any`: a frame, whose metadata rungs of pixels only do not have.
+void deghost(std::vector<HDRFrame>& ladder, const HDRFrame& any, const HDRSettings& settings, int ghostIndex)
+{
+    std::optional<HighlightHueRecovery> hues;
+    if (settings.highlightHue == HighlightHue::Kept && any.metadata && !hasRawMark(any)) {
+        const auto& reference = *ladder[static_cast<std::size_t>(ghostIndex)].image;
+        hues.emplace(reference.data(), reference.width(), reference.height(), any.metadata->fileProfile);
+    }
+    processDeghosting<HDRFrame>(ladder, settings.deghostAmount, ghostIndex, hues ? &*hues : nullptr);
+}
+
 // The remaining steps of a raw merge: lens, development of the middle frame, chromatic aberration.
 void finishRaw(HDRFrame& middle, std::shared_ptr<Picture>& result, std::shared_ptr<Picture>& linear,
                const std::shared_ptr<ImageMetadata>& metadata, const HDRSettings& settings)
@@ -432,7 +443,7 @@ Merged mergeBracket(const std::vector<PictureInput>& inputs, const HDRSettings& 
             late.emplace(ladder, shifts, ghostIndex, settings, run);
             shifts.clear();
         } else {
-            processDeghosting<HDRFrame>(ladder, settings.deghostAmount, ghostIndex);
+            deghost(ladder, frames.front(), settings, ghostIndex);
         }
     }
     if (run.cancelled())

@@ -21,16 +21,7 @@ PicturePointer mergeBracket(const Paths& paths, const HDRSettings& hdr,
     const auto image = make_HDR(paths, hdr, {}, phaseProgress).first;
     if (!image)
         return {};
-    PicturePointer picture = image->imageData({}, {}, true);
-    if (!picture)
-        return {};
-    const auto srgb = ColorProfileType::sRGB();
-    if (!picture->colorProfile() || *picture->colorProfile() != *srgb) {
-        PicturePointer converted;
-        picture->colorTransform(converted, srgb, false);
-        picture = std::move(converted);
-    }
-    return picture;
+    return image->imageData({}, {}, true);
 }
 
 } // namespace
@@ -68,7 +59,7 @@ std::vector<cv::Mat> PanoramaHDRProvider::load(std::function<bool()> canceled)
             (void)run.cancelled();
             return {};
         }
-        images[i] = cvMatFromImageData(std::move(picture));
+        images[i] = cvMatFromImageData(std::move(picture)); // converts to sRGB
         run.report(static_cast<float>(i + 1) * perBracket);
         if (run.cancelled())
             return {};

@@ -93,8 +93,11 @@ public:
     {
         PixelRGB<float> pixel{cleaned(source.r), cleaned(source.g), cleaned(source.b)};
         scale(pixel, recoverClipped(pixel));
-        compress(pixel);
-        return {encode(pixel.r), encode(pixel.g), encode(pixel.b)};
+        const Whitening white = compress(pixel);
+        PixelRGB<float> result{encode(pixel.r), encode(pixel.g), encode(pixel.b)};
+        if (white.share > 0.0f)
+            mix(result, encode(white.level), white.share);
+        return result;
     }
 
 private:
@@ -112,18 +115,24 @@ private:
         pixel.b += (level - pixel.b) * share;
     }
 
+    // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta indicates it. The whole
+    // pixel goes towards neutral: raising green alone would turn magenta into red or blue on the way.
+    void neutraliseRim(PixelRGB<float>& pixel) const
+    {
+        if (std::min(pixel.r, pixel.b) > pixel.g)
+            mix(pixel, 0.5f * (pixel.r + pixel.b),
+                smoothStep(kRimClipped * clipEnd, clipEnd, std::max(pixel.r, pixel.b)) *
+                    smoothStep(kRimStart * clipEnd, kRimEnd * clipEnd, pixel.g));
+    }
+
     // Removes the colour of clipped pixels and returns the gain of the pixel.
     [[nodiscard]] float recoverClipped(PixelRGB<float>& pixel) const
     {
+        if (!(std::max(pixel.r, 0.0f) + std::max(pixel.g, 0.0f) + std::max(pixel.b, 0.0f) > clipStart))
+            return gain; // none of the measures below reaches clipStart
+        neutraliseRim(pixel);
         const float r = std::max(pixel.r, 0.0f);
         const float b = std::max(pixel.b, 0.0f);
-        if (!(r + std::max(pixel.g, 0.0f) + b > clipStart)) // then none of the measures below reaches clipStart
-            return gain;
-        // Green clips first. Where demosaicing mixes clipped green into a bright rim, only magenta indicates it.
-        const float missing = std::min(r, b) - pixel.g;
-        if (missing > 0.0f)
-            pixel.g += missing * smoothStep(kRimClipped * clipEnd, clipEnd, std::max(r, b)) *
-                       smoothStep(kRimStart * clipEnd, kRimEnd * clipEnd, pixel.g);
         const float g = std::max(pixel.g, 0.0f);
         const float sum = r + g + b;
         // A smooth approximation of the second largest channel, equal to the level of a neutral: a lamp of one strong
@@ -137,17 +146,24 @@ private:
         return gain * std::exp2(clippedLift * clipped);
     }
 
+    struct Whitening
+    {
+        float level = 0.0f; // linear
+        float share = 0.0f;
+    };
+
     // Compresses the strongest channel below 1 and scales the others with it to keep the hue; the stronger the
-    // compression, the nearer to white.
-    static void compress(PixelRGB<float>& pixel)
+    // compression, the nearer to white. The encoded pixel is to be mixed with white: mixed in linear light, blue turns
+    // to violet and yellow to green.
+    static Whitening compress(PixelRGB<float>& pixel)
     {
         const float strongest = std::max({pixel.r, pixel.g, pixel.b});
         if (strongest <= kShoulder)
-            return;
+            return {};
         const float level = shoulder(strongest);
         const float kept = level / strongest;
         scale(pixel, kept);
-        mix(pixel, level, (1.0f - kept) * (1.0f - kept));
+        return {level, (1.0f - kept) * (1.0f - kept)};
     }
 
     [[nodiscard]] float encode(float light) const

@@ -1,3 +1,4 @@
+#include "encoded_gain.hpp"
 #include "pale_highlights.hpp"
 #include "scene_agreement.hpp"
 #include "tone_map_fit.hpp"
@@ -183,6 +184,82 @@ ORVO_VECTOR_CLONES void mixByShares(const float* __restrict from, float* __restr
         }
 }
 
+// Brightest channels, encoded, between which the curves give way: above, a pixel may be partly clipped in its file.
+constexpr float kHueFrom = 0.85f;
+constexpr float kHueAt = 0.95f;
+// Change of the light by the recovery of the hue, as a share of the luminance, from which the curves give way too.
+constexpr float kRecovered = 0.01f;
+constexpr float kRecoverable = 0.7f; // darker pixels, by the brightest channel, are never clipped
+// A brighter frame clips such a pixel itself. Shares of light that the map leaves.
+constexpr float kDarkerFrom = 1.0f;
+constexpr float kDarkerAt = 0.8f;
+constexpr float kLeastLight = 1e-6f; // far below the first step of 16 bits; keeps the quotients finite
+
+using Channels = float[3][kBlockPixels];
+
+void gather(const float* samples, std::size_t count, Channels& result)
+{
+    for (std::size_t i = 0; i < kBlockPixels; ++i)
+        for (std::size_t c = 0; c < 3; ++c)
+            result[c][i] = i < count ? samples[3 * i + c] : 0.0f;
+}
+
+/// Gives `mapped` the colour of `hue` times `tint` at its own luminance. `original`: the pixels before the map.
+ORVO_VECTOR_CLONES void takeHues(Channels& __restrict mapped, const Channels& __restrict original,
+                                 const Channels& __restrict hue, const float* __restrict tint)
+{
+    for (std::size_t i = 0; i < kBlockPixels; ++i) {
+        float light[3];
+        float wanted[3];
+        float luminance = kLeastLight;
+        float before = kLeastLight;
+        float after = 0.0f;
+        float change = 0.0f;
+        float brightest = 0.0f;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float own = detail::fastLinear(original[c][i]);
+            wanted[c] = detail::fastLinear(hue[c][i]);
+            const float changed = std::abs(wanted[c] - own);
+            change = changed > change ? changed : change;
+            luminance += detail::kLuminance[c] * own;
+            wanted[c] *= tint[c];
+            before += detail::kLuminance[c] * wanted[c];
+            light[c] = detail::fastLinear(mapped[c][i]);
+            after += detail::kLuminance[c] * light[c];
+            brightest = original[c][i] > brightest ? original[c][i] : brightest;
+        }
+        const float gain = after / before;
+        const float recovered = detail::smoothStep(change, 0.0f, kRecovered * luminance);
+        const float bright = detail::smoothStep(brightest, kHueFrom, kHueAt);
+        const float share =
+            (recovered > bright ? recovered : bright) * (1.0f - detail::smoothStep(gain, kDarkerAt, kDarkerFrom));
+        for (std::size_t c = 0; c < 3; ++c) {
+            const float mixed = detail::fastEncoded(light[c] + (wanted[c] * gain - light[c]) * share);
+            mapped[c][i] = share > 0.0f ? mixed : mapped[c][i];
+        }
+    }
+}
+
+void takeHues(float* mapped, const float* original, const float* hues, std::size_t pixels, const float* tint)
+{
+    for (std::size_t first = 0; first < pixels; first += kBlockPixels) {
+        const std::size_t count = std::min(kBlockPixels, pixels - first);
+        const float* const from = original + 3 * first;
+        if (std::none_of(from, from + 3 * count, [](float v) { return v > kRecoverable; }))
+            continue;
+        Channels before;
+        Channels wanted;
+        Channels result;
+        gather(from, count, before);
+        gather(hues + 3 * first, count, wanted);
+        gather(mapped + 3 * first, count, result);
+        takeHues(result, before, wanted, tint);
+        for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t c = 0; c < 3; ++c)
+                mapped[3 * (first + i) + c] = result[c][i];
+    }
+}
+
 bool isNeutral(const auto_exposure_data_t& data)
 {
     return std::all_of(data.curves.begin(), data.curves.end(), [](const ToneCurveMap& map) { return map.knots == 0; });
@@ -248,6 +325,12 @@ struct ReexposedFrame::State
         : clippedTone(data.clippedTone.value_or(0.0f)), tables(3 * kTableSize)
     {
         fillTables(tables.data(), data);
+        for (std::size_t c = 0; c < 3; ++c)
+            tint[c] = detail::fastLinear(lookUp(tables.data() + c * kTableSize, kMiddleHigh));
+        const float middle = tint[1] > 0.0f ? tint[1] : 1.0f;
+        isDarker = middle < detail::fastLinear(kMiddleHigh);
+        for (float& each : tint)
+            each /= middle;
         const auto stride = 3 * static_cast<std::size_t>(width);
         const auto mappedRow = [&](int y, float* scratch) {
             map(b + static_cast<std::size_t>(y) * stride, scratch, static_cast<std::size_t>(width));
@@ -259,13 +342,17 @@ struct ReexposedFrame::State
                                          limitsOf(tables.data() + 2 * kTableSize)});
     }
 
-    void map(const float* from, float* to, std::size_t pixels) const
+    void map(const float* from, float* to, std::size_t pixels, const float* hues = nullptr) const
     {
         applyTables(from, to, pixels, tables.data(), clippedTone);
+        if (hues != nullptr)
+            takeHues(to, from, hues, pixels, tint.data());
     }
 
     float clippedTone;
     ManagedPlane<float> tables;
+    bool isDarker = false;
+    std::array<float, 3> tint{}; ///< the map's gains at a tone that is not clipped, in units of green's
     std::optional<detail::SceneAgreement> agreement;
 };
 
@@ -282,7 +369,7 @@ ReexposedFrame::ReexposedFrame(ReexposedFrame&&) noexcept = default;
 ReexposedFrame& ReexposedFrame::operator=(ReexposedFrame&&) noexcept = default;
 
 void ReexposedFrame::row(int y, int first, int end, const PixelRGB<float>* a, const PixelRGB<float>* b,
-                         PixelRGB<float>* result) const
+                         PixelRGB<float>* result, const PixelRGB<float>* hues) const
 {
     const auto pixels = static_cast<std::size_t>(end - first);
     if (!state) {
@@ -291,8 +378,9 @@ void ReexposedFrame::row(int y, int first, int end, const PixelRGB<float>* a, co
     }
     const float* const from = &b->r;
     float* const to = &result->r;
+    const float* const hue = hues != nullptr && state->isDarker ? &hues->r : nullptr;
     if (!state->agreement || state->agreement->isNowhere()) {
-        state->map(from, to, pixels);
+        state->map(from, to, pixels, hue);
         return;
     }
     // Where both show the same, the frame itself is the best estimate of the scene at its exposure.
@@ -305,10 +393,12 @@ void ReexposedFrame::row(int y, int first, int end, const PixelRGB<float>* a, co
             std::memcpy(to + 3 * p, &a[p].r, count * sizeof(PixelRGB<float>));
             continue;
         }
-        state->map(from + 3 * p, to + 3 * p, count);
+        state->map(from + 3 * p, to + 3 * p, count, hue != nullptr ? hue + 3 * p : nullptr);
         mixByShares(&a[p].r, to + 3 * p, shares, count);
     }
 }
+
+bool ReexposedFrame::usesHues() const { return state && state->isDarker; }
 
 bool ReexposedFrame::isFrameItself(const _Rect<int>& area) const
 {

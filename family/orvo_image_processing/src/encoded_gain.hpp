@@ -5,6 +5,8 @@
 
 #include "fast_power.hpp"
 
+#include <array>
+
 namespace orvo::detail {
 
 inline constexpr float kToeEnd = 0.055f / 1.4f; // encoded value where the linear piece ends
@@ -12,6 +14,22 @@ inline constexpr float kToeSlope = 12.9232102f; // encoded / linear in that piec
 inline constexpr float kOffset = 0.055f;
 inline constexpr float kScale = 1.055f;
 inline constexpr float kGamma = 2.4f;
+
+/// Light of an encoded value. Negative values and NaN give 0.
+ORVO_INLINE float fastLinear(float encoded)
+{
+    const float v = encoded > 0.0f ? encoded : 0.0f;
+    return v <= kToeEnd ? v / kToeSlope : fastPower((v + kOffset) * (1.0f / kScale), kGamma);
+}
+
+ORVO_INLINE float fastEncoded(float light)
+{
+    const float v = light > 0.0f ? light : 0.0f;
+    return v * kToeSlope <= kToeEnd ? v * kToeSlope : kScale * fastPower(v, 1.0f / kGamma) - kOffset;
+}
+
+/// Luminance of the working space's linear light (ISO 22028-2).
+inline constexpr std::array<float, 3> kLuminance = {0.2880402f, 0.7118741f, 0.0000857f};
 
 /// `gain` of 1 or more, `encodedGain` = gain^(1/2.4), v >= 0. Without power: for values of which brighterCrosses() is
 /// false, with the same bits.

@@ -51,23 +51,9 @@ constexpr float kMostLight = 2.8f;
 // A smaller loss comes from the conversion between the spaces: white stays bit-equal.
 constexpr float kRounding = 1e-4f;
 
-ORVO_INLINE float linear(float encoded)
-{
-    const float v = encoded > 0.0f ? encoded : 0.0f; // also for NaN
-    return v <= detail::kToeEnd ? v / detail::kToeSlope
-                                : detail::fastPower((v + detail::kOffset) * (1.0f / detail::kScale), detail::kGamma);
-}
-
-ORVO_INLINE float encoded(float light)
-{
-    const float v = light > 0.0f ? light : 0.0f;
-    return v * detail::kToeSlope <= detail::kToeEnd
-               ? v * detail::kToeSlope
-               : detail::kScale * detail::fastPower(v, 1.0f / detail::kGamma) - detail::kOffset;
-}
-
-// Luminance of the working space's linear light (ISO 22028-2).
-constexpr Light kLuminance = {0.2880402f, 0.7118741f, 0.0000857f};
+using detail::fastEncoded;
+using detail::fastLinear;
+using detail::kLuminance;
 
 /// Linear light of the working space and of a file.
 struct Spaces
@@ -77,7 +63,7 @@ struct Spaces
 
     [[nodiscard]] Light inFile(const PixelRGB<float>& pixel) const
     {
-        const Light working{linear(pixel.r), linear(pixel.g), linear(pixel.b)};
+        const Light working{fastLinear(pixel.r), fastLinear(pixel.g), fastLinear(pixel.b)};
         Light file;
         for (std::size_t c = 0; c < 3; ++c)
             file[c] = fileFromWorking.val[3 * c] * working[0] + fileFromWorking.val[3 * c + 1] * working[1] +
@@ -190,8 +176,8 @@ private:
                         continue;
                     const float weakest = std::max(0.0f, std::min({light[0], light[1], light[2]}));
                     // Light is brightest next to where it clips.
-                    const float weight =
-                        strongest * strongest * (1.0f - detail::smoothStep(encoded(strongest), kHueUntil, kNoHueFrom));
+                    const float weight = strongest * strongest *
+                                         (1.0f - detail::smoothStep(fastEncoded(strongest), kHueUntil, kNoHueFrom));
                     for (std::size_t c = 0; c < 3; ++c)
                         sum.colour[c] += weight * std::max(0.0f, light[c] - weakest);
                     sum.weight += weight;
@@ -297,7 +283,7 @@ ORVO_VECTOR_CLONES void lightOfBlock(const float* samples, int count, const floa
         for (int i = 0; i < kBlockPixels; ++i)
             working[c][i] = i < count ? samples[3 * i + c] : 0.0f;
         for (int i = 0; i < kBlockPixels; ++i)
-            working[c][i] = linear(working[c][i]);
+            working[c][i] = fastLinear(working[c][i]);
     }
     for (int c = 0; c < 3; ++c)
         for (int i = 0; i < kBlockPixels; ++i)
@@ -309,7 +295,7 @@ ORVO_VECTOR_CLONES void encodeBlock(const Channels& __restrict light, Channels& 
 {
     for (int c = 0; c < 3; ++c)
         for (int i = 0; i < kBlockPixels; ++i)
-            result[c][i] = encoded(light[c][i]);
+            result[c][i] = fastEncoded(light[c][i]);
 }
 
 /// Pixels that lost light: their own, and what they lost of each channel of the working space.
@@ -344,7 +330,7 @@ ORVO_VECTOR_CLONES void raiseBlock(Raised& block)
         }
         const float gain = before / after;
         for (std::size_t c = 0; c < 3; ++c)
-            block.light[c][i] = encoded(light[c] * gain);
+            block.light[c][i] = fastEncoded(light[c] * gain);
     }
 }
 
@@ -363,53 +349,79 @@ float leastClipped(const Spaces& spaces)
     for (std::size_t c = 0; c < 3; ++c)
         least = std::min(least, std::max({spaces.workingFromFile.val[c], spaces.workingFromFile.val[3 + c],
                                           spaces.workingFromFile.val[6 + c]}));
-    return encoded(least * linear(kLimitFrom));
+    return fastEncoded(least * fastLinear(kLimitFrom));
 }
 
 } // namespace
 
-void recoverHighlightHue(PixelRGB<float>* pixels, int width, int height, const std::shared_ptr<ColorProfile>& clippedIn)
+struct HighlightHueRecovery::State
+{
+    State(const PixelRGB<float>* pixels, int width, int height, const Spaces& spaces_)
+        : spaces(spaces_), field(pixels, width, height, spaces), least(leastClipped(spaces))
+    {}
+
+    Spaces spaces;
+    HueField field;
+    float least;
+};
+
+HighlightHueRecovery::HighlightHueRecovery(const PixelRGB<float>* pixels, int width, int height,
+                                           const std::shared_ptr<ColorProfile>& clippedIn)
 {
     const auto spaces = spacesOf(clippedIn);
-    if (!spaces || width <= 0 || height <= 0)
+    if (spaces && width > 0 && height > 0)
+        state = std::make_unique<State>(pixels, width, height, *spaces);
+}
+
+HighlightHueRecovery::~HighlightHueRecovery() = default;
+HighlightHueRecovery::HighlightHueRecovery(HighlightHueRecovery&&) noexcept = default;
+HighlightHueRecovery& HighlightHueRecovery::operator=(HighlightHueRecovery&&) noexcept = default;
+
+void HighlightHueRecovery::row(int y, int begin, int end, PixelRGB<float>* pixels) const
+{
+    if (!state)
         return;
-    const HueField field(pixels, width, height, *spaces);
-    const float least = leastClipped(*spaces);
-    const float limit = linear(kLimitFrom);
-    forEachRow(height, [&](int y) {
-        PixelRGB<float>* const row = pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        for (int first = 0; first < width; first += kBlockPixels) {
-            const int count = std::min(kBlockPixels, width - first);
-            PixelRGB<float>* const block = row + first;
-            if (!anyNearWhite(&block->r, 3 * static_cast<std::size_t>(count), least))
+    const float least = state->least;
+    const float limit = fastLinear(kLimitFrom);
+    for (int first = begin; first < end; first += kBlockPixels) {
+        const int count = std::min(kBlockPixels, end - first);
+        PixelRGB<float>* const block = pixels + (first - begin);
+        if (!anyNearWhite(&block->r, 3 * static_cast<std::size_t>(count), least))
+            continue;
+        Channels working;
+        Channels light;
+        Channels encodedLight;
+        lightOfBlock(&block->r, count, state->spaces.fileFromWorking.val, working, light);
+        encodeBlock(light, encodedLight);
+        Raised raised;
+        for (int i = 0; i < count; ++i) {
+            const Light inFile{light[0][i], light[1][i], light[2][i]};
+            if (!isCandidate(block[i], least) || !(std::max({inFile[0], inFile[1], inFile[2]}) > limit))
                 continue;
-            Channels working;
-            Channels light;
-            Channels encodedLight;
-            lightOfBlock(&block->r, count, spaces->fileFromWorking.val, working, light);
-            encodeBlock(light, encodedLight);
-            Raised raised;
-            for (int i = 0; i < count; ++i) {
-                const Light inFile{light[0][i], light[1][i], light[2][i]};
-                if (!isCandidate(block[i], least) || !(std::max({inFile[0], inFile[1], inFile[2]}) > limit))
-                    continue;
-                const Light encodedInFile{encodedLight[0][i], encodedLight[1][i], encodedLight[2][i]};
-                const Loss loss = lossOf(inFile, encodedInFile, field.at(first + i, y));
-                if (!(loss.light > 0.0f))
-                    continue;
-                for (std::size_t c = 0; c < 3; ++c) {
-                    raised.light[c][raised.count] = working[c][i];
-                    raised.lost[c][raised.count] = loss.light * spaces->workingFromFile.val[3 * c + loss.channel];
-                }
-                raised.place[raised.count++] = i;
+            const Light encodedInFile{encodedLight[0][i], encodedLight[1][i], encodedLight[2][i]};
+            const Loss loss = lossOf(inFile, encodedInFile, state->field.at(first + i, y));
+            if (!(loss.light > 0.0f))
+                continue;
+            for (std::size_t c = 0; c < 3; ++c) {
+                raised.light[c][raised.count] = working[c][i];
+                raised.lost[c][raised.count] = loss.light * state->spaces.workingFromFile.val[3 * c + loss.channel];
             }
-            if (raised.count == 0)
-                continue;
-            raised.fillUp();
-            raiseBlock(raised);
-            for (int i = 0; i < raised.count; ++i)
-                block[raised.place[i]] = {raised.light[0][i], raised.light[1][i], raised.light[2][i]};
+            raised.place[raised.count++] = i;
         }
+        if (raised.count == 0)
+            continue;
+        raised.fillUp();
+        raiseBlock(raised);
+        for (int i = 0; i < raised.count; ++i)
+            block[raised.place[i]] = {raised.light[0][i], raised.light[1][i], raised.light[2][i]};
+    }
+}
+
+void recoverHighlightHue(PixelRGB<float>* pixels, int width, int height, const std::shared_ptr<ColorProfile>& clippedIn)
+{
+    const HighlightHueRecovery recovery(pixels, width, height, clippedIn);
+    forEachRow(height, [&](int y) {
+        recovery.row(y, 0, width, pixels + static_cast<std::size_t>(y) * static_cast<std::size_t>(width));
     });
 }
 

@@ -74,8 +74,15 @@ public:
 
     /// Pixels first..end-1 of row `y`. The three pointers are at the first of them; `result` may be `b`. `a` may be
     /// empty if it was.
-    void row(int y, int first, int end, const PixelRGB<float>* a, const PixelRGB<float>* b,
-             PixelRGB<float>* result) const;
+    ///
+    /// `hues`: the same pixels as `b` with the hue of clipped highlights recovered (highlight_hue.hpp), or empty. In a
+    /// darker frame they determine the colour, since the curves of the channels end at different heights; then `result`
+    /// is not `b`.
+    void row(int y, int first, int end, const PixelRGB<float>* a, const PixelRGB<float>* b, PixelRGB<float>* result,
+             const PixelRGB<float>* hues = nullptr) const;
+
+    /// Whether row() reads `hues`: the frame is the darker one.
+    [[nodiscard]] bool usesHues() const;
 
     /// Whether the result in this area, which is not empty, is `a` itself.
     [[nodiscard]] bool isFrameItself(const _Rect<int>& area) const;

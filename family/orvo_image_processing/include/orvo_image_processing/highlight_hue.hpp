@@ -26,4 +26,23 @@ namespace orvo {
 ORVO_EXPORT void recoverHighlightHue(PixelRGB<float>* pixels, int width, int height,
                                      const std::shared_ptr<ColorProfile>& clippedIn);
 
+/// The same by rows, for a picture that stays as it is: the grid is measured once.
+class ORVO_EXPORT HighlightHueRecovery
+{
+public:
+    /// Keeps no pointer to the pixels.
+    HighlightHueRecovery(const PixelRGB<float>* pixels, int width, int height,
+                         const std::shared_ptr<ColorProfile>& clippedIn);
+    ~HighlightHueRecovery();
+    HighlightHueRecovery(HighlightHueRecovery&&) noexcept;
+    HighlightHueRecovery& operator=(HighlightHueRecovery&&) noexcept;
+
+    /// Recovers the pixels first..end-1 of row `y` in place; `pixels` is at the first of them. Any thread.
+    void row(int y, int first, int end, PixelRGB<float>* pixels) const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state; // empty: nothing changes
+};
+
 } // namespace orvo

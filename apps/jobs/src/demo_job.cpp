@@ -132,11 +132,12 @@ scenes::BracketRecipe smallRecipe(_Size<int> size, double isoSpeed = 100.0)
     return recipe;
 }
 
-/// The person in the merged handheld bracket, who stays as in its middle frame.
-_Rect<int> personIn(_Size<int> size)
+/// A brush stroke over the person in the merged handheld bracket, who stays as in its middle frame.
+std::vector<BrushPoint> strokeOver(_Size<int> size)
 {
-    const auto part = [](double share, int side) { return static_cast<int>(share * side); };
-    return {part(0.6, size.width), part(0.35, size.height), part(0.125, size.width), part(0.64, size.height)};
+    const auto width = static_cast<float>(size.width);
+    const auto height = static_cast<float>(size.height);
+    return {{0.654f * width, 0.402f * height, 0.0524f * width}, {0.654f * width, 0.939f * height, 0.0597f * width}};
 }
 
 /// Handheld views of a surrounding scene, each rotated relative to the previous one and with a different exposure.
@@ -299,7 +300,7 @@ private:
         const auto metadata = ImageReader::readMetadata(frame);
         if (!metadata)
             throwLastFailure("the picture cannot be read");
-        erase.boxes = {personIn(metadata->size)};
+        erase.strokes = {strokeOver(metadata->size)};
         erase.output = request.folder / "person-erased.jpg";
         finish<EraseJobRequest>({"The merged handheld bracket; the person erased.", {frame}, "erased", {}, {}}, erase,
                                 [](const EraseJobRequest& work, const JobCallbacks& follow) {

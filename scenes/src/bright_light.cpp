@@ -31,7 +31,8 @@ Light wallColour(double lightness, double hue, double chroma)
 
 std::shared_ptr<Picture> brightLight(const BrightLightSettings& settings)
 {
-    const auto [width, height] = settings.size;
+    const int width = settings.size.width;
+    const int height = settings.size.height;
     auto picture = std::make_shared<Picture>(settings.size, ColorProfileType::linearSRGB());
     const double hue = settings.hueDegrees * std::numbers::pi / 180.0;
     const double reach = kGlowReach * std::min(width, height);

@@ -8,6 +8,7 @@
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -48,6 +49,15 @@ constexpr float kContrast = 0.9f;
 // The tone that contrast keeps, encoded: middle gray of 18 percent. Not the middle of the frame, nor is brightening
 // limited by its highlights: neighbours in a panorama show different parts of one scene and must look alike.
 constexpr float kPivot = 0.46f;
+
+// Oklab's cone responses of linear light in the working space (primaries of ISO 22028-2, adapted from D50 to D65 by
+// Bradford), each row divided by its sum, so that white has equal ones; and the way back.
+constexpr std::array<std::array<float, 3>, 3> kConesFromRgb{{{0.71532894f, 0.35290816f, -0.06823710f},
+                                                             {0.27435432f, 0.66785101f, 0.05779467f},
+                                                             {0.10975411f, 0.18620888f, 0.70403701f}}};
+constexpr std::array<std::array<float, 3>, 3> kRgbFromCones{{{1.73873951f, -0.98840088f, 0.24966137f},
+                                                             {-0.70700241f, 1.93431564f, -0.22731323f},
+                                                             {-0.08406330f, -0.35751770f, 1.44158100f}}};
 
 float finiteOr0(float value) { return std::isfinite(value) ? value : 0.0f; }
 
@@ -94,10 +104,9 @@ public:
         PixelRGB<float> pixel{cleaned(source.r), cleaned(source.g), cleaned(source.b)};
         scale(pixel, recoverClipped(pixel));
         const Whitening white = compress(pixel);
-        PixelRGB<float> result{encode(pixel.r), encode(pixel.g), encode(pixel.b)};
         if (white.share > 0.0f)
-            mix(result, encode(white.level), white.share);
-        return result;
+            whiten(pixel, white);
+        return {encode(pixel.r), encode(pixel.g), encode(pixel.b)};
     }
 
 private:
@@ -153,8 +162,7 @@ private:
     };
 
     // Compresses the strongest channel below 1 and scales the others with it to keep the hue; the stronger the
-    // compression, the nearer to white. The encoded pixel is to be mixed with white: mixed in linear light, blue turns
-    // to violet and yellow to green.
+    // compression, the nearer to white.
     static Whitening compress(PixelRGB<float>& pixel)
     {
         const float strongest = std::max({pixel.r, pixel.g, pixel.b});
@@ -164,6 +172,28 @@ private:
         const float kept = level / strongest;
         scale(pixel, kept);
         return {level, (1.0f - kept) * (1.0f - kept)};
+    }
+
+    // Mixes with white at the level of the strongest channel. Mixed in linear light or in encoded values, blue turns to
+    // violet on the way; in the cube roots of Oklab's cone responses a colour keeps its hue (Ottosson, "A perceptual
+    // color space for image processing", 2020).
+    static void whiten(PixelRGB<float>& pixel, const Whitening& white)
+    {
+        if (pixel.r == pixel.g && pixel.g == pixel.b)
+            return; // exactly neutral stays so
+        const float root = std::cbrt(white.level);
+        const auto mixedCone = [&](const std::array<float, 3>& row) {
+            const float cone = std::cbrt(row[0] * pixel.r + row[1] * pixel.g + row[2] * pixel.b);
+            const float mixed = cone + (root - cone) * white.share;
+            return mixed * mixed * mixed;
+        };
+        const std::array<float, 3> cones{mixedCone(kConesFromRgb[0]), mixedCone(kConesFromRgb[1]),
+                                         mixedCone(kConesFromRgb[2])};
+        const auto channel = [&](const std::array<float, 3>& row) {
+            return row[0] * cones[0] + row[1] * cones[1] + row[2] * cones[2];
+        };
+        pixel = {channel(kRgbFromCones[0]), channel(kRgbFromCones[1]), channel(kRgbFromCones[2])};
+        scale(pixel, white.level / std::max({pixel.r, pixel.g, pixel.b}));
     }
 
     [[nodiscard]] float encode(float light) const

@@ -1,11 +1,14 @@
 // The hue of clipped highlights in re-exposed pictures, against rendered lights whose true hue is known.
 #include "bracket/deghosting.hpp"
 #include "bracket/resample_frames.hpp"
+#include "support/temporary_folder.hpp"
 
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/auto_exposure.hpp>
 #include <orvo_image_processing/highlight_hue.hpp>
+#include <orvo_io/image_writer.hpp>
 #include <scenes/bright_light.hpp>
+#include <scenes/exif.hpp>
 #include <scenes/metrics.hpp>
 
 #include <gtest/gtest.h>
@@ -13,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 
 using namespace orvo;
 using scenes::BrightLightSettings;
@@ -211,6 +215,89 @@ TEST(HighlightHueOfLadders, TheFrameKeepsItsPixels)
     EXPECT_TRUE(std::equal(before->data(), before->data() + before->pixelCount(), frame.image->data()));
     EXPECT_FALSE(std::equal(before->data(), before->data() + before->pixelCount(), ladder[2].image->data()));
     EXPECT_NE(ladder[0].image, ladder[1].image);
+}
+
+namespace {
+
+// A bracket of `light` with a black subject in front of the glow, which only the darkest frame shows.
+std::vector<std::filesystem::path> bracketOf(const Picture& light, const std::vector<float>& evs,
+                                             const std::filesystem::path& folder)
+{
+    std::vector<std::filesystem::path> paths;
+    for (const float ev : evs) {
+        const auto frame = scenes::clippedPicture(*brighter(light, ev));
+        if (paths.empty())
+            for (int y = 100; y < 150; ++y)
+                std::fill_n(frame->row(y) + 60, 120, PixelRGB<float>{});
+        scenes::ExifValues exif;
+        exif.exposure = scenes::exposedBy({}, ev);
+        auto settings = writeSettingsForPath("a.png");
+        settings.bits = 8;
+        settings.metadata = scenes::metadataWith(exif, frame->size());
+        paths.push_back(folder / ("frame" + std::to_string(paths.size()) + ".png"));
+        writeImage(paths.back(), *frame, settings);
+    }
+    return paths;
+}
+
+} // namespace
+
+// Through the ladder of three frames, whose rungs are made late, and that of five. The merge mixes frames that clip, so
+// its hue is off without deghosting too.
+TEST(HueOfMerges, DeghostingDoesNotTurnIt)
+{
+    const test::TemporaryFolder folder;
+    for (const auto& evs : {std::vector{-2.0f, -1.0f, 0.0f}, {-2.0f, -1.0f, 0.0f, 1.0f}})
+        for (int hue = 0; hue < 360; hue += 30) {
+            BrightLightSettings light;
+            light.hueDegrees = hue;
+            light.chroma = 0.13;
+            const auto truth = scenes::brightLight(light);
+            const auto paths = bracketOf(*truth, evs, folder.path());
+            const auto errorOf = [&](bool deghosts) {
+                HDRSettings settings;
+                settings.highlightHue = HighlightHue::Kept;
+                settings.ghostReduction = deghosts;
+                settings.deghostAmount = DeghostAmount{2};
+                settings.ghostRefImageIdx = 2; // the glow is blown out in it
+                const auto merged = make_HDR(paths, settings, {}, nullptr).first;
+                return merged ? hueErrorOf(*merged->developedOriginalImageData({}), *truth) : 360.0;
+            };
+            EXPECT_LT(errorOf(true), std::max(errorOf(false), kWorstDegrees))
+                << hue << " degrees, " << evs.size() << " frames";
+        }
+}
+
+// A black subject in a darker frame gives way to the reference, whose glow is blown out there.
+TEST_P(LightOnHue, StaysWhereDeghostingTakesTheReference)
+{
+    for (const double chroma : {0.05, 0.09, 0.13}) {
+        const auto truth = lightOf(chroma);
+        const HDRFrame reference = frameOf(*truth);
+        const HighlightHueRecovery recovery(reference.image->data(), reference.image->width(),
+                                            reference.image->height(), ColorProfileType::sRGB());
+        for (const float ev : {-2.0f, -1.0f}) { // darker ones are off by 5 degrees for their steps of 8 bits alone
+            const HDRFrame darker = frameOf(*brighter(*truth, ev));
+            for (int y = 100; y < 150; ++y)
+                std::fill_n(darker.image->row(y) + 60, 120, PixelRGB<float>{});
+            for (const int amount : {0, 2, 4}) {
+                std::vector<HDRFrame> frames{darker, reference};
+                frames[0].image = darker.image->copy({});
+                processDeghosting<HDRFrame>(frames, DeghostAmount{amount}, 1, &recovery);
+                int replaced = 0;
+                for (std::size_t i = 0; i < darker.image->pixelCount(); ++i) {
+                    PixelRGB<float>& pixel = frames[0].image->data()[i];
+                    if (pixel == darker.image->data()[i])
+                        pixel = {};
+                    else
+                        ++replaced;
+                }
+                EXPECT_GT(replaced, 50 * 120);
+                EXPECT_LT(hueErrorOf(*frames[0].image, *truth), kWorstDegrees)
+                    << "chroma " << chroma << " at " << ev << ", amount " << amount;
+            }
+        }
+    }
 }
 
 // A subject in the darker frame gives way to the reference, which clips the glow there; recovered hues change only

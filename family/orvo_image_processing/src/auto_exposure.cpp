@@ -298,9 +298,10 @@ void autoExposureEstimateRGB(const float* a, const float* b, int width, int heig
                              int mode)
 {
     data = {};
-    const PatchPairs pairs = detail::collectPatches(a, b, width, height);
+    PatchPairs pairs = detail::collectPatches(a, b, width, height);
     if (pairs.equal)
         return;
+    detail::dropMovedPatches(pairs);
     std::array<FittedCurve, 4> fits; // the channels, then all together
     forEachRow(4, [&](int i) {
         const auto c = static_cast<std::size_t>(i);

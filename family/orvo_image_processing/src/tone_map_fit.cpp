@@ -44,6 +44,10 @@ constexpr float kOutlierMedians = 4.0f;
 // only a moving subject has that tone. The map continues there from the neighbouring tones.
 constexpr float kScatterLeast = 0.03f;
 constexpr float kScatterMedians = 4.0f;
+// A patch that is further than kOutlierMost from the common gain in so many channels, and from most of its tone in one,
+// has moved. In the others, where the subject can cover most of a tone, it may be the usual one. What differs from the
+// gain alone can be the camera's curve.
+constexpr int kMovedChannels = 2;
 // Pairs of about one tone are judged together, and neighbouring groups vote: a moving subject of one tone can dominate
 // its own group, however large it is, but not its neighbours'.
 constexpr float kGroupTone = 0.07f; // in steps of evenTone(), where 0..1 spans 4.3
@@ -282,16 +286,54 @@ std::vector<float> usualDistances(const std::vector<float>& distances, const std
     return usual;
 }
 
-/// Of the whole pairs, sorted by b, those that agree with most of their tone.
-std::vector<PatchPair> usualPairs(const ToneCurveMap& map, const std::vector<PatchPair>& pairs, float allowance)
+/// Of pairs sorted by b, the difference of each from the map.
+std::vector<float> distancesFrom(const ToneCurveMap& map, const std::vector<PatchPair>& pairs)
 {
     const ToneCurve curve(map);
-    if (pairs.empty())
-        return {};
     std::vector<float> distances(pairs.size());
     std::transform(pairs.begin(), pairs.end(), distances.begin(), [&](const PatchPair& pair) {
         return std::min(pair.a, map.white) - std::min(curve(std::max(0.0f, pair.b)), map.white);
     });
+    return distances;
+}
+
+/// Of a patch, the channels in which it is far from the common gain, and from most patches of its tone.
+struct FarChannels
+{
+    int fromGain = 0;
+    int fromTone = 0;
+};
+
+void countFar(const std::vector<PatchPair>& pairs, std::vector<FarChannels>& patches)
+{
+    const Whites whites = whitesOf(pairs);
+    const std::optional<ToneCurveMap> gain = commonGain(pairs, whites);
+    if (!gain)
+        return;
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+        if (!pairs[i].torn)
+            order.push_back(i);
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t i, std::size_t k) { return pairs[i].b < pairs[k].b; });
+    std::vector<PatchPair> sorted;
+    for (const std::size_t i : order)
+        sorted.push_back(pairs[i]);
+    if (sorted.empty())
+        return;
+    const std::vector<float> distances = distancesFrom(*gain, sorted);
+    const std::vector<float> usual = usualDistances(distances, groupBorders(sorted));
+    for (std::size_t k = 0; k < order.size(); ++k) {
+        patches[order[k]].fromGain += std::abs(distances[k]) > kOutlierMost ? 1 : 0;
+        patches[order[k]].fromTone += std::abs(distances[k] - usual[k]) > kOutlierMost ? 1 : 0;
+    }
+}
+
+/// Of the whole pairs, sorted by b, those that agree with most of their tone.
+std::vector<PatchPair> usualPairs(const ToneCurveMap& map, const std::vector<PatchPair>& pairs, float allowance)
+{
+    if (pairs.empty())
+        return {};
+    std::vector<float> distances = distancesFrom(map, pairs);
     // The spread is judged by tone too: where the true curve is much steeper than the map, a whole group spreads.
     const std::vector<std::size_t> borders = groupBorders(pairs);
     const std::vector<float> usual = usualDistances(distances, borders);
@@ -378,6 +420,20 @@ PatchPairs collectPatches(const float* a, const float* b, int width, int height)
         }
     });
     return pairsOf(means);
+}
+
+void dropMovedPatches(PatchPairs& pairs)
+{
+    std::vector<FarChannels> far(pairs.channels[0].size());
+    for (const auto& channel : pairs.channels)
+        countFar(channel, far);
+    for (auto& channel : pairs.channels) {
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < channel.size(); ++i)
+            if (far[i].fromTone == 0 || far[i].fromGain < kMovedChannels)
+                channel[kept++] = channel[i];
+        channel.resize(kept);
+    }
 }
 
 FittedCurve fitCurve(const std::vector<PatchPair>& pairs)

@@ -24,6 +24,9 @@ struct PatchPairs
 /// `a`, `b`: interleaved samples. Patches with a non-finite value are left out.
 [[nodiscard]] PatchPairs collectPatches(const float* a, const float* b, int width, int height);
 
+/// Drops the patches that show a moving subject in at least two channels, if the frames are aligned.
+void dropMovedPatches(PatchPairs& pairs);
+
 /// The curve from b to a over the given pairs, with the slope of log light against log light and the middle tone of b.
 struct FittedCurve
 {

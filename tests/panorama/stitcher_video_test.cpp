@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using namespace orvo;
 using namespace orvo::test;
 using scenes::SphereScene;
@@ -175,6 +177,27 @@ TEST_F(StitcherVideo, FramesAddedByHandAreCutFromEachOther)
     EXPECT_EQ(cv::countNonZero(first & second), 0);
     EXPECT_GT(cv::countNonZero(first), 0);
     EXPECT_GT(cv::countNonZero(second), 0);
+}
+
+TEST_F(StitcherVideo, ADragShowsAFrameAddedByHand)
+{
+    PanoramaStitcher stitcher(source);
+    ASSERT_TRUE(stitcher.loadImages(never));
+    const auto redInADrag = [&] {
+        stitcher.beginViewAdjust();
+        stitcher.setViewShift({0.01f, 0.0f});
+        const cv::Rect sphere = stitcher.projectionBounds();
+        const Panorama drawn = stitcher.makePanorama({0, 0, sphere.width, sphere.height},
+                                                     {sphere.width / 2, sphere.height / 2}, true, never);
+        stitcher.endViewAdjust();
+        return std::count_if(drawn.image->data(), drawn.image->data() + drawn.image->pixelCount(),
+                             [](const auto& p) { return p.r > 1.5f * p.g && p.r > 1.5f * p.b; });
+    };
+    EXPECT_EQ(redInADrag(), 0);
+    stitcher.reloadWithComposition({kFirst.request}, {rectOf(kFirst)});
+    EXPECT_GT(redInADrag(), 20) << "the small sphere is that of the key frames alone";
+    stitcher.reloadWithComposition({}, {});
+    EXPECT_EQ(redInADrag(), 0);
 }
 
 TEST_F(StitcherVideo, AFrameThatFitsNoOtherPictureTakesItsRectangleWithIt)

@@ -33,10 +33,11 @@ constexpr float kLargestRoot = 1e6f;
 constexpr float kMiddleLow = 0.2f; // limits of the middle tone reported as pivot
 constexpr float kMiddleHigh = 0.6f;
 
-void fillTable(float* table, const ToneCurveMap& map)
+/// No value is below `least`.
+void fillTable(float* table, const ToneCurveMap& map, float least)
 {
     const ToneCurve curve(map);
-    float largest = 0.0f;
+    float largest = least;
     for (int i = 0; i < kTableSize; ++i) {
         const float root = static_cast<float>(i) / kPerRoot;
         largest = std::max(largest, curve(root * root)); // monotone despite the rounding of the pieces
@@ -168,10 +169,12 @@ detail::ToneLimits limitsOf(const float* table)
     return limits;
 }
 
-void fillTables(float* tables, const auto_exposure_data_t& data)
+// In the place of a brighter frame: raised by stops, the noise of dark tones would go below all that it shows, and a
+// thousandth of the pixels of a merge is its black.
+void fillTables(float* tables, const auto_exposure_data_t& data, bool isForFrame)
 {
     for (std::size_t c = 0; c < 3; ++c)
-        fillTable(tables + c * kTableSize, data.curves[c]);
+        fillTable(tables + c * kTableSize, data.curves[c], isForFrame ? data.curves[c].black : 0.0f);
 }
 
 ORVO_VECTOR_CLONES void mixByShares(const float* __restrict from, float* __restrict to, const float* __restrict shares,
@@ -325,7 +328,7 @@ struct ReexposedFrame::State
     State(const float* a, const float* b, int width, int height, const auto_exposure_data_t& data)
         : clippedTone(data.clippedTone.value_or(0.0f)), tables(3 * kTableSize)
     {
-        fillTables(tables.data(), data);
+        fillTables(tables.data(), data, a != nullptr);
         for (std::size_t c = 0; c < 3; ++c)
             tint[c] = detail::fastLinear(lookUp(tables.data() + c * kTableSize, kMiddleHigh));
         const float middle = tint[1] > 0.0f ? tint[1] : 1.0f;

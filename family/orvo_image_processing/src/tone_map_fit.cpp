@@ -1,6 +1,7 @@
 #include "tone_map_fit.hpp"
 
 #include "encoded_gain.hpp"
+#include "pale_highlights.hpp"
 
 #include <orvo_core/parallel.hpp>
 
@@ -55,6 +56,10 @@ constexpr std::size_t kGroupLeast = 8;
 constexpr std::size_t kVoters = 5;
 // Below this the two frames count as equal: less than a tenth of a step of 8 bits in all quantiles.
 constexpr float kSame = 1.0f / 4096;
+// Exposures, in EV, from which the noise of a raised picture begins to go below the black of the frame, and does so for
+// certain.
+constexpr float kNotRaised = 0.5f;
+constexpr float kRaised = 1.5f;
 // Slope of the spline relative to the plain exposure: nearly white tones of a strongly darkened picture reach 20.
 constexpr float kSteepest = 32.0f;
 constexpr float kEndSlopeLeast = 0.1f;
@@ -233,6 +238,7 @@ FittedCurve fitQuantiles(const std::vector<PatchPair>& pairs, const Whites& whit
     fit.contrast = contrastOf(quantiles);
     fit.map.ev = exposureOf(quantiles);
     fit.map.white = whites.a;
+    fit.map.black = std::max(0.0f, all.front().a) * smoothStep(fit.map.ev, kNotRaised, kRaised);
     placeKnots(fit.map, quantiles);
     return fit;
 }

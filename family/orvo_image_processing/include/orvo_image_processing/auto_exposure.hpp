@@ -20,6 +20,7 @@ struct ToneCurveMap
     int knots = 0;                        ///< 0: identity
     std::array<float, kMostKnots> from{}; ///< encoded, after the plain gain; rising, first above 0
     std::array<float, kMostKnots> to{};   ///< encoded, rising
+    float black = 0.0f;                   ///< darkest encoded value of the target frame if it is brighter; else 0
     float white = 1.0f;                   ///< encoded value that the map approaches where the target frame is clipped
 };
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -136,8 +137,9 @@ TEST(StillScene, AWalkerInANoisyBracketStandsOnlyWhereTheReferenceHasHim)
                 if ((r.r + r.g + r.b) / 3.0f > 0.9f)
                     mask->data()[i] = 0.0f;
             }
-            EXPECT_LT(scenes::wrongShare(*frames[k].image, *expected, *mask, 0.15f), 0.01)
-                << "frame " << k << ", amount " << static_cast<int>(amount);
+            const double wrong = scenes::wrongShare(*frames[k].image, *expected, *mask, 0.15f);
+            std::cout << "wrong in frame " << k << ": " << 100.0 * wrong << " percent\n";
+            EXPECT_LT(wrong, 0.01) << "frame " << k << ", amount " << static_cast<int>(amount);
         }
     }
 }

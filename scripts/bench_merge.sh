@@ -8,8 +8,9 @@ usage: scripts/bench_merge.sh speed|quality|ghosts [FOLDER]
 
   speed    renders brackets of 3 and 5 frames of 24 megapixels and prints wall time and peak memory
   quality  merges every set below $ORVO_TEST_DATA/brackets and prints MEF-SSIM and clipped pixels
-  ghosts   merges every set there without and with --deghost 0, 2 and 4, and prints MEF-SSIM, the mean CIEDE2000
-           between the two merges and the pixels that differ visibly, which says what deghosting costs a still scene
+  ghosts   merges every set there, a raw one and one without EXIF, without and with --deghost 0, 2 and 4, and prints
+           MEF-SSIM, the mean CIEDE2000 between the two merges and the pixels that differ visibly, which says what
+           deghosting costs a still scene; sets of a camera that moved with --align in a table of their own
 
 Results are kept in FOLDER (by default build/bench). Needs the release preset built and
 scripts/bootstrap.sh --bench.
@@ -68,28 +69,85 @@ quality() {
   done
 }
 
+# A row of the scores of one bracket: ghost_row NAME FILE... What a raw file shows is compared after its reader.
+ghost_row() {
+  local name=$1 amount score difference visible
+  shift
+  local out=$work/ghosts_${name// /_}
+  mkdir -p "$out"
+  "$bin/orvo" hdr "$@" -o "$out/without.png" --bits 8 --quiet
+  read -r score _ < <("$bin/bench_score" "$out/without.png" "$@")
+  local scores="$score" differences="" shares=""
+  for amount in 0 2 4; do
+    "$bin/orvo" hdr "$@" -o "$out/$amount.png" --bits 8 --deghost "$amount" --quiet
+    read -r score _ < <("$bin/bench_score" "$out/$amount.png" "$@")
+    read -r difference visible < <("$bin/bench_difference" "$out/without.png" "$out/$amount.png")
+    scores+=" | $score"
+    differences+=" | $difference"
+    shares+=" | $visible"
+  done
+  echo "| $name | $scores$differences$shares |"
+}
+
+# The same with alignment, whose results have no frames of their size to be scored against.
+moving_row() {
+  local name=$1 amount difference visible
+  shift
+  local out=$work/ghosts_${name}_aligned differences="" shares=""
+  mkdir -p "$out"
+  "$bin/orvo" hdr "$@" -o "$out/without.png" --bits 8 --align --quiet
+  for amount in 0 2 4; do
+    "$bin/orvo" hdr "$@" -o "$out/$amount.png" --bits 8 --align --deghost "$amount" --quiet
+    read -r difference visible < <("$bin/bench_difference" "$out/without.png" "$out/$amount.png")
+    differences+=" | $difference"
+    shares+=" | $visible"
+  done
+  echo "| $name$differences$shares |"
+}
+
+# Copies of JPEG files without their metadata, as chat programs send them.
+strip_files() {
+  python3 - "$@" <<'PYTHON'
+import pathlib, sys
+folder = pathlib.Path(sys.argv[1])
+folder.mkdir(parents=True, exist_ok=True)
+for name in sys.argv[2:]:
+    data = pathlib.Path(name).read_bytes()
+    kept, at = data[:2], 2
+    while data[at + 1] != 0xDA:  # the scan, up to which every segment has a length
+        end = at + 2 + int.from_bytes(data[at + 2:at + 4], "big")
+        if not 0xE1 <= data[at + 1] <= 0xEF:
+            kept += data[at:end]
+        at = end
+    (folder / pathlib.Path(name).name).write_bytes(kept + data[at:])
+PYTHON
+}
+
+# Sets of a camera that moved: between their frames nothing stands still.
+moving=" arch_night knight_handheld temple_handheld window_player "
+
 ghosts() {
   : "${ORVO_TEST_DATA:?bench_merge: set ORVO_TEST_DATA to the folder of real pictures}"
+  local set files
   echo "| set | without | 0 | 2 | 4 | difference 0 | 2 | 4 | visible % 0 | 2 | 4 |"
   echo "|---|---|---|---|---|---|---|---|---|---|---|"
   for set in "$ORVO_TEST_DATA"/brackets/*/; do
-    local name files amount score difference visible
-    name=$(basename "$set")
+    [[ $moving == *" $(basename "$set") "* ]] && continue
     mapfile -t files < <(find "$set" -maxdepth 1 -iname '*.jpg' | sort)
-    local out=$work/ghosts_$name
-    mkdir -p "$out"
-    "$bin/orvo" hdr "${files[@]}" -o "$out/without.png" --bits 8 --quiet
-    read -r score _ < <("$bin/bench_score" "$out/without.png" "${files[@]}")
-    local scores="$score" differences="" shares=""
-    for amount in 0 2 4; do
-      "$bin/orvo" hdr "${files[@]}" -o "$out/$amount.png" --bits 8 --deghost "$amount" --quiet
-      read -r score _ < <("$bin/bench_score" "$out/$amount.png" "${files[@]}")
-      read -r difference visible < <("$bin/bench_difference" "$out/without.png" "$out/$amount.png")
-      scores+=" | $score"
-      differences+=" | $difference"
-      shares+=" | $visible"
-    done
-    echo "| $name | $scores$differences$shares |"
+    ghost_row "$(basename "$set")" "${files[@]}"
+  done
+  mapfile -t files < <(find "$ORVO_TEST_DATA/brackets/living_room" -iname '*.jpg' | sort)
+  strip_files "$work/living_room_stripped" "${files[@]}"
+  ghost_row "living_room without EXIF" "$work"/living_room_stripped/*
+  ghost_row "building_ev (raw)" "$ORVO_TEST_DATA"/raw/building_ev/*.dng
+  echo
+  echo "With --align:"
+  echo
+  echo "| set | difference 0 | 2 | 4 | visible % 0 | 2 | 4 |"
+  echo "|---|---|---|---|---|---|---|"
+  for set in $moving; do
+    mapfile -t files < <(find "$ORVO_TEST_DATA/brackets/$set" -maxdepth 1 -iname '*.jpg' | sort)
+    moving_row "$set" "${files[@]}"
   done
 }
 

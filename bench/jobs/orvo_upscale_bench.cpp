@@ -2,8 +2,9 @@
 //   orvo_upscale_bench [FOLDER]
 // FOLDER contains the project's test pictures; the default is ORVO_TEST_DATA from the environment. Prints the peak
 // signal to noise ratio in dB over all channels of sRGB, the structural similarity of luma, and megapixels per second.
-//   orvo_upscale_bench [FOLDER] --reductions
-// The gain in dB over cubic enlarging for pictures that other programs reduced, in 8 bits of sRGB.
+//   orvo_upscale_bench [FOLDER] --reductions [--reduced-by NAME]
+// The gain in dB over cubic enlarging for pictures that other programs reduced, in 8 bits of sRGB; also for every
+// second pixel, and for a JPEG file.
 //   orvo_upscale_bench [FOLDER] --sheet PICTURE.png [--reduced-by NAME]
 // Parts of the pictures, enlarged twice: truth, Catmull-Rom, ours, ours with crisp edges. NAME is one of the
 // reductions; the default is "area".
@@ -26,6 +27,7 @@
 #include <numeric>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
@@ -160,19 +162,83 @@ PicturePointer halvedAsFile(const Picture& shown, const orvo::scenes::Halving& h
     return result;
 }
 
+/// A way to make the small file, and what an enlarged picture of it should show.
+struct Reduction
+{
+    std::string name;
+    std::function<PicturePointer(const Picture& truth)> small; ///< in the working space
+    std::function<PicturePointer(const PicturePointer& truth)> expected = [](const auto& truth) { return truth; };
+};
+
+// Every second pixel of every second row, which lie half a pixel of the truth beside the middles of the new ones.
+PicturePointer everySecond(const Picture& shown)
+{
+    auto result =
+        std::make_shared<Picture>(orvo::_Size<int>(shown.width() / 2, shown.height() / 2), shown.colorProfile());
+    for (int y = 0; y < result->height(); ++y)
+        for (int x = 0; x < result->width(); ++x)
+            result->row(y)[x] = shown.row(2 * y)[2 * x];
+    result->convertTo(orvo::ColorProfileType::melissaRGB());
+    return result;
+}
+
+// Half a pixel to the right and down.
+PicturePointer movedByHalf(const PicturePointer& shown)
+{
+    auto result = std::make_shared<Picture>(shown->size(), shown->colorProfile());
+    const cv::Mat from(shown->height(), shown->width(), CV_32FC3, shown->data());
+    cv::Mat to(result->height(), result->width(), CV_32FC3, result->data());
+    const cv::Matx23f move(1.0f, 0.0f, 0.5f, 0.0f, 1.0f, 0.5f);
+    cv::warpAffine(from, to, move, to.size(), cv::INTER_LANCZOS4, cv::BORDER_REPLICATE);
+    return result;
+}
+
+constexpr int kJpegQuality = 90;
+
+// Reduced by area and kept as a JPEG file.
+PicturePointer asJpeg(const Picture& shown, int quality)
+{
+    const auto path =
+        std::filesystem::temp_directory_path() /
+        ("orvo_upscale_bench_" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".jpg");
+    auto settings = orvo::writeSettingsForPath(path);
+    settings.jpegQuality = quality;
+    orvo::writeImage(path, *orvo::scenes::halved(shown, orvo::scenes::halvings().front()), settings);
+    const auto image =
+        orvo::ImageReader::instance().open({path, {}}, {}, orvo::ImageReaderOpenFlag::Bracket, nullptr, {}, -1);
+    std::filesystem::remove(path);
+    if (!image)
+        throw std::runtime_error("cannot read " + path.string());
+    return image->imageData({}, {}, true);
+}
+
+std::vector<Reduction> reductions()
+{
+    std::vector<Reduction> all;
+    for (const auto& halving : orvo::scenes::halvings())
+        all.push_back({halving.name, [&halving](const Picture& truth) { return halvedAsFile(truth, halving); }});
+    all.push_back({"every second", everySecond, movedByHalf});
+    all.push_back({"area, JPEG", [](const Picture& truth) { return asJpeg(truth, kJpegQuality); }});
+    return all;
+}
+
 // For each way of reducing: Catmull-Rom's error, and the gains over it of OpenCV's cubic and of ours.
-void printHalvings(const std::filesystem::path& folder)
+// `only`: the name of one, or empty.
+void printHalvings(const std::filesystem::path& folder, const std::string& only)
 {
     std::printf("\n%-18s%14s%14s%8s%8s%8s%8s%18s\n", "reduced by", "Catmull-Rom", "cubic -0.75", "ours", "least",
                 "most", "crisp", "ours over cubic");
-    for (const auto& halving : orvo::scenes::halvings()) {
+    for (const Reduction& reduction : reductions()) {
+        if (!only.empty() && reduction.name != only)
+            continue;
         double plain = 0.0;
         double cubic = 0.0;
         double crisp = 0.0;
         std::vector<double> ours;
         for (const char* const name : kHeldOut) {
-            const PicturePointer truth = inSRGB(*load(folder / name));
-            const PicturePointer small = halvedAsFile(*truth, halving);
+            const PicturePointer shown = inSRGB(*load(folder / name));
+            const PicturePointer small = reduction.small(*shown);
+            const PicturePointer truth = reduction.expected(shown);
             const auto score = [&](const PicturePointer& large) { return orvo::scenes::psnr(*inSRGB(*large), *truth); };
             const double reference = score(small->resize(truth->size(), {}, true));
             plain += reference / std::size(kHeldOut);
@@ -182,8 +248,8 @@ void printHalvings(const std::filesystem::path& folder)
         }
         const double mean = std::accumulate(ours.begin(), ours.end(), 0.0) / static_cast<double>(ours.size());
         const auto [least, most] = std::minmax_element(ours.begin(), ours.end());
-        std::printf("%-18s%14.2f%+14.2f%+8.2f%+8.2f%+8.2f%+8.2f%+18.2f\n", halving.name, plain, cubic, mean, *least,
-                    *most, crisp, mean - std::max(0.0, cubic));
+        std::printf("%-18s%14.2f%+14.2f%+8.2f%+8.2f%+8.2f%+8.2f%+18.2f\n", reduction.name.c_str(), plain, cubic, mean,
+                    *least, *most, crisp, mean - std::max(0.0, cubic));
         std::fflush(stdout);
     }
 }
@@ -227,7 +293,7 @@ int main(int argc, char** argv)
 {
     const char* folder = std::getenv("ORVO_TEST_DATA");
     const char* sheet = nullptr;
-    const char* reducedBy = "area";
+    std::string reducedBy;
     bool reductions = false;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--sheet") == 0 && i + 1 < argc)
@@ -241,21 +307,22 @@ int main(int argc, char** argv)
     }
     if (folder == nullptr) {
         std::fputs(
-            "usage: orvo_upscale_bench [FOLDER] [--reductions | --sheet PICTURE.png [--reduced-by NAME]]; or set "
+            "usage: orvo_upscale_bench [FOLDER] [--reductions | --sheet PICTURE.png] [--reduced-by NAME]; or set "
             "ORVO_TEST_DATA\n",
             stderr);
         return 2;
     }
     try {
         const auto& all = orvo::scenes::halvings();
-        const auto halving = std::find_if(all.begin(), all.end(),
-                                          [&](const auto& one) { return std::strcmp(one.name, reducedBy) == 0; });
-        if (halving == all.end())
-            throw std::runtime_error(std::string("there is no reduction by ") + reducedBy);
+        const auto halving = std::find_if(all.begin(), all.end(), [&](const auto& one) {
+            return one.name == (reducedBy.empty() ? "area" : reducedBy);
+        });
+        if (sheet != nullptr && halving == all.end())
+            throw std::runtime_error("there is no reduction by " + reducedBy);
         if (sheet != nullptr)
             writeSheet(folder, sheet, *halving);
         else if (reductions)
-            printHalvings(folder);
+            printHalvings(folder, reducedBy);
         else
             for (const int scale : {2, 4})
                 printTable(folder, scale);

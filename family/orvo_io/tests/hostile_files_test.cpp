@@ -304,6 +304,27 @@ TEST_F(HostileFiles, TilesOfATiffAreBoundedByItsPictureAndItsLength)
     EXPECT_LT(MemoryManager::instance().peakBytes(), std::size_t{1} << 20);
 }
 
+TEST_F(HostileFiles, StripsOfATiffAreBoundedByItsPictureAndItsLength)
+{
+    for (const bool planar : {false, true}) {
+        makeTiff(folder / "a.tif", 16, 7, Bytes(336, 99), {.planar = planar}); // one strip of 7 rows a plane
+        const Bytes whole = readBytes(folder / "a.tif");
+        const auto with = [&](std::initializer_list<std::pair<std::uint16_t, std::uint32_t>> tags) {
+            Bytes bytes = whole;
+            for (const auto& [tag, value] : tags)
+                setTag(bytes, tag, value);
+            writeBytes(folder / "huge.tif", bytes);
+            return folder / "huge.tif";
+        };
+        MemoryManager::instance().resetPeak();
+        EXPECT_TRUE(openFile(with({{278, 0xFFFFFFFFu}}))) << "rows that a strip may have";
+        expectRefused(with({{256, 30000}, {257, 30000}, {278, 30000}}),
+                      "the file announces a picture of 30000 x 30000 pixels but has only " +
+                          std::to_string(whole.size()));
+        EXPECT_LT(MemoryManager::instance().peakBytes(), std::size_t{1} << 20) << planar;
+    }
+}
+
 TEST_F(HostileFiles, TilesLargerThanASmallPictureAreRead)
 {
     makeTiff(folder / "a.tif", 20, 10, Bytes(600, 99), {.tiled = true, .tileSide = 256});

@@ -42,7 +42,8 @@ struct auto_exposure_data_t
 ///
 /// Method: the means of at most about 16000 small patches on a grid are matched by quantiles, which are robust to noise
 /// and to a shift between the frames. If the frames are aligned, patches that disagree with the map (moving subjects)
-/// are then dropped from both sides and the rest is matched again. Only quantiles that are neither clipped nor black
+/// are then dropped from both sides and the rest is matched again; so are patches that are far from the common gain in
+/// two channels and from their tone in one. Only quantiles that are neither clipped nor black
 /// in both frames count; outside them the plain exposure applies. Fewer than 32 usable patches, or equal frames, return
 /// the neutral record. Patches with non-finite values do not count.
 ///
@@ -55,7 +56,8 @@ ORVO_EXPORT void autoExposureEstimateRGB(const PixelRGB<float>* a, const PixelRG
 /// neutral. A neutral record changes nothing. Otherwise negative values and NaN become 0; finite values stay finite.
 ///
 /// `a` is the frame whose exposure `b` gets, pixel by pixel; it may be empty. Where both show the same scene, the
-/// result is `a` itself, since re-exposure cannot restore detail that `b` lost to noise, 8-bit steps or clipping. The
+/// result is `a` itself, since re-exposure cannot restore detail that `b` lost to noise, 8-bit steps or clipping;
+/// elsewhere it is not below the black of a brighter `a`, below which raised noise would go (ToneCurveMap::black). The
 /// two are compared per tone on blocks of 4 to 16 pixels (1 / 400 of the longer side). Scratch with `a`: 1.4 planes of
 /// one channel at blocks of 4 pixels, a tenth of a plane at 16, and some rows per thread.
 ORVO_EXPORT void autoExposureApplyRGB(const PixelRGB<float>* a, PixelRGB<float>* b, int width, int height,

@@ -27,7 +27,7 @@ constexpr int kBlock = 256;
 
 struct Places
 {
-    std::array<int, kBlock> column, row;     // limited to 16 bits, as OpenCV holds them
+    std::array<int, kBlock> column, row;    // limited to 16 bits, as OpenCV holds them
     std::array<float, kBlock> across, down; // shares of the next column and row
 };
 

@@ -2,9 +2,8 @@
 
 #include <orvo_core/parallel.hpp>
 
-#include <opencv2/imgproc.hpp>
-
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <limits>
@@ -97,8 +96,8 @@ TEST(BilinearRemap, WritesOnlyItsRowsForAnyNumberOfThreads)
 TEST(BilinearRemap, PlacesThatAreNoneGiveAPixelOfTheSource)
 {
     const cv::Mat source(20, 30, CV_16SC3, cv::Scalar::all(1234));
-    for (const float place : {std::numeric_limits<float>::quiet_NaN(), 1e12f, -1e30f,
-                              std::numeric_limits<float>::infinity()}) {
+    for (const float place :
+         {std::numeric_limits<float>::quiet_NaN(), 1e12f, -1e30f, std::numeric_limits<float>::infinity()}) {
         const cv::Mat x(3, 40, CV_32F, cv::Scalar::all(static_cast<double>(place)));
         cv::Mat found(x.size(), source.type());
         remapBilinear(source, found, x, x);

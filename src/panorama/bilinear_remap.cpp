@@ -1,5 +1,7 @@
 #include "panorama/bilinear_remap.hpp"
 
+#include "frame/sample_vectors.hpp"
+
 #include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -58,18 +60,6 @@ ORVO_VECTOR_CLONES void findPlaces(const float* __restrict x, const float* __res
         places.across[n] = static_cast<float>(column & (kPhases - 1)) * kStep;
         places.down[n] = static_cast<float>(row & (kPhases - 1)) * kStep;
     }
-}
-
-// Vectors of GCC and Clang: the channels of a pixel at once, and the next pixel's first, which is ignored.
-using Samples4 = std::int16_t __attribute__((vector_size(8)));
-using Floats4 = float __attribute__((vector_size(16)));
-using Integers4 = std::int32_t __attribute__((vector_size(16)));
-
-ORVO_INLINE Floats4 floatsAt(const std::int16_t* samples)
-{
-    Samples4 four;
-    std::memcpy(&four, samples, sizeof four);
-    return __builtin_convertvector(__builtin_convertvector(four, Integers4), Floats4);
 }
 
 constexpr float kRounder = 12582912.0f; // 1.5 * 2^23: adding it rounds to an integer, to even

@@ -51,18 +51,37 @@ void ratioTest(MatchLists& lists)
     }
 }
 
+// The way back counts only for points that the way there leads to.
+std::vector<int> reachedBy(const MatchLists& matches)
+{
+    std::vector<int> reached;
+    for (const auto& entry : matches)
+        if (!entry.empty())
+            reached.push_back(entry.front().trainIdx);
+    std::sort(reached.begin(), reached.end());
+    reached.erase(std::unique(reached.begin(), reached.end()), reached.end());
+    return reached;
+}
+
 bool matchBothWays(const cv::Mat& descriptors1, const cv::Mat& descriptors2, MatchLists& matches12,
                    MatchLists& matches21)
 {
     const cv::BFMatcher matcher(cv::NORM_L2, false);
     try {
         matcher.knnMatch(descriptors1, descriptors2, matches12, kNearestNeighbours);
-        matcher.knnMatch(descriptors2, descriptors1, matches21, kNearestNeighbours);
+        ratioTest(matches12);
+        const std::vector<int> reached = reachedBy(matches12);
+        cv::Mat queries(static_cast<int>(reached.size()), descriptors2.cols, descriptors2.type());
+        for (std::size_t i = 0; i < reached.size(); ++i)
+            descriptors2.row(reached[i]).copyTo(queries.row(static_cast<int>(i)));
+        matcher.knnMatch(queries, descriptors1, matches21, kNearestNeighbours);
+        for (auto& entry : matches21)
+            for (cv::DMatch& match : entry)
+                match.queryIdx = reached[static_cast<std::size_t>(match.queryIdx)];
     } catch (const std::exception& error) {
         complain(error.what());
         return false;
     }
-    ratioTest(matches12);
     ratioTest(matches21);
     return true;
 }

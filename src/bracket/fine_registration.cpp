@@ -53,30 +53,56 @@ ORVO_INLINE void cubicWeights(float t, float* w)
     w[3] = -0.5f * s * t * t;
 }
 
+// Pixels that go through both loops of a row together.
+constexpr int kBlock = 64;
+
 ORVO_VECTOR_CLONES void warpStructureRow(const cv::Mat& source, const cv::Matx33d& sourceFromTarget, int y,
                                          float* target, int width)
 {
+    constexpr int kTaps = 4;
+    if (source.cols < kTaps || source.rows < kTaps) {
+        std::fill_n(target, width, kAbsent);
+        return;
+    }
     const double* const h = sourceFromTarget.val;
-    for (int x = 0; x < width; ++x) {
-        const double scale = 1.0 / (h[6] * x + h[7] * y + h[8]);
-        const double u = (h[0] * x + h[1] * y + h[2]) * scale;
-        const double v = (h[3] * x + h[4] * y + h[5]) * scale;
-        if (!(u >= 1.0 && v >= 1.0 && u < source.cols - 2 && v < source.rows - 2)) {
-            target[x] = kAbsent;
-            continue;
+    const double right = source.cols - 2;
+    const double bottom = source.rows - 2;
+    const auto* const samples = source.ptr<float>();
+    const auto stride = static_cast<std::ptrdiff_t>(source.step1());
+    int isInside[kBlock];
+    int columns[kBlock];
+    int lines[kBlock];
+    float across[kBlock];
+    float down[kBlock];
+    for (int first = 0; first < width; first += kBlock) {
+        const int count = std::min(kBlock, width - first);
+        for (int i = 0; i < count; ++i) {
+            const int x = first + i;
+            const double scale = 1.0 / (h[6] * x + h[7] * y + h[8]);
+            const double u = (h[0] * x + h[1] * y + h[2]) * scale;
+            const double v = (h[3] * x + h[4] * y + h[5]) * scale;
+            const bool inside = (u >= 1.0) & (v >= 1.0) & (u < right) & (v < bottom); // not for NaN
+            const double column = inside ? u : 1.0;                                   // a place that can be read
+            const double line = inside ? v : 1.0;
+            isInside[i] = inside ? 1 : 0;
+            columns[i] = static_cast<int>(column);
+            lines[i] = static_cast<int>(line);
+            across[i] = static_cast<float>(column - columns[i]);
+            down[i] = static_cast<float>(line - lines[i]);
         }
-        const int column = static_cast<int>(u);
-        const int line = static_cast<int>(v);
-        float across[4];
-        float down[4];
-        cubicWeights(static_cast<float>(u - column), across);
-        cubicWeights(static_cast<float>(v - line), down);
-        float sum = 0.0f;
-        for (int j = 0; j < 4; ++j) {
-            const float* const row = source.ptr<float>(line - 1 + j) + (column - 1);
-            sum += down[j] * ((across[0] * row[0] + across[1] * row[1]) + (across[2] * row[2] + across[3] * row[3]));
+        for (int i = 0; i < count; ++i) {
+            float a[kTaps];
+            float d[kTaps];
+            cubicWeights(across[i], a);
+            cubicWeights(down[i], d);
+            const float* const corner = samples + (lines[i] - 1) * stride + (columns[i] - 1);
+            float sum = 0.0f;
+            for (int j = 0; j < kTaps; ++j) {
+                const float* const row = corner + j * stride;
+                sum += d[j] * ((a[0] * row[0] + a[1] * row[1]) + (a[2] * row[2] + a[3] * row[3]));
+            }
+            target[first + i] = isInside[i] != 0 ? sum : kAbsent;
         }
-        target[x] = sum;
     }
 }
 

@@ -10,8 +10,8 @@
 namespace orvo {
 
 /// Marks, then grow(), then weights. Growing is so many blurs of one radius with the kernel of grfx_fast_blur_gray(),
-/// each followed by the marks at full strength; all values are held to 8-bit steps. Their sums are exact in double, so
-/// areas without any mark are left out without a change elsewhere.
+/// each followed by the marks at full strength; all values are held to 8-bit steps. Their sums are exact in integers,
+/// so areas without any mark are left out without a change elsewhere.
 ///
 /// Peak: three planes of bytes.
 class GhostMask

@@ -1,6 +1,8 @@
 #include "bracket/kept_picture.hpp"
 
 #include <orvo_core/color_profile.hpp>
+#include <orvo_core/color_transform.hpp>
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
@@ -15,22 +17,42 @@ namespace {
 template <typename Step>
 constexpr float kStep = static_cast<float>(1.0 / std::numeric_limits<Step>::max());
 
+template <typename Step>
+struct StepLoop
+{
+    const float* samples;
+    Step* steps;
+    std::size_t count;
+    int& wrong; // above 0 if a sample is no step
+
+    ORVO_INLINE void operator()() const
+    {
+        constexpr float kFull = std::numeric_limits<Step>::max();
+        const float* const from = samples;
+        Step* const to = steps;
+        const std::size_t length = count;
+        int missed = 0;
+        for (std::size_t i = 0; i < length; ++i) {
+            const float positive = from[i] > 0.0f ? from[i] : 0.0f;
+            const float v = positive < 1.0f ? positive : 1.0f;
+            const auto step = static_cast<std::int32_t>(v * kFull + 0.5f);
+            missed |= static_cast<float>(step) * kStep<Step> == from[i] ? 0 : 1;
+            to[i] = static_cast<Step>(step);
+        }
+        wrong = missed;
+    }
+};
+
 // False if a sample is no step, in which case `steps` is of no use.
 template <typename Step>
 bool toSteps(const float* samples, std::size_t count, Step* steps)
 {
-    constexpr float kFull = std::numeric_limits<Step>::max();
     std::atomic<bool> fits = true;
     forEachRange(count, [&](std::size_t first, std::size_t last) {
         if (!fits.load(std::memory_order_relaxed))
             return;
         int wrong = 0;
-        for (std::size_t i = first; i < last; ++i) {
-            const float v = samples[i] > 0.0f ? std::min(samples[i], 1.0f) : 0.0f;
-            const auto step = static_cast<std::int32_t>(v * kFull + 0.5f);
-            wrong |= static_cast<float>(step) * kStep<Step> == samples[i] ? 0 : 1;
-            steps[i] = static_cast<Step>(step);
-        }
+        runLoop(StepLoop<Step>{samples + first, steps + first, last - first, wrong});
         if (wrong != 0)
             fits.store(false, std::memory_order_relaxed);
     });
@@ -65,17 +87,22 @@ std::unique_ptr<KeptPicture> KeptPicture::of(const Picture& picture)
 
 std::shared_ptr<KeptPicture::Picture> KeptPicture::inWorkingSpace() const
 {
+    if (const auto* const bytes = std::get_if<Bytes>(&samples)) {
+        auto picture = std::make_shared<Picture>(size, ColorProfileType::melissaRGB());
+        const RowConverter converter(profile, 3, picture->colorProfile());
+        forEachRow(size.height, [&](int y) {
+            const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width);
+            converter.convert(bytes->data() + 3 * row, picture->row(y), size.width);
+        });
+        return picture;
+    }
+    const Words& words = std::get<Words>(samples);
     auto picture = std::make_shared<Picture>(size, profile);
     float* const values = &picture->data()->r;
-    std::visit(
-        [&](const auto& steps) {
-            using Step = std::remove_reference_t<decltype(steps[0])>;
-            forEachRange(3 * picture->pixelCount(), [&](std::size_t first, std::size_t last) {
-                for (std::size_t i = first; i < last; ++i)
-                    values[i] = static_cast<float>(steps[i]) * kStep<Step>;
-            });
-        },
-        samples);
+    forEachRange(3 * picture->pixelCount(), [&](std::size_t first, std::size_t last) {
+        for (std::size_t i = first; i < last; ++i)
+            values[i] = static_cast<float>(words.data()[i]) * kStep<std::uint16_t>;
+    });
     picture->convertTo(ColorProfileType::melissaRGB());
     return picture;
 }

@@ -85,17 +85,40 @@ int mirrored(int index, int count)
     return within < count ? within : period - 1 - within;
 }
 
+// Vectors of GCC and Clang: the channels of a pixel at once, and the next pixel's first, which is ignored.
+using Floats4 = float __attribute__((vector_size(16)));
+
+ORVO_INLINE Floats4 floatsAt(const float* samples)
+{
+    Floats4 four;
+    std::memcpy(&four, samples, sizeof four);
+    return four;
+}
+
+// As std::max() and std::min(), also for NaN.
+template <typename Value>
+ORVO_INLINE Value greater(Value a, Value b)
+{
+    return a < b ? b : a;
+}
+template <typename Value>
+ORVO_INLINE Value smaller(Value a, Value b)
+{
+    return b < a ? b : a;
+}
+
 // The range for a value between b and c, with outer neighbours a and d. A monotonous run or a step stays within its
 // samples, so it does not ring; a peak or a valley may be more pronounced than its samples.
-ORVO_INLINE float limited(float value, float a, float b, float c, float d)
+template <typename Value>
+ORVO_INLINE Value limited(Value value, Value a, Value b, Value c, Value d)
 {
-    const float outerHigh = std::max(a, d);
-    const float outerLow = std::min(a, d);
-    const float innerHigh = std::max(b, c);
-    const float innerLow = std::min(b, c);
-    const float high = std::max(outerHigh, innerHigh + kPeak * (innerHigh - outerHigh));
-    const float low = std::min(outerLow, innerLow - kPeak * (outerLow - innerLow));
-    return std::min(std::max(value, low), high);
+    const Value outerHigh = greater(a, d);
+    const Value outerLow = smaller(a, d);
+    const Value innerHigh = greater(b, c);
+    const Value innerLow = smaller(b, c);
+    const Value high = greater(outerHigh, innerHigh + kPeak * (innerHigh - outerHigh));
+    const Value low = smaller(outerLow, innerLow - kPeak * (outerLow - innerLow));
+    return smaller(greater(value, low), high);
 }
 
 struct RowTask
@@ -169,17 +192,15 @@ ORVO_INLINE void mixDown(const float* samples, std::ptrdiff_t stride, const floa
     }
 }
 
-// One pixel from the row mixed for it. A vector holds its channels, and the next pixel's first.
+// One pixel from the row mixed for it.
 ORVO_INLINE PixelRGB<float> mixAcross(const float* mixed, const float* weights)
 {
-    constexpr int kVector = 4;
-    float sum[kVector] = {};
+    Floats4 sum{};
     for (int k = 0; k < kTaps; ++k)
-        for (int c = 0; c < kVector; ++c)
-            sum[c] += weights[k] * mixed[k * kChannels + c];
+        sum += weights[k] * floatsAt(mixed + k * kChannels);
     const float* const middle = mixed + kBefore * kChannels;
-    for (int c = 0; c < kChannels; ++c)
-        sum[c] = limited(sum[c], middle[c - kChannels], middle[c], middle[c + kChannels], middle[c + 2 * kChannels]);
+    sum = limited(sum, floatsAt(middle - kChannels), floatsAt(middle), floatsAt(middle + kChannels),
+                  floatsAt(middle + 2 * kChannels));
     return {sum[0], sum[1], sum[2]};
 }
 

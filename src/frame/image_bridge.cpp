@@ -1,6 +1,7 @@
 #include "frame/image_bridge.hpp"
 
 #include "frame/managed_mat.hpp"
+#include "frame/sample_vectors.hpp"
 
 #include <orvo_core/color_transform.hpp>
 #include <orvo_core/detail/vector_code.hpp>
@@ -187,18 +188,6 @@ void copyPartPixel(const Sample* upper, const Sample* lower, float down, const B
                             static_cast<float>(lower[column.near + c]) * weights.nearLower;
         out[c] = static_cast<Sample>(static_cast<std::int32_t>(value));
     }
-}
-
-// Vectors of GCC and Clang: all channels of a pixel at once, and one more sample that is ignored.
-using Samples4 = std::int16_t __attribute__((vector_size(8)));
-using Floats4 = float __attribute__((vector_size(16)));
-using Integers4 = std::int32_t __attribute__((vector_size(16)));
-
-ORVO_INLINE Floats4 floatsAt(const std::int16_t* samples)
-{
-    Samples4 four;
-    std::memcpy(&four, samples, sizeof four);
-    return __builtin_convertvector(__builtin_convertvector(four, Integers4), Floats4); // each step is one instruction
 }
 
 // Colour pixels whose fourth sample, the first of the next pixel, can also be read and written: the same bits as

@@ -1,5 +1,6 @@
 #include "panorama/panorama_warper.hpp"
 
+#include "panorama/bilinear_remap.hpp"
 #include "panorama/map_box.hpp"
 #include "panorama/projection_warpers.hpp"
 #include "panorama/projections.hpp"
@@ -157,7 +158,7 @@ cv::Rect warpByRows(const PanoramaWarper& warper, const cv::Mat& src, const cv::
         const cv::Mat y = maps.y.rowRange(0, last - first);
         fillMaps(rows, src.size(), drawing, first, x, y, inside);
         if (picture)
-            remapPicture(src, picture->rows(first, last), x, y);
+            remapBilinear(src, picture->rows(first, last), x, y);
         if (coverage)
             remapMask(mask, coverage->rows(first, last), x, y);
         if (!distance.empty())

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -54,9 +55,29 @@ struct MatrixLoop
     }
 };
 
+ORVO_VECTOR_CLONES void spreadRGB(const float* pixels, int count, Planes& planes)
+{
+    for (int i = 0; i < count; ++i) {
+        planes.red[i] = pixels[3 * i];
+        planes.green[i] = pixels[3 * i + 1];
+        planes.blue[i] = pixels[3 * i + 2];
+    }
+}
+
+ORVO_VECTOR_CLONES void gatherRGB(const Planes& planes, int count, float* pixels)
+{
+    for (int i = 0; i < count; ++i) {
+        pixels[3 * i] = planes.red[i];
+        pixels[3 * i + 1] = planes.green[i];
+        pixels[3 * i + 2] = planes.blue[i];
+    }
+}
+
 template <int kStride>
 void spread(const float* pixels, int count, Planes& planes)
 {
+    if constexpr (kStride == 3)
+        return spreadRGB(pixels, count, planes);
     for (int i = 0; i < count; ++i) {
         planes.red[i] = pixels[i * kStride];
         planes.green[i] = pixels[i * kStride + 1];
@@ -67,10 +88,27 @@ void spread(const float* pixels, int count, Planes& planes)
 template <int kStride>
 void gather(const Planes& planes, int count, float* pixels)
 {
+    if constexpr (kStride == 3)
+        return gatherRGB(planes, count, pixels);
     for (int i = 0; i < count; ++i) {
         pixels[i * kStride] = planes.red[i];
         pixels[i * kStride + 1] = planes.green[i];
         pixels[i * kStride + 2] = planes.blue[i];
+    }
+}
+
+// For each channel the light of the 256 samples of 8 bits.
+constexpr int kByteSteps = 256;
+constexpr float kByteStep = static_cast<float>(1.0 / (kByteSteps - 1));
+using ByteTables = float[3][kByteSteps];
+
+ORVO_VECTOR_CLONES void lookUp(const std::uint8_t* __restrict samples, const ByteTables& __restrict tables, int count,
+                               Planes& __restrict planes)
+{
+    for (int i = 0; i < count; ++i) {
+        planes.red[i] = tables[0][samples[3 * i]];
+        planes.green[i] = tables[1][samples[3 * i + 1]];
+        planes.blue[i] = tables[2][samples[3 * i + 2]];
     }
 }
 
@@ -146,6 +184,31 @@ public:
         }
     }
 
+    // Whether runBytes() can be called: three channels, and curves that a table holds.
+    [[nodiscard]] bool takesBytes() const { return sourceChannels == 3 && !toXyz; }
+
+    void fillTables(ByteTables& tables) const
+    {
+        for (std::size_t c = 0; c < 3; ++c) {
+            for (int step = 0; step < kByteSteps; ++step)
+                tables[c][step] = static_cast<float>(step) * kByteStep;
+            if (!copies)
+                source->impl().curves[c].decode(tables[c], kByteSteps);
+        }
+    }
+
+    void runBytes(const std::uint8_t* in, const ByteTables& tables, float* out, std::size_t count) const
+    {
+        Planes planes;
+        for (std::size_t begin = 0; begin < count; begin += kBlock) {
+            const int length = static_cast<int>(std::min<std::size_t>(kBlock, count - begin));
+            lookUp(in + 3 * begin, tables, length, planes);
+            if (!copies)
+                convertLight(planes, length);
+            gather<3>(planes, length, out + 3 * begin);
+        }
+    }
+
 private:
     void checkChannels() const
     {
@@ -195,6 +258,11 @@ private:
         if (!toXyz)
             for (int c = 0; c < 3; ++c)
                 source->impl().curves[static_cast<std::size_t>(c)].decode(planes.channel(c), count);
+        convertLight(planes, count);
+    }
+
+    void convertLight(Planes& planes, int count) const
+    {
         runLoop(MatrixLoop{matrix, planes, count});
         if (fromXyz) {
             float xyz[kBlock * 3];
@@ -290,7 +358,10 @@ public:
     Kernel(std::shared_ptr<const ColorProfile> source_, int channels_, std::shared_ptr<const ColorProfile> target_)
         : source(std::move(source_)), target(std::move(target_)), channels(channels_),
           conversion(source.get(), channels, target.get())
-    {}
+    {
+        if (conversion.takesBytes())
+            conversion.fillTables(tables);
+    }
 
     void convert(const float* in, PixelRGB<float>* out, int count) const
     {
@@ -298,11 +369,27 @@ public:
             conversion.run<3>(in, channels, &out->r, static_cast<std::size_t>(count));
     }
 
+    void convert(const std::uint8_t* in, PixelRGB<float>* out, int count) const
+    {
+        if (conversion.takesBytes()) {
+            conversion.runBytes(in, tables, &out->r, static_cast<std::size_t>(std::max(0, count)));
+            return;
+        }
+        float samples[kBlock * 4];
+        for (int begin = 0; begin < count; begin += kBlock) {
+            const int length = std::min(kBlock, count - begin);
+            for (int i = 0; i < length * channels; ++i)
+                samples[i] = static_cast<float>(in[begin * channels + i]) * kByteStep;
+            convert(samples, out + begin, length);
+        }
+    }
+
 private:
     std::shared_ptr<const ColorProfile> source;
     std::shared_ptr<const ColorProfile> target;
     int channels;
     Conversion conversion;
+    ByteTables tables{};
 };
 
 RowConverter::RowConverter(const std::shared_ptr<const ColorProfile>& source, int sourceChannels,
@@ -315,6 +402,11 @@ RowConverter::RowConverter(RowConverter&&) noexcept = default;
 RowConverter& RowConverter::operator=(RowConverter&&) noexcept = default;
 
 void RowConverter::convert(const float* source, PixelRGB<float>* target, int count) const
+{
+    kernel->convert(source, target, count);
+}
+
+void RowConverter::convert(const std::uint8_t* source, PixelRGB<float>* target, int count) const
 {
     kernel->convert(source, target, count);
 }

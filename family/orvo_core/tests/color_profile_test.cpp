@@ -370,6 +370,32 @@ TEST(ColorTransform, MismatchesAreRefused)
     EXPECT_THROW(RowConverter(ColorProfileType::sRGB(), 2, ColorProfileType::sRGB()), std::invalid_argument);
 }
 
+TEST(RowConverter, BytesGiveTheSameAsTheirFloats)
+{
+    constexpr int kCount = 1500; // blocks, and a part of one
+    const std::vector<std::pair<Profile, int>> sources = {{ColorProfileType::sRGB(), 3},
+                                                          {ColorProfileType::melissaRGB(), 3}, // only copied
+                                                          {nullptr, 3},
+                                                          {adobe(), 3},
+                                                          {sampled(), 3},
+                                                          {ColorProfile::fromIcc(grayIcc(2.2)), 1},
+                                                          {ColorProfile::fromIcc(cmykIcc()), 4}};
+    for (const auto& [profile, channels] : sources) {
+        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(channels * kCount));
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = static_cast<std::uint8_t>(i * 37 + i / 256); // every value in every channel
+        std::vector<float> floats(bytes.size());
+        std::transform(bytes.begin(), bytes.end(), floats.begin(),
+                       [](std::uint8_t v) { return static_cast<float>(v) * static_cast<float>(1.0 / 255.0); });
+        const RowConverter converter(profile, channels, ColorProfileType::melissaRGB());
+        Picture expected({kCount, 1}, nullptr);
+        Picture found({kCount, 1}, nullptr);
+        converter.convert(floats.data(), expected.row(0), kCount);
+        converter.convert(bytes.data(), found.row(0), kCount);
+        EXPECT_TRUE(test::bytesEqual(found, expected)) << channels;
+    }
+}
+
 TEST(RowConverter, GrayBecomesNeutral)
 {
     const std::vector<float> samples = {0.0f, 0.25f, 0.5f, 1.0f};

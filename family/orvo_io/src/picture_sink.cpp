@@ -1,5 +1,6 @@
 #include "picture_sink.hpp"
 
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <tbb/task_arena.h>
@@ -40,15 +41,22 @@ float finite(float v) { return v == v ? std::clamp(v, -kLargestSample, kLargestS
 
 // A profile's curves may turn finite numbers into infinities or NaN. Nearly every row is fine, and integers check that
 // fast: without the sign, only infinities and NaN have bits from kInfinity on.
-void repair(PixelRGB<float>* pixels, int count)
+ORVO_VECTOR_CLONES bool areFinite(const float* samples, int count)
 {
     constexpr std::uint32_t kInfinity = 0x7F800000;
     constexpr std::uint32_t kMagnitude = 0x7FFFFFFF;
-    float* const samples = &pixels->r;
     std::uint32_t most = 0;
-    for (int i = 0; i < count * 3; ++i)
-        most = std::max(most, std::bit_cast<std::uint32_t>(samples[i]) & kMagnitude);
-    if (most < kInfinity)
+    for (int i = 0; i < count; ++i) {
+        const std::uint32_t magnitude = std::bit_cast<std::uint32_t>(samples[i]) & kMagnitude;
+        most = magnitude > most ? magnitude : most;
+    }
+    return most < kInfinity;
+}
+
+void repair(PixelRGB<float>* pixels, int count)
+{
+    float* const samples = &pixels->r;
+    if (areFinite(samples, count * 3))
         return;
     for (int i = 0; i < count * 3; ++i)
         samples[i] = std::isfinite(samples[i]) ? samples[i] : finite(samples[i]);
@@ -100,6 +108,13 @@ void expand(const unsigned char* in, const SampleLayout& layout, int count, floa
     case SampleType::Float64:
         return expandTyped(reinterpret_cast<const double*>(in), layout, count, out);
     }
+}
+
+// Whether samples go to the converter as they are.
+bool isPlainBytes(const SampleLayout& layout)
+{
+    return layout.type == SampleType::UInt8 && layout.channels == 3 && layout.colors == 3 && layout.alpha < 0 &&
+           !layout.inverted && layout.full == std::numeric_limits<std::uint8_t>::max();
 }
 
 // Ink without a profile: transmissions multiply.
@@ -191,6 +206,11 @@ void PictureSink::convertRow(int outRow, PixelRGB<float>* target, float* row) co
     const int reduction = settings.reduction;
     const int colors = layout.colors;
     const auto source = [&](int y) { return batch->data() + layout.rowBytes() * static_cast<std::size_t>(y); };
+    if (reduction == 1 && isPlainBytes(layout)) {
+        converter->convert(source(outRow), target, outWidth);
+        repair(target, outWidth);
+        return;
+    }
     float* samples = colors == 3 ? &target->r : row;
     if (reduction == 1) {
         expand(source(outRow), layout, layout.width, samples);

@@ -5,6 +5,7 @@
 #include <orvo_core/color_profile.hpp>
 #include <orvo_core/pixel.hpp>
 
+#include <cstdint>
 #include <memory>
 
 namespace orvo {
@@ -28,6 +29,10 @@ public:
     /// Converts `count` pixels. 1.0 is full scale, and for CMYK full ink. `source` and `target` may be the same memory
     /// for three channels, otherwise they must not overlap.
     void convert(const float* source, PixelRGB<float>* target, int count) const;
+
+    /// The same for samples of 8 bits, as if each were multiplied by the float nearest to 1/255 first. They must not
+    /// overlap the pixels.
+    void convert(const std::uint8_t* source, PixelRGB<float>* target, int count) const;
 
 private:
     class Kernel;

@@ -252,6 +252,8 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
         return false;
     SphereMaps maps(*target, out, {request.unitsPerColumn(), request.unitsPerRow()},
                     {static_cast<float>(rect.x), static_cast<float>(rect.y)});
+    if (run.cancelled())
+        return false;
     const cv::Rect part = sphereRectangle(maps, sphere);
     const cv::Size drawnSize = partSize(part, request);
     if (run.cancelled())

@@ -115,6 +115,7 @@ build_opencv() {
     >"$log" 2>&1 || die "could not fetch $opencv_python_package from PyPI; see $log"
   mkdir "$work/source"
   tar -xf "$work"/opencv-contrib-python-*.tar.gz -C "$work/source" --strip-components=1 || die "the fetched source is damaged; run this script again"
+  leave_out_sources "$work/source" || die "the fetched source is not the expected one; see scripts/opencv-recipe.sh"
   say "  configuring"
   cmake -S "$work/source/opencv" -B "$work/build" -G Ninja -DCMAKE_INSTALL_PREFIX="$prefix" \
     -DOPENCV_EXTRA_MODULES_PATH="$work/source/opencv_contrib/modules" "${opencv_options[@]}" >>"$log" 2>&1 ||

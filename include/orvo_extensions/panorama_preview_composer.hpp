@@ -158,6 +158,9 @@ public:
     /// covered part of it: the picture is smaller than `context.size` where the panorama does not reach the sides. Gray
     /// as above.
     void finalize(CropInfo info, std::function<void(RenderedData)> callback);
+    /// The same picture, drawn for the last time: each loaded picture is freed as soon as it is drawn, so that the peak
+    /// is lower by up to their size. Until pictures are loaded again nothing can be drawn.
+    void finalizeAndRelease(CropInfo info, std::function<void(RenderedData)> callback);
     /// The tilt of the horizon in a picture, in radians, clockwise; 0 if none is found. Runs on the caller's thread.
     [[nodiscard]] float getHorizonAngle(std::shared_ptr<const _ImageData<PixelRGB<float>>> image);
 

@@ -352,6 +352,18 @@ void PanoramaPreviewComposer::finalize(CropInfo info, std::function<void(Rendere
         "finalize"));
 }
 
+void PanoramaPreviewComposer::finalizeAndRelease(CropInfo info, std::function<void(RenderedData)> callback)
+{
+    state->queue.addOperation(operationOn(
+        state,
+        [type = state->projection, info = std::move(info), callback = std::move(callback),
+         signature = functionSignature()](Private& held) {
+            held.stitcher->drawOnceMore();
+            held.finish(type, info, callback, signature);
+        },
+        "finalizeAndRelease"));
+}
+
 float PanoramaPreviewComposer::getHorizonAngle(std::shared_ptr<const _ImageData<PixelRGB<float>>> image)
 {
     if (!image)

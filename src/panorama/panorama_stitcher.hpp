@@ -130,7 +130,7 @@ public:
     /// Draws `rect`, counted from the origin of projectionBounds(), in the current projection and view, at `size`. With
     /// `keepCanvas` the result has exactly this size, and is zero outside the content. Empty if cancelled or if there
     /// is no content. Unless the unrotated sphere is drawn, the required part of the sphere is composed at the same
-    /// resolution and remapped. Peak: that part, two planes of floats and the result.
+    /// resolution and remapped. Peak: that part and the result.
     Panorama makePanorama(const _Rect<int>& rect, const _Size<int>& size, const bool& keepCanvas,
                           CancelFunction cancel);
     /// The overload for the finished picture: `outputSize` is used only if no reprojection is needed.

@@ -4,6 +4,7 @@
 #include "panorama/projections.hpp"
 #include "panorama/stitched_places.hpp"
 
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_core/rgba.hpp>
 #include <orvo_extensions/panorama.hpp>
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -220,7 +222,7 @@ struct Finished
 
 // Composes the content over white and crops the picture to it. Where the sphere was resampled, the rim of the content
 // is mixed with the black beside it and is removed.
-Finished finished(const Panorama& drawn, const PlanePart& part, const PanoramaOutput& output, const cv::Point& origin,
+Finished finished(Panorama drawn, const PlanePart& part, const PanoramaOutput& output, const cv::Point& origin,
                   double radius)
 {
     const WarpType projection = output.projection;
@@ -263,7 +265,12 @@ Finished finished(const Panorama& drawn, const PlanePart& part, const PanoramaOu
         return {};
     if (content.size() == picture->size())
         return {picture, coverage};
-    return {picture->copy(content), coverage ? coverage->copy(content) : nullptr};
+    // Before the picture is there twice.
+    drawn.mask.reset();
+    MemoryManager::instance().trim();
+    if (coverage)
+        coverage = coverage->copy(content);
+    return {picture->copy(content), coverage};
 }
 
 std::shared_ptr<const ImageMetadata> metadataOf(const PictureInput& input)
@@ -305,11 +312,11 @@ Finished drawnAs(const PanoramaOutput& output, PanoramaStitcher& stitcher, const
     if (output.maxSize > 0)
         part.size = finerThan(scaledTo(part.size, output.maxSize), part.size);
     stitcher.drawOnceMore();
-    const Panorama drawn = stitcher.makePanorama(
+    Panorama drawn = stitcher.makePanorama(
         part.rect, part.size, [&run] { return run.cancelled(); }, part.size);
     if (!drawn.image || !drawn.mask || drawn.roi.empty() || run.cancelled())
         return {};
-    Finished result = finished(drawn, part, output, stitcher.projectionBounds().tl(), radius);
+    Finished result = finished(std::move(drawn), part, output, stitcher.projectionBounds().tl(), radius);
     if (!result.picture || output.maxSize == 0)
         return result;
     const _Size<int> size = scaledTo(result.picture->size(), output.maxSize);

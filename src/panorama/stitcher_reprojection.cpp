@@ -5,15 +5,11 @@
 #include "panorama/panorama_stitcher.hpp"
 #include "panorama/projection_warpers.hpp"
 #include "panorama/sampled_box.hpp"
-#include "panorama/warp_rows.hpp"
+#include "panorama/sphere_maps.hpp"
 
 #include <orvo_common/memory_manager.hpp>
-#include <orvo_core/parallel.hpp>
 
 #include <opencv2/imgproc.hpp>
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_group.h>
 
 #include <algorithm>
 #include <cmath>
@@ -22,20 +18,6 @@ namespace orvo {
 namespace {
 
 constexpr float kRotateScale = 0.2f; // of the sphere used during a drag, relative to sphere units
-
-// In its own task group: cancelling the surrounding tasks does not stop a loop half way.
-template <typename Body>
-void parallelRows(int rows, const Body& body)
-{
-    tbb::task_group_context context(tbb::task_group_context::isolated);
-    parallelFor(
-        tbb::blocked_range<int>(0, rows),
-        [&](const tbb::blocked_range<int>& range) {
-            for (int row = range.begin(); row < range.end(); ++row)
-                body(row);
-        },
-        tbb::auto_partitioner(), context);
-}
 
 // The rectangle between two corners, both included; empty if they cross.
 cv::Rect between(int x0, int y0, int x1, int y1)
@@ -125,35 +107,25 @@ cv::Rect outputRectangle(const Reprojection& way, const cv::Rect& roi, double se
                    limited(std::min(static_cast<float>(request.size.height - 1), std::ceil(row(box.v.high)))));
 }
 
-// For each pixel of `out` its position on the sphere, in sphere units.
-void sphereMaps(const PanoramaWarper& target, const cv::Rect& out, const Request& request, cv::Mat& mapX, cv::Mat& mapY)
-{
-    mapX = managedMat(out.height, out.width, CV_32FC1);
-    mapY = managedMat(out.height, out.width, CV_32FC1);
-    const WarpRows rows(target, out.x, out.width, request.unitsPerColumn(), static_cast<float>(request.rect.x));
-    const float sy = request.unitsPerRow();
-    parallelRows(out.height, [&](int row) {
-        const float v = static_cast<float>(out.y + row) * sy + static_cast<float>(request.rect.y);
-        rows.toIntermediate(v, mapX.ptr<float>(row), mapY.ptr<float>(row));
-    });
-}
-
 // The part of the sphere that the maps refer to.
-cv::Rect sphereRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& sphere)
+cv::Rect sphereRectangle(const SphereMaps& maps, const cv::Rect& sphere)
 {
-    std::vector<Span> xs(static_cast<std::size_t>(mapX.rows));
-    std::vector<Span> ys(static_cast<std::size_t>(mapX.rows));
-    parallelRows(mapX.rows, [&](int row) {
-        const float* const x = mapX.ptr<float>(row);
-        const float* const y = mapY.ptr<float>(row);
-        Span xOfRow;
-        Span yOfRow;
-        for (int column = 0; column < mapX.cols; ++column) {
-            xOfRow.take(x[column]);
-            yOfRow.take(y[column]);
+    const cv::Size size = maps.size();
+    std::vector<Span> xs(static_cast<std::size_t>(size.height));
+    std::vector<Span> ys(static_cast<std::size_t>(size.height));
+    maps.forEachStrip({0, size.height}, [&](const cv::Range& strip, const cv::Mat& mapX, const cv::Mat& mapY) {
+        for (int r = 0; r < strip.size(); ++r) {
+            const float* const x = mapX.ptr<float>(r);
+            const float* const y = mapY.ptr<float>(r);
+            Span xOfRow;
+            Span yOfRow;
+            for (int column = 0; column < size.width; ++column) {
+                xOfRow.take(x[column]);
+                yOfRow.take(y[column]);
+            }
+            xs[static_cast<std::size_t>(strip.start + r)] = xOfRow;
+            ys[static_cast<std::size_t>(strip.start + r)] = yOfRow;
         }
-        xs[static_cast<std::size_t>(row)] = xOfRow;
-        ys[static_cast<std::size_t>(row)] = yOfRow;
     });
     Span x;
     Span y;
@@ -182,16 +154,17 @@ cv::Size partSize(const cv::Rect& part, const Request& request)
     return {static_cast<int>(w * k), static_cast<int>(h * k)};
 }
 
-// The pixels of `out` that map into a part of the sphere.
-cv::Rect coveredRectangle(const cv::Mat& mapX, const cv::Mat& mapY, const cv::Rect& out, const cv::Size& part)
+// The pixels that map into a picture of this size.
+cv::Rect coveredRectangle(const SphereMaps& maps, const cv::Size& picture)
 {
-    std::vector<ColumnRange> rows(static_cast<std::size_t>(mapX.rows));
-    parallelRows(mapX.rows, [&](int row) {
-        rows[static_cast<std::size_t>(row)] =
-            columnsInside(mapX.ptr<float>(row), mapY.ptr<float>(row), mapX.cols, part);
+    const cv::Size size = maps.size();
+    std::vector<ColumnRange> rows(static_cast<std::size_t>(size.height));
+    maps.forEachStrip({0, size.height}, [&](const cv::Range& strip, const cv::Mat& x, const cv::Mat& y) {
+        for (int r = 0; r < strip.size(); ++r)
+            rows[static_cast<std::size_t>(strip.start + r)] =
+                columnsInside(x.ptr<float>(r), y.ptr<float>(r), size.width, picture);
     });
-    const cv::Rect box = boxOf(rows);
-    return box.empty() ? cv::Rect() : box + out.tl();
+    return boxOf(rows);
 }
 
 } // namespace
@@ -213,6 +186,8 @@ void PanoramaStitcher::prepareRotateImage()
 Panorama PanoramaStitcher::converted(cv::Mat picture, cv::UMat owner, const cv::Mat& mask, const cv::Rect& shown) const
 {
     Panorama result;
+    if (isLastDrawing)
+        MemoryManager::instance().trim(); // the sphere that was reprojected
     result.image = imageDataFromCVMat(picture);
     picture.release();
     owner.release();
@@ -273,14 +248,13 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
     if (out.empty())
         return true;
 
-    cv::Mat mapX;
-    cv::Mat mapY;
     if (run.cancelled())
         return false;
-    sphereMaps(*target, out, request, mapX, mapY);
+    SphereMaps maps(*target, out, {request.unitsPerColumn(), request.unitsPerRow()},
+                    {static_cast<float>(rect.x), static_cast<float>(rect.y)});
     if (run.cancelled())
         return false;
-    const cv::Rect part = sphereRectangle(mapX, mapY, sphere);
+    const cv::Rect part = sphereRectangle(maps, sphere);
     const cv::Size drawnSize = partSize(part, request);
     if (run.cancelled())
         return false;
@@ -303,26 +277,24 @@ bool PanoramaStitcher::reproject(const cv::Rect& rect, const cv::Size& size, cv:
         return true;
     if (run.cancelled())
         return false;
-    const float fx = static_cast<float>(drawnSize.width) / static_cast<float>(part.width);
-    const float fy = static_cast<float>(drawnSize.height) / static_cast<float>(part.height);
-    parallelRows(mapX.rows, [&](int row) {
-        float* const x = mapX.ptr<float>(row);
-        float* const y = mapY.ptr<float>(row);
-        for (int column = 0; column < mapX.cols; ++column) {
-            x[column] = (x[column] - static_cast<float>(part.x)) * fx - static_cast<float>(drawnRect.x);
-            y[column] = (y[column] - static_cast<float>(part.y)) * fy - static_cast<float>(drawnRect.y);
-        }
-    });
-    if (run.cancelled())
-        return false;
-    const cv::Rect covered = coveredRectangle(mapX, mapY, out, drawnRect.size());
+    maps.moveInto(part, drawnSize, drawnRect.tl());
+    const cv::Rect covered = coveredRectangle(maps, drawnRect.size());
     if (covered.empty())
         return true;
-    const cv::Rect inMaps = covered - out.tl();
-    picture = managedMat(inMaps.height, inMaps.width, CV_16SC3);
-    cv::remap(drawn, picture, mapX(inMaps), mapY(inMaps), cv::INTER_LINEAR, cv::BORDER_REFLECT);
-    cv::remap(drawnMask, mask, mapX(inMaps), mapY(inMaps), cv::INTER_NEAREST, cv::BORDER_CONSTANT);
-    shown = covered;
+    if (run.cancelled())
+        return false;
+    picture = managedMat(covered.height, covered.width, CV_16SC3);
+    mask = managedMat(covered.height, covered.width, CV_8UC1);
+    const cv::Range columns(covered.x, covered.x + covered.width);
+    maps.forEachStrip({covered.y, covered.y + covered.height},
+                      [&](const cv::Range& strip, const cv::Mat& wholeX, const cv::Mat& wholeY) {
+                          const cv::Range rows(strip.start - covered.y, strip.end - covered.y);
+                          const cv::Mat x = wholeX.colRange(columns);
+                          const cv::Mat y = wholeY.colRange(columns);
+                          cv::remap(drawn, picture.rowRange(rows), x, y, cv::INTER_LINEAR, cv::BORDER_REFLECT);
+                          cv::remap(drawnMask, mask.rowRange(rows), x, y, cv::INTER_NEAREST, cv::BORDER_CONSTANT);
+                      });
+    shown = covered + out.tl();
     return true;
 }
 

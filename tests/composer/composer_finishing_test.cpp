@@ -1,6 +1,7 @@
 #include "composer_sets.hpp"
 #include "support/pictures.hpp"
 
+#include <orvo_common/memory_manager.hpp>
 #include <orvo_logger/log_capture.hpp>
 
 #include <gmock/gmock.h>
@@ -139,6 +140,23 @@ TEST_F(ComposerFinishing, FinalizeMayFollowALoadDirectly)
     EXPECT_EQ(picture.image->size(), inside().size());
     EXPECT_EQ(picture.context, (PreviewContext{inside().size(), inside()}));
     EXPECT_EQ(picture.colorProfile, picture.image->colorProfile());
+}
+
+TEST_F(ComposerFinishing, TheLastPictureIsTheSameAndFreesThePictures)
+{
+    CropInfo info;
+    info.context.roi = inside();
+    const RenderedData picture = finalized(composer, info);
+    const std::size_t before = MemoryManager::instance().liveBytes();
+    Answers<RenderedData> answers;
+    composer.finalizeAndRelease(info, [&](RenderedData data) { answers.add(std::move(data)); });
+    const RenderedData last = answers.first();
+    EXPECT_FALSE(last.isPlaceholder);
+    EXPECT_TRUE(sameBytes(*last.image, *picture.image));
+    EXPECT_TRUE(sameBytes(*last.mask, *picture.mask));
+    const std::size_t made = last.image->pixelCount() * (sizeof(PixelRGB<float>) + sizeof(float));
+    EXPECT_LT(MemoryManager::instance().liveBytes(), before + made) << "some picture is free";
+    EXPECT_TRUE(finalized(composer, info).isPlaceholder) << "there is nothing to draw";
 }
 
 TEST_F(ComposerFinishing, FinalizeOfAnotherRegionIsGrayAndSoItIsAfterARender)

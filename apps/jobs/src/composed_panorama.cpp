@@ -261,11 +261,11 @@ private:
         return std::move(answer.data);
     }
 
-    /// Throws what the drawing failed from: gray is never a result.
+    /// The last drawing of the session. Throws what it failed from: gray is never a result.
     [[nodiscard]] RenderedData finalized(const PanoramaPreviewComposer::CropInfo& info)
     {
         const auto mail = std::make_shared<Mailbox<Answer>>();
-        composer.finalize(info, [mail](RenderedData data) { mail->put({std::move(data), lastFailure()}); });
+        composer.finalizeAndRelease(info, [mail](RenderedData data) { mail->put({std::move(data), lastFailure()}); });
         Answer answer = await(*mail);
         if (answer.data.isPlaceholder)
             throw FailureError(

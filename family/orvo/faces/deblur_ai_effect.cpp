@@ -1,6 +1,5 @@
 #include "faces/face_detection.hpp"
 #include "faces/face_restoration.hpp"
-#include "faces/sharpened_faces.hpp"
 
 #include <orvo/deblur_ai_effect.hpp>
 #include <orvo_common/part_progress.hpp>
@@ -318,12 +317,6 @@ std::shared_ptr<Picture> sharpened(const std::string& id, const std::shared_ptr<
 
 } // namespace
 
-std::shared_ptr<Picture> details::sharpenedFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
-                                                 float amount, bool profiles, bool features, const RunControl& control)
-{
-    return sharpened(id, image, amount, profiles, features, control, [&image] { return image->copy({}); });
-}
-
 std::shared_ptr<Picture> DeblurAIEffect::withDeblurredFaces(const std::string& id, std::shared_ptr<Picture> image,
                                                             float amount, bool profiles, bool features,
                                                             const RunControl& run)
@@ -335,13 +328,13 @@ std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, cons
                                                      float amount, bool profiles, bool features,
                                                      const std::atomic<bool>* cancel)
 {
-    return details::sharpenedFaces(id, image, amount, profiles, features, RunControl(cancel));
+    return deblurFaces(id, image, amount, profiles, features, RunControl(cancel));
 }
 
 std::shared_ptr<Picture> DeblurAIEffect::deblurFaces(const std::string& id, const std::shared_ptr<const Picture>& image,
                                                      float amount, bool profiles, bool features, const RunControl& run)
 {
-    return details::sharpenedFaces(id, image, amount, profiles, features, run);
+    return sharpened(id, image, amount, profiles, features, run, [&image] { return image->copy({}); });
 }
 
 } // namespace orvo

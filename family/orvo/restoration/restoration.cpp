@@ -1,8 +1,8 @@
-#include "faces/sharpened_faces.hpp"
 #include "restoration/blur_reduction.hpp"
 #include "restoration/noise_reduction.hpp"
 #include "restoration/steps.hpp"
 
+#include <orvo/deblur_ai_effect.hpp>
 #include <orvo/finishing.hpp>
 #include <orvo/restoration.hpp>
 #include <orvo_common/part_progress.hpp>
@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 
 namespace orvo {
 namespace {
@@ -74,8 +75,8 @@ std::shared_ptr<Picture> restored(const Picture& picture, const RestorationSetti
     contrast.goOn(1.0);
     backInPlace(*work);
     if (const float amount = limited(settings.faces); amount > 0.0f) {
-        work = details::sharpenedFaces("restoration", work, amount, true, true,
-                                       partOf(control, static_cast<float>(kFacesFrom), 1.0f));
+        work = DeblurAIEffect::withDeblurredFaces("restoration", std::move(work), amount, true, true,
+                                                  partOf(control, static_cast<float>(kFacesFrom), 1.0f));
         if (!work)
             throw FailureError(cancelledFailure());
     }

@@ -1,5 +1,7 @@
 #include "bracket/lanczos_warp.hpp"
 
+#include "frame/sample_vectors.hpp"
+
 #include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -83,16 +85,6 @@ int mirrored(int index, int count)
     const int period = 2 * count;
     const int within = (index % period + period) % period;
     return within < count ? within : period - 1 - within;
-}
-
-// Vectors of GCC and Clang: the channels of a pixel at once, and the next pixel's first, which is ignored.
-using Floats4 = float __attribute__((vector_size(16)));
-
-ORVO_INLINE Floats4 floatsAt(const float* samples)
-{
-    Floats4 four;
-    std::memcpy(&four, samples, sizeof four);
-    return four;
 }
 
 // As std::max() and std::min(), also for NaN.

@@ -12,6 +12,13 @@ using Samples4 = std::int16_t __attribute__((vector_size(8)));
 using Floats4 = float __attribute__((vector_size(16)));
 using Integers4 = std::int32_t __attribute__((vector_size(16)));
 
+ORVO_INLINE Floats4 floatsAt(const float* samples)
+{
+    Floats4 four;
+    std::memcpy(&four, samples, sizeof four);
+    return four;
+}
+
 ORVO_INLINE Floats4 floatsAt(const std::int16_t* samples)
 {
     Samples4 four;

@@ -228,9 +228,11 @@ void printHalvings(const std::filesystem::path& folder, const std::string& only)
 {
     std::printf("\n%-18s%14s%14s%8s%8s%8s%8s%18s\n", "reduced by", "Catmull-Rom", "cubic -0.75", "ours", "least",
                 "most", "crisp", "ours over cubic");
+    bool isKnown = false;
     for (const Reduction& reduction : reductions()) {
         if (!only.empty() && reduction.name != only)
             continue;
+        isKnown = true;
         double plain = 0.0;
         double cubic = 0.0;
         double crisp = 0.0;
@@ -252,6 +254,8 @@ void printHalvings(const std::filesystem::path& folder, const std::string& only)
                     *least, *most, crisp, mean - std::max(0.0, cubic));
         std::fflush(stdout);
     }
+    if (!isKnown)
+        throw std::runtime_error("there is no reduction by " + only);
 }
 
 constexpr int kPart = 160;   // pixels of the truth in a cell of the sheet

@@ -12,6 +12,7 @@ opencv_python_package=opencv-contrib-python==4.7.0.72
 opencv_modules=core,imgproc,photo,features2d,calib3d,flann,video,xfeatures2d,stitching,dnn,objdetect
 opencv_options=(
   -DCMAKE_BUILD_TYPE=Release
+  -DCMAKE_CXX_FLAGS=-fno-math-errno  # roundings of SURF and of registration are instructions instead of calls
   -DBUILD_LIST="$opencv_modules"
   -DOPENCV_ENABLE_NONFREE=ON
   -DWITH_TBB=ON -DWITH_OPENCL=ON -DWITH_EIGEN=ON

@@ -2,8 +2,11 @@
 #include "frame/call_frame.hpp"
 
 #include <orvo/bracket_exposure.hpp>
+#include <orvo_core/parallel.hpp>
 #include <orvo_extensions/bracket.hpp>
 #include <orvo_io/image_reader.hpp>
+
+#include <algorithm>
 
 namespace orvo {
 namespace {
@@ -13,22 +16,27 @@ constexpr int kThumbnailSide = 32;
 
 using PathsAndEVs = std::pair<std::vector<std::filesystem::path>, std::vector<float>>;
 
+// Files are read on all cores, but only so many at a time: the reader keeps the coefficients of a progressive file.
+constexpr std::size_t kFilesAtOnce = 4;
+
+HDRFrame readFrame(const std::filesystem::path& path)
+{
+    HDRFrame frame;
+    frame.path = path;
+    frame.metadata = ImageReader::readMetadata(path);
+    frame.image = ImageReader::instance().getThumbnailBySide(path, kThumbnailSide, true, nullptr, {});
+    if (!frame.image)
+        details::stateLastFailure({FailureKind::UnreadableFile, path, "cannot create a thumbnail"});
+    return frame;
+}
+
 PathsAndEVs sortedByExposure(const std::vector<std::filesystem::path>& paths)
 {
-    std::vector<HDRFrame> frames;
-    for (const auto& path : paths) {
-        auto metadata = ImageReader::readMetadata(path);
-        auto thumbnail = ImageReader::instance().getThumbnailBySide(path, kThumbnailSide, true, nullptr, {});
-        if (!thumbnail) {
-            details::stateLastFailure({FailureKind::UnreadableFile, path, "cannot create a thumbnail"});
-            continue;
-        }
-        HDRFrame frame;
-        frame.path = path;
-        frame.image = std::move(thumbnail);
-        frame.metadata = std::move(metadata);
-        frames.push_back(std::move(frame));
-    }
+    std::vector<HDRFrame> frames(paths.size());
+    for (std::size_t first = 0; first < paths.size(); first += kFilesAtOnce)
+        forEachItem(std::min(kFilesAtOnce, paths.size() - first),
+                    [&](std::size_t i) { frames[first + i] = readFrame(paths[first + i]); });
+    std::erase_if(frames, [](const HDRFrame& frame) { return !frame.image; });
     fillEVsAndSort(frames);
     PathsAndEVs sorted;
     for (const HDRFrame& frame : frames) {

@@ -3,10 +3,11 @@
 #include "sorted_frames.hpp"
 
 #include <orvo_core/image.hpp>
+#include <orvo_core/parallel.hpp>
 #include <orvo_io/image_reader.hpp>
 
 #include <algorithm>
-#include <cstdlib>
+#include <optional>
 
 namespace orvo::jobs {
 namespace {
@@ -36,21 +37,24 @@ double shareWithoutContent(const _ImageData<PixelRGB<float>>& picture)
 std::size_t ghostReferenceOf(const std::vector<BracketFrame>& frames)
 {
     const std::size_t middle = frames.size() / 2;
+    std::vector<std::size_t> candidates; // the first of the best is chosen
+    for (const std::size_t i : {middle, middle > 0 ? middle - 1 : frames.size(), middle + 1})
+        if (i < frames.size())
+            candidates.push_back(i);
+    std::vector<std::optional<double>> lost(candidates.size()); // empty without a thumbnail
+    forEachItem(candidates.size(), [&](std::size_t i) {
+        const auto thumbnail =
+            ImageReader::instance().getThumbnailBySide(frames[candidates[i]].path, kThumbnailSide, false, nullptr, {});
+        if (thumbnail)
+            lost[i] = shareWithoutContent(*thumbnail) + (candidates[i] == middle ? 0.0 : kBetter);
+    });
     std::size_t best = middle;
     double least = 1.0 + kBetter;
-    for (const std::size_t i : {middle, middle - std::min<std::size_t>(middle, 1), middle + 1}) {
-        if (i >= frames.size() || (i == best && i != middle))
-            continue;
-        const auto thumbnail =
-            ImageReader::instance().getThumbnailBySide(frames[i].path, kThumbnailSide, false, nullptr, {});
-        if (!thumbnail)
-            continue;
-        const double lost = shareWithoutContent(*thumbnail) + (i == middle ? 0.0 : kBetter);
-        if (lost < least) {
-            least = lost;
-            best = i;
+    for (std::size_t i = 0; i < candidates.size(); ++i)
+        if (lost[i] && *lost[i] < least) {
+            least = *lost[i];
+            best = candidates[i];
         }
-    }
     return best;
 }
 

@@ -182,30 +182,31 @@ unsigned reducedEighths(const jpeg_decompress_struct& info, const ReadJob& job)
     return kWhole;
 }
 
-void decodeRows(Decoder& decoder, PictureSink& sink, int height)
+void decodeRows(Decoder& decoder, PictureSink& sink)
 {
-    std::array<JSAMPROW, 64> rows;
-    while (sink.rowsDone() < height) {
-        int requested = static_cast<int>(rows.size());
-        unsigned char* const memory = sink.nextRows(requested);
+    int done = 0;
+    sink.takeAll([&](unsigned char* memory, int requested) {
         const std::size_t rowBytes = static_cast<std::size_t>(decoder.state.info.output_width) *
                                      static_cast<std::size_t>(decoder.state.info.output_components);
-        for (int i = 0; i < requested; ++i)
-            rows[static_cast<std::size_t>(i)] = memory + static_cast<std::size_t>(i) * rowBytes;
         int got = 0;
-        const bool well = decoder.state.attempt([&decoder, &rows, &got, requested] {
-            while (got < requested)
-                got += static_cast<int>(jpeg_read_scanlines(&decoder.state.info, rows.data() + got,
-                                                            static_cast<JDIMENSION>(requested - got)));
+        const bool well = decoder.state.attempt([&decoder, &got, memory, rowBytes, requested] {
+            std::array<JSAMPROW, 64> rows;
+            while (got < requested) {
+                const int wanted = std::min(requested - got, static_cast<int>(rows.size()));
+                for (int i = 0; i < wanted; ++i)
+                    rows[static_cast<std::size_t>(i)] = memory + static_cast<std::size_t>(got + i) * rowBytes;
+                got += static_cast<int>(
+                    jpeg_read_scanlines(&decoder.state.info, rows.data(), static_cast<JDIMENSION>(wanted)));
+            }
         });
-        sink.commit(got);
+        done += got;
         if (!well) {
             if (!decoder.state.damaged)
-                decoder.state.rowsAtDamage = sink.rowsDone();
+                decoder.state.rowsAtDamage = done;
             decoder.state.damaged = true;
-            return;
         }
-    }
+        return got;
+    });
 }
 
 // A block of 8 x 8 takes at least one bit; with chroma at a quarter of the size that makes 1.5 bits for 64 pixels.
@@ -249,7 +250,7 @@ ReadAnswer readJpeg(const SourceFile& file, const ReadJob& job)
     layout.width = static_cast<int>(info.output_width);
     layout.height = static_cast<int>(info.output_height);
     PictureSink sink = makeSink(layout, job, answer.facts, profile);
-    decodeRows(decoder, sink, layout.height);
+    decodeRows(decoder, sink);
     if (decoder.state.damaged) {
         const int stored =
             answer.facts.orientation >= 5 ? answer.facts.record.size.width : answer.facts.record.size.height;

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace orvo::io {
 namespace {
@@ -189,16 +190,43 @@ void PictureSink::flush()
     if (filled == 0)
         return;
     settings.run->throwIfCancelled();
-    const int outRows = (filled - 1) / settings.reduction + 1;
     // Isolated: while waiting here, a thread must not start another file of an outer loop and hold both in memory.
-    tbb::this_task_arena::isolate([&] {
-        if (swapsAxes(settings.orientation))
-            storeTurned(outRows);
-        else
-            storeStraight(outRows);
-    });
+    tbb::this_task_arena::isolate([&] { store(); });
     firstOfBatch += filled;
     filled = 0;
+}
+
+void PictureSink::store()
+{
+    const int outRows = (filled - 1) / settings.reduction + 1;
+    if (swapsAxes(settings.orientation))
+        storeTurned(outRows);
+    else
+        storeStraight(outRows);
+}
+
+void PictureSink::takeAll(const RowReader& read)
+{
+    std::optional<ManagedPlane<unsigned char>> next(std::in_place,
+                                                    layout.rowBytes() * static_cast<std::size_t>(batchRows));
+    const auto rowsFrom = [&](int first) { return std::min(batchRows, layout.height - first); };
+    filled = read(batch->data(), rowsFrom(firstOfBatch));
+    while (filled == batchRows && rowsDone() < layout.height) {
+        settings.run->throwIfCancelled();
+        int ahead = 0;
+        // Isolated like a flush.
+        tbb::this_task_arena::isolate([&] {
+            forEachItem(2, [&](std::size_t part) {
+                if (part == 0)
+                    ahead = read(next->data(), rowsFrom(rowsDone()));
+                else
+                    store();
+            });
+        });
+        std::swap(batch, next);
+        firstOfBatch += filled;
+        filled = ahead;
+    }
 }
 
 void PictureSink::convertRow(int outRow, PixelRGB<float>* target, float* row) const

@@ -7,6 +7,7 @@
 #include <orvo_core/image_data.hpp>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -63,12 +64,20 @@ public:
     // Copies one row in.
     void put(const void* row);
 
+    // Fills `rows` consecutive rows, and returns how many; fewer end the picture. Calls do not overlap, but may come
+    // from any thread.
+    using RowReader = std::function<int(unsigned char* memory, int rows)>;
+    // Takes all rows from `read`, which reads a batch while the one before is converted. Holds one more batch
+    // meanwhile. Throws FailureError on cancel.
+    void takeAll(const RowReader& read);
+
     [[nodiscard]] int rowsDone() const { return firstOfBatch + filled; }
     // The picture, with missing rows black.
     [[nodiscard]] std::shared_ptr<RGBPicture> finish();
 
 private:
     void flush();
+    void store(); // the filled rows
     void convertRow(int outRow, PixelRGB<float>* target, float* scratch) const;
     void storeStraight(int rows);
     void storeTurned(int rows);

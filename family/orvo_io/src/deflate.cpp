@@ -25,7 +25,7 @@ void deflateWhole(std::span<const unsigned char> in, std::vector<unsigned char>&
     out.resize(libdeflate_zlib_compress(compressor.get(), in.data(), in.size(), out.data(), out.size()));
 }
 
-void deflatePart(std::span<const unsigned char> in, int level, bool last, DeflatedPart& out)
+void deflatePart(std::span<const unsigned char> in, int level, bool last, CompressedPart& out)
 {
     constexpr int kRawWindow = -15; // raw deflate, without zlib's header and checksum
     constexpr int kMemory = 8;      // zlib's default

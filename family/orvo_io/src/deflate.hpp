@@ -12,7 +12,7 @@ namespace orvo::io {
 void deflateWhole(std::span<const unsigned char> in, std::vector<unsigned char>& out);
 
 // A part of a zlib stream.
-struct DeflatedPart
+struct CompressedPart
 {
     std::vector<unsigned char> bytes; // raw deflate; ends at a whole byte
     std::uint32_t checksum = 1;       // Adler-32 of the part's input
@@ -22,7 +22,7 @@ struct DeflatedPart
 
 // Compresses one part of a longer stream; the last one ends it. Parts do not refer to each other, so they can be
 // compressed in any order. `level`: zlib's, 1 to 9. Throws std::bad_alloc.
-void deflatePart(std::span<const unsigned char> in, int level, bool last, DeflatedPart& out);
+void deflatePart(std::span<const unsigned char> in, int level, bool last, CompressedPart& out);
 
 // The first two bytes of a zlib stream.
 inline constexpr unsigned char kZlibHeader[] = {0x78, 0x01};

@@ -20,10 +20,10 @@ int PartCompressor::rowsPerPart(std::size_t rowBytes, int rows)
     return static_cast<int>(std::clamp<std::size_t>(kPartBytes / rowBytes, 1, static_cast<std::size_t>(rows)));
 }
 
-PartCompressor::PartCompressor(std::size_t rowBytes_, int rows_,
-                               std::function<void(const PartRows&, DeflatedPart&)> compress_,
-                               std::function<void(int, DeflatedPart&)> emit_)
-    : rowBytes(rowBytes_), rows(rows_), perPart(rowsPerPart(rowBytes, rows)),
+PartCompressor::PartCompressor(std::size_t rowBytes_, int rows_, int rowsPerPart_,
+                               std::function<void(const PartRows&, CompressedPart&)> compress_,
+                               std::function<void(int, CompressedPart&)> emit_)
+    : rowBytes(rowBytes_), rows(rows_), perPart(rowsPerPart_),
       perBand(static_cast<int>(std::min<std::int64_t>(std::int64_t{perPart} * kPartsPerBand, rows))),
       compress(std::move(compress_)), emit(std::move(emit_)), band(rowBytes * (static_cast<std::size_t>(perBand) + 1)),
       parts(static_cast<std::size_t>((perBand + perPart - 1) / perPart))
@@ -45,7 +45,8 @@ void PartCompressor::flush()
         forEachRow(count, [&](int i) {
             const int first = i * perPart;
             const int end = std::min(first + perPart, inBand);
-            compress({rowAt(first), end - first, rowsDone + end == rows}, parts[static_cast<std::size_t>(i)]);
+            compress({rowAt(first), end - first, partsDone + i, rowsDone + end == rows},
+                     parts[static_cast<std::size_t>(i)]);
         });
     });
     for (int i = 0; i < count; ++i)

@@ -17,6 +17,7 @@ struct PartRows
 {
     unsigned char* first;
     int count;
+    int index; // of the part
     bool last; // of the picture
 };
 
@@ -28,9 +29,11 @@ public:
 
     [[nodiscard]] static int rowsPerPart(std::size_t rowBytes, int rows);
 
-    // `compress` runs in parallel for the parts of a band, `emit` on the caller's thread, in order.
-    PartCompressor(std::size_t rowBytes, int rows, std::function<void(const PartRows&, DeflatedPart&)> compress,
-                   std::function<void(int index, DeflatedPart&)> emit);
+    // `rowsPerPart`: see above. `compress` runs in parallel for the parts of a band, `emit` on the caller's thread, in
+    // order.
+    PartCompressor(std::size_t rowBytes, int rows, int rowsPerPart,
+                   std::function<void(const PartRows&, CompressedPart&)> compress,
+                   std::function<void(int index, CompressedPart&)> emit);
 
     // The memory of the next row, from top to bottom; commit() adds the row. The last one flushes everything.
     [[nodiscard]] unsigned char* nextRow() { return rowAt(inBand); }
@@ -44,10 +47,10 @@ private:
     int rows;
     int perPart;
     int perBand;
-    std::function<void(const PartRows&, DeflatedPart&)> compress;
-    std::function<void(int, DeflatedPart&)> emit;
+    std::function<void(const PartRows&, CompressedPart&)> compress;
+    std::function<void(int, CompressedPart&)> emit;
     ManagedPlane<unsigned char> band; // the row above the band, then its rows
-    std::vector<DeflatedPart> parts;
+    std::vector<CompressedPart> parts;
     int inBand = 0;
     int rowsDone = 0; // of earlier bands
     int partsDone = 0;

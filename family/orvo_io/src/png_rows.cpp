@@ -37,8 +37,9 @@ PngRows::PngRows(std::size_t rowBytes_, std::size_t pixelBytes_, int bits_, int 
                  std::function<void(std::span<const unsigned char>)> write_)
     : rowBytes(rowBytes_), pixelBytes(pixelBytes_), bits(bits_), level(level_), write(std::move(write_)),
       compressor(
-          rowBytes_, rows, [this](const PartRows& part, DeflatedPart& out) { compress(part, out); },
-          [this](int, const DeflatedPart& part) { emit(part); })
+          rowBytes_, rows, PartCompressor::rowsPerPart(rowBytes_, rows),
+          [this](const PartRows& part, CompressedPart& out) { compress(part, out); },
+          [this](int, const CompressedPart& part) { emit(part); })
 {}
 
 void PngRows::commit()
@@ -51,7 +52,7 @@ void PngRows::commit()
     compressor.commit();
 }
 
-void PngRows::compress(const PartRows& part, DeflatedPart& out) const
+void PngRows::compress(const PartRows& part, CompressedPart& out) const
 {
     const std::size_t filteredBytes = rowBytes + 1;
     std::vector<unsigned char> filtered(filteredBytes * static_cast<std::size_t>(part.count));
@@ -62,7 +63,7 @@ void PngRows::compress(const PartRows& part, DeflatedPart& out) const
     deflatePart(filtered, level, part.last, out);
 }
 
-void PngRows::emit(const DeflatedPart& part)
+void PngRows::emit(const CompressedPart& part)
 {
     chunk.clear();
     if (!std::exchange(begun, true))

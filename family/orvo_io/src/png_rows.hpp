@@ -25,8 +25,8 @@ public:
     void commit();
 
 private:
-    void compress(const PartRows& part, DeflatedPart& out) const;
-    void emit(const DeflatedPart& part);
+    void compress(const PartRows& part, CompressedPart& out) const;
+    void emit(const CompressedPart& part);
 
     std::size_t rowBytes;
     std::size_t pixelBytes;

@@ -138,8 +138,8 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
     TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     const std::uint64_t rowBytes = pixelBytes / height;
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
-                 static_cast<std::uint32_t>(PartCompressor::rowsPerPart(rowBytes, picture.height())));
+    const int rowsPerStrip = PartCompressor::rowsPerPart(rowBytes, picture.height());
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, static_cast<std::uint32_t>(rowsPerStrip));
     const auto& icc = settings.profile->icc();
     if (!icc.empty())
         TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(icc.size()), icc.data());
@@ -148,8 +148,8 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
     RowSource source(picture, settings.profile, settings.bits == 8 ? RowFormat::Bits8 : RowFormat::Bits16, run,
                      settings.alpha.get());
     PartCompressor strips(
-        rowBytes, picture.height(),
-        [&](const PartRows& strip, DeflatedPart& out) {
+        rowBytes, picture.height(), rowsPerStrip,
+        [&](const PartRows& strip, CompressedPart& out) {
             for (int y = 0; y < strip.count; ++y) {
                 unsigned char* const row = strip.first + rowBytes * static_cast<std::uint64_t>(y);
                 if (settings.bits == 8)
@@ -159,7 +159,7 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
             }
             deflateWhole({strip.first, rowBytes * static_cast<std::uint64_t>(strip.count)}, out.bytes);
         },
-        [&](int index, DeflatedPart& strip) {
+        [&](int index, CompressedPart& strip) {
             check(TIFFWriteRawStrip(tiff, static_cast<std::uint32_t>(index), strip.bytes.data(),
                                     static_cast<tmsize_t>(strip.bytes.size())) >= 0);
         });

@@ -6,6 +6,7 @@
 #include <exiv2/exiv2.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <jpeglib.h>
 #include <sys/resource.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -13,8 +14,10 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
+#include <cstdlib>
 #include <limits>
 #include <random>
+#include <vector>
 
 namespace orvo::test {
 namespace {
@@ -443,6 +446,62 @@ TEST_F(ImageWriterTest, LargePicturesComeBackExactly)
             ASSERT_TRUE(read) << name;
             EXPECT_LE(worstDifference(*read, *picture), 0.5 / ((1 << bits) - 1) + 1e-6) << name << bits;
         }
+}
+
+// libjpeg's own file of a picture in sRGB, encoded in one piece.
+Bytes encodedByLibjpeg(const Picture& picture, int quality)
+{
+    jpeg_compress_struct info = {};
+    jpeg_error_mgr errors = {};
+    info.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&info);
+    unsigned char* bytes = nullptr;
+    unsigned long count = 0;
+    jpeg_mem_dest(&info, &bytes, &count);
+    info.image_width = static_cast<JDIMENSION>(picture.width());
+    info.image_height = static_cast<JDIMENSION>(picture.height());
+    info.input_components = 3;
+    info.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&info);
+    jpeg_set_quality(&info, quality, TRUE);
+    if (quality >= 90)
+        info.comp_info[0].h_samp_factor = info.comp_info[0].v_samp_factor = 1;
+    jpeg_start_compress(&info, TRUE);
+    std::vector<unsigned char> row(3 * static_cast<std::size_t>(picture.width()));
+    for (int y = 0; y < picture.height(); ++y) {
+        const float* const samples = &picture.row(y)->r;
+        for (std::size_t i = 0; i < row.size(); ++i)
+            row[i] = static_cast<unsigned char>(samples[i] * 255.0f + 0.5f);
+        JSAMPROW line = row.data();
+        jpeg_write_scanlines(&info, &line, 1);
+    }
+    jpeg_finish_compress(&info);
+    const Bytes encoded(bytes, bytes + count);
+    jpeg_destroy_compress(&info);
+    std::free(bytes);
+    return encoded;
+}
+
+// Encoded in parts: the pixels are those of one piece, with chroma at either resolution and an incomplete last block. A
+// file of one part has the same bytes.
+TEST_F(ImageWriterTest, JpegInPartsHasThePixelsOfOnePiece)
+{
+    for (const _Size<int> size : {_Size<int>(2001, 1003), _Size<int>(37, 5000), _Size<int>(90, 71)}) {
+        const auto picture = gradient(size.width, size.height, 255);
+        std::minstd_rand random(1);
+        for (std::size_t i = 0; i < picture->pixelCount(); i += 3)
+            picture->data()[i].g = static_cast<float>(random() % 256u) / 255.0f;
+        for (const int quality : {75, 95}) {
+            ImageWriteSettings settings = writeSettingsForPath("a.jpg");
+            settings.jpegQuality = quality;
+            ASSERT_TRUE(writeImage(folder / "a.jpg", *picture, settings));
+            writeBytes(folder / "one.jpg", encodedByLibjpeg(*picture, quality));
+            const auto parts = openAsSRGB(folder / "a.jpg");
+            const auto one = openAsSRGB(folder / "one.jpg");
+            ASSERT_TRUE(parts && one);
+            EXPECT_EQ(worstDifference(*parts, *one), 0.0) << size.width << " " << quality;
+        }
+    }
 }
 
 TEST_F(ImageWriterTest, NoSecondPlane)

@@ -63,19 +63,32 @@ struct Block
     float out[3][kBlockPixels];
 };
 
+/// Two neighbours of a table, which one load of 64 bits takes.
+struct TablePair
+{
+    float low, high;
+};
+
+/// In three loops: compilers leave a loop that reads tables at computed places in single steps.
 ORVO_INLINE void lookUpBlock(Block& block, const float* __restrict tables)
 {
     for (std::size_t c = 0; c < 3; ++c) {
         const float* const table = tables + c * kTableSize;
+        int indices[kBlockPixels];
+        float beyond[kBlockPixels];
+        TablePair pairs[kBlockPixels];
         for (std::size_t i = 0; i < kBlockPixels; ++i) {
             const float v = block.in[c][i];
             const float root = std::sqrt(v > 0.0f ? v : 0.0f);
             const float place = (root < kLargestRoot ? root : kLargestRoot) * kPerRoot;
             const float whole = place < static_cast<float>(kTableSize - 2) ? place : static_cast<float>(kTableSize - 2);
-            const int index = static_cast<int>(whole);
-            const float low = table[index];
-            block.out[c][i] = low + (place - static_cast<float>(index)) * (table[index + 1] - low);
+            indices[i] = static_cast<int>(whole);
+            beyond[i] = place - static_cast<float>(indices[i]);
         }
+        for (std::size_t i = 0; i < kBlockPixels; ++i)
+            std::memcpy(&pairs[i], table + indices[i], sizeof(TablePair));
+        for (std::size_t i = 0; i < kBlockPixels; ++i)
+            block.out[c][i] = pairs[i].low + beyond[i] * (pairs[i].high - pairs[i].low);
     }
 }
 
@@ -125,9 +138,14 @@ ORVO_VECTOR_CLONES void applyTables(const float* from, float* to, std::size_t pi
     for (std::size_t first = 0; first < pixels; first += kBlockPixels) {
         const std::size_t count = std::min(kBlockPixels, pixels - first);
         const float* const samples = from + 3 * first;
-        for (std::size_t c = 0; c < 3; ++c)
-            for (std::size_t i = 0; i < kBlockPixels; ++i)
-                block.in[c][i] = i < count ? samples[3 * i + c] : 0.0f;
+        if (count < kBlockPixels)
+            for (auto& channel : block.in)
+                std::fill(channel, channel + kBlockPixels, 0.0f);
+        for (std::size_t i = 0; i < count; ++i) {
+            block.in[0][i] = samples[3 * i];
+            block.in[1][i] = samples[3 * i + 1];
+            block.in[2][i] = samples[3 * i + 2];
+        }
         lookUpBlock(block, tables);
         bool nearWhite = false;
         for (const auto& channel : block.in)
@@ -135,9 +153,11 @@ ORVO_VECTOR_CLONES void applyTables(const float* from, float* to, std::size_t pi
         if (nearWhite)
             whitenBlock(block, clippedTone);
         float* const target = to + 3 * first;
-        for (std::size_t i = 0; i < count; ++i)
-            for (std::size_t c = 0; c < 3; ++c)
-                target[3 * i + c] = block.out[c][i];
+        for (std::size_t i = 0; i < count; ++i) {
+            target[3 * i] = block.out[0][i];
+            target[3 * i + 1] = block.out[1][i];
+            target[3 * i + 2] = block.out[2][i];
+        }
     }
 }
 

@@ -26,7 +26,7 @@ die() { printf 'bootstrap: %s\n' "$*" >&2; exit 1; }
 
 packages=(
   ca-certificates g++ g++-mingw-w64-x86-64-posix cmake ninja-build ccache pkg-config git python3 python3-venv
-  libtbb-dev libeigen3-dev libprotobuf-dev protobuf-compiler zlib1g-dev libdeflate-dev
+  libtbb-dev libeigen3-dev libprotobuf-dev protobuf-compiler zlib1g-dev libisal-dev
   libraw-dev libexiv2-dev liblensfun-dev libglib2.0-dev liblcms2-dev libheif-dev
   libjpeg-dev libpng-dev libtiff-dev libwebp-dev libopenexr-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev

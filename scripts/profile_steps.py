@@ -19,7 +19,7 @@ import tempfile
 STEPS = [
     ("decode and convert the files", r"io::read|PictureSink|ImageReader|loadFrame|loadPanoramaFrame|cvMatThroughWorkingSpace"
                                      r"|RoundTrip|KeptPicture|toSteps|libjpeg|isGray"),
-    ("encode and write", r"PartCompressor|libdeflate|RowSource|io::write|writeImage"),
+    ("encode and write", r"PartCompressor|libisal|RowSource|io::write|writeImage"),
     ("describe and find features", r"SURF|detectKeypoints|computeImageFeatures|PanoramaStitcher::findFeatures"),
     ("match features", r"BatchDist|BFMatcher|cvflann|flann::|FeaturesMatcher|knnMatch|matchBothWays|findHomography|estimatePair"),
     ("register finely", r"registerFinely|equationsOf|warpStructure|lumaOf|structureAt|halved|placeFrames|structureOf\(orvo::_Image"),

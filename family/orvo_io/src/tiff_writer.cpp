@@ -133,7 +133,7 @@ void writeTiff(OutputFile& file, const _ImageData<PixelRGB<float>>& picture, con
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-    // Deflate with horizontal differencing: about two thirds of the size of LZW at 16 bit, and no slower at level 1.
+    // Deflate with horizontal differencing: about two thirds of the size of LZW at 16 bit, and quicker.
     // Strips are compressed here, on all cores; libtiff compresses on one.
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
     TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);

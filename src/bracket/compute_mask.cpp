@@ -1,5 +1,6 @@
 #include "bracket/compute_mask.hpp"
 
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 #include <orvo_image_processing/fast_blur.hpp>
@@ -28,9 +29,10 @@ constexpr int kHalo = 2 * kSmoothRadius;
 // Rows of cells that share the source rows between them: a curve is applied once to each, and they stay in the cache.
 constexpr int kRowsTogether = 4;
 
-std::int16_t quantised(float mean)
+ORVO_INLINE std::int16_t quantised(float mean)
 {
-    const float limited = mean > 0.0f ? std::min(mean, 1.0f) : 0.0f; // also maps NaN to 0
+    const float positive = mean > 0.0f ? mean : 0.0f; // also maps NaN to 0
+    const float limited = positive < 1.0f ? positive : 1.0f;
     return static_cast<std::int16_t>(limited * grfx::kGray16White);
 }
 
@@ -75,14 +77,31 @@ std::vector<Span> spansOf(int sourceSize, int targetSize)
 }
 
 // Exactly twice the size in both directions: each cell is the mean of four pixels.
-void halveRow(const PixelRGB<float>* upper, const PixelRGB<float>* lower, std::int16_t* target, int targetWidth)
+ORVO_VECTOR_CLONES void halveRow(const PixelRGB<float>* __restrict upper, const PixelRGB<float>* __restrict lower,
+                                 std::int16_t* __restrict target, int targetWidth)
 {
-    for (int x = 0; x < targetWidth; ++x) {
-        const std::ptrdiff_t left = std::ptrdiff_t{2} * x;
-        const float sum =
-            luma601(upper[left]) + luma601(upper[left + 1]) + luma601(lower[left]) + luma601(lower[left + 1]);
-        target[x] = quantised(sum * 0.25f);
+    constexpr int kCells = 64; // at a time, by steps that vectorise
+    float lumaAbove[2 * kCells];
+    float lumaBelow[2 * kCells];
+    for (int first = 0; first < targetWidth; first += kCells) {
+        const int cells = std::min(kCells, targetWidth - first);
+        const PixelRGB<float>* const above = upper + std::ptrdiff_t{2} * first;
+        const PixelRGB<float>* const below = lower + std::ptrdiff_t{2} * first;
+        for (int i = 0; i < 2 * cells; ++i) {
+            lumaAbove[i] = luma601(above[i]);
+            lumaBelow[i] = luma601(below[i]);
+        }
+        for (int x = 0; x < cells; ++x) {
+            const float sum = lumaAbove[2 * x] + lumaAbove[2 * x + 1] + lumaBelow[2 * x] + lumaBelow[2 * x + 1];
+            target[first + x] = quantised(sum * 0.25f);
+        }
     }
+}
+
+ORVO_VECTOR_CLONES void doubleRow(const float* __restrict source, float* __restrict target, int width)
+{
+    for (int x = 0; x < width; ++x)
+        target[2 * x] = target[2 * x + 1] = source[x];
 }
 
 // `pixels` begins at row `firstRow` of the picture.
@@ -163,8 +182,11 @@ void upsample_near(const float* source, int sourceWidth, int sourceHeight, float
             static_cast<std::ptrdiff_t>(static_cast<std::int64_t>(firstRow + i) * sourceHeight / height);
         const float* const from = source + sourceY * sourceWidth;
         float* const to = target + static_cast<std::ptrdiff_t>(i) * width;
-        for (int x = 0; x < width; ++x)
-            to[x] = from[columns[static_cast<std::size_t>(x)]];
+        if (width == 2 * sourceWidth)
+            doubleRow(from, to, sourceWidth);
+        else
+            for (int x = 0; x < width; ++x)
+                to[x] = from[columns[static_cast<std::size_t>(x)]];
     });
 }
 

@@ -95,6 +95,11 @@ ORVO_INLINE void readBlock(Block& block, const PixelRGB<float>* pixels, int coun
         block.luminance[i] = luma601(block.r[i], block.g[i], block.b[i]);
 }
 
+// std::min(), std::max() and std::clamp() without references, which keep loops from being vectorised.
+ORVO_INLINE float smaller(float a, float b) { return b < a ? b : a; }
+ORVO_INLINE float larger(float a, float b) { return a < b ? b : a; }
+ORVO_INLINE float limited01(float v) { return v < 0.0f ? 0.0f : (1.0f < v ? 1.0f : v); }
+
 // The strongest channel in sRGB, the final space of most pictures: colours that fill the wide working space are beyond
 // white there. Approximates light by the square of the value, precise enough to judge white.
 ORVO_INLINE float strongestChannel(float encodedRed, float encodedGreen, float encodedBlue)
@@ -105,12 +110,12 @@ ORVO_INLINE float strongestChannel(float encodedRed, float encodedGreen, float e
     const float red = 2.0364f * r - 0.7376f * g - 0.2988f * b;
     const float green = 1.2232f * g - 0.2257f * r + 0.0025f * b;
     const float blue = 1.1452f * b - 0.0105f * r - 0.1347f * g;
-    return std::sqrt(std::max(std::max(std::max(red, green), blue), 0.0f));
+    return std::sqrt(larger(larger(larger(red, green), blue), 0.0f));
 }
 
 ORVO_INLINE int binOf(float value)
 {
-    const float limited = value > 0.0f ? std::min(value, kTop) : 0.0f; // also for NaN
+    const float limited = value > 0.0f ? smaller(value, kTop) : 0.0f; // also for NaN
     return static_cast<int>(limited * (static_cast<float>(kBins - 1) / kTop) + 0.5f);
 }
 
@@ -118,7 +123,7 @@ float valueOf(std::size_t bin) { return static_cast<float>(bin) * (kTop / static
 
 ORVO_INLINE float smoothStep(float from, float to, float value)
 {
-    const float t = std::clamp((value - from) / (to - from), 0.0f, 1.0f);
+    const float t = limited01((value - from) / (to - from));
     return t * t * (3.0f - 2.0f * t);
 }
 
@@ -267,15 +272,35 @@ public:
 private:
     static ORVO_INLINE float shareOfNext(int i) { return i == 0 ? 0.0f : (i % 2 == 0 ? 0.75f : 0.25f); }
 
+    static ORVO_INLINE float mixed(const float* row, int left, int right, float across)
+    {
+        return row[left] + (row[right] - row[left]) * across;
+    }
+
+    // `x` is a multiple of the block.
     ORVO_VECTOR_CLONES static void sampleRow(const float* __restrict above, const float* __restrict below, float down,
                                              int x, int width, float* __restrict out)
     {
+        static_assert(kBlock % 2 == 0);
+        const int half = x / 2;
+        if (x > 0 && half + kBlock / 2 < width) { // inside, places and shares alternate
+            for (int k = 0; k < kBlock / 2; ++k) {
+                const int at = half + k;
+                const float upperEven = mixed(above, at - 1, at, 0.75f);
+                const float lowerEven = mixed(below, at - 1, at, 0.75f);
+                const float upperOdd = mixed(above, at, at + 1, 0.25f);
+                const float lowerOdd = mixed(below, at, at + 1, 0.25f);
+                out[2 * k] = upperEven + (lowerEven - upperEven) * down;
+                out[2 * k + 1] = upperOdd + (lowerOdd - upperOdd) * down;
+            }
+            return;
+        }
         for (int i = 0; i < kBlock; ++i) {
             const int left = std::clamp((x + i - 1) / 2, 0, width - 1);
             const int right = std::min(left + 1, width - 1);
             const float across = shareOfNext(x + i);
-            const float upper = above[left] + (above[right] - above[left]) * across;
-            const float lower = below[left] + (below[right] - below[left]) * across;
+            const float upper = mixed(above, left, right, across);
+            const float lower = mixed(below, left, right, across);
             out[i] = upper + (lower - upper) * down;
         }
     }
@@ -295,9 +320,8 @@ private:
 ORVO_INLINE float localGain(float value, float fineBase, float change)
 {
     const float fine = value - fineBase;
-    const float size = std::min(std::abs(fine), kDetailThreshold);
-    const float raised =
-        std::max(0.0f, kFineGain * size / (1.0f + (kFineGain - 1.0f) * size / kDetailThreshold) - size);
+    const float size = smaller(std::abs(fine), kDetailThreshold);
+    const float raised = larger(0.0f, kFineGain * size / (1.0f + (kFineGain - 1.0f) * size / kDetailThreshold) - size);
     const float kept = smoothStep(kDetailFloor, 2.0f * kDetailFloor, size) * raised;
     return change + (fine < 0.0f ? -kept : kept);
 }
@@ -315,7 +339,7 @@ ORVO_INLINE float leveled(float y, const Levels& levels)
 // Stays below white with a continuous slope. Tones that were at white before may be there again.
 ORVO_INLINE float shouldered(float strongest, float before)
 {
-    const float top = std::max(kTopTone, std::min(before, 1.0f));
+    const float top = larger(kTopTone, smaller(before, 1.0f));
     const float above = strongest - kShoulder;
     const float bent = kShoulder + above / (1.0f + above / (top - kShoulder));
     return strongest <= kShoulder ? strongest : bent;
@@ -325,19 +349,34 @@ ORVO_INLINE float shouldered(float strongest, float before)
 ORVO_VECTOR_CLONES void factorsOf(Block& block, const Levels& levels_, bool local)
 {
     const Levels levels = levels_;
-    const float strength = local ? levels.gain * levels.detail : 0.0f;
+    const float strength = levels.gain * levels.detail;
+    // Each step a loop of its own: together they are too much for a compiler to vectorise.
+    float target[kBlock];
+    for (int i = 0; i < kBlock; ++i)
+        target[i] = leveled(block.luminance[i], levels);
+    if (local)
+        for (int i = 0; i < kBlock; ++i) {
+            const float y = block.luminance[i];
+            const float plain = target[i];
+            const float share = kShadowShare + (1.0f - kShadowShare) * smoothStep(kShadowTone, kHighlightTone, y);
+            const float raised = strength * share * localGain(y, block.fineBase[i], block.change[i]);
+            target[i] = larger(plain + raised, kDarkestShare * plain);
+        }
+    float limited[kBlock];
+    float strongest[kBlock];
+    for (int i = 0; i < kBlock; ++i)
+        strongest[i] = strongestChannel(block.r[i], block.g[i], block.b[i]);
+    for (int i = 0; i < kBlock; ++i) {
+        const float factor = target[i] / block.luminance[i];
+        limited[i] = larger(1.0f, shouldered(strongest[i] * factor, strongest[i]) / strongest[i]);
+    }
     for (int i = 0; i < kBlock; ++i) {
         const float y = block.luminance[i];
-        const float plain = leveled(y, levels);
-        const float share = kShadowShare + (1.0f - kShadowShare) * smoothStep(kShadowTone, kHighlightTone, y);
-        const float raised = strength * share * localGain(y, block.fineBase[i], block.change[i]);
-        const float contrasted = std::max(plain + raised, kDarkestShare * plain);
-        const float target = local ? contrasted : plain;
-        const float factor = target / y;
-        const float strongest = strongestChannel(block.r[i], block.g[i], block.b[i]);
-        const float limited = std::max(1.0f, shouldered(strongest * factor, strongest) / strongest);
-        const float wanted = factor > 1.0f && strongest > 0.0f ? limited : factor;
-        block.factor[i] = y > 0.0f && y <= std::numeric_limits<float>::max() ? wanted : 1.0f;
+        const float factor = target[i] / y;
+        const float bright = factor > 1.0f ? limited[i] : factor;
+        const float wanted = strongest[i] > 0.0f ? bright : factor;
+        const float positive = y > 0.0f ? wanted : 1.0f;
+        block.factor[i] = y <= std::numeric_limits<float>::max() ? positive : 1.0f;
     }
 }
 

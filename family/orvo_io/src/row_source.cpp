@@ -1,5 +1,6 @@
 #include "row_source.hpp"
 
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/parallel.hpp>
 
 #include <fcntl.h>
@@ -19,13 +20,37 @@ namespace {
 constexpr int kBatchRows = 32; // enough for all threads; cancel is polled after each batch
 
 // Written so that NaN fails the first comparison and becomes 0.
-float clamped(float value) { return value > 0.0f ? (value < 1.0f ? value : 1.0f) : 0.0f; }
+ORVO_INLINE float clamped(float value) { return value > 0.0f ? (value < 1.0f ? value : 1.0f) : 0.0f; }
+
+template <typename T>
+ORVO_INLINE T quantised(float value, float full)
+{
+    return static_cast<T>(static_cast<std::int32_t>(clamped(value) * full + 0.5f));
+}
+
+template <typename T>
+struct QuantiseLoop
+{
+    const float* in;
+    std::size_t count;
+    float full;
+    T* out;
+
+    ORVO_INLINE void operator()() const
+    {
+        const float* __restrict const from = in;
+        T* __restrict const to = out;
+        const std::size_t length = count;
+        const float scale = full;
+        for (std::size_t i = 0; i < length; ++i)
+            to[i] = quantised<T>(from[i], scale);
+    }
+};
 
 template <typename T>
 void quantise(const float* in, std::size_t count, float full, T* out)
 {
-    for (std::size_t i = 0; i < count; ++i)
-        out[i] = static_cast<T>(static_cast<std::int32_t>(clamped(in[i]) * full + 0.5f));
+    runLoop(QuantiseLoop<T>{in, count, full, out});
 }
 
 // Integers: plain colours, then alpha.
@@ -37,8 +62,9 @@ void fillRow(const float* in, const float* alpha, int width, float full, T* out)
         return;
     }
     for (int x = 0; x < width; ++x, in += 3, out += 4) {
-        quantise(in, 3, full, out);
-        quantise(alpha + x, 1, full, out + 3);
+        for (int c = 0; c < 3; ++c)
+            out[c] = quantised<T>(in[c], full);
+        out[3] = quantised<T>(alpha[x], full);
     }
 }
 

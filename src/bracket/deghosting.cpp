@@ -45,6 +45,13 @@ ORVO_INLINE float structureOf(const Pixel& v, const Pixel& smooth)
     return limited.r + limited.g + limited.b;
 }
 
+ORVO_INLINE void structuresOf(const Pixel* __restrict values, const Pixel* __restrict smooth, float* __restrict out,
+                              int pixels)
+{
+    for (int x = 0; x < pixels; ++x)
+        out[x] = structureOf(values[x], smooth[x]);
+}
+
 // A row of the frame and of the reference at its exposure, each with what the guided filter makes of it.
 struct ComparedRow
 {
@@ -55,16 +62,29 @@ struct ComparedRow
     const Pixel* reference;
 };
 
-ORVO_VECTOR_CLONES void markRow(const ComparedRow& row, std::uint8_t* marks, float sensitivity, int count)
+ORVO_VECTOR_CLONES void markRow(const ComparedRow& row, std::uint8_t* __restrict marks, float sensitivity, int count)
 {
-    for (int x = 0; x < count; ++x) {
-        const Pixel& ref = row.reference[x];
-        float d =
-            std::abs(structureOf(row.frame[x], row.smoothFrame[x]) - structureOf(row.mapped[x], row.smoothMapped[x]));
-        d = (d + d) * sensitivity;
-        const float v = (std::clamp(d, 0.0f, 1.0f) - 0.5f) * kMarkContrast * sensitivity + 0.5f;
-        const bool isShown = (ref.r + ref.g + ref.b) / 3.0f * 255.0f < kBlownOut;
-        marks[x] = static_cast<std::uint8_t>(marks[x] | (isShown && v > 0.0f ? 1 : 0));
+    constexpr int kTogether = 64; // by steps that vectorise
+    float ofFrame[kTogether];
+    float ofMapped[kTogether];
+    float brightness[kTogether];
+    for (int first = 0; first < count; first += kTogether) {
+        const int pixels = std::min(kTogether, count - first);
+        structuresOf(row.frame + first, row.smoothFrame + first, ofFrame, pixels);
+        structuresOf(row.mapped + first, row.smoothMapped + first, ofMapped, pixels);
+        const Pixel* __restrict const reference = row.reference + first;
+        for (int x = 0; x < pixels; ++x)
+            brightness[x] = (reference[x].r + reference[x].g + reference[x].b) / 3.0f * 255.0f;
+        std::uint8_t* __restrict const out = marks + first;
+        for (int x = 0; x < pixels; ++x) {
+            const float difference = std::abs(ofFrame[x] - ofMapped[x]);
+            const float d = (difference + difference) * sensitivity;
+            const float limited = d < 0.0f ? 0.0f : (1.0f < d ? 1.0f : d);
+            const float v = (limited - 0.5f) * kMarkContrast * sensitivity + 0.5f;
+            const int isShown = brightness[x] < kBlownOut ? 1 : 0;
+            const int differs = v > 0.0f ? 1 : 0;
+            out[x] = static_cast<std::uint8_t>(out[x] | (isShown & differs));
+        }
     }
 }
 

@@ -231,36 +231,52 @@ void gather(const float* samples, std::size_t count, Channels& result)
 ORVO_VECTOR_CLONES void takeHues(Channels& __restrict mapped, const Channels& __restrict original,
                                  const Channels& __restrict hue, const float* __restrict tint)
 {
+    // Each step a loop of its own: together they are too much for a compiler to vectorise.
+    Channels light;
+    Channels wanted;
+    float luminance[kBlockPixels];
+    float before[kBlockPixels];
+    float after[kBlockPixels];
+    float change[kBlockPixels];
+    float brightest[kBlockPixels];
     for (std::size_t i = 0; i < kBlockPixels; ++i) {
-        float light[3];
-        float wanted[3];
-        float luminance = kLeastLight;
-        float before = kLeastLight;
-        float after = 0.0f;
-        float change = 0.0f;
-        float brightest = 0.0f;
-        for (std::size_t c = 0; c < 3; ++c) {
-            const float own = detail::fastLinear(original[c][i]);
-            wanted[c] = detail::fastLinear(hue[c][i]);
-            const float changed = std::abs(wanted[c] - own);
-            change = changed > change ? changed : change;
-            luminance += detail::kLuminance[c] * own;
-            wanted[c] *= tint[c];
-            before += detail::kLuminance[c] * wanted[c];
-            light[c] = detail::fastLinear(mapped[c][i]);
-            after += detail::kLuminance[c] * light[c];
-            brightest = original[c][i] > brightest ? original[c][i] : brightest;
-        }
-        const float gain = after / before;
-        const float recovered = detail::smoothStep(change, 0.0f, kRecovered * luminance);
-        const float bright = detail::smoothStep(brightest, kHueFrom, kHueAt);
-        const float share =
-            (recovered > bright ? recovered : bright) * (1.0f - detail::smoothStep(gain, kDarkerAt, kDarkerFrom));
-        for (std::size_t c = 0; c < 3; ++c) {
-            const float mixed = detail::fastEncoded(light[c] + (wanted[c] * gain - light[c]) * share);
-            mapped[c][i] = share > 0.0f ? mixed : mapped[c][i];
+        luminance[i] = before[i] = kLeastLight;
+        after[i] = change[i] = brightest[i] = 0.0f;
+    }
+    for (std::size_t c = 0; c < 3; ++c) {
+        float own[kBlockPixels];
+        for (std::size_t i = 0; i < kBlockPixels; ++i)
+            own[i] = detail::fastLinear(original[c][i]);
+        for (std::size_t i = 0; i < kBlockPixels; ++i)
+            wanted[c][i] = detail::fastLinear(hue[c][i]);
+        for (std::size_t i = 0; i < kBlockPixels; ++i)
+            light[c][i] = detail::fastLinear(mapped[c][i]);
+        const float weight = detail::kLuminance[c];
+        const float tinted = tint[c];
+        for (std::size_t i = 0; i < kBlockPixels; ++i) {
+            const float changed = std::abs(wanted[c][i] - own[i]);
+            change[i] = changed > change[i] ? changed : change[i];
+            luminance[i] += weight * own[i];
+            wanted[c][i] *= tinted;
+            before[i] += weight * wanted[c][i];
+            after[i] += weight * light[c][i];
+            brightest[i] = original[c][i] > brightest[i] ? original[c][i] : brightest[i];
         }
     }
+    float gain[kBlockPixels];
+    float share[kBlockPixels];
+    for (std::size_t i = 0; i < kBlockPixels; ++i) {
+        gain[i] = after[i] / before[i];
+        const float recovered = detail::smoothStep(change[i], 0.0f, kRecovered * luminance[i]);
+        const float bright = detail::smoothStep(brightest[i], kHueFrom, kHueAt);
+        share[i] =
+            (recovered > bright ? recovered : bright) * (1.0f - detail::smoothStep(gain[i], kDarkerAt, kDarkerFrom));
+    }
+    for (std::size_t c = 0; c < 3; ++c)
+        for (std::size_t i = 0; i < kBlockPixels; ++i) {
+            const float mixed = detail::fastEncoded(light[c][i] + (wanted[c][i] * gain[i] - light[c][i]) * share[i]);
+            mapped[c][i] = share[i] > 0.0f ? mixed : mapped[c][i];
+        }
 }
 
 void takeHues(float* mapped, const float* original, const float* hues, std::size_t pixels, const float* tint)

@@ -9,6 +9,8 @@ constinit thread_local long allocationsLeft = -1;
 
 } // namespace orvo::test
 
+#ifndef ORVO_THREAD_SANITIZER
+
 // All forms that the other standard forms forward to, so that memory is freed by its own allocator.
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
 {
@@ -27,3 +29,5 @@ void* operator new(std::size_t bytes)
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+
+#endif

@@ -105,9 +105,14 @@ struct Block
 
 ORVO_INLINE void readBlock(Block& block, const float* samples, std::size_t pixels)
 {
-    for (std::size_t c = 0; c < 3; ++c)
-        for (std::size_t i = 0; i < kBlockPixels; ++i)
-            block.channels[c][i] = i < pixels ? samples[3 * i + c] : 0.0f;
+    if (pixels < kBlockPixels)
+        for (auto& channel : block.channels)
+            std::fill_n(channel, kBlockPixels, 0.0f);
+    for (std::size_t i = 0; i < pixels; ++i) {
+        block.channels[0][i] = samples[3 * i];
+        block.channels[1][i] = samples[3 * i + 1];
+        block.channels[2][i] = samples[3 * i + 2];
+    }
     for (std::size_t i = 0; i < kBlockPixels; ++i) {
         const float r = block.channels[0][i];
         const float g = block.channels[1][i];
@@ -153,8 +158,12 @@ ORVO_INLINE Range rangeOf(const float* samples, std::size_t count)
     };
     for (; i < count; ++i)
         include(limited(samples[i]), limited(samples[i]));
-    for (std::size_t lane = 0; lane < kLanes; ++lane)
-        include(smallest[lane], largest[lane]);
+    for (std::size_t half = kLanes / 2; half > 0; half /= 2)
+        for (std::size_t lane = 0; lane < half; ++lane) {
+            smallest[lane] = smallest[lane + half] < smallest[lane] ? smallest[lane + half] : smallest[lane];
+            largest[lane] = largest[lane + half] > largest[lane] ? largest[lane + half] : largest[lane];
+        }
+    include(smallest[0], largest[0]);
     return range;
 }
 

@@ -114,10 +114,12 @@ public:
             throw std::invalid_argument("addFrame: flag is " + std::to_string(flag) + ", only 0 is supported");
         if (!merged)
             merged.emplace(extents);
-        const auto filled = orvo::detail::fillAbsent(pixels, extents[0]);
-        const Level* const absent = filled ? &filled->absent : nullptr;
-        merged->range.include(pixels, absent);
-        merge(filled ? filled->pixels.data() : pixels, absent);
+        if (merged->range.include(pixels)) {
+            merge(pixels, nullptr);
+        } else {
+            const orvo::detail::FilledFrame filled = orvo::detail::fillAbsent(pixels, extents[0]);
+            merge(filled.pixels.data(), &filled.absent);
+        }
         ++frames;
     }
 

@@ -31,6 +31,12 @@ constexpr float kLeastNoise = 0.5f / 255.0f;
 // Every so many pixels in both directions are enough to find the noise.
 constexpr int kNoiseStep = 5;
 
+bool isTooLarge(cv::Size size)
+{
+    return static_cast<double>(size.width) * static_cast<double>(size.height) > kMostPixels &&
+           std::min(size.width, size.height) > 1;
+}
+
 cv::Mat lumaOf(const _ImageData<PixelRGB<float>>& picture)
 {
     cv::Mat luma(picture.height(), picture.width(), CV_32F);
@@ -102,7 +108,7 @@ FrameStructure structureOf(const _ImageData<PixelRGB<float>>& picture)
 {
     FrameStructure result;
     cv::Mat luma = lumaOf(picture);
-    while (static_cast<double>(luma.total()) > kMostPixels && std::min(luma.rows, luma.cols) > 1) {
+    while (isTooLarge(luma.size())) {
         luma = halved(luma);
         result.reduction *= 2;
     }
@@ -113,5 +119,7 @@ FrameStructure structureOf(const _ImageData<PixelRGB<float>>& picture)
         luma = halved(luma);
     }
 }
+
+bool isStructureReduced(_Size<int> size) { return isTooLarge({size.width, size.height}); }
 
 } // namespace orvo

@@ -88,13 +88,11 @@ std::uint64_t memoryNeed(const HdrJobRequest& request)
 
 std::uint64_t memoryNeed(const StackJobRequest& request)
 {
-    constexpr double kStack = 58.0; // the stacker's planes, and the picture that is aligned
-    constexpr double kFastStack = 70.0;
-    constexpr double kDeghosted = 18.0;
+    constexpr double kStack = 70.0; // the stacker's planes, the picture that is added, and the next one
+    constexpr double kDeghosted = 10.0;
     const Pixels pixels = pixelsOf(request.frames);
-    const double stack = request.align && request.fast ? kFastStack : kStack;
     return rounded(kProgram + keptBytes(request, pixels) +
-                   (stack + (request.deghost ? kDeghosted : 0.0)) * pixels.largest);
+                   (kStack + (request.deghost ? kDeghosted : 0.0)) * pixels.largest);
 }
 
 std::uint64_t memoryNeed(const PanoJobRequest& request)

@@ -1,4 +1,5 @@
-/// A value that another thread makes while the calling thread does something else, such as the next picture of a series.
+/// A value that another thread makes while the calling thread does something else, such as the next picture of a
+/// series.
 #pragma once
 
 #include <orvo_common/export.hpp>
@@ -50,12 +51,11 @@ class MadeAhead
 public:
     /// Starts `make` on another thread, which must not use what the calling thread changes meanwhile. Where loops are
     /// limited to one thread (WorkerLimit), take() makes the value.
-    explicit MadeAhead(std::function<Value()> make_)
-        : make(std::move(make_)), work([this] { value.emplace(make()); })
+    explicit MadeAhead(std::function<Value()> make_) : make(std::move(make_)), work([this] { value.emplace(make()); })
     {}
 
-    /// The value. Failures, warnings and exceptions reach the calling thread here, as if it made the value now; those of
-    /// a value that is never taken are dropped. Once.
+    /// The value. Failures, warnings and exceptions reach the calling thread here, as if it made the value now; those
+    /// of a value that is never taken are dropped. Once.
     [[nodiscard]] Value take()
     {
         work.finish();

@@ -137,10 +137,10 @@ FocusSeries::Slot& FocusSeries::nextSlot(int index)
     run.throwIfCancelled();
     run.report(std::min(1.0f, static_cast<float>(taken++) / static_cast<float>(steps)));
     if (index < 0 || static_cast<std::size_t>(index) >= slots.size())
-        throw FailureError({FailureKind::Internal,
-                            {},
-                            "frame " + std::to_string(index) + " was requested, but the series has " +
-                                std::to_string(slots.size())});
+        throw FailureError(
+            {FailureKind::Internal,
+             {},
+             "frame " + std::to_string(index) + " was requested, but the series has " + std::to_string(slots.size())});
     return slots[static_cast<std::size_t>(index)];
 }
 

@@ -32,8 +32,8 @@ struct FrameOutline
     std::shared_ptr<ColorProfile> profile;
 };
 
-/// Loads each frame when it is needed, and one ahead on another thread. For another use it is kept in the samples of its
-/// file, or as it is if its samples are no integers; a picture that is quickly read again is not kept.
+/// Loads each frame when it is needed, and one ahead on another thread. For another use it is kept in the samples of
+/// its file, or as it is if its samples are no integers; a picture that is quickly read again is not kept.
 ///
 /// Every step of the work takes its frame here, so that here is the place to cancel it and to report progress. Indices
 /// outside of the series, and a cancel, end in FailureError.

@@ -16,8 +16,6 @@
 
 namespace orvo {
 
-class KeptPicture;
-
 /// Thrown for a file that gives no picture. The reader has stated the failure.
 struct UnreadableFrame
 {

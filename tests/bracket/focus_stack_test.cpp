@@ -639,19 +639,25 @@ struct Ways
 };
 
 class FocusStackCancel : public FocusStack, public testing::WithParamInterface<Ways>
-{};
+{
+protected:
+    static Settings settingsOfWay()
+    {
+        Settings settings;
+        settings.adjust.enabled = GetParam().aligns;
+        settings.adjust.quality = GetParam().quality;
+        settings.ghostReduction.enabled = GetParam().deghosts;
+        return settings;
+    }
+};
 
 TEST_P(FocusStackCancel, AtAnyPollGivesNothingAndNoError)
 {
     Paths paths;
     for (const double shift : {0.0, 1.3, -0.8})
         paths.push_back(file("shifted" + std::to_string(paths.size()), *textured(160, 120, shift, 0.5 * shift)));
-    Settings settings;
-    settings.adjust = {};
-    settings.adjust.enabled = GetParam().aligns;
-    settings.adjust.quality = GetParam().quality;
+    Settings settings = settingsOfWay();
     settings.adjust.referenceIndex = 1;
-    settings.ghostReduction.enabled = GetParam().deghosts;
     int polls = 0;
     const auto stackedUntil = [&](int last) {
         polls = 0;
@@ -686,11 +692,8 @@ INSTANTIATE_TEST_SUITE_P(FocusStack, FocusStackCancel,
 // The next file is read on another thread while a frame is stacked; a failure must not depend on which is faster.
 TEST_P(FocusStackCancel, TheFirstUnreadableFileIsNamedForAnyNumberOfThreads)
 {
-    Settings settings;
-    settings.adjust.enabled = GetParam().aligns;
-    settings.adjust.quality = GetParam().quality;
+    Settings settings = settingsOfWay();
     settings.adjust.referenceIndex = 4;
-    settings.ghostReduction.enabled = GetParam().deghosts;
     for (const char* const type : {".tif", ".jpg"})
         for (const std::size_t first : {1u, 2u}) {
             Paths paths;
@@ -726,10 +729,7 @@ TEST_P(FocusStackCancel, TheFirstUnreadableFileIsNamedForAnyNumberOfThreads)
 
 TEST_P(FocusStackCancel, JpegFilesGiveTheSameBytesForAnyNumberOfThreads)
 {
-    Settings settings;
-    settings.adjust.enabled = GetParam().aligns;
-    settings.adjust.quality = GetParam().quality;
-    settings.ghostReduction.enabled = GetParam().deghosts;
+    const Settings settings = settingsOfWay();
     Paths paths;
     for (int i = 0; i < 4; ++i)
         paths.push_back(
@@ -747,10 +747,7 @@ TEST_P(FocusStackCancel, JpegFilesGiveTheSameBytesForAnyNumberOfThreads)
 
 TEST_P(FocusStackCancel, ProgressRisesToItsEnd)
 {
-    Settings settings;
-    settings.adjust.enabled = GetParam().aligns;
-    settings.adjust.quality = GetParam().quality;
-    settings.ghostReduction.enabled = GetParam().deghosts;
+    const Settings settings = settingsOfWay();
     Paths paths;
     for (int i = 0; i < 5; ++i)
         paths.push_back(file("frame" + std::to_string(i), *textured(120, 90, 0.7 * i, 0.0)));

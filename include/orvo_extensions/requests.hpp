@@ -50,8 +50,8 @@ struct HdrRequest : OperationCalls
     /// Receives the phases as make_HDR() reports them; may be empty.
     std::function<void(HDRMergingPhaseName)> onPhase;
     /// False: HdrResult::middleFrame stays empty. The frames of a developed bracket that is neither aligned nor
-    /// deghosted are then read while they are blended, so that one of them is in memory at a time besides the result;
-    /// files without exposure data are read twice.
+    /// deghosted are then read while they are blended, so that one of them, and of more than three the next, is in
+    /// memory at a time besides the result; files without exposure data are read twice.
     bool keepsMiddleFrame = true;
 };
 

@@ -4,7 +4,6 @@
 #include "bracket/frame_matrix.hpp"
 #include "bracket/inscribed_rect.hpp"
 #include "bracket/lanczos_warp.hpp"
-#include "bracket/place_frames.hpp"
 
 #include <orvo_common/failure.hpp>
 #include <orvo_common/wide_path.hpp>
@@ -141,35 +140,18 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
     }
 }
 
-void alignFramesFinely(const std::function<FocusStackerFrame(int)>& getFrame,
-                       const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
-                       std::size_t referenceIndex, const std::function<void()>& registered)
+_Rect<int> alignToPlace(FocusStackerFrame& frame, const FineRegistration& place, const std::filesystem::path& reference)
 {
-    FocusStackerFrame reference = getFrame(static_cast<int>(referenceIndex));
-    const _Size<int> size = reference.image->size();
-    // Asked for the reference first, once.
-    const auto structure = [&](std::size_t k) {
-        const FocusStackerFrame frame = k == referenceIndex ? std::exchange(reference, {reference.path, {}, {}, {}})
-                                                            : getFrame(static_cast<int>(k));
-        if (!frame.image || frame.image->size() != size)
-            throw FailureError(
-                {FailureKind::UnfittingPictures, frame.path, "the frame has another size than the reference frame"});
-        return structureOf(*frame.image);
-    };
-    const auto places = placeFrames(count, referenceIndex, structure, {}, FrameMovement::Series, RunControl::none());
-    registered();
-    for (std::size_t k = 0; k < count; ++k) {
-        FocusStackerFrame frame = getFrame(static_cast<int>(k));
-        _Rect<int> valid(0, 0, size.width, size.height);
-        const cv::Matx33d& map = places[k].frameFromReference;
-        if (map != cv::Matx33d::eye()) {
-            frame.image = lanczosWarp(*frame.image, map, size);
-            valid = validRectangle(cv::Mat(map.inv()), size.width, size.height);
-        }
-        if (!places[k].found)
-            keepNotAligned(frame, reference.path);
-        consume(static_cast<int>(k), frame, valid);
+    const _Size<int> size = frame.image->size();
+    _Rect<int> valid(0, 0, size.width, size.height);
+    const cv::Matx33d& map = place.frameFromReference;
+    if (map != cv::Matx33d::eye()) {
+        frame.image = lanczosWarp(*frame.image, map, size);
+        valid = validRectangle(cv::Mat(map.inv()), size.width, size.height);
     }
+    if (!place.found)
+        keepNotAligned(frame, reference);
+    return valid;
 }
 
 } // namespace orvo

@@ -1,11 +1,13 @@
 /// Registers the frames of a focus series, one at a time.
 #pragma once
 
+#include "bracket/fine_registration.hpp"
 #include "bracket/frames.hpp"
 
 #include <opencv2/core/mat.hpp>
 
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 
 namespace orvo {
@@ -18,13 +20,11 @@ void alignFramesStreaming(const std::function<FocusStackerFrame(int)>& getFrame,
                           const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
                           std::size_t referenceIndex);
 
-/// The same with the registration of placeFrames() and the kernel of lanczosWarp(): asks for every frame once more
-/// before the first is handed on, and calls `registered` in between. A frame that cannot be registered is handed on
-/// unwarped with the whole rectangle. Holds, besides the present frame, the structures of three frames.
-void alignFramesFinely(
-    const std::function<FocusStackerFrame(int)>& getFrame,
-    const std::function<void(int, FocusStackerFrame&, _Rect<int>)>& consume, std::size_t count,
-    std::size_t referenceIndex, const std::function<void()>& registered = [] {});
+/// Warps a frame to its place in the geometry of the reference, by lanczosWarp(), and returns the rectangle in which it
+/// is valid. A frame that was not registered stays as it is and is reported as such. Peak: the picture that it is
+/// warped from, and the one that it becomes.
+[[nodiscard]] _Rect<int> alignToPlace(FocusStackerFrame& frame, const FineRegistration& place,
+                                      const std::filesystem::path& reference);
 
 /// The homography (CV_32F 3x3) that takes reference coordinates to frame coordinates, by enhanced correlation of the
 /// gray pictures at `scale` (Evangelidis, Psarakis, PAMI 30(10), 2008), starting from `transform`. If that does not

@@ -2,13 +2,12 @@
 
 #include "bracket/align_frames_streaming.hpp"
 #include "bracket/deghosting.hpp"
-#include "bracket/kept_picture.hpp"
-#include "bracket/load_frames.hpp"
+#include "bracket/focus_series.hpp"
+#include "bracket/place_frames.hpp"
 
 #include <orvo/lens_correction.hpp>
 #include <orvo_common/failure.hpp>
 #include <orvo_common/wide_path.hpp>
-#include <orvo_io/picture_file.hpp>
 
 #include <algorithm>
 #include <iostream>
@@ -19,235 +18,58 @@ namespace {
 using Picture = _ImageData<PixelRGB<float>>;
 using Stacker = grfx::IFocusStacking<PixelRGB<float>>;
 
-// A file that gives no picture. The reader has stated the failure.
-struct UnreadableFrame
+void requireSize(_Size<int> expected, const std::filesystem::path& reference, const std::filesystem::path& path,
+                 _Size<int> found)
 {
-    int index;
-};
+    if (expected == found)
+        return;
+    const auto text = [](_Size<int> size) { return std::to_string(size.width) + " x " + std::to_string(size.height); };
+    throw FailureError({FailureKind::UnfittingPictures, path,
+                        "all frames must have one size: this one is " + text(found) + " pixels, but " +
+                            pathText(reference) + " is " + text(expected)});
+}
 
-// The frames of a series, each loaded when it is needed. For another use it is kept in the samples of its file, or as
-// it is if its samples are no integers; a picture that is quickly read again is not kept.
-class Series
+void requireSizeOf(const FrameOutline& reference, const FocusStackerFrame& frame)
 {
-public:
-    Series(const std::vector<PictureInput>& inputs_, const BracketSettings::FocusStacking& settings_,
-           const RunControl& run_)
-        : inputs(inputs_), settings(settings_), run(run_), slots(inputs_.size()),
-          steps(stepsOf(inputs_.size(), settings_))
-    {}
-
-    // Fails like frame() if the file cannot be read. The samples of a frame that is registered before the stacker
-    // exists are kept for that.
-    void check(int index)
-    {
-        Slot& slot = nextSlot(index);
-        if (!isQuick(index)) {
-            requireLoaded(load(slot, index), index);
-            return;
-        }
-        const FocusStackerFrame frame = loaded(index, kInFileSpace);
-        requireLoaded(frame, index);
-        if (settings.adjust.quality == AlignmentQuality::Fine && !hasRawMark(frame))
-            keep(slot, frame);
-    }
-
-    // Pixels that someone else holds are shared: warping replaces them, deghosting changes them for all. Every step of
-    // the work takes its frame here, so that here is the place to cancel it and to report progress. Throws
-    // UnreadableFrame.
-    FocusStackerFrame frame(int index)
-    {
-        Slot& slot = nextSlot(index);
-        FocusStackerFrame result = slot.frame;
-        if (!result.image)
-            result.image = slot.lent.lock();
-        if (!result.image && slot.kept)
-            result.image = slot.kept->inWorkingSpace();
-        if (!result.image)
-            result = load(slot, index);
-        requireLoaded(result, index);
-        if (isQuick(index))
-            slot.kept.reset();
-        slot.lent = result.image;
-        return result;
-    }
-
-    // Removes from a frame what moved relative to the ghost reference, in place.
-    void deghost(const FocusStackerFrame& frame_, int index)
-    {
-        if (!settings.ghostReduction.enabled || index == settings.ghostReduction.referenceIndex)
-            return;
-        std::vector<FocusStackerFrame> pair = {frame(settings.ghostReduction.referenceIndex), frame_};
-        requireSameSize(pair[0], pair[1]);
-        processDeghosting(pair, static_cast<DeghostAmount>(settings.ghostReduction.amount), 0);
-    }
-
-    static void requireSameSize(const FocusStackerFrame& reference, const FocusStackerFrame& other)
-    {
-        requireSize(reference.image->size(), reference.path, other);
-    }
-    // `expected` is that of the reference.
-    static void requireSize(_Size<int> expected, const std::filesystem::path& reference, const FocusStackerFrame& other)
-    {
-        const auto found = other.image->size();
-        if (expected == found)
-            return;
-        const auto text = [](_Size<int> size) {
-            return std::to_string(size.width) + " x " + std::to_string(size.height);
-        };
-        throw FailureError({FailureKind::UnfittingPictures, other.path,
-                            "all frames must have one size: this one is " + text(found) + " pixels, but " +
-                                pathText(reference) + " is " + text(expected)});
-    }
-
-private:
-    struct Slot
-    {
-        FocusStackerFrame frame;           // without pixels unless they cannot be kept in another way
-        std::unique_ptr<KeptPicture> kept; // the samples of the file
-        std::weak_ptr<Picture> lent;       // pixels that are in use
-    };
-
-    static constexpr int kInWorkingSpace = static_cast<int>(ImageReaderOpenFlag::Bracket);
-    static constexpr int kInFileSpace = kInWorkingSpace & ~static_cast<int>(ImageReaderOpenFlag::WorkingSpace);
-
-    const std::vector<PictureInput>& inputs;
-    const BracketSettings::FocusStacking& settings;
-    const RunControl& run;
-    std::vector<Slot> slots;
-    const std::size_t steps; // how often frames are taken
-    std::size_t taken = 0;
-
-    static std::size_t stepsOf(std::size_t count, const BracketSettings::FocusStacking& settings)
-    {
-        const std::size_t checking = settings.adjust.enabled ? count : 0;
-        const std::size_t aligning =
-            settings.adjust.enabled && settings.adjust.quality == AlignmentQuality::Fine ? count : 0;
-        const std::size_t deghosting = settings.ghostReduction.enabled ? count : 0;
-        return checking + aligning + deghosting + count;
-    }
-
-    Slot& nextSlot(int index)
-    {
-        run.throwIfCancelled();
-        run.report(std::min(1.0f, static_cast<float>(taken++) / static_cast<float>(steps)));
-        if (index < 0 || static_cast<std::size_t>(index) >= slots.size())
-            throw FailureError({FailureKind::Internal,
-                                {},
-                                "frame " + std::to_string(index) + " was requested, but the series has " +
-                                    std::to_string(slots.size())});
-        return slots[static_cast<std::size_t>(index)];
-    }
-
-    static void requireLoaded(const FocusStackerFrame& frame, int index)
-    {
-        if (!frame.image)
-            throw UnreadableFrame{index};
-    }
-
-    // Whether reading again costs about as much as keeping. Deghosting takes the ghost reference again and again.
-    [[nodiscard]] bool isQuick(int index) const
-    {
-        const PictureInput& input = inputs[static_cast<std::size_t>(index)];
-        return !settings.ghostReduction.enabled && (input.memory() != nullptr || isJpegFile(input.path()));
-    }
-
-    [[nodiscard]] FocusStackerFrame loaded(int index, int flags) const
-    {
-        return loadFrame<FocusStackerFrame>(inputs[static_cast<std::size_t>(index)], flags, {},
-                                            settings.rawAutoCorrection.lensCorrection);
-    }
-
-    // The frame is in the space of its file.
-    static void keep(Slot& slot, const FocusStackerFrame& frame)
-    {
-        constexpr int kRgb = 3; // ink and gray are converted in another way
-        const auto& fileProfile = frame.metadata->fileProfile;
-        if (fileProfile && fileProfile->channelCount() == kRgb)
-            slot.kept = KeptPicture::of(*frame.image);
-        if (!slot.kept)
-            return;
-        slot.frame = frame;
-        slot.frame.image.reset();
-    }
-
-    FocusStackerFrame load(Slot& slot, int index) const
-    {
-        const bool isUsedAgain = !isQuick(index) && (settings.adjust.enabled || settings.ghostReduction.enabled);
-        FocusStackerFrame result = loaded(index, isUsedAgain ? kInFileSpace : kInWorkingSpace);
-        if (!result.image)
-            return result;
-        if (hasRawMark(result)) {
-            develop(result.image, result.metadata, result.rawMetadata, false);
-            markDeveloped(result);
-        } else if (isUsedAgain) {
-            keep(slot, result);
-            if (slot.kept) {
-                result.image->convertTo(ColorProfileType::melissaRGB());
-                return result;
-            }
-            result.image.reset();
-            result = loaded(index, kInWorkingSpace);
-        }
-        if (isUsedAgain)
-            slot.frame = result;
-        return result;
-    }
-};
+    requireSize(reference.size, reference.frame.path, frame.path, frame.image->size());
+}
 
 // Adds the frames of a series to its stacker, the reference first.
 class Stacking
 {
 public:
-    Stacking(Series& series_, const BracketSettings::FocusStacking& settings_, int count_, int referenceIndex_,
+    Stacking(FocusSeries& series_, const BracketSettings::FocusStacking& settings_, int count_, int referenceIndex_,
              const StackerFactory& makeStacker_, const RunControl& run_)
         : series(series_), settings(settings_), count(count_), referenceIndex(referenceIndex_),
-          makeStacker(makeStacker_), run(run_), reference(series.frame(referenceIndex)), size(reference.image->size()),
-          profile(reference.image->colorProfile()), valid(0, 0, size.width, size.height)
+          makeStacker(makeStacker_), run(run_), reference(outlineOfReference()),
+          valid(0, 0, reference.size.width, reference.size.height)
     {
-        series.deghost(reference, referenceIndex);
+        if (reference.frame.image)
+            deghost(reference.frame, referenceIndex);
     }
 
     // Once.
     void addAll()
     {
-        const auto& adjust = settings.adjust;
-        if (!adjust.enabled) {
-            start();
-            releaseReference();
-            for (int index = 0; index < count; ++index)
-                if (index != referenceIndex)
-                    add(index, series.frame(index));
-            return;
-        }
-        const auto frame = [this](int index) { return sameSizedFrame(index); };
-        const auto consume = [this](int index, FocusStackerFrame& aligned, const _Rect<int>& rectangle) {
-            if (index == referenceIndex)
-                return;
-            add(index, aligned);
-            valid = commonRectangle(valid, rectangle);
-        };
-        const auto frames = static_cast<std::size_t>(count);
-        const auto first = static_cast<std::size_t>(referenceIndex);
-        if (adjust.quality == AlignmentQuality::Fine) {
-            // All frames are registered before the first is added, so the stacker is not made earlier.
-            alignFramesFinely(frame, consume, frames, first, [this] { start(); });
-        } else {
-            start();
-            alignFramesStreaming(frame, consume, frames, first);
-        }
+        if (!settings.adjust.enabled)
+            addUnaligned();
+        else if (settings.adjust.quality == AlignmentQuality::Fine)
+            addAlignedFinely();
+        else
+            addAligned();
     }
 
     [[nodiscard]] std::shared_ptr<Picture> result() const
     {
-        auto merged = std::make_shared<Picture>(size, profile);
-        stacker->getResult(merged->data(), size.width, size.height);
+        auto merged = std::make_shared<Picture>(reference.size, reference.profile);
+        stacker->getResult(merged->data(), reference.size.width, reference.size.height);
         return merged;
     }
 
     // Without pixels.
     [[nodiscard]] FocusStackerFrame description() const
     {
-        FocusStackerFrame described = reference;
+        FocusStackerFrame described = reference.frame;
         described.image.reset();
         return described;
     }
@@ -255,38 +77,105 @@ public:
     [[nodiscard]] const _Rect<int>& validRectangle() const { return valid; }
 
 private:
-    Series& series;
+    FocusSeries& series;
     const BracketSettings::FocusStacking& settings;
     int count;
     int referenceIndex;
     const StackerFactory& makeStacker;
     const RunControl& run;
-    FocusStackerFrame reference; // with pixels until they are released
-    _Size<int> size;
-    std::shared_ptr<ColorProfile> profile;
+    FrameOutline reference; // its frame has pixels until they are released, unless they are not needed yet
     _Rect<int> valid;
     std::unique_ptr<Stacker> stacker;
 
+    FrameOutline outlineOfReference()
+    {
+        if (auto known = series.outline(referenceIndex))
+            return std::move(*known);
+        if (!settings.adjust.enabled)
+            readAheadFrom(0); // together with the reference
+        FocusStackerFrame frame = series.frame(referenceIndex);
+        const auto image = frame.image;
+        return {std::move(frame), image->size(), image->colorProfile()};
+    }
+
+    void addUnaligned()
+    {
+        start();
+        releaseReference();
+        for (int index = 0; index < count; ++index)
+            if (index != referenceIndex)
+                add(index, series.frame(index));
+    }
+
+    // One frame at a time is registered and added.
+    void addAligned()
+    {
+        start();
+        const auto consume = [this](int index, FocusStackerFrame& aligned, const _Rect<int>& rectangle) {
+            if (index == referenceIndex)
+                return;
+            add(index, aligned);
+            valid = commonRectangle(valid, rectangle);
+        };
+        alignFramesStreaming([this](int index) { return sameSizedFrame(index); }, consume,
+                             static_cast<std::size_t>(count), static_cast<std::size_t>(referenceIndex));
+    }
+
+    // All frames are registered before the first is added, so the stacker is not made earlier.
+    void addAlignedFinely()
+    {
+        series.readAhead(referenceIndex); // for start(), if it is not needed here
+        const auto structure = [this](std::size_t index) { return sameSizedStructure(static_cast<int>(index)); };
+        const auto places = placeFrames(static_cast<std::size_t>(count), static_cast<std::size_t>(referenceIndex),
+                                        structure, {}, FrameMovement::Series, RunControl::none());
+        start();
+        for (int index = 0; index < count; ++index) {
+            if (index == referenceIndex)
+                continue;
+            FocusStackerFrame frame = sameSizedFrame(index);
+            const _Rect<int> rectangle =
+                alignToPlace(frame, places[static_cast<std::size_t>(index)], reference.frame.path);
+            add(index, frame);
+            valid = commonRectangle(valid, rectangle);
+        }
+    }
+
     void start()
     {
-        const FocusStackerFrame first = reference.image ? reference : series.frame(referenceIndex);
-        stacker = makeStacker(size.width, size.height);
-        stacker->addFrame(first.image->data(), size.width, size.height, 0);
+        const FocusStackerFrame first = reference.frame.image ? reference.frame : series.frame(referenceIndex);
+        stacker = makeStacker(reference.size.width, reference.size.height);
+        readAheadFrom(0);
+        stacker->addFrame(first.image->data(), reference.size.width, reference.size.height, 0);
     }
 
     void add(int index, const FocusStackerFrame& frame)
     {
-        Series::requireSize(size, reference.path, frame);
+        requireSizeOf(reference, frame);
         run.throwIfCancelled();
-        series.deghost(frame, index);
-        stacker->addFrame(frame.image->data(), size.width, size.height, 0);
+        // Not earlier: while a frame is warped there are two pictures already.
+        readAheadFrom(index + 1);
+        deghost(frame, index);
+        stacker->addFrame(frame.image->data(), reference.size.width, reference.size.height, 0);
+    }
+
+    // The frame that is added next, of those from `index` on.
+    void readAheadFrom(int index) { series.readAhead(index == referenceIndex ? index + 1 : index); }
+
+    // Removes from a frame what moved relative to the ghost reference, in place.
+    void deghost(const FocusStackerFrame& frame, int index)
+    {
+        if (!settings.ghostReduction.enabled || index == settings.ghostReduction.referenceIndex)
+            return;
+        std::vector<FocusStackerFrame> pair = {series.frame(settings.ghostReduction.referenceIndex), frame};
+        requireSize(pair[0].image->size(), pair[0].path, frame.path, frame.image->size());
+        processDeghosting(pair, static_cast<DeghostAmount>(settings.ghostReduction.amount), 0);
     }
 
     // Deghosting changed the pixels that the series lends, which would be lost.
     void releaseReference()
     {
         if (!settings.ghostReduction.enabled)
-            reference.image.reset();
+            reference.frame.image.reset();
     }
 
     // A frame of another size must fail before it is registered. The reference has pixels only the first time: when it
@@ -294,13 +183,22 @@ private:
     FocusStackerFrame sameSizedFrame(int index)
     {
         if (index == referenceIndex) {
-            FocusStackerFrame frame = reference;
+            FocusStackerFrame frame = reference.frame;
             releaseReference();
             return frame;
         }
         FocusStackerFrame frame = series.frame(index);
-        Series::requireSize(size, reference.path, frame);
+        requireSizeOf(reference, frame);
         return frame;
+    }
+
+    FrameStructure sameSizedStructure(int index)
+    {
+        if (const auto known = series.outline(index)) {
+            requireSize(reference.size, reference.frame.path, known->frame.path, known->size);
+            return std::move(*series.structure(index));
+        }
+        return structureOf(*sameSizedFrame(index).image);
     }
 };
 
@@ -339,11 +237,9 @@ std::shared_ptr<Image> stackSeries(const std::vector<PictureInput>& inputs,
 {
     const int count = static_cast<int>(inputs.size());
     const int referenceIndex = settings.adjust.enabled ? settings.adjust.referenceIndex : count / 2;
-    Series series(inputs, settings, run);
-    // A file that cannot be read should fail before the frames are registered, which takes the most time.
+    FocusSeries series(inputs, settings, run);
     if (settings.adjust.enabled)
-        for (int index = 0; index < count; ++index)
-            series.check(index);
+        series.check();
 
     std::shared_ptr<Picture> result;
     FocusStackerFrame reference;

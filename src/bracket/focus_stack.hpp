@@ -20,9 +20,10 @@ using StackerFactory = std::function<std::unique_ptr<grfx::IFocusStacking<PixelR
 
 /// Loads the frames, feeds the stacker, finishes and crops its result. If a picture cannot be read, writes a line that
 /// starts with `caller` to standard error, unless that is empty, and returns an empty pointer; all other failures
-/// throw, a cancel too. Peak: the memory of the stacker and two pictures, of which one is warped from the other. Frames
-/// that are used again are kept besides in the samples of their files, except for JPEG files and pictures in memory,
-/// which are read again unless ghosts are removed.
+/// throw, a cancel too. Peak: the memory of the stacker and two pictures, the one that is added and either the one that
+/// it is warped from or the next one, which is read meanwhile. Frames that are used again are kept besides in the
+/// samples of their files, except for JPEG files and pictures in memory, which are read again unless ghosts are
+/// removed.
 [[nodiscard]] std::shared_ptr<Image> stackFocusSeries(const std::vector<PictureInput>& inputs,
                                                       const BracketSettings::FocusStacking& settings,
                                                       const StackerFactory& makeStacker, const std::string& caller,

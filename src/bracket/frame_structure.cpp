@@ -1,5 +1,6 @@
 #include "bracket/frame_structure.hpp"
 
+#include <orvo_core/detail/vector_code.hpp>
 #include <orvo_core/luma.hpp>
 #include <orvo_core/parallel.hpp>
 
@@ -31,16 +32,34 @@ constexpr float kLeastNoise = 0.5f / 255.0f;
 // Every so many pixels in both directions are enough to find the noise.
 constexpr int kNoiseStep = 5;
 
+bool isTooLarge(cv::Size size)
+{
+    return static_cast<double>(size.width) * static_cast<double>(size.height) > kMostPixels &&
+           std::min(size.width, size.height) > 1;
+}
+
+// NaN stays NaN.
+ORVO_VECTOR_CLONES void lumaOfRow(const PixelRGB<float>* __restrict pixels, float* __restrict out, int width)
+{
+    for (int x = 0; x < width; ++x) {
+        const float luma = luma601(pixels[x].r, pixels[x].g, pixels[x].b);
+        const float positive = luma < 0.0f ? 0.0f : luma;
+        out[x] = positive > 1.0f ? 1.0f : positive;
+    }
+}
+
 cv::Mat lumaOf(const _ImageData<PixelRGB<float>>& picture)
 {
     cv::Mat luma(picture.height(), picture.width(), CV_32F);
-    forEachRow(picture.height(), [&](int y) {
-        const PixelRGB<float>* const row = picture.row(y);
-        auto* const out = luma.ptr<float>(y);
-        for (int x = 0; x < picture.width(); ++x)
-            out[x] = std::min(std::max(luma601(row[x]), 0.0f), 1.0f);
-    });
+    forEachRow(picture.height(), [&](int y) { lumaOfRow(picture.row(y), luma.ptr<float>(y), picture.width()); });
     return luma;
+}
+
+ORVO_VECTOR_CLONES void meansOfFour(const float* __restrict a, const float* __restrict b, float* __restrict out,
+                                    int width)
+{
+    for (int x = 0; x < width; ++x)
+        out[x] = 0.25f * ((a[2 * x] + a[2 * x + 1]) + (b[2 * x] + b[2 * x + 1]));
 }
 
 // Each pixel the mean of four; an odd last row or column is left out.
@@ -48,11 +67,7 @@ cv::Mat halved(const cv::Mat& luma)
 {
     cv::Mat half(luma.rows / 2, luma.cols / 2, CV_32F);
     forEachRow(half.rows, [&](int y) {
-        const auto* const a = luma.ptr<float>(2 * y);
-        const auto* const b = luma.ptr<float>(2 * y + 1);
-        auto* const out = half.ptr<float>(y);
-        for (int x = 0; x < half.cols; ++x)
-            out[x] = 0.25f * ((a[2 * x] + a[2 * x + 1]) + (b[2 * x] + b[2 * x + 1]));
+        meansOfFour(luma.ptr<float>(2 * y), luma.ptr<float>(2 * y + 1), half.ptr<float>(y), half.cols);
     });
     return half;
 }
@@ -102,7 +117,7 @@ FrameStructure structureOf(const _ImageData<PixelRGB<float>>& picture)
 {
     FrameStructure result;
     cv::Mat luma = lumaOf(picture);
-    while (static_cast<double>(luma.total()) > kMostPixels && std::min(luma.rows, luma.cols) > 1) {
+    while (isTooLarge(luma.size())) {
         luma = halved(luma);
         result.reduction *= 2;
     }
@@ -113,5 +128,7 @@ FrameStructure structureOf(const _ImageData<PixelRGB<float>>& picture)
         luma = halved(luma);
     }
 }
+
+bool isStructureReduced(_Size<int> size) { return isTooLarge({size.width, size.height}); }
 
 } // namespace orvo

@@ -22,4 +22,8 @@ struct FrameStructure
 /// the finest level, or the luma of the frame; the result is a third more than one of them.
 [[nodiscard]] FrameStructure structureOf(const _ImageData<PixelRGB<float>>& picture);
 
+/// Whether the finest level of a picture of this size has fewer pixels than the picture: the structure then takes less
+/// memory than samples of 8 bits.
+[[nodiscard]] bool isStructureReduced(_Size<int> size);
+
 } // namespace orvo

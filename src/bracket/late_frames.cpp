@@ -63,7 +63,21 @@ LateFrames::LateFrames(const std::vector<PictureInput>& inputs_, const HDRSettin
     }
 }
 
-std::shared_ptr<_ImageData<PixelRGB<float>>> LateFrames::read(std::size_t frame) const
+std::shared_ptr<_ImageData<PixelRGB<float>>> LateFrames::read(std::size_t frame)
+{
+    if (!ahead || ahead->frame != frame)
+        return readNow(frame);
+    const std::unique_ptr<Ahead> own = std::move(ahead);
+    return own->pixels.take();
+}
+
+void LateFrames::readAhead(std::size_t frame)
+{
+    ahead.reset();
+    ahead = std::unique_ptr<Ahead>(new Ahead{frame, MadeAhead<Pixels>([this, frame] { return readNow(frame); })});
+}
+
+LateFrames::Pixels LateFrames::readNow(std::size_t frame) const
 {
     HDRFrame loaded = readFrame(inputs[inputOf[frame]], lensCorrection);
     if (!loaded.image)

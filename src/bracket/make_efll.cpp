@@ -285,11 +285,11 @@ Merged finish(HDRFrame& middle, std::shared_ptr<Picture> result, const std::vect
 }
 
 // Blends the frames of a developed bracket in the order in which the fold needs them, so that only one is in memory
-// besides the result.
+// besides the result, and of a long bracket the next.
 Merged mergeReadLate(const std::vector<PictureInput>& inputs, const HDRSettings& settings, const RunControl& run,
                      MergePhases& phases)
 {
-    const LateFrames late(inputs, settings, run);
+    LateFrames late(inputs, settings, run);
     const std::vector<HDRFrame>& frames = late.frames();
     phases.framesLoaded();
     if (run.cancelled())
@@ -321,9 +321,14 @@ Merged mergeReadLate(const std::vector<PictureInput>& inputs, const HDRSettings&
     forEachItem(first.size(), [&](std::size_t i) { pictures[i] = late.read(first[i]); });
     for (std::size_t i = 0; i < first.size(); ++i)
         give(first[i], std::exchange(pictures[i], nullptr));
+    // Of a long bracket the next frame is read while one is blended. Of a short one it would be the third, at most: not
+    // worth a picture more of memory.
+    const bool readsAhead = frames.size() > kMostResampledFrames;
     const auto readOnce = [&](std::size_t rung) {
         if (!ladder.rungs[rung].image)
             give(ladder.frames[rung], late.read(ladder.frames[rung]));
+        if (readsAhead && rung > 0 && !ladder.rungs[rung - 1].image)
+            late.readAhead(ladder.frames[rung - 1]);
     };
     const float maskScale = frames.size() > kMostResampledFrames ? 1.0f : kResampledMaskScale;
     auto result = blendLadder(ladder.rungs, ladder.shifts, late.size(), readOnce, maskScale, settings, run, phases);

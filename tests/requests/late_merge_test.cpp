@@ -3,6 +3,7 @@
 #include "support/temporary_folder.hpp"
 
 #include <orvo_common/memory_manager.hpp>
+#include <orvo_core/parallel.hpp>
 #include <orvo_extensions/requests.hpp>
 #include <orvo_io/image_reader.hpp>
 #include <scenes/bracket_files.hpp>
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
 using namespace orvo;
 using namespace orvo::test;
@@ -104,18 +106,19 @@ TEST_F(LateMerge, OfAlignedAndDeghostedFramesIsTheSame)
     expectSame(plainFrames(4, ".tif"), settings);
 }
 
-TEST_F(LateMerge, HoldsOneFrameBesidesTheResult)
+TEST_F(LateMerge, HoldsOneFrameBesidesTheResultAndOfALongBracketTheNext)
 {
     constexpr int kWidth = 300;
     constexpr int kHeight = 2400;
     constexpr double kPicture = 12.0 * kWidth * kHeight;
-    for (const std::size_t count : {3U, 7U}) {
+    const WorkerLimit limit(2); // else it is not read ahead
+    for (const auto& [count, pictures] : {std::pair{3U, 2.4}, {7U, 3.4}}) {
         const Paths files = plainFrames(count, ".tif", kWidth, kHeight);
         MemoryManager& memory = MemoryManager::instance();
         const std::size_t before = memory.liveBytes();
         memory.resetPeak();
         ASSERT_TRUE(merged(files, false).image);
-        EXPECT_LT(static_cast<double>(memory.peakBytes() - before), 2.4 * kPicture) << count;
+        EXPECT_LT(static_cast<double>(memory.peakBytes() - before), pictures * kPicture) << count;
     }
 }
 
@@ -157,6 +160,59 @@ TEST_F(LateMerge, OfPixelsThatCannotBeReadFailsDuringTheBlend)
         EXPECT_EQ(result.failure->kind, FailureKind::UnreadableFile);
         EXPECT_EQ(result.failure->file, files[broken]);
         EXPECT_EQ(describe(*result.failure), describe(*merged(files, true).failure));
+    }
+}
+
+TEST_F(LateMerge, OfALongBracketIsTheSameForAnyNumberOfThreads)
+{
+    const Paths files = plainFrames(6, ".jpg");
+    for (const int threads : {1, 2, 5}) {
+        const WorkerLimit limit(threads);
+        expectSame(files);
+    }
+}
+
+// The next file is read on another thread while a frame is blended; a failure must not depend on which is faster.
+TEST_F(LateMerge, OfALongBracketNamesTheSameUnreadableFileForAnyNumberOfThreads)
+{
+    scenes::BracketRecipe recipe;
+    recipe.scene.size = {240, 160};
+    recipe.evs = {-3.0, -2.0, -1.0, 0.0, 1.0, 2.0};
+    const Paths files = scenes::writeBracket(scenes::Bracket(recipe), folder.path(), {});
+    for (const std::size_t broken : {1U, 2U}) // after their headers
+        std::filesystem::resize_file(files[broken], std::filesystem::file_size(files[broken]) * 2 / 3);
+    for (const int threads : {1, 2, 5}) {
+        const WorkerLimit limit(threads);
+        const HdrResult result = merged(files, false);
+        ASSERT_TRUE(result.failure) << threads;
+        EXPECT_EQ(result.failure->kind, FailureKind::UnreadableFile) << threads;
+        EXPECT_EQ(result.failure->file, files[2]) << "the brighter of the two is blended first";
+        EXPECT_THAT(phases, testing::ElementsAre(0, 1, 2, 3, 4)) << "two frames are blended";
+    }
+}
+
+TEST_F(LateMerge, OfALongBracketIsCancelledAtEachPoll)
+{
+    const Paths files = plainFrames(6, ".jpg");
+    int polls = 0;
+    const auto mergedUntil = [&](int last) {
+        polls = 0;
+        HdrRequest request;
+        request.pictures = inputsOf(files);
+        request.keepsMiddleFrame = false;
+        request.cancel = [&] { return ++polls >= last; };
+        return perform(request);
+    };
+    ASSERT_TRUE(mergedUntil(1'000'000).image);
+    const int all = polls;
+    EXPECT_GT(all, 2 * 6) << "frames opened and blended";
+    const std::size_t live = MemoryManager::instance().liveBytes();
+    for (int last = 1; last <= all; ++last) {
+        const HdrResult result = mergedUntil(last);
+        EXPECT_FALSE(result.image) << last << " of " << all;
+        ASSERT_TRUE(result.failure) << last;
+        EXPECT_EQ(result.failure->kind, FailureKind::Cancelled) << last;
+        EXPECT_EQ(MemoryManager::instance().liveBytes(), live) << last;
     }
 }
 

@@ -71,8 +71,10 @@ std::uint64_t rounded(double bytes) { return static_cast<std::uint64_t>(bytes); 
 
 std::uint64_t memoryNeed(const HdrJobRequest& request)
 {
-    constexpr double kReadLate = 28.0; // the result, a frame and its mask
-    constexpr double kSingle = 30.0;   // with the frame whose highlights are recovered
+    constexpr double kReadLate = 28.0;   // the result, a frame and its mask
+    constexpr double kReadAhead = 40.0;  // and the next frame
+    constexpr std::size_t kShortest = 4; // frames of which the next is read ahead
+    constexpr double kSingle = 30.0;     // with the frame whose highlights are recovered
     constexpr double kRawMerge = 20.0;
     constexpr double kRegistered = 28.0;
     constexpr double kRawRegistered = 60.0; // the rungs of the ladder
@@ -83,18 +85,17 @@ std::uint64_t memoryNeed(const HdrJobRequest& request)
                        (pixels.raw > 0.0 ? kRawRegistered : kRegistered) * pixels.largest);
     if (pixels.raw > 0.0)
         return rounded(kProgram + pixels.held + kRawMerge * pixels.largest);
-    return rounded(kProgram + (isSingle ? kSingle : kReadLate) * pixels.largest);
+    const double readLate = request.frames.size() < kShortest ? kReadLate : kReadAhead;
+    return rounded(kProgram + (isSingle ? kSingle : readLate) * pixels.largest);
 }
 
 std::uint64_t memoryNeed(const StackJobRequest& request)
 {
-    constexpr double kStack = 58.0; // the stacker's planes, and the picture that is aligned
-    constexpr double kFastStack = 70.0;
-    constexpr double kDeghosted = 18.0;
+    constexpr double kStack = 70.0; // the stacker's planes, the picture that is added, and the next one
+    constexpr double kDeghosted = 10.0;
     const Pixels pixels = pixelsOf(request.frames);
-    const double stack = request.align && request.fast ? kFastStack : kStack;
     return rounded(kProgram + keptBytes(request, pixels) +
-                   (stack + (request.deghost ? kDeghosted : 0.0)) * pixels.largest);
+                   (kStack + (request.deghost ? kDeghosted : 0.0)) * pixels.largest);
 }
 
 std::uint64_t memoryNeed(const PanoJobRequest& request)

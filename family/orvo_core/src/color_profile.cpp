@@ -207,13 +207,18 @@ bool readPrimaries(cmsHPROFILE profile, Impl& impl)
 {
     constexpr cmsTagSignature kColorants[] = {cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag};
     constexpr cmsTagSignature kCurves[] = {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag};
+    const cmsToneCurve* last = nullptr;
     for (int k = 0; k < 3; ++k) {
         const auto* const xyz = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, kColorants[k]));
         const cmsToneCurve* const curve = curveOf(profile, kCurves[k]);
         if (xyz == nullptr || curve == nullptr)
             return false;
         impl.xyzFromLinear.col(k) = Vector3(xyz->X, xyz->Y, xyz->Z);
-        impl.curves.emplace_back([curve](double x) { return valueOf(curve, x); });
+        if (curve == last) // the channels of most profiles share one
+            impl.curves.push_back(impl.curves.back());
+        else
+            impl.curves.emplace_back([curve](double x) { return valueOf(curve, x); });
+        last = curve;
     }
     normaliseWhite(impl.xyzFromLinear);
     return true;

@@ -48,11 +48,33 @@ ORVO_VECTOR_CLONES void challenge(float* __restrict gain, float* __restrict held
                                   const float* __restrict r, const float* __restrict g, const float* __restrict b,
                                   const NoiseCurve& noise, float margin, int width)
 {
-    for (int x = 0; x < width; ++x) {
-        const float uncertain = margin * noise.at((r[x] + g[x] + b[x]) * (1.0f / kChannels));
-        const float better = held[x] * kBetterBy;
-        gain[x] = activity[x] - held[x] - (better > uncertain ? better : uncertain);
-        held[x] = gain[x] > 0.0f ? activity[x] : held[x];
+    // The table is read in a loop of its own, so that the others work on vectors.
+    constexpr int kBlock = 64;
+    int bins[kBlock];
+    float shares[kBlock];
+    float lows[kBlock];
+    float highs[kBlock];
+    for (int first = 0; first < width; first += kBlock) {
+        const int count = width - first < kBlock ? width - first : kBlock;
+        for (int i = 0; i < count; ++i) {
+            const int x = first + i;
+            const NoiseCurve::Place place = NoiseCurve::placeOf((r[x] + g[x] + b[x]) * (1.0f / kChannels));
+            bins[i] = place.bin;
+            shares[i] = place.share;
+        }
+        for (int i = 0; i < count; ++i) {
+            lows[i] = noise.energy[static_cast<std::size_t>(bins[i])];
+            highs[i] = noise.energy[static_cast<std::size_t>(bins[i]) + 1];
+        }
+        for (int i = 0; i < count; ++i) {
+            const int x = first + i;
+            const float uncertain = margin * (lows[i] + (highs[i] - lows[i]) * shares[i]);
+            const float current = held[x];
+            const float better = current * kBetterBy;
+            const float gained = activity[x] - current - (better > uncertain ? better : uncertain);
+            gain[x] = gained;
+            held[x] = gained > 0.0f ? activity[x] : current;
+        }
     }
 }
 
@@ -114,10 +136,12 @@ public:
             throw std::invalid_argument("addFrame: flag is " + std::to_string(flag) + ", only 0 is supported");
         if (!merged)
             merged.emplace(extents);
-        const auto filled = orvo::detail::fillAbsent(pixels, extents[0]);
-        const Level* const absent = filled ? &filled->absent : nullptr;
-        merged->range.include(pixels, absent);
-        merge(filled ? filled->pixels.data() : pixels, absent);
+        if (merged->range.include(pixels)) {
+            merge(pixels, nullptr);
+        } else {
+            const orvo::detail::FilledFrame filled = orvo::detail::fillAbsent(pixels, extents[0]);
+            merge(filled.pixels.data(), &filled.absent);
+        }
         ++frames;
     }
 

@@ -17,14 +17,24 @@ struct NoiseCurve
     /// At the centres of kBins equal parts of 0..1.
     std::array<float, kBins> energy{};
 
-    /// Interpolated; constant beyond the first and the last centre.
-    [[nodiscard]] ORVO_INLINE float at(float brightness) const
+    /// Where a brightness lies between two centres; beyond the first and the last there.
+    struct Place
+    {
+        int bin;
+        float share; ///< of the next bin
+    };
+    [[nodiscard]] static ORVO_INLINE Place placeOf(float brightness)
     {
         const float position = brightness * kBins - 0.5f;
         const float inside = position > 0.0f ? (position < kBins - 1 ? position : kBins - 1) : 0.0f;
         const int bin = static_cast<int>(inside) < kBins - 2 ? static_cast<int>(inside) : kBins - 2;
-        const float low = energy[static_cast<std::size_t>(bin)];
-        return low + (energy[static_cast<std::size_t>(bin) + 1] - low) * (inside - static_cast<float>(bin));
+        return {bin, inside - static_cast<float>(bin)};
+    }
+    [[nodiscard]] ORVO_INLINE float at(float brightness) const
+    {
+        const Place place = placeOf(brightness);
+        const float low = energy[static_cast<std::size_t>(place.bin)];
+        return low + (energy[static_cast<std::size_t>(place.bin) + 1] - low) * place.share;
     }
 };
 

@@ -85,15 +85,8 @@ std::size_t at(int y, int width) { return static_cast<std::size_t>(y) * static_c
 
 } // namespace
 
-std::optional<FilledFrame> fillAbsent(const PixelRGB<float>* pixels, LevelExtent extent)
+FilledFrame fillAbsent(const PixelRGB<float>* pixels, LevelExtent extent)
 {
-    std::atomic<bool> complete = true;
-    forEachRow(extent.height, [&](int y) {
-        if (!allPresent(&pixels[at(y, extent.width)].r, kChannels * extent.width))
-            complete = false;
-    });
-    if (complete)
-        return std::nullopt;
     FilledFrame filled{ManagedPlane<PixelRGB<float>>(extent.pixels()), Level(extent, 1)};
     forEachRow(extent.height, [&](int y) {
         fillRow(&filled.pixels[at(y, extent.width)], filled.absent.row(0, y), &pixels[at(y, extent.width)],
@@ -111,19 +104,22 @@ SampleRange::SampleRange(LevelExtent extent_)
     });
 }
 
-void SampleRange::include(const PixelRGB<float>* pixels, const Level* absent)
+bool SampleRange::include(const PixelRGB<float>* pixels)
 {
+    std::atomic<bool> complete = true;
     forEachRow(extent.height, [&](int y) {
         const std::size_t start = at(y, extent.width);
-        if (absent == nullptr) {
+        if (allPresent(&pixels[start].r, kChannels * extent.width)) {
             includeSamples(&low[kChannels * start], &high[kChannels * start], &pixels[start].r,
                            kChannels * extent.width);
             return;
         }
+        complete = false;
         for (std::size_t i = start; i < start + static_cast<std::size_t>(extent.width); ++i)
-            if (absent->row(0, y)[i - start] == 0.0f)
+            if (present(pixels[i]))
                 includeSamples(&low[kChannels * i], &high[kChannels * i], &pixels[i].r, kChannels);
     });
+    return complete;
 }
 
 void SampleRange::limitRow(PixelRGB<float>* out, const float* r, const float* g, const float* b, int y) const

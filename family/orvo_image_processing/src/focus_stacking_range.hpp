@@ -4,7 +4,6 @@
 #include "focus_stacking_levels.hpp"
 
 #include <cstdint>
-#include <optional>
 
 namespace orvo::detail {
 
@@ -18,17 +17,17 @@ struct FilledFrame
     Level absent; ///< 1 where a pixel is absent, 0 elsewhere
 };
 
-/// Empty if every pixel is present. An absent pixel continues its left neighbour, or at the start of a row the first
+/// The frame without absent pixels: one continues its left neighbour, or at the start of a row the first
 /// present one; a row without any is black.
-[[nodiscard]] std::optional<FilledFrame> fillAbsent(const PixelRGB<float>* pixels, LevelExtent extent);
+[[nodiscard]] FilledFrame fillAbsent(const PixelRGB<float>* pixels, LevelExtent extent);
 
 /// Smallest and largest value of each sample, in steps of 1/8192, rounded outward, -4..4; no limit beyond that.
 class SampleRange
 {
 public:
     explicit SampleRange(LevelExtent extent);
-    /// `absent`, if not empty, is 1 at pixels to skip.
-    void include(const PixelRGB<float>* pixels, const Level* absent);
+    /// Includes all pixels that are present, and returns whether every one is.
+    [[nodiscard]] bool include(const PixelRGB<float>* pixels);
     /// Writes row `y` of planar samples into pixels, each clamped to its range. A pixel that no frame had is unlimited.
     void limitRow(PixelRGB<float>* out, const float* r, const float* g, const float* b, int y) const;
 

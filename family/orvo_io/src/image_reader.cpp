@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <vector>
 
 namespace orvo {
@@ -215,6 +216,22 @@ std::shared_ptr<RGBPicture> pictureToMeasure(const SourceFile& file, bool isRaw)
     return io::readRaw(file, job).picture;
 }
 
+// What a file states about its picture; empty if it cannot be read.
+std::optional<io::BlockFacts> factsOf(const std::filesystem::path& path)
+{
+    try {
+        const SourceFile file(path);
+        ReadJob job;
+        job.depth = ReadDepth::Facts;
+        job.maxPixels = kUsualMaxPixels;
+        return readAny(file, job).facts;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 } // namespace
 
 ImageReader::ImageReader() = default;
@@ -329,17 +346,14 @@ bool isRawImageFile(const std::filesystem::path& path)
 
 int sampleBitsOf(const std::filesystem::path& path)
 {
-    try {
-        const SourceFile file(path);
-        ReadJob job;
-        job.depth = ReadDepth::Facts;
-        job.maxPixels = kUsualMaxPixels;
-        return readAny(file, job).facts.sampleBits;
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::exception&) {
-        return 0;
-    }
+    const auto facts = factsOf(path);
+    return facts ? facts->sampleBits : 0;
+}
+
+_Size<int> pictureSizeOf(const std::filesystem::path& path)
+{
+    const auto facts = factsOf(path);
+    return facts ? facts->record.size : _Size<int>();
 }
 
 bool beginsLikePicture(const std::filesystem::path& path) { return kindOf(path) != io::FileKind::Unknown; }

@@ -474,6 +474,20 @@ TEST_F(ImageReaderTest, MeasuresBrightnessWithoutExif)
     }
 }
 
+TEST_F(ImageReaderTest, SizeOfAFileWithoutItsPixels)
+{
+    const Bytes samples(6 * 4 * 3, 100);
+    makeJpeg(folder / "a.jpg", 6, 4, samples, {});
+    EXPECT_EQ(pictureSizeOf(folder / "a.jpg"), _Size<int>(6, 4));
+    makePng(folder / "a.png", 4, 6, samples, {.bits = 8});
+    EXPECT_EQ(pictureSizeOf(folder / "a.png"), _Size<int>(4, 6));
+    const LogCapture log;
+    writeBytes(folder / "text.jpg", Bytes(100, 'x'));
+    EXPECT_EQ(pictureSizeOf(folder / "text.jpg"), _Size<int>());
+    EXPECT_EQ(pictureSizeOf(folder / "missing.jpg"), _Size<int>());
+    EXPECT_TRUE(log.lines().empty());
+}
+
 TEST_F(ImageReaderTest, BitsOfSamples)
 {
     const Bytes samples(4 * 4 * 3 * 4, 100);

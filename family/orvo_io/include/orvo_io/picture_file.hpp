@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo_common/export.hpp>
+#include <orvo_core/geometry.hpp>
 
 #include <filesystem>
 
@@ -18,5 +19,9 @@ namespace orvo {
 /// the number of PNG, TIFF, HEIC and AVIF; 16 for raw and EXR. 0 if the file cannot be read; logs nothing. Decodes no
 /// pixels. Throws std::bad_alloc.
 [[nodiscard]] ORVO_EXPORT int sampleBitsOf(const std::filesystem::path& path);
+
+/// The size of the picture in a file, upright; 0 by 0 if the file cannot be read; logs nothing. Decodes no pixels.
+/// Throws std::bad_alloc.
+[[nodiscard]] ORVO_EXPORT _Size<int> pictureSizeOf(const std::filesystem::path& path);
 
 } // namespace orvo

@@ -234,6 +234,7 @@ PatchFillSettings settingsFrom(const std::vector<std::string>& words)
         ORVO_KEY(rimWeight),
         ORVO_KEY(lastAgreement),
         ORVO_KEY(evenSeams),
+        ORVO_KEY(planes),
         ORVO_KEY(lineWeight),
         ORVO_KEY(rareWeight),
         ORVO_KEY(rareLevels),

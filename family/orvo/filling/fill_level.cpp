@@ -209,7 +209,9 @@ FillLevel finestLevel(const _ImageData<PixelRGB<float>>& picture, const Hole& ho
         const auto first = static_cast<std::size_t>(level.at(kMargin, kMargin + y));
         for (int x = 0; x < window.width; ++x) {
             const std::size_t i = first + static_cast<std::size_t>(x);
-            level.places[i] = inHole[x] != 0 ? Place::Hole : Place::Known;
+            level.places[i] = inHole[x] != 0                                ? Place::Hole
+                              : hole.hasContent(window.x + x, window.y + y) ? Place::Known
+                                                                            : Place::Outside;
             level.texels[i] = {toByte(in[x].r), toByte(in[x].g), toByte(in[x].b), 0};
         }
     });
@@ -232,7 +234,7 @@ FillLevel coarserLevel(const FillLevel& fine)
             int g = 0;
             int b = 0;
             int texture = 0;
-            bool whole = true;
+            Place place = Place::Known;
             for (int dy = 0; dy < 4; ++dy)
                 for (int dx = 0; dx < 4; ++dx) {
                     const auto i = static_cast<std::size_t>(
@@ -240,7 +242,8 @@ FillLevel coarserLevel(const FillLevel& fine)
                     const bool inBlock = (dx == 1 || dx == 2) && (dy == 1 || dy == 2);
                     const bool inPicture = 2 * x - 1 + dx < from.width && 2 * y - 1 + dy < from.height;
                     if (fine.places[i] != Place::Known) {
-                        whole = whole && !(inBlock && inPicture);
+                        if (inBlock && inPicture && place != Place::Hole)
+                            place = fine.places[i];
                         continue;
                     }
                     const int w = kTaps[dx] * kTaps[dy];
@@ -252,7 +255,7 @@ FillLevel coarserLevel(const FillLevel& fine)
                     texture += w * t.texture;
                 }
             const auto to = static_cast<std::size_t>(level.at(kMargin + x, kMargin + y));
-            level.places[to] = whole ? Place::Known : Place::Hole;
+            level.places[to] = place;
             if (weight == 0)
                 continue;
             const auto mean = [&](int sum) { return static_cast<std::uint8_t>((sum + weight / 2) / weight); };

@@ -30,13 +30,6 @@ struct Texel
 };
 static_assert(sizeof(Texel) == 4, "rows of patches are compared as raw bytes");
 
-enum class Place : std::uint8_t
-{
-    Known,
-    Hole,    ///< painted
-    Outside, ///< beyond the picture or its searched part, and in no patch
-};
-
 /// A part of the picture at some scale, inside a margin that lets patches overhang the picture. The margin near the
 /// hole is painted like the hole and dropped at the end.
 class FillLevel
@@ -90,7 +83,8 @@ private:
 [[nodiscard]] FillLevel finestLevel(const _ImageData<PixelRGB<float>>& picture, const Hole& hole,
                                     const _Rect<int>& window, int textureRadius, float textureGain);
 
-/// Half the size. A pixel is the mean of the known pixels among its 2 x 2; it is hole if any of these is.
+/// Half the size. A pixel is the mean of the known pixels among its 2 x 2; it is hole if any of these is,
+/// else outside if any of these is.
 [[nodiscard]] FillLevel coarserLevel(const FillLevel& fine);
 
 /// Calls `body(corner)` for every target, on any thread.

@@ -30,6 +30,8 @@ struct PatchFillSettings
     /// The same for holes at the border of the picture: at the open side no seam keeps copies of people out.
     float borderPieceShare = 8.0f;
     Refinement shifted = {3, 3, 8, 0.6f};
+    /// Holes in a plane in strong perspective are filled as if it were seen from above (plane_view.hpp).
+    bool planes = true;
     int passes = 2;              ///< of search per round
     float textureGain = 10.0f;   ///< weight of the mean gradient relative to colours, in 8-bit steps
     int rimWeight = 6;           ///< of known pixels in patches that meet the hole; painted ones weigh 1

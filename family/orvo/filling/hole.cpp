@@ -39,21 +39,49 @@ Hole::Hole(_Size<int> picture, const _ImageData<float>& mask)
     std::vector<int> columns(static_cast<std::size_t>(picture.width));
     for (int x = 0; x < picture.width; ++x)
         columns[static_cast<std::size_t>(x)] = nearestSample(x, picture.width, mask.width());
+    forEachRow(picture.height, [&](int y) {
+        const float* const samples = mask.row(nearestSample(y, picture.height, mask.height()));
+        std::uint8_t* const out = marks.data() + rowOffset(y);
+        for (int x = 0; x < extent.width; ++x)
+            out[x] = samples[columns[static_cast<std::size_t>(x)]] >= kThreshold ? 1 : 0;
+    });
+    measure();
+    if (count == static_cast<std::size_t>(extent.width) * static_cast<std::size_t>(extent.height))
+        throw FailureError({FailureKind::UnfittingPictures,
+                            {},
+                            "expected a mask that leaves something of the picture, found one that marks all of " +
+                                sides(extent) + " pixels"});
+}
+
+Hole::Hole(_Size<int> picture, const std::function<Place(int x, int y)>& placeAt)
+    : extent(picture), marks(static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height)),
+      lacks(std::in_place, static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height))
+{
+    forEachRow(picture.height, [&](int y) {
+        for (int x = 0; x < extent.width; ++x) {
+            const Place place = placeAt(x, y);
+            const std::size_t i = rowOffset(y) + static_cast<std::size_t>(x);
+            marks[i] = place == Place::Hole ? 1 : 0;
+            (*lacks)[i] = place == Place::Outside ? 1 : 0;
+        }
+    });
+    measure();
+}
+
+void Hole::measure()
+{
     struct Row
     {
         int first;
         int end;
         int count;
     };
-    std::vector<Row> rows(static_cast<std::size_t>(picture.height));
-    forEachRow(picture.height, [&](int y) {
-        const float* const samples = mask.row(nearestSample(y, picture.height, mask.height()));
-        std::uint8_t* const out = marks.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(extent.width);
+    std::vector<Row> rows(static_cast<std::size_t>(extent.height));
+    forEachRow(extent.height, [&](int y) {
+        const std::uint8_t* const in = row(y);
         Row found{extent.width, 0, 0};
         for (int x = 0; x < extent.width; ++x) {
-            const bool inside = samples[columns[static_cast<std::size_t>(x)]] >= kThreshold;
-            out[x] = inside ? 1 : 0;
-            if (!inside)
+            if (in[x] == 0)
                 continue;
             found.first = std::min(found.first, x);
             found.end = x + 1;
@@ -66,22 +94,17 @@ Hole::Hole(_Size<int> picture, const _ImageData<float>& mask)
     int top = extent.height;
     int bottom = 0;
     for (int y = 0; y < extent.height; ++y) {
-        const Row& row = rows[static_cast<std::size_t>(y)];
-        if (row.count == 0)
+        const Row& found = rows[static_cast<std::size_t>(y)];
+        if (found.count == 0)
             continue;
-        left = std::min(left, row.first);
-        right = std::max(right, row.end);
+        left = std::min(left, found.first);
+        right = std::max(right, found.end);
         top = std::min(top, y);
         bottom = y + 1;
-        count += static_cast<std::size_t>(row.count);
+        count += static_cast<std::size_t>(found.count);
     }
     if (count != 0)
         box = {left, top, right - left, bottom - top};
-    if (count == static_cast<std::size_t>(extent.width) * static_cast<std::size_t>(extent.height))
-        throw FailureError({FailureKind::UnfittingPictures,
-                            {},
-                            "expected a mask that leaves something of the picture, found one that marks all of " +
-                                sides(extent) + " pixels"});
 }
 
 } // namespace orvo::details

@@ -86,8 +86,9 @@ SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const Patc
         Ballot ballot;
         for (int x = std::max(0, box.x - 1); y >= 0 && x < box.x + box.width; ++x) {
             const bool here = inHole(x, y);
-            const bool right = x + 1 < hole.size().width && (here || inHole(x + 1, y));
-            const bool under = y + 1 < hole.size().height && (here || inHole(x, y + 1));
+            const bool there = hole.hasContent(x, y);
+            const bool right = there && hole.hasContent(x + 1, y) && (here || inHole(x + 1, y));
+            const bool under = there && hole.hasContent(x, y + 1) && (here || inHole(x, y + 1));
             if (!right && !under)
                 continue;
             ballot.gather(level, field, weights, x - window.x + FillLevel::kMargin, y - window.y + FillLevel::kMargin);
@@ -118,7 +119,7 @@ void SeamSteps::evenOut(_ImageData<PixelRGB<float>>& painted) const
     Membrane membrane(box.size(), [&](int column, int row) {
         const int x = box.x + column;
         const int y = box.y + row;
-        if (x < 0 || y < 0 || x >= hole.size().width || y >= hole.size().height)
+        if (!hole.hasContent(x, y))
             return Membrane::Pixel::Beyond;
         return hole.row(y)[x] != 0 ? Membrane::Pixel::Free : Membrane::Pixel::Fixed;
     });

@@ -1,9 +1,11 @@
 // Filling by patches of the picture itself.
 #include "filling/ballot.hpp"
+#include "filling/convergence.hpp"
 #include "filling/fill_level.hpp"
 #include "filling/hole.hpp"
 #include "filling/line_directions.hpp"
 #include "filling/patch_filler.hpp"
+#include "filling/plane_view.hpp"
 #include "filling/shifted_pieces.hpp"
 #include "filling/source_cost.hpp"
 #include "filling_pictures.hpp"
@@ -424,6 +426,137 @@ TEST(Filling, OnePixelThatIsKnownIsACopy)
     EXPECT_TRUE(bytesEqual(*picture, *filled(*picture, *maskOf({1, 1}, within({5, 5, 1, 1})))));
 }
 
+// --- Planes in perspective
+// ----------------------------------------------------------------------------------------------
+
+constexpr orvo::_Size<int> kFloorSize{640, 480};
+constexpr orvo::_Rect<int> kOnFloor{230, 260, 160, 120};
+
+// Boards of several widths and shades that run towards a point, with grain along them and gaps between.
+Pixel boards(double x, double y, double pointX, double pointY)
+{
+    const double depth = y - pointY;
+    const double across = 9.0 * (x - pointX) / depth; // in boards
+    const double board = std::floor(across);
+    const double gap = std::abs(across - board - 0.5) > 0.44 ? 0.25 : 1.0;
+    const double shade = 0.5 + 0.2 * std::sin(12.9 * board) + 0.06 * std::sin(31.0 * across);
+    const auto value = static_cast<float>(gap * shade);
+    return {value, 0.9f * value, 0.8f * value};
+}
+
+orvo::PicturePointer floorTowards(double pointX, double pointY, orvo::_Size<int> size = kFloorSize)
+{
+    return drawn(size, nullptr, [=](int x, int y) { return boards(x, y, pointX, pointY); });
+}
+
+std::optional<orvo::details::VanishingPoint> pointOf(const Picture& picture, orvo::_Rect<int> box)
+{
+    const orvo::details::Hole hole(picture.size(), *maskOf(picture.size(), within(box)));
+    const orvo::_Rect<int> window{0, 0, picture.width(), picture.height()};
+    return orvo::details::convergence(orvo::details::finestLevel(picture, hole, window, 8, 10.0f), 1, window, box);
+}
+
+TEST(Filling, FindsThePointWhereLinesMeet)
+{
+    const auto point = pointOf(*floorTowards(280.0, -60.0), kOnFloor);
+    ASSERT_TRUE(point);
+    EXPECT_NEAR(point->x, 280.0f, 3.0f);
+    EXPECT_NEAR(point->y, -60.0f, 6.0f);
+}
+
+TEST(Filling, LinesThatHardlyConvergeMeetNowhere)
+{
+    EXPECT_FALSE(pointOf(*floorTowards(300.0, -4000.0), kOnFloor));
+    EXPECT_FALSE(pointOf(*clothPicture(kFloorSize), kOnFloor));
+}
+
+TEST(Filling, ThePlaneIsSeenAtTheScaleOfItsNearestPart)
+{
+    const auto picture = floorTowards(300.0, 40.0);
+    const orvo::details::Hole hole(kFloorSize, *maskOf(kFloorSize, within(kOnFloor)));
+    const auto view = orvo::details::PlaneView::around(hole, {300.0f, 40.0f});
+    ASSERT_TRUE(view);
+    const auto seen = view->picture(*picture, hole);
+    const orvo::details::Hole warped = view->hole(hole);
+    const orvo::_Rect<int>& box = warped.bounds();
+    EXPECT_EQ(seen->size(), view->size());
+    EXPECT_GE(box.width, kOnFloor.width);
+    EXPECT_GE(box.height, kOnFloor.height);
+    // Boards are upright: a column above the hole goes on below it, except for the blur of their edges.
+    int compared = 0;
+    int differ = 0;
+    for (int x = box.x; x < box.x + box.width; ++x) {
+        const int above = box.y - 8;
+        const int below = box.y + box.height + 8;
+        if (warped.row(above)[x] != 0 || warped.row(below)[x] != 0 || !warped.hasContent(x, above) ||
+            !warped.hasContent(x, below))
+            continue;
+        ++compared;
+        differ += std::abs(seen->row(above)[x].r - seen->row(below)[x].r) > 0.1f ? 1 : 0;
+    }
+    EXPECT_GT(compared, box.width / 2);
+    EXPECT_LT(differ, compared / 10);
+    // What is painted with the view comes back where it was.
+    auto painted = picture->copy({});
+    for (int y = kOnFloor.y; y < kOnFloor.y + kOnFloor.height; ++y)
+        std::fill_n(painted->row(y) + kOnFloor.x, kOnFloor.width, Pixel{});
+    auto whole = drawn(kFloorSize, nullptr, [](int, int) { return Pixel{0.25f, 0.5f, 0.75f}; });
+    const auto flat = view->picture(*whole, orvo::details::Hole(kFloorSize, *maskOf(kFloorSize, within({0, 0, 1, 1}))));
+    view->paint(*flat, hole, *painted);
+    const auto mask = maskOf(kFloorSize, within(kOnFloor));
+    EXPECT_TRUE(knownEqual(*picture, *painted, *mask));
+    EXPECT_LT(worstInside(*whole, *painted, *mask), 1e-5f);
+}
+
+TEST(Filling, NoViewFromTheHorizon)
+{
+    const orvo::details::Hole hole(kFloorSize, *maskOf(kFloorSize, within(kOnFloor)));
+    EXPECT_FALSE(orvo::details::PlaneView::around(hole, {300.0f, 300.0f}));
+    EXPECT_FALSE(orvo::details::PlaneView::around(hole, {300.0f, 259.0f}));
+    EXPECT_FALSE(orvo::details::PlaneView::around(hole, {300.0f, 200.0f}));
+}
+
+float meanErrorInside(const Picture& a, const Picture& b, orvo::_Rect<int> box)
+{
+    double sum = 0.0;
+    for (int y = box.y; y < box.y + box.height; ++y)
+        for (int x = box.x; x < box.x + box.width; ++x)
+            sum += std::abs(a.row(y)[x].g - b.row(y)[x].g);
+    return static_cast<float>(sum / (box.width * box.height));
+}
+
+TEST(Filling, BoardsInPerspectiveStayStraight)
+{
+    const auto truth = floorTowards(300.0, 20.0);
+    const auto mask = maskOf(kFloorSize, within(kOnFloor));
+    orvo::details::PatchFillSettings asIs;
+    asIs.planes = false;
+    const auto bent = orvo::details::PatchFiller(asIs).fill(*truth, *mask, orvo::RunControl::none());
+    const auto straight = filled(*truth, *mask);
+    EXPECT_TRUE(knownEqual(*truth, *straight, *mask));
+    EXPECT_LT(meanErrorInside(*truth, *straight, kOnFloor), 0.5f * meanErrorInside(*truth, *bent, kOnFloor));
+}
+
+// Rays as wide far away as near, on cloth: their lines meet, but no view of them repeats better than they do.
+TEST(Filling, ConvergingLinesThatAreNoPlaneAreFilledAsTheyAre)
+{
+    const double pointX = 300.0;
+    const double pointY = 20.0;
+    const auto rays = drawn(kFloorSize, nullptr, [&](int x, int y) {
+        const double angle = std::atan2(x - pointX, y - pointY);
+        const double step = 0.16;
+        const double beside = std::abs(std::remainder(angle, step)) * std::hypot(x - pointX, y - pointY);
+        const Pixel under = cloth(x, y);
+        return beside < 3.0 ? Pixel{0.05f, 0.05f, 0.05f} : under;
+    });
+    ASSERT_TRUE(pointOf(*rays, kOnFloor));
+    const auto mask = maskOf(kFloorSize, within(kOnFloor));
+    orvo::details::PatchFillSettings asIs;
+    asIs.planes = false;
+    const auto without = orvo::details::PatchFiller(asIs).fill(*rays, *mask, orvo::RunControl::none());
+    EXPECT_TRUE(bytesEqual(*without, *filled(*rays, *mask)));
+}
+
 // --- How it runs -----------------------------------------------------------------------------------------------------
 
 TEST(Filling, SameBytesForAnyNumberOfThreads)
@@ -438,6 +571,26 @@ TEST(Filling, SameBytesForAnyNumberOfThreads)
     const auto single = run(1);
     for (const int threads : {2, 3, 7})
         EXPECT_TRUE(bytesEqual(*single, *run(threads))) << threads;
+}
+
+// A floor is filled twice.
+TEST(Filling, AFloorCountsOnceStopsAtTheEndAndDoesNotDependOnThreads)
+{
+    const orvo::_Size<int> size{300, 240};
+    const auto picture = floorTowards(150.0, 10.0, size);
+    const orvo::_Rect<int> box{120, 120, 56, 48};
+    ASSERT_TRUE(pointOf(*picture, box));
+    const auto mask = maskOf(size, within(box));
+    std::vector<float> seen;
+    int asked = 0;
+    const auto two = filled(*picture, *mask,
+                            orvo::RunControl([&] { return ++asked < 0; }, [&](float done) { seen.push_back(done); }));
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    EXPECT_EQ(seen.back(), 1.0f);
+    const orvo::WorkerLimit limit(1);
+    int count = 0;
+    EXPECT_THROW((void)filled(*picture, *mask, orvo::RunControl([&] { return ++count >= asked; })), FailureError);
+    EXPECT_TRUE(bytesEqual(*two, *filled(*picture, *mask)));
 }
 
 TEST(Filling, ProgressRisesToOne)

@@ -235,6 +235,8 @@ PatchFillSettings settingsFrom(const std::vector<std::string>& words)
         ORVO_KEY(lastAgreement),
         ORVO_KEY(evenSeams),
         ORVO_KEY(planes),
+        ORVO_KEY(heightWeight),
+        ORVO_KEY(heightReach),
         ORVO_KEY(lineWeight),
         ORVO_KEY(rareWeight),
         ORVO_KEY(rareLevels),

@@ -43,6 +43,9 @@ struct PatchFillSettings
     /// Share of the rarity of a source (see Rarity) that it costs far from the target; 0: copies of anything are free.
     float rareWeight = 0.5f;
     int rareLevels = 2; ///< coarsest levels where rarity counts: they decide what goes where
+    /// 8-bit steps per sample that a source at another height costs in a hole at the border of the picture; 0: none.
+    float heightWeight = 10.0f;
+    float heightReach = 0.2f; ///< share of the height of the known part from which on it costs that
     unsigned seed = 1;
 };
 

@@ -157,7 +157,7 @@ public:
         const auto costAt = [&](const FillLevel& level, int i) {
             const int shift = count - 1 - i;
             const bool rare = rarity && (shift < settings.rareLevels || i == piecesAt);
-            return SourceCost(settings, level, lines, rare ? &*rarity : nullptr, shift);
+            return SourceCost(settings, level, lines, rare ? &*rarity : nullptr, shift, !isSurrounded(hole));
         };
         PatchField field = peel(levels.back(), settings, costAt(levels.back(), count - 1));
         control.report(kStarted);

@@ -39,9 +39,10 @@ private:
 class SourceCost
 {
 public:
-    /// `rarity`: of the coarsest level, or null if it does not count; `level` is 2^shift times as large.
+    /// `rarity`: of the coarsest level, or null if it does not count; `level` is 2^shift times as large. `isBorder`:
+    /// the hole reaches the border of the picture.
     SourceCost(const PatchFillSettings& settings, const FillLevel& level, const LineDirections& lines,
-               const Rarity* rarity, int shift);
+               const Rarity* rarity, int shift, bool isBorder);
 
     /// `target` and `source`: where the patches begin.
     ORVO_INLINE int operator()(int target, int source) const
@@ -50,7 +51,7 @@ public:
         const int y = source / width;
         const int dx = x - target % width;
         const int dy = y - target / width;
-        const int cost = acrossLines(dx, dy);
+        const int cost = acrossLines(dx, dy) + offHeight(y, target / width);
         if (rarity == nullptr)
             return cost;
         const int sizeX = dx < 0 ? -dx : dx;
@@ -61,7 +62,20 @@ public:
     }
 
 private:
+    // What lies beside a picture looks like the picture at the same height, what lies above it like its top.
+    ORVO_INLINE int offHeight(int y, int targetY) const
+    {
+        const int height = targetY < top ? top : targetY > bottom ? bottom : targetY;
+        const int apart = y < height ? height - y : y - height;
+        const float share = static_cast<float>(apart) * perHeight;
+        return static_cast<int>(heightCost * (share < 1.0f ? share : 1.0f));
+    }
+
     OffsetCost acrossLines;
+    int top = 0; // rows in which the first and last sources begin
+    int bottom = 0;
+    float heightCost = 0.0f; // of a source at another height, from 1 / perHeight rows on
+    float perHeight = 0.0f;
     const Rarity* rarity;
     int width;
     int shift;

@@ -153,7 +153,7 @@ TEST(Filling, PiecesOfStripesFitWhateverTheyStartFrom)
                                             {0, 0, picture->width(), picture->height()}, 8, 7.0f);
     orvo::details::PatchField nonsense(level);
     std::fill_n(nonsense.source.data(), level.width() * level.height(), level.someSources.front());
-    const orvo::details::SourceCost noCost({}, level, {}, nullptr, 0);
+    const orvo::details::SourceCost noCost({}, level, {}, nullptr, 0, false);
     const auto field = orvo::details::shiftedPieces(level, nonsense, noCost, 1.0f, {});
     constexpr int kMargin = orvo::details::FillLevel::kMargin;
     for (int y = kInStripes.y; y < kInStripes.y + kInStripes.height; ++y)
@@ -263,7 +263,7 @@ TEST(Filling, CopiesOfSomethingRareCostMoreWithDistance)
 {
     const auto level = levelWithABlot();
     const orvo::details::Rarity rarity(level);
-    const orvo::details::SourceCost cost({}, level, {}, &rarity, 0);
+    const orvo::details::SourceCost cost({}, level, {}, &rarity, 0, false);
     const int blot = patchAt(level, 59, 19);
     EXPECT_EQ(cost(blot, blot), 0);
     const int near = cost(patchAt(level, 57, 19), blot);
@@ -272,7 +272,50 @@ TEST(Filling, CopiesOfSomethingRareCostMoreWithDistance)
     EXPECT_GT(far, 6 * near);
     EXPECT_EQ(far, cost(patchAt(level, 0, 19), blot)) << "the distance no longer matters";
     EXPECT_EQ(cost(patchAt(level, 10, 19), patchAt(level, 48, 10)), 0) << "flat";
-    EXPECT_EQ(orvo::details::SourceCost({}, level, {}, nullptr, 0)(patchAt(level, 10, 19), blot), 0);
+    EXPECT_EQ(orvo::details::SourceCost({}, level, {}, nullptr, 0, false)(patchAt(level, 10, 19), blot), 0);
+}
+
+TEST(Filling, BesideAPictureSourcesAtAnotherHeightCost)
+{
+    const orvo::_Size<int> size{80, 60};
+    const auto picture = noise(size, nullptr, 3, 0.4f, 0.6f);
+    const orvo::details::Hole hole(size, *maskOf(size, [](int x, int y) { return x < 20 || y < 10; }));
+    const auto level = orvo::details::finestLevel(*picture, hole, {0, 0, 80, 60}, 8, 0.0f);
+    const orvo::details::SourceCost cost({}, level, {}, nullptr, 0, true);
+    const int level30 = patchAt(level, 5, 30);
+    EXPECT_EQ(cost(level30, patchAt(level, 50, 30)), 0);
+    EXPECT_GT(cost(level30, patchAt(level, 50, 32)), 0);
+    EXPECT_EQ(cost(level30, patchAt(level, 50, 28)), cost(level30, patchAt(level, 50, 32)));
+    EXPECT_LT(cost(level30, patchAt(level, 50, 32)), cost(level30, patchAt(level, 50, 34)));
+    EXPECT_EQ(cost(level30, patchAt(level, 50, 12)), cost(level30, patchAt(level, 50, 50))) << "far is far";
+    EXPECT_EQ(cost(patchAt(level, 50, 2), patchAt(level, 60, 10)), 0) << "the top is nearest to what is above";
+    EXPECT_GT(cost(patchAt(level, 50, 2), patchAt(level, 60, 14)), 0);
+    const orvo::details::SourceCost inside({}, level, {}, nullptr, 0, false);
+    EXPECT_EQ(inside(level30, patchAt(level, 50, 50)), 0);
+}
+
+// A dark tree at the rim hides where the shore goes on.
+TEST(Filling, AShoreBehindATreeContinuesInABorder)
+{
+    const orvo::_Size<int> size{320, 200};
+    const auto grain = noise(size, nullptr, 8, -0.02f, 0.02f);
+    const auto picture = drawn(size, nullptr, [&](int x, int y) {
+        const float g = grain->row(y)[x].r;
+        if (x >= 190 && x < 240 && std::abs(x - 215) < 8 + y / 9)
+            return Pixel{0.08f + g, 0.1f + g, 0.06f + g};
+        const float fade = 0.001f * static_cast<float>(y);
+        return y < 110 ? Pixel{0.5f + fade + g, 0.6f + fade + g, 0.8f + g} : Pixel{0.2f + g, 0.5f - fade + g, 0.2f + g};
+    });
+    const auto mask = maskOf(size, within({230, 0, 90, 200}));
+    const auto result = filled(*picture, *mask);
+    int wrong = 0;
+    for (int y = 0; y < size.height; ++y)
+        for (int x = 250; x < size.width; ++x) {
+            const Pixel& p = result->row(y)[x];
+            const bool isSky = p.b > p.g;
+            wrong += std::abs(y - 110) > 6 && isSky != (y < 110) ? 1 : 0;
+        }
+    EXPECT_LT(wrong, 70 * 200 / 8);
 }
 
 // Nothing at the open side of a border keeps a copy of the ball out but that there is no other.

@@ -1,5 +1,7 @@
 #include "filling/convergence.hpp"
 
+#include "filling/patch_distance.hpp"
+
 #include <orvo_core/parallel.hpp>
 
 #include <opencv2/core.hpp>
@@ -126,11 +128,9 @@ std::vector<Segment> segmentsAround(const FillLevel& level, int scale, const _Re
 cv::Vec3f bestCrossing(const std::vector<Segment>& segments)
 {
     std::vector<cv::Vec3f> crossings;
-    // A linear congruential generator (Knuth), so that the pairs are the same in every run.
-    std::uint32_t state = 1;
+    CountedRandom random(0, 0); // the same pairs in every run
     const auto pick = [&]() -> const Segment& {
-        state = state * 1664525u + 1013904223u;
-        return segments[static_cast<std::size_t>(static_cast<std::uint64_t>(state) * segments.size() >> 32)];
+        return segments[static_cast<std::size_t>(random.below(static_cast<int>(segments.size())))];
     };
     for (int i = 0; i < kPairs; ++i) {
         const Segment& a = pick();

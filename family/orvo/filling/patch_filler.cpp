@@ -81,15 +81,17 @@ bool isSurrounded(const Hole& hole)
     return box.x > 0 && box.y > 0 && box.x + box.width < hole.size().width && box.y + box.height < hole.size().height;
 }
 
-// The finest level that graph cuts can handle; -1 if there is none, as around a picture that is small beside its
+// The finest level that graph cuts handle in time; -1 if there is none, as around a picture that is small beside its
 // border.
 int labelledLevel(const std::vector<FillLevel>& levels)
 {
-    const auto found = std::find_if(levels.begin(), levels.end(), [](const FillLevel& level) {
-        return std::count(level.places.data(), level.places.data() + level.width() * level.height(), Place::Hole) <=
-               kMostLabelled;
-    });
-    return found == levels.end() ? -1 : static_cast<int>(found - levels.begin());
+    const auto holeOf = [](const FillLevel& level) {
+        return std::count(level.places.data(), level.places.data() + level.width() * level.height(), Place::Hole);
+    };
+    for (std::size_t i = 0; i < levels.size(); ++i)
+        if (holeOf(levels[i]) <= (i + 1 < levels.size() ? kMostLabelled : kMostLabelledAtCoarsest))
+            return static_cast<int>(i);
+    return -1;
 }
 
 // The distance of the copies relative to the contrast where they lie, so that blurred pictures fit no better.

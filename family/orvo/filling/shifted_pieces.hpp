@@ -13,6 +13,8 @@ namespace orvo::details {
 
 /// The most pixels of a hole that shiftedPieces() takes: a few seconds of graph cuts.
 inline constexpr std::int64_t kMostLabelled = 5000;
+/// The same at the coarsest level: a border larger than its picture has no coarser one.
+inline constexpr std::int64_t kMostLabelledAtCoarsest = 20000;
 
 /// Paints the hole of `level`, which `field` has filled, anew and returns the sources used.
 ///

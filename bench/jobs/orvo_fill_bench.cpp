@@ -230,6 +230,8 @@ PatchFillSettings settingsFrom(const std::vector<std::string>& words)
         ORVO_KEY(textureGain),
         ORVO_KEY(agreement),
         ORVO_KEY(depthFalloff),
+        ORVO_KEY(usageWeight),
+        ORVO_KEY(usageLimit),
         ORVO_KEY(seed),
         ORVO_KEY(rimWeight),
         ORVO_KEY(lastAgreement),

@@ -46,6 +46,10 @@ struct PatchFillSettings
     /// 8-bit steps per sample that a source at another height costs in a hole at the border of the picture; 0: none.
     float heightWeight = 10.0f;
     float heightReach = 0.2f; ///< share of the height of the known part from which on it costs that
+    /// 8-bit steps per sample that a source costs which many targets copy already; 0: none. Without it flat areas
+    /// become streaks of one repeated row.
+    float usageWeight = 8.0f;
+    float usageLimit = 4.0f; ///< copies of a source that cost nothing, relative to an even use of all of them
     unsigned seed = 1;
 };
 

@@ -1,6 +1,7 @@
 #include "filling/patch_field.hpp"
 
 #include "filling/patch_distance.hpp"
+#include "filling/usage_cost.hpp"
 
 #include <orvo_core/parallel.hpp>
 
@@ -26,10 +27,10 @@ struct Match
 class RowSearch
 {
 public:
-    RowSearch(const FillLevel& level_, int rimWeight_, const SourceCost& sourceCost_, int radius_, float coherence_,
-              unsigned stream_)
-        : level(level_), rimWeight(rimWeight_), sourceCost(sourceCost_), count(level_.width() * level_.height()),
-          radius(radius_), coherence(coherence_), stream(stream_)
+    RowSearch(const FillLevel& level_, int rimWeight_, const SourceCost& sourceCost_, const UsageCost& usageCost_,
+              int radius_, float coherence_, unsigned stream_)
+        : level(level_), rimWeight(rimWeight_), sourceCost(sourceCost_), usageCost(usageCost_),
+          count(level_.width() * level_.height()), radius(radius_), coherence(coherence_), stream(stream_)
     {}
 
     // Reads `before`, the field of the previous pass, and writes `row`. `forward`: from left to right.
@@ -47,7 +48,7 @@ public:
             const WeightedPatch patch = patchAt(target);
             if (measure)
                 best.distance =
-                    distanceTo(patch, best.source, std::numeric_limits<int>::max()) + sourceCost(target, best.source);
+                    distanceTo(patch, best.source, std::numeric_limits<int>::max()) + costOf(target, best.source);
             propose(patch, target, target - step, row, best); // found by this pass
             propose(patch, target, target + step, before, best);
             propose(patch, target, target - width, before, best);
@@ -81,12 +82,14 @@ private:
         return patchDistance(patch, level.texels.data() + source, level.width(), limit);
     }
 
+    ORVO_INLINE int costOf(int target, int source) const { return sourceCost(target, source) + usageCost(source); }
+
     // `handicap` counts against the source in the comparison only.
     ORVO_INLINE void attempt(const WeightedPatch& patch, int target, int source, Match& best, int handicap = 0) const
     {
         if (source == best.source || !isSource(source))
             return;
-        const int cost = sourceCost(target, source);
+        const int cost = costOf(target, source);
         const int limit = best.distance - handicap - cost;
         if (limit <= 0)
             return;
@@ -120,6 +123,7 @@ private:
     const FillLevel& level;
     const int rimWeight;
     const SourceCost& sourceCost;
+    const UsageCost& usageCost;
     const int count;
     const int radius;
     const float coherence;
@@ -168,9 +172,10 @@ PatchField refinedField(const FillLevel& level, const FillLevel& coarse, const P
 void search(const FillLevel& level, PatchField& field, const PatchFillSettings& settings, const SourceCost& sourceCost,
             int radius, float coherence, unsigned stream)
 {
+    const UsageCost usageCost(settings, level, field);
     PatchField next(level);
     for (int pass = 0; pass < settings.passes; ++pass) {
-        const RowSearch row(level, settings.rimWeight, sourceCost, radius, coherence,
+        const RowSearch row(level, settings.rimWeight, sourceCost, usageCost, radius, coherence,
                             stream * 64 + static_cast<unsigned>(pass));
         forEachRow(level.height(), [&](int y) {
             runLoop([&]() __attribute__((always_inline)) { row(y, field, next, pass % 2 == 0, pass == 0); });

@@ -12,9 +12,6 @@ constexpr int kRelaxations = 2; // before and after each coarser grid
 constexpr int kCoarsestRelaxations = 40;
 // Sums of 2 x 2 pixels couple blocks twice as strongly as a grid of that spacing would (Braess).
 constexpr float kLooser = 0.5f;
-// Pulls every pixel towards 0, so that a mismatch on one side of a wide hole does not tint all of it; it falls to half
-// about 30 pixels away.
-constexpr float kAnchor = 5e-4f;
 
 } // namespace
 
@@ -23,7 +20,8 @@ Membrane::Grid::Grid(_Size<int> size_)
       right(count(), true), value(count(), true)
 {}
 
-Membrane::Membrane(_Size<int> size, const std::function<Pixel(int x, int y)>& kindOf)
+Membrane::Membrane(_Size<int> size, const std::function<Pixel(int x, int y)>& kindOf,
+                   const std::function<float(int x, int y)>& anchorOf)
 {
     Grid finest(size);
     forEachRow(size.height, [&](int y) {
@@ -31,7 +29,7 @@ Membrane::Membrane(_Size<int> size, const std::function<Pixel(int x, int y)>& ki
             if (kindOf(x, y) != Pixel::Free)
                 continue;
             const std::size_t i = finest.at(x, y);
-            finest.anchor[i] = kAnchor;
+            finest.anchor[i] = anchorOf(x, y);
             for (const auto& [dx, dy] : {std::pair{1, 0}, {-1, 0}, {0, 1}, {0, -1}})
                 finest.anchor[i] += kindOf(x + dx, y + dy) == Pixel::Fixed ? 1.0f : 0.0f;
             finest.toRight[i] = kindOf(x + 1, y) == Pixel::Free ? 1.0f : 0.0f;

@@ -23,8 +23,15 @@ public:
         Free,
     };
 
-    /// `kindOf(x, y)` is also called for the pixels just around `size`.
-    Membrane(_Size<int> size, const std::function<Pixel(int x, int y)>& kindOf);
+    /// Pulls a pixel towards 0, so that a mismatch on one side of a wide hole does not tint all of it; it falls to half
+    /// about 30 pixels away.
+    static constexpr float kAnchor = 5e-4f;
+
+    /// `kindOf(x, y)` is also called for the pixels just around `size`. `anchorOf(x, y)`: the pull of a free pixel
+    /// towards 0, where 1 would be that of a neighbour.
+    Membrane(
+        _Size<int> size, const std::function<Pixel(int x, int y)>& kindOf,
+        const std::function<float(int x, int y)>& anchorOf = [](int, int) { return kAnchor; });
 
     /// `sums(x, y)`: the sum of the wanted differences of a free pixel to its neighbours.
     void solve(const std::function<float(int x, int y)>& sums);

@@ -1,12 +1,15 @@
 #include "filling/seam_colours.hpp"
 
 #include "filling/ballot.hpp"
+#include "filling/gentle_shading.hpp"
 #include "filling/membrane.hpp"
 
 #include <orvo_core/parallel.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <utility>
 
 namespace orvo::details {
 namespace {
@@ -15,49 +18,104 @@ namespace {
 constexpr float kUnit = 1.0f / 30000.0f;
 // A step of this size has half weight: larger ones are mismatched edges, and evening them out would smear them.
 constexpr float kEdge = 0.12f;
+// The same where there is no structure that could be an edge.
+constexpr float kGentleEdge = 0.3f;
+constexpr float kMostGentle = 255.0f; // unit of the stored gentleness
 
 PixelRGB<float> operator-(const PixelRGB<float>& a, const PixelRGB<float>& b)
 {
     return {a.r - b.r, a.g - b.g, a.b - b.b};
 }
 
+PixelRGB<float> operator+(const PixelRGB<float>& a, const PixelRGB<float>& b)
+{
+    return {a.r + b.r, a.g + b.g, a.b + b.b};
+}
+
+// `share` of b, the rest of a.
+PixelRGB<float> mixed(const PixelRGB<float>& a, const PixelRGB<float>& b, float share)
+{
+    const PixelRGB<float> d = b - a;
+    return {a.r + share * d.r, a.g + share * d.g, a.b + share * d.b};
+}
+
 float greatest(const PixelRGB<float>& p) { return std::max({std::abs(p.r), std::abs(p.g), std::abs(p.b)}); }
 
-// The step to a neighbour at (dx, dy) that the votes for a pixel expect.
-class ExpectedStep
+// What the votes for a pixel say about it and its neighbours.
+class Sources
 {
 public:
-    ExpectedStep(const FillLevel& level_, const _Rect<int>& window_, const _ImageData<PixelRGB<float>>& painted_)
-        : level(level_), window(window_), painted(painted_)
+    Sources(const FillLevel& level_, const _Rect<int>& window_, const _ImageData<PixelRGB<float>>& painted_,
+            const GentleShading& shading_)
+        : level(level_), window(window_), painted(painted_), shading(shading_)
     {}
 
-    // False if no vote covers both pixels.
-    bool operator()(const Ballot& ballot, int dx, int dy, PixelRGB<float>& step) const
+    struct Mean
+    {
+        PixelRGB<float> colour; // without grain and fine texture
+        float gentleness = 0.0f;
+    };
+    [[nodiscard]] Mean meanOf(const Ballot& ballot) const
     {
         float sum = 0.0f;
-        PixelRGB<float> mean;
+        Mean mean;
+        for (const Ballot::Vote& vote : ballot.votes()) {
+            const auto [x, y] = placeOf(vote);
+            add(mean.colour, vote.weight, shading.colourAt(x, y));
+            mean.gentleness += vote.weight * shading.at(x, y).gentleness;
+            sum += vote.weight;
+        }
+        return {divided(mean.colour, sum), mean.gentleness / sum};
+    }
+
+    struct Step
+    {
+        PixelRGB<float> whole;
+        PixelRGB<float> gentle; // the part of it without grain and fine texture
+    };
+    // To the neighbour at (dx, dy); nothing if no vote covers both pixels.
+    [[nodiscard]] std::optional<Step> stepTo(const Ballot& ballot, int dx, int dy) const
+    {
+        float sum = 0.0f;
+        Step step;
         for (const Ballot::Vote& vote : ballot.votes()) {
             if (vote.column + dx >= kPatch || vote.row + dy >= kPatch)
                 continue;
-            const int x = vote.source % level.width() - FillLevel::kMargin + window.x;
-            const int y = vote.source / level.width() - FillLevel::kMargin + window.y;
-            const PixelRGB<float> d = painted.row(y + dy)[x + dx] - painted.row(y)[x];
+            const auto [x, y] = placeOf(vote);
+            const GentleShading::Change& change = shading.at(x, y);
+            add(step.whole, vote.weight, painted.row(y + dy)[x + dx] - painted.row(y)[x]);
+            add(step.gentle, vote.weight, dx > 0 ? change.right : change.below);
             sum += vote.weight;
-            mean.r += vote.weight * d.r;
-            mean.g += vote.weight * d.g;
-            mean.b += vote.weight * d.b;
         }
         if (sum <= 0.0f)
-            return false;
-        step = {mean.r / sum, mean.g / sum, mean.b / sum};
-        return true;
+            return {};
+        return Step{divided(step.whole, sum), divided(step.gentle, sum)};
     }
 
 private:
+    [[nodiscard]] std::pair<int, int> placeOf(const Ballot::Vote& vote) const
+    {
+        return {vote.source % level.width() - FillLevel::kMargin + window.x,
+                vote.source / level.width() - FillLevel::kMargin + window.y};
+    }
+    static void add(PixelRGB<float>& sum, float weight, const PixelRGB<float>& p)
+    {
+        sum.r += weight * p.r;
+        sum.g += weight * p.g;
+        sum.b += weight * p.b;
+    }
+    static PixelRGB<float> divided(const PixelRGB<float>& p, float by) { return {p.r / by, p.g / by, p.b / by}; }
+
     const FillLevel& level;
     const _Rect<int>& window;
     const _ImageData<PixelRGB<float>>& painted;
+    const GentleShading& shading;
 };
+
+std::size_t planeSize(const Hole& hole)
+{
+    return static_cast<std::size_t>(hole.bounds().width + 1) * static_cast<std::size_t>(hole.bounds().height + 1);
+}
 
 } // namespace
 
@@ -69,18 +127,32 @@ std::size_t SeamSteps::at(int x, int y) const
 
 SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const PatchFillSettings& settings,
                      const Hole& hole_, const _Rect<int>& window, const _ImageData<PixelRGB<float>>& painted)
-    : hole(hole_),
-      toRight(static_cast<std::size_t>(hole_.bounds().width + 1) * static_cast<std::size_t>(hole_.bounds().height + 1),
-              true),
-      below(static_cast<std::size_t>(hole_.bounds().width + 1) * static_cast<std::size_t>(hole_.bounds().height + 1),
-            true)
+    : hole(hole_), toRight(planeSize(hole_), true), below(planeSize(hole_), true), gentleness(planeSize(hole_), true)
 {
     const VoteWeights weights(settings, settings.lastAgreement);
-    const ExpectedStep expected(level, window, painted);
+    const GentleShading shading(painted, hole, window);
+    const Sources sources(level, window, painted, shading);
     const _Rect<int>& box = hole.bounds();
     const auto inHole = [&](int x, int y) {
         return x < hole.size().width && y < hole.size().height && hole.row(y)[x] != 0;
     };
+    const auto gather = [&](Ballot& ballot, int x, int y) {
+        ballot.gather(level, field, weights, x - window.x + FillLevel::kMargin, y - window.y + FillLevel::kMargin);
+    };
+    const ManagedPlane<PixelRGB<float>> means(planeSize(hole));
+    forEachRow(box.height, [&](int row) {
+        const int y = box.y + row;
+        Ballot ballot;
+        for (int x = box.x; x < box.x + box.width; ++x) {
+            if (!inHole(x, y))
+                continue;
+            gather(ballot, x, y);
+            const Sources::Mean mean = sources.meanOf(ballot);
+            means[at(x, y)] = mean.colour;
+            gentleness[at(x, y)] =
+                static_cast<std::uint8_t>(kMostGentle * std::max(0.0f, 2.0f * mean.gentleness - 1.0f));
+        }
+    });
     forEachRow(box.height + 1, [&](int row) {
         const int y = box.y - 1 + row;
         Ballot ballot;
@@ -91,13 +163,27 @@ SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const Patc
             const bool under = there && hole.hasContent(x, y + 1) && (here || inHole(x, y + 1));
             if (!right && !under)
                 continue;
-            ballot.gather(level, field, weights, x - window.x + FillLevel::kMargin, y - window.y + FillLevel::kMargin);
+            gather(ballot, x, y);
             const auto keep = [&](int dx, int dy, Steps& to) {
-                PixelRGB<float> step;
-                if (!expected(ballot, dx, dy, step))
+                const auto step = sources.stepTo(ballot, dx, dy);
+                if (!step)
                     return;
-                const PixelRGB<float> seam = step - (painted.row(y + dy)[x + dx] - painted.row(y)[x]);
-                const float size = greatest(seam) / kEdge;
+                const bool beyond = inHole(x + dx, y + dy);
+                const float gentle =
+                    static_cast<float>(here && beyond ? std::min(gentleness[at(x, y)], gentleness[at(x + dx, y + dy)])
+                                                      : gentleness[here ? at(x, y) : at(x + dx, y + dy)]) /
+                    kMostGentle;
+                const GentleShading::Change& change = shading.at(x, y);
+                const PixelRGB<float>& wanted = dx > 0 ? change.right : change.below;
+                const PixelRGB<float> present = painted.row(y + dy)[x + dx] - painted.row(y)[x];
+                const PixelRGB<float> asCopied = step->whole - present;
+                // Steps of grain, summed up over repeated rows, would tint a sky, so means are compared; on the rim the
+                // mean of a known pixel says little about the pixel.
+                const PixelRGB<float> asContinued = here && beyond
+                                                        ? wanted - (means[at(x + dx, y + dy)] - means[at(x, y)])
+                                                        : asCopied + wanted - step->gentle;
+                const PixelRGB<float> seam = mixed(asCopied, asContinued, gentle);
+                const float size = greatest(seam) / (kEdge + gentle * (kGentleEdge - kEdge));
                 const float share = 1.0f / (kUnit * (1.0f + size * size * size * size));
                 if (!(greatest(seam) < 1.0f)) // false for NaN too
                     return;
@@ -116,13 +202,18 @@ SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const Patc
 void SeamSteps::evenOut(_ImageData<PixelRGB<float>>& painted) const
 {
     const _Rect<int>& box = hole.bounds();
-    Membrane membrane(box.size(), [&](int column, int row) {
-        const int x = box.x + column;
-        const int y = box.y + row;
-        if (!hole.hasContent(x, y))
-            return Membrane::Pixel::Beyond;
-        return hole.row(y)[x] != 0 ? Membrane::Pixel::Free : Membrane::Pixel::Fixed;
-    });
+    Membrane membrane(
+        box.size(),
+        [&](int column, int row) {
+            const int x = box.x + column;
+            const int y = box.y + row;
+            if (!hole.hasContent(x, y))
+                return Membrane::Pixel::Beyond;
+            return hole.row(y)[x] != 0 ? Membrane::Pixel::Free : Membrane::Pixel::Fixed;
+        },
+        [&](int column, int row) {
+            return Membrane::kAnchor * (1.0f - gentleness[at(box.x + column, box.y + row)] / kMostGentle);
+        });
     const auto evenChannel = [&](float PixelRGB<float>::*channel, std::int16_t Steps::*step) {
         membrane.solve([&](int column, int row) {
             const int x = box.x + column;

@@ -33,6 +33,7 @@ private:
     const Hole& hole;
     ManagedPlane<Steps> toRight;
     ManagedPlane<Steps> below;
+    ManagedPlane<std::uint8_t> gentleness; // of the sources of a pixel (GentleShading), 255: no structure at all
 };
 
 } // namespace orvo::details

@@ -2,12 +2,14 @@
 #include "filling/ballot.hpp"
 #include "filling/convergence.hpp"
 #include "filling/fill_level.hpp"
+#include "filling/gentle_shading.hpp"
 #include "filling/hole.hpp"
 #include "filling/line_directions.hpp"
 #include "filling/patch_filler.hpp"
 #include "filling/plane_view.hpp"
 #include "filling/shifted_pieces.hpp"
 #include "filling/source_cost.hpp"
+#include "filling/usage_cost.hpp"
 #include "filling_pictures.hpp"
 
 #include <orvo_common/memory_manager.hpp>
@@ -318,6 +320,28 @@ TEST(Filling, AShoreBehindATreeContinuesInABorder)
     EXPECT_LT(wrong, 70 * 200 / 8);
 }
 
+TEST(Filling, ASourceCostsFromTheFifthCopyOn)
+{
+    const orvo::_Size<int> size{60, 60};
+    const auto mask = maskOf(size, within({20, 20, 12, 12}));
+    const auto level = orvo::details::finestLevel(*clothPicture(size), orvo::details::Hole(size, *mask),
+                                                  {0, 0, size.width, size.height}, 8, 7.0f);
+    orvo::details::PatchFillSettings settings;
+    orvo::details::PatchField field(level);
+    const int often = level.someSources.front();
+    const int never = level.someSources.back();
+    std::fill_n(field.source.data(), level.width() * level.height(), often);
+    const orvo::details::UsageCost cost(settings, level, field);
+    EXPECT_GT(cost(often), 0);
+    EXPECT_EQ(cost(never), 0);
+    // 18 x 18 patches meet the hole: no source is used more than once.
+    orvo::details::forEachTarget(level, [&](int corner) { field.source[static_cast<std::size_t>(corner)] = corner; });
+    const orvo::details::UsageCost even(settings, level, field);
+    orvo::details::forEachTarget(level, [&](int corner) { EXPECT_EQ(even(corner), 0); });
+    settings.usageWeight = 0.0f;
+    EXPECT_EQ(orvo::details::UsageCost(settings, level, field)(often), 0);
+}
+
 // Nothing at the open side of a border keeps a copy of the ball out but that there is no other.
 TEST(Filling, ABorderHoldsNoCopyOfSomethingRare)
 {
@@ -374,6 +398,100 @@ TEST(Filling, ABorderAroundASmallPictureIsNotPutTogetherFromPieces)
     orvo::details::PatchFillSettings without;
     without.pieces = false;
     EXPECT_TRUE(bytesEqual(*filled(*picture, *mask), *orvo::details::PatchFiller(without).fill(*picture, *mask, {})));
+}
+
+TEST(Filling, ABorderLargerThanItsPictureIsPutTogetherFromPieces)
+{
+    const orvo::_Size<int> size{81, 81};
+    const auto picture = clothPicture(size);
+    const auto mask = maskOf(size, [](int x, int y) { return !within({26, 26, 28, 28})(x, y); });
+    orvo::details::PatchFillSettings without;
+    without.pieces = false;
+    EXPECT_FALSE(bytesEqual(*filled(*picture, *mask), *orvo::details::PatchFiller(without).fill(*picture, *mask, {})));
+}
+
+// --- Skies -----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// The greatest difference of a channel between means over squares of 16 pixels that lie in the hole.
+float worstOfMeans(const Picture& result, const std::function<Pixel(int x, int y)>& truth, const Mask& mask)
+{
+    constexpr int kSide = 16;
+    float worst = 0.0f;
+    for (int top = 0; top + kSide <= result.height(); top += kSide)
+        for (int left = 0; left + kSide <= result.width(); left += kSide) {
+            Pixel sum;
+            bool inside = true;
+            for (int y = top; y < top + kSide; ++y)
+                for (int x = left; x < left + kSide; ++x) {
+                    const Pixel& p = result.row(y)[x];
+                    const Pixel t = truth(x, y);
+                    sum = {sum.r + p.r - t.r, sum.g + p.g - t.g, sum.b + p.b - t.b};
+                    inside = inside && mask.row(y)[x] >= 0.5f;
+                }
+            if (inside)
+                for (const float d : {sum.r, sum.g, sum.b})
+                    worst = std::max(worst, std::abs(d) / (kSide * kSide));
+        }
+    return worst;
+}
+
+orvo::PicturePointer withGrain(orvo::_Size<int> size, const std::function<Pixel(int x, int y)>& truth)
+{
+    const auto grain = noise(size, nullptr, 21, -0.015f, 0.015f);
+    return drawn(size, nullptr, [&](int x, int y) {
+        const Pixel t = truth(x, y);
+        const Pixel& g = grain->row(y)[x];
+        return Pixel{t.r + g.r, t.g + g.g, t.b + g.b};
+    });
+}
+
+Pixel evening(int x, int y)
+{
+    const float down = 0.0006f * static_cast<float>(y);
+    const float right = 0.0002f * static_cast<float>(x);
+    return {0.35f + down, 0.45f + down + right, 0.75f - right};
+}
+
+Pixel glow(int x, int y)
+{
+    const float away = static_cast<float>((x - 150) * (x - 150) + (y - 110) * (y - 110)) / (200.0f * 200.0f);
+    return {0.9f - 0.3f * away, 0.7f - 0.25f * away, 0.4f - 0.1f * away};
+}
+
+} // namespace
+
+// Sums of copied grain once gave the added part a green and a purple corner.
+TEST(Filling, ABorderOfSkyGetsNoTint)
+{
+    const orvo::_Size<int> size{384, 256};
+    const auto mask = maskOf(size, [](int x, int y) { return !within({64, 64, 256, 192})(x, y); });
+    EXPECT_LT(worstOfMeans(*filled(*withGrain(size, evening), *mask), evening, *mask), 0.03f);
+}
+
+// Copies from the rest of the picture are all darker.
+TEST(Filling, AGlowThatIsHiddenGoesOn)
+{
+    const orvo::_Size<int> size{300, 220};
+    const auto mask = maskOf(size, [](int x, int y) { return std::hypot(x - 150.0, y - 110.0) < 60.0; });
+    EXPECT_LT(worstOfMeans(*filled(*withGrain(size, glow), *mask), glow, *mask), 0.015f);
+}
+
+TEST(Filling, ShadingIsGentleAwayFromEdges)
+{
+    const orvo::_Size<int> size{200, 120};
+    const auto picture = withGrain(size, [](int x, int y) {
+        return x < 100 ? evening(x, y) : Pixel{0.1f, 0.1f, 0.1f};
+    });
+    const auto mask = maskOf(size, within({30, 40, 20, 20}));
+    const orvo::details::Hole hole(size, *mask);
+    const orvo::details::GentleShading shading(*picture, hole, {0, 0, size.width, size.height});
+    EXPECT_EQ(shading.at(12, 12).gentleness, 1.0f);
+    EXPECT_EQ(shading.at(98, 20).gentleness, 0.0f);
+    EXPECT_NEAR(shading.at(12, 60).below.r, 0.0006f, 0.0002f);
+    EXPECT_NEAR(shading.at(40, 50).below.r, 0.0006f, 0.0002f) << "continued into the hole";
+    EXPECT_NEAR(shading.colourAt(12, 60).b, evening(12, 60).b, 0.003f);
 }
 
 TEST(Filling, VotesDeepInsideDoNotVanish)

@@ -25,7 +25,7 @@ void deflateWhole(std::span<const unsigned char> in, std::vector<unsigned char>&
         throw std::bad_alloc(); // a row of a thousand times as many pixels as pictures have
     struct Memory
     {
-        isal_zstream stream;
+        isal_zstream stream = {}; // its initialisation leaves `hist_bits`, the longest distance of a match, as it was
         std::uint8_t tables[kQuickBytes];
     };
     const auto memory = std::make_unique_for_overwrite<Memory>();

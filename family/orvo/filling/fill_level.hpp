@@ -83,8 +83,8 @@ private:
 [[nodiscard]] FillLevel finestLevel(const _ImageData<PixelRGB<float>>& picture, const Hole& hole,
                                     const _Rect<int>& window, int textureRadius, float textureGain);
 
-/// Half the size. A pixel is the mean of the known pixels among its 2 x 2; it is hole if any of these is,
-/// else outside if any of these is.
+/// Half the size. A pixel is the weighted mean (1 3 3 1 across and down) of the known pixels among the 4 x 4 around it;
+/// it is hole if any of its own 2 x 2 is, else outside if any of these is.
 [[nodiscard]] FillLevel coarserLevel(const FillLevel& fine);
 
 /// Calls `body(corner)` for every target, on any thread.

@@ -21,6 +21,9 @@ constexpr float kEdge = 0.12f;
 // The same where there is no structure that could be an edge.
 constexpr float kGentleEdge = 0.3f;
 constexpr float kMostGentle = 255.0f; // unit of the stored gentleness
+// Where a known pixel beside the hole differs by more from its surroundings, it is less likely light to continue than
+// the rest of a wire or of an outline that the mask does not cover.
+constexpr float kStray = 0.1f;
 
 PixelRGB<float> operator-(const PixelRGB<float>& a, const PixelRGB<float>& b)
 {
@@ -40,6 +43,21 @@ PixelRGB<float> mixed(const PixelRGB<float>& a, const PixelRGB<float>& b, float 
 }
 
 float greatest(const PixelRGB<float>& p) { return std::max({std::abs(p.r), std::abs(p.g), std::abs(p.b)}); }
+
+// How surely a pixel does not belong to its surroundings, from 0 to 1.
+float strayness(const PixelRGB<float>& difference)
+{
+    const float size = greatest(difference) / kStray;
+    const float fourth = size * size * size * size;
+    return fourth / (1.0f + fourth);
+}
+
+// Of each channel, the value nearest to zero from a to b.
+PixelRGB<float> leastBetween(const PixelRGB<float>& a, const PixelRGB<float>& b)
+{
+    const auto least = [](float from, float to) { return std::clamp(0.0f, std::min(from, to), std::max(from, to)); };
+    return {least(a.r, b.r), least(a.g, b.g), least(a.b, b.b)};
+}
 
 // What the votes for a pixel say about it and its neighbours.
 class Sources
@@ -182,7 +200,15 @@ SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const Patc
                 const PixelRGB<float> asContinued = here && beyond
                                                         ? wanted - (means[at(x + dx, y + dy)] - means[at(x, y)])
                                                         : asCopied + wanted - step->gentle;
-                const PixelRGB<float> seam = mixed(asCopied, asContinued, gentle);
+                PixelRGB<float> seam = mixed(asCopied, asContinued, gentle);
+                if (here != beyond) {
+                    const int knownX = here ? x + dx : x;
+                    const int knownY = here ? y + dy : y;
+                    const PixelRGB<float> off = painted.row(knownY)[knownX] - shading.colourAt(knownX, knownY);
+                    // Textures are never gentle, and their pixels do not stray.
+                    const float stray = std::min(1.0f, 2.0f * gentle) * strayness(off);
+                    seam = mixed(seam, leastBetween(seam, here ? seam + off : seam - off), stray);
+                }
                 const float size = greatest(seam) / (kEdge + gentle * (kGentleEdge - kEdge));
                 const float share = 1.0f / (kUnit * (1.0f + size * size * size * size));
                 if (!(greatest(seam) < 1.0f)) // false for NaN too

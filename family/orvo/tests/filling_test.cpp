@@ -478,6 +478,20 @@ TEST(Filling, AGlowThatIsHiddenGoesOn)
     EXPECT_LT(worstOfMeans(*filled(*withGrain(size, glow), *mask), glow, *mask), 0.015f);
 }
 
+// The mask of a wire that sags left parts of it along the rim, and a grey cloud grew from them.
+TEST(Filling, TheRestOfAWireCastsNoShade)
+{
+    const orvo::_Size<int> size{384, 256};
+    const auto sky = withGrain(size, evening);
+    const auto picture = drawn(size, nullptr, [&](int x, int y) {
+        const bool wire = y == 144 && x > 120 && x < 264 && x / 12 % 2 == 0;
+        const Pixel& p = sky->row(y)[x];
+        return wire ? Pixel{p.r - 0.25f, p.g - 0.25f, p.b - 0.25f} : p;
+    });
+    const auto mask = maskOf(size, [](int, int y) { return y >= 108 && y < 144; });
+    EXPECT_LT(worstOfMeans(*filled(*picture, *mask), evening, *mask), 0.022f);
+}
+
 TEST(Filling, ShadingIsGentleAwayFromEdges)
 {
     const orvo::_Size<int> size{200, 120};

@@ -18,7 +18,7 @@ namespace {
 constexpr double kSigma = 1.5; // in cells
 // Of the pixels of a cell: less is none.
 constexpr float kLeastKnown = 1e-3f;
-// Change of luma per pixel: skies, calm water and shaded walls have less than the first, soft clouds the second.
+// Change per pixel: skies, calm water and shaded walls have less than the first, soft clouds the second.
 constexpr float kGentle = 0.4f / 255.0f;
 constexpr float kSteep = 0.8f / 255.0f;
 // Cells on each side of an edge that are not gentle.
@@ -28,7 +28,16 @@ constexpr int kBesideTheHole = 2;
 // What is gentler continues into the hole.
 constexpr float kContinued = 0.5f;
 
-float luma(const cv::Vec3f& p) { return 0.25f * (p[0] + 2.0f * p[1] + p[2]); }
+// How steeply a colour changes: its luma, or half of the channel that changes most. Where a blue cloth meets a brown
+// one as dark, the luma stays.
+float steepnessOf(const cv::Vec3f& right, const cv::Vec3f& below)
+{
+    const auto luma = [](const cv::Vec3f& p) { return 0.25f * (p[0] + 2.0f * p[1] + p[2]); };
+    float most = std::hypot(luma(right), luma(below));
+    for (int channel = 0; channel < 3; ++channel)
+        most = std::max(most, 0.5f * std::hypot(right[channel], below[channel]));
+    return most;
+}
 
 } // namespace
 
@@ -75,7 +84,7 @@ GentleShading::GentleShading(const _ImageData<PixelRGB<float>>& picture, const H
             Change& change = changes[cellAt(column, row)];
             change.right = {right[0], right[1], right[2]};
             change.below = {below[0], below[1], below[2]};
-            steepness(row, column) = std::hypot(luma(right), luma(below));
+            steepness(row, column) = steepnessOf(right, below);
         }
     });
     constexpr int kSide = 2 * kAroundEdges + 1;

@@ -206,7 +206,7 @@ SeamSteps::SeamSteps(const FillLevel& level, const PatchField& field, const Patc
                     const int knownY = here ? y + dy : y;
                     const PixelRGB<float> off = painted.row(knownY)[knownX] - shading.colourAt(knownX, knownY);
                     // Textures are never gentle, and their pixels do not stray.
-                    const float stray = std::min(1.0f, 2.0f * gentle) * strayness(off);
+                    const float stray = std::min(1.0f, 4.0f * gentle) * strayness(off);
                     seam = mixed(seam, leastBetween(seam, here ? seam + off : seam - off), stray);
                 }
                 const float size = greatest(seam) / (kEdge + gentle * (kGentleEdge - kEdge));

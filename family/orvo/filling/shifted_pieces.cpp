@@ -32,8 +32,11 @@ constexpr int kPeakReach = 4;
 constexpr std::int64_t kMostComparisons = 60'000'000;
 constexpr std::int64_t kMostQueries = 3000;
 // Offsets along the axes, in sides of the hole's box. A piece beside the hole is often what lies behind the thing that
-// is taken out, even if it repeats too rarely for the histogram.
-constexpr double kBesideTheHole[] = {0.5, 0.75, 1.0, 1.25, 1.5, 2.0};
+// is taken out, even if it repeats too rarely for the histogram; short ones carry a fence or a sill on in steps.
+constexpr double kBesideTheHole[] = {0.1, 0.15,  0.2,  0.25,  0.3, 0.35, 0.4, 0.45,
+                                     0.5, 0.625, 0.75, 0.875, 1.0, 1.25, 1.5, 2.0};
+// Beside a hole from side to side nothing lies, and short offsets would copy people at its rim into an added border.
+constexpr double kShortestAcross = 0.5;
 
 // Labels change little after that many rounds over all offsets.
 constexpr int kMostSweeps = 3;
@@ -193,11 +196,16 @@ public:
             Clearance{shortest, shortest},
             Clearance{std::max(shortest, (right - left + 1) / 2), std::max(shortest, (bottom - top + 1) / 2)}};
         offsets = commonOffsets(level, clearances);
+        const bool across = right - left + 1 >= level.inner().width;
+        const bool down = bottom - top + 1 >= level.inner().height;
         for (const double share : kBesideTheHole) {
             // A whole patch farther, so that pieces at the rim have patches around them as well.
             const int dx = static_cast<int>(share * (right - left + kPatch));
             const int dy = static_cast<int>(share * (bottom - top + kPatch));
-            offsets.insert(offsets.end(), {{dx, 0}, {-dx, 0}, {0, dy}, {0, -dy}});
+            if (!across || share >= kShortestAcross)
+                offsets.insert(offsets.end(), {{dx, 0}, {-dx, 0}});
+            if (!down || share >= kShortestAcross)
+                offsets.insert(offsets.end(), {{0, dy}, {0, -dy}});
         }
     }
 

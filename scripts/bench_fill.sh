@@ -4,10 +4,11 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/bench_fill.sh quality|sheet|large [FOLDER]
+usage: scripts/bench_fill.sh quality|random|sheet|large [FOLDER]
 
   quality  fills holes with known content (bench/jobs/fill_holes.txt): PSNR inside, mean gradient inside and
            across the rim relative to the truth, seconds
+  random   fills holes at random places with known content by orvo (bench/jobs/fill_random.txt): the same figures
   sheet    removes objects from photographs and adds borders (bench/jobs/fill_removals.txt), and puts the results
            next to the originals: FOLDER/sheet_holes.png and FOLDER/sheet_removals.png
   large    fills a hole of 2 megapixels in 24: wall time and peak memory of orvo fill, and the figures of quality
@@ -21,7 +22,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 bin=${ORVO_BIN:-$root/build/release/bin}
 mode=${1:-}
 work=${2:-$root/build/bench/fill}
-case $mode in quality|sheet|large) ;; --help|-h) usage; exit 0 ;; *) usage >&2; exit 2 ;; esac
+case $mode in quality|random|sheet|large) ;; --help|-h) usage; exit 0 ;; *) usage >&2; exit 2 ;; esac
 . "$root/scripts/bench_measure.sh"
 need bench_fill "$bin/orvo" "$bin/orvo_fill_bench"
 : "${ORVO_TEST_DATA:?bench_fill: set ORVO_TEST_DATA to the folder of real pictures}"
@@ -72,6 +73,12 @@ quality() {
     "$bench" score "$method" "$work/holes"
     echo
   done
+}
+
+random() {
+  cases random
+  "$bench" run orvo "$work/random"
+  "$bench" score orvo "$work/random"
 }
 
 sheet() {

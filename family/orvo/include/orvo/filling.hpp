@@ -34,10 +34,10 @@ public:
 /// doi:10.5201/ipol.2017.189) and matches patches with PatchMatch (Barnes et al., SIGGRAPH 2009). Each pixel of the
 /// hole is the mean of a few known pixels, with colour steps between neighbouring copies evened out; no pixel of the
 /// hole is ever a source. Where the copies show nothing but a gentle change of colour (skies, calm water, walls), that
-/// change is continued from around the hole instead. The same bytes for any number of threads. If the known part holds no whole patch of 7 x 7
-/// pixels, the hole is filled smoothly from its rim.
+/// change is continued from around the hole instead. The same bytes for any number of threads. If the known part holds
+/// no whole patch of 7 x 7 pixels, the hole is filled smoothly from its rim.
 ///
-/// Peak: the result, and about 20 bytes per pixel of the search window: the bounding box of the hole, extended by its
+/// Peak: the result, and about 24 bytes per pixel of the search window: the bounding box of the hole, extended by its
 /// longer side on all four sides.
 [[nodiscard]] ORVO_EXPORT std::unique_ptr<Filler> patchFiller();
 
